@@ -1,0 +1,71 @@
+# What every target of this project shares: language level, warnings, sanitizers, OpenMP.
+add_library(velbrx_options INTERFACE)
+target_compile_features(velbrx_options INTERFACE cxx_std_17)
+target_compile_options(velbrx_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+if(VELBRX_WARNINGS_AS_ERRORS)
+  target_compile_options(velbrx_options INTERFACE -Werror)
+endif()
+if(VELBRX_SANITIZER STREQUAL "address")
+  target_compile_options(velbrx_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+    -fno-omit-frame-pointer)
+  target_link_options(velbrx_options INTERFACE -fsanitize=address,undefined)
+elseif(VELBRX_SANITIZER STREQUAL "thread")
+  target_compile_options(velbrx_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+  target_link_options(velbrx_options INTERFACE -fsanitize=thread)
+elseif(VELBRX_SANITIZER)
+  message(FATAL_ERROR "VELBRX_SANITIZER must be empty, address or thread, not '${VELBRX_SANITIZER}'")
+endif()
+if(VELBRX_OPENMP)
+  find_package(OpenMP REQUIRED COMPONENTS CXX)
+  target_link_libraries(velbrx_options INTERFACE OpenMP::OpenMP_CXX)
+else()
+  target_compile_options(velbrx_options INTERFACE -Wno-unknown-pragmas)
+endif()
+
+# velbrx_library(<name> NAMESPACE_FOLDER <include folder> DEPENDS <targets...>)
+# Declares a library of which <name> is the shared, installed form with hidden internals, and
+# <name>_internal a static form of the same object files whose internals tests may call.
+# The folders add their sources with target_sources(<name>_objects PRIVATE ...).
+function(velbrx_library name)
+  cmake_parse_arguments(ARG "" "HEADERS" "DEPENDS;INTERNAL_DEPENDS" ${ARGN})
+  add_library(${name}_objects OBJECT)
+  set_target_properties(${name}_objects PROPERTIES POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  target_include_directories(${name}_objects PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name}_objects PUBLIC velbrx_options ${ARG_INTERNAL_DEPENDS})
+
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${ARG_HEADERS}/*.h)
+  add_library(${name} SHARED)
+  add_library(VelOsgDBBrx::${name} ALIAS ${name})
+  target_sources(${name} PRIVATE $<TARGET_OBJECTS:${name}_objects>
+    PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/include FILES ${headers})
+  set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR} VERIFY_INTERFACE_HEADER_SETS ON)
+  target_compile_features(${name} PUBLIC cxx_std_17)
+  target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE $<BUILD_INTERFACE:velbrx_options>)
+  install(TARGETS ${name} EXPORT VelOsgDBBrxTargets FILE_SET HEADERS)
+
+  add_library(${name}_internal STATIC $<TARGET_OBJECTS:${name}_objects>)
+  set_target_properties(${name}_internal PROPERTIES LINKER_LANGUAGE CXX)
+  target_include_directories(${name}_internal PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name}_internal PUBLIC velbrx_options ${ARG_INTERNAL_DEPENDS})
+endfunction()
+
+# velbrx_program(<name> SOURCES <files...> DEPENDS <targets...>): an installed executable.
+function(velbrx_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_compile_definitions(${name} PRIVATE VELBRX_VERSION="${PROJECT_VERSION}")
+  target_link_libraries(${name} PRIVATE velbrx_options ${ARG_DEPENDS})
+  install(TARGETS ${name})
+endfunction()
+
+# velbrx_test(<name> SOURCES <files...> DEPENDS <targets...>): a GoogleTest program; every case is a CTest test.
+function(velbrx_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE velbrx_options ${ARG_DEPENDS} GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+endfunction()

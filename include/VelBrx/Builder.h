@@ -1,0 +1,48 @@
+#pragma once
+
+#include <VelBrx/Export.h>
+#include <VelBrx/Status.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace VelBrx {
+
+/// How far a build is.
+struct BuildProgress
+{
+    const char* stage = "";   ///< what is being done, for people
+    uint64_t pointsDone = 0;  ///< of the whole build, over all stages
+    uint64_t pointsTotal = 0; ///< 0 while unknown
+};
+
+struct BuildOptions
+{
+    std::vector<std::string> inputs; ///< LAS files, in the order of their points in the store's origin
+    std::string output;
+    bool overwrite = false; ///< replace `output` when it exists
+    unsigned threads = 0;   ///< 0: all processors
+    /// Identity of the store; 0 draws a random one. Two builds of the same input with the same identity give
+    /// the same bytes.
+    uint64_t storeId = 0;
+    std::function<void(const BuildProgress&)> progress; ///< called on the thread that called `buildStore`
+    const std::atomic<bool>* cancel = nullptr; ///< set by the caller: the build ends soon and leaves nothing
+};
+
+struct BuildReport
+{
+    uint64_t points = 0;
+    uint64_t cells = 0;
+    unsigned levels = 0;
+    std::vector<std::string> notes; ///< what was repaired, widened or could not be kept, one line each
+};
+
+/// Builds an octree store from LAS files. Every input point is in the store once, with all its attributes.
+/// The store appears under its name only when it is complete; a failed or cancelled build leaves nothing.
+/// Any thread may call it, several at once for different outputs.
+VEL_BRX_EXPORT Status buildStore(const BuildOptions& options, BuildReport& report);
+
+} // namespace VelBrx

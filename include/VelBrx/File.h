@@ -1,0 +1,60 @@
+#pragma once
+
+#include <VelBrx/Export.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+namespace VelBrx {
+
+/// An open file whose byte ranges can be used as memory.
+///
+/// The whole file is mapped once, so `map` costs no mapping call of its own. A file that may be written is
+/// mapped shared and writable: what is stored through `map` reaches the file. A file that may only be read is
+/// mapped read-only; writing through `map` is then an error of the caller, who asks `isWritable` first.
+///
+/// Threads: `map`, `unmap` and the queries may be called from any thread at once. `mutex` is the callers'
+/// own: hold it while records are edited or saved; a level-of-detail pass try-locks it and skips the store
+/// while it is held. `map` and `unmap` do not take it.
+class VEL_BRX_EXPORT File
+{
+public:
+    /// Opens `path` for reading and writing, or for reading alone where writing is not permitted.
+    /// Failure is seen from `isOpen`; nothing is thrown. A null or empty path is not open.
+    explicit File(const char* path);
+    virtual ~File();
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    bool isOpen() const;
+
+    /// Open, a regular file, and not empty.
+    bool isValid() const;
+
+    /// Open for writing, so that `map` gives writable memory.
+    bool isWritable() const;
+
+    /// Size of the file in bytes at this moment; 0 when it is not open.
+    int64_t size() const;
+
+    /// Memory of the bytes [offset, offset + length), or null when the range is empty, overflows or does not
+    /// lie inside the file as it is at this moment. The memory stays valid as long as this object lives, also
+    /// after `unmap`.
+    void* map(int64_t offset, int64_t length);
+
+    /// Ends the use of memory that `map` gave. Null is ignored.
+    void unmap(void* memory);
+
+    /// Writes changed bytes of the mapped file to the disk. False when the system reports an error.
+    bool sync();
+
+    /// Serialises work on the file among its users; see the class comment.
+    std::mutex mutex;
+
+private:
+    struct Mapping;
+    std::unique_ptr<Mapping> _mapping;
+};
+
+} // namespace VelBrx

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <VelBrx/File.h>
+#include <VelOsgDBBrx/Export.h>
+
+#include <OpenThreads/Mutex>
+#include <osg/Matrixd>
+#include <osg/Referenced>
+#include <osg/Vec3d>
+#include <osg/Vec4d>
+#include <osg/ref_ptr>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+class CellData;
+
+/// One loaded store: where its files are and the root of its cell tree. Owned by its point cloud's nodes;
+/// everything else, commands above all, holds it by `osg::observer_ptr` and locks that before use.
+class VEL_OSGDB_BRX_EXPORT OctreeInfo : public osg::Referenced
+{
+public:
+    /// Values of `visibility`.
+    enum Visibility : uint32_t
+    {
+        VISIBLE = 0,
+        HIDDEN_NOT_CLEARED = 1, ///< hidden, its cells still to be removed
+        HIDDEN_CLEARED = 2
+    };
+
+    OctreeInfo();
+
+    /// \name Constant once the store is loaded
+    /// @{
+    osg::Vec3d offset; ///< origin of every vertex of this octree, in file coordinates
+    osg::Vec3d min;    ///< smallest corner minus offset
+    osg::Vec3d max;    ///< largest corner minus offset
+    /// @}
+
+    osg::Matrixd transform; ///< local to world; written by the cull traversal, read by passes under `mutex`
+
+    /// \name Constant once the store is loaded
+    /// @{
+    osg::ref_ptr<CellData> root;
+    std::string pointPath;
+    std::string normalsPath;
+    std::unique_ptr<VelBrx::File> pointFile;
+    std::unique_ptr<VelBrx::File> normalsFile;
+    /// @}
+
+    std::vector<osg::Vec4d> planes; ///< clip planes in world coordinates; guarded by `mutex`
+    OpenThreads::Mutex mutex;       ///< guards `transform` and `planes`
+
+    /// \name Constant once the store is loaded
+    /// @{
+    int64_t pointDataStart = 0; ///< byte position of the first point record
+    osg::Vec3d scale;           ///< file units per step of a record's integer coordinate
+    /// @}
+
+    /// \name Paging state
+    /// @{
+    std::atomic<uint32_t> visibility{VISIBLE};
+    std::atomic<uint32_t> busy{0}; ///< bit 0: a camera-independent pass works on the octree
+    std::atomic<uint32_t> dirty{
+        0}; ///< set when the octree's content changed; a load manager reads and clears it
+    std::atomic<bool> registered{false}; ///< registered with the managers of a context
+    /// @}
+
+protected:
+    ~OctreeInfo() override;
+};

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <VelOsgDBBrx/Export.h>
+#include <VelOsgUtils/SpinLock.h>
+
+#include <osg/Node>
+#include <osg/ref_ptr>
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+class CellData;
+
+namespace VelOsgDBBrx {
+
+/// Process-wide cache of cell nodes by cell identifier, so that a cell wanted by several contexts is read
+/// once and shared. A background thread frees, within 60 ms, nodes that only the cache still holds. Any
+/// thread may call it.
+class VEL_OSGDB_BRX_EXPORT PCDataManager
+{
+public:
+    static PCDataManager* getInstance();
+
+    PCDataManager(const PCDataManager&) = delete;
+    PCDataManager& operator=(const PCDataManager&) = delete;
+
+    /// The cell's cached node, or the cell read now; null for a null or empty cell. Only the cache holds a
+    /// new node: it may be freed before the caller takes a reference. Prefer `acquireNodeOrCreate`.
+    virtual osg::Node* getNodeOrCreate(osg::ref_ptr<CellData> cell);
+
+    /// The cached node or null.
+    virtual osg::Node* getNode(std::string key);
+
+    virtual void remove(std::string key);
+
+    /// Like `getNodeOrCreate` and `getNode`, with the reference taken under the cache's lock.
+    osg::ref_ptr<osg::Node> acquireNodeOrCreate(osg::ref_ptr<CellData> cell);
+    osg::ref_ptr<osg::Node> acquireNode(const std::string& key);
+
+    /// Stores a node under a key that has none. A null node is ignored.
+    void registerNode(osg::Node* node, std::string key);
+
+    /// The eviction loop; only the cache's own thread calls it.
+    void run();
+
+private:
+    PCDataManager();
+    virtual ~PCDataManager();
+
+    VelOsgUtils::SpinLock _lock;
+    std::map<std::string, osg::ref_ptr<osg::Node>> _nodes; ///< guarded by _lock
+
+    std::mutex _stopMutex;
+    std::condition_variable _stopSignal;
+    bool _stopping = false; ///< guarded by _stopMutex
+    std::thread _evictionThread;
+};
+
+} // namespace VelOsgDBBrx

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <VelOsgDBBrx/Export.h>
+#include <VelOsgUtils/SpinLock.h>
+
+#include <map>
+#include <string>
+
+namespace osgViewer {
+class Viewer;
+}
+
+namespace VelOsgDBBrx {
+
+/// Process-wide registry of the host's viewers by name. It holds no viewer: a host unregisters one before it
+/// dies. Any thread may call it.
+class VEL_OSGDB_BRX_EXPORT PCViewerManager
+{
+public:
+    static PCViewerManager* getInstance();
+
+    PCViewerManager(const PCViewerManager&) = delete;
+    PCViewerManager& operator=(const PCViewerManager&) = delete;
+
+    /// Stores the viewer unless the name is taken; an existing entry is kept. Always true.
+    bool registerViewer(osgViewer::Viewer* viewer, std::string name);
+
+    /// Always true.
+    bool unRegisterViewer(std::string name);
+
+    /// The viewer stored under the name, or null.
+    osgViewer::Viewer* getViewer(std::string name);
+
+    /// Asks the viewer stored under the name for a redraw, while it cannot be unregistered. False when there
+    /// is none.
+    bool requestRedraw(const std::string& name);
+
+private:
+    PCViewerManager() = default;
+    ~PCViewerManager() = default;
+
+    VelOsgUtils::SpinLock _lock;
+    std::map<std::string, osgViewer::Viewer*> _viewers; ///< guarded by _lock
+};
+
+} // namespace VelOsgDBBrx

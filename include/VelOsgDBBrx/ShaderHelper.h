@@ -1,0 +1,58 @@
+#pragma once
+
+#include <VelOsgDBBrx/ColorScale.h>
+#include <VelOsgDBBrx/Export.h>
+
+#include <osg/Node>
+#include <osg/Vec2f>
+#include <osg/Vec4f>
+
+#include <cstdint>
+#include <vector>
+
+namespace VelOsgDBBrx {
+
+/// One stop of a gradient. Its 32 bytes are the std430 layout of the shaders' struct of the same content.
+struct ColorEntry
+{
+    osg::Vec4f color;
+    float position = 0; ///< in [0, 1]
+    float padding[3] = {0, 0, 0};
+};
+static_assert(sizeof(ColorEntry) == 32, "gradient stops are copied byte for byte into a storage buffer");
+
+/// A gradient and the range of values that it covers.
+struct ColorWithRangeInfo
+{
+    std::vector<ColorEntry> entries; ///< in ascending position; fewer than two are no gradient
+    osg::Vec2f range;                ///< x: value at position 0; y: span of values over [0, 1]
+    bool isCircle = false;           ///< the gradient repeats beyond the range (elevation modes)
+    uint16_t intensityMin = 0;       ///< range of the intensity blended into the elevation mode
+    uint16_t intensityMax = 65535;
+};
+
+/// Puts the shader program of a colour mode, with the uniforms and buffers it needs, onto the state set of a
+/// point-cloud node; calling another mode replaces the program. A null node is ignored, and so is a gradient
+/// of fewer than two entries.
+///
+/// Call these where the scene may be changed: between frames or in the update traversal.
+class VEL_OSGDB_BRX_EXPORT ShaderHelper
+{
+public:
+    /// The points' stored colour.
+    static void originColorShader(osg::Node* node);
+
+    static void singleColorShader(osg::Node* node, const osg::Vec4f& color);
+
+    /// Global z through the gradient; `blendIntensity` darkens it by the points' intensity.
+    static void elevationColorShader(osg::Node* node, ColorWithRangeInfo& info, bool blendIntensity);
+
+    /// Colour of selected points for mode functions called from now on.
+    static void setSelectColor(const osg::Vec4f& color);
+    static osg::Vec4f getSelectColor();
+
+    /// Brings the current selection colour to a node that has a colour mode.
+    static void applySelectColor(osg::Node* node);
+};
+
+} // namespace VelOsgDBBrx

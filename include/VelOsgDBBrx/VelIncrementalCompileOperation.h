@@ -1,0 +1,42 @@
+#pragma once
+
+#include <VelOsgDBBrx/Export.h>
+
+#include <osgUtil/IncrementalCompileOperation>
+
+#include <atomic>
+
+namespace VelOsgDBBrx {
+
+/// The compile operation of a context: compiles new cells on the graphics thread and merges them into their
+/// point cloud in the update traversal. Adds to its base a place at the front of the queue, queries, and the
+/// move level. Any thread may call the members declared here.
+class VEL_OSGDB_BRX_EXPORT VelIncrementalCompileOperation : public osgUtil::IncrementalCompileOperation
+{
+public:
+    VelIncrementalCompileOperation();
+
+    /// Deepest octree level that is drawn while the display is thinned; negative: nothing is drawn then. 0 at
+    /// first.
+    void setMoveLevel(int level);
+    int getMoveLevel() const;
+
+    /// Nothing waits to be compiled or merged.
+    bool isEmpty();
+
+    /// This very compile set waits to be compiled.
+    bool find(CompileSet* compileSet);
+
+    /// Like the base's `add`, but compiled before everything that waits already. Null is ignored.
+    void pushFront(CompileSet* compileSet, bool callBuildCompileMap);
+
+    void mergeCompiledSubgraphs(const osg::FrameStamp* frameStamp);
+
+protected:
+    ~VelIncrementalCompileOperation() override;
+
+private:
+    std::atomic<int> _moveLevel{0};
+};
+
+} // namespace VelOsgDBBrx

@@ -1,0 +1,8 @@
+#include "loading/CellData.h"
+
+CellData::CellData(const VelBrx::CellWithSegment& cellRecord)
+    : identifier(cellRecord.identifier), record(cellRecord)
+{
+}
+
+CellData::~CellData() = default;

@@ -1,0 +1,5 @@
+#include "loading/CellData.h"
+
+OctreeInfo::OctreeInfo() = default;
+
+OctreeInfo::~OctreeInfo() = default;
