@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Uses what was installed as a user would: run_installed.sh <prefix> <the built example>
+set -euo pipefail
+prefix=$1 example=$2
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+for tool in brx brxview; do
+    "$prefix/bin/$tool" --help | grep -q "$tool"
+    "$prefix/bin/$tool" --version | grep -Eq '[0-9]+\.[0-9]+\.[0-9]+'
+done
+"$prefix/bin/brx" sample "$scratch/survey.las" --points 20000 --seed 7
+"$prefix/bin/brx" build "$scratch/survey.las" -o "$scratch/survey.brx"
+"$prefix/bin/brx" verify "$scratch/survey.brx"
+
+# The example opens a window: on a virtual display, for a few frames.
+OSG_RUN_FRAME_COUNT=5 xvfb-run -a "$example" "$scratch/survey.brx"
+if "$example" "$scratch/missing.brx" 2>"$scratch/message"; then
+    echo "the example opened a store that is not there" >&2
+    exit 1
+fi
+grep -q "missing.brx" "$scratch/message"
+
+# Any OSG program opens a store through the installed plugin.
+plugins=$(find "$prefix" -name 'osgdb_brx.so' -printf '%h\n')
+OSG_LIBRARY_PATH="$plugins" LD_LIBRARY_PATH="$prefix/lib" OSG_RUN_FRAME_COUNT=5 \
+    xvfb-run -a osgviewer --window 0 0 320 240 "$scratch/survey.brx" 2>&1 | tee "$scratch/log"
+! grep -qi "could not find\|unable to" "$scratch/log"
+echo "installed tools, example and plugin run"
