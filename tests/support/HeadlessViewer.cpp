@@ -1,0 +1,69 @@
+#include "tests/support/HeadlessViewer.h"
+
+#include <gtest/gtest.h>
+
+HeadlessViewer::HeadlessViewer(int width, int height, osgViewer::ViewerBase::ThreadingModel threading)
+    : viewer(new osgViewer::Viewer)
+{
+    std::string reason;
+    window = EglGraphicsWindow::create(width, height, reason);
+    if (!window) {
+        ADD_FAILURE() << "no window to draw in: " << reason;
+        return;
+    }
+    viewer->setThreadingModel(threading);
+    viewer->setKeyEventSetsDone(0);
+    viewer->setLightingMode(osg::View::NO_LIGHT);
+    osg::Camera& main = camera();
+    main.setGraphicsContext(window);
+    main.setViewport(0, 0, width, height);
+    main.setProjectionMatrixAsPerspective(30.0, static_cast<double>(width) / height, 1.0, 10000.0);
+    main.setDrawBuffer(window->drawBuffer());
+    main.setReadBuffer(window->drawBuffer());
+    main.setClearColor(osg::Vec4(0, 0, 0, 1));
+    main.setCullingMode(main.getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);
+    _reader = PictureReader::attach(*viewer);
+}
+
+HeadlessViewer::~HeadlessViewer()
+{
+    viewer->setDone(true);
+    viewer->stopThreading();
+}
+
+void HeadlessViewer::show(osg::Node* scene)
+{
+    viewer->setSceneData(scene);
+    viewer->realize();
+    EXPECT_TRUE(viewer->isRealized());
+}
+
+osg::ref_ptr<osg::Image> HeadlessViewer::picture()
+{
+    osg::ref_ptr<osg::Image> image = _reader ? _reader->drawFrame(*viewer) : nullptr;
+    if (!image) {
+        ADD_FAILURE() << "the frame was not drawn";
+        image = new osg::Image;
+    }
+    return image;
+}
+
+osg::Vec3ub pixel(const osg::Image& picture, int x, int y)
+{
+    if (x < 0 || y < 0 || x >= picture.s() || y >= picture.t()) {
+        ADD_FAILURE() << "pixel " << x << ", " << y << " is outside the picture";
+        return osg::Vec3ub(0, 0, 0);
+    }
+    const unsigned char* rgb = picture.data(static_cast<unsigned>(x), static_cast<unsigned>(y));
+    return osg::Vec3ub(rgb[0], rgb[1], rgb[2]);
+}
+
+int countOtherThan(const osg::Image& picture, const osg::Vec3ub& background)
+{
+    int count = 0;
+    for (int y = 0; y < picture.t(); ++y) {
+        for (int x = 0; x < picture.s(); ++x)
+            count += pixel(picture, x, y) != background;
+    }
+    return count;
+}
