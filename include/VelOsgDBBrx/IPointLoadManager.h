@@ -72,6 +72,12 @@ public:
 
     virtual void flush() = 0; ///< forces one pass; queued
 
+    /// Paging is at rest: the last pass ran to its end, no octree skipped, on the camera as captured now; no
+    /// request and no dirty octree waits for the next one; and nothing waits to be compiled, merged or
+    /// removed. What a still camera shows is then final. The camera is captured in the update traversal:
+    /// after a move, ask from the second frame on.
+    virtual bool isSettled() = 0;
+
 protected:
     ~IPointLoadManager() override = default;
 };
