@@ -1,0 +1,26 @@
+#pragma once
+
+#include <VelBrx/BrxHeader.h>
+#include <VelBrx/CellWithSegment.h>
+#include <VelBrx/Export.h>
+#include <VelBrx/Status.h>
+#include <VelBrx/StoreStatistics.h>
+
+#include <string>
+#include <vector>
+
+namespace VelBrx {
+
+/// All that a store tells about itself besides its points.
+struct StoreInfo
+{
+    BrxHeader header;
+    std::vector<CellWithSegment> cells; ///< coarse levels first, each level in ascending key code
+    StoreStatistics statistics;
+};
+
+/// Reads and checks header and octree index of the store at `path`. A failure names the file, what is wrong
+/// and what to do, and leaves `info` unchanged. Any thread may call it.
+VEL_BRX_EXPORT Status readStoreInfo(const std::string& path, StoreInfo& info);
+
+} // namespace VelBrx

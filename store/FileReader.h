@@ -1,0 +1,42 @@
+#pragma once
+
+#include <VelBrx/Status.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace VelBrx {
+
+/// A regular file open for reading at any position. Reads by system call, not by mapping, so a file that is
+/// cut while it is read gives a failed read and not a bus error. Any number of threads may read at once.
+class FileReader
+{
+public:
+    FileReader() = default;
+    ~FileReader();
+    FileReader(const FileReader&) = delete;
+    FileReader& operator=(const FileReader&) = delete;
+
+    /// Opens `path`, once per object. Directories, pipes and devices are refused. The message of a failure
+    /// does not hold the path.
+    Status open(const std::string& path);
+
+    /// Size when it was opened.
+    int64_t size() const { return _size; }
+
+    /// Whether [offset, offset + length) lies inside the file.
+    bool contains(int64_t offset, int64_t length) const
+    {
+        return offset >= 0 && length >= 0 && offset <= _size && length <= _size - offset;
+    }
+
+    /// Fills `bytes` with the range [offset, offset + length). False when it is not wholly there.
+    bool read(int64_t offset, void* bytes, size_t length) const;
+
+private:
+    int _descriptor = -1;
+    int64_t _size = 0;
+};
+
+} // namespace VelBrx
