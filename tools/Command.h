@@ -1,0 +1,20 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <stdexcept>
+
+/// Ends a command: `what()` is the one line that the user reads behind "brx: ", and the program exits with 1.
+class CommandError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// \name The commands of brx
+/// Each adds its subcommand, with a callback that does the work: data goes to stdout, all else to stderr.
+/// A callback that fails throws a CommandError.
+/// @{
+void addInfoCommand(CLI::App& app);
+void addVerifyCommand(CLI::App& app);
+/// @}

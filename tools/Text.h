@@ -1,0 +1,14 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <string>
+
+/// The fewest digits that give `value` back when read again.
+std::string shortest(double value);
+
+/// `text` with its control characters replaced by '?', so that text from a file cannot steer a terminal.
+std::string printable(std::string text);
+
+/// Prints `json` to stdout, indented. Bytes that are not UTF-8 are replaced.
+void printJson(const nlohmann::ordered_json& json);

@@ -1,0 +1,48 @@
+#include "tools/Command.h"
+
+#include "tools/Text.h"
+
+#include <VelBrx/Verify.h>
+
+#include <nlohmann/json.hpp>
+
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+void runVerify(const std::string& path, bool json)
+{
+    if (!std::ifstream(path)) throw CommandError(path + ": cannot be opened; check its name and permissions");
+    const std::vector<std::string> problems = VelBrx::verifyStore(path);
+    if (json)
+        printJson({{"sound", problems.empty()}, {"problems", problems}});
+    else if (problems.empty())
+        std::cout << path << ": sound\n";
+    else
+        for (const std::string& problem : problems)
+            std::cout << path << ": " << printable(problem) << '\n';
+    if (!problems.empty())
+        throw CommandError(path + ": is damaged (problems found: " + std::to_string(problems.size()) +
+                           "); restore it from a copy or build it anew");
+}
+
+} // namespace
+
+void addVerifyCommand(CLI::App& app)
+{
+    struct Options
+    {
+        std::string store;
+        bool json = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("verify", "Check a store whole and name every problem");
+    command->add_option("STORE", options->store, "the store, a .brx file")->required();
+    command->add_flag("--json", options->json, "print one JSON object");
+    command->callback([options] { runVerify(options->store, options->json); });
+    command->footer("The exit status is 0 when the store is sound and 1 when it is not.");
+}
