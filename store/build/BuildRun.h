@@ -1,0 +1,57 @@
+#pragma once
+
+#include <VelBrx/Builder.h>
+
+#include "store/build/ParallelFor.h"
+
+#include <atomic>
+
+namespace VelBrx {
+
+/// Threads, cancellation and progress of one build. Made and used on the caller's thread, but for `done`.
+class BuildRun
+{
+public:
+    explicit BuildRun(const BuildOptions& options)
+        : _options(options),
+          _threads(options.threads ? options.threads : std::max(1u, std::thread::hardware_concurrency()))
+    {
+    }
+
+    unsigned threads() const { return _threads; }
+
+    /// The build reads, sorts or writes `points` points in all.
+    void setTotal(uint64_t points) { _total = points; }
+
+    void begin(const char* stage)
+    {
+        _stage = stage;
+        report();
+    }
+
+    /// Counts points as done. Any thread.
+    void done(uint64_t points) { _done += points; }
+
+    /// `parallelFor` that reports progress and ends early when the build is cancelled.
+    template <typename Task>
+    Status forEach(size_t count, const Task& task)
+    {
+        static const std::atomic<bool> never{false};
+        return parallelFor(_threads, count, _options.cancel ? *_options.cancel : never, task,
+                           [this] { report(); });
+    }
+
+private:
+    void report() const
+    {
+        if (_options.progress) _options.progress({_stage, _done, _total});
+    }
+
+    const BuildOptions& _options;
+    unsigned _threads;
+    const char* _stage = "";
+    uint64_t _total = 0;
+    std::atomic<uint64_t> _done{0};
+};
+
+} // namespace VelBrx

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <VelBrx/Status.h>
+
+#include <cstdint>
+#include <string>
+
+namespace VelBrx {
+
+/// A file that appears under its name only when it is complete. Until `commit` it has a temporary name beside
+/// that one; without `commit` it vanishes with this object. `write` may be called from any thread.
+class OutputFile
+{
+public:
+    OutputFile() = default;
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// Whether a file may be made at `path`: it does not exist or `overwrite` is set, and its folder exists.
+    static Status check(const std::string& path, bool overwrite);
+
+    /// Makes the file and reserves `size` bytes on the disk. Call once.
+    Status create(const std::string& path, bool overwrite, uint64_t size);
+
+    Status write(uint64_t position, const void* data, uint64_t length);
+
+    /// Brings the bytes to the disk and gives the file its name.
+    Status commit();
+
+private:
+    Status failure(const std::string& what) const;
+    Status reserve(uint64_t size);
+
+    std::string _path;
+    std::string _temporaryPath; ///< empty while there is no file
+    bool _overwrite = false;
+    int _descriptor = -1;
+};
+
+} // namespace VelBrx

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <VelBrx/Status.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <vector>
+
+namespace VelBrx {
+
+/// The status of `task(index)`, a failure where memory runs out: nothing may be thrown off a thread.
+template <typename Task>
+Status runTask(const Task& task, size_t index)
+{
+    try {
+        return task(index);
+    } catch (const std::bad_alloc&) {
+        return Status::failure("there is not enough memory");
+    }
+}
+
+/// Runs `task(0)` to `task(count - 1)` on `threads` threads, the caller's among them, in ascending order of
+/// their start. The first failure, or `cancel`, keeps further tasks from starting. `afterOwn` is called on
+/// the caller's thread after each task that it ran. Returns when all have ended.
+template <typename Task>
+Status parallelFor(unsigned threads, size_t count, const std::atomic<bool>& cancel, const Task& task,
+                   const std::function<void()>& afterOwn = {})
+{
+    std::atomic<size_t> next{0};
+    std::atomic<bool> failed{false};
+    std::mutex mutex;
+    Status result; // guarded by mutex
+
+    const auto work = [&](bool own) {
+        for (size_t i = next++; i < count && !failed && !cancel; i = next++) {
+            if (Status status = runTask(task, i); !status) {
+                const std::lock_guard lock(mutex);
+                if (!failed.exchange(true)) result = std::move(status);
+            }
+            if (own && afterOwn) afterOwn();
+        }
+    };
+    std::vector<std::thread> workers;
+    for (size_t i = 1; i < std::min<size_t>(threads, count); ++i)
+        workers.emplace_back(work, false);
+    work(true);
+    for (std::thread& worker : workers)
+        worker.join();
+    if (result.ok() && cancel) return Status::failure("cancelled");
+    return result;
+}
+
+} // namespace VelBrx

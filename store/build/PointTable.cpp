@@ -1,0 +1,152 @@
+#include "store/build/PointTable.h"
+
+#include "store/ByteIo.h"
+#include "store/LasLayout.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+namespace VelBrx {
+
+using namespace LasLayout;
+
+namespace {
+
+constexpr size_t kCoordinatesLength = 12;
+constexpr uint16_t kWiden = 257; ///< takes 0 to 255 to 0 to 65535
+
+/// Digits of the code by which points are parted before they are sorted. Not more than `kGridDigits`, so
+/// that a part holds whole grid cells of every level.
+constexpr unsigned kPartDigits = 4;
+constexpr size_t kPartCount = size_t{1} << 3 * kPartDigits;
+
+/// Memory that is not touched before it is filled.
+template <typename T>
+std::unique_ptr<T[]> uninitialised(uint64_t count)
+{
+    return std::unique_ptr<T[]>(new T[count]);
+}
+
+} // namespace
+
+PointTable::PointTable(const SourceSet& sources, const StoreGrid& grid)
+    : _sources(sources), _grid(grid), _coder(grid), _count(sources.pointCount()),
+      _widensColors(sources.hasNarrowColors())
+{
+}
+
+uint32_t PointTable::restLength(size_t source) const
+{
+    const uint32_t coordinates = _grid.isExact(source) ? 0 : kCoordinatesLength;
+    return coordinates + _sources.sources()[source].format.restLength();
+}
+
+Status PointTable::load(BuildRun& run)
+{
+    _records = uninitialised<uint8_t>(_count * kPointSize);
+    _flags = uninitialised<uint8_t>(_count);
+    _points = uninitialised<MortonPoint>(_count);
+    for (size_t source = 0; source < _sources.sources().size(); ++source)
+        _rest.emplace_back(_sources.sources()[source].points->file().pointCount * restLength(source));
+
+    const std::vector<SourceSet::Batch> batches = _sources.batches();
+    StatisticsCollector all(_count);
+    std::mutex mutex; // guards all
+    const Status status = run.forEach(batches.size(), [&](size_t i) {
+        StatisticsCollector statistics(_count);
+        Status loaded = loadBatch(batches[i], statistics);
+        const std::lock_guard lock(mutex);
+        all.add(statistics);
+        if (loaded) run.done(statistics.pointCount());
+        return loaded;
+    });
+    _statistics = all.finish(_grid);
+    return status;
+}
+
+Status PointTable::loadBatch(const SourceSet::Batch& place, StatisticsCollector& statistics)
+{
+    const BuildSource& source = _sources.sources()[place.source];
+    PointBatch batch;
+    if (Status read = source.points->readBatch(place.index, batch); !read) return read;
+    const size_t sourceLength = source.format.recordLength();
+    const size_t count = batch.records.size() / sourceLength;
+    const uint64_t first = source.firstOrdinal + batch.first;
+
+    uint8_t* records = &_records[first * kPointSize];
+    const size_t stride = restLength(place.source);
+    uint8_t* rest = stride ? &_rest[place.source][batch.first * stride] : nullptr;
+    if (!_grid.isExact(place.source))
+        for (size_t i = 0; i < count; ++i)
+            std::memcpy(rest + i * stride, &batch.records[i * sourceLength], kCoordinatesLength);
+    source.format.decode(batch.records.data(), count, records, &_flags[first],
+                         _grid.isExact(place.source) ? rest : rest + kCoordinatesLength, stride);
+    _grid.mapRecords(place.source, records, count);
+    if (_widensColors) widenColors(records, count);
+    statistics.add(records, count, first);
+    for (size_t i = 0; i < count; ++i, records += kPointSize)
+        _points[first + i] = {_coder.code(loadLe<int32_t>(records + kX), loadLe<int32_t>(records + kY),
+                                          loadLe<int32_t>(records + kZ)),
+                              first + i};
+    return {};
+}
+
+void PointTable::widenColors(uint8_t* records, size_t count) const
+{
+    for (size_t i = 0; i < count; ++i, records += kPointSize)
+        for (size_t color : {kRed, kGreen, kBlue})
+            storeLe(records + color, static_cast<uint16_t>(loadLe<uint16_t>(records + color) * kWiden));
+}
+
+/// Brings the points into the order of their first digits, and of their ordinals within these. Returns the
+/// bounds of the parts.
+std::vector<size_t> PointTable::partition(BuildRun& run)
+{
+    const size_t slices = std::min<size_t>(run.threads(), _count);
+    const auto sliceStart = [&](size_t slice) { return _count * slice / slices; };
+    std::vector<std::vector<size_t>> starts(slices, std::vector<size_t>(kPartCount));
+    const std::unique_ptr<MortonPoint[]> unordered = std::move(_points);
+    _points = uninitialised<MortonPoint>(_count);
+
+    const std::atomic<bool> never{false};
+    (void)parallelFor(run.threads(), slices, never, [&](size_t slice) -> Status {
+        for (size_t i = sliceStart(slice); i < sliceStart(slice + 1); ++i)
+            ++starts[slice][prefixOf(unordered[i].code, kPartDigits)];
+        return {};
+    });
+    std::vector<size_t> bounds = {0};
+    size_t start = 0;
+    for (size_t part = 0; part < kPartCount; ++part) {
+        for (std::vector<size_t>& slice : starts)
+            start += std::exchange(slice[part], start);
+        if (start != bounds.back()) bounds.push_back(start);
+    }
+    (void)parallelFor(run.threads(), slices, never, [&](size_t slice) -> Status {
+        for (size_t i = sliceStart(slice); i < sliceStart(slice + 1); ++i)
+            _points[starts[slice][prefixOf(unordered[i].code, kPartDigits)]++] = unordered[i];
+        return {};
+    });
+    return bounds;
+}
+
+Status PointTable::divide(BuildRun& run)
+{
+    const std::vector<size_t> bounds = partition(run);
+    _levels = uninitialised<uint8_t>(_count);
+    const Status status = run.forEach(bounds.size() - 1, [&](size_t part) -> Status {
+        const size_t first = bounds[part];
+        const size_t count = bounds[part + 1] - first;
+        const auto scratch = uninitialised<MortonPoint>(count);
+        sortByCode(&_points[first], count, scratch.get());
+        assignLevels(&_points[first], count, &_levels[first]);
+        run.done(count);
+        return {};
+    });
+    if (!status) return status;
+    _cells = divideIntoCells(_points.get(), _count, _levels.get());
+    return {};
+}
+
+} // namespace VelBrx

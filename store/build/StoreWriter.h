@@ -1,0 +1,55 @@
+#pragma once
+
+#include "store/FlagsRecord.h"
+#include "store/OriginRecord.h"
+#include "store/build/BuildRun.h"
+#include "store/build/OutputFile.h"
+#include "store/build/PointTable.h"
+#include "store/build/SourceSet.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace VelBrx {
+
+/// Writes a store: LAS header and VLRs, points cell by cell, then index, origin and flags record. Every
+/// position is known before the first byte is written.
+class StoreWriter
+{
+public:
+    StoreWriter(const SourceSet& sources, const StoreGrid& grid, const PointTable& table);
+
+    /// Lays out the file.
+    Status plan(uint64_t storeId);
+
+    uint64_t fileSize() const { return _fileSize; }
+
+    Status write(OutputFile& file, BuildRun& run);
+
+private:
+    struct Levels;
+
+    Status planOrigin();
+    void planFlags();
+    std::vector<uint8_t> encodeCells(uint64_t storeId) const;
+    Status writePoints(OutputFile& file, BuildRun& run) const;
+    Status writePart(OutputFile& file, size_t first, size_t last, std::vector<uint64_t> positions) const;
+    Status writeFlags(OutputFile& file, BuildRun& run) const;
+    Status writeTails(OutputFile& file, BuildRun& run) const;
+
+    const SourceSet& _sources;
+    const StoreGrid& _grid;
+    const PointTable& _table;
+    std::vector<uint8_t> _header;
+    std::vector<uint8_t> _index; ///< with its EVLR header, as the two below
+    std::vector<uint8_t> _originHead;
+    std::vector<uint8_t> _flagsHead;
+    OriginRecord _origin;
+    FlagsRecord _flags;
+    uint64_t _indexStart = 0; ///< byte positions of the EVLR headers
+    uint64_t _originStart = 0;
+    uint64_t _flagsStart = 0;
+    uint64_t _fileSize = 0;
+};
+
+} // namespace VelBrx
