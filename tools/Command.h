@@ -15,6 +15,7 @@ public:
 /// Each adds its subcommand, with a callback that does the work: data goes to stdout, all else to stderr.
 /// A callback that fails throws a CommandError.
 /// @{
+void addBuildCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addVerifyCommand(CLI::App& app);
 /// @}

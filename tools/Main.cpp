@@ -15,6 +15,7 @@ int main(int argc, char** argv)
     CLI::App app("Builds, checks and describes octree stores of laser-scan points.", "brx");
     app.set_version_flag("--version", "brx " VELBRX_VERSION);
     app.require_subcommand(1);
+    addBuildCommand(app);
     addInfoCommand(app);
     addVerifyCommand(app);
     try {

@@ -1,0 +1,68 @@
+#include "tools/Command.h"
+
+#include "tools/Interrupt.h"
+#include "tools/Progress.h"
+#include "tools/Text.h"
+
+#include <VelBrx/Builder.h>
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cmath>
+#include <iostream>
+#include <memory>
+#include <string>
+
+namespace {
+
+void runBuild(VelBrx::BuildOptions options, bool json)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const Interrupt interrupt;
+    Progress progress;
+    options.cancel = &interrupt.requested();
+    options.progress = [&progress](const VelBrx::BuildProgress& state) {
+        progress.show(state.stage, state.pointsDone, state.pointsTotal);
+    };
+    VelBrx::BuildReport report;
+    const VelBrx::Status status = VelBrx::buildStore(options, report);
+    progress.clear();
+    if (!status) throw CommandError(printable(status.message()));
+
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    for (const std::string& note : report.notes)
+        std::cerr << "brx: " << printable(note) << '\n';
+    std::cerr << options.output << ": " << report.points << " points in " << report.cells << " cells on "
+              << report.levels << " levels, " << std::llround(seconds * 1000) << " ms\n";
+    if (json)
+        printJson({{"store", options.output},
+                   {"points", report.points},
+                   {"cells", report.cells},
+                   {"levels", report.levels},
+                   {"seconds", seconds},
+                   {"notes", report.notes}});
+}
+
+} // namespace
+
+void addBuildCommand(CLI::App& app)
+{
+    struct Options
+    {
+        VelBrx::BuildOptions build;
+        bool json = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("build", "Build one store from LAS files");
+    command->add_option("IN", options->build.inputs, "LAS 1.0 to 1.4 files, point formats 0 to 10")
+        ->required();
+    command->add_option("-o,--output", options->build.output, "the store to make, a .brx file")->required();
+    command->add_flag("--force", options->build.overwrite, "replace the store when it exists");
+    command->add_option("--threads", options->build.threads, "threads to use; all processors when not given");
+    command->add_flag("--json", options->json, "print a report as one JSON object");
+    command->callback([options] { runBuild(options->build, options->json); });
+    command->footer(
+        "Every input point is in the store once, with all its attributes. What had to be repaired or "
+        "changed is told on standard error. A failed or interrupted build leaves nothing behind.");
+}
