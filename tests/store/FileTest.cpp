@@ -1,0 +1,130 @@
+#include <VelBrx/File.h>
+
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using VelBrx::File;
+
+namespace {
+
+constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
+constexpr uid_t kNobody = 65534;
+constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
+
+} // namespace
+
+TEST(File, MapsEveryRangeInsideTheFileAndNoOther)
+{
+    const TempFolder folder;
+    File file(folder.write("a", {10, 11, 12, 13, 14}).c_str());
+    ASSERT_TRUE(file.isOpen());
+    ASSERT_TRUE(file.isValid());
+    EXPECT_EQ(file.size(), 5);
+
+    const auto* bytes = static_cast<const uint8_t*>(file.map(1, 4));
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_EQ(bytes[0], 11);
+    EXPECT_EQ(bytes[3], 14);
+    file.unmap(const_cast<uint8_t*>(bytes));
+    file.unmap(nullptr);
+    EXPECT_NE(file.map(0, 5), nullptr);
+    EXPECT_NE(file.map(4, 1), nullptr);
+
+    const int64_t outside[][2] = {{0, 6},
+                                  {1, 5},
+                                  {5, 1},
+                                  {0, 0},
+                                  {0, -1},
+                                  {-1, 1},
+                                  {-1, 3},
+                                  {kInt64Max, 1},
+                                  {1, kInt64Max},
+                                  {kInt64Max - 1, 2},
+                                  {kInt64Max, kInt64Max},
+                                  {kInt64Min, kInt64Min}};
+    for (const auto& range : outside)
+        EXPECT_EQ(file.map(range[0], range[1]), nullptr) << range[0] << ' ' << range[1];
+}
+
+TEST(File, WritesThroughToTheFile)
+{
+    const TempFolder folder;
+    const std::string path = folder.write("a", {1, 2, 3});
+    {
+        File file(path.c_str());
+        ASSERT_TRUE(file.isWritable());
+        static_cast<uint8_t*>(file.map(1, 1))[0] = 77;
+        EXPECT_TRUE(file.sync());
+    }
+    File again(path.c_str());
+    EXPECT_EQ(static_cast<const uint8_t*>(again.map(0, 3))[1], 77);
+}
+
+TEST(File, IsNotValidWhenThereIsNothingToMap)
+{
+    const TempFolder folder;
+    EXPECT_FALSE(File(nullptr).isOpen());
+    EXPECT_FALSE(File("").isOpen());
+    EXPECT_FALSE(File(folder.file("missing").c_str()).isOpen());
+    const std::string pipe = folder.file("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& path :
+         {folder.path().string(), std::string("/dev/zero"), pipe, folder.write("empty", {})}) {
+        File file(path.c_str());
+        EXPECT_FALSE(file.isValid()) << path;
+        EXPECT_EQ(file.map(0, 1), nullptr) << path;
+        EXPECT_FALSE(file.sync()) << path;
+    }
+}
+
+TEST(File, OfAReadOnlyFileIsValidAndNotWritable)
+{
+    const TempFolder folder;
+    const std::string path = folder.write("a", {1, 2, 3});
+    std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(path, std::filesystem::perms(0444));
+    const bool isSuperuser = geteuid() == 0; // who may write every file
+    if (isSuperuser) {
+        ASSERT_EQ(seteuid(kNobody), 0);
+    }
+    File file(path.c_str());
+    if (isSuperuser) {
+        ASSERT_EQ(seteuid(0), 0);
+    }
+    EXPECT_TRUE(file.isOpen());
+    EXPECT_TRUE(file.isValid());
+    EXPECT_FALSE(file.isWritable());
+    EXPECT_EQ(static_cast<const uint8_t*>(file.map(0, 3))[2], 3);
+}
+
+TEST(File, RefusesWhatWasCutOffSinceItWasOpened)
+{
+    const TempFolder folder;
+    const std::string path = folder.write("a", std::vector<uint8_t>(10000, 5));
+    File file(path.c_str());
+    ASSERT_NE(file.map(9000, 1000), nullptr);
+    std::filesystem::resize_file(path, 9500);
+    EXPECT_EQ(file.size(), 9500);
+    EXPECT_EQ(file.map(9000, 1000), nullptr);
+    EXPECT_NE(file.map(9000, 500), nullptr);
+    std::filesystem::resize_file(path, 0);
+    EXPECT_EQ(file.map(0, 1), nullptr);
+}
+
+TEST(File, RefusesWhatWasAppendedSinceItWasOpened)
+{
+    const TempFolder folder;
+    const std::string path = folder.write("a", std::vector<uint8_t>(100, 5));
+    File file(path.c_str());
+    std::filesystem::resize_file(path, 100000);
+    EXPECT_EQ(file.map(99, 2), nullptr);
+    EXPECT_EQ(file.map(50000, 10), nullptr);
+    EXPECT_NE(file.map(0, 100), nullptr);
+}

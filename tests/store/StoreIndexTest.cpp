@@ -1,0 +1,282 @@
+#include "tests/support/TestStore.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <set>
+#include <string>
+
+using namespace VelBrx;
+
+namespace {
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
+
+Status decode(const std::vector<uint8_t>& bytes, uint64_t pointCount, StoreIndex& index)
+{
+    return decodeIndex(bytes.data(), bytes.size(), pointCount, index);
+}
+
+void expectSameRange(const AttributeRange& a, const AttributeRange& b)
+{
+    EXPECT_EQ(a.min, b.min);
+    EXPECT_EQ(a.max, b.max);
+    EXPECT_EQ(a.low, b.low);
+    EXPECT_EQ(a.high, b.high);
+}
+
+/// A fault that an index with a valid checksum may hold, and a part of the message that names it.
+struct Fault
+{
+    const char* message;
+    std::function<void(StoreIndex&)> plant;
+};
+
+void PrintTo(const Fault& fault, std::ostream* out)
+{
+    *out << fault.message;
+}
+
+class FaultyIndex : public testing::TestWithParam<Fault>
+{
+};
+
+} // namespace
+
+TEST(StoreIndex, DecodesWhatWasEncoded)
+{
+    StoreIndex index = smallStore().index;
+    index.headerChecksum = 0xdeadbeef;
+    index.gridSize = 64;
+    index.statistics.elevation = {1, 4, 2, 3};
+    index.statistics.intensity = {5, 8, 6, 7};
+    index.statistics.gpsTime = {-9, 12, 10, 11};
+    index.statistics.pointSources = {0, 3, 4, 500, 65535};
+
+    StoreIndex decoded;
+    const Status status = decode(encodeIndex(index), 14, decoded);
+    ASSERT_TRUE(status) << status.message();
+    EXPECT_EQ(decoded.headerChecksum, index.headerChecksum);
+    EXPECT_EQ(decoded.storeId, index.storeId);
+    for (size_t axis = 0; axis < 3; ++axis)
+        EXPECT_EQ(decoded.cubeMin[axis], index.cubeMin[axis]);
+    EXPECT_EQ(decoded.cubeSize, index.cubeSize);
+    EXPECT_EQ(decoded.gridSize, 64u);
+    expectSameRange(decoded.statistics.elevation, index.statistics.elevation);
+    expectSameRange(decoded.statistics.intensity, index.statistics.intensity);
+    expectSameRange(decoded.statistics.gpsTime, index.statistics.gpsTime);
+    EXPECT_EQ(decoded.statistics.maxColor, index.statistics.maxColor);
+    EXPECT_EQ(decoded.statistics.pointsByClass, index.statistics.pointsByClass);
+    EXPECT_EQ(decoded.statistics.pointsByReturn, index.statistics.pointsByReturn);
+    EXPECT_EQ(decoded.statistics.pointsByNumberOfReturns, index.statistics.pointsByNumberOfReturns);
+    EXPECT_EQ(decoded.statistics.pointSources, index.statistics.pointSources);
+    ASSERT_EQ(decoded.cells.size(), index.cells.size());
+    for (size_t i = 0; i < index.cells.size(); ++i) {
+        EXPECT_EQ(decoded.cells[i].level, index.cells[i].level);
+        EXPECT_EQ(decoded.cells[i].code, index.cells[i].code);
+        ASSERT_EQ(decoded.cells[i].segments.size(), index.cells[i].segments.size());
+        for (size_t s = 0; s < index.cells[i].segments.size(); ++s) {
+            EXPECT_EQ(decoded.cells[i].segments[s].first, index.cells[i].segments[s].first);
+            EXPECT_EQ(decoded.cells[i].segments[s].count, index.cells[i].segments[s].count);
+        }
+    }
+}
+
+TEST_P(FaultyIndex, IsRefusedWithAMessageThatNamesTheFault)
+{
+    StoreIndex index = smallStore().index;
+    GetParam().plant(index);
+    StoreIndex decoded;
+    const Status status = decode(encodeIndex(index), 14, decoded);
+    EXPECT_FALSE(status);
+    EXPECT_NE(status.message().find(GetParam().message), std::string::npos) << status.message();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cells, FaultyIndex,
+    testing::Values(
+        Fault{"has no cells", [](StoreIndex& index) { index.cells.clear(); }},
+        Fault{"where the root must be", [](StoreIndex& index) { index.cells.erase(index.cells.begin()); }},
+        Fault{"listed twice", [](StoreIndex& index) { index.cells[2].code = 0; }},
+        Fault{"not in order", [](StoreIndex& index) { std::swap(index.cells[1], index.cells[2]); }},
+        Fault{"its level does not have", [](StoreIndex& index) { index.cells[2].code = 8; }},
+        Fault{"its level does not have", [](StoreIndex& index) { index.cells[0].code = 1; }},
+        Fault{"deeper than", [](StoreIndex& index) { index.cells[4].level = 22; }},
+        Fault{"deeper than", [](StoreIndex& index) { index.cells[4].level = 255; }},
+        Fault{"02-0000000000000038 has no parent",
+              [](StoreIndex& index) {
+                  index.cells[2].code = 6;
+                  index.cells[4].code = 0x38;
+              }},
+        Fault{"03-0000000000000039 has no parent", [](StoreIndex& index) { index.cells[4].level = 3; }}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Segments, FaultyIndex,
+    testing::Values(
+        Fault{"has no segments", [](StoreIndex& index) { index.cells[1].segments.clear(); }},
+        Fault{"outside the 14 points", [](StoreIndex& index) { index.cells[0].segments[1].count = 2; }},
+        Fault{"outside the 14 points", [](StoreIndex& index) { index.cells[0].segments[1].first = -1; }},
+        Fault{"outside the 14 points", [](StoreIndex& index) { index.cells[1].segments[0].count = 0; }},
+        Fault{"outside the 14 points", [](StoreIndex& index) { index.cells[1].segments[0].count = -2; }},
+        Fault{"outside the 14 points",
+              [](StoreIndex& index) {
+                  index.cells[1].segments[0] = {kInt64Max, kInt64Max};
+              }},
+        Fault{"outside the 14 points",
+              [](StoreIndex& index) {
+                  index.cells[1].segments[0] = {kInt64Max, 1};
+              }},
+        Fault{"both have point 4",
+              [](StoreIndex& index) {
+                  index.cells[2].segments[0] = {4, 4};
+              }},
+        Fault{"points 3 to 3 belong to no cell",
+              [](StoreIndex& index) {
+                  index.cells[1].segments[0] = {4, 1};
+              }},
+        Fault{"points 13 to 13 belong to no cell",
+              [](StoreIndex& index) { index.cells[0].segments.pop_back(); }}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Numbers, FaultyIndex,
+    testing::Values(
+        Fault{"not a finite box", [](StoreIndex& index) { index.cubeSize = 0; }},
+        Fault{"not a finite box", [](StoreIndex& index) { index.cubeSize = kNan; }},
+        Fault{"not a finite box", [](StoreIndex& index) { index.cubeMin[1] = -INFINITY; }},
+        Fault{"not a finite box", [](StoreIndex& index) { index.cubeMin[2] = index.cubeSize = 1.7e308; }},
+        Fault{"grid size 0", [](StoreIndex& index) { index.gridSize = 0; }},
+        Fault{"range of elevation", [](StoreIndex& index) { index.statistics.elevation.low = kNan; }},
+        Fault{"range of GPS time",
+              [](StoreIndex& index) {
+                  index.statistics.gpsTime = {0, 1, 3, 2};
+              }},
+        Fault{"counts by class", [](StoreIndex& index) { ++index.statistics.pointsByClass[200]; }},
+        Fault{"counts by return",
+              [](StoreIndex& index) {
+                  index.statistics.pointsByReturn[3] =
+                      ~uint64_t(0); // with the next, the sum wraps to the same
+                  index.statistics.pointsByReturn[4] = 1;
+              }},
+        Fault{"source ids", [](StoreIndex& index) {
+                  index.statistics.pointSources = {3, 3};
+              }}));
+
+TEST(StoreIndex, IsRefusedWhenItHoldsMorePointsThanOneDrawCallTakes)
+{
+    StoreIndex index;
+    index.cubeSize = 1;
+    const int64_t count = kMaxCellPoints + 1;
+    index.cells = {{0, 0, {{0, count}}}};
+    const auto points = static_cast<uint64_t>(count);
+    StoreStatistics& statistics = index.statistics;
+    statistics.pointsByClass[0] = statistics.pointsByReturn[0] = statistics.pointsByNumberOfReturns[0] =
+        points;
+    StoreIndex decoded;
+    const Status status = decode(encodeIndex(index), points, decoded);
+    EXPECT_NE(status.message().find("more points than can be drawn"), std::string::npos) << status.message();
+}
+
+TEST(StoreIndex, IsRefusedWhenAnyOfItsBytesIsMissingOrTooMuch)
+{
+    std::vector<uint8_t> bytes = encodeIndex(smallStore().index);
+    StoreIndex decoded;
+    for (size_t length = 0; length < bytes.size(); ++length)
+        ASSERT_FALSE(decodeIndex(bytes.data(), length, 14, decoded)) << length;
+    bytes.push_back(0);
+    EXPECT_FALSE(decode(bytes, 14, decoded));
+}
+
+TEST(StoreIndex, NamesAnotherFormatVersion)
+{
+    std::vector<uint8_t> bytes = encodeIndex(smallStore().index);
+    bytes[8] = 2;
+    StoreIndex decoded;
+    EXPECT_NE(decode(bytes, 14, decoded).message().find("format version 2"), std::string::npos);
+}
+
+TEST(DerivedCells, HaveSizeCentreParentAndChildrenByMortonCode)
+{
+    const std::vector<CellWithSegment> cells = deriveCells(smallStore().index);
+    ASSERT_EQ(cells.size(), 5u);
+
+    struct Expected
+    {
+        uint8_t level;
+        uint64_t code, parent;
+        float size;
+        double center[3];
+        uint32_t points;
+        const char* identifier;
+    };
+    const Expected expected[] = {
+        {0, 0, kNoCell, 16, {636000, 849000, 400}, 4, "0123456789abcdef-00-0000000000000000"},
+        {1, 0, 0, 8, {635996, 848996, 396}, 2, "0123456789abcdef-01-0000000000000000"},
+        {1, 7, 0, 8, {636004, 849004, 404}, 3, "0123456789abcdef-01-0000000000000007"},
+        {2, 4, 0, 4, {635994, 848994, 398}, 2, "0123456789abcdef-02-0000000000000004"},
+        {2, 57, 7, 4, {636006, 849002, 402}, 3, "0123456789abcdef-02-0000000000000039"},
+    };
+    for (size_t i = 0; i < cells.size(); ++i) {
+        SCOPED_TRACE(expected[i].identifier);
+        EXPECT_EQ(cells[i].level, expected[i].level);
+        EXPECT_EQ(uint64_t(cells[i].code), expected[i].code);
+        EXPECT_EQ(uint64_t(cells[i].parentCode), expected[i].parent);
+        for (size_t axis = 0; axis < 3; ++axis) {
+            EXPECT_EQ(float(cells[i].size[axis]), expected[i].size);
+            EXPECT_EQ(double(cells[i].center[axis]), expected[i].center[axis]);
+        }
+        EXPECT_EQ(cells[i].pointCount, expected[i].points);
+        EXPECT_STREQ(cells[i].identifier, expected[i].identifier);
+    }
+    const auto children = [&](size_t cell) {
+        std::vector<uint64_t> codes(8);
+        for (size_t octant = 0; octant < 8; ++octant)
+            codes[octant] = cells[cell].childCodes[octant];
+        return codes;
+    };
+    const uint64_t none = kNoCell;
+    EXPECT_EQ(children(0), (std::vector<uint64_t>{0, none, none, none, none, none, none, 7}));
+    EXPECT_EQ(children(1), (std::vector<uint64_t>{none, none, none, none, 4, none, none, none}));
+    EXPECT_EQ(children(2), (std::vector<uint64_t>{none, 57, none, none, none, none, none, none}));
+    EXPECT_EQ(children(4), std::vector<uint64_t>(8, none));
+    EXPECT_EQ(cells[0].segments.size(), 2u);
+}
+
+TEST(DerivedCells, OfTheDeepestLevelLieInTheCubesLastCorner)
+{
+    StoreIndex index;
+    index.cubeSize = 1 << 21;
+    std::vector<Segment> one{{0, 1}};
+    for (uint8_t level = 0; level <= kMaxLevel; ++level)
+        index.cells.push_back({level, (uint64_t(1) << (3 * level)) - 1, {{level, 1}}});
+    StoreStatistics& statistics = index.statistics;
+    statistics.pointsByClass[0] = statistics.pointsByReturn[0] = statistics.pointsByNumberOfReturns[0] = 22;
+
+    StoreIndex decoded;
+    const Status status = decode(encodeIndex(index), 22, decoded);
+    ASSERT_TRUE(status) << status.message();
+    const CellWithSegment deepest = deriveCells(decoded).back();
+    EXPECT_EQ(float(deepest.size[2]), 1.0f);
+    for (size_t axis = 0; axis < 3; ++axis)
+        EXPECT_EQ(double(deepest.center[axis]), (1 << 21) - 0.5);
+}
+
+TEST(DerivedCells, AreWantedAsLongAsTheirSpacingCoversAPixel)
+{
+    const double spacing = 0.25, height = 1080;
+    const double pixelAngle = 2 * std::tan(15 * 3.14159265358979 / 180) / height;
+    const double farthest = spacing / pixelAngle; // where the spacing covers one pixel
+    const auto isWanted = [&](double depth) {
+        const double scale = height / std::abs(std::tan(30 / 3.1415926) * depth);
+        return 2 * scale * resolutionLength(spacing) >= 1;
+    };
+    EXPECT_TRUE(isWanted(farthest * 0.9999));
+    EXPECT_FALSE(isWanted(farthest * 1.0001));
+
+    StoreIndex index = smallStore().index;
+    EXPECT_DOUBLE_EQ(deriveCells(index)[3].resolutionLength, resolutionLength(4.0 / 128));
+    index.gridSize = 32;
+    EXPECT_DOUBLE_EQ(deriveCells(index)[0].resolutionLength, resolutionLength(16.0 / 32));
+}

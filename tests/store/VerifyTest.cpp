@@ -1,0 +1,185 @@
+#include <VelBrx/Verify.h>
+
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestStore.h"
+
+#include "store/ByteIo.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+
+using namespace VelBrx;
+
+namespace {
+
+std::vector<std::string> problemsOf(const std::vector<uint8_t>& file)
+{
+    const TempFolder folder;
+    return verifyStore(folder.write("checked.brx", file));
+}
+
+TestPoint pointAt(int32_t x, int32_t y, int32_t z)
+{
+    TestPoint point;
+    point.x = x;
+    point.y = y;
+    point.z = z;
+    return point;
+}
+
+std::string joined(const std::vector<std::string>& lines)
+{
+    std::string text;
+    for (const std::string& line : lines)
+        text += line + '\n';
+    return text;
+}
+
+void expectProblem(const std::vector<std::string>& problems, const std::string& part)
+{
+    const auto names = [&](const std::string& line) { return line.find(part) != std::string::npos; };
+    EXPECT_TRUE(std::any_of(problems.begin(), problems.end(), names)) << part << "\nin:\n"
+                                                                      << joined(problems);
+}
+
+/// A fault in a store, and a part of the line that names it.
+struct Fault
+{
+    const char* line;
+    std::function<void(TestStore&)> plant;
+};
+
+void PrintTo(const Fault& fault, std::ostream* out)
+{
+    *out << fault.line;
+}
+
+class PlantedFault : public testing::TestWithParam<Fault>
+{
+};
+
+} // namespace
+
+TEST(Verify, FindsNoProblemInASoundStore)
+{
+    EXPECT_EQ(joined(problemsOf(smallStore().bytes())), "");
+
+    TestStore edited = smallStore(); // edits do not make a store unsound
+    edited.points[2].classCode = 99;
+    edited.points[3].flags |= 0x0F;
+    EXPECT_EQ(joined(problemsOf(edited.bytes())), "");
+
+    TestStore timeless = smallStore();
+    for (TestPoint& point : timeless.points)
+        point.gpsTime = std::numeric_limits<double>::quiet_NaN();
+    timeless.updateStatistics();
+    EXPECT_EQ(joined(problemsOf(timeless.bytes())), "");
+}
+
+TEST(Verify, TakesAPointOnTheFaceBetweenTwoCellsInEither)
+{
+    TestStore store = smallStore();
+    store.points[5].x = 0; // on the inner face of the cell at the positive corner
+    store.points[3].x = 0; // and of the one at the negative corner
+    store.points[4].x = 1; // one step over is within the rounding of faces
+    store.updateStatistics();
+    EXPECT_EQ(joined(problemsOf(store.bytes())), "");
+}
+
+TEST_P(PlantedFault, IsNamedAndAlone)
+{
+    TestStore store = smallStore();
+    GetParam().plant(store);
+    const std::vector<std::string> problems = problemsOf(store.bytes());
+    expectProblem(problems, GetParam().line);
+    EXPECT_EQ(problems.size(), 1u) << joined(problems);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Store, PlantedFault,
+    testing::Values(
+        // Points start at byte 461; the cell's third point is number 7.
+        Fault{"cell 01-0000000000000007: 1 of its points lie outside it, the first is point 7 at byte 713",
+              [](TestStore& store) { store.points[7].x = -2; }},
+        Fault{"cell 02-0000000000000039: 2 of its points lie outside it, the first is point 10",
+              [](TestStore& store) { store.points[10].y = store.points[12].z = 402; }},
+        Fault{"lowest intensity", [](TestStore& store) { store.index.statistics.intensity.min = 0; }},
+        Fault{"latest GPS time", [](TestStore& store) { store.points[6].gpsTime = 2e8; }},
+        Fault{"largest colour value", [](TestStore& store) { store.index.statistics.maxColor = 3; }},
+        Fault{"source id 44 is in the index and in no point",
+              [](TestStore& store) { store.index.statistics.pointSources.push_back(44); }},
+        Fault{"source id 8 is in the points and not in the index",
+              [](TestStore& store) {
+                  store.index.statistics.pointSources = {7, 9};
+              }},
+        Fault{"highest elevation", [](TestStore& store) { store.index.statistics.elevation.max = 410; }},
+        Fault{"do not add up", [](TestStore& store) { ++store.index.statistics.pointsByClass[1]; }}));
+
+TEST(Verify, NamesAHeaderThatDoesNotFitThePoints)
+{
+    TestStore store = smallStore();
+    std::vector<uint8_t> file = store.bytes();
+    storeLe(file.data() + 179, 636009.0);            // largest x
+    storeLe<uint64_t>(file.data() + 255 + 8 * 4, 1); // points with return 5
+    fitChecksums(file, store);
+    const std::vector<std::string> problems = problemsOf(file);
+    expectProblem(problems, "the LAS header's largest x is 636009");
+    expectProblem(problems, "number of points with return 5 is 1, of the points it is 0");
+    EXPECT_EQ(problems.size(), 2u) << joined(problems);
+}
+
+TEST(Verify, NamesEveryProblemOfAStoreWithSeveral)
+{
+    TestStore store = smallStore();
+    store.points[7].x = -2;                    // outside its cell
+    store.index.cells[3].segments[0] = {7, 3}; // overlaps cell 1-7
+    store.index.cells[4].level = 3;            // parent missing
+    store.index.statistics.gpsTime = {2, 1, 1, 1};
+    std::vector<uint8_t> file = store.bytes();
+    file[26] ^= 1; // system identifier
+    const std::vector<std::string> problems = problemsOf(file);
+    expectProblem(problems, "LAS header and VLRs, were changed");
+    expectProblem(problems, "03-0000000000000039 has no parent");
+    expectProblem(problems, "both have point 7");
+    expectProblem(problems, "range of GPS time");
+    expectProblem(problems, "the first is point 7 at byte");
+}
+
+TEST(Verify, NamesAtMostAHundredOfAKindAndCountsTheRest)
+{
+    TestStore store = smallStore();
+    for (uint64_t i = 0; i < 150; ++i)
+        store.index.cells.push_back({3, 0x100 + i, {{0, 1}}}); // under parents that do not exist
+    const std::vector<std::string> problems = problemsOf(store.bytes());
+    const auto orphans = std::count_if(problems.begin(), problems.end(), [](const std::string& line) {
+        return line.find("has no parent") != std::string::npos;
+    });
+    EXPECT_EQ(orphans, 100);
+    expectProblem(problems, "cell without parent: 50 more");
+}
+
+TEST(Verify, ReadsStoresOfManyBlocksInParallel)
+{
+    TestStore store;
+    store.index.cubeSize = 1000;
+    std::vector<TestPoint> points(100000);
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i].x = points[i].y = points[i].z = static_cast<int>(i);
+    store.addCell(0, 0, points);
+    for (uint64_t octant = 0; octant < 8; ++octant) {
+        const auto at = [&](unsigned axis) { return 25000 + 50000 * static_cast<int>((octant >> axis) & 1); };
+        store.addCell(1, octant, std::vector<TestPoint>(20011, pointAt(at(0), at(1), at(2))));
+    }
+    store.updateStatistics();
+    EXPECT_EQ(joined(problemsOf(store.bytes())), "");
+
+    store.points[100000 + 20011 * 4].y = 75000;
+    store.points[100000 + 20011 * 5 - 1].y = 75000;
+    const std::vector<std::string> problems = problemsOf(store.bytes());
+    expectProblem(problems,
+                  "01-0000000000000004: 2 of its points lie outside it, the first is point 180044 ");
+    EXPECT_EQ(problems.size(), 1u) << joined(problems);
+}
