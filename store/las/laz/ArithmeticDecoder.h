@@ -1,0 +1,264 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace VelBrx::Laz {
+
+/// Adaptive probability of one binary decision. A default-constructed model is in its initial state.
+class BitModel
+{
+private:
+    friend class ArithmeticDecoder;
+
+    static constexpr uint32_t kScaleBits = 13;
+    static constexpr uint32_t kMaxTotal = 1u << kScaleBits;
+    static constexpr uint32_t kMaxCycle = 64;
+
+    void update()
+    {
+        _total += _cycle;
+        if (_total > kMaxTotal) {
+            _total = (_total + 1) >> 1;
+            _zeros = (_zeros + 1) >> 1;
+            if (_zeros == _total) ++_total;
+        }
+        _zeroProbability = (_zeros * ((1u << 31) / _total)) >> 18;
+        const uint32_t longer = (5 * _cycle) >> 2;
+        _cycle = longer < kMaxCycle ? longer : kMaxCycle;
+        _countdown = _cycle;
+    }
+
+    uint32_t _zeros = 1;
+    uint32_t _total = 2;
+    uint32_t _zeroProbability = 1u << (kScaleBits - 1);
+    uint32_t _cycle = 4;
+    uint32_t _countdown = 4;
+};
+
+/// Adaptive probabilities of the symbols 0 to N-1, N at most `kCapacity`. The initial state is assigned from
+/// `kFreshModel`, which costs a copy.
+template <unsigned kCapacity>
+class SymbolModel
+{
+public:
+    SymbolModel() = default; ///< unusable until a fresh model has been assigned
+
+    /// The initial state for `symbols` symbols.
+    static constexpr SymbolModel fresh(unsigned symbols)
+    {
+        SymbolModel model{Zeroed{}};
+        model._symbols = symbols;
+        for (unsigned k = 0; k < symbols; ++k)
+            model._count[k] = 1;
+        for (unsigned k = symbols; k < kPadded + 1; ++k)
+            model._low[k] = kNeverReached;
+        for (unsigned k = 0; k < kGroups; ++k)
+            model._groupLow[k] = kNeverReached;
+        model._cycle = symbols;
+        model.update();
+        model._cycle = model._countdown = (symbols + 6) >> 1;
+        return model;
+    }
+
+private:
+    friend class ArithmeticDecoder;
+
+    struct Zeroed
+    {
+    };
+    constexpr explicit SymbolModel(Zeroed)
+        : _low{}, _count{}, _groupLow{}, _total(0), _cycle(0), _countdown(0)
+    {
+    }
+
+    static constexpr unsigned kGroupSize = kCapacity > 256 ? 32 : 16;
+    static constexpr unsigned kPadded = (kCapacity + kGroupSize - 1) / kGroupSize * kGroupSize;
+    static constexpr unsigned kGroups = (kPadded / kGroupSize + 7) / 8 * 8;
+    static constexpr bool kGrouped = kCapacity > 64;
+    static constexpr uint16_t kNeverReached = 0xFFFF;
+    static constexpr uint32_t kScaleBits = 15;
+    static constexpr uint32_t kMaxTotal = 1u << kScaleBits;
+
+    /// How many of the `n` ascending values are at most `x`. Counting all of them needs no branch and fits
+    /// vector registers.
+    template <unsigned n>
+    static unsigned countAtMost(const uint16_t* values, uint16_t x)
+    {
+        uint16_t count = 0;
+        for (unsigned k = 0; k < n; ++k)
+            count = static_cast<uint16_t>(count + (values[k] <= x));
+        return count;
+    }
+
+    /// The symbol whose interval holds `x`, in units of 2^-15 of the whole.
+    unsigned find(uint16_t x) const
+    {
+        if constexpr (kGrouped) {
+            const unsigned group = (countAtMost<kGroups>(_groupLow, x) - 1) * kGroupSize;
+            return group + countAtMost<kGroupSize>(_low + group, x) - 1;
+        } else
+            return countAtMost<kPadded>(_low, x) - 1;
+    }
+
+    constexpr void halve()
+    {
+        _total = 0;
+        for (unsigned k = 0; k < _symbols; ++k) {
+            _count[k] = static_cast<uint16_t>((_count[k] + 1) >> 1);
+            _total += _count[k];
+        }
+    }
+
+    constexpr void update()
+    {
+        _total += _cycle;
+        if (_total > kMaxTotal) halve();
+        const uint32_t scale = (1u << 31) / _total;
+        uint32_t sum = 0;
+        for (unsigned k = 0; k < _symbols; ++k) {
+            _low[k] = static_cast<uint16_t>((scale * sum) >> 16);
+            sum += _count[k];
+        }
+        if constexpr (kGrouped)
+            for (unsigned k = 0; k * kGroupSize < _symbols; ++k)
+                _groupLow[k] = _low[k * kGroupSize];
+        const uint32_t longest = 8 * (_symbols + 6);
+        const uint32_t longer = (5 * _cycle) >> 2;
+        _cycle = longer < longest ? longer : longest;
+        _countdown = _cycle;
+    }
+
+    uint16_t _low[kPadded + 1]; ///< lower end of each symbol's interval, in units of 2^-15
+    uint16_t _count[kPadded];
+    uint16_t _groupLow[kGroups]; ///< every kGroupSize-th of `_low`
+    uint32_t _symbols = 0;
+    uint32_t _total;
+    uint32_t _cycle;
+    uint32_t _countdown;
+};
+
+template <unsigned kSymbols>
+inline constexpr SymbolModel<kSymbols> kFreshModel = SymbolModel<kSymbols>::fresh(kSymbols);
+
+/// Adaptive binary arithmetic decoder over bytes in memory. Reading behind the last byte gives zeros and
+/// makes `overrun()` true for good: whoever decodes a bounded number of values may check once at the end.
+/// `corrupt()` tells a value that no encoder writes.
+class ArithmeticDecoder
+{
+public:
+    /// Starts at `begin`; the bytes up to `end` must stay until the last value is decoded.
+    void start(const uint8_t* begin, const uint8_t* end)
+    {
+        _next = begin;
+        _end = end;
+        _overrun = _corrupt = false;
+        _length = 0xFFFFFFFFu;
+        _value = peek();
+        advance(4);
+    }
+
+    unsigned bit(BitModel& model)
+    {
+        const uint32_t split = model._zeroProbability * (_length >> BitModel::kScaleBits);
+        const unsigned result = _value >= split;
+        if (result) {
+            _value -= split;
+            _length -= split;
+        } else {
+            _length = split;
+            ++model._zeros;
+        }
+        renormalise();
+        if (--model._countdown == 0) model.update();
+        return result;
+    }
+
+    template <unsigned kCapacity>
+    unsigned symbol(SymbolModel<kCapacity>& model)
+    {
+        const uint32_t unit = _length >> SymbolModel<kCapacity>::kScaleBits;
+        const unsigned result = model.find(static_cast<uint16_t>(_value / unit));
+        const uint32_t low = model._low[result] * unit;
+        // The last symbol also gets what the division by 2^15 left over.
+        const uint32_t high = result + 1 == model._symbols ? _length : model._low[result + 1] * unit;
+        _value -= low;
+        _length = high - low;
+        renormalise();
+        ++model._count[result];
+        if (--model._countdown == 0) model.update();
+        return result;
+    }
+
+    /// `n` equally likely bits, 1 <= n <= 32.
+    uint32_t bits(unsigned n)
+    {
+        if (n <= 19) return shortBits(n);
+        const uint32_t lower = shortBits(16);
+        return shortBits(n - 16) << 16 | lower;
+    }
+
+    uint64_t bits64()
+    {
+        const uint64_t lower = bits(32);
+        return static_cast<uint64_t>(bits(32)) << 32 | lower;
+    }
+
+    bool overrun() const { return _overrun; }
+    bool corrupt() const { return _corrupt; }
+    /// The first byte that has not been read. At the end of a sound stream it is the stream's end.
+    const uint8_t* position() const { return _next; }
+
+private:
+    uint32_t shortBits(unsigned n)
+    {
+        _length >>= n;
+        const uint32_t result = _value / _length;
+        _value -= result * _length;
+        if (result >> n != 0) _corrupt = true;
+        renormalise();
+        return result & ((1u << n) - 1);
+    }
+
+    /// The next four bytes, the first the most significant.
+    uint32_t peek() const
+    {
+        uint8_t bytes[4] = {0, 0, 0, 0};
+        if (_end - _next >= 4)
+            std::memcpy(bytes, _next, 4);
+        else
+            for (ptrdiff_t k = 0; k < _end - _next; ++k)
+                bytes[k] = _next[k];
+        return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
+               static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
+    }
+
+    void advance(ptrdiff_t count)
+    {
+        _next += count;
+        if (_next > _end) {
+            _next = _end;
+            _overrun = true;
+        }
+    }
+
+    /// Takes whole bytes until the length has its highest byte again. The length is at least 32 before, since
+    /// every interval of a model is at least 2^-15 of a length of at least 2^24, and of `bits` 2^-19.
+    void renormalise()
+    {
+        const unsigned shift = static_cast<unsigned>(__builtin_clz(_length)) & 24u;
+        _length <<= shift;
+        _value = static_cast<uint32_t>(((static_cast<uint64_t>(_value) << 32 | peek()) << shift) >> 32);
+        advance(shift >> 3);
+    }
+
+    uint32_t _value = 0;
+    uint32_t _length = 0xFFFFFFFFu;
+    const uint8_t* _next = nullptr;
+    const uint8_t* _end = nullptr;
+    bool _overrun = false;
+    bool _corrupt = false;
+};
+
+} // namespace VelBrx::Laz

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "store/las/laz/ArithmeticDecoder.h"
+
+#include <array>
+
+namespace VelBrx::Laz {
+
+/// Decodes integers of `kBits` bits as corrections of a prediction: first the width of the correction under a
+/// model that the caller chooses, then its value under models that all share.
+template <unsigned kBits>
+class CorrectionDecoder
+{
+public:
+    using WidthModel = SymbolModel<kBits + 1>;
+
+    void reset()
+    {
+        _sign = BitModel();
+        _used = 0;
+    }
+
+    /// The value; of 8 and 16 bits the low bits count, the rest is zero.
+    uint32_t decode(ArithmeticDecoder& decoder, uint32_t prediction, WidthModel& widthModel)
+    {
+        _width = decoder.symbol(widthModel);
+        const uint32_t value = prediction + correction(decoder);
+        if constexpr (kBits == 32)
+            return value;
+        else
+            return value & ((1u << kBits) - 1);
+    }
+
+    /// Width of the last correction in bits, which others take as a context.
+    unsigned width() const { return _width; }
+
+private:
+    static constexpr unsigned kSymbolBits = 8; ///< of a correction under a model; the rest are raw
+    static constexpr unsigned kCorrections = kBits < 32 ? kBits : 31;
+
+    uint32_t correction(ArithmeticDecoder& decoder)
+    {
+        if (_width == 0) return decoder.bit(_sign);
+        if (_width == 32) return 1u << 31;
+        uint32_t value = decoder.symbol(correctionModel());
+        if (_width > kSymbolBits) {
+            const unsigned rawBits = _width - kSymbolBits;
+            value = value << rawBits | decoder.bits(rawBits);
+        }
+        // The width leaves out what fewer bits would hold: [-(2^w - 1), -2^(w-1)] and [2^(w-1) + 1, 2^w].
+        return value >= 1u << (_width - 1) ? value + 1 : value - ((1u << _width) - 1);
+    }
+
+    SymbolModel<256>& correctionModel()
+    {
+        SymbolModel<256>& model = _corrections[_width - 1];
+        const uint32_t mark = 1u << (_width - 1);
+        if (!(_used & mark)) {
+            _used |= mark;
+            model = kFreshCorrections[_width < kSymbolBits ? _width : kSymbolBits];
+        }
+        return model;
+    }
+
+    /// By width; the first is never used.
+    static constexpr std::array<SymbolModel<256>, kSymbolBits + 1> kFreshCorrections = {
+        SymbolModel<256>::fresh(2),  SymbolModel<256>::fresh(2),   SymbolModel<256>::fresh(4),
+        SymbolModel<256>::fresh(8),  SymbolModel<256>::fresh(16),  SymbolModel<256>::fresh(32),
+        SymbolModel<256>::fresh(64), SymbolModel<256>::fresh(128), SymbolModel<256>::fresh(256)};
+
+    BitModel _sign;
+    uint32_t _used = 0; ///< a bit for each of `_corrections` that has been set up in this chunk
+    unsigned _width = 0;
+    SymbolModel<256> _corrections[kCorrections];
+};
+
+/// Integers whose widths have one model for each context.
+template <unsigned kBits, unsigned kContexts>
+class IntegerDecoder
+{
+public:
+    void reset()
+    {
+        _widths.fill(kFreshModel<kBits + 1>);
+        _corrections.reset();
+    }
+
+    uint32_t decode(ArithmeticDecoder& decoder, uint32_t prediction, unsigned context = 0)
+    {
+        return _corrections.decode(decoder, prediction, _widths[context]);
+    }
+
+    unsigned width() const { return _corrections.width(); }
+
+private:
+    std::array<SymbolModel<kBits + 1>, kContexts> _widths;
+    CorrectionDecoder<kBits> _corrections;
+};
+
+} // namespace VelBrx::Laz
