@@ -44,8 +44,40 @@ public:
 
     static void singleColorShader(osg::Node* node, const osg::Vec4f& color);
 
+    /// Intensity, 0 to 1 for the stored 0 to 65535, through the gradient.
+    static void intensityShader(osg::Node* node, ColorWithRangeInfo& info);
+
     /// Global z through the gradient; `blendIntensity` darkens it by the points' intensity.
     static void elevationColorShader(osg::Node* node, ColorWithRangeInfo& info, bool blendIntensity);
+
+    /// \name Colour tables
+    /// An attribute of the point is the index into `colors`. Of a longer table the first 256 colours are
+    /// used; indices beyond a shorter one are black. A colour of alpha 0 hides its points.
+    /// @{
+    static void classificationColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors);
+
+    /// Ids above 255 have the last colour.
+    static void pointSourceIDColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors);
+
+    static void returnNumberColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors);
+    static void numbersReturnColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors);
+
+    /// The flight line is the point source id modulo 256, so that neighbouring lines differ whatever number a
+    /// survey begins to count from.
+    static void flightLineColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors);
+    /// @}
+
+    /// GPS time, as the store holds it, through the first 256 elements of the scale. Times outside the scale
+    /// are black; a scale of fewer than two elements is ignored. Times and scale are compared as floats,
+    /// which resolve 1/16 s in a GPS week and 32 s in adjusted standard time.
+    static void gpsTimeColorShader(osg::Node* node, ColorScale& scale);
+
+    /// \name Triangle meshes in the colours of a point cloud
+    /// Lit by the first fixed-function light. Class codes are an int attribute at location 13.
+    /// @{
+    static void elevationColorShaderWithLight(osg::Node* node, ColorWithRangeInfo& info);
+    static void classificationColorShaderWithLight(osg::Node* node, std::vector<osg::Vec4f>& colors);
+    /// @}
 
     /// Colour of selected points for mode functions called from now on.
     static void setSelectColor(const osg::Vec4f& color);

@@ -1,0 +1,116 @@
+#include "render/PointDefaults.h"
+
+#include "render/PointPrograms.h"
+
+#include <VelOsgDBBrx/ShaderHelper.h>
+
+#include <osg/Program>
+#include <osg/Uniform>
+
+#include <bitset>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#ifndef GL_VERTEX_PROGRAM_POINT_SIZE
+#define GL_VERTEX_PROGRAM_POINT_SIZE 0x8642
+#endif
+
+namespace {
+
+using UniformList = std::vector<osg::ref_ptr<osg::Uniform>>;
+
+osg::ref_ptr<osg::Uniform> identityTable()
+{
+    constexpr unsigned kLevels = 256;
+    osg::ref_ptr<osg::Uniform> table = new osg::Uniform(osg::Uniform::FLOAT, "BrightWithContrast", kLevels);
+    for (unsigned level = 0; level < kLevels; ++level)
+        table->setElement(level, static_cast<float>(level));
+    return table;
+}
+
+/// Programs are shared between clouds, and a program keeps the uniforms of the cloud drawn last: each uniform
+/// that some cloud may leave unset has to be here.
+const UniformList& defaultUniforms()
+{
+    static const UniformList uniforms = {
+        new osg::Uniform("pointSize", 1),
+        new osg::Uniform("selectColor", VelOsgDBBrx::ShaderHelper::getSelectColor()),
+        new osg::Uniform("cullColor", osg::Vec4f(1, 0, 0, 1)),
+        new osg::Uniform("activeCullModel", true),
+        new osg::Uniform("activeClip", false),
+        new osg::Uniform("activeNormal", false),
+        new osg::Uniform("activeDClipPlane", false),
+        new osg::Uniform("cloudPlaneNum", 0),
+        new osg::Uniform("isUseSectionPlane", false),
+        new osg::Uniform("sectionNum", 0),
+        new osg::Uniform("sectionOffset", osg::Vec4d()),
+        new osg::Uniform("activelineEnHancement", false),
+        new osg::Uniform("lineEnHancementColor", osg::Vec4f(1, 1, 0, 1)),
+        new osg::Uniform("lineEnHancementPointSize", 5),
+        new osg::Uniform("blendIntensity", false),
+        new osg::Uniform("intensityPair", osg::Vec2f(0, 1)),
+        new osg::Uniform("isUseBCTable", false),
+        new osg::Uniform("lpcID", 0u),
+        new osg::Uniform("rpcID", 0u),
+        identityTable(),
+    };
+    return uniforms;
+}
+
+/// One bit a default uniform, then these.
+constexpr size_t kMaxUniforms = 30;
+constexpr size_t kProgramBit = kMaxUniforms;
+constexpr size_t kPointSizeModeBit = kMaxUniforms + 1;
+using Given = std::bitset<kMaxUniforms + 2>;
+
+std::map<std::string, size_t> numberUniforms()
+{
+    std::map<std::string, size_t> bits;
+    for (size_t bit = 0; bit < defaultUniforms().size(); ++bit)
+        bits[defaultUniforms()[bit]->getName()] = bit;
+    return bits;
+}
+
+Given givenBy(const osgUtil::StateGraph& applied)
+{
+    static const std::map<std::string, size_t> uniformBits = numberUniforms();
+    Given given;
+    for (const osgUtil::StateGraph* graph = &applied; graph; graph = graph->_parent) {
+        const osg::StateSet* state = graph->getStateSet();
+        if (!state) continue;
+        for (const auto& entry : state->getUniformList()) {
+            const auto bit = uniformBits.find(entry.first);
+            if (bit != uniformBits.end()) given.set(bit->second);
+        }
+        if (state->getAttribute(osg::StateAttribute::PROGRAM)) given.set(kProgramBit);
+        if (state->getMode(GL_VERTEX_PROGRAM_POINT_SIZE) != osg::StateAttribute::INHERIT)
+            given.set(kPointSizeModeBit);
+    }
+    return given;
+}
+
+osg::ref_ptr<osg::StateSet> makeDefaultsBeside(const Given& given)
+{
+    osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
+    for (size_t bit = 0; bit < defaultUniforms().size(); ++bit) {
+        if (!given[bit]) state->addUniform(defaultUniforms()[bit]);
+    }
+    if (!given[kProgramBit]) state->setAttributeAndModes(pointProgram(PointProgram::Origin));
+    if (!given[kPointSizeModeBit]) state->setMode(GL_VERTEX_PROGRAM_POINT_SIZE, osg::StateAttribute::ON);
+    return state;
+}
+
+} // namespace
+
+const osg::StateSet* missingPointDefaults(const osgUtil::StateGraph& applied)
+{
+    static std::mutex mutex;
+    static std::map<unsigned long, osg::ref_ptr<osg::StateSet>> states; // guarded by mutex
+    const Given given = givenBy(applied);
+    const std::lock_guard<std::mutex> lock(mutex);
+    osg::ref_ptr<osg::StateSet>& state = states[given.to_ulong()];
+    if (!state) state = makeDefaultsBeside(given);
+    return state;
+}

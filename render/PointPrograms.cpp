@@ -1,0 +1,101 @@
+#include "render/PointPrograms.h"
+
+#include "render/ShaderText.h"
+
+#include <osg/Shader>
+
+#include <map>
+#include <mutex>
+
+namespace {
+
+osg::ref_ptr<osg::Shader> makeShader(osg::Shader::Type type, const std::string& name)
+{
+    osg::ref_ptr<osg::Shader> shader = new osg::Shader(type, shaderText(name));
+    shader->setName(name);
+    return shader;
+}
+
+osg::ref_ptr<osg::Program> makeProgram(const std::string& vertexShader, const std::string& fragmentShader)
+{
+    osg::ref_ptr<osg::Program> program = new osg::Program;
+    program->setName(vertexShader);
+    program->addShader(makeShader(osg::Shader::VERTEX, vertexShader));
+    program->addShader(makeShader(osg::Shader::FRAGMENT, fragmentShader));
+    return program;
+}
+
+osg::ref_ptr<osg::Program> makePointProgram(const std::string& vertexShader)
+{
+    osg::ref_ptr<osg::Program> program = makeProgram(vertexShader, "point.frag");
+    program->addBindFragDataLocation("fragColor", 0);
+    program->addBindFragDataLocation("pIntAttribute", 1);
+    program->addBindFragDataLocation("pFloatAttribute", 2);
+    program->addBindFragDataLocation("pFPositionAttribute", 3);
+    program->addBindFragDataLocation("pIPositionAttribute", 4);
+    return program;
+}
+
+osg::ref_ptr<osg::Program> makeLitProgram(const std::string& vertexShader)
+{
+    osg::ref_ptr<osg::Program> program = makeProgram(vertexShader, "lit.frag");
+    program->addShader(makeShader(osg::Shader::GEOMETRY, "lit.geom"));
+    program->setParameter(GL_GEOMETRY_VERTICES_OUT_EXT, 3);
+    program->setParameter(GL_GEOMETRY_INPUT_TYPE_EXT, GL_TRIANGLES);
+    program->setParameter(GL_GEOMETRY_OUTPUT_TYPE_EXT, GL_TRIANGLE_STRIP);
+    return program;
+}
+
+osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
+{
+    switch (program) {
+    case PointProgram::Origin:
+        return makePointProgram("origin.vert");
+    case PointProgram::Single:
+        return makePointProgram("single.vert");
+    case PointProgram::Intensity:
+        return makePointProgram("intensity.vert");
+    case PointProgram::Elevation:
+        return makePointProgram("elevation.vert");
+    case PointProgram::Classification:
+        return makePointProgram("classification.vert");
+    case PointProgram::PointSource:
+        return makePointProgram("point_source.vert");
+    case PointProgram::ReturnNumber:
+        return makePointProgram("return_number.vert");
+    case PointProgram::NumberOfReturns:
+        return makePointProgram("number_of_returns.vert");
+    case PointProgram::FlightLine:
+        return makePointProgram("flight_line.vert");
+    case PointProgram::GpsTime:
+        return makePointProgram("gps_time.vert");
+    case PointProgram::ElevationLit:
+        return makeLitProgram("elevation_lit.vert");
+    case PointProgram::ClassificationLit:
+        return makeLitProgram("classification_lit.vert");
+    }
+    return nullptr;
+}
+
+} // namespace
+
+osg::Program* pointProgram(PointProgram program)
+{
+    static std::mutex mutex;
+    static std::map<PointProgram, osg::ref_ptr<osg::Program>> programs; // guarded by mutex
+    const std::lock_guard<std::mutex> lock(mutex);
+    osg::ref_ptr<osg::Program>& made = programs[program];
+    if (!made) made = makeProgram(program);
+    return made;
+}
+
+osg::ref_ptr<osg::Program> makeEyeDomeProgram()
+{
+    osg::ref_ptr<osg::Program> program = makeProgram("edl.vert", "edl.frag");
+    program->addBindFragDataLocation("fragColor", 0);
+    program->addBindFragDataLocation("pAttribute", 1);
+    program->addBindFragDataLocation("pFloatAttribute", 2);
+    program->addBindFragDataLocation("pFPositionAttribute", 3);
+    program->addBindFragDataLocation("pIPositionAttribute", 4);
+    return program;
+}

@@ -1,0 +1,32 @@
+#version 430 compatibility
+// Draws the cloud once more, to shade what the first pass drew. Every pixel of the first pass has to be covered
+// again, so points are at least as large as there.
+#include "uniforms.glsl"
+#include "line.glsl"
+#include "pick_position.glsl"
+
+layout(location = 11) in float gpstime;
+
+uniform uint lpcID; // identifier of the point cloud, low and high half
+uniform uint rpcID;
+
+const float kLargestLinePointOfAMode = 10.0;
+
+flat out uint lpointCloudID;
+flat out uint rpointCloudID;
+flat out float ogpsTime;
+
+void main()
+{
+    gl_TexCoord[0] = gl_MultiTexCoord0;
+    gl_Position = ftransform();
+    lpointCloudID = lpcID;
+    rpointCloudID = rpcID;
+
+    dvec4 globalPosition = modelMatrix * dvec4(gl_Vertex);
+    gl_PointSize = float(pointSize);
+    if (isOnEnhancedLine(globalPosition.xy))
+        gl_PointSize = max(float(lineEnHancementPointSize), kLargestLinePointOfAMode);
+    ogpsTime = gpstime;
+    writePickPosition(globalPosition.xyz);
+}

@@ -1,0 +1,104 @@
+// The vertex stage of every point program. A colour mode includes this file, defines modeColor() after it,
+// and may define before it:
+//   SELECTS_BEFORE_BLENDING       the intensity blend and the brightness table also work on the selection colour
+//   SHOWS_PLAIN_COLOR             neither of the two is applied
+//   TABLE_OF_STORED_COLOR         the brightness table is looked up with the stored colour, not the blended one
+//   LINE_POINT_SIZE               size of the points of an enhanced line
+#include "attributes.glsl"
+#include "uniforms.glsl"
+#include "selection.glsl"
+#include "clipping.glsl"
+#include "line.glsl"
+#include "pick_position.glsl"
+
+#ifndef LINE_POINT_SIZE
+#define LINE_POINT_SIZE float(lineEnHancementPointSize)
+#endif
+
+out float cansee; // at least 1: drawn, 0: hidden
+out vec4 color;
+flat out float ogpsTime;
+
+vec4 modeColor(dvec4 globalPosition);
+
+void applySelection()
+{
+    if (!activeClip) return;
+    if (isSelect(gl_Vertex)) color = selectColor;
+    if (!isVisible(gl_Vertex)) cansee = 0.0;
+}
+
+float adjusted(float channel)
+{
+    return BrightWithContrast[clamp(int(channel * 255.0), 0, 255)] / 255.0;
+}
+
+void applyIntensityAndTable()
+{
+    if (blendIntensity) {
+        float percentage = (storedIntensity() - intensityPair.x) / intensityPair.y;
+        color = vec4(color.rgb * min(max(0.0, percentage), 1.0), 1.0);
+    }
+    if (isUseBCTable) {
+#ifdef TABLE_OF_STORED_COLOR
+        vec3 source = storedColor();
+#else
+        vec3 source = color.rgb;
+#endif
+        color.rgb = vec3(adjusted(source.r), adjusted(source.g), adjusted(source.b));
+    }
+}
+
+void applyClipping(dvec4 globalPosition)
+{
+    if (isUseSectionPlane && !isInClipPlane(globalPosition)) cansee = 0.0;
+    if (activeDClipPlane && !isInClipBox(globalPosition)) cansee = 0.0;
+    if (!isInCloudPlanes(globalPosition)) cansee = 0.0;
+    if (!isInFixedFunctionPlanes(gl_ModelViewMatrix * gl_Vertex)) cansee = 0.0;
+}
+
+// Keeps surfaces that are seen under a flat angle, at least 60 degrees off the view axis.
+void applyNormalFilter()
+{
+    if (!activeNormal) return;
+    vec3 viewNormal = gl_NormalMatrix * normal.xyz;
+    if (1.0 - abs(dot(vec3(0.0, 0.0, 1.0), viewNormal)) < 0.5) cansee = 0.0;
+}
+
+void applyCullFlag()
+{
+    if ((categoryWithColorR & kHiddenBits) == 0) return;
+    if (activeCullModel)
+        cansee = 0.0;
+    else
+        color = cullColor;
+}
+
+void main()
+{
+    gl_Position = ftransform();
+    dvec4 globalPosition = modelMatrix * dvec4(gl_Vertex);
+
+    cansee = 2.0;
+    color = modeColor(globalPosition);
+#ifdef SELECTS_BEFORE_BLENDING
+    applySelection();
+#endif
+#ifndef SHOWS_PLAIN_COLOR
+    applyIntensityAndTable();
+#endif
+#ifndef SELECTS_BEFORE_BLENDING
+    applySelection();
+#endif
+    applyClipping(globalPosition);
+    applyNormalFilter();
+    applyCullFlag();
+
+    ogpsTime = gpstime;
+    gl_PointSize = float(pointSize);
+    if (isOnEnhancedLine(globalPosition.xy)) {
+        gl_PointSize = LINE_POINT_SIZE;
+        color = lineEnHancementColor;
+    }
+    writePickPosition(globalPosition.xyz);
+}
