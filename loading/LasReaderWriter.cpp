@@ -1,6 +1,7 @@
 #include <VelOsgDBBrx/LasReaderWriter.h>
 
 #include "loading/CellData.h"
+#include "loading/CellGeometry.h"
 #include "loading/CellLeaf.h"
 #include "loading/ModelMatrix.h"
 
@@ -267,7 +268,7 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     points.pad(declared);
 
     static const osg::ref_ptr<ModelMatrix> modelMatrix = new ModelMatrix;
-    osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+    osg::ref_ptr<osg::Geometry> geometry = new CellGeometry;
     geometry->setUseVertexBufferObjects(true);
     geometry->setUseDisplayList(false);
     points.attachTo(*geometry);
