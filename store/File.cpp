@@ -36,9 +36,10 @@ File::File(const char* path) : _mapping(std::make_unique<Mapping>())
 {
     if (!path || !*path) return;
     Mapping& mapping = *_mapping;
-    mapping.descriptor = open(path, O_RDWR | O_CLOEXEC);
+    // Without O_NONBLOCK the open of a pipe would wait for the pipe's other end.
+    mapping.descriptor = open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK);
     mapping.writable = mapping.descriptor >= 0;
-    if (!mapping.writable) mapping.descriptor = open(path, O_RDONLY | O_CLOEXEC);
+    if (!mapping.writable) mapping.descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 
     struct stat status
     {

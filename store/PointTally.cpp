@@ -4,6 +4,7 @@
 #include "store/LasLayout.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace VelBrx {
 
@@ -42,10 +43,11 @@ void PointTally::add(const uint8_t* records, size_t count)
         const uint16_t intensity = loadLe<uint16_t>(records + kIntensity);
         lowIntensity = std::min(lowIntensity, intensity);
         highIntensity = std::max(highIntensity, intensity);
-        // Comparisons with NaN are false, so NaN never becomes a bound.
         const double time = loadLe<double>(records + kGpsTime);
-        lowTime = time < lowTime ? time : lowTime;
-        highTime = time > highTime ? time : highTime;
+        if (std::isfinite(time)) {
+            lowTime = std::min(lowTime, time);
+            highTime = std::max(highTime, time);
+        }
         for (const size_t color : {kRed, kGreen, kBlue})
             highColor = std::max(highColor, loadLe<uint16_t>(records + color));
         const int source = loadLe<uint16_t>(records + kPointSource);

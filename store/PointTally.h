@@ -32,7 +32,7 @@ struct PointTally
     uint64_t hidden = 0;
     uint16_t minIntensity = 0xFFFF;
     uint16_t maxIntensity = 0;
-    double minGpsTime = std::numeric_limits<double>::infinity(); ///< NaN times left out
+    double minGpsTime = std::numeric_limits<double>::infinity(); ///< of times that are finite
     double maxGpsTime = -std::numeric_limits<double>::infinity();
     uint16_t maxColor = 0;
     std::bitset<65536> sources; ///< point source ids that occur

@@ -20,7 +20,7 @@ struct StoreStatistics
 {
     AttributeRange elevation; ///< file units, offset included
     AttributeRange intensity; ///< 0 to 65535
-    AttributeRange gpsTime;   ///< as stored; NaN times left out
+    AttributeRange gpsTime;   ///< as stored, over the times that are finite; zeros where there is none
     uint16_t maxColor = 0;    ///< largest red, green or blue value; 0: the store has no colours
     std::array<uint64_t, 256> pointsByClass{};
     std::array<uint64_t, 16> pointsByReturn{};          ///< by return number, 0 included

@@ -75,6 +75,7 @@ TEST(Verify, FindsNoProblemInASoundStore)
     TestStore timeless = smallStore();
     for (TestPoint& point : timeless.points)
         point.gpsTime = std::numeric_limits<double>::quiet_NaN();
+    timeless.points[3].gpsTime = -std::numeric_limits<double>::infinity();
     timeless.updateStatistics();
     EXPECT_EQ(joined(problemsOf(timeless.bytes())), "");
 }

@@ -21,7 +21,7 @@ AttributeRange rangeOf(const std::vector<TestPoint>& points, ValueOf valueOf)
     AttributeRange range{INFINITY, -INFINITY, 0, 0};
     for (const TestPoint& point : points) {
         const double value = valueOf(point);
-        if (std::isnan(value)) continue;
+        if (!std::isfinite(value)) continue;
         range.min = std::min(range.min, value);
         range.max = std::max(range.max, value);
     }
