@@ -28,7 +28,7 @@ void runBuild(VelBrx::BuildOptions options, bool json)
     VelBrx::BuildReport report;
     const VelBrx::Status status = VelBrx::buildStore(options, report);
     progress.clear();
-    if (!status) throw CommandError(printable(status.message()));
+    if (!status) throw CommandError(status.message());
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     for (const std::string& note : report.notes)

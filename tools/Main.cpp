@@ -1,5 +1,7 @@
 #include "tools/Command.h"
 
+#include "tools/Text.h"
+
 #include <exception>
 #include <iostream>
 
@@ -7,6 +9,19 @@ namespace {
 
 constexpr int kFailed = 1;
 constexpr int kWrongUse = 2;
+
+/// Does what the command line says; the command's callback runs while it is parsed.
+void run(CLI::App& app, int argc, char** argv)
+{
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& end) {
+        if (end.get_exit_code() != 0) throw;
+        app.exit(end); // prints help or version
+    }
+    if (!std::cout.flush())
+        throw CommandError("standard output cannot be written; check the disk or the pipe");
+}
 
 } // namespace
 
@@ -19,16 +34,13 @@ int main(int argc, char** argv)
     addInfoCommand(app);
     addVerifyCommand(app);
     try {
-        app.parse(argc, argv);
-        std::cout.flush();
-        if (!std::cout) throw CommandError("standard output cannot be written; check the disk or the pipe");
+        run(app, argc, argv);
         return 0;
     } catch (const CLI::ParseError& wrong) {
-        if (wrong.get_exit_code() == 0) return app.exit(wrong); // --help and --version
-        std::cerr << "brx: " << wrong.what() << "; see 'brx --help'\n";
+        std::cerr << "brx: " << printable(wrong.what()) << "; see 'brx --help'\n";
         return kWrongUse;
     } catch (const std::exception& error) {
-        std::cerr << "brx: " << error.what() << '\n';
+        std::cerr << "brx: " << printable(error.what()) << '\n';
         return kFailed;
     }
 }

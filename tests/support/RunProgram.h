@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// What a program that has ended left behind.
+struct ProgramResult
+{
+    int exitStatus = -1; ///< -1: it could not be started, or a signal ended it
+    std::string out;     ///< what it wrote to standard output
+    std::string err;     ///< and to standard error
+};
+
+/// Runs a program and waits for its end. The first word is its path; no shell is between.
+ProgramResult runProgram(const std::vector<std::string>& words);

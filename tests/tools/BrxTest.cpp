@@ -1,0 +1,72 @@
+#include "tests/support/RunProgram.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace {
+
+ProgramResult brx(std::vector<std::string> words)
+{
+    words.insert(words.begin(), VELBRX_BRX);
+    return runProgram(words);
+}
+
+/// Checks for one line that starts as every message of brx does.
+void expectOneLine(const std::string& text)
+{
+    EXPECT_EQ(text.rfind("brx: ", 0), 0u) << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+}
+
+} // namespace
+
+TEST(Brx, TellsItsVersionAndItsCommandsOnStandardOutput)
+{
+    const ProgramResult version = brx({"--version"});
+    EXPECT_EQ(version.exitStatus, 0);
+    EXPECT_EQ(version.out, "brx " VELBRX_VERSION "\n");
+    EXPECT_EQ(version.err, "");
+
+    const ProgramResult help = brx({"--help"});
+    EXPECT_EQ(help.exitStatus, 0);
+    EXPECT_EQ(help.err, "");
+    for (const std::string command : {"build", "info", "verify"}) {
+        EXPECT_NE(help.out.find("\n  " + command + " "), std::string::npos) << command;
+        const ProgramResult own = brx({command, "--help"});
+        EXPECT_EQ(own.exitStatus, 0);
+        EXPECT_NE(own.out.find("--json"), std::string::npos) << command;
+        EXPECT_EQ(own.err, "");
+    }
+}
+
+TEST(Brx, EndsInOneLineWhenItIsCalledWrongly)
+{
+    const std::vector<std::vector<std::string>> calls = {
+        {}, {"frobnicate"}, {"--frobnicate"}, {"info"}, {"verify"}, {"info", "a.brx", "b.brx"}, {"build"}};
+    for (const auto& call : calls) {
+        const ProgramResult result = brx(call);
+        EXPECT_EQ(result.exitStatus, 2);
+        EXPECT_EQ(result.out, "");
+        expectOneLine(result.err);
+    }
+}
+
+TEST(Brx, EndsInOneLineThatNamesTheFileWhenItCannotBeRead)
+{
+    for (const std::string command : {"info", "verify"}) {
+        const ProgramResult result = brx({command, "/nonexistent/cloud.brx"});
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(result.out, "");
+        expectOneLine(result.err);
+        EXPECT_NE(result.err.find("/nonexistent/cloud.brx: cannot be opened"), std::string::npos);
+    }
+}
+
+TEST(Brx, FailsWhenItsOutputCannotBeWritten)
+{
+    const ProgramResult result =
+        runProgram({"/bin/sh", "-c", VELBRX_BRX " --help > /dev/full; echo status $?"});
+    EXPECT_EQ(result.out, "status 1\n");
+    expectOneLine(result.err);
+}
