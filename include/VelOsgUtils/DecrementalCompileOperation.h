@@ -7,8 +7,11 @@
 #include <osg/observer_ptr>
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
+#include <map>
 #include <mutex>
+#include <utility>
 
 namespace VelOsgUtils {
 
@@ -16,8 +19,8 @@ namespace VelOsgUtils {
 /// (`osgViewer::ViewerBase::addUpdateOperation`): removals happen in the update traversal, never on a draw or
 /// worker thread, a bounded number a frame so that no frame is spoilt.
 ///
-/// Threads: `add`, `withdraw` and `pending` from any thread; `operator()` on the thread of the update
-/// traversal.
+/// Threads: `add`, `withdraw` and the queries from any thread; `operator()` and `finish` on the thread of the
+/// update traversal.
 class VEL_OSG_UTILS_EXPORT DecrementalCompileOperation : public osg::Operation
 {
 public:
@@ -25,36 +28,52 @@ public:
 
     /// Queues the removal of `node` from `group`. A null group only releases the node, at the same pace and
     /// place; a null node is ignored. The node is held until it has been removed, the group is not held at
-    /// all.
+    /// all. A removal that is queued already moves to the end of the queue.
     void add(osg::Group* group, osg::Node* node);
 
-    /// Takes back the pending removals of `node`. True when there was one: the node is then still where it
-    /// was.
-    bool withdraw(osg::Node* node);
+    /// Takes back the pending removal of `node` from `group`. True when there was one: the node is then where
+    /// it was. False means that there was none or that it is being done now; whatever adds the node to the
+    /// group in the update traversal comes after it.
+    bool withdraw(osg::Group* group, osg::Node* node);
 
-    /// Number of removals not yet done.
+    /// Number of removals not yet begun.
     size_t pending() const;
 
     /// Largest number of removals in one frame, 256 at first. 0 counts as 1.
     void setMaximumPerFrame(size_t count);
     size_t getMaximumPerFrame() const;
 
-    /// Does the removals of one frame.
+    /// Time after which a frame begins no further removal, in seconds; 0.002 at first.
+    void setMaximumTimePerFrame(double seconds);
+    double getMaximumTimePerFrame() const;
+
+    /// Does the removals of one frame, at least one.
     void operator()(osg::Object* viewer) override;
+
+    /// Does every pending removal.
+    void finish();
 
 protected:
     ~DecrementalCompileOperation() override;
 
 private:
+    using Key = std::pair<const osg::Group*, const osg::Node*>;
     struct Removal
     {
+        Key key;
+        uint64_t ticket; ///< the removal counts only while `_tickets` holds this under its key
         osg::observer_ptr<osg::Group> group;
         osg::ref_ptr<osg::Node> node;
     };
 
-    mutable std::mutex _mutex;     ///< guards the members below
-    std::deque<Removal> _removals; ///< in the order of the calls to add
+    bool removeNext();
+
+    mutable std::mutex _mutex;        ///< guards the members below
+    std::deque<Removal> _queue;       ///< in the order of the calls to add, withdrawn ones included
+    std::map<Key, uint64_t> _tickets; ///< the pending removals
+    uint64_t _lastTicket = 0;
     size_t _maximumPerFrame = 256;
+    double _maximumTimePerFrame = 0.002;
 };
 
 } // namespace VelOsgUtils

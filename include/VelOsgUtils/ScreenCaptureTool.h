@@ -2,6 +2,7 @@
 
 #include <VelOsgUtils/Export.h>
 
+#include <osg/Camera>
 #include <osg/GraphicsContext>
 #include <osg/Matrixd>
 #include <osg/OperationThread>
@@ -22,7 +23,7 @@ public:
 
     const osg::Matrixd& getViewMatrix() const;
     const osg::Matrixd& getProjectionMatrix() const;
-    const osg::Viewport* getViewPort() const;
+    const osg::Viewport* getViewPort() const; ///< never null
 
     /// Takes the camera over. Locks by itself.
     void store(const osg::Matrixd& view, const osg::Matrixd& projection, const osg::Viewport& viewport);
@@ -37,11 +38,16 @@ private:
     osg::ref_ptr<osg::Viewport> _viewport = new osg::Viewport(0, 0, 0, 0);
 };
 
-/// Watches one graphics context and keeps the main camera that it last rendered: the first camera of the
-/// context that draws to the window itself, pre- and post-render cameras left aside.
+/// Watches one graphics context and keeps the main camera that it last rendered. The main camera is the
+/// master camera of a view when that draws in the context, whatever it draws to; else the first of the
+/// context's cameras that belongs to a view and is no pre-render camera. Cameras inside the scene and
+/// cameras without a view (head-up displays, statistics) are never taken.
 ///
-/// It is an update operation of the viewer that owns the context: it runs in the update traversal, where
-/// cameras rest. Any thread may call `getFrameBuffer`.
+/// The camera is taken by a cull callback on it: cameras rest during the cull traversal in every threading
+/// model, and no frame is missed. As an update operation of the viewer this tool only sees to it that the
+/// callback sits on the right camera, so that cameras may be set, replaced or given callbacks at any time.
+///
+/// Threads: `getFrameBuffer` from any thread; the rest on the thread of the update traversal.
 class VEL_OSG_UTILS_EXPORT ScreenCaptureTool : public osg::Operation
 {
 public:
@@ -51,7 +57,11 @@ public:
     /// Never null; lives as long as this object.
     FrameBuffer* getFrameBuffer();
 
+    /// Watches the main camera as it is now.
     void operator()(osg::Object* viewer) override;
+
+    /// Takes the callback off the camera.
+    void detach();
 
 protected:
     ~ScreenCaptureTool() override;
@@ -59,6 +69,8 @@ protected:
 private:
     osg::observer_ptr<osg::GraphicsContext> _context;
     osg::ref_ptr<FrameBuffer> _frameBuffer;
+    osg::ref_ptr<osg::Callback> _callback;
+    osg::observer_ptr<osg::Camera> _camera; ///< the one that carries the callback
 };
 
 } // namespace VelOsgUtils

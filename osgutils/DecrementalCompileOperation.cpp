@@ -1,0 +1,97 @@
+#include <VelOsgUtils/DecrementalCompileOperation.h>
+
+#include <osg/Timer>
+
+#include <algorithm>
+
+namespace VelOsgUtils {
+
+DecrementalCompileOperation::DecrementalCompileOperation()
+    : osg::Operation("DecrementalCompileOperation", true)
+{
+}
+
+DecrementalCompileOperation::~DecrementalCompileOperation() = default;
+
+void DecrementalCompileOperation::add(osg::Group* group, osg::Node* node)
+{
+    if (!node) return;
+    std::lock_guard<std::mutex> lock(_mutex);
+    const Key key(group, node);
+    _tickets[key] = ++_lastTicket;
+    _queue.push_back({key, _lastTicket, group, node});
+}
+
+bool DecrementalCompileOperation::withdraw(osg::Group* group, osg::Node* node)
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _tickets.erase(Key(group, node)) > 0;
+}
+
+size_t DecrementalCompileOperation::pending() const
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _tickets.size();
+}
+
+void DecrementalCompileOperation::setMaximumPerFrame(size_t count)
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    _maximumPerFrame = std::max<size_t>(count, 1);
+}
+
+size_t DecrementalCompileOperation::getMaximumPerFrame() const
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _maximumPerFrame;
+}
+
+void DecrementalCompileOperation::setMaximumTimePerFrame(double seconds)
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    _maximumTimePerFrame = seconds;
+}
+
+double DecrementalCompileOperation::getMaximumTimePerFrame() const
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _maximumTimePerFrame;
+}
+
+void DecrementalCompileOperation::operator()(osg::Object*)
+{
+    const osg::ElapsedTime timer;
+    const size_t maximumCount = getMaximumPerFrame();
+    const double maximumTime = getMaximumTimePerFrame();
+    for (size_t count = 0; count < maximumCount && removeNext(); ++count) {
+        if (timer.elapsedTime() >= maximumTime) return;
+    }
+}
+
+void DecrementalCompileOperation::finish()
+{
+    while (removeNext()) {
+    }
+}
+
+/// False when no removal is pending. The scene is changed, and references are dropped, outside the lock.
+bool DecrementalCompileOperation::removeNext()
+{
+    for (;;) {
+        Removal removal;
+        {
+            std::lock_guard<std::mutex> lock(_mutex);
+            if (_queue.empty()) return false;
+            removal = std::move(_queue.front());
+            _queue.pop_front();
+            const auto ticket = _tickets.find(removal.key);
+            if (ticket == _tickets.end() || ticket->second != removal.ticket) continue;
+            _tickets.erase(ticket);
+        }
+        osg::ref_ptr<osg::Group> group;
+        if (removal.group.lock(group)) group->removeChild(removal.node);
+        return true;
+    }
+}
+
+} // namespace VelOsgUtils
