@@ -7,6 +7,7 @@
 #include <osg/Referenced>
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
+#include <osgUtil/IncrementalCompileOperation>
 
 #include <cstdint>
 #include <string>
@@ -16,8 +17,8 @@
 /// are weak.
 ///
 /// Threads: the record and the links are constant once the store is loaded. The loaded state (`node`,
-/// `group`, `state`) belongs to the level-of-detail pass of the context that the octree is registered with;
-/// others lock the octree's point file before they read it.
+/// `group`, `compileSet`, `state`) belongs to the level-of-detail pass of the context that the octree is
+/// registered with; others lock the octree's point file before they read it.
 class CellData : public osg::Referenced
 {
 public:
@@ -33,6 +34,10 @@ public:
     std::vector<osg::ref_ptr<CellData>> children; ///< in octant order, missing octants left out
     osg::observer_ptr<CellData> parent;
     osg::observer_ptr<OctreeInfo> octree;
+
+    /// The compile set that brings `node` into the scene; null once it is merged. A leaf shared by two
+    /// octrees of the same store has one for each, so the leaf's own reference is not enough.
+    osg::observer_ptr<osgUtil::IncrementalCompileOperation::CompileSet> compileSet;
 
 protected:
     ~CellData() override;

@@ -1,4 +1,5 @@
 #include "loading/CellData.h"
+#include "loading/CellTable.h"
 
 OctreeInfo::OctreeInfo() = default;
 
