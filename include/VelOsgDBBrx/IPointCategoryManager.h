@@ -2,19 +2,48 @@
 
 #include <VelOsgDBBrx/Export.h>
 
+#include <osg/OperationThread>
 #include <osg/Referenced>
+#include <osg/Vec4d>
+
+#include <vector>
 
 namespace VelOsgDBBrx {
 
-/// Applies classification commands to the point clouds of one graphics context on a thread of its own.
-/// Any thread may call it.
+struct CategoryCmdInner;
+
+/// Applies classification commands to the point clouds of one graphics context, on a thread of its own.
+///
+/// Threads: any thread may call any operation, but for the operation holder, which is stored without a lock.
 class VEL_OSGDB_BRX_EXPORT IPointCategoryManager : public osg::Referenced
 {
 public:
     virtual void addMember(osg::Referenced* member) = 0; ///< held from then on
     virtual void removeMember(osg::Referenced* member) = 0;
-    virtual void start() = 0;
-    virtual void stop() = 0; ///< returns after the thread has ended
+
+    virtual void start() = 0; ///< starts the thread
+    virtual void stop() = 0;  ///< returns after the thread has ended; start may follow
+
+    /// Replaces the operation that applies commands. It is run on the manager's thread with a `CategoryData`
+    /// as argument and no lock held. Without one, commands are dropped.
+    virtual void setOperation(osg::Operation* operation) = 0;
+
+    /// An object kept for the operation's owner. Held, not used.
+    virtual void setOperationHolder(osg::Referenced* holder) = 0;
+    virtual osg::Referenced* getOperationHolder() = 0;
+
+    /// Queues a command and wakes the thread; null is ignored.
+    virtual void pushCmd(CategoryCmdInner* command) = 0;
+
+    /// \name Queue an empty command of the kind
+    /// @{
+    virtual void pushKind1() = 0;
+    virtual void pushKind2() = 0;
+    virtual void pushKind3() = 0;
+    /// @}
+
+    /// Replaces the clip planes that commands are applied with from now on.
+    virtual void setClipPlanes(std::vector<osg::Vec4d>& planes) = 0;
 
 protected:
     ~IPointCategoryManager() override = default;

@@ -1,0 +1,161 @@
+#include "category/PointCategoryManager.h"
+
+#include <VelOsgUtils/ThreadCount.h>
+
+#include <OpenThreads/ScopedLock>
+
+using VelOsgDBBrx::CategoryCmdInner;
+using VelOsgDBBrx::CategoryData;
+
+namespace {
+
+using Lock = OpenThreads::ScopedLock<OpenThreads::Mutex>;
+
+} // namespace
+
+PointCategoryManager::~PointCategoryManager()
+{
+    _stopping = true;
+    release();
+    if (_worker.joinable()) _worker.join();
+}
+
+void PointCategoryManager::addMember(osg::Referenced* member)
+{
+    Lock lock(_membersMutex);
+    _members.insert(member);
+}
+
+void PointCategoryManager::removeMember(osg::Referenced* member)
+{
+    const osg::ref_ptr<osg::Referenced> held = member; // freed outside the lock
+    Lock lock(_membersMutex);
+    _members.erase(held);
+}
+
+void PointCategoryManager::start()
+{
+    std::lock_guard<std::mutex> lock(_threadMutex);
+    if (_worker.joinable()) return;
+    _stopping = false;
+    _worker = std::thread([this] { run(); });
+}
+
+void PointCategoryManager::stop()
+{
+    std::lock_guard<std::mutex> lock(_threadMutex);
+    _stopping = true;
+    if (!_worker.joinable()) return;
+    if (VelOsgUtils::ThreadCount::isProcessStopping()) {
+        ref(); // the worker may still use this object
+        _worker.detach();
+        return;
+    }
+    release();
+    _worker.join();
+}
+
+void PointCategoryManager::setOperation(osg::Operation* operation)
+{
+    osg::ref_ptr<osg::Operation> held = operation;
+    Lock lock(_membersMutex);
+    _operation.swap(held);
+}
+
+void PointCategoryManager::setOperationHolder(osg::Referenced* holder)
+{
+    _operationHolder = holder;
+}
+
+osg::Referenced* PointCategoryManager::getOperationHolder()
+{
+    return _operationHolder;
+}
+
+void PointCategoryManager::pushCmd(CategoryCmdInner* command)
+{
+    if (!command) return;
+    {
+        Lock lock(_queueMutex);
+        _queue.push_back(command);
+    }
+    release();
+}
+
+void PointCategoryManager::pushKind1()
+{
+    pushKind(1);
+}
+
+void PointCategoryManager::pushKind2()
+{
+    pushKind(2);
+}
+
+void PointCategoryManager::pushKind3()
+{
+    pushKind(3);
+}
+
+void PointCategoryManager::pushKind(int32_t kind)
+{
+    const osg::ref_ptr<CategoryCmdInner> command = new CategoryCmdInner;
+    command->kind = kind;
+    pushCmd(command);
+}
+
+void PointCategoryManager::setClipPlanes(std::vector<osg::Vec4d>& planes)
+{
+    Lock lock(_queueMutex);
+    _clipPlanes = planes;
+}
+
+void PointCategoryManager::release()
+{
+    Lock lock(_blockMutex);
+    if (_released) return;
+    _released = true;
+    _blockCondition.broadcast();
+}
+
+/// The mark is cleared before the snapshot is taken: a command that comes later sets it again.
+void PointCategoryManager::waitForRelease()
+{
+    Lock lock(_blockMutex);
+    while (!_released)
+        _blockCondition.wait(&_blockMutex);
+    _released = false;
+}
+
+void PointCategoryManager::run()
+{
+    const VelOsgUtils::ThreadCount::Scope scope;
+    while (!_stopping) {
+        waitForRelease();
+        if (_stopping) return;
+        const osg::ref_ptr<CategoryData> data = takeSnapshot();
+        if (data->commands.empty()) continue;
+        const osg::ref_ptr<osg::Operation> operation = currentOperation();
+        if (operation) (*operation)(data);
+    }
+}
+
+/// Takes the commands out of the queue.
+osg::ref_ptr<CategoryData> PointCategoryManager::takeSnapshot()
+{
+    osg::ref_ptr<CategoryData> data = new CategoryData;
+    {
+        Lock lock(_membersMutex);
+        data->members = _members;
+    }
+    Lock lock(_queueMutex);
+    data->clipPlanes = _clipPlanes;
+    data->commands.swap(_queue);
+    return data;
+}
+
+osg::ref_ptr<osg::Operation> PointCategoryManager::currentOperation()
+{
+    Lock lock(_membersMutex);
+    return _operation;
+}
