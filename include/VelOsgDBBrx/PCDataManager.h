@@ -51,6 +51,8 @@ private:
     PCDataManager();
     virtual ~PCDataManager();
 
+    void evict();
+
     VelOsgUtils::SpinLock _lock;
     std::map<std::string, osg::ref_ptr<osg::Node>> _nodes; ///< guarded by _lock
 

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <VelOsgDBBrx/Export.h>
+
+#include <osg/OperationThread>
+#include <osgUtil/IncrementalCompileOperation>
+
+#include <atomic>
+#include <memory>
+
+class LodPass;
+
+namespace VelOsgUtils {
+class DecrementalCompileOperation;
+}
+
+namespace VelOsgDBBrx {
+
+/// A level-of-detail pass: decides which cells of the octrees in a `FrameStamp` must be in memory, has the
+/// missing ones read and compiled, and the others taken out of the scene.
+///
+/// Threads: a load manager's thread runs it, one pass at a time; `setAbort` and `isAborted` from any thread.
+/// Copies share the compile operations and nothing else.
+class VEL_OSGDB_BRX_EXPORT PointCloudLodOperation : public virtual osg::Operation
+{
+public:
+    /// While raised, the pass that runs reads no further cells. The pass clears it at its end.
+    void setAbort(bool abort) { _abort = abort; }
+    bool isAborted() const { return _abort; }
+
+protected:
+    PointCloudLodOperation(osgUtil::IncrementalCompileOperation* incremental,
+                           VelOsgUtils::DecrementalCompileOperation* decremental);
+    PointCloudLodOperation(const PointCloudLodOperation& other);
+    PointCloudLodOperation& operator=(const PointCloudLodOperation& other);
+    ~PointCloudLodOperation() override;
+
+    std::unique_ptr<LodPass> _pass;
+    std::atomic<bool> _abort{false};
+};
+
+/// Camera-driven: a cell is wanted when it is inside the view frustum, its resolution length covers at least
+/// half a pixel, and it lies inside the filter-plane region if one is set. Whole levels are admitted in
+/// ascending order while the point budget lasts; a level that does not fit is left out, and deeper ones that
+/// fit still follow.
+///
+/// The size test is scale = viewport height / |tan(fovy / 3.1415926) * depth| with the field of view in
+/// degrees, and drops a cell when 2 * scale * resolution length < 1.
+class VEL_OSGDB_BRX_EXPORT DynPointCloudLod : public PointCloudLodOperation
+{
+public:
+    DynPointCloudLod(osgUtil::IncrementalCompileOperation* incremental,
+                     VelOsgUtils::DecrementalCompileOperation* decremental);
+
+    DynPointCloudLod(const DynPointCloudLod&) = default;
+    DynPointCloudLod& operator=(const DynPointCloudLod&) = default;
+
+    /// One pass; anything but a `FrameStamp` is ignored.
+    void operator()(osg::Object* frameStamp) override;
+
+protected:
+    ~DynPointCloudLod() override;
+};
+
+/// Camera-independent: the cells inside the filter-plane region are wanted, all of them, and no others.
+class VEL_OSGDB_BRX_EXPORT FixPointCloudLod : public PointCloudLodOperation
+{
+public:
+    FixPointCloudLod(osgUtil::IncrementalCompileOperation* incremental,
+                     VelOsgUtils::DecrementalCompileOperation* decremental);
+
+    FixPointCloudLod(const FixPointCloudLod&) = default;
+    FixPointCloudLod& operator=(const FixPointCloudLod&) = default;
+
+    /// One pass; anything but a `FrameStamp` is ignored.
+    void operator()(osg::Object* frameStamp) override;
+
+protected:
+    ~FixPointCloudLod() override;
+};
+
+} // namespace VelOsgDBBrx

@@ -1,0 +1,176 @@
+#include "lod/LodPass.h"
+
+#include "loading/CellData.h"
+#include "loading/CellLeaf.h"
+
+#include <VelOsgDBBrx/PCDataManager.h>
+#include <VelOsgUtils/ThreadCount.h>
+
+#include <OpenThreads/ScopedLock>
+
+#include <algorithm>
+#include <mutex>
+#include <new>
+
+using CompileSet = osgUtil::IncrementalCompileOperation::CompileSet;
+
+LodPass::LodPass(osgUtil::IncrementalCompileOperation* incremental,
+                 VelOsgUtils::DecrementalCompileOperation* decremental)
+    : _incremental(incremental), _decremental(decremental)
+{
+}
+
+LodPass::LodPass(const LodPass& other) : LodPass(other._incremental, other._decremental) {}
+
+LodPass& LodPass::operator=(const LodPass& other)
+{
+    clear();
+    _incremental = other._incremental;
+    _decremental = other._decremental;
+    return *this;
+}
+
+void LodPass::clear()
+{
+    for (size_t i = 0; i < _levelCount; ++i) {
+        _levels[i].loaded.clear();
+        _levels[i].missing.clear();
+        _levels[i].points = 0;
+    }
+    _levelCount = 0;
+    _removals.clear();
+    _loads.clear();
+}
+
+CellTable& LodPass::cellTable(OctreeInfo& octree)
+{
+    if (!octree.cellTable) octree.cellTable = new CellTable(octree);
+    return *octree.cellTable;
+}
+
+void LodPass::removeAll(OctreeInfo& octree)
+{
+    std::vector<CellTable::Cell>& cells = cellTable(octree).cells;
+    if (!cells.empty()) remove(cells.front());
+}
+
+void LodPass::remove(CellTable::Cell& cell)
+{
+    CellTable::Cell* const first = &cell;
+    for (uint32_t i = 0; i < first->subtreeSize; ++i)
+        if (first[i].loaded) _removals.push_back(first + i);
+}
+
+void LodPass::admitLevels(uint64_t maximumPoints)
+{
+    uint64_t accumulated = 0;
+    for (size_t i = 0; i < _levelCount; ++i) {
+        Level& level = _levels[i];
+        if (i > 0 && accumulated + level.points >= maximumPoints) {
+            _removals.insert(_removals.end(), level.loaded.begin(), level.loaded.end());
+            continue;
+        }
+        accumulated += level.points;
+        admit(level);
+    }
+}
+
+void LodPass::admitAllLevels()
+{
+    for (size_t i = 0; i < _levelCount; ++i)
+        admit(_levels[i]);
+}
+
+void LodPass::admit(Level& level)
+{
+    _loads.insert(_loads.end(), level.missing.begin(), level.missing.end());
+}
+
+void LodPass::unload()
+{
+    for (CellTable::Cell* cell : _removals)
+        unload(*cell);
+}
+
+void LodPass::unload(CellTable::Cell& cell)
+{
+    CellData& data = *cell.data;
+    cell.loaded = false;
+    if (!data.node) return;
+    withdrawCompileSet(data);
+    osg::ref_ptr<osg::Group> group;
+    data.group.lock(group);
+    if (_decremental) _decremental->add(group, data.node);
+    data.node = nullptr;
+}
+
+/// A set that the graphics thread is compiling at this moment is out of reach of the base's `remove` and
+/// would be merged all the same. Without an attachment point the merge passes it by; the merge reads that
+/// under the mutex taken here, so afterwards the leaf either is in the scene already or never gets there.
+void LodPass::withdrawCompileSet(CellData& data)
+{
+    osg::ref_ptr<CompileSet> compileSet;
+    data.compileSet.lock(compileSet);
+    data.compileSet = nullptr;
+    if (!compileSet || !_incremental) return;
+    {
+        OpenThreads::ScopedLock<OpenThreads::Mutex> lock(*_incremental->getCompiledMutex());
+        compileSet->_attachmentPoint = nullptr;
+    }
+    _incremental->remove(compileSet);
+    if (auto* leaf = dynamic_cast<CellLeaf*>(data.node.get())) {
+        std::lock_guard<VelOsgUtils::SpinLock> lock(leaf->lock);
+        if (leaf->compileSet == compileSet.get()) leaf->compileSet = nullptr;
+    }
+}
+
+bool LodPass::load(const std::atomic<bool>& abort)
+{
+    const auto count = static_cast<int64_t>(_loads.size());
+    if (count == 0) return true;
+    [[maybe_unused]] const int threads =
+        VelOsgUtils::ThreadCount::halfOfProcessors(static_cast<int>(std::min<int64_t>(count, 4096)));
+    std::atomic<bool> complete{true};
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (int64_t i = 0; i < count; ++i) {
+        if (abort)
+            complete = false;
+        else
+            load(*_loads[static_cast<size_t>(i)]);
+    }
+    return complete;
+}
+
+/// A cell that cannot be read now stays as it is; later passes try again.
+void LodPass::load(CellTable::Cell& cell)
+{
+    CellData& data = *cell.data;
+    osg::ref_ptr<osg::Node> node;
+    try {
+        node = VelOsgDBBrx::PCDataManager::getInstance()->acquireNodeOrCreate(&data);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+    if (!node || node == data.node) return;
+    if (data.node) unload(cell);
+    compile(data, *node);
+    cell.loaded = true;
+}
+
+void LodPass::compile(CellData& data, osg::Node& node)
+{
+    osg::ref_ptr<osg::Group> group;
+    data.group.lock(group);
+    // The leaf may be wanted again before its removal was done: it then stays, and the merge finds it there.
+    if (_decremental) _decremental->withdraw(group, &node);
+
+    osg::ref_ptr<CompileSet> compileSet = new CompileSet(group, &node);
+    data.node = &node;
+    data.compileSet = compileSet;
+    if (auto* leaf = dynamic_cast<CellLeaf*>(&node)) {
+        std::lock_guard<VelOsgUtils::SpinLock> lock(leaf->lock);
+        leaf->compileSet = compileSet;
+        leaf->cell = &data;
+    }
+    if (_incremental) _incremental->add(compileSet, true);
+}

@@ -1,0 +1,112 @@
+#include <VelOsgDBBrx/PCDataManager.h>
+
+#include "loading/CellData.h"
+
+#include <VelOsgDBBrx/LasReaderWriter.h>
+#include <VelOsgUtils/ThreadCount.h>
+
+#include <chrono>
+
+namespace VelOsgDBBrx {
+
+namespace {
+
+constexpr std::chrono::milliseconds kEvictionPeriod{60};
+
+using SpinLock = std::lock_guard<VelOsgUtils::SpinLock>;
+
+} // namespace
+
+PCDataManager* PCDataManager::getInstance()
+{
+    static PCDataManager manager;
+    return &manager;
+}
+
+PCDataManager::PCDataManager() : _evictionThread([this] { run(); }) {}
+
+PCDataManager::~PCDataManager()
+{
+    {
+        std::lock_guard<std::mutex> lock(_stopMutex);
+        _stopping = true;
+    }
+    _stopSignal.notify_all();
+    _evictionThread.join();
+}
+
+osg::Node* PCDataManager::getNodeOrCreate(osg::ref_ptr<CellData> cell)
+{
+    return acquireNodeOrCreate(std::move(cell)).get();
+}
+
+osg::ref_ptr<osg::Node> PCDataManager::acquireNodeOrCreate(osg::ref_ptr<CellData> cell)
+{
+    if (!cell) return nullptr;
+    if (osg::ref_ptr<osg::Node> cached = acquireNode(cell->identifier)) return cached;
+
+    // Read outside the lock. Another thread may store the same cell meanwhile; the first one wins.
+    osg::ref_ptr<osg::Node> read = LasReaderWriter::read(cell);
+    if (!read) return nullptr;
+    SpinLock lock(_lock);
+    return _nodes.emplace(cell->identifier, read).first->second;
+}
+
+osg::Node* PCDataManager::getNode(std::string key)
+{
+    return acquireNode(key).get();
+}
+
+osg::ref_ptr<osg::Node> PCDataManager::acquireNode(const std::string& key)
+{
+    SpinLock lock(_lock);
+    const auto found = _nodes.find(key);
+    return found == _nodes.end() ? nullptr : found->second;
+}
+
+void PCDataManager::remove(std::string key)
+{
+    osg::ref_ptr<osg::Node> removed; // dropped outside the lock
+    SpinLock lock(_lock);
+    const auto found = _nodes.find(key);
+    if (found == _nodes.end()) return;
+    removed.swap(found->second);
+    _nodes.erase(found);
+}
+
+void PCDataManager::registerNode(osg::Node* node, std::string key)
+{
+    if (!node) return;
+    const osg::ref_ptr<osg::Node> held = node;
+    SpinLock lock(_lock);
+    _nodes.emplace(std::move(key), held);
+}
+
+void PCDataManager::run()
+{
+    const VelOsgUtils::ThreadCount::Scope scope;
+    std::unique_lock<std::mutex> stop(_stopMutex);
+    while (!_stopSignal.wait_for(stop, kEvictionPeriod, [this] { return _stopping; })) {
+        stop.unlock();
+        evict();
+        stop.lock();
+    }
+}
+
+/// References are only ever taken under the lock, so a count of one seen under it cannot grow. Freeing a cell
+/// takes long and is left for after the lock.
+void PCDataManager::evict()
+{
+    std::vector<osg::ref_ptr<osg::Node>> evicted;
+    SpinLock lock(_lock);
+    for (auto entry = _nodes.begin(); entry != _nodes.end();) {
+        if (entry->second->referenceCount() == 1) {
+            evicted.push_back(std::move(entry->second));
+            entry = _nodes.erase(entry);
+        } else {
+            ++entry;
+        }
+    }
+}
+
+} // namespace VelOsgDBBrx

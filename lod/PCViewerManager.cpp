@@ -1,0 +1,51 @@
+#include <VelOsgDBBrx/PCViewerManager.h>
+
+#include <osgViewer/Viewer>
+
+#include <mutex>
+
+namespace VelOsgDBBrx {
+
+namespace {
+
+using SpinLock = std::lock_guard<VelOsgUtils::SpinLock>;
+
+} // namespace
+
+PCViewerManager* PCViewerManager::getInstance()
+{
+    static PCViewerManager manager;
+    return &manager;
+}
+
+bool PCViewerManager::registerViewer(osgViewer::Viewer* viewer, std::string name)
+{
+    SpinLock lock(_lock);
+    _viewers.emplace(std::move(name), viewer);
+    return true;
+}
+
+bool PCViewerManager::unRegisterViewer(std::string name)
+{
+    SpinLock lock(_lock);
+    _viewers.erase(name);
+    return true;
+}
+
+osgViewer::Viewer* PCViewerManager::getViewer(std::string name)
+{
+    SpinLock lock(_lock);
+    const auto found = _viewers.find(name);
+    return found == _viewers.end() ? nullptr : found->second;
+}
+
+bool PCViewerManager::requestRedraw(const std::string& name)
+{
+    SpinLock lock(_lock);
+    const auto found = _viewers.find(name);
+    if (found == _viewers.end() || !found->second) return false;
+    found->second->requestRedraw();
+    return true;
+}
+
+} // namespace VelOsgDBBrx

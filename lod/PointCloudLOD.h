@@ -1,0 +1,84 @@
+#pragma once
+
+#include "loading/CellLeaf.h"
+
+#include <VelOsgDBBrx/OctreeInfo.h>
+
+#include <osg/Group>
+#include <osg/observer_ptr>
+#include <osg/ref_ptr>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+
+namespace VelOsgDBBrx {
+class IPointLoadManager;
+class IPointCategoryManager;
+} // namespace VelOsgDBBrx
+
+/// The node of one octree: its children are the loaded cells' leaves. While the user interacts with the
+/// mouse, or while the viewer's user value "dilute" is true, only the coarse levels are drawn.
+///
+/// Threads: children change in the update traversal alone, through the compile operations. The cull traversal
+/// may run on several threads at once.
+class PointCloudLOD : public osg::Group
+{
+public:
+    /// What the mouse does, as last seen by the event traversal.
+    enum Mode : int
+    {
+        PRESSED = 0,
+        RELEASED = 1,
+        DRAGGING = 2,
+        SCROLLED = 3
+    };
+
+    using LeafMap = std::map<CellLeaf*, osg::ref_ptr<CellLeaf>>;
+    using LevelMap = std::map<int, LeafMap>;
+
+    /// Makes itself known to every cell of the octree.
+    explicit PointCloudLOD(OctreeInfo* octree);
+
+    const char* libraryName() const override { return "VelOsgDBBrx"; }
+    const char* className() const override { return "PointCloudLOD"; }
+
+    OctreeInfo* getOctree() const { return _octree; }
+    const LevelMap& getLeavesByLevel() const { return _leavesByLevel; }
+
+    void setMode(int mode) { _mode = mode; }
+    int getMode() const { return _mode; }
+
+    /// Only a `CellLeaf` that is not listed yet; else false, and nothing changes.
+    bool addChild(osg::Node* child) override;
+
+    /// Only a `CellLeaf` that is a child; else false.
+    bool removeChild(osg::Node* child) override;
+
+    void traverse(osg::NodeVisitor& visitor) override;
+
+    /// Of the whole file, loaded or not.
+    osg::BoundingSphere computeBound() const override;
+
+    /// Registers the octree with the managers of a context, unless a context has it already. The managers
+    /// forget it when this node dies. Any thread.
+    void registerOctree(VelOsgDBBrx::IPointLoadManager* loadManager,
+                        VelOsgDBBrx::IPointCategoryManager* categoryManager);
+
+    /// Asks the load manager that has the octree for a pass. Any thread.
+    void flush();
+
+protected:
+    ~PointCloudLOD() override;
+
+private:
+    void traverseThinned(osg::NodeVisitor& visitor, int moveLevel);
+
+    std::atomic<int> _mode{RELEASED};
+    osg::ref_ptr<OctreeInfo> _octree;
+    LevelMap _leavesByLevel; ///< every child, once
+
+    std::mutex _managerMutex; ///< guards the members below
+    osg::observer_ptr<VelOsgDBBrx::IPointLoadManager> _loadManager;
+    osg::observer_ptr<VelOsgDBBrx::IPointCategoryManager> _categoryManager;
+};

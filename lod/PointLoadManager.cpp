@@ -1,0 +1,340 @@
+#include "lod/PointLoadManager.h"
+
+#include "loading/CellData.h"
+#include "lod/LodPass.h"
+
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
+#include <VelOsgUtils/ThreadCount.h>
+
+using VelOsgDBBrx::PointCloudLodOperation;
+
+namespace {
+
+constexpr unsigned kPollMicroseconds = 1000;
+constexpr uint64_t kDefaultMaximumPoints = 100000000;
+constexpr uint64_t kDefaultMouseDiluteNum = 3000000;
+
+/// Pause before an incomplete pass is repeated: an edit may hold an octree for seconds, and a pass over the
+/// others must not run a thousand times a second meanwhile.
+constexpr std::chrono::milliseconds kRetryPause{20};
+
+/// Near and far plane are left out: OSG works them out anew in every frame from what is in view, passes do
+/// not use them, and a cell that is merged must not cause the next pass.
+bool showsTheSame(const osg::Matrixd& a, const osg::Matrixd& b)
+{
+    for (int row = 0; row < 4; ++row)
+        for (int column = 0; column < 4; ++column)
+            if (!(column == 2 && row >= 2) && a(row, column) != b(row, column)) return false;
+    return true;
+}
+
+} // namespace
+
+PointLoadManager::PointLoadManager()
+    : _mouseDiluteNum(kDefaultMouseDiluteNum), _maxNumOfPointCloud(kDefaultMaximumPoints)
+{
+}
+
+PointLoadManager::~PointLoadManager()
+{
+    stop();
+}
+
+void PointLoadManager::registerOctree(OctreeInfo* octree)
+{
+    queue(new RegisterOp(octree, this));
+}
+
+void PointLoadManager::unRegisterOctree(OctreeInfo* octree)
+{
+    queue(new UnRegisterOp(octree, this));
+}
+
+void PointLoadManager::setOctreeVisible(OctreeInfo* octree, bool visible)
+{
+    queue(new OctreeVisiableOp(octree, visible));
+}
+
+void PointLoadManager::start()
+{
+    std::lock_guard<std::mutex> lock(_threadMutex);
+    if (_started) return;
+    _done = false;
+    _started = OpenThreads::Thread::start() == 0;
+}
+
+void PointLoadManager::stop()
+{
+    std::lock_guard<std::mutex> lock(_threadMutex);
+    _done = true;
+    raiseAbort();
+    if (_started) join();
+    _started = false;
+}
+
+void PointLoadManager::setLodOperation(osg::Operation* operation)
+{
+    raiseAbort();
+    {
+        std::lock_guard<std::mutex> lock(_operationMutex);
+        _lodOperation = operation;
+    }
+    queue(new LodOperation);
+}
+
+osg::Operation* PointLoadManager::getLodOperation()
+{
+    std::lock_guard<std::mutex> lock(_operationMutex);
+    return _lodOperation;
+}
+
+void PointLoadManager::setIncrementalCompileOperation(VelOsgDBBrx::VelIncrementalCompileOperation* operation)
+{
+    _incremental = operation;
+}
+
+VelOsgDBBrx::VelIncrementalCompileOperation* PointLoadManager::getIncrementalCompileOperation()
+{
+    return _incremental;
+}
+
+void PointLoadManager::setDecrementalCompileOperation(VelOsgUtils::DecrementalCompileOperation* operation)
+{
+    _decremental = operation;
+}
+
+VelOsgUtils::DecrementalCompileOperation* PointLoadManager::getDecrementalCompileOperation()
+{
+    return _decremental;
+}
+
+void PointLoadManager::setScreenCaptureTool(VelOsgUtils::ScreenCaptureTool* tool)
+{
+    _capture = tool;
+}
+
+VelOsgUtils::ScreenCaptureTool* PointLoadManager::getScreenCaptureTool()
+{
+    return _capture;
+}
+
+void PointLoadManager::setMaxNumOfPointCloud(uint64_t points)
+{
+    queue(new MaxNumPointOp(points, this));
+}
+
+uint64_t& PointLoadManager::getMaxNumOfPointCloud()
+{
+    return _maxNumOfPointCloud;
+}
+
+void PointLoadManager::setMouseDiluteNum(uint64_t points)
+{
+    _mouseDiluteNum = points;
+}
+
+uint64_t PointLoadManager::getMouseDiluteNum()
+{
+    return _mouseDiluteNum;
+}
+
+void PointLoadManager::setFilterPlanes(std::vector<osg::Vec4d> planes, int planesPerGroup)
+{
+    queue(new FilterPlaneOp(std::move(planes), planesPerGroup, this));
+}
+
+void PointLoadManager::setState(int state)
+{
+    _state = state;
+    if (state == PAUSED) raiseAbort();
+}
+
+int PointLoadManager::getState()
+{
+    return _state;
+}
+
+void PointLoadManager::flush()
+{
+    queue(new FlushOp);
+}
+
+void PointLoadManager::queue(Operator* request)
+{
+    const osg::ref_ptr<Operator> held = request;
+    raiseAbort();
+    std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
+    _queue.push_back(held);
+}
+
+void PointLoadManager::raiseAbort()
+{
+    if (auto* operation = dynamic_cast<PointCloudLodOperation*>(lodOperation().get()))
+        operation->setAbort(true);
+}
+
+osg::ref_ptr<osg::Operation> PointLoadManager::lodOperation()
+{
+    std::lock_guard<std::mutex> lock(_operationMutex);
+    return _lodOperation;
+}
+
+void PointLoadManager::insertOctree(OctreeInfo* octree)
+{
+    _octrees.insert(octree);
+}
+
+void PointLoadManager::eraseOctree(OctreeInfo* octree)
+{
+    _octrees.erase(octree);
+    _erased.push_back(octree);
+}
+
+void PointLoadManager::applyFilterPlanes(std::vector<osg::Vec4d> planes, int planesPerGroup)
+{
+    _planes = std::move(planes);
+    _planesPerGroup = planesPerGroup;
+}
+
+void PointLoadManager::run()
+{
+    const VelOsgUtils::ThreadCount::Scope scope;
+    while (!_done) {
+        microSleep(kPollMicroseconds);
+        if (_state != PAUSED) runOnce();
+    }
+}
+
+void PointLoadManager::runOnce()
+{
+    const CameraState camera = captureCamera();
+    const osg::ref_ptr<osg::Operation> operation = lodOperation();
+    if (auto* lod = dynamic_cast<PointCloudLodOperation*>(operation.get())) lod->setAbort(false);
+    // A stop raised the flag just cleared: it set this one first.
+    if (_done) return;
+
+    std::vector<osg::ref_ptr<OctreeInfo>> octrees;
+    std::vector<osg::ref_ptr<OctreeInfo>> erased; // may be the last references, and their octrees are large
+    {
+        std::lock_guard<std::mutex> lock(_restMutex);
+        const bool moved = differs(camera);
+        const bool requested = applyRequests();
+        const bool dirty = collectOctrees(octrees);
+        erased.swap(_erased);
+        if (octrees.empty() || !operation || !(moved || requested || dirty || isRetryDue())) return;
+        _rest = Rest::NOT_YET;
+    }
+    runPass(*operation, camera, octrees);
+}
+
+PointLoadManager::CameraState PointLoadManager::captureCamera()
+{
+    CameraState camera;
+    if (!_capture) return camera;
+    VelOsgUtils::FrameBuffer& frame = *_capture->getFrameBuffer();
+    frame.lock();
+    camera.projection = frame.getProjectionMatrix();
+    camera.view = frame.getViewMatrix();
+    camera.width = static_cast<int>(frame.getViewPort()->width());
+    camera.height = static_cast<int>(frame.getViewPort()->height());
+    frame.release();
+    return camera;
+}
+
+bool PointLoadManager::differs(const CameraState& camera) const
+{
+    return !showsTheSame(camera.projection, _frameStamp->projection) || camera.view != _frameStamp->view ||
+           camera.width != _frameStamp->width || camera.height != _frameStamp->height;
+}
+
+/// Runs what is queued, in order; true when there was something.
+bool PointLoadManager::applyRequests()
+{
+    std::deque<osg::ref_ptr<Operator>> requests;
+    {
+        std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
+        requests.swap(_queue);
+    }
+    for (const osg::ref_ptr<Operator>& request : requests)
+        (*request)();
+    return !requests.empty();
+}
+
+/// True when an octree was dirty. Reads and clears every flag.
+bool PointLoadManager::collectOctrees(std::vector<osg::ref_ptr<OctreeInfo>>& octrees)
+{
+    bool dirty = false;
+    for (const osg::ref_ptr<OctreeInfo>& octree : _octrees)
+        if (octree->dirty.exchange(0)) dirty = true;
+    octrees.assign(_octrees.begin(), _octrees.end());
+    return dirty;
+}
+
+bool PointLoadManager::isRetryDue() const
+{
+    return _rest == Rest::INCOMPLETE && std::chrono::steady_clock::now() >= _retryTime;
+}
+
+void PointLoadManager::runPass(osg::Operation& operation, const CameraState& camera,
+                               std::vector<osg::ref_ptr<OctreeInfo>>& octrees)
+{
+    {
+        std::lock_guard<std::mutex> lock(_restMutex);
+        _frameStamp->planes = _planes;
+        _frameStamp->planesPerGroup = _planesPerGroup;
+        _frameStamp->projection = camera.projection;
+        _frameStamp->view = camera.view;
+        _frameStamp->width = camera.width;
+        _frameStamp->height = camera.height;
+        _frameStamp->octrees.swap(octrees);
+        _frameStamp->maxNumOfPointCloud = _maxNumOfPointCloud;
+        _frameStamp->mouseDiluteNum = _mouseDiluteNum;
+        _frameStamp->incomplete = false;
+    }
+    operation(_frameStamp);
+    _frameStamp->octrees.clear();
+
+    std::lock_guard<std::mutex> lock(_restMutex);
+    _rest = _frameStamp->incomplete ? Rest::INCOMPLETE : Rest::COMPLETE;
+    _retryTime = std::chrono::steady_clock::now() + kRetryPause;
+}
+
+bool PointLoadManager::isSettled()
+{
+    const CameraState camera = captureCamera();
+    {
+        std::lock_guard<std::mutex> lock(_restMutex);
+        if (anythingWaits()) return false;
+        if (!_octrees.empty() && (_rest != Rest::COMPLETE || differs(camera))) return false;
+    }
+    return (!_incremental || _incremental->isEmpty()) && (!_decremental || _decremental->pending() == 0);
+}
+
+/// A request or a dirty octree waits for the thread.
+bool PointLoadManager::anythingWaits()
+{
+    for (const osg::ref_ptr<OctreeInfo>& octree : _octrees)
+        if (octree->dirty) return true;
+    std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
+    return !_queue.empty();
+}
+
+void PointLoadManager::releaseOctrees()
+{
+    std::set<osg::ref_ptr<OctreeInfo>> octrees;
+    {
+        std::lock_guard<std::mutex> lock(_restMutex);
+        applyRequests();
+        octrees.swap(_octrees);
+        _erased.clear();
+    }
+    LodPass pass(_incremental, _decremental);
+    for (const osg::ref_ptr<OctreeInfo>& octree : octrees) {
+        std::unique_lock<std::mutex> lock;
+        if (octree->pointFile) lock = std::unique_lock<std::mutex>(octree->pointFile->mutex);
+        pass.removeAll(*octree);
+        pass.unload();
+        pass.clear();
+        octree->registered = false;
+    }
+}

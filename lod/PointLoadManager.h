@@ -1,0 +1,125 @@
+#pragma once
+
+#include "lod/Operator.h"
+
+#include <VelOsgDBBrx/FrameStamp.h>
+#include <VelOsgDBBrx/IPointLoadManager.h>
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+#include <VelOsgUtils/DecrementalCompileOperation.h>
+#include <VelOsgUtils/ScreenCaptureTool.h>
+#include <VelOsgUtils/SpinLock.h>
+
+#include <OpenThreads/Thread>
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <set>
+#include <vector>
+
+/// The load manager of a context: its thread runs a level-of-detail pass whenever the camera moved, the
+/// viewport was resized, a request was applied, an octree reported itself dirty, or the last pass left work
+/// behind. A still camera costs a comparison a millisecond.
+class PointLoadManager : public VelOsgDBBrx::IPointLoadManager, private OpenThreads::Thread
+{
+public:
+    PointLoadManager();
+
+    void registerOctree(OctreeInfo* octree) override;
+    void unRegisterOctree(OctreeInfo* octree) override;
+    void setOctreeVisible(OctreeInfo* octree, bool visible) override;
+    void start() override;
+    void stop() override;
+    void setLodOperation(osg::Operation* operation) override;
+    osg::Operation* getLodOperation() override;
+    void setIncrementalCompileOperation(VelOsgDBBrx::VelIncrementalCompileOperation* operation) override;
+    VelOsgDBBrx::VelIncrementalCompileOperation* getIncrementalCompileOperation() override;
+    void setDecrementalCompileOperation(VelOsgUtils::DecrementalCompileOperation* operation) override;
+    VelOsgUtils::DecrementalCompileOperation* getDecrementalCompileOperation() override;
+    void setScreenCaptureTool(VelOsgUtils::ScreenCaptureTool* tool) override;
+    VelOsgUtils::ScreenCaptureTool* getScreenCaptureTool() override;
+    void setMaxNumOfPointCloud(uint64_t points) override;
+    uint64_t& getMaxNumOfPointCloud() override;
+    void setMouseDiluteNum(uint64_t points) override;
+    uint64_t getMouseDiluteNum() override;
+    void setFilterPlanes(std::vector<osg::Vec4d> planes, int planesPerGroup) override;
+    void setState(int state) override;
+    int getState() override;
+    void flush() override;
+    bool isSettled() override;
+
+    /// Gives up every octree, so that another context may take it: queues the removal of its loaded cells and
+    /// clears its registered flag. Only while the thread is stopped. Waits for edits that hold an octree's
+    /// point file.
+    void releaseOctrees();
+
+    /// \name For operators, on the manager's thread
+    /// @{
+    void insertOctree(OctreeInfo* octree);
+    void eraseOctree(OctreeInfo* octree);
+    void applyFilterPlanes(std::vector<osg::Vec4d> planes, int planesPerGroup);
+    /// @}
+
+protected:
+    ~PointLoadManager() override;
+
+private:
+    struct CameraState
+    {
+        osg::Matrixd projection;
+        osg::Matrixd view;
+        int width = 0;
+        int height = 0;
+    };
+    enum class Rest
+    {
+        NOT_YET,  ///< no pass ran since something changed
+        COMPLETE, ///< the last pass ran to its end
+        INCOMPLETE
+    };
+
+    void run() override;
+    void runOnce();
+    void queue(Operator* request);
+    bool applyRequests();
+    bool collectOctrees(std::vector<osg::ref_ptr<OctreeInfo>>& octrees);
+    bool isRetryDue() const;
+    void runPass(osg::Operation& operation, const CameraState& camera,
+                 std::vector<osg::ref_ptr<OctreeInfo>>& octrees);
+    CameraState captureCamera();
+    bool differs(const CameraState& camera) const;
+    bool anythingWaits();
+    void raiseAbort();
+    osg::ref_ptr<osg::Operation> lodOperation();
+
+    std::mutex _threadMutex; ///< serialises start and stop
+    bool _started = false;   ///< guarded by _threadMutex
+
+    std::atomic<bool> _done{false};
+    std::atomic<int> _state{RUNNING};
+    std::atomic<uint64_t> _mouseDiluteNum;
+
+    VelOsgUtils::SpinLock _spinLock;
+    std::deque<osg::ref_ptr<Operator>> _queue; ///< guarded by _spinLock
+
+    std::mutex _operationMutex; ///< guards _lodOperation
+    osg::ref_ptr<osg::Operation> _lodOperation;
+
+    osg::ref_ptr<VelOsgDBBrx::VelIncrementalCompileOperation> _incremental; ///< set before start
+    osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> _decremental;    ///< set before start
+    osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> _capture;                  ///< set before start
+
+    /// \name Of the manager's thread; `isSettled` reads some under `_restMutex`
+    /// @{
+    std::mutex _restMutex; ///< held while they change, never during a pass
+    std::set<osg::ref_ptr<OctreeInfo>> _octrees;
+    std::vector<osg::ref_ptr<OctreeInfo>> _erased; ///< kept until the lock is released
+    osg::ref_ptr<VelOsgDBBrx::FrameStamp> _frameStamp = new VelOsgDBBrx::FrameStamp;
+    Rest _rest = Rest::NOT_YET;
+    std::chrono::steady_clock::time_point _retryTime; ///< of an incomplete pass
+    uint64_t _maxNumOfPointCloud;
+    std::vector<osg::Vec4d> _planes;
+    int _planesPerGroup = 0;
+    /// @}
+};
