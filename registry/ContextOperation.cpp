@@ -1,0 +1,71 @@
+#include "registry/ContextOperation.h"
+
+#include <osgViewer/ViewerBase>
+
+using VelOsgDBBrx::VelIncrementalCompileOperation;
+
+namespace {
+
+/// Hands what waits in one compile operation to another that takes its place.
+void handOver(osgUtil::IncrementalCompileOperation& from, VelIncrementalCompileOperation& to)
+{
+    osgUtil::IncrementalCompileOperation::CompileSets sets;
+    {
+        OpenThreads::ScopedLock<OpenThreads::Mutex> lock(*from.getToCompiledMutex());
+        sets.swap(from.getToCompile());
+    }
+    {
+        OpenThreads::ScopedLock<OpenThreads::Mutex> lock(*from.getCompiledMutex());
+        sets.splice(sets.end(), from.getCompiled());
+    }
+    for (const auto& set : sets)
+        to.add(set, true);
+}
+
+} // namespace
+
+ContextOperation::ContextOperation(VelIncrementalCompileOperation* incremental,
+                                   VelOsgUtils::DecrementalCompileOperation* decremental,
+                                   VelOsgUtils::ScreenCaptureTool* capture)
+    : osg::Operation("ContextOperation", true), _incremental(incremental), _decremental(decremental),
+      _capture(capture)
+{
+}
+
+void ContextOperation::install(osgViewer::ViewerBase& viewer, osg::GraphicsContext& context)
+{
+    const osg::ref_ptr<osgUtil::IncrementalCompileOperation> present =
+        viewer.getIncrementalCompileOperation();
+    if (!dynamic_cast<VelIncrementalCompileOperation*>(present.get())) {
+        viewer.setIncrementalCompileOperation(_incremental);
+        if (present) handOver(*present, *_incremental);
+    }
+    _incremental->addGraphicsContext(&context);
+    viewer.addUpdateOperation(this);
+}
+
+void ContextOperation::operator()(osg::Object* object)
+{
+    auto* viewer = dynamic_cast<osgViewer::ViewerBase*>(object);
+    if (_retired) {
+        uninstall(viewer);
+        return;
+    }
+    (*_capture)(object);
+    (*_decremental)(object);
+    if (viewer && viewer->getIncrementalCompileOperation() != _incremental)
+        _incremental->mergeCompiledSubgraphs(viewer->getViewerFrameStamp());
+}
+
+/// The compile operation drops out of its contexts on their own threads, which walk their lists of operations
+/// without a lock; its set of contexts is emptied first so that the viewer does not take it out of them here.
+void ContextOperation::uninstall(osgViewer::ViewerBase* viewer)
+{
+    _capture->detach();
+    _decremental->finish();
+    _incremental->retire();
+    _incremental->getContextSet().clear();
+    if (viewer && viewer->getIncrementalCompileOperation() == _incremental)
+        viewer->setIncrementalCompileOperation(nullptr);
+    setKeep(false);
+}

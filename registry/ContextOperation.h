@@ -1,0 +1,46 @@
+#pragma once
+
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+#include <VelOsgUtils/DecrementalCompileOperation.h>
+#include <VelOsgUtils/ScreenCaptureTool.h>
+
+#include <osg/OperationThread>
+#include <osg/ref_ptr>
+
+#include <atomic>
+
+namespace osgViewer {
+class ViewerBase;
+}
+
+/// What a context's services do in each update traversal of its viewer: watch the main camera, take cells out
+/// of the scene, and merge compiled ones where the viewer itself does not. Once retired it takes all of this
+/// off the viewer again.
+///
+/// Threads: `retire` from any thread; the rest on the thread of the update traversal.
+class ContextOperation : public osg::Operation
+{
+public:
+    ContextOperation(VelOsgDBBrx::VelIncrementalCompileOperation* incremental,
+                     VelOsgUtils::DecrementalCompileOperation* decremental,
+                     VelOsgUtils::ScreenCaptureTool* capture);
+
+    /// Adds the operations to a viewer. Not from within one of its update operations.
+    void install(osgViewer::ViewerBase& viewer, osg::GraphicsContext& context);
+
+    void operator()(osg::Object* viewer) override;
+
+    /// The next update traversal is the last one.
+    void retire() { _retired = true; }
+
+protected:
+    ~ContextOperation() override = default;
+
+private:
+    void uninstall(osgViewer::ViewerBase* viewer);
+
+    osg::ref_ptr<VelOsgDBBrx::VelIncrementalCompileOperation> _incremental;
+    osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> _decremental;
+    osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> _capture;
+    std::atomic<bool> _retired{false};
+};

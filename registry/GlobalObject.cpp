@@ -1,0 +1,192 @@
+#include <VelOsgDBBrx/GlobalObject.h>
+
+#include "category/PointCategoryManager.h"
+#include "lod/PointLoadManager.h"
+#include "registry/PointCloudData.h"
+
+#include <VelOsgDBBrx/PCDataManager.h>
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+#include <VelOsgUtils/SpinLock.h>
+#include <VelOsgUtils/ThreadCount.h>
+
+#include <osgViewer/View>
+
+#include <map>
+#include <mutex>
+
+namespace VelOsgDBBrx {
+
+namespace {
+
+using SpinLock = std::lock_guard<VelOsgUtils::SpinLock>;
+
+constexpr int kDefaultMouseDiluteNum = 3000000;
+
+struct Registry
+{
+    VelOsgUtils::SpinLock lock;
+    std::map<osg::ref_ptr<osg::GraphicsContext>, osg::ref_ptr<PointCloudData>> contexts; ///< guarded by lock
+
+    osg::ref_ptr<PointCloudData> find(osg::GraphicsContext* gc)
+    {
+        SpinLock guard(lock);
+        const auto found = contexts.find(gc);
+        return found == contexts.end() ? nullptr : found->second;
+    }
+};
+
+void shutDown(PointCloudData& data)
+{
+    data.loadManager->stop();
+    data.categoryManager->stop();
+}
+
+/// Joins the threads of every context when the process exits, while the objects that they use still stand.
+struct ExitGuard
+{
+    explicit ExitGuard(Registry& theRegistry) : registry(theRegistry) {}
+    ~ExitGuard()
+    {
+        SpinLock guard(registry.lock);
+        for (const auto& entry : registry.contexts)
+            shutDown(*entry.second);
+    }
+    Registry& registry;
+};
+
+/// Never destroyed: graphics contexts must not die after their window system has been shut down.
+Registry& registry()
+{
+    static Registry& theRegistry = []() -> Registry& {
+        // What the threads use is made first, and so destroyed after they were joined.
+        PCDataManager::getInstance();
+        VelOsgUtils::ThreadCount::isProcessStopping();
+        return *new Registry;
+    }();
+    static const ExitGuard guard(theRegistry);
+    return theRegistry;
+}
+
+osg::ref_ptr<PointCloudData> createServices(osg::GraphicsContext* gc)
+{
+    const osg::ref_ptr<PointLoadManager> loadManager = new PointLoadManager;
+    const osg::ref_ptr<PointCategoryManager> categoryManager = new PointCategoryManager;
+    const osg::ref_ptr<VelIncrementalCompileOperation> incremental = new VelIncrementalCompileOperation;
+    const osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> decremental =
+        new VelOsgUtils::DecrementalCompileOperation;
+    loadManager->setIncrementalCompileOperation(incremental);
+    loadManager->setDecrementalCompileOperation(decremental);
+    const osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> capture = new VelOsgUtils::ScreenCaptureTool(gc);
+    loadManager->setScreenCaptureTool(capture);
+    loadManager->setLodOperation(new DynPointCloudLod(incremental, decremental));
+    return new PointCloudData(loadManager, categoryManager,
+                              new ContextOperation(incremental, decremental, capture));
+}
+
+/// Brings a registered context's services to the viewer unless they are there. The viewer is touched outside
+/// the lock: cull threads wait for that.
+void attachContext(osg::GraphicsContext* gc, osgViewer::ViewerBase& viewer)
+{
+    if (!gc) return;
+    osg::ref_ptr<PointCloudData> data;
+    {
+        SpinLock guard(registry().lock);
+        const auto found = registry().contexts.find(gc);
+        if (found == registry().contexts.end() || found->second->viewer == &viewer) return;
+        data = found->second;
+        data->viewer = &viewer;
+    }
+    data->operation->install(viewer, *gc);
+}
+
+} // namespace
+
+IPointLoadManager* GlobalObject::registerGraphicsContext(osg::GraphicsContext* gc)
+{
+    if (!gc) return nullptr;
+    SpinLock guard(registry().lock);
+    osg::ref_ptr<PointCloudData>& data = registry().contexts[gc];
+    if (!data) {
+        data = createServices(gc);
+        data->loadManager->start();
+        data->categoryManager->start();
+    }
+    return data->loadManager;
+}
+
+void GlobalObject::unRegisterGraphicsContext(osg::GraphicsContext* gc)
+{
+    osg::ref_ptr<osg::GraphicsContext> context = gc; // what goes with the entry goes outside the lock
+    osg::ref_ptr<PointCloudData> data;
+    {
+        SpinLock guard(registry().lock);
+        const auto found = registry().contexts.find(gc);
+        if (found == registry().contexts.end()) return;
+        data = found->second;
+        shutDown(*data);
+        registry().contexts.erase(found);
+    }
+    static_cast<PointLoadManager&>(*data->loadManager).releaseOctrees();
+    data->operation->retire();
+}
+
+void GlobalObject::attachView(osgViewer::View* view)
+{
+    osgViewer::ViewerBase* viewer = view ? view->getViewerBase() : nullptr;
+    if (!viewer) return;
+    attachContext(view->getCamera()->getGraphicsContext(), *viewer);
+    for (unsigned i = 0; i < view->getNumSlaves(); ++i)
+        attachContext(view->getSlave(i)._camera->getGraphicsContext(), *viewer);
+}
+
+IPointLoadManager* GlobalObject::getPLM(osg::GraphicsContext* gc)
+{
+    const osg::ref_ptr<PointCloudData> data = registry().find(gc);
+    return data ? data->loadManager.get() : nullptr;
+}
+
+IPointCategoryManager* GlobalObject::getPCM(osg::GraphicsContext* gc)
+{
+    const osg::ref_ptr<PointCloudData> data = registry().find(gc);
+    return data ? data->categoryManager.get() : nullptr;
+}
+
+VelIncrementalCompileOperation* GlobalObject::getIncrementalCompileOperation(osg::GraphicsContext* gc)
+{
+    const osg::ref_ptr<PointCloudData> data = registry().find(gc);
+    return data ? data->loadManager->getIncrementalCompileOperation() : nullptr;
+}
+
+VelOsgUtils::DecrementalCompileOperation*
+GlobalObject::getDecrementalCompileOperation(osg::GraphicsContext* gc)
+{
+    const osg::ref_ptr<PointCloudData> data = registry().find(gc);
+    return data ? data->loadManager->getDecrementalCompileOperation() : nullptr;
+}
+
+void GlobalObject::setMaxNumOfPointCloud(osg::GraphicsContext* gc, unsigned int n)
+{
+    if (const osg::ref_ptr<PointCloudData> data = registry().find(gc))
+        data->loadManager->setMaxNumOfPointCloud(n);
+}
+
+unsigned int GlobalObject::getMaxNumOfPointCloud(osg::GraphicsContext* gc)
+{
+    const osg::ref_ptr<PointCloudData> data = registry().find(gc);
+    return data ? static_cast<unsigned int>(data->loadManager->getMaxNumOfPointCloud()) : 0;
+}
+
+void GlobalObject::setMouseDiluteNum(osg::GraphicsContext* gc, unsigned int n)
+{
+    if (const osg::ref_ptr<PointCloudData> data = registry().find(gc))
+        data->loadManager->setMouseDiluteNum(n);
+}
+
+int GlobalObject::getMouseDiluteNum(osg::GraphicsContext* gc)
+{
+    const osg::ref_ptr<PointCloudData> data = registry().find(gc);
+    return data ? static_cast<int>(data->loadManager->getMouseDiluteNum()) : kDefaultMouseDiluteNum;
+}
+
+} // namespace VelOsgDBBrx
