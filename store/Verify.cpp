@@ -2,6 +2,7 @@
 
 #include "store/PointScan.h"
 #include "store/PointTally.h"
+#include "store/SourceRecords.h"
 #include "store/StoreHead.h"
 
 #include <algorithm>
@@ -61,6 +62,7 @@ public:
         checkFrame();
         checkIndex(_index, _head.header.pointCount, _problems);
         checkPoints();
+        checkSourceRecords(_file, _head, _problems);
         return _problems.lines();
     }
 

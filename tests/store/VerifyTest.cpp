@@ -4,6 +4,8 @@
 #include "tests/support/TestStore.h"
 
 #include "store/ByteIo.h"
+#include "store/FlagsRecord.h"
+#include "store/OriginRecord.h"
 
 #include <gtest/gtest.h>
 
@@ -28,6 +30,14 @@ TestPoint pointAt(int32_t x, int32_t y, int32_t z)
     point.y = y;
     point.z = z;
     return point;
+}
+
+void appendRecord(std::vector<uint8_t>& file, uint16_t id, const char* description,
+                  const std::vector<uint8_t>& content)
+{
+    const auto header = storeRecordHeader(id, content.size(), description);
+    file.insert(file.end(), header.begin(), header.end());
+    file.insert(file.end(), content.begin(), content.end());
 }
 
 std::string joined(const std::vector<std::string>& lines)
@@ -160,6 +170,50 @@ TEST(Verify, NamesAtMostAHundredOfAKindAndCountsTheRest)
     });
     EXPECT_EQ(orphans, 100);
     expectProblem(problems, "cell without parent: 50 more");
+}
+
+TEST(Verify, ChecksTheRecordsOfThePointsSource)
+{
+    const TestStore store = smallStore();
+    std::vector<uint8_t> file = store.bytes();
+    storeLe<uint32_t>(file.data() + 243, 3); // number of EVLRs
+    fitChecksums(file, store);
+    const size_t originStart = file.size() + 60;
+    OriginRecord origin;
+    origin.pointCount = store.points.size();
+    origin.sources.resize(1);
+    origin.sources[0].pointCount = store.points.size();
+    std::vector<uint8_t> content = encodeOrigin(origin);
+    content.resize(origin.length);
+    const size_t ordinals = originStart + origin.ordinalStart;
+    for (uint32_t i = 0; i < 14; ++i)
+        storeLe<uint32_t>(&content[origin.ordinalStart + 4 * i], 13 - i);
+    appendRecord(file, kOriginRecordId, kOriginDescription, content);
+
+    const size_t flagsStart = file.size() + 60;
+    FlagsRecord flags;
+    flags.pointCount = store.points.size();
+    flags.sources.push_back({store.points.size(), 0, 0});
+    content = encodeFlags(flags);
+    content.resize(flags.length);
+    appendRecord(file, kFlagsRecordId, kFlagsDescription, content);
+    ASSERT_EQ(joined(problemsOf(file)), "");
+
+    const auto expectFault = [&](size_t position, uint8_t value, const std::string& line) {
+        std::vector<uint8_t> damaged = file;
+        damaged[position] = value;
+        const std::vector<std::string> problems = problemsOf(damaged);
+        expectProblem(problems, line);
+        EXPECT_EQ(problems.size(), 1u) << joined(problems);
+    };
+    expectFault(ordinals + 4 * 3, 9, "names points of the sources twice");
+    expectFault(ordinals + 4 * 3, 14,
+                "point 3 comes from source point 14, which there is not (byte " +
+                    std::to_string(ordinals + 12));
+    expectFault(originStart, 'X', "the origin record does not begin as one");
+    expectFault(originStart - 12, 1, "the EVLR header of record 2");
+    expectFault(flagsStart + 24, 99, "the flags record");
+    expectFault(flagsStart - 60, 1, "the EVLR header of record 3");
 }
 
 TEST(Verify, ReadsStoresOfManyBlocksInParallel)

@@ -1,0 +1,143 @@
+#include "store/SourceRecords.h"
+
+#include "store/ByteIo.h"
+#include "store/FlagsRecord.h"
+#include "store/OriginRecord.h"
+
+#include <algorithm>
+
+namespace VelBrx {
+
+namespace {
+
+constexpr char kKind[] = "source records";
+constexpr uint64_t kBlockOrdinals = 1 << 16;
+
+/// A number without order in it, so that sums over sets of points differ where the sets do.
+uint64_t scrambled(uint64_t value)
+{
+    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9u; // the finaliser of SplitMix64
+    value = (value ^ (value >> 27)) * 0x94D049BB133111EBu;
+    return value ^ (value >> 31);
+}
+
+/// Reads the part of a record in front of its point data, as long as `headLength` finds it from the first
+/// `fixedSize` bytes. Empty where that is not possible.
+std::vector<uint8_t> readHeadOf(const FileReader& file, const StoreRecord& record, size_t fixedSize,
+                                uint64_t (*headLength)(const uint8_t*))
+{
+    std::vector<uint8_t> bytes(fixedSize);
+    const auto length = static_cast<uint64_t>(record.length);
+    if (length < fixedSize || !file.read(record.start, bytes.data(), bytes.size())) return {};
+    const uint64_t whole = headLength(bytes.data());
+    if (whole < fixedSize || whole > length) return {};
+    bytes.resize(whole);
+    if (!file.read(record.start, bytes.data(), bytes.size())) return {};
+    return bytes;
+}
+
+/// Checks that the ordinals name every point of the sources once: none too large, and the sum of their
+/// scrambled values that of 0, 1, 2 and so on. A set with a repeated point has another sum, but for one
+/// chance in 2^64.
+class OrdinalCheck
+{
+public:
+    OrdinalCheck(const FileReader& file, const StoreRecord& record, const OriginRecord& origin)
+        : _file(file), _start(record.start + static_cast<int64_t>(origin.ordinalStart)), _origin(origin)
+    {
+    }
+
+    void run(ProblemList& problems)
+    {
+        const uint64_t count = _origin.pointCount;
+        std::vector<uint8_t> bytes(kBlockOrdinals * _origin.ordinalSize);
+        for (uint64_t first = 0; first < count; first += kBlockOrdinals) {
+            const uint64_t size = std::min(kBlockOrdinals, count - first);
+            if (!_file.read(_start + static_cast<int64_t>(first * _origin.ordinalSize), bytes.data(),
+                            size * _origin.ordinalSize)) {
+                problems.add("reading", "the origin record cannot be read");
+                return;
+            }
+            for (uint64_t i = 0; i < size; ++i) {
+                const uint8_t* const place = bytes.data() + i * _origin.ordinalSize;
+                take(first + i, _origin.ordinalSize == 4 ? loadLe<uint32_t>(place) : loadLe<uint64_t>(place),
+                     problems);
+            }
+        }
+        if (!_isOutside && _sum != 0)
+            problems.add(kKind, "the origin record names points of the sources twice and leaves others out");
+    }
+
+private:
+    void take(uint64_t point, uint64_t ordinal, ProblemList& problems)
+    {
+        _sum += scrambled(ordinal) - scrambled(point);
+        if (ordinal < _origin.pointCount) return;
+        _isOutside = true;
+        problems.add("source of a point",
+                     "point " + std::to_string(point) + " comes from source point " +
+                         std::to_string(ordinal) + ", which there is not (byte " +
+                         std::to_string(_start + static_cast<int64_t>(point * _origin.ordinalSize)) + ")");
+    }
+
+    const FileReader& _file;
+    const int64_t _start; ///< byte position of the first ordinal
+    const OriginRecord& _origin;
+    uint64_t _sum = 0; ///< of the ordinals' scrambled values, less those expected
+    bool _isOutside = false;
+};
+
+/// Whether the EVLR header in front of a record is the one that a store has there.
+void checkRecordHeader(const FileReader& file, const StoreRecord& record, uint16_t id,
+                       const char* description, ProblemList& problems)
+{
+    const auto expected = storeRecordHeader(id, static_cast<uint64_t>(record.length), description);
+    std::array<uint8_t, LasLayout::kEvlrHeaderSize> found{};
+    if (!file.read(record.headerStart, found.data(), found.size()) || found != expected)
+        problems.add(kKind, "the EVLR header of record " + std::to_string(id) + " at byte " +
+                                std::to_string(record.headerStart) + " was changed");
+}
+
+/// Whether the origin record can be decoded.
+bool checkOrigin(const FileReader& file, const StoreHead& head, OriginRecord& origin, ProblemList& problems)
+{
+    checkRecordHeader(file, head.origin, kOriginRecordId, kOriginDescription, problems);
+    const std::vector<uint8_t> bytes = readHeadOf(file, head.origin, kOriginFixedSize, originHeadLength);
+    const Status decoded = decodeOrigin(bytes.data(), bytes.size(), static_cast<uint64_t>(head.origin.length),
+                                        head.header.pointCount, origin);
+    if (!decoded) {
+        problems.add(kKind, decoded.message());
+        return false;
+    }
+    OrdinalCheck(file, head.origin, origin).run(problems);
+    return true;
+}
+
+bool checkFlags(const FileReader& file, const StoreHead& head, FlagsRecord& flags, ProblemList& problems)
+{
+    checkRecordHeader(file, head.flags, kFlagsRecordId, kFlagsDescription, problems);
+    const std::vector<uint8_t> bytes = readHeadOf(file, head.flags, kFlagsFixedSize, flagsHeadLength);
+    const Status decoded = decodeFlags(bytes.data(), bytes.size(), static_cast<uint64_t>(head.flags.length),
+                                       head.header.pointCount, flags);
+    if (!decoded) problems.add(kKind, decoded.message());
+    return decoded.ok();
+}
+
+} // namespace
+
+void checkSourceRecords(const FileReader& file, const StoreHead& head, ProblemList& problems)
+{
+    OriginRecord origin;
+    FlagsRecord flags;
+    const bool hasOrigin = head.origin.start != 0 && checkOrigin(file, head, origin, problems);
+    const bool hasFlags = head.flags.start != 0 && checkFlags(file, head, flags, problems);
+    if (!hasOrigin || !hasFlags) return;
+    const auto sameSource = [](const OriginSource& a, const FlagsSource& b) {
+        return a.pointCount == b.pointCount;
+    };
+    if (!std::equal(origin.sources.begin(), origin.sources.end(), flags.sources.begin(), flags.sources.end(),
+                    sameSource))
+        problems.add(kKind, "the origin record and the flags record tell of different sources");
+}
+
+} // namespace VelBrx
