@@ -17,5 +17,6 @@ public:
 /// @{
 void addBuildCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
+void addSampleCommand(CLI::App& app);
 void addVerifyCommand(CLI::App& app);
 /// @}

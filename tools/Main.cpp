@@ -32,6 +32,7 @@ int main(int argc, char** argv)
     app.require_subcommand(1);
     addBuildCommand(app);
     addInfoCommand(app);
+    addSampleCommand(app);
     addVerifyCommand(app);
     try {
         run(app, argc, argv);

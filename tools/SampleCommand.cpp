@@ -1,0 +1,44 @@
+#include "tools/Command.h"
+
+#include "tools/Interrupt.h"
+#include "tools/Progress.h"
+#include "tools/Text.h"
+
+#include <VelBrx/SampleSurvey.h>
+
+#include <iostream>
+#include <memory>
+
+namespace {
+
+void runSample(VelBrx::SampleOptions options)
+{
+    const Interrupt interrupt;
+    Progress progress;
+    options.cancel = &interrupt.requested();
+    options.progress = [&progress](uint64_t done, uint64_t total) {
+        progress.show("surveying", done, total);
+    };
+    const VelBrx::Status status = VelBrx::writeSampleSurvey(options);
+    progress.clear();
+    if (!status) throw CommandError(printable(status.message()));
+    std::cerr << options.output << ": " << options.points << " points\n";
+}
+
+} // namespace
+
+void addSampleCommand(CLI::App& app)
+{
+    const auto options = std::make_shared<VelBrx::SampleOptions>();
+    CLI::App* const command = app.add_subcommand("sample", "Write a synthetic airborne survey as a LAS file");
+    command->add_option("OUT", options->output, "the LAS file to make")->required();
+    command->add_option("--points", options->points, "number of points")->capture_default_str();
+    command->add_option("--seed", options->seed, "another seed gives another landscape")
+        ->capture_default_str();
+    command->add_option("--threads", options->threads, "threads to use; all processors when not given");
+    command->add_flag("--force", options->overwrite, "replace the file when it exists");
+    command->callback([options] { runSample(*options); });
+    command->footer(
+        "The same seed and number of points give the same file. A failed or interrupted run leaves "
+        "nothing behind.");
+}
