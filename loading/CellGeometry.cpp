@@ -1,8 +1,11 @@
 #include "loading/CellGeometry.h"
 
+#include <osg/BufferObject>
 #include <osg/RenderInfo>
 #include <osg/State>
 #include <osg/VertexArrayState>
+
+#include <atomic>
 
 void CellGeometry::editCategories(const CategoryEdit& edit)
 {
@@ -11,18 +14,29 @@ void CellGeometry::editCategories(const CategoryEdit& edit)
     if (!array) return;
     edit(*array);
     array->dirty();
-    ++_edits;
+}
+
+void CellGeometry::stampArrays() const
+{
+    // Steps of the golden ratio keep the counts apart for longest: of two arrays made within m arrays of each
+    // other, the older one reaches the count of the younger one after 2^32 / (2.24 m) edits at the earliest.
+    constexpr unsigned kGoldenRatio = 0x9E3779B1u; // of 2^32, odd
+    static std::atomic<unsigned> next{0};
+    ArrayList arrays;
+    getArrayList(arrays);
+    for (const osg::ref_ptr<osg::Array>& array : arrays)
+        array->setModifiedCount(next.fetch_add(kGoldenRatio, std::memory_order_relaxed));
 }
 
 void CellGeometry::drawImplementation(osg::RenderInfo& renderInfo) const
 {
     const std::lock_guard<std::mutex> guard(_mutex);
-    unsigned int& uploaded = _uploadedEdits[renderInfo.getContextID()];
-    if (uploaded != _edits) {
-        // A vertex array object remembers the arrays it was given and would not look at their content again.
-        renderInfo.getState()->getCurrentVertexArrayState()->setRequiresSetArrays(true);
-        uploaded = _edits;
-    }
+    osg::State& state = *renderInfo.getState();
+    const osg::BufferObject* buffer = getVertexArray() ? getVertexArray()->getBufferObject() : nullptr;
+    const osg::GLBufferObject* glBuffer = buffer ? buffer->getGLBufferObject(state.getContextID()) : nullptr;
+    // A vertex array object keeps the arrays as they were when it was recorded; arrays edited since then have
+    // to be given to it again.
+    if (!glBuffer || glBuffer->isDirty()) state.getCurrentVertexArrayState()->setRequiresSetArrays(true);
     osg::Geometry::drawImplementation(renderInfo);
 }
 
@@ -30,4 +44,11 @@ void CellGeometry::compileGLObjects(osg::RenderInfo& renderInfo) const
 {
     const std::lock_guard<std::mutex> guard(_mutex);
     osg::Geometry::compileGLObjects(renderInfo);
+}
+
+void CellGeometry::releaseGLObjects(osg::State* state) const
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    osg::Geometry::releaseGLObjects(state);
+    stampArrays(); // the arrays will get other buffers
 }

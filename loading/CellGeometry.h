@@ -2,19 +2,27 @@
 
 #include <osg/Array>
 #include <osg/Geometry>
-#include <osg/buffered_value>
 
 #include <functional>
 #include <mutex>
 
 /// The geometry of one cell. It is shared by the graphics contexts that show the cell, and its location-12
 /// attribute (class and hidden bits) is edited in place by worker threads while they draw it. Drawing,
-/// compiling and editing exclude one another, cell by cell, in every threading model.
+/// compiling, releasing and editing exclude one another, cell by cell, in every threading model.
+///
+/// Cells come and go and are edited in place, while OpenSceneGraph remembers which arrays it bound last; this
+/// class sees to it that every draw reads the arrays as they are.
 class CellGeometry : public osg::Geometry
 {
 public:
     static constexpr unsigned int kCategoryLocation = 12;
     using CategoryEdit = std::function<void(osg::IntArray&)>;
+
+    /// Gives every array a modified count that no other array has. Call it when all arrays are attached.
+    ///
+    /// OpenSceneGraph takes an array for the one it bound last when address and modified count are the same;
+    /// a new array at the address of a freed one would then be drawn from the freed one's buffer.
+    void stampArrays() const;
 
     /// Calls `edit` with the location-12 array, if there is one, and has every context upload it again before
     /// the next time it draws the cell. Any thread may call it; `edit` must not draw.
@@ -22,12 +30,11 @@ public:
 
     void drawImplementation(osg::RenderInfo& renderInfo) const override;
     void compileGLObjects(osg::RenderInfo& renderInfo) const override;
+    void releaseGLObjects(osg::State* state = nullptr) const override;
 
 protected:
     ~CellGeometry() override = default;
 
 private:
-    mutable std::mutex _mutex; ///< guards the array's content and the members below
-    unsigned int _edits = 0;   ///< number of edits so far
-    mutable osg::buffered_value<unsigned int> _uploadedEdits; ///< by context: `_edits` when last drawn
+    mutable std::mutex _mutex; ///< guards the arrays' content and modified counts, and their buffers
 };

@@ -9,7 +9,6 @@
 #include <osg/ValueObject>
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <iterator>
 #include <limits>
@@ -241,22 +240,6 @@ void readSegments(const CellData& cell, OctreeInfo& octree, PointArrays& points,
     }
 }
 
-/// Gives every array of a geometry a modified count that no other array has.
-///
-/// OpenSceneGraph takes an array for the one it bound last when address and modified count are the same; a
-/// new array at the address of a freed one would then be drawn from the freed one's buffer. Steps of the
-/// golden ratio keep the counts apart for longest: two arrays made within m arrays of each other collide only
-/// after 2^32 / (2.24 m) edits of the older one.
-void setUniqueModifiedCounts(osg::Geometry& geometry)
-{
-    constexpr unsigned kGoldenRatio = 0x9E3779B1u; // of 2^32, odd
-    static std::atomic<unsigned> next{0};
-    osg::Geometry::ArrayList arrays;
-    geometry.getArrayList(arrays);
-    for (const osg::ref_ptr<osg::Array>& array : arrays)
-        array->setModifiedCount(next.fetch_add(kGoldenRatio, std::memory_order_relaxed));
-}
-
 osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octree)
 {
     const int64_t declared = cell.record.pointCount;
@@ -268,7 +251,7 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     points.pad(declared);
 
     static const osg::ref_ptr<ModelMatrix> modelMatrix = new ModelMatrix;
-    osg::ref_ptr<osg::Geometry> geometry = new CellGeometry;
+    osg::ref_ptr<CellGeometry> geometry = new CellGeometry;
     geometry->setUseVertexBufferObjects(true);
     geometry->setUseDisplayList(false);
     points.attachTo(*geometry);
@@ -278,7 +261,7 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     geometry->setDrawCallback(modelMatrix);
     geometry->setUserValue("UUID", cell.identifier);
     geometry->getVertexArray()->setUserValue("UUID", cell.identifier);
-    setUniqueModifiedCounts(*geometry);
+    geometry->stampArrays();
     return geometry;
 }
 

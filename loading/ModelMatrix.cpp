@@ -2,7 +2,6 @@
 
 #include <osg/Camera>
 #include <osg/GLExtensions>
-#include <osg/Geometry>
 #include <osg/Matrixd>
 #include <osg/Program>
 #include <osg/RenderInfo>
@@ -39,24 +38,10 @@ void loadModelMatrix(osg::RenderInfo& renderInfo)
     state.get<osg::GLExtensions>()->glUniformMatrix4dv(location, 1, GL_FALSE, model.ptr());
 }
 
-/// A vertex array object keeps the arrays as they were when it was recorded; arrays edited since then have to
-/// be given to it again, or the edit would not reach the screen.
-void resubmitEditedArrays(osg::State& state, const osg::Drawable& drawable)
-{
-    const osg::Geometry* geometry = drawable.asGeometry();
-    const osg::Array* vertices = geometry ? geometry->getVertexArray() : nullptr;
-    const osg::BufferObject* buffer = vertices ? vertices->getBufferObject() : nullptr;
-    if (!buffer) return;
-    const osg::GLBufferObject* glBuffer = buffer->getGLBufferObject(state.getContextID());
-    osg::VertexArrayState* arrayState = state.getCurrentVertexArrayState();
-    if (arrayState && (!glBuffer || glBuffer->isDirty())) arrayState->setRequiresSetArrays(true);
-}
-
 } // namespace
 
 void ModelMatrix::drawImplementation(osg::RenderInfo& renderInfo, const osg::Drawable* drawable) const
 {
     loadModelMatrix(renderInfo);
-    resubmitEditedArrays(*renderInfo.getState(), *drawable);
     drawable->drawImplementation(renderInfo);
 }

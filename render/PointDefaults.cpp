@@ -9,7 +9,6 @@
 
 #include <bitset>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -104,13 +103,25 @@ osg::ref_ptr<osg::StateSet> makeDefaultsBeside(const Given& given)
 
 } // namespace
 
-const osg::StateSet* missingPointDefaults(const osgUtil::StateGraph& applied)
+const osg::StateSet* PointDefaults::missingFrom(const osgUtil::StateGraph& applied)
 {
-    static std::mutex mutex;
-    static std::map<unsigned long, osg::ref_ptr<osg::StateSet>> states; // guarded by mutex
     const Given given = givenBy(applied);
-    const std::lock_guard<std::mutex> lock(mutex);
-    osg::ref_ptr<osg::StateSet>& state = states[given.to_ulong()];
+    const std::lock_guard<std::mutex> lock(_mutex);
+    osg::ref_ptr<osg::StateSet>& state = _states[given.to_ulong()];
     if (!state) state = makeDefaultsBeside(given);
     return state;
+}
+
+void PointDefaults::resizeGLObjectBuffers(unsigned maxSize)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const auto& entry : _states)
+        entry.second->resizeGLObjectBuffers(maxSize);
+}
+
+void PointDefaults::releaseGLObjects(osg::State* state)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const auto& entry : _states)
+        entry.second->releaseGLObjects(state);
 }

@@ -1,12 +1,27 @@
 #pragma once
 
 #include <osg/StateSet>
+#include <osg/ref_ptr>
 #include <osgUtil/StateGraph>
 
+#include <map>
+#include <mutex>
+
 /// The state that a point cloud is drawn with where nobody says otherwise: the points' stored colours at size
-/// 1, hidden points hidden, everything else off.
-///
-/// Given the state sets that apply to a cloud, returns a state set with the defaults that these lack. Pushed
-/// behind them, it fills the gaps and overrules nothing, so that plain state above the cloud or on it still
-/// wins. The result lives as long as the process and is not to be changed. Any thread may call it.
-const osg::StateSet* missingPointDefaults(const osgUtil::StateGraph& applied);
+/// 1, hidden points hidden, everything else off. One object a cloud; any thread may call it.
+class PointDefaults
+{
+public:
+    /// A state set with the defaults that the state sets applied so far lack. Pushed behind them, it fills
+    /// the gaps and overrules nothing, so that plain state above the cloud or on it still wins. The result
+    /// lives as long as this object and is not to be changed.
+    const osg::StateSet* missingFrom(const osgUtil::StateGraph& applied);
+
+    void resizeGLObjectBuffers(unsigned maxSize);
+    void releaseGLObjects(osg::State* state);
+
+private:
+    std::mutex _mutex;
+    std::map<unsigned long, osg::ref_ptr<osg::StateSet>>
+        _states; ///< by what is given already; guarded by _mutex
+};

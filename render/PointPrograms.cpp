@@ -3,6 +3,7 @@
 #include "render/ShaderText.h"
 
 #include <osg/Shader>
+#include <osg/observer_ptr>
 
 #include <map>
 #include <mutex>
@@ -79,14 +80,17 @@ osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
 
 } // namespace
 
-osg::Program* pointProgram(PointProgram program)
+osg::ref_ptr<osg::Program> pointProgram(PointProgram program)
 {
     static std::mutex mutex;
-    static std::map<PointProgram, osg::ref_ptr<osg::Program>> programs; // guarded by mutex
+    static std::map<PointProgram, osg::observer_ptr<osg::Program>> programs; // guarded by mutex
     const std::lock_guard<std::mutex> lock(mutex);
-    osg::ref_ptr<osg::Program>& made = programs[program];
-    if (!made) made = makeProgram(program);
-    return made;
+    osg::ref_ptr<osg::Program> shared;
+    if (!programs[program].lock(shared)) {
+        shared = makeProgram(program);
+        programs[program] = shared;
+    }
+    return shared;
 }
 
 osg::ref_ptr<osg::Program> makeEyeDomeProgram()

@@ -19,9 +19,10 @@ enum class PointProgram
     ClassificationLit ///< for triangle meshes, writes no picking outputs
 };
 
-/// The program, made at the first call and shared by every node of the process; nobody changes it. Any thread
-/// may call it.
-osg::Program* pointProgram(PointProgram program);
+/// The program, shared by every node of the process that uses it at the moment; nobody changes it. It goes
+/// with its last user, so that no program outlives the graphics context that it was linked in. Any thread may
+/// call it.
+osg::ref_ptr<osg::Program> pointProgram(PointProgram program);
 
 /// A program of its own for the second pass of eye-dome lighting.
 osg::ref_ptr<osg::Program> makeEyeDomeProgram();

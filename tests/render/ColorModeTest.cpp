@@ -1,0 +1,339 @@
+#include "tests/render/PointPicture.h"
+
+#include <VelOsgDBBrx/ShaderHelper.h>
+
+#include <gtest/gtest.h>
+#include <osg/Program>
+#include <osg/Uniform>
+
+using VelOsgDBBrx::ColorEntry;
+using VelOsgDBBrx::ColorScale;
+using VelOsgDBBrx::ColorWithRangeInfo;
+using VelOsgDBBrx::ShaderHelper;
+
+namespace {
+
+using Colors = std::vector<osg::Vec3ub>;
+
+const osg::Vec3ub kBlack(0, 0, 0);
+
+/// Black, red from the middle on, then to yellow at the end.
+ColorWithRangeInfo gradient(float first, float span)
+{
+    ColorWithRangeInfo info;
+    const auto add = [&info](const osg::Vec4f& color, float position) {
+        ColorEntry entry;
+        entry.color = color;
+        entry.position = position;
+        info.entries.push_back(entry);
+    };
+    add(osg::Vec4f(0, 0, 0, 1), 0);
+    add(osg::Vec4f(1, 0, 0, 1), 0.5f);
+    add(osg::Vec4f(1, 1, 0, 0), 1);
+    info.range = osg::Vec2f(first, span);
+    return info;
+}
+
+std::vector<osg::Vec4f> table(const std::vector<osg::Vec3ub>& colors)
+{
+    std::vector<osg::Vec4f> result;
+    for (const osg::Vec3ub& color : colors)
+        result.emplace_back(color.r() / 255.0f, color.g() / 255.0f, color.b() / 255.0f, 1.0f);
+    return result;
+}
+
+std::vector<TestPoint> pointsAtHeights(const std::vector<int>& millimetres)
+{
+    std::vector<TestPoint> points(millimetres.size());
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i].z = millimetres[i];
+    return points;
+}
+
+constexpr float kBase = 123.5f; ///< world z of the picture's origin
+
+} // namespace
+
+TEST(ColorModes, ShowStoredColoursWithoutAnyModeChosen)
+{
+    const Colors colors = {{255, 0, 128}, {1, 2, 3}, {254, 253, 252}, {0, 0, 0}};
+    std::vector<TestPoint> points;
+    for (const osg::Vec3ub& color : colors)
+        points.push_back(coloredPoint(color.r(), color.g(), color.b()));
+    PointPicture picture(points);
+    EXPECT_EQ(picture.draw(), colors);
+    EXPECT_EQ(picture.at(0, PointPicture::kRow + 1), PointPicture::kBackground) << "points have size 1";
+
+    ShaderHelper::originColorShader(picture.cloud);
+    EXPECT_EQ(picture.draw(), colors);
+}
+
+TEST(ColorModes, UseAllSixteenBitsOfAColour)
+{
+    TestPoint point;
+    point.red = 300;    // 1.17 of 255
+    point.green = 385;  // 1.498
+    point.blue = 32500; // 126.46
+    PointPicture picture({point});
+    EXPECT_EQ(picture.draw(), (Colors{{1, 1, 126}}));
+}
+
+TEST(ColorModes, PaintEveryPointInTheSingleColour)
+{
+    PointPicture picture({coloredPoint(255, 0, 0), coloredPoint(0, 255, 0)});
+    ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(0, 0.2f, 1, 1));
+    EXPECT_EQ(picture.draw(), (Colors{{0, 51, 255}, {0, 51, 255}}));
+}
+
+TEST(ColorModes, InterpolateIntensityAndPinItAtTheEnds)
+{
+    const std::vector<int> intensities = {0, 13107, 26214, 32768 + 6553, 52428, 65535};
+    std::vector<TestPoint> points(intensities.size());
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i].intensity = static_cast<uint16_t>(intensities[i]);
+    PointPicture picture(points);
+    ColorWithRangeInfo info = gradient(0.2f, 0.6f);
+    ShaderHelper::intensityShader(picture.cloud, info);
+    // 0 and 0.2 are the start; 0.4 is a third of the span, 0.6 two thirds; 0.8 and 1 are the end.
+    const Colors expected = {{0, 0, 0}, {0, 0, 0}, {170, 0, 0}, {255, 85, 0}, {255, 255, 0}, {255, 255, 0}};
+    EXPECT_EQ(picture.draw(), expected);
+}
+
+TEST(ColorModes, IntensityIgnoresBlendingAndBrightness)
+{
+    TestPoint point;
+    point.intensity = 65535;
+    PointPicture picture({point});
+    ColorWithRangeInfo info = gradient(0, 1);
+    ShaderHelper::intensityShader(picture.cloud, info);
+    osg::StateSet& state = *picture.cloud->getOrCreateStateSet();
+    state.addUniform(new osg::Uniform("blendIntensity", true));
+    state.addUniform(new osg::Uniform("intensityPair", osg::Vec2f(1, 1)));
+    state.addUniform(new osg::Uniform("isUseBCTable", true));
+    state.addUniform(new osg::Uniform(osg::Uniform::FLOAT, "BrightWithContrast", 256));
+    EXPECT_EQ(picture.draw(), (Colors{{255, 255, 0}}));
+}
+
+TEST(ColorModes, ColourTheHeightAboveTheWorldsZero)
+{
+    PointPicture picture(pointsAtHeights({-5000, 0, 2500, 5000, 7500, 10000, 20000}));
+    ColorWithRangeInfo info = gradient(kBase, 10);
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    const Colors expected = {{0, 0, 0},     {0, 0, 0},     {128, 0, 0},  {255, 0, 0},
+                             {255, 128, 0}, {255, 255, 0}, {255, 255, 0}};
+    EXPECT_EQ(picture.draw(), expected);
+}
+
+TEST(ColorModes, RepeatACyclicGradientAboveAndBelowItsRange)
+{
+    PointPicture picture(pointsAtHeights({-17500, -7500, 2500, 12500, 22500, -5000, 15000}));
+    ColorWithRangeInfo info = gradient(kBase, 10);
+    info.isCircle = true;
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    const osg::Vec3ub quarter(128, 0, 0);
+    const osg::Vec3ub half(255, 0, 0);
+    EXPECT_EQ(picture.draw(), (Colors{quarter, quarter, quarter, quarter, quarter, half, half}));
+}
+
+TEST(ColorModes, ShowWhiteWhereACyclicGradientHasNoSegment)
+{
+    PointPicture picture(pointsAtHeights({1000, 6000}));
+    ColorWithRangeInfo info = gradient(kBase, 10);
+    info.isCircle = true;
+    info.entries.erase(info.entries.begin()); // now from the middle on
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    EXPECT_EQ(picture.draw(), (Colors{{255, 255, 255}, {255, 51, 0}}));
+
+    info.isCircle = false;
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(255, 255, 0)) << "the last colour, where no segment holds";
+}
+
+TEST(ColorModes, BlendTheIntensityIntoTheHeight)
+{
+    std::vector<TestPoint> points = pointsAtHeights({5000, 5000, 5000, 5000});
+    points[0].intensity = 500;
+    points[1].intensity = 1000;
+    points[2].intensity = 1500;
+    points[3].intensity = 60000;
+    PointPicture picture(points);
+    ColorWithRangeInfo info = gradient(kBase, 10);
+    info.intensityMin = 1000;
+    info.intensityMax = 2000;
+    ShaderHelper::elevationColorShader(picture.cloud, info, true);
+    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 0}, {0, 0, 0}, {128, 0, 0}, {255, 0, 0}}));
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(255, 0, 0));
+}
+
+TEST(ColorModes, LookUpAttributesInAColourTable)
+{
+    struct Case
+    {
+        const char* name;
+        void (*apply)(osg::Node*, std::vector<osg::Vec4f>&);
+        void (*set)(TestPoint&, int);
+        std::vector<int> values;
+        std::vector<int> indices;
+    };
+    const std::vector<Case> cases = {
+        {"class",
+         ShaderHelper::classificationColorShader,
+         [](TestPoint& point, int value) { point.classCode = static_cast<uint8_t>(value); },
+         {0, 2, 128, 255},
+         {0, 2, 128, 255}},
+        {"source",
+         ShaderHelper::pointSourceIDColorShader,
+         [](TestPoint& point, int value) { point.sourceId = static_cast<uint16_t>(value); },
+         {0, 7, 255, 256, 65535},
+         {0, 7, 255, 255, 255}},
+        {"flight line",
+         ShaderHelper::flightLineColorShader,
+         [](TestPoint& point, int value) { point.sourceId = static_cast<uint16_t>(value); },
+         {0, 7, 255, 256, 1001, 65535},
+         {0, 7, 255, 0, 233, 255}},
+        {"return",
+         ShaderHelper::returnNumberColorShader,
+         [](TestPoint& point, int value) { point.returnNumber = static_cast<uint8_t>(value); },
+         {0, 1, 15},
+         {0, 1, 15}},
+        {"number of returns",
+         ShaderHelper::numbersReturnColorShader,
+         [](TestPoint& point, int value) { point.numberOfReturns = static_cast<uint8_t>(value); },
+         {0, 1, 15},
+         {0, 1, 15}},
+    };
+    Colors tabled(300);
+    for (int i = 0; i < 300; ++i)
+        tabled[static_cast<size_t>(i)] =
+            osg::Vec3ub(static_cast<uint8_t>(i), 200, static_cast<uint8_t>(255 - i % 256));
+    std::vector<osg::Vec4f> colors = table(tabled);
+    for (const Case& mode : cases) {
+        std::vector<TestPoint> points(mode.values.size());
+        Colors expected;
+        for (size_t i = 0; i < points.size(); ++i) {
+            mode.set(points[i], mode.values[i]);
+            expected.push_back(tabled[static_cast<size_t>(mode.indices[i])]);
+        }
+        PointPicture picture(points);
+        mode.apply(picture.cloud, colors);
+        EXPECT_EQ(picture.draw(), expected) << mode.name;
+    }
+}
+
+TEST(ColorModes, HidePointsWhoseTableColourHasNoAlphaAndShowBlackBeyondAShortTable)
+{
+    std::vector<TestPoint> points(3);
+    points[0].classCode = 0;
+    points[1].classCode = 1;
+    points[2].classCode = 2;
+    PointPicture picture(points);
+    std::vector<osg::Vec4f> colors = {osg::Vec4f(1, 0, 0, 1), osg::Vec4f(0, 1, 0, 0)};
+    ShaderHelper::classificationColorShader(picture.cloud, colors);
+    EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, PointPicture::kBackground, kBlack}));
+}
+
+TEST(ColorModes, ColourGpsTimeBetweenTheStepsOfAScale)
+{
+    std::vector<TestPoint> points(7);
+    const double times[] = {99, 100, 150, 200, 250, 300, 301};
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i].gpsTime = times[i];
+    PointPicture picture(points);
+    ColorScale scale;
+    scale.addColorScaleElement(300, osg::Vec4f(0, 1, 1, 1));
+    scale.addColorScaleElement(100, osg::Vec4f(1, 0, 0, 1));
+    scale.addColorScaleElement(200, osg::Vec4f(0, 0, 1, 0));
+    scale.addColorScaleElement(200, osg::Vec4f(0, 0, 1, 0));
+    ShaderHelper::gpsTimeColorShader(picture.cloud, scale);
+    const Colors expected = {kBlack,        {255, 0, 0},   {128, 0, 128}, {0, 0, 255},
+                             {0, 128, 255}, {0, 255, 255}, kBlack};
+    EXPECT_EQ(picture.draw(), expected);
+}
+
+/// A day of absolute GPS time still shows its progress: times and steps are rounded to the same floats.
+TEST(ColorModes, ShowTheProgressOfAFlightInAbsoluteGpsTime)
+{
+    constexpr double kTakeOff = 312345678.0;
+    std::vector<TestPoint> points(4);
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i].gpsTime = kTakeOff + 3600.0 * static_cast<double>(i);
+    PointPicture picture(points);
+    ColorScale scale;
+    scale.addColorScaleElement(kTakeOff, osg::Vec4f(0, 0, 0, 1));
+    scale.addColorScaleElement(kTakeOff + 3 * 3600, osg::Vec4f(1, 1, 1, 1));
+    ShaderHelper::gpsTimeColorShader(picture.cloud, scale);
+    const Colors colors = picture.draw();
+    EXPECT_EQ(colors.front(), kBlack);
+    EXPECT_EQ(colors.back(), osg::Vec3ub(255, 255, 255));
+    EXPECT_NEAR(colors[1].r(), 85, 1);
+    EXPECT_NEAR(colors[2].r(), 170, 1);
+}
+
+TEST(ColorModes, KeepTheLastProgramWhenAGradientOrScaleIsTooShort)
+{
+    PointPicture picture(pointsAtHeights({0}));
+    ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(0, 1, 0, 1));
+    ColorWithRangeInfo info = gradient(0, 1);
+    info.entries.resize(1);
+    ColorScale scale;
+    scale.addColorScaleElement(0, osg::Vec4f(1, 0, 0, 1));
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    ShaderHelper::elevationColorShaderWithLight(picture.cloud, info);
+    ShaderHelper::intensityShader(picture.cloud, info);
+    ShaderHelper::gpsTimeColorShader(picture.cloud, scale);
+    EXPECT_EQ(picture.draw(), (Colors{{0, 255, 0}}));
+}
+
+TEST(ColorModes, IgnoreANullNode)
+{
+    ColorWithRangeInfo info = gradient(0, 1);
+    ColorScale scale;
+    scale.addColorScaleElement(0, osg::Vec4f(1, 0, 0, 1));
+    scale.addColorScaleElement(1, osg::Vec4f(1, 0, 0, 1));
+    std::vector<osg::Vec4f> colors(3);
+    ShaderHelper::originColorShader(nullptr);
+    ShaderHelper::singleColorShader(nullptr, osg::Vec4f());
+    ShaderHelper::intensityShader(nullptr, info);
+    ShaderHelper::elevationColorShader(nullptr, info, true);
+    ShaderHelper::elevationColorShaderWithLight(nullptr, info);
+    ShaderHelper::classificationColorShader(nullptr, colors);
+    ShaderHelper::classificationColorShaderWithLight(nullptr, colors);
+    ShaderHelper::gpsTimeColorShader(nullptr, scale);
+    ShaderHelper::applySelectColor(nullptr);
+}
+
+TEST(ColorModes, ReplaceOneAnother)
+{
+    PointPicture picture({coloredPoint(9, 8, 7)});
+    ColorWithRangeInfo info = gradient(kBase, 10);
+    ShaderHelper::elevationColorShader(picture.cloud, info, true);
+    picture.draw();
+    ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(0, 0, 1, 1));
+    picture.cloud->getStateSet()->removeUniform("blendIntensity");
+    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 255}}));
+    ShaderHelper::originColorShader(picture.cloud);
+    EXPECT_EQ(picture.draw(), (Colors{{9, 8, 7}}));
+}
+
+TEST(SelectionColour, IsTakenWhenAModeIsChosenAndBroughtToItLater)
+{
+    const osg::Vec4f standard = ShaderHelper::getSelectColor();
+    EXPECT_EQ(standard, osg::Vec4f(1.0f, 0.0f, 0.615f, 1.0f));
+    osg::ref_ptr<osg::Group> node = new osg::Group;
+    ShaderHelper::applySelectColor(node);
+    EXPECT_EQ(node->getStateSet(), nullptr) << "nothing is created";
+
+    ShaderHelper::setSelectColor(osg::Vec4f(0, 1, 0, 1));
+    ShaderHelper::originColorShader(node);
+    osg::Vec4f color;
+    node->getStateSet()->getUniform("selectColor")->get(color);
+    EXPECT_EQ(color, osg::Vec4f(0, 1, 0, 1));
+
+    ShaderHelper::setSelectColor(standard);
+    node->getStateSet()->getUniform("selectColor")->get(color);
+    EXPECT_EQ(color, osg::Vec4f(0, 1, 0, 1));
+    ShaderHelper::applySelectColor(node);
+    node->getStateSet()->getUniform("selectColor")->get(color);
+    EXPECT_EQ(color, standard);
+}

@@ -1,0 +1,99 @@
+#include "tests/render/PointPicture.h"
+
+#include "render/PointDefaults.h"
+
+#include <VelOsgDBBrx/LasReaderWriter.h>
+
+#include <osg/BufferIndexBinding>
+#include <osg/BufferObject>
+#include <osg/Geode>
+#include <osgUtil/CullVisitor>
+
+const osg::Vec3d PointPicture::kOrigin(512345.678, 5412345.25, 123.5);
+const osg::Vec3ub PointPicture::kBackground(10, 20, 30);
+
+namespace {
+
+class TestCloud : public osg::Group
+{
+public:
+    void traverse(osg::NodeVisitor& visitor) override
+    {
+        osgUtil::CullVisitor* cull = visitor.asCullVisitor();
+        if (cull) cull->pushStateSet(_defaults.missingFrom(*cull->getCurrentStateGraph()));
+        osg::Group::traverse(visitor);
+        if (cull) cull->popStateSet();
+    }
+    void releaseGLObjects(osg::State* state) const override
+    {
+        _defaults.releaseGLObjects(state);
+        osg::Group::releaseGLObjects(state);
+    }
+
+private:
+    mutable PointDefaults _defaults;
+};
+
+std::vector<TestPoint> placedInARow(std::vector<TestPoint> points)
+{
+    for (size_t i = 0; i < points.size(); ++i) {
+        points[i].x = static_cast<int32_t>(i) * 1000 + 500;
+        points[i].y = PointPicture::kRow * 1000 + 500;
+    }
+    return points;
+}
+
+} // namespace
+
+PointPicture::PointPicture(std::vector<TestPoint> points, const std::vector<osg::Vec4f>& normals)
+    : fixture(placedInARow(points), kOrigin), viewer(kSize, kSize), root(new osg::MatrixTransform),
+      cloud(makeCloud()), _count(points.size())
+{
+    if (!normals.empty()) fixture.writeNormals(normals);
+    _leaf = VelOsgDBBrx::LasReaderWriter::read(fixture.wholeCell());
+    cloud->addChild(_leaf);
+    root->setMatrix(osg::Matrixd::translate(kOrigin));
+    root->addChild(cloud);
+
+    osg::Camera& camera = viewer.camera();
+    camera.setClearColor(osg::Vec4(10 / 255.0f, 20 / 255.0f, 30 / 255.0f, 1));
+    camera.setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
+    camera.setViewMatrix(osg::Matrixd::translate(-kOrigin));
+    camera.setProjectionMatrixAsOrtho(0, kSize, 0, kSize, -1000, 1000);
+    viewer.show(root);
+}
+
+osg::Vec3ub PointPicture::at(int x, int y)
+{
+    return pixel(*picture, x, y);
+}
+
+std::vector<osg::Vec3ub> PointPicture::draw()
+{
+    picture = viewer.picture();
+    std::vector<osg::Vec3ub> colors;
+    for (size_t i = 0; i < _count; ++i)
+        colors.push_back(at(static_cast<int>(i), kRow));
+    return colors;
+}
+
+osg::ref_ptr<osg::Group> makeCloud()
+{
+    return new TestCloud;
+}
+
+TestPoint coloredPoint(int red, int green, int blue)
+{
+    TestPoint point;
+    point.red = wide(red);
+    point.green = wide(green);
+    point.blue = wide(blue);
+    return point;
+}
+
+void bindBuffer(osg::Node& node, unsigned binding, osg::Array* array)
+{
+    array->setBufferObject(new osg::ShaderStorageBufferObject);
+    node.getOrCreateStateSet()->setAttributeAndModes(
+        new osg::ShaderStorageBufferBinding(binding, array, 0, 0), osg::StateAttribute::ON);
+}

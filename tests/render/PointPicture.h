@@ -1,0 +1,66 @@
+#pragma once
+
+#include "tests/support/CellFixture.h"
+#include "tests/support/HeadlessViewer.h"
+
+#include <osg/Array>
+#include <osg/Geometry>
+#include <osg/Group>
+#include <osg/MatrixTransform>
+#include <osg/Vec3ub>
+
+#include <memory>
+#include <ostream>
+#include <vector>
+
+namespace osg {
+inline void PrintTo(const Vec3ub& color, std::ostream* out)
+{
+    *out << "rgb(" << int(color.r()) << ", " << int(color.g()) << ", " << int(color.b()) << ")";
+}
+} // namespace osg
+
+/// Draws the points of one cell, point i onto the middle of pixel (i, kRow) of a small picture, seen from
+/// above. The cloud stands at the coordinates of a real survey, and a pixel is one metre.
+class PointPicture
+{
+public:
+    static constexpr int kSize = 32;
+    static constexpr int kRow = 4;
+    static const osg::Vec3d kOrigin; ///< world coordinates of the picture's lower left corner
+    static const osg::Vec3ub kBackground;
+
+    /// Sets the points' x and y; z stays as given, in millimetres above the origin.
+    explicit PointPicture(std::vector<TestPoint> points, const std::vector<osg::Vec4f>& normals = {});
+
+    osg::Vec3ub at(int x, int y);
+
+    /// Draws a frame and gives the pixel of every point.
+    std::vector<osg::Vec3ub> draw();
+
+    osg::Geometry& geometry() { return *_leaf->asGeode()->getDrawable(0)->asGeometry(); }
+
+    CellFixture fixture;
+    HeadlessViewer viewer;
+    osg::ref_ptr<osg::MatrixTransform> root; ///< stands for the host's scene
+    osg::ref_ptr<osg::Group> cloud;          ///< the point cloud node
+    osg::ref_ptr<osg::Image> picture;        ///< of the last frame
+
+private:
+    osg::ref_ptr<osg::Node> _leaf;
+    size_t _count;
+};
+
+/// A colour that 8 bits hold exactly, as the 16 bits of a record.
+inline uint16_t wide(int value)
+{
+    return static_cast<uint16_t>(value * 257);
+}
+
+/// An empty point cloud node.
+osg::ref_ptr<osg::Group> makeCloud();
+
+TestPoint coloredPoint(int red, int green, int blue);
+
+/// Binds an array as a storage buffer that the shaders read.
+void bindBuffer(osg::Node& node, unsigned binding, osg::Array* array);

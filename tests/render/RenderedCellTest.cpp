@@ -1,0 +1,170 @@
+#include "tests/render/PointPicture.h"
+
+#include <VelOsgDBBrx/LasReaderWriter.h>
+#include <VelOsgDBBrx/ShaderHelper.h>
+
+#include <gtest/gtest.h>
+#include <osg/Geode>
+#include <osg/Uniform>
+
+using VelOsgDBBrx::LasReaderWriter;
+using VelOsgDBBrx::ShaderHelper;
+
+namespace {
+
+using Colors = std::vector<osg::Vec3ub>;
+
+constexpr int kCulled = 0x40000;
+
+void cull(osg::Geometry& geometry, unsigned point)
+{
+    auto& words = dynamic_cast<osg::IntArray&>(*geometry.getVertexAttribArray(12));
+    words[point] |= kCulled;
+    words.dirty();
+}
+
+void set(osg::Node& node, osg::Uniform* uniform)
+{
+    node.getOrCreateStateSet()->addUniform(uniform);
+}
+
+} // namespace
+
+class EditedCell : public testing::TestWithParam<bool>
+{
+};
+
+/// A host may force vertex array objects on, which remember arrays and would not see an edit.
+TEST_P(EditedCell, ShowsTheEditInTheNextFrame)
+{
+    PointPicture picture({coloredPoint(255, 0, 0), coloredPoint(0, 255, 0), coloredPoint(0, 0, 255)});
+    picture.geometry().setUseVertexArrayObject(GetParam());
+    EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, {0, 255, 0}, {0, 0, 255}}));
+    cull(picture.geometry(), 1);
+    EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, PointPicture::kBackground, {0, 0, 255}}));
+    cull(picture.geometry(), 0);
+    EXPECT_EQ(picture.draw(), (Colors{PointPicture::kBackground, PointPicture::kBackground, {0, 0, 255}}));
+}
+
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutVertexArrayObject, EditedCell, testing::Bool());
+
+/// Cells come and go, and a new one often gets the addresses of a freed one.
+TEST(RenderedCells, SurviveBeingRemovedAndAddedOverAndOver)
+{
+    PointPicture picture({coloredPoint(255, 0, 0)});
+    osg::Group& cloud = *picture.cloud;
+    for (int cycle = 0; cycle < 300; ++cycle) {
+        cloud.getChild(0)->releaseGLObjects();
+        cloud.removeChildren(0, 1);
+        if (cycle % 7 == 0) picture.viewer.frame();
+        CellFixture other({[cycle] {
+                              TestPoint point = coloredPoint(cycle % 256, 255, cycle / 2);
+                              point.x = 500;
+                              point.y = PointPicture::kRow * 1000 + 500;
+                              return point;
+                          }()},
+                          PointPicture::kOrigin);
+        cloud.addChild(LasReaderWriter::read(other.wholeCell()));
+        ASSERT_EQ(picture.draw()[0],
+                  osg::Vec3ub(static_cast<uint8_t>(cycle % 256), 255, static_cast<uint8_t>(cycle / 2)))
+            << cycle;
+    }
+}
+
+TEST(RenderedCells, ComeBackAfterTheirBuffersWereReleased)
+{
+    PointPicture picture({coloredPoint(255, 0, 0), coloredPoint(0, 255, 0)});
+    const Colors colors = picture.draw();
+    const osg::ref_ptr<osg::Node> leaf = picture.cloud->getChild(0);
+    for (int cycle = 0; cycle < 5; ++cycle) {
+        picture.cloud->removeChild(leaf);
+        leaf->releaseGLObjects();
+        if (cycle % 2) picture.viewer.frame();
+        picture.cloud->addChild(leaf);
+        EXPECT_EQ(picture.draw(), colors);
+    }
+}
+
+TEST(RenderedCells, DrawNothingWhereASegmentCouldNotBeMapped)
+{
+    PointPicture picture({coloredPoint(255, 0, 0)});
+    picture.cloud->removeChildren(0, 1);
+    picture.cloud->addChild(LasReaderWriter::read(picture.fixture.cell({{0, 1}, {100, 5000}})));
+    set(*picture.cloud, new osg::Uniform("activeCullModel", false));
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(255, 0, 0));
+    EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 1);
+
+    picture.cloud->removeChildren(0, 1);
+    picture.cloud->addChild(LasReaderWriter::read(picture.fixture.cell({{100, 5000}})));
+    picture.draw();
+    EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 0);
+}
+
+TEST(RenderedCells, StandAtTheirWorldCoordinatesWhereverTheirNodeIsMoved)
+{
+    PointPicture picture({coloredPoint(255, 0, 0)});
+    const double moves[] = {0, 3, 20};
+    for (const double move : moves) {
+        picture.root->setMatrix(osg::Matrixd::translate(PointPicture::kOrigin + osg::Vec3d(move, 1, 0)));
+        picture.draw();
+        EXPECT_EQ(picture.at(static_cast<int>(move), PointPicture::kRow + 1), osg::Vec3ub(255, 0, 0));
+        EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 1);
+    }
+}
+
+TEST(CulledPoints, AreHiddenUnlessTheHostWantsToSeeThem)
+{
+    std::vector<TestPoint> points(5, coloredPoint(255, 255, 255));
+    for (size_t flag = 0; flag < 4; ++flag)
+        points[flag].flags = static_cast<uint8_t>(1 << flag);
+    points[4].flags = 0xF0; // channel, direction and edge hide nothing
+    PointPicture picture(points);
+    const osg::Vec3ub hidden = PointPicture::kBackground;
+    EXPECT_EQ(picture.draw(), (Colors{hidden, hidden, hidden, hidden, {255, 255, 255}}));
+
+    set(*picture.cloud, new osg::Uniform("activeCullModel", false));
+    set(*picture.cloud, new osg::Uniform("cullColor", osg::Vec4f(0, 0, 1, 1)));
+    const osg::Vec3ub blue(0, 0, 255);
+    EXPECT_EQ(picture.draw(), (Colors{blue, blue, blue, blue, {255, 255, 255}}));
+}
+
+TEST(CloudDefaults, GiveWayToStateOnTheNodeAndAboveItAndComeBackWithoutIt)
+{
+    PointPicture picture({coloredPoint(255, 0, 0)});
+    const auto drawnPixels = [&picture] {
+        picture.draw();
+        return countOtherThan(*picture.picture, PointPicture::kBackground);
+    };
+    EXPECT_EQ(drawnPixels(), 1);
+    set(*picture.root, new osg::Uniform("pointSize", 3));
+    EXPECT_EQ(drawnPixels(), 6) << "one column is cut off by the picture's edge";
+    set(*picture.cloud, new osg::Uniform("pointSize", 5));
+    EXPECT_EQ(drawnPixels(), 15);
+    picture.cloud->getStateSet()->removeUniform("pointSize");
+    picture.root->getStateSet()->removeUniform("pointSize");
+    EXPECT_EQ(drawnPixels(), 1);
+
+    ShaderHelper::singleColorShader(picture.root, osg::Vec4f(0, 0, 1, 1));
+    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 255}})) << "a mode chosen above the cloud";
+}
+
+TEST(CloudDefaults, DoNotLeakFromOneCloudToTheNextThroughTheirSharedProgram)
+{
+    PointPicture picture({coloredPoint(255, 0, 0)});
+    TestPoint second = coloredPoint(0, 255, 0);
+    second.x = 10500;
+    second.y = 10500;
+    const CellFixture other({second}, PointPicture::kOrigin);
+    const osg::ref_ptr<osg::Group> plain = makeCloud();
+    plain->addChild(LasReaderWriter::read(other.wholeCell()));
+    picture.root->addChild(plain);
+
+    set(*picture.cloud, new osg::Uniform("pointSize", 3));
+    set(*picture.cloud, new osg::Uniform("isUseBCTable", true));
+    set(*picture.cloud, new osg::Uniform(osg::Uniform::FLOAT, "BrightWithContrast", 256));
+    for (int frame = 0; frame < 2; ++frame) {
+        EXPECT_EQ(picture.draw()[0], osg::Vec3ub(0, 0, 0));
+        EXPECT_EQ(picture.at(10, 10), osg::Vec3ub(0, 255, 0));
+        EXPECT_EQ(picture.at(11, 10), PointPicture::kBackground);
+    }
+}
