@@ -1,15 +1,29 @@
 #include "render/PointCloudImpl.h"
 
-#include "render/PointDefaults.h"
-
 #include <OpenThreads/ScopedLock>
+#include <osg/Array>
+#include <osg/BufferIndexBinding>
+#include <osg/BufferObject>
+#include <osg/Uniform>
 #include <osgUtil/CullVisitor>
 
 #include <atomic>
 
 namespace {
 
+constexpr unsigned kCloudPlanesBinding = 7;
+
 std::atomic<int> nextBinOrder{0};
+
+/// Hands the planes to the point programs.
+void clipTo(const std::vector<osg::Vec4d>& planes, osg::StateSet& state)
+{
+    state.getOrCreateUniform("cloudPlaneNum", osg::Uniform::INT)->set(static_cast<int>(planes.size()));
+    if (planes.empty()) return;
+    const osg::ref_ptr<osg::Vec4dArray> array = new osg::Vec4dArray(planes.begin(), planes.end());
+    array->setBufferObject(new osg::ShaderStorageBufferObject);
+    state.setAttributeAndModes(new osg::ShaderStorageBufferBinding(kCloudPlanesBinding, array, 0, 0));
+}
 
 } // namespace
 
@@ -23,7 +37,7 @@ PointCloudImpl::PointCloudImpl(PointCloudLOD* lod) : _lod(lod)
 void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
 {
     osgUtil::CullVisitor* cull = visitor.asCullVisitor();
-    if (cull) cull->pushStateSet(missingPointDefaults(*cull->getCurrentStateGraph()));
+    if (cull) cull->pushStateSet(_defaults.missingFrom(*cull->getCurrentStateGraph()));
     osg::Group::traverse(visitor);
     if (cull) cull->popStateSet();
 }
@@ -35,6 +49,7 @@ void PointCloudImpl::disableEyeDomeLighting() {}
 void PointCloudImpl::setPlanes(std::vector<osg::Vec4d> planes)
 {
     if (!_lod) return;
+    clipTo(planes, *getOrCreateStateSet());
     OctreeInfo& octree = *_lod->getOctree();
     OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
     octree.planes = std::move(planes);
@@ -43,4 +58,16 @@ void PointCloudImpl::setPlanes(std::vector<osg::Vec4d> planes)
 OctreeInfo* PointCloudImpl::getOctree()
 {
     return _lod ? _lod->getOctree() : nullptr;
+}
+
+void PointCloudImpl::resizeGLObjectBuffers(unsigned int maxSize)
+{
+    _defaults.resizeGLObjectBuffers(maxSize);
+    IPointCloud::resizeGLObjectBuffers(maxSize);
+}
+
+void PointCloudImpl::releaseGLObjects(osg::State* state) const
+{
+    _defaults.releaseGLObjects(state);
+    IPointCloud::releaseGLObjects(state);
 }

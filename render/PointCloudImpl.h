@@ -1,6 +1,7 @@
 #pragma once
 
 #include "lod/PointCloudLOD.h"
+#include "render/PointDefaults.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
 
@@ -16,17 +17,24 @@ public:
     const char* libraryName() const override { return "VelOsgDBBrx"; }
     const char* className() const override { return "PointCloudImpl"; }
 
-    /// Culls its children with the state that a cloud is drawn with by default, where the host gives none.
+    /// Draws the cloud with defaults for all state that the host has not set, above the cloud or on it.
     void traverse(osg::NodeVisitor& visitor) override;
 
     void enableEyeDomeLighting() override;
     void disableEyeDomeLighting() override;
+
+    /// Keeps the planes in the octree and clips what is drawn to them.
     void setPlanes(std::vector<osg::Vec4d> planes) override;
+
     OctreeInfo* getOctree() override;
+
+    void resizeGLObjectBuffers(unsigned int maxSize) override;
+    void releaseGLObjects(osg::State* state = nullptr) const override;
 
 protected:
     ~PointCloudImpl() override = default;
 
 private:
     osg::ref_ptr<PointCloudLOD> _lod;
+    mutable PointDefaults _defaults;
 };

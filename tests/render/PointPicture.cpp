@@ -1,7 +1,5 @@
 #include "tests/render/PointPicture.h"
 
-#include "render/PointDefaults.h"
-
 #include <VelOsgDBBrx/LasReaderWriter.h>
 
 #include <osg/BufferIndexBinding>
@@ -13,26 +11,6 @@ const osg::Vec3d PointPicture::kOrigin(512345.678, 5412345.25, 123.5);
 const osg::Vec3ub PointPicture::kBackground(10, 20, 30);
 
 namespace {
-
-class TestCloud : public osg::Group
-{
-public:
-    void traverse(osg::NodeVisitor& visitor) override
-    {
-        osgUtil::CullVisitor* cull = visitor.asCullVisitor();
-        if (cull) cull->pushStateSet(_defaults.missingFrom(*cull->getCurrentStateGraph()));
-        osg::Group::traverse(visitor);
-        if (cull) cull->popStateSet();
-    }
-    void releaseGLObjects(osg::State* state) const override
-    {
-        _defaults.releaseGLObjects(state);
-        osg::Group::releaseGLObjects(state);
-    }
-
-private:
-    mutable PointDefaults _defaults;
-};
 
 std::vector<TestPoint> placedInARow(std::vector<TestPoint> points)
 {
@@ -47,11 +25,10 @@ std::vector<TestPoint> placedInARow(std::vector<TestPoint> points)
 
 PointPicture::PointPicture(std::vector<TestPoint> points, const std::vector<osg::Vec4f>& normals)
     : fixture(placedInARow(points), kOrigin), viewer(kSize, kSize), root(new osg::MatrixTransform),
-      cloud(makeCloud()), _count(points.size())
+      cloud(new PointCloudImpl(new PointCloudLOD(fixture.octree))), _count(points.size())
 {
     if (!normals.empty()) fixture.writeNormals(normals);
-    _leaf = VelOsgDBBrx::LasReaderWriter::read(fixture.wholeCell());
-    cloud->addChild(_leaf);
+    cells().addChild(VelOsgDBBrx::LasReaderWriter::read(fixture.wholeCell()));
     root->setMatrix(osg::Matrixd::translate(kOrigin));
     root->addChild(cloud);
 
@@ -61,6 +38,16 @@ PointPicture::PointPicture(std::vector<TestPoint> points, const std::vector<osg:
     camera.setViewMatrix(osg::Matrixd::translate(-kOrigin));
     camera.setProjectionMatrixAsOrtho(0, kSize, 0, kSize, -1000, 1000);
     viewer.show(root);
+}
+
+PointCloudLOD& PointPicture::cells()
+{
+    return dynamic_cast<PointCloudLOD&>(*cloud->getChild(0));
+}
+
+osg::Geometry& PointPicture::geometry()
+{
+    return *cells().getChild(0)->asGeode()->getDrawable(0)->asGeometry();
 }
 
 osg::Vec3ub PointPicture::at(int x, int y)
@@ -77,9 +64,11 @@ std::vector<osg::Vec3ub> PointPicture::draw()
     return colors;
 }
 
-osg::ref_ptr<osg::Group> makeCloud()
+osg::ref_ptr<PointCloudImpl> makeCloud(const CellFixture& fixture)
 {
-    return new TestCloud;
+    osg::ref_ptr<PointCloudLOD> lod = new PointCloudLOD(fixture.octree);
+    lod->addChild(VelOsgDBBrx::LasReaderWriter::read(fixture.wholeCell()));
+    return new PointCloudImpl(lod);
 }
 
 TestPoint coloredPoint(int red, int green, int blue)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "render/PointCloudImpl.h"
 #include "tests/support/CellFixture.h"
 #include "tests/support/HeadlessViewer.h"
 
@@ -38,16 +39,16 @@ public:
     /// Draws a frame and gives the pixel of every point.
     std::vector<osg::Vec3ub> draw();
 
-    osg::Geometry& geometry() { return *_leaf->asGeode()->getDrawable(0)->asGeometry(); }
+    PointCloudLOD& cells();    ///< parent of the leaves
+    osg::Geometry& geometry(); ///< of the first leaf
 
     CellFixture fixture;
     HeadlessViewer viewer;
     osg::ref_ptr<osg::MatrixTransform> root; ///< stands for the host's scene
-    osg::ref_ptr<osg::Group> cloud;          ///< the point cloud node
+    osg::ref_ptr<PointCloudImpl> cloud;      ///< the point cloud node
     osg::ref_ptr<osg::Image> picture;        ///< of the last frame
 
 private:
-    osg::ref_ptr<osg::Node> _leaf;
     size_t _count;
 };
 
@@ -57,8 +58,8 @@ inline uint16_t wide(int value)
     return static_cast<uint16_t>(value * 257);
 }
 
-/// An empty point cloud node.
-osg::ref_ptr<osg::Group> makeCloud();
+/// A point cloud node that shows the points of a fixture.
+osg::ref_ptr<PointCloudImpl> makeCloud(const CellFixture& fixture);
 
 TestPoint coloredPoint(int red, int green, int blue);
 

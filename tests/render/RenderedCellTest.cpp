@@ -52,10 +52,11 @@ INSTANTIATE_TEST_SUITE_P(WithAndWithoutVertexArrayObject, EditedCell, testing::B
 TEST(RenderedCells, SurviveBeingRemovedAndAddedOverAndOver)
 {
     PointPicture picture({coloredPoint(255, 0, 0)});
-    osg::Group& cloud = *picture.cloud;
+    PointCloudLOD& cells = picture.cells();
     for (int cycle = 0; cycle < 300; ++cycle) {
-        cloud.getChild(0)->releaseGLObjects();
-        cloud.removeChildren(0, 1);
+        const osg::ref_ptr<osg::Node> old = cells.getChild(0);
+        old->releaseGLObjects();
+        cells.removeChild(old);
         if (cycle % 7 == 0) picture.viewer.frame();
         CellFixture other({[cycle] {
                               TestPoint point = coloredPoint(cycle % 256, 255, cycle / 2);
@@ -64,7 +65,7 @@ TEST(RenderedCells, SurviveBeingRemovedAndAddedOverAndOver)
                               return point;
                           }()},
                           PointPicture::kOrigin);
-        cloud.addChild(LasReaderWriter::read(other.wholeCell()));
+        cells.addChild(LasReaderWriter::read(other.wholeCell()));
         ASSERT_EQ(picture.draw()[0],
                   osg::Vec3ub(static_cast<uint8_t>(cycle % 256), 255, static_cast<uint8_t>(cycle / 2)))
             << cycle;
@@ -75,12 +76,12 @@ TEST(RenderedCells, ComeBackAfterTheirBuffersWereReleased)
 {
     PointPicture picture({coloredPoint(255, 0, 0), coloredPoint(0, 255, 0)});
     const Colors colors = picture.draw();
-    const osg::ref_ptr<osg::Node> leaf = picture.cloud->getChild(0);
+    const osg::ref_ptr<osg::Node> leaf = picture.cells().getChild(0);
     for (int cycle = 0; cycle < 5; ++cycle) {
-        picture.cloud->removeChild(leaf);
+        picture.cells().removeChild(leaf);
         leaf->releaseGLObjects();
         if (cycle % 2) picture.viewer.frame();
-        picture.cloud->addChild(leaf);
+        picture.cells().addChild(leaf);
         EXPECT_EQ(picture.draw(), colors);
     }
 }
@@ -88,14 +89,14 @@ TEST(RenderedCells, ComeBackAfterTheirBuffersWereReleased)
 TEST(RenderedCells, DrawNothingWhereASegmentCouldNotBeMapped)
 {
     PointPicture picture({coloredPoint(255, 0, 0)});
-    picture.cloud->removeChildren(0, 1);
-    picture.cloud->addChild(LasReaderWriter::read(picture.fixture.cell({{0, 1}, {100, 5000}})));
+    picture.cells().removeChild(picture.cells().getChild(0));
+    picture.cells().addChild(LasReaderWriter::read(picture.fixture.cell({{0, 1}, {100, 5000}})));
     set(*picture.cloud, new osg::Uniform("activeCullModel", false));
     EXPECT_EQ(picture.draw()[0], osg::Vec3ub(255, 0, 0));
     EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 1);
 
-    picture.cloud->removeChildren(0, 1);
-    picture.cloud->addChild(LasReaderWriter::read(picture.fixture.cell({{100, 5000}})));
+    picture.cells().removeChild(picture.cells().getChild(0));
+    picture.cells().addChild(LasReaderWriter::read(picture.fixture.cell({{100, 5000}})));
     picture.draw();
     EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 0);
 }
@@ -155,9 +156,7 @@ TEST(CloudDefaults, DoNotLeakFromOneCloudToTheNextThroughTheirSharedProgram)
     second.x = 10500;
     second.y = 10500;
     const CellFixture other({second}, PointPicture::kOrigin);
-    const osg::ref_ptr<osg::Group> plain = makeCloud();
-    plain->addChild(LasReaderWriter::read(other.wholeCell()));
-    picture.root->addChild(plain);
+    picture.root->addChild(makeCloud(other));
 
     set(*picture.cloud, new osg::Uniform("pointSize", 3));
     set(*picture.cloud, new osg::Uniform("isUseBCTable", true));
