@@ -8,8 +8,8 @@ namespace VelBrx::Sample {
 namespace {
 
 constexpr double kDegrees = 180 / 3.14159265358979323846;
-constexpr double kHalfAngleTangent = 0.364; ///< of 20 degrees to each side
-constexpr double kOverlap = 0.25;
+constexpr double kHalfAngleTangent = 0.404; ///< of 22 degrees to each side
+constexpr double kOverlap = 0.5;
 constexpr double kSpeed = 62;               ///< metres a second
 constexpr double kFirstGpsTime = 366192000; ///< adjusted standard GPS time
 constexpr double kTurnTime = 190;           ///< seconds between the starts of lines

@@ -27,7 +27,7 @@ struct Pulse
     bool isAtEdge;
 };
 
-/// Flight lines eastwards with a fourth of overlap, spaced so that they give a little less than the wanted
+/// Flight lines eastwards that overlap by half, spaced so that they give a little less than the wanted
 /// number of points, then cross lines northwards that give the rest. Immutable once made; any thread may use
 /// it.
 class FlightPlan

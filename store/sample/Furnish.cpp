@@ -28,12 +28,12 @@ const Color& oneOf(const Color (&colors)[N], Random& random)
 Color leafColor(Random& random)
 {
     const double warm = random.between(-0.045, 0.07);
-    return Color{0.29 + warm, 0.455 + 0.4 * warm, 0.185 + 0.2 * warm} * random.between(0.86, 1.12);
+    return Color{0.335 + warm, 0.47 + 0.4 * warm, 0.215 + 0.2 * warm} * random.between(0.86, 1.12);
 }
 
 Color needleColor(Random& random)
 {
-    return Color{0.19, 0.335, 0.19} * random.between(0.85, 1.15);
+    return Color{0.235, 0.36, 0.22} * random.between(0.85, 1.15);
 }
 
 /// Places things along the landscape's lines. Distances across the road are positive to the north.
@@ -78,7 +78,12 @@ private:
             for (double x = 0.15 * _land.size(); x < 0.79 * _land.size(); x += 24.5) {
                 const double place = x + _random.between(-2, 2);
                 const bool isChurchyard = std::abs(place - church) < 26 && row > 0 && row < 60;
-                if (isChurchyard || _land.streetDistance(place) < 13.5 || _random.chance(0.07)) continue;
+                const bool isOutside =
+                    row > _land.villageNorth(place) - 10 || row < _land.villageSouth(place) + 10;
+                const bool isUnderWires = std::abs(place - _land.powerLineX(_land.roadY(place) + row)) < 24;
+                if (isOutside || isUnderWires || isChurchyard || _land.streetDistance(place) < 13.5 ||
+                    _random.chance(0.07))
+                    continue;
                 settle(place, row + _random.between(-2, 2));
             }
         if (_land.isVillage(church)) buildChurch(church, 38);
@@ -225,7 +230,7 @@ private:
         }
         for (double x = 0.15 * _land.size(); x < 0.79 * _land.size(); x += 0.5)
             if (_land.streetDistance(x) > 1.55 && _land.streetDistance(x) <= 1.9)
-                for (double across = 14; across < 120; across += 7)
+                for (double across = 14; across < _land.villageNorth(x) - 4; across += 7)
                     if (_random.chance(0.12)) addCar(x, _land.roadY(x) + across, kPi / 2);
     }
 
@@ -290,7 +295,8 @@ private:
                 const double treeY = y + _random.between(-2.1, 2.1);
                 const double share = _random.uniform();
                 const uint64_t shapeSeed = _random.bits();
-                if (treeY < _land.forestEdgeY(treeX) + 2 || _land.isClearing(treeX, treeY) || share < 0.1)
+                if (treeY < _land.forestEdgeY(treeX) + 2 || _land.isClearing(treeX, treeY) || share < 0.1 ||
+                    _land.isSettled(treeX, treeY))
                     continue;
                 const double stand = noise(x / 90, y / 90, _land.seed() + 33);
                 const double age = 1 + 0.25 * noise(x / 60, y / 60, _land.seed() + 34);
@@ -379,7 +385,7 @@ private:
                 return straight - Vec3{0, 0, 4 * sag * part * (1 - part)};
             };
             for (int piece = 0; piece < kPieces; ++piece)
-                _scene.addRod({at(piece), at(piece + 1), 0.2, 0.3, kWireColor, kWire});
+                _scene.addRod({at(piece), at(piece + 1), 0.13, 0.3, kWireColor, kWire});
         };
         for (const Arm& arm : kArms)
             for (double side : {-1.0, 1.0})

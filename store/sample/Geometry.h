@@ -48,4 +48,9 @@ struct Ray
 /// Red, green, blue, 0 to 1.
 using Color = Vec3;
 
+inline Color mix(const Color& a, const Color& b, double part)
+{
+    return a + (b - a) * part;
+}
+
 } // namespace VelBrx::Sample

@@ -67,6 +67,22 @@ bool Landscape::isVillage(double x) const
     return x > 0.14 * _size && x < 0.8 * _size;
 }
 
+double Landscape::villageNorth(double x) const
+{
+    return std::min(0.24 * _size, 106 + 26 * noise(x / 130, 7, _seed + 15));
+}
+
+double Landscape::villageSouth(double x) const
+{
+    return -std::min(0.16 * _size, 62 + 16 * noise(x / 110, 9, _seed + 16));
+}
+
+bool Landscape::isSettled(double x, double y) const
+{
+    const double across = y - roadY(x);
+    return isVillage(x) && across < villageNorth(x) && across > villageSouth(x);
+}
+
 bool Landscape::isClearing(double x, double y) const
 {
     return noise(x / 75, y / 75, _seed + 14) > 0.55 || std::abs(x - powerLineX(y)) < 19;
@@ -150,7 +166,7 @@ Cover Landscape::cover(double x, double y) const
     if (std::abs(across) < kRoadHalfWidth) return roadCover(x, across);
     if (isVillage(x)) {
         if (std::abs(across) < 6) return Cover::Pavement;
-        if (across < kStreetEnd && across > kStreetSouthEnd) {
+        if (isSettled(x, y)) {
             const double street = streetDistance(x);
             if (street < kStreetHalfWidth) return Cover::Asphalt;
             return street < kStreetHalfWidth + 1.3 ? Cover::Pavement : Cover::Garden;
@@ -158,6 +174,19 @@ Cover Landscape::cover(double x, double y) const
     }
     if (y > forestEdgeY(x)) return isClearing(x, y) ? Cover::Meadow : Cover::Forest;
     return y > roadY(x) + 0.17 * _size || fromRiver < kBankWidth ? Cover::Meadow : Cover::Field;
+}
+
+/// Lawns, beds and yards, a lot for each house.
+Color Landscape::gardenColor(double x, double y) const
+{
+    const double lot = (x + 1.5 * noise(x / 9, y / 9, _seed + 26)) / 12.25;
+    const double depth = (y - roadY(x)) / 14;
+    const double kind = latticeValue(static_cast<int64_t>(std::floor(lot)),
+                                     static_cast<int64_t>(std::floor(depth)), _seed + 27);
+    const Color lawn = mix(Color{0.4, 0.5, 0.27}, Color{0.49, 0.53, 0.31}, kind * 1.6);
+    if (kind < 0.7) return lawn;
+    if (kind < 0.85) return mix(lawn, {0.47, 0.4, 0.3}, 0.6 + 0.3 * std::sin(lot * 40));
+    return kind < 0.93 ? Color{0.62, 0.59, 0.54} : Color{0.36, 0.46, 0.24};
 }
 
 Color Landscape::color(double x, double y, Cover cover) const
@@ -175,9 +204,9 @@ Color Landscape::color(double x, double y, Cover cover) const
     case Cover::Pavement:
         return Color{0.6, 0.585, 0.56} * (1 + 0.05 * grain);
     case Cover::Garden:
-        return Color{0.36, 0.5, 0.225} * shade;
+        return gardenColor(x, y) * shade;
     case Cover::Meadow:
-        return Color{0.43 + 0.05 * patch, 0.545, 0.255} * shade;
+        return Color{0.445 + 0.05 * patch, 0.535, 0.285} * shade;
     case Cover::Forest:
         return Color{0.31, 0.27, 0.175} * shade;
     case Cover::Bank:

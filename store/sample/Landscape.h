@@ -48,7 +48,10 @@ public:
     double roadY(double x) const;
     double roadSlope(double x) const; ///< dy / dx
     double forestEdgeY(double x) const;
-    bool isVillage(double x) const; ///< houses line the road here
+    bool isVillage(double x) const;      ///< houses line the road here
+    double villageNorth(double x) const; ///< where its gardens end, metres north of the road
+    double villageSouth(double x) const; ///< likewise, negative
+    bool isSettled(double x, double y) const;
     bool isClearing(double x, double y) const;
 
     /// Distance to the middle of the nearest side street, which leave the road northwards and southwards.
@@ -62,13 +65,12 @@ public:
 
     static constexpr double kRoadHalfWidth = 3.75;
     static constexpr double kStreetHalfWidth = 2.6;
-    static constexpr double kStreetEnd = 128; ///< metres north of the road
-    static constexpr double kStreetSouthEnd = -72;
 
 private:
     double shape(double x, double y) const;
     double baseShape(double x, double y) const;
     double waterLevel(double x) const;
+    Color gardenColor(double x, double y) const;
     Cover roadCover(double x, double across) const;
 
     double _size;

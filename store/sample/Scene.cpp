@@ -12,7 +12,7 @@ namespace {
 
 constexpr double kSquare = 8;   ///< edge of a square of the place tables
 constexpr double kOutside = 64; ///< the tables reach this far outside the landscape
-constexpr double kReach = 0.42; ///< metres that a slanted beam moves sideways for each metre of height
+constexpr double kReach = 0.45; ///< metres that a slanted beam moves sideways for each metre of height
 constexpr double kShadeDensity = 0.45;
 constexpr double kLeastSunlight = 0.22; ///< that a crown lets through
 
@@ -126,7 +126,7 @@ void Scene::addPlant(size_t firstCrown, const Vec3& base, double height, double 
 
 void Scene::addBroadleaf(double x, double y, double height, const Color& color, uint64_t shapeSeed)
 {
-    constexpr double kDensity = 0.5;
+    constexpr double kDensity = 0.3;
     Random random(shapeSeed);
     const Vec3 base{x, y, _landscape.elevation(x, y)};
     const double radius = height * random.between(0.22, 0.31);
@@ -140,11 +140,12 @@ void Scene::addBroadleaf(double x, double y, double height, const Color& color, 
         _crowns.push_back({base + place, size, size * 0.9, color * random.between(0.92, 1.08), kDensity});
     }
     addPlant(first, base, height, radius * 1.2);
+    addTrunk(base, 0.5 * height);
 }
 
 void Scene::addConifer(double x, double y, double height, const Color& color)
 {
-    constexpr double kDensity = 0.75;
+    constexpr double kDensity = 0.42;
     const Vec3 base{x, y, _landscape.elevation(x, y)};
     const size_t first = _crowns.size();
     constexpr double kPlaces[][2] = {
@@ -153,15 +154,21 @@ void Scene::addConifer(double x, double y, double height, const Color& color)
         _crowns.push_back(
             {base + Vec3{0, 0, place * height}, width * height, 0.13 * height, color, kDensity});
     addPlant(first, base, height * 1.04, 0.17 * height);
+    addTrunk(base, 0.5 * height);
 }
 
 void Scene::addShrub(double x, double y, double radius, double height, const Color& color)
 {
-    constexpr double kDensity = 1.6;
+    constexpr double kDensity = 1.1;
     const Vec3 base{x, y, _landscape.elevation(x, y)};
     const size_t first = _crowns.size();
     _crowns.push_back({base + Vec3{0, 0, 0.45 * height}, radius, 0.55 * height, color, kDensity});
     addPlant(first, base, height, radius);
+}
+
+void Scene::addTrunk(const Vec3& base, double height)
+{
+    addRod({base, base + Vec3{0, 0, height}, 0.22, 0.6, {0.36, 0.29, 0.22}, kHighVegetation});
 }
 
 /// Enters a body where slanted beams that meet it would meet the ground.

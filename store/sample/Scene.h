@@ -160,6 +160,7 @@ private:
     };
 
     void addPlant(size_t firstCrown, const Vec3& base, double height, double radius);
+    void addTrunk(const Vec3& base, double height);
     void addFace(const Vec3& normal, const Vec3& point, const Color& color, double reflectance);
     void enterInSight(PlaceTable& table, uint32_t index, const Vec3& center, double radius) const;
     void enterInShade(PlaceTable& table, uint32_t index, const Vec3& center, double radius) const;
