@@ -2,6 +2,7 @@
 
 #include "store/ByteIo.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -60,8 +61,8 @@ void encodeSource(const OriginSource& source, uint8_t* bytes)
         storeLe<int64_t>(bytes + kAxesAt + 16 * axis, source.axes[axis].factor);
         storeLe<int64_t>(bytes + kAxesAt + 16 * axis + 8, source.axes[axis].shift);
     }
-    std::memcpy(bytes + kSourceSize, source.name.data(), source.name.size());
-    std::memcpy(bytes + kSourceSize + source.name.size(), source.head.data(), source.head.size());
+    uint8_t* const head = std::copy(source.name.begin(), source.name.end(), bytes + kSourceSize);
+    std::copy(source.head.begin(), source.head.end(), head);
 }
 
 /// Reads the source that starts at `position` and moves `position` behind it. False when it is not whole.

@@ -339,7 +339,8 @@ CellWithSegment deriveCell(const StoreIndex& index, const IndexCell& source)
         cell.center[axis] = index.cubeMin[axis] + (grid[axis] + 0.5) * edge;
     }
     cell.resolutionLength = resolutionLength(edge / index.gridSize);
-    std::fill(std::begin(cell.childCodes), std::end(cell.childCodes), kNoCell);
+    for (size_t octant = 0; octant < 8; ++octant) // packed: no reference may be bound to an element
+        cell.childCodes[octant] = kNoCell;
     std::snprintf(cell.identifier, sizeof cell.identifier, "%016llx-%02x-%016llx",
                   static_cast<unsigned long long>(index.storeId), static_cast<unsigned>(source.level),
                   static_cast<unsigned long long>(source.code));
