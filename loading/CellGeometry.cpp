@@ -11,8 +11,7 @@ void CellGeometry::editCategories(const CategoryEdit& edit)
 {
     const std::lock_guard<std::mutex> guard(_mutex);
     auto* array = dynamic_cast<osg::IntArray*>(getVertexAttribArray(kCategoryLocation));
-    if (!array) return;
-    edit(*array);
+    if (!array || !edit(*array)) return;
     array->dirty();
 }
 

@@ -16,7 +16,7 @@ class CellGeometry : public osg::Geometry
 {
 public:
     static constexpr unsigned int kCategoryLocation = 12;
-    using CategoryEdit = std::function<void(osg::IntArray&)>;
+    using CategoryEdit = std::function<bool(osg::IntArray&)>;
 
     /// Gives every array a modified count that no other array has. Call it when all arrays are attached.
     ///
@@ -24,8 +24,9 @@ public:
     /// a new array at the address of a freed one would then be drawn from the freed one's buffer.
     void stampArrays() const;
 
-    /// Calls `edit` with the location-12 array, if there is one, and has every context upload it again before
-    /// the next time it draws the cell. Any thread may call it; `edit` must not draw.
+    /// Calls `edit` with the location-12 array, if there is one. When it returns that it has changed the
+    /// array, every context uploads it again before the next time it draws the cell. Any thread may call it;
+    /// `edit` must not draw.
     void editCategories(const CategoryEdit& edit);
 
     void drawImplementation(osg::RenderInfo& renderInfo) const override;

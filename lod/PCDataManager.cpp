@@ -45,11 +45,23 @@ osg::ref_ptr<osg::Node> PCDataManager::acquireNodeOrCreate(osg::ref_ptr<CellData
     if (!cell) return nullptr;
     if (osg::ref_ptr<osg::Node> cached = acquireNode(cell->identifier)) return cached;
 
-    // Read outside the lock. Another thread may store the same cell meanwhile; the first one wins.
-    osg::ref_ptr<osg::Node> read = LasReaderWriter::read(cell);
-    if (!read) return nullptr;
+    // Read outside the lock. Another thread may store the same cell meanwhile; the first one wins. Its
+    // records may be edited meanwhile; the edit finds the cell in the cache, or the cell is read again.
+    for (;;) {
+        const uint64_t editsBefore = _recordEdits;
+        osg::ref_ptr<osg::Node> read = LasReaderWriter::read(cell);
+        if (!read) return nullptr;
+        SpinLock lock(_lock);
+        const auto stored = _nodes.find(cell->identifier);
+        if (stored != _nodes.end()) return stored->second;
+        if (_recordEdits == editsBefore) return _nodes.emplace(cell->identifier, read).first->second;
+    }
+}
+
+void PCDataManager::discardReadsInProgress()
+{
     SpinLock lock(_lock);
-    return _nodes.emplace(cell->identifier, read).first->second;
+    ++_recordEdits;
 }
 
 osg::Node* PCDataManager::getNode(std::string key)

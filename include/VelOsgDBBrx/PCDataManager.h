@@ -6,7 +6,9 @@
 #include <osg/Node>
 #include <osg/ref_ptr>
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
@@ -44,6 +46,11 @@ public:
     /// Stores a node under a key that has none. A null node is ignored.
     void registerNode(osg::Node* node, std::string key);
 
+    /// For those who have edited records of a store: cells that are being read at this moment, perhaps
+    /// through another octree of the same store, are read again before they enter the cache. What is in the
+    /// cache after this call is for the caller to bring up to date.
+    void discardReadsInProgress();
+
     /// The eviction loop; only the cache's own thread calls it.
     void run();
 
@@ -55,6 +62,8 @@ private:
 
     VelOsgUtils::SpinLock _lock;
     std::map<std::string, osg::ref_ptr<osg::Node>> _nodes; ///< guarded by _lock
+
+    std::atomic<uint64_t> _recordEdits{0}; ///< changed under _lock
 
     std::mutex _stopMutex;
     std::condition_variable _stopSignal;
