@@ -1,0 +1,36 @@
+#include <VelOsgDBBrx/BaseCmd.h>
+
+#include <VelOsgDBBrx/CullCmdManager.h>
+
+namespace VelOsgDBBrx {
+
+BaseCmd::BaseCmd(int barrierCount, bool save) : OpenThreads::Barrier(barrierCount), _save(save) {}
+
+BaseCmd::~BaseCmd() = default;
+
+void BaseCmd::block(unsigned int numThreads)
+{
+    if (CullCmdManager::isWorkerThread()) _reachedBarrier = true;
+    OpenThreads::Barrier::block(numThreads);
+}
+
+CmdResult BaseCmd::getResult() const
+{
+    const std::lock_guard<std::mutex> guard(_resultMutex);
+    return _result;
+}
+
+void BaseCmd::report(CmdResult result)
+{
+    result.state = CmdResult::DONE;
+    const std::lock_guard<std::mutex> guard(_resultMutex);
+    _result = result;
+}
+
+void BaseCmd::setState(CmdResult::State state)
+{
+    const std::lock_guard<std::mutex> guard(_resultMutex);
+    _result.state = state;
+}
+
+} // namespace VelOsgDBBrx

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "loading/CellData.h"
+
+#include <VelBrx/File.h>
+#include <VelOsgDBBrx/OctreeInfo.h>
+
+#include <cstdint>
+#include <limits>
+
+/// The point records of a store as the editing commands see them.
+
+constexpr int kRecordSize = 36;
+constexpr int kGpsTimeByte = 22;
+
+/// The hidden bits are 0x0F00 of the little-endian flag word at byte 14: the low bits of byte 15. They are
+/// written as that single byte, so that a point is always either as before or as wanted, also after a kill.
+constexpr int kFlagByte = 15;
+constexpr uint8_t kHiddenBits = 0x0F;
+constexpr uint8_t kCulledBit = 0x04;
+
+/// The same bits in the vertex attribute of a loaded cell.
+constexpr int kHiddenAttributeBits = 0xF0000;
+constexpr int kCulledAttributeBit = 0x40000;
+
+/// Calls `visit(records, count, first)` for each run of records of a cell; `first` is the place of the run's
+/// first point in the cell's point order. False when a run could not be mapped; it is left out, and its
+/// points keep their places.
+template <class Visit>
+bool forEachRun(const OctreeInfo& octree, const CellData& cell, Visit visit)
+{
+    constexpr int64_t kLargestIndex = std::numeric_limits<int64_t>::max() / kRecordSize / 2;
+    bool complete = true;
+    int64_t first = 0;
+    for (const VelBrx::Segment& segment : cell.record.segments) {
+        if (segment.count <= 0) continue;
+        const int64_t next = first + segment.count;
+        const bool sane = segment.first >= 0 && segment.first <= kLargestIndex &&
+                          next <= std::numeric_limits<uint32_t>::max();
+        if (!sane) return false;
+        void* memory = octree.pointFile->map(octree.pointDataStart + segment.first * kRecordSize,
+                                             segment.count * kRecordSize);
+        if (memory) {
+            visit(static_cast<uint8_t*>(memory), segment.count, static_cast<uint32_t>(first));
+            octree.pointFile->unmap(memory);
+        } else
+            complete = false;
+        first = next;
+    }
+    return complete;
+}

@@ -1,0 +1,43 @@
+#include <VelOsgDBBrx/UndoCmd.h>
+
+#include <VelOsgDBBrx/CullCmdManager.h>
+
+namespace VelOsgDBBrx {
+
+UndoCmd::UndoCmd(int barrierCount) : BaseCmd(barrierCount, false) {}
+
+void UndoCmd::operator()(CullCmdManager* manager)
+{
+    _undone = {};
+    reset(manager);
+    report(_undone);
+    block(0);
+}
+
+void UndoCmd::reset(CullCmdManager* manager)
+{
+    undoNewest(manager);
+}
+
+bool UndoCmd::undoNewest(CullCmdManager* manager)
+{
+    const osg::ref_ptr<BaseCmd> newest = manager->pop();
+    if (!newest) return false;
+    newest->reset(manager);
+    const CmdResult result = newest->getResult();
+    _undone.pointsChanged += result.pointsChanged;
+    _undone.cellsUnreadable += result.cellsUnreadable;
+    _undone.storesReadOnly += result.storesReadOnly;
+    _undone.storesGone += result.storesGone;
+    return true;
+}
+
+AllUndoCmd::AllUndoCmd(int barrierCount) : UndoCmd(barrierCount) {}
+
+void AllUndoCmd::reset(CullCmdManager* manager)
+{
+    while (undoNewest(manager)) {
+    }
+}
+
+} // namespace VelOsgDBBrx

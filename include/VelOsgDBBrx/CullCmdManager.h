@@ -1,0 +1,76 @@
+#pragma once
+
+#include <VelOsgDBBrx/BaseCmd.h>
+#include <VelOsgDBBrx/Export.h>
+#include <VelOsgDBBrx/PixelBufferTool.h>
+
+#include <OpenThreads/Condition>
+#include <OpenThreads/Mutex>
+#include <OpenThreads/Thread>
+#include <osg/ref_ptr>
+
+#include <deque>
+#include <thread>
+
+namespace VelOsgDBBrx {
+
+/// The one worker that runs editing commands, one at a time and in the order in which they were pushed, and
+/// the stack of those that can be undone.
+///
+/// Lifetime: from the first `getInstance` to process exit, or to `shutdown`. At exit the command that runs is
+/// finished, so that no edit is left half done; commands still queued are abandoned, and every caller that
+/// waits for one, now or later, returns from `block` at once.
+class VEL_OSGDB_BRX_EXPORT CullCmdManager : public OpenThreads::Thread
+{
+public:
+    static CullCmdManager* getInstance();
+
+    CullCmdManager(const CullCmdManager&) = delete;
+    CullCmdManager& operator=(const CullCmdManager&) = delete;
+
+    /// Queues a command, held from then on. Null is ignored. Never waits; any thread may call it. After a
+    /// shutdown the command is abandoned at once.
+    virtual void push(BaseCmd* cmd);
+
+    /// Takes the newest saved command from the undo stack; empty when there is none. Only for commands that
+    /// run on the worker.
+    osg::ref_ptr<BaseCmd> pop();
+
+    /// The source of polygon masks for the commands that start to run from now on; held, null for none. Any
+    /// thread may call it.
+    void setPixelBufferTool(PixelBufferTool* tool);
+    PixelBufferTool* getPixelBufferTool();
+
+    /// Like `getPixelBufferTool`, with the reference taken under the lock.
+    osg::ref_ptr<PixelBufferTool> acquirePixelBufferTool() const;
+
+    /// Ends the worker: finishes the command that runs, abandons the queued ones, and returns when the thread
+    /// has ended. For hosts that want this before process exit; not from a command. Further calls do nothing.
+    void shutdown();
+
+    /// Whether the calling thread is the worker.
+    static bool isWorkerThread();
+
+protected:
+    void run() override;
+
+private:
+    CullCmdManager();
+    ~CullCmdManager() override;
+
+    osg::ref_ptr<BaseCmd> takeNext();
+    void abandon(BaseCmd& cmd);
+
+    std::thread _worker;
+    std::deque<osg::ref_ptr<BaseCmd>> _queue;     ///< guarded by _mutex
+    std::deque<osg::ref_ptr<BaseCmd>> _undoStack; ///< touched by the worker only
+    osg::ref_ptr<BaseCmd> _running;               ///< guarded by _mutex
+    mutable OpenThreads::Mutex _mutex;
+    OpenThreads::Condition _condition;              ///< signalled when _queue or _done changed
+    bool _done = false;                             ///< guarded by _mutex
+    bool _workerEnded = false;                      ///< guarded by _mutex
+    osg::ref_ptr<PixelBufferTool> _pixelBufferTool; ///< guarded by _mutex
+    std::mutex _shutdownMutex;                      ///< one shutdown at a time
+};
+
+} // namespace VelOsgDBBrx

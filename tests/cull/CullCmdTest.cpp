@@ -1,0 +1,467 @@
+#include "loading/CellData.h"
+#include "loading/CellGeometry.h"
+#include "tests/cull/CullScene.h"
+
+#include <VelBrx/Verify.h>
+#include <VelOsgDBBrx/PCDataManager.h>
+#include <VelOsgDBBrx/PolygonMaskTool.h>
+#include <VelOsgDBBrx/ResetCmd.h>
+#include <VelOsgDBBrx/UndoCmd.h>
+
+#include <osg/Geode>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <thread>
+
+#include <unistd.h>
+
+using namespace VelOsgDBBrx;
+
+namespace {
+
+constexpr uint8_t kCulled = 0x04;
+constexpr uint8_t kHidden = 0x0F;
+
+/// Not convex, off the pixel grid.
+const Polygon kArrow = {{20.3, 30.2},   {170.7, 20.9}, {120.1, 75.4},
+                        {180.6, 140.2}, {30.8, 110.7}, {75.2, 70.3}};
+const Polygon kLeft = {{-50, -50}, {110, -50}, {110, 200}, {-50, 200}};
+const Polygon kRight = {{90, -50}, {300, -50}, {300, 200}, {90, 200}};
+const Polygon kEverything = {{-5, -5}, {205, -5}, {205, 155}, {-5, 155}};
+
+Screen overview()
+{
+    return Screen::lookingAt({-90, -160, 120}, {3, -2, 1});
+}
+
+CmdResult reset(const LoadedStore& store)
+{
+    const osg::ref_ptr<ResetCmd> cmd = new ResetCmd(2);
+    auto infos = store.infos();
+    cmd->setOctreeInfos(infos);
+    return run(cmd);
+}
+
+/// What the records are after points `under` the polygon have been hidden or shown.
+LasRecords hidden(LasRecords records, const std::vector<bool>& under)
+{
+    for (size_t i = 0; i < records.size(); ++i)
+        if (under[i] && !(records.flags(i) & kHidden)) records.flags(i) |= kCulled;
+    return records;
+}
+
+LasRecords shown(LasRecords records, const std::vector<bool>& under)
+{
+    for (size_t i = 0; i < records.size(); ++i)
+        if (under[i]) records.flags(i) &= static_cast<uint8_t>(~kHidden);
+    return records;
+}
+
+uint64_t countDifferences(const LasRecords& a, const LasRecords& b)
+{
+    uint64_t count = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        count += a.flags(i) != b.flags(i);
+    return count;
+}
+
+bool sameBytes(const LasRecords& a, const LasRecords& b)
+{
+    return a.bytes() == b.bytes();
+}
+
+/// Every cell of a tree.
+void collect(CellData* cell, std::vector<CellData*>& cells)
+{
+    cells.push_back(cell);
+    for (const auto& child : cell->children)
+        collect(child.get(), cells);
+}
+
+/// Hidden bits of a leaf's points, by global point index.
+void addLeafBits(const osg::Node* leaf, std::vector<int>& bits)
+{
+    const auto* geometry = dynamic_cast<const CellGeometry*>(leaf->asGeode()->getDrawable(0));
+    const auto& attribute = dynamic_cast<const osg::IntArray&>(*geometry->getVertexAttribArray(12));
+    const auto& indices = dynamic_cast<const osg::Vec2iArray&>(*geometry->getUserData());
+    for (size_t i = 0; i < indices.size(); ++i)
+        bits.at(indices[i].x()) = attribute[i] >> 16 & kHidden;
+}
+
+class CullCmdTest : public testing::Test
+{
+protected:
+    void SetUp() override { CullCmdManager::getInstance()->setPixelBufferTool(new ExactMaskTool); }
+    void TearDown() override { run(new AllUndoCmd(2)); }
+
+    LasRecords records() const { return LasRecords(path); }
+
+    TempFolder folder;
+    std::string path = writeRandomStore(folder);
+    LoadedStore store{path};
+    Screen screen = overview();
+};
+
+} // namespace
+
+TEST_F(CullCmdTest, HidesTheVisiblePointsUnderThePolygonAndTouchesNoOtherByte)
+{
+    const LasRecords before = records();
+    const LasRecords expected = hidden(before, pointsUnder(before, kArrow, screen));
+    const CmdResult result = run(polygonCmd<CullCmd>(store, kArrow, screen));
+
+    EXPECT_TRUE(sameBytes(records(), expected));
+    EXPECT_EQ(result.state, CmdResult::DONE);
+    EXPECT_EQ(result.pointsChanged, countDifferences(before, expected));
+    EXPECT_GT(result.pointsChanged, 1000u);
+    EXPECT_EQ(result.storesGone + result.storesReadOnly + result.cellsUnreadable, 0u);
+    EXPECT_TRUE(VelBrx::verifyStore(path).empty());
+
+    run(new UndoCmd(2));
+    EXPECT_TRUE(sameBytes(records(), before));
+}
+
+TEST_F(CullCmdTest, WorksWithTheLibrarysMaskSource)
+{
+    const LasRecords before = records();
+    const LasRecords expected = hidden(before, pointsUnder(before, kArrow, screen));
+    CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
+    run(polygonCmd<CullCmd>(store, kArrow, screen));
+    EXPECT_LT(countDifferences(records(), expected), 10u) << "in pixels whose centre an edge almost meets";
+}
+
+TEST_F(CullCmdTest, StaysOnTheDataOfAMovedAndTurnedCloud)
+{
+    const osg::Matrixd moved = osg::Matrixd::rotate(1.1, osg::Vec3d(1, 2, 3)) *
+                               osg::Matrixd::scale(1.5, 0.5, 2) *
+                               osg::Matrixd::translate(1234567, 7654321, 250);
+    store.octree()->transform = moved;
+    screen = Screen::lookingAt({1234400, 7654100, 400}, {1234567, 7654321, 250});
+    const LasRecords before = records();
+    const LasRecords expected = hidden(before, pointsUnder(before, kArrow, screen, moved));
+    EXPECT_GT(run(polygonCmd<CullCmd>(store, kArrow, screen)).pointsChanged, 500u);
+    EXPECT_TRUE(sameBytes(records(), expected));
+}
+
+TEST_F(CullCmdTest, TakesPolygonsOfEveryShape)
+{
+    Polygon flower;
+    for (int i = 0; i < 5000; ++i) {
+        const double angle = i * 2 * M_PI / 5000;
+        flower.push_back(osg::Vec2d(100, 75) +
+                         osg::Vec2d(std::cos(angle), std::sin(angle)) * 60 * std::cos(8 * angle));
+    }
+    const Polygon star = {{100, 5.5}, {140.5, 140.5}, {10.5, 50.5}, {190.5, 50.5}, {60.5, 140.5}};
+    const Polygon far = {{-4e5, 10.5}, {3e6, 10.5}, {60.5, 7e5}};
+    for (const Polygon& polygon : {flower, star, far, kEverything}) {
+        const LasRecords before = records();
+        const LasRecords expected = hidden(before, pointsUnder(before, polygon, screen));
+        EXPECT_GT(run(polygonCmd<CullCmd>(store, polygon, screen)).pointsChanged, 500u);
+        EXPECT_TRUE(sameBytes(records(), expected));
+        run(new UndoCmd(2));
+    }
+}
+
+TEST_F(CullCmdTest, ChangesNothingWithoutAProperPolygon)
+{
+    const LasRecords before = records();
+    for (const Polygon& polygon : {Polygon{}, Polygon{{50, 50}}, Polygon{{10, 10}, {150, 120}}})
+        for (const Type type : {Type::INSIDE, Type::OUTSIDE}) {
+            EXPECT_EQ(run(polygonCmd<CullCmd>(store, polygon, screen, type)).pointsChanged, 0u);
+            EXPECT_EQ(run(polygonCmd<XorCullCmd>(store, polygon, screen, type)).pointsChanged, 0u);
+        }
+    EXPECT_TRUE(sameBytes(records(), before));
+}
+
+TEST_F(CullCmdTest, HidesOnlyWhatIsInFrontOfACameraInsideTheCloud)
+{
+    screen = Screen::lookingAt({0, 0, 0}, {10, 3, -2});
+    const LasRecords before = records();
+    const LasRecords expected = hidden(before, pointsUnder(before, kEverything, screen));
+    EXPECT_GT(run(polygonCmd<CullCmd>(store, kEverything, screen)).pointsChanged, 100u);
+    EXPECT_TRUE(sameBytes(records(), expected));
+}
+
+TEST_F(CullCmdTest, OutsideHidesEverythingElseAlsoBehindTheCamera)
+{
+    screen = Screen::lookingAt({0, 0, 0}, {10, 3, -2});
+    const LasRecords before = records();
+    std::vector<bool> others = pointsUnder(before, kArrow, screen);
+    others.flip();
+    EXPECT_GT(run(polygonCmd<CullCmd>(store, kArrow, screen, Type::OUTSIDE)).pointsChanged, 15000u);
+    EXPECT_TRUE(sameBytes(records(), hidden(before, others)));
+    run(new UndoCmd(2));
+    EXPECT_TRUE(sameBytes(records(), before));
+}
+
+TEST_F(CullCmdTest, NeverHidesAPointOutsideOneClipPlane)
+{
+    const osg::Matrixd moved = osg::Matrixd::translate(1000, -2000, 30);
+    store.octree()->transform = moved;
+    screen = Screen::lookingAt({800, -2200, 200}, {1000, -2000, 30});
+    std::vector<osg::Vec4d> planes = {{1, 0, 0, -990}, {0, 0, -1, 55}}; // world x >= 990, z <= 55
+    const auto cmd = polygonCmd<CullCmd>(store, kArrow, screen);
+    cmd->setClipPlane(planes);
+
+    const LasRecords before = records();
+    std::vector<bool> under = pointsUnder(before, kArrow, screen, moved);
+    for (size_t i = 0; i < before.size(); ++i) {
+        const osg::Vec3d world = (before.position(i) - before.offset()) * moved;
+        if (world.x() < 990 || world.z() > 55) under[i] = false;
+    }
+    EXPECT_GT(run(cmd).pointsChanged, 300u);
+    EXPECT_TRUE(sameBytes(records(), hidden(before, under)));
+}
+
+TEST_F(CullCmdTest, UndoesOverlappingCullsInOrder)
+{
+    const LasRecords before = records();
+    const LasRecords left = hidden(before, pointsUnder(before, kLeft, screen));
+    const LasRecords both = hidden(left, pointsUnder(before, kRight, screen));
+    run(polygonCmd<CullCmd>(store, kLeft, screen));
+    run(polygonCmd<CullCmd>(store, kRight, screen));
+    EXPECT_TRUE(sameBytes(records(), both));
+
+    const osg::ref_ptr<UndoCmd> undo = new UndoCmd(2);
+    EXPECT_EQ(run(undo).pointsChanged, countDifferences(left, both));
+    EXPECT_TRUE(sameBytes(records(), left)) << "points that the first cull hid stay hidden";
+    run(new UndoCmd(2));
+    EXPECT_TRUE(sameBytes(records(), before)) << "points hidden from the start stay hidden";
+    EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, 0u);
+
+    run(polygonCmd<CullCmd>(store, kLeft, screen));
+    run(polygonCmd<CullCmd>(store, kRight, screen));
+    run(new AllUndoCmd(2));
+    EXPECT_TRUE(sameBytes(records(), before));
+}
+
+TEST_F(CullCmdTest, UncullShowsEveryHiddenPointAndItsUndoDoesNotHideThemAgain)
+{
+    const LasRecords before = records();
+    const LasRecords left = hidden(before, pointsUnder(before, kLeft, screen));
+    const LasRecords expected = shown(left, pointsUnder(before, kArrow, screen));
+    run(polygonCmd<CullCmd>(store, kLeft, screen));
+    EXPECT_EQ(run(polygonCmd<XorCullCmd>(store, kArrow, screen)).pointsChanged,
+              countDifferences(left, expected));
+    EXPECT_TRUE(sameBytes(records(), expected));
+
+    run(new UndoCmd(2));
+    EXPECT_TRUE(sameBytes(records(), expected));
+    run(new UndoCmd(2));
+    EXPECT_TRUE(sameBytes(records(), shown(before, pointsUnder(before, kArrow, screen))));
+}
+
+TEST_F(CullCmdTest, ResetShowsEveryPointAndLeavesTheUndoStack)
+{
+    const LasRecords before = records();
+    const LasRecords all = shown(before, std::vector<bool>(before.size(), true));
+    run(polygonCmd<CullCmd>(store, kLeft, screen));
+    const LasRecords culled = records();
+    EXPECT_EQ(reset(store).pointsChanged, countDifferences(culled, all));
+    EXPECT_TRUE(sameBytes(records(), all));
+
+    run(polygonCmd<CullCmd>(store, kRight, screen));
+    run(new AllUndoCmd(2));
+    EXPECT_TRUE(sameBytes(records(), all));
+}
+
+TEST_F(CullCmdTest, LeavesAReadOnlyStoreAndSaysSo)
+{
+    constexpr uid_t kNobody = 65534;
+    std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(path, std::filesystem::perms(0444));
+    const bool isSuperuser = geteuid() == 0; // who may write every file
+    if (isSuperuser) {
+        ASSERT_EQ(seteuid(kNobody), 0);
+    }
+    const LoadedStore readOnly(path);
+    if (isSuperuser) {
+        ASSERT_EQ(seteuid(0), 0);
+    }
+
+    const LasRecords before = records();
+    const CmdResult result = run(polygonCmd<CullCmd>(readOnly, kArrow, screen));
+    EXPECT_EQ(result.pointsChanged, 0u);
+    EXPECT_EQ(result.storesReadOnly, 1u);
+    EXPECT_EQ(reset(readOnly).storesReadOnly, 1u);
+    EXPECT_TRUE(sameBytes(records(), before));
+}
+
+TEST_F(CullCmdTest, ReportsAMissingOrUselessMask)
+{
+    class WrongSize : public ExactMaskTool
+    {
+    public:
+        osg::ref_ptr<osg::Image> createMask(int width, int height) override
+        {
+            return ExactMaskTool::createMask(width + 1, height);
+        }
+    };
+    const LasRecords before = records();
+    CullCmdManager* manager = CullCmdManager::getInstance();
+    for (PixelBufferTool* tool :
+         {static_cast<PixelBufferTool*>(nullptr), static_cast<PixelBufferTool*>(new WrongSize)}) {
+        manager->setPixelBufferTool(tool);
+        EXPECT_EQ(manager->getPixelBufferTool(), tool);
+        EXPECT_TRUE(run(polygonCmd<CullCmd>(store, kArrow, screen)).maskMissing);
+        EXPECT_TRUE(run(polygonCmd<CullCmd>(store, kArrow, screen, Type::OUTSIDE)).maskMissing);
+    }
+    manager->setPixelBufferTool(new ExactMaskTool);
+    screen.width = 0;
+    EXPECT_TRUE(run(polygonCmd<CullCmd>(store, kArrow, screen)).maskMissing);
+    EXPECT_TRUE(sameBytes(records(), before));
+}
+
+TEST_F(CullCmdTest, SkipsAStoreThatDiesWhileItsCommandWaits)
+{
+    /// Holds the worker up until it is told to go on.
+    class Gate : public BaseCmd
+    {
+    public:
+        explicit Gate(std::shared_future<void> open) : BaseCmd(1, false), _open(std::move(open)) {}
+        void operator()(CullCmdManager*) override { _open.wait(); }
+        void reset(CullCmdManager*) override {}
+
+    private:
+        std::shared_future<void> _open;
+    };
+    const std::string otherPath = writeRandomStore(folder, 500, 2, "other.brx");
+    auto other = std::make_unique<LoadedStore>(otherPath);
+    const auto cmd = polygonCmd<CullCmd>(*other, kEverything, screen);
+    auto infos = other->infos();
+    infos.push_back(store.octree());
+    cmd->setOctreeInfos(infos);
+    const Bytes otherBefore = readFile(otherPath);
+
+    std::promise<void> open;
+    CullCmdManager::getInstance()->push(new Gate(open.get_future().share()));
+    CullCmdManager::getInstance()->push(cmd);
+    other.reset();
+    open.set_value();
+    cmd->block();
+    EXPECT_EQ(cmd->getResult().storesGone, 1u);
+    EXPECT_GT(cmd->getResult().pointsChanged, 1000u) << "the store that lives is edited";
+    EXPECT_EQ(readFile(otherPath), otherBefore);
+}
+
+TEST_F(CullCmdTest, KeepsLoadedCellsAsTheirRecordsAre)
+{
+    std::vector<CellData*> cells;
+    collect(store.octree()->root, cells);
+    ASSERT_GT(cells.size(), 20u);
+    const LasRecords before = records();
+    std::vector<osg::ref_ptr<osg::Node>> leaves; // every second cell is loaded
+    for (size_t i = 0; i < cells.size(); i += 2)
+        leaves.push_back(PCDataManager::getInstance()->acquireNodeOrCreate(cells[i]));
+
+    const auto expectSame = [&](const std::string& when) {
+        const LasRecords now = records();
+        std::vector<int> bits(now.size(), -1);
+        for (const auto& leaf : leaves)
+            addLeafBits(leaf, bits);
+        for (size_t i = 0; i < bits.size(); ++i)
+            if (bits[i] >= 0) {
+                ASSERT_EQ(bits[i], now.flags(i) & kHidden) << when << ", point " << i;
+            }
+    };
+    expectSame("at first");
+    run(polygonCmd<CullCmd>(store, kArrow, screen));
+    expectSame("after a cull");
+    for (size_t i = 1; i < cells.size(); i += 2)
+        leaves.push_back(PCDataManager::getInstance()->acquireNodeOrCreate(cells[i]));
+    expectSame("after paging in");
+    run(polygonCmd<XorCullCmd>(store, kLeft, screen));
+    expectSame("after an un-cull");
+    run(polygonCmd<CullCmd>(store, kRight, screen));
+    run(new UndoCmd(2));
+    expectSame("after an undo");
+    reset(store);
+    expectSame("after a reset");
+}
+
+TEST_F(CullCmdTest, ReachesCellsThatOnlyAnotherOctreeOfTheStoreHolds)
+{
+    const LoadedStore twin(path);
+    const osg::ref_ptr<osg::Node> leaf =
+        PCDataManager::getInstance()->acquireNodeOrCreate(twin.octree()->root);
+    run(polygonCmd<CullCmd>(store, kEverything, screen));
+    const LasRecords now = records();
+    std::vector<int> bits(now.size(), -1);
+    addLeafBits(leaf, bits);
+    int hiddenPoints = 0;
+    for (size_t i = 0; i < bits.size(); ++i) {
+        if (bits[i] < 0) continue;
+        EXPECT_EQ(bits[i], now.flags(i) & kHidden);
+        hiddenPoints += bits[i] == kCulled;
+    }
+    EXPECT_GT(hiddenPoints, 1000);
+}
+
+TEST_F(CullCmdTest, WaitsForThePassThatHasTheStore)
+{
+    OctreeInfo* octree = store.octree();
+    const auto cmd = polygonCmd<CullCmd>(store, kArrow, screen);
+    octree->busy = 1;
+    {
+        const std::lock_guard<std::mutex> pass(octree->pointFile->mutex);
+        CullCmdManager::getInstance()->push(cmd);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(cmd->getResult().state, CmdResult::WAITING);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(cmd->getResult().state, CmdResult::WAITING);
+    EXPECT_FALSE(octree->dirty);
+    octree->busy = 0;
+    cmd->block();
+    EXPECT_GT(cmd->getResult().pointsChanged, 1000u);
+    EXPECT_TRUE(octree->dirty);
+    EXPECT_EQ(octree->busy, 0u);
+    EXPECT_TRUE(octree->pointFile->mutex.try_lock());
+    octree->pointFile->mutex.unlock();
+}
+
+TEST(CullCmdDeathTest, AKillInMidCullLeavesEveryFlagOldOrNew)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // The process that dies runs this test again from its start: it finds the store by the environment.
+    constexpr char kStoreVariable[] = "VELBRX_TEST_KILLED_STORE";
+    const Screen screen = overview();
+    const auto cullUntilKilled = [&] {
+        const LoadedStore store(getenv(kStoreVariable));
+        CullCmdManager::getInstance()->setPixelBufferTool(new ExactMaskTool);
+        std::thread([] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            kill(getpid(), SIGKILL);
+        }).detach();
+        for (;;) {
+            run(polygonCmd<CullCmd>(store, kArrow, screen));
+            run(new UndoCmd(2));
+        }
+    };
+    const TempFolder folder;
+    const std::string path = writeRandomStore(folder, 50000);
+    setenv(kStoreVariable, path.c_str(), 0);
+    const LasRecords before(path);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EXIT(cullUntilKilled(), testing::KilledBySignal(SIGKILL), "");
+        const LasRecords after(path);
+        const LasRecords culled = hidden(before, pointsUnder(before, kArrow, screen));
+        LasRecords restored = after;
+        for (size_t i = 0; i < before.size(); ++i) {
+            ASSERT_TRUE(after.flags(i) == before.flags(i) || after.flags(i) == culled.flags(i))
+                << "point " << i;
+            restored.flags(i) = before.flags(i);
+        }
+        EXPECT_TRUE(sameBytes(restored, before)) << "bytes other than flags changed";
+        EXPECT_TRUE(VelBrx::verifyStore(path).empty());
+    }
+    unsetenv(kStoreVariable);
+}

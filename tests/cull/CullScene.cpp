@@ -1,0 +1,201 @@
+#include "tests/cull/CullScene.h"
+
+#include "tests/support/TestStore.h"
+
+#include <VelOsgDBBrx/LoadBrxTool.h>
+
+#include <osg/Viewport>
+
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <random>
+#include <stdexcept>
+
+using namespace VelOsgDBBrx;
+
+namespace {
+
+template <class T>
+T fieldAt(const Bytes& bytes, size_t position)
+{
+    T value;
+    std::memcpy(&value, bytes.data() + position, sizeof value);
+    return value;
+}
+
+bool contains(const Polygon& polygon, double x, double y)
+{
+    bool inside = false;
+    for (size_t i = 0; i < polygon.size(); ++i) {
+        const osg::Vec2d a = polygon[i];
+        const osg::Vec2d b = polygon[(i + 1) % polygon.size()];
+        if ((a.y() <= y) == (b.y() <= y)) continue;
+        if (a.x() + (y - a.y()) / (b.y() - a.y()) * (b.x() - a.x()) > x) inside = !inside;
+    }
+    return inside;
+}
+
+/// Places each point in the cell of its level; the level is drawn by lot.
+class CloudBuilder
+{
+public:
+    void add(const TestPoint& point, int level)
+    {
+        const int cellsPerAxis = 1 << level;
+        uint64_t code = 0;
+        const int32_t steps[3] = {point.x, point.y, point.z};
+        for (int bit = level - 1; bit >= 0; --bit)
+            for (int axis = 2; axis >= 0; --axis) {
+                const int cell = static_cast<int>((steps[axis] + 50000) * cellsPerAxis / 100001.0);
+                code = code << 1 | (cell >> bit & 1);
+            }
+        _cells[{level, code}].push_back(point);
+    }
+
+    TestStore store(uint64_t identity)
+    {
+        TestStore store;
+        for (double& scale : store.scale)
+            scale = 0.001;
+        const double offset[3] = {1234567.0, 7654321.0, 250.0};
+        std::copy(offset, offset + 3, store.offset);
+        store.coordinateSystem = "LOCAL_CS[\"odd\"]";
+        store.index.storeId = identity;
+        for (int axis = 0; axis < 3; ++axis)
+            store.index.cubeMin[axis] = offset[axis] - 50;
+        store.index.cubeSize = 100.002;
+        for (const auto& [key, points] : _cells)
+            store.addCell(key.first, key.second, points);
+        store.updateStatistics();
+        return store;
+    }
+
+private:
+    std::map<std::pair<int, uint64_t>, std::vector<TestPoint>> _cells;
+};
+
+} // namespace
+
+Bytes readFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("cannot read " + path);
+    return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+LasRecords::LasRecords(const std::string& path) : _bytes(readFile(path))
+{
+    _start = fieldAt<uint32_t>(_bytes, 96);
+    _count = fieldAt<uint64_t>(_bytes, 247);
+}
+
+osg::Vec3d LasRecords::offset() const
+{
+    return osg::Vec3d(fieldAt<double>(_bytes, 155), fieldAt<double>(_bytes, 163),
+                      fieldAt<double>(_bytes, 171));
+}
+
+osg::Vec3d LasRecords::position(size_t point) const
+{
+    osg::Vec3d position = offset();
+    for (int axis = 0; axis < 3; ++axis)
+        position[axis] +=
+            fieldAt<int32_t>(_bytes, record(point) + 4 * axis) * fieldAt<double>(_bytes, 131 + 8 * axis);
+    return position;
+}
+
+double LasRecords::gpsTime(size_t point) const
+{
+    return fieldAt<double>(_bytes, record(point) + 22);
+}
+
+Screen Screen::lookingAt(const osg::Vec3d& eye, const osg::Vec3d& center)
+{
+    Screen screen;
+    screen.view = osg::Matrixd::lookAt(eye, center, osg::Vec3d(0, 0, 1));
+    screen.projection = osg::Matrixd::perspective(40, 1.0 * screen.width / screen.height, 1, 1000);
+    return screen;
+}
+
+osg::Matrixd Screen::vpw() const
+{
+    const osg::ref_ptr<osg::Viewport> viewport = new osg::Viewport(0, 0, width, height);
+    return view * projection * viewport->computeWindowMatrix();
+}
+
+std::vector<bool> pointsUnder(const LasRecords& records, const Polygon& polygon, const Screen& screen,
+                              const osg::Matrixd& localToWorld)
+{
+    std::vector<bool> under(records.size());
+    for (size_t i = 0; i < records.size(); ++i) {
+        const osg::Vec3d local = records.position(i) - records.offset();
+        const osg::Vec4d window = osg::Vec4d(local, 1) * localToWorld * screen.vpw();
+        if (window.w() <= 0) continue;
+        const double x = window.x() / window.w();
+        const double row = screen.height - window.y() / window.w();
+        if (x <= -1 || x >= screen.width || row <= -1 || row >= screen.height) continue;
+        under[i] = contains(polygon, std::trunc(x) + 0.5, std::trunc(row) + 0.5);
+    }
+    return under;
+}
+
+bool ExactMaskTool::acquire()
+{
+    return _mutex.lock() == 0;
+}
+
+void ExactMaskTool::release()
+{
+    _mutex.unlock();
+}
+
+osg::ref_ptr<osg::Image> ExactMaskTool::createMask(int width, int height)
+{
+    if (width < 1 || height < 1) return nullptr;
+    osg::ref_ptr<osg::Image> mask = new osg::Image;
+    mask->allocateImage(width, height, 1, GL_RGB, GL_UNSIGNED_BYTE);
+    std::memset(mask->data(), 0, mask->getTotalSizeInBytes());
+    for (int row = 0; row < height; ++row)
+        for (int column = 0; column < width; ++column)
+            *mask->data(column, row) = contains(_polygon, column + 0.5, row + 0.5);
+    return mask;
+}
+
+std::string writeRandomStore(const TempFolder& folder, int count, unsigned seed, const std::string& name)
+{
+    // The cache knows cells by the identity of their store.
+    static std::atomic<uint64_t> storeCounter{0xC011};
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int32_t> step(-50000, 50000);
+    CloudBuilder builder;
+    for (int i = 0; i < count; ++i) {
+        TestPoint point;
+        point.x = step(random);
+        point.y = step(random);
+        point.z = step(random);
+        point.gpsTime = 1e5 + i;
+        point.sourceId = static_cast<uint16_t>(i);
+        point.red = point.green = point.blue = 65535;
+        point.flags = static_cast<uint8_t>(i % 11 == 0 ? 0xA1 : 0x50);
+        builder.add(point, i % 3);
+    }
+    return folder.write(name, builder.store(storeCounter++).bytes());
+}
+
+LoadedStore::LoadedStore(const std::string& storePath)
+    : path(storePath), cloud(dynamic_cast<IPointCloud*>(LoadBrxTool::loadBrxFile(storePath, std::string())))
+{
+    if (!cloud) throw std::runtime_error("cannot load " + storePath);
+}
+
+CmdResult run(BaseCmd* cmd)
+{
+    const osg::ref_ptr<BaseCmd> held = cmd;
+    CullCmdManager::getInstance()->push(held);
+    held->block();
+    return held->getResult();
+}

@@ -1,0 +1,142 @@
+#include <VelOsgDBBrx/PolygonMaskTool.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <thread>
+
+using VelOsgDBBrx::PolygonMaskTool;
+
+namespace {
+
+using Polygon = std::vector<osg::Vec2d>;
+
+osg::ref_ptr<osg::Image> maskOf(const std::vector<Polygon>& polygons, int width, int height)
+{
+    const osg::ref_ptr<PolygonMaskTool> tool = new PolygonMaskTool;
+    tool->acquire();
+    tool->clear();
+    for (const Polygon& polygon : polygons)
+        tool->addPolygon(polygon);
+    osg::ref_ptr<osg::Image> mask = tool->createMask(width, height);
+    tool->release();
+    return mask;
+}
+
+/// Rows from the top, '#' inside.
+std::string drawing(const osg::Image& mask)
+{
+    std::string text;
+    for (int row = 0; row < mask.t(); ++row) {
+        for (int column = 0; column < mask.s(); ++column)
+            text += *mask.data(column, row) ? '#' : '.';
+        text += '\n';
+    }
+    return text;
+}
+
+std::string drawingOf(const std::vector<Polygon>& polygons, int width = 8, int height = 4)
+{
+    return drawing(*maskOf(polygons, width, height));
+}
+
+} // namespace
+
+TEST(PolygonMaskTool, CountsPixelsWhoseCentreIsInsideFromTheTopRow)
+{
+    EXPECT_EQ(drawingOf({{{1, 0}, {4, 0}, {4, 2}, {1, 2}}}), ".###....\n"
+                                                             ".###....\n"
+                                                             "........\n"
+                                                             "........\n");
+    EXPECT_EQ(drawingOf({{{1.6, 0.6}, {3.4, 0.6}, {3.4, 2.4}, {1.6, 2.4}}}), "........\n"
+                                                                             "..#.....\n"
+                                                                             "........\n"
+                                                                             "........\n")
+        << "a pixel that the polygon only grazes is not inside";
+}
+
+TEST(PolygonMaskTool, LeavesAreasCoveredTwiceOutside)
+{
+    const Polygon bowTie = {{0, 0}, {8, 4}, {8, 0}, {0, 4}};
+    EXPECT_EQ(drawingOf({bowTie}), "#......#\n"
+                                   "###..###\n"
+                                   "###..###\n"
+                                   "#......#\n");
+    const Polygon square = {{1, 0}, {7, 0}, {7, 4}, {1, 4}};
+    const Polygon hole = {{3, 1}, {5, 1}, {5, 3}, {3, 3}};
+    EXPECT_EQ(drawingOf({square, hole}), ".######.\n"
+                                         ".##..##.\n"
+                                         ".##..##.\n"
+                                         ".######.\n");
+}
+
+TEST(PolygonMaskTool, TakesVerticesFarBeyondTheWindow)
+{
+    const double far = 1e11;
+    EXPECT_EQ(drawingOf({{{-far, -far}, {4, -far}, {4, far}, {-far, far}}}), "####....\n"
+                                                                             "####....\n"
+                                                                             "####....\n"
+                                                                             "####....\n");
+    EXPECT_EQ(drawingOf({{{-far, 0}, {far, 0}, {0, far}, {0, 2}, {-far, 2}}}), "########\n"
+                                                                               "########\n"
+                                                                               "########\n"
+                                                                               "########\n");
+    EXPECT_EQ(drawingOf({{{-100, -100}, {-50, -100}, {-50, 100}}}), drawingOf({}));
+}
+
+TEST(PolygonMaskTool, CoversNothingWithoutAProperPolygon)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::string nothing = "........\n........\n........\n........\n";
+    EXPECT_EQ(drawingOf({}), nothing);
+    EXPECT_EQ(drawingOf({{}}), nothing);
+    EXPECT_EQ(drawingOf({{{1, 1}}}), nothing);
+    EXPECT_EQ(drawingOf({{{1, 1}, {7, 3}}}), nothing);
+    EXPECT_EQ(drawingOf({{{0, 0}, {8, 0}, {8, 4}, {nan, 4}}}), nothing);
+}
+
+TEST(PolygonMaskTool, RefusesWindowsWithoutPixels)
+{
+    EXPECT_FALSE(maskOf({}, 0, 4));
+    EXPECT_FALSE(maskOf({}, 4, -1));
+    EXPECT_FALSE(maskOf({}, 40000, 1)) << "cairo makes no image of that width";
+}
+
+TEST(PolygonMaskTool, FillsThousandsOfVertices)
+{
+    Polygon circle;
+    constexpr int kVertices = 20000;
+    for (int i = 0; i < kVertices; ++i)
+        circle.push_back(osg::Vec2d(50, 50) +
+                         osg::Vec2d(std::cos(i * 2 * M_PI / kVertices), std::sin(i * 2 * M_PI / kVertices)) *
+                             40);
+    const osg::ref_ptr<osg::Image> mask = maskOf({circle}, 100, 100);
+    int inside = 0;
+    for (int row = 0; row < 100; ++row)
+        for (int column = 0; column < 100; ++column)
+            inside += *mask->data(column, row) != 0;
+    EXPECT_NEAR(inside, M_PI * 40 * 40, 30);
+}
+
+TEST(PolygonMaskTool, LetsOneCallerInAtATime)
+{
+    const osg::ref_ptr<PolygonMaskTool> tool = new PolygonMaskTool;
+    std::vector<std::thread> callers;
+    std::vector<int> pixels(4);
+    for (int caller = 0; caller < 4; ++caller)
+        callers.emplace_back([&, caller] {
+            for (int round = 0; round < 50; ++round) {
+                tool->acquire();
+                tool->clear();
+                tool->addPolygon({{0, 0}, {caller + 1.0, 0}, {caller + 1.0, 1}, {0, 1}});
+                const osg::ref_ptr<osg::Image> mask = tool->createMask(8, 1);
+                tool->release();
+                for (int column = 0; column < 8; ++column)
+                    pixels[caller] += *mask->data(column, 0) != 0;
+            }
+        });
+    for (std::thread& caller : callers)
+        caller.join();
+    EXPECT_EQ(pixels, (std::vector<int>{50, 100, 150, 200}));
+}
