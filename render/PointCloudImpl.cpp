@@ -1,17 +1,14 @@
 #include "render/PointCloudImpl.h"
 
+#include "render/StorageBuffer.h"
+
 #include <OpenThreads/ScopedLock>
-#include <osg/Array>
-#include <osg/BufferIndexBinding>
-#include <osg/BufferObject>
 #include <osg/Uniform>
 #include <osgUtil/CullVisitor>
 
 #include <atomic>
 
 namespace {
-
-constexpr unsigned kCloudPlanesBinding = 7;
 
 std::atomic<int> nextBinOrder{0};
 
@@ -20,9 +17,7 @@ void clipTo(const std::vector<osg::Vec4d>& planes, osg::StateSet& state)
 {
     state.getOrCreateUniform("cloudPlaneNum", osg::Uniform::INT)->set(static_cast<int>(planes.size()));
     if (planes.empty()) return;
-    const osg::ref_ptr<osg::Vec4dArray> array = new osg::Vec4dArray(planes.begin(), planes.end());
-    array->setBufferObject(new osg::ShaderStorageBufferObject);
-    state.setAttributeAndModes(new osg::ShaderStorageBufferBinding(kCloudPlanesBinding, array, 0, 0));
+    bindStorageBuffer(state, StorageBuffer::CloudPlanes, new osg::Vec4dArray(planes.begin(), planes.end()));
 }
 
 } // namespace
@@ -30,8 +25,9 @@ void clipTo(const std::vector<osg::Vec4d>& planes, osg::StateSet& state)
 PointCloudImpl::PointCloudImpl(PointCloudLOD* lod) : _lod(lod)
 {
     addChild(lod);
-    getOrCreateStateSet()->setRenderBinDetails(nextBinOrder++, "RenderBin",
-                                               osg::StateSet::USE_RENDERBIN_DETAILS);
+    osg::StateSet& state = *getOrCreateStateSet();
+    state.setRenderBinDetails(nextBinOrder++, "RenderBin", osg::StateSet::USE_RENDERBIN_DETAILS);
+    state.setDataVariance(osg::Object::DYNAMIC); // hosts change it while draw threads run
 }
 
 void PointCloudImpl::traverse(osg::NodeVisitor& visitor)

@@ -1,10 +1,10 @@
 #include <VelOsgDBBrx/ShaderHelper.h>
 
+#include "render/PointCloudViewerVisitor.h"
 #include "render/PointPrograms.h"
+#include "render/StorageBuffer.h"
 
 #include <osg/Array>
-#include <osg/BufferIndexBinding>
-#include <osg/BufferObject>
 #include <osg/StateSet>
 #include <osg/Uniform>
 
@@ -21,7 +21,6 @@ namespace VelOsgDBBrx {
 namespace {
 
 constexpr unsigned kTableSize = 256;
-constexpr unsigned kGradientBinding = 9;
 const osg::Vec4f kOutsideTable(0, 0, 0, 1);
 
 std::mutex selectColorMutex;
@@ -33,6 +32,7 @@ class ModeState
 public:
     ModeState(osg::Node& node, PointProgram program) : _state(*node.getOrCreateStateSet())
     {
+        _state.setDataVariance(osg::Object::DYNAMIC); // draw threads may be reading it
         _state.setAttributeAndModes(pointProgram(program), osg::StateAttribute::ON);
         _state.setMode(GL_VERTEX_PROGRAM_POINT_SIZE, osg::StateAttribute::ON);
     }
@@ -71,10 +71,7 @@ public:
         const size_t size = info.entries.size() * sizeof(ColorEntry);
         osg::ref_ptr<osg::UByteArray> bytes = new osg::UByteArray(static_cast<unsigned>(size));
         std::memcpy(&bytes->front(), info.entries.data(), size);
-        bytes->setBufferObject(new osg::ShaderStorageBufferObject);
-        bytes->dirty();
-        _state.setAttributeAndModes(new osg::ShaderStorageBufferBinding(kGradientBinding, bytes, 0, 0),
-                                    osg::StateAttribute::ON);
+        bindStorageBuffer(_state, StorageBuffer::Gradient, bytes);
         set("elevationEntry", info.range);
     }
 
@@ -199,6 +196,18 @@ void ShaderHelper::applySelectColor(osg::Node* node)
     osg::StateSet* state = node ? node->getStateSet() : nullptr;
     osg::Uniform* uniform = state ? state->getUniform("selectColor") : nullptr;
     if (uniform) uniform->set(getSelectColor());
+}
+
+void ShaderHelper::switchEDLShader(osg::Node* node, bool enable)
+{
+    if (!node) return;
+    PointCloudViewerVisitor visitor([enable](IPointCloud& cloud) {
+        if (enable)
+            cloud.enableEyeDomeLighting();
+        else
+            cloud.disableEyeDomeLighting();
+    });
+    node->accept(visitor);
 }
 
 } // namespace VelOsgDBBrx

@@ -79,6 +79,9 @@ public:
     static void classificationColorShaderWithLight(osg::Node* node, std::vector<osg::Vec4f>& colors);
     /// @}
 
+    /// Switches eye-dome lighting of every point cloud at or below the node on or off.
+    static void switchEDLShader(osg::Node* node, bool enable);
+
     /// Colour of selected points for mode functions called from now on.
     static void setSelectColor(const osg::Vec4f& color);
     static osg::Vec4f getSelectColor();

@@ -20,6 +20,7 @@ void main()
 {
     gl_TexCoord[0] = gl_MultiTexCoord0;
     gl_Position = ftransform();
+    gl_ClipVertex = gl_ModelViewMatrix * gl_Vertex; // for fixed-function clip planes
     lpointCloudID = lpcID;
     rpointCloudID = rpcID;
 

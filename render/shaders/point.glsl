@@ -77,6 +77,7 @@ void applyCullFlag()
 void main()
 {
     gl_Position = ftransform();
+    gl_ClipVertex = gl_ModelViewMatrix * gl_Vertex; // for fixed-function clip planes
     dvec4 globalPosition = modelMatrix * dvec4(gl_Vertex);
 
     cansee = 2.0;

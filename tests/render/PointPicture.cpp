@@ -7,9 +7,6 @@
 #include <osg/Geode>
 #include <osgUtil/CullVisitor>
 
-const osg::Vec3d PointPicture::kOrigin(512345.678, 5412345.25, 123.5);
-const osg::Vec3ub PointPicture::kBackground(10, 20, 30);
-
 namespace {
 
 std::vector<TestPoint> placedInARow(std::vector<TestPoint> points)

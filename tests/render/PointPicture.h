@@ -28,8 +28,9 @@ class PointPicture
 public:
     static constexpr int kSize = 32;
     static constexpr int kRow = 4;
-    static const osg::Vec3d kOrigin; ///< world coordinates of the picture's lower left corner
-    static const osg::Vec3ub kBackground;
+    /// World coordinates of the picture's lower left corner.
+    inline static const osg::Vec3d kOrigin = osg::Vec3d(512345.678, 5412345.25, 123.5);
+    inline static const osg::Vec3ub kBackground = osg::Vec3ub(10, 20, 30);
 
     /// Sets the points' x and y; z stays as given, in millimetres above the origin.
     explicit PointPicture(std::vector<TestPoint> points, const std::vector<osg::Vec4f>& normals = {});

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <VelOsgDBBrx/Export.h>
+
+#include <osg/BoundingBox>
+#include <osg/Node>
+#include <osg/Vec2f>
+#include <osg/Vec4d>
+#include <osg/Vec4f>
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+namespace VelOsgDBBrx {
+
+/// Display settings of point clouds, without their uniforms' names. Each function sets state on `node`, a
+/// point cloud or anything above some, and holds for every cloud below it that has no setting of its own; a
+/// null node is ignored. What is never set has a default: size 1, culled points hidden, everything else off.
+///
+/// Planes are (a, b, c, d) in world coordinates; a point is inside where a x + b y + c z + d >= 0. All kinds
+/// of clipping apply together, fixed-function clip planes (`osg::ClipNode`) included.
+///
+/// Call these where the scene may be changed: between frames or in the update traversal.
+class VEL_OSGDB_BRX_EXPORT PointCloudHelper
+{
+public:
+    static void setPointSize(osg::Node* node, int pixels);
+
+    /// Identifier of the clouds below the node in picks; see `PointPicker`.
+    static void setPointCloudId(osg::Node* node, uint64_t id);
+
+    /// \name Brightness and contrast of the colours, intensity mode excepted
+    /// @{
+    /// A channel c in [0, 1] becomes (c - 0.5) contrast + 0.5 + brightness, kept in [0, 1].
+    static void setBrightnessContrast(osg::Node* node, float brightness, float contrast);
+
+    /// A channel of 0 to 255 becomes the table's entry, 0 to 255.
+    static void setBrightnessTable(osg::Node* node, const std::array<float, 256>& table);
+
+    static void resetBrightness(osg::Node* node);
+    /// @}
+
+    /// \name Culled points
+    /// @{
+    static void hideCulledPoints(osg::Node* node);
+    static void showCulledPoints(osg::Node* node, const osg::Vec4f& color);
+    /// @}
+
+    /// \name Clip box: points outside any of up to eight planes are hidden
+    /// @{
+    /// An invalid box takes the clip box away.
+    static void setClipBox(osg::Node* node, const osg::BoundingBoxd& box);
+
+    /// False, and nothing changes, with more than eight planes; none take the clip box away.
+    static bool setClipBox(osg::Node* node, const std::vector<osg::Vec4d>& planes);
+    /// @}
+
+    /// \name Section planes: points outside every group of planes are hidden
+    /// A point is inside a group when it is inside each of its planes.
+    /// @{
+    /// `planes` holds consecutive groups of `planesPerGroup`; `offset` is added to each of them. Planes are
+    /// kept as floats, the offset as double: at world coordinates of seven digits a plane alone is good to
+    /// about half a metre, and a clip box or `setClipPlane` exact. False, and nothing changes, when `planes`
+    /// are not whole groups.
+    static bool setSectionPlanes(osg::Node* node, const std::vector<osg::Vec4f>& planes, int planesPerGroup,
+                                 const osg::Vec4d& offset = osg::Vec4d());
+    static void clearSectionPlanes(osg::Node* node);
+    /// @}
+
+    /// Shows only points whose normal is at least 60 degrees off the view axis. Points without a normal stay.
+    static void setNormalFilter(osg::Node* node, bool active);
+
+    /// \name Enhanced line: points inside a polygon seen from above stand out by colour and size
+    /// @{
+    /// `polygon` is in world x and y, closed implicitly. The elevation mode always draws these points at
+    /// size 10.
+    static void setEnhancedLine(osg::Node* node, const std::vector<osg::Vec2f>& polygon,
+                                const osg::Vec4f& color, int pixels);
+    static void clearEnhancedLine(osg::Node* node);
+    /// @}
+
+    /// Hides the points outside any of the planes, of every point cloud at or below the node, from now on and
+    /// in double precision (see `IPointCloud::setPlanes`); no planes show all points. Any number is possible;
+    /// each costs every point a test. Commands that edit points take the planes they heed from their caller.
+    static void setClipPlane(osg::Node* node, const std::vector<osg::Vec4d>& planes);
+};
+
+} // namespace VelOsgDBBrx

@@ -1,0 +1,242 @@
+#include "tests/render/PointPicture.h"
+
+#include <VelOsgDBBrx/PointCloudHelper.h>
+#include <VelOsgDBBrx/ShaderHelper.h>
+
+#include <gtest/gtest.h>
+#include <osg/ClipNode>
+#include <osg/Uniform>
+
+using VelOsgDBBrx::ColorEntry;
+using VelOsgDBBrx::ColorWithRangeInfo;
+using VelOsgDBBrx::PointCloudHelper;
+using VelOsgDBBrx::ShaderHelper;
+
+namespace {
+
+using Colors = std::vector<osg::Vec3ub>;
+
+const osg::Vec3ub kHidden = PointPicture::kBackground;
+const osg::Vec3ub kWhite(255, 255, 255);
+const osg::Vec3d kOrigin = PointPicture::kOrigin;
+
+std::vector<TestPoint> whitePoints(size_t count)
+{
+    return std::vector<TestPoint>(count, coloredPoint(255, 255, 255));
+}
+
+/// For each of the first `count` points, whether it is drawn: 'x' or '.'.
+std::string drawn(PointPicture& picture)
+{
+    std::string result;
+    for (const osg::Vec3ub& color : picture.draw())
+        result += color == kHidden ? '.' : 'x';
+    return result;
+}
+
+/// Inside where x is at least (sign 1) or at most (sign -1) `metres` right of the picture's origin.
+osg::Vec4d xPlane(double sign, double metres)
+{
+    return osg::Vec4d(sign, 0, 0, -sign * (kOrigin.x() + metres));
+}
+
+} // namespace
+
+TEST(ClipBox, HidesWhatIsOutsideAnyOfItsPlanesToTheMillimetre)
+{
+    PointPicture picture(whitePoints(6)); // at x = 0.5, 1.5, ...
+    osg::BoundingBoxd box(kOrigin + osg::Vec3d(1.5, -10, -10), kOrigin + osg::Vec3d(3.4995, 40, 10));
+    PointCloudHelper::setClipBox(picture.cloud, box);
+    EXPECT_EQ(drawn(picture), ".xx...");
+    box.xMin() += 0.0005;
+    PointCloudHelper::setClipBox(picture.cloud, box);
+    EXPECT_EQ(drawn(picture), "..x...");
+    PointCloudHelper::setClipBox(picture.cloud, osg::BoundingBoxd());
+    EXPECT_EQ(drawn(picture), "xxxxxx");
+
+    EXPECT_FALSE(PointCloudHelper::setClipBox(picture.cloud, std::vector<osg::Vec4d>(9, xPlane(1, 3))));
+    EXPECT_EQ(drawn(picture), "xxxxxx");
+    EXPECT_TRUE(PointCloudHelper::setClipBox(picture.root, std::vector<osg::Vec4d>(8, xPlane(1, 4))));
+    EXPECT_EQ(drawn(picture), "xxxxxx") << "the cloud's own setting wins";
+    picture.cloud->getStateSet()->removeUniform("activeDClipPlane");
+    picture.cloud->getStateSet()->removeUniform("clipPlane");
+    EXPECT_EQ(drawn(picture), "....xx") << "without one, the setting above holds";
+}
+
+TEST(CloudPlanes, ClipEveryCloudBelowTheNodeWithAnyNumberOfPlanes)
+{
+    PointPicture picture(whitePoints(6));
+    const osg::ref_ptr<osg::Group> hidden = new osg::Group;
+    hidden->setNodeMask(0);
+    picture.root->addChild(hidden);
+    hidden->addChild(picture.cloud);
+    picture.root->removeChild(picture.cloud);
+
+    std::vector<osg::Vec4d> planes(20, xPlane(1, 1.5));
+    planes.push_back(xPlane(-1, 3.4995));
+    PointCloudHelper::setClipPlane(picture.root, planes);
+    hidden->setNodeMask(~0u);
+    EXPECT_EQ(drawn(picture), ".xx...");
+    EXPECT_EQ(picture.fixture.octree->planes, planes);
+    PointCloudHelper::setClipPlane(picture.root, {});
+    EXPECT_EQ(drawn(picture), "xxxxxx");
+}
+
+TEST(FixedFunctionPlanes, ClipPointsTooAlsoInAMovedNode)
+{
+    PointPicture picture(whitePoints(6));
+    const osg::ref_ptr<osg::ClipNode> clip = new osg::ClipNode;
+    clip->addClipPlane(new osg::ClipPlane(0, 1, 0, 0, -2)); // in the frame of the picture's root
+    picture.root->addChild(clip);
+    clip->addChild(picture.cloud);
+    picture.root->removeChild(picture.cloud);
+    EXPECT_EQ(drawn(picture), "..xxxx");
+}
+
+TEST(SectionPlanes, ShowWhatIsInsideAnyGroup)
+{
+    PointPicture picture(whitePoints(6));
+    picture.root->setMatrix(osg::Matrixd::translate(0, 0, 0));
+    picture.viewer.camera().setViewMatrix(osg::Matrixd());
+    const std::vector<osg::Vec4f> planes = {osg::Vec4f(1, 0, 0, 0), osg::Vec4f(-1, 0, 0, 2.2f),
+                                            osg::Vec4f(1, 0, 0, -4), osg::Vec4f(-1, 0, 0, 5)};
+    EXPECT_TRUE(PointCloudHelper::setSectionPlanes(picture.cloud, planes, 2));
+    EXPECT_EQ(drawn(picture), "xx..x.");
+    EXPECT_TRUE(PointCloudHelper::setSectionPlanes(picture.cloud, planes, 1));
+    EXPECT_EQ(drawn(picture), "xxxxxx") << "each plane a group of its own";
+    EXPECT_TRUE(PointCloudHelper::setSectionPlanes(picture.cloud, planes, 2, osg::Vec4d(0, 0, 0, -0.65)));
+    EXPECT_EQ(drawn(picture), ".x....") << "0.65 to 1.55, and an empty group";
+    EXPECT_FALSE(PointCloudHelper::setSectionPlanes(picture.cloud, planes, 3));
+    EXPECT_FALSE(PointCloudHelper::setSectionPlanes(picture.cloud, planes, 0));
+    EXPECT_EQ(drawn(picture), ".x....");
+    PointCloudHelper::clearSectionPlanes(picture.cloud);
+    EXPECT_EQ(drawn(picture), "xxxxxx");
+}
+
+TEST(NormalFilter, KeepsPointsSeenUnderAFlatAngleAndPointsWithoutANormal)
+{
+    const std::vector<osg::Vec4f> normals = {osg::Vec4f(0, 0, 1, 0),        osg::Vec4f(1, 0, 0, 0),
+                                             osg::Vec4f(0, 0, -1, 0),       osg::Vec4f(0.8f, 0, 0.6f, 0),
+                                             osg::Vec4f(0.9f, 0, 0.43f, 0), osg::Vec4f(0, 0, 0, 0)};
+    PointPicture picture(whitePoints(6), normals);
+    EXPECT_EQ(drawn(picture), "xxxxxx");
+    PointCloudHelper::setNormalFilter(picture.cloud, true);
+    EXPECT_EQ(drawn(picture), ".x..xx");
+
+    PointPicture without(whitePoints(2));
+    PointCloudHelper::setNormalFilter(without.cloud, true);
+    EXPECT_EQ(drawn(without), "xx");
+}
+
+TEST(Brightness, GoesThroughATableAfterTheColourMode)
+{
+    PointPicture picture({coloredPoint(0, 100, 255), coloredPoint(51, 51, 51)});
+    std::array<float, 256> inverse;
+    for (size_t i = 0; i < inverse.size(); ++i)
+        inverse[i] = static_cast<float>(255 - i);
+    PointCloudHelper::setBrightnessTable(picture.cloud, inverse);
+    EXPECT_EQ(picture.draw(), (Colors{{255, 155, 0}, {204, 204, 204}}));
+    ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(1, 0, 0.2f, 1));
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(0, 255, 204));
+    ShaderHelper::originColorShader(picture.cloud);
+    PointCloudHelper::setBrightnessContrast(picture.cloud, 0, 1);
+    EXPECT_EQ(picture.draw(), (Colors{{0, 100, 255}, {51, 51, 51}}));
+    PointCloudHelper::setBrightnessContrast(picture.cloud, 0.2f, 1);
+    EXPECT_EQ(picture.draw(), (Colors{{51, 151, 255}, {102, 102, 102}}));
+    PointCloudHelper::resetBrightness(picture.cloud);
+    EXPECT_EQ(picture.draw(), (Colors{{0, 100, 255}, {51, 51, 51}}));
+}
+
+TEST(Brightness, LooksUpTheStoredColourAndNotTheBlendedOneInTheOriginMode)
+{
+    PointPicture picture({coloredPoint(100, 100, 100)}); // intensity 0: blended to black
+    picture.cloud->getOrCreateStateSet()->addUniform(new osg::Uniform("blendIntensity", true));
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(0, 0, 0));
+    PointCloudHelper::setBrightnessContrast(picture.cloud, 0, 1);
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(100, 100, 100));
+    ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(1, 1, 1, 1));
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(0, 0, 0));
+}
+
+TEST(EnhancedLine, StandsOutByColourAndSize)
+{
+    PointPicture picture(whitePoints(6));
+    picture.root->setMatrix(osg::Matrixd::translate(0, 0, 0));
+    picture.viewer.camera().setViewMatrix(osg::Matrixd());
+    const float row = PointPicture::kRow + 0.5f;
+    const std::vector<osg::Vec2f> triangle = {osg::Vec2f(3, row - 1), osg::Vec2f(5, row + 1),
+                                              osg::Vec2f(5, row - 1)};
+    PointCloudHelper::setEnhancedLine(picture.cloud, triangle, osg::Vec4f(1, 0, 0, 1), 3);
+    picture.draw();
+    const osg::Vec3ub red(255, 0, 0);
+    EXPECT_EQ(picture.at(4, PointPicture::kRow), red);
+    EXPECT_EQ(picture.at(4, PointPicture::kRow + 1), red);
+    EXPECT_EQ(picture.at(3, PointPicture::kRow - 1), red);
+    EXPECT_EQ(picture.at(2, PointPicture::kRow), kWhite);
+    EXPECT_EQ(countOtherThan(*picture.picture, kHidden), 9 + 3);
+
+    ColorWithRangeInfo info;
+    info.entries.resize(2);
+    info.entries[1].position = 1;
+    info.range.set(0, 1);
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    picture.draw();
+    EXPECT_EQ(picture.at(4, PointPicture::kRow + 4), red) << "the elevation mode's own size";
+
+    PointCloudHelper::clearEnhancedLine(picture.cloud);
+    picture.draw();
+    EXPECT_EQ(countOtherThan(*picture.picture, kHidden), 6);
+}
+
+TEST(Selection, FollowsTheBuffersOfPolygonsInOrder)
+{
+    PointPicture picture(whitePoints(8));
+    // The root's frame is the cloud's: window x and y are the point's, w is 1, and one polygon lies behind.
+    const auto box = [](float left, float right) {
+        return std::vector<float>{left, 0, right, 0, right, 20, left, 20};
+    };
+    struct Polygon
+    {
+        std::vector<float> vertices;
+        unsigned inside, group;
+        float w;
+    };
+    const Polygon polygons[] = {
+        {box(5, 7), 1, 0, 1},  // segments points 5 and 6 ...
+        {box(6, 7), 0, 0, 1},  // ... but not 6
+        {box(0, 4), 1, 1, 1},  // selects 0 to 3
+        {box(1, 2), 0, 1, 1},  // deselects 1
+        {box(3, 4), 0, 1, -1}, // lies behind the camera
+    };
+    const osg::ref_ptr<osg::FloatArray> mvp = new osg::FloatArray;
+    const osg::ref_ptr<osg::FloatArray> mvpw = new osg::FloatArray;
+    const osg::ref_ptr<osg::FloatArray> vertices = new osg::FloatArray;
+    const osg::ref_ptr<osg::UIntArray> records = new osg::UIntArray;
+    for (const Polygon& polygon : polygons) {
+        for (const float element : {0.0f, 0.0f, 0.0f, polygon.w})
+            mvp->push_back(element);
+        for (int i = 0; i < 16; ++i)
+            mvpw->push_back(i % 5 == 0 ? 1.0f : 0.0f);
+        vertices->insert(vertices->end(), polygon.vertices.begin(), polygon.vertices.end());
+        for (const unsigned element : {4u, polygon.inside, polygon.group})
+            records->push_back(element);
+    }
+    const osg::ref_ptr<osg::UIntArray> groups = new osg::UIntArray;
+    for (const unsigned element : {0u, 1u, 1u, 0u})
+        groups->push_back(element);
+    osg::Array* const buffers[] = {mvp, mvpw, vertices, records, groups};
+    for (unsigned binding = 0; binding < 5; ++binding)
+        bindBuffer(*picture.root, binding, buffers[binding]);
+
+    const Colors plain(8, kWhite);
+    EXPECT_EQ(picture.draw(), plain) << "off";
+    picture.root->getOrCreateStateSet()->addUniform(new osg::Uniform("activeClip", true));
+    const osg::Vec3ub selected(255, 0, 157);
+    const Colors expected = {selected, kWhite, selected, selected, kWhite, kHidden, kWhite, kWhite};
+    EXPECT_EQ(picture.draw(), expected);
+
+    (*groups)[1] = 0; // now hide what the segmentation group does not select
+    groups->dirty();
+    const Colors inverse = {kHidden, kHidden, kHidden, kHidden, kHidden, kWhite, kHidden, kHidden};
+    EXPECT_EQ(picture.draw(), inverse);
+}
