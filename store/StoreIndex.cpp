@@ -338,7 +338,8 @@ CellWithSegment deriveCell(const StoreIndex& index, const IndexCell& source)
         cell.size[axis] = static_cast<float>(edge);
         cell.center[axis] = index.cubeMin[axis] + (grid[axis] + 0.5) * edge;
     }
-    cell.resolutionLength = resolutionLength(edge / index.gridSize);
+    // The root stays wanted while it is a pixel wide: a store seen from afar must not vanish.
+    cell.resolutionLength = resolutionLength(source.level == 0 ? edge : edge / index.gridSize);
     for (size_t octant = 0; octant < 8; ++octant) // packed: no reference may be bound to an element
         cell.childCodes[octant] = kNoCell;
     std::snprintf(cell.identifier, sizeof cell.identifier, "%016llx-%02x-%016llx",

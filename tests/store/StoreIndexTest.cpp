@@ -278,5 +278,10 @@ TEST(DerivedCells, AreWantedAsLongAsTheirSpacingCoversAPixel)
     StoreIndex index = smallStore().index;
     EXPECT_DOUBLE_EQ(deriveCells(index)[3].resolutionLength, resolutionLength(4.0 / 128));
     index.gridSize = 32;
-    EXPECT_DOUBLE_EQ(deriveCells(index)[0].resolutionLength, resolutionLength(16.0 / 32));
+    EXPECT_DOUBLE_EQ(deriveCells(index)[3].resolutionLength, resolutionLength(4.0 / 32));
+}
+
+TEST(DerivedCells, KeepTheRootWantedAsLongAsItIsAPixelWide)
+{
+    EXPECT_DOUBLE_EQ(deriveCells(smallStore().index)[0].resolutionLength, resolutionLength(16.0));
 }
