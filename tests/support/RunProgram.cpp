@@ -2,6 +2,7 @@
 
 #include "tests/support/TempFolder.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 
@@ -18,9 +19,35 @@ std::string contentOf(const std::string& path)
     return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
+/// This process's environment with `changes` made.
+std::vector<std::string> changedEnvironment(const std::vector<std::string>& changes)
+{
+    const auto name = [](const std::string& setting) { return setting.substr(0, setting.find('=')); };
+    std::vector<std::string> settings;
+    for (char** setting = environ; *setting; ++setting) {
+        const bool changed = std::any_of(changes.begin(), changes.end(), [&](const std::string& change) {
+            return name(change) == name(*setting);
+        });
+        if (!changed) settings.emplace_back(*setting);
+    }
+    for (const std::string& change : changes) {
+        if (change.find('=') != std::string::npos) settings.push_back(change);
+    }
+    return settings;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& words)
+{
+    std::vector<char*> pointers;
+    for (std::string& word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 } // namespace
 
-ProgramResult runProgram(const std::vector<std::string>& words)
+ProgramResult runProgram(const std::vector<std::string>& words, const std::vector<std::string>& environment)
 {
     const TempFolder folder;
     const std::string out = folder.file("out"), err = folder.file("err");
@@ -31,14 +58,14 @@ ProgramResult runProgram(const std::vector<std::string>& words)
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_CREAT | O_WRONLY, 0600);
 
     std::vector<std::string> copies = words;
-    std::vector<char*> arguments;
-    for (std::string& word : copies)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
+    std::vector<std::string> settings = changedEnvironment(environment);
+    const std::vector<char*> arguments = pointersTo(copies);
+    const std::vector<char*> variables = pointersTo(settings);
     ProgramResult result;
     pid_t child = 0;
     int state = 0;
-    const bool started = posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ) == 0;
+    const bool started =
+        posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), variables.data()) == 0;
     posix_spawn_file_actions_destroy(&actions);
     if (started && waitpid(child, &state, 0) == child && WIFEXITED(state))
         result.exitStatus = WEXITSTATUS(state);

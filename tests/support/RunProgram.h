@@ -11,5 +11,8 @@ struct ProgramResult
     std::string err;     ///< and to standard error
 };
 
-/// Runs a program and waits for its end. The first word is its path; no shell is between.
-ProgramResult runProgram(const std::vector<std::string>& words);
+/// Runs a program and waits for its end. The first word is its path, or its name in the search path; no shell
+/// is between. `environment` are settings NAME=VALUE that add to this process's own, and names alone that are
+/// taken out of it.
+ProgramResult runProgram(const std::vector<std::string>& words,
+                         const std::vector<std::string>& environment = {});
