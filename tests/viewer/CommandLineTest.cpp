@@ -1,0 +1,98 @@
+#include "tests/support/RunProgram.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+ProgramResult brxview(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), BRXVIEW);
+    return runProgram(arguments, {"DISPLAY"});
+}
+
+long countLines(const std::string& text)
+{
+    return std::count(text.begin(), text.end(), '\n');
+}
+
+struct BadCommandLine
+{
+    std::vector<std::string> arguments;
+    std::string said; ///< what the line on stderr must name
+};
+
+class RefusedCommandLine : public testing::TestWithParam<BadCommandLine>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Brxview, RefusedCommandLine,
+    testing::Values(BadCommandLine{{"--render", "a.png"}, "no file"},
+                    BadCommandLine{{"--render", "a.png", "missing.brx"}, "missing.brx"},
+                    BadCommandLine{{"--render", "a.png", "/"}, "/: is not a file"},
+                    BadCommandLine{{"--render", "a.png", BRXVIEW}, "neither a store nor a LAS file"},
+                    BadCommandLine{{"--render", "a.xyz", "s.brx"}, "a.xyz"},
+                    BadCommandLine{{"--render"}, "--render needs a value"},
+                    BadCommandLine{{"--render", "a.png", "--size", "10", "s.brx"}, "--size 10"},
+                    BadCommandLine{{"--render", "a.png", "--size", "0x10", "s.brx"}, "--size 0x10"},
+                    BadCommandLine{{"--render", "a.png", "--size", "10x10x10", "s.brx"}, "--size 10x10x10"},
+                    BadCommandLine{{"--render", "a.png", "--timeout", "-1", "s.brx"}, "--timeout -1"},
+                    BadCommandLine{{"--size", "10x10", "s.brx"}, "--render"},
+                    BadCommandLine{{"--mode", "sepia", "s.brx"}, "--mode sepia"},
+                    BadCommandLine{{"--color", "#12345", "s.brx"}, "--color #12345"},
+                    BadCommandLine{{"--color", "1,2,300", "s.brx"}, "--color 1,2,300"},
+                    BadCommandLine{{"--point-size", "0", "s.brx"}, "--point-size 0"},
+                    BadCommandLine{{"--point-size", "2px", "s.brx"}, "--point-size 2px"},
+                    BadCommandLine{{"--budget", "many", "s.brx"}, "--budget many"},
+                    BadCommandLine{{"--budget", "nan", "s.brx"}, "--budget nan"},
+                    BadCommandLine{{"--view", "1,2,3", "s.brx"}, "--view 1,2,3"},
+                    BadCommandLine{{"--view", "0,0,5,0,0,0,0,0,1", "s.brx"}, "--view 0,0,5"},
+                    BadCommandLine{{"--render", "a.png", "--frobnicate", "s.brx"}, "--frobnicate"},
+                    BadCommandLine{{"--render", "a.png", "--normals", "n", "s.brx", "t.brx"}, "--normals n"},
+                    BadCommandLine{{"s.brx"}, "--render"}));
+
+} // namespace
+
+TEST_P(RefusedCommandLine, EndsWithOneLineThatNamesWhatIsWrong)
+{
+    const ProgramResult result = brxview(GetParam().arguments);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(countLines(result.err), 1) << result.err;
+    EXPECT_EQ(result.err.rfind("brxview: ", 0), 0u) << result.err;
+    EXPECT_NE(result.err.find(GetParam().said), std::string::npos) << result.err;
+    EXPECT_FALSE(fs::exists("a.png"));
+}
+
+TEST(CommandLine, APictureThatExistsIsNotReplacedWithoutForce)
+{
+    const fs::path picture = fs::path(testing::TempDir()) / "brxview-existing.png";
+    std::ofstream(picture) << "mine";
+    const ProgramResult result = brxview({"--render", picture.string(), "s.brx"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_NE(result.err.find(picture.string() + ": exists"), std::string::npos) << result.err;
+    std::string text;
+    std::ifstream(picture) >> text;
+    EXPECT_EQ(text, "mine");
+    fs::remove(picture);
+}
+
+TEST(CommandLine, HelpAndVersionArePrintedOnStdout)
+{
+    const ProgramResult help = brxview({"--help"});
+    EXPECT_EQ(help.exitStatus, 0);
+    EXPECT_EQ(help.err, "");
+    for (const char* option : {"--mode", "--render", "--point-size", "--budget", "--normals", "--window"}) {
+        EXPECT_NE(help.out.find(option), std::string::npos) << option;
+    }
+    const ProgramResult version = brxview({"--version"});
+    EXPECT_EQ(version.exitStatus, 0);
+    EXPECT_EQ(version.out.rfind("brxview ", 0), 0u);
+    EXPECT_EQ(countLines(version.out), 1);
+}

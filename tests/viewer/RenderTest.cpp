@@ -1,0 +1,186 @@
+#include "tests/support/HeadlessViewer.h"
+#include "tests/support/RunProgram.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestSurvey.h"
+
+#include <gtest/gtest.h>
+#include <osgDB/ReadFile>
+
+#include <cstdlib>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const osg::Vec3ub kBackground(28, 31, 36);
+
+/// Renders files in a folder of the test's own.
+class Render : public testing::Test
+{
+protected:
+    std::string path(const std::string& name) const { return _folder.file(name); }
+
+    /// Draws to picture.png, with no display and with the cache in the test's folder.
+    ProgramResult render(std::vector<std::string> arguments) const
+    {
+        arguments.insert(arguments.begin(), {BRXVIEW, "--force", "--render", path("picture.png")});
+        return runProgram(arguments, {"DISPLAY", "XDG_CACHE_HOME=" + path("cache")});
+    }
+
+    osg::ref_ptr<osg::Image> renderedPicture(const std::vector<std::string>& arguments) const
+    {
+        const ProgramResult result = render(arguments);
+        EXPECT_EQ(result.exitStatus, 0) << result.err;
+        osg::ref_ptr<osg::Image> picture = osgDB::readRefImageFile(path("picture.png"));
+        if (!picture) {
+            ADD_FAILURE() << "no picture: " << result.err;
+            picture = new osg::Image;
+        }
+        return picture;
+    }
+
+    const TempFolder _folder;
+};
+
+/// The folder of real surveys; empty where there is none.
+std::string surveyFolder()
+{
+    const char* folder = std::getenv("VELBRX_TEST_DATA");
+    return folder && *folder ? std::string(folder) + "/survey/" : std::string();
+}
+
+double share(const osg::Image& picture)
+{
+    return static_cast<double>(countOtherThan(picture, kBackground)) / (picture.s() * picture.t());
+}
+
+int countOf(const osg::Image& picture, const osg::Vec3ub& color)
+{
+    return picture.s() * picture.t() - countOtherThan(picture, color);
+}
+
+} // namespace
+
+TEST_F(Render, ASurveyFromAboveFillsItsSquareWithItsColour)
+{
+    ASSERT_TRUE(TestSurvey().write(path("grid.las")));
+    const auto picture = renderedPicture({path("grid.las"), "--view", "top", "--size", "200x100"});
+    ASSERT_EQ(picture->s(), 200);
+    ASSERT_EQ(picture->t(), 100);
+    EXPECT_EQ(pixel(*picture, 10, 50), kBackground);
+    // 95 of the 100 rows are the square, drawn with points of two pixels a pixel apart.
+    EXPECT_NEAR(countOf(*picture, osg::Vec3ub(255, 128, 0)), 95 * 95, 500);
+    EXPECT_NEAR(countOtherThan(*picture, kBackground), 95 * 95, 500);
+}
+
+TEST_F(Render, ASurveySeenFromAfarDoesNotVanish)
+{
+    ASSERT_TRUE(TestSurvey().write(path("grid.las")));
+    for (const std::string size : {"60x60", "16x16"}) {
+        const auto picture = renderedPicture({path("grid.las"), "--view", "top", "--size", size});
+        EXPECT_EQ(pixel(*picture, picture->s() / 2, picture->t() / 2), osg::Vec3ub(255, 128, 0)) << size;
+    }
+}
+
+TEST_F(Render, PointsAndCellsDrawnArePrinted)
+{
+    TestSurvey survey;
+    survey.side = 30;
+    ASSERT_TRUE(survey.write(path("grid.las")));
+    const ProgramResult result = render({path("grid.las"), "--size", "300x300"});
+    EXPECT_EQ(result.out.rfind("points 900\ncells ", 0), 0u) << result.out << result.err;
+}
+
+TEST_F(Render, SurveysSideBySideStandInFileCoordinates)
+{
+    TestSurvey west;
+    TestSurvey east;
+    east.x += 150;
+    east.red = 0;
+    east.blue = 255;
+    ASSERT_TRUE(west.write(path("west.las")) && east.write(path("east.las")));
+    const auto picture =
+        renderedPicture({path("west.las"), path("east.las"), "--view", "top", "--size", "300x150"});
+    EXPECT_EQ(pixel(*picture, 60, 75), osg::Vec3ub(255, 128, 0));
+    EXPECT_EQ(pixel(*picture, 150, 75), kBackground);
+    EXPECT_EQ(pixel(*picture, 240, 75), osg::Vec3ub(0, 128, 255));
+}
+
+TEST_F(Render, ASurveyWithoutColoursIsColouredByElevation)
+{
+    TestSurvey survey;
+    survey.red = survey.green = survey.blue = 0;
+    survey.slope = 0.3;
+    ASSERT_TRUE(survey.write(path("slope.las")));
+    const auto picture = renderedPicture({path("slope.las"), "--view", "top", "--size", "100x100"});
+    const osg::Vec3ub low = pixel(*picture, 6, 50);
+    const osg::Vec3ub high = pixel(*picture, 94, 50);
+    EXPECT_GT(low.b(), low.r());
+    EXPECT_GT(high.r(), high.b());
+}
+
+TEST_F(Render, ModeColourAndPointSizeAreObeyed)
+{
+    TestSurvey survey;
+    survey.side = 5;
+    ASSERT_TRUE(survey.write(path("few.las")));
+    const std::vector<std::string> common = {path("few.las"), "--view", "top",     "--size", "300x300",
+                                             "--mode",        "single", "--color", "#10ff20"};
+    for (const int size : {1, 7}) {
+        std::vector<std::string> arguments = common;
+        arguments.insert(arguments.end(), {"--point-size", std::to_string(size)});
+        const auto picture = renderedPicture(arguments);
+        EXPECT_EQ(countOf(*picture, osg::Vec3ub(0x10, 0xff, 0x20)), 25 * size * size);
+    }
+}
+
+TEST_F(Render, ASmallBudgetSettlesToo)
+{
+    TestSurvey survey;
+    survey.side = 400;
+    ASSERT_TRUE(survey.write(path("grid.las")));
+    const auto full = renderedPicture({path("grid.las"), "--view", "top", "--size", "400x400"});
+    const ProgramResult result =
+        render({path("grid.las"), "--view", "top", "--size", "400x400", "--budget", "30k"});
+    ASSERT_EQ(result.exitStatus, 0) << result.err;
+    const auto thinned = osgDB::readRefImageFile(path("picture.png"));
+    EXPECT_LT(share(*thinned), share(*full));
+    EXPECT_GT(share(*thinned), 0.05);
+    EXPECT_LT(std::atoi(result.out.c_str() + std::string("points ").size()), 30000);
+}
+
+TEST_F(Render, ARealSurveyIsDrawnWholeInItsColours)
+{
+    if (surveyFolder().empty()) GTEST_SKIP() << "VELBRX_TEST_DATA is not set";
+    fs::copy(surveyFolder() + "PDAL__autzen_trim_7.las", path("autzen.las"));
+    for (const std::string view : {"top", "iso", "north"}) {
+        const auto picture = renderedPicture({path("autzen.las"), "--view", view, "--size", "640x400"});
+        EXPECT_GT(share(*picture), view == "north" ? 0.02 : 0.15) << view;
+        double sum[3] = {0, 0, 0};
+        for (int y = 0; y < picture->t(); ++y) {
+            for (int x = 0; x < picture->s(); ++x) {
+                const osg::Vec3ub color = pixel(*picture, x, y);
+                if (color == kBackground) continue;
+                for (int channel = 0; channel < 3; ++channel)
+                    sum[channel] += color[channel];
+            }
+        }
+        const int drawn = countOtherThan(*picture, kBackground);
+        for (const double channel : sum) {
+            EXPECT_GT(channel / drawn, 60) << view << ": dark";
+            EXPECT_LT(channel / drawn, 210) << view << ": washed out";
+        }
+    }
+}
+
+TEST_F(Render, AViewThatCannotSettleInTimeEndsWithOneLineAndNoPicture)
+{
+    TestSurvey survey;
+    survey.side = 300;
+    ASSERT_TRUE(survey.write(path("grid.las")));
+    const ProgramResult result = render({path("grid.las"), "--timeout", "0.000001"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_NE(result.err.find("picture.png: not all points were there"), std::string::npos) << result.err;
+    EXPECT_FALSE(fs::exists(path("picture.png")));
+}

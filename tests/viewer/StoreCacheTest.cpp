@@ -1,0 +1,105 @@
+#include "viewer/StoreCache.h"
+
+#include "tests/support/RunProgram.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestSurvey.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+class StoreCache : public testing::Test
+{
+protected:
+    StoreCache()
+    {
+        fs::create_directories(_folder.path() / "data");
+        fs::permissions(_folder.path(), fs::perms::all); // for the test that runs as somebody else
+        TestSurvey survey;
+        survey.side = 10;
+        EXPECT_TRUE(survey.write(_source));
+    }
+    ~StoreCache() override { fs::permissions(_folder.path() / "data", fs::perms::owner_all); }
+
+    /// The store of the source; fails the test where there is none.
+    std::string find(bool rebuild = false)
+    {
+        std::string store;
+        const VelBrx::Status status = findOrBuildStore(_source, rebuild, store);
+        EXPECT_TRUE(status) << status.message();
+        return store;
+    }
+
+    const TempFolder _folder;
+    const std::string _source = _folder.file("data/grid.las");
+};
+
+} // namespace
+
+TEST_F(StoreCache, ALasFileIsBuiltBesideItselfOnceAndThenUsedAgain)
+{
+    const std::string store = find();
+    EXPECT_EQ(store, fs::canonical(_source).string() + ".brx");
+    const auto built = fs::last_write_time(store);
+    EXPECT_EQ(find(), store);
+    EXPECT_EQ(fs::last_write_time(store), built);
+
+    std::string itself;
+    EXPECT_TRUE(findOrBuildStore(store, false, itself));
+    EXPECT_EQ(itself, store);
+}
+
+TEST_F(StoreCache, AStoreOlderThanItsSourceIsKeptUntilForced)
+{
+    const std::string store = find();
+    fs::last_write_time(store, fs::last_write_time(_source) - 1h);
+    const auto old = fs::last_write_time(store);
+    std::string unused;
+    const VelBrx::Status status = findOrBuildStore(_source, false, unused);
+    EXPECT_FALSE(status);
+    EXPECT_NE(status.message().find(store), std::string::npos) << status.message();
+    EXPECT_EQ(fs::last_write_time(store), old);
+
+    EXPECT_EQ(find(true), store);
+    EXPECT_GT(fs::last_write_time(store), old);
+}
+
+TEST_F(StoreCache, ADamagedStoreIsNamed)
+{
+    const std::string store = find();
+    fs::resize_file(store, fs::file_size(store) / 2);
+    std::string unused;
+    const VelBrx::Status status = findOrBuildStore(store, false, unused);
+    EXPECT_FALSE(status);
+    EXPECT_NE(status.message().find(store + ": is a damaged store"), std::string::npos) << status.message();
+}
+
+TEST_F(StoreCache, WhereTheFolderCannotBeWrittenTheStoreGoesToTheCache)
+{
+    const fs::path cache = _folder.path() / "cache";
+    fs::create_directories(cache);
+    fs::permissions(cache, fs::perms::all);
+    fs::permissions(_folder.path() / "data", fs::perms::owner_read | fs::perms::owner_exec |
+                                                 fs::perms::others_read | fs::perms::others_exec);
+    // The superuser writes everywhere: the program runs as somebody else then.
+    std::vector<std::string> command;
+    if (geteuid() == 0) command = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    command.insert(command.end(), {BRXVIEW, "--size", "64x64", _source, "--render"});
+    for (const std::string name : {"first.png", "second.png"}) {
+        command.push_back((cache / name).string());
+        const ProgramResult result = runProgram(command, {"DISPLAY", "XDG_CACHE_HOME=" + cache.string()});
+        EXPECT_EQ(result.exitStatus, 0) << result.err;
+        EXPECT_EQ(result.err.find("building") == std::string::npos, name == "second.png") << result.err;
+        command.pop_back();
+    }
+    EXPECT_FALSE(fs::exists(_source + ".brx"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(cache / "brxview"), {}), 1);
+}

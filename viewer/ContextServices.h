@@ -1,0 +1,32 @@
+#pragma once
+
+#include <VelOsgDBBrx/GlobalObject.h>
+
+#include <osg/GraphicsContext>
+#include <osg/ref_ptr>
+#include <osgViewer/Viewer>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+/// The library's services for one context: paging and compiling of cells. They end with this object, which
+/// must die before the viewer that owns the context.
+class ContextServices
+{
+public:
+    /// Starts the services, with at most `budget` points drawn.
+    ContextServices(osg::GraphicsContext* context, std::optional<uint64_t> budget);
+    ~ContextServices();
+    ContextServices(const ContextServices&) = delete;
+    ContextServices& operator=(const ContextServices&) = delete;
+
+    /// Nothing is on its way into the scene or out of it.
+    bool isSettled() const;
+
+    /// Draws frames until `isSettled` for a camera that stands still; false when `timeout` comes first.
+    bool settle(osgViewer::Viewer& viewer, std::chrono::duration<double> timeout) const;
+
+private:
+    const osg::ref_ptr<osg::GraphicsContext> _context;
+};

@@ -1,0 +1,72 @@
+#include "viewer/DisplayKeys.h"
+
+#include <osgViewer/View>
+
+namespace {
+
+void lookFrom(CameraView::Kind kind, const Scene& scene, osgGA::GUIActionAdapter& action)
+{
+    auto* view = dynamic_cast<osgViewer::View*>(&action);
+    osgGA::CameraManipulator* manipulator = view ? view->getCameraManipulator() : nullptr;
+    if (!manipulator) return;
+    const osg::Viewport* viewport = view->getCamera()->getViewport();
+    CameraView wanted;
+    wanted.kind = kind;
+    const Look look = lookAt(wanted, scene.bounds(), viewport ? viewport->aspectRatio() : 1.0);
+    manipulator->setHomePosition(look.eye, look.center, look.up, false);
+    manipulator->home(0.0);
+}
+
+} // namespace
+
+bool DisplayKeys::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
+        !press(event.getKey(), action)) {
+        return false;
+    }
+    action.requestRedraw();
+    return true;
+}
+
+bool DisplayKeys::press(int key, osgGA::GUIActionAdapter& action)
+{
+    switch (key) {
+    case 'r':
+        _scene.setColorMode(ColorMode::RGB);
+        return true;
+    case 'o':
+        _scene.setColorMode(ColorMode::SINGLE);
+        return true;
+    case 'e':
+        _scene.setColorMode(ColorMode::ELEVATION);
+        return true;
+    case '+':
+    case '=':
+        _scene.setPointSize(_scene.pointSize() + 1);
+        return true;
+    case '-':
+        _scene.setPointSize(_scene.pointSize() - 1);
+        return true;
+    case 'T':
+        lookFrom(CameraView::TOP, _scene, action);
+        return true;
+    case 'N':
+        lookFrom(CameraView::NORTH, _scene, action);
+        return true;
+    case 'I':
+        lookFrom(CameraView::ISO, _scene, action);
+        return true;
+    default:
+        return false;
+    }
+}
+
+void DisplayKeys::getUsage(osg::ApplicationUsage& usage) const
+{
+    usage.addKeyboardMouseBinding("r", "Colour by the points' own colours");
+    usage.addKeyboardMouseBinding("o", "One colour for all points");
+    usage.addKeyboardMouseBinding("e", "Colour by elevation");
+    usage.addKeyboardMouseBinding("+ / -", "Larger / smaller points");
+    usage.addKeyboardMouseBinding("T / N / I", "Look from above / to the north / from above the south-east");
+}

@@ -1,0 +1,254 @@
+#include "viewer/Options.h"
+
+#include <VelOsgDBBrx/DefaultDisplay.h>
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+using VelBrx::Status;
+
+namespace {
+
+constexpr int kLargestPicture = 32768;
+
+/// Takes `name` and its value out of the arguments; empty when the option is not there.
+Status takeValue(osg::ArgumentParser& arguments, const std::string& name, std::optional<std::string>& value)
+{
+    const int position = arguments.find(name);
+    if (position <= 0) return Status();
+    if (position + 1 >= arguments.argc()) return Status::failure(name + " needs a value; see brxview --help");
+    value = arguments[position + 1];
+    arguments.remove(position, 2);
+    return Status();
+}
+
+bool takeFlag(osg::ArgumentParser& arguments, const std::string& name)
+{
+    return arguments.read(name);
+}
+
+/// A whole text as a number; false for anything else, infinities and NaN included.
+bool parse(const std::string& text, double& number)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() && std::isfinite(number);
+}
+
+bool parse(const std::string& text, int low, int high, int& number)
+{
+    int value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < low || value > high) return false;
+    number = value;
+    return true;
+}
+
+/// A count of points such as 2000000, 500k, 20M or 1.5G.
+bool parse(const std::string& text, uint64_t& count)
+{
+    static const std::string kSuffixes = "kMG";
+    const size_t suffix = text.empty() ? std::string::npos : kSuffixes.find(text.back());
+    const bool scaled = suffix != std::string::npos;
+    double number = 0;
+    if (!parse(scaled ? text.substr(0, text.size() - 1) : text, number)) return false;
+    const double points = scaled ? number * std::pow(1000.0, static_cast<double>(suffix + 1)) : number;
+    if (points < 1 || points > 1e15) return false;
+    count = static_cast<uint64_t>(points);
+    return true;
+}
+
+bool parse(const std::string& text, char separator, std::vector<double>& numbers)
+{
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find(separator, begin), text.size());
+        double number = 0;
+        if (!parse(text.substr(begin, end - begin), number)) return false;
+        numbers.push_back(number);
+        begin = end + 1;
+    }
+    return true;
+}
+
+bool parse(const std::string& text, ColorMode& mode)
+{
+    if (text == "rgb")
+        mode = ColorMode::RGB;
+    else if (text == "single")
+        mode = ColorMode::SINGLE;
+    else if (text == "elevation")
+        mode = ColorMode::ELEVATION;
+    else
+        return false;
+    return true;
+}
+
+/// #rrggbb, or red,green,blue from 0 to 255.
+bool parse(const std::string& text, osg::Vec4f& color)
+{
+    unsigned rgb = 0;
+    if (text.size() == 7 && text[0] == '#') {
+        const auto [end, error] = std::from_chars(text.data() + 1, text.data() + text.size(), rgb, 16);
+        if (error != std::errc() || end != text.data() + text.size()) return false;
+    } else {
+        std::vector<double> channels;
+        if (!parse(text, ',', channels) || channels.size() != 3) return false;
+        for (const double channel : channels) {
+            if (channel < 0 || channel > 255) return false;
+            rgb = rgb << 8 | static_cast<unsigned>(channel);
+        }
+    }
+    color.set(static_cast<float>(rgb >> 16 & 0xff) / 255.0f, static_cast<float>(rgb >> 8 & 0xff) / 255.0f,
+              static_cast<float>(rgb & 0xff) / 255.0f, 1.0f);
+    return true;
+}
+
+/// top, north, iso, or the nine coordinates of eye, centre and up.
+bool parse(const std::string& text, CameraView& view)
+{
+    if (text == "top")
+        view.kind = CameraView::TOP;
+    else if (text == "north")
+        view.kind = CameraView::NORTH;
+    else if (text == "iso")
+        view.kind = CameraView::ISO;
+    else {
+        std::vector<double> v;
+        if (!parse(text, ',', v) || v.size() != 9) return false;
+        view.kind = CameraView::LOOK;
+        view.look = {osg::Vec3d(v[0], v[1], v[2]), osg::Vec3d(v[3], v[4], v[5]),
+                     osg::Vec3d(v[6], v[7], v[8])};
+        return ((view.look.center - view.look.eye) ^ view.look.up).length2() > 0;
+    }
+    return true;
+}
+
+bool parse(const std::string& text, RenderRequest& request)
+{
+    const size_t separator = text.find('x');
+    return separator != std::string::npos &&
+           parse(text.substr(0, separator), 1, kLargestPicture, request.width) &&
+           parse(text.substr(separator + 1), 1, kLargestPicture, request.height);
+}
+
+/// Takes an option out of the arguments and hands its value to `accept`, which returns false for a value that
+/// is none; `expected` then says what is.
+template <class Accept>
+Status takeOption(osg::ArgumentParser& arguments, const std::string& name, const std::string& expected,
+                  Accept accept)
+{
+    std::optional<std::string> value;
+    if (const Status status = takeValue(arguments, name, value); !status) return status;
+    if (!value || accept(*value)) return Status();
+    return Status::failure(name + " " + *value + ": expected " + expected);
+}
+
+Status readRender(osg::ArgumentParser& arguments, Options& options)
+{
+    RenderRequest request;
+    const auto output = [&](const std::string& text) {
+        request.output = text;
+        options.render = request;
+        return !text.empty();
+    };
+    if (Status s = takeOption(arguments, "--render", "the name of a picture", output); !s) return s;
+
+    bool sized = false;
+    const auto size = [&](const std::string& text) {
+        sized = true;
+        return parse(text, options.render ? *options.render : request);
+    };
+    if (Status s = takeOption(arguments, "--size", "WIDTHxHEIGHT, such as 1920x1080", size); !s) return s;
+    const auto timeout = [&](const std::string& text) {
+        double& seconds = options.render ? options.render->timeoutSeconds : request.timeoutSeconds;
+        sized = true;
+        return parse(text, seconds) && seconds > 0;
+    };
+    if (Status s = takeOption(arguments, "--timeout", "a number of seconds", timeout); !s) return s;
+    if (sized && !options.render) return Status::failure("--size and --timeout belong to --render OUT.png");
+    return Status();
+}
+
+} // namespace
+
+Status readOptions(osg::ArgumentParser& arguments, Options& options)
+{
+    const auto into = [](auto& target) {
+        return [&](const std::string& text) { return parse(text, target); };
+    };
+    const auto pointSize = [&](const std::string& text) {
+        return parse(text, 1, kLargestPointSize, options.pointSize);
+    };
+    const auto budget = [&](const std::string& text) { return parse(text, options.budget.emplace()); };
+    const auto normals = [&](const std::string& text) {
+        options.normals = text;
+        return !text.empty();
+    };
+    options.force = takeFlag(arguments, "--force");
+    Status status = takeOption(arguments, "--mode", "rgb, single or elevation", into(options.mode));
+    if (status)
+        status = takeOption(arguments, "--color", "#rrggbb or R,G,B from 0 to 255", into(options.color));
+    if (status) status = takeOption(arguments, "--point-size", "1 to 64 pixels", pointSize);
+    if (status) status = takeOption(arguments, "--budget", "a number of points, such as 20M", budget);
+    if (status) status = takeOption(arguments, "--normals", "the name of a file", normals);
+    if (status) {
+        status = takeOption(arguments, "--view", "top, north, iso or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
+                            into(options.view));
+    }
+    if (status) status = readRender(arguments, options);
+    return status;
+}
+
+Status readInputs(osg::ArgumentParser& arguments, Options& options)
+{
+    for (int i = 1; i < arguments.argc(); ++i) {
+        if (arguments.isOption(i)) {
+            return Status::failure(std::string(arguments[i]) + ": unknown option; see brxview --help");
+        }
+        options.inputs.push_back(arguments[i]);
+    }
+    if (options.inputs.empty()) {
+        return Status::failure("no file to show; see brxview --help");
+    }
+    if (!options.normals.empty() && options.inputs.size() > 1) {
+        return Status::failure("--normals " + options.normals + ": belongs to one store, but " +
+                               std::to_string(options.inputs.size()) + " are given");
+    }
+    return Status();
+}
+
+void describeOptions(osg::ApplicationUsage& usage)
+{
+    usage.setApplicationName("brxview");
+    usage.setDescription(
+        "brxview shows point clouds: octree stores (.brx), and LAS files, which it builds into "
+        "stores beside them.");
+    usage.setCommandLineUsage("brxview [options] STORE|LAS...");
+    usage.addCommandLineOption("--mode MODE", "Colour the points by rgb, single (one colour) or elevation. "
+                                              "Default: rgb, elevation in stores without colours.");
+    usage.addCommandLineOption("--color COLOR",
+                               "Colour of the mode single: #rrggbb, or R,G,B from 0 to 255.");
+    usage.addCommandLineOption("--point-size N", "Size of a point in pixels, 1 to 64. Default: " +
+                                                     std::to_string(VelOsgDBBrx::DefaultDisplay::kPointSize) +
+                                                     ".");
+    usage.addCommandLineOption("--budget N", "Largest number of points drawn, such as 20M. Default: 100M.");
+    usage.addCommandLineOption("--normals FILE", "Normals of the store's points.");
+    usage.addCommandLineOption("--view VIEW",
+                               "Where to look from: top, north (level, looking north), iso, or "
+                               "the coordinates of eye, centre and up, separated by commas. "
+                               "Default: iso.");
+    usage.addCommandLineOption("--render OUT.png",
+                               "Draw a picture and end; needs no display. Prints the points "
+                               "and cells drawn.");
+    usage.addCommandLineOption("--size WxH", "Size of that picture. Default: 1280x720.");
+    usage.addCommandLineOption("--timeout SECONDS",
+                               "Give up when the picture is not complete by then. Default: "
+                               "300.");
+    usage.addCommandLineOption("--force", "Replace the picture, or a store that is older than its LAS file.");
+    usage.addCommandLineOption("--window X Y W H", "Place and size of the window, pixels.");
+    usage.addCommandLineOption("--screen N", "Show on this screen, whole.");
+    usage.addCommandLineOption("--SingleThreaded, --CullDrawThreadPerContext, --DrawThreadPerContext",
+                               "Threading model.");
+    usage.addCommandLineOption("--help", "Print this text.");
+    usage.addCommandLineOption("--version", "Print the version.");
+}

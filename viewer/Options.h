@@ -1,0 +1,57 @@
+#pragma once
+
+#include "viewer/CameraView.h"
+
+#include <VelBrx/Status.h>
+
+#include <osg/ArgumentParser>
+#include <osg/Vec4f>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+constexpr int kLargestPointSize = 64; ///< pixels
+
+/// How points are coloured.
+enum class ColorMode
+{
+    AUTOMATIC, ///< by their colours, by elevation in stores that have none
+    RGB,
+    SINGLE,
+    ELEVATION
+};
+
+/// A picture to draw instead of opening a window.
+struct RenderRequest
+{
+    std::string output;
+    int width = 1280;
+    int height = 720;
+    double timeoutSeconds = 300;
+};
+
+/// The command line of the viewer, checked.
+struct Options
+{
+    std::vector<std::string> inputs; ///< stores and LAS files
+    ColorMode mode = ColorMode::AUTOMATIC;
+    osg::Vec4f color{0.85f, 0.85f, 0.8f, 1.0f}; ///< of ColorMode::SINGLE
+    int pointSize = 0;                          ///< pixels; 0: the library's default
+    std::optional<uint64_t> budget;             ///< largest number of points drawn
+    std::string normals;                        ///< companion file of the only store
+    CameraView view;
+    std::optional<RenderRequest> render;
+    bool force = false; ///< replace files that exist
+};
+
+/// Takes the viewer's own options out of `arguments`; what the window system's options leave is then for
+/// `readInputs`.
+VelBrx::Status readOptions(osg::ArgumentParser& arguments, Options& options);
+
+/// Takes the files to show out of `arguments`. What is left then is an unknown option.
+VelBrx::Status readInputs(osg::ArgumentParser& arguments, Options& options);
+
+/// Text of `--help` and of the help screen.
+void describeOptions(osg::ApplicationUsage& usage);

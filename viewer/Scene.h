@@ -1,0 +1,52 @@
+#pragma once
+
+#include "viewer/Options.h"
+
+#include <VelBrx/Status.h>
+#include <VelBrx/StoreStatistics.h>
+
+#include <osg/BoundingBox>
+#include <osg/Group>
+#include <osg/Node>
+#include <osg/ref_ptr>
+
+#include <string>
+#include <vector>
+
+/// The point clouds on show. World coordinates are the stores' file coordinates: every cloud stands under a
+/// translation by its offset, in double precision.
+///
+/// Belongs to the viewer's thread: change it between frames or in the event and update traversals.
+class Scene
+{
+public:
+    /// Opens the stores of `options`. A failure names the file.
+    VelBrx::Status load(const std::vector<std::string>& stores, const Options& options);
+
+    osg::Group* root() const { return _root; }
+
+    /// Of all points, world coordinates.
+    const osg::BoundingBoxd& bounds() const { return _bounds; }
+
+    void setColorMode(ColorMode mode);
+
+    /// Clamped to what `--point-size` takes.
+    void setPointSize(int pixels);
+    int pointSize() const { return _pointSize; }
+
+private:
+    struct Cloud
+    {
+        osg::ref_ptr<osg::Node> node;
+        VelBrx::StoreStatistics statistics;
+    };
+
+    VelBrx::Status loadCloud(const std::string& store, const std::string& normals);
+
+    osg::ref_ptr<osg::Group> _root = new osg::Group;
+    std::vector<Cloud> _clouds;
+    osg::BoundingBoxd _bounds;
+    VelBrx::AttributeRange _elevations; ///< one scale for all clouds
+    osg::Vec4f _singleColor;
+    int _pointSize = 0;
+};

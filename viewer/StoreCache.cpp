@@ -1,0 +1,145 @@
+#include "viewer/StoreCache.h"
+
+#include "viewer/ProgressLine.h"
+
+#include <VelBrx/Builder.h>
+#include <VelBrx/MiraLasRead.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace fs = std::filesystem;
+using VelBrx::Status;
+
+namespace {
+
+constexpr char kStoreExtension[] = ".brx";
+
+bool isStore(const std::string& path)
+{
+    VelBrx::BrxHeader header;
+    return VelBrx::MiraLasRead::getBrxHeader(header, path.c_str());
+}
+
+bool isLas(const std::string& path)
+{
+    char signature[4] = {};
+    std::ifstream(path, std::ios::binary).read(signature, sizeof signature);
+    return std::string(signature, sizeof signature) == "LASF";
+}
+
+fs::path cacheFolder()
+{
+    const char* xdg = std::getenv("XDG_CACHE_HOME");
+    const char* home = std::getenv("HOME");
+    if (xdg && *xdg) return fs::path(xdg) / "brxview";
+    return fs::path(home ? home : "/tmp") / ".cache" / "brxview";
+}
+
+/// 64-bit FNV-1a, in hexadecimal: tells files of the same name in different folders apart.
+std::string fingerprint(const std::string& text)
+{
+    uint64_t hash = 0xcbf29ce484222325u;
+    for (const char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
+    char hexadecimal[17];
+    std::snprintf(hexadecimal, sizeof hexadecimal, "%016llx", static_cast<unsigned long long>(hash));
+    return hexadecimal;
+}
+
+fs::path storeBeside(const fs::path& source)
+{
+    return source.string() + kStoreExtension;
+}
+
+fs::path storeInCache(const fs::path& source)
+{
+    return cacheFolder() / (source.stem().string() + "-" + fingerprint(source.string()) +
+                            storeBeside(source.extension()).string());
+}
+
+bool isNewer(const fs::path& store, const fs::path& source)
+{
+    std::error_code error;
+    const auto storeTime = fs::last_write_time(store, error);
+    if (error) return false;
+    const auto sourceTime = fs::last_write_time(source, error);
+    return !error && storeTime >= sourceTime;
+}
+
+/// Lets Ctrl-C end a build as the builder does it, instead of leaving temporaries behind.
+class InterruptGuard
+{
+public:
+    InterruptGuard()
+    {
+        cancelled() = false;
+        _previous = std::signal(SIGINT, [](int) { cancelled() = true; });
+    }
+    ~InterruptGuard() { std::signal(SIGINT, _previous); }
+
+    static std::atomic<bool>& cancelled()
+    {
+        static std::atomic<bool> flag{false};
+        return flag;
+    }
+
+private:
+    void (*_previous)(int);
+};
+
+Status build(const fs::path& source, const fs::path& store, bool overwrite)
+{
+    std::error_code error;
+    fs::create_directories(store.parent_path(), error);
+    if (error) return Status::failure(store.parent_path().string() + ": " + error.message());
+
+    const InterruptGuard interruptible;
+    ProgressLine line("building " + store.string());
+    VelBrx::BuildOptions options;
+    options.inputs = {source.string()};
+    options.output = store.string();
+    options.overwrite = overwrite;
+    options.progress = [&](const VelBrx::BuildProgress& progress) { line.show(progress); };
+    options.cancel = &InterruptGuard::cancelled();
+    VelBrx::BuildReport report;
+    const Status status = VelBrx::buildStore(options, report);
+    for (const std::string& note : report.notes)
+        std::fprintf(stderr, "brxview: %s\n", note.c_str());
+    return status;
+}
+
+} // namespace
+
+Status findOrBuildStore(const std::string& input, bool rebuild, std::string& store)
+{
+    std::error_code error;
+    const fs::path source = fs::canonical(input, error);
+    if (error) return Status::failure(input + ": " + error.message());
+    if (!fs::is_regular_file(source, error)) return Status::failure(input + ": is not a file");
+    if (isStore(source)) {
+        store = input;
+        return Status();
+    }
+    if (!isLas(source)) return Status::failure(input + ": is neither a store nor a LAS file");
+    if (source.extension() == kStoreExtension) {
+        return Status::failure(input + ": is a damaged store; brx verify tells what is wrong with it");
+    }
+
+    const fs::path beside = storeBeside(source);
+    const bool writable = access(source.parent_path().c_str(), W_OK) == 0;
+    const fs::path target = writable || isNewer(beside, source) ? beside : storeInCache(source);
+    store = target.string();
+    const bool exists = fs::exists(target, error);
+    if (exists && isNewer(target, source) && isStore(store)) return Status();
+    if (exists && !rebuild) {
+        return Status::failure(store + ": is older than " + input +
+                               " or damaged; --force builds it again, without the edits made in it");
+    }
+    return build(source, target, exists);
+}

@@ -1,0 +1,111 @@
+#include "viewer/Window.h"
+
+#include "viewer/ContextServices.h"
+#include "viewer/DisplayKeys.h"
+#include "viewer/Screenshot.h"
+
+#include <osgGA/KeySwitchMatrixManipulator>
+#include <osgGA/StateSetManipulator>
+#include <osgGA/TerrainManipulator>
+#include <osgGA/TrackballManipulator>
+#include <osgViewer/ViewerEventHandlers>
+
+#include <cstdlib>
+#include <thread>
+
+using VelBrx::Status;
+
+namespace {
+
+constexpr int kWindowWidth = 1280;
+constexpr int kWindowHeight = 800;
+
+bool hasWindow(osgViewer::Viewer& viewer)
+{
+    return viewer.getCamera()->getGraphicsContext() || viewer.getNumSlaves() > 0;
+}
+
+/// The window asked for by options or environment, or one of our own size.
+void openWindow(osgViewer::Viewer& viewer)
+{
+    const bool chosen =
+        std::getenv("OSG_WINDOW") || std::getenv("OSG_SCREEN") || std::getenv("OSG_CONFIG_FILE");
+    if (!hasWindow(viewer) && !chosen) viewer.setUpViewInWindow(60, 60, kWindowWidth, kWindowHeight);
+}
+
+double aspectOf(const osg::Camera& camera)
+{
+    const osg::Viewport* viewport = camera.getViewport();
+    return viewport && viewport->height() > 0 ? viewport->width() / viewport->height() : 1.0;
+}
+
+osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home)
+{
+    const osg::ref_ptr<osgGA::KeySwitchMatrixManipulator> manipulators =
+        new osgGA::KeySwitchMatrixManipulator;
+    manipulators->addMatrixManipulator('1', "Trackball", new osgGA::TrackballManipulator);
+    manipulators->addMatrixManipulator('2', "Terrain", new osgGA::TerrainManipulator);
+    manipulators->setHomePosition(home.eye, home.center, home.up, false);
+    return manipulators;
+}
+
+void addStockHandlers(osgViewer::Viewer& viewer, osg::ArgumentParser& arguments)
+{
+    viewer.addEventHandler(new osgGA::StateSetManipulator(viewer.getCamera()->getOrCreateStateSet()));
+    viewer.addEventHandler(new osgViewer::StatsHandler);
+    viewer.addEventHandler(new osgViewer::WindowSizeHandler);
+    viewer.addEventHandler(new osgViewer::ThreadingHandler);
+    viewer.addEventHandler(new osgViewer::ScreenCaptureHandler(new Screenshot, 1));
+    viewer.addEventHandler(new osgViewer::HelpHandler(arguments.getApplicationUsage()));
+}
+
+/// Draws while something changes; a still picture costs next to nothing.
+void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services)
+{
+    // A camera is known to paging one frame after it was drawn.
+    constexpr int kFramesAfterAChange = 3;
+    for (int quietFrames = 0; !viewer.done();) {
+        if (viewer.checkNeedToDoFrame() || !services.isSettled()) quietFrames = 0;
+        if (quietFrames < kFramesAfterAChange) {
+            viewer.frame();
+            ++quietFrames;
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+}
+
+} // namespace
+
+void setUpCamera(osg::Camera& camera, double aspect)
+{
+    camera.setClearColor(osg::Vec4(0.11f, 0.12f, 0.14f, 1.0f));
+    camera.setProjectionMatrixAsPerspective(kFieldOfView, aspect, 1.0, 1e6);
+    // A cell that is small on the screen still has its points.
+    camera.setCullingMode(camera.getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);
+    camera.setNearFarRatio(1e-4);
+}
+
+Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options,
+                   osg::ArgumentParser& arguments)
+{
+    openWindow(viewer);
+    viewer.setSceneData(scene.root());
+    viewer.realize();
+    osgViewer::Viewer::Contexts contexts;
+    viewer.getContexts(contexts);
+    if (!viewer.isRealized() || contexts.empty()) {
+        return Status::failure("no window can be opened on display " + std::string(std::getenv("DISPLAY")) +
+                               "; --render OUT.png draws a picture without one");
+    }
+    const double aspect = aspectOf(*viewer.getCamera());
+    setUpCamera(*viewer.getCamera(), aspect);
+    viewer.setCameraManipulator(makeManipulators(lookAt(options.view, scene.bounds(), aspect)));
+    viewer.addEventHandler(new DisplayKeys(scene));
+    addStockHandlers(viewer, arguments);
+    viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
+    const ContextServices services(contexts.front(), options.budget);
+    drawUntilDone(viewer, services);
+    viewer.stopThreading();
+    return Status();
+}

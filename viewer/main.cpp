@@ -1,0 +1,84 @@
+#include "viewer/Options.h"
+#include "viewer/Render.h"
+#include "viewer/Scene.h"
+#include "viewer/StoreCache.h"
+#include "viewer/Window.h"
+
+#include <osg/ArgumentParser>
+#include <osg/Notify>
+#include <osgViewer/Viewer>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+using VelBrx::Status;
+
+namespace {
+
+/// OpenSceneGraph prints notices on stdout by default; stdout is for data here.
+class StderrNotices : public osg::NotifyHandler
+{
+public:
+    void notify(osg::NotifySeverity, const char* message) override { std::fputs(message, stderr); }
+};
+
+bool hasDisplay()
+{
+    const char* display = std::getenv("DISPLAY");
+    return display && *display;
+}
+
+/// Checks all that can be checked before the first file is opened.
+Status checkOptions(osg::ArgumentParser& arguments, Options& options)
+{
+    if (Status status = readOptions(arguments, options); !status) return status;
+    if (options.render) return checkRenderOutput(options);
+    if (!hasDisplay()) {
+        return Status::failure(
+            "there is no display to open a window on; --render OUT.png draws a picture without "
+            "one");
+    }
+    return Status();
+}
+
+Status run(osg::ArgumentParser& arguments)
+{
+    Options options;
+    if (Status status = checkOptions(arguments, options); !status) return status;
+
+    // A picture has its own window: options that make one on a display are left over and reported.
+    osg::ref_ptr<osgViewer::Viewer> viewer =
+        options.render ? new osgViewer::Viewer : new osgViewer::Viewer(arguments);
+    if (Status status = readInputs(arguments, options); !status) return status;
+
+    std::vector<std::string> stores(options.inputs.size());
+    for (size_t i = 0; i < stores.size(); ++i) {
+        const Status status = findOrBuildStore(options.inputs[i], options.force, stores[i]);
+        if (!status) return status;
+    }
+    Scene scene;
+    if (Status status = scene.load(stores, options); !status) return status;
+    return options.render ? render(*viewer, scene, options) : runInWindow(*viewer, scene, options, arguments);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    osg::setNotifyHandler(new StderrNotices);
+    osg::ArgumentParser arguments(&argc, argv);
+    osg::ApplicationUsage* usage = arguments.getApplicationUsage();
+    describeOptions(*usage);
+    if (arguments.read("--version")) {
+        std::puts("brxview " VELBRX_VERSION);
+        return 0;
+    }
+    if (arguments.read("-h") || arguments.read("--help")) {
+        usage->write(std::cout, osg::ApplicationUsage::COMMAND_LINE_OPTION);
+        return 0;
+    }
+    const Status status = run(arguments);
+    if (!status) std::fprintf(stderr, "brxview: %s\n", status.message().c_str());
+    return status ? 0 : 1;
+}
