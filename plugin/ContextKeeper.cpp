@@ -1,0 +1,83 @@
+#include "plugin/ContextKeeper.h"
+
+#include <VelOsgDBBrx/GlobalObject.h>
+#include <VelOsgDBBrx/IPointLoadManager.h>
+
+using VelOsgDBBrx::GlobalObject;
+
+namespace {
+
+/// The first context that the view draws into.
+osg::GraphicsContext* contextOf(osgViewer::View& view)
+{
+    osg::GraphicsContext* context = view.getCamera()->getGraphicsContext();
+    for (unsigned i = 0; !context && i < view.getNumSlaves(); ++i) {
+        context = view.getSlave(i)._camera->getGraphicsContext();
+    }
+    return context;
+}
+
+} // namespace
+
+ContextKeeper& ContextKeeper::instance()
+{
+    // Never destroyed: a host's viewer may be a static object too, and outlive everything here.
+    static ContextKeeper& keeper = *new ContextKeeper;
+    return keeper;
+}
+
+void ContextKeeper::handle(const osgGA::GUIEventAdapter& event, osgViewer::View& view)
+{
+    Kept* kept = keep(view);
+    if (!kept) return;
+    if (event.getEventType() == osgGA::GUIEventAdapter::FRAME) {
+        beginFrame(*kept, view);
+    } else {
+        kept->quietFrames = 0; // it may move the camera
+    }
+}
+
+ContextKeeper::Kept* ContextKeeper::keep(osgViewer::View& view)
+{
+    const auto known = _views.find(&view);
+    if (known != _views.end()) return &known->second;
+    osg::GraphicsContext* context = contextOf(view);
+    if (!context) return nullptr;
+    Kept& kept = _views[&view];
+    kept.context = context;
+    kept.ours = !GlobalObject::getPLM(context);
+    if (kept.ours) GlobalObject::registerGraphicsContext(context);
+    view.addObserver(this);
+    return &kept;
+}
+
+void ContextKeeper::beginFrame(Kept& kept, osgViewer::View& view) const
+{
+    // The first frame shows a cloud to its context, and a camera is known one frame after it was drawn.
+    constexpr int kQuietFrames = 3;
+    VelOsgDBBrx::IPointLoadManager* manager = GlobalObject::getPLM(kept.context);
+    const osg::Matrixd& viewMatrix = view.getCamera()->getViewMatrix();
+    const bool quiet = viewMatrix == kept.viewMatrix && (!manager || manager->isSettled());
+    kept.viewMatrix = viewMatrix;
+    kept.quietFrames = quiet ? kept.quietFrames + 1 : 0;
+    // A single redraw asked for in a frame is forgotten at its end. Nothing moves the camera any more when
+    // the updates end, so no animation of a manipulator is cut off.
+    if (kept.quietFrames < kQuietFrames) view.requestContinuousUpdate(true);
+    if (kept.quietFrames == kQuietFrames) view.requestContinuousUpdate(false);
+}
+
+void ContextKeeper::objectDeleted(void* view)
+{
+    const auto entry = _views.find(static_cast<const osg::Referenced*>(view));
+    if (entry == _views.end()) return;
+    const Kept kept = entry->second;
+    _views.erase(entry);
+    if (kept.ours) GlobalObject::unRegisterGraphicsContext(kept.context);
+}
+
+bool KeepContext::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action, osg::Object*,
+                         osg::NodeVisitor*)
+{
+    if (auto* view = dynamic_cast<osgViewer::View*>(&action)) ContextKeeper::instance().handle(event, *view);
+    return false;
+}
