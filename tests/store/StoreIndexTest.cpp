@@ -1,3 +1,5 @@
+#include "store/ByteIo.h"
+#include "store/Crc32c.h"
 #include "tests/support/TestStore.h"
 
 #include <gtest/gtest.h>
@@ -187,6 +189,26 @@ TEST(StoreIndex, IsRefusedWhenAnyOfItsBytesIsMissingOrTooMuch)
         ASSERT_FALSE(decodeIndex(bytes.data(), length, 14, decoded)) << length;
     bytes.push_back(0);
     EXPECT_FALSE(decode(bytes, 14, decoded));
+}
+
+TEST(StoreIndex, IsRefusedOrStaysWithinBoundsWhateverBitAForgerFlips)
+{
+    const std::vector<uint8_t> good = encodeIndex(smallStore().index);
+    const size_t checked = good.size() - 4;
+    size_t accepted = 0;
+    for (size_t bit = 0; bit < 8 * checked; ++bit) {
+        std::vector<uint8_t> bytes = good;
+        bytes[bit / 8] ^= static_cast<uint8_t>(1u << bit % 8);
+        storeLe(bytes.data() + checked, crc32c(bytes.data(), checked));
+        StoreIndex index;
+        if (!decode(bytes, 14, index)) continue;
+        ++accepted;
+        uint64_t points = 0;
+        for (const CellWithSegment& cell : deriveCells(index))
+            points += cell.pointCount;
+        ASSERT_EQ(points, 14u) << "bit " << bit;
+    }
+    EXPECT_GT(accepted, 0u); // the store id, for one, may be any
 }
 
 TEST(StoreIndex, NamesAnotherFormatVersion)
