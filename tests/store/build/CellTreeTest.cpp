@@ -1,0 +1,130 @@
+#include "store/build/CellTree.h"
+
+#include "store/StoreIndex.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <random>
+
+using namespace VelBrx;
+
+namespace {
+
+constexpr uint64_t kSide = uint64_t(1) << kMortonLevels;
+
+struct Divided
+{
+    std::vector<MortonPoint> points;
+    std::vector<uint8_t> levels;
+    std::vector<TreeCell> cells;
+};
+
+/// Divides a cloud of which `place` gives a point's place on the finest grid.
+Divided divideCloud(size_t count, const std::function<std::array<uint64_t, 3>(size_t)>& place)
+{
+    Divided divided;
+    for (size_t i = 0; i < count; ++i) {
+        const auto [x, y, z] = place(i);
+        divided.points.push_back({spreadBits(x) | spreadBits(y) << 1 | spreadBits(z) << 2, i});
+    }
+    std::sort(divided.points.begin(), divided.points.end());
+    divided.levels.resize(count);
+    assignLevels(divided.points.data(), count, divided.levels.data());
+    divided.cells = divideIntoCells(divided.points.data(), count, divided.levels.data());
+    return divided;
+}
+
+/// Checks what holds for the cells of any cloud.
+void expectSound(const Divided& divided)
+{
+    std::map<std::pair<unsigned, uint64_t>, uint64_t> counts;
+    for (size_t i = 0; i < divided.points.size(); ++i)
+        ++counts[{divided.levels[i], prefixOf(divided.points[i].code, divided.levels[i])}];
+    ASSERT_EQ(divided.cells.size(), counts.size()) << "a cell is empty or missing";
+    std::pair<unsigned, uint64_t> last{0, 0};
+    for (const TreeCell& cell : divided.cells) {
+        const std::pair<unsigned, uint64_t> key{cell.level, cell.code};
+        EXPECT_EQ(cell.pointCount, counts[key]);
+        EXPECT_TRUE(last < key || cell.level == 0) << "cells stand by level, then code";
+        last = key;
+        if (cell.level == 0) continue;
+        EXPECT_TRUE(counts.count({cell.level - 1, cell.code >> 3})) << "a cell has no parent";
+        EXPECT_GE(cell.pointCount, kMinTaken);
+    }
+}
+
+} // namespace
+
+TEST(CellTree, IsSoundForCloudsOfAnyShape)
+{
+    std::mt19937_64 random(5);
+    const auto any = [&] { return random() % kSide; };
+    const std::map<std::string, std::function<std::array<uint64_t, 3>(size_t)>> clouds = {
+        {"volume",
+         [&](size_t) {
+             return std::array{any(), any(), any()};
+         }},
+        {"plane",
+         [&](size_t) {
+             return std::array{any(), any(), uint64_t(77)};
+         }},
+        {"line",
+         [&](size_t) {
+             return std::array{any(), uint64_t(0), uint64_t(0)};
+         }},
+        {"diagonal",
+         [&](size_t i) {
+             return std::array{uint64_t(i), uint64_t(i), uint64_t(i)};
+         }},
+        {"one place",
+         [](size_t) {
+             return std::array<uint64_t, 3>{1, 2, 3};
+         }},
+        {"two places",
+         [](size_t i) {
+             return std::array<uint64_t, 3>{i % 2 * (kSide - 1), 0, 0};
+         }},
+        {"dense spot in the wide",
+         [&](size_t i) {
+             return i == 0 ? std::array{kSide - 1, kSide - 1, kSide - 1}
+                           : std::array{any() % 8, any() % 8, uint64_t(0)};
+         }},
+    };
+    for (const auto& [name, place] : clouds)
+        for (size_t count : {1u, 100u, 200000u}) {
+            SCOPED_TRACE(name + " " + std::to_string(count));
+            expectSound(divideCloud(count, place));
+        }
+}
+
+TEST(CellTree, KeepsEachPointNoFinerThanItsLevelAndCoarseCellsEven)
+{
+    std::mt19937_64 random(6);
+    const size_t count = 300000;
+    Divided divided = divideCloud(count, [&](size_t) {
+        return std::array{random() % kSide, random() % kSide, uint64_t(5)};
+    });
+    std::vector<uint8_t> wanted(count);
+    assignLevels(divided.points.data(), count, wanted.data());
+    size_t taken = 0;
+    size_t inRoot = 0;
+    for (size_t i = 0; i < count; ++i) {
+        EXPECT_LE(divided.levels[i], wanted[i]) << "a point that a level wants is at hand there";
+        taken += wanted[i] == 0;
+        inRoot += divided.levels[i] == 0;
+    }
+    EXPECT_EQ(inRoot, taken) << "the root of a wide cloud is its even sample";
+    for (const TreeCell& cell : divided.cells)
+        EXPECT_LE(cell.pointCount, kMaxLeaf);
+}
+
+TEST(CellTree, PutsAFewPointsIntoOneCell)
+{
+    std::mt19937_64 random(8);
+    const Divided divided = divideCloud(kCrumb, [&](size_t) {
+        return std::array{random() % kSide, random() % kSide, random() % kSide};
+    });
+    EXPECT_EQ(divided.cells.size(), 1u);
+}

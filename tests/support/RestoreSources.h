@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// The files that a store was built from, byte for byte, as its records tell them. Throws where the store's
+/// points are not each source point once.
+std::vector<std::vector<uint8_t>> restoreSources(const std::string& storePath);
+
+/// All bytes of a file.
+std::vector<uint8_t> readFile(const std::string& path);
