@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <vector>
 
 /// The point records of a store as the editing commands see them.
 
@@ -23,29 +24,35 @@ constexpr uint8_t kCulledBit = 0x04;
 constexpr int kHiddenAttributeBits = 0xF0000;
 constexpr int kCulledAttributeBit = 0x40000;
 
-/// Calls `visit(records, count, first)` for each run of records of a cell; `first` is the place of the run's
-/// first point in the cell's point order. False when a run could not be mapped; it is left out, and its
-/// points keep their places.
+/// Calls `visit(records, count, first)` for each run of records of a cell, which are `segments` of a file
+/// whose first record is at byte `start`; `first` is the place of the run's first point in the cell's point
+/// order. False when a run could not be mapped; it is left out, and its points keep their places.
 template <class Visit>
-bool forEachRun(const OctreeInfo& octree, const CellData& cell, Visit visit)
+bool forEachRun(VelBrx::File& file, int64_t start, const std::vector<VelBrx::Segment>& segments, Visit visit)
 {
     constexpr int64_t kLargestIndex = std::numeric_limits<int64_t>::max() / kRecordSize / 2;
     bool complete = true;
     int64_t first = 0;
-    for (const VelBrx::Segment& segment : cell.record.segments) {
+    for (const VelBrx::Segment& segment : segments) {
         if (segment.count <= 0) continue;
         const int64_t next = first + segment.count;
         const bool sane = segment.first >= 0 && segment.first <= kLargestIndex &&
                           next <= std::numeric_limits<uint32_t>::max();
         if (!sane) return false;
-        void* memory = octree.pointFile->map(octree.pointDataStart + segment.first * kRecordSize,
-                                             segment.count * kRecordSize);
+        void* memory = file.map(start + segment.first * kRecordSize, segment.count * kRecordSize);
         if (memory) {
             visit(static_cast<uint8_t*>(memory), segment.count, static_cast<uint32_t>(first));
-            octree.pointFile->unmap(memory);
+            file.unmap(memory);
         } else
             complete = false;
         first = next;
     }
     return complete;
+}
+
+/// The same for a cell of an open octree.
+template <class Visit>
+bool forEachRun(const OctreeInfo& octree, const CellData& cell, Visit visit)
+{
+    return forEachRun(*octree.pointFile, octree.pointDataStart, cell.record.segments, visit);
 }

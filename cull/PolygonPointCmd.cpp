@@ -2,6 +2,7 @@
 #include "cull/PointRecords.h"
 #include "cull/RecordScreenTest.h"
 #include "cull/ScreenMask.h"
+#include "cull/ScreenRegion.h"
 #include "cull/StoreEdit.h"
 
 #include <VelOsgDBBrx/CullCmd.h>
@@ -11,52 +12,10 @@
 #include <VelOsgUtils/ThreadCount.h>
 
 #include <algorithm>
-#include <cfloat>
-#include <cmath>
 
 namespace VelOsgDBBrx {
 
 namespace {
-
-using Polygon = std::vector<osg::Vec2d>;
-
-/// The planes of the polygon's bounding rectangle and of the near plane, in local coordinates. The polygon
-/// runs from the window's top, the planes and `localToWindow` from its bottom. False when the polygon has no
-/// bounds.
-bool rectanglePlanes(const Polygon& polygon, int height, const osg::Matrixd& localToWindow,
-                     osg::Polytope::PlaneList& planes)
-{
-    osg::Vec2d min(DBL_MAX, DBL_MAX);
-    osg::Vec2d max(-DBL_MAX, -DBL_MAX);
-    for (const osg::Vec2d& vertex : polygon)
-        for (int axis : {0, 1}) {
-            min[axis] = std::min(min[axis], vertex[axis]);
-            max[axis] = std::max(max[axis], vertex[axis]);
-        }
-    if (!(min.x() <= max.x() && min.y() <= max.y())) return false;
-
-    // The mask decides by whole pixels, and its first column and row reach one pixel beyond the window.
-    for (int axis : {0, 1}) {
-        min[axis] = std::floor(min[axis]) - 1;
-        max[axis] = std::floor(max[axis]) + 1;
-    }
-    const double lower = height - max.y();
-    const double upper = height - min.y();
-    osg::Polytope rectangle(osg::Polytope::PlaneList{
-        osg::Plane(1, 0, 0, -min.x()), osg::Plane(-1, 0, 0, max.x()), osg::Plane(0, 1, 0, -lower),
-        osg::Plane(0, -1, 0, upper), osg::Plane(0, 0, 1, 0)});
-    rectangle.transformProvidingInverse(localToWindow);
-    planes = rectangle.getPlaneList();
-    return true;
-}
-
-std::vector<osg::Vec4d> toLocal(const std::vector<osg::Vec4d>& worldPlanes, const osg::Matrixd& localToWorld)
-{
-    std::vector<osg::Vec4d> planes;
-    for (const osg::Vec4d& plane : worldPlanes)
-        planes.push_back(localToWorld * plane);
-    return planes;
-}
 
 /// Sets the culled bit of accepted points that have no hidden bit; appends their places.
 void hide(uint8_t* records, const uint8_t* accepted, int count, uint32_t first,

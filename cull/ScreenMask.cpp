@@ -6,10 +6,15 @@
 
 namespace {
 
+bool isMaskSize(int width, int height)
+{
+    return width >= 1 && height >= 1 && width <= (std::numeric_limits<int32_t>::max() - 1) / height;
+}
+
 osg::ref_ptr<osg::Image> maskImage(VelOsgDBBrx::PixelBufferTool& tool, const std::vector<osg::Vec2d>& polygon,
                                    int width, int height)
 {
-    if (!tool.acquire()) return nullptr;
+    if (!isMaskSize(width, height) || !tool.acquire()) return nullptr;
     tool.clear();
     tool.addPolygon(polygon);
     osg::ref_ptr<osg::Image> image = tool.createMask(width, height);
@@ -21,13 +26,14 @@ osg::ref_ptr<osg::Image> maskImage(VelOsgDBBrx::PixelBufferTool& tool, const std
 
 ScreenMask::ScreenMask(VelOsgDBBrx::PixelBufferTool* tool, const std::vector<osg::Vec2d>& polygon, int width,
                        int height)
-    : _width(width), _height(height)
+    : ScreenMask(tool ? maskImage(*tool, polygon, width, height).get() : nullptr, width, height)
 {
-    if (!tool || width < 1 || height < 1 || width > (std::numeric_limits<int32_t>::max() - 1) / height)
-        return;
-    const osg::ref_ptr<osg::Image> image = maskImage(*tool, polygon, width, height);
-    const bool usable = image && image->data() && image->s() == width && image->t() == height &&
-                        image->getDataType() == GL_UNSIGNED_BYTE;
+}
+
+ScreenMask::ScreenMask(const osg::Image* image, int width, int height) : _width(width), _height(height)
+{
+    const bool usable = isMaskSize(width, height) && image && image->data() && image->s() == width &&
+                        image->t() == height && image->getDataType() == GL_UNSIGNED_BYTE;
     if (!usable) return;
 
     _inside.resize(static_cast<size_t>(beyond()) + 1);

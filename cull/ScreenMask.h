@@ -1,5 +1,6 @@
 #pragma once
 
+#include <osg/Image>
 #include <osg/Vec2d>
 
 #include <cstdint>
@@ -18,6 +19,10 @@ public:
     /// gives no image of that size with bytes in it.
     ScreenMask(VelOsgDBBrx::PixelBufferTool* tool, const std::vector<osg::Vec2d>& polygon, int width,
                int height);
+
+    /// Copies a mask: rows from the top, pixels inside with a first component that is not zero. Invalid
+    /// without an image and when its size is not the given one or its data not bytes.
+    ScreenMask(const osg::Image* image, int width, int height);
 
     bool isValid() const { return !_inside.empty(); }
     int width() const { return _width; }

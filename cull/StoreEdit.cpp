@@ -73,18 +73,18 @@ std::vector<CellData*> collect(const OctreeInfo& octree, Wanted wanted)
 
 /// Whether the leaf's elements stand in the places of the cell's points. They do not when a part of the file
 /// could not be mapped while the cell was read: the elements at the end then stand for no record.
-bool isComplete(const CellGeometry& geometry, const CellData& cell)
+bool isComplete(const CellGeometry& geometry, uint32_t pointCount)
 {
     const auto* indices = dynamic_cast<const osg::Vec2iArray*>(geometry.getUserData());
-    return indices && indices->size() == cell.record.pointCount && indices->back() != osg::Vec2i(-1, -1);
+    return indices && indices->size() == pointCount && indices->back() != osg::Vec2i(-1, -1);
 }
 
-void editLeaf(osg::Node* node, const CellData& cell, const CellGeometry::CategoryEdit& edit)
+void editLeaf(osg::Node* node, uint32_t pointCount, const CellGeometry::CategoryEdit& edit)
 {
     osg::Group* leaf = node ? node->asGroup() : nullptr;
     for (unsigned int i = 0; leaf && i < leaf->getNumChildren(); ++i) {
         auto* geometry = dynamic_cast<CellGeometry*>(leaf->getChild(i));
-        if (geometry && isComplete(*geometry, cell)) geometry->editCategories(edit);
+        if (geometry && isComplete(*geometry, pointCount)) geometry->editCategories(edit);
     }
 }
 
@@ -106,6 +106,12 @@ void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit
     // cache and not in this cell.
     const osg::ref_ptr<osg::Node> cached =
         VelOsgDBBrx::PCDataManager::getInstance()->acquireNode(cell.identifier);
-    editLeaf(cached, cell, edit);
-    if (cell.node != cached) editLeaf(cell.node, cell, edit);
+    editLeaf(cached, cell.record.pointCount, edit);
+    if (cell.node != cached) editLeaf(cell.node, cell.record.pointCount, edit);
+}
+
+void editCachedCell(const std::string& identifier, uint32_t pointCount,
+                    const CellGeometry::CategoryEdit& edit)
+{
+    editLeaf(VelOsgDBBrx::PCDataManager::getInstance()->acquireNode(identifier), pointCount, edit);
 }

@@ -7,7 +7,9 @@
 
 #include <osg/Polytope>
 
+#include <cstdint>
 #include <mutex>
+#include <string>
 #include <vector>
 
 /// Keeps level-of-detail passes of either kind away from a store while its records are edited. Blocks until
@@ -43,3 +45,8 @@ std::vector<CellData*> cellsInside(const OctreeInfo& octree, const osg::Polytope
 /// read short, because the file had been cut, is left alone. The caller holds the octree's edit lock and has
 /// changed the records already.
 void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit);
+
+/// The same for a cell whose octree may be gone: the leaf is the one in the cache. The cell has `pointCount`
+/// points.
+void editCachedCell(const std::string& identifier, uint32_t pointCount,
+                    const CellGeometry::CategoryEdit& edit);
