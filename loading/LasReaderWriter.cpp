@@ -4,6 +4,7 @@
 #include "loading/CellGeometry.h"
 #include "loading/CellLeaf.h"
 #include "loading/ModelMatrix.h"
+#include "loading/UnwrittenClasses.h"
 
 #include <osg/Geometry>
 #include <osg/ValueObject>
@@ -122,6 +123,9 @@ public:
     /// inside the arrays: they have no position, are marked hidden and stand for no record (index -1).
     void pad(int64_t count);
 
+    /// Gives the points classes other than those of their records.
+    void setClasses(const std::vector<uint8_t>& classes);
+
     void attachTo(osg::Geometry& geometry) const;
 
 private:
@@ -205,6 +209,14 @@ void PointArrays::pad(int64_t count)
         array->resize(size);
 }
 
+void PointArrays::setClasses(const std::vector<uint8_t>& classes)
+{
+    const size_t count = std::min<size_t>(_classAndRed->size(), classes.size());
+    for (size_t i = 0; i < count; ++i)
+        (*_classAndRed)[i] = static_cast<int>(static_cast<uint32_t>(classes[i]) << 24 |
+                                              (static_cast<uint32_t>((*_classAndRed)[i]) & 0x00FFFFFFu));
+}
+
 void PointArrays::attachTo(osg::Geometry& geometry) const
 {
     geometry.setVertexArray(_positions);
@@ -246,8 +258,11 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     osg::ref_ptr<osg::Vec4Array> normals;
     if (octree.normalsFile && octree.normalsFile->isValid())
         normals = new osg::Vec4Array(osg::Array::BIND_PER_VERTEX, static_cast<unsigned>(declared));
+    // Before the records: classes that are written to the store while it is read are either here or there.
+    const ClassesPtr edited = UnwrittenClasses::instance().current(cell.identifier);
     PointArrays points(octree, declared);
     readSegments(cell, octree, points, normals);
+    if (edited && points.count() == declared) points.setClasses(*edited);
     points.pad(declared);
 
     static const osg::ref_ptr<ModelMatrix> modelMatrix = new ModelMatrix;

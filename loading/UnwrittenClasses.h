@@ -1,0 +1,70 @@
+#pragma once
+
+#include <VelBrx/CellWithSegment.h>
+
+#include <osg/observer_ptr>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+class CellData;
+
+/// Number of points in the segments of a cell.
+uint32_t countPoints(const std::vector<VelBrx::Segment>& segments);
+
+/// What stays known of a cell when the octree that it was loaded with is gone.
+struct CellPlace
+{
+    explicit CellPlace(CellData& cellData);
+
+    std::string identifier;
+    std::string storePath;
+    int64_t pointDataStart;
+    std::vector<VelBrx::Segment> segments;
+    uint32_t pointCount;
+    osg::observer_ptr<CellData> cell;
+};
+
+using CellPlacePtr = std::shared_ptr<const CellPlace>;
+
+/// The classes of a cell's points, in the cell's point order.
+using ClassesPtr = std::shared_ptr<const std::vector<uint8_t>>;
+
+/// The classes that differ from the point records of their stores: what was edited and has not been written
+/// there. Cells are known by their identifiers, so that a store that is open twice, or closed and opened
+/// again, shows the same classes. Process-wide; any thread may call it.
+class UnwrittenClasses
+{
+public:
+    struct Cell
+    {
+        CellPlacePtr place;
+        ClassesPtr written; ///< as in the store's records
+        ClassesPtr current; ///< as edited
+    };
+
+    static UnwrittenClasses& instance();
+
+    /// The edited classes of a cell; null when they are those of its records.
+    ClassesPtr current(const std::string& identifier) const;
+
+    /// The whole entry; its members are null when there is none.
+    Cell find(const std::string& identifier) const;
+
+    /// Replaces the entry of the cell; drops it when nothing differs any more.
+    void set(const Cell& cell);
+
+    void forget(const std::string& identifier);
+
+    std::vector<Cell> cells() const;
+
+private:
+    UnwrittenClasses() = default;
+
+    mutable std::mutex _mutex;
+    std::unordered_map<std::string, Cell> _cells; ///< guarded by _mutex
+};
