@@ -1,5 +1,7 @@
 #include <VelOsgDBBrx/PCViewerManager.h>
 
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+
 #include <osgViewer/Viewer>
 
 #include <mutex>
@@ -46,6 +48,15 @@ bool PCViewerManager::requestRedraw(const std::string& name)
     if (found == _viewers.end() || !found->second) return false;
     found->second->requestRedraw();
     return true;
+}
+
+osg::ref_ptr<VelIncrementalCompileOperation>
+PCViewerManager::acquireCompileOperation(const std::string& name)
+{
+    SpinLock lock(_lock);
+    const auto found = _viewers.find(name);
+    if (found == _viewers.end() || !found->second) return nullptr;
+    return dynamic_cast<VelIncrementalCompileOperation*>(found->second->getIncrementalCompileOperation());
 }
 
 } // namespace VelOsgDBBrx

@@ -3,6 +3,8 @@
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgUtils/SpinLock.h>
 
+#include <osg/ref_ptr>
+
 #include <map>
 #include <string>
 
@@ -11,6 +13,8 @@ class Viewer;
 }
 
 namespace VelOsgDBBrx {
+
+class VelIncrementalCompileOperation;
 
 /// Process-wide registry of the host's viewers by name. It holds no viewer: a host unregisters one before it
 /// dies. Any thread may call it.
@@ -34,6 +38,10 @@ public:
     /// Asks the viewer stored under the name for a redraw, while it cannot be unregistered. False when there
     /// is none.
     bool requestRedraw(const std::string& name);
+
+    /// The compile operation of the viewer stored under the name, with the reference taken while the viewer
+    /// cannot be unregistered; null when there is none of this library.
+    osg::ref_ptr<VelIncrementalCompileOperation> acquireCompileOperation(const std::string& name);
 
 private:
     PCViewerManager() = default;
