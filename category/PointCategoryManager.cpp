@@ -84,17 +84,17 @@ void PointCategoryManager::pushCmd(CategoryCmdInner* command)
 
 void PointCategoryManager::pushKind1()
 {
-    pushKind(1);
+    pushKind(CategoryCmdInner::UNDO);
 }
 
 void PointCategoryManager::pushKind2()
 {
-    pushKind(2);
+    pushKind(CategoryCmdInner::REDO);
 }
 
 void PointCategoryManager::pushKind3()
 {
-    pushKind(3);
+    pushKind(CategoryCmdInner::RESET);
 }
 
 void PointCategoryManager::pushKind(int32_t kind)

@@ -50,8 +50,7 @@ bool PCViewerManager::requestRedraw(const std::string& name)
     return true;
 }
 
-osg::ref_ptr<VelIncrementalCompileOperation>
-PCViewerManager::acquireCompileOperation(const std::string& name)
+osg::ref_ptr<VelIncrementalCompileOperation> PCViewerManager::acquireCompileOperation(const std::string& name)
 {
     SpinLock lock(_lock);
     const auto found = _viewers.find(name);

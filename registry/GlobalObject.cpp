@@ -1,6 +1,8 @@
 #include <VelOsgDBBrx/GlobalObject.h>
 
+#include "category/CpuCategoryOp.h"
 #include "category/PointCategoryManager.h"
+#include "loading/UnwrittenClasses.h"
 #include "lod/PointLoadManager.h"
 #include "registry/PointCloudData.h"
 
@@ -61,6 +63,7 @@ Registry& registry()
     static Registry& theRegistry = []() -> Registry& {
         // What the threads use is made first, and so destroyed after they were joined.
         PCDataManager::getInstance();
+        UnwrittenClasses::instance();
         VelOsgUtils::ThreadCount::isProcessStopping();
         return *new Registry;
     }();
@@ -80,6 +83,7 @@ osg::ref_ptr<PointCloudData> createServices(osg::GraphicsContext* gc)
     const osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> capture = new VelOsgUtils::ScreenCaptureTool(gc);
     loadManager->setScreenCaptureTool(capture);
     loadManager->setLodOperation(new DynPointCloudLod(incremental, decremental));
+    categoryManager->setOperation(new CpuCategoryOp(incremental));
     return new PointCloudData(loadManager, categoryManager,
                               new ContextOperation(incremental, decremental, capture));
 }

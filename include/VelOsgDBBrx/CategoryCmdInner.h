@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VelOsgDBBrx/Category.h>
 #include <VelOsgDBBrx/Export.h>
 
 #include <osg/Matrixd>
@@ -19,14 +20,23 @@ namespace VelOsgDBBrx {
 /// One classification command. A value: copies are independent. Not changed once it is queued.
 struct VEL_OSGDB_BRX_EXPORT CategoryCmdInner : public osg::Referenced
 {
-    std::vector<osg::Vec2d> polygon;          ///< window coordinates
-    std::array<osg::Vec2d, 8> block;          ///< carried for the operation, not read by the manager
-    std::array<int32_t, 255> classTable = {}; ///< an entry a class code
-    int32_t toClass = 0;                      ///< the class code to write
-    osg::Matrixd vpw;                         ///< world to window
-    int32_t width = 0;                        ///< of the window, pixels
+    /// The library's operation ignores any other kind.
+    enum Kind
+    {
+        EDIT = 0,
+        UNDO = 1, ///< takes back the newest edit of the manager that is not taken back yet
+        REDO = 2, ///< makes the edit taken back last again, until there is a new one
+        RESET = 3 ///< takes back all edits of the manager; each can be redone
+    };
+
+    std::vector<osg::Vec2d> polygon; ///< pixels from the top left of the window, y down; closed implicitly
+    std::array<osg::Vec2d, 8> block; ///< carried for a host's own operation; the library reads none of it
+    std::array<int32_t, 255> classTable = Base::allClasses(); ///< as in `Base`: not zero, may change
+    int32_t toClass = 0;                                      ///< the class code to write, 0 to 255
+    osg::Matrixd vpw;  ///< view x projection x window: world coordinates to pixels, y up
+    int32_t width = 0; ///< of the window, pixels
     int32_t height = 0;
-    int32_t kind = 0; ///< 1, 2 and 3 are the manager's own commands
+    int32_t kind = EDIT;
 };
 
 /// What a category manager hands to its operation: copies, taken when its worker woke.

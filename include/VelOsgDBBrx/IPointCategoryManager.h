@@ -35,12 +35,9 @@ public:
     /// Queues a command and wakes the thread; null is ignored.
     virtual void pushCmd(CategoryCmdInner* command) = 0;
 
-    /// \name Queue an empty command of the kind
-    /// @{
-    virtual void pushKind1() = 0;
-    virtual void pushKind2() = 0;
-    virtual void pushKind3() = 0;
-    /// @}
+    virtual void pushKind1() = 0; ///< queues an undo: `CategoryCmdInner::UNDO`
+    virtual void pushKind2() = 0; ///< queues a redo: `CategoryCmdInner::REDO`
+    virtual void pushKind3() = 0; ///< queues a reset: `CategoryCmdInner::RESET`
 
     /// Replaces the clip planes that commands are applied with from now on.
     virtual void setClipPlanes(std::vector<osg::Vec4d>& planes) = 0;

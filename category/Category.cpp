@@ -1,0 +1,64 @@
+#include <VelOsgDBBrx/Category.h>
+
+namespace VelOsgDBBrx {
+
+CategoryReport::State CategoryReport::wait() const
+{
+    std::unique_lock<std::mutex> lock(_mutex);
+    _finished.wait(lock, [this] { return _state != WAITING; });
+    return _state;
+}
+
+CategoryReport::State CategoryReport::state() const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _state;
+}
+
+VelBrx::Status CategoryReport::status() const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _status;
+}
+
+CategoryReport::Counts CategoryReport::counts() const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _counts;
+}
+
+void CategoryReport::finish(State state, VelBrx::Status status, const Counts& counts)
+{
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        _state = state;
+        _status = std::move(status);
+        _counts = counts;
+    }
+    _finished.notify_all();
+}
+
+Category::Category(const std::string& cloudUid, osg::Referenced* editRecord)
+    : uid(cloudUid), payload(editRecord)
+{
+    if (dynamic_cast<PixelBuffer*>(editRecord))
+        kind = MASK;
+    else if (dynamic_cast<CategoryBuffer*>(editRecord))
+        kind = POINTS;
+}
+
+std::array<int32_t, 255> Base::allClasses()
+{
+    std::array<int32_t, 255> table;
+    table.fill(1);
+    return table;
+}
+
+void Base::setFromClasses(const std::vector<int>& classes)
+{
+    classTable.fill(0);
+    for (const int c : classes)
+        if (c >= 0 && c < static_cast<int>(classTable.size())) classTable[c] = 1;
+}
+
+} // namespace VelOsgDBBrx

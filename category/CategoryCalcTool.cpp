@@ -1,0 +1,285 @@
+#include <VelOsgDBBrx/CategoryCalcTool.h>
+
+#include "category/CompileFirst.h"
+#include "category/EditRequest.h"
+#include "category/StoredClasses.h"
+
+#include <VelOsgDBBrx/IPointCloud.h>
+#include <VelOsgDBBrx/PCDataManager.h>
+#include <VelOsgDBBrx/PCViewerManager.h>
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+#include <VelOsgUtils/ThreadCount.h>
+
+#include <limits>
+
+using VelBrx::Status;
+
+namespace VelOsgDBBrx {
+
+namespace {
+
+void add(CategoryReport::Counts& sum, const CategoryReport::Counts& counts)
+{
+    sum.selected += counts.selected;
+    sum.changed += counts.changed;
+    sum.cellsUnreadable += counts.cellsUnreadable;
+    for (size_t c = 0; c < sum.before.size(); ++c) {
+        sum.before[c] += counts.before[c];
+        sum.after[c] += counts.after[c];
+    }
+}
+
+/// Calls `visit(index in the point file, class)` for every point of a cell that has been modified.
+template <class Visit>
+void forEachModified(const EditHistory::ModifiedCell& cell, Visit visit)
+{
+    size_t place = 0;
+    for (const VelBrx::Segment& segment : cell.place->segments)
+        for (int64_t i = 0; i < segment.count; ++i, ++place)
+            if ((*cell.baseline)[place] != (*cell.current)[place])
+                visit(segment.first + i, (*cell.current)[place]);
+}
+
+} // namespace
+
+CategoryCalcTool* CategoryCalcTool::getInstance()
+{
+    static const osg::ref_ptr<CategoryCalcTool> tool = new CategoryCalcTool;
+    return tool;
+}
+
+CategoryCalcTool::CategoryCalcTool() : _history(std::make_unique<EditHistory>())
+{
+    // The worker uses these: constructed before this object, they are destroyed after it.
+    PCDataManager::getInstance();
+    PCViewerManager::getInstance();
+    UnwrittenClasses::instance();
+    _worker = std::thread([this] {
+        const VelOsgUtils::ThreadCount::Scope counted;
+        run();
+    });
+}
+
+CategoryCalcTool::~CategoryCalcTool()
+{
+    shutdown();
+}
+
+void CategoryCalcTool::registerCloud(const std::string& uid, IPointCloud* cloud)
+{
+    registerCloud(uid, cloud ? cloud->getOctree() : nullptr);
+}
+
+void CategoryCalcTool::registerCloud(const std::string& uid, OctreeInfo* octree)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    if (octree)
+        _clouds[uid] = octree;
+    else
+        _clouds.erase(uid);
+}
+
+void CategoryCalcTool::push(Category* c)
+{
+    if (!c) return;
+    const osg::ref_ptr<Category> held = c;
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        if (!_done) {
+            _queue.push_back(held);
+            ++_pushedCount;
+            _wakeup.notify_all();
+            return;
+        }
+    }
+    abandon(*held);
+}
+
+void CategoryCalcTool::push(int32_t kind)
+{
+    const osg::ref_ptr<Category> request = new Category;
+    request->kind = kind;
+    push(request);
+}
+
+void CategoryCalcTool::pop()
+{
+    push(Category::UNDO);
+}
+
+void CategoryCalcTool::reset()
+{
+    push(Category::RESET);
+}
+
+void CategoryCalcTool::save()
+{
+    push(Category::SAVE);
+}
+
+void CategoryCalcTool::waitUntilHandled()
+{
+    std::unique_lock<std::mutex> lock(_mutex);
+    const uint64_t pushed = _pushedCount;
+    _handled.wait(lock, [&] { return _handledCount >= pushed; });
+}
+
+CategoryCalcTool::Modify CategoryCalcTool::getAllModify()
+{
+    Modify all;
+    for (const auto& [uid, cloud] : _history->modified())
+        for (const auto& [identifier, cell] : cloud)
+            forEachModified(cell, [&, &list = all[uid]](int64_t index, uint8_t code) {
+                if (index <= std::numeric_limits<int>::max())
+                    list.emplace_back(static_cast<int>(index), static_cast<char>(code));
+            });
+    return all;
+}
+
+CategoryCalcTool::Modify64 CategoryCalcTool::getAllModify64()
+{
+    Modify64 all;
+    for (const auto& [uid, cloud] : _history->modified())
+        for (const auto& [identifier, cell] : cloud)
+            forEachModified(
+                cell, [&list = all[uid]](int64_t index, uint8_t code) { list.emplace_back(index, code); });
+    return all;
+}
+
+Status CategoryCalcTool::writeToStores()
+{
+    waitUntilHandled();
+    return writeUnwrittenClasses();
+}
+
+bool CategoryCalcTool::hasUnwritten()
+{
+    for (const auto& [path, count] : countUnwrittenClasses())
+        if (count > 0) return true;
+    return false;
+}
+
+std::map<std::string, uint64_t> CategoryCalcTool::countUnwritten()
+{
+    return countUnwrittenClasses();
+}
+
+void CategoryCalcTool::setPixelBufferTool(PixelBufferTool* tool)
+{
+    osg::ref_ptr<PixelBufferTool> replaced = tool; // dropped outside the lock
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _pixelBufferTool.swap(replaced);
+}
+
+PixelBufferTool* CategoryCalcTool::getPixelBufferTool()
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _pixelBufferTool;
+}
+
+void CategoryCalcTool::run()
+{
+    while (const osg::ref_ptr<Category> request = takeNext()) {
+        handle(*request);
+        noteHandled(1);
+    }
+}
+
+/// Waits for the next request; null when the worker shall end.
+osg::ref_ptr<Category> CategoryCalcTool::takeNext()
+{
+    std::unique_lock<std::mutex> lock(_mutex);
+    _wakeup.wait(lock, [this] { return _done || !_queue.empty(); });
+    if (_done) return nullptr;
+    osg::ref_ptr<Category> request = _queue.front();
+    _queue.pop_front();
+    return request;
+}
+
+void CategoryCalcTool::noteHandled(uint64_t requests)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _handledCount += requests;
+    _handled.notify_all();
+}
+
+void CategoryCalcTool::handle(Category& request)
+{
+    Status status;
+    CategoryReport::Counts counts;
+    switch (request.kind) {
+    case Category::POLYGON:
+    case Category::MASK:
+    case Category::POINTS:
+        status = edit(request, counts);
+        break;
+    case Category::UNDO:
+        undo(counts);
+        break;
+    case Category::RESET:
+        add(counts, _history->reset().counts);
+        break;
+    case Category::SAVE:
+        _history->save();
+        break;
+    default:
+        status = Status::failure("requests of kind " + std::to_string(request.kind) + " are not known");
+    }
+    if (request.report)
+        request.report->finish(status ? CategoryReport::DONE : CategoryReport::REFUSED, status, counts);
+}
+
+Status CategoryCalcTool::edit(const Category& request, CategoryReport::Counts& counts)
+{
+    EditContext context;
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        context.clouds = _clouds;
+        context.maskTool = _pixelBufferTool;
+    }
+    std::vector<CloudEdit> edits;
+    if (Status status = carryOut(request, context, edits); !status) return status;
+    for (const CloudEdit& cloud : edits) {
+        add(counts, cloud.outcome.counts);
+        if (!cloud.outcome.cells.empty()) PCViewerManager::getInstance()->requestRedraw(cloud.uid);
+    }
+    _history->add(std::move(edits));
+    return {};
+}
+
+void CategoryCalcTool::undo(CategoryReport::Counts& counts)
+{
+    for (const CloudEdit& cloud : _history->undo()) {
+        add(counts, cloud.outcome.counts);
+        const osg::ref_ptr<VelIncrementalCompileOperation> operation =
+            PCViewerManager::getInstance()->acquireCompileOperation(cloud.uid);
+        if (operation) compileFirst(*operation, cloud.outcome.cells);
+        PCViewerManager::getInstance()->requestRedraw(cloud.uid);
+    }
+}
+
+void CategoryCalcTool::shutdown()
+{
+    const std::lock_guard<std::mutex> one(_shutdownMutex);
+    std::deque<osg::ref_ptr<Category>> abandoned;
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        _done = true;
+        abandoned.swap(_queue);
+        _wakeup.notify_all();
+    }
+    for (const osg::ref_ptr<Category>& request : abandoned)
+        abandon(*request);
+    noteHandled(abandoned.size());
+    if (_worker.joinable()) _worker.join();
+}
+
+void CategoryCalcTool::abandon(Category& request)
+{
+    if (request.report)
+        request.report->finish(CategoryReport::ABANDONED,
+                               Status::failure("the classification tool was shut down before the request"),
+                               {});
+}
+
+} // namespace VelOsgDBBrx

@@ -1,0 +1,72 @@
+#include "category/EditHistory.h"
+
+#include <algorithm>
+
+void EditHistory::note(const std::string& uid, const std::vector<EditedCell>& cells)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    ModifiedCloud& cloud = _modified[uid];
+    for (const EditedCell& cell : cells) {
+        const auto [entry, isNew] =
+            cloud.try_emplace(cell.place->identifier, ModifiedCell{cell.place, cell.before, nullptr});
+        entry->second.current = cell.after;
+    }
+}
+
+void EditHistory::add(std::vector<CloudEdit> edit)
+{
+    Step step;
+    for (CloudEdit& cloud : edit) {
+        if (cloud.outcome.cells.empty()) continue;
+        note(cloud.uid, cloud.outcome.cells);
+        step.push_back({cloud.uid, std::move(cloud.outcome.changes)});
+    }
+    if (!step.empty()) _history.push_back(std::move(step));
+}
+
+std::vector<CloudEdit> EditHistory::undo()
+{
+    std::vector<CloudEdit> undone;
+    if (_history.empty()) return undone;
+    Step step = std::move(_history.back());
+    _history.pop_back();
+    for (CloudChange& cloud : step) {
+        undone.push_back({cloud.uid, revertChanges(std::move(cloud.cells))});
+        note(cloud.uid, undone.back().outcome.cells);
+    }
+    return undone;
+}
+
+EditOutcome EditHistory::reset()
+{
+    std::vector<CellClasses> baselines;
+    for (const auto& [uid, cloud] : modified())
+        for (const auto& [identifier, cell] : cloud)
+            baselines.push_back({cell.place, cell.baseline});
+    EditOutcome outcome = restoreClasses(baselines);
+    forgetAll();
+    return outcome;
+}
+
+void EditHistory::save()
+{
+    std::vector<CellPlacePtr> places;
+    for (const auto& [uid, cloud] : modified())
+        for (const auto& [identifier, cell] : cloud)
+            places.push_back(cell.place);
+    markSaved(places);
+    forgetAll();
+}
+
+void EditHistory::forgetAll()
+{
+    _history.clear();
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _modified.clear();
+}
+
+EditHistory::Modified EditHistory::modified() const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _modified;
+}

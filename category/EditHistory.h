@@ -1,0 +1,63 @@
+#pragma once
+
+#include "category/ClassEdit.h"
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// What an edit did to one point cloud.
+struct CloudEdit
+{
+    std::string uid;
+    EditOutcome outcome;
+};
+
+/// The edits since the last save: what undo and reset go back to, and what has been modified. One thread
+/// changes it; any thread may ask.
+class EditHistory
+{
+public:
+    /// Keeps an edit, which was one step of the user, unless nothing changed.
+    void add(std::vector<CloudEdit> edit);
+
+    /// Takes the newest edit back; empty when there is none.
+    std::vector<CloudEdit> undo();
+
+    /// Takes all edits back.
+    EditOutcome reset();
+
+    /// Makes the classes of now the ones to go back to, and marks the loaded cells that were modified.
+    void save();
+
+    /// A modified cell as it was at the last save and as it is.
+    struct ModifiedCell
+    {
+        CellPlacePtr place;
+        ClassesPtr baseline;
+        ClassesPtr current;
+    };
+    using ModifiedCloud = std::map<std::string, ModifiedCell>; ///< by cell identifier
+    using Modified = std::map<std::string, ModifiedCloud>;     ///< by uid of the point cloud
+
+    Modified modified() const;
+
+private:
+    struct CloudChange
+    {
+        std::string uid;
+        std::vector<CellChange> cells;
+    };
+    using Step = std::vector<CloudChange>;
+
+    void note(const std::string& uid, const std::vector<EditedCell>& cells);
+    void forgetAll();
+
+    std::deque<Step> _history; ///< newest last; touched by the one thread only
+
+    mutable std::mutex _mutex;
+    Modified _modified; ///< guarded by _mutex
+};

@@ -1,0 +1,164 @@
+#include "category/StoredClasses.h"
+
+#include "cull/PointRecords.h"
+#include "cull/StoreEdit.h"
+#include "loading/CellData.h"
+
+#include <VelBrx/File.h>
+#include <VelBrx/MiraLasRead.h>
+#include <VelOsgDBBrx/PCDataManager.h>
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+
+using VelBrx::Status;
+
+namespace {
+
+constexpr int kClassByte = 16;
+
+using Cell = UnwrittenClasses::Cell;
+
+void gatherClasses(const uint8_t* records, int64_t count, uint8_t* classes)
+{
+    for (int64_t i = 0; i < count; ++i)
+        classes[i] = records[i * kRecordSize + kClassByte];
+}
+
+/// Touches nothing but the bytes that change.
+void writeChangedClasses(const Cell& cell, int64_t count, uint32_t first, uint8_t* records)
+{
+    const uint8_t* written = cell.written->data() + first;
+    const uint8_t* current = cell.current->data() + first;
+    for (int64_t i = 0; i < count; ++i)
+        if (written[i] != current[i]) records[i * kRecordSize + kClassByte] = current[i];
+}
+
+/// A store to write to, and its cells with unwritten classes.
+class StoreToWrite
+{
+public:
+    explicit StoreToWrite(const std::string& path) : _path(path), _file(path.c_str()) {}
+
+    void add(const Cell& cell) { _cells.push_back(cell); }
+
+    /// Success when every class can be written.
+    Status check();
+
+    Status write();
+
+private:
+    bool isSameStore() const;
+
+    const std::string _path;
+    VelBrx::File _file;
+    std::vector<Cell> _cells;
+};
+
+/// A store that was built anew under the same name has other cells.
+bool StoreToWrite::isSameStore() const
+{
+    VelBrx::BrxHeader header;
+    if (!VelBrx::MiraLasRead::getBrxHeader(header, _path.c_str())) return false;
+    char id[24];
+    std::snprintf(id, sizeof id, "%016llx-", static_cast<unsigned long long>(header.storeId));
+    return _cells.front().place->identifier.rfind(id, 0) == 0;
+}
+
+Status StoreToWrite::check()
+{
+    const auto failure = [&](const std::string& what) { return Status::failure(_path + ": " + what); };
+    if (!_file.isOpen())
+        return failure("cannot be opened to save classes; put the store back and save again");
+    if (!isSameStore())
+        return failure("is no longer the store that was edited; put that back and save the classes again");
+    if (!_file.isWritable()) return failure("cannot be written; make it writable and save the classes again");
+    for (const Cell& cell : _cells)
+        if (!forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
+                        [](uint8_t*, int64_t, uint32_t) {}))
+            return failure("is shorter than when it was loaded; restore it and save the classes again");
+    return {};
+}
+
+Status StoreToWrite::write()
+{
+    const osg::ref_ptr<OctreeInfo> octree = openOctree(*_cells.front().place);
+    std::optional<StoreEditLock> lock;
+    if (octree) lock.emplace(*octree);
+    for (const Cell& cell : _cells)
+        forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
+                   [&](uint8_t* records, int64_t count, uint32_t first) {
+                       writeChangedClasses(cell, count, first, records);
+                   });
+    if (!_file.sync()) return Status::failure(_path + ": the disk reported an error; save the classes again");
+    for (const Cell& cell : _cells)
+        UnwrittenClasses::instance().forget(cell.place->identifier);
+    return {};
+}
+
+} // namespace
+
+osg::ref_ptr<OctreeInfo> openOctree(const CellPlace& place)
+{
+    osg::ref_ptr<CellData> cell;
+    osg::ref_ptr<OctreeInfo> octree;
+    if (place.cell.lock(cell)) cell->octree.lock(octree);
+    return octree;
+}
+
+bool readClasses(const OctreeInfo& octree, const CellData& cell, std::vector<uint8_t>& classes)
+{
+    classes.resize(countPoints(cell.record.segments));
+    return forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t first) {
+        gatherClasses(records, count, classes.data() + first);
+    });
+}
+
+Cell currentCell(const CellPlacePtr& place)
+{
+    Cell cell = UnwrittenClasses::instance().find(place->identifier);
+    if (cell.current) return cell;
+
+    std::vector<uint8_t> classes(place->pointCount);
+    VelBrx::File file(place->storePath.c_str());
+    const bool complete = forEachRun(file, place->pointDataStart, place->segments,
+                                     [&](const uint8_t* records, int64_t count, uint32_t first) {
+                                         gatherClasses(records, count, classes.data() + first);
+                                     });
+    cell.place = place;
+    if (complete)
+        cell.written = cell.current = std::make_shared<const std::vector<uint8_t>>(std::move(classes));
+    return cell;
+}
+
+size_t countDifferent(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b)
+{
+    size_t different = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        different += a[i] != b[i];
+    return different;
+}
+
+std::map<std::string, uint64_t> countUnwrittenClasses()
+{
+    std::map<std::string, uint64_t> counts;
+    for (const Cell& cell : UnwrittenClasses::instance().cells())
+        counts[cell.place->storePath] += countDifferent(*cell.written, *cell.current);
+    return counts;
+}
+
+Status writeClassesToStores()
+{
+    std::map<std::string, std::unique_ptr<StoreToWrite>> stores;
+    for (const Cell& cell : UnwrittenClasses::instance().cells()) {
+        std::unique_ptr<StoreToWrite>& store = stores[cell.place->storePath];
+        if (!store) store = std::make_unique<StoreToWrite>(cell.place->storePath);
+        store->add(cell);
+    }
+    for (const auto& [path, store] : stores)
+        if (Status status = store->check(); !status) return status;
+    for (const auto& [path, store] : stores)
+        if (Status status = store->write(); !status) return status;
+    return {};
+}

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <VelBrx/Status.h>
+#include <VelOsgDBBrx/Category.h>
+#include <VelOsgDBBrx/Export.h>
+#include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelOsgDBBrx/PixelBufferTool.h>
+
+#include <osg/Referenced>
+#include <osg/observer_ptr>
+#include <osg/ref_ptr>
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+class EditHistory;
+
+namespace VelOsgDBBrx {
+
+class IPointCloud;
+
+/// The one worker that changes the classes of points. Clients queue requests and do not wait; who needs the
+/// outcome gives the request a `CategoryReport`.
+///
+/// Where an edit lives: it reaches every point of its selection, of loaded cells and of others. The new
+/// classes are kept in memory, a byte for each point of the cells that are touched, and every cell that is
+/// read later shows them, in every context. The store's file stays as it is until `writeToStores`; a program
+/// that ends before loses the edits, so ask `hasUnwritten` when closing.
+///
+/// Two things are independent of each other:
+/// - undo, reset, save and `getAllModify` are about the classes since the last `save`, which makes the
+///   classes of that moment the ones to go back to and drops the undo records; it writes no file;
+/// - `writeToStores` and `hasUnwritten` are about the difference from the stores' files. An edit can be
+/// undone
+///   after it was written; the store must then be written again.
+///
+/// Only the class byte of a point changes; synthetic, key-point, withheld and overlap flags stay.
+///
+/// Threads: any thread may call any operation but `run`. Requests are handled one at a time in the order of
+/// the queue. An edit keeps level-of-detail passes away from its store while it runs.
+class VEL_OSGDB_BRX_EXPORT CategoryCalcTool : public osg::Referenced
+{
+public:
+    using Modify = std::map<std::string, std::vector<std::pair<int, char>>>;
+    using Modify64 = std::map<std::string, std::vector<std::pair<int64_t, uint8_t>>>;
+
+    static CategoryCalcTool* getInstance();
+
+    CategoryCalcTool(const CategoryCalcTool&) = delete;
+    CategoryCalcTool& operator=(const CategoryCalcTool&) = delete;
+
+    /// Makes a point cloud known under a uid, in place of the one known before; it is observed, not held. One
+    /// point cloud should have one uid. Null forgets the uid.
+    void registerCloud(const std::string& uid, IPointCloud* cloud);
+    void registerCloud(const std::string& uid, OctreeInfo* octree);
+
+    /// Queues a request, held from then on. Null is ignored.
+    void push(Category* c);
+
+    void pop();   ///< queues an undo of the newest edit
+    void reset(); ///< queues a reset
+    void save();  ///< queues a save
+
+    /// Returns when every request pushed before has been handled or abandoned. Not from the worker.
+    void waitUntilHandled();
+
+    /// The points whose class differs from the one at the last save, by cloud: index in the point file, and
+    /// class code (cast to unsigned char: codes above 127 are negative). Points whose index does not fit an
+    /// int are left out; `getAllModify64` has them. Edits that were queued but not handled are not in it.
+    Modify getAllModify();
+    Modify64 getAllModify64();
+
+    /// Writes every class that differs from its store into the store's point records, single bytes in place,
+    /// and syncs the files. Requests pushed before are handled first. After it every reader of the files sees
+    /// the classes. The stores are valid LAS files at every moment; a kill leaves each point with the class
+    /// before or after. Fails before anything is written when one of the stores cannot be written; the
+    /// message names it. Undo records and `getAllModify` stay as they are.
+    VelBrx::Status writeToStores();
+
+    /// Whether a store differs from the classes of now: handled edits that `writeToStores` would write.
+    bool hasUnwritten();
+
+    /// Number of points that `writeToStores` would write, by the path of their store.
+    std::map<std::string, uint64_t> countUnwritten();
+
+    /// The source of polygon masks for edits that start from now on; held. Null: a `PolygonMaskTool`.
+    void setPixelBufferTool(PixelBufferTool* tool);
+    PixelBufferTool* getPixelBufferTool();
+
+    /// The worker loop; only the tool's own thread calls it.
+    void run();
+
+    /// Ends the worker: finishes the request in hand, abandons the queued ones, and returns when the thread
+    /// has ended. Edits made stay. Happens by itself at process exit; further requests are abandoned.
+    void shutdown();
+
+private:
+    CategoryCalcTool();
+    ~CategoryCalcTool() override;
+
+    void push(int32_t kind);
+    osg::ref_ptr<Category> takeNext();
+    void handle(Category& request);
+    VelBrx::Status edit(const Category& request, CategoryReport::Counts& counts);
+    void undo(CategoryReport::Counts& counts);
+    void noteHandled(uint64_t requests);
+    static void abandon(Category& request);
+
+    std::thread _worker;
+    std::deque<osg::ref_ptr<Category>> _queue; ///< guarded by _mutex
+    std::unique_ptr<EditHistory> _history;     ///< changed by the worker; has its own lock
+    std::mutex _mutex;
+    std::condition_variable _wakeup;                ///< signalled when _queue or _done changed
+    std::condition_variable _handled;               ///< signalled when _handledCount changed
+    bool _done = false;                             ///< guarded by _mutex
+    uint64_t _pushedCount = 0;                      ///< requests queued; guarded by _mutex
+    uint64_t _handledCount = 0;                     ///< requests handled or abandoned; guarded by _mutex
+    osg::ref_ptr<PixelBufferTool> _pixelBufferTool; ///< guarded by _mutex
+    std::map<std::string, osg::observer_ptr<OctreeInfo>> _clouds; ///< by uid; guarded by _mutex
+    std::mutex _shutdownMutex;                                    ///< one shutdown at a time
+};
+
+} // namespace VelOsgDBBrx

@@ -1,0 +1,563 @@
+#include "loading/CellData.h"
+#include "tests/category/CategoryScene.h"
+
+#include <VelBrx/Verify.h>
+#include <VelOsgDBBrx/PCDataManager.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+using namespace VelOsgDBBrx;
+
+namespace {
+
+/// Not convex, off the pixel grid.
+const Polygon kArrow = {{20.3, 30.2},   {170.7, 20.9}, {120.1, 75.4},
+                        {180.6, 140.2}, {30.8, 110.7}, {75.2, 70.3}};
+const Polygon kEverything = {{-5, -5}, {205, -5}, {205, 155}, {-5, 155}};
+
+const std::string kUid = "the cloud";
+
+CategoryCalcTool& tool()
+{
+    return *CategoryCalcTool::getInstance();
+}
+
+bool isHidden(const LasRecords& records, size_t point)
+{
+    return records.flags(point) & 0x0F;
+}
+
+class CategoryCalcToolTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        tool().setPixelBufferTool(new ExactMaskTool);
+        tool().registerCloud(kUid, store.cloud);
+    }
+
+    void TearDown() override
+    {
+        pushAndWait(Category::RESET);
+        const Status discarded = tool().writeToStores();
+        EXPECT_TRUE(discarded.ok()) << discarded.message();
+    }
+
+    using Status = VelBrx::Status;
+
+    /// The points that an edit with this polygon may reach when nothing is waived.
+    std::vector<bool> visibleUnder(const Polygon& polygon) const
+    {
+        std::vector<bool> under = pointsUnder(records, polygon, screen);
+        for (size_t i = 0; i < under.size(); ++i)
+            under[i] = under[i] && !isHidden(records, i);
+        return under;
+    }
+
+    TempFolder folder;
+    std::string path = writeClassifiedStore(folder);
+    LoadedStore store{path};
+    Screen screen = Screen::lookingAt({-90, -160, 120}, {3, -2, 1});
+    const LasRecords records{path};
+    const Classes before = storedClasses(path);
+};
+
+bool always(size_t)
+{
+    return true;
+}
+
+} // namespace
+
+TEST_F(CategoryCalcToolTest, EditsTheFromClassesOfEveryVisiblePointUnderThePolygonLoadedOrNot)
+{
+    const Classes expected =
+        edited(before, visibleUnder(kArrow), 9, [&](size_t i) { return before[i] == 2 || before[i] == 5; });
+    const osg::ref_ptr<CellData> loaded = store.octree()->root->children.front();
+    const osg::ref_ptr<osg::Node> leaf = PCDataManager::getInstance()->acquireNodeOrCreate(loaded);
+    const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 9);
+    edit->base.setFromClasses({2, 5, -1, 255, 1000});
+    const CategoryReport::Counts counts = pushAndWait(kUid, edit)->counts();
+
+    EXPECT_GT(counts.changed, 1000u);
+    EXPECT_EQ(counts.changed, difference(before, expected).size());
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected));
+    EXPECT_EQ(storedClasses(path), before) << "the store is written by its own call only";
+    EXPECT_TRUE(tool().hasUnwritten());
+    EXPECT_EQ(tool().countUnwritten()[path], counts.changed);
+
+    Classes ofLeaf = expected;
+    readLeaf(leaf, ofLeaf);
+    EXPECT_EQ(ofLeaf, expected) << "in the cell that was loaded before the edit";
+    EXPECT_EQ(shownClasses(*store.octree()), expected) << "in cells that are read after it";
+
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(readFile(path), withClasses(records.bytes(), expected)) << "classes only, all of them";
+    EXPECT_TRUE(VelBrx::verifyStore(path).empty());
+    EXPECT_FALSE(tool().hasUnwritten());
+    EXPECT_EQ(shownClasses(*store.octree()), expected);
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected)) << "writing is no save";
+}
+
+TEST_F(CategoryCalcToolTest, CountsTheSelectionByClassAndLeavesAllAsItWasInADryRun)
+{
+    const std::vector<bool> under = visibleUnder(kArrow);
+    const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 3);
+    edit->base.setFromClasses({1, 3});
+    const CategoryReport::Counts counts = pushAndWait(kUid, edit, true)->counts();
+
+    CategoryReport::Counts expected;
+    for (size_t i = 0; i < before.size(); ++i)
+        if (under[i]) {
+            ++expected.selected;
+            ++expected.before[before[i]];
+            ++expected.after[before[i] == 1 ? 3 : before[i]];
+            expected.changed += before[i] == 1;
+        }
+    EXPECT_EQ(counts.selected, expected.selected);
+    EXPECT_EQ(counts.changed, expected.changed);
+    EXPECT_EQ(counts.before, expected.before);
+    EXPECT_EQ(counts.after, expected.after);
+    EXPECT_TRUE(tool().getAllModify().empty());
+    EXPECT_EQ(shownClasses(*store.octree()), before);
+    EXPECT_EQ(pushAndWait(Category::UNDO)->counts().changed, 0u) << "a dry run is nothing to undo";
+}
+
+TEST_F(CategoryCalcToolTest, LeavesOutWhatTheOperatorDoesNotSeeUnlessTheRecordWaivesThat)
+{
+    // In local coordinates: x above -10, and either z above 20 or y below -30 as well.
+    const osg::Vec4d clip(1, 0, 0, 10);
+    const std::vector<osg::Vec4d> section = {{0, 0, 1, -20}, {0, -1, 0, -30}};
+    const std::vector<bool> under = pointsUnder(records, kArrow, screen);
+    const auto inPlanes = [&](size_t i) {
+        const osg::Vec3d p = records.position(i) - records.offset();
+        return p.x() + 10 >= 0 && (p.z() - 20 >= 0 || -p.y() - 30 >= 0);
+    };
+    for (int flag = Base::VISIBLE_ONLY; flag <= Base::EVERYTHING; ++flag) {
+        const Classes expected = edited(before, under, 9, [&](size_t i) {
+            return ((flag & Base::HIDDEN_POINTS) || !isHidden(records, i)) &&
+                   ((flag & Base::OUTSIDE_PLANES) || inPlanes(i)) &&
+                   ((flag & Base::CLASSES_OFF) || before[i] != 4);
+        });
+        const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 9);
+        edit->base.flag = static_cast<uint8_t>(flag);
+        edit->base.planesA = {clip};
+        edit->base.planesB = section;
+        edit->base.planesPerGroup = 1;
+        edit->base.shownClasses.reset(4);
+        pushAndWait(kUid, edit);
+        EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected)) << "flag " << flag;
+        pushAndWait(Category::RESET);
+    }
+}
+
+TEST_F(CategoryCalcToolTest, TakesAllSectionPlanesAsOneGroupAndChangesClass255OnlyWithAFullTable)
+{
+    const std::vector<bool> under = visibleUnder(kArrow);
+    osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 7);
+    edit->base.planesB = {{0, 0, 1, -5}, {0, -1, 0, -5}};
+    const Classes expected = edited(before, under, 7, [&](size_t i) {
+        const osg::Vec3d p = records.position(i) - records.offset();
+        return p.z() - 5 >= 0 && -p.y() - 5 >= 0;
+    });
+    pushAndWait(kUid, edit);
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected));
+    pushAndWait(Category::RESET);
+
+    edit = polygonEdit(kArrow, screen, 255);
+    edit->base.classTable[200] = 0;
+    pushAndWait(kUid, edit);
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, edited(before, under, 255, always)));
+    edit = polygonEdit(kArrow, screen, 1);
+    edit->base.classTable[200] = 0;
+    EXPECT_EQ(pushAndWait(kUid, edit)->counts().changed, 0u) << "of points of class 255";
+}
+
+TEST_F(CategoryCalcToolTest, FollowsAMovedCloudAndPlanesInWorldCoordinates)
+{
+    const osg::Matrixd moved = osg::Matrixd::rotate(1.1, osg::Vec3d(1, 2, 3)) *
+                               osg::Matrixd::scale(1.5, 0.5, 2) *
+                               osg::Matrixd::translate(1234567, 7654321, 250);
+    store.octree()->transform = moved;
+    screen = Screen::lookingAt({1234400, 7654100, 400}, {1234567, 7654321, 250});
+    const std::vector<bool> under = pointsUnder(records, kArrow, screen, moved);
+    const Classes expected = edited(before, under, 9, [&](size_t i) {
+        const osg::Vec3d world = (records.position(i) - records.offset()) * moved;
+        return !isHidden(records, i) && world.z() - 255 >= 0;
+    });
+    const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 9);
+    edit->base.planesA = {{0, 0, 1, -255}};
+    EXPECT_GT(pushAndWait(kUid, edit)->counts().changed, 500u);
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected));
+}
+
+TEST_F(CategoryCalcToolTest, UndoesEditsNewestFirstAndResetsToTheLastSave)
+{
+    const std::vector<bool> arrow = visibleUnder(kArrow);
+    const std::vector<bool> all = visibleUnder(kEverything);
+    const Classes first = edited(before, arrow, 8, always);
+    const Classes second = edited(first, all, 9, [&](size_t i) { return first[i] == 8 || first[i] == 1; });
+    const osg::ref_ptr<PolygonCmd> widened = polygonEdit(kEverything, screen, 9);
+    widened->base.setFromClasses({8, 1});
+
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 8));
+    pushAndWait(kUid, widened);
+    EXPECT_EQ(shownClasses(*store.octree()), second);
+    EXPECT_EQ(pushAndWait(Category::UNDO)->counts().changed, difference(first, second).size());
+    EXPECT_EQ(shownClasses(*store.octree()), first);
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, first));
+
+    tool().save();
+    tool().waitUntilHandled();
+    EXPECT_TRUE(tool().getAllModify().empty());
+    EXPECT_TRUE(tool().hasUnwritten()) << "a save writes no store";
+    EXPECT_EQ(pushAndWait(Category::UNDO)->counts().changed, 0u) << "undo stops at a save";
+    pushAndWait(kUid, widened);
+    pushAndWait(kUid, polygonEdit(kEverything, screen, 10));
+    pushAndWait(Category::RESET);
+    EXPECT_EQ(shownClasses(*store.octree()), first) << "reset stops at a save";
+    EXPECT_EQ(pushAndWait(Category::UNDO)->counts().changed, 0u);
+
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(storedClasses(path), first);
+}
+
+TEST_F(CategoryCalcToolTest, UndoesAnEditThatIsInTheStoreAlready)
+{
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 8));
+    ASSERT_TRUE(tool().writeToStores().ok());
+    pushAndWait(Category::UNDO);
+    EXPECT_TRUE(tool().hasUnwritten());
+    EXPECT_EQ(shownClasses(*store.octree()), before);
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(readFile(path), records.bytes());
+}
+
+TEST_F(CategoryCalcToolTest, MarksTheModifiedLoadedCellsOfASave)
+{
+    const osg::ref_ptr<osg::Node> leaf =
+        PCDataManager::getInstance()->acquireNodeOrCreate(store.octree()->root);
+    const osg::Geometry* geometry = leaf->asGeode()->getDrawable(0)->asGeometry();
+    const auto& indices = dynamic_cast<const osg::Vec2iArray&>(*geometry->getUserData());
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 8));
+    EXPECT_EQ(indices.front(), osg::Vec2i(indices.front().x(), 0));
+    pushAndWait(Category::SAVE);
+    for (const osg::Vec2i& index : indices)
+        ASSERT_EQ(index.y(), -1);
+}
+
+TEST_F(CategoryCalcToolTest, KeepsHiddenBitsThatChangeBetweenAnEditAndItsUndo)
+{
+    const osg::ref_ptr<osg::Node> leaf =
+        PCDataManager::getInstance()->acquireNodeOrCreate(store.octree()->root);
+    const osg::Geometry* geometry = leaf->asGeode()->getDrawable(0)->asGeometry();
+    const auto& attribute = dynamic_cast<const osg::IntArray&>(*geometry->getVertexAttribArray(12));
+    const std::vector<int> original(attribute.begin(), attribute.end());
+    CullCmdManager::getInstance()->setPixelBufferTool(new ExactMaskTool);
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 8));
+    run(polygonCmd<CullCmd>(store, kArrow, screen));
+    pushAndWait(Category::UNDO);
+    size_t culled = 0;
+    for (size_t i = 0; i < original.size(); ++i) {
+        EXPECT_EQ(attribute[i] & 0xFF00FFFF, original[i] & 0xFF00FFFF);
+        culled += attribute[i] != original[i];
+    }
+    EXPECT_GT(culled, 100u);
+}
+
+TEST_F(CategoryCalcToolTest, EditsUnderAMaskOfAnotherSizeThanTheWindow)
+{
+    // A mask of 20 x 10 fields for the window of 200 x 150 pixels, set like a chessboard.
+    const osg::ref_ptr<PixelBuffer> edit = new PixelBuffer;
+    edit->base = polygonEdit({}, screen, 9)->base;
+    edit->maskWidth = 20;
+    edit->maskHeight = 10;
+    edit->mask = new osg::Image;
+    edit->mask->allocateImage(20, 10, 1, GL_LUMINANCE, GL_UNSIGNED_BYTE);
+    for (int row = 0; row < 10; ++row)
+        for (int column = 0; column < 20; ++column)
+            *edit->mask->data(column, row) = (row + column) % 2;
+
+    std::vector<bool> under(before.size());
+    for (size_t i = 0; i < under.size(); ++i) {
+        const osg::Vec4d window = osg::Vec4d(records.position(i) - records.offset(), 1) * screen.vpw();
+        const double column = window.x() / window.w() / 10;
+        const double row = (150 - window.y() / window.w()) / 15;
+        const bool seen = window.w() > 0 && column > -1 && column < 20 && row > -1 && row < 10;
+        under[i] = seen && (static_cast<int>(column) + static_cast<int>(row)) % 2;
+    }
+    pushAndWait(kUid, edit);
+    const Classes expected = edited(before, under, 9, [&](size_t i) { return !isHidden(records, i); });
+    EXPECT_GT(difference(before, expected).size(), 1000u);
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected));
+}
+
+TEST_F(CategoryCalcToolTest, AppliesAPackageAsItsPreparedEditWithAnotherOutline)
+{
+    const osg::ref_ptr<PolygonCmd> prepared = polygonEdit(kEverything, screen, 9);
+    prepared->base.setFromClasses({1, 2, 3});
+    prepared->base.planesA = {{1, 0, 0, 10}};
+    const osg::ref_ptr<Package> package = new Package;
+    package->target = prepared;
+    package->polygon = kArrow;
+    package->planes = {{0, 0, 1, 5}};
+    pushAndWait(kUid, package);
+    const Classes expected = edited(before, visibleUnder(kArrow), 9, [&](size_t i) {
+        const osg::Vec3d p = records.position(i) - records.offset();
+        return before[i] <= 3 && p.x() + 10 >= 0 && p.z() + 5 >= 0;
+    });
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected));
+    EXPECT_EQ(prepared->base.polygon, kEverything);
+}
+
+TEST_F(CategoryCalcToolTest, GivesListedPointsOfSeveralCloudsTheirClassesAsOneEdit)
+{
+    const std::string otherPath = writeClassifiedStore(folder, "other.brx", 2, 500);
+    LoadedStore other(otherPath);
+    tool().registerCloud("other", other.octree());
+    const Classes otherBefore = storedClasses(otherPath);
+    const osg::ref_ptr<CategoryBuffer> edit = new CategoryBuffer;
+    edit->points[kUid] = {19999, 3, 3, -7, 20000, 4};
+    edit->classes[kUid] = {40, 10, 41, 1, 2, 200};
+    edit->points["other"] = {0};
+    edit->classes["other"] = {77};
+    edit->flag = Base::HIDDEN_POINTS;
+    EXPECT_EQ(pushAndWait("", edit)->counts().changed, 4u);
+
+    Classes expected = before;
+    expected[19999] = 40;
+    expected[3] = 41;
+    expected[4] = 200;
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected));
+    EXPECT_EQ(tool().getAllModify()[kUid].at(1), std::make_pair(4, static_cast<char>(200)));
+    EXPECT_EQ(shownClasses(*other.octree())[0], 77);
+    pushAndWait(Category::UNDO);
+    EXPECT_EQ(shownClasses(*store.octree()), before);
+    EXPECT_EQ(shownClasses(*other.octree()), otherBefore);
+
+    size_t hidden = 0;
+    while (!isHidden(records, hidden))
+        ++hidden;
+    edit->points = {{kUid, {static_cast<int64_t>(hidden)}}};
+    edit->classes = {{kUid, {99}}};
+    edit->flag = Base::VISIBLE_ONLY;
+    EXPECT_EQ(pushAndWait("", edit)->counts().changed, 0u);
+}
+
+TEST_F(CategoryCalcToolTest, RefusesWhatItCannotDoAndGoesOn)
+{
+    const auto refused = [](const osg::ref_ptr<CategoryReport>& report, const std::string& why) {
+        EXPECT_EQ(report->state(), CategoryReport::REFUSED);
+        EXPECT_NE(report->status().message().find(why), std::string::npos) << report->status().message();
+    };
+    refused(pushAndWait(6), "kind 6");
+    refused(pushAndWait(-1), "kind -1");
+    refused(pushAndWait("", polygonEdit(kArrow, screen, 1)), "uid");
+    refused(pushAndWait("nobody", polygonEdit(kArrow, screen, 1)), "\"nobody\"");
+    refused(pushAndWait(kUid, nullptr), "record");
+    refused(pushAndWait(kUid, new osg::Image), "record");
+    refused(pushAndWait(kUid, polygonEdit(kArrow, screen, 256)), "class 256");
+    refused(pushAndWait(kUid, new PolygonCmd), "size");
+    refused(pushAndWait(kUid, new PixelBuffer), "size");
+    refused(pushAndWait(kUid, new Package), "polygon edit");
+    osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 1);
+    edit->target = new osg::Image;
+    refused(pushAndWait(kUid, edit), "not a point cloud");
+    edit = polygonEdit(kArrow, screen, 1);
+    edit->base.vpw(2, 1) = std::numeric_limits<double>::quiet_NaN();
+    refused(pushAndWait(kUid, edit), "matrix");
+    const osg::ref_ptr<PixelBuffer> maskless = new PixelBuffer;
+    maskless->base = polygonEdit(kArrow, screen, 1)->base;
+    refused(pushAndWait(kUid, maskless), "mask");
+    const osg::ref_ptr<CategoryBuffer> uneven = new CategoryBuffer;
+    uneven->points[kUid] = {1, 2};
+    uneven->classes[kUid] = {1};
+    refused(pushAndWait(kUid, uneven), "differ in number");
+
+    EXPECT_TRUE(tool().getAllModify().empty());
+    for (const Polygon& empty : {Polygon(), Polygon{{10, 10}, {90, 90}}})
+        EXPECT_EQ(pushAndWait(kUid, polygonEdit(empty, screen, 1))->counts().selected, 0u);
+    EXPECT_GT(pushAndWait(kUid, polygonEdit(kArrow, screen, 1))->counts().changed, 0u);
+}
+
+TEST_F(CategoryCalcToolTest, EditsTheTargetOfTheRecordBeforeTheCloudOfTheUid)
+{
+    LoadedStore other(writeClassifiedStore(folder, "other.brx", 3, 2000));
+    for (osg::Referenced* target :
+         {static_cast<osg::Referenced*>(other.cloud.get()), static_cast<osg::Referenced*>(other.octree())}) {
+        const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 9);
+        edit->target = target;
+        pushAndWait("other", edit);
+        EXPECT_EQ(tool().countUnwritten().count(path), 0u);
+        EXPECT_GT(tool().countUnwritten()[other.path], 0u);
+        pushAndWait(Category::UNDO);
+    }
+}
+
+TEST_F(CategoryCalcToolTest, ShowsEditsToWhoeverOpensTheStore)
+{
+    LoadedStore second(path);
+    const osg::ref_ptr<osg::Node> shared =
+        PCDataManager::getInstance()->acquireNodeOrCreate(second.octree()->root);
+    const Classes expected = edited(before, visibleUnder(kArrow), 9, always);
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+    EXPECT_EQ(shownClasses(*second.octree()), expected);
+
+    store.cloud = nullptr;
+    LoadedStore reopened(path);
+    EXPECT_EQ(shownClasses(*reopened.octree()), expected);
+    pushAndWait(Category::UNDO);
+    EXPECT_EQ(shownClasses(*reopened.octree()), before) << "after an undo of an edit of the closed octree";
+}
+
+TEST_F(CategoryCalcToolTest, WritesTheEditsOfAStoreThatWasClosed)
+{
+    const Classes expected = edited(before, visibleUnder(kArrow), 9, always);
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+    store.cloud = nullptr;
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(storedClasses(path), expected);
+    EXPECT_EQ(pushAndWait(kUid, polygonEdit(kArrow, screen, 9))->state(), CategoryReport::REFUSED);
+}
+
+TEST_F(CategoryCalcToolTest, WritesNoStoreWhenOneOfThemCannotBeWritten)
+{
+    const std::string otherPath = writeClassifiedStore(folder, "other.brx", 2, 500);
+    LoadedStore other(otherPath);
+    tool().registerCloud("other", other.octree());
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+    pushAndWait("other", polygonEdit(kArrow, screen, 9));
+
+    const std::string moved = folder.file("moved.brx");
+    std::filesystem::rename(otherPath, moved);
+    const auto fails = [&](const std::string& why) {
+        const Status status = tool().writeToStores();
+        EXPECT_FALSE(status.ok());
+        EXPECT_NE(status.message().find(otherPath + ": "), std::string::npos) << status.message();
+        EXPECT_NE(status.message().find(why), std::string::npos) << status.message();
+        EXPECT_EQ(storedClasses(path), before);
+        EXPECT_TRUE(tool().hasUnwritten());
+    };
+    fails("cannot be opened");
+    std::filesystem::copy(path, otherPath);
+    fails("no longer the store");
+    std::filesystem::rename(moved, otherPath);
+    EXPECT_TRUE(tool().writeToStores().ok());
+}
+
+TEST_F(CategoryCalcToolTest, HandlesRequestsOfSeveralThreadsAndIsAskedMeanwhile)
+{
+    // Every edit covers the same points: whatever the order, one moment knows one class.
+    const size_t reach = difference(before, edited(before, visibleUnder(kArrow), 9, always)).size();
+    std::atomic<bool> asking{true};
+    std::thread asker([&] {
+        while (asking) {
+            const auto all = tool().getAllModify64();
+            for (const auto& [uid, points] : all)
+                for (const auto& point : points)
+                    ASSERT_EQ(point.second, points.front().second);
+            tool().hasUnwritten();
+        }
+    });
+    std::vector<std::thread> pushers;
+    std::atomic<size_t> handled{0};
+    for (int t = 0; t < 4; ++t)
+        pushers.emplace_back([&, t] {
+            for (int i = 0; i < 5; ++i)
+                handled +=
+                    pushAndWait(kUid, polygonEdit(kArrow, screen, 10 + 5 * t + i))->counts().changed == reach;
+        });
+    for (std::thread& pusher : pushers)
+        pusher.join();
+    EXPECT_EQ(handled, 20u);
+    for (int i = 0; i < 20; ++i)
+        tool().pop();
+    tool().waitUntilHandled();
+    asking = false;
+    asker.join();
+    EXPECT_TRUE(tool().getAllModify64()[kUid].empty());
+    EXPECT_EQ(shownClasses(*store.octree()), before);
+}
+
+TEST(CategoryRecords, ShareWhatTheyReferToAndCopyTheRest)
+{
+    const osg::ref_ptr<osg::Image> target = new osg::Image;
+    PolygonCmd original;
+    original.target = target;
+    original.base.polygon = kArrow;
+    original.base.classTable[254] = 0;
+    PolygonCmd copy(original);
+    EXPECT_EQ(target->referenceCount(), 3);
+    EXPECT_EQ(copy.base.polygon, kArrow);
+    EXPECT_EQ(copy.base.classTable, original.base.classTable);
+    copy.base.polygon.clear();
+    EXPECT_EQ(original.base.polygon, kArrow);
+    const PolygonCmd moved(std::move(copy));
+    original = moved;
+    EXPECT_EQ(moved.target, original.target);
+
+    EXPECT_EQ(Category("", new PixelBuffer).kind, Category::MASK);
+    EXPECT_EQ(Category("", new CategoryBuffer).kind, Category::POINTS);
+    EXPECT_EQ(Category("", new Package).kind, Category::POLYGON);
+    EXPECT_TRUE(Category().uid.empty());
+}
+
+namespace {
+
+/// Pushes edits that take longer than the rest of the test, and gives their requests.
+std::vector<osg::ref_ptr<Category>> pushMany(const LoadedStore& store)
+{
+    tool().registerCloud(kUid, store.cloud);
+    const Screen screen = Screen::lookingAt({-90, -160, 120}, {3, -2, 1});
+    std::vector<osg::ref_ptr<Category>> requests;
+    for (int i = 0; i < 500; ++i) {
+        requests.push_back(new Category(kUid, polygonEdit(kEverything, screen, i % 200)));
+        requests.back()->report = new CategoryReport;
+        tool().push(requests.back());
+    }
+    return requests;
+}
+
+bool abandonsWhatIsQueuedAndKeepsWhatWasDone()
+{
+    TempFolder folder;
+    LoadedStore store(writeClassifiedStore(folder));
+    const std::vector<osg::ref_ptr<Category>> requests = pushMany(store);
+    requests.front()->report->wait();
+    tool().shutdown();
+    tool().waitUntilHandled();
+    int abandoned = 0;
+    for (const osg::ref_ptr<Category>& request : requests)
+        abandoned += request->report->wait() == CategoryReport::ABANDONED;
+    const bool late = pushAndWait(Category::UNDO)->state() == CategoryReport::ABANDONED;
+    return abandoned > 0 && late && tool().hasUnwritten() && tool().writeToStores().ok();
+}
+
+} // namespace
+
+TEST(CategoryCalcToolEnd, AbandonsWhatIsQueuedAndKeepsWhatWasDone)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::exit(abandonsWhatIsQueuedAndKeepsWhatWasDone() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(CategoryCalcToolEnd, LetsTheProcessExitWithRequestsQueuedForAStoreThatIsGone)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            {
+                TempFolder folder;
+                pushMany(LoadedStore(writeClassifiedStore(folder)));
+            }
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}

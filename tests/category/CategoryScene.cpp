@@ -1,0 +1,142 @@
+#include "tests/category/CategoryScene.h"
+
+#include "loading/CellData.h"
+
+#include <VelOsgDBBrx/PCDataManager.h>
+
+#include <osg/Geode>
+#include <osg/Geometry>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <random>
+
+using namespace VelOsgDBBrx;
+
+namespace {
+
+struct Records
+{
+    explicit Records(const Bytes& store)
+    {
+        uint32_t pointDataStart = 0;
+        uint64_t points = 0;
+        std::memcpy(&pointDataStart, store.data() + 96, sizeof pointDataStart);
+        std::memcpy(&points, store.data() + 247, sizeof points);
+        start = pointDataStart;
+        count = points;
+    }
+
+    size_t classByte(size_t point) const { return start + 36 * point + 16; }
+
+    size_t start;
+    size_t count;
+};
+
+} // namespace
+
+Classes storedClasses(const std::string& path)
+{
+    const Bytes store = readFile(path);
+    const Records records(store);
+    Classes classes(records.count);
+    for (size_t i = 0; i < classes.size(); ++i)
+        classes[i] = store[records.classByte(i)];
+    return classes;
+}
+
+Bytes withClasses(Bytes store, const Classes& classes)
+{
+    const Records records(store);
+    for (size_t i = 0; i < classes.size(); ++i)
+        store[records.classByte(i)] = classes[i];
+    return store;
+}
+
+std::string writeClassifiedStore(const TempFolder& folder, const std::string& name, unsigned seed, int count)
+{
+    const std::string path = writeRandomStore(folder, count, seed, name);
+    Bytes store = readFile(path);
+    std::mt19937 random(seed);
+    Classes classes(Records(store).count);
+    for (uint8_t& c : classes)
+        c = random() % 50 == 0 ? 255 : static_cast<uint8_t>(1 + random() % 6);
+    store = withClasses(store, classes);
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(store.data()), static_cast<std::streamsize>(store.size()));
+    return path;
+}
+
+osg::ref_ptr<PolygonCmd> polygonEdit(const Polygon& polygon, const Screen& screen, int toClass)
+{
+    osg::ref_ptr<PolygonCmd> record = new PolygonCmd;
+    record->base.polygon = polygon;
+    record->base.vpw = screen.vpw();
+    record->base.width = screen.width;
+    record->base.height = screen.height;
+    record->base.toClass = toClass;
+    return record;
+}
+
+osg::ref_ptr<CategoryReport> pushAndWait(const std::string& uid, osg::Referenced* record, bool dryRun)
+{
+    const osg::ref_ptr<Category> request = new Category(uid, record);
+    request->report = new CategoryReport;
+    request->dryRun = dryRun;
+    CategoryCalcTool::getInstance()->push(request);
+    request->report->wait();
+    return request->report;
+}
+
+osg::ref_ptr<CategoryReport> pushAndWait(int kind)
+{
+    const osg::ref_ptr<Category> request = new Category;
+    request->kind = kind;
+    request->report = new CategoryReport;
+    CategoryCalcTool::getInstance()->push(request);
+    request->report->wait();
+    return request->report;
+}
+
+Classes edited(Classes classes, const std::vector<bool>& under, int toClass,
+               const std::function<bool(size_t point)>& mayChange)
+{
+    for (size_t i = 0; i < classes.size(); ++i)
+        if (under[i] && mayChange(i)) classes[i] = static_cast<uint8_t>(toClass);
+    return classes;
+}
+
+std::vector<std::pair<int64_t, uint8_t>> difference(const Classes& before, const Classes& after)
+{
+    std::vector<std::pair<int64_t, uint8_t>> changed;
+    for (size_t i = 0; i < before.size(); ++i)
+        if (before[i] != after[i]) changed.emplace_back(static_cast<int64_t>(i), after[i]);
+    return changed;
+}
+
+void readLeaf(const osg::Node* leaf, Classes& classes)
+{
+    const osg::Geometry* geometry = leaf->asGeode()->getDrawable(0)->asGeometry();
+    const auto& attribute = dynamic_cast<const osg::IntArray&>(*geometry->getVertexAttribArray(12));
+    const auto& indices = dynamic_cast<const osg::Vec2iArray&>(*geometry->getUserData());
+    for (size_t i = 0; i < indices.size(); ++i)
+        classes.at(static_cast<size_t>(indices[i].x())) = static_cast<uint8_t>(attribute[i] >> 24);
+}
+
+std::vector<osg::ref_ptr<CellData>> cellsOf(const OctreeInfo& octree)
+{
+    std::vector<osg::ref_ptr<CellData>> cells{octree.root};
+    for (size_t i = 0; i < cells.size(); ++i)
+        for (const osg::ref_ptr<CellData>& child : std::vector<osg::ref_ptr<CellData>>(cells[i]->children))
+            cells.push_back(child);
+    return cells;
+}
+
+Classes shownClasses(const OctreeInfo& octree)
+{
+    Classes classes(storedClasses(octree.pointPath).size());
+    for (const osg::ref_ptr<CellData>& cell : cellsOf(octree))
+        readLeaf(PCDataManager::getInstance()->acquireNodeOrCreate(cell), classes);
+    return classes;
+}

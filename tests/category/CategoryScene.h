@@ -1,0 +1,51 @@
+#pragma once
+
+#include "tests/cull/CullScene.h"
+
+#include <VelOsgDBBrx/Category.h>
+#include <VelOsgDBBrx/CategoryCalcTool.h>
+
+#include <osg/ref_ptr>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+using Classes = std::vector<uint8_t>; ///< one a point, in the order of the point file
+
+/// The classes in the records of a store, by its bytes.
+Classes storedClasses(const std::string& path);
+
+/// The bytes of a store with other classes in its records.
+Bytes withClasses(Bytes store, const Classes& classes);
+
+/// As `writeRandomStore`, its points of random classes 1 to 6 and, some, of 255.
+std::string writeClassifiedStore(const TempFolder& folder, const std::string& name = "cloud.brx",
+                                 unsigned seed = 1, int count = 20000);
+
+/// A polygon edit with the screen's camera.
+osg::ref_ptr<VelOsgDBBrx::PolygonCmd> polygonEdit(const Polygon& polygon, const Screen& screen, int toClass);
+
+/// Pushes an edit, waits for it, and returns its report.
+osg::ref_ptr<VelOsgDBBrx::CategoryReport> pushAndWait(const std::string& uid, osg::Referenced* record,
+                                                      bool dryRun = false);
+
+/// Pushes a request of a kind without payload and waits for it.
+osg::ref_ptr<VelOsgDBBrx::CategoryReport> pushAndWait(int kind);
+
+/// What `classes` become when the points under the polygon get `toClass` where `mayChange` allows it.
+Classes edited(Classes classes, const std::vector<bool>& under, int toClass,
+               const std::function<bool(size_t point)>& mayChange);
+
+/// The report of `getAllModify64` that takes `before` to `after`.
+std::vector<std::pair<int64_t, uint8_t>> difference(const Classes& before, const Classes& after);
+
+/// The classes that the leaf of a cell shows, and those of the points of other cells as in `classes`.
+void readLeaf(const osg::Node* leaf, Classes& classes);
+
+/// Every cell of an octree.
+std::vector<osg::ref_ptr<CellData>> cellsOf(const OctreeInfo& octree);
+
+/// Reads every cell of an octree through the cache, and returns the classes that the leaves show.
+Classes shownClasses(const OctreeInfo& octree);
