@@ -38,9 +38,32 @@ void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
     if (cull) cull->popStateSet();
 }
 
-void PointCloudImpl::enableEyeDomeLighting() {}
+void PointCloudImpl::enableEyeDomeLighting()
+{
+    if (_preRender || _postRender) return;
+    const osg::ref_ptr<EyeDomeTargets> targets = EyeDomeTargets::shared();
+    removeChild(_lod);
 
-void PointCloudImpl::disableEyeDomeLighting() {}
+    _preRender = new EdlPreRender(targets, _lod);
+    _preRender->getOrCreateStateSet()->setRenderBinDetails(-1, "RenderBin",
+                                                           osg::StateSet::USE_RENDERBIN_DETAILS);
+    addChild(_preRender);
+
+    _postRender = new EdlPostRender(targets, _lod);
+    _postRender->getOrCreateStateSet()->setRenderBinDetails(1, "RenderBin",
+                                                            osg::StateSet::USE_RENDERBIN_DETAILS);
+    addChild(_postRender);
+}
+
+void PointCloudImpl::disableEyeDomeLighting()
+{
+    if (!_preRender || !_postRender) return;
+    addChild(_lod);
+    removeChild(_postRender);
+    removeChild(_preRender);
+    _postRender = nullptr;
+    _preRender = nullptr;
+}
 
 void PointCloudImpl::setPlanes(std::vector<osg::Vec4d> planes)
 {

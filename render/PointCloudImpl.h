@@ -1,13 +1,16 @@
 #pragma once
 
 #include "lod/PointCloudLOD.h"
+#include "render/EdlPostRender.h"
+#include "render/EdlPreRender.h"
 #include "render/PointDefaults.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
 
 #include <osg/ref_ptr>
 
-/// The node that a host holds for a point cloud. Its only data child is the cloud's `PointCloudLOD`.
+/// The node that a host holds for a point cloud. Its only data child is the cloud's `PointCloudLOD`, itself
+/// or, under eye-dome lighting, in two passes.
 class PointCloudImpl : public VelOsgDBBrx::IPointCloud
 {
 public:
@@ -36,5 +39,7 @@ protected:
 
 private:
     osg::ref_ptr<PointCloudLOD> _lod;
+    osg::ref_ptr<EdlPreRender> _preRender; ///< both null while eye-dome lighting is off
+    osg::ref_ptr<EdlPostRender> _postRender;
     mutable PointDefaults _defaults;
 };

@@ -5,7 +5,8 @@
 #include <osg/BufferIndexBinding>
 #include <osg/BufferObject>
 #include <osg/Geode>
-#include <osgUtil/CullVisitor>
+
+#include <cmath>
 
 namespace {
 
@@ -21,8 +22,13 @@ std::vector<TestPoint> placedInARow(std::vector<TestPoint> points)
 } // namespace
 
 PointPicture::PointPicture(std::vector<TestPoint> points, const std::vector<osg::Vec4f>& normals)
-    : fixture(placedInARow(points), kOrigin), viewer(kSize, kSize), root(new osg::MatrixTransform),
-      cloud(new PointCloudImpl(new PointCloudLOD(fixture.octree))), _count(points.size())
+    : PointPicture(AsGiven{placedInARow(std::move(points))}, normals)
+{
+}
+
+PointPicture::PointPicture(const AsGiven& given, const std::vector<osg::Vec4f>& normals)
+    : fixture(given.points, kOrigin), viewer(kSize, kSize), root(new osg::MatrixTransform),
+      cloud(new PointCloudImpl(new PointCloudLOD(fixture.octree))), _count(given.points.size())
 {
     if (!normals.empty()) fixture.writeNormals(normals);
     cells().addChild(VelOsgDBBrx::LasReaderWriter::read(fixture.wholeCell()));
@@ -35,6 +41,15 @@ PointPicture::PointPicture(std::vector<TestPoint> points, const std::vector<osg:
     camera.setViewMatrix(osg::Matrixd::translate(-kOrigin));
     camera.setProjectionMatrixAsOrtho(0, kSize, 0, kSize, -1000, 1000);
     viewer.show(root);
+}
+
+void PointPicture::lookInPerspective()
+{
+    constexpr double kFieldOfView = 30;
+    const double height = kSize / 2 / std::tan(osg::DegreesToRadians(kFieldOfView / 2));
+    const osg::Vec3d middle = kOrigin + osg::Vec3d(kSize / 2, kSize / 2, 0);
+    viewer.camera().setViewMatrixAsLookAt(middle + osg::Vec3d(0, 0, height), middle, osg::Y_AXIS);
+    viewer.camera().setProjectionMatrixAsPerspective(kFieldOfView, 1, 10, 100);
 }
 
 PointCloudLOD& PointPicture::cells()
@@ -56,7 +71,7 @@ std::vector<osg::Vec3ub> PointPicture::draw()
 {
     picture = viewer.picture();
     std::vector<osg::Vec3ub> colors;
-    for (size_t i = 0; i < _count; ++i)
+    for (size_t i = 0; i < _count && static_cast<int>(i) < picture->s(); ++i)
         colors.push_back(at(static_cast<int>(i), kRow));
     return colors;
 }

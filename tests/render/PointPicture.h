@@ -35,9 +35,19 @@ public:
     /// Sets the points' x and y; z stays as given, in millimetres above the origin.
     explicit PointPicture(std::vector<TestPoint> points, const std::vector<osg::Vec4f>& normals = {});
 
+    /// Leaves the points where they are, in millimetres from the origin.
+    struct AsGiven
+    {
+        std::vector<TestPoint> points;
+    };
+    explicit PointPicture(const AsGiven& points, const std::vector<osg::Vec4f>& normals = {});
+
+    /// Looks straight down with a field of view that holds the same square metres of the plane z = 0.
+    void lookInPerspective();
+
     osg::Vec3ub at(int x, int y);
 
-    /// Draws a frame and gives the pixel of every point.
+    /// Draws a frame and gives the pixels of the points of the row.
     std::vector<osg::Vec3ub> draw();
 
     PointCloudLOD& cells();    ///< parent of the leaves

@@ -1,0 +1,138 @@
+#include "render/EyeDomeTarget.h"
+
+#include <osg/GLExtensions>
+#include <osg/State>
+#include <osg/Uniform>
+
+#include <algorithm>
+
+namespace {
+
+osg::ref_ptr<osg::Texture2D> makeColorTexture(int width, int height)
+{
+    osg::ref_ptr<osg::Texture2D> texture = new osg::Texture2D;
+    texture->setTextureSize(width, height);
+    texture->setInternalFormat(GL_RGBA);
+    texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::LINEAR);
+    texture->setFilter(osg::Texture::MAG_FILTER, osg::Texture::LINEAR);
+    return texture;
+}
+
+osg::ref_ptr<osg::Texture2D> makeDepthTexture(int width, int height)
+{
+    osg::ref_ptr<osg::Texture2D> texture = new osg::Texture2D;
+    texture->setTextureSize(width, height);
+    texture->setInternalFormat(GL_DEPTH_COMPONENT);
+    texture->setSourceFormat(GL_DEPTH_COMPONENT);
+    texture->setSourceType(GL_FLOAT);
+    texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::NEAREST);
+    texture->setFilter(osg::Texture::MAG_FILTER, osg::Texture::NEAREST);
+    texture->setWrap(osg::Texture::WRAP_S, osg::Texture::CLAMP_TO_EDGE);
+    texture->setWrap(osg::Texture::WRAP_T, osg::Texture::CLAMP_TO_EDGE);
+    return texture;
+}
+
+} // namespace
+
+EyeDomeTarget::EyeDomeTarget(int targetWidth, int targetHeight)
+    : width(targetWidth), height(targetHeight), color(makeColorTexture(width, height)),
+      depth(makeDepthTexture(width, height)), frameBuffer(new osg::FrameBufferObject),
+      _perspectiveState(makeReadingState(true)), _orthographicState(makeReadingState(false))
+{
+    frameBuffer->setAttachment(osg::Camera::DEPTH_BUFFER, osg::FrameBufferAttachment(depth));
+    frameBuffer->setAttachment(osg::Camera::COLOR_BUFFER0, osg::FrameBufferAttachment(color));
+}
+
+osg::ref_ptr<osg::StateSet> EyeDomeTarget::makeReadingState(bool perspective) const
+{
+    osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
+    state->setTextureAttributeAndModes(0, depth, osg::StateAttribute::ON);
+    state->setTextureAttributeAndModes(1, color, osg::StateAttribute::ON);
+    state->addUniform(new osg::Uniform("Sx", static_cast<float>(width)), osg::StateAttribute::ON);
+    state->addUniform(new osg::Uniform("Sy", static_cast<float>(height)), osg::StateAttribute::ON);
+    state->addUniform(new osg::Uniform("PerspectiveMode", perspective ? 1 : 0), osg::StateAttribute::ON);
+    return state;
+}
+
+osg::ref_ptr<EyeDomeTargets> EyeDomeTargets::shared()
+{
+    static std::mutex mutex;
+    static osg::observer_ptr<EyeDomeTargets> instance; // guarded by mutex
+    const std::lock_guard<std::mutex> lock(mutex);
+    osg::ref_ptr<EyeDomeTargets> targets;
+    if (!instance.lock(targets)) {
+        targets = new EyeDomeTargets;
+        instance = targets;
+    }
+    return targets;
+}
+
+osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::fit(osg::Camera& camera, int width, int height)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _entries.erase(std::remove_if(_entries.begin(), _entries.end(),
+                                  [](const Entry& entry) { return !entry.camera.valid(); }),
+                   _entries.end());
+    auto entry = std::find_if(_entries.begin(), _entries.end(),
+                              [&camera](const Entry& known) { return known.camera == &camera; });
+    if (entry == _entries.end()) entry = _entries.insert(entry, Entry{&camera, nullptr});
+    if (!entry->target || entry->target->width != width || entry->target->height != height)
+        entry->target = new EyeDomeTarget(width, height);
+    return entry->target;
+}
+
+osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::find(const osg::Camera* camera)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const Entry& entry : _entries)
+        if (entry.camera.get() == camera) return entry.target;
+    return nullptr;
+}
+
+void EyeDomeTargets::begin(const EyeDomeTarget& target, osg::State& state)
+{
+    // What a host bound need not be known to the state, above all the frame buffer of its own camera.
+    Bindings bound;
+    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING_EXT, &bound.draw);
+    glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING_EXT, &bound.read);
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        _boundBefore.emplace(state.getContextID(), bound); // keeps an entry: a target is bound already then
+    }
+    target.frameBuffer->apply(state);
+}
+
+void EyeDomeTargets::end(osg::State& state)
+{
+    Bindings bound;
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        const auto entry = _boundBefore.find(state.getContextID());
+        if (entry == _boundBefore.end()) return;
+        bound = entry->second;
+        _boundBefore.erase(entry);
+    }
+    osg::GLExtensions& extensions = *state.get<osg::GLExtensions>();
+    extensions.glBindFramebuffer(GL_DRAW_FRAMEBUFFER_EXT, static_cast<GLuint>(bound.draw));
+    extensions.glBindFramebuffer(GL_READ_FRAMEBUFFER_EXT, static_cast<GLuint>(bound.read));
+}
+
+void EyeDomeTargets::resizeGLObjectBuffers(unsigned maxSize)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const Entry& entry : _entries) {
+        entry.target->frameBuffer->resizeGLObjectBuffers(maxSize);
+        entry.target->color->resizeGLObjectBuffers(maxSize);
+        entry.target->depth->resizeGLObjectBuffers(maxSize);
+    }
+}
+
+void EyeDomeTargets::releaseGLObjects(osg::State* state)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const Entry& entry : _entries) {
+        entry.target->frameBuffer->releaseGLObjects(state);
+        entry.target->color->releaseGLObjects(state);
+        entry.target->depth->releaseGLObjects(state);
+    }
+}

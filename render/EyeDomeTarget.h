@@ -1,0 +1,84 @@
+#pragma once
+
+#include <osg/Camera>
+#include <osg/FrameBufferObject>
+#include <osg/Referenced>
+#include <osg/StateSet>
+#include <osg/Texture2D>
+#include <osg/observer_ptr>
+#include <osg/ref_ptr>
+
+#include <map>
+#include <mutex>
+#include <vector>
+
+/// What the first pass of eye-dome lighting draws into, for one camera at one size, and the state by which
+/// the second pass reads it. Never changed once made.
+class EyeDomeTarget : public osg::Referenced
+{
+public:
+    EyeDomeTarget(int width, int height);
+
+    const int width; ///< pixels
+    const int height;
+    const osg::ref_ptr<osg::Texture2D> color;
+    const osg::ref_ptr<osg::Texture2D> depth;
+    const osg::ref_ptr<osg::FrameBufferObject> frameBuffer;
+
+    /// Textures, their size and the projection's kind, for the second pass.
+    osg::StateSet* readingState(bool perspective) const
+    {
+        return perspective ? _perspectiveState : _orthographicState;
+    }
+
+protected:
+    ~EyeDomeTarget() override = default;
+
+private:
+    osg::ref_ptr<osg::StateSet> makeReadingState(bool perspective) const;
+
+    osg::ref_ptr<osg::StateSet> _perspectiveState;
+    osg::ref_ptr<osg::StateSet> _orthographicState;
+};
+
+/// The targets of all cameras that show clouds with eye-dome lighting. Clouds draw one after another, so
+/// those of a camera share its target: memory does not grow with the number of clouds. Any thread may call
+/// it.
+class EyeDomeTargets : public osg::Referenced
+{
+public:
+    /// The targets of the process, which go with their last user.
+    static osg::ref_ptr<EyeDomeTargets> shared();
+
+    /// The camera's target, a new one unless it has that size. For cull traversals.
+    osg::ref_ptr<EyeDomeTarget> fit(osg::Camera& camera, int width, int height);
+
+    /// The camera's target; null when it has none.
+    osg::ref_ptr<EyeDomeTarget> find(const osg::Camera* camera);
+
+    /// Binds a target's frame buffer, or binds again what was bound before. For draw traversals.
+    void begin(const EyeDomeTarget& target, osg::State& state);
+    void end(osg::State& state);
+
+    void resizeGLObjectBuffers(unsigned maxSize);
+    void releaseGLObjects(osg::State* state);
+
+protected:
+    ~EyeDomeTargets() override = default;
+
+private:
+    struct Entry
+    {
+        osg::observer_ptr<osg::Camera> camera;
+        osg::ref_ptr<EyeDomeTarget> target;
+    };
+    struct Bindings
+    {
+        GLint draw = 0;
+        GLint read = 0;
+    };
+
+    std::mutex _mutex;
+    std::vector<Entry> _entries;               ///< guarded by _mutex
+    std::map<unsigned, Bindings> _boundBefore; ///< by context while a target is bound; guarded by _mutex
+};

@@ -1,0 +1,291 @@
+#include "tests/render/PointPicture.h"
+
+#include <VelOsgDBBrx/PointCloudHelper.h>
+#include <VelOsgDBBrx/ShaderHelper.h>
+
+#include <gtest/gtest.h>
+#include <osg/Geode>
+#include <osg/Geometry>
+#include <osg/Program>
+
+#include <cstring>
+
+using VelOsgDBBrx::PointCloudHelper;
+using VelOsgDBBrx::ShaderHelper;
+
+namespace {
+
+constexpr int kSize = PointPicture::kSize;
+const osg::Vec3ub kGround(200, 180, 100);
+const osg::Vec3ub kBlock(100, 120, 220);
+
+/// Whether a pixel of the picture shows the block, a square in the middle, ten metres above the ground.
+bool isBlock(int x, int y)
+{
+    return x >= 12 && x < 20 && y >= 12 && y < 20;
+}
+
+/// Flat ground with the block on it, a point a pixel; seen from straight above, or from a point above.
+std::vector<TestPoint> blockOnGround()
+{
+    std::vector<TestPoint> points;
+    for (int y = 0; y < kSize; ++y) {
+        for (int x = 0; x < kSize; ++x) {
+            TestPoint point = isBlock(x, y) ? coloredPoint(kBlock.r(), kBlock.g(), kBlock.b())
+                                            : coloredPoint(kGround.r(), kGround.g(), kGround.b());
+            point.x = x * 1000 + 500;
+            point.y = y * 1000 + 500;
+            point.z = isBlock(x, y) ? 10000 : 0;
+            points.push_back(point);
+        }
+    }
+    return points;
+}
+
+struct BlockPicture : PointPicture
+{
+    BlockPicture() : PointPicture(AsGiven{blockOnGround()})
+    {
+        viewer.camera().setProjectionMatrixAsOrtho(0, kSize, 0, kSize, -20, 20);
+    }
+};
+
+bool samePixels(const osg::Image& a, const osg::Image& b)
+{
+    return a.s() == b.s() && a.t() == b.t() && a.getTotalSizeInBytes() == b.getTotalSizeInBytes() &&
+           std::memcmp(a.data(), b.data(), a.getTotalSizeInBytes()) == 0;
+}
+
+int brightness(const osg::Vec3ub& color)
+{
+    return color.r() + color.g() + color.b();
+}
+
+/// A red square over the whole picture at a height above the origin.
+osg::ref_ptr<osg::Geode> sheet(double height)
+{
+    const osg::ref_ptr<osg::Geometry> square = osg::createTexturedQuadGeometry(
+        osg::Vec3(0, 0, static_cast<float>(height)), osg::Vec3(kSize, 0, 0), osg::Vec3(0, kSize, 0));
+    const osg::ref_ptr<osg::Vec4Array> red = new osg::Vec4Array;
+    red->push_back(osg::Vec4(1, 0, 0, 1));
+    square->setColorArray(red, osg::Array::BIND_OVERALL);
+    osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->addDrawable(square);
+    return geode;
+}
+
+const osg::Vec3ub kRed(255, 0, 0);
+
+} // namespace
+
+TEST(EyeDomeLighting, DarkensSilhouettesAndLeavesFlatGroundAlone)
+{
+    for (const bool perspective : {false, true}) {
+        BlockPicture picture;
+        if (perspective) {
+            picture.lookInPerspective();
+            PointCloudHelper::setPointSize(picture.cloud, 3);
+        }
+        picture.draw();
+        const osg::ref_ptr<osg::Image> plain = picture.picture;
+        ShaderHelper::switchEDLShader(picture.root, true);
+        picture.draw();
+        EXPECT_EQ(picture.at(3, 3), kGround) << "flat ground";
+        EXPECT_EQ(picture.at(15, 15), kBlock) << "flat roof";
+        int darkened = 0;
+        for (int y = 0; y < kSize; ++y) {
+            for (int x = 0; x < kSize; ++x) {
+                const bool darker = brightness(picture.at(x, y)) < brightness(pixel(*plain, x, y)) / 2;
+                const bool nearEdge = std::abs(std::max(std::abs(x - 15.5), std::abs(y - 15.5)) - 4) < 4;
+                EXPECT_TRUE(nearEdge || picture.at(x, y) == pixel(*plain, x, y)) << x << ", " << y;
+                darkened += darker;
+            }
+        }
+        EXPECT_GT(darkened, 30) << (perspective ? "perspective" : "orthographic");
+    }
+}
+
+TEST(EyeDomeLighting, LeavesNoTraceWhenSwitchedOff)
+{
+    BlockPicture picture;
+    picture.draw();
+    const osg::ref_ptr<osg::Image> before = picture.picture;
+    ShaderHelper::switchEDLShader(picture.cloud, false);
+    EXPECT_EQ(picture.cloud->getNumChildren(), 1u) << "off while off";
+
+    for (int cycle = 0; cycle < 3; ++cycle) {
+        ShaderHelper::switchEDLShader(picture.root, true);
+        ShaderHelper::switchEDLShader(picture.root, true);
+        EXPECT_EQ(picture.cloud->getNumChildren(), 2u) << "one first pass and one second";
+        picture.draw();
+        EXPECT_FALSE(samePixels(*before, *picture.picture));
+
+        ShaderHelper::switchEDLShader(picture.root, false);
+        ShaderHelper::switchEDLShader(picture.root, false);
+        EXPECT_EQ(picture.cloud->getNumChildren(), 1u);
+        picture.draw();
+        EXPECT_TRUE(samePixels(*before, *picture.picture)) << cycle;
+    }
+}
+
+TEST(EyeDomeLighting, ShowsNothingWhereNoPointIs)
+{
+    PointPicture picture({coloredPoint(255, 255, 255), coloredPoint(255, 255, 255)});
+    picture.cloud->enableEyeDomeLighting();
+    picture.draw();
+    EXPECT_EQ(picture.at(0, PointPicture::kRow), osg::Vec3ub(255, 255, 255)) << "background does not darken";
+    EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 2);
+}
+
+TEST(EyeDomeLighting, FollowsTheColourModeAndPointSizeOfTheCloud)
+{
+    BlockPicture picture;
+    picture.cloud->enableEyeDomeLighting();
+    picture.draw();
+    ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(0, 1, 0, 1));
+    picture.draw();
+    EXPECT_EQ(picture.at(3, 3), osg::Vec3ub(0, 255, 0));
+
+    PointPicture large({coloredPoint(255, 255, 255)});
+    large.cloud->enableEyeDomeLighting();
+    PointCloudHelper::setPointSize(large.root, 5);
+    large.draw();
+    EXPECT_EQ(countOtherThan(*large.picture, PointPicture::kBackground), 15);
+}
+
+TEST(EyeDomeLighting, FollowsTheViewportToItsNewSizeAndPlace)
+{
+    BlockPicture reference;
+    reference.draw();
+    reference.cloud->enableEyeDomeLighting();
+    reference.draw();
+
+    BlockPicture picture;
+    picture.cloud->enableEyeDomeLighting();
+    const int sizes[][4] = {{0, 0, 16, 16}, {0, 0, 32, 32}, {16, 8, 16, 16}, {0, 0, 32, 32}};
+    for (const auto& size : sizes) {
+        // The lower left part of the scene, always a metre a pixel.
+        picture.viewer.camera().setViewport(size[0], size[1], size[2], size[3]);
+        picture.viewer.camera().setProjectionMatrixAsOrtho(0, size[2], 0, size[3], -20, 20);
+        picture.draw();
+        const int margin = size[2] == kSize ? 0 : 3; // pixels that the smaller window lacks as neighbours
+        for (int y = 0; y < size[3] - margin; ++y)
+            for (int x = 0; x < size[2] - margin; ++x)
+                ASSERT_EQ(picture.at(x, y), reference.at(x, y)) << x << ", " << y << " of " << size[2];
+    }
+}
+
+TEST(EyeDomeLighting, DrawsIntoTheFrameBufferOfTheHostsCamera)
+{
+    BlockPicture reference;
+    reference.cloud->enableEyeDomeLighting();
+    reference.draw();
+
+    BlockPicture picture;
+    const osg::ref_ptr<osg::Image> image = new osg::Image;
+    image->allocateImage(kSize, kSize, 1, GL_RGB, GL_UNSIGNED_BYTE);
+    osg::Camera& camera = picture.viewer.camera();
+    camera.setRenderTargetImplementation(osg::Camera::FRAME_BUFFER_OBJECT);
+    camera.attach(osg::Camera::COLOR_BUFFER0, image);
+    picture.cloud->enableEyeDomeLighting();
+    for (int frame = 0; frame < 2; ++frame) {
+        std::memset(image->data(), 0, image->getTotalSizeInBytes());
+        picture.viewer.frame();
+        EXPECT_TRUE(samePixels(*image, *reference.picture)) << frame;
+    }
+}
+
+TEST(EyeDomeLighting, KeepsTheDepthThatOtherThingsAreTestedAgainst)
+{
+    for (const bool sheetFirst : {true, false}) {
+        BlockPicture picture;
+        const osg::ref_ptr<osg::Geode> mesh = sheet(5);
+        mesh->getOrCreateStateSet()->setRenderBinDetails(sheetFirst ? -100 : 1000000, "RenderBin");
+        picture.root->addChild(mesh);
+        picture.cloud->enableEyeDomeLighting();
+        picture.draw();
+        EXPECT_EQ(picture.at(3, 3), kRed) << "the sheet hides the ground";
+        EXPECT_EQ(picture.at(15, 15), kBlock) << "and the block the sheet";
+    }
+}
+
+/// Culled points keep their place in the arrays; in the second pass they must not stand before what is
+/// visible.
+TEST(EyeDomeLighting, SeesThroughCulledPoints)
+{
+    std::vector<TestPoint> points = blockOnGround();
+    for (TestPoint& point : points)
+        if (point.z > 0) point.flags = 4;
+    TestPoint below;
+    below.x = 15500;
+    below.y = 15500;
+    below.red = wide(255);
+    points.push_back(below);
+    PointPicture picture(PointPicture::AsGiven{points});
+    picture.root->addChild(sheet(5));
+    picture.cloud->enableEyeDomeLighting();
+    picture.draw();
+    EXPECT_EQ(countOtherThan(*picture.picture, kRed), 0) << "the sheet hides all that is left";
+
+    picture.root->removeChildren(1, 1);
+    picture.draw();
+    EXPECT_EQ(picture.at(15, 15), osg::Vec3ub(255, 0, 0));
+    EXPECT_EQ(picture.at(14, 14), PointPicture::kBackground);
+}
+
+TEST(EyeDomeLighting, ShadesSeveralCloudsEachByItsOwnDepth)
+{
+    BlockPicture picture;
+    TestPoint bright = coloredPoint(255, 255, 255);
+    bright.x = 3500;
+    bright.y = 3500;
+    bright.z = 15000;
+    const CellFixture other({bright}, PointPicture::kOrigin);
+    picture.root->addChild(makeCloud(other));
+    ShaderHelper::switchEDLShader(picture.root, true);
+    picture.draw();
+    EXPECT_EQ(picture.at(3, 3), osg::Vec3ub(255, 255, 255));
+    EXPECT_EQ(picture.at(4, 3), kGround);
+    EXPECT_EQ(picture.at(15, 15), kBlock);
+}
+
+TEST(EyeDomeLighting, IsNotReplacedByProgramsAboveOrBelow)
+{
+    BlockPicture picture;
+    picture.cloud->enableEyeDomeLighting();
+    picture.draw();
+    const osg::ref_ptr<osg::Image> lit = picture.picture;
+
+    ShaderHelper::originColorShader(picture.cloud->getChild(1)->asGroup()->getChild(0));
+    picture.draw();
+    EXPECT_TRUE(samePixels(*lit, *picture.picture)) << "a mode chosen below the pass";
+
+    ShaderHelper::originColorShader(picture.root);
+    osg::StateSet& state = *picture.root->getStateSet();
+    state.setAttributeAndModes(state.getAttribute(osg::StateAttribute::PROGRAM),
+                               osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE);
+    picture.draw();
+    EXPECT_TRUE(samePixels(*lit, *picture.picture)) << "a mode forced from above";
+}
+
+TEST(EyeDomeLighting, WorksInSeveralContextsOfDifferentSizeAtOnce)
+{
+    BlockPicture first;
+    first.cloud->enableEyeDomeLighting();
+    first.draw();
+    const osg::ref_ptr<osg::Image> expected = first.picture;
+
+    HeadlessViewer second(20, 24);
+    second.camera().setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
+    second.camera().setViewMatrix(osg::Matrixd::translate(-PointPicture::kOrigin));
+    second.camera().setProjectionMatrixAsOrtho(0, 20, 0, 24, -20, 20);
+    second.show(first.root);
+    for (int frame = 0; frame < 3; ++frame) {
+        const osg::ref_ptr<osg::Image> other = second.picture();
+        for (int y = 0; y < 20; ++y)
+            for (int x = 0; x < 16; ++x)
+                ASSERT_EQ(pixel(*other, x, y), pixel(*expected, x, y)) << x << ", " << y;
+        first.draw();
+        ASSERT_TRUE(samePixels(*expected, *first.picture));
+    }
+}
