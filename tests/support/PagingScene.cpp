@@ -2,6 +2,7 @@
 
 #include "loading/CellData.h"
 #include "lod/PointCloudLODVisitor.h"
+#include "tests/support/HandOctree.h"
 #include "tests/support/TestStore.h"
 
 #include <VelOsgDBBrx/GlobalObject.h>
@@ -10,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 #include <random>
 #include <thread>
 
@@ -21,13 +21,6 @@ namespace {
 constexpr double kScale = 0.001;
 constexpr double kCubeSize = 100;
 const osg::Vec3d kOffset(500000, 4500000, 100);
-
-void visitCells(const CellData& cell, const std::function<void(const CellData&)>& visit)
-{
-    visit(cell);
-    for (const auto& child : cell.children)
-        visitCells(*child, visit);
-}
 
 } // namespace
 
@@ -117,7 +110,7 @@ bool PagingScene::settle()
 std::multiset<const osg::Node*> PagingScene::loadedNodes() const
 {
     std::multiset<const osg::Node*> nodes;
-    visitCells(*lod->getOctree()->root, [&](const CellData& cell) {
+    visitCells(*lod->getOctree()->root, [&](CellData& cell) {
         if (cell.node) nodes.insert(cell.node);
     });
     return nodes;
@@ -134,6 +127,6 @@ std::multiset<const osg::Node*> PagingScene::drawnNodes() const
 size_t PagingScene::cellCount() const
 {
     size_t count = 0;
-    visitCells(*lod->getOctree()->root, [&](const CellData&) { ++count; });
+    visitCells(*lod->getOctree()->root, [&](CellData&) { ++count; });
     return count;
 }
