@@ -34,14 +34,17 @@ ContextOperation::ContextOperation(VelIncrementalCompileOperation* incremental,
 
 void ContextOperation::install(osgViewer::ViewerBase& viewer, osg::GraphicsContext& context)
 {
-    const osg::ref_ptr<osgUtil::IncrementalCompileOperation> present =
-        viewer.getIncrementalCompileOperation();
-    if (!dynamic_cast<VelIncrementalCompileOperation*>(present.get())) {
-        viewer.setIncrementalCompileOperation(_incremental);
-        if (present) handOver(*present, *_incremental);
-    }
     _incremental->addGraphicsContext(&context);
     viewer.addUpdateOperation(this);
+}
+
+void ContextOperation::provideCompileOperation(osgViewer::ViewerBase& viewer)
+{
+    const osg::ref_ptr<osgUtil::IncrementalCompileOperation> present =
+        viewer.getIncrementalCompileOperation();
+    if (dynamic_cast<VelIncrementalCompileOperation*>(present.get())) return;
+    viewer.setIncrementalCompileOperation(_incremental);
+    if (present) handOver(*present, *_incremental);
 }
 
 void ContextOperation::operator()(osg::Object* object)

@@ -25,8 +25,13 @@ public:
                      VelOsgUtils::DecrementalCompileOperation* decremental,
                      VelOsgUtils::ScreenCaptureTool* capture);
 
-    /// Adds the operations to a viewer. Not from within one of its update operations.
+    /// Adds this to a viewer's update operations, and the compile operation to the context. Not from within
+    /// an update operation.
     void install(osgViewer::ViewerBase& viewer, osg::GraphicsContext& context);
+
+    /// Makes the compile operation the viewer's unless that has one of another context; takes over what waits
+    /// in a foreign one.
+    void provideCompileOperation(osgViewer::ViewerBase& viewer);
 
     void operator()(osg::Object* viewer) override;
 

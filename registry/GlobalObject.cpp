@@ -88,20 +88,22 @@ osg::ref_ptr<PointCloudData> createServices(osg::GraphicsContext* gc)
                               new ContextOperation(incremental, decremental, capture));
 }
 
-/// Brings a registered context's services to the viewer unless they are there. The viewer is touched outside
-/// the lock: cull threads wait for that.
+/// Brings a registered context's services to the viewer where they are not there. The viewer is touched
+/// outside the lock: cull threads wait for that.
 void attachContext(osg::GraphicsContext* gc, osgViewer::ViewerBase& viewer)
 {
-    if (!gc) return;
     osg::ref_ptr<PointCloudData> data;
+    bool attached = false;
     {
         SpinLock guard(registry().lock);
         const auto found = registry().contexts.find(gc);
-        if (found == registry().contexts.end() || found->second->viewer == &viewer) return;
+        if (found == registry().contexts.end()) return;
         data = found->second;
+        attached = data->viewer == &viewer;
         data->viewer = &viewer;
     }
-    data->operation->install(viewer, *gc);
+    data->operation->provideCompileOperation(viewer);
+    if (!attached) data->operation->install(viewer, *gc);
 }
 
 } // namespace
