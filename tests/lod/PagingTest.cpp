@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <random>
+#include <thread>
 
 namespace {
 
@@ -50,7 +52,52 @@ TEST_P(EveryThreadingModel, DrawsExactlyTheLoadedCellsAfterARandomFlightUnderASm
         ASSERT_EQ(scene.loadedNodes(), scene.drawnNodes()) << "at stop " << stop;
         loaded += scene.drawnNodes().size();
     }
-    EXPECT_GT(loaded, 50u);
+    EXPECT_GT(loaded, 500u);
+}
+
+TEST_P(EveryThreadingModel, ANodeMovedUnderAStillCameraIsPagedAnew)
+{
+    PagingScene scene(GetParam(), 3);
+    ASSERT_TRUE(scene.settle());
+    EXPECT_EQ(scene.drawnNodes().size(), 73u);
+    const osg::Matrixd place = scene.placement->getMatrix();
+    scene.placement->setMatrix(place * osg::Matrixd::translate(50000, 0, 0));
+    ASSERT_TRUE(scene.settle());
+    EXPECT_TRUE(scene.drawnNodes().empty());
+    scene.placement->setMatrix(place);
+    ASSERT_TRUE(scene.settle());
+    EXPECT_EQ(scene.drawnNodes().size(), 73u);
+    EXPECT_GT(countOtherThan(*scene.view.picture(), osg::Vec3ub(0, 0, 0)), 50);
+}
+
+TEST_P(EveryThreadingModel, AHiddenOctreeLeavesTheSceneAndComesBack)
+{
+    PagingScene scene(GetParam(), 3);
+    ASSERT_TRUE(scene.settle());
+    scene.manager().setOctreeVisible(scene.lod->getOctree(), false);
+    ASSERT_TRUE(scene.settle());
+    EXPECT_TRUE(scene.drawnNodes().empty() && scene.loadedNodes().empty());
+    EXPECT_EQ(countOtherThan(*scene.view.picture(), osg::Vec3ub(0, 0, 0)), 0);
+    scene.manager().setOctreeVisible(scene.lod->getOctree(), true);
+    ASSERT_TRUE(scene.settle());
+    EXPECT_EQ(scene.drawnNodes().size(), 73u);
+}
+
+TEST_P(EveryThreadingModel, ALeafWantedAgainBeforeItsRemovalStaysInTheScene)
+{
+    PagingScene scene(GetParam(), 3);
+    ASSERT_TRUE(scene.settle());
+    OctreeInfo* octree = scene.lod->getOctree();
+    for (int round = 0; round < 50; ++round) {
+        for (const bool visible : {false, true}) {
+            scene.manager().setOctreeVisible(octree, visible);
+            if (round % 3 == 0) scene.view.frame();
+            std::this_thread::sleep_for(std::chrono::milliseconds(round % 4));
+        }
+    }
+    ASSERT_TRUE(scene.settle());
+    EXPECT_EQ(scene.drawnNodes().size(), 73u);
+    EXPECT_EQ(scene.loadedNodes(), scene.drawnNodes());
 }
 
 } // namespace

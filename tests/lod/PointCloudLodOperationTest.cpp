@@ -1,0 +1,237 @@
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
+
+#include "loading/CellTable.h"
+#include "tests/support/HandOctree.h"
+
+#include <VelOsgDBBrx/FrameStamp.h>
+#include <VelOsgDBBrx/PCDataManager.h>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+
+using VelOsgDBBrx::DynPointCloudLod;
+using VelOsgDBBrx::FixPointCloudLod;
+using VelOsgDBBrx::FrameStamp;
+
+constexpr double kSize = 100;
+
+/// Three levels of 1, 8 and 64 cells; a camera that sees all of them close enough.
+class LodPassTest : public testing::Test
+{
+protected:
+    LodPassTest()
+    {
+        stamp->octrees = {octree};
+        stamp->height = 10000;
+        stamp->maxNumOfPointCloud = 1000000;
+        stamp->projection.makePerspective(60, 1, 1, 1000);
+        lookFrom(osg::Vec3d(0, -300, 0));
+    }
+
+    void lookFrom(const osg::Vec3d& eye, const osg::Vec3d& center = osg::Vec3d())
+    {
+        stamp->view.makeLookAt(eye, center, osg::Vec3d(0, 0, 1));
+    }
+
+    std::array<size_t, 3> loadedByLevel() const
+    {
+        return {countLoaded(*octree, 0), countLoaded(*octree, 1), countLoaded(*octree, 2)};
+    }
+
+    void setPoints(int level, int64_t points)
+    {
+        visitCells(*octree->root, [&](CellData& cell) {
+            if (cell.record.level == level) cell.record.segments = {{0, points}};
+        });
+    }
+
+    /// Keeps x > from.
+    void setHalfSpace(double from)
+    {
+        stamp->planes = {osg::Vec4d(1, 0, 0, -from)};
+        stamp->planesPerGroup = 1;
+    }
+
+    osg::ref_ptr<OctreeInfo> octree = handOctree(fullTree(3, osg::Vec3d(), kSize));
+    osg::ref_ptr<FrameStamp> stamp = new FrameStamp;
+    osg::ref_ptr<DynPointCloudLod> dyn = new DynPointCloudLod(nullptr, nullptr);
+    osg::ref_ptr<FixPointCloudLod> fix = new FixPointCloudLod(nullptr, nullptr);
+    using Loaded = std::array<size_t, 3>;
+};
+
+TEST_F(LodPassTest, LoadsWhatIsSeenAndUnloadsWhatIsNot)
+{
+    (*dyn)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{1, 8, 64}));
+    lookFrom(osg::Vec3d(0, -300, 0), osg::Vec3d(0, -600, 0));
+    (*dyn)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{0, 0, 0}));
+}
+
+TEST_F(LodPassTest, ALevelMustStayStrictlyBelowTheBudgetAndASmallerDeeperOneStillFollows)
+{
+    setPoints(0, 10);
+    setPoints(1, 100); // 800 in the level
+    setPoints(2, 5);   // 320
+    stamp->maxNumOfPointCloud = 10 + 800;
+    (*dyn)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{1, 0, 64})) << "equal is not below; the left-out level counts nothing";
+    stamp->maxNumOfPointCloud = 10 + 800 + 1;
+    (*dyn)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{1, 8, 0}));
+    stamp->maxNumOfPointCloud = 10 + 800 + 320 + 1;
+    (*dyn)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{1, 8, 64}));
+    stamp->maxNumOfPointCloud = 0;
+    (*dyn)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{1, 0, 0})) << "level 0 is loaded whatever it costs";
+}
+
+TEST_F(LodPassTest, OneBudgetHoldsForAllOctrees)
+{
+    const osg::ref_ptr<OctreeInfo> second = handOctree(fullTree(2, osg::Vec3d(), kSize));
+    stamp->octrees.push_back(second);
+    stamp->maxNumOfPointCloud = 200 + 1600; // 2 roots and 16 cells of 100 points
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree) + countLoaded(*second), 2u);
+    ++stamp->maxNumOfPointCloud;
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree) + countLoaded(*second), 18u);
+}
+
+TEST_F(LodPassTest, FilterPlanesKeepTheUnionOfTheirGroupsAndLeftoverPlanesCountForNothing)
+{
+    setHalfSpace(0);
+    (*dyn)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{1, 4, 32}));
+
+    // x > 25.1 and y > 25.1, or x < -25.1 and y < -25.1: one column of cells each.
+    stamp->planes = {osg::Vec4d(1, 0, 0, -25.1), osg::Vec4d(0, 1, 0, -25.1), osg::Vec4d(-1, 0, 0, -25.1),
+                     osg::Vec4d(0, -1, 0, -25.1), osg::Vec4d(1, 0, 0, 1000)};
+    stamp->planesPerGroup = 2;
+    (*dyn)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{1, 4, 8}));
+
+    stamp->planesPerGroup = 6; // no whole group
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 0u);
+    stamp->planesPerGroup = 0;
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 73u);
+}
+
+TEST_F(LodPassTest, TheFixedPassKnowsOnlyTheRegionAndNoBudget)
+{
+    lookFrom(osg::Vec3d(0, -300, 0), osg::Vec3d(0, -600, 0));
+    stamp->maxNumOfPointCloud = 0;
+    setHalfSpace(0);
+    (*fix)(stamp);
+    EXPECT_EQ(loadedByLevel(), (Loaded{1, 4, 32}));
+    stamp->planesPerGroup = 0;
+    (*fix)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 0u) << "without a region nothing is wanted";
+}
+
+TEST_F(LodPassTest, TheTransformMovesTheOctreeInTheWorld)
+{
+    octree->transform = osg::Matrixd::translate(5000, 0, 0);
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 0u);
+    lookFrom(osg::Vec3d(5000, -300, 0), osg::Vec3d(5000, 0, 0));
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 73u);
+}
+
+TEST_F(LodPassTest, AHiddenOctreeIsUnloadedOnceAndComesBackWhenShown)
+{
+    (*dyn)(stamp);
+    octree->visibility = OctreeInfo::HIDDEN_NOT_CLEARED;
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 0u);
+    EXPECT_EQ(octree->visibility, OctreeInfo::HIDDEN_CLEARED);
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 0u);
+    octree->visibility = OctreeInfo::VISIBLE;
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 73u);
+}
+
+TEST_F(LodPassTest, ABusyOctreeIsSkippedTheOthersAreNotAndThePassSaysSo)
+{
+    const osg::ref_ptr<OctreeInfo> other = handOctree(fullTree(1, osg::Vec3d(), kSize));
+    stamp->octrees.push_back(other);
+    {
+        const std::lock_guard<std::mutex> edit(octree->pointFile->mutex);
+        std::thread([&] { (*dyn)(stamp); }).join();
+    }
+    EXPECT_EQ(countLoaded(*octree), 0u);
+    EXPECT_EQ(countLoaded(*other), 1u);
+    EXPECT_TRUE(stamp->incomplete);
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 73u);
+    EXPECT_FALSE(stamp->incomplete);
+
+    setHalfSpace(0);
+    octree->busy = 1;
+    (*fix)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 73u);
+    EXPECT_EQ(octree->busy, 1u) << "the bit belongs to whoever set it";
+    octree->busy = 0;
+    (*fix)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 37u);
+    EXPECT_EQ(octree->busy, 0u);
+}
+
+TEST_F(LodPassTest, AnOctreeWhoseFileIsNotOpenIsLeftAlone)
+{
+    octree->pointFile = std::make_unique<VelBrx::File>("/nonexistent/store.brx");
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 0u);
+    EXPECT_FALSE(octree->cellTable);
+}
+
+TEST_F(LodPassTest, AnAbortedPassReadsNothingClearsTheFlagAndTheNextOneReadsTheRest)
+{
+    dyn->setAbort(true);
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 0u);
+    EXPECT_TRUE(stamp->incomplete);
+    EXPECT_FALSE(dyn->isAborted());
+    (*dyn)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 73u);
+    EXPECT_FALSE(stamp->incomplete);
+}
+
+TEST_F(LodPassTest, ACellThatCannotBeReadIsTriedAgainByLaterPasses)
+{
+    CellData& cell = *octree->root->children[3];
+    const std::vector<VelBrx::Segment> segments = cell.record.segments;
+    cell.record.segments.clear();
+    (*dyn)(stamp);
+    EXPECT_FALSE(cell.node);
+    EXPECT_EQ(countLoaded(*octree), 72u);
+    EXPECT_FALSE(stamp->incomplete) << "no pass is forced for a cell that may never be readable";
+    cell.record.segments = segments;
+    (*dyn)(stamp);
+    EXPECT_TRUE(cell.node);
+}
+
+TEST_F(LodPassTest, AnythingButAFrameStampIsIgnoredAndCopiesWorkOnTheirOwn)
+{
+    (*dyn)(nullptr);
+    const osg::ref_ptr<osg::Group> group = new osg::Group;
+    (*dyn)(group);
+    EXPECT_EQ(countLoaded(*octree), 0u);
+    const osg::ref_ptr<DynPointCloudLod> copy = new DynPointCloudLod(*dyn);
+    copy->setAbort(true);
+    EXPECT_FALSE(dyn->isAborted());
+    dyn = nullptr;
+    copy->setAbort(false);
+    (*copy)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 73u);
+}
+
+} // namespace

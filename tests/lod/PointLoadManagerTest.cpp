@@ -1,0 +1,222 @@
+#include "lod/PointLoadManager.h"
+
+#include "tests/support/HandOctree.h"
+
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace {
+
+using VelOsgDBBrx::FrameStamp;
+using namespace std::chrono_literals;
+
+/// Notes what each pass is given.
+class RecordingPass : public osg::Operation
+{
+public:
+    RecordingPass() : osg::Operation("RecordingPass", true) {}
+
+    void operator()(osg::Object* object) override
+    {
+        auto& stamp = dynamic_cast<FrameStamp&>(*object);
+        const std::lock_guard<std::mutex> lock(_mutex);
+        _stamps.push_back(new FrameStamp(stamp));
+        stamp.incomplete = _leaveWork > 0;
+        if (_leaveWork > 0) --_leaveWork;
+    }
+
+    void leaveWorkBehind(int passes)
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        _leaveWork = passes;
+    }
+    size_t count()
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        return _stamps.size();
+    }
+    osg::ref_ptr<FrameStamp> last()
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        return _stamps.back();
+    }
+
+private:
+    std::mutex _mutex;
+    std::vector<osg::ref_ptr<FrameStamp>> _stamps;
+    int _leaveWork = 0;
+};
+
+class PointLoadManagerTest : public testing::Test
+{
+protected:
+    PointLoadManagerTest()
+    {
+        manager->setScreenCaptureTool(capture);
+        manager->setLodOperation(pass);
+    }
+    ~PointLoadManagerTest() override { manager->stop(); }
+
+    /// The number of passes once no further one comes for a while.
+    size_t passesAtRest()
+    {
+        size_t count = pass->count();
+        for (int quiet = 0; quiet < 40; ++quiet) {
+            std::this_thread::sleep_for(1ms);
+            if (pass->count() != count || !manager->isSettled()) quiet = 0;
+            count = pass->count();
+        }
+        return count;
+    }
+
+    /// `depth` stretches the depth range, as OSG does in every frame.
+    void storeCamera(double x, int width = 100, double depth = 1)
+    {
+        const osg::ref_ptr<osg::Viewport> viewport = new osg::Viewport(0, 0, width, 80);
+        capture->getFrameBuffer()->store(
+            osg::Matrixd::translate(x, 0, 0),
+            osg::Matrixd::perspective(30, 1, 1, 1000) * osg::Matrixd::scale(1, 1, depth), *viewport);
+    }
+
+    osg::ref_ptr<PointLoadManager> manager = new PointLoadManager;
+    osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> capture = new VelOsgUtils::ScreenCaptureTool(nullptr);
+    osg::ref_ptr<RecordingPass> pass = new RecordingPass;
+    osg::ref_ptr<OctreeInfo> octree = handOctree(fullTree(1, osg::Vec3d(), 1));
+};
+
+TEST_F(PointLoadManagerTest, AStillCameraCausesNoPassAndAFlushExactlyOne)
+{
+    manager->registerOctree(octree);
+    manager->start();
+    const size_t first = passesAtRest();
+    EXPECT_EQ(first, 1u);
+    manager->flush();
+    EXPECT_FALSE(manager->isSettled());
+    EXPECT_EQ(passesAtRest(), first + 1);
+}
+
+TEST_F(PointLoadManagerTest, EveryChangeOfCameraViewportOrContentCausesAPass)
+{
+    manager->registerOctree(octree);
+    manager->start();
+    size_t passes = passesAtRest();
+    storeCamera(1);
+    EXPECT_EQ(passesAtRest(), ++passes);
+    storeCamera(2);
+    EXPECT_EQ(passesAtRest(), ++passes);
+    storeCamera(2, 101);
+    EXPECT_EQ(passesAtRest(), ++passes);
+    octree->dirty = 1;
+    EXPECT_EQ(passesAtRest(), ++passes);
+    EXPECT_EQ(octree->dirty, 0u);
+    storeCamera(2, 101, 5);
+    EXPECT_EQ(passesAtRest(), passes) << "passes do not depend on near and far";
+    EXPECT_EQ(pass->last()->width, 101);
+    EXPECT_EQ(pass->last()->height, 80);
+    EXPECT_EQ(pass->last()->view, osg::Matrixd::translate(2, 0, 0));
+}
+
+TEST_F(PointLoadManagerTest, RequestsAreAppliedInTheirOrder)
+{
+    const osg::ref_ptr<OctreeInfo> stays = handOctree(fullTree(1, osg::Vec3d(), 1));
+    manager->registerOctree(octree);
+    manager->registerOctree(stays);
+    manager->unRegisterOctree(octree);
+    manager->setMaxNumOfPointCloud(1);
+    manager->setMaxNumOfPointCloud(22);
+    manager->setFilterPlanes({osg::Vec4d(1, 2, 3, 4)}, 1);
+    manager->setFilterPlanes({osg::Vec4d(5, 6, 7, 8), osg::Vec4d(1, 0, 0, 0)}, 2);
+    manager->setMouseDiluteNum(33);
+    manager->setOctreeVisible(stays, true);
+    manager->setOctreeVisible(stays, false);
+    manager->start();
+    EXPECT_EQ(passesAtRest(), 1u) << "one pass for all of them";
+    const osg::ref_ptr<FrameStamp> stamp = pass->last();
+    EXPECT_EQ(stamp->octrees, std::vector<osg::ref_ptr<OctreeInfo>>{stays});
+    EXPECT_EQ(stamp->maxNumOfPointCloud, 22u);
+    EXPECT_EQ(stamp->mouseDiluteNum, 33u);
+    EXPECT_EQ(stamp->planes.size(), 2u);
+    EXPECT_EQ(stamp->planesPerGroup, 2);
+    EXPECT_EQ(stays->visibility, OctreeInfo::HIDDEN_NOT_CLEARED);
+}
+
+TEST_F(PointLoadManagerTest, WithoutOctreesNoPassRuns)
+{
+    manager->start();
+    manager->flush();
+    storeCamera(1);
+    EXPECT_EQ(passesAtRest(), 0u);
+    manager->registerOctree(octree);
+    EXPECT_EQ(passesAtRest(), 1u);
+}
+
+TEST_F(PointLoadManagerTest, APausedManagerKeepsItsRequestsAndAppliesThemAfterwards)
+{
+    manager->registerOctree(octree);
+    manager->start();
+    const size_t before = passesAtRest();
+    manager->setState(VelOsgDBBrx::IPointLoadManager::PAUSED);
+    std::this_thread::sleep_for(10ms);
+    manager->setMaxNumOfPointCloud(1);
+    manager->setMaxNumOfPointCloud(2);
+    storeCamera(3);
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(pass->count(), before);
+    EXPECT_FALSE(manager->isSettled());
+    manager->setState(VelOsgDBBrx::IPointLoadManager::RUNNING);
+    EXPECT_EQ(passesAtRest(), before + 1);
+    EXPECT_EQ(pass->last()->maxNumOfPointCloud, 2u);
+}
+
+TEST_F(PointLoadManagerTest, APassThatLeftWorkBehindIsRepeatedUntilItIsDone)
+{
+    manager->registerOctree(octree);
+    pass->leaveWorkBehind(3);
+    manager->start();
+    EXPECT_EQ(passesAtRest(), 4u);
+}
+
+TEST_F(PointLoadManagerTest, ReplacingThePassForcesOneOfTheNewAndRaisesTheAbortOfTheOld)
+{
+    const osg::ref_ptr<VelOsgDBBrx::DynPointCloudLod> dyn =
+        new VelOsgDBBrx::DynPointCloudLod(nullptr, nullptr);
+    manager->setLodOperation(dyn);
+    manager->registerOctree(octree);
+    EXPECT_TRUE(dyn->isAborted());
+    dyn->setAbort(false);
+    manager->setLodOperation(pass);
+    EXPECT_TRUE(dyn->isAborted());
+    EXPECT_EQ(manager->getLodOperation(), pass);
+    manager->start();
+    EXPECT_EQ(passesAtRest(), 1u);
+}
+
+TEST_F(PointLoadManagerTest, ItStopsStartsAgainAndStopsTwice)
+{
+    manager->registerOctree(octree);
+    manager->start();
+    manager->start();
+    const size_t passes = passesAtRest();
+    manager->stop();
+    manager->stop();
+    manager->flush();
+    std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(pass->count(), passes);
+    manager->start();
+    EXPECT_EQ(passesAtRest(), passes + 1);
+}
+
+TEST_F(PointLoadManagerTest, AnOctreeThatDiedBeforeItsRequestWasAppliedIsForgotten)
+{
+    manager->registerOctree(octree);
+    manager->setOctreeVisible(octree, false);
+    octree = nullptr;
+    manager->start();
+    EXPECT_EQ(passesAtRest(), 0u);
+}
+
+} // namespace

@@ -1,0 +1,106 @@
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+
+#include "tests/support/HeadlessViewer.h"
+
+#include <osg/Geode>
+#include <osg/Geometry>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using VelOsgDBBrx::VelIncrementalCompileOperation;
+using CompileSet = osgUtil::IncrementalCompileOperation::CompileSet;
+
+osg::ref_ptr<osg::Geode> makeGeode()
+{
+    const osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+    geometry->setUseVertexBufferObjects(true);
+    geometry->setUseDisplayList(false);
+    geometry->setVertexArray(new osg::Vec3Array(10));
+    geometry->addPrimitiveSet(new osg::DrawArrays(GL_POINTS, 0, 10));
+    osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->addDrawable(geometry);
+    return geode;
+}
+
+class CompileOperationTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        view.viewer->setIncrementalCompileOperation(operation);
+        view.show(group);
+    }
+
+    osg::ref_ptr<CompileSet> makeSet() { return new CompileSet(group, makeGeode()); }
+
+    HeadlessViewer view{8, 8};
+    osg::ref_ptr<VelIncrementalCompileOperation> operation = new VelIncrementalCompileOperation;
+    osg::ref_ptr<osg::Group> group = new osg::Group;
+};
+
+TEST_F(CompileOperationTest, ASetPushedToTheFrontIsMergedBeforeOlderOnes)
+{
+    operation->setMaximumNumOfObjectsToCompilePerFrame(1);
+    const osg::ref_ptr<CompileSet> old = makeSet();
+    const osg::ref_ptr<CompileSet> urgent = makeSet();
+    operation->add(old);
+    operation->pushFront(urgent, true);
+    view.frame();
+    view.frame();
+    ASSERT_EQ(group->getNumChildren(), 1u);
+    EXPECT_EQ(group->getChild(0), urgent->_subgraphToCompile);
+    view.frame();
+    EXPECT_EQ(group->getNumChildren(), 2u);
+}
+
+TEST_F(CompileOperationTest, FindKnowsOnlySetsThatWaitToBeCompiledAndIsEmptyKnowsBothLists)
+{
+    const osg::ref_ptr<CompileSet> set = makeSet();
+    EXPECT_TRUE(operation->isEmpty());
+    EXPECT_FALSE(operation->find(set));
+    EXPECT_FALSE(operation->find(nullptr));
+    operation->pushFront(nullptr, true);
+    EXPECT_TRUE(operation->isEmpty());
+    operation->add(set);
+    EXPECT_TRUE(operation->find(set));
+    EXPECT_FALSE(operation->find(makeSet()));
+    EXPECT_FALSE(operation->isEmpty());
+    view.frame(); // compiles
+    EXPECT_FALSE(operation->find(set));
+    EXPECT_FALSE(operation->isEmpty()) << "it still waits to be merged";
+    EXPECT_EQ(group->getNumChildren(), 0u);
+    view.frame(); // merges
+    EXPECT_TRUE(operation->isEmpty());
+    EXPECT_EQ(group->getNumChildren(), 1u);
+}
+
+TEST_F(CompileOperationTest, HundredSetsAreMergedInAFewFramesByDefault)
+{
+    for (int i = 0; i < 100; ++i)
+        operation->add(makeSet());
+    for (int frame = 0; frame < 5; ++frame)
+        view.frame();
+    EXPECT_EQ(group->getNumChildren(), 100u);
+}
+
+TEST_F(CompileOperationTest, TheMoveLevelIsKeptAsGiven)
+{
+    EXPECT_EQ(operation->getMoveLevel(), 0);
+    operation->setMoveLevel(-3);
+    EXPECT_EQ(operation->getMoveLevel(), -3);
+}
+
+TEST_F(CompileOperationTest, ARetiredOperationDropsOutOfItsContext)
+{
+    view.frame();
+    operation->retire();
+    operation->add(makeSet());
+    view.frame();
+    view.viewer->setIncrementalCompileOperation(nullptr);
+    view.frame();
+    EXPECT_EQ(operation->referenceCount(), 1) << "neither the viewer nor the context holds it";
+}
+
+} // namespace

@@ -1,0 +1,99 @@
+#include "loading/CellTree.h"
+
+#include "tests/support/HandOctree.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace {
+
+using Records = std::vector<VelBrx::CellWithSegment>;
+
+Records smallTree()
+{
+    return fullTree(3, osg::Vec3d(), 8);
+}
+
+size_t countCells(const OctreeInfo& octree)
+{
+    size_t count = 0;
+    visitCells(*octree.root, [&](CellData&) { ++count; });
+    return count;
+}
+
+TEST(CellTree, ChildrenStandInOctantOrderUnderTheirParents)
+{
+    Records records = smallTree();
+    std::reverse(records.begin(), records.end()); // the order of the records does not matter
+    const osg::ref_ptr<OctreeInfo> octree = handOctree(records);
+    EXPECT_EQ(countCells(*octree), 73u);
+    EXPECT_FALSE(octree->root->parent.valid());
+    visitCells(*octree->root, [&](CellData& cell) {
+        EXPECT_EQ(cell.octree, octree.get());
+        for (size_t i = 0; i < cell.children.size(); ++i) {
+            EXPECT_EQ(cell.children[i]->parent, &cell);
+            EXPECT_EQ(cell.children[i]->record.code, cell.record.code << 3 | i);
+        }
+    });
+}
+
+TEST(CellTree, TheFirstRecordOfALevelAndCodeCounts)
+{
+    Records records = smallTree();
+    records.push_back(records[5]);
+    std::snprintf(records.back().identifier, sizeof records.back().identifier, "copy");
+    const osg::ref_ptr<OctreeInfo> octree = handOctree(records);
+    EXPECT_EQ(countCells(*octree), 73u);
+    visitCells(*octree->root, [](CellData& cell) { EXPECT_NE(cell.identifier, "copy"); });
+}
+
+TEST(CellTree, CodesAreUniqueWithinALevelOnly)
+{
+    Records records = fullTree(2, osg::Vec3d(), 8, 1); // codes 0 and 0
+    EXPECT_EQ(countCells(*handOctree(records)), 2u);
+}
+
+TEST(CellTree, MissingParentsAndChildrenLeaveNoLinks)
+{
+    Records records = smallTree();
+    records.erase(records.begin() + 1); // the first cell of level 1
+    const osg::ref_ptr<OctreeInfo> octree = handOctree(records);
+    EXPECT_EQ(octree->root->children.size(), 7u);
+    EXPECT_EQ(countCells(*octree), 73u - 9) << "what hangs under a missing cell is not reached";
+}
+
+TEST(CellTree, TheLastOfSeveralRootsStaysAndWithoutOneTheRootIsEmpty)
+{
+    Records records = smallTree();
+    VelBrx::CellWithSegment second = records[0];
+    second.code = 1;
+    records.push_back(second);
+    EXPECT_EQ(handOctree(records)->root->record.code, 1u);
+    records = Records(records.begin() + 1, records.end() - 1);
+    EXPECT_FALSE(handOctree(records)->root);
+}
+
+TEST(CellTree, TheDeepestLevelThatARecordCanStateHasNoChildren)
+{
+    Records records = fullTree(1, osg::Vec3d(), 8);
+    records[0].childCodes[0] = 0;
+    VelBrx::CellWithSegment deepest = records[0];
+    deepest.level = std::numeric_limits<uint8_t>::max();
+    records.push_back(deepest);
+    EXPECT_TRUE(handOctree(records)->root->children.empty());
+}
+
+TEST(CellTree, ItDiesWithTheOctree)
+{
+    osg::ref_ptr<OctreeInfo> octree = handOctree(smallTree());
+    const osg::ref_ptr<CellData> kept = octree->root->children[2];
+    const osg::observer_ptr<CellData> gone(octree->root->children[3].get());
+    octree = nullptr;
+    EXPECT_FALSE(gone.valid());
+    EXPECT_FALSE(kept->octree.valid());
+    EXPECT_FALSE(kept->parent.valid());
+}
+
+} // namespace

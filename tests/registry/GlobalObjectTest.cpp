@@ -1,0 +1,281 @@
+#include <VelOsgDBBrx/GlobalObject.h>
+
+#include "loading/CellData.h"
+#include "tests/support/HandOctree.h"
+#include "tests/support/PagingScene.h"
+
+#include <VelOsgDBBrx/IPointCategoryManager.h>
+#include <VelOsgDBBrx/IPointCloud.h>
+#include <VelOsgDBBrx/LoadBrxTool.h>
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+#include <VelOsgUtils/ThreadCount.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace {
+
+using VelOsgDBBrx::GlobalObject;
+using VelOsgDBBrx::VelIncrementalCompileOperation;
+using VelOsgUtils::ThreadCount;
+
+TEST(GlobalObject, AContextIsRegisteredOnceWithAllItsServices)
+{
+    HeadlessViewer view(8, 8);
+    osg::GraphicsContext* gc = view.window;
+    EXPECT_FALSE(GlobalObject::getPLM(gc));
+    auto* manager = GlobalObject::registerGraphicsContext(gc);
+    ASSERT_TRUE(manager);
+    const int threads = ThreadCount::running();
+    EXPECT_EQ(GlobalObject::registerGraphicsContext(gc), manager);
+    EXPECT_EQ(GlobalObject::getPLM(gc), manager);
+    EXPECT_EQ(ThreadCount::running(), threads);
+
+    EXPECT_TRUE(GlobalObject::getPCM(gc));
+    EXPECT_TRUE(GlobalObject::getIncrementalCompileOperation(gc));
+    EXPECT_EQ(GlobalObject::getIncrementalCompileOperation(gc), manager->getIncrementalCompileOperation());
+    EXPECT_TRUE(GlobalObject::getDecrementalCompileOperation(gc));
+    EXPECT_TRUE(manager->getScreenCaptureTool());
+    EXPECT_TRUE(dynamic_cast<VelOsgDBBrx::DynPointCloudLod*>(manager->getLodOperation()));
+
+    EXPECT_EQ(GlobalObject::getMaxNumOfPointCloud(gc), 100000000u);
+    EXPECT_EQ(GlobalObject::getMouseDiluteNum(gc), 3000000);
+    GlobalObject::setMouseDiluteNum(gc, 77);
+    EXPECT_EQ(GlobalObject::getMouseDiluteNum(gc), 77);
+    GlobalObject::setMaxNumOfPointCloud(gc, 5);
+    for (int i = 0; i < 1000 && GlobalObject::getMaxNumOfPointCloud(gc) != 5; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(GlobalObject::getMaxNumOfPointCloud(gc), 5u);
+
+    GlobalObject::unRegisterGraphicsContext(gc);
+    EXPECT_FALSE(GlobalObject::getPLM(gc));
+    GlobalObject::unRegisterGraphicsContext(gc);
+    GlobalObject::unRegisterGraphicsContext(nullptr);
+    EXPECT_FALSE(GlobalObject::registerGraphicsContext(nullptr));
+}
+
+TEST(GlobalObject, UnregisteringJoinsTheThreadsAndReleasesTheContext)
+{
+    HeadlessViewer view(8, 8);
+    const int references = view.window->referenceCount();
+    GlobalObject::registerGraphicsContext(view.window);
+    GlobalObject::unRegisterGraphicsContext(view.window);
+    const int threads = ThreadCount::running(); // the node cache's
+    EXPECT_LE(threads, 1);
+    EXPECT_EQ(view.window->referenceCount(), references);
+}
+
+class RegistryScene : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        path = writeRandomStore(folder, 3, 20);
+        cloud = VelOsgDBBrx::LoadBrxTool::loadBrxFile(path, offset, min, max, "");
+        root->setMatrix(osg::Matrixd::translate(offset));
+        root->addChild(cloud);
+    }
+
+    static void aim(HeadlessViewer& view, const osg::Vec3d& target)
+    {
+        view.camera().setViewMatrixAsLookAt(target + osg::Vec3d(0, -300, 0), target, osg::Vec3d(0, 0, 1));
+    }
+
+    static bool settle(HeadlessViewer& view)
+    {
+        for (int i = 0; i < 5000; ++i) {
+            view.frame();
+            if (i > 1 && GlobalObject::getPLM(view.window)->isSettled()) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return false;
+    }
+
+    size_t loaded() const { return countLoaded(*octree()); }
+    size_t drawn() const { return cloud->asGroup()->getChild(0)->asGroup()->getNumChildren(); }
+    OctreeInfo* octree() const { return dynamic_cast<VelOsgDBBrx::IPointCloud&>(*cloud).getOctree(); }
+
+    TempFolder folder;
+    std::string path;
+    osg::Vec3d offset, min, max;
+    osg::ref_ptr<osg::MatrixTransform> root = new osg::MatrixTransform;
+    osg::ref_ptr<osg::Node> cloud;
+};
+
+TEST_F(RegistryScene, AContextMayBeRegisteredAfterFramesWereDrawn)
+{
+    HeadlessViewer view(32, 32);
+    aim(view, offset);
+    view.show(root);
+    view.frame();
+    view.frame();
+    EXPECT_EQ(loaded(), 0u);
+    GlobalObject::registerGraphicsContext(view.window);
+    EXPECT_TRUE(settle(view));
+    EXPECT_EQ(drawn(), 73u);
+    EXPECT_GT(countOtherThan(*view.picture(), osg::Vec3ub(0, 0, 0)), 50);
+    GlobalObject::unRegisterGraphicsContext(view.window);
+}
+
+TEST_F(RegistryScene, AnUnregisteredContextLeavesTheSceneAndTheViewerAndAnotherTakesTheCloudOver)
+{
+    HeadlessViewer view(32, 32);
+    aim(view, offset);
+    view.show(root);
+    GlobalObject::registerGraphicsContext(view.window);
+    ASSERT_TRUE(settle(view));
+    const osg::ref_ptr<osgUtil::IncrementalCompileOperation> operation =
+        view.viewer->getIncrementalCompileOperation();
+    EXPECT_EQ(operation, GlobalObject::getIncrementalCompileOperation(view.window));
+    GlobalObject::unRegisterGraphicsContext(view.window);
+    EXPECT_EQ(loaded(), 0u);
+    for (int frame = 0; frame < 3; ++frame)
+        view.frame();
+    EXPECT_EQ(drawn(), 0u);
+    EXPECT_FALSE(view.viewer->getIncrementalCompileOperation());
+    EXPECT_EQ(view.viewer->getUpdateOperations()->getNumOperationsInQueue(), 0u);
+    EXPECT_FALSE(view.camera().getCullCallback());
+    EXPECT_EQ(operation->referenceCount(), 1);
+
+    HeadlessViewer other(32, 32);
+    aim(other, offset);
+    GlobalObject::registerGraphicsContext(other.window);
+    other.show(root);
+    EXPECT_TRUE(settle(other));
+    EXPECT_EQ(drawn(), 73u);
+    GlobalObject::unRegisterGraphicsContext(other.window);
+}
+
+TEST_F(RegistryScene, AHostsCompileOperationIsReplacedAndItsWorkTakenOver)
+{
+    HeadlessViewer view(32, 32);
+    aim(view, offset);
+    const osg::ref_ptr<osgUtil::IncrementalCompileOperation> hosts = new osgUtil::IncrementalCompileOperation;
+    view.viewer->setIncrementalCompileOperation(hosts);
+    const osg::ref_ptr<osg::Group> group = new osg::Group;
+    root->addChild(group);
+    hosts->add(group, new osg::Group);
+    GlobalObject::registerGraphicsContext(view.window);
+    view.show(root);
+    EXPECT_TRUE(settle(view));
+    EXPECT_EQ(group->getNumChildren(), 1u);
+    EXPECT_EQ(drawn(), 73u);
+    GlobalObject::unRegisterGraphicsContext(view.window);
+}
+
+TEST_F(RegistryScene, TwoContextsOfOneViewerPageTheirOwnClouds)
+{
+    HeadlessViewer view(32, 32);
+    std::string reason;
+    const osg::ref_ptr<EglGraphicsWindow> second = EglGraphicsWindow::create(16, 16, reason);
+    ASSERT_TRUE(second) << reason;
+    const osg::ref_ptr<osg::Camera> slave = new osg::Camera;
+    slave->setGraphicsContext(second);
+    slave->setViewport(0, 0, 16, 16);
+    slave->setDrawBuffer(second->drawBuffer());
+    slave->setReadBuffer(second->drawBuffer());
+    view.viewer->addSlave(slave);
+    aim(view, offset);
+    GlobalObject::registerGraphicsContext(view.window);
+    GlobalObject::registerGraphicsContext(second);
+    view.show(root);
+    for (int i = 0; i < 200; ++i) {
+        view.frame();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(drawn(), 73u);
+
+    // The context that holds the viewer's compile operation goes; the other one takes over.
+    GlobalObject::unRegisterGraphicsContext(view.window);
+    view.frame();
+    view.frame();
+    EXPECT_TRUE(dynamic_cast<VelIncrementalCompileOperation*>(view.viewer->getIncrementalCompileOperation()));
+    for (int i = 0; i < 200; ++i) {
+        view.frame();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(drawn(), 73u);
+    GlobalObject::unRegisterGraphicsContext(second);
+}
+
+TEST_F(RegistryScene, ACloudThatTheHostDropsIsFreed)
+{
+    HeadlessViewer view(32, 32);
+    aim(view, offset);
+    GlobalObject::registerGraphicsContext(view.window);
+    view.show(root);
+    ASSERT_TRUE(settle(view));
+    const osg::observer_ptr<OctreeInfo> observed(octree());
+    root->removeChild(cloud);
+    cloud = nullptr;
+    for (int i = 0; i < 500 && observed.valid(); ++i) {
+        view.frame();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_FALSE(observed.valid());
+    GlobalObject::unRegisterGraphicsContext(view.window);
+}
+
+TEST_F(RegistryScene, TheSameStoreInTwoContextsSharesItsNodesAndEachPagesAlone)
+{
+    osg::ref_ptr<osg::MatrixTransform> otherRoot = new osg::MatrixTransform(root->getMatrix());
+    const osg::ref_ptr<osg::Node> otherCloud = VelOsgDBBrx::LoadBrxTool::loadBrxFile(path, "");
+    otherRoot->addChild(otherCloud);
+    HeadlessViewer view(32, 32), other(32, 32);
+    GlobalObject::registerGraphicsContext(view.window);
+    GlobalObject::registerGraphicsContext(other.window);
+    aim(view, offset);
+    aim(other, offset);
+    view.show(root);
+    other.show(otherRoot);
+    ASSERT_TRUE(settle(view) && settle(other));
+    EXPECT_EQ(octree()->root->node,
+              dynamic_cast<VelOsgDBBrx::IPointCloud&>(*otherCloud).getOctree()->root->node);
+    aim(view, offset + osg::Vec3d(0, -10000, 0));
+    ASSERT_TRUE(settle(view) && settle(other));
+    EXPECT_EQ(drawn(), 0u);
+    EXPECT_EQ(otherCloud->asGroup()->getChild(0)->asGroup()->getNumChildren(), 73u);
+    GlobalObject::unRegisterGraphicsContext(view.window);
+    GlobalObject::unRegisterGraphicsContext(other.window);
+}
+
+TEST_F(RegistryScene, TheViewerMayDieBeforeItsContextIsUnregistered)
+{
+    osg::ref_ptr<osg::GraphicsContext> gc;
+    {
+        HeadlessViewer view(32, 32, osgViewer::ViewerBase::DrawThreadPerContext);
+        gc = view.window;
+        aim(view, offset);
+        GlobalObject::registerGraphicsContext(gc);
+        view.show(root);
+        view.frame();
+        view.frame();
+    }
+    EXPECT_TRUE(GlobalObject::getPLM(gc));
+    GlobalObject::unRegisterGraphicsContext(gc);
+    EXPECT_FALSE(GlobalObject::getPLM(gc));
+}
+
+using RegistryDeathTest = RegistryScene;
+
+TEST_F(RegistryDeathTest, AProcessThatExitsWithEverythingRunningEndsCleanly)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            HeadlessViewer view(32, 32, osgViewer::ViewerBase::CullDrawThreadPerContext);
+            aim(view, offset);
+            GlobalObject::registerGraphicsContext(view.window);
+            view.show(root);
+            for (int frame = 0; frame < 4; ++frame)
+                view.frame();
+            view.viewer->stopThreading();
+            std::exit(ThreadCount::running() >= 3 ? 7 : 8);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+} // namespace
