@@ -13,7 +13,7 @@ namespace VelOsgDBBrx {
 class VEL_OSGDB_BRX_EXPORT DefaultDisplay
 {
 public:
-    static constexpr int kPointSize = 2; ///< pixels: closes the gaps of about a pixel that paging leaves
+    static constexpr int kPointSize = 3; ///< pixels: points that paging leaves stand one to two pixels apart
 
     /// The points' colours, or their elevation where the store has no colours, at `kPointSize`. A null node
     /// is ignored.

@@ -6,8 +6,8 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
 for tool in brx brxview; do
-    "$prefix/bin/$tool" --help | grep -q "$tool"
-    "$prefix/bin/$tool" --version | grep -Eq '[0-9]+\.[0-9]+\.[0-9]+'
+    "$prefix/bin/$tool" --help | grep "$tool" >/dev/null
+    "$prefix/bin/$tool" --version | grep -E '[0-9]+\.[0-9]+\.[0-9]+' >/dev/null
 done
 "$prefix/bin/brx" sample "$scratch/survey.las" --points 20000 --seed 7
 "$prefix/bin/brx" build "$scratch/survey.las" -o "$scratch/survey.brx"
