@@ -19,7 +19,7 @@ namespace VelBrx {
 
 namespace {
 
-constexpr uint64_t kPasses = 4; ///< a point is counted when it is scanned, loaded, sorted and written
+constexpr uint64_t kPasses = 5; ///< a point is counted when it is scanned, loaded, sorted twice and written
 
 uint64_t randomStoreId()
 {

@@ -14,7 +14,7 @@ using LevelCounts = std::array<uint64_t, kMaxLevel + 1>;
 class Divider
 {
 public:
-    Divider(const MortonPoint* points, uint8_t* levels) : _points(points), _levels(levels) {}
+    Divider(const TreePoint* points, uint8_t* levels) : _points(points), _levels(levels) {}
 
     std::vector<TreeCell> cells;
 
@@ -44,7 +44,7 @@ public:
     }
 
 private:
-    const MortonPoint* _points;
+    const TreePoint* _points;
     uint8_t* _levels;
 
     LevelCounts count(size_t begin, size_t end, unsigned floor) const
@@ -76,7 +76,7 @@ private:
             const uint64_t code = prefixOf(_points[begin].code, level + 1);
             const size_t octantEnd =
                 static_cast<size_t>(std::partition_point(_points + begin, _points + end,
-                                                         [&](const MortonPoint& p) {
+                                                         [&](const TreePoint& p) {
                                                              return prefixOf(p.code, level + 1) == code;
                                                          }) -
                                     _points);
@@ -94,7 +94,7 @@ private:
 
 } // namespace
 
-std::vector<TreeCell> divideIntoCells(const MortonPoint* points, size_t count, uint8_t* levels)
+std::vector<TreeCell> divideIntoCells(const TreePoint* points, size_t count, uint8_t* levels)
 {
     if (count == 0) return {};
     Divider divider(points, levels);

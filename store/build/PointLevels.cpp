@@ -12,59 +12,171 @@ namespace {
 
 constexpr size_t kRadix = 256;
 constexpr size_t kFewPoints = 256;
-constexpr unsigned kFinestGridLevel = kMortonLevels - kGridDigits;
 
-/// A point whose nearest neighbour of lower rank to the left, if any, is the entry below it.
-struct Candidate
+/// Digits of a column code's Morton part that two codes share from the top, 21 when they are in one column of
+/// the finest grid.
+unsigned sharedColumnDigits(uint64_t a, uint64_t b)
 {
-    uint64_t rank;
-    size_t index;
-    int shared; ///< digits shared with the entry below, -1 at the bottom
-};
-
-/// Level of a point that shares `shared` digits with the nearest point of lower rank, -1 for none at all.
-uint8_t levelOf(int shared)
-{
-    return static_cast<uint8_t>(std::max(0, shared + 1 - static_cast<int>(kGridDigits)));
+    const uint64_t different = (a ^ b) >> kMortonLevels;
+    constexpr unsigned kUnusedBits = 64 - 2 * kMortonLevels;
+    return different == 0 ? kMortonLevels
+                          : (static_cast<unsigned>(__builtin_clzll(different)) - kUnusedBits) / 2;
 }
 
-/// Spreads points of one and the same code over the levels below the finest grid.
-void assignEqual(const MortonPoint* points, size_t count, uint8_t* levels)
+/// The column code's first `digits` digits.
+uint64_t columnOf(uint64_t code, unsigned digits)
 {
-    std::vector<std::pair<uint64_t, size_t>> order(count);
+    return code >> (kMortonLevels + 2 * (kMortonLevels - digits));
+}
+
+bool isBefore(const TreePoint& a, const TreePoint& b)
+{
+    return a.code != b.code ? a.code < b.code : a.ordinal < b.ordinal;
+}
+
+/// Spreads points of one and the same code over the levels below the finest grid and returns the one of
+/// lowest rank, which has none yet.
+TreePoint* spreadEqual(TreePoint* points, size_t count)
+{
+    std::vector<std::pair<uint64_t, TreePoint*>> order(count);
     for (size_t i = 0; i < count; ++i)
-        order[i] = {pointRank(points[i].ordinal), i};
+        order[i] = {pointRank(points[i].ordinal), points + i};
     std::sort(order.begin(), order.end());
-    unsigned level = kFinestGridLevel + 1;
+    unsigned level = kMortonLevels - kGridDigits + 1;
     for (size_t place = 1, end = 4; place < count; ++place) {
         if (place == end && level < kMaxLevel) {
             ++level;
             end *= 4;
         }
-        levels[order[place].second] = static_cast<uint8_t>(level);
+        order[place].second->level = level;
     }
+    return order[0].second;
 }
+
+/// Works from fine grids to coarse ones, column by column.
+class LevelAssigner
+{
+public:
+    /// Leaves the points of [first, last), which share `digits` digits, that the grid of `digits` digits
+    /// wants as candidates, lowest first; the others get their levels.
+    void thin(TreePoint* first, TreePoint* last, unsigned digits)
+    {
+        const size_t start = _candidates.size();
+        const unsigned shared = sharedColumnDigits(first->code, (last - 1)->code);
+        if (shared == kMortonLevels)
+            pushPlaces(first, last);
+        else
+            thinColumns(first, last, shared + 1);
+        for (unsigned grid = std::min(shared, kMortonLevels - 1); grid >= digits; --grid)
+            if (_candidates.size() - start > 1) thinLayers(start, grid);
+    }
+
+    /// Gives the candidates that are left level 0.
+    void finish()
+    {
+        for (const Candidate& candidate : _candidates)
+            candidate.point->level = 0;
+        _candidates.clear();
+    }
+
+private:
+    struct Candidate
+    {
+        uint32_t height;
+        uint64_t rank;
+        TreePoint* point;
+    };
+    std::vector<Candidate> _candidates;
+
+    /// The points of one column of the finest grid.
+    void pushPlaces(TreePoint* first, TreePoint* last)
+    {
+        for (TreePoint* end; first < last; first = end) {
+            for (end = first + 1; end < last && end->code == first->code;)
+                ++end;
+            TreePoint* const lowest =
+                end - first == 1 ? first : spreadEqual(first, static_cast<size_t>(end - first));
+            _candidates.push_back({heightOf(first->code), pointRank(lowest->ordinal), lowest});
+        }
+    }
+
+    /// Thins the columns of `digits` digits and merges their candidates.
+    void thinColumns(TreePoint* first, TreePoint* last, unsigned digits)
+    {
+        const auto start = static_cast<std::ptrdiff_t>(_candidates.size());
+        while (first < last) {
+            const uint64_t column = columnOf(first->code, digits);
+            TreePoint* const end = std::partition_point(
+                first, last, [&](const TreePoint& point) { return columnOf(point.code, digits) == column; });
+            thin(first, end, digits);
+            first = end;
+        }
+        std::sort(_candidates.begin() + start, _candidates.end(), [](const Candidate& a, const Candidate& b) {
+            return a.height != b.height ? a.height < b.height : a.rank < b.rank;
+        });
+    }
+
+    /// Keeps of the candidates from `start` on, one column of the grid of `grid` digits, what that grid
+    /// wants.
+    void thinLayers(size_t start, unsigned grid)
+    {
+        const unsigned shift = kMortonLevels - 1 - grid; // from heights to layers of half a cell
+        const unsigned finerLevel = grid + 1 - kGridDigits;
+        const size_t end = _candidates.size();
+        size_t kept = start;
+        Layer below{};
+        Layer layer = layerAt(start, end, shift);
+        while (layer.first < end) {
+            const Layer above = layerAt(layer.end, end, shift);
+            const uint64_t lowest = _candidates[layer.lowest].rank;
+            const bool isWanted =
+                !(below.end > below.first && below.number + 1 == layer.number && below.rank < lowest) &&
+                !(above.end > above.first && layer.number + 1 == above.number && above.rank < lowest);
+            for (size_t i = layer.first; i < layer.end; ++i)
+                if (!isWanted || i != layer.lowest) _candidates[i].point->level = finerLevel;
+            if (isWanted) _candidates[kept++] = _candidates[layer.lowest];
+            below = layer;
+            layer = above;
+        }
+        _candidates.resize(kept);
+    }
+
+    /// Candidates [first, end) of one layer; none where they are equal.
+    struct Layer
+    {
+        size_t first;
+        size_t end;
+        size_t lowest;
+        uint64_t rank; ///< of the lowest
+        uint32_t number;
+    };
+
+    Layer layerAt(size_t first, size_t last, unsigned shift) const
+    {
+        if (first == last) return {first, first, first, 0, 0};
+        Layer layer{first, first + 1, first, _candidates[first].rank, _candidates[first].height >> shift};
+        for (; layer.end < last && _candidates[layer.end].height >> shift == layer.number; ++layer.end)
+            if (_candidates[layer.end].rank < layer.rank) {
+                layer.rank = _candidates[layer.end].rank;
+                layer.lowest = layer.end;
+            }
+        return layer;
+    }
+};
 
 } // namespace
 
-void sortByCode(MortonPoint* points, size_t count, MortonPoint* scratch)
+void sortByCode(TreePoint* points, size_t count, TreePoint* scratch)
 {
     if (count <= kFewPoints) {
-        std::sort(points, points + count);
+        std::sort(points, points + count, isBefore);
         return;
     }
     uint64_t different = 0;
-    bool ordered = true;
-    for (size_t i = 1; i < count; ++i) {
+    for (size_t i = 1; i < count; ++i)
         different |= points[i].code ^ points[0].code;
-        ordered &= points[i - 1].ordinal < points[i].ordinal;
-    }
-    if (!ordered) {
-        std::sort(points, points + count);
-        return;
-    }
-    MortonPoint* from = points;
-    MortonPoint* to = scratch;
+    TreePoint* from = points;
+    TreePoint* to = scratch;
     for (unsigned shift = 0; shift < 64; shift += 8) {
         if ((different >> shift & (kRadix - 1)) == 0) continue;
         std::array<size_t, kRadix> starts{};
@@ -78,29 +190,23 @@ void sortByCode(MortonPoint* points, size_t count, MortonPoint* scratch)
         std::swap(from, to);
     }
     if (from != points) std::copy(from, from + count, points);
-}
-
-void assignLevels(const MortonPoint* points, size_t count, uint8_t* levels)
-{
-    std::vector<Candidate> stack;
-    for (size_t i = 0; i < count; ++i) {
-        const uint64_t rank = pointRank(points[i].ordinal);
-        int shared = i == 0 ? -1 : static_cast<int>(sharedDigits(points[i - 1].code, points[i].code));
-        while (!stack.empty() && stack.back().rank > rank) {
-            const Candidate& top = stack.back();
-            levels[top.index] = levelOf(std::max(top.shared, shared));
-            shared = std::min(top.shared, shared);
-            stack.pop_back();
-        }
-        stack.push_back({rank, i, shared});
-    }
-    for (const Candidate& left : stack)
-        levels[left.index] = levelOf(left.shared);
-
     for (size_t first = 0, end; first < count; first = end) {
         for (end = first + 1; end < count && points[end].code == points[first].code;)
             ++end;
-        if (end - first > 1) assignEqual(points + first, end - first, levels + first);
+        if (end - first > 1) std::sort(points + first, points + end, isBefore);
+    }
+}
+
+void assignLevels(TreePoint* points, size_t count)
+{
+    LevelAssigner assigner;
+    TreePoint* const last = points + count;
+    for (TreePoint *first = points, *end; first < last; first = end) {
+        const uint64_t column = columnOf(first->code, kGridDigits);
+        end = std::partition_point(
+            first, last, [&](const TreePoint& point) { return columnOf(point.code, kGridDigits) == column; });
+        assigner.thin(first, end, kGridDigits);
+        assigner.finish();
     }
 }
 

@@ -8,16 +8,12 @@
 namespace VelBrx {
 
 /// A point on its way into the octree.
-struct MortonPoint
+struct TreePoint
 {
-    uint64_t code;    ///< Morton code in the root cube
-    uint64_t ordinal; ///< place among all points of all sources
+    uint64_t code;         ///< column code, later Morton code
+    uint64_t ordinal : 56; ///< place among all points of all sources
+    uint64_t level : 8;    ///< coarsest level that wants it
 };
-
-inline bool operator<(const MortonPoint& a, const MortonPoint& b)
-{
-    return a.code != b.code ? a.code < b.code : a.ordinal < b.ordinal;
-}
 
 /// Octal digits between a level and its sampling grid: a cell's edge has 2^7 grid cells.
 constexpr unsigned kGridDigits = 7;
@@ -32,18 +28,22 @@ inline uint64_t pointRank(uint64_t ordinal)
 }
 
 /// Sorts points by code, then ordinal. `scratch` has room for `count` points.
-void sortByCode(MortonPoint* points, size_t count, MortonPoint* scratch);
+void sortByCode(TreePoint* points, size_t count, TreePoint* scratch);
 
 /// Gives every point the coarsest level that wants it. The sampling grid of level L divides the root cube's
-/// edge into 2^(L + 7); a level wants of each grid cell the point of lowest rank. The point that a level
-/// wants is also wanted by all finer ones, so levels 0 to L together hold exactly one point of each occupied
-/// grid cell of L: coarse levels are even and random, at cell borders too.
+/// edge into 2^(L + 7). The finest grid, that of level 14, wants of each of its cells the point of lowest
+/// rank. A coarser grid takes, of the points that the next finer one wants, those of a column of its cells
+/// together; it parts the column into layers half a cell high and wants the point of lowest rank of a layer
+/// where that is lower than the lowest of the layers above and below.
 ///
-/// Level 14 has the finest grid that Morton codes resolve. Of points with one and the same code the second to
-/// fourth in rank get level 15, up to the 16th 16, and so on by powers of four up to level 21.
+/// So levels are nested and random, and a surface that is not steep has one point in each column, also where
+/// it crosses from one cell to the next above it: cells alone would show it with contour lines.
 ///
-/// `points` are sorted. They may be a part of the whole that ends at borders of level 0's grid: the result
-/// for a point depends on the points in its grid cells alone. Linear, but for points of one code.
-void assignLevels(const MortonPoint* points, size_t count, uint8_t* levels);
+/// Of points with one and the same code the second to fourth in rank get level 15, up to the 16th 16, and so
+/// on by powers of four up to level 21.
+///
+/// `points` have column codes and are sorted. They may be a part of the whole that ends at borders of columns
+/// of level 0's grid: the result for a point depends on the points in its column alone.
+void assignLevels(TreePoint* points, size_t count);
 
 } // namespace VelBrx

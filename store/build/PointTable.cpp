@@ -17,10 +17,16 @@ namespace {
 constexpr size_t kCoordinatesLength = 12;
 constexpr uint16_t kWiden = 257; ///< takes 0 to 255 to 0 to 65535
 
-/// Digits of the code by which points are parted before they are sorted. Not more than `kGridDigits`, so
-/// that a part holds whole grid cells of every level.
-constexpr unsigned kPartDigits = 4;
-constexpr size_t kPartCount = size_t{1} << 3 * kPartDigits;
+/// Leading bits of the code by which points are parted before they are sorted: 6 digits of a column's place,
+/// so that a part holds whole columns of every level's grid, or 4 digits of a Morton code.
+constexpr unsigned kPartBits = 12;
+static_assert(kPartBits <= 2 * kGridDigits);
+constexpr size_t kPartCount = size_t{1} << kPartBits;
+
+size_t partOf(const TreePoint& point)
+{
+    return point.code >> (3 * kMortonLevels - kPartBits);
+}
 
 /// Memory that is not touched before it is filled.
 template <typename T>
@@ -32,7 +38,7 @@ std::unique_ptr<T[]> uninitialised(uint64_t count)
 } // namespace
 
 PointTable::PointTable(const SourceSet& sources, const StoreGrid& grid)
-    : _sources(sources), _grid(grid), _coder(grid), _count(sources.pointCount()),
+    : _sources(sources), _grid(grid), _places(grid), _count(sources.pointCount()),
       _widensColors(sources.hasNarrowColors())
 {
 }
@@ -47,7 +53,7 @@ Status PointTable::load(BuildRun& run)
 {
     _records = uninitialised<uint8_t>(_count * kPointSize);
     _flags = uninitialised<uint8_t>(_count);
-    _points = uninitialised<MortonPoint>(_count);
+    _points = uninitialised<TreePoint>(_count);
     for (size_t source = 0; source < _sources.sources().size(); ++source)
         _rest.emplace_back(_sources.sources()[source].points->file().pointCount * restLength(source));
 
@@ -87,9 +93,9 @@ Status PointTable::loadBatch(const SourceSet::Batch& place, StatisticsCollector&
     if (_widensColors) widenColors(records, count);
     statistics.add(records, count, first);
     for (size_t i = 0; i < count; ++i, records += kPointSize)
-        _points[first + i] = {_coder.code(loadLe<int32_t>(records + kX), loadLe<int32_t>(records + kY),
-                                          loadLe<int32_t>(records + kZ)),
-                              first + i};
+        _points[first + i] = {_places.columnCode(loadLe<int32_t>(records + kX), loadLe<int32_t>(records + kY),
+                                                 loadLe<int32_t>(records + kZ)),
+                              first + i, 0};
     return {};
 }
 
@@ -100,20 +106,19 @@ void PointTable::widenColors(uint8_t* records, size_t count) const
             storeLe(records + color, static_cast<uint16_t>(loadLe<uint16_t>(records + color) * kWiden));
 }
 
-/// Brings the points into the order of their first digits, and of their ordinals within these. Returns the
-/// bounds of the parts.
+/// Brings the points into the order of their parts. Returns the bounds of the parts.
 std::vector<size_t> PointTable::partition(BuildRun& run)
 {
     const size_t slices = std::min<size_t>(run.threads(), _count);
     const auto sliceStart = [&](size_t slice) { return _count * slice / slices; };
     std::vector<std::vector<size_t>> starts(slices, std::vector<size_t>(kPartCount));
-    const std::unique_ptr<MortonPoint[]> unordered = std::move(_points);
-    _points = uninitialised<MortonPoint>(_count);
+    const std::unique_ptr<TreePoint[]> unordered = std::move(_points);
+    _points = uninitialised<TreePoint>(_count);
 
     const std::atomic<bool> never{false};
     (void)parallelFor(run.threads(), slices, never, [&](size_t slice) -> Status {
         for (size_t i = sliceStart(slice); i < sliceStart(slice + 1); ++i)
-            ++starts[slice][prefixOf(unordered[i].code, kPartDigits)];
+            ++starts[slice][partOf(unordered[i])];
         return {};
     });
     std::vector<size_t> bounds = {0};
@@ -125,26 +130,39 @@ std::vector<size_t> PointTable::partition(BuildRun& run)
     }
     (void)parallelFor(run.threads(), slices, never, [&](size_t slice) -> Status {
         for (size_t i = sliceStart(slice); i < sliceStart(slice + 1); ++i)
-            _points[starts[slice][prefixOf(unordered[i].code, kPartDigits)]++] = unordered[i];
+            _points[starts[slice][partOf(unordered[i])]++] = unordered[i];
         return {};
     });
     return bounds;
 }
 
-Status PointTable::divide(BuildRun& run)
+/// Sorts all points by code; `finish` is called for each part then.
+Status PointTable::sortParts(BuildRun& run, void (*finish)(TreePoint*, size_t))
 {
     const std::vector<size_t> bounds = partition(run);
-    _levels = uninitialised<uint8_t>(_count);
-    const Status status = run.forEach(bounds.size() - 1, [&](size_t part) -> Status {
-        const size_t first = bounds[part];
-        const size_t count = bounds[part + 1] - first;
-        const auto scratch = uninitialised<MortonPoint>(count);
-        sortByCode(&_points[first], count, scratch.get());
-        assignLevels(&_points[first], count, &_levels[first]);
+    return run.forEach(bounds.size() - 1, [&](size_t part) -> Status {
+        TreePoint* const points = &_points[bounds[part]];
+        const size_t count = bounds[part + 1] - bounds[part];
+        const auto scratch = uninitialised<TreePoint>(count);
+        sortByCode(points, count, scratch.get());
+        finish(points, count);
         run.done(count);
         return {};
     });
+}
+
+Status PointTable::divide(BuildRun& run)
+{
+    Status status = sortParts(run, [](TreePoint* points, size_t count) {
+        assignLevels(points, count);
+        for (size_t i = 0; i < count; ++i)
+            points[i].code = mortonCodeOf(points[i].code);
+    });
+    if (status) status = sortParts(run, [](TreePoint*, size_t) {});
     if (!status) return status;
+    _levels = uninitialised<uint8_t>(_count);
+    for (uint64_t i = 0; i < _count; ++i)
+        _levels[i] = _points[i].level;
     _cells = divideIntoCells(_points.get(), _count, _levels.get());
     return {};
 }

@@ -29,7 +29,7 @@ public:
 
     /// \name In Morton order, after `divide`
     /// @{
-    const MortonPoint* points() const { return _points.get(); }
+    const TreePoint* points() const { return _points.get(); }
     const uint8_t* levels() const { return _levels.get(); } ///< of the cells that hold the points
     /// @}
 
@@ -47,16 +47,17 @@ private:
     Status loadBatch(const SourceSet::Batch& place, StatisticsCollector& statistics);
     void widenColors(uint8_t* records, size_t count) const;
     std::vector<size_t> partition(BuildRun& run);
+    Status sortParts(BuildRun& run, void (*finish)(TreePoint*, size_t));
 
     const SourceSet& _sources;
     const StoreGrid& _grid;
-    const MortonCoder _coder;
+    const GridPlaces _places;
     const uint64_t _count;
     const bool _widensColors;
     std::unique_ptr<uint8_t[]> _records;
     std::unique_ptr<uint8_t[]> _flags;
     std::vector<std::vector<uint8_t>> _rest; ///< by source
-    std::unique_ptr<MortonPoint[]> _points;
+    std::unique_ptr<TreePoint[]> _points;
     std::unique_ptr<uint8_t[]> _levels;
     std::vector<TreeCell> _cells;
     StoreStatistics _statistics;
