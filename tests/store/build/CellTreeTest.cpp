@@ -16,7 +16,7 @@ constexpr uint64_t kSide = uint64_t(1) << kMortonLevels;
 
 struct Divided
 {
-    std::vector<MortonPoint> points;
+    std::vector<TreePoint> points;
     std::vector<uint8_t> levels;
     std::vector<TreeCell> cells;
 };
@@ -25,14 +25,20 @@ struct Divided
 Divided divideCloud(size_t count, const std::function<std::array<uint64_t, 3>(size_t)>& place)
 {
     Divided divided;
+    std::vector<TreePoint>& points = divided.points;
     for (size_t i = 0; i < count; ++i) {
         const auto [x, y, z] = place(i);
-        divided.points.push_back({spreadBits(x) | spreadBits(y) << 1 | spreadBits(z) << 2, i});
+        points.push_back({columnCode(x, y, z), i, 0});
     }
-    std::sort(divided.points.begin(), divided.points.end());
-    divided.levels.resize(count);
-    assignLevels(divided.points.data(), count, divided.levels.data());
-    divided.cells = divideIntoCells(divided.points.data(), count, divided.levels.data());
+    std::vector<TreePoint> scratch(count);
+    sortByCode(points.data(), count, scratch.data());
+    assignLevels(points.data(), count);
+    for (TreePoint& point : points)
+        point.code = mortonCodeOf(point.code);
+    sortByCode(points.data(), count, scratch.data());
+    for (const TreePoint& point : points)
+        divided.levels.push_back(point.level);
+    divided.cells = divideIntoCells(points.data(), count, divided.levels.data());
     return divided;
 }
 
@@ -106,13 +112,12 @@ TEST(CellTree, KeepsEachPointNoFinerThanItsLevelAndCoarseCellsEven)
     Divided divided = divideCloud(count, [&](size_t) {
         return std::array{random() % kSide, random() % kSide, uint64_t(5)};
     });
-    std::vector<uint8_t> wanted(count);
-    assignLevels(divided.points.data(), count, wanted.data());
     size_t taken = 0;
     size_t inRoot = 0;
     for (size_t i = 0; i < count; ++i) {
-        EXPECT_LE(divided.levels[i], wanted[i]) << "a point that a level wants is at hand there";
-        taken += wanted[i] == 0;
+        EXPECT_LE(divided.levels[i], divided.points[i].level)
+            << "a point that a level wants is at hand there";
+        taken += divided.points[i].level == 0;
         inRoot += divided.levels[i] == 0;
     }
     EXPECT_EQ(inRoot, taken) << "the root of a wide cloud is its even sample";

@@ -5,65 +5,129 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <random>
+#include <set>
 
 using namespace VelBrx;
 
 namespace {
 
-/// Points in clusters of all sizes, some at the same place, sorted.
-std::vector<MortonPoint> clusteredPoints(size_t count)
+bool isBefore(const TreePoint& a, const TreePoint& b)
+{
+    return a.code != b.code ? a.code < b.code : a.ordinal < b.ordinal;
+}
+
+/// Points in clusters of all sizes, some at the same place, sorted by column code.
+std::vector<TreePoint> clusteredPoints(size_t count)
 {
     std::mt19937_64 random(3);
-    std::vector<MortonPoint> points;
-    uint64_t center = 0;
+    std::vector<TreePoint> points;
+    std::array<uint64_t, 3> center{};
     for (uint64_t ordinal = 0; ordinal < count; ++ordinal) {
-        if (ordinal % 50 == 0) center = random() >> 1;
-        const uint64_t spread = (uint64_t(1) << random() % 63) - 1;
-        points.push_back({(center ^ (random() & spread)) >> 1 << 1 & ~(uint64_t(1) << 63), ordinal});
+        if (ordinal % 50 == 0)
+            for (uint64_t& place : center)
+                place = random() % (1 << kMortonLevels);
+        const uint64_t spread = (uint64_t(1) << random() % kMortonLevels) - 1;
+        std::array<uint64_t, 3> place = center;
+        for (uint64_t& coordinate : place)
+            coordinate ^= random() & spread;
+        points.push_back({columnCode(place[0], place[1], place[2]), ordinal, 0xEE});
     }
-    std::sort(points.begin(), points.end());
+    std::sort(points.begin(), points.end(), isBefore);
     return points;
 }
 
-std::vector<uint8_t> levelsOf(const std::vector<MortonPoint>& points)
+using CodesByOrdinal = std::map<uint64_t, uint64_t>;
+
+/// The points that the grid of `digits` digits wants of those that the next finer one wants, as the header
+/// states it.
+std::set<uint64_t> wantedBy(unsigned digits, const CodesByOrdinal& finer)
 {
-    std::vector<uint8_t> levels(points.size(), 0xEE);
-    assignLevels(points.data(), points.size(), levels.data());
-    return levels;
+    std::map<std::pair<uint64_t, int64_t>, uint64_t> lowest; // by column and layer
+    const auto layerOf = [&](uint64_t code) {
+        return std::pair(code >> (kMortonLevels + 2 * (kMortonLevels - digits)),
+                         int64_t(heightOf(code) >> (kMortonLevels - 1 - digits)));
+    };
+    for (const auto& [ordinal, code] : finer) {
+        const auto [entry, isNew] = lowest.emplace(layerOf(code), pointRank(ordinal));
+        entry->second = std::min(entry->second, pointRank(ordinal));
+    }
+    std::set<uint64_t> wanted;
+    for (const auto& [ordinal, code] : finer) {
+        const auto [column, layer] = layerOf(code);
+        bool isLowest = true;
+        for (int64_t near = layer - 1; near <= layer + 1; ++near) {
+            const auto entry = lowest.find({column, near});
+            isLowest &= entry == lowest.end() || entry->second >= pointRank(ordinal);
+        }
+        if (isLowest) wanted.insert(ordinal);
+    }
+    return wanted;
 }
 
 } // namespace
 
-TEST(PointLevels, HoldThePointOfLowestRankOfEveryGridCellUpToEachLevel)
+TEST(PointLevels, AreThoseOfTheDefinition)
 {
-    const std::vector<MortonPoint> points = clusteredPoints(4000);
-    const std::vector<uint8_t> levels = levelsOf(points);
-    for (unsigned level = 0; level + kGridDigits <= kMortonLevels; ++level) {
-        std::map<uint64_t, uint64_t> lowest; // by grid cell
-        std::map<uint64_t, std::vector<uint64_t>> taken;
-        for (size_t i = 0; i < points.size(); ++i) {
-            const uint64_t cell = prefixOf(points[i].code, level + kGridDigits);
-            const uint64_t rank = pointRank(points[i].ordinal);
-            const auto [entry, isNew] = lowest.emplace(cell, rank);
-            entry->second = std::min(entry->second, rank);
-            if (levels[i] <= level) taken[cell].push_back(rank);
+    std::vector<TreePoint> points = clusteredPoints(4000);
+    assignLevels(points.data(), points.size());
+    std::map<uint64_t, uint64_t> lowestOfPlace;
+    std::map<uint64_t, unsigned> levels;
+    for (const TreePoint& point : points) {
+        levels[point.ordinal] = point.level;
+        const auto [entry, isNew] = lowestOfPlace.emplace(point.code, point.ordinal);
+        if (pointRank(point.ordinal) < pointRank(entry->second)) entry->second = point.ordinal;
+    }
+    CodesByOrdinal wanted;
+    for (const auto& [code, ordinal] : lowestOfPlace)
+        wanted[ordinal] = code;
+    for (const auto& [ordinal, level] : levels)
+        EXPECT_EQ(level > 14, wanted.count(ordinal) == 0);
+    for (unsigned level = 14; level-- > 0;) {
+        const std::set<uint64_t> stay = wantedBy(level + kGridDigits, wanted);
+        for (auto entry = wanted.begin(); entry != wanted.end();) {
+            const bool stays = stay.count(entry->first) != 0;
+            ASSERT_EQ(levels[entry->first] <= level, stays) << "level " << level;
+            entry = stays ? std::next(entry) : wanted.erase(entry);
         }
-        ASSERT_EQ(taken.size(), lowest.size()) << "level " << level;
-        for (const auto& [cell, ranks] : taken)
-            ASSERT_EQ(ranks, std::vector<uint64_t>{lowest[cell]}) << "level " << level;
+    }
+}
+
+TEST(PointLevels, LeaveOnePointInEachColumnOfAGentleSlope)
+{
+    std::mt19937_64 random(9);
+    std::vector<TreePoint> points;
+    constexpr uint64_t kSide = 1 << kMortonLevels;
+    for (uint64_t ordinal = 0; ordinal < 400000; ++ordinal) {
+        const uint64_t x = random() % (kSide / 16);
+        const uint64_t y = random() % (kSide / 16);
+        points.push_back({columnCode(x, y, (x + 2 * y) / 10 + random() % 64), ordinal, 0});
+    }
+    std::sort(points.begin(), points.end(), isBefore);
+    assignLevels(points.data(), points.size());
+    for (unsigned level : {1u, 2u, 3u}) {
+        std::map<uint64_t, int> perColumn;
+        for (const TreePoint& point : points) {
+            int& count = perColumn[point.code >> (kMortonLevels + 2 * (kMortonLevels - level - kGridDigits))];
+            count += point.level <= level;
+        }
+        EXPECT_EQ(perColumn.size(), size_t(1) << (2 * level + 6));
+        for (const auto& [column, count] : perColumn)
+            ASSERT_EQ(count, 1) << "level " << level;
     }
 }
 
 TEST(PointLevels, SpreadPointsOfOnePlaceByPowersOfFour)
 {
-    std::vector<MortonPoint> points;
+    std::vector<TreePoint> points;
     for (uint64_t ordinal = 0; ordinal < 5000; ++ordinal)
-        points.push_back({42, ordinal});
+        points.push_back({42, ordinal, 0});
+    assignLevels(points.data(), points.size());
     std::array<size_t, kMaxLevel + 1> counts{};
-    for (uint8_t level : levelsOf(points))
-        ++counts.at(level);
+    for (const TreePoint& point : points)
+        ++counts.at(point.level);
     EXPECT_EQ(counts[0], 1u);
     EXPECT_EQ(counts[14], 0u);
     EXPECT_EQ(counts[15], 3u);
@@ -72,29 +136,46 @@ TEST(PointLevels, SpreadPointsOfOnePlaceByPowersOfFour)
     EXPECT_EQ(counts[21], 904u);
 }
 
-TEST(PointLevels, AreThoseOfTheWholeForAPartThatEndsAtGridBorders)
+TEST(PointLevels, AreThoseOfTheWholeForAPartThatEndsAtColumnBorders)
 {
-    const std::vector<MortonPoint> points = clusteredPoints(3000);
-    const std::vector<uint8_t> whole = levelsOf(points);
-    for (size_t first = 0, end; first < points.size(); first = end) {
-        const uint64_t part = prefixOf(points[first].code, kGridDigits);
-        for (end = first; end < points.size() && prefixOf(points[end].code, kGridDigits) == part;)
+    std::vector<TreePoint> points = clusteredPoints(3000);
+    std::vector<TreePoint> parts = points;
+    assignLevels(points.data(), points.size());
+    constexpr unsigned kBelowColumn = kMortonLevels + 2 * (kMortonLevels - kGridDigits);
+    for (size_t first = 0, end; first < parts.size(); first = end) {
+        for (end = first;
+             end < parts.size() && parts[end].code >> kBelowColumn == parts[first].code >> kBelowColumn;)
             ++end;
-        const std::vector<uint8_t> levels =
-            levelsOf({points.begin() + std::ptrdiff_t(first), points.begin() + std::ptrdiff_t(end)});
-        ASSERT_TRUE(std::equal(levels.begin(), levels.end(), whole.begin() + std::ptrdiff_t(first)));
+        assignLevels(&parts[first], end - first);
     }
+    for (size_t i = 0; i < points.size(); ++i)
+        ASSERT_EQ(parts[i].level, points[i].level);
 }
 
 TEST(PointLevels, SortsByCodeThenOrdinal)
 {
     for (size_t count : {1u, 2u, 255u, 5000u}) {
-        std::vector<MortonPoint> sorted = clusteredPoints(count);
-        std::vector<MortonPoint> points = sorted;
-        std::sort(points.begin(), points.end(), [](auto& a, auto& b) { return a.ordinal < b.ordinal; });
-        std::vector<MortonPoint> scratch(count);
+        const std::vector<TreePoint> sorted = clusteredPoints(count);
+        std::vector<TreePoint> points = sorted;
+        std::shuffle(points.begin(), points.end(), std::mt19937(1));
+        std::vector<TreePoint> scratch(count);
         sortByCode(points.data(), count, scratch.data());
         for (size_t i = 0; i < count; ++i)
             ASSERT_EQ(points[i].ordinal, sorted[i].ordinal);
+    }
+}
+
+TEST(PointLevels, TurnColumnCodesIntoMortonCodes)
+{
+    std::mt19937_64 random(2);
+    for (int trial = 0; trial < 1000; ++trial) {
+        std::array<uint64_t, 3> place{};
+        uint64_t expected = 0;
+        for (unsigned axis = 0; axis < 3; ++axis) {
+            place[axis] = random() % (1 << kMortonLevels);
+            for (unsigned bit = 0; bit < kMortonLevels; ++bit)
+                expected |= (place[axis] >> bit & 1) << (3 * bit + axis);
+        }
+        ASSERT_EQ(mortonCodeOf(columnCode(place[0], place[1], place[2])), expected);
     }
 }
