@@ -99,7 +99,17 @@ void PolygonMaskTool::addPolygon(const std::vector<osg::Vec2d>& polygon)
 osg::ref_ptr<osg::Image> PolygonMaskTool::createMask(int width, int height)
 {
     if (width < 1 || height < 1) return nullptr;
-    const Surface surface(cairo_image_surface_create(CAIRO_FORMAT_A8, width, height), cairo_surface_destroy);
+    // Cairo draws right into the image: both align rows to four bytes.
+    constexpr int kRowAlignment = 4;
+    osg::ref_ptr<osg::Image> mask = new osg::Image;
+    mask->allocateImage(width, height, 1, GL_LUMINANCE, GL_UNSIGNED_BYTE, kRowAlignment);
+    if (!mask->data()) return nullptr;
+    mask->setOrigin(osg::Image::TOP_LEFT);
+    std::memset(mask->data(), 0, mask->getTotalSizeInBytes());
+
+    const Surface surface(cairo_image_surface_create_for_data(mask->data(), CAIRO_FORMAT_A8, width, height,
+                                                              static_cast<int>(mask->getRowStepInBytes())),
+                          cairo_surface_destroy);
     const Context context(cairo_create(surface.get()), cairo_destroy);
     cairo_set_antialias(context.get(), CAIRO_ANTIALIAS_NONE);
     cairo_set_fill_rule(context.get(), CAIRO_FILL_RULE_EVEN_ODD);
@@ -107,16 +117,7 @@ osg::ref_ptr<osg::Image> PolygonMaskTool::createMask(int width, int height)
         addPath(context.get(), nearWindow(polygon, width, height));
     cairo_fill(context.get());
     cairo_surface_flush(surface.get());
-    if (cairo_status(context.get()) != CAIRO_STATUS_SUCCESS) return nullptr;
-
-    osg::ref_ptr<osg::Image> mask = new osg::Image;
-    mask->allocateImage(width, height, 1, GL_LUMINANCE, GL_UNSIGNED_BYTE);
-    mask->setOrigin(osg::Image::TOP_LEFT);
-    const unsigned char* pixels = cairo_image_surface_get_data(surface.get());
-    const int stride = cairo_image_surface_get_stride(surface.get());
-    for (int row = 0; row < height; ++row)
-        std::memcpy(mask->data(0, row), pixels + static_cast<ptrdiff_t>(row) * stride, width);
-    return mask;
+    return cairo_status(context.get()) == CAIRO_STATUS_SUCCESS ? mask : nullptr;
 }
 
 } // namespace VelOsgDBBrx

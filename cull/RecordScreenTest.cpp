@@ -6,6 +6,14 @@
 #include <algorithm>
 #include <cstring>
 
+// The arithmetic is compiled for several processors and chosen when the program starts. Thread sanitizer's
+// runtime is not ready at that moment.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
+#define VELBRX_VECTOR_CLONES __attribute__((target_clones("avx512f", "avx2", "default")))
+#else
+#define VELBRX_VECTOR_CLONES
+#endif
+
 /// The coordinates of the records in hand, gathered so that the arithmetic runs over plain arrays.
 struct RecordScreenTest::Block
 {
@@ -16,8 +24,11 @@ struct RecordScreenTest::Block
     Block(const uint8_t* records, int count)
     {
         for (int i = 0; i < count; ++i) {
+            const uint8_t* record = records + static_cast<size_t>(i) * kRecordSize;
+            __builtin_prefetch(record +
+                               kBlock * kRecordSize); // the next block, on its way while this one is tested
             int32_t xyz[3];
-            std::memcpy(xyz, records + static_cast<size_t>(i) * kRecordSize, sizeof xyz);
+            std::memcpy(xyz, record, sizeof xyz);
             x[i] = xyz[0];
             y[i] = xyz[1];
             z[i] = xyz[2];
@@ -52,13 +63,11 @@ void RecordScreenTest::test(const uint8_t* records, int count, uint8_t* accepted
 {
     const Block block(records, count);
     lookUp(block, accepted);
-    if (_outside)
-        for (int i = 0; i < kBlock; ++i)
-            accepted[i] = accepted[i] == 0;
     for (const Linear& plane : _planes)
         keepPositive(plane, block, accepted);
 }
 
+VELBRX_VECTOR_CLONES
 void RecordScreenTest::lookUp(const Block& block, uint8_t* accepted) const
 {
     const Linear columnFactors = _column;
@@ -66,25 +75,30 @@ void RecordScreenTest::lookUp(const Block& block, uint8_t* accepted) const
     const Linear wFactors = _w;
     const double width = _mask.width();
     const double height = _mask.height();
-    const int32_t pitch = _mask.width();
-    const int32_t beyond = _mask.beyond();
+    const int32_t pitch = _mask.pitch();
     int32_t place[kBlock];
+    int32_t seen[kBlock]; // as wide as the places: the loop keeps to whole registers
     for (int i = 0; i < kBlock; ++i) {
         const double w = block.apply(wFactors, i);
         const double column = block.apply(columnFactors, i) / w;
         const double row = block.apply(rowFactors, i) / w;
         // Places are truncated to whole pixels: what lies less than a pixel beyond the first column or row
         // counts to it.
-        const bool seen = (w > 0) & (column > -1) & (column < width) & (row > -1) & (row < height);
-        const int32_t wholeColumn = static_cast<int32_t>(seen ? column : 0.0);
-        const int32_t wholeRow = static_cast<int32_t>(seen ? row : 0.0);
-        place[i] = seen ? wholeRow * pitch + wholeColumn : beyond;
+        const bool inWindow = (w > 0) & (column > -1) & (column < width) & (row > -1) & (row < height);
+        seen[i] = inWindow;
+        place[i] = static_cast<int32_t>(inWindow ? row : 0.0) * pitch +
+                   static_cast<int32_t>(inWindow ? column : 0.0);
     }
     const uint8_t* inside = _mask.data();
+    uint8_t covered[kBlock];
     for (int i = 0; i < kBlock; ++i)
-        accepted[i] = inside[place[i]];
+        covered[i] = inside[place[i]];
+    const bool outside = _outside;
+    for (int i = 0; i < kBlock; ++i)
+        accepted[i] = (covered[i] != 0 && seen[i]) != outside;
 }
 
+VELBRX_VECTOR_CLONES
 void RecordScreenTest::keepPositive(const Linear& plane, const Block& block, uint8_t* accepted)
 {
     for (int i = 0; i < kBlock; ++i)

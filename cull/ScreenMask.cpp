@@ -2,13 +2,15 @@
 
 #include <VelOsgDBBrx/PixelBufferTool.h>
 
+#include <cstdint>
 #include <limits>
 
 namespace {
 
 bool isMaskSize(int width, int height)
 {
-    return width >= 1 && height >= 1 && width <= (std::numeric_limits<int32_t>::max() - 1) / height;
+    constexpr int64_t kRowPadding = 8; // at most, after each row
+    return width >= 1 && height >= 1 && (width + kRowPadding) * height <= std::numeric_limits<int32_t>::max();
 }
 
 osg::ref_ptr<osg::Image> maskImage(VelOsgDBBrx::PixelBufferTool& tool, const std::vector<osg::Vec2d>& polygon,
@@ -22,26 +24,31 @@ osg::ref_ptr<osg::Image> maskImage(VelOsgDBBrx::PixelBufferTool& tool, const std
     return image;
 }
 
+/// The first components alone, a byte a pixel.
+osg::ref_ptr<const osg::Image> firstComponents(const osg::Image& image)
+{
+    const osg::ref_ptr<osg::Image> components = new osg::Image;
+    components->allocateImage(image.s(), image.t(), 1, GL_LUMINANCE, GL_UNSIGNED_BYTE);
+    const size_t pixelBytes = image.getPixelSizeInBits() / 8;
+    for (int row = 0; row < image.t(); ++row) {
+        const unsigned char* pixel = image.data(0, row);
+        for (int column = 0; column < image.s(); ++column, pixel += pixelBytes)
+            *components->data(column, row) = *pixel;
+    }
+    return components;
+}
+
 } // namespace
 
 ScreenMask::ScreenMask(VelOsgDBBrx::PixelBufferTool* tool, const std::vector<osg::Vec2d>& polygon, int width,
                        int height)
-    : ScreenMask(tool ? maskImage(*tool, polygon, width, height).get() : nullptr, width, height)
+    : ScreenMask(tool ? maskImage(*tool, polygon, width, height) : nullptr, width, height)
 {
 }
 
-ScreenMask::ScreenMask(const osg::Image* image, int width, int height) : _width(width), _height(height)
+ScreenMask::ScreenMask(osg::ref_ptr<const osg::Image> image, int width, int height)
 {
     const bool usable = isMaskSize(width, height) && image && image->data() && image->s() == width &&
                         image->t() == height && image->getDataType() == GL_UNSIGNED_BYTE;
-    if (!usable) return;
-
-    _inside.resize(static_cast<size_t>(beyond()) + 1);
-    const size_t pixelBytes = image->getPixelSizeInBits() / 8;
-    uint8_t* inside = _inside.data();
-    for (int row = 0; row < height; ++row) {
-        const unsigned char* pixel = image->data(0, row);
-        for (int column = 0; column < width; ++column, pixel += pixelBytes)
-            *inside++ = *pixel;
-    }
+    if (usable) _image = image->getPixelSizeInBits() == 8 ? image : firstComponents(*image);
 }

@@ -2,6 +2,7 @@
 
 #include <osg/Image>
 #include <osg/Vec2d>
+#include <osg/ref_ptr>
 
 #include <cstdint>
 #include <vector>
@@ -10,8 +11,7 @@ namespace VelOsgDBBrx {
 class PixelBufferTool;
 }
 
-/// The pixels of a window that lie inside a polygon: a byte a pixel, not zero inside, rows from the top. One
-/// more byte, always zero, follows them; it stands for every place beyond the window.
+/// The pixels of a window that lie inside a polygon: a byte a pixel, not zero inside, rows from the top.
 class ScreenMask
 {
 public:
@@ -20,22 +20,18 @@ public:
     ScreenMask(VelOsgDBBrx::PixelBufferTool* tool, const std::vector<osg::Vec2d>& polygon, int width,
                int height);
 
-    /// Copies a mask: rows from the top, pixels inside with a first component that is not zero. Invalid
+    /// Holds a mask: rows from the top, pixels inside with a first component that is not zero. Invalid
     /// without an image and when its size is not the given one or its data not bytes.
-    ScreenMask(const osg::Image* image, int width, int height);
+    ScreenMask(osg::ref_ptr<const osg::Image> image, int width, int height);
 
-    bool isValid() const { return !_inside.empty(); }
-    int width() const { return _width; }
-    int height() const { return _height; }
+    bool isValid() const { return _image.valid(); }
+    int width() const { return _image->s(); }
+    int height() const { return _image->t(); }
 
-    /// The place of column x of row y is y * width + x.
-    const uint8_t* data() const { return _inside.data(); }
-
-    /// The place of the byte for everything beyond the window.
-    int32_t beyond() const { return _width * _height; }
+    /// The place of column x of row y is y * pitch + x.
+    const uint8_t* data() const { return _image->data(); }
+    int pitch() const { return static_cast<int>(_image->getRowStepInBytes()); }
 
 private:
-    int _width;
-    int _height;
-    std::vector<uint8_t> _inside; ///< empty when invalid
+    osg::ref_ptr<const osg::Image> _image; ///< null when invalid
 };

@@ -105,7 +105,7 @@ protected:
     LasRecords records() const { return LasRecords(path); }
 
     TempFolder folder;
-    std::string path = writeRandomStore(folder);
+    std::string path = writeMarkedStore(folder);
     LoadedStore store{path};
     Screen screen = overview();
 };
@@ -333,7 +333,7 @@ TEST_F(CullCmdTest, SkipsAStoreThatDiesWhileItsCommandWaits)
     private:
         std::shared_future<void> _open;
     };
-    const std::string otherPath = writeRandomStore(folder, 500, 2, "other.brx");
+    const std::string otherPath = writeMarkedStore(folder, 500, 2, "other.brx");
     auto other = std::make_unique<LoadedStore>(otherPath);
     const auto cmd = polygonCmd<CullCmd>(*other, kEverything, screen);
     auto infos = other->infos();
@@ -447,7 +447,7 @@ TEST(CullCmdDeathTest, AKillInMidCullLeavesEveryFlagOldOrNew)
         }
     };
     const TempFolder folder;
-    const std::string path = writeRandomStore(folder, 50000);
+    const std::string path = writeMarkedStore(folder, 50000);
     setenv(kStoreVariable, path.c_str(), 0);
     const LasRecords before(path);
     for (int round = 0; round < 3; ++round) {

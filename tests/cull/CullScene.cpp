@@ -165,7 +165,7 @@ osg::ref_ptr<osg::Image> ExactMaskTool::createMask(int width, int height)
     return mask;
 }
 
-std::string writeRandomStore(const TempFolder& folder, int count, unsigned seed, const std::string& name)
+std::string writeMarkedStore(const TempFolder& folder, int count, unsigned seed, const std::string& name)
 {
     // The cache knows cells by the identity of their store.
     static std::atomic<uint64_t> storeCounter{0xC011};

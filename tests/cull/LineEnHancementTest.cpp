@@ -56,7 +56,7 @@ double distance(const osg::Vec2d& p, const Polygon& line)
 struct LineEnHancementTest : testing::Test
 {
     TempFolder folder;
-    LoadedStore store{writeRandomStore(folder)};
+    LoadedStore store{writeMarkedStore(folder)};
     LasRecords records{store.path};
     Screen screen = Screen::lookingAt({-90, -160, 120}, {3, -2, 1});
 
