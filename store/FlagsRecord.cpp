@@ -1,7 +1,9 @@
 #include "store/FlagsRecord.h"
 
 #include "store/ByteIo.h"
+#include "store/StoreIndex.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -35,7 +37,8 @@ constexpr uint32_t kMaxRestLength = 65535 + 12; ///< a record of all extra bytes
 std::vector<uint8_t> encodeFlags(FlagsRecord& record)
 {
     record.flagsStart = kFlagsFixedSize + kSourceSize * record.sources.size();
-    record.length = record.flagsStart + (record.pointCount + 1) / 2;
+    record.classesStart = record.flagsStart + (record.pointCount + 1) / 2;
+    record.length = record.classesStart + record.pointCount;
     std::vector<uint8_t> bytes(record.flagsStart, 0);
     std::memcpy(bytes.data(), kMagic, kMagicSize);
     storeLe<uint32_t>(&bytes[kVersionAt], kFlagsVersion);
@@ -51,6 +54,7 @@ std::vector<uint8_t> encodeFlags(FlagsRecord& record)
         storeLe<uint32_t>(position + kRestLengthAt, source.restLength);
         position += kSourceSize;
     }
+    record.length += kRecordChecksumSize;
     return bytes;
 }
 
@@ -75,11 +79,14 @@ Status decodeFlags(const uint8_t* data, size_t size, uint64_t length, uint64_t p
     const uint64_t sourceCount = loadLe<uint32_t>(data + kSourceCountAt);
     if (record.pointCount != pointCount)
         return Status::failure("the flags record counts other points than the header");
+    const uint64_t restsEnd = length - std::min<uint64_t>(length, kRecordChecksumSize);
+    const uint64_t room = restsEnd - std::min<uint64_t>(restsEnd, size);
     if (record.flagsStart != size || size != kFlagsFixedSize + sourceCount * kSourceSize ||
-        record.flagsStart > length || (pointCount + 1) / 2 > length - record.flagsStart)
-        return Status::failure("the flags record has no room for its flags");
+        pointCount > room || (pointCount + 1) / 2 > room - pointCount)
+        return Status::failure("the flags record has no room for its flags and classes");
+    record.classesStart = record.flagsStart + (pointCount + 1) / 2;
 
-    uint64_t end = record.flagsStart + (pointCount + 1) / 2;
+    uint64_t end = record.classesStart + pointCount;
     uint64_t sum = 0;
     for (uint64_t i = 0; i < sourceCount; ++i) {
         const uint8_t* bytes = data + kFlagsFixedSize + i * kSourceSize;
@@ -89,13 +96,13 @@ Status decodeFlags(const uint8_t* data, size_t size, uint64_t length, uint64_t p
         source.restLength = loadLe<uint32_t>(bytes + kRestLengthAt);
         if (source.pointCount > pointCount - sum || source.restStart != end ||
             source.restLength > kMaxRestLength ||
-            (source.restLength > 0 && source.pointCount > (length - end) / source.restLength))
+            (source.restLength > 0 && source.pointCount > (restsEnd - end) / source.restLength))
             return Status::failure("the flags record describes source " + std::to_string(i + 1) + " wrongly");
         sum += source.pointCount;
         end += source.pointCount * source.restLength;
         record.sources.push_back(source);
     }
-    if (sum != pointCount || end != length)
+    if (sum != pointCount || end != restsEnd)
         return Status::failure("the flags record's sources have other points than the store");
     return {};
 }

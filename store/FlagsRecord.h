@@ -9,7 +9,7 @@
 namespace VelBrx {
 
 constexpr uint32_t kFlagsVersion = 1;
-constexpr char kFlagsDescription[] = "source flags and extra bytes";
+constexpr char kFlagsDescription[] = "source flags, classes, extras";
 
 /// Where the flags record holds what the store's records cannot hold of one source's points.
 struct FlagsSource
@@ -21,18 +21,20 @@ struct FlagsSource
 
 /// What the sources' points had and the store's records cannot hold, in the order of the points' ordinals:
 /// four classification flags a point (`SourceFlags`), two points a byte, the even ordinal in the low half;
-/// then each source's rest, `restLength` bytes a point: its coordinates X, Y, Z (12 bytes) where the origin
-/// record says that they are kept, then what `RecordFormat` calls the rest.
+/// then the class of each point when the store was built, one byte; then each source's rest, `restLength`
+/// bytes a point: its coordinates X, Y, Z (12 bytes) where the origin record says that they are kept, then
+/// what `RecordFormat` calls the rest.
 struct FlagsRecord
 {
     uint64_t pointCount = 0;
     std::vector<FlagsSource> sources;
-    uint64_t flagsStart = 0; ///< set by `encodeFlags`
-    uint64_t length = 0;     ///< bytes of the whole record, set by `encodeFlags`
+    uint64_t flagsStart = 0;   ///< set by `encodeFlags`
+    uint64_t classesStart = 0; ///< set by `encodeFlags`
+    uint64_t length = 0;       ///< bytes of the whole record, checksum included, set by `encodeFlags`
 };
 
-/// Lays out the record and returns its bytes up to the first flag; flags and rest follow at the positions
-/// that `record` tells afterwards. Layout: docs/store-format.md.
+/// Lays out the record and returns its bytes up to the first flag; flags, classes and rest follow at the
+/// positions that `record` tells afterwards, then the checksum. Layout: docs/store-format.md.
 std::vector<uint8_t> encodeFlags(FlagsRecord& record);
 
 /// Bytes to read in order to know how long the part in front of the flags is.

@@ -1,6 +1,7 @@
 #include "store/OriginRecord.h"
 
 #include "store/ByteIo.h"
+#include "store/StoreIndex.h"
 
 #include <algorithm>
 #include <cstring>
@@ -112,6 +113,7 @@ std::vector<uint8_t> encodeOrigin(OriginRecord& record)
         source.tailStart = record.length;
         record.length += source.tailLength;
     }
+    record.length += kRecordChecksumSize;
 
     std::vector<uint8_t> bytes(record.ordinalStart, 0);
     std::memcpy(bytes.data(), kMagic, kMagicSize);
@@ -147,11 +149,12 @@ Status decodeOrigin(const uint8_t* data, size_t size, uint64_t length, uint64_t 
     record.ordinalStart = originHeadLength(data);
     record.ordinalSize = data[kOrdinalSizeAt];
     record.length = length;
+    const uint64_t end = length - std::min<uint64_t>(length, kRecordChecksumSize);
     if (record.pointCount != pointCount)
         return Status::failure("the origin record counts other points than the header");
     if (record.ordinalStart != size || (record.ordinalSize != 4 && record.ordinalSize != 8) ||
         pointCount > std::numeric_limits<uint64_t>::max() / 8 ||
-        !isInside(record.ordinalStart, pointCount * record.ordinalSize, length))
+        !isInside(record.ordinalStart, pointCount * record.ordinalSize, end))
         return Status::failure("the origin record has no room for the order of its points");
 
     uint64_t sum = 0;
@@ -159,7 +162,7 @@ Status decodeOrigin(const uint8_t* data, size_t size, uint64_t length, uint64_t 
     for (uint32_t i = 0; i < loadLe<uint32_t>(data + kSourceCountAt); ++i) {
         OriginSource source;
         if (!decodeSource(data, size, position, source) || source.pointFormat > 10 ||
-            !isInside(source.tailStart, source.tailLength, length) || source.pointCount > pointCount - sum)
+            !isInside(source.tailStart, source.tailLength, end) || source.pointCount > pointCount - sum)
             return Status::failure("the origin record describes source " + std::to_string(i + 1) +
                                    " wrongly");
         sum += source.pointCount;

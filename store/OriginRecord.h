@@ -43,11 +43,11 @@ struct OriginRecord
     std::vector<OriginSource> sources;
     uint8_t ordinalSize = 4;   ///< bytes of an ordinal, 4 or 8, set by `encodeOrigin`
     uint64_t ordinalStart = 0; ///< where the record holds the ordinals, set by `encodeOrigin`
-    uint64_t length = 0;       ///< bytes of the whole record, set by `encodeOrigin`
+    uint64_t length = 0;       ///< bytes of the whole record, checksum included, set by `encodeOrigin`
 };
 
 /// Lays out the record and returns its bytes up to the first ordinal; ordinals and tails follow at the
-/// positions that `record` tells afterwards. Layout: docs/store-format.md.
+/// positions that `record` tells afterwards, then the checksum. Layout: docs/store-format.md.
 std::vector<uint8_t> encodeOrigin(OriginRecord& record);
 
 /// Bytes to read in order to know how long the part in front of the ordinals is.

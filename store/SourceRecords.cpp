@@ -1,6 +1,7 @@
 #include "store/SourceRecords.h"
 
 #include "store/ByteIo.h"
+#include "store/Crc32c.h"
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
 
@@ -12,6 +13,7 @@ namespace {
 
 constexpr char kKind[] = "source records";
 constexpr uint64_t kBlockOrdinals = 1 << 16;
+constexpr uint64_t kBlockBytes = 1 << 20;
 
 /// A number without order in it, so that sums over sets of points differ where the sets do.
 uint64_t scrambled(uint64_t value)
@@ -98,10 +100,33 @@ void checkRecordHeader(const FileReader& file, const StoreRecord& record, uint16
                                 std::to_string(record.headerStart) + " was changed");
 }
 
+/// Whether the content of a record has the checksum at its end.
+void checkChecksum(const FileReader& file, const StoreRecord& record, const std::string& name,
+                   ProblemList& problems)
+{
+    const auto length = static_cast<uint64_t>(record.length);
+    std::vector<uint8_t> bytes(std::min(kBlockBytes, length));
+    const uint64_t checked = length - std::min<uint64_t>(length, kRecordChecksumSize);
+    uint32_t checksum = 0;
+    for (uint64_t done = 0; done < checked; done += bytes.size()) {
+        bytes.resize(std::min<uint64_t>(kBlockBytes, checked - done));
+        if (!file.read(record.start + static_cast<int64_t>(done), bytes.data(), bytes.size())) {
+            problems.add("reading", "the " + name + " cannot be read");
+            return;
+        }
+        checksum = crc32c(bytes.data(), bytes.size(), checksum);
+    }
+    uint8_t stated[kRecordChecksumSize];
+    if (checked == 0 || !file.read(record.start + static_cast<int64_t>(checked), stated, sizeof stated) ||
+        loadLe<uint32_t>(stated) != checksum)
+        problems.add(kKind, "the " + name + " does not match its checksum");
+}
+
 /// Whether the origin record can be decoded.
 bool checkOrigin(const FileReader& file, const StoreHead& head, OriginRecord& origin, ProblemList& problems)
 {
     checkRecordHeader(file, head.origin, kOriginRecordId, kOriginDescription, problems);
+    checkChecksum(file, head.origin, "origin record", problems);
     const std::vector<uint8_t> bytes = readHeadOf(file, head.origin, kOriginFixedSize, originHeadLength);
     const Status decoded = decodeOrigin(bytes.data(), bytes.size(), static_cast<uint64_t>(head.origin.length),
                                         head.header.pointCount, origin);
@@ -116,6 +141,7 @@ bool checkOrigin(const FileReader& file, const StoreHead& head, OriginRecord& or
 bool checkFlags(const FileReader& file, const StoreHead& head, FlagsRecord& flags, ProblemList& problems)
 {
     checkRecordHeader(file, head.flags, kFlagsRecordId, kFlagsDescription, problems);
+    checkChecksum(file, head.flags, "flags record", problems);
     const std::vector<uint8_t> bytes = readHeadOf(file, head.flags, kFlagsFixedSize, flagsHeadLength);
     const Status decoded = decodeFlags(bytes.data(), bytes.size(), static_cast<uint64_t>(head.flags.length),
                                        head.header.pointCount, flags);

@@ -39,7 +39,6 @@ constexpr size_t kFixedSize = 2488; ///< where the point source ids start
 
 constexpr size_t kCellSize = 16;
 constexpr size_t kSegmentSize = 16;
-constexpr size_t kChecksumSize = 4;
 constexpr size_t kMaxSources = 65536;
 constexpr uint32_t kMaxGridSize = 65536;
 
@@ -117,8 +116,8 @@ bool sizesAgree(const uint8_t* data, size_t size)
     const uint64_t cells = loadLe<uint64_t>(data + kCellCountAt);
     const uint64_t segments = loadLe<uint64_t>(data + kSegmentCountAt);
     if (sources > kMaxSources || cells > size / kCellSize || segments > size / kSegmentSize) return false;
-    return size ==
-           kFixedSize + sourcesSize(sources) + kCellSize * cells + kSegmentSize * segments + kChecksumSize;
+    return size == kFixedSize + sourcesSize(sources) + kCellSize * cells + kSegmentSize * segments +
+                       kRecordChecksumSize;
 }
 
 /// Reads the cells from `data`, where they start, and their segments, which follow them.
@@ -374,7 +373,7 @@ std::vector<uint8_t> encodeIndex(const StoreIndex& index)
     const size_t cellsAt = kFixedSize + sourcesSize(index.statistics.pointSources.size());
     const size_t checksumAt = cellsAt + kCellSize * index.cells.size() + kSegmentSize * segmentCount;
 
-    std::vector<uint8_t> bytes(checksumAt + kChecksumSize);
+    std::vector<uint8_t> bytes(checksumAt + kRecordChecksumSize);
     uint8_t* const data = bytes.data();
     std::memcpy(data + kMagicAt, kMagic, kMagicSize);
     storeLe(data + kVersionAt, kIndexVersion);
@@ -394,14 +393,14 @@ std::vector<uint8_t> encodeIndex(const StoreIndex& index)
 
 Status parseIndex(const uint8_t* data, size_t size, StoreIndex& index)
 {
-    if (size < kFixedSize + kChecksumSize || std::memcmp(data + kMagicAt, kMagic, kMagicSize) != 0)
+    if (size < kFixedSize + kRecordChecksumSize || std::memcmp(data + kMagicAt, kMagic, kMagicSize) != 0)
         return damaged("does not start as one");
     const uint32_t version = loadLe<uint32_t>(data + kVersionAt);
     if (version != kIndexVersion)
         return Status::failure("the octree index has format version " + std::to_string(version) +
                                ", this program reads version " + std::to_string(kIndexVersion) +
                                "; use the program that wrote it, or a newer one");
-    if (crc32c(data, size - kChecksumSize) != loadLe<uint32_t>(data + size - kChecksumSize))
+    if (crc32c(data, size - kRecordChecksumSize) != loadLe<uint32_t>(data + size - kRecordChecksumSize))
         return damaged("does not match its checksum");
     if (!sizesAgree(data, size)) return damaged("has another length than its counts call for");
 

@@ -21,6 +21,9 @@ constexpr uint16_t kOriginRecordId = 2;
 constexpr uint16_t kFlagsRecordId = 3;
 constexpr char kIndexDescription[] = "octree index";
 
+/// Each record of the store ends with the CRC-32C of all its bytes before that.
+constexpr size_t kRecordChecksumSize = 4;
+
 constexpr uint32_t kIndexVersion = 1;
 constexpr unsigned kMaxLevel = 21;             ///< deepest level whose Morton code fits 63 bits
 constexpr int64_t kMaxCellPoints = 0x7FFFFFFF; ///< most points in a cell: what one draw call can take

@@ -29,16 +29,6 @@ std::string nameOf(const std::string& path)
     return path.substr(path.find_last_of('/') + 1);
 }
 
-/// An EVLR header with the first `content` bytes of its record, which has `length` bytes in all.
-std::vector<uint8_t> withRecordHeader(uint16_t recordId, uint64_t length, const char* description,
-                                      const std::vector<uint8_t>& content)
-{
-    const auto header = storeRecordHeader(recordId, length, description);
-    std::vector<uint8_t> bytes(header.size() + content.size());
-    std::copy(content.begin(), content.end(), std::copy(header.begin(), header.end(), bytes.begin()));
-    return bytes;
-}
-
 } // namespace
 
 StoreWriter::StoreWriter(const SourceSet& sources, const StoreGrid& grid, const PointTable& table)
@@ -55,7 +45,9 @@ Status StoreWriter::plan(uint64_t storeId)
                                ": has more bytes of variable length records than a store takes");
 
     const std::vector<uint8_t> cells = encodeCells(storeId);
-    _index = withRecordHeader(kIndexRecordId, cells.size(), kIndexDescription, cells);
+    const auto indexHeader = storeRecordHeader(kIndexRecordId, cells.size(), kIndexDescription);
+    _index.assign(indexHeader.begin(), indexHeader.end());
+    _index.insert(_index.end(), cells.begin(), cells.end());
     if (Status status = planOrigin(); !status) return status;
     planFlags();
     _indexStart = _header.size() + _table.pointCount() * kPointSize;
@@ -106,8 +98,7 @@ Status StoreWriter::planOrigin()
             return Status::failure(file.path + ": its header cannot be read again");
         _origin.sources.push_back(std::move(source));
     }
-    const std::vector<uint8_t> head = encodeOrigin(_origin);
-    _originHead = withRecordHeader(kOriginRecordId, _origin.length, kOriginDescription, head);
+    _originHead = encodeOrigin(_origin);
     return {};
 }
 
@@ -116,25 +107,28 @@ void StoreWriter::planFlags()
     _flags.pointCount = _table.pointCount();
     for (size_t i = 0; i < _sources.sources().size(); ++i)
         _flags.sources.push_back({_sources.sources()[i].points->file().pointCount, _table.restLength(i), 0});
-    const std::vector<uint8_t> head = encodeFlags(_flags);
-    _flagsHead = withRecordHeader(kFlagsRecordId, _flags.length, kFlagsDescription, head);
+    _flagsHead = encodeFlags(_flags);
 }
 
 Status StoreWriter::write(OutputFile& file, BuildRun& run)
 {
     if (Status status = file.write(0, _header.data(), _header.size()); !status) return status;
-    if (Status status = writePoints(file, run); !status) return status;
     if (Status status = file.write(_indexStart, _index.data(), _index.size()); !status) return status;
-    if (Status status = file.write(_originStart, _originHead.data(), _originHead.size()); !status)
+    RecordWriter origin(file, _originStart, _origin.length);
+    if (Status status = origin.begin(kOriginRecordId, kOriginDescription, _originHead); !status)
         return status;
-    if (Status status = file.write(_flagsStart, _flagsHead.data(), _flagsHead.size()); !status) return status;
-    if (Status status = writeFlags(file, run); !status) return status;
-    return writeTails(file, run);
+    if (Status status = writePoints(file, origin, run); !status) return status;
+    if (Status status = writeTails(origin, run); !status) return status;
+    if (Status status = origin.finish(); !status) return status;
+    RecordWriter flags(file, _flagsStart, _flags.length);
+    if (Status status = flags.begin(kFlagsRecordId, kFlagsDescription, _flagsHead); !status) return status;
+    if (Status status = writeFlags(flags, run); !status) return status;
+    return flags.finish();
 }
 
 /// Points stand by level, then Morton code. Each part of the Morton order adds a run to every level, whose
 /// place follows from the counts of the parts before.
-Status StoreWriter::writePoints(OutputFile& file, BuildRun& run) const
+Status StoreWriter::writePoints(OutputFile& file, RecordWriter& origin, BuildRun& run) const
 {
     const size_t count = _table.pointCount();
     const size_t parts = (count + kPartPoints - 1) / kPartPoints;
@@ -152,15 +146,15 @@ Status StoreWriter::writePoints(OutputFile& file, BuildRun& run) const
             place += std::exchange(part[level], place);
 
     return run.forEach(parts, [&](size_t part) -> Status {
-        Status written =
-            writePart(file, part * kPartPoints, partEnd(part), {places[part].begin(), places[part].end()});
+        Status written = writePart(file, origin, part * kPartPoints, partEnd(part),
+                                   {places[part].begin(), places[part].end()});
         if (written) run.done(partEnd(part) - part * kPartPoints);
         return written;
     });
 }
 
 /// Writes the points [first, last) of the Morton order; those of a level go to `positions[level]` and on.
-Status StoreWriter::writePart(OutputFile& file, size_t first, size_t last,
+Status StoreWriter::writePart(OutputFile& file, RecordWriter& origin, size_t first, size_t last,
                               std::vector<uint64_t> positions) const
 {
     const size_t ordinalSize = _origin.ordinalSize;
@@ -183,39 +177,42 @@ Status StoreWriter::writePart(OutputFile& file, size_t first, size_t last,
         if (Status status = file.write(_header.size() + place * kPointSize, records.data(), records.size());
             !status)
             return status;
-        const uint64_t ordinalStart = _originStart + kEvlrHeaderSize + _origin.ordinalStart;
-        if (Status status = file.write(ordinalStart + place * ordinalSize, ordinals.data(), ordinals.size());
-            !status)
+        const uint64_t ordinalsAt = _origin.ordinalStart + place * ordinalSize;
+        if (Status status = origin.write(ordinalsAt, ordinals.data(), ordinals.size()); !status)
             return status;
     }
     return {};
 }
 
-Status StoreWriter::writeFlags(OutputFile& file, BuildRun& run) const
+Status StoreWriter::writeFlags(RecordWriter& record, BuildRun& run) const
 {
-    const uint64_t recordStart = _flagsStart + kEvlrHeaderSize;
     const uint64_t count = _table.pointCount();
     const size_t parts = (count + kPartPoints - 1) / kPartPoints;
     const uint8_t* flags = _table.flags();
-    Status status = run.forEach(parts, [&](size_t part) {
+    Status status = run.forEach(parts, [&](size_t part) -> Status {
         const uint64_t first = part * kPartPoints;
         const uint64_t last = std::min<uint64_t>(count, first + kPartPoints);
         std::vector<uint8_t> packed((last - first + 1) / 2);
         for (uint64_t i = first; i < last; ++i)
             packed[(i - first) / 2] |= static_cast<uint8_t>(i % 2 ? flags[i] << 4 : flags[i]);
-        return file.write(recordStart + _flags.flagsStart + first / 2, packed.data(), packed.size());
+        std::vector<uint8_t> classes(last - first);
+        for (uint64_t i = first; i < last; ++i)
+            classes[i - first] = _table.record(i)[kClass];
+        if (Status written = record.write(_flags.flagsStart + first / 2, packed.data(), packed.size());
+            !written)
+            return written;
+        return record.write(_flags.classesStart + first, classes.data(), classes.size());
     });
     for (size_t i = 0; status && i < _flags.sources.size(); ++i) {
         const std::vector<uint8_t>& rest = _table.rest(i);
-        status = file.write(recordStart + _flags.sources[i].restStart, rest.data(), rest.size());
+        status = record.write(_flags.sources[i].restStart, rest.data(), rest.size());
     }
     return status;
 }
 
 /// Copies what the sources hold behind their points.
-Status StoreWriter::writeTails(OutputFile& file, BuildRun& run) const
+Status StoreWriter::writeTails(RecordWriter& origin, BuildRun& run) const
 {
-    const uint64_t recordStart = _originStart + kEvlrHeaderSize;
     return run.forEach(_origin.sources.size(), [&](size_t i) -> Status {
         const OriginSource& source = _origin.sources[i];
         const LasFile& las = _sources.sources()[i].points->file();
@@ -228,8 +225,7 @@ Status StoreWriter::writeTails(OutputFile& file, BuildRun& run) const
             bytes.resize(std::min<uint64_t>(bytes.size(), source.tailLength - done));
             if (!reader.read(static_cast<int64_t>(las.pointDataEnd() + done), bytes.data(), bytes.size()))
                 return Status::failure(las.path + ": cannot be read behind its points");
-            if (Status status = file.write(recordStart + source.tailStart + done, bytes.data(), bytes.size());
-                !status)
+            if (Status status = origin.write(source.tailStart + done, bytes.data(), bytes.size()); !status)
                 return status;
         }
         return {};

@@ -5,6 +5,7 @@
 #include "store/build/BuildRun.h"
 #include "store/build/OutputFile.h"
 #include "store/build/PointTable.h"
+#include "store/build/RecordWriter.h"
 #include "store/build/SourceSet.h"
 
 #include <cstdint>
@@ -32,16 +33,17 @@ private:
     Status planOrigin();
     void planFlags();
     std::vector<uint8_t> encodeCells(uint64_t storeId) const;
-    Status writePoints(OutputFile& file, BuildRun& run) const;
-    Status writePart(OutputFile& file, size_t first, size_t last, std::vector<uint64_t> positions) const;
-    Status writeFlags(OutputFile& file, BuildRun& run) const;
-    Status writeTails(OutputFile& file, BuildRun& run) const;
+    Status writePoints(OutputFile& file, RecordWriter& origin, BuildRun& run) const;
+    Status writePart(OutputFile& file, RecordWriter& origin, size_t first, size_t last,
+                     std::vector<uint64_t> positions) const;
+    Status writeFlags(RecordWriter& flags, BuildRun& run) const;
+    Status writeTails(RecordWriter& origin, BuildRun& run) const;
 
     const SourceSet& _sources;
     const StoreGrid& _grid;
     const PointTable& _table;
     std::vector<uint8_t> _header;
-    std::vector<uint8_t> _index; ///< with its EVLR header, as the two below
+    std::vector<uint8_t> _index; ///< with its EVLR header
     std::vector<uint8_t> _originHead;
     std::vector<uint8_t> _flagsHead;
     OriginRecord _origin;

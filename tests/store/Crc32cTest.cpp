@@ -6,6 +6,7 @@
 #include <vector>
 
 using VelBrx::crc32c;
+using VelBrx::crc32cCombine;
 
 namespace {
 
@@ -30,4 +31,16 @@ TEST(Crc32c, ContinuesOverPiecesOfAnyLength)
     const auto* data = reinterpret_cast<const uint8_t*>(text.data());
     for (size_t cut = 0; cut <= text.size(); ++cut)
         EXPECT_EQ(crc32c(data + cut, text.size() - cut, crc32c(data, cut)), crcOfText(text)) << cut;
+}
+
+TEST(Crc32c, OfAWholeFollowsFromThoseOfItsParts)
+{
+    std::vector<uint8_t> data(100003);
+    for (size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<uint8_t>(i * i >> 3);
+    const uint32_t whole = crc32c(data.data(), data.size());
+    for (size_t cut : {size_t(0), size_t(1), size_t(7), size_t(65536), data.size() - 1, data.size()}) {
+        const uint32_t second = crc32c(data.data() + cut, data.size() - cut);
+        EXPECT_EQ(crc32cCombine(crc32c(data.data(), cut), second, data.size() - cut), whole) << cut;
+    }
 }

@@ -2,6 +2,10 @@
 #include <VelBrx/MiraLasRead.h>
 #include <VelBrx/Verify.h>
 
+#include "store/ByteIo.h"
+#include "store/FlagsRecord.h"
+#include "store/OriginRecord.h"
+#include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestPoint.h"
 #include "tests/support/TestStore.h"
@@ -17,6 +21,10 @@ using namespace VelBrx;
 namespace {
 
 constexpr size_t kIndexStart = 579;
+constexpr size_t kIndexEnd = 3191;
+constexpr size_t kOriginStart = 3251;
+constexpr size_t kOriginEnd = 4266;
+constexpr size_t kFlagsStart = 4326;
 
 /// The bytes that golden-store.txt states.
 std::vector<uint8_t> goldenBytes()
@@ -52,13 +60,18 @@ protected:
     const TempFolder _folder;
     const std::vector<uint8_t> _bytes = goldenBytes();
     const std::string _path = _folder.write("golden.brx", _bytes);
+
+    std::vector<uint8_t> bytesOf(size_t first, size_t last) const
+    {
+        return {_bytes.data() + first, _bytes.data() + last};
+    }
 };
 
 } // namespace
 
 TEST_F(GoldenStore, IsSound)
 {
-    ASSERT_EQ(_bytes.size(), 3191u);
+    ASSERT_EQ(_bytes.size(), 4419u);
     EXPECT_EQ(verifyStore(_path), std::vector<std::string>());
 }
 
@@ -159,6 +172,44 @@ TEST_F(GoldenStore, HasTheRecordOfAPointWhereItsIndexSays)
 TEST_F(GoldenStore, HasTheIndexBytesThatTheEncoderWrites)
 {
     StoreIndex index;
-    ASSERT_TRUE(decodeIndex(_bytes.data() + kIndexStart, _bytes.size() - kIndexStart, 4, index));
-    EXPECT_EQ(encodeIndex(index), std::vector<uint8_t>(_bytes.begin() + kIndexStart, _bytes.end()));
+    ASSERT_TRUE(decodeIndex(_bytes.data() + kIndexStart, kIndexEnd - kIndexStart, 4, index));
+    EXPECT_EQ(encodeIndex(index), bytesOf(kIndexStart, kIndexEnd));
+}
+
+TEST_F(GoldenStore, HasTheOriginThatItsBytesState)
+{
+    OriginRecord origin;
+    ASSERT_TRUE(decodeOrigin(&_bytes[kOriginStart], 992, kOriginEnd - kOriginStart, 4, origin));
+    ASSERT_EQ(origin.sources.size(), 2u);
+    EXPECT_EQ(origin.sources[0].name, "a.las");
+    EXPECT_EQ(origin.sources[0].recordLength, 37);
+    EXPECT_EQ(origin.sources[0].tailLength, 3u);
+    EXPECT_EQ(origin.sources[1].axes[0].factor, 2);
+    EXPECT_EQ(origin.sources[1].axes[0].shift, 100);
+    EXPECT_EQ(encodeOrigin(origin), bytesOf(kOriginStart, kOriginStart + 992));
+    EXPECT_EQ(origin.length, kOriginEnd - kOriginStart);
+}
+
+TEST_F(GoldenStore, HasTheSourceFlagsThatItsBytesState)
+{
+    FlagsRecord flags;
+    ASSERT_TRUE(decodeFlags(&_bytes[kFlagsStart], 80, _bytes.size() - kFlagsStart, 4, flags));
+    ASSERT_EQ(flags.sources.size(), 2u);
+    EXPECT_EQ(flags.sources[0].restLength, 1u);
+    EXPECT_EQ(flags.classesStart, 82u);
+    EXPECT_EQ(encodeFlags(flags), bytesOf(kFlagsStart, kFlagsStart + 80));
+    EXPECT_EQ(flags.length, _bytes.size() - kFlagsStart);
+}
+
+TEST_F(GoldenStore, GivesBackItsSources)
+{
+    const std::vector<std::vector<uint8_t>> sources = restoreSources(_path);
+    ASSERT_EQ(sources.size(), 2u);
+    ASSERT_EQ(sources[0].size(), 489u);
+    const uint8_t* const third = &sources[0][375 + 2 * 37];
+    EXPECT_EQ(third[15], 0x08) << "overlap";
+    EXPECT_EQ(std::vector<uint8_t>(third + 36, third + 40), (std::vector<uint8_t>{0xA2, 'e', 'n', 'd'}));
+    ASSERT_EQ(sources[1].size(), 411u);
+    EXPECT_EQ(loadLe<int32_t>(&sources[1][375]), 350);
+    EXPECT_EQ(loadLe<int32_t>(&sources[1][379]), 400);
 }

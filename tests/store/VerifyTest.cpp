@@ -4,6 +4,7 @@
 #include "tests/support/TestStore.h"
 
 #include "store/ByteIo.h"
+#include "store/Crc32c.h"
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
 
@@ -38,6 +39,12 @@ void appendRecord(std::vector<uint8_t>& file, uint16_t id, const char* descripti
     const auto header = storeRecordHeader(id, content.size(), description);
     file.insert(file.end(), header.begin(), header.end());
     file.insert(file.end(), content.begin(), content.end());
+}
+
+/// Puts the checksum at the end of a record's content in order.
+void sign(uint8_t* content, size_t size)
+{
+    storeLe(content + size - kRecordChecksumSize, crc32c(content, size - kRecordChecksumSize));
 }
 
 std::string joined(const std::vector<std::string>& lines)
@@ -188,6 +195,7 @@ TEST(Verify, ChecksTheRecordsOfThePointsSource)
     const size_t ordinals = originStart + origin.ordinalStart;
     for (uint32_t i = 0; i < 14; ++i)
         storeLe<uint32_t>(&content[origin.ordinalStart + 4 * i], 13 - i);
+    sign(content.data(), content.size());
     appendRecord(file, kOriginRecordId, kOriginDescription, content);
 
     const size_t flagsStart = file.size() + 60;
@@ -196,12 +204,22 @@ TEST(Verify, ChecksTheRecordsOfThePointsSource)
     flags.sources.push_back({store.points.size(), 0, 0});
     content = encodeFlags(flags);
     content.resize(flags.length);
+    sign(content.data(), content.size());
     appendRecord(file, kFlagsRecordId, kFlagsDescription, content);
     ASSERT_EQ(joined(problemsOf(file)), "");
+
+    for (size_t position : {ordinals + 1, ordinals - 1, flagsStart - 64, flagsStart + flags.flagsStart + 2,
+                            flagsStart + flags.classesStart, file.size() - 1}) {
+        std::vector<uint8_t> damaged = file;
+        damaged[position] ^= 0x10;
+        expectProblem(problemsOf(damaged), "record does not match its checksum");
+    }
 
     const auto expectFault = [&](size_t position, uint8_t value, const std::string& line) {
         std::vector<uint8_t> damaged = file;
         damaged[position] = value;
+        sign(&damaged[originStart], origin.length);
+        sign(&damaged[flagsStart], flags.length);
         const std::vector<std::string> problems = problemsOf(damaged);
         expectProblem(problems, line);
         EXPECT_EQ(problems.size(), 1u) << joined(problems);
