@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include <emmintrin.h>
+
 namespace VelBrx::Laz {
 
 /// Adaptive probability of one binary decision. A default-constructed model is in its initial state.
@@ -53,9 +55,9 @@ public:
         for (unsigned k = 0; k < symbols; ++k)
             model._count[k] = 1;
         for (unsigned k = symbols; k < kPadded + 1; ++k)
-            model._low[k] = kNeverReached;
-        for (unsigned k = 0; k < kGroups; ++k)
-            model._groupLow[k] = kNeverReached;
+            model._bounds[kLead + k] = kNeverReached;
+        for (uint16_t& end : model._groupEnds)
+            end = kNeverReached;
         model._cycle = symbols;
         model.update();
         model._cycle = model._countdown = (symbols + 6) >> 1;
@@ -69,7 +71,7 @@ private:
     {
     };
     constexpr explicit SymbolModel(Zeroed)
-        : _low{}, _count{}, _groupLow{}, _total(0), _cycle(0), _countdown(0)
+        : _bounds{}, _groupEnds{}, _count{}, _total(0), _cycle(0), _countdown(0)
     {
     }
 
@@ -77,6 +79,7 @@ private:
     static constexpr unsigned kPadded = (kCapacity + kGroupSize - 1) / kGroupSize * kGroupSize;
     static constexpr unsigned kGroups = (kPadded / kGroupSize + 7) / 8 * 8;
     static constexpr bool kGrouped = kCapacity > 64;
+    static constexpr unsigned kLead = 7; ///< unused bounds that align the one of symbol 1
     static constexpr uint16_t kNeverReached = 0xFFFF;
     static constexpr uint32_t kScaleBits = 15;
     static constexpr uint32_t kMaxTotal = 1u << kScaleBits;
@@ -86,21 +89,41 @@ private:
     template <unsigned n>
     static unsigned countAtMost(const uint16_t* values, uint16_t x)
     {
+#ifdef __SSE2__
+        // They are ascending, so the bits of those that count are the lowest, one for each.
+        static_assert(n % 8 == 0 && n <= 64, "a bit each; at least one value is above");
+        const __m128i limit = _mm_set1_epi16(static_cast<short>(x));
+        const auto atMost = [&](unsigned k) {
+            if (k >= n) return _mm_setzero_si128();
+            const __m128i eight = _mm_load_si128(reinterpret_cast<const __m128i*>(values + k));
+            return _mm_cmpeq_epi16(_mm_subs_epu16(eight, limit), _mm_setzero_si128());
+        };
+        uint64_t above = ~uint64_t{0};
+        for (unsigned k = 0; k < n; k += 16)
+            above ^= uint64_t{static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(atMost(k), atMost(k + 8))))} << k;
+        return static_cast<unsigned>(__builtin_ctzll(above));
+#else
         uint16_t count = 0;
         for (unsigned k = 0; k < n; ++k)
             count = static_cast<uint16_t>(count + (values[k] <= x));
         return count;
+#endif
     }
 
     /// The symbol whose interval holds `x`, in units of 2^-15 of the whole.
     unsigned find(uint16_t x) const
     {
         if constexpr (kGrouped) {
-            const unsigned group = (countAtMost<kGroups>(_groupLow, x) - 1) * kGroupSize;
-            return group + countAtMost<kGroupSize>(_low + group, x) - 1;
+            const unsigned group = kGroupSize * countAtMost<kGroups>(_groupEnds, x);
+            return group + countAtMost<kGroupSize>(_bounds + kLead + 1 + group, x);
         } else
-            return countAtMost<kPadded>(_low, x) - 1;
+            return countAtMost<kPadded>(_bounds + kLead + 1, x);
     }
+
+    uint32_t low(unsigned symbol) const { return _bounds[kLead + symbol]; }
+
+    /// Greater than the whole for the last symbol, which also gets what the division by 2^15 left over.
+    uint32_t high(unsigned symbol) const { return _bounds[kLead + symbol + 1]; }
 
     constexpr void halve()
     {
@@ -118,22 +141,25 @@ private:
         const uint32_t scale = (1u << 31) / _total;
         uint32_t sum = 0;
         for (unsigned k = 0; k < _symbols; ++k) {
-            _low[k] = static_cast<uint16_t>((scale * sum) >> 16);
+            _bounds[kLead + k] = static_cast<uint16_t>((scale * sum) >> 16);
             sum += _count[k];
+            if (_count[k] > _count[_likely]) _likely = k;
         }
         if constexpr (kGrouped)
-            for (unsigned k = 0; k * kGroupSize < _symbols; ++k)
-                _groupLow[k] = _low[k * kGroupSize];
+            for (unsigned k = kGroupSize; k < _symbols; k += kGroupSize)
+                _groupEnds[k / kGroupSize - 1] = _bounds[kLead + k];
         const uint32_t longest = 8 * (_symbols + 6);
         const uint32_t longer = (5 * _cycle) >> 2;
         _cycle = longer < longest ? longer : longest;
         _countdown = _cycle;
     }
 
-    uint16_t _low[kPadded + 1]; ///< lower end of each symbol's interval, in units of 2^-15
+    /// From `kLead` on the lower end of each symbol's interval, in units of 2^-15, then `kNeverReached`.
+    alignas(16) uint16_t _bounds[kLead + 1 + kPadded];
+    alignas(16) uint16_t _groupEnds[kGroups]; ///< lower ends of every kGroupSize-th symbol but the first
     uint16_t _count[kPadded];
-    uint16_t _groupLow[kGroups]; ///< every kGroupSize-th of `_low`
     uint32_t _symbols = 0;
+    uint32_t _likely = 0;
     uint32_t _total;
     uint32_t _cycle;
     uint32_t _countdown;
@@ -175,20 +201,23 @@ public:
         return result;
     }
 
+    /// The next symbol. Tries the one that has been the most frequent first: where that is right, it costs no
+    /// division and no search, and the processor need not wait for either.
     template <unsigned kCapacity>
     unsigned symbol(SymbolModel<kCapacity>& model)
     {
         const uint32_t unit = _length >> SymbolModel<kCapacity>::kScaleBits;
-        const unsigned result = model.find(static_cast<uint16_t>(_value / unit));
-        const uint32_t low = model._low[result] * unit;
-        // The last symbol also gets what the division by 2^15 left over.
-        const uint32_t high = result + 1 == model._symbols ? _length : model._low[result + 1] * unit;
-        _value -= low;
-        _length = high - low;
-        renormalise();
-        ++model._count[result];
-        if (--model._countdown == 0) model.update();
-        return result;
+        const unsigned likely = model._likely;
+        const auto [low, width] = interval(model, likely, unit);
+        if (_value - low < width) return take(model, likely, low, width);
+        return search(model, unit);
+    }
+
+    /// The same for symbols that are about equally likely.
+    template <unsigned kCapacity>
+    unsigned evenSymbol(SymbolModel<kCapacity>& model)
+    {
+        return search(model, _length >> SymbolModel<kCapacity>::kScaleBits);
     }
 
     /// `n` equally likely bits, 1 <= n <= 32.
@@ -211,6 +240,39 @@ public:
     const uint8_t* position() const { return _next; }
 
 private:
+    struct Interval
+    {
+        uint32_t low;
+        uint32_t width;
+    };
+
+    template <unsigned kCapacity>
+    Interval interval(const SymbolModel<kCapacity>& model, unsigned symbol, uint32_t unit) const
+    {
+        const uint32_t low = model.low(symbol) * unit;
+        const uint64_t high = uint64_t{model.high(symbol)} * unit;
+        return {low, (high < _length ? static_cast<uint32_t>(high) : _length) - low};
+    }
+
+    template <unsigned kCapacity>
+    unsigned search(SymbolModel<kCapacity>& model, uint32_t unit)
+    {
+        const unsigned symbol = model.find(static_cast<uint16_t>(_value / unit));
+        const auto [low, width] = interval(model, symbol, unit);
+        return take(model, symbol, low, width);
+    }
+
+    template <unsigned kCapacity>
+    unsigned take(SymbolModel<kCapacity>& model, unsigned symbol, uint32_t low, uint32_t width)
+    {
+        _value -= low;
+        _length = width;
+        renormalise();
+        ++model._count[symbol];
+        if (--model._countdown == 0) model.update();
+        return symbol;
+    }
+
     uint32_t shortBits(unsigned n)
     {
         _length >>= n;
@@ -221,26 +283,28 @@ private:
         return result & ((1u << n) - 1);
     }
 
-    /// The next four bytes, the first the most significant.
-    uint32_t peek() const
+    /// The next four bytes, the first the most significant; zeros behind the end.
+    uint32_t peek() const { return _end - _next >= 4 ? loadBigEndian(_next) : peekAtEnd(); }
+
+    static uint32_t loadBigEndian(const uint8_t* bytes)
     {
-        uint8_t bytes[4] = {0, 0, 0, 0};
-        if (_end - _next >= 4)
-            std::memcpy(bytes, _next, 4);
-        else
-            for (ptrdiff_t k = 0; k < _end - _next; ++k)
-                bytes[k] = _next[k];
         return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
                static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
     }
 
-    void advance(ptrdiff_t count)
+    [[gnu::noinline, gnu::cold]] uint32_t peekAtEnd() const
     {
-        _next += count;
-        if (_next > _end) {
-            _next = _end;
+        uint8_t bytes[4] = {0, 0, 0, 0};
+        std::memcpy(bytes, _next, static_cast<size_t>(_end - _next));
+        return loadBigEndian(bytes);
+    }
+
+    void advance(unsigned count)
+    {
+        if (static_cast<size_t>(_end - _next) < count)
             _overrun = true;
-        }
+        else
+            _next += count;
     }
 
     /// Takes whole bytes until the length has its highest byte again. The length is at least 32 before, since

@@ -23,7 +23,7 @@ public:
     /// The value; of 8 and 16 bits the low bits count, the rest is zero.
     uint32_t decode(ArithmeticDecoder& decoder, uint32_t prediction, WidthModel& widthModel)
     {
-        _width = decoder.symbol(widthModel);
+        _width = decoder.evenSymbol(widthModel);
         const uint32_t value = prediction + correction(decoder);
         if constexpr (kBits == 32)
             return value;
@@ -42,7 +42,7 @@ private:
     {
         if (_width == 0) return decoder.bit(_sign);
         if (_width == 32) return 1u << 31;
-        uint32_t value = decoder.symbol(correctionModel());
+        uint32_t value = decoder.evenSymbol(correctionModel());
         if (_width > kSymbolBits) {
             const unsigned rawBits = _width - kSymbolBits;
             value = value << rawBits | decoder.bits(rawBits);
