@@ -100,7 +100,9 @@ private:
         };
         uint64_t above = ~uint64_t{0};
         for (unsigned k = 0; k < n; k += 16)
-            above ^= uint64_t{static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(atMost(k), atMost(k + 8))))} << k;
+            above ^=
+                uint64_t{static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(atMost(k), atMost(k + 8))))}
+                << k;
         return static_cast<unsigned>(__builtin_ctzll(above));
 #else
         uint16_t count = 0;
@@ -120,10 +122,16 @@ private:
             return countAtMost<kPadded>(_bounds + kLead + 1, x);
     }
 
-    uint32_t low(unsigned symbol) const { return _bounds[kLead + symbol]; }
+    uint32_t low(unsigned symbol) const
+    {
+        return _bounds[kLead + symbol];
+    }
 
     /// Greater than the whole for the last symbol, which also gets what the division by 2^15 left over.
-    uint32_t high(unsigned symbol) const { return _bounds[kLead + symbol + 1]; }
+    uint32_t high(unsigned symbol) const
+    {
+        return _bounds[kLead + symbol + 1];
+    }
 
     constexpr void halve()
     {
