@@ -54,8 +54,8 @@ void addBuildCommand(CLI::App& app)
         bool json = false;
     };
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("build", "Build one store from LAS files");
-    command->add_option("IN", options->build.inputs, "LAS 1.0 to 1.4 files, point formats 0 to 10")
+    CLI::App* const command = app.add_subcommand("build", "Build one store from LAS and LAZ files");
+    command->add_option("IN", options->build.inputs, "LAS 1.0 to 1.4 and LAZ files, point formats 0 to 10")
         ->required();
     command->add_option("-o,--output", options->build.output, "the store to make, a .brx file")->required();
     command->add_flag("--force", options->build.overwrite, "replace the store when it exists");

@@ -21,7 +21,8 @@ struct BuildProgress
 
 struct BuildOptions
 {
-    std::vector<std::string> inputs; ///< LAS files, in the order of their points in the store's origin
+    std::vector<std::string>
+        inputs; ///< LAS and LAZ files, in the order of their points in the store's origin
     std::string output;
     bool overwrite = false; ///< replace `output` when it exists
     unsigned threads = 0;   ///< 0: all processors
@@ -40,9 +41,9 @@ struct BuildReport
     std::vector<std::string> notes; ///< what was repaired, widened or could not be kept, one line each
 };
 
-/// Builds an octree store from LAS files. Every input point is in the store once, with all its attributes.
-/// The store appears under its name only when it is complete; a failed or cancelled build leaves nothing.
-/// Any thread may call it, several at once for different outputs.
+/// Builds an octree store from LAS and LAZ files. Every input point is in the store once, with all its
+/// attributes. The store appears under its name only when it is complete; a failed or cancelled build leaves
+/// nothing. Any thread may call it, several at once for different outputs.
 VEL_BRX_EXPORT Status buildStore(const BuildOptions& options, BuildReport& report);
 
 } // namespace VelBrx

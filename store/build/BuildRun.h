@@ -32,6 +32,13 @@ public:
     /// Counts points as done. Any thread.
     void done(uint64_t points) { _done += points; }
 
+    /// `done` within a long task, which ends with the failure when the build is cancelled. Any thread.
+    Status step(uint64_t points)
+    {
+        done(points);
+        return _options.cancel && *_options.cancel ? Status::failure("cancelled") : Status();
+    }
+
     /// `parallelFor` that reports progress and ends early when the build is cancelled.
     template <typename Task>
     Status forEach(size_t count, const Task& task)

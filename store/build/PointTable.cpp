@@ -57,46 +57,46 @@ Status PointTable::load(BuildRun& run)
     for (size_t source = 0; source < _sources.sources().size(); ++source)
         _rest.emplace_back(_sources.sources()[source].points->file().pointCount * restLength(source));
 
-    const std::vector<SourceSet::Batch> batches = _sources.batches();
+    const std::vector<SourceSet::Part> parts = _sources.parts();
     StatisticsCollector all(_count);
     std::mutex mutex; // guards all
-    const Status status = run.forEach(batches.size(), [&](size_t i) {
+    const Status status = run.forEach(parts.size(), [&](size_t i) {
         StatisticsCollector statistics(_count);
-        Status loaded = loadBatch(batches[i], statistics);
+        const auto& [source, index] = parts[i];
+        Status loaded = _sources.sources()[source].points->readPart(
+            index, [&](const PointBatch& batch) { return run.step(loadBatch(source, batch, statistics)); });
         const std::lock_guard lock(mutex);
         all.add(statistics);
-        if (loaded) run.done(statistics.pointCount());
         return loaded;
     });
     _statistics = all.finish(_grid);
     return status;
 }
 
-Status PointTable::loadBatch(const SourceSet::Batch& place, StatisticsCollector& statistics)
+/// Returns how many points there are in the batch.
+size_t PointTable::loadBatch(size_t sourceIndex, const PointBatch& batch, StatisticsCollector& statistics)
 {
-    const BuildSource& source = _sources.sources()[place.source];
-    PointBatch batch;
-    if (Status read = source.points->readBatch(place.index, batch); !read) return read;
+    const BuildSource& source = _sources.sources()[sourceIndex];
     const size_t sourceLength = source.format.recordLength();
     const size_t count = batch.records.size() / sourceLength;
     const uint64_t first = source.firstOrdinal + batch.first;
 
     uint8_t* records = &_records[first * kPointSize];
-    const size_t stride = restLength(place.source);
-    uint8_t* rest = stride ? &_rest[place.source][batch.first * stride] : nullptr;
-    if (!_grid.isExact(place.source))
+    const size_t stride = restLength(sourceIndex);
+    uint8_t* rest = stride ? &_rest[sourceIndex][batch.first * stride] : nullptr;
+    if (!_grid.isExact(sourceIndex))
         for (size_t i = 0; i < count; ++i)
             std::memcpy(rest + i * stride, &batch.records[i * sourceLength], kCoordinatesLength);
     source.format.decode(batch.records.data(), count, records, &_flags[first],
-                         _grid.isExact(place.source) ? rest : rest + kCoordinatesLength, stride);
-    _grid.mapRecords(place.source, records, count);
+                         _grid.isExact(sourceIndex) ? rest : rest + kCoordinatesLength, stride);
+    _grid.mapRecords(sourceIndex, records, count);
     if (_widensColors) widenColors(records, count);
     statistics.add(records, count, first);
     for (size_t i = 0; i < count; ++i, records += kPointSize)
         _points[first + i] = {_places.columnCode(loadLe<int32_t>(records + kX), loadLe<int32_t>(records + kY),
                                                  loadLe<int32_t>(records + kZ)),
                               first + i, 0};
-    return {};
+    return count;
 }
 
 void PointTable::widenColors(uint8_t* records, size_t count) const

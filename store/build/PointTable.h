@@ -44,7 +44,7 @@ public:
     uint32_t restLength(size_t source) const;
 
 private:
-    Status loadBatch(const SourceSet::Batch& place, StatisticsCollector& statistics);
+    size_t loadBatch(size_t sourceIndex, const PointBatch& batch, StatisticsCollector& statistics);
     void widenColors(uint8_t* records, size_t count) const;
     std::vector<size_t> partition(BuildRun& run);
     Status sortParts(BuildRun& run, void (*finish)(TreePoint*, size_t));

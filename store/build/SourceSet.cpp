@@ -53,19 +53,19 @@ Status SourceSet::open(const std::vector<std::string>& paths)
 
 Status SourceSet::scan(BuildRun& run)
 {
-    const std::vector<Batch> all = batches();
+    const std::vector<Part> all = parts();
     std::mutex mutex; // guards the sources' scans
     const Status status = run.forEach(all.size(), [&](size_t i) -> Status {
         BuildSource& source = _sources[all[i].source];
-        PointBatch batch;
-        if (Status read = source.points->readBatch(all[i].index, batch); !read) return read;
         RecordScan scan;
-        const size_t count = batch.records.size() / source.format.recordLength();
-        source.format.scan(batch.records.data(), count, scan);
-        run.done(count);
+        Status read = source.points->readPart(all[i].index, [&](const PointBatch& batch) {
+            const size_t count = batch.records.size() / source.format.recordLength();
+            source.format.scan(batch.records.data(), count, scan);
+            return run.step(count);
+        });
         const std::lock_guard lock(mutex);
         source.scan.add(scan);
-        return {};
+        return read;
     });
     if (!status) return status;
     for (const BuildSource& source : _sources)
@@ -77,6 +77,8 @@ void SourceSet::noteHeader(const BuildSource& source)
 {
     const LasFile& file = source.points->file();
     if (file.pointCount == 0) return;
+    for (const std::string& note : source.points->notes())
+        _notes.push_back(file.path + ": " + note);
     if (!boundsAreRight(file, source.scan))
         _notes.push_back(file.path +
                          ": the header's bounds are not those of the points; the store has the right ones");
@@ -121,11 +123,11 @@ bool SourceSet::hasNarrowColors() const
     return maxColor > 0 && maxColor <= 255;
 }
 
-std::vector<SourceSet::Batch> SourceSet::batches() const
+std::vector<SourceSet::Part> SourceSet::parts() const
 {
-    std::vector<Batch> all;
+    std::vector<Part> all;
     for (size_t source = 0; source < _sources.size(); ++source)
-        for (uint64_t index = 0; index < _sources[source].points->batchCount(); ++index)
+        for (uint64_t index = 0; index < _sources[source].points->partCount(); ++index)
             all.push_back({source, index});
     return all;
 }

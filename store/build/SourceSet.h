@@ -40,14 +40,14 @@ public:
     /// Whether colours are 8-bit values in 16-bit fields: none above 255 and not all zero.
     bool hasNarrowColors() const;
 
-    /// A batch of one source.
-    struct Batch
+    /// A part of one source.
+    struct Part
     {
         size_t source;
         uint64_t index;
     };
-    /// All batches of all sources in order.
-    std::vector<Batch> batches() const;
+    /// All parts of all sources in order.
+    std::vector<Part> parts() const;
 
     const std::vector<std::string>& notes() const { return _notes; }
 

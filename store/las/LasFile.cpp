@@ -35,6 +35,7 @@ public:
         if (Status status = readHeader(); !status) return status;
         if (Status status = readPointLayout(); !status) return status;
         if (Status status = readVlrs(); !status) return status;
+        if (Status status = _compressed ? findCompressed() : Status(); !status) return status;
         return readEvlrs();
     }
 
@@ -45,6 +46,7 @@ private:
     uint64_t _declaredVlrs = 0;
     uint64_t _evlrStart = 0;
     uint64_t _declaredEvlrs = 0;
+    bool _compressed = false;
 
     Status failure(const std::string& text) const { return Status::failure(_file.path + ": " + text); }
 
@@ -110,8 +112,11 @@ private:
 
     Status readPointLayout()
     {
-        const uint8_t format = field<uint8_t>(kPointFormat);
-        if (format & 0xC0) return failure("holds compressed points (LAZ); decompress it to LAS first");
+        const uint8_t formatByte = field<uint8_t>(kPointFormat);
+        if (formatByte & kLazPreReleaseBit)
+            return failure("is compressed by a trial version of LAZ, which cannot be read; get it as LAS");
+        _compressed = formatByte & kLazFormatBit;
+        const uint8_t format = formatByte & ~kLazFormatBit;
         if (format > 10)
             return failure("has point format " + std::to_string(format) + "; formats 0 to 10 can be read");
         _file.pointFormat = format;
@@ -142,6 +147,13 @@ private:
             _file.pointsByReturn[i] = useLegacy ? field<uint32_t>(kLegacyPointsByReturn + 4 * i)
                                                 : field<uint64_t>(kPointsByReturn + 8 * i);
 
+        _file.pointCount = declared;
+        if (!_compressed) checkCount(declared);
+    }
+
+    /// Takes no more points than stand in the file.
+    void checkCount(uint64_t declared)
+    {
         uint64_t end = _file.fileSize;
         if (_declaredEvlrs > 0 && _evlrStart >= _file.pointDataStart && _evlrStart < end) end = _evlrStart;
         const uint64_t present = (end - _file.pointDataStart) / _file.recordLength;
@@ -185,6 +197,28 @@ private:
             position += vlr.data.size();
             _file.vlrs.push_back(std::move(vlr));
         }
+        return {};
+    }
+
+    Status findCompressed()
+    {
+        const auto vlr = std::find_if(_file.vlrs.begin(), _file.vlrs.end(), [](const LasVlr& v) {
+            return v.userId == kLazUserId && v.recordId == kLazRecordId;
+        });
+        if (vlr == _file.vlrs.end())
+            return failure("has compressed points (LAZ) but not the record that tells how; get a whole copy");
+        LazPoints laz;
+        Status status = parseLazItems(vlr->data.data(), vlr->data.size(), _file.recordLength, laz.items);
+        const bool isLayered = laz.items.compressor == LazCompressor::Layered;
+        if (status && isLayered != (_file.pointFormat >= 6))
+            status = Status::failure("its LAZ record is for other points than its format " +
+                                     std::to_string(_file.pointFormat));
+        if (status)
+            status = readLazChunkTable(_input, laz.items, _file.pointDataStart, _file.pointCount, laz.chunks);
+        if (!status) return failure("cannot be read: " + status.message());
+        if (!laz.chunks.note.empty()) note(laz.chunks.note);
+        _file.pointCount = laz.chunks.pointCount;
+        _file.laz = std::move(laz);
         return {};
     }
 

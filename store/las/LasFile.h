@@ -3,9 +3,11 @@
 #include <VelBrx/Status.h>
 
 #include "store/LasLayout.h"
+#include "store/las/laz/LazChunkTable.h"
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,8 +22,15 @@ struct LasVlr
     std::vector<uint8_t> data; ///< the payload behind the head
 };
 
-/// What a LAS file says of itself and, where that is not so, what is so: `pointCount` and the byte ranges lie
-/// inside the file.
+/// How the points of a LAZ file are compressed and where they are.
+struct LazPoints
+{
+    LazItems items;
+    LazChunkTable chunks;
+};
+
+/// What a LAS or LAZ file says of itself and, where that is not so, what is so: `pointCount` and the byte
+/// ranges lie inside the file.
 struct LasFile
 {
     std::string path;
@@ -33,10 +42,11 @@ struct LasFile
     char systemIdentifier[32] = {};
     uint16_t creationDay = 0;
     uint16_t creationYear = 0;
-    uint8_t pointFormat = 0;     ///< 0 to 10
-    uint16_t recordLength = 0;   ///< at least what the format needs
-    uint64_t pointDataStart = 0; ///< byte position of the first record
-    uint64_t pointCount = 0;     ///< whole records in the file
+    uint8_t pointFormat = 0;      ///< 0 to 10
+    uint16_t recordLength = 0;    ///< at least what the format needs
+    uint64_t pointDataStart = 0;  ///< byte position of the first record or of the compressed points
+    uint64_t pointCount = 0;      ///< whole records in the file
+    std::optional<LazPoints> laz; ///< of a file with compressed points
     double scale[3] = {0, 0, 0};
     double offset[3] = {0, 0, 0};
     double min[3] = {0, 0, 0}; ///< as the header states them, right or wrong
@@ -47,8 +57,11 @@ struct LasFile
     std::vector<std::string>
         notes; ///< what was found wrong and how it is read all the same, without the path
 
-    /// First byte behind the last record.
-    uint64_t pointDataEnd() const { return pointDataStart + pointCount * recordLength; }
+    /// First byte behind the last record or the compressed points.
+    uint64_t pointDataEnd() const
+    {
+        return laz ? laz->chunks.end : pointDataStart + pointCount * recordLength;
+    }
 };
 
 constexpr uint16_t kGpsStandardTimeBit =
@@ -56,7 +69,8 @@ constexpr uint16_t kGpsStandardTimeBit =
 constexpr uint16_t kSyntheticReturnsBit = 0x0008;
 constexpr uint16_t kWktBit = 0x0010;
 
-/// Reads the header, VLRs and EVLRs of the LAS 1.0 to 1.4 file at `path`. Fails with one line that names the
+/// Reads the header, VLRs and EVLRs of the LAS 1.0 to 1.4 file at `path`, and of a LAZ file where its points
+/// are. Fails with one line that names the
 /// file when its points cannot be read.
 Status readLasFile(const std::string& path, LasFile& file);
 

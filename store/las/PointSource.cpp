@@ -1,14 +1,13 @@
 #include "store/las/PointSource.h"
 
 #include "store/FileReader.h"
+#include "store/las/laz/LazPointSource.h"
 
 #include <algorithm>
 
 namespace VelBrx {
 
 namespace {
-
-constexpr uint64_t kBatchPoints = 1 << 16;
 
 /// Uncompressed records, read where they stand.
 class LasPointSource final : public PointSource
@@ -22,21 +21,32 @@ public:
         return status ? status : Status::failure(file().path + ": " + status.message());
     }
 
-    uint64_t batchCount() const override { return (file().pointCount + kBatchPoints - 1) / kBatchPoints; }
+    uint64_t partCount() const override { return (file().pointCount + kBatchPoints - 1) / kBatchPoints; }
 
-    Status readBatch(uint64_t index, PointBatch& batch) const override
+    Status readPart(uint64_t index, const Use& use) const override
     {
+        PointBatch batch;
         batch.first = index * kBatchPoints;
         const uint64_t count = std::min(kBatchPoints, file().pointCount - batch.first);
         batch.records.resize(count * file().recordLength);
         const uint64_t start = file().pointDataStart + batch.first * file().recordLength;
-        if (_input.read(static_cast<int64_t>(start), batch.records.data(), batch.records.size())) return {};
-        return Status::failure(file().path + ": its points cannot be read");
+        if (!_input.read(static_cast<int64_t>(start), batch.records.data(), batch.records.size()))
+            return Status::failure(file().path + ": its points cannot be read");
+        return use(batch);
     }
 
 private:
     FileReader _input;
 };
+
+template <typename Source>
+Status openSource(LasFile file, std::unique_ptr<PointSource>& source)
+{
+    auto opened = std::make_unique<Source>(std::move(file));
+    if (Status status = opened->open(); !status) return status;
+    source = std::move(opened);
+    return {};
+}
 
 } // namespace
 
@@ -44,10 +54,8 @@ Status openPointSource(const std::string& path, std::unique_ptr<PointSource>& so
 {
     LasFile file;
     if (Status status = readLasFile(path, file); !status) return status;
-    auto lasSource = std::make_unique<LasPointSource>(std::move(file));
-    if (Status status = lasSource->open(); !status) return status;
-    source = std::move(lasSource);
-    return {};
+    return file.laz ? openSource<LazPointSource>(std::move(file), source)
+                    : openSource<LasPointSource>(std::move(file), source);
 }
 
 } // namespace VelBrx

@@ -2,10 +2,15 @@
 
 #include "store/las/LasFile.h"
 
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace VelBrx {
+
+/// Points that a batch holds at most.
+constexpr uint64_t kBatchPoints = 1 << 16;
 
 /// Some consecutive records of one file.
 struct PointBatch
@@ -14,16 +19,24 @@ struct PointBatch
     std::vector<uint8_t> records; ///< whole source records, uncompressed
 };
 
-/// The point records of one file in batches. `readBatch` may be called from any thread, several at once with
-/// a batch of their own each; a compressed source decodes one chunk a batch.
+/// The point records of one file in parts. `readPart` may be called from any thread, several at once; a
+/// compressed source decodes one chunk a part.
 class PointSource
 {
 public:
+    using Use = std::function<Status(const PointBatch&)>;
+
     virtual ~PointSource() = default;
 
     const LasFile& file() const { return _file; }
-    virtual uint64_t batchCount() const = 0;
-    virtual Status readBatch(uint64_t index, PointBatch& batch) const = 0;
+    virtual uint64_t partCount() const = 0;
+
+    /// Hands the records of a part to `use`, one batch after the other, so that a part may be larger than
+    /// memory. A failure of `use` ends it and is returned.
+    virtual Status readPart(uint64_t index, const Use& use) const = 0;
+
+    /// What seemed wrong with the points read until now, a line each without the path.
+    virtual std::vector<std::string> notes() const { return {}; }
 
 protected:
     explicit PointSource(LasFile file) : _file(std::move(file)) {}
@@ -32,7 +45,7 @@ private:
     LasFile _file;
 };
 
-/// Opens the LAS file at `path`; fails with one line that names it.
+/// Opens the LAS or LAZ file at `path`; fails with one line that names it.
 Status openPointSource(const std::string& path, std::unique_ptr<PointSource>& source);
 
 } // namespace VelBrx

@@ -244,6 +244,7 @@ public:
 
     bool overrun() const { return _overrun; }
     bool corrupt() const { return _corrupt; }
+    bool atEnd() const { return _next == _end; }
     /// The first byte that has not been read. At the end of a sound stream it is the stream's end.
     const uint8_t* position() const { return _next; }
 
@@ -309,10 +310,12 @@ private:
 
     void advance(unsigned count)
     {
-        if (static_cast<size_t>(_end - _next) < count)
-            _overrun = true;
-        else
+        if (static_cast<size_t>(_end - _next) >= count)
             _next += count;
+        else {
+            _next = _end;
+            _overrun = true;
+        }
     }
 
     /// Takes whole bytes until the length has its highest byte again. The length is at least 32 before, since

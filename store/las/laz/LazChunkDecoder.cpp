@@ -63,6 +63,7 @@ public:
     Status start(const uint8_t* data, size_t size, uint64_t pointCount)
     {
         _begin = _first = data;
+        _size = size;
         _left = 0;
         if (pointCount == 0) return {};
         if (size < _recordLength) return damaged("a chunk is shorter than one point");
@@ -95,6 +96,7 @@ public:
         return {};
     }
 
+    bool isExact() const { return bytesRead() == _size && endsExactly(); }
     size_t bytesRead() const { return static_cast<size_t>(end() - _begin); }
 
 protected:
@@ -108,9 +110,12 @@ private:
     virtual Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t pointCount) = 0;
     virtual void decodePoints(uint8_t* records, uint64_t count) = 0;
     virtual bool failed() const = 0;
+    /// Whether every stream ends where its last value does.
+    virtual bool endsExactly() const = 0;
     virtual const uint8_t* end() const = 0;
 
     const uint8_t* _begin = nullptr;
+    size_t _size = 0;
     const uint8_t* _first = nullptr; ///< the first record until it has been read
     uint64_t _left = 0;
 };
@@ -176,6 +181,7 @@ private:
         _stream = stream;
     }
 
+    bool endsExactly() const override { return true; }
     bool failed() const override { return _stream.overrun() || _stream.corrupt(); }
     const uint8_t* end() const override { return _stream.position(); }
 
@@ -295,6 +301,11 @@ private:
             return layer.present && (layer.decoder.overrun() || layer.decoder.corrupt());
         });
     }
+    bool endsExactly() const override
+    {
+        return std::all_of(_layers.begin(), _layers.end(),
+                           [](const Layer& layer) { return !layer.present || layer.decoder.atEnd(); });
+    }
     const uint8_t* end() const override { return _end; }
 
     const bool _keepsChannel;
@@ -334,6 +345,11 @@ Status LazChunkDecoder::decode(const uint8_t* data, size_t size, uint64_t pointC
 {
     if (Status status = start(data, size, pointCount); !status) return status;
     return read(records, pointCount);
+}
+
+bool LazChunkDecoder::endsExactly() const
+{
+    return _impl->isExact();
 }
 
 size_t LazChunkDecoder::bytesRead() const

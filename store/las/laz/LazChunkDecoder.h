@@ -30,6 +30,10 @@ public:
     /// Decodes a whole chunk into `pointCount` point records.
     Status decode(const uint8_t* data, size_t size, uint64_t pointCount, uint8_t* records);
 
+    /// Whether the points that have been read, all of a chunk, used up the bytes that `start` was given, and
+    /// each stream its own. The streams of a sound chunk do; one that does not is most likely damaged.
+    bool endsExactly() const;
+
     /// Bytes of the chunk that are decoded: when its last point has been read, the size of a sound chunk.
     size_t bytesRead() const;
 

@@ -30,6 +30,7 @@ public:
 
     Status find(LazChunkTable& table)
     {
+        table.end = _fileSize;
         if (_pointCount == 0) return {};
         if (_pointDataStart >= _fileSize) return Status::failure("it ends before its points");
         if (!_items.hasChunks()) {
@@ -39,6 +40,7 @@ public:
         const Status fromTable = readTable(table);
         if (fromTable) return {};
         table = LazChunkTable();
+        table.end = _fileSize;
         if (Status status = scan(table); !status)
             return Status::failure(fromTable.message() + "; " + status.message());
         table.note = fromTable.message() + "; the chunks were found without it";
@@ -120,6 +122,7 @@ private:
         if (table.pointCount != _pointCount)
             return unreadable("holds " + std::to_string(table.pointCount) + " points, its header " +
                               std::to_string(_pointCount));
+        table.end = end + kTableHeadSize + static_cast<uint64_t>(decoder.position() - bytes.data());
         return {};
     }
 

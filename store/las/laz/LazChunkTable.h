@@ -23,6 +23,7 @@ struct LazChunkTable
 {
     std::vector<LazChunk> chunks;
     uint64_t pointCount = 0;
+    uint64_t end = 0; ///< first byte behind the chunks and the file's table
     /// When the file's table is missing or unreadable, or chunks are: what was found and how the points are
     /// read all the same, without a file name. Otherwise empty.
     std::string note;

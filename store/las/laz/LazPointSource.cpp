@@ -1,0 +1,85 @@
+#include "store/las/laz/LazPointSource.h"
+
+#include <algorithm>
+
+namespace VelBrx {
+
+LazPointSource::LazPointSource(LasFile file) : PointSource(std::move(file)) {}
+
+LazPointSource::~LazPointSource() = default;
+
+Status LazPointSource::open()
+{
+    const Status status = _input.open(file().path);
+    return status ? status : Status::failure(file().path + ": " + status.message());
+}
+
+uint64_t LazPointSource::partCount() const
+{
+    return file().laz->chunks.chunks.size();
+}
+
+Status LazPointSource::readPart(uint64_t index, const Use& use) const
+{
+    const LazChunk& chunk = file().laz->chunks.chunks[index];
+    std::unique_ptr<Worker> worker = takeWorker();
+    worker->bytes.resize(chunk.size);
+    if (!_input.read(static_cast<int64_t>(chunk.position), worker->bytes.data(), worker->bytes.size()))
+        return Status::failure(file().path + ": its points cannot be read");
+    const Status status = decode(*worker, chunk, use);
+    if (status && file().laz->items.hasChunks() && !worker->decoder.endsExactly()) ++_doubtful;
+    giveBack(std::move(worker));
+    return status;
+}
+
+Status LazPointSource::decode(Worker& worker, const LazChunk& chunk, const Use& use) const
+{
+    const auto failure = [&](const Status& status) {
+        return Status::failure(file().path + ": its points from number " +
+                               std::to_string(chunk.firstPoint + 1) +
+                               " on cannot be read: " + status.message());
+    };
+    if (Status status = worker.decoder.start(worker.bytes.data(), worker.bytes.size(), chunk.pointCount);
+        !status)
+        return failure(status);
+    for (uint64_t done = 0; done < chunk.pointCount; done += kBatchPoints) {
+        const uint64_t count = std::min(kBatchPoints, chunk.pointCount - done);
+        worker.batch.first = chunk.firstPoint + done;
+        worker.batch.records.resize(count * file().recordLength);
+        if (Status status = worker.decoder.read(worker.batch.records.data(), count); !status)
+            return failure(status);
+        if (Status status = use(worker.batch); !status) return status;
+    }
+    return {};
+}
+
+std::unique_ptr<LazPointSource::Worker> LazPointSource::takeWorker() const
+{
+    {
+        const std::lock_guard lock(_mutex);
+        if (!_idle.empty()) {
+            std::unique_ptr<Worker> worker = std::move(_idle.back());
+            _idle.pop_back();
+            return worker;
+        }
+    }
+    return std::make_unique<Worker>(file().laz->items);
+}
+
+/// At the end of a pass over the file the workers go: a build may have thousands of files.
+void LazPointSource::giveBack(std::unique_ptr<Worker> worker) const
+{
+    const std::lock_guard lock(_mutex);
+    _idle.push_back(std::move(worker));
+    if (++_partsRead < partCount()) return;
+    _partsRead = 0;
+    _idle.clear();
+}
+
+std::vector<std::string> LazPointSource::notes() const
+{
+    if (_doubtful == 0) return {};
+    return {"some of its compressed points do not end where they should; they are probably damaged"};
+}
+
+} // namespace VelBrx

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "store/FileReader.h"
+#include "store/las/PointSource.h"
+#include "store/las/laz/LazChunkDecoder.h"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace VelBrx {
+
+/// The points of a LAZ file, a chunk a part.
+class LazPointSource final : public PointSource
+{
+public:
+    /// `file` has compressed points.
+    explicit LazPointSource(LasFile file);
+    ~LazPointSource() override;
+
+    Status open();
+
+    uint64_t partCount() const override;
+    Status readPart(uint64_t index, const Use& use) const override;
+    std::vector<std::string> notes() const override;
+
+private:
+    /// What a thread needs to decode a chunk.
+    struct Worker
+    {
+        explicit Worker(const LazItems& items) : decoder(items) {}
+
+        LazChunkDecoder decoder;
+        std::vector<uint8_t> bytes; ///< of the chunk, compressed
+        PointBatch batch;
+    };
+
+    std::unique_ptr<Worker> takeWorker() const;
+    void giveBack(std::unique_ptr<Worker> worker) const;
+    Status decode(Worker& worker, const LazChunk& chunk, const Use& use) const;
+
+    FileReader _input;
+    mutable std::mutex _mutex;
+    mutable std::vector<std::unique_ptr<Worker>> _idle; ///< guarded by `_mutex`
+    mutable uint64_t _partsRead = 0;                    ///< of this pass over the file, guarded by `_mutex`
+    mutable std::atomic<uint64_t> _doubtful{0};         ///< chunks read that do not end where they should
+};
+
+} // namespace VelBrx
