@@ -1,13 +1,13 @@
-// Decoding the chunks of real LAZ files from memory, again and again until five million points are decoded:
-// points a second of one thread and of two. Needs the folder that VELBRX_TEST_DATA names.
+// Decoding the chunks of real LAZ files in memory, on one thread and on two. The limit is the arithmetic
+// decoder alone, which uses up the same bytes in the largest symbols that it has. The files are in the folder
+// that VELBRX_TEST_DATA names.
 
+#include "bench/RatioReporter.h"
 #include "tests/store/laz/LazTestFile.h"
 
 #include "store/FileReader.h"
+#include "store/las/laz/ArithmeticDecoder.h"
 #include "store/las/laz/LazChunkDecoder.h"
-#include "store/las/laz/LazChunkTable.h"
-
-#include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <atomic>
@@ -18,47 +18,86 @@ using namespace VelBrx;
 
 namespace {
 
-constexpr uint64_t kPoints = 5'000'000;
+constexpr uint64_t kPoints = 5'000'000; ///< that are decoded, the file again and again
 
 struct CompressedFile
 {
     std::vector<uint8_t> bytes;
     LazItems items;
     LazChunkTable table;
+
+    Status load(const std::string& name)
+    {
+        const char* folder = std::getenv("VELBRX_TEST_DATA");
+        if (!folder) return Status::failure("VELBRX_TEST_DATA names no folder");
+        const std::string path = std::string(folder) + "/survey/" + name;
+        LasHead head;
+        bytes = readBytes(path);
+        if (Status status = readLazHead(bytes, head, items); !status) return status;
+        FileReader reader;
+        if (Status status = reader.open(path); !status) return status;
+        return readLazChunkTable(reader, items, head.pointDataStart, head.pointCount, table);
+    }
 };
 
-Status load(const std::string& path, CompressedFile& file)
+class PointDecoding
 {
-    LasHead head;
-    file.bytes = readBytes(path);
-    if (Status status = readLazHead(file.bytes, head, file.items); !status) return status;
-    FileReader reader;
-    if (Status status = reader.open(path); !status) return status;
-    return readLazChunkTable(reader, file.items, head.pointDataStart, head.pointCount, file.table);
-}
+public:
+    explicit PointDecoding(const CompressedFile& file) : _file(file), _decoder(file.items) {}
 
-/// Decodes chunks until `decoded` reaches `kPoints`. False when one is damaged.
-bool decodeChunks(const CompressedFile& file, std::atomic<uint64_t>& decoded, std::atomic<size_t>& next)
-{
-    LazChunkDecoder decoder(file.items);
-    std::vector<uint8_t> records;
-    while (decoded < kPoints) {
-        const LazChunk& chunk = file.table.chunks[next++ % file.table.chunks.size()];
-        records.resize(std::max<size_t>(records.size(), chunk.pointCount * file.items.recordLength));
-        if (!decoder.decode(file.bytes.data() + chunk.position, chunk.size, chunk.pointCount, records.data()))
-            return false;
-        decoded += chunk.pointCount;
+    bool operator()(const LazChunk& chunk)
+    {
+        _records.resize(std::max<size_t>(_records.size(), chunk.pointCount * _file.items.recordLength));
+        return _decoder
+            .decode(_file.bytes.data() + chunk.position, chunk.size, chunk.pointCount, _records.data())
+            .ok();
     }
-    return true;
+
+private:
+    const CompressedFile& _file;
+    LazChunkDecoder _decoder;
+    std::vector<uint8_t> _records;
+};
+
+class SymbolDecoding
+{
+public:
+    explicit SymbolDecoding(const CompressedFile& file) : _file(file) {}
+
+    bool operator()(const LazChunk& chunk)
+    {
+        const uint8_t* begin = _file.bytes.data() + chunk.position;
+        Laz::SymbolModel<256> model = Laz::kFreshModel<256>;
+        Laz::ArithmeticDecoder decoder;
+        decoder.start(begin, begin + chunk.size);
+        while (!decoder.atEnd())
+            benchmark::DoNotOptimize(decoder.evenSymbol(model));
+        return true;
+    }
+
+private:
+    const CompressedFile& _file;
+};
+
+/// Takes chunk after chunk, the first again after the last, until the threads have taken `kPoints` points.
+template <typename Decoding>
+bool decodeChunks(const CompressedFile& file, std::atomic<uint64_t>& points, std::atomic<size_t>& next)
+{
+    Decoding decoding(file);
+    bool sound = true;
+    while (sound && points < kPoints) {
+        const LazChunk& chunk = file.table.chunks[next++ % file.table.chunks.size()];
+        sound = decoding(chunk);
+        points += chunk.pointCount;
+    }
+    return sound;
 }
 
-void decodeFile(benchmark::State& state, const std::string& name)
+template <typename Decoding>
+void decode(benchmark::State& state, const std::string& name)
 {
-    const char* folder = std::getenv("VELBRX_TEST_DATA");
     CompressedFile file;
-    const Status status =
-        folder ? load(std::string(folder) + "/survey/" + name, file) : Status::failure("no VELBRX_TEST_DATA");
-    if (!status) {
+    if (const Status status = file.load(name); !status) {
         state.SkipWithError(status.message().c_str());
         return;
     }
@@ -67,43 +106,44 @@ void decodeFile(benchmark::State& state, const std::string& name)
         std::atomic<uint64_t> decoded{0};
         std::atomic<size_t> next{0};
         std::atomic<bool> sound{true};
+        const auto work = [&] {
+            if (!decodeChunks<Decoding>(file, decoded, next)) sound = false;
+        };
         std::vector<std::thread> others;
         for (int64_t k = 1; k < state.range(0); ++k)
-            others.emplace_back([&] { sound = decodeChunks(file, decoded, next) && sound; });
-        sound = decodeChunks(file, decoded, next) && sound;
+            others.emplace_back(work);
+        work();
         for (std::thread& other : others)
             other.join();
         if (!sound) state.SkipWithError("a chunk is damaged");
         points += decoded;
     }
-    state.counters["points"] = benchmark::Counter(static_cast<double>(points), benchmark::Counter::kIsRate);
+    state.SetItemsProcessed(static_cast<int64_t>(points));
 }
 
-void measure(const char* label, const char* name)
+void compare(const std::string& what, const std::string& name)
 {
-    benchmark::RegisterBenchmark(label, decodeFile, name)
-        ->ArgName("threads")
-        ->Arg(1)
-        ->Arg(2)
-        ->Unit(benchmark::kMillisecond)
-        ->MeasureProcessCPUTime()
-        ->UseRealTime();
+    for (const int threads : {1, 2}) {
+        const std::string label = "LAZ " + what + (threads == 1 ? ", 1 thread" : ", 2 threads");
+        benchmark::RegisterBenchmark((label + "/ours").c_str(), decode<PointDecoding>, name)
+            ->Arg(threads)
+            ->UseRealTime();
+        benchmark::RegisterBenchmark((label + "/limit").c_str(), decode<SymbolDecoding>, name)
+            ->Arg(threads)
+            ->UseRealTime();
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    measure("decode/format1/lone-star", "PDAL__lone-star.laz");
-    measure("decode/format1/forest", "pyfor__test.laz");
-    measure("decode/format3/autzen", "PDAL__autzen_trim.laz");
-    measure("decode/format6/city", "ign-pdal-tools__test_semis_2023_0292_6833_LA93_IGN69.laz");
-    measure("decode/format7/autzen", "silvimetric__autzen_test.copc.laz");
-    measure("decode/format7/coast", "ign-pdal-tools__test_semis_2021_0382_6565_LA93_IGN69_cropped.laz");
-    measure("decode/format7/lion", "potree__lion_takanawa.copc.laz");
-    measure("decode/format7/ell", "../generated/copc.js__ellipsoid-1.4.laz");
-    measure("decode/format8/field", "ign-pdal-tools__las_with_several_extra_byte_bloc.laz");
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    compare("format 1 tripod", "PDAL__lone-star.laz");
+    compare("format 1 forest", "pyfor__test.laz");
+    compare("format 3 town", "PDAL__autzen_trim.laz");
+    compare("format 6 town", "ign-pdal-tools__test_semis_2023_0292_6833_LA93_IGN69.laz");
+    compare("format 7 thin town", "silvimetric__autzen_test.copc.laz");
+    compare("format 7 coast", "ign-pdal-tools__test_semis_2021_0382_6565_LA93_IGN69_cropped.laz");
+    compare("format 8 field", "ign-pdal-tools__las_with_several_extra_byte_bloc.laz");
+    return runBenchmarks(argc, argv);
 }
