@@ -30,7 +30,7 @@ protected:
     {
         std::mt19937 random(3);
         std::generate(content.begin(), content.end(), [&] { return static_cast<uint8_t>(random()); });
-        EXPECT_TRUE(file.create(folder.file("record"), false, 0));
+        EXPECT_TRUE(file.create(folder.file("record"), false, content.size()));
     }
 
     std::vector<uint8_t> head() const { return {content.begin(), content.begin() + kPiece}; }
