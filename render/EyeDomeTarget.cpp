@@ -1,6 +1,5 @@
 #include "render/EyeDomeTarget.h"
 
-#include <osg/GLExtensions>
 #include <osg/State>
 #include <osg/Uniform>
 
@@ -91,10 +90,7 @@ osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::find(const osg::Camera* camera)
 
 void EyeDomeTargets::begin(const EyeDomeTarget& target, osg::State& state)
 {
-    // What a host bound need not be known to the state, above all the frame buffer of its own camera.
-    Bindings bound;
-    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING_EXT, &bound.draw);
-    glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING_EXT, &bound.read);
+    const FrameBufferBinding bound = FrameBufferBinding::current();
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         _boundBefore.emplace(state.getContextID(), bound); // keeps an entry: a target is bound already then
@@ -104,7 +100,7 @@ void EyeDomeTargets::begin(const EyeDomeTarget& target, osg::State& state)
 
 void EyeDomeTargets::end(osg::State& state)
 {
-    Bindings bound;
+    FrameBufferBinding bound;
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         const auto entry = _boundBefore.find(state.getContextID());
@@ -112,9 +108,7 @@ void EyeDomeTargets::end(osg::State& state)
         bound = entry->second;
         _boundBefore.erase(entry);
     }
-    osg::GLExtensions& extensions = *state.get<osg::GLExtensions>();
-    extensions.glBindFramebuffer(GL_DRAW_FRAMEBUFFER_EXT, static_cast<GLuint>(bound.draw));
-    extensions.glBindFramebuffer(GL_READ_FRAMEBUFFER_EXT, static_cast<GLuint>(bound.read));
+    bound.bind(state);
 }
 
 void EyeDomeTargets::resizeGLObjectBuffers(unsigned maxSize)

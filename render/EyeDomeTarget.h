@@ -1,5 +1,7 @@
 #pragma once
 
+#include "render/FrameBufferBinding.h"
+
 #include <osg/Camera>
 #include <osg/FrameBufferObject>
 #include <osg/Referenced>
@@ -72,13 +74,8 @@ private:
         osg::observer_ptr<osg::Camera> camera;
         osg::ref_ptr<EyeDomeTarget> target;
     };
-    struct Bindings
-    {
-        GLint draw = 0;
-        GLint read = 0;
-    };
-
     std::mutex _mutex;
-    std::vector<Entry> _entries;               ///< guarded by _mutex
-    std::map<unsigned, Bindings> _boundBefore; ///< by context while a target is bound; guarded by _mutex
+    std::vector<Entry> _entries; ///< guarded by _mutex
+    std::map<unsigned, FrameBufferBinding>
+        _boundBefore; ///< by context while a target is bound; guarded by _mutex
 };

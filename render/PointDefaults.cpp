@@ -76,6 +76,7 @@ Given givenBy(const osgUtil::StateGraph& applied)
 {
     static const std::map<std::string, size_t> uniformBits = numberUniforms();
     Given given;
+    const osg::StateAttribute* program = nullptr; // the one that is in force
     for (const osgUtil::StateGraph* graph = &applied; graph; graph = graph->_parent) {
         const osg::StateSet* state = graph->getStateSet();
         if (!state) continue;
@@ -83,10 +84,11 @@ Given givenBy(const osgUtil::StateGraph& applied)
             const auto bit = uniformBits.find(entry.first);
             if (bit != uniformBits.end()) given.set(bit->second);
         }
-        if (state->getAttribute(osg::StateAttribute::PROGRAM)) given.set(kProgramBit);
+        if (!program) program = state->getAttribute(osg::StateAttribute::PROGRAM);
         if (state->getMode(GL_VERTEX_PROGRAM_POINT_SIZE) != osg::StateAttribute::INHERIT)
             given.set(kPointSizeModeBit);
     }
+    given.set(kProgramBit, program && !isOccluder(*program));
     return given;
 }
 

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr char kOccluderShader[] = "occluder.vert";
+
 osg::ref_ptr<osg::Shader> makeShader(osg::Shader::Type type, const std::string& name)
 {
     osg::ref_ptr<osg::Shader> shader = new osg::Shader(type, shaderText(name));
@@ -26,15 +28,24 @@ osg::ref_ptr<osg::Program> makeProgram(const std::string& vertexShader, const st
     return program;
 }
 
-osg::ref_ptr<osg::Program> makePointProgram(const std::string& vertexShader)
+/// A program that writes the five targets; `identifierOutput` is what its fragment shader calls the second
+/// one.
+osg::ref_ptr<osg::Program> makePickableProgram(const std::string& vertexShader,
+                                               const std::string& fragmentShader,
+                                               const char* identifierOutput = "pIntAttribute")
 {
-    osg::ref_ptr<osg::Program> program = makeProgram(vertexShader, "point.frag");
+    osg::ref_ptr<osg::Program> program = makeProgram(vertexShader, fragmentShader);
     program->addBindFragDataLocation("fragColor", 0);
-    program->addBindFragDataLocation("pIntAttribute", 1);
+    program->addBindFragDataLocation(identifierOutput, 1);
     program->addBindFragDataLocation("pFloatAttribute", 2);
     program->addBindFragDataLocation("pFPositionAttribute", 3);
     program->addBindFragDataLocation("pIPositionAttribute", 4);
     return program;
+}
+
+osg::ref_ptr<osg::Program> makePointProgram(const std::string& vertexShader)
+{
+    return makePickableProgram(vertexShader, "point.frag");
 }
 
 osg::ref_ptr<osg::Program> makeLitProgram(const std::string& vertexShader)
@@ -70,6 +81,8 @@ osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
         return makePointProgram("flight_line.vert");
     case PointProgram::GpsTime:
         return makePointProgram("gps_time.vert");
+    case PointProgram::Occluder:
+        return makePickableProgram(kOccluderShader, "occluder.frag");
     case PointProgram::ElevationLit:
         return makeLitProgram("elevation_lit.vert");
     case PointProgram::ClassificationLit:
@@ -93,13 +106,12 @@ osg::ref_ptr<osg::Program> pointProgram(PointProgram program)
     return shared;
 }
 
+bool isOccluder(const osg::StateAttribute& program)
+{
+    return program.getName() == kOccluderShader;
+}
+
 osg::ref_ptr<osg::Program> makeEyeDomeProgram()
 {
-    osg::ref_ptr<osg::Program> program = makeProgram("edl.vert", "edl.frag");
-    program->addBindFragDataLocation("fragColor", 0);
-    program->addBindFragDataLocation("pAttribute", 1);
-    program->addBindFragDataLocation("pFloatAttribute", 2);
-    program->addBindFragDataLocation("pFPositionAttribute", 3);
-    program->addBindFragDataLocation("pIPositionAttribute", 4);
-    return program;
+    return makePickableProgram("edl.vert", "edl.frag", "pAttribute");
 }

@@ -15,6 +15,7 @@ enum class PointProgram
     NumberOfReturns,
     FlightLine,
     GpsTime,
+    Occluder,         ///< for whatever is no point, in front of points that are picked
     ElevationLit,     ///< for triangle meshes, writes no picking outputs
     ClassificationLit ///< for triangle meshes, writes no picking outputs
 };
@@ -23,6 +24,9 @@ enum class PointProgram
 /// with its last user, so that no program outlives the graphics context that it was linked in. Any thread may
 /// call it.
 osg::ref_ptr<osg::Program> pointProgram(PointProgram program);
+
+/// Whether a program is `PointProgram::Occluder`, which says nothing about how points look.
+bool isOccluder(const osg::StateAttribute& program);
 
 /// A program of its own for the second pass of eye-dome lighting.
 osg::ref_ptr<osg::Program> makeEyeDomeProgram();

@@ -1,0 +1,236 @@
+#include "tests/render/PointPicture.h"
+
+#include <VelOsgDBBrx/PointCloudHelper.h>
+#include <VelOsgDBBrx/PointPicker.h>
+#include <VelOsgDBBrx/ShaderHelper.h>
+
+#include <gtest/gtest.h>
+#include <osg/Geode>
+#include <osg/Geometry>
+#include <osg/RenderInfo>
+
+#include <atomic>
+
+using VelOsgDBBrx::PickAttachments;
+using VelOsgDBBrx::PickedPoint;
+using VelOsgDBBrx::PointCloudHelper;
+using VelOsgDBBrx::PointPicker;
+using VelOsgDBBrx::ShaderHelper;
+using VelOsgDBBrx::storedPosition;
+
+namespace {
+
+constexpr uint64_t kCloudId = 0xFEDCBA9876543210u;
+
+/// Points a few pixels apart, each at a place of its own inside its pixel.
+std::vector<TestPoint> scatteredPoints()
+{
+    std::vector<TestPoint> points;
+    for (int i = 0; i < 6; ++i) {
+        TestPoint point = coloredPoint(255, 255, 255);
+        point.x = i * 5000 + 123 + i * 101;
+        point.y = 7000 + i * 3000 + 877 - i * 77;
+        point.z = -50000 + i * 12345;
+        point.gpsTime = 1000.5 + i;
+        points.push_back(point);
+    }
+    return points;
+}
+
+osg::Vec3d coordinates(const TestPoint& point)
+{
+    return PointPicture::kOrigin + osg::Vec3d(point.x, point.y, point.z) * 0.001;
+}
+
+int column(const TestPoint& point)
+{
+    return point.x / 1000;
+}
+
+int row(const TestPoint& point)
+{
+    return point.y / 1000;
+}
+
+struct PickScene : PointPicture
+{
+    explicit PickScene(const std::vector<TestPoint>& points) : PointPicture(AsGiven{points})
+    {
+        picker = new PointPicker(scene, 3);
+        scene->addChild(root);
+        scene->addChild(picker);
+        viewer.viewer->setSceneData(scene);
+        PointCloudHelper::setPointCloudId(cloud, kCloudId);
+    }
+
+    /// What the picker answers after the next frame.
+    std::optional<PickedPoint> pick(double x, double y)
+    {
+        std::optional<PickedPoint> point;
+        EXPECT_TRUE(picker->request(viewer.camera(), x, y));
+        EXPECT_FALSE(picker->takeAnswer(point)) << "no frame yet";
+        viewer.frame();
+        EXPECT_TRUE(picker->takeAnswer(point));
+        std::optional<PickedPoint> again;
+        EXPECT_FALSE(picker->takeAnswer(again)) << "answered once";
+        return point;
+    }
+
+    osg::ref_ptr<osg::Group> scene = new osg::Group;
+    osg::ref_ptr<PointPicker> picker;
+};
+
+} // namespace
+
+TEST(PointPicker, FindsEachPointToItsStoredMillimetre)
+{
+    const std::vector<TestPoint> points = scatteredPoints();
+    for (const bool eyeDome : {false, true}) {
+        PickScene scene(points);
+        ShaderHelper::switchEDLShader(scene.scene, eyeDome);
+        for (const TestPoint& point : points) {
+            const std::optional<PickedPoint> picked = scene.pick(column(point) + 0.5, row(point) + 0.5);
+            ASSERT_TRUE(picked);
+            EXPECT_LT((picked->position - coordinates(point)).length(), 1e-5);
+            const osg::Vec3d stored = storedPosition(picked->position, *scene.fixture.octree);
+            EXPECT_NEAR(stored.x(), coordinates(point).x(), 1e-9);
+            EXPECT_NEAR(stored.y(), coordinates(point).y(), 1e-9);
+            EXPECT_NEAR(stored.z(), coordinates(point).z(), 1e-9);
+            EXPECT_EQ(picked->gpsTime, point.gpsTime);
+            EXPECT_EQ(picked->cloudId, kCloudId);
+            EXPECT_EQ(picked->x, column(point));
+            EXPECT_EQ(picked->y, row(point));
+        }
+    }
+}
+
+TEST(PointPicker, SeesNegativeCoordinatesAndPicksInPerspective)
+{
+    std::vector<TestPoint> points = scatteredPoints();
+    for (TestPoint& point : points)
+        point.z = -500; // the cloud's plane of perspective
+    PickScene scene(points);
+    scene.root->setMatrix(osg::Matrixd::translate(-16.25, -16.5, 0.125));
+    scene.viewer.camera().setProjectionMatrixAsPerspective(30, 1, 10, 100);
+    scene.viewer.camera().setViewMatrixAsLookAt(osg::Vec3d(0, 0, 60), osg::Vec3d(), osg::Y_AXIS);
+    int found = 0;
+    for (int y = 0; y < PointPicture::kSize; ++y) {
+        for (int x = 0; x < PointPicture::kSize; ++x) {
+            scene.viewer.frame();
+            const osg::ref_ptr<osg::Image> picture = scene.viewer.picture();
+            if (pixel(*picture, x, y) == PointPicture::kBackground) continue;
+            const std::optional<PickedPoint> picked = scene.pick(x, y);
+            ASSERT_TRUE(picked);
+            EXPECT_EQ(picked->x, x);
+            EXPECT_EQ(picked->y, y);
+            bool known = false;
+            for (const TestPoint& point : points)
+                known = known ||
+                        (picked->position -
+                         osg::Vec3d(point.x * 0.001 - 16.25, point.y * 0.001 - 16.5, point.z * 0.001 + 0.125))
+                                .length() < 1e-5;
+            EXPECT_TRUE(known);
+            ++found;
+        }
+    }
+    EXPECT_EQ(found, 6);
+}
+
+TEST(PointPicker, PrefersThePointNearestToThePlaceAndSeesNoneBeyondItsRadius)
+{
+    std::vector<TestPoint> points(2, coloredPoint(255, 255, 255));
+    points[0].x = 10500;
+    points[1].x = 15500;
+    points[0].y = points[1].y = 10500;
+    PickScene scene(points);
+    EXPECT_EQ(scene.pick(12, 10)->x, 10);
+    EXPECT_EQ(scene.pick(13, 10)->x, 15);
+    EXPECT_EQ(scene.pick(10, 13)->x, 10);
+    EXPECT_FALSE(scene.pick(10, 14));
+    EXPECT_FALSE(scene.pick(6, 10));
+    EXPECT_FALSE(scene.pick(25, 25));
+    EXPECT_EQ(scene.pick(7, 7)->x, 10) << "the corner of the window";
+}
+
+TEST(PointPicker, SeesWhatTheHostShowsAndNothingElse)
+{
+    std::vector<TestPoint> points(3, coloredPoint(255, 255, 255));
+    for (TestPoint& point : points) {
+        point.x = 10500;
+        point.y = 10500;
+    }
+    points[0].z = 3000;
+    points[0].flags = 4; // culled
+    points[1].z = 1000;
+    points[1].gpsTime = 42;
+    PickScene scene(points);
+    EXPECT_EQ(scene.pick(10, 10)->gpsTime, 42) << "the highest that is not hidden";
+
+    const osg::ref_ptr<osg::Geode> sheet = new osg::Geode;
+    sheet->addDrawable(
+        osg::createTexturedQuadGeometry(osg::Vec3(0, 0, 2), osg::Vec3(32, 0, 0), osg::Vec3(0, 32, 0)));
+    scene.root->addChild(sheet);
+    EXPECT_FALSE(scene.pick(10, 10)) << "behind a mesh of the host";
+}
+
+TEST(PointPicker, AnswersTheLatestRequestOnly)
+{
+    PickScene scene(scatteredPoints());
+    const std::vector<TestPoint> points = scatteredPoints();
+    scene.picker->request(scene.viewer.camera(), column(points[0]), row(points[0]));
+    const std::optional<PickedPoint> picked = scene.pick(column(points[1]), row(points[1]));
+    ASSERT_TRUE(picked);
+    EXPECT_EQ(picked->gpsTime, points[1].gpsTime);
+
+    osg::ref_ptr<osg::Camera> withoutViewport = new osg::Camera;
+    EXPECT_FALSE(scene.picker->request(*withoutViewport, 0, 0));
+    scene.picker->request(*new osg::Camera(scene.viewer.camera()), 0, 0);
+    scene.viewer.frame();
+    std::optional<PickedPoint> point;
+    EXPECT_FALSE(scene.picker->takeAnswer(point)) << "a camera that does not draw";
+}
+
+namespace {
+
+/// Reads picks from the camera that it is the post-draw callback of.
+class ReadAllPixels : public osg::Camera::DrawCallback
+{
+public:
+    explicit ReadAllPixels(PickAttachments* attachments) : _attachments(attachments) {}
+
+    void operator()(osg::RenderInfo& renderInfo) const override
+    {
+        picks.clear();
+        for (int y = 0; y < PointPicture::kSize; ++y)
+            for (int x = 0; x < PointPicture::kSize; ++x)
+                if (const auto point = _attachments->read(*renderInfo.getState(), x, y, 0))
+                    picks.push_back(*point);
+    }
+
+    mutable std::vector<PickedPoint> picks;
+
+private:
+    osg::ref_ptr<PickAttachments> _attachments;
+};
+
+} // namespace
+
+TEST(PickAttachments, AreReadBackFromACameraThatDrawsIntoThem)
+{
+    const std::vector<TestPoint> points = scatteredPoints();
+    for (const bool eyeDome : {false, true}) {
+        PickScene scene(points);
+        ShaderHelper::switchEDLShader(scene.scene, eyeDome);
+        osg::ref_ptr<PickAttachments> attachments =
+            new PickAttachments(PointPicture::kSize, PointPicture::kSize);
+        osg::ref_ptr<ReadAllPixels> reader = new ReadAllPixels(attachments);
+        attachments->attachTo(scene.viewer.camera());
+        scene.viewer.camera().setClearColor(osg::Vec4(0, 0, 0, 0));
+        scene.viewer.camera().setPostDrawCallback(reader);
+        scene.viewer.frame();
+        scene.viewer.frame();
+        ASSERT_EQ(reader->picks.size(), points.size());
+        for (size_t i = 0; i < points.size(); ++i)
+            EXPECT_LT((reader->picks[i].position - coordinates(points[i])).length(), 1e-5);
+    }
+}
