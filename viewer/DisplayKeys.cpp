@@ -19,6 +19,17 @@ void lookFrom(CameraView::Kind kind, const Scene& scene, osgGA::GUIActionAdapter
 
 } // namespace
 
+DisplayKeys::DisplayKeys(Scene& scene, Overlay& overlay, bool showLegend)
+    : _scene(scene), _overlay(&overlay), _showLegend(showLegend)
+{
+    updateLegend();
+}
+
+void DisplayKeys::updateLegend()
+{
+    _overlay->setLegend(_showLegend ? _scene.legend() : Legend());
+}
+
 bool DisplayKeys::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
     if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
@@ -31,15 +42,19 @@ bool DisplayKeys::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAd
 
 bool DisplayKeys::press(int key, osgGA::GUIActionAdapter& action)
 {
+    for (const ColorModeChoice& choice : colorModeChoices()) {
+        if (key != choice.key) continue;
+        _scene.setColorMode(choice.mode);
+        updateLegend();
+        return true;
+    }
     switch (key) {
-    case 'r':
-        _scene.setColorMode(ColorMode::RGB);
+    case 'd':
+        _scene.setEyeDomeLighting(!_scene.eyeDomeLighting());
         return true;
-    case 'o':
-        _scene.setColorMode(ColorMode::SINGLE);
-        return true;
-    case 'e':
-        _scene.setColorMode(ColorMode::ELEVATION);
+    case 'L':
+        _showLegend = !_showLegend;
+        updateLegend();
         return true;
     case '+':
     case '=':
@@ -64,9 +79,11 @@ bool DisplayKeys::press(int key, osgGA::GUIActionAdapter& action)
 
 void DisplayKeys::getUsage(osg::ApplicationUsage& usage) const
 {
-    usage.addKeyboardMouseBinding("r", "Colour by the points' own colours");
-    usage.addKeyboardMouseBinding("o", "One colour for all points");
-    usage.addKeyboardMouseBinding("e", "Colour by elevation");
+    for (const ColorModeChoice& choice : colorModeChoices()) {
+        usage.addKeyboardMouseBinding(choice.key, choice.description);
+    }
+    usage.addKeyboardMouseBinding("d", "Eye-dome lighting on / off");
+    usage.addKeyboardMouseBinding("L", "Legend on / off");
     usage.addKeyboardMouseBinding("+ / -", "Larger / smaller points");
     usage.addKeyboardMouseBinding("T / N / I", "Look from above / to the north / from above the south-east");
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/Overlay.h"
 #include "viewer/Scene.h"
 
 #include <osgGA/GUIEventHandler>
@@ -8,8 +9,8 @@
 class DisplayKeys : public osgGA::GUIEventHandler
 {
 public:
-    /// `scene` must outlive this handler.
-    explicit DisplayKeys(Scene& scene) : _scene(scene) {}
+    /// `scene` must outlive this handler; the overlay is held.
+    DisplayKeys(Scene& scene, Overlay& overlay, bool showLegend);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;
@@ -17,5 +18,9 @@ public:
 private:
     bool press(int key, osgGA::GUIActionAdapter& action);
 
+    void updateLegend();
+
     Scene& _scene;
+    const osg::ref_ptr<Overlay> _overlay;
+    bool _showLegend;
 };

@@ -72,15 +72,12 @@ bool parse(const std::string& text, char separator, std::vector<double>& numbers
 
 bool parse(const std::string& text, ColorMode& mode)
 {
-    if (text == "rgb")
-        mode = ColorMode::RGB;
-    else if (text == "single")
-        mode = ColorMode::SINGLE;
-    else if (text == "elevation")
-        mode = ColorMode::ELEVATION;
-    else
-        return false;
-    return true;
+    for (const ColorModeChoice& choice : colorModeChoices()) {
+        if (text != choice.name) continue;
+        mode = choice.mode;
+        return true;
+    }
+    return false;
 }
 
 /// #rrggbb, or red,green,blue from 0 to 255.
@@ -185,7 +182,9 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         return !text.empty();
     };
     options.force = takeFlag(arguments, "--force");
-    Status status = takeOption(arguments, "--mode", "rgb, single or elevation", into(options.mode));
+    options.edl = takeFlag(arguments, "--edl");
+    options.legend = !takeFlag(arguments, "--no-legend");
+    Status status = takeOption(arguments, "--mode", colorModeNames(), into(options.mode));
     if (status)
         status = takeOption(arguments, "--color", "#rrggbb or R,G,B from 0 to 255", into(options.color));
     if (status) status = takeOption(arguments, "--point-size", "1 to 64 pixels", pointSize);
@@ -224,13 +223,15 @@ void describeOptions(osg::ApplicationUsage& usage)
         "brxview shows point clouds: octree stores (.brx), and LAS files, which it builds into "
         "stores beside them.");
     usage.setCommandLineUsage("brxview [options] STORE|LAS...");
-    usage.addCommandLineOption("--mode MODE", "Colour the points by rgb, single (one colour) or elevation. "
-                                              "Default: rgb, elevation in stores without colours.");
+    usage.addCommandLineOption("--mode MODE", "Colour the points by " + colorModeNames() +
+                                                  ". Default: rgb, elevation in stores without colours.");
     usage.addCommandLineOption("--color COLOR",
                                "Colour of the mode single: #rrggbb, or R,G,B from 0 to 255.");
     usage.addCommandLineOption("--point-size N", "Size of a point in pixels, 1 to 64. Default: " +
                                                      std::to_string(VelOsgDBBrx::DefaultDisplay::kPointSize) +
                                                      ".");
+    usage.addCommandLineOption("--edl", "Shade the points by eye-dome lighting.");
+    usage.addCommandLineOption("--no-legend", "Do not explain the colours in the picture.");
     usage.addCommandLineOption("--budget N", "Largest number of points drawn, such as 20M. Default: 100M.");
     usage.addCommandLineOption("--normals FILE", "Normals of the store's points.");
     usage.addCommandLineOption("--view VIEW",

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "viewer/CameraView.h"
+#include "viewer/ColorMode.h"
 
 #include <VelBrx/Status.h>
 
@@ -13,15 +14,6 @@
 #include <vector>
 
 constexpr int kLargestPointSize = 64; ///< pixels
-
-/// How points are coloured.
-enum class ColorMode
-{
-    AUTOMATIC, ///< by their colours, by elevation in stores that have none
-    RGB,
-    SINGLE,
-    ELEVATION
-};
 
 /// A picture to draw instead of opening a window.
 struct RenderRequest
@@ -40,7 +32,9 @@ struct Options
     osg::Vec4f color{0.85f, 0.85f, 0.8f, 1.0f}; ///< of ColorMode::SINGLE
     int pointSize = 0;                          ///< pixels; 0: the library's default
     std::optional<uint64_t> budget;             ///< largest number of points drawn
-    std::string normals;                        ///< companion file of the only store
+    bool edl = false;                           ///< eye-dome lighting
+    bool legend = true;
+    std::string normals; ///< companion file of the only store
     CameraView view;
     std::optional<RenderRequest> render;
     bool force = false; ///< replace files that exist

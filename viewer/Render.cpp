@@ -4,6 +4,7 @@
 #include "headless/PictureFile.h"
 #include "headless/PictureReader.h"
 #include "viewer/ContextServices.h"
+#include "viewer/Overlay.h"
 #include "viewer/Window.h"
 
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
@@ -64,6 +65,13 @@ osg::ref_ptr<EglGraphicsWindow> openPictureWindow(osgViewer::Viewer& viewer, con
     return window;
 }
 
+void addOverlay(osg::Camera& camera, const Scene& scene)
+{
+    const osg::ref_ptr<Overlay> overlay = new Overlay;
+    overlay->setLegend(scene.legend());
+    camera.addFinalDrawCallback(overlay);
+}
+
 } // namespace
 
 Status checkRenderOutput(const Options& options)
@@ -91,6 +99,7 @@ Status render(osgViewer::Viewer& viewer, const Scene& scene, const Options& opti
     viewer.getCamera()->setViewMatrixAsLookAt(look.eye, look.center, look.up);
     setUpCamera(*viewer.getCamera(), aspect);
     viewer.setSceneData(scene.root());
+    if (options.legend) addOverlay(*viewer.getCamera(), scene);
     const osg::ref_ptr<PictureReader> reader = PictureReader::attach(viewer);
     const ContextServices services(window, options.budget);
     compileWithoutPauses(window);

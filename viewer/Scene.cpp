@@ -8,33 +8,57 @@
 #include <osg/MatrixTransform>
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 
 using VelBrx::Status;
-using VelOsgDBBrx::DefaultDisplay;
-using VelOsgDBBrx::ShaderHelper;
 
 namespace {
 
-/// Widens `all` by `part`; an `all` without a span takes the part's.
-void widen(VelBrx::AttributeRange& all, const VelBrx::AttributeRange& part, bool first)
+void widen(VelBrx::AttributeRange& all, const VelBrx::AttributeRange& part)
 {
-    if (first) all = part;
     all.min = std::min(all.min, part.min);
     all.low = std::min(all.low, part.low);
     all.high = std::max(all.high, part.high);
     all.max = std::max(all.max, part.max);
 }
 
+template <class Counts>
+void addUp(Counts& all, const Counts& part)
+{
+    std::transform(all.begin(), all.end(), part.begin(), all.begin(), std::plus<>());
+}
+
+/// Takes the points of another store into the statistics.
+void merge(VelBrx::StoreStatistics& all, const VelBrx::StoreStatistics& part)
+{
+    widen(all.elevation, part.elevation);
+    widen(all.intensity, part.intensity);
+    widen(all.gpsTime, part.gpsTime);
+    all.maxColor = std::max(all.maxColor, part.maxColor);
+    addUp(all.pointsByClass, part.pointsByClass);
+    addUp(all.pointsByReturn, part.pointsByReturn);
+    addUp(all.pointsByNumberOfReturns, part.pointsByNumberOfReturns);
+    std::vector<uint16_t> sources;
+    std::set_union(all.pointSources.begin(), all.pointSources.end(), part.pointSources.begin(),
+                   part.pointSources.end(), std::back_inserter(sources));
+    all.pointSources = sources;
+}
+
 } // namespace
 
 Status Scene::load(const std::vector<std::string>& stores, const Options& options)
 {
-    _singleColor = options.color;
     for (const std::string& store : stores) {
         if (const Status status = loadCloud(store, options.normals); !status) return status;
     }
+    VelBrx::StoreStatistics statistics = _clouds.front().statistics;
+    std::for_each(_clouds.begin() + 1, _clouds.end(),
+                  [&](const Cloud& cloud) { merge(statistics, cloud.statistics); });
+    _coloring = Coloring(statistics, options.color);
     setColorMode(options.mode);
-    setPointSize(options.pointSize > 0 ? options.pointSize : DefaultDisplay::kPointSize);
+    setPointSize(options.pointSize > 0 ? options.pointSize : VelOsgDBBrx::DefaultDisplay::kPointSize);
+    setEyeDomeLighting(options.edl);
     return Status();
 }
 
@@ -48,7 +72,6 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
     if (!cloud.node || !VelBrx::MiraLasRead::getStatistics(cloud.statistics, store.c_str())) {
         return Status::failure(store + ": cannot be read as a store; brx verify tells what is wrong with it");
     }
-    widen(_elevations, cloud.statistics.elevation, _clouds.empty());
     _bounds.expandBy(min + offset);
     _bounds.expandBy(max + offset);
 
@@ -62,17 +85,29 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
 
 void Scene::setColorMode(ColorMode mode)
 {
-    VelOsgDBBrx::ColorWithRangeInfo elevations = DefaultDisplay::ramp(_elevations);
+    _mode = mode;
+    for (const Cloud& cloud : _clouds)
+        _coloring.apply(cloud.node, modeOf(cloud));
+}
+
+ColorMode Scene::modeOf(const Cloud& cloud) const
+{
+    return _mode == ColorMode::AUTOMATIC ? Coloring::automatic(cloud.statistics) : _mode;
+}
+
+Legend Scene::legend() const
+{
     for (const Cloud& cloud : _clouds) {
-        const bool colored = cloud.statistics.maxColor > 0;
-        if (mode == ColorMode::SINGLE) {
-            ShaderHelper::singleColorShader(cloud.node, _singleColor);
-        } else if (mode == ColorMode::RGB || (mode == ColorMode::AUTOMATIC && colored)) {
-            ShaderHelper::originColorShader(cloud.node);
-        } else {
-            ShaderHelper::elevationColorShader(cloud.node, elevations, false);
-        }
+        const Legend legend = _coloring.legend(modeOf(cloud));
+        if (!legend.title.empty()) return legend;
     }
+    return Legend();
+}
+
+void Scene::setEyeDomeLighting(bool enable)
+{
+    _edl = enable;
+    VelOsgDBBrx::ShaderHelper::switchEDLShader(_root, enable);
 }
 
 void Scene::setPointSize(int pixels)

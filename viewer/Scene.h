@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/ColorMode.h"
 #include "viewer/Options.h"
 
 #include <VelBrx/Status.h>
@@ -30,6 +31,12 @@ public:
 
     void setColorMode(ColorMode mode);
 
+    /// What the colours of the current mode mean.
+    Legend legend() const;
+
+    void setEyeDomeLighting(bool enable);
+    bool eyeDomeLighting() const { return _edl; }
+
     /// Clamped to what `--point-size` takes.
     void setPointSize(int pixels);
     int pointSize() const { return _pointSize; }
@@ -41,12 +48,14 @@ private:
         VelBrx::StoreStatistics statistics;
     };
 
+    ColorMode modeOf(const Cloud& cloud) const;
     VelBrx::Status loadCloud(const std::string& store, const std::string& normals);
 
     osg::ref_ptr<osg::Group> _root = new osg::Group;
     std::vector<Cloud> _clouds;
     osg::BoundingBoxd _bounds;
-    VelBrx::AttributeRange _elevations; ///< one scale for all clouds
-    osg::Vec4f _singleColor;
+    Coloring _coloring; ///< one scale for all clouds
+    ColorMode _mode = ColorMode::AUTOMATIC;
+    bool _edl = false;
     int _pointSize = 0;
 };

@@ -2,6 +2,7 @@
 
 #include "viewer/ContextServices.h"
 #include "viewer/DisplayKeys.h"
+#include "viewer/Overlay.h"
 #include "viewer/Screenshot.h"
 
 #include <osgGA/KeySwitchMatrixManipulator>
@@ -101,7 +102,9 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     const double aspect = aspectOf(*viewer.getCamera());
     setUpCamera(*viewer.getCamera(), aspect);
     viewer.setCameraManipulator(makeManipulators(lookAt(options.view, scene.bounds(), aspect)));
-    viewer.addEventHandler(new DisplayKeys(scene));
+    const osg::ref_ptr<Overlay> overlay = new Overlay;
+    viewer.getCamera()->addFinalDrawCallback(overlay);
+    viewer.addEventHandler(new DisplayKeys(scene, *overlay, options.legend));
     addStockHandlers(viewer, arguments);
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);

@@ -33,7 +33,8 @@ bool TestSurvey::write(const std::string& path) const
     put<uint16_t>(bytes, 105, kRecordLength);
     put<uint32_t>(bytes, 107, count);
     put<uint32_t>(bytes, 111, count);
-    const double numbers[] = {kScale, kScale, kScale, x, y, z, x + far, x, y + far, y, z + slope * far, z};
+    const double numbers[] = {kScale, kScale, kScale, x, y, z, x + far, x, y + far, y, z + heightOf(side - 1),
+                              z};
     std::memcpy(bytes.data() + 131, numbers, sizeof numbers);
 
     size_t record = kHeaderSize;
@@ -41,7 +42,7 @@ bool TestSurvey::write(const std::string& path) const
         for (int column = 0; column < side; ++column, record += kRecordLength) {
             put(bytes, record, static_cast<int32_t>(std::lround(column / kScale)));
             put(bytes, record + 4, static_cast<int32_t>(std::lround(row / kScale)));
-            put(bytes, record + 8, static_cast<int32_t>(std::lround(slope * column / kScale)));
+            put(bytes, record + 8, static_cast<int32_t>(std::lround(heightOf(column) / kScale)));
             put<uint8_t>(bytes, record + 14, 1 | 1 << 3);
             put<uint8_t>(bytes, record + 15, 2);
             put<uint16_t>(bytes, record + 20, red);

@@ -12,9 +12,13 @@ struct TestSurvey
     double y = 6543200.0;
     double z = 100.0;
     double slope = 0.0; ///< metres up a metre to the east
+    double step = 0.0;  ///< metres that the eastern half lies higher
     uint8_t red = 255;
     uint8_t green = 128;
     uint8_t blue = 0;
+
+    /// Height of a column of points above `z`, metres.
+    double heightOf(int column) const { return slope * column + (2 * column >= side ? step : 0.0); }
 
     bool write(const std::string& path) const;
 };

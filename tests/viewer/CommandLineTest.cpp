@@ -88,7 +88,8 @@ TEST(CommandLine, HelpAndVersionArePrintedOnStdout)
     const ProgramResult help = brxview({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_EQ(help.err, "");
-    for (const char* option : {"--mode", "--render", "--point-size", "--budget", "--normals", "--window"}) {
+    for (const char* option : {"--mode", "--edl", "--no-legend", "--render", "--point-size", "--budget",
+                               "--normals", "--window"}) {
         EXPECT_NE(help.out.find(option), std::string::npos) << option;
     }
     const ProgramResult version = brxview({"--version"});

@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 
 namespace fs = std::filesystem;
 
@@ -133,6 +134,69 @@ TEST_F(Render, ModeColourAndPointSizeAreObeyed)
         const auto picture = renderedPicture(arguments);
         EXPECT_EQ(countOf(*picture, osg::Vec3ub(0x10, 0xff, 0x20)), 25 * size * size);
     }
+}
+
+TEST_F(Render, EveryModeShowsItsAttributeInItsColour)
+{
+    // A survey of class 2, first returns of one, without intensities, sources and times.
+    const std::map<std::string, osg::Vec3ub> colors = {{"rgb", osg::Vec3ub(255, 128, 0)},
+                                                       {"single", osg::Vec3ub(217, 217, 204)},
+                                                       {"elevation", osg::Vec3ub(50, 136, 189)},
+                                                       {"intensity", osg::Vec3ub(51, 51, 51)},
+                                                       {"class", osg::Vec3ub(0xb5, 0x83, 0x4a)},
+                                                       {"return", osg::Vec3ub(0x1f, 0x78, 0xb4)},
+                                                       {"returns", osg::Vec3ub(0x1f, 0x78, 0xb4)},
+                                                       {"source", osg::Vec3ub(0x1f, 0x78, 0xb4)},
+                                                       {"flightline", osg::Vec3ub(0x1f, 0x78, 0xb4)}};
+    ASSERT_TRUE(TestSurvey().write(path("grid.las")));
+    for (const auto& [mode, color] : colors) {
+        const auto picture = renderedPicture(
+            {path("grid.las"), "--view", "top", "--size", "100x100", "--no-legend", "--mode", mode});
+        EXPECT_EQ(pixel(*picture, 50, 50), color) << mode;
+        EXPECT_EQ(countOf(*picture, color), countOtherThan(*picture, kBackground)) << mode;
+    }
+    const auto picture = renderedPicture(
+        {path("grid.las"), "--view", "top", "--size", "100x100", "--no-legend", "--mode", "time"});
+    EXPECT_NE(pixel(*picture, 50, 50), osg::Vec3ub(0, 0, 0)) << "the only time lies outside the colour scale";
+}
+
+TEST_F(Render, TheLegendStandsInTheUpperLeftCornerInTheColoursOfThePoints)
+{
+    const osg::Vec3ub ground(0xb5, 0x83, 0x4a);
+    ASSERT_TRUE(TestSurvey().write(path("grid.las")));
+    const std::vector<std::string> arguments = {path("grid.las"), "--view", "top",  "--size",
+                                                "600x200",        "--mode", "class"};
+    const auto with = renderedPicture(arguments);
+    std::vector<std::string> plain = arguments;
+    plain.push_back("--no-legend");
+    const auto without = renderedPicture(plain);
+    int swatch = 0;
+    for (int y = 0; y < with->t(); ++y) {
+        for (int x = 0; x < with->s(); ++x) {
+            const bool corner = x < 200 && y > 100;
+            if (corner)
+                swatch += pixel(*with, x, y) == ground;
+            else
+                EXPECT_EQ(pixel(*with, x, y), pixel(*without, x, y)) << x << ", " << y;
+        }
+    }
+    EXPECT_GT(swatch, 100);
+}
+
+TEST_F(Render, EyeDomeLightingDarkensEdgesAndLeavesFlatGround)
+{
+    TestSurvey survey;
+    survey.step = 10;
+    ASSERT_TRUE(survey.write(path("step.las")));
+    const auto picture = renderedPicture({path("step.las"), "--view", "top", "--size", "200x200", "--edl"});
+    EXPECT_EQ(pixel(*picture, 30, 100), osg::Vec3ub(255, 128, 0));
+    EXPECT_EQ(pixel(*picture, 170, 100), osg::Vec3ub(255, 128, 0));
+    EXPECT_EQ(pixel(*picture, 1, 1), kBackground);
+    int darker = 0;
+    for (int x = 60; x < 140; ++x)
+        darker += pixel(*picture, x, 100).r() < 200;
+    EXPECT_GE(darker, 1) << "no edge between the two halves";
+    EXPECT_LE(darker, 10);
 }
 
 TEST_F(Render, ASmallBudgetSettlesToo)

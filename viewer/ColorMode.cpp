@@ -1,0 +1,271 @@
+#include "viewer/ColorMode.h"
+
+#include "viewer/Palettes.h"
+
+#include <VelOsgDBBrx/DefaultDisplay.h>
+#include <VelOsgDBBrx/ShaderHelper.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+using VelBrx::AttributeRange;
+using VelOsgDBBrx::ColorEntry;
+using VelOsgDBBrx::ColorWithRangeInfo;
+using VelOsgDBBrx::DefaultDisplay;
+using VelOsgDBBrx::ShaderHelper;
+
+namespace {
+
+constexpr size_t kLegendEntries = 24; ///< more would not fit beside the picture
+constexpr int kRampNumbers = 5;
+constexpr unsigned kTableSize = 256; ///< colours that a shader's table has
+constexpr double kFullIntensity = 65535.0;
+
+ColorWithRangeInfo intensityRamp(const AttributeRange& intensity)
+{
+    ColorWithRangeInfo info = DefaultDisplay::ramp(intensity);
+    info.range /= static_cast<float>(kFullIntensity);
+    ColorEntry dark;
+    dark.color.set(0.2f, 0.2f, 0.2f, 1.0f); // still seen on the background
+    ColorEntry light;
+    light.color.set(1.0f, 1.0f, 1.0f, 1.0f);
+    light.position = 1.0f;
+    info.entries = {dark, light};
+    return info;
+}
+
+/// A scale over all times: a time outside of it would be black. Its ends lie a step of a float outside, because
+/// the points' times are rounded to floats, and apart even when all times are the same.
+VelOsgDBBrx::ColorScale timeScale(const AttributeRange& times)
+{
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    constexpr double kMargin = 1e-3; // seconds
+    const double low = std::nextafter(static_cast<float>(times.min), -kInfinity) - kMargin;
+    const double high = std::nextafter(static_cast<float>(times.max), kInfinity) + kMargin;
+    VelOsgDBBrx::ColorScale scale;
+    for (const ColorEntry& entry : DefaultDisplay::ramp(times).entries) {
+        scale.addColorScaleElement(low + (high - low) * entry.position, entry.color);
+    }
+    return scale;
+}
+
+Legend rampLegend(const std::string& title, const std::vector<ColorEntry>& ramp, double low, double high)
+{
+    Legend legend;
+    legend.title = title;
+    legend.ramp = ramp;
+    const double step = (high - low) / (kRampNumbers - 1);
+    const int decimals = step > 0 ? std::clamp(1 - static_cast<int>(std::floor(std::log10(step))), 0, 3) : 0;
+    for (int i = 0; i < kRampNumbers; ++i) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%.*f", decimals, low + step * i);
+        legend.numbers.push_back(text);
+    }
+    return legend;
+}
+
+/// One value of an attribute whose values have a colour each.
+struct TableValue
+{
+    unsigned index; ///< in the colour table
+    osg::Vec4f color;
+    std::string text;
+};
+
+/// The values with points, each with a colour of its own.
+template <class Counts>
+std::vector<TableValue> valuesIn(const Counts& counts)
+{
+    std::vector<TableValue> values;
+    for (unsigned value = 0; value < counts.size(); ++value) {
+        if (counts[value] > 0) values.push_back({value, distinctColor(values.size()), std::to_string(value)});
+    }
+    return values;
+}
+
+std::vector<TableValue> classesIn(const VelBrx::StoreStatistics& statistics)
+{
+    std::vector<TableValue> values = valuesIn(statistics.pointsByClass);
+    for (TableValue& value : values) {
+        value.color = classColors()[value.index];
+        value.text += " " + className(value.index);
+    }
+    return values;
+}
+
+/// The shader has one colour for all ids from 255 on.
+std::vector<TableValue> sourcesIn(const VelBrx::StoreStatistics& statistics)
+{
+    std::vector<TableValue> values;
+    for (const uint16_t id : statistics.pointSources) {
+        const bool last = id >= kTableSize - 1;
+        values.push_back({std::min<unsigned>(id, kTableSize - 1), distinctColor(values.size()),
+                          last ? "255 and above" : std::to_string(id)});
+        if (last) break;
+    }
+    return values;
+}
+
+/// The shader takes the id modulo 256 for the flight line: ids that coincide have the colour of the first.
+std::vector<TableValue> flightLinesIn(const VelBrx::StoreStatistics& statistics)
+{
+    std::vector<TableValue> values;
+    for (const uint16_t id : statistics.pointSources) {
+        const unsigned index = id % kTableSize;
+        const auto same = std::find_if(values.begin(), values.end(),
+                                       [&](const TableValue& value) { return value.index == index; });
+        if (same == values.end())
+            values.push_back({index, distinctColor(values.size()), std::to_string(id)});
+        else
+            same->text += ", " + std::to_string(id);
+    }
+    return values;
+}
+
+std::vector<TableValue> tableValues(ColorMode mode, const VelBrx::StoreStatistics& statistics)
+{
+    switch (mode) {
+    case ColorMode::CLASSIFICATION:
+        return classesIn(statistics);
+    case ColorMode::RETURN_NUMBER:
+        return valuesIn(statistics.pointsByReturn);
+    case ColorMode::NUMBER_OF_RETURNS:
+        return valuesIn(statistics.pointsByNumberOfReturns);
+    case ColorMode::POINT_SOURCE:
+        return sourcesIn(statistics);
+    case ColorMode::FLIGHT_LINE:
+        return flightLinesIn(statistics);
+    default:
+        return {};
+    }
+}
+
+/// Classes that come about by editing have their colour too.
+std::vector<osg::Vec4f> colorTable(const std::vector<TableValue>& values)
+{
+    std::vector<osg::Vec4f> colors = classColors();
+    for (const TableValue& value : values)
+        colors[value.index] = value.color;
+    return colors;
+}
+
+Legend tableLegend(const std::string& title, const std::vector<TableValue>& values)
+{
+    Legend legend;
+    legend.title = title;
+    for (const TableValue& value : values) {
+        if (legend.entries.size() == kLegendEntries) {
+            legend.entries.push_back({osg::Vec4f(0, 0, 0, 1), "..."});
+            break;
+        }
+        legend.entries.push_back({value.color, value.text});
+    }
+    return legend;
+}
+
+} // namespace
+
+const std::vector<ColorModeChoice>& colorModeChoices()
+{
+    static const std::vector<ColorModeChoice> choices = {
+        {ColorMode::RGB, "rgb", 'r', "Colour by the points' own colours"},
+        {ColorMode::SINGLE, "single", 'o', "One colour for all points"},
+        {ColorMode::ELEVATION, "elevation", 'e', "Colour by elevation"},
+        {ColorMode::INTENSITY, "intensity", 'i', "Colour by intensity"},
+        {ColorMode::CLASSIFICATION, "class", 'k', "Colour by class"},
+        {ColorMode::RETURN_NUMBER, "return", 'n', "Colour by return number"},
+        {ColorMode::NUMBER_OF_RETURNS, "returns", 'u', "Colour by number of returns"},
+        {ColorMode::POINT_SOURCE, "source", 'p', "Colour by point source id"},
+        {ColorMode::FLIGHT_LINE, "flightline", 'y', "Colour by flight line"},
+        {ColorMode::GPS_TIME, "time", 'g', "Colour by GPS time"},
+    };
+    return choices;
+}
+
+std::string colorModeNames()
+{
+    std::string names;
+    const auto& choices = colorModeChoices();
+    for (size_t i = 0; i < choices.size(); ++i) {
+        if (i > 0) names += i + 1 < choices.size() ? ", " : " or ";
+        names += choices[i].name;
+    }
+    return names;
+}
+
+Coloring::Coloring(const VelBrx::StoreStatistics& statistics, const osg::Vec4f& singleColor)
+    : _statistics(statistics), _singleColor(singleColor)
+{
+}
+
+ColorMode Coloring::automatic(const VelBrx::StoreStatistics& statistics)
+{
+    return statistics.maxColor > 0 ? ColorMode::RGB : ColorMode::ELEVATION;
+}
+
+void Coloring::apply(osg::Node* cloud, ColorMode mode) const
+{
+    std::vector<osg::Vec4f> colors = colorTable(tableValues(mode, _statistics));
+    switch (mode) {
+    case ColorMode::AUTOMATIC:
+    case ColorMode::RGB:
+        return ShaderHelper::originColorShader(cloud);
+    case ColorMode::SINGLE:
+        return ShaderHelper::singleColorShader(cloud, _singleColor);
+    case ColorMode::ELEVATION: {
+        ColorWithRangeInfo info = DefaultDisplay::ramp(_statistics.elevation);
+        return ShaderHelper::elevationColorShader(cloud, info, false);
+    }
+    case ColorMode::INTENSITY: {
+        ColorWithRangeInfo info = intensityRamp(_statistics.intensity);
+        return ShaderHelper::intensityShader(cloud, info);
+    }
+    case ColorMode::CLASSIFICATION:
+        return ShaderHelper::classificationColorShader(cloud, colors);
+    case ColorMode::RETURN_NUMBER:
+        return ShaderHelper::returnNumberColorShader(cloud, colors);
+    case ColorMode::NUMBER_OF_RETURNS:
+        return ShaderHelper::numbersReturnColorShader(cloud, colors);
+    case ColorMode::POINT_SOURCE:
+        return ShaderHelper::pointSourceIDColorShader(cloud, colors);
+    case ColorMode::FLIGHT_LINE:
+        return ShaderHelper::flightLineColorShader(cloud, colors);
+    case ColorMode::GPS_TIME: {
+        VelOsgDBBrx::ColorScale scale = timeScale(_statistics.gpsTime);
+        return ShaderHelper::gpsTimeColorShader(cloud, scale);
+    }
+    }
+}
+
+Legend Coloring::legend(ColorMode mode) const
+{
+    const auto table = [&](const char* title) { return tableLegend(title, tableValues(mode, _statistics)); };
+    switch (mode) {
+    case ColorMode::ELEVATION: {
+        const ColorWithRangeInfo info = DefaultDisplay::ramp(_statistics.elevation);
+        return rampLegend("elevation", info.entries, info.range.x(), info.range.x() + info.range.y());
+    }
+    case ColorMode::INTENSITY: {
+        const ColorWithRangeInfo info = intensityRamp(_statistics.intensity);
+        return rampLegend("intensity", info.entries, info.range.x() * kFullIntensity,
+                          (info.range.x() + info.range.y()) * kFullIntensity);
+    }
+    case ColorMode::GPS_TIME:
+        return rampLegend("GPS time, s", DefaultDisplay::ramp(_statistics.gpsTime).entries,
+                          _statistics.gpsTime.min, _statistics.gpsTime.max);
+    case ColorMode::CLASSIFICATION:
+        return table("class");
+    case ColorMode::RETURN_NUMBER:
+        return table("return number");
+    case ColorMode::NUMBER_OF_RETURNS:
+        return table("number of returns");
+    case ColorMode::POINT_SOURCE:
+        return table("point source id");
+    case ColorMode::FLIGHT_LINE:
+        return table("flight line");
+    default:
+        return Legend();
+    }
+}
