@@ -50,6 +50,13 @@ bool PCViewerManager::requestRedraw(const std::string& name)
     return true;
 }
 
+void PCViewerManager::requestRedraw()
+{
+    SpinLock lock(_lock);
+    for (const auto& entry : _viewers)
+        if (entry.second) entry.second->requestRedraw();
+}
+
 osg::ref_ptr<VelIncrementalCompileOperation> PCViewerManager::acquireCompileOperation(const std::string& name)
 {
     SpinLock lock(_lock);

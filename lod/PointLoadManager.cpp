@@ -3,6 +3,7 @@
 #include "loading/CellData.h"
 #include "lod/LodPass.h"
 
+#include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 #include <VelOsgUtils/ThreadCount.h>
 
@@ -202,6 +203,7 @@ void PointLoadManager::run()
     while (!_done) {
         microSleep(kPollMicroseconds);
         if (_state != PAUSED) runOnce();
+        if (!sceneIsAtRest()) VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw();
     }
 }
 
@@ -307,6 +309,12 @@ bool PointLoadManager::isSettled()
         if (anythingWaits()) return false;
         if (!_octrees.empty() && (_rest != Rest::COMPLETE || differs(camera))) return false;
     }
+    return sceneIsAtRest();
+}
+
+/// Nothing waits for a frame to be compiled, merged or removed.
+bool PointLoadManager::sceneIsAtRest()
+{
     return (!_incremental || _incremental->isEmpty()) && (!_decremental || _decremental->pending() == 0);
 }
 

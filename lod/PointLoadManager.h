@@ -90,6 +90,7 @@ private:
     CameraState captureCamera();
     bool differs(const CameraState& camera) const;
     bool anythingWaits();
+    bool sceneIsAtRest();
     void raiseAbort();
     osg::ref_ptr<osg::Operation> lodOperation();
 

@@ -7,6 +7,7 @@
 #include "registry/PointCloudData.h"
 
 #include <VelOsgDBBrx/PCDataManager.h>
+#include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 #include <VelOsgUtils/SpinLock.h>
@@ -63,6 +64,7 @@ Registry& registry()
     static Registry& theRegistry = []() -> Registry& {
         // What the threads use is made first, and so destroyed after they were joined.
         PCDataManager::getInstance();
+        PCViewerManager::getInstance();
         UnwrittenClasses::instance();
         VelOsgUtils::ThreadCount::isProcessStopping();
         return *new Registry;

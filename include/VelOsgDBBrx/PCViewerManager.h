@@ -39,6 +39,9 @@ public:
     /// is none.
     bool requestRedraw(const std::string& name);
 
+    /// Asks every registered viewer for a redraw: viewers that draw on demand see cells come in only so.
+    void requestRedraw();
+
     /// The compile operation of the viewer stored under the name, with the reference taken while the viewer
     /// cannot be unregistered; null when there is none of this library.
     osg::ref_ptr<VelIncrementalCompileOperation> acquireCompileOperation(const std::string& name);

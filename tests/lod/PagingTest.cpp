@@ -1,4 +1,12 @@
+#include "loading/CellData.h"
+#include "tests/support/HandOctree.h"
 #include "tests/support/PagingScene.h"
+
+#include <VelOsgDBBrx/FrameStamp.h>
+#include <VelOsgDBBrx/PCViewerManager.h>
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+#include <VelOsgUtils/DecrementalCompileOperation.h>
 
 #include <gtest/gtest.h>
 
@@ -98,6 +106,76 @@ TEST_P(EveryThreadingModel, ALeafWantedAgainBeforeItsRemovalStaysInTheScene)
     ASSERT_TRUE(scene.settle());
     EXPECT_EQ(scene.drawnNodes().size(), 73u);
     EXPECT_EQ(scene.loadedNodes(), scene.drawnNodes());
+}
+
+TEST_P(EveryThreadingModel, ARegisteredViewerThatDrawsOnDemandIsAskedUntilThePictureIsFinal)
+{
+    PagingScene scene(GetParam(), 4);
+    scene.view.viewer->setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
+    VelOsgDBBrx::PCViewerManager::getInstance()->registerViewer(scene.view.viewer, "on demand");
+    ASSERT_TRUE(scene.settle());
+    const auto before = scene.drawnNodes();
+    scene.look(osg::Vec3d(30, -40, 20));
+    scene.view.frame();
+    for (int i = 0; i < 2000 && !scene.manager().isSettled(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (scene.view.viewer->checkNeedToDoFrame()) scene.view.frame();
+    }
+    EXPECT_TRUE(scene.manager().isSettled());
+    EXPECT_NE(scene.drawnNodes(), before);
+    EXPECT_EQ(scene.drawnNodes(), scene.loadedNodes());
+    VelOsgDBBrx::PCViewerManager::getInstance()->unRegisterViewer("on demand");
+}
+
+/// Hides the octree while the graphics thread compiles the set, when the queues no longer tell where it is.
+class HideWhileCompiling : public osgUtil::IncrementalCompileOperation::CompileCompletedCallback
+{
+public:
+    HideWhileCompiling(VelOsgDBBrx::DynPointCloudLod* pass, VelOsgDBBrx::FrameStamp* stamp)
+        : _pass(pass), _stamp(stamp)
+    {
+    }
+
+    bool compileCompleted(osgUtil::IncrementalCompileOperation::CompileSet*) override
+    {
+        _stamp->octrees[0]->visibility = OctreeInfo::HIDDEN_NOT_CLEARED;
+        (*_pass)(_stamp);
+        return false; // the compile operation is to merge it
+    }
+
+private:
+    osg::ref_ptr<VelOsgDBBrx::DynPointCloudLod> _pass;
+    osg::ref_ptr<VelOsgDBBrx::FrameStamp> _stamp;
+};
+
+TEST(Paging, ACellUnwantedWhileItIsBeingCompiledNeverEntersTheScene)
+{
+    HeadlessViewer view(8, 8);
+    const osg::ref_ptr<VelOsgDBBrx::VelIncrementalCompileOperation> incremental =
+        new VelOsgDBBrx::VelIncrementalCompileOperation;
+    const osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> decremental =
+        new VelOsgUtils::DecrementalCompileOperation;
+    view.viewer->setIncrementalCompileOperation(incremental);
+    view.viewer->addUpdateOperation(decremental);
+    const osg::ref_ptr<OctreeInfo> octree = handOctree(fullTree(1, osg::Vec3d(), 100));
+    const osg::ref_ptr<PointCloudLOD> lod = new PointCloudLOD(octree);
+    view.show(lod);
+
+    const osg::ref_ptr<VelOsgDBBrx::FrameStamp> stamp = new VelOsgDBBrx::FrameStamp;
+    stamp->octrees = {octree};
+    stamp->height = 1000;
+    stamp->projection.makePerspective(60, 1, 1, 1000);
+    stamp->view.makeLookAt(osg::Vec3d(0, -300, 0), osg::Vec3d(), osg::Vec3d(0, 0, 1));
+    const osg::ref_ptr<VelOsgDBBrx::DynPointCloudLod> pass =
+        new VelOsgDBBrx::DynPointCloudLod(incremental, decremental);
+    (*pass)(stamp);
+    ASSERT_TRUE(octree->root->compileSet.valid());
+    octree->root->compileSet->_compileCompletedCallback = new HideWhileCompiling(pass, stamp);
+    for (int frame = 0; frame < 4; ++frame)
+        view.frame();
+    EXPECT_FALSE(octree->root->node);
+    EXPECT_EQ(lod->getNumChildren(), 0u);
+    EXPECT_TRUE(incremental->isEmpty());
 }
 
 } // namespace
