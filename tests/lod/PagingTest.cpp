@@ -2,6 +2,7 @@
 #include "tests/support/HandOctree.h"
 #include "tests/support/PagingScene.h"
 
+#include <VelOsgDBBrx/CalcLevelVisitor.h>
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
@@ -147,6 +148,24 @@ private:
     osg::ref_ptr<VelOsgDBBrx::DynPointCloudLod> _pass;
     osg::ref_ptr<VelOsgDBBrx::FrameStamp> _stamp;
 };
+
+TEST(Paging, LevelStatisticsAddUpTheMergedCellsOfEveryCloudAndVisit)
+{
+    PagingScene scene(osgViewer::ViewerBase::SingleThreaded, 3, 20);
+    ASSERT_TRUE(scene.settle());
+    VelOsgDBBrx::CalcLevelVisitor visitor;
+    scene.placement->accept(visitor);
+    using Counts = std::map<int, int>;
+    EXPECT_EQ(visitor.getLevelWithNum(), (Counts{{0, 20}, {1, 160}, {2, 1280}}));
+    scene.placement->accept(visitor);
+    EXPECT_EQ(visitor.getLevelWithNum(), (Counts{{0, 40}, {1, 320}, {2, 2560}}));
+
+    scene.manager().setOctreeVisible(scene.lod->getOctree(), false);
+    ASSERT_TRUE(scene.settle());
+    VelOsgDBBrx::CalcLevelVisitor afterwards;
+    scene.placement->accept(afterwards);
+    EXPECT_EQ(afterwards.getLevelWithNum(), (Counts{{0, 0}, {1, 0}, {2, 0}}));
+}
 
 TEST(Paging, ACellUnwantedWhileItIsBeingCompiledNeverEntersTheScene)
 {

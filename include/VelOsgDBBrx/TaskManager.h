@@ -1,0 +1,67 @@
+#pragma once
+
+#include <VelOsgDBBrx/Export.h>
+
+#include <osg/Referenced>
+#include <osg/ref_ptr>
+
+#include <memory>
+#include <mutex>
+#include <queue>
+#include <thread>
+
+namespace VelOsgDBBrx {
+
+/// A piece of a host's work for the `TaskManager`.
+class VEL_OSGDB_BRX_EXPORT Task : public osg::Referenced
+{
+public:
+    /// Runs on the worker thread. An exception that leaves it ends the process.
+    virtual void run() = 0;
+
+protected:
+    ~Task() override = default;
+};
+
+/// A process-wide worker that runs the host's tasks one after the other, in the order in which they were
+/// pushed. The library's own paging does not use it.
+///
+/// Threads: any, but for `getAllTask`; a task may push further tasks. Copies share nothing but the lock: a
+/// copy has the queued tasks and no worker.
+class VEL_OSGDB_BRX_EXPORT TaskManager
+{
+public:
+    /// The running instance; the worker starts with the first call.
+    static TaskManager* getInstance();
+
+    TaskManager(const TaskManager& other);
+    TaskManager& operator=(const TaskManager& other);
+    ~TaskManager();
+
+    /// Queues a task; null is ignored. Always true.
+    bool push(osg::ref_ptr<Task> task);
+
+    /// Starts the worker unless it runs.
+    void start();
+
+    /// Waits for the task that runs, ends the worker, and releases queued tasks without running them. Not
+    /// from within a task.
+    void stop();
+
+    /// Releases the queued tasks without running them.
+    void clear();
+
+    /// The queue itself, without a lock: only for a stopped manager.
+    std::queue<osg::ref_ptr<Task>>& getAllTask();
+
+private:
+    TaskManager();
+
+    void run();
+    osg::ref_ptr<Task> waitForTask();
+
+    std::queue<osg::ref_ptr<Task>> _queue; ///< guarded by the process-wide mutex
+    std::unique_ptr<std::thread> _worker;  ///< guarded by the mutex of start and stop
+};
+
+} // namespace VelOsgDBBrx
