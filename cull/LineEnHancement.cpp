@@ -24,7 +24,7 @@ constexpr size_t kReservedPoints = 1000000;
 constexpr double kLargestRaster = 32767; ///< pixels on a side; cairo makes no larger image
 
 /// A caller waits for the line, and nothing is changed: the search may have the whole machine.
-int allProcessors()
+[[maybe_unused]] int allProcessors()
 {
 #ifdef _OPENMP
     return omp_get_num_procs();
