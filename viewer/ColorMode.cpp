@@ -36,8 +36,8 @@ ColorWithRangeInfo intensityRamp(const AttributeRange& intensity)
     return info;
 }
 
-/// A scale over all times: a time outside of it would be black. Its ends lie a step of a float outside, because
-/// the points' times are rounded to floats, and apart even when all times are the same.
+/// A scale over all times: a time outside of it would be black. Its ends lie a step of a float outside,
+/// because the points' times are rounded to floats, and apart even when all times are the same.
 VelOsgDBBrx::ColorScale timeScale(const AttributeRange& times)
 {
     constexpr float kInfinity = std::numeric_limits<float>::infinity();

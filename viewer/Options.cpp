@@ -222,7 +222,7 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.setDescription(
         "brxview shows point clouds: octree stores (.brx), and LAS files, which it builds into "
         "stores beside them.");
-    usage.setCommandLineUsage("brxview [options] STORE|LAS...");
+    usage.setCommandLineUsage("brxview [options] STORE|LAS|LAZ...");
     usage.addCommandLineOption("--mode MODE", "Colour the points by " + colorModeNames() +
                                                   ". Default: rgb, elevation in stores without colours.");
     usage.addCommandLineOption("--color COLOR",

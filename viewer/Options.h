@@ -27,7 +27,7 @@ struct RenderRequest
 /// The command line of the viewer, checked.
 struct Options
 {
-    std::vector<std::string> inputs; ///< stores and LAS files
+    std::vector<std::string> inputs; ///< stores, LAS and LAZ files
     ColorMode mode = ColorMode::AUTOMATIC;
     osg::Vec4f color{0.85f, 0.85f, 0.8f, 1.0f}; ///< of ColorMode::SINGLE
     int pointSize = 0;                          ///< pixels; 0: the library's default

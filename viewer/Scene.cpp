@@ -3,15 +3,19 @@
 #include <VelBrx/MiraLasRead.h>
 #include <VelOsgDBBrx/DefaultDisplay.h>
 #include <VelOsgDBBrx/LoadBrxTool.h>
+#include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PointCloudHelper.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
 #include <osg/MatrixTransform>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <functional>
 #include <iterator>
 
 using VelBrx::Status;
+using VelOsgDBBrx::PointCloudHelper;
 
 namespace {
 
@@ -45,6 +49,15 @@ void merge(VelBrx::StoreStatistics& all, const VelBrx::StoreStatistics& part)
     all.pointSources = sources;
 }
 
+/// A coordinate with the decimals that a store of this scale has.
+std::string coordinate(double value, double scale)
+{
+    const int decimals = std::clamp(static_cast<int>(std::ceil(-std::log10(scale) - 1e-9)), 0, 12);
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
 } // namespace
 
 Status Scene::load(const std::vector<std::string>& stores, const Options& options)
@@ -68,7 +81,9 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
     osg::Vec3d min;
     osg::Vec3d max;
     Cloud cloud;
-    cloud.node = VelOsgDBBrx::LoadBrxTool::loadBrxFile(store, offset, min, max, normals);
+    cloud.store = store;
+    cloud.node = dynamic_cast<VelOsgDBBrx::IPointCloud*>(
+        VelOsgDBBrx::LoadBrxTool::loadBrxFile(store, offset, min, max, normals));
     if (!cloud.node || !VelBrx::MiraLasRead::getStatistics(cloud.statistics, store.c_str())) {
         return Status::failure(store + ": cannot be read as a store; brx verify tells what is wrong with it");
     }
@@ -80,6 +95,7 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
     place->addChild(cloud.node);
     _root->addChild(place);
     _clouds.push_back(cloud);
+    PointCloudHelper::setPointCloudId(cloud.node, _clouds.size());
     return Status();
 }
 
@@ -113,5 +129,19 @@ void Scene::setEyeDomeLighting(bool enable)
 void Scene::setPointSize(int pixels)
 {
     _pointSize = std::clamp(pixels, 1, kLargestPointSize);
-    VelOsgDBBrx::PointCloudHelper::setPointSize(_root, _pointSize);
+    PointCloudHelper::setPointSize(_root, _pointSize);
+}
+
+std::vector<std::string> Scene::describe(const VelOsgDBBrx::PickedPoint& point) const
+{
+    if (point.cloudId < 1 || point.cloudId > _clouds.size()) return {};
+    const Cloud& cloud = _clouds[point.cloudId - 1];
+    OctreeInfo& octree = *cloud.node->getOctree();
+    const osg::Vec3d stored = VelOsgDBBrx::storedPosition(point.position, octree);
+    std::string position;
+    for (int axis = 0; axis < 3; ++axis)
+        position += (axis ? "  " : "") + coordinate(stored[axis], octree.scale[axis]);
+    char time[64];
+    std::snprintf(time, sizeof time, "GPS time %.9g s", point.gpsTime);
+    return {position, time, cloud.store};
 }

@@ -5,10 +5,11 @@
 
 #include <VelBrx/Status.h>
 #include <VelBrx/StoreStatistics.h>
+#include <VelOsgDBBrx/IPointCloud.h>
+#include <VelOsgDBBrx/PointPicker.h>
 
 #include <osg/BoundingBox>
 #include <osg/Group>
-#include <osg/Node>
 #include <osg/ref_ptr>
 
 #include <string>
@@ -41,10 +42,15 @@ public:
     void setPointSize(int pixels);
     int pointSize() const { return _pointSize; }
 
+    /// Lines that tell people of a picked point, with the coordinates as its store holds them; empty for a
+    /// point of none of these clouds.
+    std::vector<std::string> describe(const VelOsgDBBrx::PickedPoint& point) const;
+
 private:
     struct Cloud
     {
-        osg::ref_ptr<osg::Node> node;
+        std::string store;
+        osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
         VelBrx::StoreStatistics statistics;
     };
 

@@ -126,7 +126,7 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
         store = input;
         return Status();
     }
-    if (!isLas(source)) return Status::failure(input + ": is neither a store nor a LAS file");
+    if (!isLas(source)) return Status::failure(input + ": is neither a store nor a LAS or LAZ file");
     if (source.extension() == kStoreExtension) {
         return Status::failure(input + ": is a damaged store; brx verify tells what is wrong with it");
     }

@@ -3,6 +3,7 @@
 #include "viewer/ContextServices.h"
 #include "viewer/DisplayKeys.h"
 #include "viewer/Overlay.h"
+#include "viewer/PickHandler.h"
 #include "viewer/Screenshot.h"
 
 #include <osgGA/KeySwitchMatrixManipulator>
@@ -105,6 +106,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     const osg::ref_ptr<Overlay> overlay = new Overlay;
     viewer.getCamera()->addFinalDrawCallback(overlay);
     viewer.addEventHandler(new DisplayKeys(scene, *overlay, options.legend));
+    viewer.addEventHandler(new PickHandler(scene, *overlay));
     addStockHandlers(viewer, arguments);
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);

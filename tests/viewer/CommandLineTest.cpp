@@ -36,7 +36,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(BadCommandLine{{"--render", "a.png"}, "no file"},
                     BadCommandLine{{"--render", "a.png", "missing.brx"}, "missing.brx"},
                     BadCommandLine{{"--render", "a.png", "/"}, "/: is not a file"},
-                    BadCommandLine{{"--render", "a.png", BRXVIEW}, "neither a store nor a LAS file"},
+                    BadCommandLine{{"--render", "a.png", BRXVIEW}, "neither a store nor a LAS or LAZ file"},
                     BadCommandLine{{"--render", "a.xyz", "s.brx"}, "a.xyz"},
                     BadCommandLine{{"--render"}, "--render needs a value"},
                     BadCommandLine{{"--render", "a.png", "--size", "10", "s.brx"}, "--size 10"},

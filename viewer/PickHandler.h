@@ -1,0 +1,29 @@
+#pragma once
+
+#include "viewer/Overlay.h"
+#include "viewer/Scene.h"
+
+#include <VelOsgDBBrx/PointPicker.h>
+#include <osgGA/GUIEventHandler>
+
+/// Shows the point that the user clicks: in the overlay and as a line on stdout, its parts separated by tabs.
+/// A press that turns into a drag is the camera's.
+class PickHandler : public osgGA::GUIEventHandler
+{
+public:
+    /// Puts the picker into `scene`, which must outlive this handler; the overlay is held.
+    PickHandler(Scene& scene, Overlay& overlay);
+
+    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
+    void getUsage(osg::ApplicationUsage& usage) const override;
+
+private:
+    void ask(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
+    void showAnswer();
+
+    Scene& _scene;
+    const osg::ref_ptr<Overlay> _overlay;
+    const osg::ref_ptr<VelOsgDBBrx::PointPicker> _picker;
+    float _pressX = 0; ///< where the button went down
+    float _pressY = 0;
+};
