@@ -2,6 +2,18 @@
 
 namespace VelOsgDBBrx {
 
+CategoryReport::Counts& CategoryReport::Counts::operator+=(const Counts& other)
+{
+    selected += other.selected;
+    changed += other.changed;
+    cellsUnreadable += other.cellsUnreadable;
+    for (size_t c = 0; c < before.size(); ++c) {
+        before[c] += other.before[c];
+        after[c] += other.after[c];
+    }
+    return *this;
+}
+
 CategoryReport::State CategoryReport::wait() const
 {
     std::unique_lock<std::mutex> lock(_mutex);

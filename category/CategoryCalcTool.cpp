@@ -18,17 +18,6 @@ namespace VelOsgDBBrx {
 
 namespace {
 
-void add(CategoryReport::Counts& sum, const CategoryReport::Counts& counts)
-{
-    sum.selected += counts.selected;
-    sum.changed += counts.changed;
-    sum.cellsUnreadable += counts.cellsUnreadable;
-    for (size_t c = 0; c < sum.before.size(); ++c) {
-        sum.before[c] += counts.before[c];
-        sum.after[c] += counts.after[c];
-    }
-}
-
 /// Calls `visit(index in the point file, class)` for every point of a cell that has been modified.
 template <class Visit>
 void forEachModified(const EditHistory::ModifiedCell& cell, Visit visit)
@@ -217,7 +206,7 @@ void CategoryCalcTool::handle(Category& request)
         undo(counts);
         break;
     case Category::RESET:
-        add(counts, _history->reset().counts);
+        counts = _history->reset().counts;
         break;
     case Category::SAVE:
         _history->save();
@@ -240,7 +229,7 @@ Status CategoryCalcTool::edit(const Category& request, CategoryReport::Counts& c
     std::vector<CloudEdit> edits;
     if (Status status = carryOut(request, context, edits); !status) return status;
     for (const CloudEdit& cloud : edits) {
-        add(counts, cloud.outcome.counts);
+        counts += cloud.outcome.counts;
         if (!cloud.outcome.cells.empty()) PCViewerManager::getInstance()->requestRedraw(cloud.uid);
     }
     _history->add(std::move(edits));
@@ -250,7 +239,7 @@ Status CategoryCalcTool::edit(const Category& request, CategoryReport::Counts& c
 void CategoryCalcTool::undo(CategoryReport::Counts& counts)
 {
     for (const CloudEdit& cloud : _history->undo()) {
-        add(counts, cloud.outcome.counts);
+        counts += cloud.outcome.counts;
         const osg::ref_ptr<VelIncrementalCompileOperation> operation =
             PCViewerManager::getInstance()->acquireCompileOperation(cloud.uid);
         if (operation) compileFirst(*operation, cloud.outcome.cells);

@@ -33,14 +33,13 @@ struct CellWork
     std::vector<uint8_t> after;
 };
 
-/// Fills the work with the classes that the cell has now. False when some of its records cannot be mapped.
-bool begin(CellWork& work, const OctreeInfo& octree, const CellData& cell)
+/// Makes room for the classes of a cell, and finds those that are not in its records.
+void begin(CellWork& work, const CellData& cell)
 {
     work.current = UnwrittenClasses::instance().current(cell.identifier);
-    if (!readClasses(octree, cell, work.before)) return false;
-    if (work.current) work.before = *work.current;
-    work.after = work.before;
-    return true;
+    const size_t count = countPoints(cell.record.segments);
+    work.before.resize(count);
+    work.after.resize(count);
 }
 
 /// What the work changed; without a place when that is nothing.
@@ -52,17 +51,31 @@ EditedCell keep(const CellWork& work, CellData& cell)
             std::make_shared<const std::vector<uint8_t>>(work.after)};
 }
 
+/// Calls `visit(place)` for the points of a change, ascending.
+template <class Visit>
+void forEachPoint(const CellChange& change, Visit visit)
+{
+    for (size_t word = 0; word < change.points.size(); ++word)
+        for (uint64_t bits = change.points[word]; bits; bits &= bits - 1)
+            visit(word * 64 + static_cast<size_t>(__builtin_ctzll(bits)));
+}
+
 CellChange difference(const EditedCell& cell)
 {
     const std::vector<uint8_t>& before = *cell.before;
     const std::vector<uint8_t>& after = *cell.after;
-    CellChange change{cell.place, std::vector<uint64_t>((before.size() + 63) / 64), {}};
-    change.classes.reserve(countDifferent(before, after));
-    for (size_t i = 0; i < before.size(); ++i) {
-        if (before[i] == after[i]) continue;
-        change.points[i / 64] |= uint64_t(1) << (i % 64);
-        change.classes.push_back(before[i]);
+    CellChange change{cell.place, {}, {}};
+    change.points.reserve((before.size() + 63) / 64);
+    size_t changed = 0;
+    for (size_t i = 0; i < before.size(); i += 64) {
+        change.points.push_back(
+            differingBits(&before[i], &after[i], std::min<size_t>(64, before.size() - i)));
+        changed += static_cast<size_t>(__builtin_popcountll(change.points.back()));
     }
+    change.classes.resize(changed);
+    forEachPoint(change, [&, recorded = change.classes.begin()](size_t place) mutable {
+        *recorded++ = before[place];
+    });
     return change;
 }
 
@@ -112,19 +125,26 @@ void finish(EditOutcome& outcome)
         outcome.changes[i] = difference(outcome.cells[i]);
 }
 
+/// False when some of the records cannot be mapped.
 bool edit(const OctreeInfo& octree, const CellData& cell, const ScreenRules& rules, CellWork& work,
           ScreenRules::ClassCounts& selected)
 {
-    return begin(work, octree, cell) &&
-           forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t first) {
-               rules.edit(records, count, work.before.data() + first, work.after.data() + first, selected);
-           });
+    begin(work, cell);
+    return forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t first) {
+        rules.edit(records, count, work.current ? work.current->data() + first : nullptr,
+                   work.before.data() + first, work.after.data() + first, selected);
+    });
 }
 
+/// False when some of the records cannot be mapped.
 bool edit(const OctreeInfo& octree, const CellPoints& listed, uint8_t hidingBits, CellWork& work,
           Counts& counts)
 {
-    const auto editRun = [&](const uint8_t* records, int64_t count, uint32_t first) {
+    begin(work, *listed.cell);
+    if (!readClasses(octree, *listed.cell, work.before)) return false;
+    if (work.current) work.before = *work.current;
+    work.after = work.before;
+    return forEachRun(octree, *listed.cell, [&](const uint8_t* records, int64_t count, uint32_t first) {
         auto point =
             std::lower_bound(listed.points.begin(), listed.points.end(), std::make_pair(first, uint8_t(0)));
         for (; point != listed.points.end() && point->first - first < count; ++point) {
@@ -136,8 +156,7 @@ bool edit(const OctreeInfo& octree, const CellPoints& listed, uint8_t hidingBits
             ++counts.after[toClass];
             counts.changed += work.before[place] != toClass;
         }
-    };
-    return begin(work, octree, *listed.cell) && forEachRun(octree, *listed.cell, editRun);
+    });
 }
 
 /// Locks the store that a cell belongs to, while that is open.
@@ -184,10 +203,9 @@ EditOutcome changeCells(const std::vector<Item>& items, NewClasses newClasses)
 ClassesPtr reverted(const CellChange& change, const ClassesPtr& current)
 {
     std::vector<uint8_t> classes = *current;
-    auto recorded = change.classes.begin();
-    for (size_t word = 0; word < change.points.size(); ++word)
-        for (uint64_t bits = change.points[word]; bits; bits &= bits - 1)
-            classes[word * 64 + static_cast<size_t>(__builtin_ctzll(bits))] = *recorded++;
+    forEachPoint(change, [&, recorded = change.classes.begin()](size_t place) mutable {
+        classes[place] = *recorded++;
+    });
     return std::make_shared<const std::vector<uint8_t>>(std::move(classes));
 }
 
@@ -205,20 +223,19 @@ EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bo
 #pragma omp parallel num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))
     {
         CellWork work;
-        ScreenRules::ClassCounts selected{};
-        uint64_t unreadable = 0;
+        Counts counts;
 #pragma omp for schedule(static)
         for (int i = 0; i < count; ++i) {
-            if (!edit(octree, *cells[i], rules, work, selected))
-                ++unreadable;
-            else if (!dryRun)
-                outcome.cells[i] = keep(work, *cells[i]);
+            ScreenRules::ClassCounts selected{};
+            if (!edit(octree, *cells[i], rules, work, selected)) {
+                ++counts.cellsUnreadable;
+                continue;
+            }
+            rules.addCounts(selected, counts);
+            if (!dryRun) outcome.cells[i] = keep(work, *cells[i]);
         }
 #pragma omp critical
-        {
-            rules.addCounts(selected, outcome.counts);
-            outcome.counts.cellsUnreadable += unreadable;
-        }
+        outcome.counts += counts;
     }
     finish(outcome);
     return outcome;

@@ -1,5 +1,6 @@
 #include "category/ScreenRules.h"
 
+#include "category/StoredClasses.h"
 #include "cull/PointRecords.h"
 #include "cull/ScreenRegion.h"
 #include "cull/StoreEdit.h"
@@ -94,24 +95,34 @@ bool ScreenRules::accept(const uint8_t* records, int count, uint8_t* accepted) c
     return any != 0;
 }
 
-void ScreenRules::edit(const uint8_t* records, int64_t count, const uint8_t* before, uint8_t* after,
-                       ClassCounts& selected) const
+void ScreenRules::editBlock(const uint8_t* records, int count, const uint8_t* before, uint8_t* after,
+                            ClassCounts& selected) const
 {
     uint8_t accepted[kBlock];
-    for (int64_t begin = 0; begin < count; begin += kBlock) {
-        const int block = static_cast<int>(std::min<int64_t>(kBlock, count - begin));
-        const uint8_t* record = records + begin * kRecordSize;
-        if (!accept(record, block, accepted)) {
-            std::copy_n(before + begin, block, after + begin);
-            continue;
-        }
-        for (int i = 0; i < block; ++i, record += kRecordSize) {
-            const uint8_t current = before[begin + i];
-            const bool visible = !(record[kFlagByte] & _hidingBits) & (_shown[current] != 0);
-            const bool in = (accepted[i] != 0) & visible;
-            selected[current] += in;
-            after[begin + i] = in & (_changes[current] != 0) ? _toClass : current;
-        }
+    if (!accept(records, count, accepted)) {
+        std::copy_n(before, count, after);
+        return;
+    }
+    for (int i = 0; i < count; ++i) {
+        const uint8_t current = before[i];
+        const bool hidden = records[i * kRecordSize + kFlagByte] & _hidingBits;
+        const bool in = (accepted[i] != 0) & !hidden & (_shown[current] != 0);
+        selected[current] += in;
+        after[i] = in & (_changes[current] != 0) ? _toClass : current;
+    }
+}
+
+void ScreenRules::edit(const uint8_t* records, int64_t count, const uint8_t* current, uint8_t* before,
+                       uint8_t* after, ClassCounts& selected) const
+{
+    for (int64_t first = 0; first < count; first += kBlock) {
+        const int block = static_cast<int>(std::min<int64_t>(kBlock, count - first));
+        const uint8_t* blockRecords = records + first * kRecordSize;
+        if (current)
+            std::copy_n(current + first, block, before + first);
+        else
+            gatherClasses(blockRecords, block, before + first);
+        editBlock(blockRecords, block, before + first, after + first, selected);
     }
 }
 

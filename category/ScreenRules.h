@@ -40,9 +40,10 @@ public:
     /// Cells that can hold selected points.
     std::vector<CellData*> cells() const;
 
-    /// Writes to `after` the classes that `count` consecutive points get. `before` are those they have.
-    /// Counts the selected points by the class that they have.
-    void edit(const uint8_t* records, int64_t count, const uint8_t* before, uint8_t* after,
+    /// Writes the classes that `count` consecutive points have to `before`, and those that they get to
+    /// `after`. `current` are those they have where that is not what their records say, else null. Counts the
+    /// selected points by the class that they have.
+    void edit(const uint8_t* records, int64_t count, const uint8_t* current, uint8_t* before, uint8_t* after,
               ClassCounts& selected) const;
 
     /// Adds up what became of the selected points.
@@ -57,6 +58,8 @@ private:
     static ClassSet fromClasses(const VelOsgDBBrx::Base& base);
     void addTests(const ScreenSelection& selection, const osg::Matrixd& localToWorld);
     bool accept(const uint8_t* records, int count, uint8_t* accepted) const;
+    void editBlock(const uint8_t* records, int count, const uint8_t* before, uint8_t* after,
+                   ClassCounts& selected) const;
 
     const OctreeInfo& _octree;
     osg::Polytope::PlaneList _bounds;     ///< nothing outside is selected; local coordinates

@@ -8,7 +8,9 @@
 #include <VelBrx/MiraLasRead.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -19,12 +21,6 @@ namespace {
 constexpr int kClassByte = 16;
 
 using Cell = UnwrittenClasses::Cell;
-
-void gatherClasses(const uint8_t* records, int64_t count, uint8_t* classes)
-{
-    for (int64_t i = 0; i < count; ++i)
-        classes[i] = records[i * kRecordSize + kClassByte];
-}
 
 /// Touches nothing but the bytes that change.
 void writeChangedClasses(const Cell& cell, int64_t count, uint32_t first, uint8_t* records)
@@ -99,6 +95,12 @@ Status StoreToWrite::write()
 
 } // namespace
 
+void gatherClasses(const uint8_t* records, int64_t count, uint8_t* classes)
+{
+    for (int64_t i = 0; i < count; ++i)
+        classes[i] = records[i * kRecordSize + kClassByte];
+}
+
 osg::ref_ptr<OctreeInfo> openOctree(const CellPlace& place)
 {
     osg::ref_ptr<CellData> cell;
@@ -132,11 +134,27 @@ Cell currentCell(const CellPlacePtr& place)
     return cell;
 }
 
+uint64_t differingBits(const uint8_t* a, const uint8_t* b, size_t count)
+{
+    constexpr uint64_t kLow = 0x7F7F7F7F7F7F7F7Fu;
+    uint64_t bits = 0;
+    for (size_t i = 0; i < count; i += 8) {
+        uint64_t x = 0;
+        uint64_t y = 0;
+        std::memcpy(&x, a + i, std::min<size_t>(8, count - i));
+        std::memcpy(&y, b + i, std::min<size_t>(8, count - i));
+        const uint64_t d = x ^ y;
+        const uint64_t highBits = (((d & kLow) + kLow) | d) & ~kLow; // of the bytes of d that are not zero
+        bits |= ((highBits >> 7) * 0x0102040810204080u >> 56) << i;  // moved together
+    }
+    return bits;
+}
+
 size_t countDifferent(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b)
 {
     size_t different = 0;
-    for (size_t i = 0; i < a.size(); ++i)
-        different += a[i] != b[i];
+    for (size_t i = 0; i < a.size(); i += 64)
+        different += __builtin_popcountll(differingBits(&a[i], &b[i], std::min<size_t>(64, a.size() - i)));
     return different;
 }
 

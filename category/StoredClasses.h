@@ -14,6 +14,9 @@
 
 /// The class bytes of point records.
 
+/// Copies the class bytes of consecutive records.
+void gatherClasses(const uint8_t* records, int64_t count, uint8_t* classes);
+
 /// The open octree that the cell belongs to; null when it is closed.
 osg::ref_ptr<OctreeInfo> openOctree(const CellPlace& place);
 
@@ -24,6 +27,10 @@ bool readClasses(const OctreeInfo& octree, const CellData& cell, std::vector<uin
 /// be read. The caller is the only one that changes classes.
 UnwrittenClasses::Cell currentCell(const CellPlacePtr& place);
 
+/// Which of up to 64 classes differ: bit i for the i-th.
+uint64_t differingBits(const uint8_t* a, const uint8_t* b, size_t count);
+
+/// Both have the same size.
 size_t countDifferent(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b);
 
 /// Number of points whose class differs from the one in their records, by the path of their store.

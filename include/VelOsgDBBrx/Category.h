@@ -44,6 +44,8 @@ public:
         std::array<uint64_t, 256> before{}; ///< the selected points by class before the edit
         std::array<uint64_t, 256> after{};  ///< the same points by class after it
         uint64_t cellsUnreadable = 0;       ///< cells left out: their records could not be mapped
+
+        Counts& operator+=(const Counts& other);
     };
 
     /// Returns once the request has been handled or given up.
