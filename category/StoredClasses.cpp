@@ -174,9 +174,11 @@ Status writeClassesToStores()
         if (!store) store = std::make_unique<StoreToWrite>(cell.place->storePath);
         store->add(cell);
     }
-    for (const auto& [path, store] : stores)
-        if (Status status = store->check(); !status) return status;
-    for (const auto& [path, store] : stores)
-        if (Status status = store->write(); !status) return status;
-    return {};
+    Status firstFailure;
+    for (const auto& [path, store] : stores) {
+        Status status = store->check();
+        if (status) status = store->write();
+        if (!status && firstFailure) firstFailure = status;
+    }
+    return firstFailure;
 }

@@ -37,7 +37,6 @@ size_t countDifferent(const std::vector<uint8_t>& a, const std::vector<uint8_t>&
 std::map<std::string, uint64_t> countUnwrittenClasses();
 
 /// Writes all of `UnwrittenClasses` into the stores, single bytes in place, syncs the files, and forgets what
-/// is written. Nothing is written when one of the stores cannot be. The caller is the only one that changes
-/// classes.
-
+/// is written. A store that cannot be written is left as it is and keeps its entries; the first of these is
+/// the failure. The caller is the only one that changes classes.
 VelBrx::Status writeClassesToStores();

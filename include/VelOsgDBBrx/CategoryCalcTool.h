@@ -81,8 +81,9 @@ public:
     /// Writes every class that differs from its store into the store's point records, single bytes in place,
     /// and syncs the files. Requests pushed before are handled first. After it every reader of the files sees
     /// the classes. The stores are valid LAS files at every moment; a kill leaves each point with the class
-    /// before or after. Fails before anything is written when one of the stores cannot be written; the
-    /// message names it. Undo records and `getAllModify` stay as they are.
+    /// before or after. A store that cannot be written is left as it is, its edits stay unwritten, and the
+    /// failure names it, the first of several; the other stores are written. Undo records and `getAllModify`
+    /// stay as they are.
     VelBrx::Status writeToStores();
 
     /// Whether a store differs from the classes of now: handled edits that `writeToStores` would write.

@@ -427,29 +427,36 @@ TEST_F(CategoryCalcToolTest, WritesTheEditsOfAStoreThatWasClosed)
     EXPECT_EQ(pushAndWait(kUid, polygonEdit(kArrow, screen, 9))->state(), CategoryReport::REFUSED);
 }
 
-TEST_F(CategoryCalcToolTest, WritesNoStoreWhenOneOfThemCannotBeWritten)
+TEST_F(CategoryCalcToolTest, KeepsTheEditsOfAStoreThatCannotBeWrittenAndWritesTheOthers)
 {
-    const std::string otherPath = writeClassifiedStore(folder, "other.brx", 2, 500);
+    const std::string otherPath = writeClassifiedStore(folder, "another.brx", 2, 500);
     LoadedStore other(otherPath);
+    const Bytes otherBefore = readFile(otherPath);
     tool().registerCloud("other", other.octree());
-    pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
-    pushAndWait("other", polygonEdit(kArrow, screen, 9));
-
     const std::string moved = folder.file("moved.brx");
     std::filesystem::rename(otherPath, moved);
-    const auto fails = [&](const std::string& why) {
+    const auto fails = [&](const std::string& why, int toClass) {
+        pushAndWait(kUid, polygonEdit(kArrow, screen, toClass));
+        pushAndWait("other", polygonEdit(kArrow, screen, toClass));
         const Status status = tool().writeToStores();
         EXPECT_FALSE(status.ok());
         EXPECT_NE(status.message().find(otherPath + ": "), std::string::npos) << status.message();
         EXPECT_NE(status.message().find(why), std::string::npos) << status.message();
-        EXPECT_EQ(storedClasses(path), before);
-        EXPECT_TRUE(tool().hasUnwritten());
+        EXPECT_EQ(storedClasses(path), edited(before, visibleUnder(kArrow), toClass, always));
+        EXPECT_EQ(tool().countUnwritten().count(path), 0u);
+        EXPECT_GT(tool().countUnwritten()[otherPath], 100u);
     };
-    fails("cannot be opened");
+    fails("cannot be opened", 9);
     std::filesystem::copy(path, otherPath);
-    fails("no longer the store");
+    fails("no longer the store", 10);
+    std::filesystem::remove(otherPath);
+    std::filesystem::copy(moved, otherPath);
+    std::filesystem::resize_file(otherPath, otherBefore.size() / 2);
+    EXPECT_FALSE(tool().writeToStores().ok());
+    EXPECT_EQ(std::filesystem::file_size(otherPath), otherBefore.size() / 2);
     std::filesystem::rename(moved, otherPath);
     EXPECT_TRUE(tool().writeToStores().ok());
+    EXPECT_NE(readFile(otherPath), otherBefore);
 }
 
 TEST_F(CategoryCalcToolTest, HandlesRequestsOfSeveralThreadsAndIsAskedMeanwhile)

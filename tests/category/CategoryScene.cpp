@@ -56,7 +56,7 @@ Bytes withClasses(Bytes store, const Classes& classes)
 
 std::string writeClassifiedStore(const TempFolder& folder, const std::string& name, unsigned seed, int count)
 {
-    const std::string path = writeRandomStore(folder, count, seed, name);
+    const std::string path = writeMarkedStore(folder, count, seed, name);
     Bytes store = readFile(path);
     std::mt19937 random(seed);
     Classes classes(Records(store).count);

@@ -20,7 +20,7 @@ Classes storedClasses(const std::string& path);
 /// The bytes of a store with other classes in its records.
 Bytes withClasses(Bytes store, const Classes& classes);
 
-/// As `writeRandomStore`, its points of random classes 1 to 6 and, some, of 255.
+/// As `writeMarkedStore`, its points of random classes 1 to 6 and, some, of 255.
 std::string writeClassifiedStore(const TempFolder& folder, const std::string& name = "cloud.brx",
                                  unsigned seed = 1, int count = 20000);
 

@@ -1,0 +1,130 @@
+#include "category/CpuCategoryOp.h"
+#include "category/PointCategoryManager.h"
+#include "tests/category/CategoryScene.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+using namespace VelOsgDBBrx;
+
+namespace {
+
+/// Edges run along pixels: no pixel's centre is near one.
+const Polygon kCorner = {{20.3, 30.2}, {150.3, 30.2}, {150.3, 90.4},
+                         {90.8, 90.4}, {90.8, 140.1}, {20.3, 140.1}};
+const Polygon kLeft = {{-5, -5}, {100.2, -5}, {100.2, 155}, {-5, 155}};
+
+class CpuCategoryOpTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        manager->setOperation(new CpuCategoryOp(nullptr));
+        manager->addMember(store.octree());
+        manager->addMember(new osg::Node); // nothing that has classes
+        manager->start();
+    }
+
+    void TearDown() override
+    {
+        manager->pushKind3();
+        EXPECT_TRUE(shows(before));
+        manager->stop();
+        EXPECT_TRUE(CategoryCalcTool::getInstance()->writeToStores().ok());
+    }
+
+    osg::ref_ptr<CategoryCmdInner> command(const Polygon& polygon, int toClass) const
+    {
+        osg::ref_ptr<CategoryCmdInner> cmd = new CategoryCmdInner;
+        cmd->polygon = polygon;
+        cmd->vpw = screen.vpw();
+        cmd->width = screen.width;
+        cmd->height = screen.height;
+        cmd->toClass = toClass;
+        return cmd;
+    }
+
+    /// The points are drawn with these classes, at the latest after 20 seconds.
+    bool shows(const Classes& classes) const
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (shownClasses(*store.octree()) != classes) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return true;
+    }
+
+    Classes editedUnder(const Classes& classes, const Polygon& polygon, int toClass,
+                        const std::function<bool(size_t)>& mayChange) const
+    {
+        return edited(classes, pointsUnder(records, polygon, screen), toClass,
+                      [&](size_t i) { return !(records.flags(i) & 0x0F) && mayChange(i); });
+    }
+
+    TempFolder folder;
+    std::string path = writeClassifiedStore(folder);
+    LoadedStore store{path};
+    Screen screen = Screen::lookingAt({-90, -160, 120}, {3, -2, 1});
+    const LasRecords records{path};
+    const Classes before = storedClasses(path);
+    osg::ref_ptr<PointCategoryManager> manager = new PointCategoryManager;
+};
+
+} // namespace
+
+TEST_F(CpuCategoryOpTest, EditsUndoesRedoesAndResetsTheRegisteredClouds)
+{
+    std::vector<osg::Vec4d> planes = {{0, 0, 1, 10}};
+    manager->setClipPlanes(planes);
+    const auto aboveTheClipPlane = [&](size_t i) {
+        return (records.position(i) - records.offset()).z() + 10 >= 0;
+    };
+    const Classes first = editedUnder(before, kCorner, 9, [&](size_t i) {
+        return aboveTheClipPlane(i) && (before[i] == 2 || before[i] == 5);
+    });
+    const Classes second = editedUnder(first, kLeft, 8, aboveTheClipPlane);
+
+    osg::ref_ptr<CategoryCmdInner> cmd = command(kCorner, 9);
+    cmd->classTable.fill(0);
+    cmd->classTable[2] = cmd->classTable[5] = 1;
+    manager->pushCmd(cmd);
+    EXPECT_TRUE(shows(first));
+    manager->pushCmd(command(kLeft, 8));
+    EXPECT_TRUE(shows(second));
+    manager->pushKind1();
+    EXPECT_TRUE(shows(first));
+    manager->pushKind2();
+    EXPECT_TRUE(shows(second));
+    manager->pushKind3();
+    EXPECT_TRUE(shows(before));
+    manager->pushKind2();
+    EXPECT_TRUE(shows(first)) << "what a reset takes back can be redone";
+    EXPECT_EQ(storedClasses(path), before);
+}
+
+TEST_F(CpuCategoryOpTest, IgnoresCommandsThatItCannotCarryOut)
+{
+    osg::ref_ptr<CategoryCmdInner> unknown = command(kCorner, 9);
+    unknown->kind = 7;
+    manager->pushCmd(unknown);
+    manager->pushCmd(command(kCorner, 300));
+    manager->pushCmd(new CategoryCmdInner);
+    manager->pushKind1();
+    manager->pushKind2();
+    manager->pushCmd(command(kLeft, 4));
+    EXPECT_TRUE(shows(editedUnder(before, kLeft, 4, [](size_t) { return true; })));
+}
+
+TEST_F(CpuCategoryOpTest, MakesEditsThatAreWrittenLikeThoseOfTheTool)
+{
+    const Classes expected = editedUnder(before, kLeft, 4, [](size_t) { return true; });
+    manager->pushCmd(command(kLeft, 4));
+    ASSERT_TRUE(shows(expected));
+    EXPECT_TRUE(CategoryCalcTool::getInstance()->hasUnwritten());
+    ASSERT_TRUE(CategoryCalcTool::getInstance()->writeToStores().ok());
+    EXPECT_EQ(readFile(path), withClasses(records.bytes(), expected));
+    EXPECT_TRUE(CategoryCalcTool::getInstance()->getAllModify().empty()) << "of the tool's own";
+}
