@@ -7,6 +7,7 @@
 
 #include <osg/Matrixd>
 #include <osg/Vec2d>
+#include <osg/Vec2f>
 #include <osg/Vec3d>
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
@@ -22,7 +23,8 @@ struct _cairo_surface;
 namespace VelOsgDBBrx {
 
 /// Finds the points under a thick polyline drawn on the screen, for instance along a road marking or a cable.
-/// It changes no point and is not kept for undo. `LineHighlight` shows a line's points in the picture.
+/// It changes no point and is not kept for undo. `outline` with `PointCloudHelper::setEnhancedLine` makes the
+/// points along a line stand out in the picture.
 ///
 /// The polyline, unlike the polygon of `CullCmd`, is in the window coordinates of `setVPW`: pixels with y up.
 /// A line is only found from its second raster row and column on: extend the polyline when its ends or the
@@ -79,6 +81,12 @@ public:
 
     /// Whether the search has ended; for callers that do not wait. Any thread may call it.
     bool isFinished() const { return _finished; }
+
+    /// The polygon of a line seen from above, for `PointCloudHelper::setEnhancedLine`: the left side of
+    /// `polyline` forth and its right side back, `width` apart and mitred, all in world x and y. Empty for
+    /// fewer than two different vertices or a width that is not above 0. Where a line crosses itself, its
+    /// points do not stand out.
+    static std::vector<osg::Vec2f> outline(const std::vector<osg::Vec2d>& polyline, double width);
 
 protected:
     ~LineEnHancement() override;

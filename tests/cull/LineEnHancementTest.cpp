@@ -1,7 +1,6 @@
 #include "tests/cull/CullScene.h"
 
 #include <VelOsgDBBrx/LineEnHancement.h>
-#include <VelOsgDBBrx/LineHighlight.h>
 
 #include <gtest/gtest.h>
 
@@ -199,14 +198,12 @@ TEST_F(LineEnHancementTest, RunsTheHostsOwnSearchInTheOrderOfCommands)
     EXPECT_FALSE(cmd->isSave());
 }
 
-TEST(LineHighlight, OutlinesALineOnBothSides)
+TEST(LineOutline, FollowsBothSidesOfTheLine)
 {
-    EXPECT_EQ(LineHighlight::outline({{0, 0}, {10, 0}, {10, 0}, {10, 10}}, 2),
-              (Polygon{{0, 1}, {9, 1}, {9, 10}, {11, 10}, {11, -1}, {0, -1}}));
-    EXPECT_TRUE(LineHighlight::outline({{3, 3}, {3, 3}}, 2).empty());
-    EXPECT_TRUE(LineHighlight::outline({{3, 3}, {4, 4}}, 0).empty());
-
-    const Polygon spike = LineHighlight::outline({{0, 0}, {10, 0}, {0, 0.01}}, 2);
-    for (const osg::Vec2d& vertex : spike)
+    EXPECT_EQ(LineEnHancement::outline({{0, 0}, {10, 0}, {10, 0}, {10, 10}}, 2),
+              (std::vector<osg::Vec2f>{{0, 1}, {9, 1}, {9, 10}, {11, 10}, {11, -1}, {0, -1}}));
+    EXPECT_TRUE(LineEnHancement::outline({{3, 3}, {3, 3}}, 2).empty());
+    EXPECT_TRUE(LineEnHancement::outline({{3, 3}, {4, 4}}, 0).empty());
+    for (const osg::Vec2f& vertex : LineEnHancement::outline({{0, 0}, {10, 0}, {0, 0.01}}, 2))
         EXPECT_LT(vertex.length(), 15) << "a sharp bend is cut";
 }
