@@ -2,6 +2,7 @@
 #include "loading/CellGeometry.h"
 #include "tests/cull/CullScene.h"
 
+#include <VelBrx/Builder.h>
 #include <VelBrx/Verify.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/PolygonMaskTool.h>
@@ -426,6 +427,42 @@ TEST_F(CullCmdTest, WaitsForThePassThatHasTheStore)
     EXPECT_EQ(octree->busy, 0u);
     EXPECT_TRUE(octree->pointFile->mutex.try_lock());
     octree->pointFile->mutex.unlock();
+}
+
+TEST(CullRealFile, EditsTheFlagsOfTheRightPointsAndNothingElse)
+{
+    const char* data = getenv("VELBRX_TEST_DATA");
+    if (!data) GTEST_SKIP() << "VELBRX_TEST_DATA names no folder";
+    const TempFolder folder;
+    VelBrx::BuildOptions options;
+    VelBrx::BuildReport report;
+    options.inputs = {std::string(data) + "/survey/PDAL__autzen_trim_7.las"};
+    options.output = folder.file("autzen.brx");
+    const VelBrx::Status built = VelBrx::buildStore(options, report);
+    ASSERT_TRUE(built.ok()) << built.message();
+
+    const LoadedStore store(options.output);
+    const OctreeInfo& octree = *store.octree();
+    const osg::Vec3d middle = (octree.min + octree.max) / 2;
+    const osg::Vec3d extent = octree.max - octree.min;
+    const Screen screen = Screen::lookingAt(middle - extent + osg::Vec3d(0, 0, extent.length()), middle);
+    CullCmdManager::getInstance()->setPixelBufferTool(new ExactMaskTool);
+
+    const LasRecords before(store.path);
+    const LasRecords culled = hidden(before, pointsUnder(before, kArrow, screen));
+    const LasRecords unculled = shown(culled, pointsUnder(before, kLeft, screen));
+    EXPECT_EQ(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen)).pointsChanged,
+              countDifferences(before, culled));
+    EXPECT_GT(countDifferences(before, culled), before.size() / 20);
+    EXPECT_TRUE(sameBytes(LasRecords(store.path), culled));
+    run(polygonCmd<XorCullCmd>(store.octree(), kLeft, screen));
+    EXPECT_TRUE(sameBytes(LasRecords(store.path), unculled));
+    run(new AllUndoCmd(2));
+    EXPECT_TRUE(sameBytes(LasRecords(store.path), before)) << "the file has no withheld points";
+    run(polygonCmd<CullCmd>(store.octree(), kRight, screen));
+    reset(store);
+    EXPECT_TRUE(sameBytes(LasRecords(store.path), before));
+    EXPECT_TRUE(VelBrx::verifyStore(store.path).empty());
 }
 
 TEST(CullCmdDeathTest, AKillInMidCullLeavesEveryFlagOldOrNew)
