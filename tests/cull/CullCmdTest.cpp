@@ -1,5 +1,4 @@
 #include "loading/CellData.h"
-#include "loading/CellGeometry.h"
 #include "tests/cull/CullScene.h"
 
 #include <VelBrx/Builder.h>
@@ -8,8 +7,6 @@
 #include <VelOsgDBBrx/PolygonMaskTool.h>
 #include <VelOsgDBBrx/ResetCmd.h>
 #include <VelOsgDBBrx/UndoCmd.h>
-
-#include <osg/Geode>
 
 #include <gtest/gtest.h>
 
@@ -87,16 +84,6 @@ void collect(CellData* cell, std::vector<CellData*>& cells)
         collect(child.get(), cells);
 }
 
-/// Hidden bits of a leaf's points, by global point index.
-void addLeafBits(const osg::Node* leaf, std::vector<int>& bits)
-{
-    const auto* geometry = dynamic_cast<const CellGeometry*>(leaf->asGeode()->getDrawable(0));
-    const auto& attribute = dynamic_cast<const osg::IntArray&>(*geometry->getVertexAttribArray(12));
-    const auto& indices = dynamic_cast<const osg::Vec2iArray&>(*geometry->getUserData());
-    for (size_t i = 0; i < indices.size(); ++i)
-        bits.at(indices[i].x()) = attribute[i] >> 16 & kHidden;
-}
-
 class CullCmdTest : public testing::Test
 {
 protected:
@@ -117,7 +104,7 @@ TEST_F(CullCmdTest, HidesTheVisiblePointsUnderThePolygonAndTouchesNoOtherByte)
 {
     const LasRecords before = records();
     const LasRecords expected = hidden(before, pointsUnder(before, kArrow, screen));
-    const CmdResult result = run(polygonCmd<CullCmd>(store, kArrow, screen));
+    const CmdResult result = run(polygonCmd<CullCmd>(store.octree(), kArrow, screen));
 
     EXPECT_TRUE(sameBytes(records(), expected));
     EXPECT_EQ(result.state, CmdResult::DONE);
@@ -135,7 +122,7 @@ TEST_F(CullCmdTest, WorksWithTheLibrarysMaskSource)
     const LasRecords before = records();
     const LasRecords expected = hidden(before, pointsUnder(before, kArrow, screen));
     CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
-    run(polygonCmd<CullCmd>(store, kArrow, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kArrow, screen));
     EXPECT_LT(countDifferences(records(), expected), 10u) << "in pixels whose centre an edge almost meets";
 }
 
@@ -148,7 +135,7 @@ TEST_F(CullCmdTest, StaysOnTheDataOfAMovedAndTurnedCloud)
     screen = Screen::lookingAt({1234400, 7654100, 400}, {1234567, 7654321, 250});
     const LasRecords before = records();
     const LasRecords expected = hidden(before, pointsUnder(before, kArrow, screen, moved));
-    EXPECT_GT(run(polygonCmd<CullCmd>(store, kArrow, screen)).pointsChanged, 500u);
+    EXPECT_GT(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen)).pointsChanged, 500u);
     EXPECT_TRUE(sameBytes(records(), expected));
 }
 
@@ -165,7 +152,7 @@ TEST_F(CullCmdTest, TakesPolygonsOfEveryShape)
     for (const Polygon& polygon : {flower, star, far, kEverything}) {
         const LasRecords before = records();
         const LasRecords expected = hidden(before, pointsUnder(before, polygon, screen));
-        EXPECT_GT(run(polygonCmd<CullCmd>(store, polygon, screen)).pointsChanged, 500u);
+        EXPECT_GT(run(polygonCmd<CullCmd>(store.octree(), polygon, screen)).pointsChanged, 500u);
         EXPECT_TRUE(sameBytes(records(), expected));
         run(new UndoCmd(2));
     }
@@ -176,8 +163,8 @@ TEST_F(CullCmdTest, ChangesNothingWithoutAProperPolygon)
     const LasRecords before = records();
     for (const Polygon& polygon : {Polygon{}, Polygon{{50, 50}}, Polygon{{10, 10}, {150, 120}}})
         for (const Type type : {Type::INSIDE, Type::OUTSIDE}) {
-            EXPECT_EQ(run(polygonCmd<CullCmd>(store, polygon, screen, type)).pointsChanged, 0u);
-            EXPECT_EQ(run(polygonCmd<XorCullCmd>(store, polygon, screen, type)).pointsChanged, 0u);
+            EXPECT_EQ(run(polygonCmd<CullCmd>(store.octree(), polygon, screen, type)).pointsChanged, 0u);
+            EXPECT_EQ(run(polygonCmd<XorCullCmd>(store.octree(), polygon, screen, type)).pointsChanged, 0u);
         }
     EXPECT_TRUE(sameBytes(records(), before));
 }
@@ -187,7 +174,7 @@ TEST_F(CullCmdTest, HidesOnlyWhatIsInFrontOfACameraInsideTheCloud)
     screen = Screen::lookingAt({0, 0, 0}, {10, 3, -2});
     const LasRecords before = records();
     const LasRecords expected = hidden(before, pointsUnder(before, kEverything, screen));
-    EXPECT_GT(run(polygonCmd<CullCmd>(store, kEverything, screen)).pointsChanged, 100u);
+    EXPECT_GT(run(polygonCmd<CullCmd>(store.octree(), kEverything, screen)).pointsChanged, 100u);
     EXPECT_TRUE(sameBytes(records(), expected));
 }
 
@@ -197,7 +184,7 @@ TEST_F(CullCmdTest, OutsideHidesEverythingElseAlsoBehindTheCamera)
     const LasRecords before = records();
     std::vector<bool> others = pointsUnder(before, kArrow, screen);
     others.flip();
-    EXPECT_GT(run(polygonCmd<CullCmd>(store, kArrow, screen, Type::OUTSIDE)).pointsChanged, 15000u);
+    EXPECT_GT(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen, Type::OUTSIDE)).pointsChanged, 15000u);
     EXPECT_TRUE(sameBytes(records(), hidden(before, others)));
     run(new UndoCmd(2));
     EXPECT_TRUE(sameBytes(records(), before));
@@ -209,7 +196,7 @@ TEST_F(CullCmdTest, NeverHidesAPointOutsideOneClipPlane)
     store.octree()->transform = moved;
     screen = Screen::lookingAt({800, -2200, 200}, {1000, -2000, 30});
     std::vector<osg::Vec4d> planes = {{1, 0, 0, -990}, {0, 0, -1, 55}}; // world x >= 990, z <= 55
-    const auto cmd = polygonCmd<CullCmd>(store, kArrow, screen);
+    const auto cmd = polygonCmd<CullCmd>(store.octree(), kArrow, screen);
     cmd->setClipPlane(planes);
 
     const LasRecords before = records();
@@ -227,8 +214,8 @@ TEST_F(CullCmdTest, UndoesOverlappingCullsInOrder)
     const LasRecords before = records();
     const LasRecords left = hidden(before, pointsUnder(before, kLeft, screen));
     const LasRecords both = hidden(left, pointsUnder(before, kRight, screen));
-    run(polygonCmd<CullCmd>(store, kLeft, screen));
-    run(polygonCmd<CullCmd>(store, kRight, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kLeft, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kRight, screen));
     EXPECT_TRUE(sameBytes(records(), both));
 
     const osg::ref_ptr<UndoCmd> undo = new UndoCmd(2);
@@ -238,8 +225,8 @@ TEST_F(CullCmdTest, UndoesOverlappingCullsInOrder)
     EXPECT_TRUE(sameBytes(records(), before)) << "points hidden from the start stay hidden";
     EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, 0u);
 
-    run(polygonCmd<CullCmd>(store, kLeft, screen));
-    run(polygonCmd<CullCmd>(store, kRight, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kLeft, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kRight, screen));
     run(new AllUndoCmd(2));
     EXPECT_TRUE(sameBytes(records(), before));
 }
@@ -249,8 +236,8 @@ TEST_F(CullCmdTest, UncullShowsEveryHiddenPointAndItsUndoDoesNotHideThemAgain)
     const LasRecords before = records();
     const LasRecords left = hidden(before, pointsUnder(before, kLeft, screen));
     const LasRecords expected = shown(left, pointsUnder(before, kArrow, screen));
-    run(polygonCmd<CullCmd>(store, kLeft, screen));
-    EXPECT_EQ(run(polygonCmd<XorCullCmd>(store, kArrow, screen)).pointsChanged,
+    run(polygonCmd<CullCmd>(store.octree(), kLeft, screen));
+    EXPECT_EQ(run(polygonCmd<XorCullCmd>(store.octree(), kArrow, screen)).pointsChanged,
               countDifferences(left, expected));
     EXPECT_TRUE(sameBytes(records(), expected));
 
@@ -264,12 +251,12 @@ TEST_F(CullCmdTest, ResetShowsEveryPointAndLeavesTheUndoStack)
 {
     const LasRecords before = records();
     const LasRecords all = shown(before, std::vector<bool>(before.size(), true));
-    run(polygonCmd<CullCmd>(store, kLeft, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kLeft, screen));
     const LasRecords culled = records();
     EXPECT_EQ(reset(store).pointsChanged, countDifferences(culled, all));
     EXPECT_TRUE(sameBytes(records(), all));
 
-    run(polygonCmd<CullCmd>(store, kRight, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kRight, screen));
     run(new AllUndoCmd(2));
     EXPECT_TRUE(sameBytes(records(), all));
 }
@@ -289,7 +276,7 @@ TEST_F(CullCmdTest, LeavesAReadOnlyStoreAndSaysSo)
     }
 
     const LasRecords before = records();
-    const CmdResult result = run(polygonCmd<CullCmd>(readOnly, kArrow, screen));
+    const CmdResult result = run(polygonCmd<CullCmd>(readOnly.octree(), kArrow, screen));
     EXPECT_EQ(result.pointsChanged, 0u);
     EXPECT_EQ(result.storesReadOnly, 1u);
     EXPECT_EQ(reset(readOnly).storesReadOnly, 1u);
@@ -312,12 +299,12 @@ TEST_F(CullCmdTest, ReportsAMissingOrUselessMask)
          {static_cast<PixelBufferTool*>(nullptr), static_cast<PixelBufferTool*>(new WrongSize)}) {
         manager->setPixelBufferTool(tool);
         EXPECT_EQ(manager->getPixelBufferTool(), tool);
-        EXPECT_TRUE(run(polygonCmd<CullCmd>(store, kArrow, screen)).maskMissing);
-        EXPECT_TRUE(run(polygonCmd<CullCmd>(store, kArrow, screen, Type::OUTSIDE)).maskMissing);
+        EXPECT_TRUE(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen)).maskMissing);
+        EXPECT_TRUE(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen, Type::OUTSIDE)).maskMissing);
     }
     manager->setPixelBufferTool(new ExactMaskTool);
     screen.width = 0;
-    EXPECT_TRUE(run(polygonCmd<CullCmd>(store, kArrow, screen)).maskMissing);
+    EXPECT_TRUE(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen)).maskMissing);
     EXPECT_TRUE(sameBytes(records(), before));
 }
 
@@ -336,7 +323,7 @@ TEST_F(CullCmdTest, SkipsAStoreThatDiesWhileItsCommandWaits)
     };
     const std::string otherPath = writeMarkedStore(folder, 500, 2, "other.brx");
     auto other = std::make_unique<LoadedStore>(otherPath);
-    const auto cmd = polygonCmd<CullCmd>(*other, kEverything, screen);
+    const auto cmd = polygonCmd<CullCmd>(other->octree(), kEverything, screen);
     auto infos = other->infos();
     infos.push_back(store.octree());
     cmd->setOctreeInfos(infos);
@@ -374,14 +361,14 @@ TEST_F(CullCmdTest, KeepsLoadedCellsAsTheirRecordsAre)
             }
     };
     expectSame("at first");
-    run(polygonCmd<CullCmd>(store, kArrow, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kArrow, screen));
     expectSame("after a cull");
     for (size_t i = 1; i < cells.size(); i += 2)
         leaves.push_back(PCDataManager::getInstance()->acquireNodeOrCreate(cells[i]));
     expectSame("after paging in");
-    run(polygonCmd<XorCullCmd>(store, kLeft, screen));
+    run(polygonCmd<XorCullCmd>(store.octree(), kLeft, screen));
     expectSame("after an un-cull");
-    run(polygonCmd<CullCmd>(store, kRight, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kRight, screen));
     run(new UndoCmd(2));
     expectSame("after an undo");
     reset(store);
@@ -393,7 +380,7 @@ TEST_F(CullCmdTest, ReachesCellsThatOnlyAnotherOctreeOfTheStoreHolds)
     const LoadedStore twin(path);
     const osg::ref_ptr<osg::Node> leaf =
         PCDataManager::getInstance()->acquireNodeOrCreate(twin.octree()->root);
-    run(polygonCmd<CullCmd>(store, kEverything, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kEverything, screen));
     const LasRecords now = records();
     std::vector<int> bits(now.size(), -1);
     addLeafBits(leaf, bits);
@@ -409,7 +396,7 @@ TEST_F(CullCmdTest, ReachesCellsThatOnlyAnotherOctreeOfTheStoreHolds)
 TEST_F(CullCmdTest, WaitsForThePassThatHasTheStore)
 {
     OctreeInfo* octree = store.octree();
-    const auto cmd = polygonCmd<CullCmd>(store, kArrow, screen);
+    const auto cmd = polygonCmd<CullCmd>(store.octree(), kArrow, screen);
     octree->busy = 1;
     {
         const std::lock_guard<std::mutex> pass(octree->pointFile->mutex);
@@ -479,7 +466,7 @@ TEST(CullCmdDeathTest, AKillInMidCullLeavesEveryFlagOldOrNew)
             kill(getpid(), SIGKILL);
         }).detach();
         for (;;) {
-            run(polygonCmd<CullCmd>(store, kArrow, screen));
+            run(polygonCmd<CullCmd>(store.octree(), kArrow, screen));
             run(new UndoCmd(2));
         }
     };

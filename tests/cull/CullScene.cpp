@@ -1,9 +1,11 @@
 #include "tests/cull/CullScene.h"
 
+#include "loading/CellGeometry.h"
 #include "tests/support/TestStore.h"
 
 #include <VelOsgDBBrx/LoadBrxTool.h>
 
+#include <osg/Geode>
 #include <osg/Viewport>
 
 #include <atomic>
@@ -190,6 +192,15 @@ LoadedStore::LoadedStore(const std::string& storePath)
     : path(storePath), cloud(dynamic_cast<IPointCloud*>(LoadBrxTool::loadBrxFile(storePath, std::string())))
 {
     if (!cloud) throw std::runtime_error("cannot load " + storePath);
+}
+
+void addLeafBits(const osg::Node* leaf, std::vector<int>& bits)
+{
+    const auto* geometry = dynamic_cast<const CellGeometry*>(leaf->asGeode()->getDrawable(0));
+    const auto& attribute = dynamic_cast<const osg::IntArray&>(*geometry->getVertexAttribArray(12));
+    const auto& indices = dynamic_cast<const osg::Vec2iArray&>(*geometry->getUserData());
+    for (size_t i = 0; i < indices.size(); ++i)
+        bits.at(indices[i].x()) = attribute[i] >> 16 & 0x0F;
 }
 
 CmdResult run(BaseCmd* cmd)

@@ -105,18 +105,21 @@ struct LoadedStore
     osg::ref_ptr<VelOsgDBBrx::IPointCloud> cloud;
 };
 
+/// Hidden bits of a leaf's points, written to their global indices in `bits`.
+void addLeafBits(const osg::Node* leaf, std::vector<int>& bits);
+
 /// Pushes a command made with a barrier count of 2, waits for it, and returns its result.
 VelOsgDBBrx::CmdResult run(VelOsgDBBrx::BaseCmd* cmd);
 
 /// A cull or un-cull command, ready to push, barrier count 2.
 template <class Cmd>
-osg::ref_ptr<Cmd> polygonCmd(const LoadedStore& store, const Polygon& polygon, const Screen& screen,
+osg::ref_ptr<Cmd> polygonCmd(OctreeInfo* octree, const Polygon& polygon, const Screen& screen,
                              VelOsgDBBrx::Type type = VelOsgDBBrx::Type::INSIDE)
 {
     osg::ref_ptr<Cmd> cmd = new Cmd(2);
     Polygon vertices = polygon;
     osg::Matrixd vpw = screen.vpw();
-    auto infos = store.infos();
+    std::vector<osg::observer_ptr<OctreeInfo>> infos = {octree};
     cmd->setType(type);
     cmd->setPolygon(vertices);
     cmd->setVPW(vpw);
