@@ -3,9 +3,9 @@
 // that VELBRX_TEST_DATA names.
 
 #include "bench/RatioReporter.h"
-#include "tests/store/laz/LazTestFile.h"
 
 #include "store/FileReader.h"
+#include "store/las/LasFile.h"
 #include "store/las/laz/ArithmeticDecoder.h"
 #include "store/las/laz/LazChunkDecoder.h"
 
@@ -23,31 +23,32 @@ constexpr uint64_t kPoints = 5'000'000; ///< that are decoded, the file again an
 struct CompressedFile
 {
     std::vector<uint8_t> bytes;
-    LazItems items;
-    LazChunkTable table;
+    LasFile head;
 
     Status load(const std::string& name)
     {
         const char* folder = std::getenv("VELBRX_TEST_DATA");
         if (!folder) return Status::failure("VELBRX_TEST_DATA names no folder");
         const std::string path = std::string(folder) + "/survey/" + name;
-        LasHead head;
-        bytes = readBytes(path);
-        if (Status status = readLazHead(bytes, head, items); !status) return status;
+        if (Status status = readLasFile(path, head); !status) return status;
         FileReader reader;
-        if (Status status = reader.open(path); !status) return status;
-        return readLazChunkTable(reader, items, head.pointDataStart, head.pointCount, table);
+        bytes.resize(head.fileSize);
+        if (reader.open(path) && reader.read(0, bytes.data(), bytes.size())) return {};
+        return Status::failure(path + ": cannot be read");
     }
+
+    const LazItems& items() const { return head.laz->items; }
+    const std::vector<LazChunk>& chunks() const { return head.laz->chunks.chunks; }
 };
 
 class PointDecoding
 {
 public:
-    explicit PointDecoding(const CompressedFile& file) : _file(file), _decoder(file.items) {}
+    explicit PointDecoding(const CompressedFile& file) : _file(file), _decoder(file.items()) {}
 
     bool operator()(const LazChunk& chunk)
     {
-        _records.resize(std::max<size_t>(_records.size(), chunk.pointCount * _file.items.recordLength));
+        _records.resize(std::max<size_t>(_records.size(), chunk.pointCount * _file.head.recordLength));
         return _decoder
             .decode(_file.bytes.data() + chunk.position, chunk.size, chunk.pointCount, _records.data())
             .ok();
@@ -86,7 +87,7 @@ bool decodeChunks(const CompressedFile& file, std::atomic<uint64_t>& points, std
     Decoding decoding(file);
     bool sound = true;
     while (sound && points < kPoints) {
-        const LazChunk& chunk = file.table.chunks[next++ % file.table.chunks.size()];
+        const LazChunk& chunk = file.chunks()[next++ % file.chunks().size()];
         sound = decoding(chunk);
         points += chunk.pointCount;
     }

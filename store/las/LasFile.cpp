@@ -216,7 +216,16 @@ private:
         if (status)
             status = readLazChunkTable(_input, laz.items, _file.pointDataStart, _file.pointCount, laz.chunks);
         if (!status) return failure("cannot be read: " + status.message());
+        // Where the table does not tell its end, the first extended record does.
+        const uint64_t lastByte =
+            laz.chunks.chunks.empty() ? _file.pointDataStart : laz.chunks.chunks.back().end();
+        if (_declaredEvlrs > 0 && _evlrStart >= lastByte)
+            laz.chunks.end = std::min(laz.chunks.end, _evlrStart);
         if (!laz.chunks.note.empty()) note(laz.chunks.note);
+        if (laz.items.isCompatibilityMode)
+            note("its LAS 1.4 points are rewritten for older programs and read as these read them: classes "
+                 "above "
+                 "31, return numbers above 7 and scanner channels are in the extra bytes");
         _file.pointCount = laz.chunks.pointCount;
         _file.laz = std::move(laz);
         return {};

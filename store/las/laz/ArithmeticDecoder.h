@@ -45,7 +45,7 @@ template <unsigned kCapacity>
 class SymbolModel
 {
 public:
-    SymbolModel() = default; ///< unusable until a fresh model has been assigned
+    SymbolModel() = default; ///< nothing is set, not even its memory touched; a fresh model must be assigned
 
     /// The initial state for `symbols` symbols.
     static constexpr SymbolModel fresh(unsigned symbols)
@@ -71,7 +71,7 @@ private:
     {
     };
     constexpr explicit SymbolModel(Zeroed)
-        : _bounds{}, _groupEnds{}, _count{}, _total(0), _cycle(0), _countdown(0)
+        : _bounds{}, _groupEnds{}, _count{}, _symbols(0), _likely(0), _total(0), _cycle(0), _countdown(0)
     {
     }
 
@@ -166,8 +166,8 @@ private:
     alignas(16) uint16_t _bounds[kLead + 1 + kPadded];
     alignas(16) uint16_t _groupEnds[kGroups]; ///< lower ends of every kGroupSize-th symbol but the first
     uint16_t _count[kPadded];
-    uint32_t _symbols = 0;
-    uint32_t _likely = 0;
+    uint32_t _symbols;
+    uint32_t _likely; ///< the most frequent symbol when the model was last updated
     uint32_t _total;
     uint32_t _cycle;
     uint32_t _countdown;

@@ -259,7 +259,7 @@ private:
     Context& create(unsigned channel)
     {
         _exists[channel] = true;
-        if (!_contexts[channel]) _contexts[channel] = std::make_unique<Context>();
+        if (!_contexts[channel]) _contexts[channel].reset(new Context); // without zeroing all its models
         return *_contexts[channel];
     }
 

@@ -16,6 +16,8 @@ struct LazChunk
     uint64_t size = 0;     ///< in bytes
     uint64_t firstPoint = 0;
     uint64_t pointCount = 0;
+
+    uint64_t end() const { return position + size; }
 };
 
 /// The chunks of a LAZ file, without gaps in the points; chunks without points are left out.

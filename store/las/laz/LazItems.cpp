@@ -11,6 +11,7 @@ namespace {
 
 constexpr size_t kFixedSize = 34;
 constexpr size_t kItemSize = 6;
+constexpr uint32_t kCompatibilityMode = 1; ///< of the options
 constexpr uint32_t kVariableChunks = 0xFFFFFFFFu;
 
 /// What an item may be. `size` 0 stands for any; `place` grows along the record; `layers` 0 stands for none
@@ -88,6 +89,7 @@ Status parseLazItems(const uint8_t* payload, size_t size, uint16_t recordLength,
     LazItems result;
     result.compressor = static_cast<LazCompressor>(compressor);
     result.chunkSize = chunkSize == kVariableChunks ? 0 : chunkSize;
+    result.isCompatibilityMode = loadLe<uint32_t>(payload + 8) & kCompatibilityMode;
     result.recordLength = recordLength;
     unsigned nextPlace = 0;
     size_t total = 0;

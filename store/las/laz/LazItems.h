@@ -52,7 +52,8 @@ struct LazItem
 struct LazItems
 {
     LazCompressor compressor = LazCompressor::PointwiseChunked;
-    uint32_t chunkSize = 0; ///< points of every chunk but the last; 0: the chunk table tells
+    uint32_t chunkSize = 0;           ///< points of every chunk but the last; 0: the chunk table tells
+    bool isCompatibilityMode = false; ///< points of formats 6 to 10 in records of formats 0 to 5
     uint16_t recordLength = 0;
     std::vector<LazItem> items;
 

@@ -1,28 +1,21 @@
 #pragma once
 
-#include "store/las/laz/LazChunkTable.h"
+#include "store/las/LasFile.h"
+#include "tests/support/TempFolder.h"
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-/// All bytes of a file.
-std::vector<uint8_t> readBytes(const std::string& path);
-
-/// The point records of an uncompressed LAS file.
-std::vector<uint8_t> lasRecords(const std::string& path);
-
-/// Reads the header of a LAZ file, finds its chunks and decodes them all. `table` tells how it went.
-VelBrx::Status decodeLaz(const std::string& path, std::vector<uint8_t>& records,
-                         VelBrx::LazChunkTable& table);
-
-/// What `decodeLaz` needs of a LAS header.
-struct LasHead
+/// The points of a LAS or LAZ file as a build reads them, and what is told of them.
+struct ReadPoints
 {
-    uint64_t pointDataStart = 0;
-    uint64_t pointCount = 0;
-    uint16_t recordLength = 0;
+    VelBrx::Status status;
+    std::vector<uint8_t> records;
+    std::vector<std::string> notes;
 };
 
-/// Reads the head and the LAZ record of a file's bytes.
-VelBrx::Status readLazHead(const std::vector<uint8_t>& bytes, LasHead& head, VelBrx::LazItems& items);
+ReadPoints readPoints(const std::string& path);
+
+/// The same of `bytes` as the file "test.laz" in a folder, for tests that read thousands of files.
+ReadPoints readPoints(const TempFolder& folder, const std::vector<uint8_t>& bytes);
