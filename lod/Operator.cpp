@@ -40,7 +40,7 @@ MaxNumPointOp::MaxNumPointOp(uint64_t maximum, PointLoadManager* manager)
 void MaxNumPointOp::operator()()
 {
     osg::ref_ptr<PointLoadManager> manager;
-    if (_manager.lock(manager)) manager->getMaxNumOfPointCloud() = _maximum;
+    if (_manager.lock(manager)) manager->applyMaxNumOfPointCloud(_maximum);
 }
 
 FilterPlaneOp::FilterPlaneOp(std::vector<osg::Vec4d> planes, int planesPerGroup, PointLoadManager* manager)

@@ -15,6 +15,14 @@ constexpr std::chrono::milliseconds kEvictionPeriod{60};
 
 using SpinLock = std::lock_guard<VelOsgUtils::SpinLock>;
 
+/// The reference asked about is the only one. Counting up and down again is atomic; reading the count is not.
+bool isOnlyReference(const osg::Referenced& object)
+{
+    const bool only = object.ref() == 2;
+    object.unref_nodelete();
+    return only;
+}
+
 } // namespace
 
 PCDataManager* PCDataManager::getInstance()
@@ -112,7 +120,7 @@ void PCDataManager::evict()
     std::vector<osg::ref_ptr<osg::Node>> evicted;
     SpinLock lock(_lock);
     for (auto entry = _nodes.begin(); entry != _nodes.end();) {
-        if (entry->second->referenceCount() == 1) {
+        if (isOnlyReference(*entry->second)) {
             evicted.push_back(std::move(entry->second));
             entry = _nodes.erase(entry);
         } else {

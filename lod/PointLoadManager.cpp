@@ -191,6 +191,11 @@ void PointLoadManager::eraseOctree(OctreeInfo* octree)
     _erased.push_back(octree);
 }
 
+void PointLoadManager::applyMaxNumOfPointCloud(uint64_t points)
+{
+    __atomic_store_n(&_maxNumOfPointCloud, points, __ATOMIC_RELAXED);
+}
+
 void PointLoadManager::applyFilterPlanes(std::vector<osg::Vec4d> planes, int planesPerGroup)
 {
     _planes = std::move(planes);
@@ -289,7 +294,7 @@ void PointLoadManager::runPass(osg::Operation& operation, const CameraState& cam
         _frameStamp->width = camera.width;
         _frameStamp->height = camera.height;
         _frameStamp->octrees.swap(octrees);
-        _frameStamp->maxNumOfPointCloud = _maxNumOfPointCloud;
+        _frameStamp->maxNumOfPointCloud = __atomic_load_n(&_maxNumOfPointCloud, __ATOMIC_RELAXED);
         _frameStamp->mouseDiluteNum = _mouseDiluteNum;
         _frameStamp->incomplete = false;
     }

@@ -58,6 +58,7 @@ public:
     /// @{
     void insertOctree(OctreeInfo* octree);
     void eraseOctree(OctreeInfo* octree);
+    void applyMaxNumOfPointCloud(uint64_t points);
     void applyFilterPlanes(std::vector<osg::Vec4d> planes, int planesPerGroup);
     /// @}
 
@@ -119,7 +120,7 @@ private:
     osg::ref_ptr<VelOsgDBBrx::FrameStamp> _frameStamp = new VelOsgDBBrx::FrameStamp;
     Rest _rest = Rest::NOT_YET;
     std::chrono::steady_clock::time_point _retryTime; ///< of an incomplete pass
-    uint64_t _maxNumOfPointCloud;
+    uint64_t _maxNumOfPointCloud; ///< handed out by reference: read and written with atomic built-ins
     std::vector<osg::Vec4d> _planes;
     int _planesPerGroup = 0;
     /// @}

@@ -182,7 +182,9 @@ void GlobalObject::setMaxNumOfPointCloud(osg::GraphicsContext* gc, unsigned int 
 unsigned int GlobalObject::getMaxNumOfPointCloud(osg::GraphicsContext* gc)
 {
     const osg::ref_ptr<PointCloudData> data = registry().find(gc);
-    return data ? static_cast<unsigned int>(data->loadManager->getMaxNumOfPointCloud()) : 0;
+    if (!data) return 0;
+    const uint64_t& points = data->loadManager->getMaxNumOfPointCloud(); // the manager's thread may write it
+    return static_cast<unsigned int>(__atomic_load_n(&points, __ATOMIC_RELAXED));
 }
 
 void GlobalObject::setMouseDiluteNum(osg::GraphicsContext* gc, unsigned int n)

@@ -57,7 +57,10 @@ public:
     virtual VelOsgUtils::ScreenCaptureTool* getScreenCaptureTool() = 0;
 
     virtual void setMaxNumOfPointCloud(uint64_t points) = 0; ///< point budget of one pass; queued
-    virtual uint64_t& getMaxNumOfPointCloud() = 0;           ///< the budget itself; 100000000 at first
+
+    /// The budget itself, 100000000 at first. The manager's thread reads and writes it too: touch it with
+    /// atomic operations (`__atomic_load_n`) while the thread runs.
+    virtual uint64_t& getMaxNumOfPointCloud() = 0;
 
     virtual void setMouseDiluteNum(uint64_t points) = 0; ///< stored at once, copied into every frame stamp
     virtual uint64_t getMouseDiluteNum() = 0;
