@@ -29,6 +29,10 @@ public:
     /// `edit` must not draw.
     void editCategories(const CategoryEdit& edit);
 
+    /// The bounds of the points, known from reading them. Set before the geometry is shown.
+    void setPointBounds(const osg::BoundingBox& bounds) { _pointBounds = bounds; }
+    osg::BoundingBox computeBoundingBox() const override { return _pointBounds; }
+
     void drawImplementation(osg::RenderInfo& renderInfo) const override;
     void compileGLObjects(osg::RenderInfo& renderInfo) const override;
     void releaseGLObjects(osg::State* state = nullptr) const override;
@@ -37,5 +41,6 @@ protected:
     ~CellGeometry() override = default;
 
 private:
+    osg::BoundingBox _pointBounds;
     mutable std::mutex _mutex; ///< guards the arrays' content and modified counts, and their buffers
 };

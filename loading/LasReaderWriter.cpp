@@ -11,15 +11,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 #include <limits>
 
 namespace {
 
 constexpr int64_t kRecordSize = 36;
 constexpr int64_t kNormalSize = 16; ///< also the size of the normals file's header
-constexpr int64_t kBlockSize =
-    256; ///< records that stay in the first-level cache while every array reads them
 
 constexpr int kHiddenBits = 0x000F0000;
 
@@ -29,46 +26,6 @@ T load(const uint8_t* from)
     T value;
     std::memcpy(&value, from, sizeof value);
     return value;
-}
-
-/// Walks the results of a function of an index.
-template <typename Element>
-class ElementIterator
-{
-public:
-    using iterator_category = std::random_access_iterator_tag;
-    using reference = decltype(std::declval<const Element&>()(int64_t()));
-    using value_type = reference;
-    using difference_type = std::ptrdiff_t;
-    using pointer = void;
-
-    ElementIterator(const Element& element, int64_t index) : _element(&element), _index(index) {}
-
-    reference operator*() const { return (*_element)(_index); }
-    reference operator[](difference_type n) const { return (*_element)(_index + n); }
-    ElementIterator& operator++() { return *this += 1; }
-    ElementIterator& operator--() { return *this += -1; }
-    ElementIterator& operator+=(difference_type n)
-    {
-        _index += n;
-        return *this;
-    }
-    ElementIterator operator+(difference_type n) const { return ElementIterator(*_element, _index + n); }
-    difference_type operator-(const ElementIterator& other) const { return _index - other._index; }
-    bool operator==(const ElementIterator& other) const { return _index == other._index; }
-    bool operator!=(const ElementIterator& other) const { return _index != other._index; }
-
-private:
-    const Element* _element;
-    int64_t _index;
-};
-
-/// Appends element(0) to element(count - 1) to an array that has room for them. The memory is touched once:
-/// resizing first would write it twice, and reading cells is bound by memory.
-template <typename Array, typename Element>
-void append(Array& array, int64_t count, const Element& element)
-{
-    array.insert(array.end(), ElementIterator<Element>(element, 0), ElementIterator<Element>(element, count));
 }
 
 /// The bytes of elements [first, first + count) of `size` bytes that begin at byte `start` of a file.
@@ -108,6 +65,58 @@ osg::Vec2i packIndex(int64_t index)
     return packed;
 }
 
+/// A run of records, decoded in the first-level cache.
+struct DecodedBlock
+{
+    static constexpr int64_t kCapacity = 256;
+
+    void decode(const uint8_t* records, int64_t count, int64_t firstIndex, const OctreeInfo& octree);
+
+    osg::Vec3f positions[kCapacity];
+    osg::Vec2i indices[kCapacity];
+    float gpsTimes[kCapacity];
+    int userData[kCapacity];
+    int sourceAndIntensity[kCapacity];
+    int angleAndReturns[kCapacity];
+    int classAndRed[kCapacity];
+    int greenAndBlue[kCapacity];
+};
+
+int packHalves(uint16_t high, uint16_t low)
+{
+    return static_cast<int>(static_cast<uint32_t>(high) << 16 | low);
+}
+
+void DecodedBlock::decode(const uint8_t* records, int64_t count, int64_t firstIndex, const OctreeInfo& octree)
+{
+    const osg::Vec3d scale = octree.scale; // copies stay in registers
+    const osg::Vec3d offset = octree.offset;
+    const auto position = [&](const uint8_t* field, int axis) {
+        // Adding the offset and taking it off again rounds as file coordinates do.
+        return static_cast<float>((load<int32_t>(field) * scale[axis] + offset[axis]) - offset[axis]);
+    };
+    for (int64_t i = 0; i < count; ++i) {
+        const uint8_t* record = records + i * kRecordSize;
+        positions[i].set(position(record, 0), position(record + 4, 1), position(record + 8, 2));
+        indices[i] = packIndex(firstIndex + i);
+        sourceAndIntensity[i] = packHalves(load<uint16_t>(record + 20), load<uint16_t>(record + 12));
+        angleAndReturns[i] = packHalves(load<uint16_t>(record + 18), load<uint16_t>(record + 14));
+        gpsTimes[i] = static_cast<float>(load<double>(record + 22));
+        classAndRed[i] = static_cast<int>(static_cast<uint32_t>(record[16]) << 24 | (record[15] & 15u) << 16 |
+                                          load<uint16_t>(record + 30));
+        greenAndBlue[i] = packHalves(load<uint16_t>(record + 32), load<uint16_t>(record + 34));
+        userData[i] = record[17];
+    }
+}
+
+/// Appends to an array that has room. The array's memory is touched once: resizing it first would write it
+/// twice, and reading cells is bound by memory.
+template <typename Array, typename Element>
+void append(Array& array, const Element* elements, int64_t count)
+{
+    array.insert(array.end(), elements, elements + count);
+}
+
 /// The arrays of one cell, filled together.
 class PointArrays
 {
@@ -126,13 +135,14 @@ public:
     /// Gives the points classes other than those of their records.
     void setClasses(const std::vector<uint8_t>& classes);
 
-    void attachTo(osg::Geometry& geometry) const;
+    void attachTo(CellGeometry& geometry) const;
 
 private:
-    void addBlock(const uint8_t* records, int64_t count);
+    void append(const DecodedBlock& block, int64_t count);
+    void expandBounds(const osg::Vec3f* positions, int64_t count);
 
-    const osg::Vec3d _scale;
-    const osg::Vec3d _offset;
+    const OctreeInfo& _octree;
+    osg::BoundingBox _bounds;
     osg::ref_ptr<osg::Vec3Array> _positions = new osg::Vec3Array;
     osg::ref_ptr<osg::Vec2iArray> _indices = new osg::Vec2iArray;
     osg::ref_ptr<osg::FloatArray> _gpsTimes = new osg::FloatArray;
@@ -143,8 +153,7 @@ private:
     osg::ref_ptr<osg::IntArray> _greenAndBlue = new osg::IntArray;
 };
 
-PointArrays::PointArrays(const OctreeInfo& octree, int64_t capacity)
-    : _scale(octree.scale), _offset(octree.offset)
+PointArrays::PointArrays(const OctreeInfo& octree, int64_t capacity) : _octree(octree)
 {
     const size_t size = static_cast<size_t>(capacity);
     _positions->reserve(size);
@@ -159,40 +168,41 @@ PointArrays::PointArrays(const OctreeInfo& octree, int64_t capacity)
 
 void PointArrays::add(const uint8_t* records, int64_t count, int64_t firstIndex)
 {
-    append(*_indices, count, [=](int64_t i) { return packIndex(firstIndex + i); });
-    for (int64_t begin = 0; begin < count; begin += kBlockSize)
-        addBlock(records + begin * kRecordSize, std::min(kBlockSize, count - begin));
+    DecodedBlock block;
+    for (int64_t begin = 0; begin < count; begin += DecodedBlock::kCapacity) {
+        const int64_t size = std::min(DecodedBlock::kCapacity, count - begin);
+        block.decode(records + begin * kRecordSize, size, firstIndex + begin, _octree);
+        append(block, size);
+    }
 }
 
-void PointArrays::addBlock(const uint8_t* records, int64_t count)
+void PointArrays::append(const DecodedBlock& block, int64_t count)
 {
-    const auto byte = [=](int64_t i, int field) { return records[i * kRecordSize + field]; };
-    const auto word = [=](int64_t i, int field) { return load<uint16_t>(records + i * kRecordSize + field); };
+    expandBounds(block.positions, count);
+    ::append(*_positions, block.positions, count);
+    ::append(*_indices, block.indices, count);
+    ::append(*_gpsTimes, block.gpsTimes, count);
+    ::append(*_userData, block.userData, count);
+    ::append(*_sourceAndIntensity, block.sourceAndIntensity, count);
+    ::append(*_angleAndReturns, block.angleAndReturns, count);
+    ::append(*_classAndRed, block.classAndRed, count);
+    ::append(*_greenAndBlue, block.greenAndBlue, count);
+}
 
-    // Adding the offset and taking it off again rounds as file coordinates do.
-    append(*_positions, count, [=, scale = _scale, offset = _offset](int64_t i) {
-        const uint8_t* record = records + i * kRecordSize;
-        return osg::Vec3f(
-            static_cast<float>((load<int32_t>(record) * scale.x() + offset.x()) - offset.x()),
-            static_cast<float>((load<int32_t>(record + 4) * scale.y() + offset.y()) - offset.y()),
-            static_cast<float>((load<int32_t>(record + 8) * scale.z() + offset.z()) - offset.z()));
-    });
-    append(*_sourceAndIntensity, count, [=](int64_t i) {
-        return static_cast<int>(static_cast<uint32_t>(word(i, 20)) << 16 | word(i, 12));
-    });
-    append(*_angleAndReturns, count, [=](int64_t i) {
-        return static_cast<int>(static_cast<uint32_t>(word(i, 18)) << 16 | word(i, 14));
-    });
-    append(*_gpsTimes, count,
-           [=](int64_t i) { return static_cast<float>(load<double>(records + i * kRecordSize + 22)); });
-    append(*_classAndRed, count, [=](int64_t i) {
-        return static_cast<int>(static_cast<uint32_t>(byte(i, 16)) << 24 | (byte(i, 15) & 15u) << 16 |
-                                word(i, 30));
-    });
-    append(*_greenAndBlue, count, [=](int64_t i) {
-        return static_cast<int>(static_cast<uint32_t>(word(i, 32)) << 16 | word(i, 34));
-    });
-    append(*_userData, count, [=](int64_t i) { return static_cast<int>(byte(i, 17)); });
+void PointArrays::expandBounds(const osg::Vec3f* positions, int64_t count)
+{
+    float xMin = _bounds.xMin(), yMin = _bounds.yMin(), zMin = _bounds.zMin();
+    float xMax = _bounds.xMax(), yMax = _bounds.yMax(), zMax = _bounds.zMax();
+    for (int64_t i = 0; i < count; ++i) {
+        const osg::Vec3f& position = positions[i];
+        xMin = std::min(xMin, position.x());
+        yMin = std::min(yMin, position.y());
+        zMin = std::min(zMin, position.z());
+        xMax = std::max(xMax, position.x());
+        yMax = std::max(yMax, position.y());
+        zMax = std::max(zMax, position.z());
+    }
+    _bounds.set(xMin, yMin, zMin, xMax, yMax, zMax);
 }
 
 void PointArrays::pad(int64_t count)
@@ -217,8 +227,9 @@ void PointArrays::setClasses(const std::vector<uint8_t>& classes)
                                               (static_cast<uint32_t>((*_classAndRed)[i]) & 0x00FFFFFFu));
 }
 
-void PointArrays::attachTo(osg::Geometry& geometry) const
+void PointArrays::attachTo(CellGeometry& geometry) const
 {
+    geometry.setPointBounds(_bounds);
     geometry.setVertexArray(_positions);
     geometry.setVertexAttribArray(9, _sourceAndIntensity, osg::Array::BIND_PER_VERTEX);
     geometry.setVertexAttribArray(10, _angleAndReturns, osg::Array::BIND_PER_VERTEX);
