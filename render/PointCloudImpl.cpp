@@ -1,5 +1,6 @@
 #include "render/PointCloudImpl.h"
 
+#include "render/DepthRange.h"
 #include "render/StorageBuffer.h"
 
 #include <OpenThreads/ScopedLock>
@@ -20,6 +21,14 @@ void clipTo(const std::vector<osg::Vec4d>& planes, osg::StateSet& state)
     bindStorageBuffer(state, StorageBuffer::CloudPlanes, new osg::Vec4dArray(planes.begin(), planes.end()));
 }
 
+osg::BoundingBox boundsOfLoaded(const PointCloudLOD& lod)
+{
+    osg::BoundingBox bounds;
+    for (unsigned i = 0; i < lod.getNumChildren(); ++i)
+        bounds.expandBy(lod.getChild(i)->asGeode()->getBoundingBox());
+    return bounds;
+}
+
 } // namespace
 
 PointCloudImpl::PointCloudImpl(PointCloudLOD* lod) : _lod(lod)
@@ -33,9 +42,14 @@ PointCloudImpl::PointCloudImpl(PointCloudLOD* lod) : _lod(lod)
 void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
 {
     osgUtil::CullVisitor* cull = visitor.asCullVisitor();
-    if (cull) cull->pushStateSet(_defaults.missingFrom(*cull->getCurrentStateGraph()));
+    if (!cull) {
+        osg::Group::traverse(visitor);
+        return;
+    }
+    const DepthRangeScope depths(*cull, boundsOfLoaded(*_lod));
+    cull->pushStateSet(_defaults.missingFrom(*cull->getCurrentStateGraph()));
     osg::Group::traverse(visitor);
-    if (cull) cull->popStateSet();
+    cull->popStateSet();
 }
 
 void PointCloudImpl::enableEyeDomeLighting()

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <osgDB/ReadFile>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -197,6 +198,25 @@ TEST_F(Render, EyeDomeLightingDarkensEdgesAndLeavesFlatGround)
         darker += pixel(*picture, x, 100).r() < 200;
     EXPECT_GE(darker, 1) << "no edge between the two halves";
     EXPECT_LE(darker, 10);
+}
+
+TEST_F(Render, EyeDomeLightingWorksCloseToTheGroundToo)
+{
+    TestSurvey survey;
+    survey.side = 300;
+    survey.step = 10;
+    ASSERT_TRUE(survey.write(path("step.las")));
+    // From beside the survey's corner, looking over all of it: its bounds reach behind the eye.
+    const auto picture = renderedPicture({path("step.las"), "--size", "300x200", "--edl", "--point-size", "6",
+                                          "--view", "1234540,6543195,150,1234700,6543300,90,0,0,1"});
+    int darkest = 255;
+    for (int y = 0; y < picture->t(); ++y) {
+        for (int x = 0; x < picture->s(); ++x) {
+            const osg::Vec3ub color = pixel(*picture, x, y);
+            if (color.r() > color.b()) darkest = std::min<int>(darkest, color.r());
+        }
+    }
+    EXPECT_LT(darkest, 128) << "the step casts no edge";
 }
 
 TEST_F(Render, ASmallBudgetSettlesToo)

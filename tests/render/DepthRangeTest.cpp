@@ -1,0 +1,83 @@
+#include "render/DepthRange.h"
+
+#include <gtest/gtest.h>
+#include <osg/Math>
+
+#include <cmath>
+#include <random>
+
+namespace {
+
+const osg::Matrixd kSquare = osg::Matrixd::perspective(90, 1, 1, 100);
+
+osg::Matrixd lookAt(const osg::Vec3d& eye, const osg::Vec3d& center)
+{
+    return osg::Matrixd::lookAt(eye, center, osg::Vec3d(0, 0, 1));
+}
+
+} // namespace
+
+TEST(VisibleDepths, AreThoseOfABoxInFullView)
+{
+    const auto range =
+        visibleDepths(osg::BoundingBoxd(-1, 10, -1, 1, 14, 1), lookAt({0, 0, 0}, {0, 1, 0}), kSquare);
+    ASSERT_TRUE(range);
+    EXPECT_NEAR(range->nearest, 10, 1e-9);
+    EXPECT_NEAR(range->farthest, 14, 1e-9);
+}
+
+TEST(VisibleDepths, LeaveOutWhatIsBesideTheFrustumOrBehindTheEye)
+{
+    // The eye stands 10 above wide ground, which reaches far behind it, and looks down at 45 degrees: the
+    // lower edge of the picture looks straight down, the upper one to the horizon.
+    const osg::BoundingBoxd ground(-1000, -1000, -20, 1000, 1000, -10);
+    const auto range = visibleDepths(ground, lookAt({0, 0, 0}, {0, 10, -10}), kSquare);
+    ASSERT_TRUE(range);
+    EXPECT_NEAR(range->nearest, 10 * std::sqrt(0.5), 1e-6);
+
+    EXPECT_FALSE(visibleDepths(ground, lookAt({0, 0, 0}, {0, 1, 2}), kSquare)) << "looking up";
+    EXPECT_FALSE(
+        visibleDepths(osg::BoundingBoxd(-1, -14, -1, 1, -10, 1), lookAt({0, 0, 0}, {0, 1, 0}), kSquare));
+}
+
+TEST(VisibleDepths, BeginAtTheEyeInsideTheBox)
+{
+    const auto range =
+        visibleDepths(osg::BoundingBoxd(-5, -5, -5, 5, 5, 5), lookAt({0, 0, 0}, {0, 1, 0}), kSquare);
+    ASSERT_TRUE(range);
+    EXPECT_EQ(range->nearest, 0);
+    EXPECT_NEAR(range->farthest, 5, 1e-9);
+}
+
+TEST(VisibleDepths, EncloseEveryVisiblePointOfRandomBoxesAndCameras)
+{
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> coordinate(-50, 50);
+    const auto point = [&] { return osg::Vec3d(coordinate(random), coordinate(random), coordinate(random)); };
+    const osg::Matrixd projections[] = {osg::Matrixd::perspective(40, 1.5, 1, 100),
+                                        osg::Matrixd::ortho(-20, 20, -10, 10, 1, 100)};
+    int visible = 0;
+    for (int i = 0; i < 2000; ++i) {
+        osg::BoundingBoxd box;
+        box.expandBy(point());
+        box.expandBy(point());
+        const osg::Matrixd view = lookAt(point(), point());
+        const osg::Matrixd& projection = projections[i % 2];
+        const auto range = visibleDepths(box, view, projection);
+        for (int k = 0; k < 20; ++k) {
+            std::uniform_real_distribution<double> share(0, 1);
+            const osg::Vec3d size = box._max - box._min;
+            const osg::Vec3d inside =
+                box._min +
+                osg::Vec3d(size.x() * share(random), size.y() * share(random), size.z() * share(random));
+            const osg::Vec3d eye = inside * view;
+            const osg::Vec4d clip = osg::Vec4d(eye, 1) * projection;
+            if (clip.w() <= 0 || std::abs(clip.x()) > clip.w() || std::abs(clip.y()) > clip.w()) continue;
+            ++visible;
+            ASSERT_TRUE(range);
+            EXPECT_LE(range->nearest, -eye.z() + 1e-9);
+            EXPECT_GE(range->farthest, -eye.z() - 1e-9);
+        }
+    }
+    EXPECT_GT(visible, 1000);
+}
