@@ -2,6 +2,7 @@
 
 #include "viewer/ContextServices.h"
 #include "viewer/DisplayKeys.h"
+#include "viewer/MoveLevel.h"
 #include "viewer/Overlay.h"
 #include "viewer/PickHandler.h"
 #include "viewer/Screenshot.h"
@@ -12,6 +13,7 @@
 #include <osgGA/TrackballManipulator>
 #include <osgViewer/ViewerEventHandlers>
 
+#include <chrono>
 #include <cstdlib>
 #include <thread>
 
@@ -61,18 +63,29 @@ void addStockHandlers(osgViewer::Viewer& viewer, osg::ArgumentParser& arguments)
     viewer.addEventHandler(new osgViewer::HelpHandler(arguments.getApplicationUsage()));
 }
 
+bool isDragging(osgViewer::Viewer& viewer)
+{
+    return viewer.getEventQueue()->getCurrentEventState()->getButtonMask() != 0;
+}
+
 /// Draws while something changes; a still picture costs next to nothing.
-void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services)
+void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel)
 {
     // A camera is known to paging one frame after it was drawn.
     constexpr int kFramesAfterAChange = 3;
     for (int quietFrames = 0; !viewer.done();) {
         if (viewer.checkNeedToDoFrame() || !services.isSettled()) quietFrames = 0;
-        if (quietFrames < kFramesAfterAChange) {
-            viewer.frame();
-            ++quietFrames;
-        } else {
+        if (quietFrames == kFramesAfterAChange) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            continue;
+        }
+        const auto start = std::chrono::steady_clock::now();
+        viewer.frame();
+        // With draw threads a frame waits for the one before: from the second on, its time is that of
+        // drawing.
+        if (++quietFrames > 1 && !isDragging(viewer)) {
+            moveLevel.wholeFrameTook(
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
         }
     }
 }
@@ -110,7 +123,9 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     addStockHandlers(viewer, arguments);
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);
-    drawUntilDone(viewer, services);
+    MoveLevel moveLevel(scene.root(),
+                        VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(contexts.front()));
+    drawUntilDone(viewer, services, moveLevel);
     viewer.stopThreading();
     return Status();
 }
