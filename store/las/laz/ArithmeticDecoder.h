@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
+#ifdef __SSE2__
 #include <emmintrin.h>
+#endif
 
 namespace VelBrx::Laz {
 
@@ -304,7 +306,7 @@ private:
     [[gnu::noinline, gnu::cold]] uint32_t peekAtEnd() const
     {
         uint8_t bytes[4] = {0, 0, 0, 0};
-        std::memcpy(bytes, _next, static_cast<size_t>(_end - _next));
+        std::copy(_next, _end, bytes);
         return loadBigEndian(bytes);
     }
 

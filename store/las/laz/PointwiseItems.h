@@ -2,6 +2,7 @@
 
 #include "store/las/laz/AttributeDecoders.h"
 
+#include <cstring>
 #include <vector>
 
 namespace VelBrx::Laz {
