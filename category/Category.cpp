@@ -2,7 +2,7 @@
 
 namespace VelOsgDBBrx {
 
-CategoryReport::Counts& CategoryReport::Counts::operator+=(const Counts& other)
+CategoryCounts& CategoryCounts::operator+=(const CategoryCounts& other)
 {
     selected += other.selected;
     changed += other.changed;
@@ -39,7 +39,7 @@ CategoryReport::Counts CategoryReport::counts() const
     return _counts;
 }
 
-void CategoryReport::finish(State state, VelBrx::Status status, const Counts& counts)
+void CategoryReport::set(State state, VelBrx::Status status, const Counts& counts)
 {
     {
         const std::lock_guard<std::mutex> lock(_mutex);

@@ -61,11 +61,15 @@ void CategoryCalcTool::registerCloud(const std::string& uid, IPointCloud* cloud)
 
 void CategoryCalcTool::registerCloud(const std::string& uid, OctreeInfo* octree)
 {
+    if (!octree) return;
     const std::lock_guard<std::mutex> lock(_mutex);
-    if (octree)
-        _clouds[uid] = octree;
-    else
-        _clouds.erase(uid);
+    _clouds[uid] = octree;
+}
+
+void CategoryCalcTool::unRegisterCloud(const std::string& uid)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _clouds.erase(uid);
 }
 
 void CategoryCalcTool::push(Category* c)
@@ -75,6 +79,7 @@ void CategoryCalcTool::push(Category* c)
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         if (!_done) {
+            if (held->report) held->report->set(CategoryReport::WAITING);
             _queue.push_back(held);
             ++_pushedCount;
             _wakeup.notify_all();
@@ -143,9 +148,7 @@ Status CategoryCalcTool::writeToStores()
 
 bool CategoryCalcTool::hasUnwritten()
 {
-    for (const auto& [path, count] : countUnwrittenClasses())
-        if (count > 0) return true;
-    return false;
+    return !UnwrittenClasses::instance().isEmpty();
 }
 
 std::map<std::string, uint64_t> CategoryCalcTool::countUnwritten()
@@ -206,7 +209,7 @@ void CategoryCalcTool::handle(Category& request)
         undo(counts);
         break;
     case Category::RESET:
-        counts = _history->reset().counts;
+        reset(counts);
         break;
     case Category::SAVE:
         _history->save();
@@ -215,7 +218,7 @@ void CategoryCalcTool::handle(Category& request)
         status = Status::failure("requests of kind " + std::to_string(request.kind) + " are not known");
     }
     if (request.report)
-        request.report->finish(status ? CategoryReport::DONE : CategoryReport::REFUSED, status, counts);
+        request.report->set(status ? CategoryReport::DONE : CategoryReport::REFUSED, status, counts);
 }
 
 Status CategoryCalcTool::edit(const Category& request, CategoryReport::Counts& counts)
@@ -247,6 +250,14 @@ void CategoryCalcTool::undo(CategoryReport::Counts& counts)
     }
 }
 
+void CategoryCalcTool::reset(CategoryReport::Counts& counts)
+{
+    for (const CloudEdit& cloud : _history->reset()) {
+        counts += cloud.outcome.counts;
+        PCViewerManager::getInstance()->requestRedraw(cloud.uid);
+    }
+}
+
 void CategoryCalcTool::shutdown()
 {
     const std::lock_guard<std::mutex> one(_shutdownMutex);
@@ -266,9 +277,8 @@ void CategoryCalcTool::shutdown()
 void CategoryCalcTool::abandon(Category& request)
 {
     if (request.report)
-        request.report->finish(CategoryReport::ABANDONED,
-                               Status::failure("the classification tool was shut down before the request"),
-                               {});
+        request.report->set(CategoryReport::ABANDONED,
+                            Status::failure("the classification tool was shut down before the request"));
 }
 
 } // namespace VelOsgDBBrx

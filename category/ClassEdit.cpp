@@ -214,6 +214,7 @@ ClassesPtr reverted(const CellChange& change, const ClassesPtr& current)
 EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun)
 {
     EditOutcome outcome;
+    if (!octree.pointFile) return outcome;
     const std::lock_guard<std::mutex> one(editMutex());
     const StoreEditLock lock(octree);
     const ScreenRules rules(octree, selection);
@@ -244,6 +245,7 @@ EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bo
 EditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool hiddenToo, bool dryRun)
 {
     EditOutcome outcome;
+    if (!octree.pointFile) return outcome;
     const std::lock_guard<std::mutex> one(editMutex());
     const StoreEditLock lock(octree);
     CellWork work;

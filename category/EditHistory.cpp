@@ -37,15 +37,17 @@ std::vector<CloudEdit> EditHistory::undo()
     return undone;
 }
 
-EditOutcome EditHistory::reset()
+std::vector<CloudEdit> EditHistory::reset()
 {
-    std::vector<CellClasses> baselines;
-    for (const auto& [uid, cloud] : modified())
+    std::vector<CloudEdit> undone;
+    for (const auto& [uid, cloud] : modified()) {
+        std::vector<CellClasses> baselines;
         for (const auto& [identifier, cell] : cloud)
             baselines.push_back({cell.place, cell.baseline});
-    EditOutcome outcome = restoreClasses(baselines);
+        undone.push_back({uid, restoreClasses(baselines)});
+    }
     forgetAll();
-    return outcome;
+    return undone;
 }
 
 void EditHistory::save()

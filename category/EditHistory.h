@@ -28,7 +28,7 @@ public:
     std::vector<CloudEdit> undo();
 
     /// Takes all edits back.
-    EditOutcome reset();
+    std::vector<CloudEdit> reset();
 
     /// Makes the classes of now the ones to go back to, and marks the loaded cells that were modified.
     void save();

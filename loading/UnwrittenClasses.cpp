@@ -62,3 +62,9 @@ std::vector<UnwrittenClasses::Cell> UnwrittenClasses::cells() const
         all.push_back(cell);
     return all;
 }
+
+bool UnwrittenClasses::isEmpty() const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _cells.empty();
+}

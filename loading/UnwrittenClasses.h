@@ -62,6 +62,9 @@ public:
 
     std::vector<Cell> cells() const;
 
+    /// Nothing differs from the stores.
+    bool isEmpty() const;
+
 private:
     UnwrittenClasses() = default;
 

@@ -25,6 +25,18 @@
 /// Copying a record copies every field; what its `ref_ptr` members hold is shared.
 namespace VelOsgDBBrx {
 
+/// What an edit found and did.
+struct VEL_OSGDB_BRX_EXPORT CategoryCounts
+{
+    uint64_t selected = 0; ///< points that the edit reaches: in the selection and visible
+    uint64_t changed = 0;  ///< points whose class differs afterwards (would differ, in a dry run)
+    std::array<uint64_t, 256> before{}; ///< the selected points by class before the edit
+    std::array<uint64_t, 256> after{};  ///< the same points by class after it
+    uint64_t cellsUnreadable = 0;       ///< cells left out: their records could not be mapped
+
+    CategoryCounts& operator+=(const CategoryCounts& other);
+};
+
 /// What a request did, and the means to wait for it. Any thread may call it.
 class VEL_OSGDB_BRX_EXPORT CategoryReport : public osg::Referenced
 {
@@ -37,16 +49,7 @@ public:
         ABANDONED ///< never handled: the tool was shut down first
     };
 
-    struct Counts
-    {
-        uint64_t selected = 0; ///< points that the edit reaches: in the selection and visible
-        uint64_t changed = 0;  ///< points whose class differs afterwards (would differ, in a dry run)
-        std::array<uint64_t, 256> before{}; ///< the selected points by class before the edit
-        std::array<uint64_t, 256> after{};  ///< the same points by class after it
-        uint64_t cellsUnreadable = 0;       ///< cells left out: their records could not be mapped
-
-        Counts& operator+=(const Counts& other);
-    };
+    using Counts = CategoryCounts;
 
     /// Returns once the request has been handled or given up.
     State wait() const;
@@ -59,8 +62,8 @@ public:
     /// Of an edit: as the members say. Of an undo, a reset: `changed` alone.
     Counts counts() const;
 
-    /// The tool's side: ends the wait.
-    void finish(State state, VelBrx::Status status, const Counts& counts);
+    /// The tool's side: stores what is known; every state but WAITING ends the wait.
+    void set(State state, VelBrx::Status status = {}, const Counts& counts = {});
 
 protected:
     ~CategoryReport() override = default;
@@ -100,7 +103,7 @@ struct VEL_OSGDB_BRX_EXPORT Category : public osg::Referenced
 
     osg::ref_ptr<osg::Referenced> payload;
 
-    /// Filled by the tool when it is set.
+    /// Filled by the tool when there is one; it begins to wait anew with each push.
     osg::ref_ptr<CategoryReport> report;
 
     /// Count only: nothing is changed and nothing is kept for undo.

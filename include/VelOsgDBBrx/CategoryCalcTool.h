@@ -58,9 +58,10 @@ public:
     CategoryCalcTool& operator=(const CategoryCalcTool&) = delete;
 
     /// Makes a point cloud known under a uid, in place of the one known before; it is observed, not held. One
-    /// point cloud should have one uid. Null forgets the uid.
+    /// point cloud should have one uid. Null is ignored.
     void registerCloud(const std::string& uid, IPointCloud* cloud);
     void registerCloud(const std::string& uid, OctreeInfo* octree);
+    void unRegisterCloud(const std::string& uid);
 
     /// Queues a request, held from then on. Null is ignored.
     void push(Category* c);
@@ -112,6 +113,7 @@ private:
     void handle(Category& request);
     VelBrx::Status edit(const Category& request, CategoryReport::Counts& counts);
     void undo(CategoryReport::Counts& counts);
+    void reset(CategoryReport::Counts& counts);
     void noteHandled(uint64_t requests);
     static void abandon(Category& request);
 
