@@ -11,6 +11,9 @@ namespace VelBrx {
 constexpr uint32_t kFlagsVersion = 1;
 constexpr char kFlagsDescription[] = "source flags, classes, extras";
 
+/// Bytes of a kept coordinate triple at the start of a point's rest.
+constexpr uint32_t kKeptCoordinatesLength = 12;
+
 /// Where the flags record holds what the store's records cannot hold of one source's points.
 struct FlagsSource
 {

@@ -4,8 +4,10 @@
 #include "store/Crc32c.h"
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
+#include "store/las/RecordFormat.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace VelBrx {
 
@@ -149,21 +151,60 @@ bool checkFlags(const FileReader& file, const StoreHead& head, FlagsRecord& flag
     return decoded.ok();
 }
 
+/// Numbers of a source that its points could not be written again with.
+const char* faultOf(const OriginSource& source, const FlagsSource& flags)
+{
+    constexpr int64_t kLargestFactor = int64_t(1) << 31;
+    constexpr int64_t kLargestShift = int64_t(1) << 62;
+    if (source.pointCount != flags.pointCount) return "has other points in the flags record";
+    if (source.recordLength < coreRecordLength(source.pointFormat))
+        return "has records shorter than its point format";
+    const uint32_t rest = RecordFormat(source.pointFormat, source.recordLength).restLength();
+    if (source.pointCount > 0 &&
+        flags.restLength != rest + (source.coordinatesKept ? kKeptCoordinatesLength : 0))
+        return "has other extra bytes in the flags record";
+    for (const OriginAxis& axis : source.axes)
+        if (axis.factor < 1 || axis.factor > kLargestFactor || std::abs(axis.shift) > kLargestShift)
+            return "has a factor or shift of coordinates that cannot be";
+    return nullptr;
+}
+
+void checkAgreement(const SourceRecords& records, ProblemList& problems)
+{
+    const std::vector<OriginSource>& sources = records.origin.sources;
+    if (sources.size() != records.flags.sources.size()) {
+        problems.add(kKind, "the origin record and the flags record tell of different sources");
+        return;
+    }
+    for (size_t i = 0; i < sources.size(); ++i)
+        if (const char* fault = faultOf(sources[i], records.flags.sources[i]))
+            problems.add(kKind, "source " + std::to_string(i + 1) + " " + fault);
+}
+
+void check(const FileReader& file, const StoreHead& head, SourceRecords& records, ProblemList& problems)
+{
+    const bool hasOrigin = head.origin.start != 0 && checkOrigin(file, head, records.origin, problems);
+    const bool hasFlags = head.flags.start != 0 && checkFlags(file, head, records.flags, problems);
+    if (hasOrigin && hasFlags) checkAgreement(records, problems);
+}
+
 } // namespace
 
 void checkSourceRecords(const FileReader& file, const StoreHead& head, ProblemList& problems)
 {
-    OriginRecord origin;
-    FlagsRecord flags;
-    const bool hasOrigin = head.origin.start != 0 && checkOrigin(file, head, origin, problems);
-    const bool hasFlags = head.flags.start != 0 && checkFlags(file, head, flags, problems);
-    if (!hasOrigin || !hasFlags) return;
-    const auto sameSource = [](const OriginSource& a, const FlagsSource& b) {
-        return a.pointCount == b.pointCount;
-    };
-    if (!std::equal(origin.sources.begin(), origin.sources.end(), flags.sources.begin(), flags.sources.end(),
-                    sameSource))
-        problems.add(kKind, "the origin record and the flags record tell of different sources");
+    SourceRecords records;
+    check(file, head, records, problems);
+}
+
+Status readSourceRecords(const FileReader& file, const StoreHead& head, SourceRecords& records)
+{
+    if (head.origin.start == 0 || head.flags.start == 0)
+        return Status::failure("does not tell where its points come from; export needs a store that "
+                               "'brx build' made");
+    ProblemList problems;
+    check(file, head, records, problems);
+    if (problems.empty()) return {};
+    return Status::failure(problems.lines().front() + "; restore the store from a copy or build it anew");
 }
 
 } // namespace VelBrx

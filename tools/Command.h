@@ -16,6 +16,7 @@ public:
 /// A callback that fails throws a CommandError.
 /// @{
 void addBuildCommand(CLI::App& app);
+void addExportCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addSampleCommand(CLI::App& app);
 void addVerifyCommand(CLI::App& app);

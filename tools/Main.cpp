@@ -31,6 +31,7 @@ int main(int argc, char** argv)
     app.set_version_flag("--version", "brx " VELBRX_VERSION);
     app.require_subcommand(1);
     addBuildCommand(app);
+    addExportCommand(app);
     addInfoCommand(app);
     addSampleCommand(app);
     addVerifyCommand(app);

@@ -8,13 +8,17 @@
 
 namespace VelBrx {
 
-/// Threads, cancellation and progress of one build. Made and used on the caller's thread, but for `done`.
+/// Threads, cancellation and progress of one build, or of other long work on a store. Made and used on the
+/// caller's thread, but for `done`.
 class BuildRun
 {
 public:
-    explicit BuildRun(const BuildOptions& options)
-        : _options(options),
-          _threads(options.threads ? options.threads : std::max(1u, std::thread::hardware_concurrency()))
+    using Report = std::function<void(const BuildProgress&)>;
+
+    /// 0 threads stand for all processors, `cancel` may be null.
+    BuildRun(unsigned threads, Report progress, const std::atomic<bool>* cancel)
+        : _progress(std::move(progress)), _cancel(cancel),
+          _threads(threads ? threads : std::max(1u, std::thread::hardware_concurrency()))
     {
     }
 
@@ -36,7 +40,7 @@ public:
     Status step(uint64_t points)
     {
         done(points);
-        return _options.cancel && *_options.cancel ? Status::failure("cancelled") : Status();
+        return _cancel && *_cancel ? Status::failure("cancelled") : Status();
     }
 
     /// `parallelFor` that reports progress and ends early when the build is cancelled.
@@ -44,17 +48,17 @@ public:
     Status forEach(size_t count, const Task& task)
     {
         static const std::atomic<bool> never{false};
-        return parallelFor(_threads, count, _options.cancel ? *_options.cancel : never, task,
-                           [this] { report(); });
+        return parallelFor(_threads, count, _cancel ? *_cancel : never, task, [this] { report(); });
     }
 
 private:
     void report() const
     {
-        if (_options.progress) _options.progress({_stage, _done, _total});
+        if (_progress) _progress({_stage, _done, _total});
     }
 
-    const BuildOptions& _options;
+    const Report _progress;
+    const std::atomic<bool>* const _cancel;
     unsigned _threads;
     const char* _stage = "";
     uint64_t _total = 0;

@@ -68,7 +68,7 @@ Status build(const BuildOptions& options, BuildReport& report)
     if (Status status = OutputFile::check(options.output, options.overwrite); !status) return status;
     if (Status status = checkNotInput(options.output, options.inputs); !status) return status;
 
-    BuildRun run(options);
+    BuildRun run(options.threads, options.progress, options.cancel);
     SourceSet sources;
     if (Status status = sources.open(options.inputs); !status) return status;
     std::vector<std::string> notes;

@@ -37,14 +37,14 @@ void syncFolder(const std::string& folder)
     const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) return;
     fsync(descriptor);
-    close(descriptor);
+    ::close(descriptor);
 }
 
 } // namespace
 
 OutputFile::~OutputFile()
 {
-    if (_descriptor >= 0) close(_descriptor);
+    if (_descriptor >= 0) ::close(_descriptor);
     if (!_temporaryPath.empty()) unlink(_temporaryPath.c_str());
 }
 
@@ -82,17 +82,21 @@ Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size
     return reserve(size);
 }
 
-Status OutputFile::reserve(uint64_t size)
+Status OutputFile::checkSpace(const std::string& path, uint64_t size)
 {
     struct statvfs disk
     {
     };
-    if (fstatvfs(_descriptor, &disk) == 0) {
-        const uint64_t available = uint64_t{disk.f_bavail} * disk.f_frsize;
-        if (available < size)
-            return failure("needs " + megabytes(size) + " of disk space, " + megabytes(available) +
+    if (statvfs(folderOf(path).c_str(), &disk) != 0) return {};
+    const uint64_t available = uint64_t{disk.f_bavail} * disk.f_frsize;
+    if (available >= size) return {};
+    return Status::failure(path + ": needs " + megabytes(size) + " of disk space, " + megabytes(available) +
                            " are free; free some or choose another folder");
-    }
+}
+
+Status OutputFile::reserve(uint64_t size)
+{
+    if (Status status = checkSpace(_path, size); !status) return status;
     // File systems that cannot reserve report it; then a full disk shows while writing.
     if (fallocate(_descriptor, 0, 0, static_cast<off_t>(size)) != 0 && errno != EOPNOTSUPP && errno != ENOSYS)
         return failure("cannot be given " + megabytes(size) + " of disk space: " + reasonOf(errno));
@@ -113,12 +117,19 @@ Status OutputFile::write(uint64_t position, const void* data, uint64_t length)
     return {};
 }
 
-Status OutputFile::commit()
+Status OutputFile::close()
 {
+    if (_descriptor < 0) return {};
     if (fsync(_descriptor) != 0) return failure("cannot be written: " + reasonOf(errno));
     const int descriptor = _descriptor;
     _descriptor = -1;
-    if (close(descriptor) != 0) return failure("cannot be written: " + reasonOf(errno));
+    if (::close(descriptor) != 0) return failure("cannot be written: " + reasonOf(errno));
+    return {};
+}
+
+Status OutputFile::commit()
+{
+    if (Status status = close(); !status) return status;
     // A file that appeared meanwhile is not replaced where the system can tell.
     int result = _overwrite
                      ? rename(_temporaryPath.c_str(), _path.c_str())

@@ -20,10 +20,16 @@ public:
     /// Whether a file may be made at `path`: it does not exist or `overwrite` is set, and its folder exists.
     static Status check(const std::string& path, bool overwrite);
 
+    /// Whether the disk of `path` has room for `size` more bytes.
+    static Status checkSpace(const std::string& path, uint64_t size);
+
     /// Makes the file and reserves `size` bytes on the disk. Call once.
     Status create(const std::string& path, bool overwrite, uint64_t size);
 
     Status write(uint64_t position, const void* data, uint64_t length);
+
+    /// Brings the bytes to the disk; after it only `commit` follows.
+    Status close();
 
     /// Brings the bytes to the disk and gives the file its name.
     Status commit();

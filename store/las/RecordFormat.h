@@ -55,6 +55,8 @@ public:
     uint16_t recordLength() const { return _recordLength; }
     bool hasColors() const { return _colorAt != kAbsent; }
     bool hasGpsTime() const { return _gpsTimeAt != kAbsent; }
+    bool hasNearInfrared() const { return _nearInfraredAt != kAbsent; }
+    bool hasWavePacket() const { return _wavePacketAt != kAbsent; }
 
     /// Bytes a point that neither the store record nor the flags hold.
     uint16_t restLength() const;

@@ -31,7 +31,7 @@ TEST(Brx, TellsItsVersionAndItsCommandsOnStandardOutput)
     const ProgramResult help = brx({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_EQ(help.err, "");
-    for (const std::string command : {"build", "info", "verify"}) {
+    for (const std::string command : {"build", "export", "info", "verify"}) {
         EXPECT_NE(help.out.find("\n  " + command + " "), std::string::npos) << command;
         const ProgramResult own = brx({command, "--help"});
         EXPECT_EQ(own.exitStatus, 0);
@@ -43,7 +43,7 @@ TEST(Brx, TellsItsVersionAndItsCommandsOnStandardOutput)
 TEST(Brx, EndsInOneLineWhenItIsCalledWrongly)
 {
     const std::vector<std::vector<std::string>> calls = {
-        {}, {"frobnicate"}, {"--frobnicate"}, {"info"}, {"verify"}, {"info", "a.brx", "b.brx"}, {"build"}};
+        {}, {"frobnicate"}, {"--frobnicate"}, {"info"}, {"verify"}, {"info", "a.brx", "b.brx"}, {"build"}, {"export", "a.brx"}};
     for (const auto& call : calls) {
         const ProgramResult result = brx(call);
         EXPECT_EQ(result.exitStatus, 2);

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <VelBrx/Builder.h>
+#include <VelBrx/Export.h>
+#include <VelBrx/Status.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace VelBrx {
+
+/// Which files an export makes.
+enum class ExportForm
+{
+    /// A store of one source as with `Split`, but to a file; a store of several as with `Merged`.
+    Automatic,
+    /// Every source as it was, one file each in a folder: its header, VLRs, point format, order of points,
+    /// EVLRs.
+    Split,
+    /// One LAS 1.4 file of all sources, one behind the other: the store's scale, offset and VLRs; point
+    /// format 6, 7 where a source has colours, 8 where one has near infrared. Extra bytes stay where all
+    /// sources describe them alike. Wave packets and EVLRs are left out.
+    Merged
+};
+
+struct ExportOptions
+{
+    std::string store;
+    std::string output; ///< a LAS file; with `ExportForm::Split` a folder, which is made where there is none
+    ExportForm form = ExportForm::Automatic;
+    bool visibleOnly = false;   ///< leave hidden points out; headers then tell of the points that remain
+    bool overwrite = false;     ///< replace files that exist
+    unsigned threads = 0;       ///< 0: all processors
+    uint64_t memory = 1u << 30; ///< bytes to use at most, but for 64 MiB and the heads of the sources
+    std::function<void(const BuildProgress&)> progress; ///< called on the thread that called `exportLas`
+    const std::atomic<bool>* cancel = nullptr; ///< set by the caller: the export ends soon and leaves nothing
+};
+
+/// A file that an export made.
+struct ExportedFile
+{
+    std::string path;
+    uint64_t points = 0;
+    uint64_t changed = 0; ///< of them, points whose class or withheld bit is not that of the source
+};
+
+struct ExportReport
+{
+    std::vector<ExportedFile> files;
+    uint64_t hiddenLeftOut = 0;
+    std::vector<std::string> notes; ///< what a merged file could not keep, one line each
+};
+
+/// Writes the points of a store back to LAS. In the form of its source an unedited store gives the source's
+/// bytes back; edits show in the class and in the withheld bit, which is set where a point is hidden. A
+/// source that was compressed (LAZ) is written uncompressed. Files appear under their names when all are
+/// complete; a failed or cancelled export leaves nothing. Fails where a class above 31 meets a point format
+/// that has no room for it. A store of which the points do not fit `memory` needs its size again as temporary
+/// disk space in the folder of the output. Any thread may call it.
+VEL_BRX_EXPORT Status exportLas(const ExportOptions& options, ExportReport& report);
+
+} // namespace VelBrx

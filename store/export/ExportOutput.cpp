@@ -1,0 +1,61 @@
+#include "store/export/ExportOutput.h"
+
+#include <algorithm>
+
+namespace VelBrx {
+
+namespace {
+
+constexpr uint64_t kCopyBytes = 4 << 20;
+
+} // namespace
+
+ExportOutput::ExportOutput(std::string path, LasHead head, uint16_t recordLength, uint64_t points)
+    : _path(std::move(path)), _head(std::move(head)), _recordLength(recordLength), _points(points)
+{
+}
+
+uint64_t ExportOutput::size() const
+{
+    return _head.bytes.size() + _points * _recordLength + _head.tailLength;
+}
+
+Status ExportOutput::open(bool overwrite)
+{
+    if (_isOpen) return {};
+    _isOpen = true;
+    return _file.create(_path, overwrite, size());
+}
+
+Status ExportOutput::write(uint64_t first, const std::vector<uint8_t>& records, const RecordFormat& format,
+                           uint64_t changed)
+{
+    RecordScan scan;
+    if (_recounts) format.scan(records.data(), records.size() / _recordLength, scan);
+    {
+        const std::lock_guard lock(_mutex);
+        _scan.add(scan);
+        _changed += changed;
+    }
+    return _file.write(_head.bytes.size() + first * _recordLength, records.data(), records.size());
+}
+
+Status ExportOutput::finish(const FileReader& store, BuildRun& run)
+{
+    if (_recounts) tellPoints(_scan, _points, _head);
+    if (Status status = _file.write(0, _head.bytes.data(), _head.bytes.size()); !status) return status;
+    uint64_t position = _head.bytes.size() + _points * _recordLength;
+    for (const ByteRange& range : _head.tail) {
+        std::vector<uint8_t> bytes;
+        for (uint64_t done = 0; done < range.length; done += bytes.size(), position += bytes.size()) {
+            bytes.resize(std::min(kCopyBytes, range.length - done));
+            if (!store.read(static_cast<int64_t>(range.start + done), bytes.data(), bytes.size()))
+                return Status::failure(_path + ": the store cannot be read to its end");
+            if (Status status = _file.write(position, bytes.data(), bytes.size()); !status) return status;
+            if (Status status = run.step(0); !status) return status;
+        }
+    }
+    return _file.close();
+}
+
+} // namespace VelBrx

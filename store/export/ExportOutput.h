@@ -1,0 +1,56 @@
+#pragma once
+
+#include "store/FileReader.h"
+#include "store/build/BuildRun.h"
+#include "store/build/OutputFile.h"
+#include "store/export/LasHead.h"
+#include "store/las/RecordFormat.h"
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace VelBrx {
+
+/// One LAS file that is being exported. `write` may be called from any thread.
+class ExportOutput
+{
+public:
+    /// `points` records of `recordLength` bytes will stand behind `head`.
+    ExportOutput(std::string path, LasHead head, uint16_t recordLength, uint64_t points);
+
+    const std::string& path() const { return _path; }
+    uint64_t points() const { return _points; }
+    uint64_t changed() const { return _changed; }
+    uint64_t size() const;
+
+    /// The header tells of the points that are written instead of what it states.
+    void recount() { _recounts = true; }
+
+    /// Makes the file unless that was done.
+    Status open(bool overwrite);
+
+    /// Writes whole records from the point with number `first` on, of which `changed` were edited.
+    Status write(uint64_t first, const std::vector<uint8_t>& records, const RecordFormat& format,
+                 uint64_t changed);
+
+    /// Writes what is around the points and closes the file, which has no name yet.
+    Status finish(const FileReader& store, BuildRun& run);
+
+    /// Gives the file its name. Call `finish` first.
+    Status commit() { return _file.commit(); }
+
+private:
+    const std::string _path;
+    LasHead _head;
+    const uint16_t _recordLength;
+    const uint64_t _points;
+    bool _recounts = false;
+    bool _isOpen = false;
+    OutputFile _file;
+    std::mutex _mutex;
+    RecordScan _scan;      ///< guarded by _mutex while records are written
+    uint64_t _changed = 0; ///< likewise
+};
+
+} // namespace VelBrx

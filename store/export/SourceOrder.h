@@ -1,0 +1,78 @@
+#pragma once
+
+#include "store/FileReader.h"
+#include "store/OriginRecord.h"
+#include "store/StoreHead.h"
+#include "store/build/BuildRun.h"
+#include "store/export/TemporaryFile.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace VelBrx {
+
+/// Points of one source that an export treats apart.
+struct SourceTally
+{
+    uint64_t hidden = 0;
+    uint64_t wideClass = 0;        ///< points with a class above 31
+    uint64_t visibleWideClass = 0; ///< of them, those not hidden
+};
+
+/// Brings the records of a store into the order of their ordinals with bounded memory: the ordinals are cut
+/// into windows whose records fit it. One reading of the store puts each record into its window's part of a
+/// temporary file, then one window after the other is loaded and put in order. Where all records fit, there
+/// is no temporary file.
+class SourceOrder
+{
+public:
+    /// The records are those of a store whose origin was checked: each ordinal occurs once.
+    SourceOrder(const FileReader& store, const StoreHead& head, const OriginRecord& origin, uint64_t memory,
+                unsigned threads);
+
+    size_t windowCount() const { return _windowCount; }
+
+    /// First ordinal of a window; that behind the last is the number of points.
+    uint64_t windowFirst(size_t window) const;
+
+    uint64_t temporarySize() const;
+
+    /// Reads all records. A temporary file goes to the disk of `folder`.
+    Status distribute(const std::string& folder, BuildRun& run);
+
+    /// By source, after `distribute`.
+    const std::vector<SourceTally>& tallies() const { return _tallies; }
+
+    /// Loads a window. Call `distribute` first.
+    Status load(size_t window, BuildRun& run);
+
+    /// The store record of an ordinal of the window loaded last.
+    const uint8_t* record(uint64_t ordinal) const;
+
+private:
+    struct Block;
+
+    Status readBlock(uint64_t first, Block& block) const;
+    Status spread(const Block& block);
+    void place(const Block& block);
+    void tally(const Block& block);
+
+    const FileReader& _store;
+    const StoreHead& _head;
+    const OriginRecord& _origin;
+    uint64_t _windowPoints;
+    size_t _windowCount;
+    std::vector<uint64_t> _sourceFirsts; ///< first ordinals
+    TemporaryFile _temporary;
+    std::unique_ptr<std::atomic<uint64_t>[]> _filled; ///< entries of each window in the temporary file
+    std::unique_ptr<uint8_t[]> _records;              ///< of the loaded window in order
+    uint64_t _loadedFirst = 0;
+    std::mutex _mutex;
+    std::vector<SourceTally> _tallies; ///< guarded by _mutex during `distribute`
+};
+
+} // namespace VelBrx

@@ -1,0 +1,418 @@
+#include <VelBrx/ExportLas.h>
+
+#include "store/ByteIo.h"
+#include "store/LasLayout.h"
+#include "store/SourceRecords.h"
+#include "store/las/RecordFormat.h"
+#include "tests/support/RestoreSources.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestLas.h"
+#include "tests/support/TestStore.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <random>
+
+using namespace VelBrx;
+using namespace VelBrx::LasLayout;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+/// Points of random attributes in any format.
+TestLas randomLas(uint8_t pointFormat, size_t count, unsigned seed, uint16_t extraBytes = 0)
+{
+    TestLas las;
+    las.pointFormat = pointFormat;
+    las.recordLength = static_cast<uint16_t>(coreRecordLength(pointFormat) + extraBytes);
+    las.versionMinor = pointFormat < 4 ? 2 : 4;
+    std::mt19937 random(seed);
+    const auto place = [&] { return static_cast<int32_t>(random() % 100000); };
+    for (size_t i = 0; i < count; ++i) {
+        Bytes& record = las.addPoint(place(), place(), place() / 50);
+        for (size_t byte = 12; byte < record.size(); ++byte)
+            record[byte] = static_cast<uint8_t>(random());
+    }
+    return las;
+}
+
+size_t recordsStart(const Bytes& las)
+{
+    return loadLe<uint32_t>(&las[kPointDataStart]);
+}
+
+class ExportTest : public testing::Test
+{
+protected:
+    TempFolder folder;
+    std::vector<Bytes> sources;
+    BuildOptions build;
+    ExportOptions options;
+    ExportReport report;
+
+    ExportTest()
+    {
+        build.output = options.store = folder.file("cloud.brx");
+        options.output = folder.file("out.las");
+        options.overwrite = true;
+    }
+
+    void addSource(const TestLas& las)
+    {
+        sources.push_back(las.bytes());
+        build.inputs.push_back(
+            folder.write("source" + std::to_string(build.inputs.size()) + ".las", sources.back()));
+    }
+
+    void buildIt()
+    {
+        BuildReport built;
+        const Status status = buildStore(build, built);
+        ASSERT_TRUE(status) << status.message();
+    }
+
+    /// Changes points of the store as an edit does: `edit` gets the record of every point and its ordinal.
+    void editStore(const std::function<void(uint8_t*, uint64_t)>& edit)
+    {
+        FileReader reader;
+        StoreHead head;
+        StoreIndex index;
+        SourceRecords records;
+        ASSERT_TRUE(readStore(options.store, reader, head, index));
+        ASSERT_TRUE(readSourceRecords(reader, head, records));
+        Bytes store = readFile(options.store);
+        const uint8_t* ordinal = &store[size_t(head.origin.start) + records.origin.ordinalStart];
+        for (uint64_t i = 0; i < head.header.pointCount; ++i)
+            edit(&store[size_t(head.header.pointDataStart) + i * kPointSize],
+                 loadLe<uint32_t>(ordinal + 4 * i));
+        folder.write("cloud.brx", store);
+    }
+
+    void exportIt()
+    {
+        const Status status = exportLas(options, report);
+        ASSERT_TRUE(status) << status.message();
+    }
+
+    void expectFailure(const std::string& words)
+    {
+        const Status status = exportLas(options, report);
+        EXPECT_FALSE(status);
+        EXPECT_NE(status.message().find(words), std::string::npos) << status.message();
+        EXPECT_EQ(status.message().find('\n'), std::string::npos);
+    }
+
+    std::vector<std::string> files() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path()))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    Bytes output() const { return readFile(options.output); }
+};
+
+/// Classes of the edits of these tests, from a point's place in its source.
+uint8_t newClass(uint64_t ordinal, uint8_t old)
+{
+    return ordinal % 7 == 0 ? static_cast<uint8_t>(ordinal % 32) : old;
+}
+
+} // namespace
+
+TEST_F(ExportTest, GivesAnEditedSourceBackButForClassAndWithheldBit)
+{
+    for (uint8_t format : {1, 3, 5, 6, 7, 8, 10}) {
+        SCOPED_TRACE(int(format));
+        sources.clear();
+        build.inputs.clear();
+        build.overwrite = true;
+        TestLas las = randomLas(format, 20000, format, 5);
+        las.gap = {1, 2, 3};
+        las.vlrs = {{"someone", 7, {1, 2, 3, 4}}};
+        if (format >= 4) las.evlrs = {{"behind", 1, Bytes(70000, 3)}};
+        addSource(las);
+        buildIt();
+        exportIt();
+        EXPECT_TRUE(output() == sources[0]);
+        EXPECT_EQ(report.files.at(0).changed, 0u);
+
+        editStore([](uint8_t* record, uint64_t ordinal) {
+            record[kClass] = newClass(ordinal, record[kClass]);
+            if (ordinal % 3 == 0) record[kFlags] ^= 0x04;
+        });
+        Bytes expected = sources[0];
+        uint64_t changed = 0;
+        for (size_t i = 0; i < las.records.size(); ++i) {
+            uint8_t* const record = &expected[las.pointDataStart() + i * las.recordLength];
+            const Bytes before(record, record + las.recordLength);
+            if (format <= 5) {
+                record[15] = static_cast<uint8_t>((record[15] & 0xE0) | newClass(i, record[15] & 0x1F));
+                if (i % 3 == 0) record[15] ^= 0x80;
+            } else {
+                record[16] = newClass(i, record[16]);
+                if (i % 3 == 0) record[15] ^= 0x04;
+            }
+            changed += !std::equal(before.begin(), before.end(), record);
+        }
+        exportIt();
+        EXPECT_TRUE(output() == expected);
+        EXPECT_EQ(report.files.at(0).changed, changed);
+    }
+}
+
+TEST_F(ExportTest, GivesTheSameBytesWithLittleMemoryAndAnyNumberOfThreads)
+{
+    addSource(randomLas(7, 150000, 1, 3));
+    addSource(randomLas(2, 0, 1));
+    addSource(randomLas(3, 130000, 2));
+    buildIt();
+    options.form = ExportForm::Split;
+    options.output = folder.file("parts");
+    for (unsigned threads : {1u, 4u}) {
+        options.threads = threads;
+        for (uint64_t memory : {uint64_t(1) << 30, uint64_t(1)}) {
+            options.memory = memory;
+            exportIt();
+            ASSERT_EQ(report.files.size(), 3u);
+            for (size_t i = 0; i < 3; ++i)
+                EXPECT_TRUE(readFile(report.files[i].path) == sources[i]) << i << ", memory " << memory;
+        }
+    }
+    EXPECT_EQ(report.files[2].path, folder.file("parts/source2.las"));
+
+    options.form = ExportForm::Automatic;
+    options.output = folder.file("out.las");
+    exportIt();
+    const Bytes merged = output();
+    options.memory = uint64_t(1) << 30;
+    exportIt();
+    EXPECT_TRUE(output() == merged);
+}
+
+TEST_F(ExportTest, SplitsManySourcesOfAllKinds)
+{
+    build.inputs.clear();
+    for (unsigned i = 0; i < 150; ++i) {
+        TestLas las =
+            randomLas(static_cast<uint8_t>(i % 11), i % 5 == 3 ? 0 : 100, i, static_cast<uint16_t>(i % 4));
+        las.scale.fill(i % 3 == 0 ? 0.01 : 0.0025);
+        las.offset.fill(i % 7 == 0 ? 0.0007 : 100.25); // not all on one grid: coordinates are kept
+        las.evlrs.clear();
+        addSource(las);
+    }
+    buildIt();
+    options.form = ExportForm::Split;
+    options.output = folder.file("parts");
+    exportIt();
+    ASSERT_EQ(report.files.size(), sources.size());
+    for (size_t i = 0; i < sources.size(); ++i)
+        EXPECT_TRUE(readFile(report.files[i].path) == sources[i]) << i;
+}
+
+TEST_F(ExportTest, NamesTheFilesOfSourcesApart)
+{
+    std::filesystem::create_directory(folder.file("a"));
+    std::filesystem::create_directory(folder.file("b"));
+    const Bytes first = randomLas(7, 10, 1).bytes();
+    const Bytes second = randomLas(7, 10, 2).bytes();
+    build.inputs = {folder.write("a/tile.las", first), folder.write("b/tile.las", second)};
+    buildIt();
+    options.form = ExportForm::Split;
+    options.output = folder.file("parts");
+    exportIt();
+    EXPECT_TRUE(readFile(folder.file("parts/tile.las")) == first);
+    EXPECT_TRUE(readFile(folder.file("parts/tile_2.las")) == second);
+}
+
+TEST_F(ExportTest, MergesSourcesIntoOneFileThatKeepsClassesFlagsColoursAndInfrared)
+{
+    addSource(randomLas(3, 500, 1, 2));
+    addSource(randomLas(8, 500, 2, 2));
+    addSource(randomLas(6, 500, 3, 2));
+    buildIt();
+    editStore([](uint8_t* record, uint64_t ordinal) {
+        if (ordinal == 3) record[kClass] = 200; // a class that the source's format has not
+        if (ordinal == 4) record[kFlags] |= 0x04;
+    });
+    exportIt();
+    const Bytes merged = output();
+    ASSERT_EQ(merged[kPointFormat], 8);
+    const size_t length = loadLe<uint16_t>(&merged[kRecordLength]);
+    ASSERT_EQ(length, 38u + 2);
+    ASSERT_EQ(loadLe<uint64_t>(&merged[kPointCount]), 1500u);
+    ASSERT_EQ(merged.size(), recordsStart(merged) + 1500 * length);
+    const double offset = loadLe<double>(&merged[kOffset]);
+    for (size_t i = 0; i < 1500; ++i) {
+        const size_t source = i / 500;
+        const Bytes& from = sources[source];
+        const size_t fromLength = loadLe<uint16_t>(&from[kRecordLength]);
+        const uint8_t* const was = &from[recordsStart(from) + i % 500 * fromLength];
+        const uint8_t* const is = &merged[recordsStart(merged) + i * length];
+        EXPECT_NEAR(loadLe<int32_t>(is) * 0.01 + offset, loadLe<int32_t>(was) * 0.01, 1e-6);
+        const bool isLegacy = source == 0;
+        EXPECT_EQ(is[kClass], i == 3 ? 200 : isLegacy ? was[15] & 0x1F : was[16]);
+        EXPECT_EQ(is[kFlags] & 0x0F, (isLegacy ? was[15] >> 5 : was[15] & 0x0F) | (i == 4 ? kWithheld : 0));
+        EXPECT_EQ(is[kUserData], was[17]);
+        const Bytes infrared(is + 36, is + 38);
+        EXPECT_EQ(infrared, source == 1 ? Bytes(was + 36, was + 38) : Bytes(2, 0));
+        const Bytes colors(is + kRed, is + kRed + 6);
+        EXPECT_EQ(colors, source == 0   ? Bytes(was + 28, was + 34)
+                          : source == 1 ? Bytes(was + 30, was + 36)
+                                        : Bytes(6, 0));
+        EXPECT_EQ(Bytes(is + 38, is + 40), Bytes(was + fromLength - 2, was + fromLength)) << "extra bytes";
+    }
+    EXPECT_EQ(report.notes, std::vector<std::string>());
+    const uint8_t fourth = sources[0][recordsStart(sources[0]) + 4 * 36 + 15];
+    EXPECT_EQ(report.files.at(0).changed, fourth & 0x80 ? 1u : 2u);
+}
+
+TEST_F(ExportTest, TellsWhatAMergedFileLeavesOut)
+{
+    TestLas waves = randomLas(9, 20, 1, 4);
+    waves.evlrs = {{"behind", 1, {1}}};
+    addSource(waves);
+    addSource(randomLas(6, 20, 2, 3));
+    buildIt();
+    exportIt();
+    ASSERT_EQ(report.notes.size(), 3u);
+    EXPECT_NE(report.notes[0].find("source0.las: a merged file leaves its wave packets out"),
+              std::string::npos);
+    EXPECT_NE(report.notes[1].find("extended variable length records"), std::string::npos);
+    EXPECT_NE(report.notes[2].find("source1.las: its extra bytes are not those of source0.las"),
+              std::string::npos);
+    EXPECT_EQ(output()[kPointFormat], 6);
+    EXPECT_EQ(loadLe<uint16_t>(&output()[kRecordLength]), 30);
+}
+
+TEST_F(ExportTest, RefusesAClassThatTheSourceFormatHasNoRoomFor)
+{
+    addSource(randomLas(1, 100, 1));
+    buildIt();
+    editStore([](uint8_t* record, uint64_t ordinal) {
+        record[kFlags] &= 0xF0;
+        if (ordinal < 3) record[kClass] = static_cast<uint8_t>(31 + ordinal);
+        if (ordinal == 2) record[kFlags] |= 0x04;
+    });
+    expectFailure("cloud.brx: 2 points of source0.las have a class above 31");
+    EXPECT_EQ(files(), (std::vector<std::string>{"cloud.brx", "source0.las"}));
+    options.visibleOnly = true;
+    expectFailure("1 points of source0.las");
+    options.visibleOnly = false;
+    options.form = ExportForm::Merged;
+    exportIt();
+    EXPECT_EQ(output()[recordsStart(output()) + 2 * 30 + kClass], 33);
+}
+
+TEST_F(ExportTest, LeavesHiddenPointsOutAndTellsOfThoseThatRemain)
+{
+    for (uint8_t format : {1, 3, 5, 7}) {
+        SCOPED_TRACE(int(format));
+        sources.clear();
+        build.inputs.clear();
+        build.overwrite = true;
+        TestLas las = randomLas(format, 150000, format);
+        for (size_t i = 0; i < las.records.size(); ++i)
+            if (i % 2) las.records[i][0] = las.records[i][1] = las.records[i][2] = 0xEE; // far out in x
+        if (format >= 4) las.evlrs = {{"behind", 1, Bytes(5000, 3)}, {"last", 2, {1, 2}}};
+        addSource(las);
+        buildIt();
+        editStore([](uint8_t* record, uint64_t ordinal) {
+            record[kFlags] = static_cast<uint8_t>((record[kFlags] & 0xF0) | (ordinal % 2 ? 0x08 : 0));
+        });
+        TestLas expected = las;
+        expected.records.clear();
+        for (size_t i = 0; i < las.records.size(); i += 2) {
+            expected.records.push_back(las.records[i]);
+            expected.records.back()[15] &= static_cast<uint8_t>(format <= 5 ? ~0x80 : ~0x04);
+        }
+        options.visibleOnly = true;
+        for (uint64_t memory : {uint64_t(1) << 30, uint64_t(1)}) {
+            options.memory = memory;
+            exportIt();
+            EXPECT_TRUE(output() == expected.bytes()) << "records, counts, bounds, places";
+            EXPECT_EQ(report.hiddenLeftOut, 75000u);
+        }
+        editStore([](uint8_t* record, uint64_t) { record[kFlags] |= 0x04; });
+        exportIt();
+        expected.records.clear();
+        EXPECT_TRUE(output() == expected.bytes()) << "no point at all";
+    }
+}
+
+TEST_F(ExportTest, LeavesNothingBehindWhenItIsCancelled)
+{
+    addSource(randomLas(7, 140000, 1));
+    addSource(randomLas(1, 30000, 2));
+    buildIt();
+    const std::vector<std::string> before = files();
+    std::atomic<bool> cancel{false};
+    options.cancel = &cancel;
+    options.memory = 1;
+    for (ExportForm form : {ExportForm::Split, ExportForm::Merged})
+        for (int part = 0; part < 10; ++part) {
+            cancel = false;
+            options.form = form;
+            options.output = folder.file("out");
+            uint64_t last = 0;
+            options.progress = [&](const BuildProgress& progress) {
+                EXPECT_GE(progress.pointsDone, last);
+                EXPECT_LE(progress.pointsDone, progress.pointsTotal);
+                last = progress.pointsDone;
+                if (progress.pointsDone * 10 >= progress.pointsTotal * uint64_t(part)) cancel = true;
+            };
+            expectFailure("out: cancelled; nothing was written");
+            EXPECT_EQ(files(), before) << part;
+        }
+}
+
+TEST_F(ExportTest, ReplacesFilesOnlyWhenToldAndNeverTheStore)
+{
+    addSource(randomLas(7, 100, 1));
+    buildIt();
+    options.overwrite = false;
+    exportIt();
+    expectFailure("out.las: exists already");
+    options.form = ExportForm::Split;
+    options.output = folder.path().string();
+    expectFailure("source0.las: exists already");
+    options.output = folder.file("source0.las");
+    expectFailure("is no folder");
+    options.overwrite = true;
+    options.form = ExportForm::Automatic;
+    options.output = options.store;
+    expectFailure("is the store that is exported");
+    options.output = folder.file("no/such/folder.las");
+    expectFailure("folder");
+    options.store = folder.file("missing.brx");
+    expectFailure("missing.brx: cannot be opened");
+}
+
+TEST_F(ExportTest, RefusesAStoreThatDoesNotHoldItsSourcesWhole)
+{
+    options.store = folder.write("cloud.brx", smallStore().bytes());
+    expectFailure("cloud.brx: does not tell where its points come from");
+
+    addSource(randomLas(7, 1000, 1, 4));
+    build.overwrite = true;
+    buildIt();
+    FileReader reader;
+    StoreHead head;
+    StoreIndex index;
+    ASSERT_TRUE(readStore(options.store, reader, head, index));
+    const Bytes sound = readFile(options.store);
+    for (int64_t position : {head.origin.start + 20, head.origin.start + head.origin.length / 2,
+                             head.flags.start + head.flags.length - 9}) {
+        Bytes damaged = sound;
+        damaged[size_t(position)] ^= 1;
+        folder.write("cloud.brx", damaged);
+        expectFailure("does not match its checksum");
+        EXPECT_FALSE(std::filesystem::exists(options.output));
+    }
+}
