@@ -190,6 +190,7 @@ TEST(Verify, ChecksTheRecordsOfThePointsSource)
     origin.pointCount = store.points.size();
     origin.sources.resize(1);
     origin.sources[0].pointCount = store.points.size();
+    origin.sources[0].recordLength = 20;
     std::vector<uint8_t> content = encodeOrigin(origin);
     content.resize(origin.length);
     const size_t ordinals = originStart + origin.ordinalStart;
@@ -230,6 +231,9 @@ TEST(Verify, ChecksTheRecordsOfThePointsSource)
                     std::to_string(ordinals + 12));
     expectFault(originStart, 'X', "the origin record does not begin as one");
     expectFault(originStart - 12, 1, "the EVLR header of record 2");
+    expectFault(originStart + 40 + 42, 22, "source 1 has other extra bytes in the flags record");
+    expectFault(originStart + 40 + 42, 19, "source 1 has records shorter than its point format");
+    expectFault(originStart + 40 + 48, 0, "source 1 has a factor or shift of coordinates that cannot be");
     expectFault(flagsStart + 24, 99, "the flags record");
     expectFault(flagsStart - 60, 1, "the EVLR header of record 3");
 }
