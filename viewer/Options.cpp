@@ -233,7 +233,9 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption("--edl", "Shade the points by eye-dome lighting.");
     usage.addCommandLineOption("--no-legend", "Do not explain the colours in the picture.");
     usage.addCommandLineOption("--budget N", "Largest number of points drawn, such as 20M. Default: 100M.");
-    usage.addCommandLineOption("--normals FILE", "Normals of the store's points.");
+    usage.addCommandLineOption("--normals FILE",
+                               "Normals of the store's points. Default: STORE.normals where there is "
+                               "one.");
     usage.addCommandLineOption("--view VIEW",
                                "Where to look from: top, north (level, looking north), iso, or "
                                "the coordinates of eye, centre and up, separated by commas. "

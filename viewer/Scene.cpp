@@ -63,7 +63,8 @@ std::string coordinate(double value, double scale)
 Status Scene::load(const std::vector<std::string>& stores, const Options& options)
 {
     for (const std::string& store : stores) {
-        if (const Status status = loadCloud(store, options.normals); !status) return status;
+        const std::string normals = options.normals.empty() ? store + ".normals" : options.normals;
+        if (const Status status = loadCloud(store, normals); !status) return status;
     }
     VelBrx::StoreStatistics statistics = _clouds.front().statistics;
     std::for_each(_clouds.begin() + 1, _clouds.end(),

@@ -68,19 +68,30 @@ bool isDragging(osgViewer::Viewer& viewer)
     return viewer.getEventQueue()->getCurrentEventState()->getButtonMask() != 0;
 }
 
+/// Frames to draw without a pause before the end, as OSG_RUN_FRAME_COUNT tells every viewer; negative: no
+/// end.
+long frameLimit()
+{
+    const char* count = std::getenv("OSG_RUN_FRAME_COUNT");
+    return count && *count ? std::atol(count) : -1;
+}
+
 /// Draws while something changes; a still picture costs next to nothing.
 void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel)
 {
     // A camera is known to paging one frame after it was drawn.
     constexpr int kFramesAfterAChange = 3;
-    for (int quietFrames = 0; !viewer.done();) {
-        if (viewer.checkNeedToDoFrame() || !services.isSettled()) quietFrames = 0;
+    const long limit = frameLimit();
+    long frames = 0;
+    for (int quietFrames = 0; !viewer.done() && frames != limit;) {
+        if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
         if (quietFrames == kFramesAfterAChange) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
             continue;
         }
         const auto start = std::chrono::steady_clock::now();
         viewer.frame();
+        ++frames;
         // With draw threads a frame waits for the one before: from the second on, its time is that of
         // drawing.
         if (++quietFrames > 1 && !isDragging(viewer)) {

@@ -1,0 +1,31 @@
+#include "tests/support/RunProgram.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestSurvey.h"
+
+#include <gtest/gtest.h>
+
+TEST(Window, OpensOnADisplayAndEndsCleanly)
+{
+    const TempFolder folder;
+    ASSERT_TRUE(TestSurvey().write(folder.file("grid.las")));
+    for (const std::string threading : {"--SingleThreaded", "--DrawThreadPerContext"}) {
+        const ProgramResult result =
+            runProgram({"xvfb-run", "-a", BRXVIEW, "--edl", "--mode", "class", threading, "--window", "10",
+                        "10", "320", "240", folder.file("grid.las")},
+                       {"OSG_RUN_FRAME_COUNT=10"});
+        EXPECT_EQ(result.exitStatus, 0) << threading << ": " << result.err;
+    }
+}
+
+TEST(Window, ADisplayThatIsNotThereIsToldInOneLine)
+{
+    const TempFolder folder;
+    ASSERT_TRUE(TestSurvey().write(folder.file("grid.las")));
+    const std::string path = folder.file("grid.las");
+    ASSERT_EQ(runProgram({BRXVIEW, "--render", folder.file("a.png"), path}).exitStatus, 0)
+        << "builds the store";
+    const ProgramResult result = runProgram({BRXVIEW, path}, {"DISPLAY=:4711"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_NE(result.err.find("brxview: no window can be opened on display :4711"), std::string::npos)
+        << result.err;
+}
