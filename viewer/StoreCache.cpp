@@ -63,6 +63,15 @@ fs::path storeInCache(const fs::path& source)
                             storeBeside(source.extension()).string());
 }
 
+/// The superuser may write everywhere, and should not where the owner took the right away.
+bool isWritable(const fs::path& folder)
+{
+    constexpr fs::perms kWrite = fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write;
+    std::error_code error;
+    const fs::perms permissions = fs::status(folder, error).permissions();
+    return !error && (permissions & kWrite) != fs::perms::none && access(folder.c_str(), W_OK) == 0;
+}
+
 bool isNewer(const fs::path& store, const fs::path& source)
 {
     std::error_code error;
@@ -132,8 +141,8 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
     }
 
     const fs::path beside = storeBeside(source);
-    const bool writable = access(source.parent_path().c_str(), W_OK) == 0;
-    const fs::path target = writable || isNewer(beside, source) ? beside : storeInCache(source);
+    const fs::path target =
+        isWritable(source.parent_path()) || isNewer(beside, source) ? beside : storeInCache(source);
     store = target.string();
     const bool exists = fs::exists(target, error);
     if (exists && isNewer(target, source) && isStore(store)) return Status();

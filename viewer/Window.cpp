@@ -3,6 +3,7 @@
 #include "viewer/ContextServices.h"
 #include "viewer/DisplayKeys.h"
 #include "viewer/MoveLevel.h"
+#include "viewer/Notices.h"
 #include "viewer/Overlay.h"
 #include "viewer/PickHandler.h"
 #include "viewer/Screenshot.h"
@@ -34,7 +35,9 @@ void openWindow(osgViewer::Viewer& viewer)
 {
     const bool chosen =
         std::getenv("OSG_WINDOW") || std::getenv("OSG_SCREEN") || std::getenv("OSG_CONFIG_FILE");
+    const QuietNotices quiet;
     if (!hasWindow(viewer) && !chosen) viewer.setUpViewInWindow(60, 60, kWindowWidth, kWindowHeight);
+    viewer.realize();
 }
 
 double aspectOf(const osg::Camera& camera)
@@ -115,9 +118,8 @@ void setUpCamera(osg::Camera& camera, double aspect)
 Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options,
                    osg::ArgumentParser& arguments)
 {
-    openWindow(viewer);
     viewer.setSceneData(scene.root());
-    viewer.realize();
+    openWindow(viewer);
     osgViewer::Viewer::Contexts contexts;
     viewer.getContexts(contexts);
     if (!viewer.isRealized() || contexts.empty()) {

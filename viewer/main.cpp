@@ -1,3 +1,4 @@
+#include "viewer/Notices.h"
 #include "viewer/Options.h"
 #include "viewer/Render.h"
 #include "viewer/Scene.h"
@@ -5,7 +6,6 @@
 #include "viewer/Window.h"
 
 #include <osg/ArgumentParser>
-#include <osg/Notify>
 #include <osgViewer/Viewer>
 
 #include <cstdio>
@@ -15,13 +15,6 @@
 using VelBrx::Status;
 
 namespace {
-
-/// OpenSceneGraph prints notices on stdout by default; stdout is for data here.
-class StderrNotices : public osg::NotifyHandler
-{
-public:
-    void notify(osg::NotifySeverity, const char* message) override { std::fputs(message, stderr); }
-};
 
 bool hasDisplay()
 {
@@ -42,14 +35,19 @@ Status checkOptions(osg::ArgumentParser& arguments, Options& options)
     return Status();
 }
 
+/// A picture has a window of its own: options that make one on a display are left over then, and reported.
+osg::ref_ptr<osgViewer::Viewer> makeViewer(osg::ArgumentParser& arguments, const Options& options)
+{
+    const QuietNotices quiet;
+    return options.render ? new osgViewer::Viewer : new osgViewer::Viewer(arguments);
+}
+
 Status run(osg::ArgumentParser& arguments)
 {
     Options options;
     if (Status status = checkOptions(arguments, options); !status) return status;
 
-    // A picture has its own window: options that make one on a display are left over and reported.
-    osg::ref_ptr<osgViewer::Viewer> viewer =
-        options.render ? new osgViewer::Viewer : new osgViewer::Viewer(arguments);
+    const osg::ref_ptr<osgViewer::Viewer> viewer = makeViewer(arguments, options);
     if (Status status = readInputs(arguments, options); !status) return status;
 
     std::vector<std::string> stores(options.inputs.size());
