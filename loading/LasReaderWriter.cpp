@@ -276,7 +276,6 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     if (edited && points.count() == declared) points.setClasses(*edited);
     points.pad(declared);
 
-    static const osg::ref_ptr<ModelMatrix> modelMatrix = new ModelMatrix;
     osg::ref_ptr<CellGeometry> geometry = new CellGeometry;
     geometry->setUseVertexBufferObjects(true);
     geometry->setUseDisplayList(false);
@@ -284,7 +283,7 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     if (normals) geometry->setVertexAttribArray(8, normals, osg::Array::BIND_PER_VERTEX);
     geometry->addPrimitiveSet(new osg::DrawArrays(GL_POINTS, 0, static_cast<GLsizei>(declared)));
     geometry->setDataVariance(osg::Object::STATIC);
-    geometry->setDrawCallback(modelMatrix);
+    geometry->setDrawCallback(new ModelMatrix);
     geometry->setUserValue("UUID", cell.identifier);
     geometry->getVertexArray()->setUserValue("UUID", cell.identifier);
     geometry->stampArrays();
