@@ -274,7 +274,7 @@ TEST_F(RegistryDeathTest, AProcessThatExitsWithEverythingRunningEndsCleanly)
                 view.frame();
             view.viewer->stopThreading();
             while (ThreadCount::running() < 3) // a started thread counts once it runs
-                OpenThreads::Thread::YieldCurrentThread();
+                std::this_thread::yield();
             std::exit(7);
         },
         testing::ExitedWithCode(7), "");
