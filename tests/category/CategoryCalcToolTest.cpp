@@ -262,7 +262,7 @@ TEST_F(CategoryCalcToolTest, KeepsHiddenBitsThatChangeBetweenAnEditAndItsUndo)
     const std::vector<int> original(attribute.begin(), attribute.end());
     CullCmdManager::getInstance()->setPixelBufferTool(new ExactMaskTool);
     pushAndWait(kUid, polygonEdit(kArrow, screen, 8));
-    run(polygonCmd<CullCmd>(store, kArrow, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kArrow, screen));
     pushAndWait(Category::UNDO);
     size_t culled = 0;
     for (size_t i = 0; i < original.size(); ++i) {
