@@ -25,8 +25,8 @@ struct RecordScreenTest::Block
     {
         for (int i = 0; i < count; ++i) {
             const uint8_t* record = records + static_cast<size_t>(i) * kRecordSize;
-            __builtin_prefetch(record +
-                               kBlock * kRecordSize); // the next block, on its way while this one is tested
+            // The next block comes from memory while this one is tested.
+            __builtin_prefetch(record + kBlock * kRecordSize);
             int32_t xyz[3];
             std::memcpy(xyz, record, sizeof xyz);
             x[i] = xyz[0];

@@ -190,6 +190,23 @@ TEST_F(CullCmdTest, OutsideHidesEverythingElseAlsoBehindTheCamera)
     EXPECT_TRUE(sameBytes(records(), before));
 }
 
+TEST_F(CullCmdTest, ReadsNoCellBeyondThePolygonsFrustumAndReportsCellsItCannotRead)
+{
+    std::vector<CellData*> cells;
+    collect(store.octree()->root, cells);
+    for (CellData* cell : cells)
+        cell->record.segments[0].first = int64_t{1} << 40;
+    const Polygon corner = {{60, 60}, {64, 60}, {64, 64}, {60, 64}};
+    const Polygon above = {{0, -200}, {200, -200}, {200, -100}, {0, -100}};
+    const CmdResult whole = run(polygonCmd<CullCmd>(store.octree(), kEverything, screen));
+    const CmdResult part = run(polygonCmd<CullCmd>(store.octree(), corner, screen));
+    EXPECT_EQ(whole.cellsUnreadable, cells.size());
+    EXPECT_EQ(whole.pointsChanged, 0u);
+    EXPECT_GT(part.cellsUnreadable, 0u);
+    EXPECT_LT(part.cellsUnreadable, cells.size() / 2);
+    EXPECT_EQ(run(polygonCmd<CullCmd>(store.octree(), above, screen)).cellsUnreadable, 0u);
+}
+
 TEST_F(CullCmdTest, NeverHidesAPointOutsideOneClipPlane)
 {
     const osg::Matrixd moved = osg::Matrixd::translate(1000, -2000, 30);
