@@ -11,6 +11,7 @@ using VelBrx::Status;
 namespace {
 
 constexpr int kLargestPicture = 32768;
+constexpr double kLongestTimeout = 1e6; // seconds
 
 /// Takes `name` and its value out of the arguments; empty when the option is not there.
 Status takeValue(osg::ArgumentParser& arguments, const std::string& name, std::optional<std::string>& value)
@@ -21,11 +22,6 @@ Status takeValue(osg::ArgumentParser& arguments, const std::string& name, std::o
     value = arguments[position + 1];
     arguments.remove(position, 2);
     return Status();
-}
-
-bool takeFlag(osg::ArgumentParser& arguments, const std::string& name)
-{
-    return arguments.read(name);
 }
 
 /// A whole text as a number; false for anything else, infinities and NaN included.
@@ -143,26 +139,28 @@ Status takeOption(osg::ArgumentParser& arguments, const std::string& name, const
 Status readRender(osg::ArgumentParser& arguments, Options& options)
 {
     RenderRequest request;
+    bool detailed = false;
     const auto output = [&](const std::string& text) {
         request.output = text;
-        options.render = request;
         return !text.empty();
     };
-    if (Status s = takeOption(arguments, "--render", "the name of a picture", output); !s) return s;
-
-    bool sized = false;
     const auto size = [&](const std::string& text) {
-        sized = true;
-        return parse(text, options.render ? *options.render : request);
+        detailed = true;
+        return parse(text, request);
     };
-    if (Status s = takeOption(arguments, "--size", "WIDTHxHEIGHT, such as 1920x1080", size); !s) return s;
     const auto timeout = [&](const std::string& text) {
-        double& seconds = options.render ? options.render->timeoutSeconds : request.timeoutSeconds;
-        sized = true;
-        return parse(text, seconds) && seconds > 0;
+        detailed = true;
+        return parse(text, request.timeoutSeconds) && request.timeoutSeconds > 0 &&
+               request.timeoutSeconds <= kLongestTimeout;
     };
-    if (Status s = takeOption(arguments, "--timeout", "a number of seconds", timeout); !s) return s;
-    if (sized && !options.render) return Status::failure("--size and --timeout belong to --render OUT.png");
+    Status status = takeOption(arguments, "--render", "the name of a picture", output);
+    if (status) status = takeOption(arguments, "--size", "WIDTHxHEIGHT, such as 1920x1080", size);
+    if (status) status = takeOption(arguments, "--timeout", "a number of seconds", timeout);
+    if (!status) return status;
+    if (!request.output.empty())
+        options.render = request;
+    else if (detailed)
+        return Status::failure("--size and --timeout belong to --render OUT.png");
     return Status();
 }
 
@@ -181,9 +179,9 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         options.normals = text;
         return !text.empty();
     };
-    options.force = takeFlag(arguments, "--force");
-    options.edl = takeFlag(arguments, "--edl");
-    options.legend = !takeFlag(arguments, "--no-legend");
+    options.force = arguments.read("--force");
+    options.edl = arguments.read("--edl");
+    options.legend = !arguments.read("--no-legend");
     Status status = takeOption(arguments, "--mode", colorModeNames(), into(options.mode));
     if (status)
         status = takeOption(arguments, "--color", "#rrggbb or R,G,B from 0 to 255", into(options.color));

@@ -60,11 +60,21 @@ std::string coordinate(double value, double scale)
 
 } // namespace
 
+Scene::Scene()
+{
+    // Keys change its state while draw threads run.
+    _root->getOrCreateStateSet()->setDataVariance(osg::Object::DYNAMIC);
+}
+
 Status Scene::load(const std::vector<std::string>& stores, const Options& options)
 {
     for (const std::string& store : stores) {
         const std::string normals = options.normals.empty() ? store + ".normals" : options.normals;
         if (const Status status = loadCloud(store, normals); !status) return status;
+        if (options.mode == ColorMode::RGB && _clouds.back().statistics.maxColor == 0) {
+            std::fprintf(stderr, "brxview: %s has no colours, so its points are black; see --mode\n",
+                         store.c_str());
+        }
     }
     VelBrx::StoreStatistics statistics = _clouds.front().statistics;
     std::for_each(_clouds.begin() + 1, _clouds.end(),

@@ -22,6 +22,8 @@
 class Scene
 {
 public:
+    Scene();
+
     /// Opens the stores of `options`. A failure names the file.
     VelBrx::Status load(const std::vector<std::string>& stores, const Options& options);
 
