@@ -1,0 +1,78 @@
+#include "viewer/DisplayKeys.h"
+
+#include "tests/viewer/ShownSurvey.h"
+
+#include <gtest/gtest.h>
+#include <osgGA/TrackballManipulator>
+
+namespace {
+
+const osg::Vec3ub kBackground(28, 31, 36);
+
+class DisplayKeysTest : public testing::Test
+{
+protected:
+    void showWithKeys()
+    {
+        _shown.host.viewer->addEventHandler(new DisplayKeys(_shown.scene, *_shown.overlay, true));
+        _shown.show();
+    }
+
+    osg::Vec3ub colorOfPoint()
+    {
+        const TestSurvey& survey = _shown.survey;
+        const osg::Vec3d place =
+            _shown.onScreen(osg::Vec3d(survey.x + 5, survey.y + 5, survey.z + survey.heightOf(5)));
+        return pixel(*_shown.host.picture(), static_cast<int>(place.x()), static_cast<int>(place.y()));
+    }
+
+    ShownSurvey _shown;
+};
+
+} // namespace
+
+TEST_F(DisplayKeysTest, EveryModeHasAKeyThatColoursThePoints)
+{
+    showWithKeys();
+    for (const ColorModeChoice& choice : colorModeChoices()) {
+        _shown.pressKey(choice.key);
+        EXPECT_NE(colorOfPoint(), kBackground) << choice.name;
+    }
+    _shown.pressKey('k');
+    EXPECT_EQ(colorOfPoint(), osg::Vec3ub(0xb5, 0x83, 0x4a));
+    _shown.pressKey('r');
+    EXPECT_EQ(colorOfPoint(), osg::Vec3ub(255, 128, 0));
+}
+
+TEST_F(DisplayKeysTest, PlusAndMinusChangeTheSizeOfThePointsWithinItsLimits)
+{
+    showWithKeys();
+    const int before = countOtherThan(*_shown.host.picture(), kBackground);
+    _shown.pressKey('+');
+    EXPECT_GT(countOtherThan(*_shown.host.picture(), kBackground), before);
+    for (int i = 0; i < 10; ++i)
+        _shown.pressKey('-');
+    const int points = _shown.survey.side * _shown.survey.side;
+    EXPECT_EQ(countOtherThan(*_shown.host.picture(), kBackground), points) << "a pixel a point";
+}
+
+TEST_F(DisplayKeysTest, ViewKeysMoveTheCameraOfTheManipulator)
+{
+    const osg::ref_ptr<osgGA::TrackballManipulator> manipulator = new osgGA::TrackballManipulator;
+    _shown.host.viewer->setCameraManipulator(manipulator);
+    showWithKeys();
+    const auto lookingAlong = [&] {
+        osg::Vec3d eye;
+        osg::Vec3d center;
+        osg::Vec3d up;
+        manipulator->getInverseMatrix().getLookAt(eye, center, up);
+        return center - eye;
+    };
+    _shown.pressKey('T');
+    EXPECT_NEAR(lookingAlong().z(), -1, 1e-6);
+    _shown.pressKey('N');
+    EXPECT_NEAR(lookingAlong().y(), 1, 1e-6);
+    _shown.pressKey('I');
+    EXPECT_LT(lookingAlong().z(), -0.3);
+    EXPECT_GT(countOtherThan(*_shown.host.picture(), kBackground), 100);
+}

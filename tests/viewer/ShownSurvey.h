@@ -1,0 +1,36 @@
+#pragma once
+
+#include "tests/support/HeadlessViewer.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestSurvey.h"
+#include "viewer/ContextServices.h"
+#include "viewer/Overlay.h"
+#include "viewer/Scene.h"
+
+#include <optional>
+
+/// A small survey seen from above on the screen of a headless viewer, with an overlay that the viewer does
+/// not draw. Add event handlers, then `show` it.
+struct ShownSurvey
+{
+    static constexpr int kSize = 200;
+
+    explicit ShownSurvey(
+        osgViewer::ViewerBase::ThreadingModel threading = osgViewer::ViewerBase::SingleThreaded);
+
+    /// Draws until all points are there.
+    void show();
+
+    /// Presses a key and draws until all is there again.
+    void pressKey(int key);
+
+    /// Where a world position is in the window, y up.
+    osg::Vec3d onScreen(const osg::Vec3d& world);
+
+    const TempFolder folder;
+    TestSurvey survey;
+    HeadlessViewer host;
+    Scene scene;
+    const osg::ref_ptr<Overlay> overlay = new Overlay;
+    std::optional<ContextServices> services; ///< ends before the viewer
+};
