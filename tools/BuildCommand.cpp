@@ -55,14 +55,23 @@ void addBuildCommand(CLI::App& app)
     };
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("build", "Build one store from LAS and LAZ files");
-    command->add_option("IN", options->build.inputs, "LAS 1.0 to 1.4 and LAZ files, point formats 0 to 10")
+    command
+        ->add_option("IN", options->build.inputs,
+                     "LAS 1.0 to 1.4 and LAZ files, point formats 0 to 10, or folders of them")
         ->required();
     command->add_option("-o,--output", options->build.output, "the store to make, a .brx file")->required();
     command->add_flag("--force", options->build.overwrite, "replace the store when it exists");
     command->add_option("--threads", options->build.threads, "threads to use; all processors when not given");
+    command
+        ->add_option("--memory", options->build.memory,
+                     "memory to use at most, like 2G or 800M; half of the machine's when not given")
+        ->transform(CLI::AsSizeValue(false))
+        ->option_text("SIZE");
     command->add_flag("--json", options->json, "print a report as one JSON object");
     command->callback([options] { runBuild(options->build, options->json); });
     command->footer(
         "Every input point is in the store once, with all its attributes. What had to be repaired or "
-        "changed is told on standard error. A failed or interrupted build leaves nothing behind.");
+        "changed is told on standard error. A failed or interrupted build leaves nothing behind. The input "
+        "may be larger than the memory: the points stand in the store's folder meanwhile, which needs room "
+        "for about two and a half times the store.");
 }

@@ -15,17 +15,20 @@ namespace VelBrx {
 struct BuildProgress
 {
     const char* stage = "";   ///< what is being done, for people
-    uint64_t pointsDone = 0;  ///< of the whole build, over all stages
+    uint64_t pointsDone = 0;  ///< the part of the whole build that is done, in points of the input
     uint64_t pointsTotal = 0; ///< 0 while unknown
 };
 
 struct BuildOptions
 {
     std::vector<std::string>
-        inputs; ///< LAS and LAZ files, in the order of their points in the store's origin
+        inputs; ///< LAS and LAZ files, in the order of their points in the store's origin; a folder stands
+                ///< for all files under it whose names end in .las or .laz, in the order of their paths
     std::string output;
-    bool overwrite = false; ///< replace `output` when it exists
-    unsigned threads = 0;   ///< 0: all processors
+    bool overwrite = false;   ///< replace `output` when it exists
+    unsigned threads = 0;     ///< 0: all processors
+    uint64_t memory = 0;      ///< bytes that the build may use, at least 128 MiB; 0: half of the machine's
+    uint64_t chunkPoints = 0; ///< points that are sorted together at most; 0: what suits memory and caches
     /// Identity of the store; 0 draws a random one. Two builds of the same input with the same identity give
     /// the same bytes.
     uint64_t storeId = 0;
@@ -43,7 +46,9 @@ struct BuildReport
 
 /// Builds an octree store from LAS and LAZ files. Every input point is in the store once, with all its
 /// attributes. The store appears under its name only when it is complete; a failed or cancelled build leaves
-/// nothing. Any thread may call it, several at once for different outputs.
+/// nothing. Beside the store a build needs disk space in its folder for a temporary copy of the points.
+/// Memory and number of threads do not change the store. Any thread may call it, several at once for
+/// different outputs.
 VEL_BRX_EXPORT Status buildStore(const BuildOptions& options, BuildReport& report);
 
 } // namespace VelBrx

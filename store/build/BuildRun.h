@@ -24,8 +24,12 @@ public:
 
     unsigned threads() const { return _threads; }
 
-    /// The build reads, sorts or writes `points` points in all.
-    void setTotal(uint64_t points) { _total = points; }
+    /// The work goes `passes` times over each of `points` points.
+    void setTotal(uint64_t points, unsigned passes = 1)
+    {
+        _total = points;
+        _passes = passes;
+    }
 
     void begin(const char* stage)
     {
@@ -54,7 +58,7 @@ public:
 private:
     void report() const
     {
-        if (_progress) _progress({_stage, _done, _total});
+        if (_progress) _progress({_stage, _done / _passes, _total});
     }
 
     const Report _progress;
@@ -62,6 +66,7 @@ private:
     unsigned _threads;
     const char* _stage = "";
     uint64_t _total = 0;
+    unsigned _passes = 1;
     std::atomic<uint64_t> _done{0};
 };
 

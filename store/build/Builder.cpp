@@ -1,15 +1,19 @@
 #include <VelBrx/Builder.h>
 
 #include "store/StoreIndex.h"
+#include "store/build/BuildMemory.h"
 #include "store/build/BuildRun.h"
+#include "store/build/ChunkPlan.h"
 #include "store/build/OutputFile.h"
-#include "store/build/PointTable.h"
+#include "store/build/PointChunks.h"
+#include "store/build/PointSpool.h"
 #include "store/build/SourceSet.h"
 #include "store/build/StoreGrid.h"
 #include "store/build/StoreHeader.h"
 #include "store/build/StoreWriter.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <random>
 
@@ -19,7 +23,7 @@ namespace VelBrx {
 
 namespace {
 
-constexpr uint64_t kPasses = 5; ///< a point is counted when it is scanned, loaded, sorted twice and written
+constexpr unsigned kPasses = 5; ///< points are scanned, loaded, sorted, divided and written
 
 uint64_t randomStoreId()
 {
@@ -54,41 +58,131 @@ void append(std::vector<std::string>& notes, const std::vector<std::string>& mor
 }
 
 /// Cells that a draw call could not take come of points without extent alone.
-Status checkCells(const std::vector<TreeCell>& cells, const std::string& output)
+Status checkCells(const std::vector<PointChunks::Cell>& cells, const std::string& output)
 {
-    for (const TreeCell& cell : cells)
+    for (const PointChunks::Cell& cell : cells)
         if (cell.pointCount > static_cast<uint64_t>(kMaxCellPoints))
             return Status::failure(output + ": would have " + std::to_string(cell.pointCount) +
                                    " points in one place, more than a cell takes; thin the input");
     return {};
 }
 
+/// Bytes a point that store records and flags do not hold, by source.
+std::vector<uint32_t> restLengths(const SourceSet& sources, const StoreGrid& grid)
+{
+    constexpr uint32_t kCoordinatesLength = 12;
+    std::vector<uint32_t> lengths;
+    for (size_t i = 0; i < sources.sources().size(); ++i)
+        lengths.push_back((grid.isExact(i) ? 0 : kCoordinatesLength) +
+                          sources.sources()[i].format.restLength());
+    return lengths;
+}
+
+/// About the bytes of the store, and of the points that gather in the spool when the store is written.
+uint64_t expectedStoreSize(const SourceSet& sources, const PointSpool& spool)
+{
+    const uint64_t flagsClassIndex = 3;
+    const uint64_t gathered = spool.itemSize() / 10;
+    uint64_t size = sources.pointCount() * (spool.itemSize() + flagsClassIndex + gathered);
+    for (size_t i = 0; i < sources.sources().size(); ++i) {
+        const LasFile& file = sources.sources()[i].points->file();
+        size +=
+            file.pointCount * spool.restLength(i) + file.pointDataStart + file.fileSize - file.pointDataEnd();
+    }
+    return size;
+}
+
+/// Whether points have the same places in both.
+bool areSame(const StoreGrid& a, const StoreGrid& b)
+{
+    return a.cubeSize == b.cubeSize && std::equal(a.scale, a.scale + 3, b.scale) &&
+           std::equal(a.offset, a.offset + 3, b.offset) && std::equal(a.min, a.min + 3, b.min);
+}
+
+/// Reads all points once: `grid` is what they need, `plan` parts them into chunks. The columns are counted on
+/// the way with the grid that the headers promise, and once more where they are wrong.
+Status scanSources(SourceSet& sources, const BuildMemory& memory, BuildRun& run, StoreGrid& grid,
+                   std::unique_ptr<ChunkPlan>& plan)
+{
+    const bool needsCounts = sources.pointCount() > memory.chunkPoints;
+    std::unique_ptr<ColumnCounts> counts;
+    const auto count = [&](size_t source, const PointBatch& batch) {
+        if (!counts) return;
+        const size_t stride = sources.sources()[source].format.recordLength();
+        counts->add(source, batch.records.data(), batch.records.size() / stride, stride);
+    };
+    StoreGrid stated;
+    if (needsCounts && makeStoreGrid(sources.statedExtents(), stated))
+        counts = std::make_unique<ColumnCounts>(stated);
+    run.begin("scanning");
+    if (Status status = sources.scan(run, count); !status) return status;
+    if (Status status = makeStoreGrid(sources.extents(), grid); !status) return status;
+    if (!needsCounts) {
+        plan = std::make_unique<ChunkPlan>(sources.pointCount());
+        return {};
+    }
+    if (!counts || !areSame(stated, grid)) {
+        counts = std::make_unique<ColumnCounts>(grid);
+        run.setTotal(sources.pointCount(), kPasses + 1);
+        run.begin("counting");
+        if (Status status = sources.read(run, count); !status) return status;
+    }
+    counts->accumulate();
+    plan = std::make_unique<ChunkPlan>(*counts, memory.chunkPoints);
+    return {};
+}
+
+/// Fails when a chunk that cannot be divided is too large for the memory.
+Status checkChunks(const ChunkPlan& plan, const BuildMemory& memory, const std::string& output)
+{
+    uint64_t largest = 0;
+    for (const Chunk& chunk : plan.chunks())
+        largest = std::max(largest, chunk.pointCount);
+    if (largest <= memory.pointsAtOnce) return {};
+    const uint64_t needed = memory.total / memory.pointsAtOnce * largest;
+    return Status::failure(
+        output + ": " + std::to_string(largest) +
+        " points stand so close above each other that they must be sorted together; allow " +
+        std::to_string((needed >> 20) + 1) + " MiB of memory");
+}
+
 Status build(const BuildOptions& options, BuildReport& report)
 {
     if (Status status = OutputFile::check(options.output, options.overwrite); !status) return status;
     if (Status status = checkNotInput(options.output, options.inputs); !status) return status;
+    OutputFile::removeLeftovers(options.output);
 
-    BuildRun run(options.threads, options.progress, options.cancel);
     SourceSet sources;
     if (Status status = sources.open(options.inputs); !status) return status;
     std::vector<std::string> notes;
     if (Status status = checkCompatible(sources.files(), notes); !status) return status;
-    run.setTotal(kPasses * sources.pointCount());
+    BuildMemory memory;
+    if (Status status = BuildMemory::plan(options, sources.pointCount(), memory); !status) return status;
+    BuildRun run(memory.threads, options.progress, options.cancel);
+    run.setTotal(sources.pointCount(), kPasses);
 
-    run.begin("scanning");
-    if (Status status = sources.scan(run); !status) return status;
     StoreGrid grid;
-    if (Status status = makeStoreGrid(sources.extents(), grid); !status) return status;
+    std::unique_ptr<ChunkPlan> plan;
+    if (Status status = scanSources(sources, memory, run, grid, plan); !status) return status;
+    if (Status status = checkChunks(*plan, memory, options.output); !status) return status;
 
+    PointSpool spool(sources, *plan, restLengths(sources, grid));
+    if (Status status =
+            OutputFile::checkSpace(options.output, spool.size() + expectedStoreSize(sources, spool));
+        !status)
+        return status;
+    if (Status status = spool.create(options.output, memory.bufferBytes); !status) return status;
+    PointChunks chunks(sources, grid, *plan, memory, spool);
     run.begin("reading");
-    PointTable table(sources, grid);
-    if (Status status = table.load(run); !status) return status;
+    if (Status status = chunks.load(run); !status) return status;
     run.begin("sorting");
-    if (Status status = table.divide(run); !status) return status;
-    if (Status status = checkCells(table.cells(), options.output); !status) return status;
+    if (Status status = chunks.sort(run); !status) return status;
+    run.begin("dividing");
+    if (Status status = chunks.divide(run); !status) return status;
+    if (Status status = checkCells(chunks.cells(), options.output); !status) return status;
 
     run.begin("writing");
-    StoreWriter writer(sources, grid, table);
+    StoreWriter writer(sources, grid, chunks);
     if (Status status = writer.plan(options.storeId ? options.storeId : randomStoreId()); !status)
         return status;
     OutputFile file;
@@ -98,9 +192,9 @@ Status build(const BuildOptions& options, BuildReport& report)
     if (Status status = file.commit(); !status) return status;
     run.begin("done");
 
-    report.points = table.pointCount();
-    report.cells = table.cells().size();
-    report.levels = table.cells().back().level + 1u;
+    report.points = chunks.pointCount();
+    report.cells = chunks.cells().size();
+    report.levels = chunks.cells().back().level + 1u;
     append(report.notes, sources.notes());
     append(report.notes, notes);
     append(report.notes, grid.notes);

@@ -1,20 +1,20 @@
 #include "store/build/CellTree.h"
 
-#include "store/StoreIndex.h"
-
 #include <algorithm>
-#include <array>
+#include <functional>
+#include <numeric>
 
 namespace VelBrx {
 
 namespace {
 
-using LevelCounts = std::array<uint64_t, kMaxLevel + 1>;
-
 class Divider
 {
 public:
-    Divider(const TreePoint* points, uint8_t* levels) : _points(points), _levels(levels) {}
+    Divider(const TreePoint* points, uint8_t* levels, const SharedNodes& shared, unsigned digits)
+        : _points(points), _levels(levels), _shared(shared), _digits(digits)
+    {
+    }
 
     std::vector<TreeCell> cells;
 
@@ -22,10 +22,9 @@ public:
     /// a finer level; the others lie in its ancestors.
     void divide(unsigned level, unsigned floor, size_t begin, size_t end)
     {
-        const LevelCounts counts = count(begin, end, floor);
-        uint64_t total = 0;
-        for (uint64_t ofLevel : counts)
-            total += ofLevel;
+        const uint64_t code = prefixOf(_points[begin].code, level);
+        const LevelCounts counts = isShared(level) ? _shared.counts(level, code) : count(begin, end);
+        const uint64_t total = reaching(counts, floor);
 
         unsigned finest = std::max(level, floor);
         uint64_t taken = 0;
@@ -37,7 +36,7 @@ public:
         if (isLeaf) finest = kMaxLevel;
 
         const size_t place = cells.size();
-        cells.push_back({static_cast<uint8_t>(level), prefixOf(_points[begin].code, level), 0});
+        cells.push_back({static_cast<uint8_t>(level), code, 0});
         uint64_t pointCount = take(begin, end, floor, finest, level);
         if (!isLeaf) pointCount += divideOctants(level, finest + 1, begin, end);
         cells[place].pointCount = pointCount;
@@ -47,13 +46,30 @@ private:
     const TreePoint* _points;
     uint8_t* _levels;
 
-    LevelCounts count(size_t begin, size_t end, unsigned floor) const
+    const SharedNodes& _shared;
+    const unsigned _digits;
+
+    bool isShared(unsigned level) const { return level < _digits; }
+
+    LevelCounts count(size_t begin, size_t end) const
     {
         LevelCounts counts{};
         for (size_t i = begin; i < end; ++i)
             ++counts[_levels[i]];
-        std::fill(counts.begin(), counts.begin() + floor, 0);
         return counts;
+    }
+
+    /// Of the points counted those that want `floor` or a finer level.
+    static uint64_t reaching(const LevelCounts& counts, unsigned floor)
+    {
+        return std::accumulate(counts.begin() + floor, counts.end(), uint64_t{0});
+    }
+
+    uint64_t reaching(unsigned level, uint64_t code, unsigned floor, size_t begin, size_t end) const
+    {
+        if (isShared(level)) return reaching(_shared.counts(level, code), floor);
+        return static_cast<uint64_t>(std::count_if(_levels + begin, _levels + end,
+                                                   [floor](uint8_t wanted) { return wanted >= floor; }));
     }
 
     /// Gives the points of levels `floor` to `finest` to the cell of `level`; tells how many.
@@ -80,9 +96,7 @@ private:
                                                              return prefixOf(p.code, level + 1) == code;
                                                          }) -
                                     _points);
-            const auto reaching = static_cast<uint64_t>(std::count_if(
-                _levels + begin, _levels + octantEnd, [floor](uint8_t wanted) { return wanted >= floor; }));
-            if (reaching > kCrumb)
+            if (reaching(level + 1, code, floor, begin, octantEnd) > kCrumb)
                 divide(level + 1, floor, begin, octantEnd);
             else
                 kept += take(begin, octantEnd, floor, kMaxLevel, level);
@@ -94,13 +108,37 @@ private:
 
 } // namespace
 
-std::vector<TreeCell> divideIntoCells(const TreePoint* points, size_t count, uint8_t* levels)
+void SharedNodes::add(const TreePoint* points, size_t count, unsigned digits)
+{
+    if (digits == 0) return;
+    for (size_t first = 0, end; first < count; first = end) {
+        const uint64_t code = prefixOf(points[first].code, digits - 1);
+        LevelCounts counts{};
+        for (end = first; end < count && prefixOf(points[end].code, digits - 1) == code; ++end)
+            ++counts[points[end].level];
+        for (unsigned level = 0; level < digits; ++level) {
+            LevelCounts& sum = _nodes[{level, code >> 3 * (digits - 1 - level)}];
+            std::transform(sum.begin(), sum.end(), counts.begin(), sum.begin(), std::plus<>());
+        }
+    }
+}
+
+void SharedNodes::add(const SharedNodes& other)
+{
+    for (const auto& [key, counts] : other._nodes) {
+        LevelCounts& sum = _nodes[key];
+        std::transform(sum.begin(), sum.end(), counts.begin(), sum.begin(), std::plus<>());
+    }
+}
+
+std::vector<TreeCell> divideIntoCells(const TreePoint* points, size_t count, uint8_t* levels,
+                                      const SharedNodes& shared, unsigned digits)
 {
     if (count == 0) return {};
-    Divider divider(points, levels);
+    Divider divider(points, levels, shared, digits);
     divider.divide(0, 0, 0, count);
     std::sort(divider.cells.begin(), divider.cells.end(), [](const TreeCell& a, const TreeCell& b) {
-        return a.level != b.level ? a.level < b.level : a.code < b.code;
+        return CellKey(a.level, a.code) < CellKey(b.level, b.code);
     });
     return std::move(divider.cells);
 }

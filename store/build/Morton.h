@@ -57,6 +57,12 @@ inline uint64_t columnCode(uint64_t x, uint64_t y, uint64_t z)
     return (spreadByOne(x) | spreadByOne(y) << 1) << kMortonLevels | z;
 }
 
+/// The column's first `digits` digits: in which column of the grid of so many digits it is.
+inline uint64_t columnOf(uint64_t columnCode, unsigned digits)
+{
+    return columnCode >> (kMortonLevels + 2 * (kMortonLevels - digits));
+}
+
 /// Height of a column code on the finest grid.
 inline uint32_t heightOf(uint64_t columnCode)
 {
@@ -71,7 +77,7 @@ inline uint64_t mortonCodeOf(uint64_t columnCode)
            spreadBits(heightOf(columnCode)) << 2;
 }
 
-/// Places of store coordinates on the finest grid in the root cube.
+/// Places of store coordinates on the finest grid in the root cube; those outside it have the nearest.
 class GridPlaces
 {
 public:
@@ -91,8 +97,8 @@ public:
 private:
     uint64_t place(size_t axis, int32_t value) const
     {
-        const auto steps = static_cast<uint64_t>(static_cast<double>(value - _min[axis]) * _factor[axis]);
-        return std::min<uint64_t>(steps, (1 << kMortonLevels) - 1);
+        const auto steps = static_cast<int64_t>(static_cast<double>(value - _min[axis]) * _factor[axis]);
+        return static_cast<uint64_t>(std::clamp<int64_t>(steps, 0, (1 << kMortonLevels) - 1));
     }
 
     int64_t _min[3];

@@ -2,34 +2,22 @@
 
 #include <atomic>
 #include <cerrno>
-#include <system_error>
+#include <filesystem>
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace VelBrx {
 
+namespace fs = std::filesystem;
+
 namespace {
 
-std::string reasonOf(int error)
-{
-    return std::generic_category().message(error);
-}
-
-std::string folderOf(const std::string& path)
-{
-    const size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-std::string megabytes(uint64_t bytes)
-{
-    return std::to_string(bytes / 1000000 + 1) + " MB";
-}
+constexpr char kTemporaryEnding[] = ".part";
 
 /// Brings the name of a file in `folder` to the disk.
 void syncFolder(const std::string& folder)
@@ -40,17 +28,31 @@ void syncFolder(const std::string& folder)
     ::close(descriptor);
 }
 
+/// Removes a temporary file when no process holds the lock that its maker takes.
+void removeUnlocked(const std::string& path)
+{
+    const int descriptor = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) return;
+    if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
+    ::close(descriptor);
+}
+
+/// Whether `name` is `stem` with "." digits "-" digits ".part" behind it.
+bool isTemporaryOf(const std::string& name, const std::string& stem)
+{
+    const size_t ending = sizeof kTemporaryEnding - 1;
+    if (name.size() <= stem.size() + 1 + ending || name.compare(0, stem.size(), stem) != 0 ||
+        name[stem.size()] != '.' || name.compare(name.size() - ending, ending, kTemporaryEnding) != 0)
+        return false;
+    const std::string middle = name.substr(stem.size() + 1, name.size() - ending - stem.size() - 1);
+    return middle.find_first_not_of("0123456789-") == std::string::npos;
+}
+
 } // namespace
 
 OutputFile::~OutputFile()
 {
-    if (_descriptor >= 0) ::close(_descriptor);
     if (!_temporaryPath.empty()) unlink(_temporaryPath.c_str());
-}
-
-Status OutputFile::failure(const std::string& what) const
-{
-    return Status::failure(_path + ": " + what);
 }
 
 Status OutputFile::check(const std::string& path, bool overwrite)
@@ -68,20 +70,6 @@ Status OutputFile::check(const std::string& path, bool overwrite)
     return {};
 }
 
-Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size)
-{
-    _path = path;
-    _overwrite = overwrite;
-    if (Status status = check(path, overwrite); !status) return status;
-    static std::atomic<unsigned> counter{0};
-    const std::string temporary =
-        path + "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + ".part";
-    _descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (_descriptor < 0) return failure("cannot be made: " + reasonOf(errno));
-    _temporaryPath = temporary;
-    return reserve(size);
-}
-
 Status OutputFile::checkSpace(const std::string& path, uint64_t size)
 {
     struct statvfs disk
@@ -94,42 +82,36 @@ Status OutputFile::checkSpace(const std::string& path, uint64_t size)
                            " are free; free some or choose another folder");
 }
 
-Status OutputFile::reserve(uint64_t size)
+void OutputFile::removeLeftovers(const std::string& path)
 {
-    if (Status status = checkSpace(_path, size); !status) return status;
-    // File systems that cannot reserve report it; then a full disk shows while writing.
-    if (fallocate(_descriptor, 0, 0, static_cast<off_t>(size)) != 0 && errno != EOPNOTSUPP && errno != ENOSYS)
-        return failure("cannot be given " + megabytes(size) + " of disk space: " + reasonOf(errno));
-    return {};
+    const std::string stem = fs::path(path).filename();
+    std::error_code error;
+    for (fs::directory_iterator entry(folderOf(path), error), end; !error && entry != end;
+         entry.increment(error))
+        if (isTemporaryOf(entry->path().filename(), stem)) removeUnlocked(entry->path());
 }
 
-Status OutputFile::write(uint64_t position, const void* data, uint64_t length)
+Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size)
 {
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    while (length > 0) {
-        const ssize_t count = pwrite(_descriptor, bytes, length, static_cast<off_t>(position));
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return failure("cannot be written: " + reasonOf(count == 0 ? EIO : errno));
-        bytes += count;
-        position += static_cast<uint64_t>(count);
-        length -= static_cast<uint64_t>(count);
-    }
-    return {};
-}
-
-Status OutputFile::close()
-{
-    if (_descriptor < 0) return {};
-    if (fsync(_descriptor) != 0) return failure("cannot be written: " + reasonOf(errno));
-    const int descriptor = _descriptor;
-    _descriptor = -1;
-    if (::close(descriptor) != 0) return failure("cannot be written: " + reasonOf(errno));
-    return {};
+    _path = path;
+    _overwrite = overwrite;
+    if (Status status = check(path, overwrite); !status) return status;
+    removeLeftovers(path);
+    static std::atomic<unsigned> counter{0};
+    const std::string temporary =
+        path + "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + kTemporaryEnding;
+    const int descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor < 0) return Status::failure(path + ": cannot be made: " + reasonOf(errno));
+    flock(descriptor, LOCK_EX | LOCK_NB);
+    _temporaryPath = temporary;
+    _file.take(descriptor, path);
+    if (Status status = checkSpace(path, size); !status) return status;
+    return _file.reserve(size);
 }
 
 Status OutputFile::commit()
 {
-    if (Status status = close(); !status) return status;
+    if (Status status = _file.close(); !status) return status;
     // A file that appeared meanwhile is not replaced where the system can tell.
     int result = _overwrite
                      ? rename(_temporaryPath.c_str(), _path.c_str())
@@ -138,7 +120,7 @@ Status OutputFile::commit()
         if (Status status = check(_path, false); !status) return status;
         result = rename(_temporaryPath.c_str(), _path.c_str());
     }
-    if (result != 0) return failure("cannot be given its name: " + reasonOf(errno));
+    if (result != 0) return _file.failure("cannot be given its name: " + reasonOf(errno));
     _temporaryPath.clear();
     syncFolder(folderOf(_path));
     return {};

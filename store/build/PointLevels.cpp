@@ -23,24 +23,13 @@ unsigned sharedColumnDigits(uint64_t a, uint64_t b)
                           : (static_cast<unsigned>(__builtin_clzll(different)) - kUnusedBits) / 2;
 }
 
-/// The column code's first `digits` digits.
-uint64_t columnOf(uint64_t code, unsigned digits)
-{
-    return code >> (kMortonLevels + 2 * (kMortonLevels - digits));
-}
-
-bool isBefore(const TreePoint& a, const TreePoint& b)
-{
-    return a.code != b.code ? a.code < b.code : a.ordinal < b.ordinal;
-}
-
 /// Spreads points of one and the same code over the levels below the finest grid and returns the one of
 /// lowest rank, which has none yet.
-TreePoint* spreadEqual(TreePoint* points, size_t count)
+TreePoint* spreadEqual(TreePoint* points, size_t count, const uint64_t* ordinals)
 {
     std::vector<std::pair<uint64_t, TreePoint*>> order(count);
     for (size_t i = 0; i < count; ++i)
-        order[i] = {pointRank(points[i].ordinal), points + i};
+        order[i] = {pointRank(ordinals[points[i].index]), points + i};
     std::sort(order.begin(), order.end());
     unsigned level = kMortonLevels - kGridDigits + 1;
     for (size_t place = 1, end = 4; place < count; ++place) {
@@ -57,6 +46,8 @@ TreePoint* spreadEqual(TreePoint* points, size_t count)
 class LevelAssigner
 {
 public:
+    explicit LevelAssigner(const uint64_t* ordinals) : _ordinals(ordinals) {}
+
     /// Leaves the points of [first, last), which share `digits` digits, that the grid of `digits` digits
     /// wants as candidates, lowest first; the others get their levels.
     void thin(TreePoint* first, TreePoint* last, unsigned digits)
@@ -71,11 +62,11 @@ public:
             if (_candidates.size() - start > 1) thinLayers(start, grid);
     }
 
-    /// Gives the candidates that are left level 0.
-    void finish()
+    /// Gives the candidates that are left `level`.
+    void finish(unsigned level)
     {
         for (const Candidate& candidate : _candidates)
-            candidate.point->level = 0;
+            candidate.point->level = level;
         _candidates.clear();
     }
 
@@ -86,6 +77,7 @@ private:
         uint64_t rank;
         TreePoint* point;
     };
+    const uint64_t* _ordinals;
     std::vector<Candidate> _candidates;
 
     /// The points of one column of the finest grid.
@@ -95,8 +87,8 @@ private:
             for (end = first + 1; end < last && end->code == first->code;)
                 ++end;
             TreePoint* const lowest =
-                end - first == 1 ? first : spreadEqual(first, static_cast<size_t>(end - first));
-            _candidates.push_back({heightOf(first->code), pointRank(lowest->ordinal), lowest});
+                end - first == 1 ? first : spreadEqual(first, static_cast<size_t>(end - first), _ordinals);
+            _candidates.push_back({heightOf(first->code), pointRank(_ordinals[lowest->index]), lowest});
         }
     }
 
@@ -166,8 +158,11 @@ private:
 
 } // namespace
 
-void sortByCode(TreePoint* points, size_t count, TreePoint* scratch)
+void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint64_t* ordinals)
 {
+    const auto isBefore = [ordinals](const TreePoint& a, const TreePoint& b) {
+        return a.code != b.code ? a.code < b.code : ordinals[a.index] < ordinals[b.index];
+    };
     if (count <= kFewPoints) {
         std::sort(points, points + count, isBefore);
         return;
@@ -197,16 +192,16 @@ void sortByCode(TreePoint* points, size_t count, TreePoint* scratch)
     }
 }
 
-void assignLevels(TreePoint* points, size_t count)
+void assignLevels(TreePoint* points, size_t count, const uint64_t* ordinals, unsigned digits)
 {
-    LevelAssigner assigner;
+    LevelAssigner assigner(ordinals);
     TreePoint* const last = points + count;
     for (TreePoint *first = points, *end; first < last; first = end) {
-        const uint64_t column = columnOf(first->code, kGridDigits);
+        const uint64_t column = columnOf(first->code, digits);
         end = std::partition_point(
-            first, last, [&](const TreePoint& point) { return columnOf(point.code, kGridDigits) == column; });
-        assigner.thin(first, end, kGridDigits);
-        assigner.finish();
+            first, last, [&](const TreePoint& point) { return columnOf(point.code, digits) == column; });
+        assigner.thin(first, end, digits);
+        assigner.finish(digits - kGridDigits);
     }
 }
 

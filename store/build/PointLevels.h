@@ -10,9 +10,9 @@ namespace VelBrx {
 /// A point on its way into the octree.
 struct TreePoint
 {
-    uint64_t code;         ///< column code, later Morton code
-    uint64_t ordinal : 56; ///< place among all points of all sources
-    uint64_t level : 8;    ///< coarsest level that wants it
+    uint64_t code;  ///< column code, later Morton code
+    uint32_t index; ///< place in the chunk of points that are worked on together
+    uint32_t level; ///< coarsest level that wants it
 };
 
 /// Octal digits between a level and its sampling grid: a cell's edge has 2^7 grid cells.
@@ -27,8 +27,9 @@ inline uint64_t pointRank(uint64_t ordinal)
     return ordinal ^ ordinal >> 31;
 }
 
-/// Sorts points by code, then ordinal. `scratch` has room for `count` points.
-void sortByCode(TreePoint* points, size_t count, TreePoint* scratch);
+/// Sorts points by code, then ordinal: that of a point is `ordinals[index]`. `scratch` has room for `count`
+/// points.
+void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint64_t* ordinals);
 
 /// Gives every point the coarsest level that wants it. The sampling grid of level L divides the root cube's
 /// edge into 2^(L + 7). The finest grid, that of level 14, wants of each of its cells the point of lowest
@@ -44,6 +45,10 @@ void sortByCode(TreePoint* points, size_t count, TreePoint* scratch);
 ///
 /// `points` have column codes and are sorted. They may be a part of the whole that ends at borders of columns
 /// of level 0's grid: the result for a point depends on the points in its column alone.
-void assignLevels(TreePoint* points, size_t count);
+///
+/// With more `digits` than `kGridDigits` they may be a part that ends at borders of columns of the grid of so
+/// many digits. The points that this grid wants get its level, `digits - kGridDigits`, the others their own.
+/// The coarser levels of the former come out when those of all parts are handed in together.
+void assignLevels(TreePoint* points, size_t count, const uint64_t* ordinals, unsigned digits = kGridDigits);
 
 } // namespace VelBrx

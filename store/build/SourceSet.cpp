@@ -1,10 +1,15 @@
 #include "store/build/SourceSet.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <filesystem>
+#include <limits>
 #include <mutex>
 
 namespace VelBrx {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -27,31 +32,75 @@ bool countsAreRight(const LasFile& file, const RecordScan& scan)
     return std::equal(file.pointsByReturn, file.pointsByReturn + returns, scan.pointsByReturn.begin() + 1);
 }
 
+/// The integer of a coordinate, 0 where there is none.
+int32_t stepOf(double coordinate, const SourceExtent& extent, size_t axis)
+{
+    const double steps = std::round((coordinate - extent.offset[axis]) / extent.scale[axis]);
+    const bool isInteger =
+        steps >= std::numeric_limits<int32_t>::min() && steps <= std::numeric_limits<int32_t>::max();
+    return isInteger ? static_cast<int32_t>(steps) : 0;
+}
+
+bool isPointFile(const fs::path& path)
+{
+    std::string ending = path.extension();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char letter) { return std::tolower(letter); });
+    return ending == ".las" || ending == ".laz";
+}
+
+/// Adds `path` to `files`, or where it is a folder the LAS and LAZ files under it.
+Status addFiles(const std::string& path, std::vector<std::string>& files)
+{
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+        files.push_back(path);
+        return {};
+    }
+    const size_t first = files.size();
+    fs::recursive_directory_iterator entry(path, fs::directory_options::follow_directory_symlink, error);
+    for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error))
+        if (isPointFile(entry->path()) && !fs::is_directory(entry->path(), error))
+            files.push_back(entry->path());
+    if (error) return Status::failure(path + ": cannot be listed: " + error.message());
+    if (files.size() == first) return Status::failure(path + ": is a folder without LAS or LAZ files");
+    std::sort(files.begin() + static_cast<std::ptrdiff_t>(first), files.end());
+    return {};
+}
+
 } // namespace
 
 Status SourceSet::open(const std::vector<std::string>& paths)
 {
     if (paths.empty()) return Status::failure("no input file is named; name the LAS files to build from");
-    for (const std::string& path : paths) {
-        std::unique_ptr<PointSource> points;
-        if (Status status = openPointSource(path, points); !status) return status;
-        const LasFile& file = points->file();
-        for (const std::string& note : file.notes)
-            _notes.push_back(path + ": " + note);
-        if (file.pointCount == 0 && paths.size() == 1)
-            return Status::failure(path + ": has no points, so there is nothing to build a store of");
-        if (file.pointCount == 0) _notes.push_back(path + ": has no points");
-        const RecordFormat format(file.pointFormat, file.recordLength);
-        const uint64_t count = file.pointCount;
-        _sources.push_back({std::move(points), format, _pointCount, {}});
-        _pointCount += count;
-    }
+    std::vector<std::string> files;
+    for (const std::string& path : paths)
+        if (Status status = addFiles(path, files); !status) return status;
+    for (const std::string& file : files)
+        if (Status status = open(file, files.size() == 1); !status) return status;
     if (_pointCount == 0)
-        return Status::failure(paths.front() + ": has no points, nor has any other input; nothing to build");
+        return Status::failure(files.front() + ": has no points, nor has any other input; nothing to build");
     return {};
 }
 
-Status SourceSet::scan(BuildRun& run)
+Status SourceSet::open(const std::string& path, bool isOnly)
+{
+    std::unique_ptr<PointSource> points;
+    if (Status status = openPointSource(path, points); !status) return status;
+    const LasFile& file = points->file();
+    for (const std::string& note : file.notes)
+        _notes.push_back(path + ": " + note);
+    if (file.pointCount == 0 && isOnly)
+        return Status::failure(path + ": has no points, so there is nothing to build a store of");
+    if (file.pointCount == 0) _notes.push_back(path + ": has no points");
+    const RecordFormat format(file.pointFormat, file.recordLength);
+    const uint64_t count = file.pointCount;
+    _sources.push_back({std::move(points), format, _pointCount, {}});
+    _pointCount += count;
+    return {};
+}
+
+Status SourceSet::scan(BuildRun& run, const Look& look)
 {
     const std::vector<Part> all = parts();
     std::mutex mutex; // guards the sources' scans
@@ -61,6 +110,7 @@ Status SourceSet::scan(BuildRun& run)
         Status read = source.points->readPart(all[i].index, [&](const PointBatch& batch) {
             const size_t count = batch.records.size() / source.format.recordLength();
             source.format.scan(batch.records.data(), count, scan);
+            look(all[i].source, batch);
             return run.step(count);
         });
         const std::lock_guard lock(mutex);
@@ -71,6 +121,18 @@ Status SourceSet::scan(BuildRun& run)
     for (const BuildSource& source : _sources)
         noteHeader(source);
     return {};
+}
+
+Status SourceSet::read(BuildRun& run, const Look& look) const
+{
+    const std::vector<Part> all = parts();
+    return run.forEach(all.size(), [&](size_t i) -> Status {
+        const BuildSource& source = _sources[all[i].source];
+        return source.points->readPart(all[i].index, [&](const PointBatch& batch) {
+            look(all[i].source, batch);
+            return run.step(batch.records.size() / source.format.recordLength());
+        });
+    });
 }
 
 void SourceSet::noteHeader(const BuildSource& source)
@@ -98,6 +160,16 @@ std::vector<const LasFile*> SourceSet::files() const
 
 std::vector<SourceExtent> SourceSet::extents() const
 {
+    std::vector<SourceExtent> extents = statedExtents();
+    for (size_t source = 0; source < _sources.size(); ++source) {
+        std::copy_n(_sources[source].scan.min.begin(), 3, extents[source].min);
+        std::copy_n(_sources[source].scan.max.begin(), 3, extents[source].max);
+    }
+    return extents;
+}
+
+std::vector<SourceExtent> SourceSet::statedExtents() const
+{
     std::vector<SourceExtent> extents;
     for (const BuildSource& source : _sources) {
         const LasFile& file = source.points->file();
@@ -107,8 +179,8 @@ std::vector<SourceExtent> SourceSet::extents() const
         for (size_t axis = 0; axis < 3; ++axis) {
             extent.scale[axis] = file.scale[axis];
             extent.offset[axis] = file.offset[axis];
-            extent.min[axis] = source.scan.min[axis];
-            extent.max[axis] = source.scan.max[axis];
+            extent.min[axis] = stepOf(file.min[axis], extent, axis);
+            extent.max[axis] = stepOf(file.max[axis], extent, axis);
         }
         extents.push_back(extent);
     }

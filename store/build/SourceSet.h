@@ -7,6 +7,7 @@
 #include "store/las/PointSource.h"
 #include "store/las/RecordFormat.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,16 +27,27 @@ struct BuildSource
 class SourceSet
 {
 public:
-    /// Opens the files and reads their heads.
+    /// Opens the files, those of folders too, and reads their heads.
     Status open(const std::vector<std::string>& paths);
 
+    /// What may look at batches of source records as they are read. Any thread.
+    using Look = std::function<void(size_t source, const PointBatch& batch)>;
+
     /// Reads all points once. Afterwards `notes` tells what of the headers is wrong.
-    Status scan(BuildRun& run);
+    Status scan(BuildRun& run, const Look& look);
+
+    /// Reads all points once more.
+    Status read(BuildRun& run, const Look& look) const;
 
     const std::vector<BuildSource>& sources() const { return _sources; }
     uint64_t pointCount() const { return _pointCount; }
     std::vector<const LasFile*> files() const;
+
+    /// As the points are, after `scan`.
     std::vector<SourceExtent> extents() const;
+
+    /// As the headers state them, right or wrong.
+    std::vector<SourceExtent> statedExtents() const;
 
     /// Whether colours are 8-bit values in 16-bit fields: none above 255 and not all zero.
     bool hasNarrowColors() const;
@@ -52,6 +64,7 @@ public:
     const std::vector<std::string>& notes() const { return _notes; }
 
 private:
+    Status open(const std::string& path, bool isOnly);
     void noteHeader(const BuildSource& source);
 
     std::vector<BuildSource> _sources;

@@ -10,7 +10,10 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
+#include <numeric>
+#include <utility>
 
 namespace VelBrx {
 
@@ -19,27 +22,40 @@ using namespace LasLayout;
 namespace {
 
 constexpr uint32_t kRecordCount = 3;
-constexpr size_t kPartPoints = 1 << 18; ///< points that are put in order and written together
+constexpr size_t kPartPoints = 1 << 18; ///< points whose flags are written together; an even number
+constexpr size_t kRunPoints = 1 << 15;  ///< points of a run that are written together
+constexpr size_t kAhead = 16;           ///< items that are fetched into the cache before they are copied
 constexpr uint64_t kCopyBytes = 4 << 20;
-
-using LevelCounts = std::array<uint64_t, kMaxLevel + 1>;
 
 std::string nameOf(const std::string& path)
 {
     return path.substr(path.find_last_of('/') + 1);
 }
 
+/// The places of `levels` by level, those of one level in their order.
+std::vector<uint32_t> orderByLevel(const std::vector<uint8_t>& levels)
+{
+    std::array<uint32_t, kMaxLevel + 2> starts{};
+    for (uint8_t level : levels)
+        ++starts[level + 1u];
+    std::partial_sum(starts.begin(), starts.end(), starts.begin());
+    std::vector<uint32_t> order(levels.size());
+    for (uint32_t i = 0; i < levels.size(); ++i)
+        order[starts[levels[i]]++] = i;
+    return order;
+}
+
 } // namespace
 
-StoreWriter::StoreWriter(const SourceSet& sources, const StoreGrid& grid, const PointTable& table)
-    : _sources(sources), _grid(grid), _table(table)
+StoreWriter::StoreWriter(const SourceSet& sources, const StoreGrid& grid, const PointChunks& chunks)
+    : _sources(sources), _grid(grid), _chunks(chunks)
 {
 }
 
 Status StoreWriter::plan(uint64_t storeId)
 {
     const std::vector<const LasFile*> files = _sources.files();
-    _header = makeStoreHeader({files, _grid, _table.statistics(), _table.pointCount(), kRecordCount});
+    _header = makeStoreHeader({files, _grid, _chunks.statistics(), _chunks.pointCount(), kRecordCount});
     if (_header.size() > static_cast<size_t>(kMaxHeadSize))
         return Status::failure(files.front()->path +
                                ": has more bytes of variable length records than a store takes");
@@ -50,7 +66,7 @@ Status StoreWriter::plan(uint64_t storeId)
     _index.insert(_index.end(), cells.begin(), cells.end());
     if (Status status = planOrigin(); !status) return status;
     planFlags();
-    _indexStart = _header.size() + _table.pointCount() * kPointSize;
+    _indexStart = _header.size() + _chunks.pointCount() * kPointSize;
     _originStart = _indexStart + _index.size();
     _flagsStart = _originStart + kEvlrHeaderSize + _origin.length;
     _fileSize = _flagsStart + kEvlrHeaderSize + _flags.length;
@@ -66,19 +82,18 @@ std::vector<uint8_t> StoreWriter::encodeCells(uint64_t storeId) const
         index.cubeMin[axis] = _grid.coordinate(axis, _grid.min[axis]);
     index.cubeSize = _grid.cubeSize;
     index.gridSize = 1 << kGridDigits;
-    index.statistics = _table.statistics();
-    int64_t first = 0;
-    for (const TreeCell& cell : _table.cells()) {
-        const auto count = static_cast<int64_t>(cell.pointCount);
-        index.cells.push_back({cell.level, cell.code, {{first, count}}});
-        first += count;
-    }
+    index.statistics = _chunks.statistics();
+    for (const PointChunks::Cell& cell : _chunks.cells())
+        index.cells.push_back(
+            {cell.level,
+             cell.code,
+             {{static_cast<int64_t>(cell.firstPoint), static_cast<int64_t>(cell.pointCount)}}});
     return encodeIndex(index);
 }
 
 Status StoreWriter::planOrigin()
 {
-    _origin.pointCount = _table.pointCount();
+    _origin.pointCount = _chunks.pointCount();
     for (size_t i = 0; i < _sources.sources().size(); ++i) {
         const LasFile& file = _sources.sources()[i].points->file();
         OriginSource source;
@@ -104,9 +119,10 @@ Status StoreWriter::planOrigin()
 
 void StoreWriter::planFlags()
 {
-    _flags.pointCount = _table.pointCount();
+    _flags.pointCount = _chunks.pointCount();
     for (size_t i = 0; i < _sources.sources().size(); ++i)
-        _flags.sources.push_back({_sources.sources()[i].points->file().pointCount, _table.restLength(i), 0});
+        _flags.sources.push_back(
+            {_sources.sources()[i].points->file().pointCount, _chunks.spool().restLength(i), 0});
     _flagsHead = encodeFlags(_flags);
 }
 
@@ -126,88 +142,184 @@ Status StoreWriter::write(OutputFile& file, BuildRun& run)
     return flags.finish();
 }
 
-/// Points stand by level, then Morton code. Each part of the Morton order adds a run to every level, whose
-/// place follows from the counts of the parts before.
+/// How many points of each cell that chunks share have been gathered.
+struct StoreWriter::Cursors
+{
+    explicit Cursors(size_t cellCount) : ofCells(cellCount) {}
+
+    std::vector<std::atomic<uint64_t>> ofCells;
+};
+
+/// Writes items to their places in the store, those of neighbouring places together.
+class StoreWriter::ItemWriter
+{
+public:
+    ItemWriter(OutputFile& file, RecordWriter& origin, uint64_t pointsStart, const OriginRecord& layout)
+        : _file(file), _origin(origin), _pointsStart(pointsStart), _ordinalsStart(layout.ordinalStart),
+          _ordinalSize(layout.ordinalSize), _records(kRunPoints * kPointSize),
+          _ordinals(kRunPoints * _ordinalSize)
+    {
+    }
+
+    Status write(uint64_t place, const uint8_t* item)
+    {
+        if (place != _first + _count || _count == kRunPoints)
+            if (Status status = flush(place); !status) return status;
+        std::memcpy(&_records[_count * kPointSize], item, kPointSize);
+        std::memcpy(&_ordinals[_count * _ordinalSize], item + kPointSize, _ordinalSize);
+        ++_count;
+        return {};
+    }
+
+    /// Writes what was gathered; the next run begins at `next`.
+    Status flush(uint64_t next = 0)
+    {
+        const uint64_t first = std::exchange(_first, next);
+        const size_t count = std::exchange(_count, 0);
+        if (count == 0) return {};
+        if (Status status =
+                _file.write(_pointsStart + first * kPointSize, _records.data(), count * kPointSize);
+            !status)
+            return status;
+        return _origin.write(_ordinalsStart + first * _ordinalSize, _ordinals.data(), count * _ordinalSize);
+    }
+
+private:
+    OutputFile& _file;
+    RecordWriter& _origin;
+    const uint64_t _pointsStart;
+    const uint64_t _ordinalsStart;
+    const size_t _ordinalSize;
+    std::vector<uint8_t> _records;
+    std::vector<uint8_t> _ordinals;
+    uint64_t _first = 0;
+    size_t _count = 0;
+};
+
+/// Each chunk writes its own cells and brings its points of shared ones together in the spool; these are
+/// sorted and written at the end.
 Status StoreWriter::writePoints(OutputFile& file, RecordWriter& origin, BuildRun& run) const
 {
-    const size_t count = _table.pointCount();
-    const size_t parts = (count + kPartPoints - 1) / kPartPoints;
-    const auto partEnd = [&](size_t part) { return std::min(count, (part + 1) * kPartPoints); };
-    std::vector<LevelCounts> places(parts);
-    Status status = run.forEach(parts, [&](size_t part) -> Status {
-        for (size_t i = part * kPartPoints; i < partEnd(part); ++i)
-            ++places[part][_table.levels()[i]];
-        return {};
+    Cursors cursors(_chunks.cells().size());
+    const auto writeWith = [&](const auto& use) -> Status {
+        ItemWriter writer(file, origin, _header.size(), _origin);
+        if (Status status = use(writer); !status) return status;
+        return writer.flush();
+    };
+    const Status status = run.forEach(_chunks.chunks().size(), [&](size_t i) {
+        const Chunk& chunk = _chunks.chunks()[i];
+        Status written = writeWith([&](ItemWriter& writer) { return writeChunk(chunk, writer, cursors); });
+        run.done(chunk.pointCount);
+        return written;
     });
     if (!status) return status;
-    uint64_t place = 0;
-    for (size_t level = 0; level <= kMaxLevel; ++level)
-        for (LevelCounts& part : places)
-            place += std::exchange(part[level], place);
-
-    return run.forEach(parts, [&](size_t part) -> Status {
-        Status written = writePart(file, origin, part * kPartPoints, partEnd(part),
-                                   {places[part].begin(), places[part].end()});
-        if (written) run.done(partEnd(part) - part * kPartPoints);
-        return written;
+    return run.forEach(_chunks.cells().size(), [&](size_t i) -> Status {
+        const PointChunks::Cell& cell = _chunks.cells()[i];
+        if (!cell.isShared) return {};
+        return writeWith([&](ItemWriter& writer) { return writeSharedCell(cell, writer); });
     });
 }
 
-/// Writes the points [first, last) of the Morton order; those of a level go to `positions[level]` and on.
-Status StoreWriter::writePart(OutputFile& file, RecordWriter& origin, size_t first, size_t last,
-                              std::vector<uint64_t> positions) const
+Status StoreWriter::writeChunk(const Chunk& chunk, ItemWriter& writer, Cursors& cursors) const
 {
-    const size_t ordinalSize = _origin.ordinalSize;
-    std::vector<uint8_t> records;
-    std::vector<uint8_t> ordinals;
-    for (size_t level = 0; level <= kMaxLevel; ++level) {
-        records.clear();
-        ordinals.clear();
-        for (size_t i = first; i < last; ++i) {
-            if (_table.levels()[i] != level) continue;
-            const uint64_t ordinal = _table.points()[i].ordinal;
-            const uint8_t* record = _table.record(ordinal);
-            records.insert(records.end(), record, record + kPointSize);
-            uint8_t bytes[8];
-            storeLe(bytes, ordinal);
-            ordinals.insert(ordinals.end(), bytes, bytes + ordinalSize);
+    PointSpool& spool = _chunks.spool();
+    const PointGate::Room room(_chunks.gate(), chunk.pointCount);
+    const auto items = uninitialised<uint8_t>(chunk.pointCount * spool.itemSize());
+    const auto points = uninitialised<TreePoint>(chunk.pointCount);
+    std::vector<uint8_t> levels(chunk.pointCount);
+    Status status = spool.readItems(chunk, items.get());
+    if (status) status = spool.readPoints(chunk, points.get());
+    if (status) status = spool.readCellLevels(chunk, levels.data());
+    if (!status) return status;
+
+    const std::vector<uint32_t> order = orderByLevel(levels);
+    const auto itemAt = [&](size_t i) {
+        return &items[points[order[std::min(i, order.size() - 1)]].index * spool.itemSize()];
+    };
+    std::vector<uint8_t> shared;
+    for (size_t first = 0, end; first < order.size(); first = end) {
+        const unsigned level = levels[order[first]];
+        const uint64_t code = prefixOf(points[order[first]].code, level);
+        for (end = first + 1; end < order.size() && levels[order[end]] == level &&
+                              prefixOf(points[order[end]].code, level) == code;)
+            ++end;
+        const PointChunks::Cell& cell = _chunks.cell(level, code);
+        const size_t index = static_cast<size_t>(&cell - _chunks.cells().data());
+        const uint64_t done = cursors.ofCells[index].fetch_add(end - first);
+        shared.clear();
+        for (size_t i = first; i < end; ++i) {
+            __builtin_prefetch(itemAt(i + kAhead));
+            if (cell.isShared)
+                shared.insert(shared.end(), itemAt(i), itemAt(i) + spool.itemSize());
+            else if (status = writer.write(cell.firstPoint + (i - first), itemAt(i)); !status)
+                return status;
         }
-        if (records.empty()) continue;
-        const uint64_t place = positions[level];
-        if (Status status = file.write(_header.size() + place * kPointSize, records.data(), records.size());
+        if (status = spool.writeShared(cell.firstShared + done, shared); !status) return status;
+    }
+    return {};
+}
+
+Status StoreWriter::writeSharedCell(const PointChunks::Cell& cell, ItemWriter& writer) const
+{
+    const PointSpool& spool = _chunks.spool();
+    const PointGate::Room room(_chunks.gate(), cell.pointCount);
+    const auto items = uninitialised<uint8_t>(cell.pointCount * spool.itemSize());
+    if (Status status = spool.readShared(cell.firstShared, cell.pointCount, items.get()); !status)
+        return status;
+    const auto points = uninitialised<TreePoint>(cell.pointCount);
+    const auto scratch = uninitialised<TreePoint>(cell.pointCount);
+    const auto ordinals = uninitialised<uint64_t>(cell.pointCount);
+    for (uint32_t i = 0; i < cell.pointCount; ++i) {
+        const uint8_t* const item = &items[i * spool.itemSize()];
+        ordinals[i] = spool.ordinal(item);
+        points[i] = {mortonCodeOf(_chunks.places().columnCode(
+                         loadLe<int32_t>(item + kX), loadLe<int32_t>(item + kY), loadLe<int32_t>(item + kZ))),
+                     i, 0};
+    }
+    sortByCode(points.get(), cell.pointCount, scratch.get(), ordinals.get());
+    for (uint64_t i = 0; i < cell.pointCount; ++i)
+        if (Status status = writer.write(cell.firstPoint + i, &items[points[i].index * spool.itemSize()]);
             !status)
             return status;
-        const uint64_t ordinalsAt = _origin.ordinalStart + place * ordinalSize;
-        if (Status status = origin.write(ordinalsAt, ordinals.data(), ordinals.size()); !status)
-            return status;
-    }
     return {};
 }
 
 Status StoreWriter::writeFlags(RecordWriter& record, BuildRun& run) const
 {
-    const uint64_t count = _table.pointCount();
+    const uint64_t count = _chunks.pointCount();
     const size_t parts = (count + kPartPoints - 1) / kPartPoints;
-    const uint8_t* flags = _table.flags();
+    const PointSpool& spool = _chunks.spool();
     Status status = run.forEach(parts, [&](size_t part) -> Status {
         const uint64_t first = part * kPartPoints;
         const uint64_t last = std::min<uint64_t>(count, first + kPartPoints);
+        std::vector<uint8_t> flags(last - first);
+        if (Status read = spool.readFlags(first, flags); !read) return read;
         std::vector<uint8_t> packed((last - first + 1) / 2);
-        for (uint64_t i = first; i < last; ++i)
-            packed[(i - first) / 2] |= static_cast<uint8_t>(i % 2 ? flags[i] << 4 : flags[i]);
+        for (uint64_t i = 0; i < flags.size(); ++i)
+            packed[i / 2] |= static_cast<uint8_t>(i % 2 ? flags[i] << 4 : flags[i]);
         std::vector<uint8_t> classes(last - first);
-        for (uint64_t i = first; i < last; ++i)
-            classes[i - first] = _table.record(i)[kClass];
+        if (Status read = spool.readClasses(first, classes); !read) return read;
         if (Status written = record.write(_flags.flagsStart + first / 2, packed.data(), packed.size());
             !written)
             return written;
         return record.write(_flags.classesStart + first, classes.data(), classes.size());
     });
-    for (size_t i = 0; status && i < _flags.sources.size(); ++i) {
-        const std::vector<uint8_t>& rest = _table.rest(i);
-        status = record.write(_flags.sources[i].restStart, rest.data(), rest.size());
+    if (!status) return status;
+    return run.forEach(_flags.sources.size(), [&](size_t i) { return writeRest(i, record); });
+}
+
+Status StoreWriter::writeRest(size_t source, RecordWriter& record) const
+{
+    const FlagsSource& layout = _flags.sources[source];
+    const uint64_t length = layout.pointCount * layout.restLength;
+    std::vector<uint8_t> bytes(std::min(kCopyBytes, length));
+    for (uint64_t done = 0; done < length; done += bytes.size()) {
+        bytes.resize(std::min<uint64_t>(bytes.size(), length - done));
+        if (Status status = _chunks.spool().readRest(source, done, bytes); !status) return status;
+        if (Status status = record.write(layout.restStart + done, bytes.data(), bytes.size()); !status)
+            return status;
     }
-    return status;
+    return {};
 }
 
 /// Copies what the sources hold behind their points.

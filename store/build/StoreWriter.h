@@ -4,7 +4,7 @@
 #include "store/OriginRecord.h"
 #include "store/build/BuildRun.h"
 #include "store/build/OutputFile.h"
-#include "store/build/PointTable.h"
+#include "store/build/PointChunks.h"
 #include "store/build/RecordWriter.h"
 #include "store/build/SourceSet.h"
 
@@ -18,7 +18,7 @@ namespace VelBrx {
 class StoreWriter
 {
 public:
-    StoreWriter(const SourceSet& sources, const StoreGrid& grid, const PointTable& table);
+    StoreWriter(const SourceSet& sources, const StoreGrid& grid, const PointChunks& chunks);
 
     /// Lays out the file.
     Status plan(uint64_t storeId);
@@ -28,20 +28,22 @@ public:
     Status write(OutputFile& file, BuildRun& run);
 
 private:
-    struct Levels;
+    class ItemWriter;
+    struct Cursors;
 
     Status planOrigin();
     void planFlags();
     std::vector<uint8_t> encodeCells(uint64_t storeId) const;
     Status writePoints(OutputFile& file, RecordWriter& origin, BuildRun& run) const;
-    Status writePart(OutputFile& file, RecordWriter& origin, size_t first, size_t last,
-                     std::vector<uint64_t> positions) const;
+    Status writeChunk(const Chunk& chunk, ItemWriter& writer, Cursors& cursors) const;
+    Status writeSharedCell(const PointChunks::Cell& cell, ItemWriter& writer) const;
     Status writeFlags(RecordWriter& flags, BuildRun& run) const;
+    Status writeRest(size_t source, RecordWriter& flags) const;
     Status writeTails(RecordWriter& origin, BuildRun& run) const;
 
     const SourceSet& _sources;
     const StoreGrid& _grid;
-    const PointTable& _table;
+    const PointChunks& _chunks;
     std::vector<uint8_t> _header;
     std::vector<uint8_t> _index; ///< with its EVLR header
     std::vector<uint8_t> _originHead;

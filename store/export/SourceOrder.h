@@ -4,7 +4,7 @@
 #include "store/OriginRecord.h"
 #include "store/StoreHead.h"
 #include "store/build/BuildRun.h"
-#include "store/export/TemporaryFile.h"
+#include "store/build/TemporaryFile.h"
 
 #include <atomic>
 #include <cstdint>

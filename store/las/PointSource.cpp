@@ -15,38 +15,26 @@ class LasPointSource final : public PointSource
 public:
     explicit LasPointSource(LasFile file) : PointSource(std::move(file)) {}
 
-    Status open()
-    {
-        const Status status = _input.open(file().path);
-        return status ? status : Status::failure(file().path + ": " + status.message());
-    }
-
-    uint64_t partCount() const override { return (file().pointCount + kBatchPoints - 1) / kBatchPoints; }
+    uint64_t partCount() const override { return (file().pointCount + partPoints() - 1) / partPoints(); }
 
     Status readPart(uint64_t index, const Use& use) const override
     {
+        FileReader input;
+        if (Status status = input.open(file().path); !status)
+            return Status::failure(file().path + ": " + status.message());
         PointBatch batch;
-        batch.first = index * kBatchPoints;
-        const uint64_t count = std::min(kBatchPoints, file().pointCount - batch.first);
+        batch.first = index * partPoints();
+        const uint64_t count = std::min(partPoints(), file().pointCount - batch.first);
         batch.records.resize(count * file().recordLength);
         const uint64_t start = file().pointDataStart + batch.first * file().recordLength;
-        if (!_input.read(static_cast<int64_t>(start), batch.records.data(), batch.records.size()))
+        if (!input.read(static_cast<int64_t>(start), batch.records.data(), batch.records.size()))
             return Status::failure(file().path + ": its points cannot be read");
         return use(batch);
     }
 
 private:
-    FileReader _input;
+    uint64_t partPoints() const { return batchPoints(file().recordLength); }
 };
-
-template <typename Source>
-Status openSource(LasFile file, std::unique_ptr<PointSource>& source)
-{
-    auto opened = std::make_unique<Source>(std::move(file));
-    if (Status status = opened->open(); !status) return status;
-    source = std::move(opened);
-    return {};
-}
 
 } // namespace
 
@@ -54,8 +42,11 @@ Status openPointSource(const std::string& path, std::unique_ptr<PointSource>& so
 {
     LasFile file;
     if (Status status = readLasFile(path, file); !status) return status;
-    return file.laz ? openSource<LazPointSource>(std::move(file), source)
-                    : openSource<LasPointSource>(std::move(file), source);
+    if (file.laz)
+        source = std::make_unique<LazPointSource>(std::move(file));
+    else
+        source = std::make_unique<LasPointSource>(std::move(file));
+    return {};
 }
 
 } // namespace VelBrx

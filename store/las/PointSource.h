@@ -2,6 +2,7 @@
 
 #include "store/las/LasFile.h"
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -9,8 +10,11 @@
 
 namespace VelBrx {
 
-/// Points that a batch holds at most.
-constexpr uint64_t kBatchPoints = 1 << 16;
+/// Points that a batch of records of `recordLength` bytes holds at most.
+constexpr uint64_t batchPoints(uint16_t recordLength)
+{
+    return std::min<uint64_t>(1 << 16, (8 << 20) / recordLength);
+}
 
 /// Some consecutive records of one file.
 struct PointBatch
@@ -20,7 +24,8 @@ struct PointBatch
 };
 
 /// The point records of one file in parts. `readPart` may be called from any thread, several at once; a
-/// compressed source decodes one chunk a part.
+/// compressed source decodes one chunk a part. The file is open only while a part is read: there may be more
+/// sources than files that a process may open.
 class PointSource
 {
 public:

@@ -79,6 +79,65 @@ TEST_F(BuildSampleTest, EndsInOneLineForInputThatCannotBeUsed)
     EXPECT_FALSE(std::filesystem::exists(store));
 }
 
+TEST_F(BuildSampleTest, BuildsFoldersOfTilesWithinAGivenMemory)
+{
+    std::filesystem::create_directory(folder.file("tiles"));
+    for (const char* seed : {"1", "2"})
+        ASSERT_EQ(brx({"sample", folder.file("tiles/") + seed + ".las", "--points", "20000", "--seed", seed})
+                      .exitStatus,
+                  0);
+    const ProgramResult built =
+        brx({"build", folder.file("tiles"), "-o", store, "--memory", "200M", "--json"});
+    EXPECT_EQ(built.exitStatus, 0) << built.err;
+    EXPECT_EQ(nlohmann::json::parse(built.out)["points"], 40000);
+    expectOneLine(brx({"build", folder.file("tiles"), "-o", folder.file("b.brx"), "--memory", "64M"}),
+                  folder.file("b.brx"));
+    EXPECT_EQ(brx({"build", las, "-o", store, "--memory", "much"}).exitStatus, 2);
+}
+
+/// A store of their own for each of many tiles, by as many programs at once as the machine has room for.
+TEST_F(BuildSampleTest, BuildsTilesSideBySide)
+{
+    std::filesystem::create_directories(folder.file("tiles"));
+    std::filesystem::create_directories(folder.file("stores"));
+    for (const char* seed : {"1", "2", "3", "4"})
+        ASSERT_EQ(brx({"sample", folder.file("tiles/") + seed + ".las", "--points", "5000", "--seed", seed})
+                      .exitStatus,
+                  0);
+    const std::string spread =
+        runProgram({"/bin/sh", "-c", "parallel --version | grep -q GNU"}).exitStatus == 0
+            ? "parallel --jobs 3 %s build {} -o stores/{/.}.brx"
+            : "xargs -P 3 -I {} sh -c '%s build {} -o stores/$(basename {} .las).brx'";
+    std::string command = spread;
+    command.replace(command.find("%s"), 2, VELBRX_BRX);
+    const ProgramResult result = runProgram(
+        {"/bin/sh", "-c", "cd " + folder.path().string() + " && find tiles -name '*.las' | " + command});
+    EXPECT_EQ(result.exitStatus, 0) << result.err;
+    for (const char* seed : {"1", "2", "3", "4"})
+        EXPECT_EQ(brx({"verify", folder.file("stores/") + seed + ".brx"}).exitStatus, 0);
+}
+
+TEST_F(BuildSampleTest, TakesItsTemporaryFilesAlongWhenKilled)
+{
+    ASSERT_EQ(brx({"sample", las, "--points", "400000"}).exitStatus, 0);
+    for (int signal : {SIGINT, SIGKILL}) {
+        const pid_t child = fork();
+        if (child == 0) {
+            execl(VELBRX_BRX, VELBRX_BRX, "build", las.c_str(), "-o", store.c_str(), nullptr);
+            _exit(127);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        kill(child, signal);
+        int status = 0;
+        waitpid(child, &status, 0);
+        if (signal == SIGKILL) {
+            EXPECT_EQ(brx({"build", las, "-o", store, "--force"}).exitStatus, 0);
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+            EXPECT_TRUE(entry.path() == las || entry.path() == store) << entry.path();
+    }
+}
+
 TEST_F(BuildSampleTest, LeavesNothingBehindWhenInterrupted)
 {
     for (int signal : {SIGINT, SIGTERM}) {

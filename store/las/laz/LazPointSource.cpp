@@ -8,12 +8,6 @@ LazPointSource::LazPointSource(LasFile file) : PointSource(std::move(file)) {}
 
 LazPointSource::~LazPointSource() = default;
 
-Status LazPointSource::open()
-{
-    const Status status = _input.open(file().path);
-    return status ? status : Status::failure(file().path + ": " + status.message());
-}
-
 uint64_t LazPointSource::partCount() const
 {
     return file().laz->chunks.chunks.size();
@@ -21,10 +15,13 @@ uint64_t LazPointSource::partCount() const
 
 Status LazPointSource::readPart(uint64_t index, const Use& use) const
 {
+    FileReader input;
+    if (Status status = input.open(file().path); !status)
+        return Status::failure(file().path + ": " + status.message());
     const LazChunk& chunk = file().laz->chunks.chunks[index];
     std::unique_ptr<Worker> worker = takeWorker();
     worker->bytes.resize(chunk.size);
-    if (!_input.read(static_cast<int64_t>(chunk.position), worker->bytes.data(), worker->bytes.size()))
+    if (!input.read(static_cast<int64_t>(chunk.position), worker->bytes.data(), worker->bytes.size()))
         return Status::failure(file().path + ": its points cannot be read");
     const Status status = decode(*worker, chunk, use);
     if (status && file().laz->items.hasChunks() && !worker->decoder.endsExactly()) ++_doubtful;
@@ -42,8 +39,9 @@ Status LazPointSource::decode(Worker& worker, const LazChunk& chunk, const Use& 
     if (Status status = worker.decoder.start(worker.bytes.data(), worker.bytes.size(), chunk.pointCount);
         !status)
         return failure(status);
-    for (uint64_t done = 0; done < chunk.pointCount; done += kBatchPoints) {
-        const uint64_t count = std::min(kBatchPoints, chunk.pointCount - done);
+    const uint64_t most = batchPoints(file().recordLength);
+    for (uint64_t done = 0; done < chunk.pointCount; done += most) {
+        const uint64_t count = std::min(most, chunk.pointCount - done);
         worker.batch.first = chunk.firstPoint + done;
         worker.batch.records.resize(count * file().recordLength);
         if (Status status = worker.decoder.read(worker.batch.records.data(), count); !status)

@@ -19,8 +19,6 @@ public:
     explicit LazPointSource(LasFile file);
     ~LazPointSource() override;
 
-    Status open();
-
     uint64_t partCount() const override;
     Status readPart(uint64_t index, const Use& use) const override;
     std::vector<std::string> notes() const override;
@@ -40,7 +38,6 @@ private:
     void giveBack(std::unique_ptr<Worker> worker) const;
     Status decode(Worker& worker, const LazChunk& chunk, const Use& use) const;
 
-    FileReader _input;
     mutable std::mutex _mutex;
     mutable std::vector<std::unique_ptr<Worker>> _idle; ///< guarded by `_mutex`
     mutable uint64_t _partsRead = 0;                    ///< of this pass over the file, guarded by `_mutex`

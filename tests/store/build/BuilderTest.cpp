@@ -14,6 +14,11 @@
 #include <limits>
 #include <random>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 using namespace VelBrx;
 
 namespace {
@@ -107,6 +112,104 @@ TEST_F(BuilderTest, GivesTheSameBytesForTheSameInputOnAnyNumberOfThreads)
     options.storeId = 0;
     expectStore();
     EXPECT_FALSE(readFile(options.output) == first) << "a store draws an identity of its own";
+}
+
+TEST_F(BuilderTest, GivesTheSameBytesWhateverPartsOfTheCloudAreInMemory)
+{
+    constexpr int32_t kEnd = std::numeric_limits<int32_t>::max();
+    TestLas wide = randomLas(60000, 200000, 3);
+    TestLas steep; // a tower and a far point: all others stand in a few columns
+    std::mt19937 random(4);
+    const auto near = [&](int32_t spread) { return static_cast<int32_t>(random() % unsigned(spread)); };
+    for (int i = 0; i < 40000; ++i)
+        steep.addPoint(near(1 << 25), near(1 << 25), near(1 << 27));
+    steep.addPoint(kEnd, kEnd, 0);
+    TestLas lumps; // the same places many times
+    for (int i = 0; i < 40000; ++i)
+        lumps.addPoint(near(3) << 20, near(50) << 14, near(2));
+    for (const TestLas& las : {wide, steep, lumps}) {
+        options.inputs.clear();
+        sources.clear();
+        addSource(las.bytes());
+        std::vector<uint8_t> other = randomLas(777, 5000, 5).bytes();
+        storeLe<double>(&other[179], -1e9); // its header is wrong: columns are counted anew
+        addSource(other);
+        options.overwrite = true;
+        options.chunkPoints = 0;
+        options.memory = 0;
+        expectStore();
+        const std::vector<uint8_t> whole = readFile(options.output);
+        options.memory = 128 << 20;
+        for (uint64_t chunkPoints : {20000, 1500, 40}) {
+            options.chunkPoints = chunkPoints;
+            options.threads = chunkPoints == 1500 ? 1 : 3;
+            expectStore();
+            EXPECT_TRUE(readFile(options.output) == whole) << "chunks of " << chunkPoints;
+        }
+    }
+}
+
+TEST_F(BuilderTest, RefusesMoreThanItsMemoryHolds)
+{
+    TestLas las;
+    for (int i = 0; i < 700000; ++i)
+        las.addPoint(1, 2, 3);
+    las.addPoint(1000000, 1000000, 0);
+    addSource(las.bytes());
+    options.memory = 1 << 20;
+    expectFailure("128 MiB");
+    options.memory = 128 << 20;
+    expectFailure("allow 129 MiB of memory");
+    options.memory = 129 << 20;
+    expectStore();
+}
+
+TEST_F(BuilderTest, TakesFoldersOfTiles)
+{
+    std::filesystem::create_directories(folder.file("tiles/b.las"));
+    addSource(randomLas(10, 100, 1).bytes());
+    for (const char* name : {"tiles/b.las/2.LAS", "tiles/a.las", "tiles/c.laz.las"})
+        folder.write(name, randomLas(100, 100, static_cast<unsigned>(name[7])).bytes());
+    folder.write("tiles/notes.txt", {1, 2, 3});
+    sources.push_back(readFile(folder.file("tiles/a.las")));
+    sources.push_back(readFile(folder.file("tiles/b.las/2.LAS")));
+    sources.push_back(readFile(folder.file("tiles/c.laz.las")));
+    options.inputs.push_back(folder.file("tiles"));
+    expectStore();
+
+    std::filesystem::create_directory(folder.file("empty"));
+    options.inputs = {folder.file("empty")};
+    options.overwrite = true;
+    const Status status = buildStore(options, report);
+    EXPECT_NE(status.message().find("empty: is a folder without"), std::string::npos) << status.message();
+}
+
+TEST_F(BuilderTest, TakesMoreFilesThanAProcessMayOpen)
+{
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    rlimit few = before;
+    few.rlim_cur = 50;
+    setrlimit(RLIMIT_NOFILE, &few);
+    for (unsigned i = 0; i < 100; ++i)
+        addSource(randomLas(20, 1000, i).bytes());
+    expectStore();
+    setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST_F(BuilderTest, TakesAwayWhatKilledBuildsLeft)
+{
+    addSource(randomLas(100, 1000, 1).bytes());
+    const std::string left = folder.write("cloud.brx.123-0.part", {1, 2, 3});
+    const std::string locked = folder.write("cloud.brx.124-0.part", {1, 2, 3});
+    const std::string foreign = folder.write("cloud.brx.copy.part", {1, 2, 3});
+    const int descriptor = open(locked.c_str(), O_RDONLY);
+    ASSERT_EQ(flock(descriptor, LOCK_EX), 0);
+    expectStore();
+    close(descriptor);
+    EXPECT_FALSE(std::filesystem::exists(left));
+    EXPECT_TRUE(std::filesystem::exists(locked)) << "another build is at work on it";
+    EXPECT_TRUE(std::filesystem::exists(foreign));
 }
 
 TEST_F(BuilderTest, TellsInTheHeaderWhatThePointsAre)
@@ -273,6 +376,7 @@ TEST_F(BuilderTest, LeavesNothingBehindWhenItIsCancelled)
     addSource(randomLas(300000, 100000, 1).bytes());
     std::atomic<bool> cancel{false};
     options.cancel = &cancel;
+    options.chunkPoints = 10000;
     uint64_t total = 0;
     options.progress = [&](const BuildProgress& progress) { total = progress.pointsTotal; };
     expectStore();

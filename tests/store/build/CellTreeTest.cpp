@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <map>
+#include <numeric>
 #include <random>
 
 using namespace VelBrx;
@@ -28,17 +29,19 @@ Divided divideCloud(size_t count, const std::function<std::array<uint64_t, 3>(si
     std::vector<TreePoint>& points = divided.points;
     for (size_t i = 0; i < count; ++i) {
         const auto [x, y, z] = place(i);
-        points.push_back({columnCode(x, y, z), i, 0});
+        points.push_back({columnCode(x, y, z), static_cast<uint32_t>(i), 0});
     }
     std::vector<TreePoint> scratch(count);
-    sortByCode(points.data(), count, scratch.data());
-    assignLevels(points.data(), count);
+    std::vector<uint64_t> ordinals(count);
+    std::iota(ordinals.begin(), ordinals.end(), 0);
+    sortByCode(points.data(), count, scratch.data(), ordinals.data());
+    assignLevels(points.data(), count, ordinals.data());
     for (TreePoint& point : points)
         point.code = mortonCodeOf(point.code);
-    sortByCode(points.data(), count, scratch.data());
+    sortByCode(points.data(), count, scratch.data(), ordinals.data());
     for (const TreePoint& point : points)
-        divided.levels.push_back(point.level);
-    divided.cells = divideIntoCells(points.data(), count, divided.levels.data());
+        divided.levels.push_back(static_cast<uint8_t>(point.level));
+    divided.cells = divideIntoCells(points.data(), count, divided.levels.data(), {}, 0);
     return divided;
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <numeric>
 #include <random>
 #include <set>
 
@@ -14,9 +15,17 @@ using namespace VelBrx;
 
 namespace {
 
+/// Points whose index is their ordinal.
 bool isBefore(const TreePoint& a, const TreePoint& b)
 {
-    return a.code != b.code ? a.code < b.code : a.ordinal < b.ordinal;
+    return a.code != b.code ? a.code < b.code : a.index < b.index;
+}
+
+std::vector<uint64_t> ordinalsOf(const std::vector<TreePoint>& points)
+{
+    std::vector<uint64_t> ordinals(points.size());
+    std::iota(ordinals.begin(), ordinals.end(), 0);
+    return ordinals;
 }
 
 /// Points in clusters of all sizes, some at the same place, sorted by column code.
@@ -25,7 +34,7 @@ std::vector<TreePoint> clusteredPoints(size_t count)
     std::mt19937_64 random(3);
     std::vector<TreePoint> points;
     std::array<uint64_t, 3> center{};
-    for (uint64_t ordinal = 0; ordinal < count; ++ordinal) {
+    for (uint32_t ordinal = 0; ordinal < count; ++ordinal) {
         if (ordinal % 50 == 0)
             for (uint64_t& place : center)
                 place = random() % (1 << kMortonLevels);
@@ -72,13 +81,13 @@ std::set<uint64_t> wantedBy(unsigned digits, const CodesByOrdinal& finer)
 TEST(PointLevels, AreThoseOfTheDefinition)
 {
     std::vector<TreePoint> points = clusteredPoints(4000);
-    assignLevels(points.data(), points.size());
+    assignLevels(points.data(), points.size(), ordinalsOf(points).data());
     std::map<uint64_t, uint64_t> lowestOfPlace;
     std::map<uint64_t, unsigned> levels;
     for (const TreePoint& point : points) {
-        levels[point.ordinal] = point.level;
-        const auto [entry, isNew] = lowestOfPlace.emplace(point.code, point.ordinal);
-        if (pointRank(point.ordinal) < pointRank(entry->second)) entry->second = point.ordinal;
+        levels[point.index] = point.level;
+        const auto [entry, isNew] = lowestOfPlace.emplace(point.code, point.index);
+        if (pointRank(point.index) < pointRank(entry->second)) entry->second = point.index;
     }
     CodesByOrdinal wanted;
     for (const auto& [code, ordinal] : lowestOfPlace)
@@ -100,13 +109,13 @@ TEST(PointLevels, LeaveOnePointInEachColumnOfAGentleSlope)
     std::mt19937_64 random(9);
     std::vector<TreePoint> points;
     constexpr uint64_t kSide = 1 << kMortonLevels;
-    for (uint64_t ordinal = 0; ordinal < 400000; ++ordinal) {
+    for (uint32_t ordinal = 0; ordinal < 400000; ++ordinal) {
         const uint64_t x = random() % (kSide / 16);
         const uint64_t y = random() % (kSide / 16);
         points.push_back({columnCode(x, y, (x + 2 * y) / 10 + random() % 64), ordinal, 0});
     }
     std::sort(points.begin(), points.end(), isBefore);
-    assignLevels(points.data(), points.size());
+    assignLevels(points.data(), points.size(), ordinalsOf(points).data());
     for (unsigned level : {1u, 2u, 3u}) {
         std::map<uint64_t, int> perColumn;
         for (const TreePoint& point : points) {
@@ -122,9 +131,9 @@ TEST(PointLevels, LeaveOnePointInEachColumnOfAGentleSlope)
 TEST(PointLevels, SpreadPointsOfOnePlaceByPowersOfFour)
 {
     std::vector<TreePoint> points;
-    for (uint64_t ordinal = 0; ordinal < 5000; ++ordinal)
+    for (uint32_t ordinal = 0; ordinal < 5000; ++ordinal)
         points.push_back({42, ordinal, 0});
-    assignLevels(points.data(), points.size());
+    assignLevels(points.data(), points.size(), ordinalsOf(points).data());
     std::array<size_t, kMaxLevel + 1> counts{};
     for (const TreePoint& point : points)
         ++counts.at(point.level);
@@ -140,16 +149,39 @@ TEST(PointLevels, AreThoseOfTheWholeForAPartThatEndsAtColumnBorders)
 {
     std::vector<TreePoint> points = clusteredPoints(3000);
     std::vector<TreePoint> parts = points;
-    assignLevels(points.data(), points.size());
+    assignLevels(points.data(), points.size(), ordinalsOf(points).data());
     constexpr unsigned kBelowColumn = kMortonLevels + 2 * (kMortonLevels - kGridDigits);
     for (size_t first = 0, end; first < parts.size(); first = end) {
         for (end = first;
              end < parts.size() && parts[end].code >> kBelowColumn == parts[first].code >> kBelowColumn;)
             ++end;
-        assignLevels(&parts[first], end - first);
+        assignLevels(&parts[first], end - first, ordinalsOf(points).data());
     }
     for (size_t i = 0; i < points.size(); ++i)
         ASSERT_EQ(parts[i].level, points[i].level);
+}
+
+TEST(PointLevels, ComeOutOfPartsOfColumnsInTwoSteps)
+{
+    std::vector<TreePoint> points = clusteredPoints(3000);
+    const std::vector<uint64_t> ordinals = ordinalsOf(points);
+    std::vector<TreePoint> parts = points;
+    assignLevels(points.data(), points.size(), ordinals.data());
+    constexpr unsigned kDigits = kGridDigits + 3;
+    for (size_t first = 0, end; first < parts.size(); first = end) {
+        for (end = first; end < parts.size() &&
+                          columnOf(parts[end].code, kDigits) == columnOf(parts[first].code, kDigits);)
+            ++end;
+        assignLevels(&parts[first], end - first, ordinals.data(), kDigits);
+    }
+    std::vector<TreePoint> open;
+    for (const TreePoint& point : parts)
+        if (point.level == 3) open.push_back(point);
+    ASSERT_LT(open.size(), points.size() / 2);
+    assignLevels(open.data(), open.size(), ordinals.data());
+    auto decided = open.begin();
+    for (size_t i = 0; i < points.size(); ++i)
+        ASSERT_EQ(parts[i].level == 3 ? (decided++)->level : parts[i].level, points[i].level);
 }
 
 TEST(PointLevels, SortsByCodeThenOrdinal)
@@ -159,9 +191,9 @@ TEST(PointLevels, SortsByCodeThenOrdinal)
         std::vector<TreePoint> points = sorted;
         std::shuffle(points.begin(), points.end(), std::mt19937(1));
         std::vector<TreePoint> scratch(count);
-        sortByCode(points.data(), count, scratch.data());
+        sortByCode(points.data(), count, scratch.data(), ordinalsOf(points).data());
         for (size_t i = 0; i < count; ++i)
-            ASSERT_EQ(points[i].ordinal, sorted[i].ordinal);
+            ASSERT_EQ(points[i].index, sorted[i].index);
     }
 }
 

@@ -1,0 +1,261 @@
+#include "store/build/PointChunks.h"
+
+#include "store/ByteIo.h"
+#include "store/LasLayout.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace VelBrx {
+
+using namespace LasLayout;
+
+namespace {
+
+constexpr size_t kCoordinatesLength = 12;
+constexpr uint16_t kWiden = 257; ///< takes 0 to 255 to 0 to 65535
+
+/// The level that `assignLevels` leaves to be decided for the points of a chunk, -1 for none.
+int openLevel(const Chunk& chunk)
+{
+    return chunk.digits > kGridDigits ? static_cast<int>(chunk.digits - kGridDigits) : -1;
+}
+
+} // namespace
+
+/// The points of a chunk, sorted by column code, and their ordinals by index.
+struct PointChunks::Levelled
+{
+    explicit Levelled(uint64_t count)
+        : points(uninitialised<TreePoint>(count)), scratch(uninitialised<TreePoint>(count)),
+          ordinals(uninitialised<uint64_t>(count))
+    {
+    }
+
+    std::unique_ptr<TreePoint[]> points;
+    std::unique_ptr<TreePoint[]> scratch;
+    std::unique_ptr<uint64_t[]> ordinals;
+};
+
+PointChunks::PointChunks(const SourceSet& sources, const StoreGrid& grid, const ChunkPlan& plan,
+                         const BuildMemory& memory, PointSpool& spool)
+    : _sources(sources), _grid(grid), _plan(plan), _chunks(plan.chunks()), _spool(spool), _places(grid),
+      _count(sources.pointCount()), _widensColors(sources.hasNarrowColors()), _gate(memory.pointsAtOnce)
+{
+}
+
+Status PointChunks::load(BuildRun& run)
+{
+    const std::vector<SourceSet::Part> parts = _sources.parts();
+    StatisticsCollector all(_count);
+    Status status = run.forEach(parts.size(), [&](size_t i) {
+        StatisticsCollector statistics(_count);
+        const BuildSource& source = _sources.sources()[parts[i].source];
+        Status loaded = source.points->readPart(parts[i].index, [&](const PointBatch& batch) {
+            const Status loadedBatch = loadBatch(parts[i].source, batch, statistics);
+            const Status goesOn = run.step(batch.records.size() / source.format.recordLength());
+            return loadedBatch ? goesOn : loadedBatch;
+        });
+        const std::lock_guard lock(_mutex);
+        all.add(statistics);
+        return loaded;
+    });
+    if (status) status = _spool.flush();
+    _statistics = all.finish(_grid);
+    return status;
+}
+
+Status PointChunks::loadBatch(size_t source, const PointBatch& batch, StatisticsCollector& statistics)
+{
+    const RecordFormat& format = _sources.sources()[source].format;
+    const uint64_t first = _sources.sources()[source].firstOrdinal + batch.first;
+    const size_t sourceLength = format.recordLength();
+    const size_t count = batch.records.size() / sourceLength;
+    const size_t stride = _spool.restLength(source);
+    const bool isExact = _grid.isExact(source);
+    const auto recordMemory = uninitialised<uint8_t>(count * kPointSize);
+    uint8_t* const records = recordMemory.get();
+    std::vector<uint8_t> flags(count);
+    std::vector<uint8_t> rest(count * stride);
+    if (!isExact)
+        for (size_t i = 0; i < count; ++i)
+            std::memcpy(&rest[i * stride], &batch.records[i * sourceLength], kCoordinatesLength);
+    format.decode(batch.records.data(), count, records, flags.data(),
+                  isExact ? rest.data() : rest.data() + kCoordinatesLength, stride);
+    _grid.mapRecords(source, records, count);
+    if (_widensColors) widenColors(records, count);
+    statistics.add(records, count, first);
+
+    std::vector<uint8_t> classes(count);
+    std::vector<uint32_t> chunks(count);
+    for (size_t i = 0; i < count; ++i) {
+        const uint8_t* const record = records + i * kPointSize;
+        classes[i] = record[kClass];
+        chunks[i] = static_cast<uint32_t>(
+            _plan.chunkOf(_places.columnCode(loadLe<int32_t>(record + kX), loadLe<int32_t>(record + kY), 0)));
+    }
+    Status status = _spool.append(records, chunks, first);
+    if (status) status = _spool.writeFlags(first, flags);
+    if (status) status = _spool.writeClasses(first, classes);
+    if (status) status = _spool.writeRest(source, batch.first * stride, rest);
+    return status;
+}
+
+void PointChunks::widenColors(uint8_t* records, size_t count) const
+{
+    for (size_t i = 0; i < count; ++i, records += kPointSize)
+        for (size_t color : {kRed, kGreen, kBlue})
+            storeLe(records + color, static_cast<uint16_t>(loadLe<uint16_t>(records + color) * kWiden));
+}
+
+/// Reads the points of a chunk and decides their levels, but for `openLevel`.
+Status PointChunks::assign(const Chunk& chunk, Levelled& levelled) const
+{
+    const uint64_t count = chunk.pointCount;
+    {
+        const auto items = uninitialised<uint8_t>(count * _spool.itemSize());
+        if (Status status = _spool.readItems(chunk, items.get()); !status) return status;
+        for (uint64_t i = 0; i < count; ++i) {
+            const uint8_t* const item = &items[i * _spool.itemSize()];
+            levelled.ordinals[i] = _spool.ordinal(item);
+            levelled.points[i] = {_places.columnCode(loadLe<int32_t>(item + kX), loadLe<int32_t>(item + kY),
+                                                     loadLe<int32_t>(item + kZ)),
+                                  static_cast<uint32_t>(i), 0};
+        }
+    }
+    sortByCode(levelled.points.get(), count, levelled.scratch.get(), levelled.ordinals.get());
+    assignLevels(levelled.points.get(), count, levelled.ordinals.get(), std::max(chunk.digits, kGridDigits));
+    return {};
+}
+
+/// Decides the coarse levels of the points whose columns of level 0's grid do not lie in one chunk.
+Status PointChunks::assignCandidates(BuildRun& run)
+{
+    const Status status = run.forEach(_chunks.size(), [&](size_t i) -> Status {
+        const Chunk& chunk = _chunks[i];
+        if (openLevel(chunk) < 0) return {};
+        const PointGate::Room room(_gate, chunk.pointCount);
+        Levelled levelled(chunk.pointCount);
+        if (Status assigned = assign(chunk, levelled); !assigned) return assigned;
+        const std::lock_guard lock(_mutex);
+        for (uint64_t p = 0; p < chunk.pointCount; ++p) {
+            const TreePoint& point = levelled.points[p];
+            if (static_cast<int>(point.level) == openLevel(chunk))
+                _candidates.push_back({point.code, levelled.ordinals[point.index], 0});
+        }
+        return {};
+    });
+    if (!status || _candidates.empty()) return status;
+
+    std::sort(_candidates.begin(), _candidates.end(),
+              [](const Candidate& a, const Candidate& b) { return a.ordinal < b.ordinal; });
+    Levelled levelled(_candidates.size());
+    for (size_t i = 0; i < _candidates.size(); ++i) {
+        levelled.ordinals[i] = _candidates[i].ordinal;
+        levelled.points[i] = {_candidates[i].code, static_cast<uint32_t>(i), 0};
+    }
+    sortByCode(levelled.points.get(), _candidates.size(), levelled.scratch.get(), levelled.ordinals.get());
+    // A point that a grid wants is wanted by all finer ones too among fewer points, so that these change
+    // nothing here.
+    assignLevels(levelled.points.get(), _candidates.size(), levelled.ordinals.get());
+    for (size_t i = 0; i < _candidates.size(); ++i)
+        _candidates[levelled.points[i].index].level = levelled.points[i].level;
+    return {};
+}
+
+Status PointChunks::sort(BuildRun& run)
+{
+    if (Status status = assignCandidates(run); !status) return status;
+    const Status status = run.forEach(_chunks.size(), [&](size_t i) {
+        Status sorted = sort(_chunks[i]);
+        run.done(_chunks[i].pointCount);
+        return sorted;
+    });
+    _candidates = {};
+    return status;
+}
+
+Status PointChunks::sort(const Chunk& chunk)
+{
+    const PointGate::Room room(_gate, chunk.pointCount);
+    Levelled levelled(chunk.pointCount);
+    if (Status status = assign(chunk, levelled); !status) return status;
+    TreePoint* const points = levelled.points.get();
+    for (uint64_t i = 0; i < chunk.pointCount; ++i) {
+        if (static_cast<int>(points[i].level) == openLevel(chunk)) {
+            const uint64_t ordinal = levelled.ordinals[points[i].index];
+            points[i].level =
+                std::lower_bound(_candidates.begin(), _candidates.end(), ordinal,
+                                 [](const Candidate& a, uint64_t value) { return a.ordinal < value; })
+                    ->level;
+        }
+        points[i].code = mortonCodeOf(points[i].code);
+    }
+    sortByCode(points, chunk.pointCount, levelled.scratch.get(), levelled.ordinals.get());
+    SharedNodes shared;
+    shared.add(points, chunk.pointCount, chunk.digits);
+    {
+        const std::lock_guard lock(_mutex);
+        _shared.add(shared);
+    }
+    return _spool.writePoints(chunk, points);
+}
+
+Status PointChunks::divide(BuildRun& run)
+{
+    const Status status = run.forEach(_chunks.size(), [&](size_t i) {
+        Status divided = divide(_chunks[i]);
+        run.done(_chunks[i].pointCount);
+        return divided;
+    });
+    if (status) placeCells();
+    return status;
+}
+
+Status PointChunks::divide(const Chunk& chunk)
+{
+    const PointGate::Room room(_gate, chunk.pointCount);
+    const auto points = uninitialised<TreePoint>(chunk.pointCount);
+    const auto levels = uninitialised<uint8_t>(chunk.pointCount);
+    if (Status status = _spool.readPoints(chunk, points.get()); !status) return status;
+    for (uint64_t i = 0; i < chunk.pointCount; ++i)
+        levels[i] = static_cast<uint8_t>(points[i].level);
+    const std::vector<TreeCell> cells =
+        divideIntoCells(points.get(), chunk.pointCount, levels.get(), _shared, chunk.digits);
+    {
+        const std::lock_guard lock(_mutex);
+        for (const TreeCell& cell : cells)
+            if (cell.level < chunk.digits)
+                _taken[{cell.level, cell.code}] += cell.pointCount;
+            else
+                _cells.push_back({cell.level, cell.code, 0, cell.pointCount, 0, false});
+    }
+    return _spool.writeCellLevels(chunk, levels.get());
+}
+
+/// Gives all cells their places in the store, and those that chunks share places in the spool.
+void PointChunks::placeCells()
+{
+    uint64_t shared = 0;
+    for (const auto& [key, pointCount] : std::exchange(_taken, {})) {
+        _cells.push_back({static_cast<uint8_t>(key.first), key.second, 0, pointCount, shared, true});
+        shared += pointCount;
+    }
+    _shared = {};
+    std::sort(_cells.begin(), _cells.end(), [](const Cell& a, const Cell& b) {
+        return CellKey(a.level, a.code) < CellKey(b.level, b.code);
+    });
+    uint64_t first = 0;
+    for (Cell& cell : _cells)
+        cell.firstPoint = std::exchange(first, first + cell.pointCount);
+}
+
+const PointChunks::Cell& PointChunks::cell(unsigned level, uint64_t code) const
+{
+    return *std::lower_bound(
+        _cells.begin(), _cells.end(), CellKey(level, code),
+        [](const Cell& cell, const CellKey& key) { return CellKey(cell.level, cell.code) < key; });
+}
+
+} // namespace VelBrx

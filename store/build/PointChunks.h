@@ -1,0 +1,89 @@
+#pragma once
+
+#include "store/build/BuildMemory.h"
+#include "store/build/BuildRun.h"
+#include "store/build/CellTree.h"
+#include "store/build/PointSpool.h"
+#include "store/build/StatisticsCollector.h"
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace VelBrx {
+
+/// All points of a build on their way into cells, chunk by chunk. Whatever chunks there are, the cells are
+/// the same: levels are decided in columns, which lie in one chunk, and cells from counts, which chunks add
+/// up.
+class PointChunks
+{
+public:
+    /// A cell of the store.
+    struct Cell
+    {
+        uint8_t level;
+        uint64_t code;
+        uint64_t firstPoint; ///< in the order of the store
+        uint64_t pointCount;
+        uint64_t firstShared; ///< where its points gather in the spool when chunks share it
+        bool isShared;
+    };
+
+    PointChunks(const SourceSet& sources, const StoreGrid& grid, const ChunkPlan& plan,
+                const BuildMemory& memory, PointSpool& spool);
+
+    /// Reads and converts the points of all sources.
+    Status load(BuildRun& run);
+
+    /// Decides the level of each point and sorts the chunks.
+    Status sort(BuildRun& run);
+
+    /// Divides the chunks into cells.
+    Status divide(BuildRun& run);
+
+    const StoreStatistics& statistics() const { return _statistics; }
+
+    /// By level, then code; after `divide`.
+    const std::vector<Cell>& cells() const { return _cells; }
+    const Cell& cell(unsigned level, uint64_t code) const;
+    uint64_t pointCount() const { return _count; }
+    const std::vector<Chunk>& chunks() const { return _chunks; }
+    const GridPlaces& places() const { return _places; }
+    PointSpool& spool() const { return _spool; }
+    PointGate& gate() const { return _gate; }
+
+private:
+    struct Levelled;
+    struct Candidate
+    {
+        uint64_t code;
+        uint64_t ordinal;
+        uint32_t level;
+    };
+
+    Status loadBatch(size_t source, const PointBatch& batch, StatisticsCollector& statistics);
+    void widenColors(uint8_t* records, size_t count) const;
+    Status assign(const Chunk& chunk, Levelled& levelled) const;
+    Status assignCandidates(BuildRun& run);
+    Status sort(const Chunk& chunk);
+    Status divide(const Chunk& chunk);
+    void placeCells();
+
+    const SourceSet& _sources;
+    const StoreGrid& _grid;
+    const ChunkPlan& _plan;
+    const std::vector<Chunk>& _chunks;
+    PointSpool& _spool;
+    const GridPlaces _places;
+    const uint64_t _count;
+    const bool _widensColors;
+    mutable PointGate _gate;
+    StoreStatistics _statistics;
+    std::vector<Candidate> _candidates; ///< by ordinal, those of columns that chunks share
+    std::mutex _mutex;
+    SharedNodes _shared;                ///< guarded by _mutex while points are sorted
+    std::map<CellKey, uint64_t> _taken; ///< points of shared cells, guarded by _mutex while they are divided
+    std::vector<Cell> _cells;           ///< guarded by _mutex while points are divided
+};
+
+} // namespace VelBrx
