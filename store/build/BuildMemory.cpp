@@ -53,7 +53,8 @@ Status BuildMemory::plan(const BuildOptions& options, uint64_t pointCount, Build
     return {};
 }
 
-PointGate::Room::Room(PointGate& gate, uint64_t points) : _gate(gate), _points(points)
+PointGate::Room::Room(PointGate& gate, uint64_t points)
+    : _gate(gate), _points(std::min(points, gate._capacity))
 {
     std::unique_lock lock(_gate._mutex);
     _gate._isFreed.wait(lock, [this] { return _gate._free >= _points; });

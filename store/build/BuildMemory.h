@@ -25,13 +25,14 @@ struct BuildMemory
 class PointGate
 {
 public:
-    explicit PointGate(uint64_t capacity) : _free(capacity) {}
+    explicit PointGate(uint64_t capacity) : _capacity(capacity), _free(capacity) {}
 
     /// Room for some points while it lives.
     class Room
     {
     public:
-        /// Waits until `points` fit, at most the gate's capacity. A thread that holds room must not wait.
+        /// Waits until `points` fit; more than the gate's capacity have it for themselves. A thread that
+        /// holds room must not wait.
         Room(PointGate& gate, uint64_t points);
         ~Room();
         Room(const Room&) = delete;
@@ -43,6 +44,7 @@ public:
     };
 
 private:
+    const uint64_t _capacity;
     std::mutex _mutex;
     std::condition_variable _isFreed;
     uint64_t _free; ///< guarded by _mutex
