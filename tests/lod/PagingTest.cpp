@@ -48,6 +48,7 @@ TEST_P(EveryThreadingModel, DrawsExactlyTheLoadedCellsAfterARandomFlightUnderASm
 {
     PagingScene scene(GetParam());
     scene.manager().setMaxNumOfPointCloud(scene.cellCount() * 20 / 3);
+    scene.manager().getDecrementalCompileOperation()->setMaximumPerFrame(5);
     std::mt19937 random(7);
     std::uniform_real_distribution<double> coordinate(-150, 150);
     size_t loaded = 0;
@@ -97,6 +98,7 @@ TEST_P(EveryThreadingModel, ALeafWantedAgainBeforeItsRemovalStaysInTheScene)
     PagingScene scene(GetParam(), 3);
     ASSERT_TRUE(scene.settle());
     OctreeInfo* octree = scene.lod->getOctree();
+    scene.manager().getDecrementalCompileOperation()->setMaximumPerFrame(1); // removals pile up
     for (int round = 0; round < 50; ++round) {
         for (const bool visible : {false, true}) {
             scene.manager().setOctreeVisible(octree, visible);
