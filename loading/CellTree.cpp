@@ -14,7 +14,8 @@ public:
     /// False when there is a cell of that level and code.
     bool insert(CellData* cell)
     {
-        return _levels[cell->record.level].emplace(cell->record.code, cell).second;
+        const uint64_t code = cell->record.code; // a packed member cannot be bound to a reference
+        return _levels[cell->record.level].emplace(code, cell).second;
     }
 
     CellData* find(int level, uint64_t code) const
@@ -36,7 +37,8 @@ void link(CellData& cell, const CellMap& map, OctreeInfo& octree)
         octree.root = &cell;
     else
         cell.parent = map.find(record.level - 1, record.parentCode);
-    for (const uint64_t code : record.childCodes) {
+    for (size_t octant = 0; octant < 8; ++octant) {
+        const uint64_t code = record.childCodes[octant];
         if (code == VelBrx::kNoCell) continue;
         if (CellData* child = map.find(record.level + 1, code)) cell.children.push_back(child);
     }
