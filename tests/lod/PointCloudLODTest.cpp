@@ -34,7 +34,7 @@ TEST_F(PointCloudLODTest, TakesLeavesOnceEachAndNothingElse)
     const osg::ref_ptr<CellLeaf> leaf = makeLeaf(3, 7);
     EXPECT_TRUE(lod->addChild(leaf));
     EXPECT_FALSE(lod->addChild(leaf.get()));
-    EXPECT_FALSE(lod->addChild(new osg::Group));
+    EXPECT_FALSE(lod->addChild(osg::ref_ptr<osg::Node>(new osg::Group)));
     EXPECT_FALSE(lod->addChild(static_cast<osg::Node*>(nullptr)));
     EXPECT_EQ(lod->getNumChildren(), 1u);
     EXPECT_EQ(lod->getLeavesByLevel().at(3).count(leaf), 1u);
@@ -98,7 +98,8 @@ TEST_F(PointCloudLODTest, TheMouseSwitchesTheModeButTheLeftButtonAloneDoesNot)
     EXPECT_EQ(modeAfter(EventType::SCROLL, 0), PointCloudLOD::SCROLLED);
     EXPECT_EQ(modeAfter(EventType::PUSH, middle), PointCloudLOD::PRESSED);
     EXPECT_EQ(modeAfter(EventType::RELEASE, 0), PointCloudLOD::RELEASED);
-    EXPECT_FALSE(handler->handle(*osg::ref_ptr<EventType>(new EventType), *view, new osg::Group, nullptr));
+    EXPECT_FALSE(handler->handle(*osg::ref_ptr<EventType>(new EventType), *view,
+                                 osg::ref_ptr<osg::Group>(new osg::Group), nullptr));
 }
 
 /// Notes the level of every leaf that the cull traversal reaches.

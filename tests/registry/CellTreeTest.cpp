@@ -34,7 +34,7 @@ TEST(CellTree, ChildrenStandInOctantOrderUnderTheirParents)
         EXPECT_EQ(cell.octree, octree.get());
         for (size_t i = 0; i < cell.children.size(); ++i) {
             EXPECT_EQ(cell.children[i]->parent, &cell);
-            EXPECT_EQ(cell.children[i]->record.code, cell.record.code << 3 | i);
+            EXPECT_EQ(uint64_t{cell.children[i]->record.code}, cell.record.code << 3 | i);
         }
     });
 }
@@ -70,7 +70,7 @@ TEST(CellTree, TheLastOfSeveralRootsStaysAndWithoutOneTheRootIsEmpty)
     VelBrx::CellWithSegment second = records[0];
     second.code = 1;
     records.push_back(second);
-    EXPECT_EQ(handOctree(records)->root->record.code, 1u);
+    EXPECT_EQ(uint64_t{handOctree(records)->root->record.code}, 1u);
     records = Records(records.begin() + 1, records.end() - 1);
     EXPECT_FALSE(handOctree(records)->root);
 }
