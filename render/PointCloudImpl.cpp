@@ -47,7 +47,7 @@ void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
         return;
     }
     const DepthRangeScope depths(*cull, boundsOfLoaded(*_lod));
-    cull->pushStateSet(_defaults.missingFrom(*cull->getCurrentStateGraph()));
+    cull->pushStateSet(_defaults.missingFrom(*cull->getCurrentStateGraph(), _lod->getStateSet()));
     osg::Group::traverse(visitor);
     cull->popStateSet();
 }

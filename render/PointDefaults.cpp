@@ -72,24 +72,44 @@ std::map<std::string, size_t> numberUniforms()
     return bits;
 }
 
-Given givenBy(const osgUtil::StateGraph& applied)
+const std::map<std::string, size_t>& uniformBits()
 {
-    static const std::map<std::string, size_t> uniformBits = numberUniforms();
+    static const std::map<std::string, size_t> bits = numberUniforms();
+    return bits;
+}
+
+void addUniforms(const osg::StateSet& state, Given& given)
+{
+    for (const auto& entry : state.getUniformList()) {
+        const auto bit = uniformBits().find(entry.first);
+        if (bit != uniformBits().end()) given.set(bit->second);
+    }
+}
+
+Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
+{
     Given given;
+    if (below) addUniforms(*below, given);
     const osg::StateAttribute* program = nullptr; // the one that is in force
     for (const osgUtil::StateGraph* graph = &applied; graph; graph = graph->_parent) {
         const osg::StateSet* state = graph->getStateSet();
         if (!state) continue;
-        for (const auto& entry : state->getUniformList()) {
-            const auto bit = uniformBits.find(entry.first);
-            if (bit != uniformBits.end()) given.set(bit->second);
-        }
+        addUniforms(*state, given);
         if (!program) program = state->getAttribute(osg::StateAttribute::PROGRAM);
         if (state->getMode(GL_VERTEX_PROGRAM_POINT_SIZE) != osg::StateAttribute::INHERIT)
             given.set(kPointSizeModeBit);
     }
     given.set(kProgramBit, program && !isOccluder(*program));
     return given;
+}
+
+/// Whether nobody gives a uniform that switches more on than the points themselves.
+bool isPlain(const Given& given)
+{
+    for (const char* name : {"activeClip", "activeNormal", "activeDClipPlane", "cloudPlaneNum",
+                             "isUseSectionPlane", "activelineEnHancement"})
+        if (given[uniformBits().at(name)]) return false;
+    return true;
 }
 
 osg::ref_ptr<osg::StateSet> makeDefaultsBeside(const Given& given)
@@ -100,14 +120,16 @@ osg::ref_ptr<osg::StateSet> makeDefaultsBeside(const Given& given)
     }
     if (!given[kProgramBit]) state->setAttributeAndModes(pointProgram(PointProgram::Origin));
     if (!given[kPointSizeModeBit]) state->setMode(GL_VERTEX_PROGRAM_POINT_SIZE, osg::StateAttribute::ON);
+    if (isPlain(given)) state->setDefine("NO_EXTRAS");
     return state;
 }
 
 } // namespace
 
-const osg::StateSet* PointDefaults::missingFrom(const osgUtil::StateGraph& applied)
+const osg::StateSet* PointDefaults::missingFrom(const osgUtil::StateGraph& applied,
+                                                const osg::StateSet* below)
 {
-    const Given given = givenBy(applied);
+    const Given given = givenBy(applied, below);
     const std::lock_guard<std::mutex> lock(_mutex);
     osg::ref_ptr<osg::StateSet>& state = _states[given.to_ulong()];
     if (!state) state = makeDefaultsBeside(given);

@@ -15,7 +15,8 @@ public:
     /// A state set with the defaults that the state sets applied so far lack. Pushed behind them, it fills
     /// the gaps and overrules nothing, so that plain state above the cloud or on it still wins. The result
     /// lives as long as this object and is not to be changed.
-    const osg::StateSet* missingFrom(const osgUtil::StateGraph& applied);
+    /// `below` is a state set that will apply after it, or null; what it gives is not seen as lacking either.
+    const osg::StateSet* missingFrom(const osgUtil::StateGraph& applied, const osg::StateSet* below);
 
     void resizeGLObjectBuffers(unsigned maxSize);
     void releaseGLObjects(osg::State* state);

@@ -4,11 +4,16 @@
 //   SHOWS_PLAIN_COLOR             neither of the two is applied
 //   TABLE_OF_STORED_COLOR         the brightness table is looked up with the stored colour, not the blended one
 //   LINE_POINT_SIZE               size of the points of an enhanced line
+// The application defines NO_EXTRAS where none of the uniforms that switch selection, clipping, the normal filter or
+// an enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long.
+#pragma import_defines(NO_EXTRAS)
 #include "attributes.glsl"
 #include "uniforms.glsl"
-#include "selection.glsl"
 #include "clipping.glsl"
+#ifndef NO_EXTRAS
+#include "selection.glsl"
 #include "line.glsl"
+#endif
 #include "pick_position.glsl"
 
 #ifndef LINE_POINT_SIZE
@@ -21,12 +26,41 @@ flat out float ogpsTime;
 
 vec4 modeColor(dvec4 globalPosition);
 
+#ifndef NO_EXTRAS
 void applySelection()
 {
     if (!activeClip) return;
     if (isSelect(gl_Vertex)) color = selectColor;
     if (!isVisible(gl_Vertex)) cansee = 0.0;
 }
+
+void applyClipping(dvec4 globalPosition)
+{
+    if (isUseSectionPlane && !isInClipPlane(globalPosition)) cansee = 0.0;
+    if (activeDClipPlane && !isInClipBox(globalPosition)) cansee = 0.0;
+    if (!isInCloudPlanes(globalPosition)) cansee = 0.0;
+}
+
+// Keeps surfaces that are seen under a flat angle, at least 60 degrees off the view axis.
+void applyNormalFilter()
+{
+    if (!activeNormal) return;
+    vec3 viewNormal = gl_NormalMatrix * normal.xyz;
+    if (1.0 - abs(dot(vec3(0.0, 0.0, 1.0), viewNormal)) < 0.5) cansee = 0.0;
+}
+
+void enhanceLine(dvec4 globalPosition)
+{
+    if (!isOnEnhancedLine(globalPosition.xy)) return;
+    gl_PointSize = LINE_POINT_SIZE;
+    color = lineEnHancementColor;
+}
+#else
+void applySelection() {}
+void applyClipping(dvec4 globalPosition) {}
+void applyNormalFilter() {}
+void enhanceLine(dvec4 globalPosition) {}
+#endif
 
 float adjusted(float channel)
 {
@@ -47,22 +81,6 @@ void applyIntensityAndTable()
 #endif
         color.rgb = vec3(adjusted(source.r), adjusted(source.g), adjusted(source.b));
     }
-}
-
-void applyClipping(dvec4 globalPosition)
-{
-    if (isUseSectionPlane && !isInClipPlane(globalPosition)) cansee = 0.0;
-    if (activeDClipPlane && !isInClipBox(globalPosition)) cansee = 0.0;
-    if (!isInCloudPlanes(globalPosition)) cansee = 0.0;
-    if (!isInFixedFunctionPlanes(gl_ModelViewMatrix * gl_Vertex)) cansee = 0.0;
-}
-
-// Keeps surfaces that are seen under a flat angle, at least 60 degrees off the view axis.
-void applyNormalFilter()
-{
-    if (!activeNormal) return;
-    vec3 viewNormal = gl_NormalMatrix * normal.xyz;
-    if (1.0 - abs(dot(vec3(0.0, 0.0, 1.0), viewNormal)) < 0.5) cansee = 0.0;
 }
 
 void applyCullFlag()
@@ -92,14 +110,12 @@ void main()
     applySelection();
 #endif
     applyClipping(globalPosition);
+    if (!isInFixedFunctionPlanes(gl_ModelViewMatrix * gl_Vertex)) cansee = 0.0;
     applyNormalFilter();
     applyCullFlag();
 
     ogpsTime = gpstime;
     gl_PointSize = float(pointSize);
-    if (isOnEnhancedLine(globalPosition.xy)) {
-        gl_PointSize = LINE_POINT_SIZE;
-        color = lineEnHancementColor;
-    }
+    enhanceLine(globalPosition);
     writePickPosition(globalPosition.xyz);
 }
