@@ -5,6 +5,7 @@
 #include "tools/Text.h"
 
 #include <VelBrx/Builder.h>
+#include <VelBrx/Normals.h>
 
 #include <nlohmann/json.hpp>
 
@@ -16,7 +17,25 @@
 
 namespace {
 
-void runBuild(VelBrx::BuildOptions options, bool json)
+/// Computes the normals of the store that was just built.
+void buildNormals(const VelBrx::BuildOptions& build)
+{
+    VelBrx::NormalsOptions options;
+    options.store = build.output;
+    options.overwrite = build.overwrite;
+    options.threads = build.threads;
+    options.cancel = build.cancel;
+    Progress progress;
+    options.progress = [&progress](const VelBrx::BuildProgress& state) {
+        progress.show(state.stage, state.pointsDone, state.pointsTotal);
+    };
+    if (const VelBrx::Status status = VelBrx::writeNormals(options); !status) {
+        progress.clear();
+        throw CommandError(status.message() + "; the store is complete");
+    }
+}
+
+void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
 {
     const auto start = std::chrono::steady_clock::now();
     const Interrupt interrupt;
@@ -35,6 +54,7 @@ void runBuild(VelBrx::BuildOptions options, bool json)
         std::cerr << "brx: " << printable(note) << '\n';
     std::cerr << options.output << ": " << report.points << " points in " << report.cells << " cells on "
               << report.levels << " levels, " << std::llround(seconds * 1000) << " ms\n";
+    if (withNormals) buildNormals(options);
     if (json)
         printJson({{"store", options.output},
                    {"points", report.points},
@@ -51,6 +71,7 @@ void addBuildCommand(CLI::App& app)
     struct Options
     {
         VelBrx::BuildOptions build;
+        bool normals = false;
         bool json = false;
     };
     const auto options = std::make_shared<Options>();
@@ -67,8 +88,10 @@ void addBuildCommand(CLI::App& app)
                      "memory to use at most, like 2G or 800M; half of the machine's when not given")
         ->transform(CLI::AsSizeValue(false))
         ->option_text("SIZE");
+    command->add_flag("--normals", options->normals,
+                      "compute the points' normals as well, as brx normals does");
     command->add_flag("--json", options->json, "print a report as one JSON object");
-    command->callback([options] { runBuild(options->build, options->json); });
+    command->callback([options] { runBuild(options->build, options->normals, options->json); });
     command->footer(
         "Every input point is in the store once, with all its attributes. What had to be repaired or "
         "changed is told on standard error. A failed or interrupted build leaves nothing behind. The input "

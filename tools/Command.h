@@ -18,6 +18,7 @@ public:
 void addBuildCommand(CLI::App& app);
 void addExportCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
+void addNormalsCommand(CLI::App& app);
 void addSampleCommand(CLI::App& app);
 void addVerifyCommand(CLI::App& app);
 /// @}

@@ -33,6 +33,7 @@ int main(int argc, char** argv)
     addBuildCommand(app);
     addExportCommand(app);
     addInfoCommand(app);
+    addNormalsCommand(app);
     addSampleCommand(app);
     addVerifyCommand(app);
     try {

@@ -1,6 +1,7 @@
 #include "viewer/Scene.h"
 
 #include <VelBrx/MiraLasRead.h>
+#include <VelBrx/Normals.h>
 #include <VelOsgDBBrx/DefaultDisplay.h>
 #include <VelOsgDBBrx/LoadBrxTool.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
@@ -69,7 +70,7 @@ Scene::Scene()
 Status Scene::load(const std::vector<std::string>& stores, const Options& options)
 {
     for (const std::string& store : stores) {
-        const std::string normals = options.normals.empty() ? store + ".normals" : options.normals;
+        const std::string normals = options.normals.empty() ? VelBrx::findNormals(store) : options.normals;
         if (const Status status = loadCloud(store, normals); !status) return status;
         if (options.mode == ColorMode::RGB && _clouds.back().statistics.maxColor == 0) {
             std::fprintf(stderr, "brxview: %s has no colours, so its points are black; see --mode\n",

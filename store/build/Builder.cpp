@@ -1,4 +1,5 @@
 #include <VelBrx/Builder.h>
+#include <VelBrx/Normals.h>
 
 #include "store/StoreIndex.h"
 #include "store/build/BuildMemory.h"
@@ -13,6 +14,7 @@
 #include "store/build/StoreWriter.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <new>
 #include <random>
@@ -189,6 +191,10 @@ Status build(const BuildOptions& options, BuildReport& report)
     if (Status status = file.create(options.output, options.overwrite, writer.fileSize()); !status)
         return status;
     if (Status status = writer.write(file, run); !status) return status;
+    // Normals of a store that stood there before are in the order of that store's points.
+    if (std::remove(normalsPath(options.output).c_str()) == 0)
+        notes.push_back(normalsPath(options.output) +
+                        ": was removed, as it belongs to the store that stood there before");
     if (Status status = file.commit(); !status) return status;
     run.begin("done");
 

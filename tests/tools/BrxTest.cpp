@@ -42,8 +42,15 @@ TEST(Brx, TellsItsVersionAndItsCommandsOnStandardOutput)
 
 TEST(Brx, EndsInOneLineWhenItIsCalledWrongly)
 {
-    const std::vector<std::vector<std::string>> calls = {
-        {}, {"frobnicate"}, {"--frobnicate"}, {"info"}, {"verify"}, {"info", "a.brx", "b.brx"}, {"build"}, {"export", "a.brx"}};
+    const std::vector<std::vector<std::string>> calls = {{},
+                                                         {"frobnicate"},
+                                                         {"--frobnicate"},
+                                                         {"info"},
+                                                         {"verify"},
+                                                         {"info", "a.brx", "b.brx"},
+                                                         {"build"},
+                                                         {"normals", "a.brx", "--k", "2"},
+                                                         {"export", "a.brx"}};
     for (const auto& call : calls) {
         const ProgramResult result = brx(call);
         EXPECT_EQ(result.exitStatus, 2);

@@ -1,0 +1,128 @@
+#include <VelBrx/Normals.h>
+
+#include "store/ByteIo.h"
+#include "store/StoreHead.h"
+#include "store/build/BuildRun.h"
+#include "store/build/OutputFile.h"
+#include "store/normals/NormalTile.h"
+#include "store/normals/TilePlan.h"
+
+#include <atomic>
+#include <cstring>
+#include <new>
+
+namespace VelBrx {
+
+namespace {
+
+constexpr char kMagic[] = "VBNM";
+constexpr uint32_t kVersion = 1;
+constexpr size_t kHeaderSize = 16;
+constexpr size_t kNormalSize = 16;
+constexpr uint64_t kTilePoints = 1 << 18;
+
+std::array<uint8_t, kHeaderSize> fileHeader(uint64_t points)
+{
+    std::array<uint8_t, kHeaderSize> header{};
+    std::memcpy(header.data(), kMagic, 4);
+    storeLe<uint32_t>(&header[4], kVersion);
+    storeLe<uint64_t>(&header[8], points);
+    return header;
+}
+
+/// Writes normals, which are in the order of the store, each run of consecutive points by one call.
+Status writeRuns(OutputFile& file, const std::vector<PointNormal>& normals)
+{
+    std::vector<uint8_t> bytes;
+    for (size_t first = 0, next = 0; first < normals.size(); first = next) {
+        bytes.clear();
+        for (; next < normals.size() && normals[next].index == normals[first].index + (next - first);
+             ++next) {
+            bytes.resize(bytes.size() + kNormalSize);
+            uint8_t* const record = bytes.data() + bytes.size() - kNormalSize;
+            for (size_t axis = 0; axis < 3; ++axis)
+                storeLe<float>(record + 4 * axis, normals[next].normal[axis]);
+        }
+        const uint64_t position = kHeaderSize + normals[first].index * kNormalSize;
+        if (Status status = file.write(position, bytes.data(), bytes.size()); !status) return status;
+    }
+    return {};
+}
+
+Status write(const NormalsOptions& options)
+{
+    const std::string path = normalsPath(options.store);
+    const auto ofStore = [&](const Status& status) {
+        return Status::failure(options.store + ": " + status.message());
+    };
+    if (options.neighbours < kLeastNeighbours || options.neighbours > kMostNeighbours)
+        return Status::failure(path + ": a plane is fitted to " + std::to_string(kLeastNeighbours) + " to " +
+                               std::to_string(kMostNeighbours) + " neighbours");
+    FileReader store;
+    StoreHead head;
+    StoreIndex index;
+    if (Status status = readStore(options.store, store, head, index); !status) return ofStore(status);
+    const uint64_t points = head.header.pointCount;
+    OutputFile file;
+    if (Status status = file.create(path, options.overwrite, kHeaderSize + points * kNormalSize); !status)
+        return status;
+
+    BuildRun run(options.threads, options.progress, options.cancel);
+    run.setTotal(points);
+    run.begin("computing normals");
+    const CellSpace space(store, head.header, index);
+    const std::vector<SpaceBox> tiles = planTiles(space, kTilePoints);
+    std::atomic<uint64_t> written{0};
+    const Status computed = run.forEach(tiles.size(), [&](size_t i) -> Status {
+        std::vector<PointNormal> normals;
+        const auto step = [&run](uint64_t done) { return run.step(done); };
+        if (Status status = NormalTile(space, tiles[i], options.neighbours).compute(normals, step); !status)
+            return ofStore(status);
+        written += normals.size();
+        return writeRuns(file, normals);
+    });
+    if (!computed) return computed;
+    if (written != points)
+        return ofStore(Status::failure("has points outside their cells; brx verify names them"));
+    const auto header = fileHeader(points);
+    if (Status status = file.write(0, header.data(), header.size()); !status) return status;
+    if (Status status = file.commit(); !status) return status;
+    run.begin("done");
+    return {};
+}
+
+} // namespace
+
+std::string normalsPath(const std::string& store)
+{
+    return store + ".normals";
+}
+
+std::string findNormals(const std::string& store)
+{
+    FileReader storeFile;
+    FileReader file;
+    StoreHead head;
+    std::array<uint8_t, kHeaderSize> header;
+    const std::string path = normalsPath(store);
+    if (!file.open(path) || !storeFile.open(store) || !readStoreHead(storeFile, head)) return {};
+    const uint64_t points = head.header.pointCount;
+    const bool fits = file.read(0, header.data(), header.size()) && header == fileHeader(points) &&
+                      static_cast<uint64_t>(file.size()) == kHeaderSize + points * kNormalSize;
+    return fits ? path : std::string();
+}
+
+Status writeNormals(const NormalsOptions& options)
+{
+    try {
+        const Status status = write(options);
+        if (!status && options.cancel && *options.cancel)
+            return Status::failure(normalsPath(options.store) + ": cancelled; nothing was written");
+        return status;
+    } catch (const std::bad_alloc&) {
+        return Status::failure(normalsPath(options.store) +
+                               ": there is not enough memory; use fewer threads");
+    }
+}
+
+} // namespace VelBrx
