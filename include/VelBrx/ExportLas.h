@@ -34,7 +34,7 @@ struct ExportOptions
     bool visibleOnly = false;   ///< leave hidden points out; headers then tell of the points that remain
     bool overwrite = false;     ///< replace files that exist
     unsigned threads = 0;       ///< 0: all processors
-    uint64_t memory = 1u << 30; ///< bytes to use at most, but for 64 MiB and the heads of the sources
+    uint64_t memory = 1u << 30; ///< bytes to use at most, from 24 MiB a thread on; heads come on top
     std::function<void(const BuildProgress&)> progress; ///< called on the thread that called `exportLas`
     const std::atomic<bool>* cancel = nullptr; ///< set by the caller: the export ends soon and leaves nothing
 };
