@@ -184,7 +184,8 @@ TEST(PointPicker, AnswersTheLatestRequestOnly)
 
     osg::ref_ptr<osg::Camera> withoutViewport = new osg::Camera;
     EXPECT_FALSE(scene.picker->request(*withoutViewport, 0, 0));
-    scene.picker->request(*new osg::Camera(scene.viewer.camera()), 0, 0);
+    const osg::ref_ptr<osg::Camera> elsewhere = new osg::Camera(scene.viewer.camera());
+    EXPECT_TRUE(scene.picker->request(*elsewhere, 0, 0));
     scene.viewer.frame();
     std::optional<PickedPoint> point;
     EXPECT_FALSE(scene.picker->takeAnswer(point)) << "a camera that does not draw";

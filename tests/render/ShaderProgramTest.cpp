@@ -4,12 +4,12 @@
 #include <osg/Program>
 #include <osg/Shader>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -37,10 +37,30 @@ int run(const std::string& command, std::string& output)
     return pclose(pipe);
 }
 
-std::string withoutComments(const std::string& source)
+/// The names and numbers of a shader in their order, without its comments.
+std::vector<std::string> wordsOf(const std::string& source)
 {
-    static const std::regex comment("//[^\n]*");
-    return std::regex_replace(source, comment, "");
+    std::vector<std::string> words;
+    std::istringstream lines(source);
+    for (std::string line; std::getline(lines, line);) {
+        std::string word;
+        for (const char c : line.substr(0, line.find("//")) + '\n') {
+            if (std::isalnum(static_cast<unsigned char>(c)) || c == '_') {
+                word += c;
+            } else if (!word.empty()) {
+                words.push_back(word);
+                word.clear();
+            }
+        }
+    }
+    return words;
+}
+
+bool isFixedFunctionInput(const std::string& word)
+{
+    static const std::set<std::string> single = {"gl_Vertex", "gl_Normal", "gl_Color", "gl_SecondaryColor",
+                                                 "gl_FogCoord"};
+    return single.count(word) || word.rfind("gl_MultiTexCoord", 0) == 0;
 }
 
 /// Generic locations that a vertex shader declares and the fixed-function inputs that it uses.
@@ -48,15 +68,13 @@ struct VertexInputs
 {
     explicit VertexInputs(const std::string& source)
     {
-        static const std::regex location("layout\\s*\\(\\s*location\\s*=\\s*(\\d+)\\s*\\)\\s*in\\b");
-        static const std::regex builtin("\\b(gl_Vertex|gl_Normal|gl_Color|gl_SecondaryColor|gl_FogCoord|"
-                                        "gl_MultiTexCoord[0-7])\\b");
-        const std::string code = withoutComments(source);
-        for (std::sregex_iterator match(code.begin(), code.end(), location), end; match != end; ++match)
-            locations.insert(std::stoi((*match)[1]));
-        for (std::sregex_iterator match(code.begin(), code.end(), builtin), end; match != end; ++match)
-            builtins.insert((*match)[1]);
-        if (code.find("ftransform") != std::string::npos) builtins.insert("gl_Vertex");
+        const std::vector<std::string> words = wordsOf(source);
+        for (size_t i = 0; i < words.size(); ++i) {
+            if (words[i] == "location" && i + 2 < words.size() && words[i + 2] == "in")
+                locations.insert(std::stoi(words[i + 1]));
+            if (isFixedFunctionInput(words[i])) builtins.insert(words[i]);
+            if (words[i] == "ftransform") builtins.insert("gl_Vertex");
+        }
     }
 
     std::set<int> locations;
@@ -127,6 +145,7 @@ TEST(ShaderPrograms, ScanFindsAnAlias)
     const VertexInputs inputs("layout(location = 8) in vec4 normal; // gl_Color\n"
                               "void main() { gl_Position = ftransform() + gl_MultiTexCoord0; }");
     EXPECT_EQ(inputs.locations, std::set<int>{8});
+    EXPECT_EQ(VertexInputs("layout(location = 0) out vec4 color;").locations, std::set<int>{});
     EXPECT_EQ(inputs.builtins, (std::set<std::string>{"gl_Vertex", "gl_MultiTexCoord0"}));
     EXPECT_EQ(aliasOf("gl_MultiTexCoord0"), 8);
 }
