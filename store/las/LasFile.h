@@ -16,7 +16,8 @@ namespace VelBrx {
 /// A variable length record, extended or not.
 struct LasVlr
 {
-    std::array<uint8_t, LasLayout::kVlrHeaderSize> head; ///< as in the file; of an extended one made to match
+    /// As in the file, of an extended one made to match, but for the length, which is zero.
+    std::array<uint8_t, LasLayout::kVlrHeaderSize> head{};
     std::string userId;
     uint16_t recordId = 0;
     std::vector<uint8_t> data; ///< the payload behind the head

