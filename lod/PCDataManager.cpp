@@ -117,7 +117,8 @@ void PCDataManager::run()
 /// takes long and is left for after the lock.
 void PCDataManager::evict()
 {
-    std::vector<osg::ref_ptr<osg::Node>> evicted;
+    const std::lock_guard<std::mutex> eviction(_evictionMutex);
+    std::vector<osg::ref_ptr<osg::Node>> evicted; // freed after _lock, before _evictionMutex is released
     SpinLock lock(_lock);
     for (auto entry = _nodes.begin(); entry != _nodes.end();) {
         if (isOnlyReference(*entry->second)) {

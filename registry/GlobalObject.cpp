@@ -137,6 +137,7 @@ void GlobalObject::unRegisterGraphicsContext(osg::GraphicsContext* gc)
     }
     static_cast<PointLoadManager&>(*data->loadManager).releaseOctrees();
     data->operation->retire();
+    PCDataManager::getInstance()->evict();
 }
 
 void GlobalObject::attachView(osgViewer::View* view)

@@ -51,6 +51,11 @@ public:
     /// cache after this call is for the caller to bring up to date.
     void discardReadsInProgress();
 
+    /// Frees every node that only the cache holds; when it returns, no other thread is freeing one either. A
+    /// host need not call it. It precedes the closing of a context, which takes the graphics objects from
+    /// nodes that must not die meanwhile.
+    void evict();
+
     /// The eviction loop; only the cache's own thread calls it.
     void run();
 
@@ -58,13 +63,12 @@ private:
     PCDataManager();
     virtual ~PCDataManager();
 
-    void evict();
-
     VelOsgUtils::SpinLock _lock;
     std::map<std::string, osg::ref_ptr<osg::Node>> _nodes; ///< guarded by _lock
 
     std::atomic<uint64_t> _recordEdits{0}; ///< changed under _lock
 
+    std::mutex _evictionMutex; ///< held while nodes are freed; taken before _lock
     std::mutex _stopMutex;
     std::condition_variable _stopSignal;
     bool _stopping = false; ///< guarded by _stopMutex
