@@ -134,6 +134,21 @@ void PointCloudHelper::setNormalFilter(osg::Node* node, bool active)
     if (node) setUniform(*node, "activeNormal", active);
 }
 
+void PointCloudHelper::setShownClasses(osg::Node* node, const std::bitset<256>& classes)
+{
+    if (!node) return;
+    constexpr unsigned kBits = 32;
+    std::array<uint32_t, 256 / kBits> hidden{};
+    for (unsigned code = 0; code < classes.size(); ++code)
+        hidden[code / kBits] |= uint32_t(!classes[code]) << code % kBits;
+    osg::ref_ptr<osg::Uniform> uniform =
+        new osg::Uniform(osg::Uniform::INT, "hiddenClasses", static_cast<int>(hidden.size()));
+    for (unsigned i = 0; i < hidden.size(); ++i)
+        uniform->setElement(i, static_cast<int>(hidden[i]));
+    changeableState(*node).addUniform(uniform, osg::StateAttribute::ON);
+    setUniform(*node, "activeClassFilter", !classes.all());
+}
+
 void PointCloudHelper::setEnhancedLine(osg::Node* node, const std::vector<osg::Vec2f>& polygon,
                                        const osg::Vec4f& color, int pixels)
 {

@@ -40,6 +40,7 @@ const UniformList& defaultUniforms()
         new osg::Uniform("activeCullModel", true),
         new osg::Uniform("activeClip", false),
         new osg::Uniform("activeNormal", false),
+        new osg::Uniform("activeClassFilter", false),
         new osg::Uniform("activeDClipPlane", false),
         new osg::Uniform("cloudPlaneNum", 0),
         new osg::Uniform("isUseSectionPlane", false),
@@ -106,8 +107,8 @@ Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
 /// Whether nobody gives a uniform that switches more on than the points themselves.
 bool isPlain(const Given& given)
 {
-    for (const char* name : {"activeClip", "activeNormal", "activeDClipPlane", "cloudPlaneNum",
-                             "isUseSectionPlane", "activelineEnHancement"})
+    for (const char* name : {"activeClip", "activeNormal", "activeClassFilter", "activeDClipPlane",
+                             "cloudPlaneNum", "isUseSectionPlane", "activelineEnHancement"})
         if (given[uniformBits().at(name)]) return false;
     return true;
 }

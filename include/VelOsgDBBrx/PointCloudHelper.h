@@ -9,6 +9,7 @@
 #include <osg/Vec4f>
 
 #include <array>
+#include <bitset>
 #include <cstdint>
 #include <vector>
 
@@ -70,6 +71,10 @@ public:
 
     /// Shows only points whose normal is at least 60 degrees off the view axis. Points without a normal stay.
     static void setNormalFilter(osg::Node* node, bool active);
+
+    /// Shows only points of these classes, in every colour mode; all classes take the filter away. A mode's
+    /// own colour of alpha 0 hides a class as well.
+    static void setShownClasses(osg::Node* node, const std::bitset<256>& classes);
 
     /// \name Enhanced line: points inside a polygon seen from above stand out by colour and size
     /// @{

@@ -76,6 +76,9 @@ public:
     /// Empties selection, segments and history.
     void clearAndApply();
 
+    bool hasSelection() const { return !_selection.empty(); }
+    bool hasSegment() const { return !_segments.empty(); }
+
     /// What the renderer decides for a point; `p` in the frame of the cloud's vertices: file coordinates
     /// minus the store's offset.
     bool pointIsSelect(osg::Vec3d& p);

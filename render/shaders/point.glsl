@@ -4,8 +4,8 @@
 //   SHOWS_PLAIN_COLOR             neither of the two is applied
 //   TABLE_OF_STORED_COLOR         the brightness table is looked up with the stored colour, not the blended one
 //   LINE_POINT_SIZE               size of the points of an enhanced line
-// The application defines NO_EXTRAS where none of the uniforms that switch selection, clipping, the normal filter or
-// an enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long.
+// The application defines NO_EXTRAS where none of the uniforms that switch selection, clipping, the filters or an
+// enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long.
 #pragma import_defines(NO_EXTRAS)
 #include "attributes.glsl"
 #include "uniforms.glsl"
@@ -49,6 +49,13 @@ void applyNormalFilter()
     if (1.0 - abs(dot(vec3(0.0, 0.0, 1.0), viewNormal)) < 0.5) cansee = 0.0;
 }
 
+void applyClassFilter()
+{
+    if (!activeClassFilter) return;
+    int code = classCode();
+    if (((hiddenClasses[code >> 5] >> (code & 31)) & 1) != 0) cansee = 0.0;
+}
+
 void enhanceLine(dvec4 globalPosition)
 {
     if (!isOnEnhancedLine(globalPosition.xy)) return;
@@ -59,6 +66,7 @@ void enhanceLine(dvec4 globalPosition)
 void applySelection() {}
 void applyClipping(dvec4 globalPosition) {}
 void applyNormalFilter() {}
+void applyClassFilter() {}
 void enhanceLine(dvec4 globalPosition) {}
 #endif
 
@@ -112,6 +120,7 @@ void main()
     applyClipping(globalPosition);
     if (!isInFixedFunctionPlanes(gl_ModelViewMatrix * gl_Vertex)) cansee = 0.0;
     applyNormalFilter();
+    applyClassFilter();
     applyCullFlag();
 
     ogpsTime = gpstime;

@@ -8,6 +8,8 @@ uniform int pointSize;
 uniform bool activeClip;       // selection and segmentation polygons
 uniform bool activeCullModel;  // culled points are hidden, else drawn in cullColor
 uniform bool activeNormal;
+uniform bool activeClassFilter;
+uniform int hiddenClasses[8];  // bit c % 32 of element c / 32: points of class c are hidden
 uniform bool activeDClipPlane;
 uniform dvec4 clipPlane[8];
 uniform int cloudPlaneNum;     // planes of the cloud itself

@@ -7,6 +7,8 @@
 #include <osg/ClipNode>
 #include <osg/Uniform>
 
+#include <functional>
+
 using VelOsgDBBrx::ColorEntry;
 using VelOsgDBBrx::ColorWithRangeInfo;
 using VelOsgDBBrx::PointCloudHelper;
@@ -126,6 +128,43 @@ TEST(NormalFilter, KeepsPointsSeenUnderAFlatAngleAndPointsWithoutANormal)
     PointPicture without(whitePoints(2));
     PointCloudHelper::setNormalFilter(without.cloud, true);
     EXPECT_EQ(drawn(without), "xx");
+}
+
+TEST(ClassFilter, HidesClassesInEveryColourMode)
+{
+    std::vector<TestPoint> points = whitePoints(5);
+    const uint8_t codes[] = {0, 2, 31, 32, 255};
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i].classCode = codes[i];
+    PointPicture picture(points);
+    std::vector<osg::Vec4f> table(256, osg::Vec4f(1, 1, 1, 1));
+    ColorWithRangeInfo ramp;
+    ramp.entries.resize(2);
+    ramp.entries[1].position = 1;
+    ramp.entries[0].color = ramp.entries[1].color = osg::Vec4f(1, 1, 1, 1);
+    ramp.range.set(0, 1000);
+    const std::function<void()> modes[] = {
+        [&] { ShaderHelper::originColorShader(picture.cloud); },
+        [&] { ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(1, 1, 1, 1)); },
+        [&] { ShaderHelper::intensityShader(picture.cloud, ramp); },
+        [&] { ShaderHelper::elevationColorShader(picture.cloud, ramp, false); },
+        [&] { ShaderHelper::classificationColorShader(picture.cloud, table); },
+        [&] { ShaderHelper::returnNumberColorShader(picture.cloud, table); },
+        [&] { ShaderHelper::flightLineColorShader(picture.cloud, table); },
+    };
+    for (const auto& apply : modes) {
+        apply();
+        std::bitset<256> shown;
+        shown.set();
+        for (const unsigned code : {31u, 255u})
+            shown.reset(code);
+        PointCloudHelper::setShownClasses(picture.root, shown);
+        EXPECT_EQ(drawn(picture), "xx.x.") << &apply - modes;
+        PointCloudHelper::setShownClasses(picture.root, std::bitset<256>().set(32));
+        EXPECT_EQ(drawn(picture), "...x.") << &apply - modes;
+        PointCloudHelper::setShownClasses(picture.root, std::bitset<256>().set());
+        EXPECT_EQ(drawn(picture), "xxxxx") << &apply - modes;
+    }
 }
 
 TEST(Brightness, GoesThroughATableAfterTheColourMode)
