@@ -138,6 +138,18 @@ void Scene::setEyeDomeLighting(bool enable)
     VelOsgDBBrx::ShaderHelper::switchEDLShader(_root, enable);
 }
 
+void Scene::setShownClasses(const std::bitset<256>& classes)
+{
+    _shownClasses = classes;
+    PointCloudHelper::setShownClasses(_root, classes);
+}
+
+void Scene::setClipPlanes(const std::vector<osg::Vec4d>& planes)
+{
+    _clipPlanes = planes;
+    PointCloudHelper::setClipPlane(_root, planes);
+}
+
 void Scene::setPointSize(int pixels)
 {
     _pointSize = std::clamp(pixels, 1, kLargestPointSize);

@@ -10,8 +10,10 @@
 
 #include <osg/BoundingBox>
 #include <osg/Group>
+#include <osg/Vec4d>
 #include <osg/ref_ptr>
 
+#include <bitset>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,16 @@ public:
     /// Opens the stores of `options`. A failure names the file.
     VelBrx::Status load(const std::vector<std::string>& stores, const Options& options);
 
+    /// One store on show.
+    struct Cloud
+    {
+        std::string store;
+        osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
+        VelBrx::StoreStatistics statistics; ///< as built
+    };
+
+    const std::vector<Cloud>& clouds() const { return _clouds; }
+
     osg::Group* root() const { return _root; }
 
     /// Of all points, world coordinates.
@@ -40,6 +52,18 @@ public:
     void setEyeDomeLighting(bool enable);
     bool eyeDomeLighting() const { return _edl; }
 
+    /// \name What is drawn
+    /// @{
+    /// Points of other classes are hidden, in every colour mode. All classes at first.
+    void setShownClasses(const std::bitset<256>& classes);
+    const std::bitset<256>& shownClasses() const { return _shownClasses; }
+
+    /// Points outside any of the planes are hidden: (a, b, c, d) in world coordinates, inside where
+    /// a x + b y + c z + d >= 0.
+    void setClipPlanes(const std::vector<osg::Vec4d>& planes);
+    const std::vector<osg::Vec4d>& clipPlanes() const { return _clipPlanes; }
+    /// @}
+
     /// Clamped to what `--point-size` takes.
     void setPointSize(int pixels);
     int pointSize() const { return _pointSize; }
@@ -49,13 +73,6 @@ public:
     std::vector<std::string> describe(const VelOsgDBBrx::PickedPoint& point) const;
 
 private:
-    struct Cloud
-    {
-        std::string store;
-        osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
-        VelBrx::StoreStatistics statistics;
-    };
-
     ColorMode modeOf(const Cloud& cloud) const;
     VelBrx::Status loadCloud(const std::string& store, const std::string& normals);
 
@@ -66,4 +83,6 @@ private:
     ColorMode _mode = ColorMode::AUTOMATIC;
     bool _edl = false;
     int _pointSize = 0;
+    std::bitset<256> _shownClasses = std::bitset<256>().set();
+    std::vector<osg::Vec4d> _clipPlanes;
 };
