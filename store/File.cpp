@@ -1,6 +1,8 @@
 #include <VelBrx/File.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -9,58 +11,79 @@
 
 namespace VelBrx {
 
+/// The whole file in memory, without a descriptor: a process may show more stores than it may open files.
 struct File::Mapping
 {
-    int descriptor = -1;
+    bool isOpen = false;
     bool writable = false;
-    bool regular = false;
+    std::string path; ///< absolute, by which the file's size is asked for
+    dev_t device = 0;
+    ino_t inode = 0;
     void* memory = nullptr;
     int64_t length = 0;
 
     ~Mapping()
     {
         if (memory) munmap(memory, static_cast<size_t>(length));
-        if (descriptor >= 0) close(descriptor);
     }
 
+    void open(const char* name);
+    void map(int descriptor);
+
+    /// A file that has lost its name is nobody's to cut.
     int64_t currentSize() const
     {
         struct stat status
         {
         };
-        return descriptor >= 0 && fstat(descriptor, &status) == 0 ? static_cast<int64_t>(status.st_size) : 0;
+        if (!isOpen) return 0;
+        const bool isNamed =
+            stat(path.c_str(), &status) == 0 && status.st_dev == device && status.st_ino == inode;
+        return isNamed ? static_cast<int64_t>(status.st_size) : length;
     }
 };
 
-File::File(const char* path) : _mapping(std::make_unique<Mapping>())
+void File::Mapping::open(const char* name)
 {
-    if (!path || !*path) return;
-    Mapping& mapping = *_mapping;
     // Without O_NONBLOCK the open of a pipe would wait for the pipe's other end.
-    mapping.descriptor = open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK);
-    mapping.writable = mapping.descriptor >= 0;
-    if (!mapping.writable) mapping.descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    int descriptor = ::open(name, O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    writable = descriptor >= 0;
+    if (!writable) descriptor = ::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) return;
+    isOpen = true;
+    std::error_code error;
+    path = std::filesystem::absolute(name, error).string();
+    map(descriptor);
+    close(descriptor);
+}
 
+void File::Mapping::map(int descriptor)
+{
     struct stat status
     {
     };
-    mapping.regular =
-        mapping.descriptor >= 0 && fstat(mapping.descriptor, &status) == 0 && S_ISREG(status.st_mode);
-    if (!mapping.regular || status.st_size == 0) return;
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return;
+    device = status.st_dev;
+    inode = status.st_ino;
+    if (status.st_size == 0) return;
+    const int protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
+    void* const mapped =
+        mmap(nullptr, static_cast<size_t>(status.st_size), protection, MAP_SHARED, descriptor, 0);
+    if (mapped == MAP_FAILED) return;
+    memory = mapped;
+    length = status.st_size;
+}
 
-    const int protection = mapping.writable ? PROT_READ | PROT_WRITE : PROT_READ;
-    void* memory =
-        mmap(nullptr, static_cast<size_t>(status.st_size), protection, MAP_SHARED, mapping.descriptor, 0);
-    if (memory == MAP_FAILED) return;
-    mapping.memory = memory;
-    mapping.length = status.st_size;
+File::File(const char* path) : _mapping(std::make_unique<Mapping>())
+{
+    if (path && *path) _mapping->open(path);
 }
 
 File::~File() = default;
 
 bool File::isOpen() const
 {
-    return _mapping->descriptor >= 0;
+    return _mapping->isOpen;
 }
 
 bool File::isValid() const

@@ -12,7 +12,8 @@ namespace VelBrx {
 ///
 /// The whole file is mapped once, so `map` costs no mapping call of its own. A file that may be written is
 /// mapped shared and writable: what is stored through `map` reaches the file. A file that may only be read is
-/// mapped read-only; writing through `map` is then an error of the caller, who asks `isWritable` first.
+/// mapped read-only; writing through `map` is then an error of the caller, who asks `isWritable` first. No
+/// file descriptor is kept, so a process may hold more files than it may have descriptors.
 ///
 /// Threads: `map`, `unmap` and the queries may be called from any thread at once. `mutex` is the callers'
 /// own: hold it while records are edited or saved; a level-of-detail pass try-locks it and skips the store
@@ -35,7 +36,8 @@ public:
     /// Open for writing, so that `map` gives writable memory.
     bool isWritable() const;
 
-    /// Size of the file in bytes at this moment; 0 when it is not open.
+    /// Size of the file in bytes at this moment; 0 when it is not open. Of a file that was removed or
+    /// replaced under its name, the size that it had when it was opened.
     int64_t size() const;
 
     /// Memory of the bytes [offset, offset + length), or null when the range is empty, overflows or does not

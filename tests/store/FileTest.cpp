@@ -128,3 +128,20 @@ TEST(File, RefusesWhatWasAppendedSinceItWasOpened)
     EXPECT_EQ(file.map(50000, 10), nullptr);
     EXPECT_NE(file.map(0, 100), nullptr);
 }
+
+TEST(File, OutlivesItsNameAndKeepsNoDescriptor)
+{
+    const TempFolder folder;
+    const std::string path = folder.write("a", {1, 2, 3});
+    const auto countDescriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = countDescriptors();
+    File file(path.c_str());
+    EXPECT_EQ(countDescriptors(), before);
+    std::filesystem::rename(folder.write("b", {9}), path);
+    EXPECT_EQ(file.size(), 3);
+    ASSERT_NE(file.map(0, 3), nullptr);
+    std::filesystem::remove(path);
+    EXPECT_EQ(static_cast<const uint8_t*>(file.map(0, 3))[2], 3);
+}
