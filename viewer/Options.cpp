@@ -1,5 +1,7 @@
 #include "viewer/Options.h"
 
+#include "viewer/InputFiles.h"
+
 #include <VelOsgDBBrx/DefaultDisplay.h>
 
 #include <charconv>
@@ -207,6 +209,7 @@ Status readInputs(osg::ArgumentParser& arguments, Options& options)
     if (options.inputs.empty()) {
         return Status::failure("no file to show; see brxview --help");
     }
+    if (Status status = expandFolders(options.inputs); !status) return status;
     if (!options.normals.empty() && options.inputs.size() > 1) {
         return Status::failure("--normals " + options.normals + ": belongs to one store, but " +
                                std::to_string(options.inputs.size()) + " are given");
@@ -218,9 +221,9 @@ void describeOptions(osg::ApplicationUsage& usage)
 {
     usage.setApplicationName("brxview");
     usage.setDescription(
-        "brxview shows point clouds: octree stores (.brx), and LAS files, which it builds into "
-        "stores beside them.");
-    usage.setCommandLineUsage("brxview [options] STORE|LAS|LAZ...");
+        "brxview shows point clouds: octree stores (.brx), all stores of a folder, and LAS files, which it "
+        "builds into stores beside them.");
+    usage.setCommandLineUsage("brxview [options] STORE|FOLDER|LAS|LAZ...");
     usage.addCommandLineOption("--mode MODE", "Colour the points by " + colorModeNames() +
                                                   ". Default: rgb, elevation in stores without colours.");
     usage.addCommandLineOption("--color COLOR",

@@ -27,7 +27,7 @@ struct RenderRequest
 /// The command line of the viewer, checked.
 struct Options
 {
-    std::vector<std::string> inputs; ///< stores, LAS and LAZ files
+    std::vector<std::string> inputs; ///< stores, those of folders too, LAS and LAZ files
     ColorMode mode = ColorMode::AUTOMATIC;
     osg::Vec4f color{0.85f, 0.85f, 0.8f, 1.0f}; ///< of ColorMode::SINGLE
     int pointSize = 0;                          ///< pixels; 0: the library's default
@@ -44,7 +44,7 @@ struct Options
 /// `readInputs`.
 VelBrx::Status readOptions(osg::ArgumentParser& arguments, Options& options);
 
-/// Takes the files to show out of `arguments`. What is left then is an unknown option.
+/// Takes the files to show, and those of folders, out of `arguments`. What is left then is an unknown option.
 VelBrx::Status readInputs(osg::ArgumentParser& arguments, Options& options);
 
 /// Text of `--help` and of the help screen.

@@ -72,11 +72,8 @@ Status Scene::load(const std::vector<std::string>& stores, const Options& option
     for (const std::string& store : stores) {
         const std::string normals = options.normals.empty() ? VelBrx::findNormals(store) : options.normals;
         if (const Status status = loadCloud(store, normals); !status) return status;
-        if (options.mode == ColorMode::RGB && _clouds.back().statistics.maxColor == 0) {
-            std::fprintf(stderr, "brxview: %s has no colours, so its points are black; see --mode\n",
-                         store.c_str());
-        }
     }
+    if (options.mode == ColorMode::RGB) tellColorless();
     VelBrx::StoreStatistics statistics = _clouds.front().statistics;
     std::for_each(_clouds.begin() + 1, _clouds.end(),
                   [&](const Cloud& cloud) { merge(statistics, cloud.statistics); });
@@ -87,18 +84,47 @@ Status Scene::load(const std::vector<std::string>& stores, const Options& option
     return Status();
 }
 
+/// One line, however many stores are meant.
+void Scene::tellColorless() const
+{
+    const auto isColorless = [](const Cloud& cloud) { return cloud.statistics.maxColor == 0; };
+    const auto first = std::find_if(_clouds.begin(), _clouds.end(), isColorless);
+    if (first == _clouds.end()) return;
+    const auto others = std::count_if(first + 1, _clouds.end(), isColorless);
+    const std::string more = others > 0 ? " (and " + std::to_string(others) + " more)" : std::string();
+    std::fprintf(stderr, "brxview: %s%s has no colours, so its points are black; see --mode\n",
+                 first->store.c_str(), more.c_str());
+}
+
+const Scene::Cloud* Scene::findCopy(uint64_t storeId) const
+{
+    const auto copy = std::find_if(_clouds.begin(), _clouds.end(),
+                                   [storeId](const Cloud& cloud) { return cloud.storeId == storeId; });
+    return copy == _clouds.end() ? nullptr : &*copy;
+}
+
 Status Scene::loadCloud(const std::string& store, const std::string& normals)
 {
     osg::Vec3d offset;
     osg::Vec3d min;
     osg::Vec3d max;
+    VelBrx::BrxHeader header;
     Cloud cloud;
     cloud.store = store;
     cloud.node = dynamic_cast<VelOsgDBBrx::IPointCloud*>(
-        VelOsgDBBrx::LoadBrxTool::loadBrxFile(store, offset, min, max, normals));
+        VelOsgDBBrx::LoadBrxTool::loadBrxFile(store, offset, min, max, header, normals));
     if (!cloud.node || !VelBrx::MiraLasRead::getStatistics(cloud.statistics, store.c_str())) {
         return Status::failure(store + ": cannot be read as a store; brx verify tells what is wrong with it");
     }
+    if (!cloud.node->getOctree()->pointFile->isValid()) {
+        return Status::failure(store + ": cannot be mapped into memory; show fewer stores at once");
+    }
+    if (const Cloud* const copy = findCopy(header.storeId)) {
+        std::fprintf(stderr, "brxview: %s: is a copy of %s, which is shown\n", store.c_str(),
+                     copy->store.c_str());
+        return Status();
+    }
+    cloud.storeId = header.storeId;
     _bounds.expandBy(min + offset);
     _bounds.expandBy(max + offset);
 

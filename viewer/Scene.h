@@ -14,6 +14,7 @@
 #include <osg/ref_ptr>
 
 #include <bitset>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -26,13 +27,15 @@ class Scene
 public:
     Scene();
 
-    /// Opens the stores of `options`. A failure names the file.
+    /// Opens the stores. A failure names the file. Of copies of a store the first is shown, and a line on
+    /// stderr names the others: their cells could not be told apart.
     VelBrx::Status load(const std::vector<std::string>& stores, const Options& options);
 
     /// One store on show.
     struct Cloud
     {
         std::string store;
+        uint64_t storeId = 0;
         osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
         VelBrx::StoreStatistics statistics; ///< as built
     };
@@ -74,7 +77,9 @@ public:
 
 private:
     ColorMode modeOf(const Cloud& cloud) const;
+    const Cloud* findCopy(uint64_t storeId) const;
     VelBrx::Status loadCloud(const std::string& store, const std::string& normals);
+    void tellColorless() const;
 
     osg::ref_ptr<osg::Group> _root = new osg::Group;
     std::vector<Cloud> _clouds;

@@ -35,7 +35,7 @@ INSTANTIATE_TEST_SUITE_P(
     Brxview, RefusedCommandLine,
     testing::Values(BadCommandLine{{"--render", "a.png"}, "no file"},
                     BadCommandLine{{"--render", "a.png", "missing.brx"}, "missing.brx"},
-                    BadCommandLine{{"--render", "a.png", "/"}, "/: is not a file"},
+                    BadCommandLine{{"--render", "a.png", "/dev/null"}, "/dev/null: is not a file"},
                     BadCommandLine{{"--render", "a.png", BRXVIEW}, "neither a store nor a LAS or LAZ file"},
                     BadCommandLine{{"--render", "a.xyz", "s.brx"}, "a.xyz"},
                     BadCommandLine{{"--render"}, "--render needs a value"},

@@ -1,0 +1,169 @@
+#include "tests/support/HeadlessViewer.h"
+#include "tests/support/RunProgram.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestSurvey.h"
+#include "viewer/InputFiles.h"
+#include "viewer/Scene.h"
+
+#include <VelBrx/Builder.h>
+
+#include <gtest/gtest.h>
+#include <osgDB/ReadFile>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kTilesPerSide = 10;
+constexpr int kTileSide = 8; ///< points along a tile's side
+
+std::string tileName(int column, int row)
+{
+    return "row" + std::to_string(row) + "/tile" + std::to_string(column) + ".brx";
+}
+
+/// A survey cut into tiles, each a store in a folder of its row.
+class StoreFolder : public testing::Test
+{
+protected:
+    void build(const TestSurvey& survey, const std::string& store) const
+    {
+        fs::create_directories(fs::path(path(store)).parent_path());
+        ASSERT_TRUE(survey.write(path("survey.las")));
+        VelBrx::BuildOptions options;
+        options.inputs = {path("survey.las")};
+        options.output = path(store);
+        options.threads = 1;
+        VelBrx::BuildReport report;
+        const VelBrx::Status status = VelBrx::buildStore(options, report);
+        ASSERT_TRUE(status) << status.message();
+        fs::remove(path("survey.las"));
+    }
+
+    /// Each column stands `rise` metres higher than the one before.
+    void buildTiles(int columns, int rows, double rise = 0) const
+    {
+        TestSurvey tile;
+        tile.side = kTileSide;
+        for (int row = 0; row < rows; ++row) {
+            for (int column = 0; column < columns; ++column) {
+                tile.x = TestSurvey().x + column * kTileSide;
+                tile.y = TestSurvey().y + row * kTileSide;
+                tile.z = TestSurvey().z + column * rise;
+                build(tile, "tiles/" + tileName(column, row));
+            }
+        }
+    }
+
+    /// Draws `inputs` from above with at most `descriptors` open files.
+    ProgramResult draw(const std::string& picture, const std::vector<std::string>& inputs,
+                       int descriptors = 1024) const
+    {
+        std::vector<std::string> words = {"/bin/sh", "-c", "ulimit -n $0; exec \"$@\"",
+                                          std::to_string(descriptors)};
+        const std::vector<std::string> command = {BRXVIEW,  "--render", path(picture), "--size", "200x200",
+                                                  "--view", "top",      "--mode",      "single"};
+        words.insert(words.end(), command.begin(), command.end());
+        words.insert(words.end(), inputs.begin(), inputs.end());
+        return runProgram(words, {"DISPLAY"});
+    }
+
+    std::string path(const std::string& name) const { return _folder.file(name); }
+
+    const TempFolder _folder;
+};
+
+std::string failureOf(const std::string& input)
+{
+    std::vector<std::string> inputs = {input};
+    return expandFolders(inputs).message();
+}
+
+} // namespace
+
+TEST_F(StoreFolder, OfAHundredTilesIsDrawnLikeTheSurveyAsOneStore)
+{
+    buildTiles(kTilesPerSide, kTilesPerSide);
+    TestSurvey whole;
+    whole.side = kTilesPerSide * kTileSide;
+    build(whole, "whole.brx");
+
+    constexpr int kDescriptors = 64; // fewer than stores
+    const ProgramResult tiles = draw("tiles.png", {path("tiles")}, kDescriptors);
+    EXPECT_EQ(tiles.exitStatus, 0) << tiles.err;
+    EXPECT_EQ(tiles.out, "points 6400\ncells 100\n");
+    EXPECT_EQ(tiles.err, "");
+    const ProgramResult one = draw("whole.png", {path("whole.brx")});
+    EXPECT_EQ(one.exitStatus, 0) << one.err;
+
+    const auto drawnTiles = osgDB::readRefImageFile(path("tiles.png"));
+    const auto drawnWhole = osgDB::readRefImageFile(path("whole.png"));
+    ASSERT_TRUE(drawnTiles && drawnWhole);
+    const osg::Vec3ub background(28, 31, 36);
+    const int pixels = countOtherThan(*drawnWhole, background);
+    EXPECT_GT(pixels, 200 * 200 / 2);
+    EXPECT_NEAR(countOtherThan(*drawnTiles, background), pixels, pixels / 100);
+}
+
+TEST_F(StoreFolder, MixesWithFilesAndEachIsShownOnce)
+{
+    buildTiles(2, 2);
+    TestSurvey survey;
+    survey.side = 4;
+    build(survey, "lone.brx");
+    fs::create_directory(path("empty"));
+    fs::copy_file(path("lone.brx"), path("tiles/Copy.BRX"));
+
+    std::vector<std::string> inputs = {path("lone.brx"), path("tiles"), path("tiles/" + tileName(0, 0)),
+                                       path("tiles/../lone.brx")};
+    ASSERT_TRUE(expandFolders(inputs));
+    EXPECT_EQ(inputs,
+              (std::vector<std::string>{path("lone.brx"), path("tiles/Copy.BRX"),
+                                        path("tiles/" + tileName(0, 0)), path("tiles/" + tileName(1, 0)),
+                                        path("tiles/" + tileName(0, 1)), path("tiles/" + tileName(1, 1))}));
+
+    const ProgramResult result = draw("mixed.png", {path("lone.brx"), path("tiles")});
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.out, "points " + std::to_string(16 + 4 * kTileSide * kTileSide) + "\ncells 5\n");
+    EXPECT_EQ(result.err, "brxview: " + path("tiles/Copy.BRX") + ": is a copy of " + path("lone.brx") +
+                              ", which is shown\n");
+}
+
+TEST_F(StoreFolder, HasOneLegendForAllItsStores)
+{
+    buildTiles(2, 1, 1.0);
+    std::vector<std::string> inputs = {path("tiles")};
+    ASSERT_TRUE(expandFolders(inputs));
+    Scene scene;
+    Options options;
+    options.mode = ColorMode::ELEVATION;
+    ASSERT_TRUE(scene.load(inputs, options));
+    EXPECT_EQ(scene.legend().numbers.front(), "100.00");
+    EXPECT_EQ(scene.legend().numbers.back(), "101.00");
+}
+
+TEST_F(StoreFolder, WithoutStoresIsRefusedWithALineThatHelps)
+{
+    EXPECT_EQ(failureOf(_folder.path()),
+              _folder.path().string() + ": is a folder without stores (.brx files)");
+    fs::create_directory(path("las"));
+    ASSERT_TRUE(TestSurvey().write(path("las/a.las")));
+    ASSERT_TRUE(TestSurvey().write(path("las/b.LAZ")));
+    const std::string said = failureOf(path("las"));
+    EXPECT_NE(said.find(path("las") + ": is a folder without stores"), std::string::npos) << said;
+    EXPECT_NE(said.find("2 LAS and LAZ files: brx build " + path("las")), std::string::npos) << said;
+}
+
+TEST_F(StoreFolder, WithADamagedStoreIsRefusedByTheNameOfTheStore)
+{
+    buildTiles(2, 1);
+    const std::string damaged = path("tiles/" + tileName(1, 0));
+    fs::resize_file(damaged, fs::file_size(damaged) / 2);
+    const ProgramResult result = draw("damaged.png", {path("tiles")});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.err.rfind("brxview: " + damaged + ": is a damaged store", 0), 0u) << result.err;
+    EXPECT_FALSE(fs::exists(path("damaged.png")));
+}
