@@ -8,64 +8,36 @@
 #include <osg/Geometry>
 
 #include <algorithm>
-#include <cstring>
-#include <fstream>
 #include <random>
+#include <utility>
 
 using namespace VelOsgDBBrx;
 
-namespace {
-
-struct Records
-{
-    explicit Records(const Bytes& store)
-    {
-        uint32_t pointDataStart = 0;
-        uint64_t points = 0;
-        std::memcpy(&pointDataStart, store.data() + 96, sizeof pointDataStart);
-        std::memcpy(&points, store.data() + 247, sizeof points);
-        start = pointDataStart;
-        count = points;
-    }
-
-    size_t classByte(size_t point) const { return start + 36 * point + 16; }
-
-    size_t start;
-    size_t count;
-};
-
-} // namespace
-
 Classes storedClasses(const std::string& path)
 {
-    const Bytes store = readFile(path);
-    const Records records(store);
-    Classes classes(records.count);
+    const LasRecords records(path);
+    Classes classes(records.size());
     for (size_t i = 0; i < classes.size(); ++i)
-        classes[i] = store[records.classByte(i)];
+        classes[i] = records.classOf(i);
     return classes;
 }
 
 Bytes withClasses(Bytes store, const Classes& classes)
 {
-    const Records records(store);
+    LasRecords records(std::move(store));
     for (size_t i = 0; i < classes.size(); ++i)
-        store[records.classByte(i)] = classes[i];
-    return store;
+        records.classOf(i) = classes[i];
+    return records.bytes();
 }
 
 std::string writeClassifiedStore(const TempFolder& folder, const std::string& name, unsigned seed, int count)
 {
     const std::string path = writeMarkedStore(folder, count, seed, name);
-    Bytes store = readFile(path);
+    LasRecords records(path);
     std::mt19937 random(seed);
-    Classes classes(Records(store).count);
-    for (uint8_t& c : classes)
-        c = random() % 50 == 0 ? 255 : static_cast<uint8_t>(1 + random() % 6);
-    store = withClasses(store, classes);
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(store.data()), static_cast<std::streamsize>(store.size()));
-    return path;
+    for (size_t i = 0; i < records.size(); ++i)
+        records.classOf(i) = random() % 50 == 0 ? 255 : static_cast<uint8_t>(1 + random() % 6);
+    return folder.write(name, records.bytes());
 }
 
 osg::ref_ptr<PolygonCmd> polygonEdit(const Polygon& polygon, const Screen& screen, int toClass)

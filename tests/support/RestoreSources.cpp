@@ -7,8 +7,6 @@
 #include "store/las/RecordFormat.h"
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 using namespace VelBrx;
@@ -79,12 +77,6 @@ void restoreRecord(const OriginSource& source, const uint8_t* storeRecord, uint8
 }
 
 } // namespace
-
-std::vector<uint8_t> readFile(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 std::vector<std::vector<uint8_t>> restoreSources(const std::string& storePath)
 {
