@@ -11,6 +11,10 @@ namespace {
 /// Share of the picture's half size that the data may fill.
 constexpr double kFill = 0.95;
 
+/// Distances of the clipping planes, world units. The camera draws between tighter ones.
+constexpr double kNear = 1.0;
+constexpr double kFar = 1e6;
+
 /// Direction from the data to the eye, and up.
 struct Direction
 {
@@ -63,4 +67,33 @@ Look frame(const osg::BoundingBoxd& bounds, const Direction& toEye, double aspec
 Look lookAt(const CameraView& view, const osg::BoundingBoxd& bounds, double aspect)
 {
     return view.kind == CameraView::LOOK ? view.look : frame(bounds, direction(view.kind), aspect);
+}
+
+osg::Matrixd projectionOf(const Lens& lens, double aspect)
+{
+    if (!lens.orthographic) return osg::Matrixd::perspective(kFieldOfView, aspect, kNear, kFar);
+    const double up = lens.height / 2;
+    return osg::Matrixd::ortho(-up * aspect, up * aspect, -up, up, kNear, kFar);
+}
+
+Lens orthographicLens(const Look& look, const osg::BoundingBoxd& bounds, double aspect)
+{
+    const osg::Matrixd view = osg::Matrixd::lookAt(look.eye, look.center, look.up);
+    double reach = 0;
+    for (unsigned i = 0; i < 8; ++i) {
+        const osg::Vec3d corner = bounds.corner(i) * view;
+        reach = std::max({reach, std::abs(corner.x()) / aspect, std::abs(corner.y())});
+    }
+    constexpr double kHeightOfAPoint = 10.0; // of a single point: any height frames it
+    return {true, reach > 0 ? 2 * reach / kFill : kHeightOfAPoint};
+}
+
+Look withAllInFront(const Look& look, const osg::BoundingBoxd& bounds)
+{
+    osg::Vec3d back = look.eye - look.center;
+    back.normalize();
+    double missing = 0;
+    for (unsigned i = 0; i < 8; ++i)
+        missing = std::max(missing, (bounds.corner(i) - look.eye) * back + 2 * kNear);
+    return {look.eye + back * missing, look.center, look.up};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <osg/BoundingBox>
+#include <osg/Matrixd>
 #include <osg/Vec3d>
 
 /// Vertical field of view of the viewer, degrees. The resolution lengths in stores are calibrated for it.
@@ -12,6 +13,13 @@ struct Look
     osg::Vec3d eye;
     osg::Vec3d center;
     osg::Vec3d up;
+};
+
+/// How the camera projects.
+struct Lens
+{
+    bool orthographic = false; ///< parallel; a perspective of kFieldOfView otherwise
+    double height = 0;         ///< world units from the lower to the upper edge of an orthographic picture
 };
 
 /// What `--view` asks for.
@@ -32,3 +40,13 @@ struct CameraView
 /// The camera of `view`. The named views stand as near as the whole of `bounds` allows in a picture of
 /// `aspect` = width / height.
 Look lookAt(const CameraView& view, const osg::BoundingBoxd& bounds, double aspect);
+
+/// The projection of a picture of `aspect` = width / height.
+osg::Matrixd projectionOf(const Lens& lens, double aspect);
+
+/// An orthographic lens for `look` whose picture shows all of `bounds`.
+Lens orthographicLens(const Look& look, const osg::BoundingBoxd& bounds, double aspect);
+
+/// `look` with the eye moved straight back to before all of `bounds`: an orthographic camera shows the same
+/// from there, and has nothing behind it.
+Look withAllInFront(const Look& look, const osg::BoundingBoxd& bounds);

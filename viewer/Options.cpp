@@ -12,9 +12,6 @@ using VelBrx::Status;
 
 namespace {
 
-constexpr int kLargestPicture = 32768;
-constexpr double kLongestTimeout = 1e6; // seconds
-
 /// Takes `name` and its value out of the arguments; empty when the option is not there.
 Status takeValue(osg::ArgumentParser& arguments, const std::string& name, std::optional<std::string>& value)
 {
@@ -118,12 +115,12 @@ bool parse(const std::string& text, CameraView& view)
     return true;
 }
 
-bool parse(const std::string& text, RenderRequest& request)
+bool parse(const std::string& text, PictureSize& size)
 {
     const size_t separator = text.find('x');
     return separator != std::string::npos &&
-           parse(text.substr(0, separator), 1, kLargestPicture, request.width) &&
-           parse(text.substr(separator + 1), 1, kLargestPicture, request.height);
+           parse(text.substr(0, separator), 1, kLargestPicture, size.width) &&
+           parse(text.substr(separator + 1), 1, kLargestPicture, size.height);
 }
 
 /// Takes an option out of the arguments and hands its value to `accept`, which returns false for a value that
@@ -138,31 +135,35 @@ Status takeOption(osg::ArgumentParser& arguments, const std::string& name, const
     return Status::failure(name + " " + *value + ": expected " + expected);
 }
 
-Status readRender(osg::ArgumentParser& arguments, Options& options)
+Status readHeadless(osg::ArgumentParser& arguments, Options& options)
 {
-    RenderRequest request;
-    bool detailed = false;
-    const auto output = [&](const std::string& text) {
-        request.output = text;
+    HeadlessRequest request;
+    bool timed = false;
+    const auto picture = [&](const std::string& text) {
+        request.picture = text;
         return !text.empty();
     };
-    const auto size = [&](const std::string& text) {
-        detailed = true;
-        return parse(text, request);
+    const auto script = [&](const std::string& text) {
+        request.script = text;
+        return !text.empty();
     };
+    const auto size = [&](const std::string& text) { return request.sized = parse(text, request.size); };
     const auto timeout = [&](const std::string& text) {
-        detailed = true;
+        timed = true;
         return parse(text, request.timeoutSeconds) && request.timeoutSeconds > 0 &&
                request.timeoutSeconds <= kLongestTimeout;
     };
-    Status status = takeOption(arguments, "--render", "the name of a picture", output);
+    Status status = takeOption(arguments, "--render", "the name of a picture", picture);
+    if (status) status = takeOption(arguments, "--script", "the name of a file", script);
     if (status) status = takeOption(arguments, "--size", "WIDTHxHEIGHT, such as 1920x1080", size);
     if (status) status = takeOption(arguments, "--timeout", "a number of seconds", timeout);
     if (!status) return status;
-    if (!request.output.empty())
-        options.render = request;
-    else if (detailed)
-        return Status::failure("--size and --timeout belong to --render OUT.png");
+    if (!request.picture.empty() && !request.script.empty())
+        return Status::failure("--render and --script exclude each other; a script has a render operation");
+    if (!request.picture.empty() || !request.script.empty())
+        options.headless = request;
+    else if (request.sized || timed)
+        return Status::failure("--size and --timeout belong to --render OUT.png and --script FILE");
     return Status();
 }
 
@@ -194,7 +195,7 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         status = takeOption(arguments, "--view", "top, north, iso or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
                             into(options.view));
     }
-    if (status) status = readRender(arguments, options);
+    if (status) status = readHeadless(arguments, options);
     return status;
 }
 
@@ -244,11 +245,15 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption("--render OUT.png",
                                "Draw a picture and end; needs no display. Prints the points "
                                "and cells drawn.");
-    usage.addCommandLineOption("--size WxH", "Size of that picture. Default: 1280x720.");
+    usage.addCommandLineOption(
+        "--script FILE", "Run the operations of a JSON file, or of standard input for -, and end; needs "
+                         "no display. See docs/scripting.md.");
+    usage.addCommandLineOption("--size WxH",
+                               "Size of the picture, or of a script's pictures. Default: 1280x720.");
     usage.addCommandLineOption("--timeout SECONDS",
-                               "Give up when the picture is not complete by then. Default: "
+                               "Give up when a picture is not complete by then. Default: "
                                "300.");
-    usage.addCommandLineOption("--force", "Replace the picture, or a store that is older than its LAS file.");
+    usage.addCommandLineOption("--force", "Replace pictures, or a store that is older than its LAS file.");
     usage.addCommandLineOption("--window X Y W H", "Place and size of the window, pixels.");
     usage.addCommandLineOption("--screen N", "Show on this screen, whole.");
     usage.addCommandLineOption("--SingleThreaded, --CullDrawThreadPerContext, --DrawThreadPerContext",

@@ -15,12 +15,22 @@
 
 constexpr int kLargestPointSize = 64; ///< pixels
 
-/// A picture to draw instead of opening a window.
-struct RenderRequest
+constexpr int kLargestPicture = 32768;  ///< pixels on a side
+constexpr double kLongestTimeout = 1e6; ///< seconds
+
+struct PictureSize
 {
-    std::string output;
     int width = 1280;
     int height = 720;
+};
+
+/// What to do instead of opening a window: draw a picture, or run a script.
+struct HeadlessRequest
+{
+    std::string picture; ///< file to draw; empty with a script
+    std::string script;  ///< file to run
+    PictureSize size;
+    bool sized = false; ///< the size was asked for
     double timeoutSeconds = 300;
 };
 
@@ -36,7 +46,7 @@ struct Options
     bool legend = true;
     std::string normals; ///< companion file of the only store
     CameraView view;
-    std::optional<RenderRequest> render;
+    std::optional<HeadlessRequest> headless;
     bool force = false; ///< replace files that exist
 };
 

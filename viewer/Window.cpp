@@ -109,7 +109,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
 void setUpCamera(osg::Camera& camera, double aspect)
 {
     camera.setClearColor(osg::Vec4(0.11f, 0.12f, 0.14f, 1.0f));
-    camera.setProjectionMatrixAsPerspective(kFieldOfView, aspect, 1.0, 1e6);
+    camera.setProjectionMatrix(projectionOf(Lens(), aspect));
     // A cell that is small on the screen still has its points.
     camera.setCullingMode(camera.getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);
     camera.setNearFarRatio(1e-4);

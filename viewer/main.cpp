@@ -1,7 +1,10 @@
 #include "viewer/Notices.h"
 #include "viewer/Options.h"
+#include "viewer/PictureView.h"
 #include "viewer/Render.h"
 #include "viewer/Scene.h"
+#include "viewer/Script.h"
+#include "viewer/ScriptRunner.h"
 #include "viewer/StoreCache.h"
 #include "viewer/Window.h"
 
@@ -22,15 +25,21 @@ bool hasDisplay()
     return display && *display;
 }
 
+bool isScript(const Options& options)
+{
+    return options.headless && !options.headless->script.empty();
+}
+
 /// Checks all that can be checked before the first file is opened.
-Status checkOptions(osg::ArgumentParser& arguments, Options& options)
+Status checkOptions(osg::ArgumentParser& arguments, Options& options, script::Script& script)
 {
     if (Status status = readOptions(arguments, options); !status) return status;
-    if (options.render) return checkRenderOutput(options);
+    if (isScript(options)) return script::read(options, script);
+    if (options.headless) return checkPicturePath(options.headless->picture, options.force);
     if (!hasDisplay()) {
         return Status::failure(
             "there is no display to open a window on; --render OUT.png draws a picture without "
-            "one");
+            "one, and --script FILE edits");
     }
     return Status();
 }
@@ -39,13 +48,14 @@ Status checkOptions(osg::ArgumentParser& arguments, Options& options)
 osg::ref_ptr<osgViewer::Viewer> makeViewer(osg::ArgumentParser& arguments, const Options& options)
 {
     const QuietNotices quiet;
-    return options.render ? new osgViewer::Viewer : new osgViewer::Viewer(arguments);
+    return options.headless ? new osgViewer::Viewer : new osgViewer::Viewer(arguments);
 }
 
 Status run(osg::ArgumentParser& arguments)
 {
     Options options;
-    if (Status status = checkOptions(arguments, options); !status) return status;
+    script::Script script;
+    if (Status status = checkOptions(arguments, options, script); !status) return status;
 
     const osg::ref_ptr<osgViewer::Viewer> viewer = makeViewer(arguments, options);
     if (Status status = readInputs(arguments, options); !status) return status;
@@ -57,7 +67,9 @@ Status run(osg::ArgumentParser& arguments)
     }
     Scene scene;
     if (Status status = scene.load(stores, options); !status) return status;
-    return options.render ? render(*viewer, scene, options) : runInWindow(*viewer, scene, options, arguments);
+    if (isScript(options)) return script::run(script, *viewer, scene, options);
+    return options.headless ? render(*viewer, scene, options)
+                            : runInWindow(*viewer, scene, options, arguments);
 }
 
 } // namespace

@@ -1,0 +1,202 @@
+#include "viewer/Script.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using VelBrx::Status;
+
+namespace {
+
+/// A script read from a file of its own.
+struct ReadScript
+{
+    explicit ReadScript(const std::string& text, const HeadlessRequest& request = {})
+    {
+        std::ofstream(folder.file("edit.json")) << text;
+        options.headless = request;
+        options.headless->script = folder.file("edit.json");
+        status = script::read(options, script);
+    }
+
+    const TempFolder folder;
+    Options options;
+    script::Script script;
+    Status status;
+};
+
+struct BadScript
+{
+    std::string text;
+    std::string said; ///< what the message must contain after the file's name
+};
+
+class RefusedScript : public testing::TestWithParam<BadScript>
+{
+};
+
+const std::string kTriangle = R"("polygon": [[1, 2], [30, 4], [5, 60]])";
+
+std::string cull(const std::string& members)
+{
+    return R"([{"op": "cull", )" + members + "}]";
+}
+
+std::string classify(const std::string& members)
+{
+    return R"([{"op": "classify", )" + kTriangle + ", " + members + "}]";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    NotJson, RefusedScript,
+    testing::Values(BadScript{"", ": is no JSON: parse error at line 1"},
+                    BadScript{"[{]", ": is no JSON: parse error at line 1, column 3"},
+                    BadScript{"[NaN]", ": is no JSON: "},
+                    BadScript{R"([{"op": "settle"},])", ": is no JSON: "},
+                    BadScript{"[\"\xff\xfe\"]", ": is no JSON: "},
+                    BadScript{R"([{"op": "pointSize", "pixels": 1e999}])", ": is no JSON: number overflow"},
+                    BadScript{R"([{"op": "undo", "op": "reset"}])", ": \"op\" stands twice in one object"},
+                    BadScript{R"({"op": "undo"})", ": expected a list of operations"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Operation, RefusedScript,
+    testing::Values(
+        BadScript{"[7]", ": operation 1: expected an object"},
+        BadScript{R"([{"op": "settle"}, {}])", ": operation 2: \"op\" is missing"},
+        BadScript{R"([{"op": "remove"}])", ": operation 1: \"op\": \"remove\" is no operation"},
+        BadScript{R"([{"op": 3}])", ": operation 1: \"op\": 3 is no operation"},
+        BadScript{R"([{"op": "a\nb"}])", R"("a\nb" is no operation)"},
+        BadScript{R"([{"op": "undo", "times": 3}])", ": operation 1 (undo): \"times\" is no member of it"},
+        BadScript{R"([{"op": "mode"}])", ": operation 1 (mode): \"mode\" is missing"},
+        BadScript{R"([{"op": "mode", "mode": "sepia"}])", R"("mode": expected one of "rgb", "single")"},
+        BadScript{R"([{"op": "edl", "on": 1}])", "\"on\": expected true or false"},
+        BadScript{R"([{"op": "pointSize", "pixels": 65}])",
+                  "\"pixels\": expected a whole number from 1 to 64"},
+        BadScript{R"([{"op": "pointSize", "pixels": 2.5}])", "expected a whole number"},
+        BadScript{R"([{"op": "showClasses", "classes": []}])", "\"classes\": expected a list of classes"},
+        BadScript{R"([{"op": "showClasses", "classes": [2, 256]}])",
+                  "\"classes\": expected a whole number from 0 to 255"},
+        BadScript{R"([{"op": "clip", "planes": [[1, 2, 3]]}])", "\"planes\": expected 4 numbers"},
+        BadScript{R"([{"op": "clip", "planes": [[0, 0, 0, 1]]}])", "\"planes\": a plane needs a normal"},
+        BadScript{R"([{"op": "segment", "hide": "all"}])", R"("hide": expected one of "selected", "others")"},
+        BadScript{R"([{"op": "render", "file": ""}])", "\"file\": expected a text"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Camera, RefusedScript,
+    testing::Values(
+        BadScript{R"([{"op": "camera"}])", "\"eye\" is missing"},
+        BadScript{R"([{"op": "camera", "view": "south"}])",
+                  R"("view": expected one of "top", "north", "iso")"},
+        BadScript{R"([{"op": "camera", "view": "top", "up": [0, 0, 1]}])", "\"up\" is no member of it"},
+        BadScript{R"([{"op": "camera", "eye": [0, 0, 9], "center": [0, 0, 0], "up": [0, 0, 1]}])",
+                  "\"up\": expected a direction"},
+        BadScript{R"([{"op": "camera", "eye": [0, 0], "center": [0, 0, 0], "up": [0, 1, 0]}])",
+                  "\"eye\": expected 3 numbers"},
+        BadScript{R"([{"op": "camera", "view": "top", "projection": "fisheye"}])",
+                  "\"projection\": expected"},
+        BadScript{R"([{"op": "camera", "view": "top", "height": 9}])", "\"height\" is no member of it"},
+        BadScript{R"([{"op": "camera", "view": "top", "projection": "orthographic", "height": 0}])",
+                  "\"height\": expected a number above 0"},
+        BadScript{R"([{"op": "window", "width": 0, "height": 9}])", "\"width\": expected a whole number"},
+        BadScript{R"([{"op": "settle"}, {"op": "window", "width": 9, "height": 9}])",
+                  ": operation 2 (window): the window's size can only be set by the first operation"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Edit, RefusedScript,
+    testing::Values(
+        BadScript{R"([{"op": "cull"}])", ": operation 1 (cull): \"polygon\" is missing"},
+        BadScript{cull(R"("polygon": [[1, 2], [3, 4]])"), "expected a list of at least 3 items"},
+        BadScript{cull(R"("polygon": [[1, 2], [3, 4], [5]])"),
+                  "expected 2 numbers, none beyond 1e12 as item 3"},
+        BadScript{cull(R"("polygon": [[1, 2], [3, null], [5, 6]])"), "as item 2"},
+        BadScript{cull(R"("polygon": [[1, 2], [3, 1e300], [5, 6]])"), "as item 2"},
+        BadScript{cull(R"("worldPolygon": [[1, 2], [3, 4], [5, 6]])"), "expected 3 numbers"},
+        BadScript{cull(kTriangle + R"(, "worldPolygon": [[1, 2, 3], [3, 4, 5], [5, 6, 7]])"),
+                  "\"polygon\" and \"worldPolygon\" exclude each other"},
+        BadScript{cull(kTriangle + R"(, "side": "left")"), R"("side": expected one of "inside", "outside")"},
+        BadScript{R"([{"op": "line", "line": [[1, 2]]}])", "\"line\": expected a list of at least 2 items"},
+        BadScript{R"([{"op": "line", "line": [[1, 2], [3, 4]], "width": 0}])",
+                  "\"width\": expected a number above 0"},
+        BadScript{classify(R"("from": [2])"), "\"to\" is missing"},
+        BadScript{classify(R"("to": -1)"), "\"to\": expected a whole number from 0 to 255"},
+        BadScript{classify(R"("to": 18446744073709551615)"), "\"to\": expected a whole number from 0 to 255"},
+        BadScript{classify(R"("to": "2")"), "\"to\": expected a whole number from 0 to 255"},
+        BadScript{classify(R"("to": 2, "from": [255])"), "\"from\": expected a whole number from 0 to 254"},
+        BadScript{classify(R"("to": 2, "from": 1)"), "\"from\": expected a list of classes"},
+        BadScript{classify(R"("to": 2, "dryRun": "yes")"), "\"dryRun\": expected true or false"}));
+
+} // namespace
+
+TEST_P(RefusedScript, IsToldInOneLineThatNamesFileAndOperation)
+{
+    const ReadScript read(GetParam().text);
+    ASSERT_FALSE(read.status);
+    const std::string& message = read.status.message();
+    EXPECT_EQ(message.rfind(read.folder.file("edit.json") + ": ", 0), 0u) << message;
+    EXPECT_NE(message.find(GetParam().said), std::string::npos) << message;
+    EXPECT_EQ(message.find('\n'), std::string::npos) << message;
+}
+
+TEST(Script, RefusesPicturesThatCannotBeWritten)
+{
+    const TempFolder folder;
+    std::ofstream(folder.file("there.png")) << "mine";
+    const auto render = [&](const std::string& name) {
+        return R"({"op": "render", "file": ")" + folder.file(name) + "\"}";
+    };
+    const auto message = [&](const std::string& steps) {
+        return ReadScript("[" + steps + "]").status.message();
+    };
+    EXPECT_NE(message(render("there.png")).find("(render): " + folder.file("there.png") + ": exists"),
+              std::string::npos);
+    EXPECT_NE(message(render("new.xyz")).find("no picture format"), std::string::npos);
+    EXPECT_NE(message(render("none/new.png")).find("its folder does not exist"), std::string::npos);
+    EXPECT_NE(message(render("new.png") + "," + render("./new.png")).find("operation 2 (render): "),
+              std::string::npos);
+    EXPECT_EQ(message(render("new.png") + "," + render("newer.png")), "");
+}
+
+TEST(Script, CannotBeReadFromWhatIsNoFile)
+{
+    Options options;
+    options.headless.emplace();
+    script::Script script;
+    for (const std::string& name : {std::string("/nowhere/edit.json"), std::string("/")}) {
+        options.headless->script = name;
+        EXPECT_EQ(script::read(options, script).message(), name + ": cannot be read");
+    }
+}
+
+TEST(Script, SetsTheSizeOfItsWindowUnlessTheCommandLineDoes)
+{
+    const std::string text = R"([{"op": "window", "width": 300, "height": 200}])";
+    const ReadScript own(text);
+    ASSERT_TRUE(own.status) << own.status.message();
+    EXPECT_EQ(own.options.headless->size.width, 300);
+    EXPECT_EQ(own.options.headless->size.height, 200);
+    HeadlessRequest sized;
+    sized.sized = true;
+    EXPECT_NE(ReadScript(text, sized).status.message().find("given by --size already"), std::string::npos);
+}
+
+TEST(Script, KeepsEveryValueOfItsOperations)
+{
+    const ReadScript read(R"([
+        {"op": "classify", "polygon": [[1, 2], [30.5, 4], [5, -60]], "from": [1, 2], "to": 255, "dryRun": true},
+        {"op": "cull", "worldPolygon": [[1, 2, 3], [4, 5, 6], [7, 8, 9e5]], "side": "outside"},
+        {"op": "camera", "view": "north", "projection": "orthographic", "height": 12.5}])");
+    ASSERT_TRUE(read.status) << read.status.message();
+    const auto& classify = std::get<script::Classify>(read.script.steps[0].operation);
+    EXPECT_EQ(classify.polygon.pixels, (std::vector<osg::Vec2d>{{1, 2}, {30.5, 4}, {5, -60}}));
+    EXPECT_EQ(classify.from, (std::vector<int>{1, 2}));
+    EXPECT_EQ(classify.to, 255);
+    EXPECT_TRUE(classify.dryRun);
+    const auto& cull = std::get<script::Cull>(read.script.steps[1].operation);
+    EXPECT_EQ(cull.polygon.world, (std::vector<osg::Vec3d>{{1, 2, 3}, {4, 5, 6}, {7, 8, 9e5}}));
+    EXPECT_FALSE(cull.inside);
+    const auto& camera = std::get<script::Camera>(read.script.steps[2].operation);
+    EXPECT_EQ(camera.view.kind, CameraView::NORTH);
+    EXPECT_TRUE(camera.orthographic);
+    EXPECT_EQ(camera.height, 12.5);
+}

@@ -1,0 +1,108 @@
+#include "tests/support/ReadFile.h"
+#include "tests/support/RunProgram.h"
+#include "tests/support/TempFolder.h"
+#include "viewer/Script.h"
+
+#include <VelBrx/SampleSurvey.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <set>
+#include <sstream>
+
+using nlohmann::json;
+
+namespace {
+
+std::string page()
+{
+    const std::vector<uint8_t> bytes = readFile(VELBRX_SOURCE_DIR "/docs/scripting.md");
+    return std::string(bytes.begin(), bytes.end());
+}
+
+/// The blocks of the page in a language.
+std::vector<std::string> blocks(const std::string& text, const std::string& language)
+{
+    const std::string open = "```" + language + "\n";
+    std::vector<std::string> found;
+    for (size_t begin = text.find(open); begin != std::string::npos; begin = text.find(open, begin)) {
+        begin += open.size();
+        found.push_back(text.substr(begin, text.find("```", begin) - begin));
+    }
+    return found;
+}
+
+std::vector<json> linesOf(const std::string& output)
+{
+    std::vector<json> lines;
+    std::istringstream stream(output);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(json::parse(line));
+    return lines;
+}
+
+std::set<std::string> membersOf(const json& object)
+{
+    std::set<std::string> names;
+    for (const auto& [name, value] : object.items())
+        names.insert(name);
+    return names;
+}
+
+} // namespace
+
+TEST(ScriptingPage, ShowsScriptsThatRunAndTheLinesThatTheyPrint)
+{
+    const TempFolder folder;
+    VelBrx::SampleOptions sample;
+    sample.output = folder.file("survey.las");
+    sample.points = 100000;
+    ASSERT_TRUE(VelBrx::writeSampleSurvey(sample));
+
+    std::set<std::string> shown;
+    std::vector<json> printed;
+    const std::vector<std::string> examples = blocks(page(), "json");
+    for (size_t i = 0; i < examples.size(); ++i) {
+        const std::vector<uint8_t> text(examples[i].begin(), examples[i].end());
+        folder.write("edit.json", text);
+        const ProgramResult result = runProgram(
+            {"env", "-C", folder.path(), BRXVIEW, "--force", "--script", "edit.json", "survey.las"},
+            {"DISPLAY"});
+        ASSERT_EQ(result.exitStatus, 0) << examples[i] << result.out << result.err;
+        const std::vector<json> lines = linesOf(result.out);
+        const json steps = json::parse(examples[i]);
+        ASSERT_EQ(lines.size(), steps.size() + 1) << result.out;
+        for (size_t step = 0; step < steps.size(); ++step) {
+            EXPECT_EQ(lines[step]["operation"], step + 1);
+            EXPECT_EQ(lines[step]["op"], steps[step]["op"]);
+            shown.insert(steps[step]["op"]);
+            const bool draws = steps[step].contains("file");
+            EXPECT_TRUE(!draws || std::filesystem::exists(folder.file(steps[step]["file"]))) << examples[i];
+        }
+        printed.insert(printed.end(), lines.begin(), lines.end());
+    }
+    const std::vector<std::string> names = script::operationNames();
+    EXPECT_EQ(shown, std::set<std::string>(names.begin(), names.end()));
+
+    for (const std::string& block : blocks(page(), "jsonl")) {
+        for (const json& line : linesOf(block)) {
+            const bool found = std::any_of(printed.begin(), printed.end(), [&](const json& other) {
+                return membersOf(other) == membersOf(line) && other.value("op", "") == line.value("op", "");
+            });
+            EXPECT_TRUE(found) << line;
+        }
+    }
+}
+
+TEST(ScriptingPage, ShowsAMessageAsItIs)
+{
+    const TempFolder folder;
+    const std::string text = R"([{"op": "settle"}, {"op": "settle"}, {"op": "cull", "polygon": []}])";
+    folder.write("edit.json", std::vector<uint8_t>(text.begin(), text.end()));
+    const ProgramResult result =
+        runProgram({"env", "-C", folder.path(), BRXVIEW, "--script", "edit.json", "survey.brx"}, {"DISPLAY"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(page().find("\n" + result.err), std::string::npos) << result.err;
+}
