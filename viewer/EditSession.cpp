@@ -11,6 +11,8 @@
 #include <VelOsgDBBrx/ResetCmd.h>
 #include <VelOsgDBBrx/UndoCmd.h>
 
+#include <OpenThreads/ScopedLock>
+
 #include <algorithm>
 #include <chrono>
 #include <thread>
@@ -45,6 +47,17 @@ uint64_t sum(const std::map<std::string, uint64_t>& counts)
     return all;
 }
 
+/// Tells the octree where it stands in the world, which it otherwise learns when it is first drawn: a cloud
+/// that never came into view is edited too.
+void placeOctree(IPointCloud& cloud)
+{
+    const osg::MatrixList localToWorld = cloud.getWorldMatrices();
+    if (localToWorld.empty()) return;
+    OctreeInfo& octree = *cloud.getOctree();
+    const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
+    octree.transform = localToWorld.front();
+}
+
 osg::ref_ptr<Category> classRequest(int32_t kind)
 {
     const osg::ref_ptr<Category> request = new Category;
@@ -59,6 +72,7 @@ EditSession::EditSession(Scene& scene, osgViewer::Viewer& viewer) : _scene(scene
     CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
     PCViewerManager::getInstance()->registerViewer(&viewer, kViewerUid);
     for (const Scene::Cloud& cloud : scene.clouds()) {
+        placeOctree(*cloud.node);
         _uids.push_back(uidOf(cloud, _uids.size()));
         CategoryCalcTool::getInstance()->registerCloud(_uids.back(), cloud.node);
         PCViewerManager::getInstance()->registerViewer(&viewer, _uids.back());
@@ -163,10 +177,18 @@ void EditSession::concludeCommands(Running& running) const
 void EditSession::concludeCull(Running& running, Edit::Kind kind)
 {
     concludeCommands(running);
+    noteSegment(running.outcome);
     if (running.outcome.points > 0)
         _journal.push_back({kind, running.outcome.operation});
     else // the manager keeps it for undo all the same; taking it back now changes nothing
         CullCmdManager::getInstance()->push(new UndoCmd(kNobodyWaits));
+}
+
+/// A segment is a matter of the picture, which people may forget.
+void EditSession::noteSegment(EditOutcome& outcome) const
+{
+    if (outcome.ok && outcome.message.empty() && _selections.front().hasSegment())
+        outcome.message = "also of points that the segment leaves out of the picture";
 }
 
 bool EditSession::select(const Polygon& polygon, bool add)
@@ -291,6 +313,7 @@ void EditSession::concludeClasses(Running& running, bool dryRun)
     if (outcome.ok && !readOnlyStores().empty())
         outcome.message =
             readOnlyStores() + " cannot be written: make it writable before saving, or its changes are lost";
+    noteSegment(outcome);
 }
 
 bool EditSession::undo()
@@ -327,7 +350,11 @@ void EditSession::takeBack(Running& running, const Edit& edit)
     case Edit::CLASSES:
         for (unsigned i = 0; i < edit.requests; ++i)
             running.work.push(classRequest(Category::UNDO));
-        running.conclude = [](Running& ended) { ended.outcome.points = ended.work.counts().changed; };
+        running.conclude = [](Running& ended) {
+            ended.outcome.points = ended.work.counts().changed;
+            if (const VelBrx::Status status = ended.work.status(); !status)
+                refuse(ended.outcome, status.message());
+        };
         break;
     }
 }

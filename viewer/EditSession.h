@@ -168,6 +168,7 @@ private:
     void concludeCull(Running& running, Edit::Kind kind);
     void concludeClasses(Running& running, bool dryRun);
     void concludeLine(Running& running, const Polygon& vertices, double width);
+    void noteSegment(EditOutcome& outcome) const;
     void takeBack(Running& running, const Edit& edit);
     void dropSelection();
     std::string readOnlyStores() const;

@@ -44,7 +44,7 @@ bool TestSurvey::write(const std::string& path) const
             put(bytes, record + 4, static_cast<int32_t>(std::lround(row / kScale)));
             put(bytes, record + 8, static_cast<int32_t>(std::lround(heightOf(column) / kScale)));
             put<uint8_t>(bytes, record + 14, 1 | 1 << 3);
-            put<uint8_t>(bytes, record + 15, 2);
+            put(bytes, record + 15, static_cast<uint8_t>(2 + column % classes));
             put<uint16_t>(bytes, record + 20, red);
             put<uint16_t>(bytes, record + 22, green);
             put<uint16_t>(bytes, record + 24, blue);

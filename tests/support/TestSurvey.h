@@ -16,6 +16,7 @@ struct TestSurvey
     uint8_t red = 255;
     uint8_t green = 128;
     uint8_t blue = 0;
+    int classes = 1; ///< columns have the classes 2, 3, ... in turn, so many of them
 
     /// Height of a column of points above `z`, metres.
     double heightOf(int column) const { return slope * column + (2 * column >= side ? step : 0.0); }

@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
-ShownSurvey::ShownSurvey(osgViewer::ViewerBase::ThreadingModel threading) : host(kSize, kSize, threading)
+ShownSurvey::ShownSurvey(osgViewer::ViewerBase::ThreadingModel threading, int classes)
+    : host(kSize, kSize, threading)
 {
+    survey.classes = classes;
     survey.side = 20;
     survey.slope = 0.125;
     EXPECT_TRUE(survey.write(folder.file("grid.las")));

@@ -16,7 +16,8 @@ struct ShownSurvey
     static constexpr int kSize = 200;
 
     explicit ShownSurvey(
-        osgViewer::ViewerBase::ThreadingModel threading = osgViewer::ViewerBase::SingleThreaded);
+        osgViewer::ViewerBase::ThreadingModel threading = osgViewer::ViewerBase::SingleThreaded,
+        int classes = 1);
 
     /// Draws until all points are there.
     void show();
@@ -26,6 +27,9 @@ struct ShownSurvey
 
     /// Where a world position is in the window, y up.
     osg::Vec3d onScreen(const osg::Vec3d& world);
+
+    /// Path of the store on show.
+    std::string store() const { return folder.file("grid.las.brx"); }
 
     const TempFolder folder;
     TestSurvey survey;

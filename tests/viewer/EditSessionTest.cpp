@@ -1,0 +1,365 @@
+#include "viewer/EditSession.h"
+
+#include "tests/viewer/ShownSurvey.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include <unistd.h>
+
+using VelOsgDBBrx::Type;
+
+namespace {
+
+using Polygon = EditSession::Polygon;
+
+/// What the store's file has of a point, read as any LAS reader would.
+struct StoredPoint
+{
+    osg::Vec3d position;
+    bool hidden;
+    int classCode;
+};
+
+template <class T>
+T fieldAt(const std::string& bytes, size_t position)
+{
+    T value;
+    std::memcpy(&value, bytes.data() + position, sizeof value);
+    return value;
+}
+
+std::vector<StoredPoint> readStore(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    const auto start = fieldAt<uint32_t>(bytes, 96);
+    std::vector<StoredPoint> points(fieldAt<uint64_t>(bytes, 247));
+    for (size_t i = 0; i < points.size(); ++i) {
+        const size_t record = start + 36 * i;
+        for (unsigned axis = 0; axis < 3; ++axis)
+            points[i].position[axis] =
+                fieldAt<int32_t>(bytes, record + 4 * axis) * fieldAt<double>(bytes, 131 + 8 * axis) +
+                fieldAt<double>(bytes, 155 + 8 * axis);
+        points[i].hidden = bytes[record + 15] & 0x0f;
+        points[i].classCode = static_cast<uint8_t>(bytes[record + 16]);
+    }
+    return points;
+}
+
+bool contains(const Polygon& polygon, double x, double y)
+{
+    bool inside = false;
+    for (size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
+        const osg::Vec2d& a = polygon[i];
+        const osg::Vec2d& b = polygon[j];
+        if ((a.y() > y) != (b.y() > y) && x < (b.x() - a.x()) * (y - a.y()) / (b.y() - a.y()) + a.x())
+            inside = !inside;
+    }
+    return inside;
+}
+
+/// A corner of the window: mirrored or turned, it covers other points.
+const Polygon kCorner = {{0, 100}, {0, 200}, {130, 200}};
+const Polygon kAll = {{-10, -10}, {210, -10}, {210, 210}, {-10, 210}};
+
+class EditSessionTest : public testing::Test
+{
+protected:
+    void show()
+    {
+        shown.show();
+        session.emplace(shown.scene, *shown.host.viewer);
+    }
+
+    /// Unsaved classes belong to the process.
+    void TearDown() override
+    {
+        if (!session) return;
+        session->undoAll();
+        session->wait();
+    }
+
+    std::vector<bool> under(const Polygon& polygon)
+    {
+        std::vector<bool> result;
+        for (const StoredPoint& point : readStore(shown.store())) {
+            const osg::Vec3d window = shown.onScreen(point.position);
+            result.push_back(contains(polygon, window.x(), window.y()));
+        }
+        return result;
+    }
+
+    std::vector<bool> hidden()
+    {
+        std::vector<bool> result;
+        for (const StoredPoint& point : readStore(shown.store()))
+            result.push_back(point.hidden);
+        return result;
+    }
+
+    std::map<int, size_t> pointsByClass()
+    {
+        std::map<int, size_t> counts;
+        for (const StoredPoint& point : readStore(shown.store()))
+            ++counts[point.classCode];
+        return counts;
+    }
+
+    /// Waits for the operation that a call has started.
+    EditOutcome done(bool started)
+    {
+        EXPECT_TRUE(started);
+        return session->wait();
+    }
+
+    EditOutcome reclassify(const Polygon& polygon, int toClass, std::vector<int> fromClasses = {},
+                           bool dryRun = false)
+    {
+        return done(session->reclassify(polygon, {toClass, std::move(fromClasses), dryRun}));
+    }
+
+    static uint64_t count(const std::vector<bool>& set)
+    {
+        return static_cast<uint64_t>(std::count(set.begin(), set.end(), true));
+    }
+
+    /// Pixels of points in the picture.
+    int drawn()
+    {
+        EXPECT_TRUE(shown.services->settle(*shown.host.viewer, std::chrono::seconds(60)));
+        return countOtherThan(*shown.host.picture(), osg::Vec3ub(28, 31, 36));
+    }
+
+    ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
+    std::optional<EditSession> session; ///< ends before the viewer
+};
+
+} // namespace
+
+TEST_F(EditSessionTest, HidesAndBringsBackExactlyThePointsUnderThePolygon)
+{
+    show();
+    const std::vector<bool> corner = under(kCorner);
+    ASSERT_GT(count(corner), 20u);
+    EditOutcome outcome = done(session->hide(kCorner, Type::INSIDE));
+    EXPECT_TRUE(outcome.ok) << outcome.message;
+    EXPECT_EQ(outcome.operation, "hide inside");
+    EXPECT_EQ(outcome.points, count(corner));
+    EXPECT_EQ(hidden(), corner);
+
+    EXPECT_EQ(done(session->show(kAll)).points, count(corner));
+    EXPECT_EQ(count(hidden()), 0u);
+
+    outcome = done(session->hide(kCorner, Type::OUTSIDE));
+    std::vector<bool> others = corner;
+    others.flip();
+    EXPECT_EQ(outcome.points, count(others));
+    EXPECT_EQ(hidden(), others);
+}
+
+TEST_F(EditSessionTest, FindsThePointsInAViewportThatLiesAnywhereInItsWindow)
+{
+    shown.host.camera().setViewport(60, 15, 130, 90);
+    shown.host.camera().setProjectionMatrixAsPerspective(kFieldOfView, 130.0 / 90, 1, 1e6);
+    show();
+    const Polygon polygon = {{70, 60}, {125, 100}, {125, 60}};
+    const std::vector<bool> expected = under(polygon);
+    ASSERT_GT(count(expected), 5u);
+    EXPECT_EQ(done(session->select(polygon, true)).points, count(expected));
+    EXPECT_EQ(reclassify(polygon, 9).points, count(expected));
+    done(session->hide(polygon, Type::INSIDE));
+    EXPECT_EQ(hidden(), expected);
+}
+
+TEST_F(EditSessionTest, UndoTakesBackTheNewestEditOfWhateverKind)
+{
+    show();
+    const int before = drawn();
+    done(session->hide(kCorner, Type::INSIDE));
+    const int withHole = drawn();
+    EXPECT_LT(withHole, before);
+    reclassify(kAll, 6);
+    done(session->select(kAll, true));
+    done(session->segment(false));
+    EXPECT_EQ(drawn(), 0) << "everything is selected, and left out of the picture";
+    EXPECT_EQ(done(session->hide({{300, 300}, {310, 300}, {300, 310}}, Type::INSIDE)).points, 0u)
+        << "changes nothing, so that there is nothing to undo";
+
+    EXPECT_EQ(done(session->undo()).operation, "undo show all but selected");
+    EXPECT_EQ(drawn(), withHole);
+    EXPECT_EQ(done(session->undo()).operation, "undo select");
+    EXPECT_FALSE(done(session->segment(true)).ok) << "nothing is selected any more";
+    const EditOutcome undone = done(session->undo());
+    EXPECT_EQ(undone.operation, "undo reclassify");
+    EXPECT_EQ(undone.points, 400 - count(under(kCorner)));
+    EXPECT_TRUE(session->unsavedPoints().empty());
+    EXPECT_EQ(drawn(), withHole);
+    EXPECT_EQ(done(session->undo()).operation, "undo hide inside");
+    EXPECT_EQ(drawn(), before);
+    EXPECT_EQ(count(hidden()), 0u);
+    EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
+}
+
+TEST_F(EditSessionTest, UndoAllTakesEverythingBackAndResetShowsEverything)
+{
+    show();
+    const auto classesBefore = pointsByClass();
+    for (const bool reset : {false, true}) {
+        done(session->hide(kCorner, Type::INSIDE));
+        reclassify(kAll, 6, {2});
+        done(session->select(kCorner, true));
+        done(session->hide({{150, 0}, {200, 0}, {200, 80}}, Type::INSIDE));
+        const uint64_t hiddenPoints = count(hidden());
+        const uint64_t reclassified = session->unsavedPoints()[shown.store()];
+        const EditOutcome outcome = done(reset ? session->reset() : session->undoAll());
+        EXPECT_EQ(count(hidden()), 0u);
+        EXPECT_FALSE(done(session->segment(true)).ok) << "nothing is selected";
+        if (reset) {
+            EXPECT_EQ(outcome.points, hiddenPoints);
+            EXPECT_EQ(session->unsavedPoints()[shown.store()], reclassified) << "classes stay";
+            EXPECT_EQ(done(session->undo()).operation, "undo reclassify");
+        } else {
+            EXPECT_EQ(outcome.points, hiddenPoints + reclassified);
+        }
+        EXPECT_TRUE(session->unsavedPoints().empty());
+        EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
+    }
+    EXPECT_EQ(pointsByClass(), classesBefore);
+}
+
+TEST_F(EditSessionTest, ReclassifiesWhatTheOperatorSeesOfTheFromClasses)
+{
+    show();
+    auto expected = pointsByClass(); // classes 2, 3 and 4
+    const EditOutcome dry = reclassify(kAll, 6, {3}, true);
+    EXPECT_EQ(dry.points, expected[3]);
+    EXPECT_EQ(dry.classes->before[3], expected[3]);
+    EXPECT_EQ(dry.classes->after[6], expected[3]);
+    EXPECT_EQ(dry.classes->after[2], expected[2]);
+    EXPECT_TRUE(session->unsavedPoints().empty());
+    EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
+
+    std::bitset<256> shownClasses;
+    shownClasses.set();
+    shownClasses.reset(2);
+    shown.scene.setShownClasses(shownClasses);
+    done(session->hide(kCorner, Type::INSIDE));
+    const EditOutcome edit = reclassify(kAll, 7, {2, 3});
+    EXPECT_EQ(edit.classes->before[2], 0u) << "class 2 is switched off";
+    const uint64_t changed = edit.points;
+    EXPECT_LT(changed, expected[3]) << "some are hidden";
+    EXPECT_EQ(session->unsavedPoints()[shown.store()], changed);
+    EXPECT_EQ(pointsByClass(), expected) << "not saved yet";
+
+    EXPECT_EQ(done(session->save()).points, changed);
+    EXPECT_TRUE(session->unsavedPoints().empty());
+    expected[3] -= changed;
+    expected[7] += changed;
+    EXPECT_EQ(pointsByClass(), expected);
+
+    EXPECT_EQ(done(session->undo()).points, changed);
+    EXPECT_EQ(session->unsavedPoints()[shown.store()], changed) << "the store differs again";
+    done(session->save());
+}
+
+TEST_F(EditSessionTest, PointsOutsideTheClipPlanesStay)
+{
+    show();
+    shown.scene.setClipPlanes({osg::Vec4d(1, 0, 0, -(shown.survey.x + 9.5))});
+    EXPECT_EQ(done(session->hide(kAll, Type::INSIDE)).points, 200u);
+    EXPECT_EQ(done(session->undo()).points, 200u);
+    EXPECT_EQ(reclassify(kAll, 5).points, 200u);
+    done(session->undo());
+}
+
+TEST_F(EditSessionTest, ReadOnlyStoresAreNamedAndLeftAsTheyAre)
+{
+    const std::string copy = shown.folder.file("read-only.brx");
+    std::filesystem::copy_file(shown.store(), copy);
+    std::filesystem::permissions(shown.folder.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(copy, std::filesystem::perms(0444));
+    constexpr uid_t kNobody = 65534;
+    const bool isSuperuser = geteuid() == 0; // who may write every file
+    if (isSuperuser) {
+        ASSERT_EQ(seteuid(kNobody), 0);
+    }
+    Scene scene;
+    ASSERT_TRUE(scene.load({copy}, Options()));
+    session.emplace(scene, *shown.host.viewer);
+    const auto namesTheStore = [&](const EditOutcome& outcome) {
+        return outcome.message.rfind(copy + " cannot be written", 0) == 0 ||
+               outcome.message.rfind(copy + ": cannot be written", 0) == 0;
+    };
+    EditOutcome outcome = done(session->hide(kAll, Type::INSIDE));
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(outcome.points, 0u);
+    EXPECT_TRUE(namesTheStore(outcome)) << outcome.message;
+    EXPECT_EQ(count(hidden()), 0u);
+
+    outcome = reclassify(kAll, 8);
+    EXPECT_TRUE(outcome.ok);
+    EXPECT_EQ(outcome.points, 400u);
+    EXPECT_TRUE(namesTheStore(outcome)) << outcome.message;
+    outcome = done(session->save());
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_TRUE(namesTheStore(outcome)) << outcome.message;
+    EXPECT_EQ(session->unsavedPoints()[copy], 400u);
+    EXPECT_EQ(done(session->undo()).operation, "undo reclassify");
+    session.reset();
+    if (isSuperuser) {
+        EXPECT_EQ(seteuid(0), 0);
+    }
+}
+
+TEST_F(EditSessionTest, OneOperationRunsAtATimeAndNonsenseIsRefused)
+{
+    show();
+    ASSERT_TRUE(session->hide(kAll, Type::INSIDE));
+    EXPECT_FALSE(session->undo());
+    EXPECT_FALSE(session->reclassify(kAll, Reclassification()));
+    EXPECT_TRUE(session->isBusy());
+    EXPECT_EQ(session->wait().points, 400u);
+    EXPECT_FALSE(session->isBusy());
+    done(session->undo());
+
+    EXPECT_EQ(done(session->hide({{0, 0}, {9, 9}}, Type::OUTSIDE)).message,
+              "needs at least 3 vertices, 2 are given");
+    EXPECT_FALSE(done(session->line({{0, 0}, {9, 9}}, 0)).ok);
+    EXPECT_FALSE(done(session->select(kAll, false)).ok);
+    EXPECT_FALSE(reclassify(kAll, 256).ok);
+    EXPECT_FALSE(reclassify(kAll, 6, {255}).ok);
+    EXPECT_EQ(count(hidden()), 0u);
+}
+
+TEST_F(EditSessionTest, ALineFindsThePointsUnderItsWholeWidthAndMakesThemStandOut)
+{
+    show();
+    const osg::Vec3d west = shown.onScreen(osg::Vec3d(shown.survey.x, shown.survey.y + 5, shown.survey.z));
+    const double spacing =
+        shown.onScreen(osg::Vec3d(shown.survey.x, shown.survey.y + 6, shown.survey.z)).y() - west.y();
+    const double half = 1.5 * spacing;
+    const Polygon strip = {
+        {0, west.y() - half}, {200, west.y() - half}, {200, west.y() + half}, {0, west.y() + half}};
+    const uint64_t expected = count(under(strip)); // three rows of points
+    ASSERT_GT(expected, 50u);
+    EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected);
+    EXPECT_EQ(session->lineHits().size(), expected);
+
+    const auto yellow = [&] {
+        const osg::ref_ptr<osg::Image> picture = shown.host.picture();
+        int pixels = 0;
+        for (int y = 0; y < picture->t(); ++y)
+            for (int x = 0; x < picture->s(); ++x)
+                pixels += pixel(*picture, x, y) == osg::Vec3ub(255, 255, 0);
+        return pixels;
+    };
+    EXPECT_GT(yellow(), 300);
+    EXPECT_EQ(done(session->undo()).operation, "undo line");
+    EXPECT_EQ(yellow(), 0);
+}
