@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <memory>
 
 namespace VelOsgDBBrx {
@@ -54,12 +55,26 @@ bool isUsable(const Polygon& polygon)
            });
 }
 
-void addPath(cairo_t* context, const Polygon& polygon)
+/// Turns over every pixel between an edge and the line x = `left`, which it does not reach beyond.
+void turnOver(cairo_t* context, double left, const osg::Vec2d& from, const osg::Vec2d& to)
 {
-    cairo_new_sub_path(context);
-    for (const osg::Vec2d& vertex : polygon)
-        cairo_line_to(context, vertex.x(), vertex.y());
+    cairo_move_to(context, left, from.y());
+    cairo_line_to(context, from.x(), from.y());
+    cairo_line_to(context, to.x(), to.y());
+    cairo_line_to(context, left, to.y());
     cairo_close_path(context);
+    cairo_fill(context);
+}
+
+/// Covers the pixels that lie left of an odd number of edges. Filled at once, a polygon without antialiasing
+/// would lose its gaps of one pixel: cairo joins what it covers left and right of them.
+void fill(cairo_t* context, const Polygon& polygon)
+{
+    double left = std::numeric_limits<double>::max();
+    for (const osg::Vec2d& vertex : polygon)
+        left = std::min(left, vertex.x());
+    for (size_t i = 0; i < polygon.size(); ++i)
+        turnOver(context, left, polygon[i], polygon[(i + 1) % polygon.size()]);
 }
 
 } // namespace
@@ -112,10 +127,9 @@ osg::ref_ptr<osg::Image> PolygonMaskTool::createMask(int width, int height)
                           cairo_surface_destroy);
     const Context context(cairo_create(surface.get()), cairo_destroy);
     cairo_set_antialias(context.get(), CAIRO_ANTIALIAS_NONE);
-    cairo_set_fill_rule(context.get(), CAIRO_FILL_RULE_EVEN_ODD);
+    cairo_set_operator(context.get(), CAIRO_OPERATOR_XOR);
     for (const Polygon& polygon : _polygons)
-        addPath(context.get(), nearWindow(polygon, width, height));
-    cairo_fill(context.get());
+        fill(context.get(), nearWindow(polygon, width, height));
     cairo_surface_flush(surface.get());
     return cairo_status(context.get()) == CAIRO_STATUS_SUCCESS ? mask : nullptr;
 }

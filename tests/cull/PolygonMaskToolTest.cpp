@@ -56,6 +56,19 @@ TEST(PolygonMaskTool, CountsPixelsWhoseCentreIsInsideFromTheTopRow)
         << "a pixel that the polygon only grazes is not inside";
 }
 
+TEST(PolygonMaskTool, LeavesGapsOfOnePixelOutside)
+{
+    EXPECT_EQ(drawingOf({{{0, 0}, {3, 0}, {3, 3}, {4, 3}, {4, 0}, {8, 0}, {8, 4}, {0, 4}}}), "###.####\n"
+                                                                                             "###.####\n"
+                                                                                             "###.####\n"
+                                                                                             "########\n");
+    EXPECT_EQ(drawingOf({{{0, 0}, {2, 0}, {2.5, 4}, {3, 0}, {8, 0}, {8, 4}, {0, 4}}}), "##.#####\n"
+                                                                                       "##.#####\n"
+                                                                                       "##.#####\n"
+                                                                                       "##.#####\n")
+        << "a notch whose tip is narrower than a pixel";
+}
+
 TEST(PolygonMaskTool, LeavesAreasCoveredTwiceOutside)
 {
     const Polygon bowTie = {{0, 0}, {8, 4}, {8, 0}, {0, 4}};
