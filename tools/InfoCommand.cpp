@@ -72,11 +72,13 @@ nlohmann::ordered_json infoJson(const StoreInfo& info, const PointCounts& counts
             {"pointsByNumberOfReturns", histogramJson(counts.byNumberOfReturns)}};
 }
 
-void printVector(const char* name, const double (&values)[3])
+/// A line of the three values, each as `text(value, axis)` tells it.
+template <class Text>
+void printVector(const char* name, const double (&values)[3], Text text)
 {
-    std::cout << std::left << std::setw(20) << name << std::setprecision(17);
+    std::cout << std::left << std::setw(20) << name;
     for (size_t axis = 0; axis < 3; ++axis)
-        std::cout << (axis == 0 ? "" : " ") << shortest(values[axis]);
+        std::cout << (axis == 0 ? "" : " ") << text(values[axis], axis);
     std::cout << '\n';
 }
 
@@ -99,10 +101,12 @@ void printInfo(const StoreInfo& info, const PointCounts& counts)
     line("points", header.pointCount);
     line("hidden points", counts.hidden);
     line("cells", header.cellCount);
-    printVector("smallest x y z", header.min);
-    printVector("largest x y z", header.max);
-    printVector("scale", header.scale);
-    printVector("offset", header.offset);
+    const auto inSteps = [&](double value, size_t axis) { return coordinate(value, header.scale[axis]); };
+    const auto whole = [](double value, size_t) { return shortest(value); };
+    printVector("smallest x y z", header.min, inSteps);
+    printVector("largest x y z", header.max, inSteps);
+    printVector("scale", header.scale, whole);
+    printVector("offset", header.offset, whole);
     line("coordinate system", header.coordinateSystem.empty() ? "none" : printable(header.coordinateSystem));
     line("store id", hexadecimal(header.storeId));
     line("format version", header.formatVersion);

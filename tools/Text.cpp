@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <cstdio>
 #include <iostream>
 
 std::string shortest(double value)
@@ -11,6 +13,18 @@ std::string shortest(double value)
     char digits[32];
     const auto [end, error] = std::to_chars(digits, digits + sizeof digits, value);
     return error == std::errc() ? std::string(digits, end) : std::string("?");
+}
+
+std::string coordinate(double value, double scale)
+{
+    constexpr int kMostDecimals = 12;
+    int decimals = 0;
+    for (double steps = scale; decimals < kMostDecimals && std::abs(steps - std::round(steps)) > 1e-6 * steps;
+         steps *= 10)
+        ++decimals;
+    char digits[352]; // room for the largest double
+    std::snprintf(digits, sizeof digits, "%.*f", decimals, value);
+    return digits;
 }
 
 std::string printable(std::string text)

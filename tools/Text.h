@@ -7,6 +7,9 @@
 /// The fewest digits that give `value` back when read again.
 std::string shortest(double value);
 
+/// A coordinate with the decimals that one in whole steps of `scale` has, at most 12.
+std::string coordinate(double value, double scale);
+
 /// `text` with its control characters replaced by '?', so that text from a file cannot steer a terminal.
 std::string printable(std::string text);
 

@@ -72,7 +72,7 @@ TEST_F(InfoAndVerify, DescribeASoundStoreToPeople)
     EXPECT_EQ(info.exitStatus, 0) << info.err;
     EXPECT_EQ(info.out.find('\x1b'), std::string::npos);
     const std::string text = squeezed(info.out);
-    for (const char* part : {"points 14 ", "cells 5 ", "largest x y z 636007.99 849007.99 407.7 ",
+    for (const char* part : {"points 14 ", "cells 5 ", "largest x y z 636007.99 849007.99 407.70 ",
                              "store id 0123456789abcdef ", "level cells points 0 1 4 1 2 5 2 2 5 "})
         EXPECT_NE(text.find(part), std::string::npos) << part << "\nin:\n" << info.out;
     EXPECT_NO_THROW(json::parse(runProgram({VELBRX_BRX, "info", path, "--json"}).out));
