@@ -63,7 +63,10 @@ const UniformList& defaultUniforms()
 constexpr size_t kMaxUniforms = 30;
 constexpr size_t kProgramBit = kMaxUniforms;
 constexpr size_t kPointSizeModeBit = kMaxUniforms + 1;
-using Given = std::bitset<kMaxUniforms + 2>;
+constexpr size_t kClipPlanesBit = kMaxUniforms + 2;
+using Given = std::bitset<kMaxUniforms + 3>;
+
+constexpr unsigned kClipPlanes = 8; ///< that every OpenGL of version 3 has
 
 std::map<std::string, size_t> numberUniforms()
 {
@@ -87,6 +90,25 @@ void addUniforms(const osg::StateSet& state, Given& given)
     }
 }
 
+/// Whether a mode is on by the innermost state set that says.
+bool isOn(osg::StateAttribute::GLMode mode, const osgUtil::StateGraph& applied)
+{
+    for (const osgUtil::StateGraph* graph = &applied; graph; graph = graph->_parent) {
+        const osg::StateSet* state = graph->getStateSet();
+        const osg::StateAttribute::GLModeValue value =
+            state ? state->getMode(mode) : osg::StateAttribute::GLModeValue(osg::StateAttribute::INHERIT);
+        if (value != osg::StateAttribute::INHERIT) return value & osg::StateAttribute::ON;
+    }
+    return false;
+}
+
+bool isAnyClipPlaneOn(const osgUtil::StateGraph& applied)
+{
+    for (unsigned plane = 0; plane < kClipPlanes; ++plane)
+        if (isOn(GL_CLIP_PLANE0 + plane, applied)) return true;
+    return false;
+}
+
 Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
 {
     Given given;
@@ -101,6 +123,7 @@ Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
             given.set(kPointSizeModeBit);
     }
     given.set(kProgramBit, program && !isOccluder(*program));
+    given.set(kClipPlanesBit, isAnyClipPlaneOn(applied));
     return given;
 }
 
@@ -122,6 +145,7 @@ osg::ref_ptr<osg::StateSet> makeDefaultsBeside(const Given& given)
     if (!given[kProgramBit]) state->setAttributeAndModes(pointProgram(PointProgram::Origin));
     if (!given[kPointSizeModeBit]) state->setMode(GL_VERTEX_PROGRAM_POINT_SIZE, osg::StateAttribute::ON);
     if (isPlain(given)) state->setDefine("NO_EXTRAS");
+    if (!given[kClipPlanesBit]) state->setDefine("NO_CLIP_PLANES");
     return state;
 }
 

@@ -1,5 +1,6 @@
 #include <VelOsgDBBrx/ShaderHelper.h>
 
+#include "loading/ModelMatrix.h"
 #include "render/PointCloudViewerVisitor.h"
 #include "render/PointPrograms.h"
 #include "render/StorageBuffer.h"
@@ -89,6 +90,28 @@ void applyTableMode(osg::Node* node, PointProgram program, const std::vector<osg
     state.setSelectColor();
 }
 
+/// Gives each drawable below a node its "modelMatrix", unless it has a draw callback already.
+class ModelMatrixVisitor : public osg::NodeVisitor
+{
+public:
+    ModelMatrixVisitor() : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) { setNodeMaskOverride(~0u); }
+
+    void apply(osg::Drawable& drawable) override
+    {
+        if (!drawable.getDrawCallback()) drawable.setDrawCallback(_modelMatrix);
+    }
+
+private:
+    const osg::ref_ptr<ModelMatrix> _modelMatrix = new ModelMatrix;
+};
+
+ModeState applyMeshMode(osg::Node& node, PointProgram program)
+{
+    ModelMatrixVisitor visitor;
+    node.accept(visitor);
+    return ModeState(node, program);
+}
+
 bool isGradient(const ColorWithRangeInfo& info)
 {
     return info.entries.size() >= 2;
@@ -135,7 +158,7 @@ void ShaderHelper::elevationColorShader(osg::Node* node, ColorWithRangeInfo& inf
 void ShaderHelper::elevationColorShaderWithLight(osg::Node* node, ColorWithRangeInfo& info)
 {
     if (!node || !isGradient(info)) return;
-    ModeState state(*node, PointProgram::ElevationLit);
+    ModeState state = applyMeshMode(*node, PointProgram::ElevationLit);
     state.setGradient(info);
     state.set("isCircle", info.isCircle);
 }
@@ -148,7 +171,7 @@ void ShaderHelper::classificationColorShader(osg::Node* node, std::vector<osg::V
 void ShaderHelper::classificationColorShaderWithLight(osg::Node* node, std::vector<osg::Vec4f>& colors)
 {
     if (!node) return;
-    ModeState(*node, PointProgram::ClassificationLit).setColorTable(colors);
+    applyMeshMode(*node, PointProgram::ClassificationLit).setColorTable(colors);
 }
 
 void ShaderHelper::pointSourceIDColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors)

@@ -47,7 +47,8 @@ public:
     /// Intensity, 0 to 1 for the stored 0 to 65535, through the gradient.
     static void intensityShader(osg::Node* node, ColorWithRangeInfo& info);
 
-    /// Global z through the gradient; `blendIntensity` darkens it by the points' intensity.
+    /// Global z through the gradient; `blendIntensity` darkens it by the points' intensity. The blend goes on
+    /// in modes chosen later, the intensity mode excepted, until this one is called without it.
     static void elevationColorShader(osg::Node* node, ColorWithRangeInfo& info, bool blendIntensity);
 
     /// \name Colour tables
@@ -73,7 +74,10 @@ public:
     static void gpsTimeColorShader(osg::Node* node, ColorScale& scale);
 
     /// \name Triangle meshes in the colours of a point cloud
-    /// Lit by the first fixed-function light. Class codes are an int attribute at location 13.
+    /// For triangles, lit by the first fixed-function light, whichever way they face. Class codes are an int
+    /// attribute at location 13, in an array that preserves its data type. The drawables that are below the
+    /// node now get a draw callback that hands their place in the world to the program, unless they have one
+    /// of their own. These programs write no picking outputs.
     /// @{
     static void elevationColorShaderWithLight(osg::Node* node, ColorWithRangeInfo& info);
     static void classificationColorShaderWithLight(osg::Node* node, std::vector<osg::Vec4f>& colors);

@@ -8,7 +8,7 @@ uniform vec4 colorArr[256];
 out VertexAttribute
 {
     vec4 color;
-    vec4 globalPosition;
+    dvec4 globalPosition;
 }
 vertex;
 
@@ -17,10 +17,10 @@ out gl_PerVertex
     vec4 gl_Position;
 };
 
-vec4 preMulit(dmat4 matrix, vec4 position)
+dvec4 preMulit(dmat4 matrix, vec4 position)
 {
     dvec4 product = matrix * dvec4(position);
-    return vec4(product / product.w);
+    return product / product.w;
 }
 
 void main()

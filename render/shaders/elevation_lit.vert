@@ -8,7 +8,7 @@ uniform bool isCircle;
 out VertexAttribute
 {
     vec4 color;
-    vec4 globalPosition;
+    dvec4 globalPosition;
 }
 vertex;
 
@@ -22,5 +22,5 @@ void main()
     gl_Position = ftransform();
     float height = float((modelMatrix * dvec4(gl_Vertex)).z);
     vertex.color = isCircle ? getColorByCircle(height) : getColor(height);
-    vertex.globalPosition = gl_Vertex;
+    vertex.globalPosition = dvec4(gl_Vertex);
 }

@@ -13,7 +13,7 @@ vec4 segmentColor(float percentage, vec4 outside)
     for (int i = 1; i < entry.length(); ++i) {
         float low = entry[i - 1].m_pos;
         float high = entry[i].m_pos;
-        if (low <= percentage && percentage <= high) {
+        if (low <= percentage && percentage <= high && low < high) {
             vec4 from = entry[i - 1].m_color;
             return vec4((from + (entry[i].m_color - from) * (percentage - low) / (high - low)).rgb, 1.0);
         }

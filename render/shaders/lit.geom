@@ -12,7 +12,7 @@ gl_in[];
 in VertexAttribute
 {
     vec4 color;
-    vec4 globalPosition;
+    dvec4 globalPosition;
 }
 vertex[];
 
@@ -25,10 +25,11 @@ flat out vec3 triangleNormal;
 
 void main()
 {
-    vec3 p0 = vertex[0].globalPosition.xyz;
-    vec3 p1 = vertex[1].globalPosition.xyz;
-    vec3 p2 = vertex[2].globalPosition.xyz;
-    vec3 normal = -normalize(cross(p0 - p1, p2 - p1));
+    // Differences before rounding: world coordinates of seven digits are good to half a metre as floats.
+    dvec3 p1 = vertex[1].globalPosition.xyz;
+    vec3 to0 = vec3(vertex[0].globalPosition.xyz - p1);
+    vec3 to2 = vec3(vertex[2].globalPosition.xyz - p1);
+    vec3 normal = -normalize(cross(to0, to2));
     if (normal.z < 0.0) normal = -normal;
 
     for (int i = 0; i < 3; ++i) {

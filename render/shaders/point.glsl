@@ -5,8 +5,9 @@
 //   TABLE_OF_STORED_COLOR         the brightness table is looked up with the stored colour, not the blended one
 //   LINE_POINT_SIZE               size of the points of an enhanced line
 // The application defines NO_EXTRAS where none of the uniforms that switch selection, clipping, the filters or an
-// enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long.
-#pragma import_defines(NO_EXTRAS)
+// enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long. It defines
+// NO_CLIP_PLANES where no fixed-function plane is on: gl_ClipPlane still holds those of other parts of the scene.
+#pragma import_defines(NO_EXTRAS, NO_CLIP_PLANES)
 #include "attributes.glsl"
 #include "uniforms.glsl"
 #include "clipping.glsl"
@@ -118,7 +119,9 @@ void main()
     applySelection();
 #endif
     applyClipping(globalPosition);
+#ifndef NO_CLIP_PLANES
     if (!isInFixedFunctionPlanes(gl_ModelViewMatrix * gl_Vertex)) cansee = 0.0;
+#endif
     applyNormalFilter();
     applyClassFilter();
     applyCullFlag();

@@ -3,6 +3,7 @@
 #include <VelOsgDBBrx/ShaderHelper.h>
 
 #include <gtest/gtest.h>
+#include <osg/BlendFunc>
 #include <osg/Program>
 #include <osg/Uniform>
 
@@ -48,6 +49,12 @@ std::vector<TestPoint> pointsAtHeights(const std::vector<int>& millimetres)
     for (size_t i = 0; i < points.size(); ++i)
         points[i].z = millimetres[i];
     return points;
+}
+
+/// Lets the background through where a point's colour is not opaque.
+void blend(PointPicture& picture)
+{
+    picture.root->getOrCreateStateSet()->setAttributeAndModes(new osg::BlendFunc);
 }
 
 constexpr float kBase = 123.5f; ///< world z of the picture's origin
@@ -149,6 +156,45 @@ TEST(ColorModes, ShowWhiteWhereACyclicGradientHasNoSegment)
     EXPECT_EQ(picture.draw()[0], osg::Vec3ub(255, 255, 0)) << "the last colour, where no segment holds";
 }
 
+TEST(ColorModes, SkipSegmentsOfAGradientWithoutWidth)
+{
+    PointPicture picture(pointsAtHeights({0, 5000, 9999, 30000}));
+    ColorWithRangeInfo info = gradient(kBase, 10);
+    info.entries.insert(info.entries.begin(), info.entries.front());
+    info.entries.front().color = osg::Vec4f(0, 0, 1, 1);
+    info.entries.back().position = 0.999995f; // the value pinned inside the range does not reach the last
+    info.entries.push_back(info.entries.back());
+    info.entries.back().color = osg::Vec4f(0, 1, 1, 1);
+    info.entries.back().position = 1;
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 0}, {255, 0, 0}, {255, 255, 0}, {255, 255, 0}}));
+}
+
+TEST(ColorModes, AreOpaqueWhateverTheAlphaOfTheirColours)
+{
+    PointPicture picture(pointsAtHeights({7500}));
+    blend(picture);
+    ColorWithRangeInfo info = gradient(kBase, 10); // to an end without alpha
+    for (const bool circle : {false, true}) {
+        info.isCircle = circle;
+        ShaderHelper::elevationColorShader(picture.cloud, info, false);
+        EXPECT_EQ(picture.draw(), (Colors{{255, 128, 0}})) << circle;
+    }
+    info.intensityMin = 0;
+    info.intensityMax = 65535;
+    ShaderHelper::elevationColorShader(picture.cloud, info, true);
+    EXPECT_EQ(picture.draw(), (Colors{kBlack}));
+    ShaderHelper::elevationColorShader(picture.cloud, info, false);
+    info.range.set(-0.75f, 1);
+    ShaderHelper::intensityShader(picture.cloud, info);
+    EXPECT_EQ(picture.draw(), (Colors{{255, 128, 0}}));
+    ColorScale scale;
+    scale.addColorScaleElement(-1, osg::Vec4f(1, 1, 1, 0));
+    scale.addColorScaleElement(1, osg::Vec4f(0, 0, 0, 0));
+    ShaderHelper::gpsTimeColorShader(picture.cloud, scale);
+    EXPECT_EQ(picture.draw(), (Colors{{128, 128, 128}}));
+}
+
 TEST(ColorModes, BlendTheIntensityIntoTheHeight)
 {
     std::vector<TestPoint> points = pointsAtHeights({5000, 5000, 5000, 5000});
@@ -223,14 +269,23 @@ TEST(ColorModes, LookUpAttributesInAColourTable)
 
 TEST(ColorModes, HidePointsWhoseTableColourHasNoAlphaAndShowBlackBeyondAShortTable)
 {
-    std::vector<TestPoint> points(3);
-    points[0].classCode = 0;
-    points[1].classCode = 1;
-    points[2].classCode = 2;
+    std::vector<TestPoint> points(4);
+    for (size_t i = 0; i < points.size(); ++i) {
+        points[i].classCode = static_cast<uint8_t>(i);
+        points[i].sourceId = static_cast<uint16_t>(i);
+        points[i].returnNumber = points[i].numberOfReturns = static_cast<uint8_t>(i);
+    }
     PointPicture picture(points);
-    std::vector<osg::Vec4f> colors = {osg::Vec4f(1, 0, 0, 1), osg::Vec4f(0, 1, 0, 0)};
-    ShaderHelper::classificationColorShader(picture.cloud, colors);
-    EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, PointPicture::kBackground, kBlack}));
+    // Only an alpha of exactly 0 hides.
+    std::vector<osg::Vec4f> colors = {osg::Vec4f(1, 0, 0, 1), osg::Vec4f(0, 1, 0, 0),
+                                      osg::Vec4f(0, 0, 1, 0.01f)};
+    const Colors expected = {{255, 0, 0}, PointPicture::kBackground, {0, 0, 255}, kBlack};
+    for (const auto mode : {ShaderHelper::classificationColorShader, ShaderHelper::pointSourceIDColorShader,
+                            ShaderHelper::returnNumberColorShader, ShaderHelper::numbersReturnColorShader,
+                            ShaderHelper::flightLineColorShader}) {
+        mode(picture.cloud, colors);
+        EXPECT_EQ(picture.draw(), expected);
+    }
 }
 
 TEST(ColorModes, ColourGpsTimeBetweenTheStepsOfAScale)
@@ -249,6 +304,31 @@ TEST(ColorModes, ColourGpsTimeBetweenTheStepsOfAScale)
     const Colors expected = {kBlack,        {255, 0, 0},   {128, 0, 128}, {0, 0, 255},
                              {0, 128, 255}, {0, 255, 255}, kBlack};
     EXPECT_EQ(picture.draw(), expected);
+}
+
+TEST(ColorModes, ColourGpsTimeBySteepScalesOfManySteps)
+{
+    std::vector<TestPoint> points(4);
+    const double times[] = {0, 253.75, 255, 256};
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i].gpsTime = times[i];
+    PointPicture picture(points);
+    ColorScale scale;
+    for (int i = 0; i < 257; ++i) // the last is beyond the shader's table
+        scale.addColorScaleElement(i, osg::Vec4f(static_cast<float>(i % 256) / 255.0f, 0, 0, 1));
+    ShaderHelper::gpsTimeColorShader(picture.cloud, scale);
+    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 0}, {254, 0, 0}, {255, 0, 0}, kBlack}));
+
+    scale.clear();
+    for (const osg::Vec4f& color : {osg::Vec4f(1, 0, 0, 1), osg::Vec4f(0, 1, 0, 1), osg::Vec4f(0, 0, 1, 1)})
+        scale.addColorScaleElement(0, color);
+    const osg::Vec4f lowest = scale.getColorScaleElements(2).color;
+    scale.addColorScaleElement(1000, osg::Vec4f(1, 1, 1, 1));
+    ShaderHelper::gpsTimeColorShader(picture.cloud, scale);
+    EXPECT_EQ(picture.draw()[0],
+              osg::Vec3ub(static_cast<uint8_t>(255 * lowest.r()), static_cast<uint8_t>(255 * lowest.g()),
+                          static_cast<uint8_t>(255 * lowest.b())))
+        << "equal steps are no segment";
 }
 
 /// A day of absolute GPS time still shows its progress: times and steps are rounded to the same floats.

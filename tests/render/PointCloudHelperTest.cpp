@@ -10,6 +10,7 @@
 #include <functional>
 
 using VelOsgDBBrx::ColorEntry;
+using VelOsgDBBrx::ColorScale;
 using VelOsgDBBrx::ColorWithRangeInfo;
 using VelOsgDBBrx::PointCloudHelper;
 using VelOsgDBBrx::ShaderHelper;
@@ -65,6 +66,19 @@ TEST(ClipBox, HidesWhatIsOutsideAnyOfItsPlanesToTheMillimetre)
     EXPECT_EQ(drawn(picture), "....xx") << "without one, the setting above holds";
 }
 
+TEST(ClipBox, HeedsAllEightPlanesInclusiveAndIsOffWhereItsUniformIs)
+{
+    PointPicture picture(whitePoints(6));
+    picture.root->setMatrix(osg::Matrixd());
+    picture.viewer.camera().setViewMatrix(osg::Matrixd());
+    std::vector<osg::Vec4d> planes(7, osg::Vec4d(1, 0, 0, 0));
+    planes.push_back(osg::Vec4d(1, 0, 0, -2.5));
+    EXPECT_TRUE(PointCloudHelper::setClipBox(picture.cloud, planes));
+    EXPECT_EQ(drawn(picture), "..xxxx") << "the point on the eighth plane is inside";
+    picture.cloud->getStateSet()->getUniform("activeDClipPlane")->set(false);
+    EXPECT_EQ(drawn(picture), "xxxxxx");
+}
+
 TEST(CloudPlanes, ClipEveryCloudBelowTheNodeWithAnyNumberOfPlanes)
 {
     PointPicture picture(whitePoints(6));
@@ -95,6 +109,32 @@ TEST(FixedFunctionPlanes, ClipPointsTooAlsoInAMovedNode)
     EXPECT_EQ(drawn(picture), "..xxxx");
 }
 
+TEST(FixedFunctionPlanes, ClipOnlyWhatIsBelowTheirNode)
+{
+    PointPicture picture(whitePoints(6));
+    std::vector<TestPoint> points = whitePoints(3);
+    for (size_t i = 0; i < points.size(); ++i) {
+        points[i].x = static_cast<int32_t>(i) * 1000 + 500;
+        points[i].y = 20500;
+    }
+    const CellFixture other(points, kOrigin);
+    const osg::ref_ptr<osg::ClipNode> clip = new osg::ClipNode;
+    clip->addClipPlane(new osg::ClipPlane(0, 1, 0, 0, -1));
+    clip->addClipPlane(new osg::ClipPlane(3, -1, 0, 0, 5));
+    clip->addChild(makeCloud(other));
+    picture.root->addChild(clip);
+    for (int frame = 0; frame < 2; ++frame) {
+        EXPECT_EQ(drawn(picture), "xxxxxx");
+        EXPECT_EQ(picture.at(0, 20), kHidden);
+        EXPECT_EQ(picture.at(1, 20), kWhite);
+    }
+    picture.root->removeChild(picture.cloud);
+    clip->addChild(picture.cloud);
+    EXPECT_EQ(drawn(picture), ".xxxx.") << "both planes";
+    clip->getClipPlane(1)->setClipPlane(-1, 0, 0, 2.2);
+    EXPECT_EQ(drawn(picture), ".x....");
+}
+
 TEST(SectionPlanes, ShowWhatIsInsideAnyGroup)
 {
     PointPicture picture(whitePoints(6));
@@ -111,6 +151,10 @@ TEST(SectionPlanes, ShowWhatIsInsideAnyGroup)
     EXPECT_FALSE(PointCloudHelper::setSectionPlanes(picture.cloud, planes, 3));
     EXPECT_FALSE(PointCloudHelper::setSectionPlanes(picture.cloud, planes, 0));
     EXPECT_EQ(drawn(picture), ".x....");
+    EXPECT_TRUE(PointCloudHelper::setSectionPlanes(picture.cloud, {osg::Vec4f(1, 0, 0, -2.5)}, 1));
+    EXPECT_EQ(drawn(picture), "..xxxx") << "a point on the plane is inside";
+    picture.cloud->getStateSet()->getUniform("sectionNum")->set(0);
+    EXPECT_EQ(drawn(picture), "......") << "there is no group to be inside of";
     PointCloudHelper::clearSectionPlanes(picture.cloud);
     EXPECT_EQ(drawn(picture), "xxxxxx");
 }
@@ -119,11 +163,18 @@ TEST(NormalFilter, KeepsPointsSeenUnderAFlatAngleAndPointsWithoutANormal)
 {
     const std::vector<osg::Vec4f> normals = {osg::Vec4f(0, 0, 1, 0),        osg::Vec4f(1, 0, 0, 0),
                                              osg::Vec4f(0, 0, -1, 0),       osg::Vec4f(0.8f, 0, 0.6f, 0),
-                                             osg::Vec4f(0.9f, 0, 0.43f, 0), osg::Vec4f(0, 0, 0, 0)};
-    PointPicture picture(whitePoints(6), normals);
-    EXPECT_EQ(drawn(picture), "xxxxxx");
+                                             osg::Vec4f(0.9f, 0, 0.43f, 0), osg::Vec4f(0, 0, 0, 0),
+                                             osg::Vec4f(0, 1, 0, 0)};
+    PointPicture picture(whitePoints(7), normals);
+    EXPECT_EQ(drawn(picture), "xxxxxxx");
     PointCloudHelper::setNormalFilter(picture.cloud, true);
-    EXPECT_EQ(drawn(picture), ".x..xx");
+    EXPECT_EQ(drawn(picture), ".x..xxx");
+
+    // Turned by a right angle about the row of points.
+    const osg::Vec3d row(0, PointPicture::kRow + 0.5, 0);
+    picture.root->setMatrix(osg::Matrixd::translate(-row) * osg::Matrixd::rotate(osg::PI_2, osg::X_AXIS) *
+                            osg::Matrixd::translate(kOrigin + row));
+    EXPECT_EQ(drawn(picture), "xxxxxx.");
 
     PointPicture without(whitePoints(2));
     PointCloudHelper::setNormalFilter(without.cloud, true);
@@ -273,6 +324,19 @@ TEST(Selection, FollowsTheBuffersOfPolygonsInOrder)
     const osg::Vec3ub selected(255, 0, 157);
     const Colors expected = {selected, kWhite, selected, selected, kWhite, kHidden, kWhite, kWhite};
     EXPECT_EQ(picture.draw(), expected);
+
+    // The brightness table changes what the mode gave and leaves the selection colour alone, except for
+    // times.
+    ColorScale scale;
+    scale.addColorScaleElement(-1, osg::Vec4f(1, 1, 1, 1));
+    scale.addColorScaleElement(1, osg::Vec4f(1, 1, 1, 1));
+    PointCloudHelper::setBrightnessContrast(picture.root, 0, 0);
+    EXPECT_EQ(picture.draw()[0], selected);
+    EXPECT_EQ(picture.draw()[1], osg::Vec3ub(128, 128, 128));
+    ShaderHelper::gpsTimeColorShader(picture.cloud, scale);
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(128, 128, 128));
+    ShaderHelper::originColorShader(picture.cloud);
+    PointCloudHelper::resetBrightness(picture.root);
 
     (*groups)[1] = 0; // now hide what the segmentation group does not select
     groups->dirty();

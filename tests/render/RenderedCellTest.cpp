@@ -127,6 +127,11 @@ TEST(CulledPoints, AreHiddenUnlessTheHostWantsToSeeThem)
     set(*picture.cloud, new osg::Uniform("cullColor", osg::Vec4f(0, 0, 1, 1)));
     const osg::Vec3ub blue(0, 0, 255);
     EXPECT_EQ(picture.draw(), (Colors{blue, blue, blue, blue, {255, 255, 255}}));
+
+    auto& words = dynamic_cast<osg::IntArray&>(*picture.geometry().getVertexAttribArray(12));
+    words[4] |= 0x800000; // a host's own mark
+    words.dirty();
+    EXPECT_EQ(picture.draw(), Colors(5, blue));
 }
 
 TEST(CloudDefaults, GiveWayToStateOnTheNodeAndAboveItAndComeBackWithoutIt)

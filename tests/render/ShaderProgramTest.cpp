@@ -117,7 +117,8 @@ TEST(ShaderPrograms, AreValidGlslAndTheirStagesFitTogether)
 {
     for (const osg::ref_ptr<osg::Program>& program : allPrograms()) {
         const ShaderFiles files(*program);
-        for (const char* options : {" -l", " -l -DNO_EXTRAS"}) {
+        for (const char* options :
+             {" -l", " -l -DNO_EXTRAS", " -l -DNO_CLIP_PLANES", " -l -DNO_EXTRAS -DNO_CLIP_PLANES"}) {
             std::string output;
             EXPECT_EQ(run(VELBRX_GLSLANG_VALIDATOR + std::string(options) + files.list, output), 0)
                 << program->getName() << options << "\n"
