@@ -3,7 +3,7 @@
 
 #include "bench/RatioReporter.h"
 
-#include "cull/PointRecords.h"
+#include "loading/PointRecords.h"
 #include "tests/support/TempFolder.h"
 
 #include <VelOsgDBBrx/CullCmd.h>

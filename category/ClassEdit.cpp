@@ -1,10 +1,10 @@
 #include "category/ClassEdit.h"
 
 #include "category/StoredClasses.h"
-#include "cull/PointRecords.h"
 #include "cull/StoreEdit.h"
 #include "loading/CellData.h"
 #include "loading/CellLeaf.h"
+#include "loading/PointRecords.h"
 
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgUtils/ThreadCount.h>

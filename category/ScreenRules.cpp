@@ -1,9 +1,9 @@
 #include "category/ScreenRules.h"
 
 #include "category/StoredClasses.h"
-#include "cull/PointRecords.h"
 #include "cull/ScreenRegion.h"
 #include "cull/StoreEdit.h"
+#include "loading/PointRecords.h"
 
 #include <algorithm>
 

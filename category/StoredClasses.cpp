@@ -1,8 +1,8 @@
 #include "category/StoredClasses.h"
 
-#include "cull/PointRecords.h"
 #include "cull/StoreEdit.h"
 #include "loading/CellData.h"
+#include "loading/PointRecords.h"
 
 #include <VelBrx/File.h>
 #include <VelBrx/MiraLasRead.h>

@@ -1,7 +1,7 @@
 #include <VelOsgDBBrx/LineEnHancement.h>
 
-#include "cull/PointRecords.h"
 #include "cull/StoreEdit.h"
+#include "loading/PointRecords.h"
 
 #include <VelOsgDBBrx/PCViewerManager.h>
 

@@ -1,9 +1,9 @@
 #include "cull/ChangeRecord.h"
-#include "cull/PointRecords.h"
 #include "cull/RecordScreenTest.h"
 #include "cull/ScreenMask.h"
 #include "cull/ScreenRegion.h"
 #include "cull/StoreEdit.h"
+#include "loading/PointRecords.h"
 
 #include <VelOsgDBBrx/CullCmd.h>
 #include <VelOsgDBBrx/CullCmdManager.h>

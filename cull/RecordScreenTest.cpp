@@ -1,7 +1,7 @@
 #include "cull/RecordScreenTest.h"
 
-#include "cull/PointRecords.h"
 #include "cull/ScreenMask.h"
+#include "loading/PointRecords.h"
 
 #include <algorithm>
 #include <cstring>

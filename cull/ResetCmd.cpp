@@ -1,7 +1,7 @@
 #include <VelOsgDBBrx/ResetCmd.h>
 
-#include "cull/PointRecords.h"
 #include "cull/StoreEdit.h"
+#include "loading/PointRecords.h"
 
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/PCViewerManager.h>

@@ -3,9 +3,6 @@
 #include "render/FrameBufferBinding.h"
 #include "render/PointPrograms.h"
 
-#include <VelOsgDBBrx/OctreeInfo.h>
-
-#include <OpenThreads/ScopedLock>
 #include <osg/GLDefines>
 #include <osg/RenderInfo>
 #include <osg/Viewport>
@@ -129,21 +126,6 @@ std::optional<PickedPoint> nearestPoint(const PickPixels& pixels, int x, int y)
 }
 
 } // namespace
-
-osg::Vec3d storedPosition(const osg::Vec3d& world, OctreeInfo& octree)
-{
-    osg::Matrixd worldToLocal;
-    {
-        const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
-        worldToLocal = osg::Matrixd::inverse(octree.transform);
-    }
-    const osg::Vec3d local = world * worldToLocal;
-    osg::Vec3d stored;
-    for (int axis = 0; axis < 3; ++axis)
-        stored[axis] =
-            std::round(local[axis] / octree.scale[axis]) * octree.scale[axis] + octree.offset[axis];
-    return stored;
-}
 
 PickAttachments::PickAttachments(int width, int height)
     : _width(width), _height(height), _reading(new osg::FrameBufferObject)

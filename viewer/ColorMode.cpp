@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <utility>
 
 using VelBrx::AttributeRange;
 using VelOsgDBBrx::ColorEntry;
@@ -18,7 +19,7 @@ using VelOsgDBBrx::ShaderHelper;
 
 namespace {
 
-constexpr size_t kLegendEntries = 24; ///< more would not fit beside the picture
+constexpr size_t kLongestText = 24; ///< of a legend's entry, letters
 constexpr int kRampNumbers = 5;
 constexpr unsigned kTableSize = 256; ///< colours that a shader's table has
 constexpr double kFullIntensity = 65535.0;
@@ -36,18 +37,28 @@ ColorWithRangeInfo intensityRamp(const AttributeRange& intensity)
     return info;
 }
 
-/// A scale over all times: a time outside of it would be black. Its ends lie a step of a float outside,
-/// because the points' times are rounded to floats, and apart even when all times are the same.
+/// The times that the ends of the gradient stand for.
+std::pair<double, double> timeSpan(const AttributeRange& times)
+{
+    return times.high > times.low ? std::pair(times.low, times.high) : std::pair(times.min, times.max);
+}
+
+/// A gradient over most times and its end colours for those before and after: a time outside the scale would
+/// be black. The scale's ends lie a step of a float outside all times, because the points' are rounded to
+/// floats.
 VelOsgDBBrx::ColorScale timeScale(const AttributeRange& times)
 {
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
     constexpr double kMargin = 1e-3; // seconds
-    const double low = std::nextafter(static_cast<float>(times.min), -kInfinity) - kMargin;
-    const double high = std::nextafter(static_cast<float>(times.max), kInfinity) + kMargin;
+    const auto [low, high] = timeSpan(times);
+    const std::vector<ColorEntry> ramp = DefaultDisplay::ramp(times).entries;
     VelOsgDBBrx::ColorScale scale;
-    for (const ColorEntry& entry : DefaultDisplay::ramp(times).entries) {
+    scale.addColorScaleElement(std::nextafter(static_cast<float>(times.min), -kInfinity) - kMargin,
+                               ramp.front().color);
+    for (const ColorEntry& entry : ramp)
         scale.addColorScaleElement(low + (high - low) * entry.position, entry.color);
-    }
+    scale.addColorScaleElement(std::nextafter(static_cast<float>(times.max), kInfinity) + kMargin,
+                               ramp.back().color);
     return scale;
 }
 
@@ -90,7 +101,7 @@ std::vector<TableValue> classesIn(const VelBrx::StoreStatistics& statistics)
     std::vector<TableValue> values = valuesIn(statistics.pointsByClass);
     for (TableValue& value : values) {
         value.color = classColors()[value.index];
-        value.text += " " + className(value.index);
+        value.text = classText(value.index);
     }
     return values;
 }
@@ -98,13 +109,17 @@ std::vector<TableValue> classesIn(const VelBrx::StoreStatistics& statistics)
 /// The shader has one colour for all ids from 255 on.
 std::vector<TableValue> sourcesIn(const VelBrx::StoreStatistics& statistics)
 {
+    constexpr unsigned kLast = kTableSize - 1;
+    const auto& ids = statistics.pointSources;
+    const auto sharing = std::lower_bound(ids.begin(), ids.end(), kLast);
     std::vector<TableValue> values;
-    for (const uint16_t id : statistics.pointSources) {
-        const bool last = id >= kTableSize - 1;
-        values.push_back({std::min<unsigned>(id, kTableSize - 1), distinctColor(values.size()),
-                          last ? "255 and above" : std::to_string(id)});
-        if (last) break;
-    }
+    for (auto id = ids.begin(); id != sharing; ++id)
+        values.push_back({*id, distinctColor(values.size()), std::to_string(*id)});
+    if (sharing == ids.end()) return values;
+    const auto count = ids.end() - sharing;
+    values.push_back(
+        {kLast, distinctColor(values.size()),
+         count == 1 ? std::to_string(*sharing) : "255 and above: " + std::to_string(count) + " ids"});
     return values;
 }
 
@@ -118,8 +133,10 @@ std::vector<TableValue> flightLinesIn(const VelBrx::StoreStatistics& statistics)
                                        [&](const TableValue& value) { return value.index == index; });
         if (same == values.end())
             values.push_back({index, distinctColor(values.size()), std::to_string(id)});
-        else
+        else if (same->text.size() < kLongestText)
             same->text += ", " + std::to_string(id);
+        else if (same->text.back() != '.')
+            same->text += " ...";
     }
     return values;
 }
@@ -155,13 +172,8 @@ Legend tableLegend(const std::string& title, const std::vector<TableValue>& valu
 {
     Legend legend;
     legend.title = title;
-    for (const TableValue& value : values) {
-        if (legend.entries.size() == kLegendEntries) {
-            legend.entries.push_back({osg::Vec4f(0, 0, 0, 1), "..."});
-            break;
-        }
+    for (const TableValue& value : values)
         legend.entries.push_back({value.color, value.text});
-    }
     return legend;
 }
 
@@ -252,9 +264,10 @@ Legend Coloring::legend(ColorMode mode) const
         return rampLegend("intensity", info.entries, info.range.x() * kFullIntensity,
                           (info.range.x() + info.range.y()) * kFullIntensity);
     }
-    case ColorMode::GPS_TIME:
-        return rampLegend("GPS time, s", DefaultDisplay::ramp(_statistics.gpsTime).entries,
-                          _statistics.gpsTime.min, _statistics.gpsTime.max);
+    case ColorMode::GPS_TIME: {
+        const auto [low, high] = timeSpan(_statistics.gpsTime);
+        return rampLegend("GPS time, s", DefaultDisplay::ramp(_statistics.gpsTime).entries, low, high);
+    }
     case ColorMode::CLASSIFICATION:
         return table("class");
     case ColorMode::RETURN_NUMBER:

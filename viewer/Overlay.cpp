@@ -48,7 +48,7 @@ void Overlay::operator()(osg::RenderInfo& renderInfo) const
     const osg::Viewport* viewport = renderInfo.getCurrentCamera()->getViewport();
     if (!viewport || (_legend.title.empty() && _lines.empty())) return;
     beginFrame(*viewport);
-    if (!_legend.title.empty()) drawLegend();
+    if (!_legend.title.empty()) drawLegend(*viewport);
     if (!_lines.empty()) drawLines(*viewport);
     ImGui::Render();
     ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());
@@ -83,13 +83,26 @@ void Overlay::beginFrame(const osg::Viewport& viewport) const
     ImGui::NewFrame();
 }
 
-void Overlay::drawLegend() const
+void Overlay::drawLegend(const osg::Viewport& viewport) const
 {
     ImGui::SetNextWindowPos(ImVec2(kMargin, kMargin));
     ImGui::SetNextWindowBgAlpha(0.7f);
     ImGui::Begin("legend", nullptr, kPanel);
     ImGui::TextUnformatted(_legend.title.c_str());
-    for (const Legend::Entry& entry : _legend.entries) {
+    const float room = static_cast<float>(viewport.height()) - 2 * kMargin - ImGui::GetCursorPosY();
+    drawEntries(room);
+    if (_legend.ramp.size() > 1) drawRamp(room);
+    ImGui::End();
+}
+
+/// As many as there is room for.
+void Overlay::drawEntries(float room) const
+{
+    const auto rows = static_cast<size_t>(std::max(room / ImGui::GetTextLineHeightWithSpacing(), 1.0f));
+    const size_t all = _legend.entries.size();
+    const size_t shown = all <= rows ? all : rows - 1;
+    for (size_t i = 0; i < shown; ++i) {
+        const Legend::Entry& entry = _legend.entries[i];
         const ImVec2 corner = ImGui::GetCursorScreenPos();
         const float side = ImGui::GetTextLineHeight();
         ImGui::GetWindowDrawList()->AddRectFilled(corner, ImVec2(corner.x + side, corner.y + side),
@@ -98,16 +111,15 @@ void Overlay::drawLegend() const
         ImGui::SameLine();
         ImGui::TextUnformatted(entry.text.c_str());
     }
-    if (_legend.ramp.size() > 1) drawRamp();
-    ImGui::End();
+    if (shown < all) ImGui::TextUnformatted(("and " + std::to_string(all - shown) + " more").c_str());
 }
 
-void Overlay::drawRamp() const
+void Overlay::drawRamp(float room) const
 {
     const ImVec2 corner = ImGui::GetCursorScreenPos();
     const float line = ImGui::GetTextLineHeight();
     const float width = kRampWidth * _unit;
-    const float height = kRampHeight * _unit;
+    const float height = std::clamp(room - 2 * line, line, kRampHeight * _unit);
     const float top = corner.y + line / 2; // room for half of the uppermost number
     const auto row = [&](double position) { return top + height * static_cast<float>(1.0 - position); };
     ImDrawList* list = ImGui::GetWindowDrawList();

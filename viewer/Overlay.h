@@ -30,8 +30,9 @@ protected:
 
 private:
     void beginFrame(const osg::Viewport& viewport) const;
-    void drawLegend() const;
-    void drawRamp() const;
+    void drawLegend(const osg::Viewport& viewport) const;
+    void drawEntries(float room) const;
+    void drawRamp(float room) const;
     void drawLines(const osg::Viewport& viewport) const;
 
     mutable std::mutex _mutex; ///< guards the members below

@@ -8,9 +8,9 @@
 /// Colours of the classes 0 to 255 of the LAS standard, opaque.
 const std::vector<osg::Vec4f>& classColors();
 
-/// Name of a class in the LAS 1.4 standard; "class N" for the reserved and the user's own.
-std::string className(unsigned code);
+/// A class as people read it: its code and, where the LAS 1.4 standard has one, its name.
+std::string classText(unsigned code);
 
 /// The colour of the n-th of several things that have no order, such as flight lines: neighbours are told
-/// apart.
+/// apart, and no two of the first few hundred are the same.
 osg::Vec4f distinctColor(size_t n);

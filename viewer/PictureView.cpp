@@ -23,8 +23,9 @@ public:
 
     void apply(osg::Geode& leaf) override
     {
-        ++counts.cells;
+        const uint64_t before = counts.points;
         traverse(leaf);
+        if (counts.points > before) ++counts.cells;
     }
 
     void apply(osg::Geometry& geometry) override

@@ -1,5 +1,7 @@
 #include "viewer/Scene.h"
 
+#include "viewer/Palettes.h"
+
 #include <VelBrx/MiraLasRead.h>
 #include <VelBrx/Normals.h>
 #include <VelOsgDBBrx/DefaultDisplay.h>
@@ -187,11 +189,17 @@ std::vector<std::string> Scene::describe(const VelOsgDBBrx::PickedPoint& point) 
     if (point.cloudId < 1 || point.cloudId > _clouds.size()) return {};
     const Cloud& cloud = _clouds[point.cloudId - 1];
     OctreeInfo& octree = *cloud.node->getOctree();
-    const osg::Vec3d stored = VelOsgDBBrx::storedPosition(point.position, octree);
+    const auto stored = VelOsgDBBrx::storedPoint(point, octree);
+    if (!stored) return {};
     std::string position;
     for (int axis = 0; axis < 3; ++axis)
-        position += (axis ? "  " : "") + coordinate(stored[axis], octree.scale[axis]);
-    char time[64];
-    std::snprintf(time, sizeof time, "GPS time %.9g s", point.gpsTime);
-    return {position, time, cloud.store};
+        position += (axis ? "  " : "") + coordinate(stored->position[axis], octree.scale[axis]);
+    char time[512];
+    std::snprintf(time, sizeof time, "GPS time %.6f s", stored->gpsTime);
+    char attributes[128];
+    std::snprintf(attributes, sizeof attributes, "class %s, intensity %u, return %u of %u, source %u",
+                  classText(stored->classCode).c_str(), unsigned(stored->intensity),
+                  unsigned(stored->returnNumber), unsigned(stored->numberOfReturns),
+                  unsigned(stored->pointSource));
+    return {position, time, attributes, "cloud " + std::to_string(point.cloudId) + ", " + cloud.store};
 }

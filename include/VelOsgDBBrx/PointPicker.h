@@ -24,15 +24,31 @@ namespace VelOsgDBBrx {
 struct PickedPoint
 {
     osg::Vec3d position;  ///< world coordinates; as exact as a float relative to the store's offset
-    double gpsTime = 0;   ///< as the store holds it, rounded to a float
+    double gpsTime = 0;   ///< rounded to a float; see `storedPoint`
     uint64_t cloudId = 0; ///< see `PointCloudHelper::setPointCloudId`
     int x = 0;            ///< pixel that shows it
     int y = 0;
 };
 
-/// The coordinates of a picked point in its store: in the file's frame and rounded to the file's scale, so
-/// that they are the stored ones to the last digit. Takes the octree's mutex.
-VEL_OSGDB_BRX_EXPORT osg::Vec3d storedPosition(const osg::Vec3d& world, OctreeInfo& octree);
+/// A point as its store holds it.
+struct StoredPoint
+{
+    osg::Vec3d position; ///< file coordinates, to the last digit
+    double gpsTime = 0;
+    uint16_t intensity = 0;
+    uint8_t returnNumber = 0;
+    uint8_t numberOfReturns = 0;
+    uint8_t classCode = 0; ///< as edited, also when that is not written to the store yet
+    bool hidden = false;
+    uint16_t pointSource = 0;
+    std::array<uint16_t, 3> color{}; ///< red, green, blue
+};
+
+/// Finds the point of a store that a pick showed, with what floats on a graphics card round away; none when
+/// the store has no such point. Of several at one place it is one of the picked time. Looks through the
+/// records of the cells at that place: milliseconds. Takes the mutexes of the octree and of its point file,
+/// so it waits for edits.
+VEL_OSGDB_BRX_EXPORT std::optional<StoredPoint> storedPoint(const PickedPoint& point, OctreeInfo& octree);
 
 /// The five colour targets that point programs write: colour, identifiers, times, fractional and integer
 /// parts of the position. A host whose camera draws into them can read back the point behind any of its

@@ -16,7 +16,8 @@ using VelOsgDBBrx::PickedPoint;
 using VelOsgDBBrx::PointCloudHelper;
 using VelOsgDBBrx::PointPicker;
 using VelOsgDBBrx::ShaderHelper;
-using VelOsgDBBrx::storedPosition;
+using VelOsgDBBrx::StoredPoint;
+using VelOsgDBBrx::storedPoint;
 
 namespace {
 
@@ -61,6 +62,7 @@ struct PickScene : PointPicture
         scene->addChild(picker);
         viewer.viewer->setSceneData(scene);
         PointCloudHelper::setPointCloudId(cloud, kCloudId);
+        fixture.octree->root = fixture.wholeCell();
     }
 
     /// What the picker answers after the next frame.
@@ -92,10 +94,11 @@ TEST(PointPicker, FindsEachPointToItsStoredMillimetre)
             const std::optional<PickedPoint> picked = scene.pick(column(point) + 0.5, row(point) + 0.5);
             ASSERT_TRUE(picked);
             EXPECT_LT((picked->position - coordinates(point)).length(), 1e-5);
-            const osg::Vec3d stored = storedPosition(picked->position, *scene.fixture.octree);
-            EXPECT_NEAR(stored.x(), coordinates(point).x(), 1e-9);
-            EXPECT_NEAR(stored.y(), coordinates(point).y(), 1e-9);
-            EXPECT_NEAR(stored.z(), coordinates(point).z(), 1e-9);
+            const std::optional<StoredPoint> stored = storedPoint(*picked, *scene.fixture.octree);
+            ASSERT_TRUE(stored);
+            EXPECT_NEAR(stored->position.x(), coordinates(point).x(), 1e-9);
+            EXPECT_NEAR(stored->position.y(), coordinates(point).y(), 1e-9);
+            EXPECT_NEAR(stored->position.z(), coordinates(point).z(), 1e-9);
             EXPECT_EQ(picked->gpsTime, point.gpsTime);
             EXPECT_EQ(picked->cloudId, kCloudId);
             EXPECT_EQ(picked->x, column(point));
@@ -189,6 +192,111 @@ TEST(PointPicker, AnswersTheLatestRequestOnly)
     scene.viewer.frame();
     std::optional<PickedPoint> point;
     EXPECT_FALSE(scene.picker->takeAnswer(point)) << "a camera that does not draw";
+}
+
+/// Asks for a pick while the answer to another is drawn.
+struct AskAgain : osg::Camera::DrawCallback
+{
+    AskAgain(PickScene& picks, const TestPoint& asked) : scene(picks), point(asked) {}
+
+    void operator()(osg::RenderInfo&) const override
+    {
+        if (!done) scene.picker->request(scene.viewer.camera(), column(point), row(point));
+        done = true;
+    }
+
+    PickScene& scene;
+    const TestPoint point;
+    mutable bool done = false;
+};
+
+TEST(PointPicker, GivesNoAnswerThatANewerRequestMadeStale)
+{
+    const std::vector<TestPoint> points = scatteredPoints();
+    PickScene scene(points);
+    scene.picker->request(scene.viewer.camera(), column(points[0]), row(points[0]));
+    const osg::ref_ptr<AskAgain> ask = new AskAgain(scene, points[1]);
+    scene.picker->getChild(0)->asCamera()->setPreDrawCallback(ask);
+    scene.viewer.frame();
+    ASSERT_TRUE(ask->done);
+    std::optional<PickedPoint> picked;
+    EXPECT_FALSE(scene.picker->takeAnswer(picked));
+    scene.viewer.frame();
+    EXPECT_TRUE(scene.picker->takeAnswer(picked));
+    ASSERT_TRUE(picked);
+    EXPECT_EQ(picked->gpsTime, points[1].gpsTime);
+}
+
+namespace {
+
+/// What a pick shows of a point of a store, whose vertices are floats.
+PickedPoint seen(const TestPoint& point, const CellFixture& fixture)
+{
+    PickedPoint picked;
+    picked.position =
+        osg::Vec3d(osg::Vec3f(osg::Vec3d(point.x, point.y, point.z) * 0.001)) * fixture.octree->transform;
+    picked.gpsTime = static_cast<float>(point.gpsTime);
+    return picked;
+}
+
+} // namespace
+
+TEST(StoredPoint, HasTheWholeRecordAlsoWhereFloatsDoNot)
+{
+    std::vector<TestPoint> points(50);
+    for (size_t i = 0; i < points.size(); ++i) {
+        points[i].x = 20000000 + static_cast<int32_t>(i); // 20 km off, where floats are 2 mm apart
+        points[i].y = -20000000 + static_cast<int32_t>(7 * i);
+        points[i].gpsTime = 366192474.125 + 40.0 * static_cast<double>(i); // their floats are 32 s apart
+    }
+    TestPoint& wanted = points[20];
+    wanted.intensity = 65535;
+    wanted.returnNumber = 3;
+    wanted.numberOfReturns = 15;
+    wanted.classCode = 255;
+    wanted.sourceId = 65534;
+    wanted.red = 1;
+    wanted.green = 2;
+    wanted.blue = 65535;
+    const CellFixture fixture(points, PointPicture::kOrigin);
+    fixture.octree->root = fixture.wholeCell();
+    for (int axis = 0; axis < 3; ++axis)
+        fixture.octree->root->record.size[axis] = 41000;
+    fixture.octree->transform = osg::Matrixd::rotate(1, osg::Z_AXIS) * osg::Matrixd::translate(7, 8, 9);
+    const std::optional<StoredPoint> stored = storedPoint(seen(wanted, fixture), *fixture.octree);
+    ASSERT_TRUE(stored);
+    EXPECT_LT((stored->position - coordinates(wanted)).length(), 1e-8);
+    EXPECT_EQ(stored->gpsTime, wanted.gpsTime);
+    EXPECT_EQ(stored->intensity, wanted.intensity);
+    EXPECT_EQ(stored->returnNumber, 3);
+    EXPECT_EQ(stored->numberOfReturns, 15);
+    EXPECT_EQ(stored->classCode, 255);
+    EXPECT_EQ(stored->pointSource, wanted.sourceId);
+    EXPECT_EQ(stored->color, (std::array<uint16_t, 3>{1, 2, 65535}));
+    EXPECT_FALSE(stored->hidden);
+}
+
+TEST(StoredPoint, IsTheOneThatWasSeenOfSeveralAtOnePlace)
+{
+    std::vector<TestPoint> points(4);
+    points[0].gpsTime = 1;
+    points[1].gpsTime = 2;
+    points[1].flags = 4;
+    points[2].gpsTime = points[3].gpsTime = 2;
+    points[2].classCode = 2;
+    points[3].x = 1;
+    const CellFixture fixture(points);
+    fixture.octree->root = fixture.wholeCell();
+    EXPECT_EQ(storedPoint(seen(points[2], fixture), *fixture.octree)->classCode, 2);
+    EXPECT_EQ(storedPoint(seen(points[0], fixture), *fixture.octree)->gpsTime, 1);
+    PickedPoint otherTime = seen(points[0], fixture);
+    otherTime.gpsTime = 77;
+    EXPECT_TRUE(storedPoint(otherTime, *fixture.octree));
+    TestPoint beside;
+    beside.y = 1;
+    EXPECT_FALSE(storedPoint(seen(beside, fixture), *fixture.octree));
+    fixture.octree->root = nullptr;
+    EXPECT_FALSE(storedPoint(seen(points[0], fixture), *fixture.octree));
 }
 
 namespace {

@@ -35,8 +35,13 @@ TEST_F(DisplayKeysTest, EveryModeHasAKeyThatColoursThePoints)
 {
     showWithKeys();
     for (const ColorModeChoice& choice : colorModeChoices()) {
+        _shown.scene.setColorMode(choice.mode);
+        const osg::Vec3ub expected = colorOfPoint();
+        EXPECT_NE(expected, kBackground) << choice.name;
+        _shown.scene.setColorMode(choice.mode == ColorMode::SINGLE ? ColorMode::RGB : ColorMode::SINGLE);
+        EXPECT_NE(colorOfPoint(), expected) << choice.name;
         _shown.pressKey(choice.key);
-        EXPECT_NE(colorOfPoint(), kBackground) << choice.name;
+        EXPECT_EQ(colorOfPoint(), expected) << choice.name;
     }
     _shown.pressKey('k');
     EXPECT_EQ(colorOfPoint(), osg::Vec3ub(0xb5, 0x83, 0x4a));

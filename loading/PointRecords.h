@@ -9,7 +9,7 @@
 #include <limits>
 #include <vector>
 
-/// The point records of a store as the editing commands see them.
+/// The point records of a store as commands and picks see them.
 
 constexpr int kRecordSize = 36;
 constexpr int kGpsTimeByte = 22;

@@ -1,0 +1,136 @@
+#include "loading/CellData.h"
+#include "loading/PointRecords.h"
+#include "loading/UnwrittenClasses.h"
+
+#include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelOsgDBBrx/PointPicker.h>
+
+#include <OpenThreads/ScopedLock>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <mutex>
+
+namespace VelOsgDBBrx {
+
+namespace {
+
+template <typename T>
+T load(const uint8_t* from)
+{
+    T value;
+    std::memcpy(&value, from, sizeof value);
+    return value;
+}
+
+osg::Vec3d localPosition(const osg::Vec3d& world, OctreeInfo& octree)
+{
+    const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
+    return world * osg::Matrixd::inverse(octree.transform);
+}
+
+/// Looks for the record that a picked point was drawn from, among those of the cells that hold its place.
+class RecordSearch
+{
+public:
+    RecordSearch(const OctreeInfo& octree, const osg::Vec3d& local, double gpsTime)
+        : _octree(octree), _local(local), _gpsTime(static_cast<float>(gpsTime))
+    {
+        // A vertex is a float; its record differs from it by its rounding, and by that of a pick.
+        for (int axis = 0; axis < 3; ++axis)
+            _tolerance[axis] =
+                octree.scale[axis] / 2 + std::abs(local[axis]) * 2 * std::numeric_limits<float>::epsilon();
+    }
+
+    void searchBelow(CellData& cell)
+    {
+        if (!reaches(cell.record)) return;
+        search(cell);
+        for (const osg::ref_ptr<CellData>& child : cell.children)
+            searchBelow(*child);
+    }
+
+    const std::optional<StoredPoint>& found() const { return _found; }
+
+private:
+    bool reaches(const VelBrx::CellWithSegment& cell) const
+    {
+        for (int axis = 0; axis < 3; ++axis) {
+            const double away = std::abs(_local[axis] + _octree.offset[axis] - cell.center[axis]);
+            if (away > cell.size[axis] * 0.5 + _octree.scale[axis] + _tolerance[axis]) return false;
+        }
+        return true;
+    }
+
+    void search(CellData& cell)
+    {
+        const ClassesPtr edited = UnwrittenClasses::instance().current(cell.identifier);
+        forEachRun(_octree, cell, [&](const uint8_t* records, int64_t count, size_t first) {
+            for (int64_t i = 0; i < count; ++i) {
+                const uint8_t* record = records + i * kRecordSize;
+                const double rank = rankOf(record);
+                if (rank >= _rank) continue;
+                _rank = rank;
+                _found = read(record);
+                const size_t place = first + static_cast<size_t>(i);
+                if (edited && place < edited->size()) _found->classCode = (*edited)[place];
+            }
+        });
+    }
+
+    /// The smaller, the better a record fits; infinite for one that does not. Of records at one place, one
+    /// of the picked time that is not hidden is the one that was seen.
+    double rankOf(const uint8_t* record) const
+    {
+        constexpr double kOtherTime = 2;
+        constexpr double kHidden = 1;
+        double away = 0; // within [0, 1]
+        for (int axis = 0; axis < 3; ++axis) {
+            const double position = load<int32_t>(record + 4 * axis) * _octree.scale[axis];
+            const double share = std::abs(position - _local[axis]) / _tolerance[axis];
+            if (!(share <= 1)) return std::numeric_limits<double>::infinity();
+            away += share / 3;
+        }
+        const bool sameTime = static_cast<float>(load<double>(record + kGpsTimeByte)) == _gpsTime;
+        return away + (sameTime ? 0 : kOtherTime) + (record[kFlagByte] & kHiddenBits ? kHidden : 0);
+    }
+
+    StoredPoint read(const uint8_t* record) const
+    {
+        StoredPoint point;
+        for (int axis = 0; axis < 3; ++axis)
+            point.position[axis] =
+                load<int32_t>(record + 4 * axis) * _octree.scale[axis] + _octree.offset[axis];
+        point.intensity = load<uint16_t>(record + 12);
+        point.returnNumber = record[14] & 0x0F;
+        point.numberOfReturns = record[14] >> 4;
+        point.hidden = record[kFlagByte] & kHiddenBits;
+        point.classCode = record[16];
+        point.pointSource = load<uint16_t>(record + 20);
+        point.gpsTime = load<double>(record + kGpsTimeByte);
+        for (int channel = 0; channel < 3; ++channel)
+            point.color[static_cast<size_t>(channel)] = load<uint16_t>(record + 30 + 2 * channel);
+        return point;
+    }
+
+    const OctreeInfo& _octree;
+    const osg::Vec3d _local;
+    const float _gpsTime;
+    osg::Vec3d _tolerance;
+    double _rank = std::numeric_limits<double>::infinity();
+    std::optional<StoredPoint> _found;
+};
+
+} // namespace
+
+std::optional<StoredPoint> storedPoint(const PickedPoint& point, OctreeInfo& octree)
+{
+    if (!octree.root || !octree.pointFile) return std::nullopt;
+    RecordSearch search(octree, localPosition(point.position, octree), point.gpsTime);
+    const std::lock_guard<std::mutex> lock(octree.pointFile->mutex);
+    search.searchBelow(*octree.root);
+    return search.found();
+}
+
+} // namespace VelOsgDBBrx
