@@ -50,13 +50,7 @@ osg::ref_ptr<osg::Geode> makeStage(osg::Drawable* drawable, int bin)
 RenderStageStart::RenderStageStart(EyeDomeTargets* targets) : _targets(targets)
 {
     setCullCallback(new WindowResizeEventHandler(targets));
-    osg::StateSet& state = *getOrCreateStateSet();
-    state.setRenderBinDetails(-1, "RenderBin");
-    // Clearing heeds the write masks, whatever the host set.
-    constexpr auto kAlways =
-        osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
-    state.setAttributeAndModes(new osg::Depth, kAlways);
-    state.setAttributeAndModes(new osg::ColorMask(true, true, true, true), kAlways);
+    getOrCreateStateSet()->setRenderBinDetails(-1, "RenderBin");
 }
 
 void RenderStageStart::drawImplementation(osg::RenderInfo& renderInfo) const
@@ -93,4 +87,10 @@ EdlPreRender::EdlPreRender(EyeDomeTargets* targets, osg::Node* content)
     addChild(makeStage(new RenderStageStart(targets), -1));
     addChild(content);
     addChild(makeStage(new RenderStageFinish(targets), 1));
+    // The target needs all colours and depths, whatever the host set for its own.
+    constexpr auto kAlways =
+        osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
+    osg::StateSet& state = *getOrCreateStateSet();
+    state.setAttributeAndModes(new osg::Depth, kAlways);
+    state.setAttributeAndModes(new osg::ColorMask(true, true, true, true), kAlways);
 }

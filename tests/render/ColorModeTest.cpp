@@ -161,13 +161,14 @@ TEST(ColorModes, SkipSegmentsOfAGradientWithoutWidth)
     PointPicture picture(pointsAtHeights({0, 5000, 9999, 30000}));
     ColorWithRangeInfo info = gradient(kBase, 10);
     info.entries.insert(info.entries.begin(), info.entries.front());
-    info.entries.front().color = osg::Vec4f(0, 0, 1, 1);
+    info.entries[0].color = osg::Vec4f(0, 0, 1, 1);
+    info.entries[1].color = osg::Vec4f(0, 1, 0, 1);
     info.entries.back().position = 0.999995f; // the value pinned inside the range does not reach the last
     info.entries.push_back(info.entries.back());
     info.entries.back().color = osg::Vec4f(0, 1, 1, 1);
     info.entries.back().position = 1;
     ShaderHelper::elevationColorShader(picture.cloud, info, false);
-    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 0}, {255, 0, 0}, {255, 255, 0}, {255, 255, 0}}));
+    EXPECT_EQ(picture.draw(), (Colors{{0, 255, 0}, {255, 0, 0}, {255, 255, 0}, {255, 255, 0}}));
 }
 
 TEST(ColorModes, AreOpaqueWhateverTheAlphaOfTheirColours)
@@ -197,7 +198,7 @@ TEST(ColorModes, AreOpaqueWhateverTheAlphaOfTheirColours)
 
 TEST(ColorModes, BlendTheIntensityIntoTheHeight)
 {
-    std::vector<TestPoint> points = pointsAtHeights({5000, 5000, 5000, 5000});
+    std::vector<TestPoint> points = pointsAtHeights({2500, 2500, 2500, 2500});
     points[0].intensity = 500;
     points[1].intensity = 1000;
     points[2].intensity = 1500;
@@ -207,9 +208,9 @@ TEST(ColorModes, BlendTheIntensityIntoTheHeight)
     info.intensityMin = 1000;
     info.intensityMax = 2000;
     ShaderHelper::elevationColorShader(picture.cloud, info, true);
-    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 0}, {0, 0, 0}, {128, 0, 0}, {255, 0, 0}}));
+    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 0}, {0, 0, 0}, {64, 0, 0}, {128, 0, 0}}));
     ShaderHelper::elevationColorShader(picture.cloud, info, false);
-    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(255, 0, 0));
+    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(128, 0, 0));
 }
 
 TEST(ColorModes, LookUpAttributesInAColourTable)

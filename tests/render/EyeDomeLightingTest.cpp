@@ -1,13 +1,18 @@
 #include "tests/render/PointPicture.h"
 
+#include <VelOsgDBBrx/CalcLevelVisitor.h>
 #include <VelOsgDBBrx/PointCloudHelper.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
 
 #include <gtest/gtest.h>
+#include <osg/ColorMask>
+#include <osg/Depth>
 #include <osg/Geode>
 #include <osg/Geometry>
 #include <osg/Program>
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 
 using VelOsgDBBrx::PointCloudHelper;
@@ -26,7 +31,7 @@ bool isBlock(int x, int y)
 }
 
 /// Flat ground with the block on it, a point a pixel; seen from straight above, or from a point above.
-std::vector<TestPoint> blockOnGround()
+std::vector<TestPoint> blockOnGround(int millimetres = 10000)
 {
     std::vector<TestPoint> points;
     for (int y = 0; y < kSize; ++y) {
@@ -35,7 +40,7 @@ std::vector<TestPoint> blockOnGround()
                                             : coloredPoint(kGround.r(), kGround.g(), kGround.b());
             point.x = x * 1000 + 500;
             point.y = y * 1000 + 500;
-            point.z = isBlock(x, y) ? 10000 : 0;
+            point.z = isBlock(x, y) ? millimetres : 0;
             points.push_back(point);
         }
     }
@@ -44,7 +49,7 @@ std::vector<TestPoint> blockOnGround()
 
 struct BlockPicture : PointPicture
 {
-    BlockPicture() : PointPicture(AsGiven{blockOnGround()})
+    explicit BlockPicture(int millimetres = 10000) : PointPicture(AsGiven{blockOnGround(millimetres)})
     {
         viewer.camera().setProjectionMatrixAsOrtho(0, kSize, 0, kSize, -20, 20);
     }
@@ -76,7 +81,54 @@ osg::ref_ptr<osg::Geode> sheet(double height)
 
 const osg::Vec3ub kRed(255, 0, 0);
 
+/// The shading that eye-dome lighting is to give a pixel, where `depthOf` tells the depth of the visible
+/// point of each pixel: 0 at the near plane, 1 at the far one.
+template <class DepthOf>
+double shade(int x, int y, bool perspective, DepthOf depthOf)
+{
+    constexpr int kNeighbours[8][2] = {{2, 0}, {1, 1}, {0, 2}, {-1, 1}, {-2, 0}, {-1, -1}, {0, -2}, {1, -1}};
+    const auto transformed = [&](int column, int line) {
+        const double z = depthOf(std::clamp(column, 0, kSize - 1), std::clamp(line, 0, kSize - 1));
+        return perspective ? (z + 1) / 2 : 1 - z;
+    };
+    double sum = 0;
+    for (const auto& step : kNeighbours)
+        sum += std::max(0.0, transformed(x, y) - transformed(x + step[0], y + step[1]));
+    return std::exp(-sum / 8 * 300 * 2);
+}
+
 } // namespace
+
+/// A low block, so that its edges are shaded by halves.
+TEST(EyeDomeLighting, ShadesEveryPixelByTheDepthsAroundIt)
+{
+    for (const bool perspective : {false, true}) {
+        const int millimetres = perspective ? 1000 : 100;
+        BlockPicture picture(millimetres);
+        if (perspective) picture.lookInPerspective();
+        const auto depthOf = [&](int x, int y) {
+            const double height = isBlock(x, y) ? millimetres * 0.001 : 0;
+            constexpr double kNear = 10;
+            constexpr double kFar = 100;
+            const double distance = kSize / 2 / std::tan(osg::DegreesToRadians(15.0)) - height;
+            return perspective ? kFar / (kFar - kNear) * (1 - kNear / distance) : (20 - height) / 40;
+        };
+        picture.cloud->enableEyeDomeLighting();
+        picture.draw();
+        int shaded = 0;
+        for (int y = 0; y < kSize; ++y) {
+            for (int x = 0; x < kSize; ++x) {
+                const double expected = shade(x, y, perspective, depthOf);
+                const osg::Vec3ub& plain = isBlock(x, y) ? kBlock : kGround;
+                for (int channel = 0; channel < 3; ++channel)
+                    ASSERT_NEAR(picture.at(x, y)[channel], plain[channel] * expected, 0.75)
+                        << x << ", " << y << (perspective ? " in perspective" : "");
+                shaded += expected > 0.3 && expected < 0.95;
+            }
+        }
+        EXPECT_GT(shaded, 30);
+    }
+}
 
 TEST(EyeDomeLighting, DarkensSilhouettesAndLeavesFlatGroundAlone)
 {
@@ -162,15 +214,16 @@ TEST(EyeDomeLighting, FollowsTheViewportToItsNewSizeAndPlace)
 
     BlockPicture picture;
     picture.cloud->enableEyeDomeLighting();
-    const int sizes[][4] = {{0, 0, 16, 16}, {0, 0, 32, 32}, {16, 8, 16, 16}, {0, 0, 32, 32}};
+    const int sizes[][4] = {{0, 0, 16, 16}, {0, 0, 32, 32},  {0, 0, 32, 20},
+                            {0, 0, 32, 32}, {16, 8, 16, 16}, {0, 0, 32, 32}};
     for (const auto& size : sizes) {
         // The lower left part of the scene, always a metre a pixel.
         picture.viewer.camera().setViewport(size[0], size[1], size[2], size[3]);
         picture.viewer.camera().setProjectionMatrixAsOrtho(0, size[2], 0, size[3], -20, 20);
         picture.draw();
-        const int margin = size[2] == kSize ? 0 : 3; // pixels that the smaller window lacks as neighbours
+        const int margin = size[3] == kSize ? 0 : 3; // pixels that the smaller window lacks as neighbours
         for (int y = 0; y < size[3] - margin; ++y)
-            for (int x = 0; x < size[2] - margin; ++x)
+            for (int x = 0; x < (size[2] == kSize ? kSize : size[2] - margin); ++x)
                 ASSERT_EQ(picture.at(x, y), reference.at(x, y)) << x << ", " << y << " of " << size[2];
     }
 }
@@ -219,7 +272,7 @@ TEST(EyeDomeLighting, SeesThroughCulledPoints)
     TestPoint below;
     below.x = 15500;
     below.y = 15500;
-    below.red = wide(255);
+    below.blue = wide(255);
     points.push_back(below);
     PointPicture picture(PointPicture::AsGiven{points});
     picture.root->addChild(sheet(5));
@@ -229,8 +282,56 @@ TEST(EyeDomeLighting, SeesThroughCulledPoints)
 
     picture.root->removeChildren(1, 1);
     picture.draw();
-    EXPECT_EQ(picture.at(15, 15), osg::Vec3ub(255, 0, 0));
+    EXPECT_EQ(picture.at(15, 15), osg::Vec3ub(0, 0, 255));
     EXPECT_EQ(picture.at(14, 14), PointPicture::kBackground);
+}
+
+TEST(EyeDomeLighting, LightsAnEnhancedLineAtItsWholeSize)
+{
+    PointPicture picture({coloredPoint(255, 255, 255), coloredPoint(255, 255, 255)});
+    picture.root->setMatrix(osg::Matrixd());
+    picture.viewer.camera().setViewMatrix(osg::Matrixd());
+    picture.cloud->enableEyeDomeLighting();
+    const float row = PointPicture::kRow + 0.5f;
+    PointCloudHelper::setEnhancedLine(
+        picture.cloud, {osg::Vec2f(1, row - 1), osg::Vec2f(2, row + 1), osg::Vec2f(2, row - 1)},
+        osg::Vec4f(0, 1, 0, 1), 3);
+    picture.draw();
+    EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 9);
+    EXPECT_EQ(picture.at(2, PointPicture::kRow + 1), osg::Vec3ub(0, 255, 0));
+}
+
+/// What the host sets for its own frame buffer does not hold in the first pass.
+TEST(EyeDomeLighting, HeedsWriteMasksOfTheHostInTheSecondPassOnly)
+{
+    BlockPicture picture;
+    picture.cloud->enableEyeDomeLighting();
+    picture.draw();
+    const osg::ref_ptr<osg::Image> lit = picture.picture;
+    osg::StateSet& state = *picture.root->getOrCreateStateSet();
+    state.setAttributeAndModes(new osg::Depth(osg::Depth::LESS, 0, 1, false));
+    picture.draw();
+    EXPECT_TRUE(samePixels(*lit, *picture.picture)) << "points that write no depth";
+
+    state.removeAttribute(osg::StateAttribute::DEPTH);
+    state.setAttributeAndModes(new osg::ColorMask(true, true, false, true));
+    picture.draw();
+    for (int y = 0; y < kSize; ++y) {
+        for (int x = 0; x < kSize; ++x) {
+            osg::Vec3ub expected = pixel(*lit, x, y);
+            expected.b() = PointPicture::kBackground.b();
+            ASSERT_EQ(picture.at(x, y), expected) << x << ", " << y;
+        }
+    }
+}
+
+TEST(EyeDomeLighting, ShowsThePointsToOtherVisitorsOnce)
+{
+    BlockPicture picture;
+    picture.cloud->enableEyeDomeLighting();
+    VelOsgDBBrx::CalcLevelVisitor levels;
+    picture.root->accept(levels);
+    EXPECT_EQ(levels.getLevelWithNum(), (std::map<int, int>{{0, kSize * kSize}}));
 }
 
 TEST(EyeDomeLighting, ShadesSeveralCloudsEachByItsOwnDepth)
