@@ -7,6 +7,8 @@
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 #include <VelOsgUtils/ThreadCount.h>
 
+#include <algorithm>
+
 using VelOsgDBBrx::PointCloudLodOperation;
 
 namespace {
@@ -182,13 +184,13 @@ osg::ref_ptr<osg::Operation> PointLoadManager::lodOperation()
 
 void PointLoadManager::insertOctree(OctreeInfo* octree)
 {
-    _octrees.insert(octree);
+    if (std::find(_octrees.begin(), _octrees.end(), octree) == _octrees.end()) _octrees.push_back(octree);
 }
 
 void PointLoadManager::eraseOctree(OctreeInfo* octree)
 {
-    _octrees.erase(octree);
     _erased.push_back(octree);
+    _octrees.erase(std::remove(_octrees.begin(), _octrees.end(), octree), _octrees.end());
 }
 
 void PointLoadManager::applyMaxNumOfPointCloud(uint64_t points)
@@ -226,9 +228,10 @@ void PointLoadManager::runOnce()
         std::lock_guard<std::mutex> lock(_restMutex);
         const bool moved = differs(camera);
         const bool requested = applyRequests();
-        const bool dirty = collectOctrees(octrees);
+        const bool dirty = clearDirtyFlags();
         erased.swap(_erased);
-        if (octrees.empty() || !operation || !(moved || requested || dirty || isRetryDue())) return;
+        if (_octrees.empty() || !operation || !(moved || requested || dirty || isRetryDue())) return;
+        octrees = _octrees;
         _rest = Rest::NOT_YET;
     }
     runPass(*operation, camera, octrees);
@@ -267,13 +270,12 @@ bool PointLoadManager::applyRequests()
     return !requests.empty();
 }
 
-/// True when an octree was dirty. Reads and clears every flag.
-bool PointLoadManager::collectOctrees(std::vector<osg::ref_ptr<OctreeInfo>>& octrees)
+/// True when an octree was dirty.
+bool PointLoadManager::clearDirtyFlags()
 {
     bool dirty = false;
     for (const osg::ref_ptr<OctreeInfo>& octree : _octrees)
-        if (octree->dirty.exchange(0)) dirty = true;
-    octrees.assign(_octrees.begin(), _octrees.end());
+        if (octree->dirty && octree->dirty.exchange(0)) dirty = true;
     return dirty;
 }
 
@@ -334,7 +336,7 @@ bool PointLoadManager::anythingWaits()
 
 void PointLoadManager::releaseOctrees()
 {
-    std::set<osg::ref_ptr<OctreeInfo>> octrees;
+    std::vector<osg::ref_ptr<OctreeInfo>> octrees;
     {
         std::lock_guard<std::mutex> lock(_restMutex);
         applyRequests();

@@ -15,7 +15,6 @@
 #include <chrono>
 #include <deque>
 #include <mutex>
-#include <set>
 #include <vector>
 
 /// The load manager of a context: its thread runs a level-of-detail pass whenever the camera moved, the
@@ -84,7 +83,7 @@ private:
     void runOnce();
     void queue(Operator* request);
     bool applyRequests();
-    bool collectOctrees(std::vector<osg::ref_ptr<OctreeInfo>>& octrees);
+    bool clearDirtyFlags();
     bool isRetryDue() const;
     void runPass(osg::Operation& operation, const CameraState& camera,
                  std::vector<osg::ref_ptr<OctreeInfo>>& octrees);
@@ -114,9 +113,9 @@ private:
 
     /// \name Of the manager's thread; `isSettled` reads some under `_restMutex`
     /// @{
-    std::mutex _restMutex; ///< held while they change, never during a pass
-    std::set<osg::ref_ptr<OctreeInfo>> _octrees;
-    std::vector<osg::ref_ptr<OctreeInfo>> _erased; ///< kept until the lock is released
+    std::mutex _restMutex;                          ///< held while they change, never during a pass
+    std::vector<osg::ref_ptr<OctreeInfo>> _octrees; ///< each once; looked through every millisecond
+    std::vector<osg::ref_ptr<OctreeInfo>> _erased;  ///< kept until the lock is released
     osg::ref_ptr<VelOsgDBBrx::FrameStamp> _frameStamp = new VelOsgDBBrx::FrameStamp;
     Rest _rest = Rest::NOT_YET;
     std::chrono::steady_clock::time_point _retryTime; ///< of an incomplete pass
