@@ -57,9 +57,9 @@ EdlPostRender::EdlPostRender(EyeDomeTargets* targets, osg::Node* content)
     setCullCallback(new EDLResizeCallback(targets));
     osg::StateSet& state = *getOrCreateStateSet();
     // Overriding keeps out programs below, protection those of a host that overrides from above.
-    state.setAttributeAndModes(makeEyeDomeProgram(), osg::StateAttribute::ON |
-                                                         osg::StateAttribute::PROTECTED |
-                                                         osg::StateAttribute::OVERRIDE);
+    state.setAttributeAndModes(pointProgram(PointProgram::EyeDome), osg::StateAttribute::ON |
+                                                                        osg::StateAttribute::PROTECTED |
+                                                                        osg::StateAttribute::OVERRIDE);
     for (osg::Uniform* uniform :
          {new osg::Uniform("s1_color", 1), new osg::Uniform("s2_depth", 0), new osg::Uniform("Sx", 512.0f),
           new osg::Uniform("Sy", 512.0f), new osg::Uniform("radius", 2.0f),

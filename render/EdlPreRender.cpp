@@ -9,6 +9,9 @@
 #include <osg/Viewport>
 #include <osgUtil/CullVisitor>
 
+#include <algorithm>
+#include <optional>
+
 namespace {
 
 /// Keeps the target of the camera that culls at the size of its viewport. The target reaches from the
@@ -45,9 +48,58 @@ osg::ref_ptr<osg::Geode> makeStage(osg::Drawable* drawable, int bin)
     return geode;
 }
 
+/// Pixels of the target.
+struct PixelArea
+{
+    int left, bottom, right, top;
+};
+
+/// Where points in `bounds` may be drawn, and what the second pass looks at beside them. Empty when a corner
+/// lies behind the eye: then it may be everywhere.
+std::optional<PixelArea> pixelsOf(const osg::BoundingBox& bounds, const osg::State& state)
+{
+    constexpr double kMargin = 16; // half of a large point and the neighbours of its edge
+    const osg::Viewport* viewport = state.getCurrentViewport();
+    if (!viewport || !bounds.valid()) return std::nullopt;
+    const osg::Matrixd toClip = state.getModelViewMatrix() * state.getProjectionMatrix();
+    const osg::Matrixd toWindow = viewport->computeWindowMatrix();
+    osg::BoundingBoxd window;
+    for (unsigned i = 0; i < 8; ++i) {
+        const osg::Vec4d corner = osg::Vec4d(bounds.corner(i), 1.0) * toClip;
+        if (corner.w() <= 0) return std::nullopt;
+        window.expandBy(osg::Vec3d(corner.x(), corner.y(), corner.z()) / corner.w() * toWindow);
+    }
+    const auto pixel = [](double place, double from, double size) {
+        return static_cast<int>(std::clamp(place, from, from + size));
+    };
+    return PixelArea{pixel(window.xMin() - kMargin, viewport->x(), viewport->width()),
+                     pixel(window.yMin() - kMargin, viewport->y(), viewport->height()),
+                     pixel(window.xMax() + kMargin + 1, viewport->x(), viewport->width()),
+                     pixel(window.yMax() + kMargin + 1, viewport->y(), viewport->height())};
+}
+
+void clear()
+{
+    glClearColor(1.0f, 1.0f, 1.0f, 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+}
+
+/// Clears an area and leaves the scissor as it was.
+void clear(const PixelArea& area)
+{
+    GLint before[4];
+    glGetIntegerv(GL_SCISSOR_BOX, before);
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(area.left, area.bottom, area.right - area.left, area.top - area.bottom);
+    clear();
+    glScissor(before[0], before[1], before[2], before[3]);
+    glDisable(GL_SCISSOR_TEST);
+}
+
 } // namespace
 
-RenderStageStart::RenderStageStart(EyeDomeTargets* targets) : _targets(targets)
+RenderStageStart::RenderStageStart(EyeDomeTargets* targets, const osg::BoundingBox& bounds)
+    : _targets(targets), _bounds(bounds)
 {
     setCullCallback(new WindowResizeEventHandler(targets));
     getOrCreateStateSet()->setRenderBinDetails(-1, "RenderBin");
@@ -57,9 +109,12 @@ void RenderStageStart::drawImplementation(osg::RenderInfo& renderInfo) const
 {
     const osg::ref_ptr<EyeDomeTarget> target = _targets->find(renderInfo.getCurrentCamera());
     if (!target) return;
-    _targets->begin(*target, *renderInfo.getState());
-    glClearColor(1.0f, 1.0f, 1.0f, 1.0f);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    const bool isFirst = _targets->begin(*target, *renderInfo.getState());
+    const std::optional<PixelArea> area = pixelsOf(_bounds, *renderInfo.getState());
+    if (isFirst || !area || glIsEnabled(GL_SCISSOR_TEST))
+        clear();
+    else
+        clear(*area);
 }
 
 void RenderStageStart::resizeGLObjectBuffers(unsigned int maxSize)
@@ -81,10 +136,10 @@ void RenderStageFinish::drawImplementation(osg::RenderInfo& renderInfo) const
     _targets->end(*renderInfo.getState());
 }
 
-EdlPreRender::EdlPreRender(EyeDomeTargets* targets, osg::Node* content)
+EdlPreRender::EdlPreRender(EyeDomeTargets* targets, osg::Node* content, const osg::BoundingBox& bounds)
 {
     content->getOrCreateStateSet()->setRenderBinDetails(0, "RenderBin");
-    addChild(makeStage(new RenderStageStart(targets), -1));
+    addChild(makeStage(new RenderStageStart(targets, bounds), -1));
     addChild(content);
     addChild(makeStage(new RenderStageFinish(targets), 1));
     // The target needs all colours and depths, whatever the host set for its own.

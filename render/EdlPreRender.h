@@ -2,22 +2,25 @@
 
 #include "render/EyeDomeTarget.h"
 
+#include <osg/BoundingBox>
 #include <osg/Drawable>
 #include <osg/Group>
 
-/// Turns drawing to the camera's target for eye-dome lighting, and clears it. As its cull callback, a
-/// `WindowResizeEventHandler` keeps the target at the size of the viewport.
+/// Turns drawing to the camera's target for eye-dome lighting, and clears it: the first cloud of a frame all
+/// of it, the others where they may have points, or a thousand clouds would clear a thousand pictures. As its
+/// cull callback, a `WindowResizeEventHandler` keeps the target at the size of the viewport.
 class RenderStageStart : public osg::Drawable
 {
 public:
-    explicit RenderStageStart(EyeDomeTargets* targets);
+    /// `bounds` are those of all points, in the coordinates that the drawable stands in.
+    RenderStageStart(EyeDomeTargets* targets, const osg::BoundingBox& bounds);
 
     void drawImplementation(osg::RenderInfo& renderInfo) const override;
     void resizeGLObjectBuffers(unsigned int maxSize) override;
     void releaseGLObjects(osg::State* state = nullptr) const override;
 
-    osg::Object* cloneType() const override { return new RenderStageStart(_targets); }
-    osg::Object* clone(const osg::CopyOp&) const override { return new RenderStageStart(_targets); }
+    osg::Object* cloneType() const override { return new RenderStageStart(_targets, _bounds); }
+    osg::Object* clone(const osg::CopyOp&) const override { return new RenderStageStart(_targets, _bounds); }
     const char* libraryName() const override { return "VelOsgDBBrx"; }
     const char* className() const override { return "RenderStageStart"; }
 
@@ -26,6 +29,7 @@ protected:
 
 private:
     osg::ref_ptr<EyeDomeTargets> _targets;
+    const osg::BoundingBox _bounds;
 };
 
 /// Turns drawing back to where it went before the `RenderStageStart` of the same targets.
@@ -52,7 +56,8 @@ private:
 class EdlPreRender : public osg::Group
 {
 public:
-    EdlPreRender(EyeDomeTargets* targets, osg::Node* content);
+    /// `bounds` are those of all points of the content.
+    EdlPreRender(EyeDomeTargets* targets, osg::Node* content, const osg::BoundingBox& bounds);
 
     const char* libraryName() const override { return "VelOsgDBBrx"; }
     const char* className() const override { return "EdlPreRender"; }

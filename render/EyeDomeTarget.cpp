@@ -88,14 +88,20 @@ osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::find(const osg::Camera* camera)
     return nullptr;
 }
 
-void EyeDomeTargets::begin(const EyeDomeTarget& target, osg::State& state)
+bool EyeDomeTargets::begin(const EyeDomeTarget& target, osg::State& state)
 {
     const FrameBufferBinding bound = FrameBufferBinding::current();
+    const osg::FrameStamp* stamp = state.getFrameStamp();
+    bool isFirst = true;
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         _boundBefore.emplace(state.getContextID(), bound); // keeps an entry: a target is bound already then
+        Use& use = _lastUse[state.getContextID()];
+        isFirst = !stamp || use.target != &target || use.frame != stamp->getFrameNumber();
+        use = {&target, stamp ? stamp->getFrameNumber() : 0};
     }
     target.frameBuffer->apply(state);
+    return isFirst;
 }
 
 void EyeDomeTargets::end(osg::State& state)

@@ -58,8 +58,9 @@ public:
     /// The camera's target; null when it has none.
     osg::ref_ptr<EyeDomeTarget> find(const osg::Camera* camera);
 
-    /// Binds a target's frame buffer, or binds again what was bound before. For draw traversals.
-    void begin(const EyeDomeTarget& target, osg::State& state);
+    /// Binds a target's frame buffer, or binds again what was bound before. For draw traversals. True when
+    /// the context had another target, or this one in another frame, before.
+    bool begin(const EyeDomeTarget& target, osg::State& state);
     void end(osg::State& state);
 
     void resizeGLObjectBuffers(unsigned maxSize);
@@ -78,4 +79,11 @@ private:
     std::vector<Entry> _entries; ///< guarded by _mutex
     std::map<unsigned, FrameBufferBinding>
         _boundBefore; ///< by context while a target is bound; guarded by _mutex
+
+    struct Use
+    {
+        osg::observer_ptr<const EyeDomeTarget> target;
+        unsigned frame = 0;
+    };
+    std::map<unsigned, Use> _lastUse; ///< by context; guarded by _mutex
 };

@@ -58,7 +58,8 @@ void PointCloudImpl::enableEyeDomeLighting()
     const osg::ref_ptr<EyeDomeTargets> targets = EyeDomeTargets::shared();
     removeChild(_lod);
 
-    _preRender = new EdlPreRender(targets, _lod);
+    const OctreeInfo& octree = *_lod->getOctree();
+    _preRender = new EdlPreRender(targets, _lod, {osg::Vec3f(octree.min), osg::Vec3f(octree.max)});
     _preRender->getOrCreateStateSet()->setRenderBinDetails(-1, "RenderBin",
                                                            osg::StateSet::USE_RENDERBIN_DETAILS);
     addChild(_preRender);

@@ -87,6 +87,8 @@ osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
         return makeLitProgram("elevation_lit.vert");
     case PointProgram::ClassificationLit:
         return makeLitProgram("classification_lit.vert");
+    case PointProgram::EyeDome:
+        return makePickableProgram("edl.vert", "edl.frag", "pAttribute");
     }
     return nullptr;
 }
@@ -109,9 +111,4 @@ osg::ref_ptr<osg::Program> pointProgram(PointProgram program)
 bool isOccluder(const osg::StateAttribute& program)
 {
     return program.getName() == kOccluderShader;
-}
-
-osg::ref_ptr<osg::Program> makeEyeDomeProgram()
-{
-    return makePickableProgram("edl.vert", "edl.frag", "pAttribute");
 }

@@ -17,7 +17,8 @@ enum class PointProgram
     GpsTime,
     Occluder,         ///< for whatever is no point, in front of points that are picked
     ElevationLit,     ///< for triangle meshes, writes no picking outputs
-    ClassificationLit ///< for triangle meshes, writes no picking outputs
+    ClassificationLit, ///< for triangle meshes, writes no picking outputs
+    EyeDome            ///< the second pass of eye-dome lighting
 };
 
 /// The program, shared by every node of the process that uses it at the moment; nobody changes it. It goes
@@ -28,5 +29,3 @@ osg::ref_ptr<osg::Program> pointProgram(PointProgram program);
 /// Whether a program is `PointProgram::Occluder`, which says nothing about how points look.
 bool isOccluder(const osg::StateAttribute& program);
 
-/// A program of its own for the second pass of eye-dome lighting.
-osg::ref_ptr<osg::Program> makeEyeDomeProgram();

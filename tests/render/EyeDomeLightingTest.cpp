@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 using VelOsgDBBrx::PointCloudHelper;
 using VelOsgDBBrx::ShaderHelper;
@@ -348,6 +349,59 @@ TEST(EyeDomeLighting, ShadesSeveralCloudsEachByItsOwnDepth)
     EXPECT_EQ(picture.at(3, 3), osg::Vec3ub(255, 255, 255));
     EXPECT_EQ(picture.at(4, 3), kGround);
     EXPECT_EQ(picture.at(15, 15), kBlock);
+}
+
+/// A horizontal rectangle of points, a point a metre.
+std::vector<TestPoint> rectangle(int left, int width, int height, int z, const osg::Vec3ub& color)
+{
+    std::vector<TestPoint> points;
+    for (int y = 0; y < height; ++y) {
+        for (int x = left; x < left + width; ++x) {
+            TestPoint point = coloredPoint(color.r(), color.g(), color.b());
+            point.x = x * 1000 + 500;
+            point.y = y * 1000 + 500;
+            point.z = z * 1000;
+            points.push_back(point);
+        }
+    }
+    return points;
+}
+
+/// Each clears what clouds drawn before it left where it is, and no more than about that.
+TEST(EyeDomeLighting, ShadesManyCloudsEachByItsOwnDepth)
+{
+    constexpr int kWidth = 160;
+    constexpr int kBlocks = 5;
+    constexpr int kBlockSize = 4;
+    HeadlessViewer viewer(kWidth, kSize);
+    const osg::ref_ptr<osg::Group> clouds = new osg::Group;
+    std::vector<std::unique_ptr<CellFixture>> fixtures;
+    const auto add = [&](int left, int width, int height, int z, const osg::Vec3ub& color) {
+        fixtures.push_back(
+            std::make_unique<CellFixture>(rectangle(left, width, height, z, color), PointPicture::kOrigin));
+        OctreeInfo& octree = *fixtures.back()->octree;
+        octree.min.set(left, 0, z);
+        octree.max.set(left + width, height, z);
+        const osg::ref_ptr<PointCloudImpl> cloud = makeCloud(*fixtures.back());
+        cloud->enableEyeDomeLighting();
+        clouds->addChild(cloud);
+    };
+    add(0, kWidth, kSize, 0, kGround);
+    for (int i = 0; i < kBlocks; ++i)
+        add(20 + i * 25, kBlockSize, kBlockSize, 10, kBlock);
+
+    viewer.camera().setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
+    viewer.camera().setProjectionMatrixAsOrtho(0, kWidth, 0, kSize, -20, 20);
+    viewer.show(clouds);
+    for (const int shift : {0, 10, -10}) {
+        viewer.camera().setViewMatrix(osg::Matrixd::translate(shift, 0, 0));
+        const osg::ref_ptr<osg::Image> picture = viewer.picture();
+        int blockPixels = 0;
+        for (int x = 0; x < kWidth; ++x)
+            for (int y = 0; y < kSize; ++y)
+                if (pixel(*picture, x, y) == kBlock) ++blockPixels;
+        EXPECT_EQ(blockPixels, kBlocks * kBlockSize * kBlockSize) << "all bright, moved by " << shift;
+    }
 }
 
 TEST(EyeDomeLighting, IsNotReplacedByProgramsAboveOrBelow)

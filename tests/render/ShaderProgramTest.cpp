@@ -20,9 +20,8 @@ namespace {
 std::vector<osg::ref_ptr<osg::Program>> allPrograms()
 {
     std::vector<osg::ref_ptr<osg::Program>> programs;
-    for (int i = 0; i <= static_cast<int>(PointProgram::ClassificationLit); ++i)
+    for (int i = 0; i <= static_cast<int>(PointProgram::EyeDome); ++i)
         programs.push_back(pointProgram(static_cast<PointProgram>(i)));
-    programs.push_back(makeEyeDomeProgram());
     return programs;
 }
 
