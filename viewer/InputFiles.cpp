@@ -53,7 +53,7 @@ Status expand(const std::string& input, std::vector<std::string>& files)
     Folder folder;
     if (Status status = list(input, folder); !status) return status;
     if (folder.stores.empty() && folder.surveys > 0) {
-        return Status::failure(input + ": is a folder without stores; build one of its " +
+        return Status::failure(input + ": is a folder without stores; build one store of its " +
                                std::to_string(folder.surveys) + " LAS and LAZ files: brx build " + input +
                                " -o STORE.brx");
     }
