@@ -46,9 +46,6 @@ public:
     Status open()
     {
         if (Status status = _view.open(_options.headless->size, _options.budget); !status) return status;
-        // Editing needs to know where the clouds are, which their first frame tells: show all of them in it.
-        look(CameraView(), Lens());
-        _viewer.frame();
         look(_options.view, Lens());
         showLegend();
         _session.emplace(_scene, _viewer);

@@ -33,29 +33,33 @@ class RefusedCommandLine : public testing::TestWithParam<BadCommandLine>
 
 INSTANTIATE_TEST_SUITE_P(
     Brxview, RefusedCommandLine,
-    testing::Values(BadCommandLine{{"--render", "a.png"}, "no file"},
-                    BadCommandLine{{"--render", "a.png", "missing.brx"}, "missing.brx"},
-                    BadCommandLine{{"--render", "a.png", "/dev/null"}, "/dev/null: is not a file"},
-                    BadCommandLine{{"--render", "a.png", BRXVIEW}, "neither a store nor a LAS or LAZ file"},
-                    BadCommandLine{{"--render", "a.xyz", "s.brx"}, "a.xyz"},
-                    BadCommandLine{{"--render"}, "--render needs a value"},
-                    BadCommandLine{{"--render", "a.png", "--size", "10", "s.brx"}, "--size 10"},
-                    BadCommandLine{{"--render", "a.png", "--size", "0x10", "s.brx"}, "--size 0x10"},
-                    BadCommandLine{{"--render", "a.png", "--size", "10x10x10", "s.brx"}, "--size 10x10x10"},
-                    BadCommandLine{{"--render", "a.png", "--timeout", "-1", "s.brx"}, "--timeout -1"},
-                    BadCommandLine{{"--size", "10x10", "s.brx"}, "--render"},
-                    BadCommandLine{{"--mode", "sepia", "s.brx"}, "--mode sepia"},
-                    BadCommandLine{{"--color", "#12345", "s.brx"}, "--color #12345"},
-                    BadCommandLine{{"--color", "1,2,300", "s.brx"}, "--color 1,2,300"},
-                    BadCommandLine{{"--point-size", "0", "s.brx"}, "--point-size 0"},
-                    BadCommandLine{{"--point-size", "2px", "s.brx"}, "--point-size 2px"},
-                    BadCommandLine{{"--budget", "many", "s.brx"}, "--budget many"},
-                    BadCommandLine{{"--budget", "nan", "s.brx"}, "--budget nan"},
-                    BadCommandLine{{"--view", "1,2,3", "s.brx"}, "--view 1,2,3"},
-                    BadCommandLine{{"--view", "0,0,5,0,0,0,0,0,1", "s.brx"}, "--view 0,0,5"},
-                    BadCommandLine{{"--render", "a.png", "--frobnicate", "s.brx"}, "--frobnicate"},
-                    BadCommandLine{{"--render", "a.png", "--normals", "n", "s.brx", "t.brx"}, "--normals n"},
-                    BadCommandLine{{"s.brx"}, "--render"}));
+    testing::Values(
+        BadCommandLine{{"--render", "a.png"}, "no file"},
+        BadCommandLine{{"--render", "a.png", "missing.brx"}, "missing.brx"},
+        BadCommandLine{{"--render", "a.png", "/dev/null"}, "/dev/null: is not a file"},
+        BadCommandLine{{"--render", "a.png", BRXVIEW}, "neither a store nor a LAS or LAZ file"},
+        BadCommandLine{{"--render", "a.xyz", "s.brx"}, "a.xyz"},
+        BadCommandLine{{"--render"}, "--render needs a value"},
+        BadCommandLine{{"--render", "a.png", "--size", "10", "s.brx"}, "--size 10"},
+        BadCommandLine{{"--render", "a.png", "--size", "0x10", "s.brx"}, "--size 0x10"},
+        BadCommandLine{{"--render", "a.png", "--size", "10x10x10", "s.brx"}, "--size 10x10x10"},
+        BadCommandLine{{"--render", "a.png", "--timeout", "-1", "s.brx"}, "--timeout -1"},
+        BadCommandLine{{"--size", "10x10", "s.brx"}, "--render"},
+        BadCommandLine{{"--script"}, "--script needs a value"},
+        BadCommandLine{{"--script", "/nowhere/edit.json", "s.brx"}, "/nowhere/edit.json: cannot be read"},
+        BadCommandLine{{"--script", "e.json", "--render", "a.png", "s.brx"}, "exclude each other"},
+        BadCommandLine{{"--mode", "sepia", "s.brx"}, "--mode sepia"},
+        BadCommandLine{{"--color", "#12345", "s.brx"}, "--color #12345"},
+        BadCommandLine{{"--color", "1,2,300", "s.brx"}, "--color 1,2,300"},
+        BadCommandLine{{"--point-size", "0", "s.brx"}, "--point-size 0"},
+        BadCommandLine{{"--point-size", "2px", "s.brx"}, "--point-size 2px"},
+        BadCommandLine{{"--budget", "many", "s.brx"}, "--budget many"},
+        BadCommandLine{{"--budget", "nan", "s.brx"}, "--budget nan"},
+        BadCommandLine{{"--view", "1,2,3", "s.brx"}, "--view 1,2,3"},
+        BadCommandLine{{"--view", "0,0,5,0,0,0,0,0,1", "s.brx"}, "--view 0,0,5"},
+        BadCommandLine{{"--render", "a.png", "--frobnicate", "s.brx"}, "--frobnicate"},
+        BadCommandLine{{"--render", "a.png", "--normals", "n", "s.brx", "t.brx"}, "--normals n"},
+        BadCommandLine{{"s.brx"}, "--render"}));
 
 } // namespace
 
@@ -88,8 +92,8 @@ TEST(CommandLine, HelpAndVersionArePrintedOnStdout)
     const ProgramResult help = brxview({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_EQ(help.err, "");
-    for (const char* option : {"--mode", "--edl", "--no-legend", "--render", "--point-size", "--budget",
-                               "--normals", "--window"}) {
+    for (const char* option : {"--mode", "--edl", "--no-legend", "--render", "--script", "--point-size",
+                               "--budget", "--normals", "--window"}) {
         EXPECT_NE(help.out.find(option), std::string::npos) << option;
     }
     const ProgramResult version = brxview({"--version"});

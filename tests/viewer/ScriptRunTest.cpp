@@ -1,0 +1,301 @@
+#include "tests/support/HeadlessViewer.h"
+#include "tests/support/LasRecords.h"
+#include "tests/support/RunProgram.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestSurvey.h"
+
+#include <VelBrx/Builder.h>
+#include <VelBrx/Verify.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <osgDB/ReadFile>
+
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+const std::string kWindow = R"({"op": "window", "width": 200, "height": 200})";
+const std::string kTop = R"({"op": "camera", "view": "top"})";
+const std::string kAll = R"("polygon": [[-9, -9], [209, -9], [209, 209], [-9, 209]])";
+const std::string kToSeven = R"({"op": "classify", )" + kAll + R"(, "to": 7})";
+
+/// A small survey of 20 x 20 points a metre apart, in a store that scripts edit.
+class ScriptRun : public testing::Test
+{
+protected:
+    void build()
+    {
+        ASSERT_TRUE(survey.write(folder.file("grid.las")));
+        VelBrx::BuildOptions options;
+        options.inputs = {folder.file("grid.las")};
+        options.output = store;
+        VelBrx::BuildReport report;
+        const VelBrx::Status built = VelBrx::buildStore(options, report);
+        ASSERT_TRUE(built) << built.message();
+    }
+
+    /// Runs the operations, with the window above them, by a program behind the words `before`.
+    void run(const std::string& steps, const std::vector<std::string>& more = {},
+             std::vector<std::string> before = {})
+    {
+        const std::string text = "[" + kWindow + (steps.empty() ? "" : ",\n") + steps + "]";
+        const std::string script = folder.write("edit.json", std::vector<uint8_t>(text.begin(), text.end()));
+        before.insert(before.end(), {BRXVIEW, "--script", script, store});
+        before.insert(before.end(), more.begin(), more.end());
+        finish(runProgram(before, {"DISPLAY"}));
+    }
+
+    void finish(const ProgramResult& ended)
+    {
+        result = ended;
+        lines.clear();
+        std::istringstream stream(result.out);
+        for (std::string line; std::getline(stream, line);)
+            lines.push_back(json::parse(line));
+    }
+
+    /// The line of an operation after the window, counted from 1.
+    json line(size_t operation) const { return operation < lines.size() ? lines[operation] : json(); }
+
+    void expectSuccess() const { EXPECT_EQ(result.exitStatus, 0) << result.out << result.err; }
+
+    /// One line on stderr that holds `said`, and exit status 1.
+    void expectFailure(const std::string& said) const
+    {
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        EXPECT_NE(result.err.find(said), std::string::npos) << result.err;
+    }
+
+    osg::ref_ptr<osg::Image> picture(const std::string& name) const
+    {
+        return osgDB::readRefImageFile(folder.file(name));
+    }
+
+    std::string render(const std::string& name) const
+    {
+        return R"({"op": "render", "file": ")" + folder.file(name) + "\"}";
+    }
+
+    const TempFolder folder;
+    const std::string store = folder.file("grid.brx");
+    TestSurvey survey = [] {
+        TestSurvey small;
+        small.side = 20;
+        small.classes = 4; // 2 to 5, by column
+        return small;
+    }();
+    ProgramResult result;
+    std::vector<json> lines;
+};
+
+/// A worldPolygon around the points from column and row `low` to `high`, at a height.
+std::string around(const TestSurvey& survey, osg::Vec2d low, osg::Vec2d high, double z)
+{
+    const double x = survey.x;
+    const double y = survey.y;
+    const json corners = {{x + low.x() - 0.5, y + low.y() - 0.5, z},
+                          {x + high.x() + 0.5, y + low.y() - 0.5, z},
+                          {x + high.x() + 0.5, y + high.y() + 0.5, z},
+                          {x + low.x() - 0.5, y + high.y() + 0.5, z}};
+    return "\"worldPolygon\": " + corners.dump();
+}
+
+} // namespace
+
+TEST_F(ScriptRun, EditsWhatAPolygonInWorldCoordinatesSurrounds)
+{
+    build();
+    run(kTop + R"(, {"op": "cull", )" + around(survey, {3, 5}, {6, 9}, survey.z) + "}, " + render("top.png"));
+    expectSuccess();
+    EXPECT_EQ(line(2)["points"], 20);
+    const LasRecords records(store);
+    for (size_t i = 0; i < records.size(); ++i) {
+        const osg::Vec3d place = records.position(i) - osg::Vec3d(survey.x, survey.y, survey.z);
+        const bool inside = place.x() > 2.5 && place.x() < 6.5 && place.y() > 4.5 && place.y() < 9.5;
+        EXPECT_EQ(records.flags(i) & 0x0F, inside ? 4 : 0) << place.x() << ", " << place.y();
+    }
+    // Columns 3 to 6 lie left of the middle, rows 5 to 9 below it.
+    const auto top = picture("top.png");
+    const osg::Vec3ub background = pixel(*top, 1, 1);
+    EXPECT_EQ(pixel(*top, 55, 75), background);
+    EXPECT_NE(pixel(*top, 145, 75), background) << "mirrored";
+    EXPECT_NE(pixel(*top, 55, 125), background) << "upside down";
+
+    run(R"({"op": "camera", "eye": [0, 0, 10], "center": [0, 0, 0], "up": [0, 1, 0]},
+           {"op": "cull", "worldPolygon": [[1, 1, 0], [2, 1, 0], [2, 2, 11]]})");
+    expectFailure("edit.json: operation 3 (cull): vertex 3 is behind the camera");
+}
+
+TEST_F(ScriptRun, SeesTheSameAtEveryHeightInAnOrthographicView)
+{
+    survey.step = 30;
+    build();
+    // The picture is 20 m high and shows the middle of the survey: 10 pixels a metre, point (10, 10) at
+    // (105, 95) from the top left.
+    run(R"({"op": "camera", "view": "top", "projection": "orthographic", "height": 20},
+           {"op": "cull", "polygon": [[50, 50], [150, 50], [150, 150], [50, 150]]}, )" +
+        render("ortho.png") + R"(, {"op": "uncull", "polygon": [[50, 50], [150, 50], [150, 150], [50, 150]]},
+           {"op": "camera", "view": "top", "projection": "orthographic"},)" +
+        render("all.png") +
+        R"(, {"op": "camera", "eye": [1234509.5, 6543209.5, 110], "center": [1234509.5, 6543209.5, 100],
+             "up": [0, 1, 0], "projection": "orthographic", "height": 20}, )" +
+        render("inside.png"));
+    expectSuccess();
+    EXPECT_EQ(line(2)["points"], 100);
+    const LasRecords records(store);
+    const auto ortho = picture("ortho.png");
+    const osg::Vec3ub background = pixel(*ortho, 100, 100);
+    for (const int column : {45, 155}) // the lower and the higher half
+        EXPECT_NE(pixel(*ortho, column, 105), background) << column;
+    for (const int column : {55, 145})
+        EXPECT_EQ(pixel(*ortho, column, 105), background) << column;
+    // The eye may stand between the points: all are in front of it.
+    const auto inside = picture("inside.png");
+    for (const int column : {45, 95, 105, 155})
+        EXPECT_NE(pixel(*inside, column, 105), background) << column;
+    EXPECT_EQ(line(6)["pointsDrawn"], 400);
+}
+
+TEST_F(ScriptRun, ClassifiesWhatDisplayFilterAndClipPlanesShow)
+{
+    build();
+    run(kTop +
+        R"(, {"op": "showClasses", "classes": [2, 3]}, {"op": "clip", "planes": [[1, 0, 0, -1234509.5]]}, )" +
+        render("part.png") + ", " + kToSeven +
+        R"(, {"op": "showClasses"}, {"op": "clip"}, {"op": "undoAll"}, )" + kToSeven + R"(, {"op": "save"})");
+    expectSuccess();
+    EXPECT_EQ(line(5)["points"], 80) << "columns 12, 13, 16 and 17";
+    EXPECT_EQ(line(5)["before"], json({{"2", 40}, {"3", 40}}));
+    EXPECT_EQ(line(5)["after"], json({{"7", 80}}));
+    EXPECT_EQ(line(8)["points"], 80);
+    EXPECT_EQ(line(9)["points"], 400);
+    EXPECT_EQ(line(10)["points"], 400);
+    const auto part = picture("part.png");
+    EXPECT_EQ(pixel(*part, 60, 100), pixel(*part, 1, 1)) << "outside the plane";
+}
+
+TEST_F(ScriptRun, UndoesEditsOfAllKindsNewestFirst)
+{
+    build();
+    run(kTop + R"(, {"op": "cull", )" + around(survey, {0, 0}, {4, 4}, survey.z) + "}, " + kToSeven +
+        R"(, {"op": "select", )" + kAll + R"(}, {"op": "segment", "hide": "selected"}, )" +
+        render("none.png") + R"(, {"op": "undo"}, {"op": "undo"}, )" + render("some.png") +
+        R"(, {"op": "undo"}, {"op": "report"}, {"op": "undo"}, {"op": "undo"}, {"op": "report"})");
+    expectSuccess();
+    EXPECT_EQ(line(4)["points"], 375) << "visible points are selected";
+    EXPECT_EQ(countOtherThan(*picture("none.png"), pixel(*picture("none.png"), 1, 1)), 0);
+    EXPECT_GT(countOtherThan(*picture("some.png"), pixel(*picture("some.png"), 1, 1)), 1000);
+    EXPECT_EQ(line(10)["points"], 375);
+    EXPECT_EQ(line(11)["stores"][0]["hiddenPoints"], 25);
+    EXPECT_EQ(line(11)["stores"][0]["unsaved"], 0);
+    EXPECT_EQ(line(12)["points"], 25);
+    EXPECT_EQ(line(13)["points"], 0);
+    EXPECT_EQ(line(13)["message"], "there is nothing to undo");
+    EXPECT_EQ(line(14)["stores"][0]["hiddenPoints"], 0);
+    EXPECT_EQ(line(14)["stores"][0]["points"], 400);
+}
+
+TEST_F(ScriptRun, StopsAtAReadOnlyStoreAndTellsWhatIsUnsaved)
+{
+    build();
+    fs::permissions(store, fs::perms(0444));
+    const Bytes before = readFile(store);
+    std::vector<std::string> unprivileged; // the superuser may write every file
+    if (geteuid() == 0) unprivileged = {"setpriv", "--bounding-set=-dac_override"};
+    run(kTop + R"(, {"op": "cull", )" + kAll + "}, " + R"({"op": "report"})", {}, unprivileged);
+    expectFailure("operation 3 (cull): ");
+    expectFailure(store);
+    EXPECT_EQ(line(2)["points"], 0);
+    EXPECT_NE(line(2)["error"].get<std::string>().find(store), std::string::npos);
+    EXPECT_EQ(line(3), json({{"end", "failed"}, {"operations", 4}, {"done", 2}, {"unsaved", 0}}));
+
+    run(kTop + ", " + kToSeven + R"(, {"op": "save"}, {"op": "report"})", {}, unprivileged);
+    expectFailure("operation 4 (save): ");
+    expectFailure("the changed classes of 400 points were not saved");
+    EXPECT_EQ(lines.back()["unsaved"], 400);
+    EXPECT_TRUE(readFile(store) == before);
+}
+
+TEST_F(ScriptRun, StopsAtAViewThatDoesNotSettleInTime)
+{
+    build();
+    run(kTop + ", " + render("late.png") + R"(, {"op": "cull", )" + kAll + "}", {"--timeout", "0.000001"});
+    expectFailure("operation 3 (render): not all points were there");
+    EXPECT_FALSE(fs::exists(folder.file("late.png")));
+    EXPECT_EQ(lines.back()["done"], 2);
+}
+
+TEST_F(ScriptRun, CountsAnUnsavedEndAsAFailure)
+{
+    build();
+    run(kTop + ", " + kToSeven);
+    expectFailure("edit.json: the changed classes of 400 points were not saved; end the script with save");
+    EXPECT_EQ(lines.back()["end"], "done");
+    EXPECT_EQ(lines.back()["unsaved"], 400);
+    run(kTop + ", " + kToSeven + R"(, {"op": "undoAll"})");
+    expectSuccess();
+}
+
+TEST_F(ScriptRun, DoesNothingWhenALaterOperationIsWrong)
+{
+    build();
+    const Bytes before = readFile(store);
+    run(R"({"op": "cull", )" + kAll + "}, " + R"({"op": "cull"})");
+    expectFailure("edit.json: operation 3 (cull): \"polygon\" is missing");
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(readFile(store) == before);
+}
+
+TEST_F(ScriptRun, ReadsStandardInputForADash)
+{
+    build();
+    const std::string text = "[" + kTop + R"(, {"op": "cull", )" + kAll + "}]";
+    folder.write("edit.json", std::vector<uint8_t>(text.begin(), text.end()));
+    finish(runProgram({"sh", "-c", "\"$0\" --script - --size 200x200 \"$1\" < \"$2\"", BRXVIEW, store,
+                       folder.file("edit.json")},
+                      {"DISPLAY"}));
+    expectSuccess();
+    EXPECT_EQ(lines.at(1)["points"], 400);
+}
+
+TEST_F(ScriptRun, LeavesEveryPointOldOrNewWhenItIsKilled)
+{
+    survey.side = 300;
+    build();
+    const LasRecords before(store);
+    std::string steps = kTop;
+    for (int i = 0; i < 500; ++i)
+        steps += R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"}, )" + kToSeven +
+                 R"(, {"op": "save"}, {"op": "undo"}, {"op": "save"})";
+    const std::string text = "[" + kWindow + ", " + steps + "]";
+    const std::string script = folder.write("long.json", std::vector<uint8_t>(text.begin(), text.end()));
+    int rounds = 0; // that came to an edit
+    for (double seconds = 0.3; rounds < 3 && seconds < 60; seconds *= 1.4) {
+        const ProgramResult killed =
+            runProgram({"timeout", "-s", "KILL", std::to_string(seconds), BRXVIEW, "--script", script, store},
+                       {"DISPLAY"});
+        EXPECT_EQ(killed.out.find("\"end\""), std::string::npos) << "it was not killed in time";
+        rounds += killed.out.find("\"points\":90000") != std::string::npos;
+        EXPECT_TRUE(VelBrx::verifyStore(store).empty());
+        LasRecords restored(store);
+        for (size_t i = 0; i < restored.size(); ++i) {
+            EXPECT_TRUE(restored.flags(i) == before.flags(i) || restored.flags(i) == (before.flags(i) | 4))
+                << i;
+            EXPECT_TRUE(restored.classOf(i) == before.classOf(i) || restored.classOf(i) == 7) << i;
+            restored.flags(i) = before.flags(i);
+            restored.classOf(i) = before.classOf(i);
+        }
+        EXPECT_TRUE(restored.bytes() == before.bytes()) << "other bytes changed";
+        run(R"({"op": "reset"})");
+    }
+    EXPECT_EQ(rounds, 3) << "the program comes to no edit";
+}
