@@ -158,6 +158,20 @@ TEST_F(CullCmdTest, TakesPolygonsOfEveryShape)
     }
 }
 
+TEST_F(CullCmdTest, StaysOnTheDataOfReversedAndOffCentreWindows)
+{
+    const osg::Matrixd projection = screen.projection;
+    for (const osg::Vec3d& turn : {osg::Vec3d(-1, 1, 1), osg::Vec3d(1, -1, 1), osg::Vec3d(-0.4, 0.6, 1)}) {
+        screen.projection = projection * osg::Matrixd::scale(turn) *
+                            osg::Matrixd::translate(0.3 * (1 - std::abs(turn.x())), 0.1, 0);
+        const LasRecords before = records();
+        const LasRecords expected = hidden(before, pointsUnder(before, kArrow, screen));
+        EXPECT_GT(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen)).pointsChanged, 500u);
+        EXPECT_TRUE(sameBytes(records(), expected));
+        run(new UndoCmd(2));
+    }
+}
+
 TEST_F(CullCmdTest, ChangesNothingWithoutAProperPolygon)
 {
     const LasRecords before = records();

@@ -1,16 +1,17 @@
+#include "tests/support/LasRecords.h"
+
 #include <VelOsgDBBrx/PolygonMaskTool.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
+#include <random>
 #include <thread>
 
 using VelOsgDBBrx::PolygonMaskTool;
 
 namespace {
-
-using Polygon = std::vector<osg::Vec2d>;
 
 osg::ref_ptr<osg::Image> maskOf(const std::vector<Polygon>& polygons, int width, int height)
 {
@@ -41,7 +42,40 @@ std::string drawingOf(const std::vector<Polygon>& polygons, int width = 8, int h
     return drawing(*maskOf(polygons, width, height));
 }
 
+/// Whether an edge passes the place nearer than what cairo rounds vertices to.
+bool isInDoubt(const Polygon& polygon, const osg::Vec2d& place)
+{
+    constexpr double kRounding = 1.0 / 128;
+    for (size_t i = 0; i < polygon.size(); ++i) {
+        const osg::Vec2d& a = polygon[i];
+        const osg::Vec2d edge = polygon[(i + 1) % polygon.size()] - a;
+        const double along = std::min(1.0, std::max(0.0, ((place - a) * edge) / edge.length2()));
+        if ((place - a - edge * along).length() < kRounding) return true;
+    }
+    return false;
+}
+
 } // namespace
+
+TEST(PolygonMaskTool, DecidesPixelsOfAnyPolygonByTheirCentres)
+{
+    constexpr int kSize = 60;
+    std::mt19937 random(4);
+    std::uniform_real_distribution<double> coordinate(-20, kSize + 20);
+    for (int round = 0; round < 200; ++round) {
+        Polygon polygon;
+        for (int i = 0; i < 3 + round % 7; ++i)
+            polygon.emplace_back(coordinate(random), coordinate(random));
+        const osg::ref_ptr<osg::Image> mask = maskOf({polygon}, kSize, kSize);
+        for (int row = 0; row < kSize; ++row)
+            for (int column = 0; column < kSize; ++column) {
+                const osg::Vec2d centre(column + 0.5, row + 0.5);
+                if (isInDoubt(polygon, centre)) continue;
+                ASSERT_EQ(*mask->data(column, row) != 0, contains(polygon, centre.x(), centre.y()))
+                    << round << ": " << column << ", " << row;
+            }
+    }
+}
 
 TEST(PolygonMaskTool, CountsPixelsWhoseCentreIsInsideFromTheTopRow)
 {

@@ -119,6 +119,18 @@ TEST_F(SelectSegmentStackTest, SelectionStaysOnTheDataOfATurnedCloudWhileTheCame
     EXPECT_GT(expectAgreement(), 100);
 }
 
+TEST_F(SelectSegmentStackTest, SelectsUnderThePolygonInAReversedWindow)
+{
+    osg::Camera& camera = picture.viewer.camera();
+    const osg::Matrixd projection = camera.getProjectionMatrix();
+    camera.setProjectionMatrix(projection * osg::Matrixd::scale(-1, 1, 1));
+    push(kLeft);
+    camera.setProjectionMatrix(projection);
+    expectAgreement();
+    for (int i = 0; i < kSize * kSize; ++i)
+        EXPECT_EQ(pixelOf(i) == kSelected, local(i).x() > kSize - kLeft[1].x()) << "point " << i;
+}
+
 TEST_F(SelectSegmentStackTest, LeavesPointsBehindTheCameraAlone)
 {
     const osg::Vec3d middle = PointPicture::kOrigin + osg::Vec3d(kSize / 2, kSize / 2, 0);
