@@ -107,7 +107,7 @@ EditSession::Running* EditSession::beginOnScreen(const std::string& operation, c
     if (!running) return nullptr;
     _view = windowViewOf(*_viewer.getCamera());
     if (!_view)
-        refuse(running->outcome, "there is no window yet");
+        refuse(running->outcome, "the viewer has no single window to draw on");
     else if (vertices.size() < fewest)
         refuse(running->outcome, "needs at least " + std::to_string(fewest) + " vertices, " +
                                      std::to_string(vertices.size()) + " are given");

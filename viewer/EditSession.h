@@ -25,7 +25,7 @@ struct EditOutcome
     bool ok = true;        ///< false: refused, failed, or done in part; `message` says why and what to do
 
     /// Points changed in the stores; of a select, a line and a dry run the points found, of a save the points
-    /// written.
+    /// written. A segment, and an undo of what is in the picture alone, count none.
     uint64_t points = 0;
 
     /// Of a reclassification: the visible points under the polygon by class, before and after.

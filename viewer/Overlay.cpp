@@ -18,6 +18,22 @@ constexpr float kRampHeight = 180.0f;
 constexpr ImGuiWindowFlags kPanel = ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoInputs |
                                     ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoSavedSettings;
 
+constexpr float kPanelAlpha = 0.7f;
+constexpr float kQuestionAlpha = 0.95f;
+constexpr float kOutlineWidth = 1.5f;
+constexpr float kVertexRadius = 3.0f;
+constexpr ImU32 kOutlineColor = IM_COL32(255, 221, 64, 255);
+constexpr ImU32 kOutlineShadow = IM_COL32(0, 0, 0, 160); ///< seen on light points
+
+/// Size of the window that is drawn into, pixels.
+osg::Vec2d windowSize(const osg::RenderInfo& renderInfo, const osg::Viewport& viewport)
+{
+    const osg::GraphicsContext* context = renderInfo.getState()->getGraphicsContext();
+    const osg::GraphicsContext::Traits* traits = context ? context->getTraits() : nullptr;
+    return traits ? osg::Vec2d(traits->width, traits->height)
+                  : osg::Vec2d(viewport.width(), viewport.height());
+}
+
 ImU32 toImGui(const osg::Vec4f& color)
 {
     return ImGui::ColorConvertFloat4ToU32(ImVec4(color.r(), color.g(), color.b(), 1.0f));
@@ -42,14 +58,41 @@ void Overlay::setLines(const std::vector<std::string>& lines)
     _lines = lines;
 }
 
+void Overlay::setPanel(const std::vector<std::string>& lines)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _panel = lines;
+}
+
+void Overlay::setQuestion(const std::vector<std::string>& lines)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _question = lines;
+}
+
+void Overlay::setOutline(const std::vector<osg::Vec2d>& vertices, bool closed)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _outline = vertices;
+    _outlineClosed = closed;
+}
+
+bool Overlay::isEmpty() const
+{
+    return _legend.title.empty() && _lines.empty() && _panel.empty() && _question.empty() && _outline.empty();
+}
+
 void Overlay::operator()(osg::RenderInfo& renderInfo) const
 {
     const std::lock_guard<std::mutex> lock(_mutex);
     const osg::Viewport* viewport = renderInfo.getCurrentCamera()->getViewport();
-    if (!viewport || (_legend.title.empty() && _lines.empty())) return;
-    beginFrame(*viewport);
-    if (!_legend.title.empty()) drawLegend(*viewport);
-    if (!_lines.empty()) drawLines(*viewport);
+    if (!viewport || isEmpty()) return;
+    beginFrame(windowSize(renderInfo, *viewport));
+    drawOutline();
+    if (!_legend.title.empty()) drawLegend();
+    drawText("lines", _lines, osg::Vec2d(0, 1), kPanelAlpha);
+    drawText("panel", _panel, osg::Vec2d(1, 0), kPanelAlpha);
+    drawText("question", _question, osg::Vec2d(0.5, 0.5), kQuestionAlpha);
     ImGui::Render();
     ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());
 }
@@ -63,14 +106,14 @@ void Overlay::releaseGLObjects(osg::State*) const
     _hasGlObjects = false;
 }
 
-void Overlay::beginFrame(const osg::Viewport& viewport) const
+void Overlay::beginFrame(const osg::Vec2d& windowSize) const
 {
     if (!_context) {
         _context = ImGui::CreateContext();
         ImGui::SetCurrentContext(_context);
         ImGui::GetIO().IniFilename = nullptr;
         ImGui::GetStyle().WindowRounding = 4.0f;
-        _unit = static_cast<float>(std::max(1.0, std::round(viewport.height() / kRowsPerUnit)));
+        _unit = static_cast<float>(std::max(1.0, std::round(windowSize.y() / kRowsPerUnit)));
         ImFontConfig font;
         font.SizePixels = kFontSize * _unit;
         ImGui::GetIO().Fonts->AddFontDefault(&font);
@@ -78,18 +121,18 @@ void Overlay::beginFrame(const osg::Viewport& viewport) const
     ImGui::SetCurrentContext(_context);
     if (!_hasGlObjects) _hasGlObjects = ImGui_ImplOpenGL3_Init("#version 130");
     ImGuiIO& io = ImGui::GetIO();
-    io.DisplaySize = ImVec2(static_cast<float>(viewport.width()), static_cast<float>(viewport.height()));
+    io.DisplaySize = ImVec2(static_cast<float>(windowSize.x()), static_cast<float>(windowSize.y()));
     ImGui_ImplOpenGL3_NewFrame();
     ImGui::NewFrame();
 }
 
-void Overlay::drawLegend(const osg::Viewport& viewport) const
+void Overlay::drawLegend() const
 {
     ImGui::SetNextWindowPos(ImVec2(kMargin, kMargin));
-    ImGui::SetNextWindowBgAlpha(0.7f);
+    ImGui::SetNextWindowBgAlpha(kPanelAlpha);
     ImGui::Begin("legend", nullptr, kPanel);
     ImGui::TextUnformatted(_legend.title.c_str());
-    const float room = static_cast<float>(viewport.height()) - 2 * kMargin - ImGui::GetCursorPosY();
+    const float room = ImGui::GetIO().DisplaySize.y - 2 * kMargin - ImGui::GetCursorPosY();
     drawEntries(room);
     if (_legend.ramp.size() > 1) drawRamp(room);
     ImGui::End();
@@ -141,13 +184,35 @@ void Overlay::drawRamp(float room) const
     ImGui::Dummy(ImVec2(width + line / 2 + textWidth, height + line));
 }
 
-void Overlay::drawLines(const osg::Viewport& viewport) const
+void Overlay::drawOutline() const
 {
-    ImGui::SetNextWindowPos(ImVec2(kMargin, static_cast<float>(viewport.height()) - kMargin),
-                            ImGuiCond_Always, ImVec2(0, 1));
-    ImGui::SetNextWindowBgAlpha(0.7f);
-    ImGui::Begin("lines", nullptr, kPanel);
-    for (const std::string& line : _lines)
+    if (_outline.empty()) return;
+    const float height = ImGui::GetIO().DisplaySize.y;
+    std::vector<ImVec2> points; // ImGui counts y from the top
+    for (const osg::Vec2d& vertex : _outline)
+        points.emplace_back(static_cast<float>(vertex.x()), height - static_cast<float>(vertex.y()));
+    ImDrawList* list = ImGui::GetBackgroundDrawList();
+    const int count = static_cast<int>(points.size());
+    const ImDrawFlags flags = _outlineClosed ? ImDrawFlags_Closed : ImDrawFlags_None;
+    list->AddPolyline(points.data(), count, kOutlineShadow, flags, 3 * kOutlineWidth * _unit);
+    list->AddPolyline(points.data(), count, kOutlineColor, flags, kOutlineWidth * _unit);
+    for (const ImVec2& point : points)
+        list->AddCircleFilled(point, kVertexRadius * _unit, kOutlineColor);
+}
+
+/// Lines of text at a place of the window: 0 is its left or top, 1 its right or bottom.
+void Overlay::drawText(const char* name, const std::vector<std::string>& lines, const osg::Vec2d& place,
+                       float alpha) const
+{
+    if (lines.empty()) return;
+    const ImVec2 window = ImGui::GetIO().DisplaySize;
+    const ImVec2 pivot(static_cast<float>(place.x()), static_cast<float>(place.y()));
+    ImGui::SetNextWindowPos(
+        ImVec2(kMargin + pivot.x * (window.x - 2 * kMargin), kMargin + pivot.y * (window.y - 2 * kMargin)),
+        ImGuiCond_Always, pivot);
+    ImGui::SetNextWindowBgAlpha(alpha);
+    ImGui::Begin(name, nullptr, kPanel);
+    for (const std::string& line : lines)
         ImGui::TextUnformatted(line.c_str());
     ImGui::End();
 }

@@ -3,6 +3,7 @@
 #include "viewer/Legend.h"
 
 #include <osg/Camera>
+#include <osg/Vec2d>
 
 #include <mutex>
 #include <string>
@@ -10,8 +11,8 @@
 
 struct ImGuiContext;
 
-/// Draws the legend and lines of text over the picture of a camera. It is a final draw callback of that
-/// camera; whoever reads pictures of it is added after it.
+/// Draws the legend, lines of text and what the user draws over the window of a camera. It is a final draw
+/// callback of that camera; whoever reads pictures of it is added after it.
 ///
 /// Threads: the setters on the viewer's thread, drawing on the thread that draws.
 class Overlay : public osg::Camera::DrawCallback
@@ -22,6 +23,16 @@ public:
     /// Shown at the bottom; none hides them.
     void setLines(const std::vector<std::string>& lines);
 
+    /// Shown at the top right; none hides them.
+    void setPanel(const std::vector<std::string>& lines);
+
+    /// Shown in the middle, above everything else; none hides it.
+    void setQuestion(const std::vector<std::string>& lines);
+
+    /// What the user draws: vertices in pixels of the window from its bottom left, y up. None
+    /// hides it.
+    void setOutline(const std::vector<osg::Vec2d>& vertices, bool closed);
+
     void operator()(osg::RenderInfo& renderInfo) const override;
     void releaseGLObjects(osg::State* state) const override;
 
@@ -29,15 +40,22 @@ protected:
     ~Overlay() override;
 
 private:
-    void beginFrame(const osg::Viewport& viewport) const;
-    void drawLegend(const osg::Viewport& viewport) const;
+    bool isEmpty() const;
+    void beginFrame(const osg::Vec2d& windowSize) const;
+    void drawLegend() const;
     void drawEntries(float room) const;
     void drawRamp(float room) const;
-    void drawLines(const osg::Viewport& viewport) const;
+    void drawOutline() const;
+    void drawText(const char* name, const std::vector<std::string>& lines, const osg::Vec2d& place,
+                  float alpha) const;
 
     mutable std::mutex _mutex; ///< guards the members below
     Legend _legend;
     std::vector<std::string> _lines;
+    std::vector<std::string> _panel;
+    std::vector<std::string> _question;
+    std::vector<osg::Vec2d> _outline;
+    bool _outlineClosed = false;
     mutable ImGuiContext* _context = nullptr; ///< made by the first frame, on the drawing thread
     mutable bool _hasGlObjects = false;
     mutable float _unit = 1; ///< pixels of one text pixel: large pictures get large letters

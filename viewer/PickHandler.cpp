@@ -21,15 +21,16 @@ bool PickHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAd
 {
     switch (event.getEventType()) {
     case osgGA::GUIEventAdapter::PUSH:
-        _pressX = event.getX();
-        _pressY = event.getY();
+        _press.reset();
+        if (!event.getHandled()) _press = osg::Vec2(event.getX(), event.getY());
         break;
     case osgGA::GUIEventAdapter::RELEASE:
-        if (event.getButton() == osgGA::GUIEventAdapter::LEFT_MOUSE_BUTTON &&
-            std::abs(event.getX() - _pressX) <= kClickPixels &&
-            std::abs(event.getY() - _pressY) <= kClickPixels) {
+        if (event.getButton() == osgGA::GUIEventAdapter::LEFT_MOUSE_BUTTON && !event.getHandled() && _press &&
+            std::abs(event.getX() - _press->x()) <= kClickPixels &&
+            std::abs(event.getY() - _press->y()) <= kClickPixels) {
             ask(event, action);
         }
+        _press.reset();
         break;
     case osgGA::GUIEventAdapter::FRAME:
         showAnswer();

@@ -4,7 +4,10 @@
 #include "viewer/Scene.h"
 
 #include <VelOsgDBBrx/PointPicker.h>
+#include <osg/Vec2>
 #include <osgGA/GUIEventHandler>
+
+#include <optional>
 
 /// Shows the point that the user clicks: in the overlay and as a line on stdout, its parts separated by tabs.
 /// A press that turns into a drag is the camera's.
@@ -24,6 +27,5 @@ private:
     Scene& _scene;
     const osg::ref_ptr<Overlay> _overlay;
     const osg::ref_ptr<VelOsgDBBrx::PointPicker> _picker;
-    float _pressX = 0; ///< where the button went down
-    float _pressY = 0;
+    std::optional<osg::Vec2> _press; ///< where the button went down, unless another handler took that
 };

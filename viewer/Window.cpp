@@ -1,7 +1,12 @@
 #include "viewer/Window.h"
 
+#include "viewer/CloseRequests.h"
 #include "viewer/ContextServices.h"
 #include "viewer/DisplayKeys.h"
+#include "viewer/EditKeys.h"
+#include "viewer/EditSession.h"
+#include "viewer/EditText.h"
+#include "viewer/EndSignals.h"
 #include "viewer/MoveLevel.h"
 #include "viewer/Notices.h"
 #include "viewer/Overlay.h"
@@ -79,14 +84,27 @@ long frameLimit()
     return count && *count ? std::atol(count) : -1;
 }
 
+/// What is lost when the viewer ends without a question; a failure when there is something.
+Status unsavedClasses(const EditSession& session)
+{
+    std::string message;
+    for (const std::string& line : describeUnsaved(session.unsavedPoints()))
+        message += (message.empty() ? "" : "\nbrxview: ") + line;
+    return message.empty() ? Status() : Status::failure(message);
+}
+
 /// Draws while something changes; a still picture costs next to nothing.
-void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel)
+void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel,
+                   const EditSession& session, EditKeys& editKeys)
 {
     // A camera is known to paging one frame after it was drawn.
     constexpr int kFramesAfterAChange = 3;
     const long limit = frameLimit();
     long frames = 0;
-    for (int quietFrames = 0; !viewer.done() && frames != limit;) {
+    const EndSignals signals;
+    for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
+        if (takeCloseRequests(viewer)) editKeys.askToClose();
+        if (session.hasOutcome()) viewer.requestRedraw();
         if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
         if (quietFrames == kFramesAfterAChange) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -131,14 +149,19 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.setCameraManipulator(makeManipulators(lookAt(options.view, scene.bounds(), aspect)));
     const osg::ref_ptr<Overlay> overlay = new Overlay;
     viewer.getCamera()->addFinalDrawCallback(overlay);
+    EditSession session(scene, viewer);
+    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(session, scene, viewer, *overlay);
+    viewer.addEventHandler(editKeys);
     viewer.addEventHandler(new DisplayKeys(scene, *overlay, options.legend));
     viewer.addEventHandler(new PickHandler(scene, *overlay));
     addStockHandlers(viewer, arguments);
+    viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);
     MoveLevel moveLevel(scene.root(),
                         VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(contexts.front()));
-    drawUntilDone(viewer, services, moveLevel);
+    drawUntilDone(viewer, services, moveLevel, session, *editKeys);
     viewer.stopThreading();
-    return Status();
+    if (session.isBusy()) session.wait();
+    return editKeys->hasDiscarded() ? Status() : unsavedClasses(session);
 }

@@ -1,68 +1,18 @@
 #include "viewer/EditSession.h"
 
+#include "tests/support/LasRecords.h"
 #include "tests/viewer/ShownSurvey.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include <unistd.h>
 
 using VelOsgDBBrx::Type;
 
 namespace {
-
-using Polygon = EditSession::Polygon;
-
-/// What the store's file has of a point, read as any LAS reader would.
-struct StoredPoint
-{
-    osg::Vec3d position;
-    bool hidden;
-    int classCode;
-};
-
-template <class T>
-T fieldAt(const std::string& bytes, size_t position)
-{
-    T value;
-    std::memcpy(&value, bytes.data() + position, sizeof value);
-    return value;
-}
-
-std::vector<StoredPoint> readStore(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {});
-    const auto start = fieldAt<uint32_t>(bytes, 96);
-    std::vector<StoredPoint> points(fieldAt<uint64_t>(bytes, 247));
-    for (size_t i = 0; i < points.size(); ++i) {
-        const size_t record = start + 36 * i;
-        for (unsigned axis = 0; axis < 3; ++axis)
-            points[i].position[axis] =
-                fieldAt<int32_t>(bytes, record + 4 * axis) * fieldAt<double>(bytes, 131 + 8 * axis) +
-                fieldAt<double>(bytes, 155 + 8 * axis);
-        points[i].hidden = bytes[record + 15] & 0x0f;
-        points[i].classCode = static_cast<uint8_t>(bytes[record + 16]);
-    }
-    return points;
-}
-
-bool contains(const Polygon& polygon, double x, double y)
-{
-    bool inside = false;
-    for (size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
-        const osg::Vec2d& a = polygon[i];
-        const osg::Vec2d& b = polygon[j];
-        if ((a.y() > y) != (b.y() > y) && x < (b.x() - a.x()) * (y - a.y()) / (b.y() - a.y()) + a.x())
-            inside = !inside;
-    }
-    return inside;
-}
 
 /// A corner of the window: mirrored or turned, it covers other points.
 const Polygon kCorner = {{0, 100}, {0, 200}, {130, 200}};
@@ -87,9 +37,10 @@ protected:
 
     std::vector<bool> under(const Polygon& polygon)
     {
+        const LasRecords records(shown.store());
         std::vector<bool> result;
-        for (const StoredPoint& point : readStore(shown.store())) {
-            const osg::Vec3d window = shown.onScreen(point.position);
+        for (size_t i = 0; i < records.size(); ++i) {
+            const osg::Vec3d window = shown.onScreen(records.position(i));
             result.push_back(contains(polygon, window.x(), window.y()));
         }
         return result;
@@ -97,17 +48,19 @@ protected:
 
     std::vector<bool> hidden()
     {
+        const LasRecords records(shown.store());
         std::vector<bool> result;
-        for (const StoredPoint& point : readStore(shown.store()))
-            result.push_back(point.hidden);
+        for (size_t i = 0; i < records.size(); ++i)
+            result.push_back(records.flags(i) & 0x0f);
         return result;
     }
 
     std::map<int, size_t> pointsByClass()
     {
+        const LasRecords records(shown.store());
         std::map<int, size_t> counts;
-        for (const StoredPoint& point : readStore(shown.store()))
-            ++counts[point.classCode];
+        for (size_t i = 0; i < records.size(); ++i)
+            ++counts[records.classOf(i)];
         return counts;
     }
 

@@ -1,0 +1,345 @@
+#include "viewer/EditKeys.h"
+
+#include "headless/PictureReader.h"
+#include "tests/viewer/ShownSurvey.h"
+#include "viewer/CloseRequests.h"
+#include "viewer/DisplayKeys.h"
+#include "viewer/PickHandler.h"
+
+#include <gtest/gtest.h>
+#include <osgGA/KeySwitchMatrixManipulator>
+#include <osgGA/TrackballManipulator>
+#include <osgViewer/ViewerEventHandlers>
+
+#include <set>
+
+namespace {
+
+constexpr int kEscape = osgGA::GUIEventAdapter::KEY_Escape;
+constexpr int kEnter = osgGA::GUIEventAdapter::KEY_Return;
+constexpr int kBackspace = osgGA::GUIEventAdapter::KEY_BackSpace;
+constexpr int kLeft = 1;
+constexpr int kRight = 3;
+
+class EditKeysTest : public testing::Test
+{
+protected:
+    EditKeysTest()
+    {
+        osg::Vec3d eye;
+        osg::Vec3d center;
+        osg::Vec3d up;
+        shown.host.camera().getViewMatrixAsLookAt(eye, center, up);
+        manipulator->setHomePosition(eye, center, up, false);
+        shown.host.viewer->setCameraManipulator(manipulator);
+        shown.host.camera().addFinalDrawCallback(shown.overlay);
+        reader = PictureReader::attach(*shown.host.viewer);
+        session.emplace(shown.scene, *shown.host.viewer);
+        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *shown.overlay);
+        shown.host.viewer->addEventHandler(keys);
+        shown.host.viewer->addEventHandler(new DisplayKeys(shown.scene, *shown.overlay, false));
+        shown.host.viewer->addEventHandler(new PickHandler(shown.scene, *shown.overlay));
+        shown.show();
+    }
+
+    void TearDown() override
+    {
+        finish();
+        session->undoAll();
+        session->wait();
+        session.reset();
+    }
+
+    osgGA::EventQueue& events() { return *shown.host.window->getEventQueue(); }
+
+    /// Draws until the running operation has ended and its outcome has been taken.
+    void finish()
+    {
+        shown.host.frame();
+        while (session->isBusy())
+            shown.host.frame();
+    }
+
+    void press(int key)
+    {
+        events().keyPress(key);
+        events().keyRelease(key);
+        finish();
+    }
+
+    void type(const std::string& text)
+    {
+        for (const char key : text)
+            press(key);
+    }
+
+    /// Pixels from the bottom left, as `EditSession` has them.
+    void click(double x, double y, unsigned button = kLeft)
+    {
+        const auto fromTop = static_cast<float>(ShownSurvey::kSize - y); // input counts from the top
+        events().mouseButtonPress(static_cast<float>(x), fromTop, button);
+        shown.host.frame();
+        events().mouseButtonRelease(static_cast<float>(x), fromTop, button);
+        shown.host.frame();
+    }
+
+    void drag(double x, double y, double toX, double toY)
+    {
+        const auto fromTop = [](double up) { return static_cast<float>(ShownSurvey::kSize - up); };
+        events().mouseButtonPress(static_cast<float>(x), fromTop(y), kLeft);
+        for (const double way : {0.3, 0.6, 1.0}) {
+            events().mouseMotion(static_cast<float>(x + way * (toX - x)), fromTop(y + way * (toY - y)));
+            shown.host.frame();
+        }
+        events().mouseButtonRelease(static_cast<float>(toX), fromTop(toY), kLeft);
+        shown.host.frame();
+    }
+
+    /// A polygon around all points, closed.
+    void drawAll()
+    {
+        press('a');
+        for (const auto& [x, y] : {std::pair(1, 1), {199, 1}, {199, 199}, {1, 199}})
+            click(x, y);
+        press(kEnter);
+    }
+
+    uint64_t unsaved() { return session->unsavedPoints()[shown.store()]; }
+
+    /// Points that a select of everything finds: those that are not hidden.
+    uint64_t visiblePoints()
+    {
+        session->select({{-10, -10}, {210, -10}, {210, 210}, {-10, 210}}, true);
+        const uint64_t points = session->wait().points;
+        session->undo();
+        session->wait();
+        return points;
+    }
+
+    osg::Matrixd view() { return shown.host.camera().getViewMatrix(); }
+    bool isDone() { return shown.host.viewer->done(); }
+
+    ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
+    const osg::ref_ptr<osgGA::TrackballManipulator> manipulator = new osgGA::TrackballManipulator;
+    osg::ref_ptr<PictureReader> reader;
+    std::optional<EditSession> session;
+    osg::ref_ptr<EditKeys> keys;
+};
+
+/// Keys of a usage, apart: "a / A" are two.
+std::multiset<std::string> keysOf(const osgGA::GUIEventHandler& handler)
+{
+    const osg::ref_ptr<osg::ApplicationUsage> usage = new osg::ApplicationUsage;
+    handler.getUsage(*usage);
+    std::multiset<std::string> keys;
+    for (const auto& binding : usage->getKeyboardMouseBindings()) {
+        std::string text = binding.first;
+        for (size_t end; (end = text.find(" / ")) != std::string::npos; text.erase(0, end + 3))
+            keys.insert(text.substr(0, end));
+        keys.insert(text);
+    }
+    return keys;
+}
+
+} // namespace
+
+TEST_F(EditKeysTest, APolygonIsDrawnByClicksAndHidesWhatIsUnderIt)
+{
+    press('E');
+    press('a');
+    click(0, 100);
+    click(0, 200);
+    click(60, 20);
+    press(kBackspace);
+    click(130, 200);
+    click(100, 100, kRight);
+    const osg::Vec3d inside = shown.onScreen(osg::Vec3d(shown.survey.x + 2, shown.survey.y + 17, 101));
+    ASSERT_TRUE(inside.x() < 60 && inside.y() > 150) << "a point of the corner that is drawn around";
+    const uint64_t all = visiblePoints();
+    press('x');
+    session->select({{0, 100}, {0, 200}, {130, 200}}, true);
+    EXPECT_EQ(session->wait().points, 0u);
+    session->undo();
+    session->wait();
+    const uint64_t left = visiblePoints();
+    EXPECT_LT(left, all - 20);
+    press('z');
+    EXPECT_EQ(visiblePoints(), all);
+    press('x');
+    EXPECT_EQ(visiblePoints(), all) << "the polygon was used up";
+}
+
+TEST_F(EditKeysTest, ARectangleIsDrawnByOneDragAndTheCameraStandsStillMeanwhile)
+{
+    press('E');
+    press('A');
+    const osg::Matrixd before = view();
+    testing::internal::CaptureStdout();
+    drag(-5, 90, 205, 205);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "nothing is picked";
+    EXPECT_EQ(view(), before);
+    press('X');
+    EXPECT_EQ(visiblePoints() % 20, 0u) << "whole rows";
+    EXPECT_LT(visiblePoints(), 260u);
+    EXPECT_GT(visiblePoints(), 140u);
+    drag(50, 50, 90, 120);
+    EXPECT_NE(view(), before) << "the mouse belongs to the camera again";
+}
+
+TEST_F(EditKeysTest, ClicksPickWhereNothingIsDrawn)
+{
+    const osg::Vec3d point = shown.onScreen(
+        osg::Vec3d(shown.survey.x + 5, shown.survey.y + 5, shown.survey.z + shown.survey.heightOf(5)));
+    const auto printed = [&] {
+        testing::internal::CaptureStdout();
+        click(point.x(), point.y());
+        finish();
+        finish();
+        return testing::internal::GetCapturedStdout();
+    };
+    EXPECT_NE(printed(), "");
+    press('E');
+    EXPECT_NE(printed(), "") << "in edit mode too";
+    press('a');
+    EXPECT_EQ(printed(), "");
+    press(kEscape);
+    EXPECT_FALSE(isDone()) << "Esc cancelled the polygon";
+    EXPECT_NE(printed(), "");
+}
+
+TEST_F(EditKeysTest, DigitsChooseTheToClassAndListsTheFromClassesAndTheClassesShown)
+{
+    press('E');
+    drawAll();
+    type("64"); // a class of two digits
+    press('F');
+    type("3");
+    press(kEnter);
+    press('D');
+    EXPECT_EQ(unsaved(), 0u) << "a dry run";
+    press('K');
+    EXPECT_EQ(unsaved(), 140u) << "columns 1, 4, ... 19";
+    session->reclassify({{0, 0}, {0, 200}, {200, 200}, {200, 0}}, {1, {64}, true});
+    EXPECT_EQ(session->wait().classes->before[64], 140u);
+
+    drawAll();
+    type("2569"); // 256 is none: 6 begins anew
+    press('F');
+    type("-64,3");
+    press(kBackspace);
+    type("2");
+    press(kEnter);
+    press('V');
+    type("-4");
+    press(kEnter);
+    EXPECT_EQ(shown.scene.shownClasses().count(), 255u);
+    press('K');
+    EXPECT_EQ(unsaved(), 140u) << "class 64 and 2 may not change, class 4 is not shown";
+    press('V');
+    press(kEnter);
+    EXPECT_TRUE(shown.scene.shownClasses().all());
+    drawAll();
+    press('K');
+    EXPECT_EQ(unsaved(), 140u + 120u);
+    session->reclassify({{0, 0}, {0, 200}, {200, 200}, {200, 0}}, {1, {}, true});
+    EXPECT_EQ(session->wait().classes->before[69], 120u);
+}
+
+TEST_F(EditKeysTest, ClosingAsksWhatBecomesOfUnsavedClasses)
+{
+    press('E');
+    drawAll();
+    press('9');
+    press('K');
+    ASSERT_EQ(unsaved(), 400u);
+
+    press(kEscape);
+    EXPECT_FALSE(isDone());
+    press('K');
+    press(kEscape);
+    EXPECT_FALSE(isDone()) << "went on";
+
+    events().closeWindow();
+    EXPECT_TRUE(takeCloseRequests(*shown.host.viewer));
+    keys->askToClose();
+    finish();
+    EXPECT_FALSE(isDone());
+    EXPECT_TRUE(shown.host.window->valid());
+    click(100, 100);
+    press('s');
+    EXPECT_TRUE(isDone());
+    EXPECT_FALSE(keys->hasDiscarded());
+    EXPECT_EQ(unsaved(), 0u) << "saved";
+    shown.host.viewer->setDone(false);
+
+    press('z');
+    ASSERT_EQ(unsaved(), 400u) << "an undo of what was saved";
+    press(kEscape);
+    press('d');
+    EXPECT_TRUE(isDone());
+    EXPECT_TRUE(keys->hasDiscarded());
+    shown.host.viewer->setDone(false);
+    press('W');
+    press(kEscape);
+    EXPECT_TRUE(isDone()) << "nothing to ask";
+}
+
+TEST_F(EditKeysTest, AnotherRequestToCloseStaysInTheQueueWhileAFrameIsBegun)
+{
+    events().closeWindow(events().getTime() + 1000);
+    shown.host.frame();
+    EXPECT_TRUE(shown.host.window->valid());
+    EXPECT_TRUE(takeCloseRequests(*shown.host.viewer));
+    EXPECT_FALSE(takeCloseRequests(*shown.host.viewer));
+    press('E');
+    EXPECT_FALSE(isDone()) << "other events are left";
+}
+
+TEST_F(EditKeysTest, ResetAsksAndADrawingGoesWithThePictureItWasDrawnOn)
+{
+    press('E');
+    drawAll();
+    press('x');
+    EXPECT_EQ(visiblePoints(), 0u);
+    press('R');
+    press(kEscape);
+    EXPECT_EQ(visiblePoints(), 0u);
+    press('R');
+    press('R');
+    EXPECT_EQ(visiblePoints(), 400u);
+
+    drawAll();
+    press('N'); // another view
+    press('x');
+    EXPECT_EQ(visiblePoints(), 400u);
+}
+
+TEST_F(EditKeysTest, TheOutlineIsDrawnWhereTheUserClicked)
+{
+    press('E');
+    press('a');
+    for (const auto& [x, y] : {std::pair(30, 10), {120, 20}, {60, 40}})
+        click(x, y);
+    press(kEnter);
+    const osg::ref_ptr<osg::Image> picture = reader->drawFrame(*shown.host.viewer);
+    const osg::Vec3ub yellow(255, 221, 64);
+    for (const auto& [x, y] : {std::pair(30, 10), {120, 20}, {60, 40}})
+        EXPECT_EQ(pixel(*picture, x, y), yellow) << x << ", " << y;
+}
+
+TEST_F(EditKeysTest, NoKeyHasTwoMeanings)
+{
+    const osg::ref_ptr<osgGA::GUIEventHandler> others[] = {
+        new DisplayKeys(shown.scene, *shown.overlay, false), new osgViewer::StatsHandler,
+        new osgViewer::WindowSizeHandler, new osgViewer::ScreenCaptureHandler, new osgViewer::HelpHandler};
+    std::multiset<std::string> all = keysOf(*keys);
+    const std::set<std::string> own(all.begin(), all.end());
+    EXPECT_GT(own.size(), 20u);
+    for (const auto& handler : others)
+        for (const std::string& key : keysOf(*handler))
+            EXPECT_EQ(own.count(key), 0u) << key;
+    for (const std::string key : {"m", "b", "l", "t", "w"}) // of handlers that need a viewer
+        EXPECT_EQ(own.count(key), 0u) << key;
+    for (const std::string& key : own)
+        EXPECT_EQ(all.count(key), 1u) << key;
+}
