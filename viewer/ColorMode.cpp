@@ -251,6 +251,12 @@ void Coloring::apply(osg::Node* cloud, ColorMode mode) const
     }
 }
 
+void Coloring::addClass(uint8_t code)
+{
+    uint64_t& points = _statistics.pointsByClass[code];
+    points = std::max<uint64_t>(points, 1);
+}
+
 Legend Coloring::legend(ColorMode mode) const
 {
     const auto table = [&](const char* title) { return tableLegend(title, tableValues(mode, _statistics)); };

@@ -6,6 +6,7 @@
 #include <osg/Node>
 #include <osg/Vec4f>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,9 @@ public:
 
     /// Call it where the scene may be changed. AUTOMATIC is RGB here.
     void apply(osg::Node* cloud, ColorMode mode) const;
+
+    /// Points may have this class from now on: the legend lists it.
+    void addClass(uint8_t code);
 
     /// Empty for modes that explain themselves.
     Legend legend(ColorMode mode) const;

@@ -310,6 +310,8 @@ void EditSession::concludeClasses(Running& running, bool dryRun)
     const unsigned requests = running.work.changingRequests();
     if (dryRun || requests == 0) return;
     _journal.push_back({Edit::CLASSES, outcome.operation, requests});
+    for (unsigned code = 0; code < counts.after.size(); ++code)
+        if (counts.after[code] > 0) _scene.noteClass(static_cast<uint8_t>(code));
     if (outcome.ok && !readOnlyStores().empty())
         outcome.message =
             readOnlyStores() + " cannot be written: make it writable before saving, or its changes are lost";

@@ -49,6 +49,9 @@ public:
 
     void setColorMode(ColorMode mode);
 
+    /// Points have this class now: legends from now on list it.
+    void noteClass(uint8_t code) { _coloring.addClass(code); }
+
     /// What the colours of the current mode mean.
     Legend legend() const;
 

@@ -157,8 +157,10 @@ private:
     Status perform(const Classify& classify)
     {
         const Reclassification change{classify.to, classify.from, classify.dryRun};
-        return edit(classify.polygon,
-                    [&](const auto& polygon) { return _session->reclassify(polygon, change); });
+        const Status status = edit(
+            classify.polygon, [&](const auto& polygon) { return _session->reclassify(polygon, change); });
+        showLegend();
+        return status;
     }
 
     Status perform(const Undo&) { return finish(_session->undo()); }

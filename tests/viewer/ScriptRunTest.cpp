@@ -183,6 +183,21 @@ TEST_F(ScriptRun, ClassifiesWhatDisplayFilterAndClipPlanesShow)
     EXPECT_EQ(pixel(*part, 60, 100), pixel(*part, 1, 1)) << "outside the plane";
 }
 
+TEST_F(ScriptRun, ListsTheClassesThatItMadeInTheLegend)
+{
+    build();
+    const std::string without = R"(, {"op": "showClasses", "classes": [9]}, )";
+    run(kTop + R"(, {"op": "mode", "mode": "class"})" + without + render("before.png") +
+        R"(, {"op": "showClasses"}, )" + kToSeven + without + render("after.png") + R"(, {"op": "undoAll"})");
+    expectSuccess();
+    const auto count = [&](const std::string& name) {
+        const auto drawn = picture(name);
+        return drawn->s() * drawn->t() - countOtherThan(*drawn, osg::Vec3ub(255, 0, 255));
+    };
+    EXPECT_EQ(count("before.png"), 0);
+    EXPECT_GT(count("after.png"), 50);
+}
+
 TEST_F(ScriptRun, UndoesEditsOfAllKindsNewestFirst)
 {
     build();
