@@ -78,15 +78,16 @@ public:
 
     /// \name Enhanced line: points inside a polygon seen from above stand out by colour and size
     /// @{
-    /// `polygon` is in world x and y, closed implicitly. The elevation mode always draws these points at
-    /// size 10.
+    /// `polygon` is in world x and y, closed implicitly, and kept as floats: at world coordinates of seven
+    /// digits it is good to about half a metre. The elevation mode always draws these points at size 10.
     static void setEnhancedLine(osg::Node* node, const std::vector<osg::Vec2f>& polygon,
                                 const osg::Vec4f& color, int pixels);
     static void clearEnhancedLine(osg::Node* node);
     /// @}
 
-    /// Hides the points outside any of the planes, of every point cloud at or below the node, from now on and
-    /// in double precision (see `IPointCloud::setPlanes`); no planes show all points. Any number is possible;
+    /// Hides the points outside any of the planes, of every point cloud that is at or below the node now, from
+    /// now on and in double precision (see `IPointCloud::setPlanes`). The planes belong to the clouds: a later
+    /// call replaces them, whichever node it is for, and no planes show all points. Any number is possible;
     /// each costs every point a test. Commands that edit points take the planes they heed from their caller.
     static void setClipPlane(osg::Node* node, const std::vector<osg::Vec4d>& planes);
 };

@@ -98,6 +98,36 @@ TEST(CloudPlanes, ClipEveryCloudBelowTheNodeWithAnyNumberOfPlanes)
     EXPECT_EQ(drawn(picture), "xxxxxx");
 }
 
+TEST(CloudPlanes, BelongToTheirCloudStandInTheWorldAndAreReplacedByTheNextCall)
+{
+    PointPicture picture(whitePoints(6));
+    std::vector<TestPoint> points = whitePoints(6);
+    for (size_t i = 0; i < points.size(); ++i) {
+        points[i].x = static_cast<int32_t>(i) * 1000 + 500;
+        points[i].y = 20500;
+    }
+    const CellFixture fixture(points, kOrigin);
+    const osg::ref_ptr<osg::Node> other = makeCloud(fixture);
+    picture.root->addChild(other);
+    const auto drawnOfOther = [&picture] {
+        std::string result;
+        for (int x = 0; x < 6; ++x)
+            result += picture.at(x, 20) == kHidden ? '.' : 'x';
+        return result;
+    };
+    PointCloudHelper::setClipPlane(picture.root, {xPlane(1, 3)});
+    PointCloudHelper::setClipPlane(other, {xPlane(-1, 4)});
+    EXPECT_EQ(drawn(picture), "...xxx");
+    EXPECT_EQ(drawnOfOther(), "xxxx..") << "the later call alone";
+
+    picture.root->setMatrix(osg::Matrixd::translate(kOrigin + osg::Vec3d(2, 0, 0)));
+    EXPECT_EQ(drawn(picture), "...xxx") << "the points moved, the plane did not";
+    EXPECT_EQ(drawnOfOther(), "..xx..");
+    PointCloudHelper::setClipPlane(picture.root, {});
+    EXPECT_EQ(drawn(picture), "..xxxx");
+    EXPECT_EQ(drawnOfOther(), "..xxxx");
+}
+
 TEST(FixedFunctionPlanes, ClipPointsTooAlsoInAMovedNode)
 {
     PointPicture picture(whitePoints(6));
