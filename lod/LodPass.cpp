@@ -16,7 +16,9 @@ using CompileSet = osgUtil::IncrementalCompileOperation::CompileSet;
 
 LodPass::LodPass(osgUtil::IncrementalCompileOperation* incremental,
                  VelOsgUtils::DecrementalCompileOperation* decremental)
-    : _incremental(incremental), _decremental(decremental)
+    : _incremental(incremental),
+      _ownIncremental(dynamic_cast<VelOsgDBBrx::VelIncrementalCompileOperation*>(incremental)),
+      _decremental(decremental)
 {
 }
 
@@ -26,6 +28,7 @@ LodPass& LodPass::operator=(const LodPass& other)
 {
     clear();
     _incremental = other._incremental;
+    _ownIncremental = other._ownIncremental;
     _decremental = other._decremental;
     return *this;
 }
@@ -172,5 +175,8 @@ void LodPass::compile(CellData& data, osg::Node& node)
         leaf->compileSet = compileSet;
         leaf->cell = &data;
     }
-    if (_incremental) _incremental->add(compileSet, true);
+    if (_ownIncremental)
+        _ownIncremental->pushBack(compileSet);
+    else if (_incremental)
+        _incremental->add(compileSet, true);
 }

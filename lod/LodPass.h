@@ -2,6 +2,7 @@
 
 #include "loading/CellTable.h"
 
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 #include <VelOsgUtils/DecrementalCompileOperation.h>
 
 #include <osg/ref_ptr>
@@ -68,6 +69,7 @@ private:
     void compile(CellData& data, osg::Node& node);
 
     osg::ref_ptr<osgUtil::IncrementalCompileOperation> _incremental;
+    VelOsgDBBrx::VelIncrementalCompileOperation* _ownIncremental; ///< the same where it is of the library
     osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> _decremental;
 
     std::array<Level, 256> _levels;

@@ -55,14 +55,55 @@ bool VelIncrementalCompileOperation::find(CompileSet* compileSet)
 void VelIncrementalCompileOperation::pushFront(CompileSet* compileSet, bool callBuildCompileMap)
 {
     if (!compileSet) return;
-    const osg::ref_ptr<CompileSet> held = compileSet;
-    compileSet->_markerObject = _markerObject;
-    if (compileSet->_subgraphToCompile) compileSet->_subgraphToCompile->getBound();
-    if (callBuildCompileMap) compileSet->buildCompileMap(_contexts);
+    push(*compileSet, callBuildCompileMap, true);
     OSG_INFO << "VelIncrementalCompileOperation::pushFront(CompileSet = " << compileSet << ")" << std::endl;
+}
+
+void VelIncrementalCompileOperation::pushBack(CompileSet* compileSet)
+{
+    if (compileSet) push(*compileSet, true, false);
+}
+
+/// No context is dropped between the set's list of contexts and its place in the queue.
+void VelIncrementalCompileOperation::push(CompileSet& compileSet, bool callBuildCompileMap, bool atFront)
+{
+    const osg::ref_ptr<CompileSet> held = &compileSet;
+    compileSet._markerObject = _markerObject;
+    if (compileSet._subgraphToCompile) compileSet._subgraphToCompile->getBound();
+    const std::lock_guard<std::mutex> contextLock(_contextMutex);
+    if (callBuildCompileMap) compileSet.buildCompileMap(_drawing.empty() ? _contexts : _drawing);
 
     Lock lock(_toCompileMutex);
-    _toCompile.push_front(held);
+    _toCompile.insert(atFront ? _toCompile.begin() : _toCompile.end(), held);
+}
+
+void VelIncrementalCompileOperation::keepContexts(const std::vector<osg::GraphicsContext*>& alive)
+{
+    ContextSet gone = _contexts;
+    {
+        const std::lock_guard<std::mutex> lock(_contextMutex);
+        gone.insert(_drawing.begin(), _drawing.end());
+    }
+    for (osg::GraphicsContext* context : alive)
+        gone.erase(context);
+    for (osg::GraphicsContext* context : gone)
+        stopWaitingFor(context);
+}
+
+/// The context is not touched: it may be deleted.
+void VelIncrementalCompileOperation::stopWaitingFor(osg::GraphicsContext* context)
+{
+    const std::lock_guard<std::mutex> compileLock(_compileMutex);
+    const std::lock_guard<std::mutex> contextLock(_contextMutex);
+    _drawing.erase(context);
+    _contexts.erase(context);
+    Lock lock(_toCompileMutex);
+    for (const osg::ref_ptr<CompileSet>& compileSet : _toCompile) {
+        const auto list = compileSet->_compileMap.find(context);
+        if (list == compileSet->_compileMap.end()) continue;
+        if (!list->second.empty()) --compileSet->_numberCompileListsToCompile;
+        compileSet->_compileMap.erase(list);
+    }
 }
 
 void VelIncrementalCompileOperation::mergeCompiledSubgraphs(const osg::FrameStamp* frameStamp)
@@ -77,10 +118,16 @@ void VelIncrementalCompileOperation::retire()
 
 void VelIncrementalCompileOperation::operator()(osg::GraphicsContext* context)
 {
-    if (_retired)
+    if (_retired) {
         setKeep(false);
-    else
-        osgUtil::IncrementalCompileOperation::operator()(context);
+        return;
+    }
+    const std::lock_guard<std::mutex> compileLock(_compileMutex);
+    {
+        const std::lock_guard<std::mutex> lock(_contextMutex);
+        _drawing.insert(context);
+    }
+    osgUtil::IncrementalCompileOperation::operator()(context);
 }
 
 } // namespace VelOsgDBBrx

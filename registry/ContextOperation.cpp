@@ -56,8 +56,17 @@ void ContextOperation::operator()(osg::Object* object)
     }
     (*_capture)(object);
     (*_decremental)(object);
+    if (viewer) dropClosedContexts(*viewer);
     if (viewer && viewer->getIncrementalCompileOperation() != _incremental)
         _incremental->mergeCompiledSubgraphs(viewer->getViewerFrameStamp());
+}
+
+/// A window that the user closed compiles nothing any more.
+void ContextOperation::dropClosedContexts(osgViewer::ViewerBase& viewer)
+{
+    osgViewer::ViewerBase::Contexts open;
+    viewer.getContexts(open, true);
+    _incremental->keepContexts(open);
 }
 
 /// The compile operation drops out of its contexts on their own threads, which walk their lists of operations

@@ -42,6 +42,7 @@ protected:
     ~ContextOperation() override = default;
 
 private:
+    void dropClosedContexts(osgViewer::ViewerBase& viewer);
     void uninstall(osgViewer::ViewerBase* viewer);
 
     osg::ref_ptr<VelOsgDBBrx::VelIncrementalCompileOperation> _incremental;

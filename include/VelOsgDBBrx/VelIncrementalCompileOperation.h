@@ -5,6 +5,8 @@
 #include <osgUtil/IncrementalCompileOperation>
 
 #include <atomic>
+#include <mutex>
+#include <vector>
 
 namespace VelOsgDBBrx {
 
@@ -36,6 +38,14 @@ public:
     /// Like the base's `add`, but compiled before everything that waits already. Null is ignored.
     void pushFront(CompileSet* compileSet, bool callBuildCompileMap);
 
+    /// Like the base's `add`, which must not run while contexts are added to the operation. Null is ignored.
+    void pushBack(CompileSet* compileSet);
+
+    /// Ends the wait for contexts that are gone: what was to be compiled for them as well is merged without.
+    /// `alive` are the contexts that may still draw; it is called where contexts are added, in the update
+    /// traversal.
+    void keepContexts(const std::vector<osg::GraphicsContext*>& alive);
+
     /// The base's. Only the thread of the update traversal calls it.
     void mergeCompiledSubgraphs(const osg::FrameStamp* frameStamp);
 
@@ -48,6 +58,12 @@ protected:
     ~VelIncrementalCompileOperation() override;
 
 private:
+    void push(CompileSet& compileSet, bool callBuildCompileMap, bool atFront);
+    void stopWaitingFor(osg::GraphicsContext* context);
+
+    std::mutex _compileMutex; ///< held while a context compiles; taken before _contextMutex
+    std::mutex _contextMutex; ///< guards _drawing; taken before the queue's
+    ContextSet _drawing;      ///< the contexts that have drawn; the base's own set has no lock
     std::atomic<int> _moveLevel{0};
     std::atomic<bool> _retired{false};
 };

@@ -130,6 +130,43 @@ TEST_P(EveryThreadingModel, ARegisteredViewerThatDrawsOnDemandIsAskedUntilThePic
     VelOsgDBBrx::PCViewerManager::getInstance()->unRegisterViewer("on demand");
 }
 
+/// What one window compiled waits for the others; a closed one must not be waited for.
+TEST(Paging, SettlesWhenAnotherWindowIsClosedWhileCellsAreCompiled)
+{
+    for (const auto threading :
+         {osgViewer::ViewerBase::SingleThreaded, osgViewer::ViewerBase::DrawThreadPerContext}) {
+        PagingScene scene(threading, 3, 20);
+        osgViewer::Viewer& viewer = *scene.view.viewer;
+        std::string reason;
+        const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(32, 32, reason);
+        ASSERT_TRUE(window) << reason;
+        const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
+        camera->setGraphicsContext(window);
+        camera->setViewport(0, 0, 32, 32);
+        camera->setDrawBuffer(window->drawBuffer());
+        camera->setReadBuffer(window->drawBuffer());
+        viewer.stopThreading();
+        viewer.addSlave(camera);
+        window->realize();
+        viewer.startThreading();
+        viewer.frame();
+        viewer.frame();
+        auto& compile = *scene.manager().getIncrementalCompileOperation();
+        compile.setMaximumNumOfObjectsToCompilePerFrame(1); // the cells wait for many frames
+        for (int frame = 0; frame < 1000 && compile.isEmpty(); ++frame)
+            viewer.frame();
+        ASSERT_FALSE(compile.isEmpty());
+
+        viewer.stopThreading();
+        window->close();
+        viewer.startThreading();
+        compile.setMaximumNumOfObjectsToCompilePerFrame(1000);
+        EXPECT_TRUE(scene.settle()) << threading;
+        EXPECT_EQ(scene.drawnNodes(), scene.loadedNodes());
+        EXPECT_GT(scene.drawnNodes().size(), 20u);
+    }
+}
+
 /// Hides the octree while the graphics thread compiles the set, when the queues no longer tell where it is.
 class HideWhileCompiling : public osgUtil::IncrementalCompileOperation::CompileCompletedCallback
 {

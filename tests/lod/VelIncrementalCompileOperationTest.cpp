@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 namespace {
 
 using VelOsgDBBrx::VelIncrementalCompileOperation;
@@ -83,6 +86,31 @@ TEST_F(CompileOperationTest, HundredSetsAreMergedInAFewFramesByDefault)
     for (int frame = 0; frame < 5; ++frame)
         view.frame();
     EXPECT_EQ(group->getNumChildren(), 100u);
+}
+
+/// Contexts come while cells are read on other threads; sanitizers tell when the two meet.
+TEST_F(CompileOperationTest, TakesSetsWhileContextsComeAndGo)
+{
+    view.frame();
+    std::string reason;
+    const osg::ref_ptr<EglGraphicsWindow> other = EglGraphicsWindow::create(8, 8, reason);
+    ASSERT_TRUE(other) << reason;
+    constexpr int kSets = 300;
+    std::atomic<int> pushed{0};
+    std::thread reader([&] {
+        for (; pushed < kSets; ++pushed)
+            operation->pushBack(makeSet());
+    });
+    while (pushed < kSets) {
+        operation->addGraphicsContext(other);
+        operation->keepContexts({view.window, other});
+        operation->removeGraphicsContext(other);
+        operation->keepContexts({view.window});
+    }
+    reader.join();
+    for (int frame = 0; frame < 100 && !operation->isEmpty(); ++frame)
+        view.frame();
+    EXPECT_EQ(group->getNumChildren(), static_cast<unsigned>(kSets));
 }
 
 TEST_F(CompileOperationTest, TheMoveLevelIsKeptAsGiven)
