@@ -47,15 +47,20 @@ uint64_t sum(const std::map<std::string, uint64_t>& counts)
     return all;
 }
 
+/// Local to world.
+osg::Matrixd placeOf(const IPointCloud& cloud)
+{
+    const osg::MatrixList matrices = cloud.getWorldMatrices();
+    return matrices.empty() ? osg::Matrixd() : matrices.front();
+}
+
 /// Tells the octree where it stands in the world, which it otherwise learns when it is first drawn: a cloud
 /// that never came into view is edited too.
 void placeOctree(IPointCloud& cloud)
 {
-    const osg::MatrixList localToWorld = cloud.getWorldMatrices();
-    if (localToWorld.empty()) return;
     OctreeInfo& octree = *cloud.getOctree();
     const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
-    octree.transform = localToWorld.front();
+    octree.transform = placeOf(cloud);
 }
 
 osg::ref_ptr<Category> classRequest(int32_t kind)
@@ -219,6 +224,7 @@ bool EditSession::segment(bool selectedOnly)
         refuse(running->outcome, "nothing is selected");
         return true;
     }
+    running->outcome.countsPoints = false;
     for (SelectSegmentStack& selection : _selections)
         selection.selectConvertSegment(!selectedOnly);
     _journal.push_back({Edit::SELECTION, running->outcome.operation});
@@ -276,7 +282,7 @@ bool EditSession::reclassify(const Polygon& polygon, const Reclassification& cha
     return true;
 }
 
-/// A request a cloud.
+/// A request for each cloud that can have points under the polygon: a scene may have thousands.
 void EditSession::pushClassEdits(EditWork& work, const Polygon& polygon, const Reclassification& change) const
 {
     const osg::ref_ptr<PolygonCmd> edit = new PolygonCmd;
@@ -289,8 +295,11 @@ void EditSession::pushClassEdits(EditWork& work, const Polygon& polygon, const R
     base.shownClasses = _scene.shownClasses();
     base.toClass = change.toClass;
     if (!change.fromClasses.empty()) base.setFromClasses(change.fromClasses);
-    for (const std::string& uid : _uids) {
-        const osg::ref_ptr<Category> request = new Category(uid, edit);
+    for (size_t i = 0; i < _uids.size(); ++i) {
+        IPointCloud& cloud = *_scene.clouds()[i].node;
+        const OctreeInfo& octree = *cloud.getOctree();
+        if (!_view->mayCover(polygon, osg::BoundingBoxd(octree.min, octree.max), placeOf(cloud))) continue;
+        const osg::ref_ptr<Category> request = new Category(_uids[i], edit);
         request->dryRun = change.dryRun;
         work.push(request);
     }
@@ -323,6 +332,7 @@ bool EditSession::undo()
     Running* running = begin("undo");
     if (!running) return false;
     if (_journal.empty()) {
+        running->outcome.countsPoints = false;
         running->outcome.message = "there is nothing to undo";
         return true;
     }
@@ -343,10 +353,12 @@ void EditSession::takeBack(Running& running, const Edit& edit)
         running.work.push(new UndoCmd(kNobodyWaits));
         break;
     case Edit::SELECTION:
+        running.outcome.countsPoints = false;
         for (SelectSegmentStack& selection : _selections)
             selection.pop();
         break;
     case Edit::LINE:
+        running.outcome.countsPoints = false;
         PointCloudHelper::clearEnhancedLine(_scene.root());
         break;
     case Edit::CLASSES:

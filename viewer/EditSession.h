@@ -25,8 +25,9 @@ struct EditOutcome
     bool ok = true;        ///< false: refused, failed, or done in part; `message` says why and what to do
 
     /// Points changed in the stores; of a select, a line and a dry run the points found, of a save the points
-    /// written. A segment, and an undo of what is in the picture alone, count none.
+    /// written.
     uint64_t points = 0;
+    bool countsPoints = true; ///< false: what was done is a matter of the picture alone
 
     /// Of a reclassification: the visible points under the polygon by class, before and after.
     std::optional<VelOsgDBBrx::CategoryCounts> classes;

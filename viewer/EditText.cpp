@@ -44,6 +44,8 @@ std::vector<std::string> describe(const EditOutcome& outcome)
     if (outcome.ok && outcome.classes)
         lines.push_back(outcome.operation + ": " + grouped(outcome.points) + " of " +
                         points(outcome.classes->selected));
+    else if (outcome.ok && !outcome.countsPoints)
+        lines.push_back(outcome.operation + (outcome.message.empty() ? ": done" : ":"));
     else if (outcome.ok || outcome.points > 0)
         lines.push_back(outcome.operation + ": " + points(outcome.points));
     else

@@ -2,6 +2,24 @@
 
 #include <osg/GraphicsContext>
 
+bool WindowView::mayCover(const std::vector<osg::Vec2d>& polygon, const osg::BoundingBoxd& box,
+                          const osg::Matrixd& localToWorld) const
+{
+    const osg::Matrixd toWindow = localToWorld * vpw;
+    osg::BoundingBoxd seen;
+    for (unsigned i = 0; i < 8; ++i) {
+        const osg::Vec4d corner = osg::Vec4d(box.corner(i), 1) * toWindow;
+        if (corner.w() <= 0) return true; // reaches behind the camera, and may be anywhere
+        seen.expandBy(corner.x() / corner.w(), corner.y() / corner.w(), 0);
+    }
+    osg::BoundingBoxd drawn;
+    for (const osg::Vec2d& vertex : polygon)
+        drawn.expandBy(vertex.x(), vertex.y(), 0);
+    constexpr double kPixel = 1; // a mask has whole pixels
+    return drawn.valid() && seen.xMin() <= drawn.xMax() + kPixel && seen.xMax() >= drawn.xMin() - kPixel &&
+           seen.yMin() <= drawn.yMax() + kPixel && seen.yMax() >= drawn.yMin() - kPixel;
+}
+
 std::vector<osg::Vec2d> WindowView::fromTop(std::vector<osg::Vec2d> vertices) const
 {
     for (osg::Vec2d& vertex : vertices)

@@ -2,6 +2,7 @@
 
 #include "tests/support/LasRecords.h"
 #include "tests/viewer/ShownSurvey.h"
+#include "viewer/StoreCache.h"
 
 #include <gtest/gtest.h>
 
@@ -268,6 +269,36 @@ TEST_F(EditSessionTest, ReadOnlyStoresAreNamedAndLeftAsTheyAre)
     if (isSuperuser) {
         EXPECT_EQ(seteuid(0), 0);
     }
+}
+
+TEST_F(EditSessionTest, EditsSeveralCloudsAsOneAndLeavesOutThoseAside)
+{
+    shown.show();
+    Scene scene;
+    std::vector<std::string> stores;
+    for (const double east : {0.0, 10.0, 500.0}) {
+        TestSurvey survey = shown.survey;
+        survey.x += east;
+        survey.y += 1000;
+        const std::string name = shown.folder.file(std::to_string(east) + ".las");
+        ASSERT_TRUE(survey.write(name));
+        ASSERT_TRUE(findOrBuildStore(name, false, stores.emplace_back()));
+    }
+    ASSERT_TRUE(scene.load(stores, Options()));
+    const osg::Vec3d center(shown.survey.x + 14.5, shown.survey.y + 1009.5, shown.survey.z);
+    shown.host.camera().setViewMatrixAsLookAt(center + osg::Vec3d(0, 0, 90), center, osg::Vec3d(0, 1, 0));
+    session.emplace(scene, *shown.host.viewer);
+    const EditOutcome outcome = reclassify(kAll, 9);
+    EXPECT_EQ(outcome.points, 800u);
+    EXPECT_EQ(outcome.classes->selected, 800u);
+    const auto unsaved = session->unsavedPoints();
+    EXPECT_EQ(unsaved.size(), 2u);
+    EXPECT_EQ(done(session->undo()).points, 800u) << "one step";
+    EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
+    EXPECT_EQ(done(session->hide(kAll, Type::OUTSIDE)).points, 400u) << "the cloud aside";
+    session->undoAll();
+    session->wait();
+    session.reset();
 }
 
 TEST_F(EditSessionTest, OneOperationRunsAtATimeAndNonsenseIsRefused)
