@@ -1,8 +1,7 @@
 #include "tools/Command.h"
 
-#include "tools/Interrupt.h"
-#include "tools/Progress.h"
 #include "tools/Text.h"
+#include "tools/Watch.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/Normals.h>
@@ -24,30 +23,20 @@ void buildNormals(const VelBrx::BuildOptions& build)
     options.store = build.output;
     options.overwrite = build.overwrite;
     options.threads = build.threads;
-    options.cancel = build.cancel;
-    Progress progress;
-    options.progress = [&progress](const VelBrx::BuildProgress& state) {
-        progress.show(state.stage, state.pointsDone, state.pointsTotal);
-    };
-    if (const VelBrx::Status status = VelBrx::writeNormals(options); !status) {
-        progress.clear();
-        throw CommandError(status.message() + "; the store is complete");
-    }
+    Watch watch;
+    watch.over(options);
+    watch.end(VelBrx::writeNormals(options), "; the store is complete");
 }
 
 void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
 {
     const auto start = std::chrono::steady_clock::now();
-    const Interrupt interrupt;
-    Progress progress;
-    options.cancel = &interrupt.requested();
-    options.progress = [&progress](const VelBrx::BuildProgress& state) {
-        progress.show(state.stage, state.pointsDone, state.pointsTotal);
-    };
     VelBrx::BuildReport report;
-    const VelBrx::Status status = VelBrx::buildStore(options, report);
-    progress.clear();
-    if (!status) throw CommandError(status.message());
+    {
+        Watch watch;
+        watch.over(options);
+        watch.end(VelBrx::buildStore(options, report));
+    }
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     for (const std::string& note : report.notes)
@@ -82,12 +71,8 @@ void addBuildCommand(CLI::App& app)
         ->required();
     command->add_option("-o,--output", options->build.output, "the store to make, a .brx file")->required();
     command->add_flag("--force", options->build.overwrite, "replace the store when it exists");
-    command->add_option("--threads", options->build.threads, "threads to use; all processors when not given");
-    command
-        ->add_option("--memory", options->build.memory,
-                     "memory to use at most, like 2G or 800M; half of the machine's when not given")
-        ->transform(CLI::AsSizeValue(false))
-        ->option_text("SIZE");
+    addThreadsOption(*command, options->build.threads);
+    addMemoryOption(*command, options->build.memory, "half of the machine's");
     command->add_flag("--normals", options->normals,
                       "compute the points' normals as well, as brx normals does");
     command->add_flag("--json", options->json, "print a report as one JSON object");

@@ -1,8 +1,7 @@
 #include "tools/Command.h"
 
-#include "tools/Interrupt.h"
-#include "tools/Progress.h"
 #include "tools/Text.h"
+#include "tools/Watch.h"
 
 #include <VelBrx/ExportLas.h>
 
@@ -24,16 +23,10 @@ nlohmann::ordered_json reportJson(const VelBrx::ExportReport& report)
 
 void runExport(VelBrx::ExportOptions options, bool json)
 {
-    const Interrupt interrupt;
-    Progress progress;
-    options.cancel = &interrupt.requested();
-    options.progress = [&progress](const VelBrx::BuildProgress& state) {
-        progress.show(state.stage, state.pointsDone, state.pointsTotal);
-    };
     VelBrx::ExportReport report;
-    const VelBrx::Status status = VelBrx::exportLas(options, report);
-    progress.clear();
-    if (!status) throw CommandError(printable(status.message()));
+    Watch watch;
+    watch.over(options);
+    watch.end(VelBrx::exportLas(options, report));
 
     for (const std::string& note : report.notes)
         std::cerr << "brx: " << printable(note) << '\n';
@@ -68,10 +61,8 @@ void addExportCommand(CLI::App& app)
         ->excludes(split);
     command->add_flag("--visible-only", options->run.visibleOnly, "leave hidden points out");
     command->add_flag("--force", options->run.overwrite, "replace files that exist");
-    command->add_option("--memory", options->run.memory, "memory to use at most, such as 500M or 2G")
-        ->transform(CLI::AsSizeValue(false))
-        ->default_str("1G");
-    command->add_option("--threads", options->run.threads, "threads to use; all processors when not given");
+    addMemoryOption(*command, options->run.memory, "1G");
+    addThreadsOption(*command, options->run.threads);
     command->add_flag("--json", options->json, "print a report as one JSON object");
     command->callback([options] {
         if (options->split) options->run.form = VelBrx::ExportForm::Split;

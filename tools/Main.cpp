@@ -2,6 +2,7 @@
 
 #include "tools/Text.h"
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 
@@ -27,6 +28,7 @@ void run(CLI::App& app, int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    std::signal(SIGXFSZ, SIG_IGN); // writing beyond the limit of a file's size then fails like a full disk
     CLI::App app("Builds, checks and describes octree stores of laser-scan points.", "brx");
     app.set_version_flag("--version", "brx " VELBRX_VERSION);
     app.require_subcommand(1);

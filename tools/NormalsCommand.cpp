@@ -1,8 +1,7 @@
 #include "tools/Command.h"
 
-#include "tools/Interrupt.h"
-#include "tools/Progress.h"
 #include "tools/Text.h"
+#include "tools/Watch.h"
 
 #include <VelBrx/Normals.h>
 
@@ -13,15 +12,9 @@ namespace {
 
 void runNormals(VelBrx::NormalsOptions options)
 {
-    const Interrupt interrupt;
-    Progress progress;
-    options.cancel = &interrupt.requested();
-    options.progress = [&progress](const VelBrx::BuildProgress& state) {
-        progress.show(state.stage, state.pointsDone, state.pointsTotal);
-    };
-    const VelBrx::Status status = VelBrx::writeNormals(options);
-    progress.clear();
-    if (!status) throw CommandError(printable(status.message()));
+    Watch watch;
+    watch.over(options);
+    watch.end(VelBrx::writeNormals(options));
     std::cerr << printable(VelBrx::normalsPath(options.store)) << ": complete\n";
 }
 
@@ -38,7 +31,7 @@ void addNormalsCommand(CLI::App& app)
         ->check(CLI::Range(VelBrx::kLeastNeighbours, VelBrx::kMostNeighbours))
         ->capture_default_str();
     command->add_flag("--force", options->overwrite, "replace the normals when they exist");
-    command->add_option("--threads", options->threads, "threads to use; all processors when not given");
+    addThreadsOption(*command, options->threads);
     command->callback([options] { runNormals(*options); });
     command->footer(
         "The normals go to STORE.normals, where the viewer finds them. They point upwards. A failed or "

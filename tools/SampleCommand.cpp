@@ -1,8 +1,6 @@
 #include "tools/Command.h"
 
-#include "tools/Interrupt.h"
-#include "tools/Progress.h"
-#include "tools/Text.h"
+#include "tools/Watch.h"
 
 #include <VelBrx/SampleSurvey.h>
 
@@ -13,15 +11,9 @@ namespace {
 
 void runSample(VelBrx::SampleOptions options)
 {
-    const Interrupt interrupt;
-    Progress progress;
-    options.cancel = &interrupt.requested();
-    options.progress = [&progress](uint64_t done, uint64_t total) {
-        progress.show("surveying", done, total);
-    };
-    const VelBrx::Status status = VelBrx::writeSampleSurvey(options);
-    progress.clear();
-    if (!status) throw CommandError(printable(status.message()));
+    Watch watch;
+    watch.over(options);
+    watch.end(VelBrx::writeSampleSurvey(options));
     std::cerr << options.output << ": " << options.points << " points\n";
 }
 
@@ -35,7 +27,7 @@ void addSampleCommand(CLI::App& app)
     command->add_option("--points", options->points, "number of points")->capture_default_str();
     command->add_option("--seed", options->seed, "another seed gives another landscape")
         ->capture_default_str();
-    command->add_option("--threads", options->threads, "threads to use; all processors when not given");
+    addThreadsOption(*command, options->threads);
     command->add_flag("--force", options->overwrite, "replace the file when it exists");
     command->callback([options] { runSample(*options); });
     command->footer(

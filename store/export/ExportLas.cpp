@@ -102,7 +102,7 @@ public:
         if (Status status = planFiles(); !status) return status;
         SourceOrder order(_store, _head, _records.origin, _options.memory, _run.threads());
         const bool hasWindows = order.windowCount() > 1;
-        _run.setTotal(_head.header.pointCount * (hasWindows ? 3 : 2));
+        _run.setTotal(_head.header.pointCount, hasWindows ? 3 : 2);
         _run.begin("reading");
         if (Status status = OutputFile::checkSpace(_options.output, order.temporarySize()); !status)
             return status;

@@ -7,13 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
-#include <thread>
-
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -104,55 +98,11 @@ TEST_F(BuildSampleTest, BuildsTilesSideBySide)
         ASSERT_EQ(brx({"sample", folder.file("tiles/") + seed + ".las", "--points", "5000", "--seed", seed})
                       .exitStatus,
                   0);
-    const std::string spread =
-        runProgram({"/bin/sh", "-c", "parallel --version | grep -q GNU"}).exitStatus == 0
-            ? "parallel --jobs 3 %s build {} -o stores/{/.}.brx"
-            : "xargs -P 3 -I {} sh -c '%s build {} -o stores/$(basename {} .las).brx'";
-    std::string command = spread;
-    command.replace(command.find("%s"), 2, VELBRX_BRX);
-    const ProgramResult result = runProgram(
-        {"/bin/sh", "-c", "cd " + folder.path().string() + " && find tiles -name '*.las' | " + command});
+    const std::string command = std::string("find tiles -name '*.la[sz]' | parallel --jobs 3 ") + VELBRX_BRX +
+                                " build {} -o stores/{/.}.brx";
+    const ProgramResult result =
+        runProgram({"/bin/sh", "-c", "cd " + folder.path().string() + " && " + command});
     EXPECT_EQ(result.exitStatus, 0) << result.err;
     for (const char* seed : {"1", "2", "3", "4"})
         EXPECT_EQ(brx({"verify", folder.file("stores/") + seed + ".brx"}).exitStatus, 0);
-}
-
-TEST_F(BuildSampleTest, TakesItsTemporaryFilesAlongWhenKilled)
-{
-    ASSERT_EQ(brx({"sample", las, "--points", "400000"}).exitStatus, 0);
-    for (int signal : {SIGINT, SIGKILL}) {
-        const pid_t child = fork();
-        if (child == 0) {
-            execl(VELBRX_BRX, VELBRX_BRX, "build", las.c_str(), "-o", store.c_str(), nullptr);
-            _exit(127);
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(150));
-        kill(child, signal);
-        int status = 0;
-        waitpid(child, &status, 0);
-        if (signal == SIGKILL) {
-            EXPECT_EQ(brx({"build", las, "-o", store, "--force"}).exitStatus, 0);
-        }
-        for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
-            EXPECT_TRUE(entry.path() == las || entry.path() == store) << entry.path();
-    }
-}
-
-TEST_F(BuildSampleTest, LeavesNothingBehindWhenInterrupted)
-{
-    for (int signal : {SIGINT, SIGTERM}) {
-        const pid_t child = fork();
-        if (child == 0) {
-            execl(VELBRX_BRX, VELBRX_BRX, "sample", las.c_str(), "--points", "5000000", nullptr);
-            _exit(127);
-        }
-        while (std::filesystem::is_empty(folder.path()))
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        kill(child, signal);
-        int status = 0;
-        waitpid(child, &status, 0);
-        EXPECT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(WEXITSTATUS(status), 1);
-        EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-    }
 }

@@ -364,6 +364,7 @@ TEST_F(ExportTest, LeavesNothingBehindWhenItIsCancelled)
             uint64_t last = 0;
             options.progress = [&](const BuildProgress& progress) {
                 EXPECT_GE(progress.pointsDone, last);
+                EXPECT_EQ(progress.pointsTotal, 170000u);
                 EXPECT_LE(progress.pointsDone, progress.pointsTotal);
                 last = progress.pointsDone;
                 cancel = reports++ >= cancelAt && progress.stage != std::string("done");
