@@ -97,7 +97,7 @@ public:
             }
             names += (names.empty() ? "" : ", ") + quoted(choice);
         }
-        expected(name, (choices.size() > 1 ? "one of " : "") + names);
+        expected(name, "one of " + names);
     }
 
     /// An array of numbers as long as `Vec`.
