@@ -21,7 +21,8 @@ namespace {
 
 constexpr size_t kLongestText = 24; ///< of a legend's entry, letters
 constexpr int kRampNumbers = 5;
-constexpr unsigned kTableSize = 256; ///< colours that a shader's table has
+constexpr double kLargestPlain = 1e12; ///< number written with all its digits
+constexpr unsigned kTableSize = 256;   ///< colours that a shader's table has
 constexpr double kFullIntensity = 65535.0;
 
 ColorWithRangeInfo intensityRamp(const AttributeRange& intensity)
@@ -68,10 +69,12 @@ Legend rampLegend(const std::string& title, const std::vector<ColorEntry>& ramp,
     legend.title = title;
     legend.ramp = ramp;
     const double step = (high - low) / (kRampNumbers - 1);
-    const int decimals = step > 0 ? std::clamp(1 - static_cast<int>(std::floor(std::log10(step))), 0, 3) : 0;
+    const int decimals = step > 0 ? std::clamp(1 - static_cast<int>(std::floor(std::log10(step))), 0, 5) : 0;
     for (int i = 0; i < kRampNumbers; ++i) {
         char text[64];
-        std::snprintf(text, sizeof text, "%.*f", decimals, low + step * i);
+        const double number = low + step * i;
+        std::snprintf(text, sizeof text, std::abs(number) < kLargestPlain ? "%.*f" : "%.*e", decimals,
+                      number);
         legend.numbers.push_back(text);
     }
     return legend;

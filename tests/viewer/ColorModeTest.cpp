@@ -67,6 +67,18 @@ TEST(Legend, NumbersARampFromTheSecondToTheNinetyEighthPercentile)
     EXPECT_EQ(range, osg::Vec2f(10 / 65535.0f, 400 / 65535.0f));
 }
 
+TEST(Legend, WritesNumbersOfAnySizeInAFewLetters)
+{
+    VelBrx::StoreStatistics statistics;
+    statistics.gpsTime = {-1e300, 1e300, -1e250, 1e250};
+    statistics.elevation = {0, 1, 0.001, 0.002};
+    const Coloring coloring(statistics, osg::Vec4f());
+    for (const std::string& number : coloring.legend(ColorMode::GPS_TIME).numbers)
+        EXPECT_LT(number.size(), 12u) << number;
+    EXPECT_EQ(coloring.legend(ColorMode::ELEVATION).numbers,
+              (Texts{"0.00100", "0.00125", "0.00150", "0.00175", "0.00200"}));
+}
+
 /// One wrong time must not take all colours from the others.
 TEST(Legend, NumbersMostTimesAndKeepsTheOthersInTheColoursOfTheEnds)
 {
