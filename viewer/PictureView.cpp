@@ -1,8 +1,10 @@
 #include "viewer/PictureView.h"
 
 #include "headless/PictureFile.h"
+#include "viewer/OrthographicLod.h"
 #include "viewer/Window.h"
 
+#include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 #include <osg/Geode>
 #include <osg/Geometry>
@@ -45,6 +47,13 @@ void compileWithoutPauses(osg::GraphicsContext* context)
     compile->setMinimumTimeAvailableForGLCompileAndDeletePerFrame(1.0);
 }
 
+void chooseCellsForAnyLens(osg::GraphicsContext* context)
+{
+    auto* manager = VelOsgDBBrx::GlobalObject::getPLM(context);
+    manager->setLodOperation(new OrthographicLod(manager->getIncrementalCompileOperation(),
+                                                 manager->getDecrementalCompileOperation()));
+}
+
 } // namespace
 
 Status checkPicturePath(const std::string& path, bool force)
@@ -80,6 +89,7 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
     _viewer.setSceneData(_scene.root());
     _services.emplace(_window, budget);
     compileWithoutPauses(_window);
+    chooseCellsForAnyLens(_window);
     _viewer.realize();
     return Status();
 }

@@ -165,6 +165,17 @@ TEST_F(ScriptRun, SeesTheSameAtEveryHeightInAnOrthographicView)
     EXPECT_EQ(line(6)["pointsDrawn"], 400);
 }
 
+TEST_F(ScriptRun, DrawsOrthographicPicturesAsFineAsOthers)
+{
+    survey.side = 400;
+    build();
+    run(R"({"op": "camera", "view": "top", "projection": "orthographic"}, {"op": "settle"})");
+    expectSuccess();
+    constexpr int kPixels = 190; // that the survey fills, across
+    EXPECT_GE(line(2)["pointsDrawn"], kPixels * kPixels / 4) << "points are more than two pixels apart";
+    EXPECT_LT(line(2)["pointsDrawn"], survey.side * survey.side / 2) << "all is drawn";
+}
+
 TEST_F(ScriptRun, ClassifiesWhatDisplayFilterAndClipPlanesShow)
 {
     build();
