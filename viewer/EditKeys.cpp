@@ -473,16 +473,13 @@ void EditKeys::getUsage(osg::ApplicationUsage& usage) const
 {
     usage.addKeyboardMouseBinding("E", "Edit mode on / off");
     usage.addKeyboardMouseBinding("Escape", "Cancel what is drawn or typed; else close, after asking");
-    const auto bind = [&usage](const std::string& key, const std::string& description) {
-        usage.addKeyboardMouseBinding(key, "Edit: " + description);
-    };
-    bind("a / A", "draw a polygon / a rectangle; click the corners");
-    bind("Backspace", "take the last corner away");
-    bind("Enter, right click", "close the polygon");
-    bind("0 ... 255", "the to-class, by its digits");
-    bind("F", "from-classes: which classes may change");
-    bind("V", "visible classes: which classes are shown");
-    bind("R", "reset: show every hidden point, drop the selection");
+    usage.addKeyboardMouseBinding("a / A", "draw a polygon / a rectangle; click the corners");
+    usage.addKeyboardMouseBinding("Backspace", "take the last corner away");
+    usage.addKeyboardMouseBinding("Enter, right click", "close the polygon");
+    usage.addKeyboardMouseBinding("0 ... 255", "the to-class, by its digits");
+    usage.addKeyboardMouseBinding("F", "from-classes: which classes may change");
+    usage.addKeyboardMouseBinding("V", "visible classes: which classes are shown");
+    usage.addKeyboardMouseBinding("R", "reset: show every hidden point, drop the selection");
     for (const EditCommand& command : commands())
-        bind(std::string(1, static_cast<char>(command.key)), command.description);
+        usage.addKeyboardMouseBinding(command.key, command.description);
 }

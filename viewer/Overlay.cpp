@@ -1,6 +1,7 @@
 #include "viewer/Overlay.h"
 
 #include <algorithm>
+#include <array>
 #include <backends/imgui_impl_opengl3.h>
 #include <cmath>
 #include <imgui.h>
@@ -19,7 +20,8 @@ constexpr ImGuiWindowFlags kPanel = ImGuiWindowFlags_NoDecoration | ImGuiWindowF
                                     ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoSavedSettings;
 
 constexpr float kPanelAlpha = 0.7f;
-constexpr float kQuestionAlpha = 0.95f;
+constexpr float kQuestionAlpha = 0.95f; ///< of what is read rather than looked past
+const ImVec4 kTitleColor(1.0f, 0.87f, 0.25f, 1.0f);
 constexpr float kOutlineWidth = 1.5f;
 constexpr float kVertexRadius = 3.0f;
 constexpr ImU32 kOutlineColor = IM_COL32(255, 221, 64, 255);
@@ -37,6 +39,25 @@ osg::Vec2d windowSize(const osg::RenderInfo& renderInfo, const osg::Viewport& vi
 ImU32 toImGui(const osg::Vec4f& color)
 {
     return ImGui::ColorConvertFloat4ToU32(ImVec4(color.r(), color.g(), color.b(), 1.0f));
+}
+
+void drawKeys(const std::vector<const KeyList*>& lists)
+{
+    float keyWidth = 0;
+    for (const KeyList* list : lists)
+        for (const auto& entry : list->keys)
+            keyWidth = std::max(keyWidth, ImGui::CalcTextSize(entry.first.c_str()).x);
+    ImGui::BeginGroup();
+    for (const KeyList* list : lists) {
+        if (list != lists.front()) ImGui::NewLine();
+        ImGui::TextColored(kTitleColor, "%s", list->title.c_str());
+        for (const auto& [key, description] : list->keys) {
+            ImGui::TextUnformatted(key.c_str());
+            ImGui::SameLine(keyWidth + 2 * ImGui::GetTextLineHeight());
+            ImGui::TextUnformatted(description.c_str());
+        }
+    }
+    ImGui::EndGroup();
 }
 
 } // namespace
@@ -70,6 +91,12 @@ void Overlay::setQuestion(const std::vector<std::string>& lines)
     _question = lines;
 }
 
+void Overlay::setHelp(const std::vector<KeyList>& lists)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _help = lists;
+}
+
 void Overlay::setOutline(const std::vector<osg::Vec2d>& vertices, bool closed)
 {
     const std::lock_guard<std::mutex> lock(_mutex);
@@ -79,7 +106,8 @@ void Overlay::setOutline(const std::vector<osg::Vec2d>& vertices, bool closed)
 
 bool Overlay::isEmpty() const
 {
-    return _legend.title.empty() && _lines.empty() && _panel.empty() && _question.empty() && _outline.empty();
+    return _legend.title.empty() && _lines.empty() && _panel.empty() && _question.empty() && _help.empty() &&
+           _outline.empty();
 }
 
 void Overlay::operator()(osg::RenderInfo& renderInfo) const
@@ -92,6 +120,7 @@ void Overlay::operator()(osg::RenderInfo& renderInfo) const
     if (!_legend.title.empty()) drawLegend();
     drawText("lines", _lines, osg::Vec2d(0, 1), kPanelAlpha);
     drawText("panel", _panel, osg::Vec2d(1, 0), kPanelAlpha);
+    if (!_help.empty()) drawHelp();
     drawText("question", _question, osg::Vec2d(0.5, 0.5), kQuestionAlpha);
     ImGui::Render();
     ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());
@@ -198,6 +227,27 @@ void Overlay::drawOutline() const
     list->AddPolyline(points.data(), count, kOutlineColor, flags, kOutlineWidth * _unit);
     for (const ImVec2& point : points)
         list->AddCircleFilled(point, kVertexRadius * _unit, kOutlineColor);
+}
+
+/// The lists one below the other, the next always in the shorter column.
+void Overlay::drawHelp() const
+{
+    const ImVec2 window = ImGui::GetIO().DisplaySize;
+    ImGui::SetNextWindowPos(ImVec2(window.x / 2, window.y / 2), ImGuiCond_Always, ImVec2(0.5f, 0.5f));
+    ImGui::SetNextWindowBgAlpha(kQuestionAlpha);
+    ImGui::Begin("help", nullptr, kPanel);
+    std::array<std::vector<const KeyList*>, 2> columns;
+    std::array<size_t, 2> rows{};
+    for (const KeyList& list : _help) {
+        const size_t column = rows[1] < rows[0] ? 1 : 0;
+        columns[column].push_back(&list);
+        rows[column] += list.keys.size() + 2;
+    }
+    for (const auto& lists : columns) {
+        if (&lists != &columns.front()) ImGui::SameLine(0, 2 * ImGui::GetTextLineHeight());
+        drawKeys(lists);
+    }
+    ImGui::End();
 }
 
 /// Lines of text at a place of the window: 0 is its left or top, 1 its right or bottom.

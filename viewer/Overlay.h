@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/KeyList.h"
 #include "viewer/Legend.h"
 
 #include <osg/Camera>
@@ -29,6 +30,9 @@ public:
     /// Shown in the middle, above everything else; none hides it.
     void setQuestion(const std::vector<std::string>& lines);
 
+    /// Shown in the middle, in two columns; none hides it.
+    void setHelp(const std::vector<KeyList>& lists);
+
     /// What the user draws: vertices in pixels of the window from its bottom left, y up. None
     /// hides it.
     void setOutline(const std::vector<osg::Vec2d>& vertices, bool closed);
@@ -46,6 +50,7 @@ private:
     void drawEntries(float room) const;
     void drawRamp(float room) const;
     void drawOutline() const;
+    void drawHelp() const;
     void drawText(const char* name, const std::vector<std::string>& lines, const osg::Vec2d& place,
                   float alpha) const;
 
@@ -54,6 +59,7 @@ private:
     std::vector<std::string> _lines;
     std::vector<std::string> _panel;
     std::vector<std::string> _question;
+    std::vector<KeyList> _help;
     std::vector<osg::Vec2d> _outline;
     bool _outlineClosed = false;
     mutable ImGuiContext* _context = nullptr; ///< made by the first frame, on the drawing thread

@@ -7,11 +7,12 @@
 #include "viewer/EditSession.h"
 #include "viewer/EditText.h"
 #include "viewer/EndSignals.h"
+#include "viewer/HelpKey.h"
 #include "viewer/MoveLevel.h"
 #include "viewer/Notices.h"
 #include "viewer/Overlay.h"
 #include "viewer/PickHandler.h"
-#include "viewer/Screenshot.h"
+#include "viewer/ScreenshotKey.h"
 
 #include <osgGA/KeySwitchMatrixManipulator>
 #include <osgGA/StateSetManipulator>
@@ -61,14 +62,35 @@ osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home)
     return manipulators;
 }
 
-void addStockHandlers(osgViewer::Viewer& viewer, osg::ArgumentParser& arguments)
+/// Elevation has the key by which it moves the barrier at the end of a frame.
+osg::ref_ptr<osgViewer::ThreadingHandler> makeThreadingHandler()
 {
-    viewer.addEventHandler(new osgGA::StateSetManipulator(viewer.getCamera()->getOrCreateStateSet()));
-    viewer.addEventHandler(new osgViewer::StatsHandler);
-    viewer.addEventHandler(new osgViewer::WindowSizeHandler);
-    viewer.addEventHandler(new osgViewer::ThreadingHandler);
-    viewer.addEventHandler(new osgViewer::ScreenCaptureHandler(new Screenshot, 1));
-    viewer.addEventHandler(new osgViewer::HelpHandler(arguments.getApplicationUsage()));
+    const osg::ref_ptr<osgViewer::ThreadingHandler> handler = new osgViewer::ThreadingHandler;
+    handler->setKeyEventChangeEndBarrierPosition(0);
+    return handler;
+}
+
+/// The handlers, in the order in which they see events, and the help that lists their keys. Overlays must
+/// have been added to the camera, so that screenshots hold them.
+void addHandlers(osgViewer::Viewer& viewer, EditKeys* editKeys, Scene& scene, Overlay& overlay,
+                 bool showLegend)
+{
+    osg::Camera& camera = *viewer.getCamera();
+    const osg::ref_ptr<HelpKey> help = new HelpKey(overlay);
+    const auto add = [&](const std::string& title, osgGA::GUIEventHandler* handler) {
+        viewer.addEventHandler(handler);
+        help->add(title, *handler);
+    };
+    add("Edit", editKeys);
+    add("Show", new DisplayKeys(scene, overlay, showLegend));
+    add("Show", new PickHandler(scene, overlay));
+    add("Window", help);
+    add("Window", new ScreenshotKey(camera));
+    add("Window", new osgViewer::WindowSizeHandler);
+    add("Window", new osgViewer::StatsHandler);
+    add("Window", makeThreadingHandler());
+    add("Window", new osgGA::StateSetManipulator(camera.getOrCreateStateSet()));
+    help->add("Camera", *viewer.getCameraManipulator());
 }
 
 bool isDragging(osgViewer::Viewer& viewer)
@@ -133,8 +155,7 @@ void setUpCamera(osg::Camera& camera, double aspect)
     camera.setNearFarRatio(1e-4);
 }
 
-Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options,
-                   osg::ArgumentParser& arguments)
+Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options)
 {
     viewer.setSceneData(scene.root());
     openWindow(viewer);
@@ -151,10 +172,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.getCamera()->addFinalDrawCallback(overlay);
     EditSession session(scene, viewer);
     const osg::ref_ptr<EditKeys> editKeys = new EditKeys(session, scene, viewer, *overlay);
-    viewer.addEventHandler(editKeys);
-    viewer.addEventHandler(new DisplayKeys(scene, *overlay, options.legend));
-    viewer.addEventHandler(new PickHandler(scene, *overlay));
-    addStockHandlers(viewer, arguments);
+    addHandlers(viewer, editKeys, scene, *overlay, options.legend);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);

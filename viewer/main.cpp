@@ -69,7 +69,7 @@ Status run(osg::ArgumentParser& arguments)
     if (Status status = scene.load(stores, options); !status) return status;
     if (isScript(options)) return script::run(script, *viewer, scene, options);
     return options.headless ? render(*viewer, scene, options)
-                            : runInWindow(*viewer, scene, options, arguments);
+                            : runInWindow(*viewer, scene, options);
 }
 
 } // namespace

@@ -4,7 +4,9 @@
 #include "tests/viewer/ShownSurvey.h"
 #include "viewer/CloseRequests.h"
 #include "viewer/DisplayKeys.h"
+#include "viewer/HelpKey.h"
 #include "viewer/PickHandler.h"
+#include "viewer/ScreenshotKey.h"
 
 #include <gtest/gtest.h>
 #include <osgGA/KeySwitchMatrixManipulator>
@@ -331,7 +333,8 @@ TEST_F(EditKeysTest, NoKeyHasTwoMeanings)
 {
     const osg::ref_ptr<osgGA::GUIEventHandler> others[] = {
         new DisplayKeys(shown.scene, *shown.overlay, false), new osgViewer::StatsHandler,
-        new osgViewer::WindowSizeHandler, new osgViewer::ScreenCaptureHandler, new osgViewer::HelpHandler};
+        new osgViewer::WindowSizeHandler, new ScreenshotKey(*shown.host.viewer->getCamera()),
+        new HelpKey(*shown.overlay)};
     std::multiset<std::string> all = keysOf(*keys);
     const std::set<std::string> own(all.begin(), all.end());
     EXPECT_GT(own.size(), 20u);

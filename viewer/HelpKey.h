@@ -1,0 +1,28 @@
+#pragma once
+
+#include "viewer/KeyList.h"
+#include "viewer/Overlay.h"
+
+#include <osgGA/GUIEventHandler>
+
+#include <string>
+#include <vector>
+
+/// Shows the keys of the viewer over the picture while 'h' is switched on.
+class HelpKey : public osgGA::GUIEventHandler
+{
+public:
+    /// The overlay is held.
+    explicit HelpKey(Overlay& overlay);
+
+    /// Takes the keys of a handler into the list of that title.
+    void add(const std::string& title, const osgGA::GUIEventHandler& handler);
+
+    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
+    void getUsage(osg::ApplicationUsage& usage) const override;
+
+private:
+    const osg::ref_ptr<Overlay> _overlay;
+    std::vector<KeyList> _lists;
+    bool _shown = false;
+};
