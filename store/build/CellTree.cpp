@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <numeric>
 
 namespace VelBrx {
 
@@ -18,29 +17,8 @@ public:
 
     std::vector<TreeCell> cells;
 
-    /// Makes the cell of the points [begin, end), which share `level` digits, of those that want `floor` or
-    /// a finer level; the others lie in its ancestors.
-    void divide(unsigned level, unsigned floor, size_t begin, size_t end)
-    {
-        const uint64_t code = prefixOf(_points[begin].code, level);
-        const LevelCounts counts = isShared(level) ? _shared.counts(level, code) : count(begin, end);
-        const uint64_t total = reaching(counts, floor);
-
-        unsigned finest = std::max(level, floor);
-        uint64_t taken = 0;
-        for (unsigned l = floor; l <= finest; ++l)
-            taken += counts[l];
-        while (taken < kMinTaken && finest < kMaxLevel)
-            taken += counts[++finest];
-        const bool isLeaf = level == kMaxLevel || (total - taken <= 2 * taken && total <= kMaxLeaf);
-        if (isLeaf) finest = kMaxLevel;
-
-        const size_t place = cells.size();
-        cells.push_back({static_cast<uint8_t>(level), code, 0});
-        uint64_t pointCount = take(begin, end, floor, finest, level);
-        if (!isLeaf) pointCount += divideOctants(level, finest + 1, begin, end);
-        cells[place].pointCount = pointCount;
-    }
+    /// Makes the root for all points.
+    void divide(size_t count) { divide(0, 0, countsOf(0, 0, 0, count), 0, count); }
 
 private:
     const TreePoint* _points;
@@ -49,27 +27,61 @@ private:
     const SharedNodes& _shared;
     const unsigned _digits;
 
-    bool isShared(unsigned level) const { return level < _digits; }
-
-    LevelCounts count(size_t begin, size_t end) const
+    /// Makes the cell of the points [begin, end), which share `level` digits, of those that want `floor` or
+    /// a finer level; the others lie in its ancestors. `counts` are those of the points by level.
+    void divide(unsigned level, unsigned floor, const LevelCounts& counts, size_t begin, size_t end)
     {
+        unsigned finest = std::max(level, floor);
+        uint64_t taken = sum(counts, floor, finest);
+        while (taken < kMinTaken && finest < kMaxLevel)
+            taken += counts[++finest];
+        const size_t place = cells.size();
+        cells.push_back({static_cast<uint8_t>(level), prefixOf(_points[begin].code, level), 0});
+        cells[place].pointCount = level == kMaxLevel ? take(begin, end, floor, kMaxLevel, level)
+                                                     : divideOctants(level, floor, finest, begin, end);
+    }
+
+    /// Gives the cell of `level` its points of each octant, and makes children for what remains; tells how
+    /// many the cell has.
+    uint64_t divideOctants(unsigned level, unsigned floor, unsigned finest, size_t begin, size_t end)
+    {
+        uint64_t pointCount = 0;
+        while (begin < end) {
+            const uint64_t code = prefixOf(_points[begin].code, level + 1);
+            const size_t octantEnd =
+                static_cast<size_t>(std::partition_point(_points + begin, _points + end,
+                                                         [&](const TreePoint& p) {
+                                                             return prefixOf(p.code, level + 1) == code;
+                                                         }) -
+                                    _points);
+            const LevelCounts counts = countsOf(level + 1, code, begin, octantEnd);
+            const uint64_t rest = sum(counts, finest + 1, kMaxLevel);
+            const bool isDivided = rest > kCrumb && rest > sum(counts, floor, finest) / 2;
+            pointCount += take(begin, octantEnd, floor, isDivided ? finest : kMaxLevel, level);
+            if (isDivided) divide(level + 1, finest + 1, counts, begin, octantEnd);
+            begin = octantEnd;
+        }
+        return pointCount;
+    }
+
+    /// The points of a node by the level that they want. Those that ancestors took count for the ancestor's
+    /// level where the node lies in this chunk alone, else for the one they wanted: a coarser one than the
+    /// node's in any case.
+    LevelCounts countsOf(unsigned level, uint64_t code, size_t begin, size_t end) const
+    {
+        if (level < _digits) return _shared.counts(level, code);
         LevelCounts counts{};
         for (size_t i = begin; i < end; ++i)
             ++counts[_levels[i]];
         return counts;
     }
 
-    /// Of the points counted those that want `floor` or a finer level.
-    static uint64_t reaching(const LevelCounts& counts, unsigned floor)
+    static uint64_t sum(const LevelCounts& counts, unsigned first, unsigned last)
     {
-        return std::accumulate(counts.begin() + floor, counts.end(), uint64_t{0});
-    }
-
-    uint64_t reaching(unsigned level, uint64_t code, unsigned floor, size_t begin, size_t end) const
-    {
-        if (isShared(level)) return reaching(_shared.counts(level, code), floor);
-        return static_cast<uint64_t>(std::count_if(_levels + begin, _levels + end,
-                                                   [floor](uint8_t wanted) { return wanted >= floor; }));
+        uint64_t points = 0;
+        for (unsigned level = first; level <= last; ++level)
+            points += counts[level];
+        return points;
     }
 
     /// Gives the points of levels `floor` to `finest` to the cell of `level`; tells how many.
@@ -82,27 +94,6 @@ private:
             _levels[i] = isTaken ? static_cast<uint8_t>(level) : _levels[i];
         }
         return taken;
-    }
-
-    /// Makes the children for the points of `floor` and finer; tells how many stay with the parent.
-    uint64_t divideOctants(unsigned level, unsigned floor, size_t begin, size_t end)
-    {
-        uint64_t kept = 0;
-        while (begin < end) {
-            const uint64_t code = prefixOf(_points[begin].code, level + 1);
-            const size_t octantEnd =
-                static_cast<size_t>(std::partition_point(_points + begin, _points + end,
-                                                         [&](const TreePoint& p) {
-                                                             return prefixOf(p.code, level + 1) == code;
-                                                         }) -
-                                    _points);
-            if (reaching(level + 1, code, floor, begin, octantEnd) > kCrumb)
-                divide(level + 1, floor, begin, octantEnd);
-            else
-                kept += take(begin, octantEnd, floor, kMaxLevel, level);
-            begin = octantEnd;
-        }
-        return kept;
     }
 };
 
@@ -136,7 +127,7 @@ std::vector<TreeCell> divideIntoCells(const TreePoint* points, size_t count, uin
 {
     if (count == 0) return {};
     Divider divider(points, levels, shared, digits);
-    divider.divide(0, 0, 0, count);
+    divider.divide(count);
     std::sort(divider.cells.begin(), divider.cells.end(), [](const TreeCell& a, const TreeCell& b) {
         return CellKey(a.level, a.code) < CellKey(b.level, b.code);
     });

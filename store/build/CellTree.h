@@ -46,8 +46,9 @@ private:
 ///
 /// A cell takes the points that its level wants, and
 /// - those of the next levels until it has at least `kMinTaken`, so that no cell is almost empty;
-/// - all that remain, when there are at most twice as many as it took, and at most `kMaxLeaf` in all;
-/// - all that remain in an octant, when they are at most `kCrumb`.
+/// - all that remain in an octant, when they are at most half of what it took there, or at most `kCrumb`.
+/// So no cell is more than one and a half times as dense as its neighbours of the same level, but where these
+/// have few points.
 ///
 /// The result depends on the set of all points alone. `shared` counts the points of all chunks in the nodes
 /// above level `digits`, all other nodes of the chunk are wholly in it; a single chunk has 0 digits. Returns
@@ -56,7 +57,6 @@ std::vector<TreeCell> divideIntoCells(const TreePoint* points, size_t count, uin
                                       const SharedNodes& shared, unsigned digits);
 
 constexpr uint64_t kMinTaken = 64;
-constexpr uint64_t kMaxLeaf = 1 << 16;
-constexpr uint64_t kCrumb = 1 << 10;
+constexpr uint64_t kCrumb = 256;
 
 } // namespace VelBrx

@@ -124,8 +124,15 @@ TEST(CellTree, KeepsEachPointNoFinerThanItsLevelAndCoarseCellsEven)
         inRoot += divided.levels[i] == 0;
     }
     EXPECT_EQ(inRoot, taken) << "the root of a wide cloud is its even sample";
-    for (const TreeCell& cell : divided.cells)
-        EXPECT_LE(cell.pointCount, kMaxLeaf);
+    std::map<CellKey, std::pair<uint64_t, uint64_t>> octants; // points that the cell has there, and wanted
+    for (size_t i = 0; i < count; ++i) {
+        auto& [has, wanted] =
+            octants[{divided.levels[i], prefixOf(divided.points[i].code, divided.levels[i] + 1u)}];
+        ++has;
+        wanted += divided.points[i].level <= divided.levels[i];
+    }
+    for (const auto& [octant, points] : octants)
+        EXPECT_LE(points.first, points.second + std::max(points.second / 2, kCrumb));
 }
 
 TEST(CellTree, PutsAFewPointsIntoOneCell)

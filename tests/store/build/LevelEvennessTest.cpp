@@ -1,0 +1,145 @@
+#include "tests/support/LevelDensity.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestLas.h"
+
+#include <VelBrx/Builder.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+using namespace VelBrx;
+
+namespace {
+
+constexpr int kSide = 100000;  ///< of the survey, steps
+constexpr int kCube = 1 << 17; ///< edge of the root cell
+constexpr int kOverlapLeft = 40000;
+constexpr int kOverlapRight = 60000;
+
+/// Flat ground from two flight lines that overlap in the middle; towards the north each is four times as
+/// dense as in the south.
+TestLas flightLines()
+{
+    TestLas las;
+    std::mt19937 random(17);
+    std::uniform_real_distribution<double> any(0, 1);
+    for (const int left : {0, kOverlapLeft}) {
+        for (int i = 0; i < 400000; ++i) {
+            const double part = (std::sqrt(1 + 15 * any(random)) - 1) / 3;
+            las.addPoint(left + static_cast<int>(any(random) * kOverlapRight), static_cast<int>(part * kSide),
+                         static_cast<int>(any(random) * 5));
+        }
+    }
+    return las;
+}
+
+/// Points a square of the sampling grid of a level, all levels down to it.
+class Density
+{
+public:
+    Density(const LevelDensity& levels, unsigned level)
+        : _divisions(LevelDensity::gridDivisions(level)), _counts(levels.counts(0, level, _divisions))
+    {
+    }
+
+    int squareAt(int steps) const { return static_cast<int>(int64_t{steps} * _divisions / kCube); }
+
+    uint32_t at(int x, int y) const
+    {
+        return _counts[static_cast<size_t>(y) * _divisions + static_cast<size_t>(x)];
+    }
+
+    /// Mean over a block of squares.
+    double mean(int left, int bottom, int width, int height) const
+    {
+        double sum = 0;
+        for (int y = bottom; y < bottom + height; ++y)
+            for (int x = left; x < left + width; ++x)
+                sum += at(x, y);
+        return sum / (width * height);
+    }
+
+private:
+    const unsigned _divisions;
+    const std::vector<uint32_t> _counts;
+};
+
+class LevelEvenness : public testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        const TempFolder folder;
+        BuildOptions options;
+        options.inputs = {folder.write("lines.las", flightLines().bytes())};
+        options.output = folder.file("lines.brx");
+        BuildReport report;
+        const Status status = buildStore(options, report);
+        ASSERT_TRUE(status) << status.message();
+        levels = std::make_unique<LevelDensity>(options.output);
+        ASSERT_GE(levels->levelCount(), 4u);
+    }
+    static void TearDownTestSuite() { levels.reset(); }
+
+    static inline std::unique_ptr<LevelDensity> levels;
+};
+
+double stepBetween(double a, double b)
+{
+    return std::max(a, b) / std::min(a, b);
+}
+
+/// What a cell may add to the points that its level wants, and what chance does to so few points.
+double largestStep(double pointsOfBlock)
+{
+    return 1.5 * (1 + 4 / std::sqrt(pointsOfBlock));
+}
+
+} // namespace
+
+TEST_F(LevelEvenness, CoarseLevelsHaveOnePointASquareWhereLinesOverlapAndWhereNot)
+{
+    for (const unsigned level : {0u, 1u}) {
+        const Density density(*levels, level);
+        int others = 0;
+        int squares = 0;
+        for (int y = 0; y < density.squareAt(kSide); ++y) {
+            for (int x = 0; x < density.squareAt(kSide); ++x) {
+                ++squares;
+                others += density.at(x, y) != 1;
+            }
+        }
+        EXPECT_LT(others, squares / 100) << "level " << level << ": stripes, clumps or holes";
+        const int height = density.squareAt(kSide);
+        const int overlap = density.squareAt(kOverlapLeft) + 1;
+        const int width = density.squareAt(kOverlapRight) - overlap;
+        EXPECT_LT(stepBetween(density.mean(overlap, 0, width, height), density.mean(0, 0, width, height)),
+                  1.01);
+    }
+}
+
+TEST_F(LevelEvenness, NoLevelHasStepsInDensityThatThePointsHaveNot)
+{
+    constexpr int kBlock = 32; // squares; an octant of a cell has 64
+    for (unsigned level = 0; level + 1 < levels->levelCount(); ++level) {
+        const Density density(*levels, level);
+        const int end = density.squareAt(kSide) / kBlock;
+        const auto block = [&](int x, int y) { return density.mean(x * kBlock, y * kBlock, kBlock, kBlock); };
+        const auto expectNoStep = [&](double a, double b) {
+            EXPECT_LT(stepBetween(a, b), largestStep(std::min(a, b) * kBlock * kBlock)) << "level " << level;
+        };
+        const auto isAcross = [&](int x) {
+            return x == density.squareAt(kOverlapLeft) / kBlock ||
+                   x == density.squareAt(kOverlapRight) / kBlock;
+        };
+        for (int y = 0; y + 1 < end; ++y) {
+            for (int x = 0; x + 1 < end; ++x) {
+                if (isAcross(x)) continue;
+                expectNoStep(block(x, y), block(x, y + 1));
+                if (!isAcross(x + 1)) expectNoStep(block(x, y), block(x + 1, y));
+            }
+        }
+    }
+}
