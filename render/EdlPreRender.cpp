@@ -1,7 +1,6 @@
 #include "render/EdlPreRender.h"
 
 #include <osg/BlendFunc>
-#include <osg/ColorMask>
 #include <osg/Depth>
 #include <osg/Geode>
 #include <osg/RenderInfo>
@@ -142,10 +141,8 @@ EdlPreRender::EdlPreRender(EyeDomeTargets* targets, osg::Node* content, const os
     addChild(makeStage(new RenderStageStart(targets, bounds), -1));
     addChild(content);
     addChild(makeStage(new RenderStageFinish(targets), 1));
-    // The target needs all colours and depths, whatever the host set for its own.
-    constexpr auto kAlways =
-        osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
-    osg::StateSet& state = *getOrCreateStateSet();
-    state.setAttributeAndModes(new osg::Depth, kAlways);
-    state.setAttributeAndModes(new osg::ColorMask(true, true, true, true), kAlways);
+    // The target needs all depths, whatever the host set for its own.
+    getOrCreateStateSet()->setAttributeAndModes(new osg::Depth, osg::StateAttribute::ON |
+                                                                    osg::StateAttribute::OVERRIDE |
+                                                                    osg::StateAttribute::PROTECTED);
 }

@@ -215,7 +215,7 @@ TEST(EyeDomeLighting, FollowsTheViewportToItsNewSizeAndPlace)
 
     BlockPicture picture;
     picture.cloud->enableEyeDomeLighting();
-    const int sizes[][4] = {{0, 0, 16, 16}, {0, 0, 32, 32},  {0, 0, 32, 20},
+    const int sizes[][4] = {{0, 0, 32, 20}, {0, 0, 32, 32},  {0, 0, 16, 16},
                             {0, 0, 32, 32}, {16, 8, 16, 16}, {0, 0, 32, 32}};
     for (const auto& size : sizes) {
         // The lower left part of the scene, always a metre a pixel.
