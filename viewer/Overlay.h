@@ -12,8 +12,9 @@
 
 struct ImGuiContext;
 
-/// Draws the legend, lines of text and what the user draws over the window of a camera. It is a final draw
-/// callback of that camera; whoever reads pictures of it is added after it.
+/// Draws the legend, lines of text and what the user draws over the window of a camera. It is a post draw
+/// callback of that camera, so that pictures read by its final draw callbacks have it, and stays when OSG's
+/// screen capture takes those away.
 ///
 /// Threads: the setters on the viewer's thread, drawing on the thread that draws.
 class Overlay : public osg::Camera::DrawCallback

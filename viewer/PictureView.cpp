@@ -84,7 +84,7 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
     camera->setDrawBuffer(_window->drawBuffer());
     camera->setReadBuffer(_window->drawBuffer());
     setUpCamera(*camera, aspect());
-    camera->addFinalDrawCallback(_overlay);
+    camera->addPostDrawCallback(_overlay);
     _reader = PictureReader::attach(_viewer);
     _viewer.setSceneData(_scene.root());
     _services.emplace(_window, budget);

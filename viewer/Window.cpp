@@ -169,7 +169,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     setUpCamera(*viewer.getCamera(), aspect);
     viewer.setCameraManipulator(makeManipulators(lookAt(options.view, scene.bounds(), aspect)));
     const osg::ref_ptr<Overlay> overlay = new Overlay;
-    viewer.getCamera()->addFinalDrawCallback(overlay);
+    viewer.getCamera()->addPostDrawCallback(overlay);
     EditSession session(scene, viewer);
     const osg::ref_ptr<EditKeys> editKeys = new EditKeys(session, scene, viewer, *overlay);
     addHandlers(viewer, editKeys, scene, *overlay, options.legend);

@@ -1,6 +1,5 @@
 #include "viewer/EditKeys.h"
 
-#include "headless/PictureReader.h"
 #include "tests/viewer/ShownSurvey.h"
 #include "viewer/CloseRequests.h"
 #include "viewer/DisplayKeys.h"
@@ -34,8 +33,7 @@ protected:
         shown.host.camera().getViewMatrixAsLookAt(eye, center, up);
         manipulator->setHomePosition(eye, center, up, false);
         shown.host.viewer->setCameraManipulator(manipulator);
-        shown.host.camera().addFinalDrawCallback(shown.overlay);
-        reader = PictureReader::attach(*shown.host.viewer);
+        shown.host.camera().addPostDrawCallback(shown.overlay);
         session.emplace(shown.scene, *shown.host.viewer);
         keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *shown.overlay);
         shown.host.viewer->addEventHandler(keys);
@@ -123,7 +121,6 @@ protected:
 
     ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
     const osg::ref_ptr<osgGA::TrackballManipulator> manipulator = new osgGA::TrackballManipulator;
-    osg::ref_ptr<PictureReader> reader;
     std::optional<EditSession> session;
     osg::ref_ptr<EditKeys> keys;
 };
@@ -316,17 +313,29 @@ TEST_F(EditKeysTest, ResetAsksAndADrawingGoesWithThePictureItWasDrawnOn)
     EXPECT_EQ(visiblePoints(), 400u);
 }
 
-TEST_F(EditKeysTest, TheOutlineIsDrawnWhereTheUserClicked)
+TEST_F(EditKeysTest, TheOutlineIsDrawnWhereTheUserClickedAndScreenshotsHaveIt)
 {
+    struct Keep : osgViewer::ScreenCaptureHandler::CaptureOperation
+    {
+        void operator()(const osg::Image& image, unsigned) override { picture = new osg::Image(image); }
+        osg::ref_ptr<osg::Image> picture;
+    };
+    const osg::ref_ptr<Keep> keep = new Keep;
+    shown.host.viewer->addEventHandler(new osgViewer::ScreenCaptureHandler(keep, 1));
     press('E');
     press('a');
-    for (const auto& [x, y] : {std::pair(30, 10), {120, 20}, {60, 40}})
+    const std::vector<std::pair<int, int>> corners = {{30, 10}, {120, 20}, {60, 40}};
+    for (const auto& [x, y] : corners)
         click(x, y);
     press(kEnter);
-    const osg::ref_ptr<osg::Image> picture = reader->drawFrame(*shown.host.viewer);
-    const osg::Vec3ub yellow(255, 221, 64);
-    for (const auto& [x, y] : {std::pair(30, 10), {120, 20}, {60, 40}})
-        EXPECT_EQ(pixel(*picture, x, y), yellow) << x << ", " << y;
+    for (const std::string time :
+         {"first", "second"}) { // a capture leaves the camera without final callbacks
+        keep->picture = nullptr;
+        press('c');
+        ASSERT_TRUE(keep->picture) << time;
+        for (const auto& [x, y] : corners)
+            EXPECT_EQ(pixel(*keep->picture, x, y), osg::Vec3ub(255, 221, 64)) << time << x << ", " << y;
+    }
 }
 
 TEST_F(EditKeysTest, NoKeyHasTwoMeanings)
