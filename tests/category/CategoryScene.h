@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/cull/CullScene.h"
+#include "tests/support/CullScene.h"
 
 #include <VelOsgDBBrx/Category.h>
 #include <VelOsgDBBrx/CategoryCalcTool.h>

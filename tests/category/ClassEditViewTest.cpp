@@ -1,5 +1,6 @@
 #include "tests/category/CategoryScene.h"
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/ThreadingModels.h"
 
 #include <VelOsgDBBrx/CategoryCmdInner.h>
 #include <VelOsgDBBrx/GlobalObject.h>
@@ -77,11 +78,7 @@ class EditsOnTheScreen : public testing::TestWithParam<osgViewer::ViewerBase::Th
 {
 };
 
-INSTANTIATE_TEST_SUITE_P(ThreadingModels, EditsOnTheScreen,
-                         testing::Values(osgViewer::ViewerBase::SingleThreaded,
-                                         osgViewer::ViewerBase::CullDrawThreadPerContext,
-                                         osgViewer::ViewerBase::DrawThreadPerContext,
-                                         osgViewer::ViewerBase::CullThreadPerCameraDrawThreadPerContext));
+INSTANTIATE_TEST_SUITE_P(ThreadingModels, EditsOnTheScreen, everyThreadingModel(), threadingModelName);
 
 TEST_P(EditsOnTheScreen, ChangeThePicturesOfTwoContextsWhileBothAreDrawn)
 {

@@ -1,5 +1,5 @@
 #include "loading/CellData.h"
-#include "tests/cull/CullScene.h"
+#include "tests/support/CullScene.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/Verify.h>

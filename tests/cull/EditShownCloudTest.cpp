@@ -1,7 +1,8 @@
 #include "loading/CellData.h"
-#include "tests/cull/CullScene.h"
+#include "tests/support/CullScene.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/PagingScene.h"
+#include "tests/support/ThreadingModels.h"
 
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
@@ -81,26 +82,7 @@ protected:
     }
 };
 
-std::string modelName(const testing::TestParamInfo<ThreadingModel>& model)
-{
-    switch (model.param) {
-    case osgViewer::ViewerBase::SingleThreaded:
-        return "SingleThreaded";
-    case osgViewer::ViewerBase::CullDrawThreadPerContext:
-        return "CullDrawThreadPerContext";
-    case osgViewer::ViewerBase::DrawThreadPerContext:
-        return "DrawThreadPerContext";
-    default:
-        return "CullThreadPerCameraDrawThreadPerContext";
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Cull, EditShownCloud,
-                         testing::Values(osgViewer::ViewerBase::SingleThreaded,
-                                         osgViewer::ViewerBase::CullDrawThreadPerContext,
-                                         osgViewer::ViewerBase::DrawThreadPerContext,
-                                         osgViewer::ViewerBase::CullThreadPerCameraDrawThreadPerContext),
-                         modelName);
+INSTANTIATE_TEST_SUITE_P(Cull, EditShownCloud, everyThreadingModel(), threadingModelName);
 
 /// Culls, pages out and in, and takes back; the picture follows each time.
 void expectPictureFollows(PagingScene& scene)

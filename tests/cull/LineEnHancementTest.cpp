@@ -1,4 +1,4 @@
-#include "tests/cull/CullScene.h"
+#include "tests/support/CullScene.h"
 
 #include <VelOsgDBBrx/LineEnHancement.h>
 

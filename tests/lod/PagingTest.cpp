@@ -1,6 +1,7 @@
 #include "loading/CellData.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/PagingScene.h"
+#include "tests/support/ThreadingModels.h"
 
 #include <VelOsgDBBrx/CalcLevelVisitor.h>
 #include <VelOsgDBBrx/FrameStamp.h>
@@ -23,26 +24,7 @@ class EveryThreadingModel : public testing::TestWithParam<ThreadingModel>
 {
 };
 
-std::string modelName(const testing::TestParamInfo<ThreadingModel>& model)
-{
-    switch (model.param) {
-    case osgViewer::ViewerBase::SingleThreaded:
-        return "SingleThreaded";
-    case osgViewer::ViewerBase::CullDrawThreadPerContext:
-        return "CullDrawThreadPerContext";
-    case osgViewer::ViewerBase::DrawThreadPerContext:
-        return "DrawThreadPerContext";
-    default:
-        return "CullThreadPerCameraDrawThreadPerContext";
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Paging, EveryThreadingModel,
-                         testing::Values(osgViewer::ViewerBase::SingleThreaded,
-                                         osgViewer::ViewerBase::CullDrawThreadPerContext,
-                                         osgViewer::ViewerBase::DrawThreadPerContext,
-                                         osgViewer::ViewerBase::CullThreadPerCameraDrawThreadPerContext),
-                         modelName);
+INSTANTIATE_TEST_SUITE_P(Paging, EveryThreadingModel, everyThreadingModel(), threadingModelName);
 
 TEST_P(EveryThreadingModel, DrawsExactlyTheLoadedCellsAfterARandomFlightUnderASmallBudget)
 {
