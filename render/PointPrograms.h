@@ -15,8 +15,8 @@ enum class PointProgram
     NumberOfReturns,
     FlightLine,
     GpsTime,
-    Occluder,         ///< for whatever is no point, in front of points that are picked
-    ElevationLit,     ///< for triangle meshes, writes no picking outputs
+    Occluder,          ///< for whatever is no point, in front of points that are picked
+    ElevationLit,      ///< for triangle meshes, writes no picking outputs
     ClassificationLit, ///< for triangle meshes, writes no picking outputs
     EyeDome            ///< the second pass of eye-dome lighting
 };
@@ -28,4 +28,3 @@ osg::ref_ptr<osg::Program> pointProgram(PointProgram program);
 
 /// Whether a program is `PointProgram::Occluder`, which says nothing about how points look.
 bool isOccluder(const osg::StateAttribute& program);
-

@@ -13,8 +13,7 @@
 struct ImGuiContext;
 
 /// Draws the legend, lines of text and what the user draws over the window of a camera. It is a post draw
-/// callback of that camera, so that pictures read by its final draw callbacks have it, and stays when OSG's
-/// screen capture takes those away.
+/// callback of that camera, so that pictures read by its final draw callbacks have it.
 ///
 /// Threads: the setters on the viewer's thread, drawing on the thread that draws.
 class Overlay : public osg::Camera::DrawCallback

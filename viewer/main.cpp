@@ -68,8 +68,7 @@ Status run(osg::ArgumentParser& arguments)
     Scene scene;
     if (Status status = scene.load(stores, options); !status) return status;
     if (isScript(options)) return script::run(script, *viewer, scene, options);
-    return options.headless ? render(*viewer, scene, options)
-                            : runInWindow(*viewer, scene, options);
+    return options.headless ? render(*viewer, scene, options) : runInWindow(*viewer, scene, options);
 }
 
 } // namespace

@@ -85,10 +85,11 @@ public:
     static void clearEnhancedLine(osg::Node* node);
     /// @}
 
-    /// Hides the points outside any of the planes, of every point cloud that is at or below the node now, from
-    /// now on and in double precision (see `IPointCloud::setPlanes`). The planes belong to the clouds: a later
-    /// call replaces them, whichever node it is for, and no planes show all points. Any number is possible;
-    /// each costs every point a test. Commands that edit points take the planes they heed from their caller.
+    /// Hides the points outside any of the planes, of every point cloud that is at or below the node now,
+    /// from now on and in double precision (see `IPointCloud::setPlanes`). The planes belong to the clouds: a
+    /// later call replaces them, whichever node it is for, and no planes show all points. Any number is
+    /// possible; each costs every point a test. Commands that edit points take the planes they heed from
+    /// their caller.
     static void setClipPlane(osg::Node* node, const std::vector<osg::Vec4d>& planes);
 };
 
