@@ -28,10 +28,14 @@ DisplayKeys::DisplayKeys(Scene& scene, Overlay& overlay, bool showLegend)
 void DisplayKeys::updateLegend()
 {
     _overlay->setLegend(_showLegend ? _scene.legend() : Legend());
+    _legendRevision = _scene.legendRevision();
 }
 
 bool DisplayKeys::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
+    // Edits make classes that the legend did not have.
+    if (event.getEventType() == osgGA::GUIEventAdapter::FRAME && _legendRevision != _scene.legendRevision())
+        updateLegend();
     if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
         !press(event.getKey(), action)) {
         return false;
@@ -45,7 +49,6 @@ bool DisplayKeys::press(int key, osgGA::GUIActionAdapter& action)
     for (const ColorModeChoice& choice : colorModeChoices()) {
         if (key != choice.key) continue;
         _scene.setColorMode(choice.mode);
-        updateLegend();
         return true;
     }
     switch (key) {

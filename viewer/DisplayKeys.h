@@ -23,4 +23,5 @@ private:
     Scene& _scene;
     const osg::ref_ptr<Overlay> _overlay;
     bool _showLegend;
+    unsigned _legendRevision = 0; ///< of the scene, as the overlay has it
 };

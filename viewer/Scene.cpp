@@ -139,9 +139,16 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
     return Status();
 }
 
+void Scene::noteClass(uint8_t code)
+{
+    _coloring.addClass(code);
+    ++_legendRevision;
+}
+
 void Scene::setColorMode(ColorMode mode)
 {
     _mode = mode;
+    ++_legendRevision;
     for (const Cloud& cloud : _clouds)
         _coloring.apply(cloud.node, modeOf(cloud));
 }

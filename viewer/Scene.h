@@ -50,10 +50,13 @@ public:
     void setColorMode(ColorMode mode);
 
     /// Points have this class now: legends from now on list it.
-    void noteClass(uint8_t code) { _coloring.addClass(code); }
+    void noteClass(uint8_t code);
 
     /// What the colours of the current mode mean.
     Legend legend() const;
+
+    /// Another number when the legend may have changed.
+    unsigned legendRevision() const { return _legendRevision; }
 
     void setEyeDomeLighting(bool enable);
     bool eyeDomeLighting() const { return _edl; }
@@ -89,6 +92,7 @@ private:
     osg::BoundingBoxd _bounds;
     Coloring _coloring; ///< one scale for all clouds
     ColorMode _mode = ColorMode::AUTOMATIC;
+    unsigned _legendRevision = 0;
     bool _edl = false;
     int _pointSize = 0;
     std::bitset<256> _shownClasses = std::bitset<256>().set();

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <osgGA/TrackballManipulator>
 
+#include <algorithm>
+
 namespace {
 
 const osg::Vec3ub kBackground(28, 31, 36);
@@ -80,4 +82,19 @@ TEST_F(DisplayKeysTest, ViewKeysMoveTheCameraOfTheManipulator)
     _shown.pressKey('I');
     EXPECT_LT(lookingAlong().z(), -0.3);
     EXPECT_GT(countOtherThan(*_shown.host.picture(), kBackground), 100);
+}
+
+TEST_F(DisplayKeysTest, TheLegendListsAClassThatAnEditMade)
+{
+    _shown.host.viewer->getCamera()->addPostDrawCallback(_shown.overlay);
+    _shown.scene.setColorMode(ColorMode::CLASSIFICATION);
+    showWithKeys();
+    const osg::ref_ptr<osg::Image> before = _shown.host.picture();
+    const auto isAsBefore = [&] {
+        const osg::ref_ptr<osg::Image> now = _shown.host.picture();
+        return std::equal(before->data(), before->data() + before->getTotalSizeInBytes(), now->data());
+    };
+    EXPECT_TRUE(isAsBefore());
+    _shown.scene.noteClass(17);
+    EXPECT_FALSE(isAsBefore());
 }
