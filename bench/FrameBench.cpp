@@ -1,3 +1,4 @@
+#include "bench/FinishFrame.h"
 #include "bench/RatioReporter.h"
 #include "bench/SampleStore.h"
 
@@ -43,12 +44,6 @@ void main()
 }
 )";
 
-/// Waits until a frame is drawn, or the time would be that of handing it over.
-struct FinishFrame : public osg::Camera::DrawCallback
-{
-    void operator()(osg::RenderInfo&) const override { glFinish(); }
-};
-
 /// A window without a display that looks at a cloud from above, all of it in view.
 class FrameViewer
 {
@@ -59,10 +54,7 @@ public:
         const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(kWidth, kHeight, reason);
         if (!window) throw std::runtime_error(reason);
         osg::Camera& camera = *_viewer->getCamera();
-        camera.setGraphicsContext(window);
-        camera.setViewport(0, 0, kWidth, kHeight);
-        camera.setDrawBuffer(window->drawBuffer());
-        camera.setReadBuffer(window->drawBuffer());
+        window->attachTo(camera);
         camera.setProjectionMatrixAsPerspective(30, static_cast<double>(kWidth) / kHeight, 1, 10000);
         camera.setViewMatrixAsLookAt(bound.center() + osg::Vec3d(0, -1, 1) * bound.radius() * 2.5,
                                      bound.center(), osg::Z_AXIS);

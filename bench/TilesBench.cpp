@@ -1,6 +1,7 @@
 // A thousand small stores as one scene of the viewer beside one store of the same points: from the start of
 // loading to the settled picture, and flying.
 
+#include "bench/FinishFrame.h"
 #include "bench/RatioReporter.h"
 #include "bench/TiledSurvey.h"
 
@@ -31,12 +32,6 @@ const TiledSurvey& survey()
 
 using Stores = std::vector<std::string>;
 
-/// Waits until a frame is drawn, or the time would be that of handing it over.
-struct FinishFrame : public osg::Camera::DrawCallback
-{
-    void operator()(osg::RenderInfo&) const override { glFinish(); }
-};
-
 /// The viewer without a display, on stores.
 class Flight
 {
@@ -51,10 +46,7 @@ public:
         const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(kWidth, kHeight, reason);
         if (!window) throw std::runtime_error(reason);
         osg::Camera& camera = *_viewer->getCamera();
-        camera.setGraphicsContext(window);
-        camera.setViewport(0, 0, kWidth, kHeight);
-        camera.setDrawBuffer(window->drawBuffer());
-        camera.setReadBuffer(window->drawBuffer());
+        window->attachTo(camera);
         camera.setFinalDrawCallback(new FinishFrame);
         setUpCamera(camera, static_cast<double>(kWidth) / kHeight);
         _viewer->setSceneData(_scene.root());

@@ -182,6 +182,14 @@ bool EglGraphicsWindow::checkContext(std::string& reason)
     return true;
 }
 
+void EglGraphicsWindow::attachTo(osg::Camera& camera)
+{
+    camera.setGraphicsContext(this);
+    camera.setViewport(0, 0, _traits->width, _traits->height);
+    camera.setDrawBuffer(drawBuffer());
+    camera.setReadBuffer(drawBuffer());
+}
+
 bool EglGraphicsWindow::realizeImplementation()
 {
     _realized = valid();

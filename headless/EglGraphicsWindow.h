@@ -26,6 +26,9 @@ public:
     /// The buffer that cameras draw into and pictures are read from: GL_BACK or GL_FRONT.
     GLenum drawBuffer() const { return _traits->doubleBuffer ? GL_BACK : GL_FRONT; }
 
+    /// Lets `camera` draw into the whole of this window.
+    void attachTo(osg::Camera& camera);
+
     const char* libraryName() const override { return "velbrx"; }
     const char* className() const override { return "EglGraphicsWindow"; }
 

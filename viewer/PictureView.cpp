@@ -79,10 +79,7 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
     _window = EglGraphicsWindow::create(size.width, size.height, reason);
     if (!_window) return Status::failure("cannot be drawn: " + reason);
     osg::Camera* camera = _viewer.getCamera();
-    camera->setGraphicsContext(_window);
-    camera->setViewport(0, 0, size.width, size.height);
-    camera->setDrawBuffer(_window->drawBuffer());
-    camera->setReadBuffer(_window->drawBuffer());
+    _window->attachTo(*camera);
     setUpCamera(*camera, aspect());
     camera->addPostDrawCallback(_overlay);
     _reader = PictureReader::attach(_viewer);

@@ -123,10 +123,7 @@ TEST(Paging, SettlesWhenAnotherWindowIsClosedWhileCellsAreCompiled)
         const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(32, 32, reason);
         ASSERT_TRUE(window) << reason;
         const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
-        camera->setGraphicsContext(window);
-        camera->setViewport(0, 0, 32, 32);
-        camera->setDrawBuffer(window->drawBuffer());
-        camera->setReadBuffer(window->drawBuffer());
+        window->attachTo(*camera);
         viewer.stopThreading();
         viewer.addSlave(camera);
         window->realize();

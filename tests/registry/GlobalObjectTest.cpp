@@ -177,10 +177,7 @@ TEST_F(RegistryScene, TwoContextsOfOneViewerPageTheirOwnClouds)
     const osg::ref_ptr<EglGraphicsWindow> second = EglGraphicsWindow::create(16, 16, reason);
     ASSERT_TRUE(second) << reason;
     const osg::ref_ptr<osg::Camera> slave = new osg::Camera;
-    slave->setGraphicsContext(second);
-    slave->setViewport(0, 0, 16, 16);
-    slave->setDrawBuffer(second->drawBuffer());
-    slave->setReadBuffer(second->drawBuffer());
+    second->attachTo(*slave);
     view.viewer->addSlave(slave);
     aim(view, offset);
     GlobalObject::registerGraphicsContext(view.window);

@@ -15,11 +15,8 @@ HeadlessViewer::HeadlessViewer(int width, int height, osgViewer::ViewerBase::Thr
     viewer->setKeyEventSetsDone(0);
     viewer->setLightingMode(osg::View::NO_LIGHT);
     osg::Camera& main = camera();
-    main.setGraphicsContext(window);
-    main.setViewport(0, 0, width, height);
+    window->attachTo(main);
     main.setProjectionMatrixAsPerspective(30.0, static_cast<double>(width) / height, 1.0, 10000.0);
-    main.setDrawBuffer(window->drawBuffer());
-    main.setReadBuffer(window->drawBuffer());
     main.setClearColor(osg::Vec4(0, 0, 0, 1));
     main.setCullingMode(main.getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);
     _reader = PictureReader::attach(*viewer);
