@@ -13,13 +13,10 @@
 #include <array>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <future>
 #include <thread>
-
-#include <unistd.h>
 
 using namespace VelOsgDBBrx;
 
@@ -481,42 +478,4 @@ TEST(CullRealFile, EditsTheFlagsOfTheRightPointsAndNothingElse)
     reset(store);
     EXPECT_TRUE(sameBytes(LasRecords(store.path), before));
     EXPECT_TRUE(VelBrx::verifyStore(store.path).empty());
-}
-
-TEST(CullCmdDeathTest, AKillInMidCullLeavesEveryFlagOldOrNew)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // The process that dies runs this test again from its start: it finds the store by the environment.
-    constexpr char kStoreVariable[] = "VELBRX_TEST_KILLED_STORE";
-    const Screen screen = overview();
-    const auto cullUntilKilled = [&] {
-        const LoadedStore store(getenv(kStoreVariable));
-        CullCmdManager::getInstance()->setPixelBufferTool(new ExactMaskTool);
-        std::thread([] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(30));
-            kill(getpid(), SIGKILL);
-        }).detach();
-        for (;;) {
-            run(polygonCmd<CullCmd>(store.octree(), kArrow, screen));
-            run(new UndoCmd(2));
-        }
-    };
-    const TempFolder folder;
-    const std::string path = writeMarkedStore(folder, 50000);
-    setenv(kStoreVariable, path.c_str(), 0);
-    const LasRecords before(path);
-    for (int round = 0; round < 3; ++round) {
-        EXPECT_EXIT(cullUntilKilled(), testing::KilledBySignal(SIGKILL), "");
-        const LasRecords after(path);
-        const LasRecords culled = hidden(before, pointsUnder(before, kArrow, screen));
-        LasRecords restored = after;
-        for (size_t i = 0; i < before.size(); ++i) {
-            ASSERT_TRUE(after.flags(i) == before.flags(i) || after.flags(i) == culled.flags(i))
-                << "point " << i;
-            restored.flags(i) = before.flags(i);
-        }
-        EXPECT_TRUE(sameBytes(restored, before)) << "bytes other than flags changed";
-        EXPECT_TRUE(VelBrx::verifyStore(path).empty());
-    }
-    unsetenv(kStoreVariable);
 }

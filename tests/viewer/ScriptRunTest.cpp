@@ -211,27 +211,6 @@ TEST_F(ScriptRun, ListsTheClassesThatItMadeInTheLegend)
     EXPECT_GT(count("after.png"), 50);
 }
 
-TEST_F(ScriptRun, UndoesEditsOfAllKindsNewestFirst)
-{
-    build();
-    run(kTop + R"(, {"op": "cull", )" + around(survey, {0, 0}, {4, 4}, survey.z) + "}, " + kToSeven +
-        R"(, {"op": "select", )" + kAll + R"(}, {"op": "segment", "hide": "selected"}, )" +
-        render("none.png") + R"(, {"op": "undo"}, {"op": "undo"}, )" + render("some.png") +
-        R"(, {"op": "undo"}, {"op": "report"}, {"op": "undo"}, {"op": "undo"}, {"op": "report"})");
-    expectSuccess();
-    EXPECT_EQ(line(4)["points"], 375) << "visible points are selected";
-    EXPECT_EQ(countOtherThan(*picture("none.png"), pixel(*picture("none.png"), 1, 1)), 0);
-    EXPECT_GT(countOtherThan(*picture("some.png"), pixel(*picture("some.png"), 1, 1)), 1000);
-    EXPECT_EQ(line(10)["points"], 375);
-    EXPECT_EQ(line(11)["stores"][0]["hiddenPoints"], 25);
-    EXPECT_EQ(line(11)["stores"][0]["unsaved"], 0);
-    EXPECT_EQ(line(12)["points"], 25);
-    EXPECT_EQ(line(13)["points"], 0);
-    EXPECT_EQ(line(13)["message"], "there is nothing to undo");
-    EXPECT_EQ(line(14)["stores"][0]["hiddenPoints"], 0);
-    EXPECT_EQ(line(14)["stores"][0]["points"], 400);
-}
-
 TEST_F(ScriptRun, StopsAtAReadOnlyStoreAndTellsWhatIsUnsaved)
 {
     build();
