@@ -11,7 +11,9 @@ namespace VelBrx {
 
 std::string reasonOf(int error)
 {
-    return std::generic_category().message(error);
+    const std::string reason = std::generic_category().message(error);
+    return error == ENOSPC || error == EDQUOT ? reason + "; free some space or choose another folder"
+                                              : reason;
 }
 
 std::string folderOf(const std::string& path)

@@ -7,7 +7,7 @@
 
 namespace VelBrx {
 
-/// What the system says of an error number.
+/// What the system says of an error number, and what helps where a disk is full.
 std::string reasonOf(int error);
 
 /// The folder of a file's path.

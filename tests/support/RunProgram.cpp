@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -64,11 +65,14 @@ ProgramResult runProgram(const std::vector<std::string>& words, const std::vecto
     ProgramResult result;
     pid_t child = 0;
     int state = 0;
+    rusage used{};
+    std::ofstream("/proc/self/clear_refs") << 5; // the child's peak memory starts from this process's
     const bool started =
         posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), variables.data()) == 0;
     posix_spawn_file_actions_destroy(&actions);
-    if (started && waitpid(child, &state, 0) == child && WIFEXITED(state))
+    if (started && wait4(child, &state, 0, &used) == child && WIFEXITED(state))
         result.exitStatus = WEXITSTATUS(state);
+    result.peakMemory = used.ru_maxrss * 1024;
     result.out = contentOf(out);
     result.err = contentOf(err);
     return result;

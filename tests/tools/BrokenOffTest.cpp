@@ -1,5 +1,6 @@
 // Programs that are ended from outside, and disks that are full: what they leave behind.
 
+#include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 
@@ -85,7 +86,14 @@ std::string lastLine(const std::string& text)
     return last;
 }
 
-/// A folder with a survey and its store, made once; each test works in a folder beside them.
+/// A command and the name of the file that it makes.
+struct Job
+{
+    Words words;
+    std::string result;
+};
+
+/// A survey and its store, made once; each test works in a folder beside them, with the store by a link.
 class BrokenOff : public testing::Test
 {
 protected:
@@ -93,7 +101,7 @@ protected:
     {
         shared = new TempFolder;
         ASSERT_EQ(brx({"sample", survey(), "--points", "300000"}).exitStatus, 0);
-        ASSERT_EQ(brx({"build", survey(), "-o", store()}).exitStatus, 0);
+        ASSERT_EQ(brx({"build", survey(), "-o", shared->file("survey.brx")}).exitStatus, 0);
     }
     static void TearDownTestSuite()
     {
@@ -101,25 +109,32 @@ protected:
         shared = nullptr;
     }
 
-    static std::string survey() { return shared->file("survey.las"); }
-    static std::string store() { return shared->file("survey.brx"); }
+    void SetUp() override { fs::create_symlink(shared->file("survey.brx"), store); }
+    void TearDown() override
+    {
+        EXPECT_TRUE(readFile(store) == stored) << "the store was only to be read";
+        EXPECT_EQ(filesIn(*shared), (std::set<std::string>{"survey.brx", "survey.las"}));
+    }
 
-    std::set<std::string> filesIn(const fs::path& path) const
+    static std::string survey() { return shared->file("survey.las"); }
+
+    static std::set<std::string> filesIn(const TempFolder& at)
     {
         std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(path))
-            names.insert(entry.path().filename());
+        for (const auto& entry : fs::directory_iterator(at.path()))
+            if (!entry.is_symlink()) names.insert(entry.path().filename());
         return names;
     }
 
     const TempFolder folder;
-    const std::string out = folder.file("out");
+    const std::string out = folder.file("out"), store = folder.file("link.brx"), normals = store + ".normals";
+    const std::vector<uint8_t> stored = readFile(shared->file("survey.brx"));
 
-    /// Commands that write `out`.
-    const std::vector<Words> commands = {{"build", survey(), "-o", out},
-                                         {"export", store(), out},
-                                         {"export", store(), out, "--memory", "24M", "--threads", "1"},
-                                         {"sample", out, "--points", "300000"}};
+    const std::vector<Job> jobs = {{{"build", survey(), "-o", out}, out},
+                                   {{"export", store, out}, out},
+                                   {{"export", store, out, "--memory", "24M", "--threads", "1"}, out},
+                                   {{"sample", out, "--points", "300000"}, out},
+                                   {{"normals", store, "--threads", "1"}, normals}};
 
 private:
     static inline TempFolder* shared = nullptr;
@@ -129,27 +144,15 @@ private:
 
 TEST_F(BrokenOff, AnInterruptedCommandSaysSoAndLeavesNothing)
 {
-    for (const Words& command : commands) {
+    for (const Job& job : jobs) {
         for (const int signal : {SIGINT, SIGTERM}) {
-            const Ending ending = interrupt(command, signal, 2, out);
-            ASSERT_TRUE(WIFEXITED(ending.state)) << command[0] << ", signal " << signal;
-            EXPECT_EQ(WEXITSTATUS(ending.state), 1) << command[0];
-            EXPECT_EQ(lastLine(ending.err), "brx: " + out + ": cancelled; nothing was written") << command[0];
-            EXPECT_EQ(filesIn(folder.path()), std::set<std::string>()) << command[0];
+            SCOPED_TRACE(job.words[0] + ", signal " + std::to_string(signal));
+            const Ending ending = interrupt(job.words, signal, 2, job.result);
+            ASSERT_TRUE(WIFEXITED(ending.state));
+            EXPECT_EQ(WEXITSTATUS(ending.state), 1);
+            EXPECT_EQ(lastLine(ending.err), "brx: " + job.result + ": cancelled; nothing was written");
+            EXPECT_EQ(filesIn(folder), std::set<std::string>());
         }
-    }
-}
-
-TEST_F(BrokenOff, InterruptedNormalsLeaveTheStoreAlone)
-{
-    const std::set<std::string> before = filesIn(fs::path(store()).parent_path());
-    for (const int signal : {SIGINT, SIGTERM}) {
-        const Ending ending =
-            interrupt({"normals", store(), "--threads", "1", "--k", "48"}, signal, 1, store() + ".normals");
-        ASSERT_TRUE(WIFEXITED(ending.state));
-        EXPECT_EQ(WEXITSTATUS(ending.state), 1);
-        EXPECT_EQ(lastLine(ending.err), "brx: " + store() + ".normals: cancelled; nothing was written");
-        EXPECT_EQ(filesIn(fs::path(store()).parent_path()), before);
     }
 }
 
@@ -157,43 +160,67 @@ TEST_F(BrokenOff, InterruptedNormalsLeaveTheStoreAlone)
 /// left.
 TEST_F(BrokenOff, AKilledCommandLeavesNoHalfFileUnderItsName)
 {
-    const Words& build = commands.front();
-    for (int reports = 1; reports <= 10; reports += 3) {
-        const Ending ending = runAndSignal(build, SIGKILL, reports);
-        EXPECT_TRUE(WIFSIGNALED(ending.state) || WEXITSTATUS(ending.state) == 0);
-        if (fs::exists(out)) {
-            EXPECT_EQ(brx({"verify", out}).exitStatus, 0);
-        }
-        Words again = build;
+    for (const Job& job : jobs) {
+        SCOPED_TRACE(job.words[0]);
+        Words again = job.words;
         again.push_back("--force");
-        EXPECT_EQ(brx(again).exitStatus, 0);
-        EXPECT_EQ(filesIn(folder.path()), std::set<std::string>{"out"}) << "killed after report " << reports;
-        EXPECT_EQ(brx({"verify", out}).exitStatus, 0);
-        fs::remove(out);
+        ASSERT_EQ(brx(again).exitStatus, 0);
+        const std::vector<uint8_t> whole = readFile(job.result);
+        const auto isWhole = [&] { // every store has an identity of its own
+            return job.words[0] == "build" ? brx({"verify", out}).exitStatus == 0
+                                           : readFile(job.result) == whole;
+        };
+        for (const int reports : {1, 4}) {
+            fs::remove(job.result);
+            const Ending ending = runAndSignal(job.words, SIGKILL, reports);
+            EXPECT_TRUE(WIFSIGNALED(ending.state) || WEXITSTATUS(ending.state) == 0);
+            EXPECT_TRUE(!fs::exists(job.result) || isWhole()) << "killed after report " << reports;
+            EXPECT_EQ(brx(again).exitStatus, 0);
+            EXPECT_EQ(filesIn(folder), std::set<std::string>{fs::path(job.result).filename()});
+            EXPECT_TRUE(isWhole()) << "made after one was killed";
+        }
+        fs::remove(job.result);
     }
 }
 
-/// The limit of a file's size stands for a disk that becomes full, which cannot be had without a disk.
+/// The limit of a file's size stands for a disk that becomes full: where space can be reserved, before the
+/// first byte, and in mid-write where it cannot.
 TEST_F(BrokenOff, AFileThatCannotGrowEndsTheCommandInOneLine)
 {
-    std::vector<Words> all = commands;
-    all.push_back({"build", survey(), "-o", out, "--normals"});
-    for (const Words& command : all) {
-        for (const char* limit : {"8", "22000", "28000"}) { // blocks of 512 bytes, the survey has 21000
-            Words words = {"/bin/sh", "-c", "ulimit -f $0; exec \"$@\"", limit, VELBRX_BRX};
-            words.insert(words.end(), command.begin(), command.end());
-            fs::remove(out);
-            const ProgramResult result = runProgram(words);
-            if (result.exitStatus == 0) continue; // large enough
-            EXPECT_EQ(result.exitStatus, 1) << command[0] << ' ' << limit << ' ' << result.err;
-            EXPECT_EQ(lastLine(result.err).rfind("brx: ", 0), 0u) << result.err;
-            const auto left = filesIn(folder.path());
-            EXPECT_TRUE(left.empty() || left == std::set<std::string>{"out"}) << command[0] << ' ' << limit;
-            if (!left.empty()) {
-                EXPECT_EQ(brx({"verify", out}).exitStatus, 0) << "a store without its normals";
+    std::vector<std::string> preloads = {""};
+    if (!VELBRX_WITH_SANITIZER) preloads.push_back(VELBRX_NO_RESERVE); // which must be the first library
+    std::vector<Job> all = jobs;
+    all.push_back({{"build", survey(), "-o", out, "--normals"}, out});
+    int failures = 0;
+    for (const std::string& preload : preloads) {
+        for (const Job& job : all) {
+            for (const char* limit :
+                 {"8", "5000", "22000", "28000"}) { // half a kilobyte each, the survey 21000
+                SCOPED_TRACE(job.words[0] + " within " + limit + " " + preload);
+                Words words = {"/bin/sh",
+                               "-c",
+                               "ulimit -f $0; LD_PRELOAD=$1; export LD_PRELOAD; shift; "
+                               "exec \"$@\"",
+                               limit,
+                               preload,
+                               VELBRX_BRX};
+                words.insert(words.end(), job.words.begin(), job.words.end());
+                fs::remove(job.result);
+                const ProgramResult result = runProgram(words);
+                if (result.exitStatus == 0) continue; // large enough
+                ++failures;
+                EXPECT_EQ(result.exitStatus, 1) << result.err;
+                EXPECT_EQ(lastLine(result.err).rfind("brx: ", 0), 0u) << result.err;
+                const auto left = filesIn(folder);
+                EXPECT_TRUE(left.empty() || left == std::set<std::string>{"out"});
+                if (!left.empty()) {
+                    EXPECT_EQ(brx({"verify", out}).exitStatus, 0) << "a store without its normals";
+                }
             }
+            fs::remove(job.result);
         }
     }
+    EXPECT_GT(failures, 12 * static_cast<int>(preloads.size()));
 }
 
 /// On a small disk of its own, which only processes that may make one can have.
@@ -209,7 +236,7 @@ TEST_F(BrokenOff, ADiskThatIsTooSmallIsNoticedBeforeTheFirstByte)
     if (onDisk("true").exitStatus != 0) GTEST_SKIP() << "no disk can be mounted here";
     const std::string brxAt = std::string(VELBRX_BRX) + " ";
     for (const std::string& command : {brxAt + "build " + survey() + " -o " + disk + "/out",
-                                       brxAt + "export " + store() + " " + disk + "/out",
+                                       brxAt + "export " + store + " " + disk + "/out",
                                        brxAt + "sample " + disk + "/out --points 300000"}) {
         const ProgramResult result = onDisk(command);
         EXPECT_EQ(result.exitStatus, 1) << command;
