@@ -1,4 +1,5 @@
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/ThreadingModels.h"
 
 #include <gtest/gtest.h>
 #include <osg/GLExtensions>
@@ -39,10 +40,7 @@ class InThreadingModel : public testing::TestWithParam<ViewerBase::ThreadingMode
 {
 };
 
-INSTANTIATE_TEST_SUITE_P(All, InThreadingModel,
-                         testing::Values(ViewerBase::SingleThreaded, ViewerBase::CullDrawThreadPerContext,
-                                         ViewerBase::DrawThreadPerContext,
-                                         ViewerBase::CullThreadPerCameraDrawThreadPerContext));
+INSTANTIATE_TEST_SUITE_P(All, InThreadingModel, everyThreadingModel(), threadingModelName);
 
 } // namespace
 

@@ -1,4 +1,5 @@
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/ThreadingModels.h"
 
 #include <VelOsgUtils/ScreenCaptureTool.h>
 
@@ -40,11 +41,7 @@ protected:
     osg::ref_ptr<ScreenCaptureTool> tool;
 };
 
-INSTANTIATE_TEST_SUITE_P(Capture, CaptureInEveryThreadingModel,
-                         testing::Values(osgViewer::ViewerBase::SingleThreaded,
-                                         osgViewer::ViewerBase::CullDrawThreadPerContext,
-                                         osgViewer::ViewerBase::DrawThreadPerContext,
-                                         osgViewer::ViewerBase::CullThreadPerCameraDrawThreadPerContext));
+INSTANTIATE_TEST_SUITE_P(Capture, CaptureInEveryThreadingModel, everyThreadingModel(), threadingModelName);
 
 TEST_P(CaptureInEveryThreadingModel, EveryFrameIsCapturedTheLastOneToo)
 {

@@ -2,6 +2,7 @@
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
+#include "tests/support/ThreadingModels.h"
 
 #include <gtest/gtest.h>
 #include <osgDB/ReadFile>
@@ -67,11 +68,7 @@ class PluginInThreadingModel : public Plugin,
 {
 };
 
-INSTANTIATE_TEST_SUITE_P(All, PluginInThreadingModel,
-                         testing::Values(osgViewer::ViewerBase::SingleThreaded,
-                                         osgViewer::ViewerBase::CullDrawThreadPerContext,
-                                         osgViewer::ViewerBase::DrawThreadPerContext,
-                                         osgViewer::ViewerBase::CullThreadPerCameraDrawThreadPerContext));
+INSTANTIATE_TEST_SUITE_P(All, PluginInThreadingModel, everyThreadingModel(), threadingModelName);
 
 } // namespace
 

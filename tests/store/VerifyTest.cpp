@@ -69,14 +69,23 @@ struct Fault
     std::function<void(TestStore&)> plant;
 };
 
-void PrintTo(const Fault& fault, std::ostream* out)
-{
-    *out << fault.line;
-}
-
-class PlantedFault : public testing::TestWithParam<Fault>
-{
-};
+const Fault kFaults[] = {
+    // Points start at byte 461; the cell's third point is number 7.
+    {"cell 01-0000000000000007: 1 of its points lie outside it, the first is point 7 at byte 713",
+     [](TestStore& store) { store.points[7].x = -2; }},
+    {"cell 02-0000000000000039: 2 of its points lie outside it, the first is point 10",
+     [](TestStore& store) { store.points[10].y = store.points[12].z = 402; }},
+    {"lowest intensity", [](TestStore& store) { store.index.statistics.intensity.min = 0; }},
+    {"latest GPS time", [](TestStore& store) { store.points[6].gpsTime = 2e8; }},
+    {"largest colour value", [](TestStore& store) { store.index.statistics.maxColor = 3; }},
+    {"source id 44 is in the index and in no point",
+     [](TestStore& store) { store.index.statistics.pointSources.push_back(44); }},
+    {"source id 8 is in the points and not in the index",
+     [](TestStore& store) {
+         store.index.statistics.pointSources = {7, 9};
+     }},
+    {"highest elevation", [](TestStore& store) { store.index.statistics.elevation.max = 410; }},
+    {"do not add up", [](TestStore& store) { ++store.index.statistics.pointsByClass[1]; }}};
 
 } // namespace
 
@@ -107,34 +116,16 @@ TEST(Verify, TakesAPointOnTheFaceBetweenTwoCellsInEither)
     EXPECT_EQ(joined(problemsOf(store.bytes())), "");
 }
 
-TEST_P(PlantedFault, IsNamedAndAlone)
+TEST(Verify, NamesAFaultAndNothingElse)
 {
-    TestStore store = smallStore();
-    GetParam().plant(store);
-    const std::vector<std::string> problems = problemsOf(store.bytes());
-    expectProblem(problems, GetParam().line);
-    EXPECT_EQ(problems.size(), 1u) << joined(problems);
+    for (const Fault& fault : kFaults) {
+        TestStore store = smallStore();
+        fault.plant(store);
+        const std::vector<std::string> problems = problemsOf(store.bytes());
+        expectProblem(problems, fault.line);
+        EXPECT_EQ(problems.size(), 1u) << joined(problems);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Store, PlantedFault,
-    testing::Values(
-        // Points start at byte 461; the cell's third point is number 7.
-        Fault{"cell 01-0000000000000007: 1 of its points lie outside it, the first is point 7 at byte 713",
-              [](TestStore& store) { store.points[7].x = -2; }},
-        Fault{"cell 02-0000000000000039: 2 of its points lie outside it, the first is point 10",
-              [](TestStore& store) { store.points[10].y = store.points[12].z = 402; }},
-        Fault{"lowest intensity", [](TestStore& store) { store.index.statistics.intensity.min = 0; }},
-        Fault{"latest GPS time", [](TestStore& store) { store.points[6].gpsTime = 2e8; }},
-        Fault{"largest colour value", [](TestStore& store) { store.index.statistics.maxColor = 3; }},
-        Fault{"source id 44 is in the index and in no point",
-              [](TestStore& store) { store.index.statistics.pointSources.push_back(44); }},
-        Fault{"source id 8 is in the points and not in the index",
-              [](TestStore& store) {
-                  store.index.statistics.pointSources = {7, 9};
-              }},
-        Fault{"highest elevation", [](TestStore& store) { store.index.statistics.elevation.max = 410; }},
-        Fault{"do not add up", [](TestStore& store) { ++store.index.statistics.pointsByClass[1]; }}));
 
 TEST(Verify, NamesAHeaderThatDoesNotFitThePoints)
 {

@@ -27,51 +27,48 @@ struct BadCommandLine
     std::string said; ///< what the line on stderr must name
 };
 
-class RefusedCommandLine : public testing::TestWithParam<BadCommandLine>
-{
-};
-
-INSTANTIATE_TEST_SUITE_P(
-    Brxview, RefusedCommandLine,
-    testing::Values(
-        BadCommandLine{{"--render", "a.png"}, "no file"},
-        BadCommandLine{{"--render", "a.png", "missing.brx"}, "missing.brx"},
-        BadCommandLine{{"--render", "a.png", "/dev/null"}, "/dev/null: is not a file"},
-        BadCommandLine{{"--render", "a.png", BRXVIEW}, "neither a store nor a LAS or LAZ file"},
-        BadCommandLine{{"--render", "a.xyz", "s.brx"}, "a.xyz"},
-        BadCommandLine{{"--render"}, "--render needs a value"},
-        BadCommandLine{{"--render", "a.png", "--size", "10", "s.brx"}, "--size 10"},
-        BadCommandLine{{"--render", "a.png", "--size", "0x10", "s.brx"}, "--size 0x10"},
-        BadCommandLine{{"--render", "a.png", "--size", "10x10x10", "s.brx"}, "--size 10x10x10"},
-        BadCommandLine{{"--render", "a.png", "--timeout", "-1", "s.brx"}, "--timeout -1"},
-        BadCommandLine{{"--size", "10x10", "s.brx"}, "--render"},
-        BadCommandLine{{"--script"}, "--script needs a value"},
-        BadCommandLine{{"--script", "/nowhere/edit.json", "s.brx"}, "/nowhere/edit.json: cannot be read"},
-        BadCommandLine{{"--script", "e.json", "--render", "a.png", "s.brx"}, "exclude each other"},
-        BadCommandLine{{"--mode", "sepia", "s.brx"}, "--mode sepia"},
-        BadCommandLine{{"--color", "#12345", "s.brx"}, "--color #12345"},
-        BadCommandLine{{"--color", "1,2,300", "s.brx"}, "--color 1,2,300"},
-        BadCommandLine{{"--point-size", "0", "s.brx"}, "--point-size 0"},
-        BadCommandLine{{"--point-size", "2px", "s.brx"}, "--point-size 2px"},
-        BadCommandLine{{"--budget", "many", "s.brx"}, "--budget many"},
-        BadCommandLine{{"--budget", "nan", "s.brx"}, "--budget nan"},
-        BadCommandLine{{"--view", "1,2,3", "s.brx"}, "--view 1,2,3"},
-        BadCommandLine{{"--view", "0,0,5,0,0,0,0,0,1", "s.brx"}, "--view 0,0,5"},
-        BadCommandLine{{"--render", "a.png", "--frobnicate", "s.brx"}, "--frobnicate"},
-        BadCommandLine{{"--render", "a.png", "--normals", "n", "s.brx", "t.brx"}, "--normals n"},
-        BadCommandLine{{"s.brx"}, "--render"}));
+const BadCommandLine kBadCommandLines[] = {
+    {{"--render", "a.png"}, "no file"},
+    {{"--render", "a.png", "missing.brx"}, "missing.brx"},
+    {{"--render", "a.png", "/dev/null"}, "/dev/null: is not a file"},
+    {{"--render", "a.png", BRXVIEW}, "neither a store nor a LAS or LAZ file"},
+    {{"--render", "a.xyz", "s.brx"}, "a.xyz"},
+    {{"--render"}, "--render needs a value"},
+    {{"--render", "a.png", "--size", "10", "s.brx"}, "--size 10"},
+    {{"--render", "a.png", "--size", "0x10", "s.brx"}, "--size 0x10"},
+    {{"--render", "a.png", "--size", "10x10x10", "s.brx"}, "--size 10x10x10"},
+    {{"--render", "a.png", "--timeout", "-1", "s.brx"}, "--timeout -1"},
+    {{"--size", "10x10", "s.brx"}, "--render"},
+    {{"--script"}, "--script needs a value"},
+    {{"--script", "/nowhere/edit.json", "s.brx"}, "/nowhere/edit.json: cannot be read"},
+    {{"--script", "e.json", "--render", "a.png", "s.brx"}, "exclude each other"},
+    {{"--mode", "sepia", "s.brx"}, "--mode sepia"},
+    {{"--color", "#12345", "s.brx"}, "--color #12345"},
+    {{"--color", "1,2,300", "s.brx"}, "--color 1,2,300"},
+    {{"--point-size", "0", "s.brx"}, "--point-size 0"},
+    {{"--point-size", "2px", "s.brx"}, "--point-size 2px"},
+    {{"--budget", "many", "s.brx"}, "--budget many"},
+    {{"--budget", "nan", "s.brx"}, "--budget nan"},
+    {{"--view", "1,2,3", "s.brx"}, "--view 1,2,3"},
+    {{"--view", "0,0,5,0,0,0,0,0,1", "s.brx"}, "--view 0,0,5"},
+    {{"--render", "a.png", "--frobnicate", "s.brx"}, "--frobnicate"},
+    {{"--render", "a.png", "--normals", "n", "s.brx", "t.brx"}, "--normals n"},
+    {{"s.brx"}, "--render"}};
 
 } // namespace
 
-TEST_P(RefusedCommandLine, EndsWithOneLineThatNamesWhatIsWrong)
+TEST(CommandLine, ThatIsWrongEndsWithOneLineThatNamesWhatIsWrong)
 {
-    const ProgramResult result = brxview(GetParam().arguments);
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(countLines(result.err), 1) << result.err;
-    EXPECT_EQ(result.err.rfind("brxview: ", 0), 0u) << result.err;
-    EXPECT_NE(result.err.find(GetParam().said), std::string::npos) << result.err;
-    EXPECT_FALSE(fs::exists("a.png"));
+    for (const auto& [arguments, said] : kBadCommandLines) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        const ProgramResult result = brxview(arguments);
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(countLines(result.err), 1) << result.err;
+        EXPECT_EQ(result.err.rfind("brxview: ", 0), 0u) << result.err;
+        EXPECT_NE(result.err.find(said), std::string::npos) << result.err;
+        EXPECT_FALSE(fs::exists("a.png"));
+    }
 }
 
 TEST(CommandLine, APictureThatExistsIsNotReplacedWithoutForce)

@@ -1,5 +1,6 @@
 #include "viewer/PickHandler.h"
 
+#include "tests/support/ThreadingModels.h"
 #include "tests/viewer/ShownSurvey.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +43,8 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(All, Picking,
                          testing::Values(osgViewer::ViewerBase::SingleThreaded,
-                                         osgViewer::ViewerBase::DrawThreadPerContext));
+                                         osgViewer::ViewerBase::DrawThreadPerContext),
+                         threadingModelName);
 
 } // namespace
 

@@ -32,10 +32,6 @@ struct BadScript
     std::string said; ///< what the message must contain after the file's name
 };
 
-class RefusedScript : public testing::TestWithParam<BadScript>
-{
-};
-
 const std::string kTriangle = R"("polygon": [[1, 2], [30, 4], [5, 60]])";
 
 std::string cull(const std::string& members)
@@ -48,94 +44,78 @@ std::string classify(const std::string& members)
     return R"([{"op": "classify", )" + kTriangle + ", " + members + "}]";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    NotJson, RefusedScript,
-    testing::Values(BadScript{"", ": is no JSON: parse error at line 1"},
-                    BadScript{"[{]", ": is no JSON: parse error at line 1, column 3"},
-                    BadScript{"[NaN]", ": is no JSON: "},
-                    BadScript{R"([{"op": "settle"},])", ": is no JSON: "},
-                    BadScript{"[\"\xff\xfe\"]", ": is no JSON: "},
-                    BadScript{R"([{"op": "pointSize", "pixels": 1e999}])", ": is no JSON: number overflow"},
-                    BadScript{R"([{"op": "undo", "op": "reset"}])", ": \"op\" stands twice in one object"},
-                    BadScript{R"({"op": "undo"})", ": expected a list of operations"}));
-
-INSTANTIATE_TEST_SUITE_P(
-    Operation, RefusedScript,
-    testing::Values(
-        BadScript{"[7]", ": operation 1: expected an object"},
-        BadScript{R"([{"op": "settle"}, {}])", ": operation 2: \"op\" is missing"},
-        BadScript{R"([{"op": "remove"}])", ": operation 1: \"op\": \"remove\" is no operation"},
-        BadScript{R"([{"op": 3}])", ": operation 1: \"op\": 3 is no operation"},
-        BadScript{R"([{"op": "a\nb"}])", R"("a\nb" is no operation)"},
-        BadScript{R"([{"op": "undo", "times": 3}])", ": operation 1 (undo): \"times\" is no member of it"},
-        BadScript{R"([{"op": "mode"}])", ": operation 1 (mode): \"mode\" is missing"},
-        BadScript{R"([{"op": "mode", "mode": "sepia"}])", R"("mode": expected one of "rgb", "single")"},
-        BadScript{R"([{"op": "edl", "on": 1}])", "\"on\": expected true or false"},
-        BadScript{R"([{"op": "pointSize", "pixels": 65}])",
-                  "\"pixels\": expected a whole number from 1 to 64"},
-        BadScript{R"([{"op": "pointSize", "pixels": 2.5}])", "expected a whole number"},
-        BadScript{R"([{"op": "showClasses", "classes": []}])", "\"classes\": expected a list of classes"},
-        BadScript{R"([{"op": "showClasses", "classes": [2, 256]}])",
-                  "\"classes\": expected a whole number from 0 to 255"},
-        BadScript{R"([{"op": "clip", "planes": [[1, 2, 3]]}])", "\"planes\": expected 4 numbers"},
-        BadScript{R"([{"op": "clip", "planes": [[0, 0, 0, 1]]}])", "\"planes\": a plane needs a normal"},
-        BadScript{R"([{"op": "segment", "hide": "all"}])", R"("hide": expected one of "selected", "others")"},
-        BadScript{R"([{"op": "render", "file": ""}])", "\"file\": expected a text"}));
-
-INSTANTIATE_TEST_SUITE_P(
-    Camera, RefusedScript,
-    testing::Values(
-        BadScript{R"([{"op": "camera"}])", "\"eye\" is missing"},
-        BadScript{R"([{"op": "camera", "view": "south"}])",
-                  R"("view": expected one of "top", "north", "iso")"},
-        BadScript{R"([{"op": "camera", "view": "top", "up": [0, 0, 1]}])", "\"up\" is no member of it"},
-        BadScript{R"([{"op": "camera", "eye": [0, 0, 9], "center": [0, 0, 0], "up": [0, 0, 1]}])",
-                  "\"up\": expected a direction"},
-        BadScript{R"([{"op": "camera", "eye": [0, 0], "center": [0, 0, 0], "up": [0, 1, 0]}])",
-                  "\"eye\": expected 3 numbers"},
-        BadScript{R"([{"op": "camera", "view": "top", "projection": "fisheye"}])",
-                  "\"projection\": expected"},
-        BadScript{R"([{"op": "camera", "view": "top", "height": 9}])", "\"height\" is no member of it"},
-        BadScript{R"([{"op": "camera", "view": "top", "projection": "orthographic", "height": 0}])",
-                  "\"height\": expected a number above 0"},
-        BadScript{R"([{"op": "window", "width": 0, "height": 9}])", "\"width\": expected a whole number"},
-        BadScript{R"([{"op": "settle"}, {"op": "window", "width": 9, "height": 9}])",
-                  ": operation 2 (window): the window's size can only be set by the first operation"}));
-
-INSTANTIATE_TEST_SUITE_P(
-    Edit, RefusedScript,
-    testing::Values(
-        BadScript{R"([{"op": "cull"}])", ": operation 1 (cull): \"polygon\" is missing"},
-        BadScript{cull(R"("polygon": [[1, 2], [3, 4]])"), "expected a list of at least 3 items"},
-        BadScript{cull(R"("polygon": [[1, 2], [3, 4], [5]])"),
-                  "expected 2 numbers, none beyond 1e12 as item 3"},
-        BadScript{cull(R"("polygon": [[1, 2], [3, null], [5, 6]])"), "as item 2"},
-        BadScript{cull(R"("polygon": [[1, 2], [3, 1e300], [5, 6]])"), "as item 2"},
-        BadScript{cull(R"("worldPolygon": [[1, 2], [3, 4], [5, 6]])"), "expected 3 numbers"},
-        BadScript{cull(kTriangle + R"(, "worldPolygon": [[1, 2, 3], [3, 4, 5], [5, 6, 7]])"),
-                  "\"polygon\" and \"worldPolygon\" exclude each other"},
-        BadScript{cull(kTriangle + R"(, "side": "left")"), R"("side": expected one of "inside", "outside")"},
-        BadScript{R"([{"op": "line", "line": [[1, 2]]}])", "\"line\": expected a list of at least 2 items"},
-        BadScript{R"([{"op": "line", "line": [[1, 2], [3, 4]], "width": 0}])",
-                  "\"width\": expected a number above 0"},
-        BadScript{classify(R"("from": [2])"), "\"to\" is missing"},
-        BadScript{classify(R"("to": -1)"), "\"to\": expected a whole number from 0 to 255"},
-        BadScript{classify(R"("to": 18446744073709551615)"), "\"to\": expected a whole number from 0 to 255"},
-        BadScript{classify(R"("to": "2")"), "\"to\": expected a whole number from 0 to 255"},
-        BadScript{classify(R"("to": 2, "from": [255])"), "\"from\": expected a whole number from 0 to 254"},
-        BadScript{classify(R"("to": 2, "from": 1)"), "\"from\": expected a list of classes"},
-        BadScript{classify(R"("to": 2, "dryRun": "yes")"), "\"dryRun\": expected true or false"}));
+const BadScript kBadScripts[] = {
+    {"", ": is no JSON: parse error at line 1"},
+    {"[{]", ": is no JSON: parse error at line 1, column 3"},
+    {"[NaN]", ": is no JSON: "},
+    {R"([{"op": "settle"},])", ": is no JSON: "},
+    {"[\"\xff\xfe\"]", ": is no JSON: "},
+    {R"([{"op": "pointSize", "pixels": 1e999}])", ": is no JSON: number overflow"},
+    {R"([{"op": "undo", "op": "reset"}])", ": \"op\" stands twice in one object"},
+    {R"({"op": "undo"})", ": expected a list of operations"},
+    {"[7]", ": operation 1: expected an object"},
+    {R"([{"op": "settle"}, {}])", ": operation 2: \"op\" is missing"},
+    {R"([{"op": "remove"}])", ": operation 1: \"op\": \"remove\" is no operation"},
+    {R"([{"op": 3}])", ": operation 1: \"op\": 3 is no operation"},
+    {R"([{"op": "a\nb"}])", R"("a\nb" is no operation)"},
+    {R"([{"op": "undo", "times": 3}])", ": operation 1 (undo): \"times\" is no member of it"},
+    {R"([{"op": "mode"}])", ": operation 1 (mode): \"mode\" is missing"},
+    {R"([{"op": "mode", "mode": "sepia"}])", R"("mode": expected one of "rgb", "single")"},
+    {R"([{"op": "edl", "on": 1}])", "\"on\": expected true or false"},
+    {R"([{"op": "pointSize", "pixels": 65}])", "\"pixels\": expected a whole number from 1 to 64"},
+    {R"([{"op": "pointSize", "pixels": 2.5}])", "expected a whole number"},
+    {R"([{"op": "showClasses", "classes": []}])", "\"classes\": expected a list of classes"},
+    {R"([{"op": "showClasses", "classes": [2, 256]}])", "\"classes\": expected a whole number from 0 to 255"},
+    {R"([{"op": "clip", "planes": [[1, 2, 3]]}])", "\"planes\": expected 4 numbers"},
+    {R"([{"op": "clip", "planes": [[0, 0, 0, 1]]}])", "\"planes\": a plane needs a normal"},
+    {R"([{"op": "segment", "hide": "all"}])", R"("hide": expected one of "selected", "others")"},
+    {R"([{"op": "render", "file": ""}])", "\"file\": expected a text"},
+    {R"([{"op": "camera"}])", "\"eye\" is missing"},
+    {R"([{"op": "camera", "view": "south"}])", R"("view": expected one of "top", "north", "iso")"},
+    {R"([{"op": "camera", "view": "top", "up": [0, 0, 1]}])", "\"up\" is no member of it"},
+    {R"([{"op": "camera", "eye": [0, 0, 9], "center": [0, 0, 0], "up": [0, 0, 1]}])",
+     "\"up\": expected a direction"},
+    {R"([{"op": "camera", "eye": [0, 0], "center": [0, 0, 0], "up": [0, 1, 0]}])",
+     "\"eye\": expected 3 numbers"},
+    {R"([{"op": "camera", "view": "top", "projection": "fisheye"}])", "\"projection\": expected"},
+    {R"([{"op": "camera", "view": "top", "height": 9}])", "\"height\" is no member of it"},
+    {R"([{"op": "camera", "view": "top", "projection": "orthographic", "height": 0}])",
+     "\"height\": expected a number above 0"},
+    {R"([{"op": "window", "width": 0, "height": 9}])", "\"width\": expected a whole number"},
+    {R"([{"op": "settle"}, {"op": "window", "width": 9, "height": 9}])",
+     ": operation 2 (window): the window's size can only be set by the first operation"},
+    {R"([{"op": "cull"}])", ": operation 1 (cull): \"polygon\" is missing"},
+    {cull(R"("polygon": [[1, 2], [3, 4]])"), "expected a list of at least 3 items"},
+    {cull(R"("polygon": [[1, 2], [3, 4], [5]])"), "expected 2 numbers, none beyond 1e12 as item 3"},
+    {cull(R"("polygon": [[1, 2], [3, null], [5, 6]])"), "as item 2"},
+    {cull(R"("polygon": [[1, 2], [3, 1e300], [5, 6]])"), "as item 2"},
+    {cull(R"("worldPolygon": [[1, 2], [3, 4], [5, 6]])"), "expected 3 numbers"},
+    {cull(kTriangle + R"(, "worldPolygon": [[1, 2, 3], [3, 4, 5], [5, 6, 7]])"),
+     "\"polygon\" and \"worldPolygon\" exclude each other"},
+    {cull(kTriangle + R"(, "side": "left")"), R"("side": expected one of "inside", "outside")"},
+    {R"([{"op": "line", "line": [[1, 2]]}])", "\"line\": expected a list of at least 2 items"},
+    {R"([{"op": "line", "line": [[1, 2], [3, 4]], "width": 0}])", "\"width\": expected a number above 0"},
+    {classify(R"("from": [2])"), "\"to\" is missing"},
+    {classify(R"("to": -1)"), "\"to\": expected a whole number from 0 to 255"},
+    {classify(R"("to": 18446744073709551615)"), "\"to\": expected a whole number from 0 to 255"},
+    {classify(R"("to": "2")"), "\"to\": expected a whole number from 0 to 255"},
+    {classify(R"("to": 2, "from": [255])"), "\"from\": expected a whole number from 0 to 254"},
+    {classify(R"("to": 2, "from": 1)"), "\"from\": expected a list of classes"},
+    {classify(R"("to": 2, "dryRun": "yes")"), "\"dryRun\": expected true or false"}};
 
 } // namespace
 
-TEST_P(RefusedScript, IsToldInOneLineThatNamesFileAndOperation)
+TEST(Script, ThatIsWrongIsToldInOneLineThatNamesFileAndOperation)
 {
-    const ReadScript read(GetParam().text);
-    ASSERT_FALSE(read.status);
-    const std::string& message = read.status.message();
-    EXPECT_EQ(message.rfind(read.folder.file("edit.json") + ": ", 0), 0u) << message;
-    EXPECT_NE(message.find(GetParam().said), std::string::npos) << message;
-    EXPECT_EQ(message.find('\n'), std::string::npos) << message;
+    for (const auto& [text, said] : kBadScripts) {
+        SCOPED_TRACE(text);
+        const ReadScript read(text);
+        EXPECT_FALSE(read.status);
+        const std::string& message = read.status.message();
+        EXPECT_EQ(message.rfind(read.folder.file("edit.json") + ": ", 0), 0u) << message;
+        EXPECT_NE(message.find(said), std::string::npos) << message;
+        EXPECT_EQ(message.find('\n'), std::string::npos) << message;
+    }
 }
 
 TEST(Script, RefusesPicturesThatCannotBeWritten)
