@@ -25,7 +25,7 @@ namespace VelBrx {
 
 namespace {
 
-constexpr unsigned kPasses = 5; ///< points are scanned, loaded, sorted, divided and written
+constexpr unsigned kPasses = 4; ///< points are scanned, loaded, sorted and written
 
 uint64_t randomStoreId()
 {
@@ -179,8 +179,6 @@ Status build(const BuildOptions& options, BuildReport& report)
     if (Status status = chunks.load(run); !status) return status;
     run.begin("sorting");
     if (Status status = chunks.sort(run); !status) return status;
-    run.begin("dividing");
-    if (Status status = chunks.divide(run); !status) return status;
     if (Status status = checkCells(chunks.cells(), options.output); !status) return status;
 
     run.begin("writing");

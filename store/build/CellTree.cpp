@@ -2,44 +2,64 @@
 
 #include <algorithm>
 #include <functional>
+#include <numeric>
 
 namespace VelBrx {
 
 namespace {
 
+/// Points of the levels `first` to `last`.
+uint64_t sum(const LevelCounts& counts, unsigned first, unsigned last)
+{
+    return std::accumulate(counts.begin() + first, counts.begin() + last + 1, uint64_t{0});
+}
+
+/// The finest level whose points a cell of `level` takes wherever they are, of a node of which `counts` from
+/// `floor` on are left.
+unsigned finestTaken(unsigned level, unsigned floor, const LevelCounts& counts)
+{
+    unsigned finest = std::max(level, floor);
+    const uint64_t needed = sum(counts, floor, kMaxLevel) > kSmallNode ? 1 : kMinTaken;
+    uint64_t taken = sum(counts, floor, finest);
+    while (taken < needed && finest < kMaxLevel)
+        taken += counts[++finest];
+    return finest;
+}
+
+/// Whether an octant's points that are finer than `finest` get cells of their own.
+bool isDivided(const LevelCounts& octant, unsigned floor, unsigned finest)
+{
+    const uint64_t rest = sum(octant, finest + 1, kMaxLevel);
+    return rest > kCrumb && rest > sum(octant, floor, finest) / 2;
+}
+
+/// The code of the node of level `above` that a node of `level` lies in.
+uint64_t codeAbove(uint64_t code, unsigned level, unsigned above)
+{
+    return code >> 3 * (level - above);
+}
+
+/// Divides a node's points; that a cell took one shows in the point's level, which becomes the cell's.
 class Divider
 {
 public:
-    Divider(const TreePoint* points, uint8_t* levels, const SharedNodes& shared, unsigned digits)
-        : _points(points), _levels(levels), _shared(shared), _digits(digits)
-    {
-    }
+    explicit Divider(TreePoint* points) : _points(points) {}
 
     std::vector<TreeCell> cells;
-
-    /// Makes the root for all points.
-    void divide(size_t count) { divide(0, 0, countsOf(0, 0, 0, count), 0, count); }
-
-private:
-    const TreePoint* _points;
-    uint8_t* _levels;
-
-    const SharedNodes& _shared;
-    const unsigned _digits;
 
     /// Makes the cell of the points [begin, end), which share `level` digits, of those that want `floor` or
     /// a finer level; the others lie in its ancestors. `counts` are those of the points by level.
     void divide(unsigned level, unsigned floor, const LevelCounts& counts, size_t begin, size_t end)
     {
-        unsigned finest = std::max(level, floor);
-        uint64_t taken = sum(counts, floor, finest);
-        while (taken < kMinTaken && finest < kMaxLevel)
-            taken += counts[++finest];
+        const unsigned finest = finestTaken(level, floor, counts);
         const size_t place = cells.size();
         cells.push_back({static_cast<uint8_t>(level), prefixOf(_points[begin].code, level), 0});
         cells[place].pointCount = level == kMaxLevel ? take(begin, end, floor, kMaxLevel, level)
                                                      : divideOctants(level, floor, finest, begin, end);
     }
+
+private:
+    TreePoint* _points;
 
     /// Gives the cell of `level` its points of each octant, and makes children for what remains; tells how
     /// many the cell has.
@@ -54,34 +74,22 @@ private:
                                                              return prefixOf(p.code, level + 1) == code;
                                                          }) -
                                     _points);
-            const LevelCounts counts = countsOf(level + 1, code, begin, octantEnd);
-            const uint64_t rest = sum(counts, finest + 1, kMaxLevel);
-            const bool isDivided = rest > kCrumb && rest > sum(counts, floor, finest) / 2;
-            pointCount += take(begin, octantEnd, floor, isDivided ? finest : kMaxLevel, level);
-            if (isDivided) divide(level + 1, finest + 1, counts, begin, octantEnd);
+            const LevelCounts counts = countsOf(begin, octantEnd);
+            const bool goesOn = isDivided(counts, floor, finest);
+            pointCount += take(begin, octantEnd, floor, goesOn ? finest : kMaxLevel, level);
+            if (goesOn) divide(level + 1, finest + 1, counts, begin, octantEnd);
             begin = octantEnd;
         }
         return pointCount;
     }
 
-    /// The points of a node by the level that they want. Those that ancestors took count for the ancestor's
-    /// level where the node lies in this chunk alone, else for the one they wanted: a coarser one than the
-    /// node's in any case.
-    LevelCounts countsOf(unsigned level, uint64_t code, size_t begin, size_t end) const
+    /// Those that cells above took count for a level that is coarser than what is left in any case.
+    LevelCounts countsOf(size_t begin, size_t end) const
     {
-        if (level < _digits) return _shared.counts(level, code);
         LevelCounts counts{};
         for (size_t i = begin; i < end; ++i)
-            ++counts[_levels[i]];
+            ++counts[_points[i].level];
         return counts;
-    }
-
-    static uint64_t sum(const LevelCounts& counts, unsigned first, unsigned last)
-    {
-        uint64_t points = 0;
-        for (unsigned level = first; level <= last; ++level)
-            points += counts[level];
-        return points;
     }
 
     /// Gives the points of levels `floor` to `finest` to the cell of `level`; tells how many.
@@ -89,49 +97,90 @@ private:
     {
         uint64_t taken = 0;
         for (size_t i = begin; i < end; ++i) {
-            const bool isTaken = _levels[i] >= floor && _levels[i] <= finest;
+            const bool isTaken = _points[i].level >= floor && _points[i].level <= finest;
             taken += isTaken;
-            _levels[i] = isTaken ? static_cast<uint8_t>(level) : _levels[i];
+            _points[i].level = isTaken ? level : _points[i].level;
         }
         return taken;
     }
 };
 
-} // namespace
-
-void SharedNodes::add(const TreePoint* points, size_t count, unsigned digits)
+/// Writes the indices of a node's points to `order` by level; returns how many each level has.
+LevelCounts orderByLevel(const TreePoint* points, const TreeNode& node, uint32_t* order)
 {
-    if (digits == 0) return;
-    for (size_t first = 0, end; first < count; first = end) {
-        const uint64_t code = prefixOf(points[first].code, digits - 1);
-        LevelCounts counts{};
-        for (end = first; end < count && prefixOf(points[end].code, digits - 1) == code; ++end)
-            ++counts[points[end].level];
-        for (unsigned level = 0; level < digits; ++level) {
-            LevelCounts& sum = _nodes[{level, code >> 3 * (digits - 1 - level)}];
-            std::transform(sum.begin(), sum.end(), counts.begin(), sum.begin(), std::plus<>());
-        }
-    }
+    LevelCounts counts{};
+    for (size_t i = node.begin; i < node.end; ++i)
+        ++counts[points[i].level];
+    LevelCounts places{};
+    std::partial_sum(counts.begin(), counts.end() - 1, places.begin() + 1);
+    for (size_t i = node.begin; i < node.end; ++i)
+        order[places[points[i].level]++] = points[i].index;
+    return counts;
 }
 
-void SharedNodes::add(const SharedNodes& other)
+} // namespace
+
+NodeFloor NodeFloor::usual(unsigned level)
 {
-    for (const auto& [key, counts] : other._nodes) {
-        LevelCounts& sum = _nodes[key];
+    NodeFloor floor;
+    floor.level = level;
+    std::iota(floor.takers.begin(), floor.takers.begin() + level, uint8_t{0});
+    return floor;
+}
+
+void SharedNodes::add(unsigned level, uint64_t code, const LevelCounts& counts)
+{
+    for (unsigned above = 0; above < level; ++above) {
+        LevelCounts& sum = _nodes[{above, codeAbove(code, level, above)}];
         std::transform(sum.begin(), sum.end(), counts.begin(), sum.begin(), std::plus<>());
     }
 }
 
-std::vector<TreeCell> divideIntoCells(const TreePoint* points, size_t count, uint8_t* levels,
-                                      const SharedNodes& shared, unsigned digits)
+NodeFloor SharedNodes::floorOf(unsigned level, uint64_t code, const LevelCounts& counts) const
 {
-    if (count == 0) return {};
-    Divider divider(points, levels, shared, digits);
-    divider.divide(count);
+    NodeFloor floor;
+    for (unsigned above = 0; above < level && floor.level <= kMaxLevel; ++above) {
+        const LevelCounts& node = _nodes.at({above, codeAbove(code, level, above)});
+        const LevelCounts& octant =
+            above + 1 == level ? counts : _nodes.at({above + 1, codeAbove(code, level, above + 1)});
+        const unsigned finest = finestTaken(above, floor.level, node);
+        const unsigned last = isDivided(octant, floor.level, finest) ? finest : kMaxLevel;
+        std::fill(floor.takers.begin() + floor.level, floor.takers.begin() + last + 1,
+                  static_cast<uint8_t>(above));
+        floor.level = last + 1;
+    }
+    return floor;
+}
+
+std::vector<TreeNode> nodesOf(const TreePoint* points, size_t count, unsigned level)
+{
+    std::vector<TreeNode> nodes;
+    for (size_t i = 0; i < count; ++i) {
+        const uint64_t code = prefixOf(points[i].code, level);
+        if (nodes.empty() || nodes.back().code != code) nodes.push_back({code, i, i, {}});
+        nodes.back().end = i + 1;
+        ++nodes.back().counts[points[i].level];
+    }
+    return nodes;
+}
+
+std::vector<TreeCell> divideIntoCells(TreePoint* points, const TreeNode& node, unsigned level,
+                                      const NodeFloor& floor, uint32_t* order)
+{
+    for (size_t i = node.begin; i < node.end; ++i)
+        if (points[i].level < floor.level) points[i].level = floor.takers[points[i].level];
+    Divider divider(points);
+    if (floor.level <= kMaxLevel) divider.divide(level, floor.level, node.counts, node.begin, node.end);
     std::sort(divider.cells.begin(), divider.cells.end(), [](const TreeCell& a, const TreeCell& b) {
         return CellKey(a.level, a.code) < CellKey(b.level, b.code);
     });
-    return std::move(divider.cells);
+    const LevelCounts counts = orderByLevel(points, node, order);
+    std::vector<TreeCell> cells;
+    for (unsigned above = 0; above < level; ++above)
+        if (counts[above] > 0)
+            cells.push_back({static_cast<uint8_t>(above), codeAbove(node.code, level, above), counts[above]});
+    cells.insert(cells.end(), divider.cells.begin(), divider.cells.end());
+    return cells;
 }
 
 } // namespace VelBrx

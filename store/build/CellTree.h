@@ -11,7 +11,7 @@
 
 namespace VelBrx {
 
-/// A cell of the octree and how many points it takes.
+/// Points of a cell of the octree.
 struct TreeCell
 {
     uint8_t level;
@@ -22,41 +22,66 @@ struct TreeCell
 /// Level and key code: the order of cells.
 using CellKey = std::pair<unsigned, uint64_t>;
 
+/// Points by the level that wants them.
 using LevelCounts = std::array<uint64_t, kMaxLevel + 1>;
 
-/// The nodes of the octree whose points may lie in several chunks, with the points that want each level.
+/// What the cells above a node of the octree take of its points.
+struct NodeFloor
+{
+    /// The coarsest level whose points are left for the node's own cells, `kMaxLevel + 1` when none are.
+    unsigned level = 0;
+    /// For each level below: that of the cell that takes the points it wants.
+    std::array<uint8_t, kMaxLevel + 1> takers{};
+
+    /// Each of the `level` cells above takes the points that its level wants: so it is nearly always.
+    static NodeFloor usual(unsigned level);
+};
+
+/// The octree above the nodes of single chunks: the nodes whose points may lie in several of them. To know
+/// what the cells here take, the points of all chunks have to be added first.
 class SharedNodes
 {
 public:
-    /// Counts the points of a chunk, which have Morton codes and are sorted, in the nodes above level
-    /// `digits`.
-    void add(const TreePoint* points, size_t count, unsigned digits);
-    void add(const SharedNodes& other);
+    /// Adds the points of a node of `level`, which lies wholly in one chunk.
+    void add(unsigned level, uint64_t code, const LevelCounts& counts);
 
-    /// Those of a node that has points.
-    const LevelCounts& counts(unsigned level, uint64_t code) const { return _nodes.at({level, code}); }
+    /// What is left to a node that was added.
+    NodeFloor floorOf(unsigned level, uint64_t code, const LevelCounts& counts) const;
 
 private:
     std::map<CellKey, LevelCounts> _nodes;
 };
 
-/// Divides the points of a chunk, which have Morton codes and are sorted, into the cells of the octree.
-/// `levels` holds what `assignLevels` gave and is overwritten by the level of the cell that takes the point:
-/// its code is the point's, cut to that level.
+/// A node of the octree that lies wholly in one chunk.
+struct TreeNode
+{
+    uint64_t code;
+    size_t begin; ///< its points [begin, end) in the chunk
+    size_t end;
+    LevelCounts counts;
+};
+
+/// The nodes of `level` that hold `points`, which have Morton codes and are sorted.
+std::vector<TreeNode> nodesOf(const TreePoint* points, size_t count, unsigned level);
+
+/// Divides the points of a node of `level`, which have Morton codes, are sorted and have the levels that
+/// `assignLevels` gave, into the cells of the octree. Returns the cells by level, then code, with the number
+/// of points that they have of this node. `order` gets the points' indices, cell by cell.
 ///
 /// A cell takes the points that its level wants, and
-/// - those of the next levels until it has at least `kMinTaken`, so that no cell is almost empty;
+/// - those of the next levels until it has at least `kMinTaken`, so that few points make no chain of almost
+///   empty cells; where more than `kSmallNode` are left, until it has one, or a point far off would make the
+///   cells of all others large;
 /// - all that remain in an octant, when they are at most half of what it took there, or at most `kCrumb`.
 /// So no cell is more than one and a half times as dense as its neighbours of the same level, but where these
 /// have few points.
 ///
-/// The result depends on the set of all points alone. `shared` counts the points of all chunks in the nodes
-/// above level `digits`, all other nodes of the chunk are wholly in it; a single chunk has 0 digits. Returns
-/// the cells by level, then code, with the number of points that they have of this chunk.
-std::vector<TreeCell> divideIntoCells(const TreePoint* points, size_t count, uint8_t* levels,
-                                      const SharedNodes& shared, unsigned digits);
+/// The cells depend on the set of all points alone, whatever chunks there are.
+std::vector<TreeCell> divideIntoCells(TreePoint* points, const TreeNode& node, unsigned level,
+                                      const NodeFloor& floor, uint32_t* order);
 
 constexpr uint64_t kMinTaken = 64;
+constexpr uint64_t kSmallNode = 1 << 14;
 constexpr uint64_t kCrumb = 256;
 
 } // namespace VelBrx

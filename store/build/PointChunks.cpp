@@ -167,19 +167,27 @@ Status PointChunks::assignCandidates(BuildRun& run)
 Status PointChunks::sort(BuildRun& run)
 {
     if (Status status = assignCandidates(run); !status) return status;
-    const Status status = run.forEach(_chunks.size(), [&](size_t i) {
-        Status sorted = sort(_chunks[i]);
+    _nodes.resize(_chunks.size());
+    Status status = run.forEach(_chunks.size(), [&](size_t i) {
+        const unsigned digits = _chunks[i].digits;
+        if (Status failed = divide(i, [digits](const TreeNode&) { return NodeFloor::usual(digits); });
+            !failed)
+            return failed;
         run.done(_chunks[i].pointCount);
-        return sorted;
+        const std::lock_guard lock(_mutex);
+        for (const DividedNode& divided : _nodes[i])
+            _shared.add(digits, divided.node.code, divided.node.counts);
+        return Status();
     });
+    if (status) status = run.forEach(_chunks.size(), [&](size_t i) { return settle(i); });
     _candidates = {};
+    if (status) placeCells();
     return status;
 }
 
-Status PointChunks::sort(const Chunk& chunk)
+/// The points of a chunk by Morton code, with all their levels.
+Status PointChunks::sortMorton(const Chunk& chunk, Levelled& levelled) const
 {
-    const PointGate::Room room(_gate, chunk.pointCount);
-    Levelled levelled(chunk.pointCount);
     if (Status status = assign(chunk, levelled); !status) return status;
     TreePoint* const points = levelled.points.get();
     for (uint64_t i = 0; i < chunk.pointCount; ++i) {
@@ -193,56 +201,67 @@ Status PointChunks::sort(const Chunk& chunk)
         points[i].code = mortonCodeOf(points[i].code);
     }
     sortByCode(points, chunk.pointCount, levelled.scratch.get(), levelled.ordinals.get());
-    SharedNodes shared;
-    shared.add(points, chunk.pointCount, chunk.digits);
-    {
-        const std::lock_guard lock(_mutex);
-        _shared.add(shared);
-    }
-    return _spool.writePoints(chunk, points);
+    return {};
 }
 
-Status PointChunks::divide(BuildRun& run)
+/// Divides the nodes of a chunk, of which the cells above leave what `floorOf` tells.
+template <typename FloorOf>
+Status PointChunks::divide(size_t chunk, const FloorOf& floorOf)
 {
-    const Status status = run.forEach(_chunks.size(), [&](size_t i) {
-        Status divided = divide(_chunks[i]);
-        run.done(_chunks[i].pointCount);
-        return divided;
-    });
-    if (status) placeCells();
-    return status;
+    const Chunk& divided = _chunks[chunk];
+    const PointGate::Room room(_gate, divided.pointCount);
+    Levelled levelled(divided.pointCount);
+    if (Status status = sortMorton(divided, levelled); !status) return status;
+    TreePoint* const points = levelled.points.get();
+    const auto order = uninitialised<uint32_t>(divided.pointCount);
+    _nodes[chunk].clear();
+    for (const TreeNode& node : nodesOf(points, divided.pointCount, divided.digits))
+        _nodes[chunk].push_back(
+            {node, divideIntoCells(points, node, divided.digits, floorOf(node), order.get() + node.begin)});
+    return _spool.writeOrder(divided, order.get());
 }
 
-Status PointChunks::divide(const Chunk& chunk)
+/// Gives the points of a chunk to the cells above that take them, now that those are known. It was divided as
+/// is usual; where that was wrong it is divided again.
+Status PointChunks::settle(size_t chunk)
 {
-    const PointGate::Room room(_gate, chunk.pointCount);
-    const auto points = uninitialised<TreePoint>(chunk.pointCount);
-    const auto levels = uninitialised<uint8_t>(chunk.pointCount);
-    if (Status status = _spool.readPoints(chunk, points.get()); !status) return status;
-    for (uint64_t i = 0; i < chunk.pointCount; ++i)
-        levels[i] = static_cast<uint8_t>(points[i].level);
-    const std::vector<TreeCell> cells =
-        divideIntoCells(points.get(), chunk.pointCount, levels.get(), _shared, chunk.digits);
-    {
-        const std::lock_guard lock(_mutex);
-        for (const TreeCell& cell : cells)
-            if (cell.level < chunk.digits)
-                _taken[{cell.level, cell.code}] += cell.pointCount;
-            else
-                _cells.push_back({cell.level, cell.code, 0, cell.pointCount, 0, false});
+    const unsigned digits = _chunks[chunk].digits;
+    const auto floorOf = [&](const TreeNode& node) {
+        return _shared.floorOf(digits, node.code, node.counts);
+    };
+    for (auto& [node, cells] : _nodes[chunk]) {
+        const NodeFloor floor = floorOf(node);
+        if (floor.level == digits) continue;
+        if (floor.level <= kMaxLevel || floor.takers[digits] != floor.takers[kMaxLevel])
+            return divide(chunk, floorOf);
+        for (TreeCell& cell : cells) {
+            const uint8_t taker = floor.takers[std::min<unsigned>(cell.level, digits)];
+            cell = {taker, node.code >> 3 * (digits - taker), cell.pointCount};
+        }
     }
-    return _spool.writeCellLevels(chunk, levels.get());
+    return {};
 }
 
 /// Gives all cells their places in the store, and those that chunks share places in the spool.
 void PointChunks::placeCells()
 {
+    _cellsOf.resize(_chunks.size());
+    std::map<CellKey, uint64_t> sharedCounts;
+    for (size_t i = 0; i < _chunks.size(); ++i)
+        for (const DividedNode& divided : std::exchange(_nodes[i], {}))
+            for (const TreeCell& cell : divided.cells) {
+                _cellsOf[i].push_back(cell);
+                if (cell.level < _chunks[i].digits)
+                    sharedCounts[{cell.level, cell.code}] += cell.pointCount;
+                else
+                    _cells.push_back({cell.level, cell.code, 0, cell.pointCount, 0, false});
+            }
+    _shared = {};
     uint64_t shared = 0;
-    for (const auto& [key, pointCount] : std::exchange(_taken, {})) {
+    for (const auto& [key, pointCount] : sharedCounts) {
         _cells.push_back({static_cast<uint8_t>(key.first), key.second, 0, pointCount, shared, true});
         shared += pointCount;
     }
-    _shared = {};
     std::sort(_cells.begin(), _cells.end(), [](const Cell& a, const Cell& b) {
         return CellKey(a.level, a.code) < CellKey(b.level, b.code);
     });

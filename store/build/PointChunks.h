@@ -35,25 +35,31 @@ public:
     /// Reads and converts the points of all sources.
     Status load(BuildRun& run);
 
-    /// Decides the level of each point and sorts the chunks.
+    /// Decides the level of each point and orders those of each chunk by cells.
     Status sort(BuildRun& run);
-
-    /// Divides the chunks into cells.
-    Status divide(BuildRun& run);
 
     const StoreStatistics& statistics() const { return _statistics; }
 
-    /// By level, then code; after `divide`.
+    /// By level, then code; after `sort`.
     const std::vector<Cell>& cells() const { return _cells; }
     const Cell& cell(unsigned level, uint64_t code) const;
     uint64_t pointCount() const { return _count; }
     const std::vector<Chunk>& chunks() const { return _chunks; }
+
+    /// The cells of a chunk's points in the order of the spool; a cell may stand there more than once.
+    const std::vector<TreeCell>& cellsOf(size_t chunk) const { return _cellsOf[chunk]; }
     const GridPlaces& places() const { return _places; }
     PointSpool& spool() const { return _spool; }
     PointGate& gate() const { return _gate; }
 
 private:
     struct Levelled;
+    /// A node and its points' cells, in the order of the spool.
+    struct DividedNode
+    {
+        TreeNode node;
+        std::vector<TreeCell> cells;
+    };
     struct Candidate
     {
         uint64_t code;
@@ -65,8 +71,10 @@ private:
     void widenColors(uint8_t* records, size_t count) const;
     Status assign(const Chunk& chunk, Levelled& levelled) const;
     Status assignCandidates(BuildRun& run);
-    Status sort(const Chunk& chunk);
-    Status divide(const Chunk& chunk);
+    Status sortMorton(const Chunk& chunk, Levelled& levelled) const;
+    template <typename FloorOf>
+    Status divide(size_t chunk, const FloorOf& floorOf);
+    Status settle(size_t chunk);
     void placeCells();
 
     const SourceSet& _sources;
@@ -81,9 +89,10 @@ private:
     StoreStatistics _statistics;
     std::vector<Candidate> _candidates; ///< by ordinal, those of columns that chunks share
     std::mutex _mutex;
-    SharedNodes _shared;                ///< guarded by _mutex while points are sorted
-    std::map<CellKey, uint64_t> _taken; ///< points of shared cells, guarded by _mutex while they are divided
-    std::vector<Cell> _cells;           ///< guarded by _mutex while points are divided
+    SharedNodes _shared;                          ///< guarded by _mutex while chunks are added
+    std::vector<std::vector<DividedNode>> _nodes; ///< by chunk
+    std::vector<std::vector<TreeCell>> _cellsOf;  ///< by chunk
+    std::vector<Cell> _cells;
 };
 
 } // namespace VelBrx

@@ -30,9 +30,8 @@ PointSpool::PointSpool(const SourceSet& sources, const ChunkPlan& plan, std::vec
       _buffers(_chunks.size())
 {
     const uint64_t count = sources.pointCount();
-    _pointsStart = count * itemSize();
-    _levelsStart = _pointsStart + count * sizeof(TreePoint);
-    _flagsStart = _levelsStart + count;
+    _orderStart = count * itemSize();
+    _flagsStart = _orderStart + count * sizeof(uint32_t);
     _classesStart = _flagsStart + count;
     uint64_t start = _classesStart + count;
     for (size_t source = 0; source < _restLengths.size(); ++source) {
@@ -110,26 +109,16 @@ uint64_t PointSpool::ordinal(const uint8_t* item) const
     return _ordinalSize == 4 ? loadLe<uint32_t>(item + kPointSize) : loadLe<uint64_t>(item + kPointSize);
 }
 
-Status PointSpool::writePoints(const Chunk& chunk, const TreePoint* points)
+Status PointSpool::writeOrder(const Chunk& chunk, const uint32_t* order)
 {
-    return _file.write(_pointsStart + chunk.firstPoint * sizeof(TreePoint), points,
-                       chunk.pointCount * sizeof(TreePoint));
+    return _file.write(_orderStart + chunk.firstPoint * sizeof *order, order,
+                       chunk.pointCount * sizeof *order);
 }
 
-Status PointSpool::readPoints(const Chunk& chunk, TreePoint* points) const
+Status PointSpool::readOrder(const Chunk& chunk, uint32_t* order) const
 {
-    return _file.read(_pointsStart + chunk.firstPoint * sizeof(TreePoint), points,
-                      chunk.pointCount * sizeof(TreePoint));
-}
-
-Status PointSpool::writeCellLevels(const Chunk& chunk, const uint8_t* levels)
-{
-    return _file.write(_levelsStart + chunk.firstPoint, levels, chunk.pointCount);
-}
-
-Status PointSpool::readCellLevels(const Chunk& chunk, uint8_t* levels) const
-{
-    return _file.read(_levelsStart + chunk.firstPoint, levels, chunk.pointCount);
+    return _file.read(_orderStart + chunk.firstPoint * sizeof *order, order,
+                      chunk.pointCount * sizeof *order);
 }
 
 Status PointSpool::writeFlags(uint64_t firstOrdinal, const std::vector<uint8_t>& flags)

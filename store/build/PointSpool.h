@@ -20,7 +20,7 @@ std::unique_ptr<T[]> uninitialised(uint64_t count)
 }
 
 /// The points of a build between reading and writing, in a temporary file: store records with their ordinals
-/// by chunk, their order and the levels of their cells when they are known, and what the store keeps by
+/// by chunk, their order in the cells when it is known, and what the store keeps by
 /// ordinal. Any thread may call it; no two may write the same.
 class PointSpool
 {
@@ -50,12 +50,10 @@ public:
     uint64_t ordinal(const uint8_t* item) const;
     /// @}
 
-    /// \name Points of a chunk in Morton order; index counts the chunk's items
+    /// \name Order of a chunk's points in its cells: numbers of its items
     /// @{
-    Status writePoints(const Chunk& chunk, const TreePoint* points);
-    Status readPoints(const Chunk& chunk, TreePoint* points) const;
-    Status writeCellLevels(const Chunk& chunk, const uint8_t* levels);
-    Status readCellLevels(const Chunk& chunk, uint8_t* levels) const;
+    Status writeOrder(const Chunk& chunk, const uint32_t* order);
+    Status readOrder(const Chunk& chunk, uint32_t* order) const;
     /// @}
 
     /// \name By ordinal
@@ -90,8 +88,7 @@ private:
     const std::vector<Chunk>& _chunks;
     const std::vector<uint32_t> _restLengths; ///< by source
     const size_t _ordinalSize;
-    uint64_t _pointsStart = 0; ///< positions in the file
-    uint64_t _levelsStart = 0;
+    uint64_t _orderStart = 0; ///< positions in the file
     uint64_t _flagsStart = 0;
     uint64_t _classesStart = 0;
     std::vector<uint64_t> _restStarts; ///< by source

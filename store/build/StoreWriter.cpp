@@ -9,10 +9,8 @@
 #include "store/build/StoreHeader.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstring>
-#include <numeric>
 #include <utility>
 
 namespace VelBrx {
@@ -30,19 +28,6 @@ constexpr uint64_t kCopyBytes = 4 << 20;
 std::string nameOf(const std::string& path)
 {
     return path.substr(path.find_last_of('/') + 1);
-}
-
-/// The places of `levels` by level, those of one level in their order.
-std::vector<uint32_t> orderByLevel(const std::vector<uint8_t>& levels)
-{
-    std::array<uint32_t, kMaxLevel + 2> starts{};
-    for (uint8_t level : levels)
-        ++starts[level + 1u];
-    std::partial_sum(starts.begin(), starts.end(), starts.begin());
-    std::vector<uint32_t> order(levels.size());
-    for (uint32_t i = 0; i < levels.size(); ++i)
-        order[starts[levels[i]]++] = i;
-    return order;
 }
 
 } // namespace
@@ -207,9 +192,8 @@ Status StoreWriter::writePoints(OutputFile& file, RecordWriter& origin, BuildRun
         return writer.flush();
     };
     const Status status = run.forEach(_chunks.chunks().size(), [&](size_t i) {
-        const Chunk& chunk = _chunks.chunks()[i];
-        Status written = writeWith([&](ItemWriter& writer) { return writeChunk(chunk, writer, cursors); });
-        run.done(chunk.pointCount);
+        Status written = writeWith([&](ItemWriter& writer) { return writeChunk(i, writer, cursors); });
+        run.done(_chunks.chunks()[i].pointCount);
         return written;
     });
     if (!status) return status;
@@ -220,41 +204,37 @@ Status StoreWriter::writePoints(OutputFile& file, RecordWriter& origin, BuildRun
     });
 }
 
-Status StoreWriter::writeChunk(const Chunk& chunk, ItemWriter& writer, Cursors& cursors) const
+Status StoreWriter::writeChunk(size_t index, ItemWriter& writer, Cursors& cursors) const
 {
     PointSpool& spool = _chunks.spool();
+    const Chunk& chunk = _chunks.chunks()[index];
     const PointGate::Room room(_chunks.gate(), chunk.pointCount);
     const auto items = uninitialised<uint8_t>(chunk.pointCount * spool.itemSize());
-    const auto points = uninitialised<TreePoint>(chunk.pointCount);
-    std::vector<uint8_t> levels(chunk.pointCount);
+    const auto order = uninitialised<uint32_t>(chunk.pointCount);
     Status status = spool.readItems(chunk, items.get());
-    if (status) status = spool.readPoints(chunk, points.get());
-    if (status) status = spool.readCellLevels(chunk, levels.data());
+    if (status) status = spool.readOrder(chunk, order.get());
     if (!status) return status;
 
-    const std::vector<uint32_t> order = orderByLevel(levels);
     const auto itemAt = [&](size_t i) {
-        return &items[points[order[std::min(i, order.size() - 1)]].index * spool.itemSize()];
+        return &items[order[std::min(i, chunk.pointCount - 1)] * spool.itemSize()];
     };
     std::vector<uint8_t> shared;
-    for (size_t first = 0, end; first < order.size(); first = end) {
-        const unsigned level = levels[order[first]];
-        const uint64_t code = prefixOf(points[order[first]].code, level);
-        for (end = first + 1; end < order.size() && levels[order[end]] == level &&
-                              prefixOf(points[order[end]].code, level) == code;)
-            ++end;
-        const PointChunks::Cell& cell = _chunks.cell(level, code);
-        const size_t index = static_cast<size_t>(&cell - _chunks.cells().data());
-        const uint64_t done = cursors.ofCells[index].fetch_add(end - first);
+    size_t first = 0;
+    for (const TreeCell& taken : _chunks.cellsOf(index)) {
+        const PointChunks::Cell& cell = _chunks.cell(taken.level, taken.code);
+        const uint64_t done =
+            cursors.ofCells[static_cast<size_t>(&cell - _chunks.cells().data())].fetch_add(taken.pointCount);
         shared.clear();
-        for (size_t i = first; i < end; ++i) {
-            __builtin_prefetch(itemAt(i + kAhead));
+        for (size_t i = 0; i < taken.pointCount; ++i) {
+            const uint8_t* const item = itemAt(first + i);
+            __builtin_prefetch(itemAt(first + i + kAhead));
             if (cell.isShared)
-                shared.insert(shared.end(), itemAt(i), itemAt(i) + spool.itemSize());
-            else if (status = writer.write(cell.firstPoint + (i - first), itemAt(i)); !status)
+                shared.insert(shared.end(), item, item + spool.itemSize());
+            else if (status = writer.write(cell.firstPoint + i, item); !status)
                 return status;
         }
         if (status = spool.writeShared(cell.firstShared + done, shared); !status) return status;
+        first += taken.pointCount;
     }
     return {};
 }

@@ -35,7 +35,7 @@ private:
     void planFlags();
     std::vector<uint8_t> encodeCells(uint64_t storeId) const;
     Status writePoints(OutputFile& file, RecordWriter& origin, BuildRun& run) const;
-    Status writeChunk(const Chunk& chunk, ItemWriter& writer, Cursors& cursors) const;
+    Status writeChunk(size_t index, ItemWriter& writer, Cursors& cursors) const;
     Status writeSharedCell(const PointChunks::Cell& cell, ItemWriter& writer) const;
     Status writeFlags(RecordWriter& flags, BuildRun& run) const;
     Status writeRest(size_t source, RecordWriter& flags) const;

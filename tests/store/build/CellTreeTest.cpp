@@ -17,9 +17,10 @@ constexpr uint64_t kSide = uint64_t(1) << kMortonLevels;
 
 struct Divided
 {
-    std::vector<TreePoint> points;
-    std::vector<uint8_t> levels;
+    std::vector<TreePoint> wanted; ///< points with the level that wants them
+    std::vector<TreePoint> points; ///< the same with the level of the cell that takes them
     std::vector<TreeCell> cells;
+    std::vector<uint32_t> order;
 };
 
 /// Divides a cloud of which `place` gives a point's place on the finest grid.
@@ -39,28 +40,40 @@ Divided divideCloud(size_t count, const std::function<std::array<uint64_t, 3>(si
     for (TreePoint& point : points)
         point.code = mortonCodeOf(point.code);
     sortByCode(points.data(), count, scratch.data(), ordinals.data());
-    for (const TreePoint& point : points)
-        divided.levels.push_back(static_cast<uint8_t>(point.level));
-    divided.cells = divideIntoCells(points.data(), count, divided.levels.data(), {}, 0);
+    divided.wanted = points;
+    divided.order.resize(count);
+    divided.cells = divideIntoCells(points.data(), nodesOf(points.data(), count, 0).front(), 0,
+                                    NodeFloor::usual(0), divided.order.data());
     return divided;
 }
 
 /// Checks what holds for the cells of any cloud.
 void expectSound(const Divided& divided)
 {
-    std::map<std::pair<unsigned, uint64_t>, uint64_t> counts;
-    for (size_t i = 0; i < divided.points.size(); ++i)
-        ++counts[{divided.levels[i], prefixOf(divided.points[i].code, divided.levels[i])}];
+    std::map<CellKey, uint64_t> counts;
+    std::map<CellKey, uint64_t> below; // points of a cell and of its descendants
+    std::vector<CellKey> taker(divided.points.size());
+    for (const TreePoint& point : divided.points) {
+        taker[point.index] = {point.level, prefixOf(point.code, point.level)};
+        ++counts[taker[point.index]];
+        for (unsigned level = 0; level <= point.level; ++level)
+            ++below[{level, prefixOf(point.code, level)}];
+    }
     ASSERT_EQ(divided.cells.size(), counts.size()) << "a cell is empty or missing";
-    std::pair<unsigned, uint64_t> last{0, 0};
+    CellKey last{0, 0};
+    auto next = divided.order.begin();
     for (const TreeCell& cell : divided.cells) {
-        const std::pair<unsigned, uint64_t> key{cell.level, cell.code};
-        EXPECT_EQ(cell.pointCount, counts[key]);
+        const CellKey key{cell.level, cell.code};
+        ASSERT_EQ(cell.pointCount, counts[key]);
+        for (uint64_t i = 0; i < cell.pointCount; ++i)
+            ASSERT_EQ(taker[*next++], key) << "the order is that of the cells";
         EXPECT_TRUE(last < key || cell.level == 0) << "cells stand by level, then code";
         last = key;
         if (cell.level == 0) continue;
         EXPECT_TRUE(counts.count({cell.level - 1, cell.code >> 3})) << "a cell has no parent";
-        EXPECT_GE(cell.pointCount, kMinTaken);
+        if (below[key] <= kSmallNode) {
+            EXPECT_GE(cell.pointCount, kMinTaken);
+        }
     }
 }
 
@@ -118,21 +131,33 @@ TEST(CellTree, KeepsEachPointNoFinerThanItsLevelAndCoarseCellsEven)
     size_t taken = 0;
     size_t inRoot = 0;
     for (size_t i = 0; i < count; ++i) {
-        EXPECT_LE(divided.levels[i], divided.points[i].level)
+        EXPECT_LE(divided.points[i].level, divided.wanted[i].level)
             << "a point that a level wants is at hand there";
-        taken += divided.points[i].level == 0;
-        inRoot += divided.levels[i] == 0;
+        taken += divided.wanted[i].level == 0;
+        inRoot += divided.points[i].level == 0;
     }
     EXPECT_EQ(inRoot, taken) << "the root of a wide cloud is its even sample";
     std::map<CellKey, std::pair<uint64_t, uint64_t>> octants; // points that the cell has there, and wanted
     for (size_t i = 0; i < count; ++i) {
         auto& [has, wanted] =
-            octants[{divided.levels[i], prefixOf(divided.points[i].code, divided.levels[i] + 1u)}];
+            octants[{divided.points[i].level, prefixOf(divided.points[i].code, divided.points[i].level + 1)}];
         ++has;
-        wanted += divided.points[i].level <= divided.levels[i];
+        wanted += divided.wanted[i].level <= divided.points[i].level;
     }
     for (const auto& [octant, points] : octants)
         EXPECT_LE(points.first, points.second + std::max(points.second / 2, kCrumb));
+}
+
+TEST(CellTree, HasNoLargeCellsBecauseOfPointsFarOff)
+{
+    std::mt19937_64 random(7);
+    const Divided divided = divideCloud(300000, [&](size_t i) {
+        return i < 3 ? std::array{kSide - 1 - i, random() % kSide, random() % kSide}
+                     : std::array{random() % (kSide >> 8), random() % (kSide >> 8), uint64_t(9)};
+    });
+    expectSound(divided);
+    for (const TreeCell& cell : divided.cells)
+        EXPECT_LE(cell.pointCount, 100000u) << "level " << unsigned(cell.level);
 }
 
 TEST(CellTree, PutsAFewPointsIntoOneCell)
