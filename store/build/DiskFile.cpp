@@ -80,6 +80,12 @@ Status DiskFile::read(uint64_t position, void* data, uint64_t length) const
     return {};
 }
 
+void DiskFile::discard(uint64_t position, uint64_t length)
+{
+    fallocate(_descriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(position),
+              static_cast<off_t>(length));
+}
+
 Status DiskFile::close()
 {
     if (_descriptor < 0) return {};

@@ -36,6 +36,9 @@ public:
     Status write(uint64_t position, const void* data, uint64_t length);
     Status read(uint64_t position, void* data, uint64_t length) const;
 
+    /// Gives back memory and disk space of bytes that are not read again, where the file system can.
+    void discard(uint64_t position, uint64_t length);
+
     /// Brings the bytes to the disk and closes the file, where that is not done yet.
     Status close();
 

@@ -104,6 +104,11 @@ Status PointSpool::readItems(const Chunk& chunk, uint8_t* items) const
     return _file.read(chunk.firstPoint * itemSize(), items, chunk.pointCount * itemSize());
 }
 
+void PointSpool::discardItems(const Chunk& chunk)
+{
+    _file.discard(chunk.firstPoint * itemSize(), chunk.pointCount * itemSize());
+}
+
 uint64_t PointSpool::ordinal(const uint8_t* item) const
 {
     return _ordinalSize == 4 ? loadLe<uint32_t>(item + kPointSize) : loadLe<uint64_t>(item + kPointSize);

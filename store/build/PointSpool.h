@@ -47,6 +47,10 @@ public:
     Status flush();
 
     Status readItems(const Chunk& chunk, uint8_t* items) const;
+
+    /// Forgets a chunk's items: what the disk has not been given yet need not be written there.
+    void discardItems(const Chunk& chunk);
+
     uint64_t ordinal(const uint8_t* item) const;
     /// @}
 

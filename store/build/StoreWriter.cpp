@@ -214,6 +214,7 @@ Status StoreWriter::writeChunk(size_t index, ItemWriter& writer, Cursors& cursor
     Status status = spool.readItems(chunk, items.get());
     if (status) status = spool.readOrder(chunk, order.get());
     if (!status) return status;
+    spool.discardItems(chunk);
 
     const auto itemAt = [&](size_t i) {
         return &items[order[std::min(i, chunk.pointCount - 1)] * spool.itemSize()];

@@ -21,6 +21,9 @@ public:
         return _file.read(position, data, length);
     }
 
+    /// Gives back the memory and disk space of bytes that nobody reads again.
+    void discard(uint64_t position, uint64_t length) { _file.discard(position, length); }
+
 private:
     DiskFile _file;
 };
