@@ -54,15 +54,17 @@ public:
     {
         SymbolModel model{Zeroed{}};
         model._symbols = symbols;
-        for (unsigned k = 0; k < symbols; ++k)
+        model._total = symbols;
+        model._cycle = model._countdown = (symbols + 6) >> 1;
+        for (unsigned k = 0; k < symbols; ++k) {
             model._count[k] = 1;
+            model._bounds[kLead + k] = static_cast<uint16_t>((((1u << 31) / symbols) * k) >> 16);
+        }
         for (unsigned k = symbols; k < kPadded + 1; ++k)
             model._bounds[kLead + k] = kNeverReached;
         for (uint16_t& end : model._groupEnds)
             end = kNeverReached;
-        model._cycle = symbols;
-        model.update();
-        model._cycle = model._countdown = (symbols + 6) >> 1;
+        model.setGroupEnds();
         return model;
     }
 
@@ -101,6 +103,7 @@ private:
             return _mm_cmpeq_epi16(_mm_subs_epu16(eight, limit), _mm_setzero_si128());
         };
         uint64_t above = ~uint64_t{0};
+#pragma GCC unroll 4
         for (unsigned k = 0; k < n; k += 16)
             above ^=
                 uint64_t{static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(atMost(k), atMost(k + 8))))}
@@ -135,7 +138,7 @@ private:
         return _bounds[kLead + symbol + 1];
     }
 
-    constexpr void halve()
+    void halve()
     {
         _total = 0;
         for (unsigned k = 0; k < _symbols; ++k) {
@@ -144,30 +147,82 @@ private:
         }
     }
 
-    constexpr void update()
+    [[gnu::noinline]] void update()
     {
         _total += _cycle;
         if (_total > kMaxTotal) halve();
-        const uint32_t scale = (1u << 31) / _total;
-        uint32_t sum = 0;
-        for (unsigned k = 0; k < _symbols; ++k) {
-            _bounds[kLead + k] = static_cast<uint16_t>((scale * sum) >> 16);
-            sum += _count[k];
-            if (_count[k] > _count[_likely]) _likely = k;
-        }
-        if constexpr (kGrouped)
-            for (unsigned k = kGroupSize; k < _symbols; k += kGroupSize)
-                _groupEnds[k / kGroupSize - 1] = _bounds[kLead + k];
+        setBounds((1u << 31) / _total);
+        setGroupEnds();
+        _likely = mostFrequent();
         const uint32_t longest = 8 * (_symbols + 6);
         const uint32_t longer = (5 * _cycle) >> 2;
         _cycle = longer < longest ? longer : longest;
         _countdown = _cycle;
     }
 
+    /// Each bound is the sum of the counts below times `scale` / 2^16.
+    void setBounds(uint32_t scale)
+    {
+#ifdef __SSE2__
+        const __m128i upperScale = _mm_set1_epi16(static_cast<short>(scale >> 16));
+        const __m128i lowerScale = _mm_set1_epi16(static_cast<short>(scale & 0xFFFF));
+        __m128i sumBelow = _mm_setzero_si128();
+        for (unsigned k = 0; k < _symbols; k += 8) {
+            __m128i sums = _mm_load_si128(reinterpret_cast<const __m128i*>(_count + k));
+            sums = _mm_add_epi16(sums, _mm_slli_si128(sums, 2));
+            sums = _mm_add_epi16(sums, _mm_slli_si128(sums, 4));
+            sums = _mm_add_epi16(sums, _mm_slli_si128(sums, 8));
+            sums = _mm_add_epi16(sums, sumBelow);
+            const __m128i bounds =
+                _mm_add_epi16(_mm_mullo_epi16(upperScale, sums), _mm_mulhi_epu16(lowerScale, sums));
+            _mm_store_si128(reinterpret_cast<__m128i*>(_bounds + kLead + 1 + k), bounds);
+            sumBelow = _mm_shuffle_epi32(_mm_shufflehi_epi16(sums, 0xFF), 0xFF);
+        }
+        for (unsigned k = _symbols; k <= (_symbols + 7) / 8 * 8; ++k)
+            _bounds[kLead + k] = kNeverReached;
+#else
+        uint32_t sumBelow = 0;
+        for (unsigned k = 0; k < _symbols; ++k) {
+            _bounds[kLead + k] = static_cast<uint16_t>((scale * sumBelow) >> 16);
+            sumBelow += _count[k];
+        }
+#endif
+    }
+
+    unsigned mostFrequent() const
+    {
+#ifdef __SSE2__
+        const auto counts = [&](unsigned k) {
+            return _mm_load_si128(reinterpret_cast<const __m128i*>(_count + k));
+        };
+        __m128i most = counts(0); // signed: there are two symbols at least, so each count is below 2^15
+        for (unsigned k = 8; k < _symbols; k += 8)
+            most = _mm_max_epi16(most, counts(k));
+        most = _mm_max_epi16(most, _mm_shuffle_epi32(most, _MM_SHUFFLE(1, 0, 3, 2)));
+        most = _mm_max_epi16(most, _mm_shuffle_epi32(most, _MM_SHUFFLE(2, 3, 0, 1)));
+        most = _mm_max_epi16(most, _mm_slli_epi32(most, 16));
+        most = _mm_max_epi16(most, _mm_srli_epi32(most, 16));
+        unsigned found = 0;
+        unsigned k = 0;
+        for (; found == 0; k += 8)
+            found = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(counts(k), most)));
+        return k - 8 + static_cast<unsigned>(__builtin_ctz(found)) / 2;
+#else
+        return static_cast<unsigned>(std::max_element(_count, _count + _symbols) - _count);
+#endif
+    }
+
+    constexpr void setGroupEnds()
+    {
+        if constexpr (kGrouped)
+            for (unsigned k = kGroupSize; k < _symbols; k += kGroupSize)
+                _groupEnds[k / kGroupSize - 1] = _bounds[kLead + k];
+    }
+
     /// From `kLead` on the lower end of each symbol's interval, in units of 2^-15, then `kNeverReached`.
     alignas(16) uint16_t _bounds[kLead + 1 + kPadded];
     alignas(16) uint16_t _groupEnds[kGroups]; ///< lower ends of every kGroupSize-th symbol but the first
-    uint16_t _count[kPadded];
+    alignas(16) uint16_t _count[kPadded];
     uint32_t _symbols;
     uint32_t _likely; ///< the most frequent symbol when the model was last updated
     uint32_t _total;
@@ -191,8 +246,12 @@ public:
         _end = end;
         _overrun = _corrupt = false;
         _length = 0xFFFFFFFFu;
-        _value = peek();
-        advance(4);
+        _value = 0;
+        take(32);
+        if (_value >= _length) { // the value is less ever after, else an interval could not be found
+            _corrupt = true;
+            _value = 0;
+        }
     }
 
     unsigned bit(BitModel& model)
@@ -219,13 +278,13 @@ public:
         const uint32_t unit = _length >> SymbolModel<kCapacity>::kScaleBits;
         const unsigned likely = model._likely;
         const auto [low, width] = interval(model, likely, unit);
-        if (_value - low < width) return take(model, likely, low, width);
+        if (_value - low < width) return narrow(model, likely, low, width);
         return search(model, unit);
     }
 
     /// The same for symbols that are about equally likely.
     template <unsigned kCapacity>
-    unsigned evenSymbol(SymbolModel<kCapacity>& model)
+    [[gnu::always_inline]] unsigned evenSymbol(SymbolModel<kCapacity>& model)
     {
         return search(model, _length >> SymbolModel<kCapacity>::kScaleBits);
     }
@@ -266,15 +325,16 @@ private:
     }
 
     template <unsigned kCapacity>
-    unsigned search(SymbolModel<kCapacity>& model, uint32_t unit)
+    [[gnu::always_inline]] unsigned search(SymbolModel<kCapacity>& model, uint32_t unit)
     {
         const unsigned symbol = model.find(static_cast<uint16_t>(_value / unit));
         const auto [low, width] = interval(model, symbol, unit);
-        return take(model, symbol, low, width);
+        return narrow(model, symbol, low, width);
     }
 
     template <unsigned kCapacity>
-    unsigned take(SymbolModel<kCapacity>& model, unsigned symbol, uint32_t low, uint32_t width)
+    [[gnu::always_inline]] unsigned narrow(SymbolModel<kCapacity>& model, unsigned symbol, uint32_t low,
+                                           uint32_t width)
     {
         _value -= low;
         _length = width;
@@ -294,40 +354,45 @@ private:
         return result & ((1u << n) - 1);
     }
 
-    /// The next four bytes, the first the most significant; zeros behind the end.
-    uint32_t peek() const { return _end - _next >= 4 ? loadBigEndian(_next) : peekAtEnd(); }
-
     static uint32_t loadBigEndian(const uint8_t* bytes)
     {
         return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
                static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
     }
 
-    [[gnu::noinline, gnu::cold]] uint32_t peekAtEnd() const
+    /// Moves the next `bits`, at most 32 in whole bytes, into the value. Behind the end are zeros.
+    void take(unsigned bits)
     {
-        uint8_t bytes[4] = {0, 0, 0, 0};
-        std::copy(_next, _end, bytes);
-        return loadBigEndian(bytes);
+        size_t count = bits / 8;
+        const auto left = static_cast<size_t>(_end - _next);
+        uint32_t nextFour;
+        if (left >= 4)
+            nextFour = loadBigEndian(_next);
+        else {
+            nextFour = loadAtEnd(_next, left);
+            if (count > left) {
+                count = left;
+                _overrun = true;
+            }
+        }
+        _value = static_cast<uint32_t>(((uint64_t{_value} << 32 | nextFour) << bits) >> 32);
+        _next += count;
     }
 
-    void advance(unsigned count)
+    [[gnu::noinline, gnu::cold]] static uint32_t loadAtEnd(const uint8_t* next, size_t left)
     {
-        if (static_cast<size_t>(_end - _next) >= count)
-            _next += count;
-        else {
-            _next = _end;
-            _overrun = true;
-        }
+        uint8_t bytes[4] = {0, 0, 0, 0};
+        std::copy_n(next, left, bytes);
+        return loadBigEndian(bytes);
     }
 
     /// Takes whole bytes until the length has its highest byte again. The length is at least 32 before, since
     /// every interval of a model is at least 2^-15 of a length of at least 2^24, and of `bits` 2^-19.
     void renormalise()
     {
-        const unsigned shift = static_cast<unsigned>(__builtin_clz(_length)) & 24u;
-        _length <<= shift;
-        _value = static_cast<uint32_t>(((static_cast<uint64_t>(_value) << 32 | peek()) << shift) >> 32);
-        advance(shift >> 3);
+        const unsigned bits = static_cast<unsigned>(__builtin_clz(_length)) & 24u;
+        _length <<= bits;
+        take(bits);
     }
 
     uint32_t _value = 0;

@@ -21,10 +21,12 @@ public:
     }
 
     /// The value; of 8 and 16 bits the low bits count, the rest is zero.
-    uint32_t decode(ArithmeticDecoder& decoder, uint32_t prediction, WidthModel& widthModel)
+    uint32_t decode(ArithmeticDecoder& stream, uint32_t prediction, WidthModel& widthModel)
     {
+        ArithmeticDecoder decoder = stream; // a copy of its own stays in registers
         _width = decoder.evenSymbol(widthModel);
         const uint32_t value = prediction + correction(decoder);
+        stream = decoder;
         if constexpr (kBits == 32)
             return value;
         else
@@ -48,7 +50,9 @@ private:
             value = value << rawBits | decoder.bits(rawBits);
         }
         // The width leaves out what fewer bits would hold: [-(2^w - 1), -2^(w-1)] and [2^(w-1) + 1, 2^w].
-        return value >= 1u << (_width - 1) ? value + 1 : value - ((1u << _width) - 1);
+        // Both signs are about as likely, so a branch would often be mispredicted.
+        const uint32_t isNegative = (value >> (_width - 1)) ^ 1u;
+        return value + 1 - (isNegative << _width);
     }
 
     SymbolModel<256>& correctionModel()

@@ -40,19 +40,25 @@ public:
     {
         const auto value = static_cast<int32_t>(bits);
         const int32_t median = _sorted[2];
-        const int32_t* kept = _sorted + (_dropLargest ? 0 : 1);
+        const int32_t* kept = _sorted + (_dropLargest ^ 1);
         const int32_t a = kept[0], b = kept[1], c = kept[2], d = kept[3];
-        _sorted[0] = std::min(a, value);
-        _sorted[1] = std::min(std::max(a, value), b);
-        _sorted[2] = std::min(std::max(b, value), c);
-        _sorted[3] = std::min(std::max(c, value), d);
-        _sorted[4] = std::max(d, value);
-        _dropLargest = _dropLargest ? value < median : value <= median;
+        _sorted[0] = smaller(a, value);
+        _sorted[1] = smaller(larger(a, value), b);
+        _sorted[2] = smaller(larger(b, value), c);
+        _sorted[3] = smaller(larger(c, value), d);
+        _sorted[4] = larger(d, value);
+        _dropLargest = static_cast<unsigned>(value < median) |
+                       (static_cast<unsigned>(value == median) & (_dropLargest ^ 1));
     }
 
 private:
+    // Branches on coordinates would often be mispredicted. The compiler makes them of std::min and std::max,
+    // which take references, and of a condition.
+    static int32_t smaller(int32_t a, int32_t b) { return a < b ? a : b; }
+    static int32_t larger(int32_t a, int32_t b) { return a < b ? b : a; }
+
     int32_t _sorted[5] = {0, 0, 0, 0, 0};
-    bool _dropLargest = true;
+    unsigned _dropLargest = 1; ///< 0 drops the smallest
 };
 
 /// Context of a width that follows another's: widths in pairs, all from `cap` on in one.

@@ -115,6 +115,23 @@ TEST(ArithmeticDecoder, TellsWhenItsBytesAreUsedUp)
     EXPECT_TRUE(decoder.overrun());
 }
 
+/// A value that is not below the length from the start would leave the intervals of all symbols.
+TEST(ArithmeticDecoder, GivesNoSymbolThatItsModelLacks)
+{
+    std::mt19937 random(3);
+    for (unsigned trial = 0; trial < 20000; ++trial) {
+        std::vector<uint8_t> bytes(64, 0xFF);
+        for (size_t k = 4; k < bytes.size(); ++k)
+            bytes[k] = static_cast<uint8_t>(random() | (random() % 2) * 0xFF);
+        ArithmeticDecoder decoder;
+        start(decoder, bytes);
+        EXPECT_TRUE(decoder.corrupt());
+        SymbolModel<256> model = kFreshModel<256>;
+        for (unsigned k = 0; k < 60; ++k)
+            ASSERT_LT(decoder.symbol(model), 256u);
+    }
+}
+
 TEST(IntegerDecoder, GivesBackExtremesAndWrapsAround)
 {
     std::mt19937 random(2);
