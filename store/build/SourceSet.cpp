@@ -1,6 +1,7 @@
 #include "store/build/SourceSet.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cmath>
 #include <filesystem>
@@ -12,6 +13,8 @@ namespace VelBrx {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr uint16_t kMaxNarrowColor = 255;
 
 /// Whether a header's bounds are those of the points, to half a step of the coordinates.
 bool boundsAreRight(const LasFile& file, const RecordScan& scan)
@@ -103,16 +106,20 @@ Status SourceSet::open(const std::string& path, bool isOnly)
 Status SourceSet::scan(BuildRun& run, const Look& look)
 {
     const std::vector<Part> all = parts();
-    std::mutex mutex; // guards the sources' scans
+    std::mutex mutex;                       // guards the sources' scans
+    std::atomic<bool> hasWideColors{false}; // one is enough: the others need not be decoded
     const Status status = run.forEach(all.size(), [&](size_t i) -> Status {
         BuildSource& source = _sources[all[i].source];
         RecordScan scan;
-        Status read = source.points->readPart(all[i].index, [&](const PointBatch& batch) {
+        const auto use = [&](const PointBatch& batch) {
             const size_t count = batch.records.size() / source.format.recordLength();
             source.format.scan(batch.records.data(), count, scan);
             look(all[i].source, batch);
             return run.step(count);
-        });
+        };
+        Status read = source.points->readPart(
+            all[i].index, use, hasWideColors ? RecordFields::Places : RecordFields::PlacesAndColors);
+        if (scan.maxColor > kMaxNarrowColor) hasWideColors = true;
         const std::lock_guard lock(mutex);
         source.scan.add(scan);
         return read;
@@ -128,10 +135,11 @@ Status SourceSet::read(BuildRun& run, const Look& look) const
     const std::vector<Part> all = parts();
     return run.forEach(all.size(), [&](size_t i) -> Status {
         const BuildSource& source = _sources[all[i].source];
-        return source.points->readPart(all[i].index, [&](const PointBatch& batch) {
+        const auto use = [&](const PointBatch& batch) {
             look(all[i].source, batch);
             return run.step(batch.records.size() / source.format.recordLength());
-        });
+        };
+        return source.points->readPart(all[i].index, use, RecordFields::Places);
     });
 }
 
@@ -139,8 +147,6 @@ void SourceSet::noteHeader(const BuildSource& source)
 {
     const LasFile& file = source.points->file();
     if (file.pointCount == 0) return;
-    for (const std::string& note : source.points->notes())
-        _notes.push_back(file.path + ": " + note);
     if (!boundsAreRight(file, source.scan))
         _notes.push_back(file.path +
                          ": the header's bounds are not those of the points; the store has the right ones");
@@ -148,6 +154,15 @@ void SourceSet::noteHeader(const BuildSource& source)
         _notes.push_back(
             file.path +
             ": the header's points by return are not those of the points; the store has the right ones");
+}
+
+std::vector<std::string> SourceSet::notes() const
+{
+    std::vector<std::string> notes = _notes;
+    for (const BuildSource& source : _sources)
+        for (const std::string& note : source.points->notes())
+            notes.push_back(source.points->file().path + ": " + note);
+    return notes;
 }
 
 std::vector<const LasFile*> SourceSet::files() const
@@ -192,7 +207,7 @@ bool SourceSet::hasNarrowColors() const
     uint16_t maxColor = 0;
     for (const BuildSource& source : _sources)
         maxColor = std::max(maxColor, source.scan.maxColor);
-    return maxColor > 0 && maxColor <= 255;
+    return maxColor > 0 && maxColor <= kMaxNarrowColor;
 }
 
 std::vector<SourceSet::Part> SourceSet::parts() const

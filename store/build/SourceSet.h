@@ -30,13 +30,14 @@ public:
     /// Opens the files, those of folders too, and reads their heads.
     Status open(const std::vector<std::string>& paths);
 
-    /// What may look at batches of source records as they are read. Any thread.
+    /// What may look at the places in batches of source records as they are read. Any thread.
     using Look = std::function<void(size_t source, const PointBatch& batch)>;
 
-    /// Reads all points once. Afterwards `notes` tells what of the headers is wrong.
+    /// Reads the places of all points once, and as many colours as tell how wide they are. Afterwards `notes`
+    /// tells what of the headers is wrong.
     Status scan(BuildRun& run, const Look& look);
 
-    /// Reads all points once more.
+    /// Reads the places of all points once more.
     Status read(BuildRun& run, const Look& look) const;
 
     const std::vector<BuildSource>& sources() const { return _sources; }
@@ -61,7 +62,8 @@ public:
     /// All parts of all sources in order.
     std::vector<Part> parts() const;
 
-    const std::vector<std::string>& notes() const { return _notes; }
+    /// What seemed wrong with the files, and with their points as far as they have been decoded.
+    std::vector<std::string> notes() const;
 
 private:
     Status open(const std::string& path, bool isOnly);

@@ -17,7 +17,7 @@ public:
 
     uint64_t partCount() const override { return (file().pointCount + partPoints() - 1) / partPoints(); }
 
-    Status readPart(uint64_t index, const Use& use) const override
+    Status readPart(uint64_t index, const Use& use, RecordFields) const override
     {
         FileReader input;
         if (Status status = input.open(file().path); !status)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "store/las/LasFile.h"
+#include "store/las/RecordFields.h"
 
 #include <algorithm>
 #include <functional>
@@ -38,7 +39,8 @@ public:
 
     /// Hands the records of a part to `use`, one batch after the other, so that a part may be larger than
     /// memory. A failure of `use` ends it and is returned.
-    virtual Status readPart(uint64_t index, const Use& use) const = 0;
+    virtual Status readPart(uint64_t index, const Use& use,
+                            RecordFields fields = RecordFields::All) const = 0;
 
     /// What seemed wrong with the points read until now, a line each without the path.
     virtual std::vector<std::string> notes() const { return {}; }

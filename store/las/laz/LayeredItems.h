@@ -1,5 +1,6 @@
 #pragma once
 
+#include "store/las/RecordFields.h"
 #include "store/las/laz/AttributeDecoders.h"
 
 #include <cstring>
@@ -13,7 +14,8 @@ namespace VelBrx::Laz {
 struct Layer
 {
     ArithmeticDecoder decoder;
-    bool present = false;
+    RecordFields fields = RecordFields::All; ///< the least that a reader asks for to have it decoded
+    bool present = false;                    ///< in the chunk, and asked for
 };
 
 constexpr unsigned kChannels = 4;
@@ -53,6 +55,7 @@ class LayeredPointDecoder
 public:
     static constexpr size_t kSize = Point14::kSize + 8;
     static constexpr unsigned kLayers = 9;
+    static constexpr unsigned kPlaceLayers = 2; ///< the first ones: x, y and returns, z
 
     void reset(const uint8_t* record)
     {
@@ -79,7 +82,7 @@ public:
     }
 
 private:
-    /// Layers in the order of the file.
+    /// Layers in the order of the file. All the others need the first, and no other.
     enum LayerIndex
     {
         kReturnsAndXy,

@@ -60,14 +60,14 @@ public:
     explicit Impl(const LazItems& items) : _recordLength(items.recordLength) {}
     virtual ~Impl() = default;
 
-    Status start(const uint8_t* data, size_t size, uint64_t pointCount)
+    Status start(const uint8_t* data, size_t size, uint64_t pointCount, RecordFields fields)
     {
         _begin = _first = data;
         _size = size;
         _left = 0;
         if (pointCount == 0) return {};
         if (size < _recordLength) return damaged("a chunk is shorter than one point");
-        if (Status status = startStreams(data + _recordLength, data + size, pointCount); !status)
+        if (Status status = startStreams(data + _recordLength, data + size, pointCount, fields); !status)
             return status;
         _left = pointCount;
         return {};
@@ -107,7 +107,8 @@ private:
     static constexpr uint64_t kCheckedPoints = 1024;
 
     /// Sets all models up from the first record, which stands before `streams`.
-    virtual Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t pointCount) = 0;
+    virtual Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t pointCount,
+                                RecordFields fields) = 0;
     virtual void decodePoints(uint8_t* records, uint64_t count) = 0;
     virtual bool failed() const = 0;
     /// Whether every stream ends where its last value does.
@@ -156,7 +157,8 @@ private:
         return {PointwiseItem<Models>(models, item.size), at};
     }
 
-    Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t) override
+    /// In one stream no field can be left out.
+    Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t, RecordFields) override
     {
         const uint8_t* record = streams - _recordLength;
         _point.reset(record);
@@ -225,6 +227,10 @@ public:
             at += item.size;
         }
         _layers.resize(layer);
+        for (size_t k = 0; k < LayeredPointDecoder::kPlaceLayers; ++k)
+            _layers[k].fields = RecordFields::Places;
+        if (_rgb) _layers[_rgb->layer].fields = RecordFields::PlacesAndColors;
+        if (_rgbNir) _layers[_rgbNir->layer].fields = RecordFields::PlacesAndColors;
     }
 
 private:
@@ -246,10 +252,11 @@ private:
         size_t layer;
     };
 
-    Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t pointCount) override
+    Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t pointCount,
+                        RecordFields fields) override
     {
         const uint8_t* record = streams - _recordLength;
-        if (Status status = startLayers(streams, end, pointCount); !status) return status;
+        if (Status status = startLayers(streams, end, pointCount, fields); !status) return status;
         _point.reset(record);
         const unsigned channel = _point.channel();
         if (_rgb) _rgb->decoder.reset(record + _rgb->at, channel);
@@ -260,7 +267,7 @@ private:
     }
 
     /// The count of points and the sizes of all layers stand before the layers.
-    Status startLayers(const uint8_t* streams, const uint8_t* end, uint64_t pointCount)
+    Status startLayers(const uint8_t* streams, const uint8_t* end, uint64_t pointCount, RecordFields fields)
     {
         const size_t headSize = 4 * (1 + _layers.size());
         if (static_cast<size_t>(end - streams) < headSize) return damaged("a chunk ends before its layers");
@@ -271,7 +278,7 @@ private:
         for (Layer& layer : _layers) {
             const auto size = loadLe<uint32_t>(sizes);
             if (size > static_cast<size_t>(end - next)) return damaged("a layer reaches behind its chunk");
-            layer.present = size > 0;
+            layer.present = size > 0 && layer.fields <= fields;
             layer.decoder.start(next, next + size);
             next += size;
             sizes += 4;
@@ -331,9 +338,9 @@ LazChunkDecoder::LazChunkDecoder(const LazItems& items)
 
 LazChunkDecoder::~LazChunkDecoder() = default;
 
-Status LazChunkDecoder::start(const uint8_t* data, size_t size, uint64_t pointCount)
+Status LazChunkDecoder::start(const uint8_t* data, size_t size, uint64_t pointCount, RecordFields fields)
 {
-    return _impl->start(data, size, pointCount);
+    return _impl->start(data, size, pointCount, fields);
 }
 
 Status LazChunkDecoder::read(uint8_t* records, uint64_t count)

@@ -13,7 +13,7 @@ uint64_t LazPointSource::partCount() const
     return file().laz->chunks.chunks.size();
 }
 
-Status LazPointSource::readPart(uint64_t index, const Use& use) const
+Status LazPointSource::readPart(uint64_t index, const Use& use, RecordFields fields) const
 {
     FileReader input;
     if (Status status = input.open(file().path); !status)
@@ -23,20 +23,22 @@ Status LazPointSource::readPart(uint64_t index, const Use& use) const
     worker->bytes.resize(chunk.size);
     if (!input.read(static_cast<int64_t>(chunk.position), worker->bytes.data(), worker->bytes.size()))
         return Status::failure(file().path + ": its points cannot be read");
-    const Status status = decode(*worker, chunk, use);
+    const Status status = decode(*worker, chunk, fields, use);
     if (status && file().laz->items.hasChunks() && !worker->decoder.endsExactly()) ++_doubtful;
     giveBack(std::move(worker));
     return status;
 }
 
-Status LazPointSource::decode(Worker& worker, const LazChunk& chunk, const Use& use) const
+Status LazPointSource::decode(Worker& worker, const LazChunk& chunk, RecordFields fields,
+                              const Use& use) const
 {
     const auto failure = [&](const Status& status) {
         return Status::failure(file().path + ": its points from number " +
                                std::to_string(chunk.firstPoint + 1) +
                                " on cannot be read: " + status.message());
     };
-    if (Status status = worker.decoder.start(worker.bytes.data(), worker.bytes.size(), chunk.pointCount);
+    if (Status status =
+            worker.decoder.start(worker.bytes.data(), worker.bytes.size(), chunk.pointCount, fields);
         !status)
         return failure(status);
     const uint64_t most = batchPoints(file().recordLength);

@@ -20,7 +20,7 @@ public:
     ~LazPointSource() override;
 
     uint64_t partCount() const override;
-    Status readPart(uint64_t index, const Use& use) const override;
+    Status readPart(uint64_t index, const Use& use, RecordFields fields) const override;
     std::vector<std::string> notes() const override;
 
 private:
@@ -36,7 +36,7 @@ private:
 
     std::unique_ptr<Worker> takeWorker() const;
     void giveBack(std::unique_ptr<Worker> worker) const;
-    Status decode(Worker& worker, const LazChunk& chunk, const Use& use) const;
+    Status decode(Worker& worker, const LazChunk& chunk, RecordFields fields, const Use& use) const;
 
     mutable std::mutex _mutex;
     mutable std::vector<std::unique_ptr<Worker>> _idle; ///< guarded by `_mutex`

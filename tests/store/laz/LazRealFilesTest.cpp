@@ -3,6 +3,9 @@
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"
 
+#include "store/ByteIo.h"
+#include "store/las/RecordFormat.h"
+
 #include <VelBrx/Builder.h>
 #include <VelBrx/Verify.h>
 
@@ -107,6 +110,63 @@ TEST_F(LazRealFiles, RecordsHaveTheirListedSums)
         ++checked;
     }
     EXPECT_GE(checked, 45u);
+}
+
+TEST_F(LazRealFiles, ScanTheSameWithoutTheFieldsThatAScanLeavesOut)
+{
+    unsigned spared = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(_folder)) {
+        if (!isLaz(entry.path())) continue;
+        const ReadPoints whole = readPoints(entry.path());
+        if (!whole.status) continue;
+        SCOPED_TRACE(entry.path().string());
+        const RecordFormat format(whole.file.pointFormat, whole.file.recordLength);
+        const auto scanned = [&](const ReadPoints& points) {
+            RecordScan scan;
+            format.scan(points.records.data(), points.records.size() / format.recordLength(), scan);
+            return scan;
+        };
+        const RecordScan all = scanned(whole);
+        for (const RecordFields fields : {RecordFields::Places, RecordFields::PlacesAndColors}) {
+            const ReadPoints some = readPoints(entry.path(), fields);
+            ASSERT_TRUE(some.status) << some.status.message();
+            ASSERT_EQ(whole.records.size(), some.records.size());
+            for (size_t at = 0; at < whole.records.size(); at += format.recordLength())
+                ASSERT_TRUE(std::equal(&whole.records[at], &whole.records[at] + 12, &some.records[at])) << at;
+            const RecordScan scan = scanned(some);
+            EXPECT_EQ(all.pointsByReturn, scan.pointsByReturn);
+            EXPECT_TRUE(fields == RecordFields::Places || all.maxColor == scan.maxColor);
+            spared += some.records != whole.records;
+        }
+    }
+    EXPECT_GE(spared, 20u) << "what is not asked for is not decoded";
+}
+
+TEST_F(LazRealFiles, BuildsFailOfDamageThatTheirScanDoesNotMeet)
+{
+    // Chunks of this file start with a point of 36 bytes, their number of points and the sizes of ten layers.
+    const fs::path path = _folder / "survey" / "silvimetric__autzen_test.copc.laz";
+    const ReadPoints whole = readPoints(path, RecordFields::Places);
+    ASSERT_EQ(36u, whole.file.recordLength);
+    const LazChunk& chunk = whole.file.laz->chunks.chunks.back();
+    const size_t sizes = chunk.position + 36 + 4;
+    std::vector<uint8_t> bytes = readFile(path);
+    size_t gpsTime = sizes + 4 * 10;
+    for (size_t layer = 0; layer < 8; ++layer)
+        gpsTime += loadLe<uint32_t>(&bytes[sizes + 4 * layer]);
+    std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(gpsTime), 100, uint8_t{0xFF});
+
+    const TempFolder folder;
+    BuildOptions options;
+    options.inputs = {folder.write("damaged.laz", bytes)};
+    options.output = folder.file("store.brx");
+    EXPECT_TRUE(readPoints(options.inputs.front(), RecordFields::Places).status);
+    BuildReport report;
+    const Status status = buildStore(options, report);
+    EXPECT_FALSE(status);
+    EXPECT_NE(std::string::npos, status.message().find("damaged.laz: its points from number"))
+        << status.message();
+    EXPECT_EQ(1, std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()));
 }
 
 TEST_F(LazRealFiles, LayeredFilesWithFaultsAreReadOrFail)

@@ -4,19 +4,23 @@
 
 using namespace VelBrx;
 
-ReadPoints readPoints(const std::string& path)
+ReadPoints readPoints(const std::string& path, RecordFields fields)
 {
     ReadPoints points;
     std::unique_ptr<PointSource> source;
     points.status = openPointSource(path, source);
     for (uint64_t part = 0; points.status && part < source->partCount(); ++part)
-        points.status = source->readPart(part, [&](const PointBatch& batch) {
-            if (batch.first * source->file().recordLength != points.records.size())
-                return Status::failure("a batch does not follow on the last one");
-            points.records.insert(points.records.end(), batch.records.begin(), batch.records.end());
-            return Status();
-        });
+        points.status = source->readPart(
+            part,
+            [&](const PointBatch& batch) {
+                if (batch.first * source->file().recordLength != points.records.size())
+                    return Status::failure("a batch does not follow on the last one");
+                points.records.insert(points.records.end(), batch.records.begin(), batch.records.end());
+                return Status();
+            },
+            fields);
     if (!source) return points;
+    points.file = source->file();
     points.notes = source->file().notes;
     for (const std::string& note : source->notes())
         points.notes.push_back(note);
