@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 using namespace VelOsgDBBrx;
@@ -31,10 +30,10 @@ CategoryCalcTool& tool()
 
 bool isHidden(const LasRecords& records, size_t point)
 {
-    return records.flags(point) & 0x0F;
+    return records.flags(point) & kHiddenBits;
 }
 
-class CategoryCalcToolTest : public testing::Test
+class CategoryCalcToolTest : public ClassifiedScene
 {
 protected:
     void SetUp() override
@@ -51,22 +50,6 @@ protected:
     }
 
     using Status = VelBrx::Status;
-
-    /// The points that an edit with this polygon may reach when nothing is waived.
-    std::vector<bool> visibleUnder(const Polygon& polygon) const
-    {
-        std::vector<bool> under = pointsUnder(records, polygon, screen);
-        for (size_t i = 0; i < under.size(); ++i)
-            under[i] = under[i] && !isHidden(records, i);
-        return under;
-    }
-
-    TempFolder folder;
-    std::string path = writeClassifiedStore(folder);
-    LoadedStore store{path};
-    Screen screen = Screen::lookingAt({-90, -160, 120}, {3, -2, 1});
-    const LasRecords records{path};
-    const Classes before = storedClasses(path);
 };
 
 bool always(size_t)
@@ -104,30 +87,6 @@ TEST_F(CategoryCalcToolTest, EditsTheFromClassesOfEveryVisiblePointUnderThePolyg
     EXPECT_FALSE(tool().hasUnwritten());
     EXPECT_EQ(shownClasses(*store.octree()), expected);
     EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected)) << "writing is no save";
-}
-
-TEST_F(CategoryCalcToolTest, CountsTheSelectionByClassAndLeavesAllAsItWasInADryRun)
-{
-    const std::vector<bool> under = visibleUnder(kArrow);
-    const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 3);
-    edit->base.setFromClasses({1, 3});
-    const CategoryReport::Counts counts = pushAndWait(kUid, edit, true)->counts();
-
-    CategoryReport::Counts expected;
-    for (size_t i = 0; i < before.size(); ++i)
-        if (under[i]) {
-            ++expected.selected;
-            ++expected.before[before[i]];
-            ++expected.after[before[i] == 1 ? 3 : before[i]];
-            expected.changed += before[i] == 1;
-        }
-    EXPECT_EQ(counts.selected, expected.selected);
-    EXPECT_EQ(counts.changed, expected.changed);
-    EXPECT_EQ(counts.before, expected.before);
-    EXPECT_EQ(counts.after, expected.after);
-    EXPECT_TRUE(tool().getAllModify().empty());
-    EXPECT_EQ(shownClasses(*store.octree()), before);
-    EXPECT_EQ(pushAndWait(Category::UNDO)->counts().changed, 0u) << "a dry run is nothing to undo";
 }
 
 TEST_F(CategoryCalcToolTest, LeavesOutWhatTheOperatorDoesNotSeeUnlessTheRecordWaivesThat)
@@ -491,29 +450,6 @@ TEST_F(CategoryCalcToolTest, HandlesRequestsOfSeveralThreadsAndIsAskedMeanwhile)
     asker.join();
     EXPECT_TRUE(tool().getAllModify64()[kUid].empty());
     EXPECT_EQ(shownClasses(*store.octree()), before);
-}
-
-TEST(CategoryRecords, ShareWhatTheyReferToAndCopyTheRest)
-{
-    const osg::ref_ptr<osg::Image> target = new osg::Image;
-    PolygonCmd original;
-    original.target = target;
-    original.base.polygon = kArrow;
-    original.base.classTable[254] = 0;
-    PolygonCmd copy(original);
-    EXPECT_EQ(target->referenceCount(), 3);
-    EXPECT_EQ(copy.base.polygon, kArrow);
-    EXPECT_EQ(copy.base.classTable, original.base.classTable);
-    copy.base.polygon.clear();
-    EXPECT_EQ(original.base.polygon, kArrow);
-    const PolygonCmd moved(std::move(copy));
-    original = moved;
-    EXPECT_EQ(moved.target, original.target);
-
-    EXPECT_EQ(Category("", new PixelBuffer).kind, Category::MASK);
-    EXPECT_EQ(Category("", new CategoryBuffer).kind, Category::POINTS);
-    EXPECT_EQ(Category("", new Package).kind, Category::POLYGON);
-    EXPECT_TRUE(Category().uid.empty());
 }
 
 namespace {

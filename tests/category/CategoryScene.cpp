@@ -7,7 +7,6 @@
 #include <osg/Geode>
 #include <osg/Geometry>
 
-#include <algorithm>
 #include <random>
 #include <utility>
 
@@ -96,19 +95,22 @@ void readLeaf(const osg::Node* leaf, Classes& classes)
         classes.at(static_cast<size_t>(indices[i].x())) = static_cast<uint8_t>(attribute[i] >> 24);
 }
 
-std::vector<osg::ref_ptr<CellData>> cellsOf(const OctreeInfo& octree)
-{
-    std::vector<osg::ref_ptr<CellData>> cells{octree.root};
-    for (size_t i = 0; i < cells.size(); ++i)
-        for (const osg::ref_ptr<CellData>& child : std::vector<osg::ref_ptr<CellData>>(cells[i]->children))
-            cells.push_back(child);
-    return cells;
-}
-
 Classes shownClasses(const OctreeInfo& octree)
 {
     Classes classes(storedClasses(octree.pointPath).size());
-    for (const osg::ref_ptr<CellData>& cell : cellsOf(octree))
-        readLeaf(PCDataManager::getInstance()->acquireNodeOrCreate(cell), classes);
+    std::vector<osg::ref_ptr<CellData>> cells{octree.root};
+    for (size_t i = 0; i < cells.size(); ++i) {
+        readLeaf(PCDataManager::getInstance()->acquireNodeOrCreate(cells[i]), classes);
+        const std::vector<osg::ref_ptr<CellData>> children = cells[i]->children;
+        cells.insert(cells.end(), children.begin(), children.end());
+    }
     return classes;
+}
+
+std::vector<bool> ClassifiedScene::visibleUnder(const Polygon& polygon) const
+{
+    std::vector<bool> under = pointsUnder(records, polygon, screen);
+    for (size_t i = 0; i < under.size(); ++i)
+        under[i] = under[i] && !(records.flags(i) & kHiddenBits);
+    return under;
 }

@@ -5,6 +5,7 @@
 #include <VelOsgDBBrx/Category.h>
 #include <VelOsgDBBrx/CategoryCalcTool.h>
 
+#include <gtest/gtest.h>
 #include <osg/ref_ptr>
 
 #include <cstdint>
@@ -44,8 +45,20 @@ std::vector<std::pair<int64_t, uint8_t>> difference(const Classes& before, const
 /// The classes that the leaf of a cell shows, and those of the points of other cells as in `classes`.
 void readLeaf(const osg::Node* leaf, Classes& classes);
 
-/// Every cell of an octree.
-std::vector<osg::ref_ptr<CellData>> cellsOf(const OctreeInfo& octree);
-
 /// Reads every cell of an octree through the cache, and returns the classes that the leaves show.
 Classes shownClasses(const OctreeInfo& octree);
+
+/// A loaded store of points with classes, and a camera that sees all of it.
+class ClassifiedScene : public testing::Test
+{
+protected:
+    /// The points that an edit with this polygon may reach when nothing is waived.
+    std::vector<bool> visibleUnder(const Polygon& polygon) const;
+
+    TempFolder folder;
+    const std::string path = writeClassifiedStore(folder);
+    LoadedStore store{path};
+    Screen screen = Screen::lookingAt({-90, -160, 120}, {3, -2, 1});
+    const LasRecords records{path};
+    const Classes before = storedClasses(path);
+};

@@ -1,11 +1,10 @@
 #include "tests/category/CategoryScene.h"
-#include "tests/support/HeadlessViewer.h"
+#include "tests/support/Settle.h"
 #include "tests/support/ThreadingModels.h"
 
 #include <VelOsgDBBrx/CategoryCmdInner.h>
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/IPointCategoryManager.h>
-#include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
 
@@ -46,28 +45,10 @@ struct ClassView
         GlobalObject::unRegisterGraphicsContext(view.window);
     }
 
-    /// Draws frames until paging is at rest. False after 20 seconds.
-    bool settle()
-    {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        view.frame();
-        view.frame();
-        while (!GlobalObject::getPLM(view.window)->isSettled()) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            view.frame();
-        }
-        return true;
-    }
-
     int count(const osg::Vec3ub& color)
     {
-        EXPECT_TRUE(settle());
-        const osg::ref_ptr<osg::Image> picture = view.picture();
-        int pixels = 0;
-        for (int y = 0; y < picture->t(); ++y)
-            for (int x = 0; x < picture->s(); ++x)
-                pixels += pixel(*picture, x, y) == color;
-        return pixels;
+        EXPECT_TRUE(settle(view));
+        return countOf(*view.picture(), color);
     }
 
     HeadlessViewer view;

@@ -1,15 +1,14 @@
 // The code of docs/classification.md, compiled and run.
 
 #include "tests/category/CategoryScene.h"
+#include "tests/support/DocsPage.h"
 #include "tests/support/HeadlessViewer.h"
 
 #include <VelOsgDBBrx/PCViewerManager.h>
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 using namespace VelOsgDBBrx;
 
@@ -93,28 +92,6 @@ bool mayClose(const std::function<bool()>& userWantsToLoseEdits)
     return !tool->hasUnwritten() || userWantsToLoseEdits();
 }
 
-std::string trimmed(const std::string& line)
-{
-    const size_t begin = line.find_first_not_of(" \t\r");
-    return begin == std::string::npos ? "" : line.substr(begin);
-}
-
-/// Lines of the C++ blocks of a page.
-std::vector<std::string> codeOf(const std::string& page)
-{
-    std::ifstream file(page);
-    std::vector<std::string> lines;
-    bool inCode = false;
-    for (std::string line; std::getline(file, line);) {
-        const bool fence = line.rfind("```", 0) == 0;
-        if (fence)
-            inCode = line == "```cpp";
-        else if (inCode && !trimmed(line).empty())
-            lines.push_back(trimmed(line));
-    }
-    return lines;
-}
-
 } // namespace
 
 TEST(ClassificationExample, DoesWhatItsPageSays)
@@ -156,11 +133,7 @@ TEST(ClassificationExample, DoesWhatItsPageSays)
 TEST(ClassificationExample, IsTheCodeOfItsPage)
 {
     const std::string root = VELBRX_SOURCE_DIR;
-    std::ifstream file(root + "/tests/category/ClassificationExampleTest.cpp");
-    std::stringstream source;
-    source << file.rdbuf();
-    const std::vector<std::string> code = codeOf(root + "/docs/classification.md");
-    EXPECT_GT(code.size(), 40u);
-    for (const std::string& line : code)
-        EXPECT_NE(source.str().find(line), std::string::npos) << line;
+    EXPECT_EQ(
+        blocksNotIn(root + "/tests/category/ClassificationExampleTest.cpp", root + "/docs/classification.md"),
+        std::vector<std::string>());
 }

@@ -16,7 +16,7 @@ const Polygon kCorner = {{20.3, 30.2}, {150.3, 30.2}, {150.3, 90.4},
                          {90.8, 90.4}, {90.8, 140.1}, {20.3, 140.1}};
 const Polygon kLeft = {{-5, -5}, {100.2, -5}, {100.2, 155}, {-5, 155}};
 
-class CpuCategoryOpTest : public testing::Test
+class CpuCategoryOpTest : public ClassifiedScene
 {
 protected:
     void SetUp() override
@@ -57,19 +57,6 @@ protected:
         return true;
     }
 
-    Classes editedUnder(const Classes& classes, const Polygon& polygon, int toClass,
-                        const std::function<bool(size_t)>& mayChange) const
-    {
-        return edited(classes, pointsUnder(records, polygon, screen), toClass,
-                      [&](size_t i) { return !(records.flags(i) & 0x0F) && mayChange(i); });
-    }
-
-    TempFolder folder;
-    std::string path = writeClassifiedStore(folder);
-    LoadedStore store{path};
-    Screen screen = Screen::lookingAt({-90, -160, 120}, {3, -2, 1});
-    const LasRecords records{path};
-    const Classes before = storedClasses(path);
     osg::ref_ptr<PointCategoryManager> manager = new PointCategoryManager;
 };
 
@@ -82,10 +69,10 @@ TEST_F(CpuCategoryOpTest, EditsUndoesRedoesAndResetsTheRegisteredClouds)
     const auto aboveTheClipPlane = [&](size_t i) {
         return (records.position(i) - records.offset()).z() + 10 >= 0;
     };
-    const Classes first = editedUnder(before, kCorner, 9, [&](size_t i) {
+    const Classes first = edited(before, visibleUnder(kCorner), 9, [&](size_t i) {
         return aboveTheClipPlane(i) && (before[i] == 2 || before[i] == 5);
     });
-    const Classes second = editedUnder(first, kLeft, 8, aboveTheClipPlane);
+    const Classes second = edited(first, visibleUnder(kLeft), 8, aboveTheClipPlane);
 
     osg::ref_ptr<CategoryCmdInner> cmd = command(kCorner, 9);
     cmd->classTable.fill(0);
@@ -115,12 +102,12 @@ TEST_F(CpuCategoryOpTest, IgnoresCommandsThatItCannotCarryOut)
     manager->pushKind1();
     manager->pushKind2();
     manager->pushCmd(command(kLeft, 4));
-    EXPECT_TRUE(shows(editedUnder(before, kLeft, 4, [](size_t) { return true; })));
+    EXPECT_TRUE(shows(edited(before, visibleUnder(kLeft), 4, [](size_t) { return true; })));
 }
 
 TEST_F(CpuCategoryOpTest, MakesEditsThatAreWrittenLikeThoseOfTheTool)
 {
-    const Classes expected = editedUnder(before, kLeft, 4, [](size_t) { return true; });
+    const Classes expected = edited(before, visibleUnder(kLeft), 4, [](size_t) { return true; });
     manager->pushCmd(command(kLeft, 4));
     ASSERT_TRUE(shows(expected));
     EXPECT_TRUE(CategoryCalcTool::getInstance()->hasUnwritten());

@@ -97,16 +97,6 @@ TEST(CullCmdManager, RunsCommandsOfSeveralThreadsOneByOneInTheOrderOfTheirPushes
         ASSERT_EQ(ran[i], static_cast<int>(i));
 }
 
-TEST(CullCmdManager, ReleasesAWaitingCallerWhenTheCommandHasRun)
-{
-    std::atomic<bool> done{false};
-    runAndWait(new FunctionCmd(2, [&] {
-        std::this_thread::sleep_for(20ms);
-        done = true;
-    }));
-    EXPECT_TRUE(done);
-}
-
 TEST(CullCmdManager, RunsACommandForWhichNobodyWaits)
 {
     std::promise<std::thread::id> where;

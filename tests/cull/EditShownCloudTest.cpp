@@ -110,6 +110,16 @@ void expectPictureFollows(PagingScene& scene)
     EXPECT_GT(litFrom(*scene.view.picture(), 0, kSize / 2), top / 4);
     run(new AllUndoCmd(2));
     EXPECT_EQ(litFrom(*scene.view.picture(), 0, 0), all);
+
+    run(polygonCmd<CullCmd>(octree, kTopHalf, screen));
+    run(polygonCmd<CullCmd>(octree, kLeftHalf, screen));
+    run(new UndoCmd(2));
+    EXPECT_EQ(litFrom(*scene.view.picture(), 0, 0), all - top);
+    const osg::ref_ptr<ResetCmd> reset = new ResetCmd(2);
+    std::vector<osg::observer_ptr<OctreeInfo>> octrees = {octree};
+    reset->setOctreeInfos(octrees);
+    run(reset);
+    EXPECT_EQ(litFrom(*scene.view.picture(), 0, 0), all);
 }
 
 } // namespace

@@ -1,12 +1,12 @@
 #include <VelOsgDBBrx/CommonDataManager.h>
 
+#include "tests/support/TempFolder.h"
+
 #include <gtest/gtest.h>
 #include <osg/Image>
 #include <osgDB/WriteFile>
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <thread>
 #include <vector>
 
@@ -14,38 +14,22 @@ using VelOsgDBBrx::CommonDataManager;
 
 namespace {
 
-class ImageFolder
+std::string writeImage(const TempFolder& folder, const std::string& name)
 {
-public:
-    ImageFolder()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "velbrx-images-XXXXXX").string();
-        _path = mkdtemp(name.data());
-    }
-    ~ImageFolder() { std::filesystem::remove_all(_path); }
-
-    std::string path(const std::string& name) const { return (_path / name).string(); }
-
-    std::string write(const std::string& name) const
-    {
-        osg::ref_ptr<osg::Image> image = new osg::Image;
-        image->allocateImage(2, 2, 1, GL_RGB, GL_UNSIGNED_BYTE);
-        std::memset(image->data(), 77, image->getTotalSizeInBytes());
-        EXPECT_TRUE(osgDB::writeImageFile(*image, path(name)));
-        return path(name);
-    }
-
-private:
-    std::filesystem::path _path;
-};
+    osg::ref_ptr<osg::Image> image = new osg::Image;
+    image->allocateImage(2, 2, 1, GL_RGB, GL_UNSIGNED_BYTE);
+    std::memset(image->data(), 77, image->getTotalSizeInBytes());
+    EXPECT_TRUE(osgDB::writeImageFile(*image, folder.file(name)));
+    return folder.file(name);
+}
 
 } // namespace
 
 TEST(CommonDataManager, GivesEveryCallerTheSameTextureOfAPath)
 {
-    const ImageFolder folder;
-    const std::string lower = folder.write("flag.png");
-    const std::string upper = folder.write("FLAG.png");
+    const TempFolder folder;
+    const std::string lower = writeImage(folder, "flag.png");
+    const std::string upper = writeImage(folder, "FLAG.png");
     CommonDataManager& manager = *CommonDataManager::getInstance();
     std::vector<osg::Texture2D*> textures(8);
     std::vector<std::thread> threads;
@@ -62,10 +46,10 @@ TEST(CommonDataManager, GivesEveryCallerTheSameTextureOfAPath)
 
 TEST(CommonDataManager, TriesAnImageAgainThatCouldNotBeRead)
 {
-    const ImageFolder folder;
+    const TempFolder folder;
     CommonDataManager& manager = *CommonDataManager::getInstance();
-    EXPECT_EQ(manager.getOrCreateTexture2D(folder.path("late.png")), nullptr);
-    EXPECT_EQ(manager.getOrCreateTexture2D(folder.path("late.png")), nullptr);
-    folder.write("late.png");
-    EXPECT_NE(manager.getOrCreateTexture2D(folder.path("late.png")), nullptr);
+    EXPECT_EQ(manager.getOrCreateTexture2D(folder.file("late.png")), nullptr);
+    EXPECT_EQ(manager.getOrCreateTexture2D(folder.file("late.png")), nullptr);
+    writeImage(folder, "late.png");
+    EXPECT_NE(manager.getOrCreateTexture2D(folder.file("late.png")), nullptr);
 }

@@ -175,12 +175,4 @@ TEST(CellVisibility, ACellOfExactlyHalfAPixelIsWantedAndOneBelowIsNot)
     }
 }
 
-TEST(CellVisibility, TheCornersOfABoxComeAroundTheLowerFaceAndThenTheUpperOne)
-{
-    const std::array<osg::Vec3f, 8> expected{osg::Vec3f(0, 1, 2), osg::Vec3f(3, 1, 2), osg::Vec3f(3, 4, 2),
-                                             osg::Vec3f(0, 4, 2), osg::Vec3f(0, 1, 5), osg::Vec3f(3, 1, 5),
-                                             osg::Vec3f(3, 4, 5), osg::Vec3f(0, 4, 5)};
-    EXPECT_EQ(getBox(osg::Vec3f(0, 1, 2), osg::Vec3f(3, 4, 5)), expected);
-}
-
 } // namespace

@@ -62,19 +62,6 @@ TEST_P(EveryThreadingModel, ANodeMovedUnderAStillCameraIsPagedAnew)
     EXPECT_GT(countOtherThan(*scene.view.picture(), osg::Vec3ub(0, 0, 0)), 50);
 }
 
-TEST_P(EveryThreadingModel, AHiddenOctreeLeavesTheSceneAndComesBack)
-{
-    PagingScene scene(GetParam(), 3);
-    ASSERT_TRUE(scene.settle());
-    scene.manager().setOctreeVisible(scene.lod->getOctree(), false);
-    ASSERT_TRUE(scene.settle());
-    EXPECT_TRUE(scene.drawnNodes().empty() && scene.loadedNodes().empty());
-    EXPECT_EQ(countOtherThan(*scene.view.picture(), osg::Vec3ub(0, 0, 0)), 0);
-    scene.manager().setOctreeVisible(scene.lod->getOctree(), true);
-    ASSERT_TRUE(scene.settle());
-    EXPECT_EQ(scene.drawnNodes().size(), 73u);
-}
-
 TEST_P(EveryThreadingModel, ALeafWantedAgainBeforeItsRemovalStaysInTheScene)
 {
     PagingScene scene(GetParam(), 3);

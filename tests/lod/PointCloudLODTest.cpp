@@ -175,10 +175,6 @@ TEST_F(ThinnedDisplay, TheViewersDiluteValueThinsAlsoAReleasedDisplayButOnlyAsAB
     EXPECT_EQ(culledLevels(), (Levels{0, 1, 1}));
     view.viewer->setUserValue("dilute", false);
     EXPECT_EQ(culledLevels().size(), 5u);
-}
-
-TEST_F(ThinnedDisplay, AValueOfAnotherTypeIsNone)
-{
     view.viewer->setUserValue("dilute", 1.0f);
     EXPECT_EQ(culledLevels().size(), 5u);
 }

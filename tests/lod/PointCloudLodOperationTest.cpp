@@ -135,16 +135,6 @@ TEST_F(LodPassTest, TheFixedPassKnowsOnlyTheRegionAndNoBudget)
     EXPECT_EQ(countLoaded(*octree), 0u) << "without a region nothing is wanted";
 }
 
-TEST_F(LodPassTest, TheTransformMovesTheOctreeInTheWorld)
-{
-    octree->transform = osg::Matrixd::translate(5000, 0, 0);
-    (*dyn)(stamp);
-    EXPECT_EQ(countLoaded(*octree), 0u);
-    lookFrom(osg::Vec3d(5000, -300, 0), osg::Vec3d(5000, 0, 0));
-    (*dyn)(stamp);
-    EXPECT_EQ(countLoaded(*octree), 73u);
-}
-
 TEST_F(LodPassTest, AHiddenOctreeIsUnloadedOnceAndComesBackWhenShown)
 {
     (*dyn)(stamp);

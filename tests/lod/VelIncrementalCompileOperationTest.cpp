@@ -113,13 +113,6 @@ TEST_F(CompileOperationTest, TakesSetsWhileContextsComeAndGo)
     EXPECT_EQ(group->getNumChildren(), static_cast<unsigned>(kSets));
 }
 
-TEST_F(CompileOperationTest, TheMoveLevelIsKeptAsGiven)
-{
-    EXPECT_EQ(operation->getMoveLevel(), 0);
-    operation->setMoveLevel(-3);
-    EXPECT_EQ(operation->getMoveLevel(), -3);
-}
-
 TEST_F(CompileOperationTest, ARetiredOperationDropsOutOfItsContext)
 {
     view.frame();

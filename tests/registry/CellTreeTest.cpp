@@ -49,12 +49,6 @@ TEST(CellTree, TheFirstRecordOfALevelAndCodeCounts)
     visitCells(*octree->root, [](CellData& cell) { EXPECT_NE(cell.identifier, "copy"); });
 }
 
-TEST(CellTree, CodesAreUniqueWithinALevelOnly)
-{
-    Records records = fullTree(2, osg::Vec3d(), 8, 1); // codes 0 and 0
-    EXPECT_EQ(countCells(*handOctree(records)), 2u);
-}
-
 TEST(CellTree, MissingParentsAndChildrenLeaveNoLinks)
 {
     Records records = smallTree();

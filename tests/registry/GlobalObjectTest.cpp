@@ -88,16 +88,6 @@ protected:
         view.camera().setViewMatrixAsLookAt(target + osg::Vec3d(0, -300, 0), target, osg::Vec3d(0, 0, 1));
     }
 
-    static bool settle(HeadlessViewer& view)
-    {
-        for (int i = 0; i < 5000; ++i) {
-            view.frame();
-            if (i > 1 && GlobalObject::getPLM(view.window)->isSettled()) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return false;
-    }
-
     size_t loaded() const { return countLoaded(*octree()); }
     size_t drawn() const { return cloud->asGroup()->getChild(0)->asGroup()->getNumChildren(); }
     OctreeInfo* octree() const { return dynamic_cast<VelOsgDBBrx::IPointCloud&>(*cloud).getOctree(); }

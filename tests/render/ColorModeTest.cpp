@@ -66,7 +66,7 @@ TEST(ColorModes, ShowStoredColoursWithoutAnyModeChosen)
     const Colors colors = {{255, 0, 128}, {1, 2, 3}, {254, 253, 252}, {0, 0, 0}};
     std::vector<TestPoint> points;
     for (const osg::Vec3ub& color : colors)
-        points.push_back(coloredPoint(color.r(), color.g(), color.b()));
+        points.push_back(coloredPoint(color));
     PointPicture picture(points);
     EXPECT_EQ(picture.draw(), colors);
     EXPECT_EQ(picture.at(0, PointPicture::kRow + 1), PointPicture::kBackground) << "points have size 1";
@@ -83,13 +83,6 @@ TEST(ColorModes, UseAllSixteenBitsOfAColour)
     point.blue = 32500; // 126.46
     PointPicture picture({point});
     EXPECT_EQ(picture.draw(), (Colors{{1, 1, 126}}));
-}
-
-TEST(ColorModes, PaintEveryPointInTheSingleColour)
-{
-    PointPicture picture({coloredPoint(255, 0, 0), coloredPoint(0, 255, 0)});
-    ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(0, 0.2f, 1, 1));
-    EXPECT_EQ(picture.draw(), (Colors{{0, 51, 255}, {0, 51, 255}}));
 }
 
 TEST(ColorModes, InterpolateIntensityAndPinItAtTheEnds)

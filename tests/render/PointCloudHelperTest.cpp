@@ -10,7 +10,6 @@
 #include <functional>
 
 using VelOsgDBBrx::ColorEntry;
-using VelOsgDBBrx::ColorScale;
 using VelOsgDBBrx::ColorWithRangeInfo;
 using VelOsgDBBrx::PointCloudHelper;
 using VelOsgDBBrx::ShaderHelper;
@@ -26,6 +25,15 @@ const osg::Vec3d kOrigin = PointPicture::kOrigin;
 std::vector<TestPoint> whitePoints(size_t count)
 {
     return std::vector<TestPoint>(count, coloredPoint(255, 255, 255));
+}
+
+/// White points as in the row of a picture, a few rows above it.
+std::vector<TestPoint> secondRow(size_t count)
+{
+    std::vector<TestPoint> points = whitePoints(count);
+    for (size_t i = 0; i < count; ++i)
+        points[i] = placed(points[i], static_cast<int32_t>(i) * 1000 + 500, 20500);
+    return points;
 }
 
 /// For each of the first `count` points, whether it is drawn: 'x' or '.'.
@@ -101,12 +109,7 @@ TEST(CloudPlanes, ClipEveryCloudBelowTheNodeWithAnyNumberOfPlanes)
 TEST(CloudPlanes, BelongToTheirCloudStandInTheWorldAndAreReplacedByTheNextCall)
 {
     PointPicture picture(whitePoints(6));
-    std::vector<TestPoint> points = whitePoints(6);
-    for (size_t i = 0; i < points.size(); ++i) {
-        points[i].x = static_cast<int32_t>(i) * 1000 + 500;
-        points[i].y = 20500;
-    }
-    const CellFixture fixture(points, kOrigin);
+    const CellFixture fixture(secondRow(6), kOrigin);
     const osg::ref_ptr<osg::Node> other = makeCloud(fixture);
     picture.root->addChild(other);
     const auto drawnOfOther = [&picture] {
@@ -128,26 +131,10 @@ TEST(CloudPlanes, BelongToTheirCloudStandInTheWorldAndAreReplacedByTheNextCall)
     EXPECT_EQ(drawnOfOther(), "..xxxx");
 }
 
-TEST(FixedFunctionPlanes, ClipPointsTooAlsoInAMovedNode)
-{
-    PointPicture picture(whitePoints(6));
-    const osg::ref_ptr<osg::ClipNode> clip = new osg::ClipNode;
-    clip->addClipPlane(new osg::ClipPlane(0, 1, 0, 0, -2)); // in the frame of the picture's root
-    picture.root->addChild(clip);
-    clip->addChild(picture.cloud);
-    picture.root->removeChild(picture.cloud);
-    EXPECT_EQ(drawn(picture), "..xxxx");
-}
-
 TEST(FixedFunctionPlanes, ClipOnlyWhatIsBelowTheirNode)
 {
     PointPicture picture(whitePoints(6));
-    std::vector<TestPoint> points = whitePoints(3);
-    for (size_t i = 0; i < points.size(); ++i) {
-        points[i].x = static_cast<int32_t>(i) * 1000 + 500;
-        points[i].y = 20500;
-    }
-    const CellFixture other(points, kOrigin);
+    const CellFixture other(secondRow(3), kOrigin);
     const osg::ref_ptr<osg::ClipNode> clip = new osg::ClipNode;
     clip->addClipPlane(new osg::ClipPlane(0, 1, 0, 0, -1));
     clip->addClipPlane(new osg::ClipPlane(3, -1, 0, 0, 5));
@@ -306,70 +293,4 @@ TEST(EnhancedLine, StandsOutByColourAndSize)
     PointCloudHelper::clearEnhancedLine(picture.cloud);
     picture.draw();
     EXPECT_EQ(countOtherThan(*picture.picture, kHidden), 6);
-}
-
-TEST(Selection, FollowsTheBuffersOfPolygonsInOrder)
-{
-    PointPicture picture(whitePoints(8));
-    // The root's frame is the cloud's: window x and y are the point's, w is 1, and one polygon lies behind.
-    const auto box = [](float left, float right) {
-        return std::vector<float>{left, 0, right, 0, right, 20, left, 20};
-    };
-    struct Polygon
-    {
-        std::vector<float> vertices;
-        unsigned inside, group;
-        float w;
-    };
-    const Polygon polygons[] = {
-        {box(5, 7), 1, 0, 1},  // segments points 5 and 6 ...
-        {box(6, 7), 0, 0, 1},  // ... but not 6
-        {box(0, 4), 1, 1, 1},  // selects 0 to 3
-        {box(1, 2), 0, 1, 1},  // deselects 1
-        {box(3, 4), 0, 1, -1}, // lies behind the camera
-    };
-    const osg::ref_ptr<osg::FloatArray> mvp = new osg::FloatArray;
-    const osg::ref_ptr<osg::FloatArray> mvpw = new osg::FloatArray;
-    const osg::ref_ptr<osg::FloatArray> vertices = new osg::FloatArray;
-    const osg::ref_ptr<osg::UIntArray> records = new osg::UIntArray;
-    for (const Polygon& polygon : polygons) {
-        for (const float element : {0.0f, 0.0f, 0.0f, polygon.w})
-            mvp->push_back(element);
-        for (int i = 0; i < 16; ++i)
-            mvpw->push_back(i % 5 == 0 ? 1.0f : 0.0f);
-        vertices->insert(vertices->end(), polygon.vertices.begin(), polygon.vertices.end());
-        for (const unsigned element : {4u, polygon.inside, polygon.group})
-            records->push_back(element);
-    }
-    const osg::ref_ptr<osg::UIntArray> groups = new osg::UIntArray;
-    for (const unsigned element : {0u, 1u, 1u, 0u})
-        groups->push_back(element);
-    osg::Array* const buffers[] = {mvp, mvpw, vertices, records, groups};
-    for (unsigned binding = 0; binding < 5; ++binding)
-        bindBuffer(*picture.root, binding, buffers[binding]);
-
-    const Colors plain(8, kWhite);
-    EXPECT_EQ(picture.draw(), plain) << "off";
-    picture.root->getOrCreateStateSet()->addUniform(new osg::Uniform("activeClip", true));
-    const osg::Vec3ub selected(255, 0, 157);
-    const Colors expected = {selected, kWhite, selected, selected, kWhite, kHidden, kWhite, kWhite};
-    EXPECT_EQ(picture.draw(), expected);
-
-    // The brightness table changes what the mode gave and leaves the selection colour alone, except for
-    // times.
-    ColorScale scale;
-    scale.addColorScaleElement(-1, osg::Vec4f(1, 1, 1, 1));
-    scale.addColorScaleElement(1, osg::Vec4f(1, 1, 1, 1));
-    PointCloudHelper::setBrightnessContrast(picture.root, 0, 0);
-    EXPECT_EQ(picture.draw()[0], selected);
-    EXPECT_EQ(picture.draw()[1], osg::Vec3ub(128, 128, 128));
-    ShaderHelper::gpsTimeColorShader(picture.cloud, scale);
-    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(128, 128, 128));
-    ShaderHelper::originColorShader(picture.cloud);
-    PointCloudHelper::resetBrightness(picture.root);
-
-    (*groups)[1] = 0; // now hide what the segmentation group does not select
-    groups->dirty();
-    const Colors inverse = {kHidden, kHidden, kHidden, kHidden, kHidden, kWhite, kHidden, kHidden};
-    EXPECT_EQ(picture.draw(), inverse);
 }

@@ -2,8 +2,6 @@
 
 #include <VelOsgDBBrx/LasReaderWriter.h>
 
-#include <osg/BufferIndexBinding>
-#include <osg/BufferObject>
 #include <osg/Geode>
 
 #include <cmath>
@@ -92,9 +90,15 @@ TestPoint coloredPoint(int red, int green, int blue)
     return point;
 }
 
-void bindBuffer(osg::Node& node, unsigned binding, osg::Array* array)
+TestPoint coloredPoint(const osg::Vec3ub& color)
 {
-    array->setBufferObject(new osg::ShaderStorageBufferObject);
-    node.getOrCreateStateSet()->setAttributeAndModes(
-        new osg::ShaderStorageBufferBinding(binding, array, 0, 0), osg::StateAttribute::ON);
+    return coloredPoint(color.r(), color.g(), color.b());
+}
+
+TestPoint placed(TestPoint point, int32_t x, int32_t y, int32_t z)
+{
+    point.x = x;
+    point.y = y;
+    point.z = z;
+    return point;
 }

@@ -4,13 +4,11 @@
 #include "tests/support/CellFixture.h"
 #include "tests/support/HeadlessViewer.h"
 
-#include <osg/Array>
 #include <osg/Geometry>
 #include <osg/Group>
 #include <osg/MatrixTransform>
 #include <osg/Vec3ub>
 
-#include <memory>
 #include <ostream>
 #include <vector>
 
@@ -73,6 +71,7 @@ inline uint16_t wide(int value)
 osg::ref_ptr<PointCloudImpl> makeCloud(const CellFixture& fixture);
 
 TestPoint coloredPoint(int red, int green, int blue);
+TestPoint coloredPoint(const osg::Vec3ub& color);
 
-/// Binds an array as a storage buffer that the shaders read.
-void bindBuffer(osg::Node& node, unsigned binding, osg::Array* array);
+/// A point moved to a place in millimetres from the origin.
+TestPoint placed(TestPoint point, int32_t x, int32_t y, int32_t z = 0);

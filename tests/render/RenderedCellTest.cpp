@@ -4,7 +4,6 @@
 #include <VelOsgDBBrx/ShaderHelper.h>
 
 #include <gtest/gtest.h>
-#include <osg/Geode>
 #include <osg/Uniform>
 
 using VelOsgDBBrx::LasReaderWriter;
@@ -30,23 +29,20 @@ void set(osg::Node& node, osg::Uniform* uniform)
 
 } // namespace
 
-class EditedCell : public testing::TestWithParam<bool>
-{
-};
-
 /// A host may force vertex array objects on, which remember arrays and would not see an edit.
-TEST_P(EditedCell, ShowsTheEditInTheNextFrame)
+TEST(RenderedCells, ShowAnEditInTheNextFrame)
 {
-    PointPicture picture({coloredPoint(255, 0, 0), coloredPoint(0, 255, 0), coloredPoint(0, 0, 255)});
-    picture.geometry().setUseVertexArrayObject(GetParam());
-    EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, {0, 255, 0}, {0, 0, 255}}));
-    cull(picture.geometry(), 1);
-    EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, PointPicture::kBackground, {0, 0, 255}}));
-    cull(picture.geometry(), 0);
-    EXPECT_EQ(picture.draw(), (Colors{PointPicture::kBackground, PointPicture::kBackground, {0, 0, 255}}));
+    for (const bool vertexArrayObject : {false, true}) {
+        PointPicture picture({coloredPoint(255, 0, 0), coloredPoint(0, 255, 0), coloredPoint(0, 0, 255)});
+        picture.geometry().setUseVertexArrayObject(vertexArrayObject);
+        EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, {0, 255, 0}, {0, 0, 255}}));
+        cull(picture.geometry(), 1);
+        EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, PointPicture::kBackground, {0, 0, 255}}));
+        cull(picture.geometry(), 0);
+        EXPECT_EQ(picture.draw(),
+                  (Colors{PointPicture::kBackground, PointPicture::kBackground, {0, 0, 255}}));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(WithAndWithoutVertexArrayObject, EditedCell, testing::Bool());
 
 /// Cells come and go, and a new one often gets the addresses of a freed one.
 TEST(RenderedCells, SurviveBeingRemovedAndAddedOverAndOver)
@@ -58,13 +54,8 @@ TEST(RenderedCells, SurviveBeingRemovedAndAddedOverAndOver)
         if (cycle % 2) old->releaseGLObjects();
         cells.removeChild(old);
         if (cycle % 7 == 0) picture.viewer.frame();
-        CellFixture other({[cycle] {
-                              TestPoint point = coloredPoint(cycle % 256, 255, cycle / 2);
-                              point.x = 500;
-                              point.y = PointPicture::kRow * 1000 + 500;
-                              return point;
-                          }()},
-                          PointPicture::kOrigin);
+        const TestPoint point = coloredPoint(cycle % 256, 255, cycle / 2);
+        CellFixture other({placed(point, 500, PointPicture::kRow * 1000 + 500)}, PointPicture::kOrigin);
         cells.addChild(LasReaderWriter::read(other.wholeCell()));
         ASSERT_EQ(picture.draw()[0],
                   osg::Vec3ub(static_cast<uint8_t>(cycle % 256), 255, static_cast<uint8_t>(cycle / 2)))
@@ -157,10 +148,7 @@ TEST(CloudDefaults, GiveWayToStateOnTheNodeAndAboveItAndComeBackWithoutIt)
 TEST(CloudDefaults, DoNotLeakFromOneCloudToTheNextThroughTheirSharedProgram)
 {
     PointPicture picture({coloredPoint(255, 0, 0)});
-    TestPoint second = coloredPoint(0, 255, 0);
-    second.x = 10500;
-    second.y = 10500;
-    const CellFixture other({second}, PointPicture::kOrigin);
+    const CellFixture other({placed(coloredPoint(0, 255, 0), 10500, 10500)}, PointPicture::kOrigin);
     picture.root->addChild(makeCloud(other));
 
     set(*picture.cloud, new osg::Uniform("pointSize", 3));

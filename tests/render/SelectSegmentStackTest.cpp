@@ -1,6 +1,8 @@
 #include "tests/render/PointPicture.h"
 
+#include <VelOsgDBBrx/PointCloudHelper.h>
 #include <VelOsgDBBrx/SelectSegmentStack.h>
+#include <VelOsgDBBrx/ShaderHelper.h>
 
 #include <osg/BufferIndexBinding>
 
@@ -9,6 +11,7 @@
 #include <cmath>
 #include <random>
 
+using VelOsgDBBrx::PointCloudHelper;
 using VelOsgDBBrx::SelectSegmentStack;
 
 namespace {
@@ -28,10 +31,8 @@ std::vector<TestPoint> pointInEachPixel()
     std::uniform_int_distribution<int32_t> within(100, 900);
     std::vector<TestPoint> points;
     for (int i = 0; i < kSize * kSize; ++i) {
-        TestPoint point = coloredPoint(0, 255, 0);
-        point.x = i % kSize * 1000 + within(random);
-        point.y = i / kSize * 1000 + within(random);
-        points.push_back(point);
+        const int32_t x = i % kSize * 1000 + within(random);
+        points.push_back(placed(coloredPoint(0, 255, 0), x, i / kSize * 1000 + within(random)));
     }
     return points;
 }
@@ -173,6 +174,21 @@ TEST_F(SelectSegmentStackTest, ALaterPolygonTakesPointsOutOfTheSelection)
     EXPECT_EQ(count(kPlain), kSize * kSize);
 }
 
+TEST_F(SelectSegmentStackTest, BrightnessLeavesTheColourOfTheSelectionAloneExceptForTimes)
+{
+    push(kLeft);
+    const int selected = count(kSelected);
+    const osg::Vec3ub grey(128, 128, 128);
+    PointCloudHelper::setBrightnessContrast(picture.root, 0, 0);
+    EXPECT_EQ(count(kSelected), selected);
+    EXPECT_EQ(count(grey), kSize * kSize - selected);
+    VelOsgDBBrx::ColorScale white;
+    white.addColorScaleElement(-1, osg::Vec4f(1, 1, 1, 1));
+    white.addColorScaleElement(1, osg::Vec4f(1, 1, 1, 1));
+    VelOsgDBBrx::ShaderHelper::gpsTimeColorShader(picture.cloud, white);
+    EXPECT_EQ(count(grey), kSize * kSize);
+}
+
 TEST_F(SelectSegmentStackTest, SegmentsHideTheInsideOrEverything)
 {
     pushSegment(kLeft, true);
@@ -240,14 +256,7 @@ TEST_F(SelectSegmentStackTest, ClearingLeavesNoSelectionNoSegmentAndNoBuffers)
 
 TEST_F(SelectSegmentStackTest, KeepsCloudsOfOneSceneApart)
 {
-    CellFixture other({[] {
-                          TestPoint point = coloredPoint(0, 255, 0);
-                          point.x = 5500;
-                          point.y = 5500;
-                          point.z = 500;
-                          return point;
-                      }()},
-                      PointPicture::kOrigin);
+    CellFixture other({placed(coloredPoint(0, 255, 0), 5500, 5500, 500)}, PointPicture::kOrigin);
     const osg::ref_ptr<PointCloudImpl> second = makeCloud(other);
     picture.root->addChild(second);
     SelectSegmentStack secondStack(picture.viewer.viewer, second);

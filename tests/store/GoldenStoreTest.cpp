@@ -111,7 +111,10 @@ TEST_F(GoldenStore, HasTheCellsThatItsBytesState)
     EXPECT_EQ(box.offset[1], 2000);
 
     EXPECT_STREQ(cells[0].identifier, "1122334455667788-00-0000000000000000");
-    EXPECT_EQ(uint64_t(cells[0].childCodes[5]), 5u);
+    EXPECT_EQ(uint64_t(cells[0].parentCode), kNoCell);
+    EXPECT_EQ(double(cells[0].center[1]), 2004);
+    for (size_t octant = 0; octant < 8; ++octant)
+        EXPECT_EQ(uint64_t(cells[0].childCodes[octant]), octant == 5 ? octant : kNoCell);
     EXPECT_EQ(segmentsOf(cells[0]), (std::vector<int64_t>{0, 1, 3, 1}));
     EXPECT_EQ(cells[0].pointCount, 2u);
 

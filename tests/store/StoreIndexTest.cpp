@@ -7,7 +7,6 @@
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <set>
 #include <string>
 
 using namespace VelBrx;
@@ -20,14 +19,6 @@ constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
 Status decode(const std::vector<uint8_t>& bytes, uint64_t pointCount, StoreIndex& index)
 {
     return decodeIndex(bytes.data(), bytes.size(), pointCount, index);
-}
-
-void expectSameRange(const AttributeRange& a, const AttributeRange& b)
-{
-    EXPECT_EQ(a.min, b.min);
-    EXPECT_EQ(a.max, b.max);
-    EXPECT_EQ(a.low, b.low);
-    EXPECT_EQ(a.high, b.high);
 }
 
 /// A fault that an index with a valid checksum may hold, and a part of the message that names it.
@@ -96,6 +87,7 @@ const Fault kFaults[] = {
 
 } // namespace
 
+/// What the bytes mean is told by those of a store whose contents are known.
 TEST(StoreIndex, DecodesWhatWasEncoded)
 {
     StoreIndex index = smallStore().index;
@@ -105,34 +97,12 @@ TEST(StoreIndex, DecodesWhatWasEncoded)
     index.statistics.intensity = {5, 8, 6, 7};
     index.statistics.gpsTime = {-9, 12, 10, 11};
     index.statistics.pointSources = {0, 3, 4, 500, 65535};
-
     StoreIndex decoded;
     const Status status = decode(encodeIndex(index), 14, decoded);
     ASSERT_TRUE(status) << status.message();
-    EXPECT_EQ(decoded.headerChecksum, index.headerChecksum);
-    EXPECT_EQ(decoded.storeId, index.storeId);
-    for (size_t axis = 0; axis < 3; ++axis)
-        EXPECT_EQ(decoded.cubeMin[axis], index.cubeMin[axis]);
-    EXPECT_EQ(decoded.cubeSize, index.cubeSize);
+    EXPECT_EQ(encodeIndex(decoded), encodeIndex(index));
     EXPECT_EQ(decoded.gridSize, 64u);
-    expectSameRange(decoded.statistics.elevation, index.statistics.elevation);
-    expectSameRange(decoded.statistics.intensity, index.statistics.intensity);
-    expectSameRange(decoded.statistics.gpsTime, index.statistics.gpsTime);
-    EXPECT_EQ(decoded.statistics.maxColor, index.statistics.maxColor);
-    EXPECT_EQ(decoded.statistics.pointsByClass, index.statistics.pointsByClass);
-    EXPECT_EQ(decoded.statistics.pointsByReturn, index.statistics.pointsByReturn);
-    EXPECT_EQ(decoded.statistics.pointsByNumberOfReturns, index.statistics.pointsByNumberOfReturns);
     EXPECT_EQ(decoded.statistics.pointSources, index.statistics.pointSources);
-    ASSERT_EQ(decoded.cells.size(), index.cells.size());
-    for (size_t i = 0; i < index.cells.size(); ++i) {
-        EXPECT_EQ(decoded.cells[i].level, index.cells[i].level);
-        EXPECT_EQ(decoded.cells[i].code, index.cells[i].code);
-        ASSERT_EQ(decoded.cells[i].segments.size(), index.cells[i].segments.size());
-        for (size_t s = 0; s < index.cells[i].segments.size(); ++s) {
-            EXPECT_EQ(decoded.cells[i].segments[s].first, index.cells[i].segments[s].first);
-            EXPECT_EQ(decoded.cells[i].segments[s].count, index.cells[i].segments[s].count);
-        }
-    }
 }
 
 TEST(StoreIndex, IsRefusedWithAMessageThatNamesTheFault)
@@ -200,51 +170,17 @@ TEST(StoreIndex, NamesAnotherFormatVersion)
     EXPECT_NE(decode(bytes, 14, decoded).message().find("format version 2"), std::string::npos);
 }
 
-TEST(DerivedCells, HaveSizeCentreParentAndChildrenByMortonCode)
+TEST(DerivedCells, LieWhereTheirMortonCodesSay)
 {
     const std::vector<CellWithSegment> cells = deriveCells(smallStore().index);
-    ASSERT_EQ(cells.size(), 5u);
-
-    struct Expected
-    {
-        uint8_t level;
-        uint64_t code, parent;
-        float size;
-        double center[3];
-        uint32_t points;
-        const char* identifier;
-    };
-    const Expected expected[] = {
-        {0, 0, kNoCell, 16, {636000, 849000, 400}, 4, "0123456789abcdef-00-0000000000000000"},
-        {1, 0, 0, 8, {635996, 848996, 396}, 2, "0123456789abcdef-01-0000000000000000"},
-        {1, 7, 0, 8, {636004, 849004, 404}, 3, "0123456789abcdef-01-0000000000000007"},
-        {2, 4, 0, 4, {635994, 848994, 398}, 2, "0123456789abcdef-02-0000000000000004"},
-        {2, 57, 7, 4, {636006, 849002, 402}, 3, "0123456789abcdef-02-0000000000000039"},
-    };
-    for (size_t i = 0; i < cells.size(); ++i) {
-        SCOPED_TRACE(expected[i].identifier);
-        EXPECT_EQ(cells[i].level, expected[i].level);
-        EXPECT_EQ(uint64_t(cells[i].code), expected[i].code);
-        EXPECT_EQ(uint64_t(cells[i].parentCode), expected[i].parent);
-        for (size_t axis = 0; axis < 3; ++axis) {
-            EXPECT_EQ(float(cells[i].size[axis]), expected[i].size);
-            EXPECT_EQ(double(cells[i].center[axis]), expected[i].center[axis]);
-        }
-        EXPECT_EQ(cells[i].pointCount, expected[i].points);
-        EXPECT_STREQ(cells[i].identifier, expected[i].identifier);
-    }
-    const auto children = [&](size_t cell) {
-        std::vector<uint64_t> codes(8);
-        for (size_t octant = 0; octant < 8; ++octant)
-            codes[octant] = cells[cell].childCodes[octant];
-        return codes;
-    };
-    const uint64_t none = kNoCell;
-    EXPECT_EQ(children(0), (std::vector<uint64_t>{0, none, none, none, none, none, none, 7}));
-    EXPECT_EQ(children(1), (std::vector<uint64_t>{none, none, none, none, 4, none, none, none}));
-    EXPECT_EQ(children(2), (std::vector<uint64_t>{none, 57, none, none, none, none, none, none}));
-    EXPECT_EQ(children(4), std::vector<uint64_t>(8, none));
-    EXPECT_EQ(cells[0].segments.size(), 2u);
+    const double centers[5][3] = {{636000, 849000, 400},
+                                  {635996, 848996, 396},
+                                  {636004, 849004, 404},
+                                  {635994, 848994, 398},
+                                  {636006, 849002, 402}};
+    for (size_t i = 0; i < 5; ++i)
+        for (size_t axis = 0; axis < 3; ++axis)
+            EXPECT_EQ(double(cells.at(i).center[axis]), centers[i][axis]) << i;
 }
 
 TEST(DerivedCells, OfTheDeepestLevelLieInTheCubesLastCorner)

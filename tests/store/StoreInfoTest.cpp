@@ -10,38 +10,6 @@
 
 using namespace VelBrx;
 
-TEST(StoreInfo, TellsWhatHeaderAndIndexSay)
-{
-    const TempFolder folder;
-    const TestStore store = smallStore();
-    const std::string path = folder.write("small.brx", store.bytes());
-
-    StoreInfo info;
-    const Status status = readStoreInfo(path, info);
-    ASSERT_TRUE(status) << status.message();
-    EXPECT_EQ(info.header.formatVersion, 1u);
-    EXPECT_EQ(info.header.storeId, 0x0123456789abcdefu);
-    EXPECT_EQ(info.header.pointCount, 14u);
-    EXPECT_EQ(info.header.cellCount, 5u);
-    EXPECT_EQ(info.header.coordinateSystem, store.coordinateSystem);
-    EXPECT_EQ(info.header.pointsByReturn[0] + info.header.pointsByReturn[1], 14u);
-    EXPECT_EQ(info.statistics.pointSources, (std::vector<uint16_t>{7, 8, 9}));
-    EXPECT_EQ(info.cells.size(), 5u);
-
-    std::vector<CellWithSegment> cells;
-    BoundBoxWithOffset box{};
-    int64_t start = 0;
-    double scale[3] = {};
-    MiraLasRead::getOctree(cells, box, path.c_str(), start, scale[0], scale[1], scale[2]);
-    EXPECT_EQ(cells.size(), 5u);
-    EXPECT_DOUBLE_EQ(box.min[0], 636000 - 7.99);
-    EXPECT_DOUBLE_EQ(box.max[1], 849000 + 7.99);
-    EXPECT_DOUBLE_EQ(box.min[2], 400 - 7.0);
-    EXPECT_EQ(box.offset[1], 849000);
-    EXPECT_EQ(start, static_cast<int64_t>(store.pointDataStart()));
-    EXPECT_EQ(scale[2], 0.01);
-}
-
 TEST(StoreInfo, ChangesNothingWhenTheFileIsNoStore)
 {
     const TempFolder folder;

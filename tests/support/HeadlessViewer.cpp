@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 HeadlessViewer::HeadlessViewer(int width, int height, osgViewer::ViewerBase::ThreadingModel threading)
     : viewer(new osgViewer::Viewer)
 {
@@ -55,12 +57,23 @@ osg::Vec3ub pixel(const osg::Image& picture, int x, int y)
     return osg::Vec3ub(rgb[0], rgb[1], rgb[2]);
 }
 
-int countOtherThan(const osg::Image& picture, const osg::Vec3ub& background)
+int countOf(const osg::Image& picture, const osg::Vec3ub& color)
 {
     int count = 0;
     for (int y = 0; y < picture.t(); ++y) {
         for (int x = 0; x < picture.s(); ++x)
-            count += pixel(picture, x, y) != background;
+            count += pixel(picture, x, y) == color;
     }
     return count;
+}
+
+int countOtherThan(const osg::Image& picture, const osg::Vec3ub& background)
+{
+    return picture.s() * picture.t() - countOf(picture, background);
+}
+
+bool samePixels(const osg::Image& a, const osg::Image& b)
+{
+    return a.s() == b.s() && a.t() == b.t() && a.getTotalSizeInBytes() == b.getTotalSizeInBytes() &&
+           std::memcmp(a.data(), b.data(), a.getTotalSizeInBytes()) == 0;
 }

@@ -40,5 +40,10 @@ private:
 /// The pixel at column `x` and row `y`, counted from the bottom left.
 osg::Vec3ub pixel(const osg::Image& picture, int x, int y);
 
+int countOf(const osg::Image& picture, const osg::Vec3ub& color);
+
 /// Number of pixels whose colour is not `background`.
 int countOtherThan(const osg::Image& picture, const osg::Vec3ub& background);
+
+/// Whether two pictures have the same size and pixels.
+bool samePixels(const osg::Image& a, const osg::Image& b);

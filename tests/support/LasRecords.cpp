@@ -59,6 +59,20 @@ double LasRecords::gpsTime(size_t point) const
     return fieldAt<double>(_bytes, record(point) + 22);
 }
 
+LasRecords hidden(LasRecords records, const std::vector<bool>& which)
+{
+    for (size_t i = 0; i < records.size(); ++i)
+        if (which[i] && !(records.flags(i) & kHiddenBits)) records.flags(i) |= kCulledBit;
+    return records;
+}
+
+LasRecords shown(LasRecords records, const std::vector<bool>& which)
+{
+    for (size_t i = 0; i < records.size(); ++i)
+        if (which[i]) records.flags(i) &= static_cast<uint8_t>(~kHiddenBits);
+    return records;
+}
+
 Screen Screen::lookingAt(const osg::Vec3d& eye, const osg::Vec3d& center)
 {
     Screen screen;

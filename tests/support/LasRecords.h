@@ -47,6 +47,13 @@ private:
     size_t _count = 0;
 };
 
+constexpr uint8_t kHiddenBits = 0x0F; ///< of a record's flags; any of them hides the point
+constexpr uint8_t kCulledBit = 0x04;  ///< the one that a cull sets
+
+/// What the records are after points have been hidden or shown.
+LasRecords hidden(LasRecords records, const std::vector<bool>& which);
+LasRecords shown(LasRecords records, const std::vector<bool>& which);
+
 /// A window and the camera that draws into it.
 struct Screen
 {

@@ -10,9 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <random>
-#include <thread>
 
 using VelOsgDBBrx::GlobalObject;
 
@@ -92,19 +90,6 @@ void PagingScene::look(const osg::Vec3d& eye, const osg::Vec3d& center)
 {
     const osg::Vec3d middle = placement->getMatrix().getTrans();
     view.camera().setViewMatrixAsLookAt(middle + eye, middle + center, osg::Vec3d(0, 0, 1));
-}
-
-bool PagingScene::settle()
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    view.frame();
-    view.frame();
-    while (!manager().isSettled()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        view.frame();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 std::multiset<const osg::Node*> PagingScene::loadedNodes() const

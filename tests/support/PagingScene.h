@@ -2,9 +2,8 @@
 
 #include "lod/PointCloudLOD.h"
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/Settle.h"
 #include "tests/support/TempFolder.h"
-
-#include <VelOsgDBBrx/IPointLoadManager.h>
 
 #include <osg/MatrixTransform>
 #include <osg/ref_ptr>
@@ -32,7 +31,7 @@ public:
     void look(const osg::Vec3d& eye, const osg::Vec3d& center = osg::Vec3d());
 
     /// Draws frames until paging is at rest. False after 20 seconds.
-    bool settle();
+    bool settle() { return ::settle(view); }
 
     /// The cells that hold a node, and the nodes under the cloud, as a settled scene has them.
     std::multiset<const osg::Node*> loadedNodes() const;

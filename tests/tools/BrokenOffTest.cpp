@@ -1,14 +1,12 @@
 // Programs that are ended from outside, and disks that are full: what they leave behind.
 
 #include "tests/support/ReadFile.h"
-#include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
+#include "tests/tools/RunBrx.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <sstream>
 
@@ -21,12 +19,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using Words = std::vector<std::string>;
-
-ProgramResult brx(Words words)
-{
-    words.insert(words.begin(), VELBRX_BRX);
-    return runProgram(words);
-}
 
 /// What a program wrote to stderr, and how it ended.
 struct Ending

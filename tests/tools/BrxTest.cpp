@@ -1,16 +1,10 @@
-#include "tests/support/RunProgram.h"
+#include "tests/tools/RunBrx.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 namespace {
-
-ProgramResult brx(std::vector<std::string> words)
-{
-    words.insert(words.begin(), VELBRX_BRX);
-    return runProgram(words);
-}
 
 /// Checks for one line that starts as every message of brx does.
 void expectOneLine(const std::string& text)

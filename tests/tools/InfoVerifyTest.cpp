@@ -1,6 +1,6 @@
-#include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestStore.h"
+#include "tests/tools/RunBrx.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -36,7 +36,7 @@ TEST_F(InfoAndVerify, DescribeASoundStoreInJson)
     store.points[1].flags = 0x04;
     const std::string path = write(store);
 
-    const ProgramResult info = runProgram({VELBRX_BRX, "info", path, "--json"});
+    const ProgramResult info = brx({"info", path, "--json"});
     EXPECT_EQ(info.exitStatus, 0) << info.err;
     EXPECT_EQ(info.err, "");
     const json told = json::parse(info.out);
@@ -56,7 +56,7 @@ TEST_F(InfoAndVerify, DescribeASoundStoreInJson)
     EXPECT_EQ(told.at("pointsByReturn").at("1"), store.index.statistics.pointsByReturn[1]);
     EXPECT_EQ(told.at("pointsByNumberOfReturns"), json::parse(R"({"2":14})"));
 
-    const ProgramResult verify = runProgram({VELBRX_BRX, "verify", path, "--json"});
+    const ProgramResult verify = brx({"verify", path, "--json"});
     EXPECT_EQ(verify.exitStatus, 0);
     EXPECT_EQ(verify.err, "");
     EXPECT_EQ(json::parse(verify.out), json::parse(R"({"sound":true, "problems":[]})"));
@@ -68,16 +68,16 @@ TEST_F(InfoAndVerify, DescribeASoundStoreToPeople)
     store.coordinateSystem = "LOCAL_CS[\"\x1b[31m\xff\"]"; // a colour code, and a byte that is not UTF-8
     const std::string path = write(store);
 
-    const ProgramResult info = runProgram({VELBRX_BRX, "info", path});
+    const ProgramResult info = brx({"info", path});
     EXPECT_EQ(info.exitStatus, 0) << info.err;
     EXPECT_EQ(info.out.find('\x1b'), std::string::npos);
     const std::string text = squeezed(info.out);
     for (const char* part : {"points 14 ", "cells 5 ", "largest x y z 636007.99 849007.99 407.70 ",
                              "store id 0123456789abcdef ", "level cells points 0 1 4 1 2 5 2 2 5 "})
         EXPECT_NE(text.find(part), std::string::npos) << part << "\nin:\n" << info.out;
-    EXPECT_NO_THROW(json::parse(runProgram({VELBRX_BRX, "info", path, "--json"}).out));
+    EXPECT_NO_THROW(json::parse(brx({"info", path, "--json"}).out));
 
-    const ProgramResult verify = runProgram({VELBRX_BRX, "verify", path});
+    const ProgramResult verify = brx({"verify", path});
     EXPECT_EQ(verify.exitStatus, 0);
     EXPECT_EQ(verify.out, path + ": sound\n");
 }
@@ -87,8 +87,8 @@ TEST_F(InfoAndVerify, RefuseADamagedStore)
     TestStore store = smallStore();
     store.points[6].x = -5; // outside its cell; the header and the index do not tell
     std::string path = write(store);
-    EXPECT_EQ(runProgram({VELBRX_BRX, "info", path}).exitStatus, 0);
-    ProgramResult verify = runProgram({VELBRX_BRX, "verify", path});
+    EXPECT_EQ(brx({"info", path}).exitStatus, 0);
+    ProgramResult verify = brx({"verify", path});
     EXPECT_EQ(verify.exitStatus, 1);
     EXPECT_EQ(verify.out.rfind(path + ": cell 01-0000000000000007: 1 of its points lie outside it", 0), 0u)
         << verify.out;
@@ -98,12 +98,12 @@ TEST_F(InfoAndVerify, RefuseADamagedStore)
     std::vector<uint8_t> file = store.bytes();
     file.back() ^= 1;
     path = _folder.write("small.brx", file);
-    const ProgramResult info = runProgram({VELBRX_BRX, "info", path, "--json"});
+    const ProgramResult info = brx({"info", path, "--json"});
     EXPECT_EQ(info.exitStatus, 1);
     EXPECT_EQ(info.out, "");
     EXPECT_NE(info.err.find(path + ": the octree index does not match its checksum; "), std::string::npos)
         << info.err;
-    verify = runProgram({VELBRX_BRX, "verify", path, "--json"});
+    verify = brx({"verify", path, "--json"});
     EXPECT_EQ(verify.exitStatus, 1);
     EXPECT_EQ(json::parse(verify.out).at("sound"), false);
     EXPECT_EQ(json::parse(verify.out).at("problems").size(), 1u);

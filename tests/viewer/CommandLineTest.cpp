@@ -41,6 +41,7 @@ const BadCommandLine kBadCommandLines[] = {
     {{"--size", "10x10", "s.brx"}, "--render"},
     {{"--script"}, "--script needs a value"},
     {{"--script", "/nowhere/edit.json", "s.brx"}, "/nowhere/edit.json: cannot be read"},
+    {{"--script", "/", "s.brx"}, "/: cannot be read"},
     {{"--script", "e.json", "--render", "a.png", "s.brx"}, "exclude each other"},
     {{"--mode", "sepia", "s.brx"}, "--mode sepia"},
     {{"--color", "#12345", "s.brx"}, "--color #12345"},

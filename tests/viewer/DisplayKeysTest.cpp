@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 #include <osgGA/TrackballManipulator>
 
-#include <algorithm>
-
 namespace {
 
 const osg::Vec3ub kBackground(28, 31, 36);
@@ -90,11 +88,7 @@ TEST_F(DisplayKeysTest, TheLegendListsAClassThatAnEditMade)
     _shown.scene.setColorMode(ColorMode::CLASSIFICATION);
     showWithKeys();
     const osg::ref_ptr<osg::Image> before = _shown.host.picture();
-    const auto isAsBefore = [&] {
-        const osg::ref_ptr<osg::Image> now = _shown.host.picture();
-        return std::equal(before->data(), before->data() + before->getTotalSizeInBytes(), now->data());
-    };
-    EXPECT_TRUE(isAsBefore());
+    EXPECT_TRUE(samePixels(*_shown.host.picture(), *before));
     _shown.scene.noteClass(17);
-    EXPECT_FALSE(isAsBefore());
+    EXPECT_FALSE(samePixels(*_shown.host.picture(), *before));
 }

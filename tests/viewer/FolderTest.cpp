@@ -1,3 +1,4 @@
+#include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
@@ -5,12 +6,9 @@
 #include "viewer/InputFiles.h"
 #include "viewer/Scene.h"
 
-#include <VelBrx/Builder.h>
-
 #include <gtest/gtest.h>
 #include <osgDB/ReadFile>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -34,13 +32,7 @@ protected:
     {
         fs::create_directories(fs::path(path(store)).parent_path());
         ASSERT_TRUE(survey.write(path("survey.las")));
-        VelBrx::BuildOptions options;
-        options.inputs = {path("survey.las")};
-        options.output = path(store);
-        options.threads = 1;
-        VelBrx::BuildReport report;
-        const VelBrx::Status status = VelBrx::buildStore(options, report);
-        ASSERT_TRUE(status) << status.message();
+        buildStoreOf(path("survey.las"), path(store));
         fs::remove(path("survey.las"));
     }
 

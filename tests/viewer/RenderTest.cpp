@@ -57,11 +57,6 @@ double share(const osg::Image& picture)
     return static_cast<double>(countOtherThan(picture, kBackground)) / (picture.s() * picture.t());
 }
 
-int countOf(const osg::Image& picture, const osg::Vec3ub& color)
-{
-    return picture.s() * picture.t() - countOtherThan(picture, color);
-}
-
 } // namespace
 
 TEST_F(Render, ASurveyFromAboveFillsItsSquareWithItsColour)
@@ -83,30 +78,6 @@ TEST_F(Render, ASurveySeenFromAfarDoesNotVanish)
         const auto picture = renderedPicture({path("grid.las"), "--view", "top", "--size", size});
         EXPECT_EQ(pixel(*picture, picture->s() / 2, picture->t() / 2), osg::Vec3ub(255, 128, 0)) << size;
     }
-}
-
-TEST_F(Render, PointsAndCellsDrawnArePrinted)
-{
-    TestSurvey survey;
-    survey.side = 30;
-    ASSERT_TRUE(survey.write(path("grid.las")));
-    const ProgramResult result = render({path("grid.las"), "--size", "300x300"});
-    EXPECT_EQ(result.out.rfind("points 900\ncells ", 0), 0u) << result.out << result.err;
-}
-
-TEST_F(Render, SurveysSideBySideStandInFileCoordinates)
-{
-    TestSurvey west;
-    TestSurvey east;
-    east.x += 150;
-    east.red = 0;
-    east.blue = 255;
-    ASSERT_TRUE(west.write(path("west.las")) && east.write(path("east.las")));
-    const auto picture =
-        renderedPicture({path("west.las"), path("east.las"), "--view", "top", "--size", "300x150"});
-    EXPECT_EQ(pixel(*picture, 60, 75), osg::Vec3ub(255, 128, 0));
-    EXPECT_EQ(pixel(*picture, 150, 75), kBackground);
-    EXPECT_EQ(pixel(*picture, 240, 75), osg::Vec3ub(0, 128, 255));
 }
 
 TEST_F(Render, ASurveyWithoutColoursIsColouredByElevation)
@@ -184,22 +155,6 @@ TEST_F(Render, TheLegendStandsInTheUpperLeftCornerInTheColoursOfThePoints)
     EXPECT_GT(swatch, 100);
 }
 
-TEST_F(Render, EyeDomeLightingDarkensEdgesAndLeavesFlatGround)
-{
-    TestSurvey survey;
-    survey.step = 10;
-    ASSERT_TRUE(survey.write(path("step.las")));
-    const auto picture = renderedPicture({path("step.las"), "--view", "top", "--size", "200x200", "--edl"});
-    EXPECT_EQ(pixel(*picture, 30, 100), osg::Vec3ub(255, 128, 0));
-    EXPECT_EQ(pixel(*picture, 170, 100), osg::Vec3ub(255, 128, 0));
-    EXPECT_EQ(pixel(*picture, 1, 1), kBackground);
-    int darker = 0;
-    for (int x = 60; x < 140; ++x)
-        darker += pixel(*picture, x, 100).r() < 200;
-    EXPECT_GE(darker, 1) << "no edge between the two halves";
-    EXPECT_LE(darker, 10);
-}
-
 TEST_F(Render, EyeDomeLightingWorksCloseToTheGroundToo)
 {
     TestSurvey survey;
@@ -256,15 +211,4 @@ TEST_F(Render, ARealSurveyIsDrawnWholeInItsColours)
             EXPECT_LT(channel / drawn, 210) << view << ": washed out";
         }
     }
-}
-
-TEST_F(Render, AViewThatCannotSettleInTimeEndsWithOneLineAndNoPicture)
-{
-    TestSurvey survey;
-    survey.side = 300;
-    ASSERT_TRUE(survey.write(path("grid.las")));
-    const ProgramResult result = render({path("grid.las"), "--timeout", "0.000001"});
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_NE(result.err.find("picture.png: not all points were there"), std::string::npos) << result.err;
-    EXPECT_FALSE(fs::exists(path("picture.png")));
 }

@@ -1,11 +1,9 @@
+#include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/LasRecords.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/TestSurvey.h"
 
-#include <VelBrx/Builder.h>
-#include <VelBrx/SampleSurvey.h>
 #include <VelBrx/StoreInfo.h>
 #include <VelBrx/Verify.h>
 
@@ -15,8 +13,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <functional>
 #include <numeric>
 #include <sstream>
 
@@ -26,8 +22,6 @@ namespace {
 
 constexpr int kWidth = 320;
 constexpr int kHeight = 240;
-constexpr uint8_t kHidden = 0x0F;
-constexpr uint8_t kCulled = 0x04;
 const osg::Vec3ub kBackground(28, 31, 36);
 
 /// Not convex; no edge comes near the centre of a pixel, so that a mask of it has no pixel in doubt.
@@ -129,19 +123,13 @@ const json& lineOf(const std::vector<json>& lines, size_t step)
     return lines.at(step + 2);
 }
 
-LasRecords hidden(LasRecords records, const std::vector<bool>& which)
-{
-    for (size_t i = 0; i < records.size(); ++i)
-        if (which[i] && !(records.flags(i) & kHidden)) records.flags(i) |= kCulled;
-    return records;
-}
-
 LasRecords classified(LasRecords records, const std::vector<bool>& which, const std::vector<int>& from,
                       int to)
 {
     for (size_t i = 0; i < records.size(); ++i) {
         const bool may = std::find(from.begin(), from.end(), records.classOf(i)) != from.end();
-        if (which[i] && may && !(records.flags(i) & kHidden)) records.classOf(i) = static_cast<uint8_t>(to);
+        if (which[i] && may && !(records.flags(i) & kHiddenBits))
+            records.classOf(i) = static_cast<uint8_t>(to);
     }
     return records;
 }
@@ -150,7 +138,7 @@ size_t countHidden(const LasRecords& records)
 {
     size_t count = 0;
     for (size_t i = 0; i < records.size(); ++i)
-        count += (records.flags(i) & kHidden) != 0;
+        count += (records.flags(i) & kHiddenBits) != 0;
     return count;
 }
 
@@ -183,13 +171,8 @@ protected:
         const char* data = std::getenv("VELBRX_TEST_DATA");
         if (!data) GTEST_SKIP() << "VELBRX_TEST_DATA names no folder of real files";
         const char* other = std::getenv("VELBRX_TEST_SURVEY");
-        VelBrx::BuildOptions options;
-        VelBrx::BuildReport report;
-        options.inputs = {other ? other : std::string(data) + "/survey/" + GetParam()};
-        options.output = folder.file("survey.brx");
-        const VelBrx::Status built = VelBrx::buildStore(options, report);
-        ASSERT_TRUE(built) << built.message();
-        store.emplace(options.output);
+        buildStoreOf(other ? other : std::string(data) + "/survey/" + GetParam(), folder.file("survey.brx"));
+        store.emplace(folder.file("survey.brx"));
         ASSERT_GT(store->info.cells.size(), 10u);
     }
 
@@ -269,11 +252,9 @@ TEST_P(RealSurvey, CullsPagesOutAndInUndoesAndResetsAsAnIndependentComputationSa
     EXPECT_EQ(lineOf(store->run(steps), 6)["stores"][0]["hiddenPoints"], before.size());
     EXPECT_TRUE(store->records().bytes() == culled.bytes());
 
-    LasRecords shown = before;
-    for (size_t i = 0; i < shown.size(); ++i)
-        shown.flags(i) &= static_cast<uint8_t>(~kHidden);
     store->run({{{"op", "reset"}}});
-    EXPECT_TRUE(store->records().bytes() == shown.bytes());
+    const std::vector<bool> all(before.size(), true);
+    EXPECT_TRUE(store->records().bytes() == shown(before, all).bytes());
 }
 
 TEST_P(RealSurvey, ClassifiesEveryPointOfAFarViewUndoesAndSaves)

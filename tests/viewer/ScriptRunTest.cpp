@@ -1,10 +1,10 @@
+#include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/LasRecords.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
 
-#include <VelBrx/Builder.h>
 #include <VelBrx/Verify.h>
 
 #include <gtest/gtest.h>
@@ -35,12 +35,7 @@ protected:
     void build()
     {
         ASSERT_TRUE(survey.write(folder.file("grid.las")));
-        VelBrx::BuildOptions options;
-        options.inputs = {folder.file("grid.las")};
-        options.output = store;
-        VelBrx::BuildReport report;
-        const VelBrx::Status built = VelBrx::buildStore(options, report);
-        ASSERT_TRUE(built) << built.message();
+        buildStoreOf(folder.file("grid.las"), store);
     }
 
     /// Runs the operations, with the window above them, by a program behind the words `before`.
@@ -178,20 +173,26 @@ TEST_F(ScriptRun, DrawsOrthographicPicturesAsFineAsOthers)
     EXPECT_GT(metres, 1.5) << "all is drawn";
 }
 
-TEST_F(ScriptRun, ClassifiesWhatDisplayFilterAndClipPlanesShow)
+TEST_F(ScriptRun, EditsWhatDisplayFilterAndClipPlanesShow)
 {
     build();
     run(kTop +
         R"(, {"op": "showClasses", "classes": [2, 3]}, {"op": "clip", "planes": [[1, 0, 0, -1234509.5]]}, )" +
-        render("part.png") + ", " + kToSeven +
-        R"(, {"op": "showClasses"}, {"op": "clip"}, {"op": "undoAll"}, )" + kToSeven + R"(, {"op": "save"})");
+        render("part.png") + R"(, {"op": "classify", "dryRun": true, "from": [3], "to": 6, )" + kAll + "}, " +
+        kToSeven + R"(, {"op": "undoAll"}, {"op": "showClasses"}, {"op": "cull", )" + kAll +
+        R"(}, {"op": "undo"}, {"op": "clip"}, )" + kToSeven + R"(, {"op": "save"})");
     expectSuccess();
-    EXPECT_EQ(line(5)["points"], 80) << "columns 12, 13, 16 and 17";
+    EXPECT_EQ(line(5)["points"], 40);
     EXPECT_EQ(line(5)["before"], json({{"2", 40}, {"3", 40}}));
-    EXPECT_EQ(line(5)["after"], json({{"7", 80}}));
-    EXPECT_EQ(line(8)["points"], 80);
-    EXPECT_EQ(line(9)["points"], 400);
-    EXPECT_EQ(line(10)["points"], 400);
+    EXPECT_EQ(line(5)["after"], json({{"2", 40}, {"6", 40}}));
+    EXPECT_EQ(line(6)["points"], 80) << "columns 12, 13, 16 and 17";
+    EXPECT_EQ(line(6)["before"], json({{"2", 40}, {"3", 40}})) << "the dry run changed nothing";
+    EXPECT_EQ(line(6)["after"], json({{"7", 80}}));
+    EXPECT_EQ(line(7)["points"], 80) << "there is no dry run to undo";
+    EXPECT_EQ(line(9)["points"], 200) << "hidden within the plane";
+    EXPECT_EQ(line(10)["points"], 200);
+    EXPECT_EQ(line(12)["points"], 400);
+    EXPECT_EQ(line(13)["points"], 400);
     const auto part = picture("part.png");
     EXPECT_EQ(pixel(*part, 60, 100), pixel(*part, 1, 1)) << "outside the plane";
 }
@@ -204,8 +205,7 @@ TEST_F(ScriptRun, ListsTheClassesThatItMadeInTheLegend)
         R"(, {"op": "showClasses"}, )" + kToSeven + without + render("after.png") + R"(, {"op": "undoAll"})");
     expectSuccess();
     const auto count = [&](const std::string& name) {
-        const auto drawn = picture(name);
-        return drawn->s() * drawn->t() - countOtherThan(*drawn, osg::Vec3ub(255, 0, 255));
+        return countOf(*picture(name), osg::Vec3ub(255, 0, 255));
     };
     EXPECT_EQ(count("before.png"), 0);
     EXPECT_GT(count("after.png"), 50);
@@ -226,6 +226,9 @@ TEST_F(ScriptRun, StopsAtAReadOnlyStoreAndTellsWhatIsUnsaved)
     EXPECT_EQ(line(3), json({{"end", "failed"}, {"operations", 4}, {"done", 2}, {"unsaved", 0}}));
 
     run(kTop + ", " + kToSeven + R"(, {"op": "save"}, {"op": "report"})", {}, unprivileged);
+    EXPECT_EQ(line(2)["points"], 400);
+    EXPECT_NE(line(2)["message"].get<std::string>().find("cannot be written"), std::string::npos)
+        << "told before the work is done";
     expectFailure("operation 4 (save): ");
     expectFailure("the changed classes of 400 points were not saved");
     EXPECT_EQ(lines.back()["unsaved"], 400);

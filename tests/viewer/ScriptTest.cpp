@@ -137,17 +137,6 @@ TEST(Script, RefusesPicturesThatCannotBeWritten)
     EXPECT_EQ(message(render("new.png") + "," + render("newer.png")), "");
 }
 
-TEST(Script, CannotBeReadFromWhatIsNoFile)
-{
-    Options options;
-    options.headless.emplace();
-    script::Script script;
-    for (const std::string& name : {std::string("/nowhere/edit.json"), std::string("/")}) {
-        options.headless->script = name;
-        EXPECT_EQ(script::read(options, script).message(), name + ": cannot be read");
-    }
-}
-
 TEST(Script, SetsTheSizeOfItsWindowUnlessTheCommandLineDoes)
 {
     const std::string text = R"([{"op": "window", "width": 300, "height": 200}])";

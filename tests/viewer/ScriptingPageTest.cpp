@@ -1,3 +1,4 @@
+#include "tests/support/DocsPage.h"
 #include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <set>
 #include <sstream>
 
@@ -15,23 +17,7 @@ using nlohmann::json;
 
 namespace {
 
-std::string page()
-{
-    const std::vector<uint8_t> bytes = readFile(VELBRX_SOURCE_DIR "/docs/scripting.md");
-    return std::string(bytes.begin(), bytes.end());
-}
-
-/// The blocks of the page in a language.
-std::vector<std::string> blocks(const std::string& text, const std::string& language)
-{
-    const std::string open = "```" + language + "\n";
-    std::vector<std::string> found;
-    for (size_t begin = text.find(open); begin != std::string::npos; begin = text.find(open, begin)) {
-        begin += open.size();
-        found.push_back(text.substr(begin, text.find("```", begin) - begin));
-    }
-    return found;
-}
+const std::string kPage = VELBRX_SOURCE_DIR "/docs/scripting.md";
 
 std::vector<json> linesOf(const std::string& output)
 {
@@ -62,7 +48,7 @@ TEST(ScriptingPage, ShowsScriptsThatRunAndTheLinesThatTheyPrint)
 
     std::set<std::string> shown;
     std::vector<json> printed;
-    const std::vector<std::string> examples = blocks(page(), "json");
+    const std::vector<std::string> examples = codeBlocks(kPage, "json");
     for (size_t i = 0; i < examples.size(); ++i) {
         const std::vector<uint8_t> text(examples[i].begin(), examples[i].end());
         folder.write("edit.json", text);
@@ -85,7 +71,7 @@ TEST(ScriptingPage, ShowsScriptsThatRunAndTheLinesThatTheyPrint)
     const std::vector<std::string> names = script::operationNames();
     EXPECT_EQ(shown, std::set<std::string>(names.begin(), names.end()));
 
-    for (const std::string& block : blocks(page(), "jsonl")) {
+    for (const std::string& block : codeBlocks(kPage, "jsonl")) {
         for (const json& line : linesOf(block)) {
             const bool found = std::any_of(printed.begin(), printed.end(), [&](const json& other) {
                 return membersOf(other) == membersOf(line) && other.value("op", "") == line.value("op", "");
@@ -104,5 +90,7 @@ TEST(ScriptingPage, ShowsAMessageAsItIs)
         runProgram({"env", "-C", folder.path(), BRXVIEW, "--script", "edit.json", "survey.brx"}, {"DISPLAY"});
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_NE(page().find("\n" + result.err), std::string::npos) << result.err;
+    const std::vector<uint8_t> page = readFile(kPage);
+    const std::string told = "\n" + result.err;
+    EXPECT_NE(std::search(page.begin(), page.end(), told.begin(), told.end()), page.end()) << result.err;
 }

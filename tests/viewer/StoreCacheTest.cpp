@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -68,16 +67,6 @@ TEST_F(StoreCache, AStoreOlderThanItsSourceIsKeptUntilForced)
 
     EXPECT_EQ(find(true), store);
     EXPECT_GT(fs::last_write_time(store), old);
-}
-
-TEST_F(StoreCache, ADamagedStoreIsNamed)
-{
-    const std::string store = find();
-    fs::resize_file(store, fs::file_size(store) / 2);
-    std::string unused;
-    const VelBrx::Status status = findOrBuildStore(store, false, unused);
-    EXPECT_FALSE(status);
-    EXPECT_NE(status.message().find(store + ": is a damaged store"), std::string::npos) << status.message();
 }
 
 TEST_F(StoreCache, WhereTheFolderCannotBeWrittenTheStoreGoesToTheCache)

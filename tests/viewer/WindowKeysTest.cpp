@@ -7,7 +7,6 @@
 #include <osgDB/ReadFile>
 #include <osgGA/TrackballManipulator>
 
-#include <cstring>
 #include <filesystem>
 
 namespace {
@@ -21,12 +20,6 @@ protected:
     ~WindowKeys() override { fs::current_path(before); }
 
     osg::ref_ptr<osg::Image> picture() { return reader->drawFrame(*shown.host.viewer); }
-
-    static bool isSame(const osg::Image& a, const osg::Image& b)
-    {
-        return a.s() == b.s() && a.t() == b.t() &&
-               std::memcmp(a.data(), b.data(), a.getTotalSizeInBytes()) == 0;
-    }
 
     const fs::path before = fs::current_path();
     ShownSurvey shown;
@@ -45,15 +38,15 @@ TEST_F(WindowKeys, AScreenshotHoldsWhatIsOnTheScreenOverlayIncludedAndLeavesItTh
     shown.show();
     const osg::ref_ptr<osg::Image> screen = picture();
     shown.overlay->setLines({});
-    EXPECT_FALSE(isSame(*picture(), *screen)) << "the overlay is seen";
+    EXPECT_FALSE(samePixels(*picture(), *screen)) << "the overlay is seen";
     shown.overlay->setLines({"a line of text"});
 
     for (const std::string name : {"brxview-1.png", "brxview-2.png"}) {
         shown.pressKey('c');
         const osg::ref_ptr<osg::Image> saved = osgDB::readRefImageFile(name);
         ASSERT_TRUE(saved) << name;
-        EXPECT_TRUE(isSame(*saved, *screen)) << name;
-        EXPECT_TRUE(isSame(*picture(), *screen)) << name;
+        EXPECT_TRUE(samePixels(*saved, *screen)) << name;
+        EXPECT_TRUE(samePixels(*picture(), *screen)) << name;
     }
     shown.pressKey('x');
     EXPECT_FALSE(fs::exists("brxview-3.png"));
@@ -71,10 +64,10 @@ TEST_F(WindowKeys, HelpIsDrawnOverThePictureAndGoesAgain)
     const osg::ref_ptr<osg::Image> without = picture();
     shown.pressKey('h');
     const osg::ref_ptr<osg::Image> with = picture();
-    EXPECT_FALSE(isSame(*with, *without));
+    EXPECT_FALSE(samePixels(*with, *without));
     help->add("Edit", *help);
     shown.pressKey('h');
-    EXPECT_TRUE(isSame(*picture(), *without));
+    EXPECT_TRUE(samePixels(*picture(), *without));
     shown.pressKey('h');
-    EXPECT_FALSE(isSame(*picture(), *with)) << "has another title";
+    EXPECT_FALSE(samePixels(*picture(), *with)) << "has another title";
 }

@@ -1,13 +1,12 @@
 #include "tests/store/laz/LazTestFile.h"
-#include "tests/store/laz/Md5.h"
-#include "tests/support/RestoreSources.h"
+#include "tests/support/ReadFile.h"
+#include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 
 #include "store/ByteIo.h"
 #include "store/las/RecordFormat.h"
 
 #include <VelBrx/Builder.h>
-#include <VelBrx/Verify.h>
 
 #include <gtest/gtest.h>
 
@@ -99,14 +98,15 @@ TEST_F(LazRealFiles, PairsDecodeToTheRecordsOfTheirLasFile)
 
 TEST_F(LazRealFiles, RecordsHaveTheirListedSums)
 {
+    const TempFolder folder;
     const auto sums = listedSums(_folder / "INDEX.md");
     unsigned checked = 0;
     for (const auto& entry : fs::recursive_directory_iterator(_folder)) {
         const auto sum = sums.find(entry.path().filename());
         if (!isLaz(entry.path()) || sum == sums.end()) continue;
         SCOPED_TRACE(entry.path().string());
-        const std::vector<uint8_t> records = decoded(entry.path());
-        EXPECT_EQ(sum->second, md5(records.data(), records.size()));
+        const std::string records = folder.write("records", decoded(entry.path()));
+        EXPECT_EQ(sum->second, runProgram({"md5sum", records}).out.substr(0, 32));
         ++checked;
     }
     EXPECT_GE(checked, 45u);
@@ -187,38 +187,5 @@ TEST_F(LazRealFiles, LayeredFilesWithFaultsAreReadOrFail)
             bytes[94 + random() % (bytes.size() - 94)] ^= static_cast<uint8_t>(1 << random() % 8);
         const ReadPoints points = readPoints(folder, bytes);
         EXPECT_TRUE(points.status || !points.status.message().empty());
-    }
-}
-
-TEST_F(LazRealFiles, StoresHoldEveryRecordOfTheirLazFile)
-{
-    const TempFolder folder;
-    for (const char* name :
-         {"pairs/PDAL__simple.laz", "pairs/loaders.gl__pdrf10-1.4.laz",
-          "pairs/laz-rs__point-version-1-point-wise.laz", "survey/silvimetric__autzen_test.copc.laz"}) {
-        SCOPED_TRACE(name);
-        BuildOptions options;
-        options.inputs = {(_folder / name).string()};
-        options.output = folder.file("store.brx");
-        options.overwrite = true;
-        BuildReport report;
-        const Status status = buildStore(options, report);
-        ASSERT_TRUE(status) << status.message();
-        EXPECT_TRUE(verifyStore(options.output).empty());
-
-        LasFile file;
-        ASSERT_TRUE(readLasFile(options.inputs.front(), file));
-        const std::vector<uint8_t> restored = restoreSources(options.output).front();
-        const auto first = restored.begin() + static_cast<ptrdiff_t>(file.pointDataStart);
-        const std::vector<uint8_t> records(
-            first, first + static_cast<ptrdiff_t>(file.pointCount * file.recordLength));
-        EXPECT_TRUE(records == decoded(options.inputs.front()));
-        const std::vector<uint8_t> source = readFile(options.inputs.front());
-        EXPECT_TRUE(std::equal(restored.begin(), first, source.begin())) << "the head is kept as it is";
-        const size_t tail = restored.size() - file.pointDataStart - records.size();
-        EXPECT_TRUE(std::equal(restored.end() - static_cast<ptrdiff_t>(tail), restored.end(),
-                               source.end() - static_cast<ptrdiff_t>(tail)))
-            << "and what follows the points";
-        EXPECT_EQ(source.size() - file.pointDataEnd(), tail);
     }
 }

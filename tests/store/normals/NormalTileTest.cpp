@@ -1,9 +1,8 @@
 #include "store/normals/NormalTile.h"
 #include "store/normals/TilePlan.h"
 
-#include <VelBrx/Builder.h>
-
 #include "store/StoreHead.h"
+#include "tests/support/BuildStore.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
 
@@ -33,12 +32,8 @@ protected:
 
     void build()
     {
-        BuildOptions options;
-        options.inputs = {folder.write("cloud.las", las.bytes())};
-        options.output = folder.file("cloud.brx");
-        BuildReport report;
-        ASSERT_TRUE(buildStore(options, report));
-        ASSERT_TRUE(readStore(options.output, file, head, index));
+        buildStoreOf(folder.write("cloud.las", las.bytes()), folder.file("cloud.brx"));
+        ASSERT_TRUE(readStore(folder.file("cloud.brx"), file, head, index));
     }
 
     static std::vector<PointNormal> compute(const CellSpace& space, const SpaceBox& box)

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// The blocks of code in a language that a page of Markdown shows.
+std::vector<std::string> codeBlocks(const std::string& pagePath, const std::string& language);
+
+/// The blocks of C++ of a page that do not stand in a source file; white space does not count.
+std::vector<std::string> blocksNotIn(const std::string& sourcePath, const std::string& pagePath);
