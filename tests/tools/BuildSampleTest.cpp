@@ -61,7 +61,8 @@ TEST_F(BuildSampleTest, KeepsWithinAGivenMemory)
     ASSERT_EQ(brx({"sample", tiles + "/0.las", "--points", "500000"}).exitStatus, 0);
     for (int i = 1; i < 8; ++i) // together 144 MB
         std::filesystem::create_hard_link(tiles + "/0.las", tiles + "/" + std::to_string(i) + ".las");
-    const ProgramResult built = brx({"build", tiles, "-o", store, "--memory", "128M", "--json"});
+    const ProgramResult built = // so many threads want twice the memory
+        brx({"build", tiles, "-o", store, "--memory", "128M", "--threads", "8", "--json"});
     ASSERT_EQ(built.exitStatus, 0) << built.err;
     EXPECT_NE(built.err.find("100 %"), std::string::npos) << built.err;
     EXPECT_EQ(nlohmann::json::parse(built.out)["points"], 4000000);
