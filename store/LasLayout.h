@@ -64,6 +64,7 @@ constexpr size_t kZ = 8;
 constexpr size_t kIntensity = 12;
 constexpr size_t kReturns = 14; ///< return number in the low nibble, number of returns in the high one
 constexpr size_t kFlags = 15;   ///< hidden bits in the low nibble, channel, scan direction, edge of line
+constexpr uint8_t kHiddenBits = 0x0F; ///< of `kFlags`: the point is not shown
 constexpr size_t kClass = 16;
 constexpr size_t kUserData = 17;
 constexpr size_t kScanAngle = 18;

@@ -39,7 +39,7 @@ void PointTally::add(const uint8_t* records, size_t count)
     for (const uint8_t* end = records + count * kPointSize; records != end; records += kPointSize) {
         ++byClass[records[kClass]];
         ++byReturnByte[records[kReturns]];
-        hiddenHere += (records[kFlags] & 0x0F) != 0;
+        hiddenHere += (records[kFlags] & kHiddenBits) != 0;
         const uint16_t intensity = loadLe<uint16_t>(records + kIntensity);
         lowIntensity = std::min(lowIntensity, intensity);
         highIntensity = std::max(highIntensity, intensity);

@@ -17,33 +17,39 @@
 namespace {
 
 /// Computes the normals of the store that was just built.
-void buildNormals(const VelBrx::BuildOptions& build)
+void buildNormals(const VelBrx::BuildOptions& build, Progress::For readers)
 {
     VelBrx::NormalsOptions options;
     options.store = build.output;
     options.overwrite = build.overwrite;
     options.threads = build.threads;
-    Watch watch;
+    Watch watch(readers);
     watch.over(options);
     watch.end(VelBrx::writeNormals(options), "; the store is complete");
+}
+
+void tell(const VelBrx::BuildOptions& options, const VelBrx::BuildReport& report, double seconds)
+{
+    for (const std::string& note : report.notes)
+        std::cerr << "brx: " << printable(note) << '\n';
+    std::cerr << options.output << ": " << report.points << " points in " << report.cells << " cells on "
+              << report.levels << " levels, " << std::llround(seconds * 1000) << " ms\n";
 }
 
 void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
 {
     const auto start = std::chrono::steady_clock::now();
+    const auto readers = json ? Progress::For::Programs : Progress::For::People;
     VelBrx::BuildReport report;
     {
-        Watch watch;
+        Watch watch(readers);
         watch.over(options);
         watch.end(VelBrx::buildStore(options, report));
     }
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    for (const std::string& note : report.notes)
-        std::cerr << "brx: " << printable(note) << '\n';
-    std::cerr << options.output << ": " << report.points << " points in " << report.cells << " cells on "
-              << report.levels << " levels, " << std::llround(seconds * 1000) << " ms\n";
-    if (withNormals) buildNormals(options);
+    if (!json) tell(options, report, seconds);
+    if (withNormals) buildNormals(options, readers);
     if (json)
         printJson({{"store", options.output},
                    {"points", report.points},
@@ -75,11 +81,12 @@ void addBuildCommand(CLI::App& app)
     addMemoryOption(*command, options->build.memory, "half of the machine's");
     command->add_flag("--normals", options->normals,
                       "compute the points' normals as well, as brx normals does");
-    command->add_flag("--json", options->json, "print a report as one JSON object");
+    command->add_flag("--json", options->json,
+                      "print a report as one JSON object, and progress as a line of JSON each");
     command->callback([options] { runBuild(options->build, options->normals, options->json); });
     command->footer(
         "Every input point is in the store once, with all its attributes. What had to be repaired or "
         "changed is told on standard error. A failed or interrupted build leaves nothing behind. The input "
         "may be larger than the memory: the points stand in the store's folder meanwhile, which needs room "
-        "for about two and a half times the store.");
+        "for two and a quarter times the store.");
 }

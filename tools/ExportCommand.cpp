@@ -21,20 +21,26 @@ nlohmann::ordered_json reportJson(const VelBrx::ExportReport& report)
     return {{"files", files}, {"hiddenLeftOut", report.hiddenLeftOut}, {"notes", report.notes}};
 }
 
-void runExport(VelBrx::ExportOptions options, bool json)
+void tell(const VelBrx::ExportReport& report, bool visibleOnly)
 {
-    VelBrx::ExportReport report;
-    Watch watch;
-    watch.over(options);
-    watch.end(VelBrx::exportLas(options, report));
-
     for (const std::string& note : report.notes)
         std::cerr << "brx: " << printable(note) << '\n';
     for (const VelBrx::ExportedFile& file : report.files)
         std::cerr << printable(file.path) << ": " << file.points << " points, " << file.changed
                   << " of them changed\n";
-    if (options.visibleOnly) std::cerr << report.hiddenLeftOut << " hidden points left out\n";
-    if (json) printJson(reportJson(report));
+    if (visibleOnly) std::cerr << report.hiddenLeftOut << " hidden points left out\n";
+}
+
+void runExport(VelBrx::ExportOptions options, bool json)
+{
+    VelBrx::ExportReport report;
+    Watch watch(json ? Progress::For::Programs : Progress::For::People);
+    watch.over(options);
+    watch.end(VelBrx::exportLas(options, report));
+    if (json)
+        printJson(reportJson(report));
+    else
+        tell(report, options.visibleOnly);
 }
 
 } // namespace
@@ -63,7 +69,8 @@ void addExportCommand(CLI::App& app)
     command->add_flag("--force", options->run.overwrite, "replace files that exist");
     addMemoryOption(*command, options->run.memory, "1G");
     addThreadsOption(*command, options->run.threads);
-    command->add_flag("--json", options->json, "print a report as one JSON object");
+    command->add_flag("--json", options->json,
+                      "print a report as one JSON object, and progress as a line of JSON each");
     command->callback([options] {
         if (options->split) options->run.form = VelBrx::ExportForm::Split;
         if (options->las14) options->run.form = VelBrx::ExportForm::Merged;

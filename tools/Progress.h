@@ -5,11 +5,18 @@
 #include <string>
 
 /// Tells on stderr how far a command is, how many points it does in a second and how long it will take: one
-/// bar on a terminal, a line for every tenth elsewhere. Used from one thread.
+/// bar on a terminal, a line for every tenth elsewhere, or for programs a JSON object for every hundredth on
+/// a line of its own. Used from one thread.
 class Progress
 {
 public:
-    Progress();
+    enum class For
+    {
+        People,
+        Programs
+    };
+
+    explicit Progress(For readers);
     ~Progress();
 
     /// `done` of `total` points.
@@ -19,11 +26,18 @@ public:
     void clear();
 
 private:
+    enum class Form
+    {
+        Bar,
+        Lines,
+        JsonLines
+    };
+
     void showBar(const std::string& text, double part);
 
-    bool _isTerminal;
+    const Form _form;
     bool _barIsShown = false;
-    int _lastTenth = 0;
+    int _lastStep = 0;
     const std::chrono::steady_clock::time_point _start = std::chrono::steady_clock::now();
     std::chrono::steady_clock::time_point _lastShown;
 };

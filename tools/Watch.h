@@ -16,6 +16,8 @@
 class Watch
 {
 public:
+    explicit Watch(Progress::For readers = Progress::For::People) : _progress(readers) {}
+
     /// Sets `progress` and `cancel` of the options of a function of the library.
     template <class Options>
     void over(Options& options)

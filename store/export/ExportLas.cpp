@@ -1,6 +1,7 @@
 #include <VelBrx/ExportLas.h>
 
 #include "store/SourceRecords.h"
+#include "store/build/DiskFile.h"
 #include "store/export/ExportOutput.h"
 #include "store/export/RecordEncoder.h"
 #include "store/export/SourceOrder.h"
@@ -20,7 +21,6 @@ namespace {
 constexpr size_t kMostOpenFiles = 64;
 constexpr uint64_t kBlockPoints = 1 << 16;
 constexpr uint64_t kBlockBytes = 4 << 20;
-constexpr uint8_t kHiddenBits = 0x0F;
 constexpr uint8_t kLastLegacyFormat = 5;
 constexpr size_t kFormatByte = 104;
 constexpr uint8_t kCompressionBits = 0xC0;
@@ -28,13 +28,6 @@ constexpr uint8_t kCompressionBits = 0xC0;
 bool isCompressed(const OriginSource& source)
 {
     return source.head.size() > kFormatByte && (source.head[kFormatByte] & kCompressionBits);
-}
-
-std::string folderOf(const std::string& path)
-{
-    const size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 /// A name for the file of a source that no earlier one has taken; a name from a store is not to be trusted.
@@ -321,7 +314,7 @@ private:
         return status;
     }
 
-    static bool isHidden(const uint8_t* record) { return record[LasLayout::kFlags] & kHiddenBits; }
+    static bool isHidden(const uint8_t* record) { return record[LasLayout::kFlags] & LasLayout::kHiddenBits; }
 
     Status writeBlock(const SourceOrder& order, const ExportBlock& block)
     {

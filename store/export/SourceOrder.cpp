@@ -17,7 +17,6 @@ constexpr uint64_t kEntrySize = 4 + kPointSize; ///< index in the window, record
 constexpr uint64_t kThreadMemory = 12 << 20;    ///< more than the buffers of a thread
 constexpr uint64_t kLeastMemory = 4 << 20;
 constexpr uint64_t kMostWindowPoints = 0xFFFFFFFF;
-constexpr uint8_t kHiddenBits = 0x0F;
 constexpr uint8_t kLastNarrowClass = 31;
 
 uint64_t roundedUp(uint64_t value, uint64_t divisor)

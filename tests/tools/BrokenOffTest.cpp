@@ -197,6 +197,7 @@ TEST_F(BrokenOff, AFileThatCannotGrowEndsTheCommandInOneLine)
                                VELBRX_BRX};
                 words.insert(words.end(), job.words.begin(), job.words.end());
                 fs::remove(job.result);
+                fs::remove(out + ".normals");
                 const ProgramResult result = runProgram(words);
                 if (result.exitStatus == 0) continue; // large enough
                 ++failures;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <sstream>
 
 namespace {
 
@@ -34,7 +35,9 @@ protected:
 TEST_F(BuildSampleTest, ReplacesFilesOnlyWhenForced)
 {
     sample();
-    ASSERT_EQ(brx({"build", las, "-o", store}).exitStatus, 0);
+    const ProgramResult built = brx({"build", las, "-o", store});
+    ASSERT_EQ(built.exitStatus, 0);
+    EXPECT_NE(built.err.find("\n100 %: writing"), std::string::npos) << built.err;
     const std::vector<uint8_t> there = readFile(store);
     expectOneLine(sample(), las);
     expectOneLine(brx({"build", las, "-o", store}), store);
@@ -64,8 +67,14 @@ TEST_F(BuildSampleTest, KeepsWithinAGivenMemory)
     const ProgramResult built = // so many threads want twice the memory
         brx({"build", tiles, "-o", store, "--memory", "128M", "--threads", "8", "--json"});
     ASSERT_EQ(built.exitStatus, 0) << built.err;
-    EXPECT_NE(built.err.find("100 %"), std::string::npos) << built.err;
     EXPECT_EQ(nlohmann::json::parse(built.out)["points"], 4000000);
+    std::istringstream lines(built.err);
+    nlohmann::json event;
+    for (std::string line; std::getline(lines, line);) {
+        event = nlohmann::json::parse(line);
+        EXPECT_EQ(event["total"], 4000000) << line;
+    }
+    EXPECT_EQ(event["points"], 4000000) << "progress goes to the end";
     const ProgramResult exported =
         brx({"export", store, folder.file("split"), "--split", "--memory", "48M", "--threads", "2"});
     ASSERT_EQ(exported.exitStatus, 0) << exported.err;
