@@ -30,7 +30,7 @@ unsigned finestTaken(unsigned level, unsigned floor, const LevelCounts& counts)
 bool isDivided(const LevelCounts& octant, unsigned floor, unsigned finest)
 {
     const uint64_t rest = sum(octant, finest + 1, kMaxLevel);
-    return rest > kCrumb && rest > sum(octant, floor, finest) / 2;
+    return rest > kCrumb && kTakenPerRest * rest > sum(octant, floor, finest);
 }
 
 /// The code of the node of level `above` that a node of `level` lies in.

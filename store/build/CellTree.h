@@ -72,9 +72,10 @@ std::vector<TreeNode> nodesOf(const TreePoint* points, size_t count, unsigned le
 /// - those of the next levels until it has at least `kMinTaken`, so that few points make no chain of almost
 ///   empty cells; where more than `kSmallNode` are left, until it has one, or a point far off would make the
 ///   cells of all others large;
-/// - all that remain in an octant, when they are at most half of what it took there, or at most `kCrumb`.
-/// So no cell is more than one and a half times as dense as its neighbours of the same level, but where these
-/// have few points.
+/// - all that remain in an octant, when they are at most the `kTakenPerRest`th part of what it took there, or
+///   at most `kCrumb`.
+/// So no cell is denser than its neighbours of the same level by more than this part, but where an octant has
+/// few points.
 ///
 /// The cells depend on the set of all points alone, whatever chunks there are.
 std::vector<TreeCell> divideIntoCells(TreePoint* points, const TreeNode& node, unsigned level,
@@ -82,6 +83,7 @@ std::vector<TreeCell> divideIntoCells(TreePoint* points, const TreeNode& node, u
 
 constexpr uint64_t kMinTaken = 64;
 constexpr uint64_t kSmallNode = 1 << 14;
-constexpr uint64_t kCrumb = 256;
+constexpr uint64_t kTakenPerRest = 6;
+constexpr uint64_t kCrumb = 128;
 
 } // namespace VelBrx

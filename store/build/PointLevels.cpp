@@ -12,6 +12,7 @@ namespace {
 
 constexpr size_t kRadix = 256;
 constexpr size_t kFewPoints = 256;
+constexpr unsigned kLargestDepth = 128; // a million random ranks need half of it
 
 /// Digits of a column code's Morton part that two codes share from the top, 21 when they are in one column of
 /// the finest grid.
@@ -59,7 +60,8 @@ public:
         else
             thinColumns(first, last, shared + 1);
         for (unsigned grid = std::min(shared, kMortonLevels - 1); grid >= digits; --grid)
-            if (_candidates.size() - start > 1) thinLayers(start, grid);
+            if (_candidates.size() - start > 1)
+                _candidates.resize(keepWanted(start, _candidates.size(), start, grid));
     }
 
     /// Gives the candidates that are left `level`.
@@ -108,51 +110,40 @@ private:
         });
     }
 
-    /// Keeps of the candidates from `start` on, one column of the grid of `grid` digits, what that grid
-    /// wants.
-    void thinLayers(size_t start, unsigned grid)
+    /// Keeps of the candidates [first, last), of one column of the grid of `grid` digits, what that grid
+    /// wants: moves it down to `kept` and tells where it ends. The lowest in rank is wanted and those near it
+    /// are not; then what is below and what is above are out of each other's reach.
+    size_t keepWanted(size_t first, size_t last, size_t kept, unsigned grid, unsigned depth = 0)
     {
-        const unsigned shift = kMortonLevels - 1 - grid; // from heights to layers of half a cell
-        const unsigned finerLevel = grid + 1 - kGridDigits;
-        const size_t end = _candidates.size();
-        size_t kept = start;
-        Layer below{};
-        Layer layer = layerAt(start, end, shift);
-        while (layer.first < end) {
-            const Layer above = layerAt(layer.end, end, shift);
-            const uint64_t lowest = _candidates[layer.lowest].rank;
-            const bool isWanted =
-                !(below.end > below.first && below.number + 1 == layer.number && below.rank < lowest) &&
-                !(above.end > above.first && layer.number + 1 == above.number && above.rank < lowest);
-            for (size_t i = layer.first; i < layer.end; ++i)
-                if (!isWanted || i != layer.lowest) _candidates[i].point->level = finerLevel;
-            if (isWanted) _candidates[kept++] = _candidates[layer.lowest];
-            below = layer;
-            layer = above;
+        const uint32_t reach = 1U << (kMortonLevels - grid); // a cell's height
+        for (; first < last; ++depth) {
+            // Ranks are random, but a file can be made for them to rise all the way: halve it instead.
+            const size_t lowest = depth < kLargestDepth ? lowestOf(first, last) : first + (last - first) / 2;
+            const Candidate wanted = _candidates[lowest];
+            size_t below = lowest;
+            while (below > first && wanted.height - _candidates[below - 1].height <= reach)
+                drop(--below, grid);
+            size_t above = lowest + 1;
+            while (above < last && _candidates[above].height - wanted.height <= reach)
+                drop(above++, grid);
+            kept = keepWanted(first, below, kept, grid, depth + 1);
+            _candidates[kept++] = wanted;
+            first = above;
         }
-        _candidates.resize(kept);
+        return kept;
     }
 
-    /// Candidates [first, end) of one layer; none where they are equal.
-    struct Layer
+    size_t lowestOf(size_t first, size_t last) const
     {
-        size_t first;
-        size_t end;
-        size_t lowest;
-        uint64_t rank; ///< of the lowest
-        uint32_t number;
-    };
+        size_t lowest = first;
+        for (size_t i = first + 1; i < last; ++i)
+            if (_candidates[i].rank < _candidates[lowest].rank) lowest = i;
+        return lowest;
+    }
 
-    Layer layerAt(size_t first, size_t last, unsigned shift) const
+    void drop(size_t candidate, unsigned grid) const
     {
-        if (first == last) return {first, first, first, 0, 0};
-        Layer layer{first, first + 1, first, _candidates[first].rank, _candidates[first].height >> shift};
-        for (; layer.end < last && _candidates[layer.end].height >> shift == layer.number; ++layer.end)
-            if (_candidates[layer.end].rank < layer.rank) {
-                layer.rank = _candidates[layer.end].rank;
-                layer.lowest = layer.end;
-            }
-        return layer;
+        _candidates[candidate].point->level = grid + 1 - kGridDigits;
     }
 };
 

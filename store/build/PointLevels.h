@@ -33,12 +33,13 @@ void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint6
 
 /// Gives every point the coarsest level that wants it. The sampling grid of level L divides the root cube's
 /// edge into 2^(L + 7). The finest grid, that of level 14, wants of each of its cells the point of lowest
-/// rank. A coarser grid takes, of the points that the next finer one wants, those of a column of its cells
-/// together; it parts the column into layers half a cell high and wants the point of lowest rank of a layer
-/// where that is lower than the lowest of the layers above and below.
+/// rank. A coarser grid takes, of the points that the next finer one wants, those of a column of its cells in
+/// order of rank, and wants each that is farther than a cell's height above or below those that it wants
+/// already.
 ///
-/// So levels are nested and random, and a surface that is not steep has one point in each column, also where
-/// it crosses from one cell to the next above it: cells alone would show it with contour lines.
+/// So levels are nested and random, and a surface that is not steep, rough ground too, has one point in each
+/// column, wherever it crosses from one cell to the next above it: cells, and layers of any kind, would show
+/// it with contour lines.
 ///
 /// Of points with one and the same code the second to fourth in rank get level 15, up to the 16th 16, and so
 /// on by powers of four up to level 21.

@@ -145,7 +145,7 @@ TEST(CellTree, KeepsEachPointNoFinerThanItsLevelAndCoarseCellsEven)
         wanted += divided.wanted[i].level <= divided.points[i].level;
     }
     for (const auto& [octant, points] : octants)
-        EXPECT_LE(points.first, points.second + std::max(points.second / 2, kCrumb));
+        EXPECT_LE(points.first, points.second + std::max(points.second / kTakenPerRest, kCrumb));
 }
 
 TEST(CellTree, HasNoLargeCellsBecauseOfPointsFarOff)

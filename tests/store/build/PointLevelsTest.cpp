@@ -54,24 +54,21 @@ using CodesByOrdinal = std::map<uint64_t, uint64_t>;
 /// states it.
 std::set<uint64_t> wantedBy(unsigned digits, const CodesByOrdinal& finer)
 {
-    std::map<std::pair<uint64_t, int64_t>, uint64_t> lowest; // by column and layer
-    const auto layerOf = [&](uint64_t code) {
-        return std::pair(code >> (kMortonLevels + 2 * (kMortonLevels - digits)),
-                         int64_t(heightOf(code) >> (kMortonLevels - 1 - digits)));
-    };
-    for (const auto& [ordinal, code] : finer) {
-        const auto [entry, isNew] = lowest.emplace(layerOf(code), pointRank(ordinal));
-        entry->second = std::min(entry->second, pointRank(ordinal));
-    }
+    std::map<uint64_t, uint64_t> byRank;
+    for (const auto& [ordinal, code] : finer)
+        byRank[pointRank(ordinal)] = ordinal;
+    std::map<uint64_t, std::vector<int64_t>> heights; // of the wanted points by column
     std::set<uint64_t> wanted;
-    for (const auto& [ordinal, code] : finer) {
-        const auto [column, layer] = layerOf(code);
-        bool isLowest = true;
-        for (int64_t near = layer - 1; near <= layer + 1; ++near) {
-            const auto entry = lowest.find({column, near});
-            isLowest &= entry == lowest.end() || entry->second >= pointRank(ordinal);
-        }
-        if (isLowest) wanted.insert(ordinal);
+    for (const auto& [rank, ordinal] : byRank) {
+        const uint64_t code = finer.at(ordinal);
+        const int64_t height = heightOf(code);
+        std::vector<int64_t>& taken = heights[columnOf(code, digits)];
+        const bool isFar = std::all_of(taken.begin(), taken.end(), [&](int64_t other) {
+            return std::abs(height - other) > int64_t(1) << (kMortonLevels - digits);
+        });
+        if (!isFar) continue;
+        taken.push_back(height);
+        wanted.insert(ordinal);
     }
     return wanted;
 }
@@ -125,6 +122,27 @@ TEST(PointLevels, LeaveOnePointInEachColumnOfAGentleSlope)
         EXPECT_EQ(perColumn.size(), size_t(1) << (2 * level + 6));
         for (const auto& [column, count] : perColumn)
             ASSERT_EQ(count, 1) << "level " << level;
+    }
+}
+
+TEST(PointLevels, ComeOutSoonOfALineMadeForRanksToRise)
+{
+    constexpr uint32_t kCount = 100000;
+    std::vector<uint64_t> ordinals(kCount);
+    std::iota(ordinals.begin(), ordinals.end(), 0);
+    std::sort(ordinals.begin(), ordinals.end(),
+              [](uint64_t a, uint64_t b) { return pointRank(a) < pointRank(b); });
+    for (const bool isFalling : {false, true}) {
+        std::vector<TreePoint> points;
+        for (uint32_t i = 0; i < kCount; ++i)
+            points.push_back({columnCode(0, 0, 20 * i), isFalling ? kCount - 1 - i : i, 0});
+        assignLevels(points.data(), points.size(), ordinals.data());
+        for (unsigned level = 0; level < 11; ++level) {
+            const auto taken = std::count_if(points.begin(), points.end(),
+                                             [&](const TreePoint& point) { return point.level <= level; });
+            const double cells = 1 << (kGridDigits + level);
+            EXPECT_NEAR(static_cast<double>(taken), 0.75 * cells, 0.25 * cells) << "level " << level;
+        }
     }
 }
 
