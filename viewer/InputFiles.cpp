@@ -1,7 +1,7 @@
 #include "viewer/InputFiles.h"
 
-#include <algorithm>
-#include <cctype>
+#include <VelBrx/FolderFiles.h>
+
 #include <filesystem>
 #include <set>
 
@@ -10,37 +10,14 @@ using VelBrx::Status;
 
 namespace {
 
-/// The files under a folder that matter to a viewer.
-struct Folder
+Status withoutStores(const std::string& folder)
 {
-    std::vector<std::string> stores;
-    size_t surveys = 0; ///< LAS and LAZ files
-};
-
-std::string lowerCaseExtension(const fs::path& path)
-{
-    std::string extension = path.extension();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char letter) { return std::tolower(letter); });
-    return extension;
-}
-
-Status list(const std::string& path, Folder& folder)
-{
-    std::error_code error;
-    fs::recursive_directory_iterator entry(path, fs::directory_options::follow_directory_symlink, error);
-    for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
-        const std::string extension = lowerCaseExtension(entry->path());
-        if (extension != ".brx" && extension != ".las" && extension != ".laz") continue;
-        if (fs::is_directory(entry->path(), error)) continue;
-        if (extension == ".brx")
-            folder.stores.push_back(entry->path());
-        else
-            ++folder.surveys;
-    }
-    if (error) return Status::failure(path + ": cannot be listed: " + error.message());
-    std::sort(folder.stores.begin(), folder.stores.end());
-    return Status();
+    std::vector<std::string> surveys;
+    if (Status status = VelBrx::findFiles(folder, {".las", ".laz"}, surveys); !status) return status;
+    if (surveys.empty()) return Status::failure(folder + ": is a folder without stores (.brx files)");
+    return Status::failure(folder + ": is a folder without stores; build one store of its " +
+                           std::to_string(surveys.size()) + " LAS and LAZ files: brx build " + folder +
+                           " -o STORE.brx");
 }
 
 Status expand(const std::string& input, std::vector<std::string>& files)
@@ -50,15 +27,10 @@ Status expand(const std::string& input, std::vector<std::string>& files)
         files.push_back(input);
         return Status();
     }
-    Folder folder;
-    if (Status status = list(input, folder); !status) return status;
-    if (folder.stores.empty() && folder.surveys > 0) {
-        return Status::failure(input + ": is a folder without stores; build one store of its " +
-                               std::to_string(folder.surveys) + " LAS and LAZ files: brx build " + input +
-                               " -o STORE.brx");
-    }
-    if (folder.stores.empty()) return Status::failure(input + ": is a folder without stores (.brx files)");
-    files.insert(files.end(), folder.stores.begin(), folder.stores.end());
+    std::vector<std::string> stores;
+    if (Status status = VelBrx::findFiles(input, {".brx"}, stores); !status) return status;
+    if (stores.empty()) return withoutStores(input);
+    files.insert(files.end(), stores.begin(), stores.end());
     return Status();
 }
 

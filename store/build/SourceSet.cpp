@@ -1,8 +1,9 @@
 #include "store/build/SourceSet.h"
 
+#include <VelBrx/FolderFiles.h>
+
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -44,14 +45,6 @@ int32_t stepOf(double coordinate, const SourceExtent& extent, size_t axis)
     return isInteger ? static_cast<int32_t>(steps) : 0;
 }
 
-bool isPointFile(const fs::path& path)
-{
-    std::string ending = path.extension();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char letter) { return std::tolower(letter); });
-    return ending == ".las" || ending == ".laz";
-}
-
 /// Adds `path` to `files`, or where it is a folder the LAS and LAZ files under it.
 Status addFiles(const std::string& path, std::vector<std::string>& files)
 {
@@ -60,14 +53,10 @@ Status addFiles(const std::string& path, std::vector<std::string>& files)
         files.push_back(path);
         return {};
     }
-    const size_t first = files.size();
-    fs::recursive_directory_iterator entry(path, fs::directory_options::follow_directory_symlink, error);
-    for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error))
-        if (isPointFile(entry->path()) && !fs::is_directory(entry->path(), error))
-            files.push_back(entry->path());
-    if (error) return Status::failure(path + ": cannot be listed: " + error.message());
-    if (files.size() == first) return Status::failure(path + ": is a folder without LAS or LAZ files");
-    std::sort(files.begin() + static_cast<std::ptrdiff_t>(first), files.end());
+    std::vector<std::string> found;
+    if (Status status = findFiles(path, {".las", ".laz"}, found); !status) return status;
+    if (found.empty()) return Status::failure(path + ": is a folder without LAS or LAZ files");
+    files.insert(files.end(), found.begin(), found.end());
     return {};
 }
 

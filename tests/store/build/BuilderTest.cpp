@@ -171,6 +171,8 @@ TEST_F(BuilderTest, TakesFoldersOfTiles)
     for (const char* name : {"tiles/b.las/2.LAS", "tiles/a.las", "tiles/c.laz.las"})
         folder.write(name, randomLas(100, 100, static_cast<unsigned>(name[7])).bytes());
     folder.write("tiles/notes.txt", {1, 2, 3});
+    for (const char* link : {"tiles/b.las/up", "tiles/b.las/again", "tiles/round"}) // no tile twice, no end
+        std::filesystem::create_directory_symlink(folder.file("tiles"), folder.file(link));
     sources.push_back(readFile(folder.file("tiles/a.las")));
     sources.push_back(readFile(folder.file("tiles/b.las/2.LAS")));
     sources.push_back(readFile(folder.file("tiles/c.laz.las")));
