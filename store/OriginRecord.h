@@ -12,6 +12,12 @@ namespace VelBrx {
 constexpr uint32_t kOriginVersion = 1;
 constexpr char kOriginDescription[] = "source files and point order";
 
+/// \name What an axis may have: factors from 1 on, shifts of either sign
+/// @{
+constexpr int64_t kLargestFactor = int64_t(1) << 31;
+constexpr int64_t kLargestShift = int64_t(1) << 62;
+/// @}
+
 /// From a source's integer coordinate to the store's: source x factor + shift.
 struct OriginAxis
 {

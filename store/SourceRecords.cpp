@@ -7,7 +7,6 @@
 #include "store/las/RecordFormat.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace VelBrx {
 
@@ -154,8 +153,6 @@ bool checkFlags(const FileReader& file, const StoreHead& head, FlagsRecord& flag
 /// Numbers of a source that its points could not be written again with.
 const char* faultOf(const OriginSource& source, const FlagsSource& flags)
 {
-    constexpr int64_t kLargestFactor = int64_t(1) << 31;
-    constexpr int64_t kLargestShift = int64_t(1) << 62;
     if (source.pointCount != flags.pointCount) return "has other points in the flags record";
     if (source.recordLength < coreRecordLength(source.pointFormat))
         return "has records shorter than its point format";
@@ -164,7 +161,8 @@ const char* faultOf(const OriginSource& source, const FlagsSource& flags)
         flags.restLength != rest + (source.coordinatesKept ? kKeptCoordinatesLength : 0))
         return "has other extra bytes in the flags record";
     for (const OriginAxis& axis : source.axes)
-        if (axis.factor < 1 || axis.factor > kLargestFactor || std::abs(axis.shift) > kLargestShift)
+        if (axis.factor < 1 || axis.factor > kLargestFactor || axis.shift < -kLargestShift ||
+            axis.shift > kLargestShift)
             return "has a factor or shift of coordinates that cannot be";
     return nullptr;
 }

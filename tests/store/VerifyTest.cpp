@@ -225,6 +225,7 @@ TEST(Verify, ChecksTheRecordsOfThePointsSource)
     expectFault(originStart + 40 + 42, 22, "source 1 has other extra bytes in the flags record");
     expectFault(originStart + 40 + 42, 19, "source 1 has records shorter than its point format");
     expectFault(originStart + 40 + 48, 0, "source 1 has a factor or shift of coordinates that cannot be");
+    expectFault(originStart + 40 + 63, 0x80, "source 1 has a factor or shift of coordinates that cannot be");
     expectFault(flagsStart + 24, 99, "the flags record");
     expectFault(flagsStart - 60, 1, "the EVLR header of record 3");
 }
