@@ -22,7 +22,7 @@ enum class ExportForm
     Split,
     /// One LAS 1.4 file of all sources, one behind the other: the store's scale, offset and VLRs; point
     /// format 6, 7 where a source has colours, 8 where one has near infrared. Extra bytes stay where all
-    /// sources describe them alike. Wave packets and EVLRs are left out.
+    /// sources describe them alike and the records have room. Wave packets and EVLRs are left out.
     Merged
 };
 

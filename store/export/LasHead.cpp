@@ -14,6 +14,7 @@ namespace {
 
 constexpr size_t kShortHeaderSize = 227;
 constexpr uint8_t kCompressionBits = 0xC0;
+constexpr int kMaxRecordLength = 0xFFFF;
 constexpr char kSpecUserId[] = "LASF_Spec";
 constexpr uint16_t kExtraBytesId = 4;
 
@@ -225,10 +226,15 @@ MergedFormat mergedFormat(const std::vector<OriginSource>& sources)
                                "; a merged file leaves extra bytes out");
     }
     merged.pointFormat = static_cast<uint8_t>(hasNearInfrared ? 8 : hasColors ? 7 : 6);
-    if (first && hasSameExtra && extraLengthOf(*first) > 0) {
-        merged.extraLength = extraLengthOf(*first);
-        merged.extraVlrs = extraVlrsOf(*first);
+    if (!first || !hasSameExtra || extraLengthOf(*first) == 0) return merged;
+    if (coreRecordLength(merged.pointFormat) + extraLengthOf(*first) > kMaxRecordLength) {
+        merged.notes.push_back(first->name +
+                               ": its extra bytes find no room in a record of the merged file, which leaves "
+                               "extra bytes out");
+        return merged;
     }
+    merged.extraLength = extraLengthOf(*first);
+    merged.extraVlrs = extraVlrsOf(*first);
     return merged;
 }
 

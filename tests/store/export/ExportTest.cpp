@@ -291,6 +291,20 @@ TEST_F(ExportTest, TellsWhatAMergedFileLeavesOut)
     EXPECT_EQ(loadLe<uint16_t>(&output()[kRecordLength]), 30);
 }
 
+TEST_F(ExportTest, LeavesExtraBytesOutOfAMergedFileWhoseRecordsHaveNoRoomForThem)
+{
+    options.form = ExportForm::Merged;
+    build.overwrite = true;
+    for (const int left : {0, 10}) { // bytes that a record of format 0 leaves up to 65535
+        build.inputs.clear();
+        addSource(randomLas(0, 20, 1, static_cast<uint16_t>(0xFFFF - 20 - left)));
+        buildIt();
+        exportIt();
+        EXPECT_EQ(report.notes.size(), left == 0 ? 1u : 0u);
+        EXPECT_EQ(loadLe<uint16_t>(&output()[kRecordLength]), left == 0 ? 30 : 0xFFFF);
+    }
+}
+
 TEST_F(ExportTest, RefusesAClassThatTheSourceFormatHasNoRoomFor)
 {
     addSource(randomLas(1, 100, 1));
