@@ -1,6 +1,7 @@
 #include "store/build/StoreGrid.h"
 
 #include "store/ByteIo.h"
+#include "store/OriginRecord.h"
 #include "store/las/RecordFormat.h"
 
 #include <algorithm>
@@ -29,11 +30,34 @@ bool isNearInteger(double value, double tolerance)
     return std::abs(value) < kLargestIndex && std::abs(value - std::round(value)) <= tolerance;
 }
 
+double coordinateOf(const SourceExtent& extent, size_t axis, int32_t value)
+{
+    return value * extent.scale[axis] + extent.offset[axis];
+}
+
+/// The finest scale at which double precision tells steps and faces of cells apart: no coordinate nor the
+/// cube's edge is many more than 2^50 steps.
+double finestScale(const std::vector<const SourceExtent*>& extents)
+{
+    double reach = 0;
+    for (size_t axis = 0; axis < 3; ++axis) {
+        double min = std::numeric_limits<double>::max();
+        double max = std::numeric_limits<double>::lowest();
+        for (const SourceExtent* extent : extents) {
+            min = std::min(min, coordinateOf(*extent, axis, extent->min[axis]));
+            max = std::max(max, coordinateOf(*extent, axis, extent->max[axis]));
+        }
+        reach = std::max({reach, std::abs(min), std::abs(max), max - min});
+    }
+    return std::ldexp(reach, -50);
+}
+
 /// One axis of the grid that is being made. Grid indices count steps of `scale` from `origin`.
 class AxisGrid
 {
 public:
-    AxisGrid(const std::vector<const SourceExtent*>& extents, size_t axis) : _extents(extents), _axis(axis)
+    AxisGrid(const std::vector<const SourceExtent*>& extents, size_t axis, double finest)
+        : _extents(extents), _axis(axis), _finest(finest)
     {
         scale = std::numeric_limits<double>::max();
         for (const SourceExtent* extent : extents)
@@ -56,13 +80,16 @@ public:
 private:
     const std::vector<const SourceExtent*>& _extents;
     size_t _axis;
+    double _finest; ///< least scale
     double _origin = 0;
     int64_t _min = 0;
     int64_t _max = 0;
 
-    /// Maps the sources to grid indices of the present scale. False when they span more than 32 bits.
+    /// Maps the sources to grid indices of the present scale. False when they span more than 32 bits or the
+    /// scale is too fine.
     bool fits()
     {
+        if (scale < _finest) return false;
         const double firstOffset = _extents.front()->offset[_axis];
         _origin = isNearInteger(firstOffset / scale, kTolerance / 10) ? 0 : firstOffset;
         mappings.clear();
@@ -94,7 +121,8 @@ private:
             std::max(std::abs(double{1} * extent.min[_axis]), std::abs(double{1} * extent.max[_axis]));
         mapping.exact = isNearInteger(mapping.scaledShift, kTolerance) &&
                         isNearInteger(mapping.scaledFactor, kTolerance / std::max(1.0, largest)) &&
-                        mapping.scaledFactor * largest < kLargestIndex;
+                        mapping.scaledFactor * largest < kLargestIndex && mapping.scaledFactor > 0.5 &&
+                        mapping.scaledFactor <= kLargestFactor;
         if (mapping.exact) {
             mapping.factor = std::llround(mapping.scaledFactor);
             mapping.shift = std::llround(mapping.scaledShift);
@@ -132,21 +160,21 @@ void noteRounded(const SourceExtent& extent, size_t source, StoreGrid& grid)
         if (!grid.mappings[source][axis].exact) largest = std::max(largest, grid.scale[axis] / 2);
     std::snprintf(
         text, sizeof text,
-        ": its scale or offset has no common grid with the other files; its points are shown up to %g "
-        "beside their place, their exact coordinates are kept",
+        ": its scale or offset has no place on the grid of the store; its points are shown up to %g beside "
+        "their place, their exact coordinates are kept",
         largest);
     grid.notes.push_back(extent.path + text);
 }
 
-/// Edge of the cube and whether it is a usable number.
+/// Edge of the cube and whether it and the coordinates of all integers are usable numbers.
 bool makeCube(StoreGrid& grid)
 {
     grid.cubeSize = *std::max_element(grid.scale, grid.scale + 3);
     double extent = 0;
     for (size_t axis = 0; axis < 3; ++axis) {
         extent = std::max(extent, (double{1} * grid.max[axis] - grid.min[axis]) * grid.scale[axis]);
-        if (!std::isfinite(grid.coordinate(axis, grid.min[axis])) ||
-            !std::isfinite(grid.coordinate(axis, grid.max[axis])))
+        if (!std::isfinite(grid.coordinate(axis, std::numeric_limits<int32_t>::min())) ||
+            !std::isfinite(grid.coordinate(axis, std::numeric_limits<int32_t>::max())))
             return false;
     }
     while (grid.cubeSize <= extent)
@@ -183,8 +211,9 @@ Status makeStoreGrid(const std::vector<SourceExtent>& extents, StoreGrid& grid)
     const std::string tooLarge = used.front()->path +
                                  ": has coordinates too large for a store; check its scale "
                                  "factors and offsets";
+    const double finest = finestScale(used);
     for (size_t axis = 0; axis < 3; ++axis) {
-        AxisGrid axisGrid(used, axis);
+        AxisGrid axisGrid(used, axis, finest);
         if (!axisGrid.make()) return Status::failure(tooLarge);
         grid.scale[axis] = axisGrid.scale;
         grid.offset[axis] = axisGrid.offset;

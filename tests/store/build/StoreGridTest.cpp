@@ -107,6 +107,7 @@ TEST(StoreGrid, RefusesCoordinatesThatAreNoNumbers)
 {
     StoreGrid grid;
     EXPECT_FALSE(makeStoreGrid({extent(1e300, 0, 0, kHighest)}, grid));
+    EXPECT_FALSE(makeStoreGrid({extent(1e300, 0, -5, 5)}, grid)) << "of other integers than the points have";
 }
 
 TEST(StoreGrid, CutsTheCubeAtGridLinesWhereTheScalesAreEqual)

@@ -1,4 +1,6 @@
 #include <VelBrx/ExportLas.h>
+#include <VelBrx/Normals.h>
+#include <VelBrx/Verify.h>
 
 #include "store/ByteIo.h"
 #include "store/LasLayout.h"
@@ -214,6 +216,42 @@ TEST_F(ExportTest, SplitsManySourcesOfAllKinds)
     ASSERT_EQ(report.files.size(), sources.size());
     for (size_t i = 0; i < sources.size(); ++i)
         EXPECT_TRUE(readFile(report.files[i].path) == sources[i]) << i;
+}
+
+TEST_F(ExportTest, GivesSourcesBackWhoseScaleAndOffsetDoNotGoTogether)
+{
+    struct Frame
+    {
+        double scale;
+        double offset;
+    };
+    const std::vector<Frame> cases[] = {{{1e-310, 194000}}, {{1e-12, 5e5}}, {{1e-310, 0}},
+                                        {{0.01, 2e183}},    {{1e290, 0}},   {{1e-10, 5}, {1, 0}}};
+    options.form = ExportForm::Split;
+    options.output = folder.file("parts");
+    build.overwrite = true;
+    for (const std::vector<Frame>& frames : cases) {
+        SCOPED_TRACE(frames[0].scale);
+        sources.clear();
+        build.inputs.clear();
+        for (const Frame& frame : frames) {
+            TestLas las = randomLas(7, 200, 1);
+            las.scale[0] = frame.scale;
+            las.offset[0] = frame.offset;
+            for (Bytes& record : las.records)
+                if (frame.scale == 1) storeLe<int32_t>(record.data(), 5);
+            addSource(las);
+        }
+        buildIt();
+        EXPECT_EQ(verifyStore(options.store), std::vector<std::string>());
+        NormalsOptions normals;
+        normals.store = options.store;
+        normals.overwrite = true;
+        EXPECT_TRUE(writeNormals(normals));
+        exportIt();
+        for (size_t i = 0; i < sources.size(); ++i)
+            EXPECT_TRUE(readFile(report.files.at(i).path) == sources[i]);
+    }
 }
 
 TEST_F(ExportTest, NamesTheFilesOfSourcesApart)
