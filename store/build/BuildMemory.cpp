@@ -18,6 +18,7 @@ constexpr uint64_t kPointBytes = 96;              ///< of a point in a chunk tha
 constexpr uint64_t kChunkPoints = 1 << 19;        ///< small enough for the processor's caches to help
 constexpr uint64_t kMostChunks = 8192;            ///< about; each needs a buffer
 constexpr uint64_t kLeastChunkPoints = 1 << 15;
+constexpr uint64_t kColumnFactor = 4; ///< columns of a tower have many octree nodes; so they are left larger
 
 /// Memory of the machine or of the control group that this process is in.
 uint64_t machineMemory()
@@ -34,6 +35,7 @@ uint64_t machineMemory()
 
 Status BuildMemory::plan(const BuildOptions& options, uint64_t pointCount, BuildMemory& memory)
 {
+    memory.output = options.output;
     memory.total = options.memory ? options.memory : std::max(kLeastMemory, machineMemory() / 2);
     if (memory.total < kLeastMemory)
         return Status::failure(options.output +
@@ -49,8 +51,19 @@ Status BuildMemory::plan(const BuildOptions& options, uint64_t pointCount, Build
     memory.chunkPoints =
         std::min(std::max(kChunkPoints, pointCount / kMostChunks), memory.pointsAtOnce / memory.threads);
     if (options.chunkPoints) memory.chunkPoints = std::min(memory.chunkPoints, options.chunkPoints);
+    memory.columnPoints = std::min(kColumnFactor * memory.chunkPoints, memory.pointsAtOnce / memory.threads);
     memory.bufferBytes = memory.total / 4;
     return {};
+}
+
+Status BuildMemory::checkTogether(uint64_t points, uint64_t share) const
+{
+    if (points * share <= pointsAtOnce) return {};
+    const uint64_t needed = total / pointsAtOnce * points * share;
+    return Status::failure(
+        output + ": " + std::to_string(points) +
+        " points stand so close above each other that they must be sorted together; allow " +
+        std::to_string((needed >> 20) + 1) + " MiB of memory");
 }
 
 PointGate::Room::Room(PointGate& gate, uint64_t points)

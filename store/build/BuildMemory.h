@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 namespace VelBrx {
 
@@ -14,9 +15,15 @@ struct BuildMemory
     /// Fails when `options.memory` is too little for any build.
     static Status plan(const BuildOptions& options, uint64_t pointCount, BuildMemory& memory);
 
+    /// Fails when `points` that must be sorted together do not fit, where each takes the room of `share`
+    /// points of a chunk.
+    Status checkTogether(uint64_t points, uint64_t share = 1) const;
+
+    std::string output;        ///< names the build in failures
     uint64_t total = 0;        ///< the ceiling, bytes
     unsigned threads = 1;      ///< those that were asked for, less where memory is scarce
     uint64_t chunkPoints = 0;  ///< points of a chunk, where it can be divided
+    uint64_t columnPoints = 0; ///< points of a chunk that is a narrow column
     uint64_t pointsAtOnce = 0; ///< points of all chunks that are in memory at the same time
     uint64_t bufferBytes = 0;  ///< buffers of all chunks together while points are handed out to them
 };

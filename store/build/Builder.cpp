@@ -5,6 +5,7 @@
 #include "store/build/BuildMemory.h"
 #include "store/build/BuildRun.h"
 #include "store/build/ChunkPlan.h"
+#include "store/build/ColumnCounts.h"
 #include "store/build/OutputFile.h"
 #include "store/build/PointChunks.h"
 #include "store/build/PointSpool.h"
@@ -102,11 +103,13 @@ bool areSame(const StoreGrid& a, const StoreGrid& b)
 }
 
 /// Reads all points once: `grid` is what they need, `plan` parts them into chunks. The columns are counted on
-/// the way with the grid that the headers promise, and once more where they are wrong.
+/// the way with the grid that the headers promise, and once more where they are wrong. Columns that hold too
+/// much, all points where one is far off, are counted more finely, in a reading of its own each time.
 Status scanSources(SourceSet& sources, const BuildMemory& memory, BuildRun& run, StoreGrid& grid,
                    std::unique_ptr<ChunkPlan>& plan)
 {
     const bool needsCounts = sources.pointCount() > memory.chunkPoints;
+    plan = needsCounts ? std::make_unique<ChunkPlan>() : std::make_unique<ChunkPlan>(sources.pointCount());
     std::unique_ptr<ColumnCounts> counts;
     const auto count = [&](size_t source, const PointBatch& batch) {
         if (!counts) return;
@@ -115,37 +118,32 @@ Status scanSources(SourceSet& sources, const BuildMemory& memory, BuildRun& run,
     };
     StoreGrid stated;
     if (needsCounts && makeStoreGrid(sources.statedExtents(), stated))
-        counts = std::make_unique<ColumnCounts>(stated);
+        counts = std::make_unique<ColumnCounts>(stated, *plan);
     run.begin("scanning");
     if (Status status = sources.scan(run, count); !status) return status;
     if (Status status = makeStoreGrid(sources.extents(), grid); !status) return status;
-    if (!needsCounts) {
-        plan = std::make_unique<ChunkPlan>(sources.pointCount());
-        return {};
+    if (counts && !areSame(stated, grid)) counts.reset();
+    for (unsigned passes = kPasses + 1; plan->openCount() > 0; ++passes) {
+        if (!counts) {
+            counts = std::make_unique<ColumnCounts>(grid, *plan);
+            run.setTotal(sources.pointCount(), passes);
+            run.begin("counting");
+            if (Status status = sources.read(run, count); !status) return status;
+        }
+        counts->accumulate();
+        plan->divide(*counts, memory.chunkPoints, memory.columnPoints);
+        counts.reset();
     }
-    if (!counts || !areSame(stated, grid)) {
-        counts = std::make_unique<ColumnCounts>(grid);
-        run.setTotal(sources.pointCount(), kPasses + 1);
-        run.begin("counting");
-        if (Status status = sources.read(run, count); !status) return status;
-    }
-    counts->accumulate();
-    plan = std::make_unique<ChunkPlan>(*counts, memory.chunkPoints);
     return {};
 }
 
 /// Fails when a chunk that cannot be divided is too large for the memory.
-Status checkChunks(const ChunkPlan& plan, const BuildMemory& memory, const std::string& output)
+Status checkChunks(const ChunkPlan& plan, const BuildMemory& memory)
 {
     uint64_t largest = 0;
     for (const Chunk& chunk : plan.chunks())
         largest = std::max(largest, chunk.pointCount);
-    if (largest <= memory.pointsAtOnce) return {};
-    const uint64_t needed = memory.total / memory.pointsAtOnce * largest;
-    return Status::failure(
-        output + ": " + std::to_string(largest) +
-        " points stand so close above each other that they must be sorted together; allow " +
-        std::to_string((needed >> 20) + 1) + " MiB of memory");
+    return memory.checkTogether(largest);
 }
 
 Status build(const BuildOptions& options, BuildReport& report)
@@ -166,7 +164,7 @@ Status build(const BuildOptions& options, BuildReport& report)
     StoreGrid grid;
     std::unique_ptr<ChunkPlan> plan;
     if (Status status = scanSources(sources, memory, run, grid, plan); !status) return status;
-    if (Status status = checkChunks(*plan, memory, options.output); !status) return status;
+    if (Status status = checkChunks(*plan, memory); !status) return status;
 
     PointSpool spool(sources, *plan, restLengths(sources, grid));
     if (Status status =

@@ -17,6 +17,7 @@ struct TreeCell
     uint8_t level;
     uint64_t code;
     uint64_t pointCount;
+    uint64_t first = 0; ///< points of the cell that go before these
 };
 
 /// Level and key code: the order of cells.

@@ -14,6 +14,10 @@ using namespace LasLayout;
 namespace {
 
 constexpr size_t kCoordinatesLength = 12;
+
+/// The room of a candidate, in points of a chunk: candidates stay in memory, and about as many octree nodes.
+constexpr uint64_t kCandidateShare = 16;
+
 constexpr uint16_t kWiden = 257; ///< takes 0 to 255 to 0 to 65535
 
 /// The level that `assignLevels` leaves to be decided for the points of a chunk, -1 for none.
@@ -41,7 +45,8 @@ struct PointChunks::Levelled
 PointChunks::PointChunks(const SourceSet& sources, const StoreGrid& grid, const ChunkPlan& plan,
                          const BuildMemory& memory, PointSpool& spool)
     : _sources(sources), _grid(grid), _plan(plan), _chunks(plan.chunks()), _spool(spool), _places(grid),
-      _count(sources.pointCount()), _widensColors(sources.hasNarrowColors()), _gate(memory.pointsAtOnce)
+      _count(sources.pointCount()), _widensColors(sources.hasNarrowColors()), _memory(memory),
+      _gate(memory.pointsAtOnce)
 {
 }
 
@@ -132,7 +137,8 @@ Status PointChunks::assign(const Chunk& chunk, Levelled& levelled) const
 /// Decides the coarse levels of the points whose columns of level 0's grid do not lie in one chunk.
 Status PointChunks::assignCandidates(BuildRun& run)
 {
-    const Status status = run.forEach(_chunks.size(), [&](size_t i) -> Status {
+    uint64_t count = 0; // guarded by _mutex; no more are kept than fit
+    Status status = run.forEach(_chunks.size(), [&](size_t i) -> Status {
         const Chunk& chunk = _chunks[i];
         if (openLevel(chunk) < 0) return {};
         const PointGate::Room room(_gate, chunk.pointCount);
@@ -141,11 +147,13 @@ Status PointChunks::assignCandidates(BuildRun& run)
         const std::lock_guard lock(_mutex);
         for (uint64_t p = 0; p < chunk.pointCount; ++p) {
             const TreePoint& point = levelled.points[p];
-            if (static_cast<int>(point.level) == openLevel(chunk))
+            if (static_cast<int>(point.level) != openLevel(chunk)) continue;
+            if (++count * kCandidateShare <= _memory.pointsAtOnce)
                 _candidates.push_back({point.code, levelled.ordinals[point.index], 0});
         }
         return {};
     });
+    if (status) status = _memory.checkTogether(count, kCandidateShare);
     if (!status || _candidates.empty()) return status;
 
     std::sort(_candidates.begin(), _candidates.end(),
@@ -180,7 +188,11 @@ Status PointChunks::sort(BuildRun& run)
         return Status();
     });
     if (status) status = run.forEach(_chunks.size(), [&](size_t i) { return settle(i); });
+    if (!status) return status;
+    countShared();
+    status = run.forEach(_chunks.size(), [&](size_t i) { return orderLarge(i); });
     _candidates = {};
+    _shared = {};
     if (status) placeCells();
     return status;
 }
@@ -221,19 +233,22 @@ Status PointChunks::divide(size_t chunk, const FloorOf& floorOf)
     return _spool.writeOrder(divided, order.get());
 }
 
+/// What the cells above leave of a node of a chunk.
+NodeFloor PointChunks::floorOf(size_t chunk, const TreeNode& node) const
+{
+    return _shared.floorOf(_chunks[chunk].digits, node.code, node.counts);
+}
+
 /// Gives the points of a chunk to the cells above that take them, now that those are known. It was divided as
 /// is usual; where that was wrong it is divided again.
 Status PointChunks::settle(size_t chunk)
 {
     const unsigned digits = _chunks[chunk].digits;
-    const auto floorOf = [&](const TreeNode& node) {
-        return _shared.floorOf(digits, node.code, node.counts);
-    };
     for (auto& [node, cells] : _nodes[chunk]) {
-        const NodeFloor floor = floorOf(node);
+        const NodeFloor floor = floorOf(chunk, node);
         if (floor.level == digits) continue;
         if (floor.level <= kMaxLevel || floor.takers[digits] != floor.takers[kMaxLevel])
-            return divide(chunk, floorOf);
+            return divide(chunk, [&](const TreeNode& other) { return floorOf(chunk, other); });
         for (TreeCell& cell : cells) {
             const uint8_t taker = floor.takers[std::min<unsigned>(cell.level, digits)];
             cell = {taker, node.code >> 3 * (digits - taker), cell.pointCount};
@@ -242,25 +257,80 @@ Status PointChunks::settle(size_t chunk)
     return {};
 }
 
-/// Gives all cells their places in the store, and those that chunks share places in the spool.
+/// Adds up what cells get of several chunks.
+void PointChunks::countShared()
+{
+    for (size_t i = 0; i < _chunks.size(); ++i)
+        for (const DividedNode& divided : _nodes[i])
+            for (const TreeCell& cell : divided.cells)
+                if (cell.level < _chunks[i].digits) _sharedCounts[{cell.level, cell.code}] += cell.pointCount;
+}
+
+/// Whether a cell is one that chunks share and that may not fit into memory.
+bool PointChunks::isLarge(const TreeCell& cell) const
+{
+    const auto entry = _sharedCounts.find({cell.level, cell.code});
+    return entry != _sharedCounts.end() && entry->second > _memory.chunkPoints;
+}
+
+/// Brings the points that a node gives to a large cell into one run. `settle` may have left several.
+Status PointChunks::orderLarge(size_t chunk)
+{
+    const auto isSplit = [this](const TreeCell& a, const TreeCell& b) {
+        return a.level == b.level && a.code == b.code && isLarge(a);
+    };
+    for (const DividedNode& divided : _nodes[chunk])
+        if (std::adjacent_find(divided.cells.begin(), divided.cells.end(), isSplit) != divided.cells.end())
+            return divide(chunk, [&](const TreeNode& node) { return floorOf(chunk, node); });
+    return {};
+}
+
+/// Points that a node gives to a large cell. They are neighbours in the cell's order, as no other chunk has
+/// points of the node.
+struct PointChunks::Run
+{
+    CellKey cell;
+    uint64_t start; ///< the node's first Morton code
+    TreeCell* points;
+
+    bool operator<(const Run& other) const
+    {
+        return cell != other.cell ? cell < other.cell : start < other.start;
+    }
+};
+
+/// Gives all cells their places in the store, and those that are gathered places in the spool.
 void PointChunks::placeCells()
 {
     _cellsOf.resize(_chunks.size());
-    std::map<CellKey, uint64_t> sharedCounts;
-    for (size_t i = 0; i < _chunks.size(); ++i)
+    std::vector<Run> runs;
+    for (size_t i = 0; i < _chunks.size(); ++i) {
+        const unsigned digits = _chunks[i].digits;
+        size_t count = 0;
+        for (const DividedNode& divided : _nodes[i])
+            count += divided.cells.size();
+        _cellsOf[i].reserve(count);
         for (const DividedNode& divided : std::exchange(_nodes[i], {}))
             for (const TreeCell& cell : divided.cells) {
-                _cellsOf[i].push_back(cell);
-                if (cell.level < _chunks[i].digits)
-                    sharedCounts[{cell.level, cell.code}] += cell.pointCount;
-                else
+                TreeCell& placed = _cellsOf[i].emplace_back(cell);
+                if (cell.level >= digits)
                     _cells.push_back({cell.level, cell.code, 0, cell.pointCount, 0, false});
+                else if (isLarge(cell))
+                    runs.push_back({{cell.level, cell.code},
+                                    divided.node.code << 3 * (kMortonLevels - digits),
+                                    &placed});
             }
-    _shared = {};
-    uint64_t shared = 0;
-    for (const auto& [key, pointCount] : sharedCounts) {
-        _cells.push_back({static_cast<uint8_t>(key.first), key.second, 0, pointCount, shared, true});
-        shared += pointCount;
+    }
+    std::sort(runs.begin(), runs.end());
+    for (size_t i = 1; i < runs.size(); ++i)
+        if (runs[i].cell == runs[i - 1].cell)
+            runs[i].points->first = runs[i - 1].points->first + runs[i - 1].points->pointCount;
+
+    uint64_t gathered = 0;
+    for (const auto& [key, pointCount] : std::exchange(_sharedCounts, {})) {
+        const bool isGathered = pointCount <= _memory.chunkPoints;
+        _cells.push_back({static_cast<uint8_t>(key.first), key.second, 0, pointCount, gathered, isGathered});
+        if (isGathered) gathered += pointCount;
     }
     std::sort(_cells.begin(), _cells.end(), [](const Cell& a, const Cell& b) {
         return CellKey(a.level, a.code) < CellKey(b.level, b.code);

@@ -6,6 +6,7 @@
 #include "store/build/PointSpool.h"
 #include "store/build/StatisticsCollector.h"
 
+#include <map>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -25,8 +26,8 @@ public:
         uint64_t code;
         uint64_t firstPoint; ///< in the order of the store
         uint64_t pointCount;
-        uint64_t firstShared; ///< where its points gather in the spool when chunks share it
-        bool isShared;
+        uint64_t firstShared; ///< where its points gather in the spool
+        bool isGathered;      ///< its points come from several chunks, few from each
     };
 
     PointChunks(const SourceSet& sources, const StoreGrid& grid, const ChunkPlan& plan,
@@ -46,7 +47,8 @@ public:
     uint64_t pointCount() const { return _count; }
     const std::vector<Chunk>& chunks() const { return _chunks; }
 
-    /// The cells of a chunk's points in the order of the spool; a cell may stand there more than once.
+    /// The cells of a chunk's points in the order of the spool; a cell may stand there more than once. What
+    /// belongs to a cell that is not gathered has its final order, and its place there.
     const std::vector<TreeCell>& cellsOf(size_t chunk) const { return _cellsOf[chunk]; }
     const GridPlaces& places() const { return _places; }
     PointSpool& spool() const { return _spool; }
@@ -54,6 +56,7 @@ public:
 
 private:
     struct Levelled;
+    struct Run;
     /// A node and its points' cells, in the order of the spool.
     struct DividedNode
     {
@@ -74,7 +77,11 @@ private:
     Status sortMorton(const Chunk& chunk, Levelled& levelled) const;
     template <typename FloorOf>
     Status divide(size_t chunk, const FloorOf& floorOf);
+    NodeFloor floorOf(size_t chunk, const TreeNode& node) const;
     Status settle(size_t chunk);
+    void countShared();
+    bool isLarge(const TreeCell& cell) const;
+    Status orderLarge(size_t chunk);
     void placeCells();
 
     const SourceSet& _sources;
@@ -85,12 +92,14 @@ private:
     const GridPlaces _places;
     const uint64_t _count;
     const bool _widensColors;
+    const BuildMemory& _memory;
     mutable PointGate _gate;
     StoreStatistics _statistics;
     std::vector<Candidate> _candidates; ///< by ordinal, those of columns that chunks share
     std::mutex _mutex;
     SharedNodes _shared;                          ///< guarded by _mutex while chunks are added
     std::vector<std::vector<DividedNode>> _nodes; ///< by chunk
+    std::map<CellKey, uint64_t> _sharedCounts;    ///< points of the cells that chunks share
     std::vector<std::vector<TreeCell>> _cellsOf;  ///< by chunk
     std::vector<Cell> _cells;
 };

@@ -181,8 +181,8 @@ private:
     size_t _count = 0;
 };
 
-/// Each chunk writes its own cells and brings its points of shared ones together in the spool; these are
-/// sorted and written at the end.
+/// Each chunk writes its own cells and its parts of large ones, and brings its points of other shared cells
+/// together in the spool; these are sorted and written at the end.
 Status StoreWriter::writePoints(OutputFile& file, RecordWriter& origin, BuildRun& run) const
 {
     Cursors cursors(_chunks.cells().size());
@@ -199,7 +199,7 @@ Status StoreWriter::writePoints(OutputFile& file, RecordWriter& origin, BuildRun
     if (!status) return status;
     return run.forEach(_chunks.cells().size(), [&](size_t i) -> Status {
         const PointChunks::Cell& cell = _chunks.cells()[i];
-        if (!cell.isShared) return {};
+        if (!cell.isGathered) return {};
         return writeWith([&](ItemWriter& writer) { return writeSharedCell(cell, writer); });
     });
 }
@@ -229,9 +229,9 @@ Status StoreWriter::writeChunk(size_t index, ItemWriter& writer, Cursors& cursor
         for (size_t i = 0; i < taken.pointCount; ++i) {
             const uint8_t* const item = itemAt(first + i);
             __builtin_prefetch(itemAt(first + i + kAhead));
-            if (cell.isShared)
+            if (cell.isGathered)
                 shared.insert(shared.end(), item, item + spool.itemSize());
-            else if (status = writer.write(cell.firstPoint + i, item); !status)
+            else if (status = writer.write(cell.firstPoint + taken.first + i, item); !status)
                 return status;
         }
         if (status = spool.writeShared(cell.firstShared + done, shared); !status) return status;

@@ -37,6 +37,20 @@ TestLas randomLas(size_t count, int32_t spread, unsigned seed)
     return las;
 }
 
+/// So far off one point that the others, lumps among them, stand in one column of 1/2048 of the root cube.
+TestLas squeezedLas(int count)
+{
+    constexpr int32_t kEnd = std::numeric_limits<int32_t>::max();
+    TestLas las;
+    std::mt19937 random(6);
+    for (int i = 0; i < count; ++i) {
+        const auto near = [&] { return static_cast<int32_t>(random() % (1u << (i % 8 ? 18 : 13))); };
+        las.addPoint(near(), near(), near() / (i % 3 ? 64 : 1));
+    }
+    las.addPoint(kEnd, kEnd, kEnd);
+    return las;
+}
+
 class BuilderTest : public testing::Test
 {
 protected:
@@ -127,7 +141,8 @@ TEST_F(BuilderTest, GivesTheSameBytesWhateverPartsOfTheCloudAreInMemory)
     TestLas lumps; // the same places many times
     for (int i = 0; i < 40000; ++i)
         lumps.addPoint(near(3) << 20, near(50) << 14, near(2));
-    for (const TestLas& las : {wide, steep, lumps}) {
+    TestLas squeezed = squeezedLas(40000);
+    for (const TestLas& las : {wide, steep, lumps, squeezed}) {
         options.inputs.clear();
         sources.clear();
         addSource(las.bytes());
@@ -162,6 +177,18 @@ TEST_F(BuilderTest, RefusesMoreThanItsMemoryHolds)
     expectFailure("allow 129 MiB of memory");
     options.memory = 129 << 20;
     expectStore();
+}
+
+TEST_F(BuilderTest, KeepsItsMemoryWhenAFarPointSqueezesAllOthers)
+{
+    addSource(squeezedLas(800000).bytes());
+    options.memory = 128 << 20;
+    expectStore();
+    const std::vector<uint8_t> small = readFile(options.output);
+    options.memory = 0;
+    options.overwrite = true;
+    expectStore();
+    EXPECT_TRUE(readFile(options.output) == small);
 }
 
 TEST_F(BuilderTest, TakesFoldersOfTiles)
