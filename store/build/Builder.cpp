@@ -98,6 +98,9 @@ uint64_t expectedStoreSize(const SourceSet& sources, const PointSpool& spool)
 /// Whether points have the same places in both.
 bool areSame(const StoreGrid& a, const StoreGrid& b)
 {
+    for (size_t source = 0; source < a.mappings.size(); ++source)
+        for (size_t axis = 0; axis < 3; ++axis)
+            if (a.mappings[source][axis].exact != b.mappings[source][axis].exact) return false;
     return a.cubeSize == b.cubeSize && std::equal(a.scale, a.scale + 3, b.scale) &&
            std::equal(a.offset, a.offset + 3, b.offset) && std::equal(a.min, a.min + 3, b.min);
 }

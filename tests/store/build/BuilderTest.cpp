@@ -164,6 +164,24 @@ TEST_F(BuilderTest, GivesTheSameBytesWhateverPartsOfTheCloudAreInMemory)
     }
 }
 
+TEST_F(BuilderTest, PartsPointsAsTheyAreMappedWhereAHeaderHidesThatTheyAreOffTheGrid)
+{
+    TestLas frame; // holds the grid, whatever the other header says
+    frame.addPoint(0, 0, 0);
+    frame.addPoint(2000000, 2000000, 2000000);
+    TestLas las;
+    las.scale[0] = 0.01 * (1 + 1e-6); // one step off at a million
+    for (int32_t i = 0; i < 4000; ++i)
+        las.addPoint(1000000 + 16 * i - 1, 50 * i, 0);
+    addSource(frame.bytes());
+    std::vector<uint8_t> lying = las.bytes();
+    storeLe<double>(&lying[LasLayout::kBounds], 1); // x spans 100 steps
+    storeLe<double>(&lying[LasLayout::kBounds + 8], 0);
+    addSource(lying);
+    options.chunkPoints = 40;
+    expectStore();
+}
+
 TEST_F(BuilderTest, RefusesMoreThanItsMemoryHolds)
 {
     TestLas las;
