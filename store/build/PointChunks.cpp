@@ -287,13 +287,13 @@ Status PointChunks::orderLarge(size_t chunk)
 
 /// Points that a node gives to a large cell. They are neighbours in the cell's order, as no other chunk has
 /// points of the node.
-struct PointChunks::Run
+struct PointChunks::LargeCellPart
 {
     CellKey cell;
     uint64_t start; ///< the node's first Morton code
     TreeCell* points;
 
-    bool operator<(const Run& other) const
+    bool operator<(const LargeCellPart& other) const
     {
         return cell != other.cell ? cell < other.cell : start < other.start;
     }
@@ -303,7 +303,7 @@ struct PointChunks::Run
 void PointChunks::placeCells()
 {
     _cellsOf.resize(_chunks.size());
-    std::vector<Run> runs;
+    std::vector<LargeCellPart> parts;
     for (size_t i = 0; i < _chunks.size(); ++i) {
         const unsigned digits = _chunks[i].digits;
         size_t count = 0;
@@ -316,15 +316,15 @@ void PointChunks::placeCells()
                 if (cell.level >= digits)
                     _cells.push_back({cell.level, cell.code, 0, cell.pointCount, 0, false});
                 else if (isLarge(cell))
-                    runs.push_back({{cell.level, cell.code},
-                                    divided.node.code << 3 * (kMortonLevels - digits),
-                                    &placed});
+                    parts.push_back({{cell.level, cell.code},
+                                     divided.node.code << 3 * (kMortonLevels - digits),
+                                     &placed});
             }
     }
-    std::sort(runs.begin(), runs.end());
-    for (size_t i = 1; i < runs.size(); ++i)
-        if (runs[i].cell == runs[i - 1].cell)
-            runs[i].points->first = runs[i - 1].points->first + runs[i - 1].points->pointCount;
+    std::sort(parts.begin(), parts.end());
+    for (size_t i = 1; i < parts.size(); ++i)
+        if (parts[i].cell == parts[i - 1].cell)
+            parts[i].points->first = parts[i - 1].points->first + parts[i - 1].points->pointCount;
 
     uint64_t gathered = 0;
     for (const auto& [key, pointCount] : std::exchange(_sharedCounts, {})) {

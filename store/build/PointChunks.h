@@ -27,7 +27,7 @@ public:
         uint64_t firstPoint; ///< in the order of the store
         uint64_t pointCount;
         uint64_t firstShared; ///< where its points gather in the spool
-        bool isGathered;      ///< its points come from several chunks, few from each
+        bool isGathered;      ///< several chunks share it, and its points fit into memory together
     };
 
     PointChunks(const SourceSet& sources, const StoreGrid& grid, const ChunkPlan& plan,
@@ -56,7 +56,7 @@ public:
 
 private:
     struct Levelled;
-    struct Run;
+    struct LargeCellPart;
     /// A node and its points' cells, in the order of the spool.
     struct DividedNode
     {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "store/build/ChunkPlan.h"
-#include "store/build/PointLevels.h"
 #include "store/build/SourceSet.h"
 #include "store/build/TemporaryFile.h"
 
