@@ -32,22 +32,7 @@ public:
         const std::vector<osg::Vec3f> corners = box(cell);
         for (const osg::Plane& plane : frustum.getPlaneList())
             if (plane.intersect(corners) < 0) return 0;
-
-        double scale = 0;
-        double fieldOfView = 0, aspect = 0, left, right, bottom, top, near, far;
-        if (_stamp.projection.getPerspective(fieldOfView, aspect, near, far)) {
-            osg::Vec3d eye, center, up;
-            _stamp.view.getLookAt(eye, center, up, 1.0);
-            osg::Vec3d direction = center - eye;
-            if (direction.length() > 0) direction.normalize();
-            const osg::Vec3d c = osg::Vec3d(localCenter(cell)) * matrix;
-            const float depth = osg::Vec3f(c - eye) * osg::Vec3f(direction);
-            scale = _stamp.height / std::fabs(std::tan(fieldOfView / 3.1415926) * depth);
-        } else {
-            _stamp.projection.getOrtho(left, right, bottom, top, near, far);
-            scale = _stamp.height / std::fabs(top - bottom);
-        }
-        const double projected = scale * cell.record.resolutionLength;
+        const double projected = scale(cell) * cell.record.resolutionLength;
         if (2 * projected < 1.0) return 0;
 
         if (_stamp.planesPerGroup < 1) return 2;
@@ -56,7 +41,36 @@ public:
 
     int fixed(const CellData& cell) const { return _stamp.planesPerGroup >= 1 && insideRegion(cell) ? 2 : 1; }
 
+    /// The shortest resolution length that the size test lets pass.
+    double leastResolutionLength(const CellData& cell) const
+    {
+        const auto passes = [scale = scale(cell)](double length) { return 2 * (scale * length) >= 1.0; };
+        double length = 0.5 / scale(cell);
+        while (passes(length))
+            length = std::nextafter(length, 0.0);
+        while (!passes(length))
+            length = std::nextafter(length, 1e9);
+        return length;
+    }
+
 private:
+    /// Pixels a unit.
+    double scale(const CellData& cell) const
+    {
+        double fieldOfView = 0, aspect = 0, left, right, bottom, top, near, far;
+        if (_stamp.projection.getPerspective(fieldOfView, aspect, near, far)) {
+            osg::Vec3d eye, center, up;
+            _stamp.view.getLookAt(eye, center, up, 1.0);
+            osg::Vec3d direction = center - eye;
+            if (direction.length() > 0) direction.normalize();
+            const osg::Vec3d c = osg::Vec3d(localCenter(cell)) * _octree.transform;
+            const float depth = osg::Vec3f(c - eye) * osg::Vec3f(direction);
+            return _stamp.height / std::fabs(std::tan(fieldOfView / 3.1415926) * depth);
+        }
+        _stamp.projection.getOrtho(left, right, bottom, top, near, far);
+        return _stamp.height / std::fabs(top - bottom);
+    }
+
     osg::Vec3f localCenter(const CellData& cell) const
     {
         osg::Vec3f center;
@@ -141,6 +155,7 @@ TEST(CellVisibility, AgreesWithTheStatedTestsOnRandomCellsAndCameras)
     const osg::ref_ptr<VelOsgDBBrx::DynPointCloudLod> pass =
         new VelOsgDBBrx::DynPointCloudLod(nullptr, nullptr);
     size_t answers[3] = {0, 0, 0};
+    size_t sizesTested = 0;
     for (unsigned seed = 1; seed <= 60; ++seed) {
         RandomScene scene(seed);
         (*pass)(scene.stamp);
@@ -153,26 +168,44 @@ TEST(CellVisibility, AgreesWithTheStatedTestsOnRandomCellsAndCameras)
             ASSERT_EQ(answer, stated.camera(*cell.data)) << "seed " << seed << ", " << cell.data->identifier;
             ASSERT_EQ(region.checkCellIsVisiable(cell), stated.fixed(*cell.data)) << "seed " << seed;
             ++answers[answer];
+
+            CellTable::Cell resized = cell;
+            resized.resolutionLength = 1e9;
+            if (camera.checkCellIsVisiable(resized) == 0) continue; // outside the frustum
+            resized.resolutionLength = stated.leastResolutionLength(*cell.data);
+            ASSERT_NE(camera.checkCellIsVisiable(resized), 0) << "seed " << seed << ", half a pixel";
+            resized.resolutionLength = std::nextafter(resized.resolutionLength, 0.0);
+            ASSERT_EQ(camera.checkCellIsVisiable(resized), 0) << "seed " << seed << ", a bit below";
+            ++sizesTested;
         }
     }
     EXPECT_GT(answers[0], 1000u);
     EXPECT_GT(answers[1], 1000u);
     EXPECT_GT(answers[2], 1000u);
+    EXPECT_GT(sizesTested, 1000u);
 }
 
-TEST(CellVisibility, ACellOfExactlyHalfAPixelIsWantedAndOneBelowIsNot)
+TEST(CellVisibility, ABoxThatOnlyTouchesAPlaneFromOutsideIsOutside)
 {
     const osg::ref_ptr<FrameStamp> stamp = new FrameStamp;
-    stamp->orthoHeight = 64; // orthographic: one pixel is one unit
+    stamp->orthoHeight = 64; // one pixel is one unit
     stamp->height = 64;
     stamp->view.makeLookAt(osg::Vec3d(0, 0, 50), osg::Vec3d(), osg::Vec3d(0, 1, 0));
     stamp->projection.makeOrtho(-32, 32, -32, 32, 1, 100);
-    std::vector<VelBrx::CellWithSegment> records = fullTree(1, osg::Vec3d(), 10);
-    for (const auto& [length, answer] : {std::pair(0.5, 2), std::pair(std::nextafter(0.5, 0.0), 0)}) {
-        records[0].resolutionLength = length;
+    const auto answer = [&](double x, double y) { // for a box of 8 units
+        std::vector<VelBrx::CellWithSegment> records = fullTree(1, osg::Vec3d(x, y, 0), 8);
+        records[0].resolutionLength = 1;
         const osg::ref_ptr<CellTable> table = new CellTable(*handOctree(records));
-        EXPECT_EQ(CameraVisibility(*stamp, osg::Matrixd()).checkCellIsVisiable(table->cells[0]), answer);
+        return CameraVisibility(*stamp, osg::Matrixd()).checkCellIsVisiable(table->cells[0]);
+    };
+    for (const auto& [x, y] : {std::pair(1, 0), std::pair(-1, 0), std::pair(0, 1), std::pair(0, -1)}) {
+        EXPECT_EQ(answer(36 * x, 36 * y), 0) << x << ", " << y;
+        EXPECT_EQ(answer(35.9999 * x, 35.9999 * y), 2) << x << ", " << y;
     }
+    stamp->planesPerGroup = 1;
+    stamp->planes = {osg::Vec4d(1, 0, 0, -4)};
+    EXPECT_EQ(answer(0, 0), 1);
+    EXPECT_EQ(answer(0.0001, 0), 2);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -70,6 +71,48 @@ TEST(PCDataManager, NullAndUnreadableCellsGiveNullAndAreNotRemembered)
     EXPECT_FALSE(cache.acquireNodeOrCreate(octree->root));
     octree->root->record.segments = records[0].segments;
     EXPECT_TRUE(cache.acquireNodeOrCreate(octree->root));
+}
+
+/// Of cells that take long to read, so that all threads read each of them.
+TEST(PCDataManager, TheFirstOfSeveralReadersOfACellWins)
+{
+    constexpr int kThreads = 4;
+    for (int round = 0; round < 5; ++round) {
+        const osg::ref_ptr<OctreeInfo> octree = handOctree(fullTree(1, osg::Vec3d(), 1, 8, 300000));
+        std::atomic<int> waiting{kThreads};
+        osg::ref_ptr<osg::Node> nodes[kThreads];
+        std::vector<std::thread> threads;
+        for (osg::ref_ptr<osg::Node>& node : nodes)
+            threads.emplace_back([&] {
+                --waiting;
+                while (waiting > 0)
+                    std::this_thread::yield();
+                node = PCDataManager::getInstance()->acquireNodeOrCreate(octree->root);
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+        ASSERT_TRUE(nodes[0]);
+        for (const osg::ref_ptr<osg::Node>& node : nodes)
+            EXPECT_EQ(node, nodes[0]);
+        EXPECT_EQ(PCDataManager::getInstance()->acquireNodeOrCreate(octree->root), nodes[0]);
+    }
+}
+
+/// Each node but the first is registered right after an eviction and waits for a whole period of 60 ms.
+TEST(PCDataManager, ANodeThatNobodyHoldsIsFreedWithinMoments)
+{
+    using Clock = std::chrono::steady_clock;
+    Clock::duration shortest = std::chrono::hours(1);
+    for (int round = 0; round < 5; ++round) {
+        osg::ref_ptr<osg::Node> node = new osg::Node;
+        PCDataManager::getInstance()->registerNode(node, "short-lived");
+        const osg::observer_ptr<osg::Node> observed(node.get());
+        const Clock::time_point start = Clock::now();
+        node = nullptr;
+        ASSERT_TRUE(disappears(observed));
+        if (round > 0) shortest = std::min(shortest, Clock::now() - start);
+    }
+    EXPECT_LT(shortest, std::chrono::milliseconds(200)) << "on a machine that is not overloaded all are";
 }
 
 TEST(PCDataManager, ThreadsThatWantTheSameCellsWhileTheyAreEvictedAllGetTheSameLiveNodes)

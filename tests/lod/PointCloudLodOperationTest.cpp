@@ -1,13 +1,19 @@
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 
+#include "loading/CellLeaf.h"
 #include "loading/CellTable.h"
 #include "tests/support/HandOctree.h"
 
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/PCDataManager.h>
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+#include <mutex>
+#include <set>
 #include <thread>
 
 namespace {
@@ -15,6 +21,8 @@ namespace {
 using VelOsgDBBrx::DynPointCloudLod;
 using VelOsgDBBrx::FixPointCloudLod;
 using VelOsgDBBrx::FrameStamp;
+using VelOsgDBBrx::PCDataManager;
+using VelOsgDBBrx::VelIncrementalCompileOperation;
 
 constexpr double kSize = 100;
 
@@ -173,6 +181,106 @@ TEST_F(LodPassTest, ABusyOctreeIsSkippedTheOthersAreNotAndThePassSaysSo)
     (*fix)(stamp);
     EXPECT_EQ(countLoaded(*octree), 37u);
     EXPECT_EQ(octree->busy, 0u);
+}
+
+/// Stands for a cell in the cache of nodes. A pass asks for its bound when it hands it over to be compiled.
+class WatchingLeaf : public CellLeaf
+{
+public:
+    WatchingLeaf(const CellKey& key, std::function<void()> watch)
+        : CellLeaf(key, osg::Vec3f(), osg::Vec3f()), _watch(std::move(watch))
+    {
+    }
+
+    osg::BoundingSphere computeBound() const override
+    {
+        _watch();
+        return osg::BoundingSphere();
+    }
+
+private:
+    std::function<void()> _watch;
+};
+
+TEST_F(LodPassTest, KeepsTheFileWhileItReadsOnHalfTheProcessors)
+{
+    std::mutex mutex; // guards the next three
+    std::set<std::thread::id> readers;
+    int read = 0;
+    int unguarded = 0;
+    std::function<bool()> isGuarded;
+    std::vector<osg::ref_ptr<osg::Node>> leaves;
+    visitCells(*octree->root, [&](CellData& cell) {
+        const osg::ref_ptr<CellLeaf::CellKey> key =
+            new CellLeaf::CellKey(cell.record.level, cell.record.code);
+        leaves.push_back(new WatchingLeaf(*key, [&] {
+            const std::lock_guard<std::mutex> lock(mutex);
+            readers.insert(std::this_thread::get_id());
+            ++read;
+            unguarded += !isGuarded();
+        }));
+        PCDataManager::getInstance()->registerNode(leaves.back(), cell.identifier);
+    });
+    std::mutex& file = octree->pointFile->mutex;
+    const auto isFree = [&file] { // asked on a thread that does not hold it
+        bool free = false;
+        std::thread([&] {
+            free = file.try_lock();
+            if (free) file.unlock();
+        }).join();
+        return free;
+    };
+    setHalfSpace(-kSize);
+    const auto expectGuarded = [&](osg::Operation& pass) {
+        pass(stamp);
+        EXPECT_EQ(read, 73);
+        EXPECT_EQ(unguarded, 0);
+        EXPECT_LE(readers.size(), std::max(1u, std::thread::hardware_concurrency() / 2));
+        EXPECT_TRUE(isFree());
+        EXPECT_EQ(octree->busy, 0u);
+        // Unload them, and let the next pass ask again.
+        octree->visibility = OctreeInfo::HIDDEN_NOT_CLEARED;
+        (*dyn)(stamp);
+        octree->visibility = OctreeInfo::VISIBLE;
+        for (const osg::ref_ptr<osg::Node>& leaf : leaves)
+            leaf->dirtyBound();
+        readers.clear();
+        read = 0;
+    };
+    const osg::ref_ptr<VelIncrementalCompileOperation> compile = new VelIncrementalCompileOperation;
+    isGuarded = [&] { return !isFree(); };
+    expectGuarded(*osg::ref_ptr<DynPointCloudLod>(new DynPointCloudLod(compile, nullptr)));
+    isGuarded = [&] { return octree->busy == 1; };
+    expectGuarded(*osg::ref_ptr<FixPointCloudLod>(new FixPointCloudLod(compile, nullptr)));
+}
+
+TEST_F(LodPassTest, WhatItReadsIsCompiledAfterWhatWaitsAlready)
+{
+    const osg::ref_ptr<VelIncrementalCompileOperation> compile = new VelIncrementalCompileOperation;
+    dyn = new DynPointCloudLod(compile, nullptr);
+    for (const auto& [budget, waiting] : {std::pair(0u, 1u), std::pair(1000u, 9u), std::pair(10000u, 73u)}) {
+        stamp->maxNumOfPointCloud = budget;
+        (*dyn)(stamp);
+        int deepest = 0;
+        ASSERT_EQ(compile->getToCompile().size(), waiting);
+        for (const auto& set : compile->getToCompile()) {
+            const int level = dynamic_cast<CellLeaf&>(*set->_subgraphToCompile).getLevel();
+            EXPECT_GE(level, deepest);
+            deepest = level;
+        }
+    }
+}
+
+TEST_F(LodPassTest, LoadsEveryLevelThatARecordCanState)
+{
+    octree = handOctree(fullTree(256, osg::Vec3d(), kSize, 1));
+    stamp->octrees = {octree};
+    setHalfSpace(-kSize);
+    (*fix)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 256u);
+    setHalfSpace(kSize);
+    (*fix)(stamp);
+    EXPECT_EQ(countLoaded(*octree), 0u);
 }
 
 TEST_F(LodPassTest, AnOctreeWhoseFileIsNotOpenIsLeftAlone)

@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
 
 namespace {
@@ -74,9 +76,9 @@ protected:
     }
 
     /// `depth` stretches the depth range, as OSG does in every frame.
-    void storeCamera(double x, int width = 100, double depth = 1)
+    void storeCamera(double x, int width = 100, int height = 80, double depth = 1)
     {
-        const osg::ref_ptr<osg::Viewport> viewport = new osg::Viewport(0, 0, width, 80);
+        const osg::ref_ptr<osg::Viewport> viewport = new osg::Viewport(0, 0, width, height);
         capture->getFrameBuffer()->store(
             osg::Matrixd::translate(x, 0, 0),
             osg::Matrixd::perspective(30, 1, 1, 1000) * osg::Matrixd::scale(1, 1, depth), *viewport);
@@ -110,13 +112,15 @@ TEST_F(PointLoadManagerTest, EveryChangeOfCameraViewportOrContentCausesAPass)
     EXPECT_EQ(passesAtRest(), ++passes);
     storeCamera(2, 101);
     EXPECT_EQ(passesAtRest(), ++passes);
+    storeCamera(2, 101, 81);
+    EXPECT_EQ(passesAtRest(), ++passes);
     octree->dirty = 1;
     EXPECT_EQ(passesAtRest(), ++passes);
     EXPECT_EQ(octree->dirty, 0u);
-    storeCamera(2, 101, 5);
+    storeCamera(2, 101, 81, 5);
     EXPECT_EQ(passesAtRest(), passes) << "passes do not depend on near and far";
     EXPECT_EQ(pass->last()->width, 101);
-    EXPECT_EQ(pass->last()->height, 80);
+    EXPECT_EQ(pass->last()->height, 81);
     EXPECT_EQ(pass->last()->view, osg::Matrixd::translate(2, 0, 0));
 }
 
@@ -180,19 +184,73 @@ TEST_F(PointLoadManagerTest, APassThatLeftWorkBehindIsRepeatedUntilItIsDone)
     EXPECT_EQ(passesAtRest(), 4u);
 }
 
-TEST_F(PointLoadManagerTest, ReplacingThePassForcesOneOfTheNewAndRaisesTheAbortOfTheOld)
+/// Has work until it is told to stop, and leaves the flag as it is.
+class EndlessPass : public VelOsgDBBrx::DynPointCloudLod
 {
-    const osg::ref_ptr<VelOsgDBBrx::DynPointCloudLod> dyn =
-        new VelOsgDBBrx::DynPointCloudLod(nullptr, nullptr);
-    manager->setLodOperation(dyn);
-    manager->registerOctree(octree);
-    EXPECT_TRUE(dyn->isAborted());
-    dyn->setAbort(false);
-    manager->setLodOperation(pass);
-    EXPECT_TRUE(dyn->isAborted());
-    EXPECT_EQ(manager->getLodOperation(), pass);
-    manager->start();
-    EXPECT_EQ(passesAtRest(), 1u);
+public:
+    EndlessPass() : osg::Operation("EndlessPass", true), DynPointCloudLod(nullptr, nullptr) {}
+
+    void operator()(osg::Object*) override
+    {
+        bornAborted = bornAborted || isAborted();
+        ++begun;
+        const auto end = std::chrono::steady_clock::now() + 3s;
+        while (!isAborted() && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(1ms);
+        if (isAborted()) ++cutShort;
+    }
+
+    std::atomic<int> begun{0};
+    std::atomic<int> cutShort{0};
+    std::atomic<bool> bornAborted{false};
+};
+
+template <class Condition>
+bool waitFor(Condition condition)
+{
+    const auto end = std::chrono::steady_clock::now() + 2s;
+    while (!condition() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(1ms);
+    return condition();
+}
+
+TEST_F(PointLoadManagerTest, EveryRequestCutsAPassShortAndTheNextOneBeginsAfresh)
+{
+    const osg::ref_ptr<OctreeInfo> other = handOctree(fullTree(1, osg::Vec3d(), 1));
+    struct Request
+    {
+        const char* name;
+        std::function<void(PointLoadManager&)> make;
+        bool passFollows;
+    };
+    const Request requests[] = {
+        {"register", [&](PointLoadManager& m) { m.registerOctree(other); }, true},
+        {"unregister", [&](PointLoadManager& m) { m.unRegisterOctree(octree); }, false},
+        {"visible", [&](PointLoadManager& m) { m.setOctreeVisible(octree, true); }, true},
+        {"budget", [&](PointLoadManager& m) { m.setMaxNumOfPointCloud(7); }, true},
+        {"planes", [&](PointLoadManager& m) { m.setFilterPlanes({}, 0); }, true},
+        {"flush", [&](PointLoadManager& m) { m.flush(); }, true},
+        {"pause", [&](PointLoadManager& m) { m.setState(PointLoadManager::PAUSED); }, false},
+        {"other pass", [&](PointLoadManager& m) { m.setLodOperation(pass); }, false},
+        {"stop", [&](PointLoadManager& m) { m.stop(); }, false},
+    };
+    for (const Request& request : requests) {
+        const osg::ref_ptr<EndlessPass> endless = new EndlessPass;
+        const osg::ref_ptr<PointLoadManager> busy = new PointLoadManager;
+        busy->setScreenCaptureTool(capture);
+        busy->setLodOperation(endless);
+        busy->registerOctree(octree);
+        busy->start();
+        ASSERT_TRUE(waitFor([&] { return endless->begun == 1; })) << request.name;
+        request.make(*busy);
+        EXPECT_TRUE(waitFor([&] { return endless->cutShort == 1; })) << request.name;
+        if (request.passFollows) waitFor([&] { return endless->begun == 2; });
+        if (busy->getLodOperation() == pass) waitFor([&] { return pass->count() == 1; });
+        busy->stop();
+        EXPECT_EQ(endless->begun, request.passFollows ? 2 : 1) << request.name;
+        EXPECT_FALSE(endless->bornAborted) << request.name;
+    }
+    EXPECT_EQ(pass->count(), 1u) << "the pass that took the other's place";
 }
 
 TEST_F(PointLoadManagerTest, ItStopsStartsAgainAndStopsTwice)

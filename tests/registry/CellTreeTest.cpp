@@ -32,21 +32,26 @@ TEST(CellTree, ChildrenStandInOctantOrderUnderTheirParents)
     EXPECT_FALSE(octree->root->parent.valid());
     visitCells(*octree->root, [&](CellData& cell) {
         EXPECT_EQ(cell.octree, octree.get());
-        for (size_t i = 0; i < cell.children.size(); ++i) {
-            EXPECT_EQ(cell.children[i]->parent, &cell);
-            EXPECT_EQ(uint64_t{cell.children[i]->record.code}, cell.record.code << 3 | i);
+        for (size_t octant = 0; octant < cell.children.size(); ++octant) {
+            const CellData& child = *cell.children[octant];
+            EXPECT_EQ(child.parent, &cell);
+            EXPECT_EQ(child.record.level, cell.record.level + 1);
+            for (size_t axis = 0; axis < 3; ++axis)
+                EXPECT_EQ(child.record.center[axis] > cell.record.center[axis], (octant >> axis & 1) == 1);
         }
     });
 }
 
 TEST(CellTree, TheFirstRecordOfALevelAndCodeCounts)
 {
-    Records records = smallTree();
-    records.push_back(records[5]);
-    std::snprintf(records.back().identifier, sizeof records.back().identifier, "copy");
-    const osg::ref_ptr<OctreeInfo> octree = handOctree(records);
-    EXPECT_EQ(countCells(*octree), 73u);
-    visitCells(*octree->root, [](CellData& cell) { EXPECT_NE(cell.identifier, "copy"); });
+    for (const size_t doubled : {0, 5, 40}) { // one of each level
+        Records records = smallTree();
+        records.push_back(records[doubled]);
+        std::snprintf(records.back().identifier, sizeof records.back().identifier, "copy");
+        const osg::ref_ptr<OctreeInfo> octree = handOctree(records);
+        EXPECT_EQ(countCells(*octree), 73u);
+        visitCells(*octree->root, [](CellData& cell) { EXPECT_NE(cell.identifier, "copy"); });
+    }
 }
 
 TEST(CellTree, MissingParentsAndChildrenLeaveNoLinks)
@@ -71,12 +76,18 @@ TEST(CellTree, TheLastOfSeveralRootsStaysAndWithoutOneTheRootIsEmpty)
 
 TEST(CellTree, TheDeepestLevelThatARecordCanStateHasNoChildren)
 {
-    Records records = fullTree(1, osg::Vec3d(), 8);
-    records[0].childCodes[0] = 0;
-    VelBrx::CellWithSegment deepest = records[0];
-    deepest.level = std::numeric_limits<uint8_t>::max();
-    records.push_back(deepest);
-    EXPECT_TRUE(handOctree(records)->root->children.empty());
+    constexpr unsigned kLevels = std::numeric_limits<uint8_t>::max() + 1;
+    Records records = fullTree(kLevels, osg::Vec3d(), 8, 1);
+    records.back().childCodes[0] = records[0].code; // counted on beyond 255, the root would be its own child
+    const osg::ref_ptr<OctreeInfo> octree = handOctree(records);
+    const CellData* cell = octree->root;
+    for (unsigned level = 1; level < kLevels; ++level) {
+        ASSERT_EQ(cell->children.size(), 1u) << level;
+        cell = cell->children[0];
+        ASSERT_EQ(cell->record.level, level);
+    }
+    EXPECT_TRUE(cell->children.empty());
+    octree->root->children.clear(); // a ring would never be freed
 }
 
 TEST(CellTree, ItDiesWithTheOctree)

@@ -5,62 +5,131 @@
 #include "tests/support/TestStore.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
+#include <VelOsgDBBrx/LasReaderWriter.h>
 
+#include <osg/BoundingBox>
+#include <osg/Geode>
+#include <osg/Geometry>
 #include <osg/StateSet>
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <functional>
+
 namespace {
 
 using VelOsgDBBrx::IPointCloud;
+using VelOsgDBBrx::LasReaderWriter;
 using VelOsgDBBrx::LoadBrxTool;
+
+/// A store whose axes have scales of their own.
+TestStore unevenStore()
+{
+    TestStore store = smallStore();
+    store.scale[1] /= 2;
+    store.scale[2] /= 4;
+    store.updateStatistics();
+    return store;
+}
 
 class LoadBrxToolTest : public testing::Test
 {
 protected:
+    /// Metres from the store's offset.
+    osg::Vec3d local(const TestPoint& point) const
+    {
+        return osg::Vec3d(point.x * store.scale[0], point.y * store.scale[1], point.z * store.scale[2]);
+    }
+
+    void expectRootPoints(OctreeInfo& octree) const
+    {
+        ASSERT_TRUE(octree.root);
+        EXPECT_EQ(octree.root->children.size(), 2u);
+        const osg::ref_ptr<osg::Node> leaf = LasReaderWriter::read(octree.root);
+        const osg::Geometry& geometry = *leaf->asGeode()->getDrawable(0)->asGeometry();
+        const auto& vertices = dynamic_cast<const osg::Vec3Array&>(*geometry.getVertexArray());
+        const auto& normals = dynamic_cast<const osg::Vec4Array&>(*geometry.getVertexAttribArray(8));
+        const size_t points[] = {0, 1, 2, store.points.size() - 1}; // two segments
+        ASSERT_EQ(vertices.size(), std::size(points));
+        for (unsigned i = 0; i < vertices.size(); ++i) {
+            EXPECT_LT((osg::Vec3d(vertices[i]) - local(store.points[points[i]])).length(), 1e-6);
+            EXPECT_EQ(normals[i].x(), static_cast<float>(points[i]));
+        }
+    }
+
+    /// Writes a normals file with a vector for each point, (its number, 0, 0, 0).
+    std::string writeNormals() const
+    {
+        std::vector<uint8_t> bytes = {'V', 'B', 'N', 'M', 1, 0, 0, 0};
+        bytes.resize(16 + 16 * store.points.size());
+        bytes[8] = static_cast<uint8_t>(store.points.size());
+        for (size_t i = 0; i < store.points.size(); ++i) {
+            const float number = static_cast<float>(i);
+            std::memcpy(bytes.data() + 16 + 16 * i, &number, sizeof number);
+        }
+        return folder.write("small.normals", bytes);
+    }
+
     TempFolder folder;
-    TestStore store = smallStore();
+    TestStore store = unevenStore();
     std::string path = folder.write("small.brx", store.bytes());
     osg::Vec3d offset, min, max;
     VelBrx::BrxHeader header;
 };
 
-TEST_F(LoadBrxToolTest, EveryFormGivesANodeWithoutAnOwnerAndWhatItPromises)
+TEST_F(LoadBrxToolTest, EveryFormGivesTheWholeCloudAndWhatItPromises)
 {
-    osg::ref_ptr<osg::Node> node = LoadBrxTool::loadBrxFile(path, offset, min, max, header, "");
-    ASSERT_TRUE(node);
-    EXPECT_EQ(node->referenceCount(), 1);
-    EXPECT_EQ(offset, osg::Vec3d(636000, 849000, 400));
-    EXPECT_NEAR((min - osg::Vec3d(-7.99, -7, -7)).length(), 0, 1e-6);
-    EXPECT_NEAR((max - osg::Vec3d(7.99, 7.99, 7.7)).length(), 0, 1e-6);
-    EXPECT_EQ(header.pointCount, store.points.size());
+    const std::string normals = writeNormals();
+    osg::BoundingBoxd box;
+    for (const TestPoint& point : store.points)
+        box.expandBy(local(point));
+    struct Form
+    {
+        std::function<osg::Node*()> load;
+        bool givesOffset, givesBox, givesHeader;
+    };
+    const Form forms[] = {
+        {[&] { return LoadBrxTool::loadBrxFile(path, normals); }, false, false, false},
+        {[&] { return LoadBrxTool::loadBrxFileOffset(path, offset, normals); }, true, false, false},
+        {[&] { return LoadBrxTool::loadBrxFile(path, offset, min, max, normals); }, true, true, false},
+        {[&] { return LoadBrxTool::loadBrxFile(path, header, normals); }, false, false, true},
+        {[&] { return LoadBrxTool::loadBrxFile(path, offset, min, max, header, normals); }, true, true, true},
+    };
+    for (const Form& form : forms) {
+        SCOPED_TRACE(&form - forms);
+        offset = min = max = osg::Vec3d();
+        header = {};
+        const osg::ref_ptr<osg::Node> node = form.load();
+        ASSERT_TRUE(node);
+        EXPECT_EQ(node->referenceCount(), 1);
+        EXPECT_FALSE(node->getCullingActive());
+        EXPECT_EQ(node->asGroup()->getNumChildren(), 1u);
 
-    osg::Vec3d otherOffset;
-    VelBrx::BrxHeader otherHeader;
-    EXPECT_TRUE(osg::ref_ptr<osg::Node>(LoadBrxTool::loadBrxFile(path, "")));
-    EXPECT_TRUE(osg::ref_ptr<osg::Node>(LoadBrxTool::loadBrxFileOffset(path, otherOffset, "")));
-    EXPECT_EQ(otherOffset, offset);
-    EXPECT_TRUE(osg::ref_ptr<osg::Node>(LoadBrxTool::loadBrxFile(path, otherHeader, "")));
-    EXPECT_EQ(otherHeader.storeId, header.storeId);
+        OctreeInfo& octree = *dynamic_cast<IPointCloud&>(*node).getOctree();
+        EXPECT_EQ(octree.pointPath, path);
+        EXPECT_EQ(octree.normalsPath, normals);
+        EXPECT_TRUE(octree.pointFile->isOpen());
+        EXPECT_EQ(octree.offset, osg::Vec3d(636000, 849000, 400));
+        EXPECT_EQ(octree.scale, osg::Vec3d(0.01, 0.005, 0.0025));
+        EXPECT_EQ(octree.pointDataStart, static_cast<int64_t>(store.pointDataStart()));
+        EXPECT_LT((octree.min - box._min).length(), 1e-6);
+        EXPECT_LT((octree.max - box._max).length(), 1e-6);
+        expectRootPoints(octree);
+
+        EXPECT_EQ(offset, form.givesOffset ? octree.offset : osg::Vec3d());
+        EXPECT_EQ(min, form.givesBox ? octree.min : osg::Vec3d());
+        EXPECT_EQ(max, form.givesBox ? octree.max : osg::Vec3d());
+        EXPECT_EQ(header.pointCount, form.givesHeader ? store.points.size() : 0);
+    }
 }
 
-TEST_F(LoadBrxToolTest, TheCloudHoldsTheOctreeThatTheStoreDescribes)
+TEST_F(LoadBrxToolTest, ACloudWithoutItsNormalsIsLoadedAndHandsItsPlanesToTheOctree)
 {
     const osg::ref_ptr<osg::Node> node = LoadBrxTool::loadBrxFile(path, "no.normals");
     auto& cloud = dynamic_cast<IPointCloud&>(*node);
     OctreeInfo& octree = *cloud.getOctree();
-    EXPECT_FALSE(node->getCullingActive());
-    EXPECT_EQ(cloud.getNumChildren(), 1u);
-    EXPECT_EQ(octree.pointPath, path);
-    EXPECT_EQ(octree.normalsPath, "no.normals");
-    EXPECT_TRUE(octree.pointFile->isOpen());
     EXPECT_FALSE(octree.normalsFile->isValid());
-    EXPECT_EQ(octree.scale, osg::Vec3d(0.01, 0.01, 0.01));
-    EXPECT_EQ(octree.pointDataStart, static_cast<int64_t>(store.pointDataStart()));
-    ASSERT_TRUE(octree.root);
-    EXPECT_EQ(octree.root->children.size(), 2u);
-    EXPECT_EQ(octree.root->record.segments.size(), 2u);
-
     cloud.setPlanes({osg::Vec4d(1, 2, 3, 4)});
     EXPECT_EQ(octree.planes.size(), 1u);
     cloud.setPlanes({});

@@ -2,23 +2,32 @@
 
 #include "loading/CellTree.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
 namespace {
 
-VelBrx::CellWithSegment makeRecord(unsigned level, uint64_t code, const osg::Vec3d& corner, double size,
+/// The key code of a cell whose place in its level has the given Morton code. No code follows from another,
+/// so that whoever computes parents and children in place of reading them is found out.
+uint64_t keyCode(unsigned level, uint64_t morton)
+{
+    return (morton + 1) * 0x9E3779B97F4A7C15u ^ level;
+}
+
+VelBrx::CellWithSegment makeRecord(unsigned level, uint64_t morton, const osg::Vec3d& corner, double size,
                                    int64_t points)
 {
     static int serial = 0; // identifiers are unique in the process, as those of stores are
     VelBrx::CellWithSegment record{};
     record.level = static_cast<uint8_t>(level);
-    record.code = code;
-    record.parentCode = level ? code >> 3 : VelBrx::kNoCell;
-    const double edge = size / static_cast<double>(uint64_t{1} << level);
+    record.code = keyCode(level, morton);
+    record.parentCode = level ? keyCode(level - 1, morton >> 3) : VelBrx::kNoCell;
+    const double edge = std::ldexp(size, -static_cast<int>(level));
     double place[3] = {0.5, 0.5, 0.5}; // in edges
-    for (unsigned bit = 0; bit < 3 * level; ++bit)
-        place[bit % 3] += static_cast<double>(((code >> bit) & 1) << (bit / 3));
+    for (unsigned bit = 0; bit < std::min(3 * level, 64u); ++bit)
+        place[bit % 3] += static_cast<double>(((morton >> bit) & 1) << (bit / 3));
     for (size_t axis = 0; axis < 3; ++axis) {
         record.size[axis] = static_cast<float>(edge);
         record.center[axis] = corner[static_cast<int>(axis)] + place[axis] * edge;
@@ -38,12 +47,14 @@ std::vector<VelBrx::CellWithSegment> fullTree(unsigned levels, const osg::Vec3d&
 {
     const osg::Vec3d corner = center - osg::Vec3d(size, size, size) / 2;
     std::vector<VelBrx::CellWithSegment> records{makeRecord(0, 0, corner, size, points)};
+    std::vector<uint64_t> places{0}; // Morton codes of the records
     for (size_t i = 0; i < records.size(); ++i) {
-        if (records[i].level + 1u >= levels) break;
+        const unsigned level = records[i].level + 1u;
+        if (level >= levels) break;
         for (uint64_t octant = 0; octant < branching; ++octant) {
-            const uint64_t code = records[i].code << 3 | octant;
-            records[i].childCodes[octant] = code;
-            records.push_back(makeRecord(records[i].level + 1u, code, corner, size, points));
+            places.push_back(places[i] << 3 | octant);
+            records.push_back(makeRecord(level, places.back(), corner, size, points));
+            records[i].childCodes[octant] = records.back().code;
         }
     }
     return records;

@@ -13,7 +13,7 @@
 
 /// Records of a full tree of `levels` levels over a cube of `size` around `center`, `branching` of the eight
 /// children in every cell (the first ones by octant), `points` points a cell. Resolution length: a hundredth
-/// of the cell's edge.
+/// of the cell's edge. Key codes are no Morton codes.
 std::vector<VelBrx::CellWithSegment> fullTree(unsigned levels, const osg::Vec3d& center, double size,
                                               unsigned branching = 8, int64_t points = 100);
 
