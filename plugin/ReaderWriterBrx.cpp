@@ -1,9 +1,8 @@
 #include "plugin/ContextKeeper.h"
 
-#include <VelBrx/MiraLasRead.h>
 #include <VelOsgDBBrx/DefaultDisplay.h>
-#include <VelOsgDBBrx/LoadBrxTool.h>
-#include <osg/MatrixTransform>
+#include <VelOsgDBBrx/OpenCloud.h>
+#include <osg/Notify>
 #include <osgDB/FileNameUtils>
 #include <osgDB/FileUtils>
 #include <osgDB/Registry>
@@ -36,20 +35,18 @@ public:
         const std::string path = osgDB::findDataFile(fileName, options);
         if (path.empty()) return ReadResult::FILE_NOT_FOUND;
 
-        osg::Vec3d offset;
-        VelBrx::StoreStatistics statistics;
-        const osg::ref_ptr<osg::Node> cloud =
-            VelOsgDBBrx::LoadBrxTool::loadBrxFileOffset(path, offset, normalsPath(options));
-        if (!cloud || !VelBrx::MiraLasRead::getStatistics(statistics, path.c_str())) {
-            return ReadResult(path + ": cannot be read as a store; brx verify tells what is wrong with it");
-        }
-        VelOsgDBBrx::DefaultDisplay::apply(cloud, statistics);
-        const osg::ref_ptr<osg::MatrixTransform> place =
-            new osg::MatrixTransform(osg::Matrixd::translate(offset));
-        place->setName(fileName);
-        place->addChild(cloud);
-        place->addEventCallback(new KeepContext);
-        return place.get();
+        VelOsgDBBrx::OpenOptions how;
+        const std::string normals = normalsPath(options);
+        if (!normals.empty()) how.normals = normals;
+        VelOsgDBBrx::OpenedCloud opened;
+        if (const VelBrx::Status status = VelOsgDBBrx::openCloud(path, how, opened); !status)
+            return ReadResult(status.message());
+        if (!opened.normals && how.normals) return ReadResult(opened.normals.message());
+        if (!opened.normals) OSG_WARN << opened.normals.message() << "; shown without normals" << std::endl;
+        VelOsgDBBrx::DefaultDisplay::apply(opened.cloud, opened.statistics);
+        opened.node->setName(fileName);
+        opened.node->addEventCallback(new KeepContext);
+        return opened.node.get();
     }
 
 private:

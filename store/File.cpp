@@ -28,7 +28,8 @@ struct File::Mapping
     }
 
     void open(const char* name);
-    void map(int descriptor);
+    void use(const std::string& name, int descriptor, bool isWritable);
+    void map(int descriptor, const struct stat& status);
 
     /// A file that has lost its name is nobody's to cut.
     int64_t currentSize() const
@@ -47,22 +48,28 @@ void File::Mapping::open(const char* name)
 {
     // Without O_NONBLOCK the open of a pipe would wait for the pipe's other end.
     int descriptor = ::open(name, O_RDWR | O_CLOEXEC | O_NONBLOCK);
-    writable = descriptor >= 0;
-    if (!writable) descriptor = ::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const bool isWritable = descriptor >= 0;
+    if (!isWritable) descriptor = ::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) return;
-    isOpen = true;
-    std::error_code error;
-    path = std::filesystem::absolute(name, error).string();
-    map(descriptor);
+    use(name, descriptor, isWritable);
     close(descriptor);
 }
 
-void File::Mapping::map(int descriptor)
+void File::Mapping::use(const std::string& name, int descriptor, bool isWritable)
 {
     struct stat status
     {
     };
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return;
+    if (fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) return;
+    isOpen = true;
+    writable = isWritable;
+    std::error_code error;
+    path = std::filesystem::absolute(name, error).string();
+    if (S_ISREG(status.st_mode)) map(descriptor, status);
+}
+
+void File::Mapping::map(int descriptor, const struct stat& status)
+{
     device = status.st_dev;
     inode = status.st_ino;
     if (status.st_size == 0) return;
@@ -77,6 +84,11 @@ void File::Mapping::map(int descriptor)
 File::File(const char* path) : _mapping(std::make_unique<Mapping>())
 {
     if (path && *path) _mapping->open(path);
+}
+
+File::File(const std::string& path, int descriptor, bool writable) : _mapping(std::make_unique<Mapping>())
+{
+    _mapping->use(path, descriptor, writable);
 }
 
 File::~File() = default;

@@ -14,10 +14,13 @@ FileReader::~FileReader()
     if (_descriptor >= 0) ::close(_descriptor);
 }
 
-Status FileReader::open(const std::string& path)
+Status FileReader::open(const std::string& path, Access access)
 {
     // Without O_NONBLOCK the open of a pipe would wait for its writer.
-    _descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    constexpr int kFlags = O_CLOEXEC | O_NONBLOCK;
+    if (access == Access::WRITE_WHERE_PERMITTED) _descriptor = ::open(path.c_str(), O_RDWR | kFlags);
+    _writable = _descriptor >= 0;
+    if (!_writable) _descriptor = ::open(path.c_str(), O_RDONLY | kFlags);
     if (_descriptor < 0) {
         const std::string reason = std::generic_category().message(errno);
         return Status::failure("cannot be opened (" + reason + "); check its name and permissions");

@@ -18,9 +18,20 @@ public:
     FileReader(const FileReader&) = delete;
     FileReader& operator=(const FileReader&) = delete;
 
+    enum class Access
+    {
+        READ,
+        WRITE_WHERE_PERMITTED ///< for the mapping that `File` makes of the descriptor
+    };
+
     /// Opens `path`, once per object. Directories, pipes and devices are refused. The message of a failure
     /// does not hold the path.
-    Status open(const std::string& path);
+    Status open(const std::string& path, Access access = Access::READ);
+
+    int descriptor() const { return _descriptor; }
+
+    /// The descriptor is open for writing too.
+    bool isWritable() const { return _writable; }
 
     /// Size when it was opened.
     int64_t size() const { return _size; }
@@ -36,6 +47,7 @@ public:
 
 private:
     int _descriptor = -1;
+    bool _writable = false;
     int64_t _size = 0;
 };
 

@@ -10,12 +10,13 @@
 
 namespace VelBrx {
 
-Status readStoreInfo(const std::string& path, StoreInfo& info)
+namespace {
+
+Status readInfo(const std::string& path, FileReader& file, FileReader::Access access, StoreInfo& info)
 {
-    FileReader file;
     StoreHead head;
     StoreIndex index;
-    if (Status read = readStore(path, file, head, index); !read)
+    if (Status read = readStore(path, file, head, index, access); !read)
         return Status::failure(path + ": " + read.message());
     try {
         info.cells = deriveCells(index);
@@ -24,6 +25,23 @@ Status readStoreInfo(const std::string& path, StoreInfo& info)
     }
     info.header = std::move(head.header);
     info.statistics = std::move(index.statistics);
+    return {};
+}
+
+} // namespace
+
+Status readStoreInfo(const std::string& path, StoreInfo& info)
+{
+    FileReader file;
+    return readInfo(path, file, FileReader::Access::READ, info);
+}
+
+Status openStore(const std::string& path, StoreInfo& info, std::unique_ptr<File>& file)
+{
+    FileReader reader;
+    if (Status read = readInfo(path, reader, FileReader::Access::WRITE_WHERE_PERMITTED, info); !read)
+        return read;
+    file.reset(new File(path, reader.descriptor(), reader.isWritable()));
     return {};
 }
 

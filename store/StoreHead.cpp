@@ -232,9 +232,10 @@ Status checkHeaderChecksum(const StoreHead& head, const StoreIndex& index)
     return damaged("the LAS header or a VLR was changed after the store was built");
 }
 
-Status readStore(const std::string& path, FileReader& file, StoreHead& head, StoreIndex& index)
+Status readStore(const std::string& path, FileReader& file, StoreHead& head, StoreIndex& index,
+                 FileReader::Access access)
 try {
-    if (Status opened = file.open(path); !opened) return opened;
+    if (Status opened = file.open(path, access); !opened) return opened;
     if (Status read = readStoreHead(file, head); !read) return read;
     std::vector<uint8_t> bytes;
     if (Status read = readIndexBytes(file, head, bytes); !read) return read;

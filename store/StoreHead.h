@@ -50,6 +50,7 @@ Status checkHeaderChecksum(const StoreHead& head, const StoreIndex& index);
 
 /// Opens the store at `path`, reads and checks its head and index, and completes `head.header` from the
 /// index.
-Status readStore(const std::string& path, FileReader& file, StoreHead& head, StoreIndex& index);
+Status readStore(const std::string& path, FileReader& file, StoreHead& head, StoreIndex& index,
+                 FileReader::Access access = FileReader::Access::READ);
 
 } // namespace VelBrx

@@ -2,14 +2,11 @@
 
 #include "viewer/Palettes.h"
 
-#include <VelBrx/MiraLasRead.h>
-#include <VelBrx/Normals.h>
 #include <VelOsgDBBrx/DefaultDisplay.h>
-#include <VelOsgDBBrx/LoadBrxTool.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelOsgDBBrx/OpenCloud.h>
 #include <VelOsgDBBrx/PointCloudHelper.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
-#include <osg/MatrixTransform>
 
 #include <algorithm>
 #include <cmath>
@@ -72,8 +69,7 @@ Scene::Scene()
 Status Scene::load(const std::vector<std::string>& stores, const Options& options)
 {
     for (const std::string& store : stores) {
-        const std::string normals = options.normals.empty() ? VelBrx::findNormals(store) : options.normals;
-        if (const Status status = loadCloud(store, normals); !status) return status;
+        if (const Status status = loadCloud(store, options.normals); !status) return status;
     }
     if (options.mode == ColorMode::RGB) tellColorless();
     VelBrx::StoreStatistics statistics = _clouds.front().statistics;
@@ -107,35 +103,25 @@ const Scene::Cloud* Scene::findCopy(uint64_t storeId) const
 
 Status Scene::loadCloud(const std::string& store, const std::string& normals)
 {
-    osg::Vec3d offset;
-    osg::Vec3d min;
-    osg::Vec3d max;
-    VelBrx::BrxHeader header;
-    Cloud cloud;
-    cloud.store = store;
-    cloud.node = dynamic_cast<VelOsgDBBrx::IPointCloud*>(
-        VelOsgDBBrx::LoadBrxTool::loadBrxFile(store, offset, min, max, header, normals));
-    if (!cloud.node || !VelBrx::MiraLasRead::getStatistics(cloud.statistics, store.c_str())) {
-        return Status::failure(store + ": cannot be read as a store; brx verify tells what is wrong with it");
+    VelOsgDBBrx::OpenOptions how;
+    if (!normals.empty()) how.normals = normals;
+    VelOsgDBBrx::OpenedCloud opened;
+    if (Status status = VelOsgDBBrx::openCloud(store, how, opened); !status) return status;
+    if (!opened.normals && how.normals) return opened.normals;
+    if (!opened.normals) {
+        std::fprintf(stderr, "brxview: %s; the points are shown without normals\n",
+                     opened.normals.message().c_str());
     }
-    if (!cloud.node->getOctree()->pointFile->isValid()) {
-        return Status::failure(store + ": cannot be mapped into memory; show fewer stores at once");
-    }
-    if (const Cloud* const copy = findCopy(header.storeId)) {
+    if (const Cloud* const copy = findCopy(opened.header.storeId)) {
         std::fprintf(stderr, "brxview: %s: is a copy of %s, which is shown\n", store.c_str(),
                      copy->store.c_str());
         return Status();
     }
-    cloud.storeId = header.storeId;
-    _bounds.expandBy(min + offset);
-    _bounds.expandBy(max + offset);
-
-    const osg::ref_ptr<osg::MatrixTransform> place =
-        new osg::MatrixTransform(osg::Matrixd::translate(offset));
-    place->addChild(cloud.node);
-    _root->addChild(place);
-    _clouds.push_back(cloud);
-    PointCloudHelper::setPointCloudId(cloud.node, _clouds.size());
+    _bounds.expandBy(osg::Vec3d(opened.header.min[0], opened.header.min[1], opened.header.min[2]));
+    _bounds.expandBy(osg::Vec3d(opened.header.max[0], opened.header.max[1], opened.header.max[2]));
+    _root->addChild(opened.node);
+    _clouds.push_back({store, opened.header.storeId, opened.cloud, opened.statistics});
+    PointCloudHelper::setPointCloudId(opened.cloud, _clouds.size());
     return Status();
 }
 

@@ -131,24 +131,23 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
     const fs::path source = fs::canonical(input, error);
     if (error) return Status::failure(input + ": " + error.message());
     if (!fs::is_regular_file(source, error)) return Status::failure(input + ": is not a file");
-    if (isStore(source)) {
+    // What is wrong with a file of that name is said when it is opened: its index is read only there.
+    if (source.extension() == kStoreExtension || isStore(source)) {
         store = input;
         return Status();
     }
     if (!isLas(source)) return Status::failure(input + ": is neither a store nor a LAS or LAZ file");
-    if (source.extension() == kStoreExtension) {
-        return Status::failure(input + ": is a damaged store; brx verify tells what is wrong with it");
-    }
 
     const fs::path beside = storeBeside(source);
     const fs::path target =
         isWritable(source.parent_path()) || isNewer(beside, source) ? beside : storeInCache(source);
     store = target.string();
     const bool exists = fs::exists(target, error);
-    if (exists && isNewer(target, source) && isStore(store)) return Status();
+    const bool isCurrent = exists && isNewer(target, source);
+    if (isCurrent && (!rebuild || isStore(store))) return Status();
     if (exists && !rebuild) {
         return Status::failure(store + ": is older than " + input +
-                               " or damaged; --force builds it again, without the edits made in it");
+                               "; --force builds it again, without the edits made in it");
     }
     return build(source, target, exists);
 }

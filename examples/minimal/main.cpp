@@ -1,10 +1,9 @@
 // The smallest host: opens one store in a window, in its own colours.
 #include <VelOsgDBBrx/GlobalObject.h>
-#include <VelOsgDBBrx/LoadBrxTool.h>
+#include <VelOsgDBBrx/OpenCloud.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
 
-#include <osg/MatrixTransform>
 #include <osgGA/TrackballManipulator>
 #include <osgViewer/Viewer>
 
@@ -18,20 +17,17 @@ int main(int argc, char** argv)
         std::cerr << "usage: minimal STORE.brx\n";
         return 1;
     }
-    osg::Vec3d offset;
-    osg::ref_ptr<osg::Node> cloud = LoadBrxTool::loadBrxFileOffset(argv[1], offset, "");
-    if (!cloud) {
-        std::cerr << "minimal: " << argv[1] << ": is no store; make one with brx build\n";
+    OpenedCloud opened;
+    if (const VelBrx::Status status = openCloud(argv[1], OpenOptions(), opened); !status) {
+        std::cerr << "minimal: " << status.message() << "\n";
         return 1;
     }
-    ShaderHelper::originColorShader(cloud);
+    ShaderHelper::originColorShader(opened.cloud);
 
-    osg::ref_ptr<osg::MatrixTransform> scene = new osg::MatrixTransform(osg::Matrixd::translate(offset));
-    scene->addChild(cloud);
     osgViewer::Viewer viewer;
     viewer.setUpViewInWindow(100, 100, 1280, 720);
     viewer.setCameraManipulator(new osgGA::TrackballManipulator);
-    viewer.setSceneData(scene);
+    viewer.setSceneData(opened.node);
     viewer.realize();
 
     osg::GraphicsContext* context = viewer.getCamera()->getGraphicsContext();

@@ -5,8 +5,12 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 
 namespace VelBrx {
+
+class Status;
+struct StoreInfo;
 
 /// An open file whose byte ranges can be used as memory.
 ///
@@ -22,7 +26,7 @@ class VEL_BRX_EXPORT File
 {
 public:
     /// Opens `path` for reading and writing, or for reading alone where writing is not permitted.
-    /// Failure is seen from `isOpen`; nothing is thrown. A null or empty path is not open.
+    /// Failure is seen from `isOpen`; nothing is thrown. A null or empty path is not open, nor is a folder.
     explicit File(const char* path);
     virtual ~File();
     File(const File&) = delete;
@@ -58,6 +62,13 @@ public:
 
 private:
     struct Mapping;
+
+    friend VEL_BRX_EXPORT Status openStore(const std::string& path, StoreInfo& info,
+                                           std::unique_ptr<File>& file);
+
+    /// Maps what a descriptor has open; the descriptor stays the caller's.
+    File(const std::string& path, int descriptor, bool writable);
+
     std::unique_ptr<Mapping> _mapping;
 };
 

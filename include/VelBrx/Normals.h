@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VelBrx/BrxHeader.h>
 #include <VelBrx/Builder.h>
 #include <VelBrx/Export.h>
 #include <VelBrx/Status.h>
@@ -30,7 +31,12 @@ struct NormalsOptions
 /// The place of a store's normals file: its path with ".normals" behind it.
 VEL_BRX_EXPORT std::string normalsPath(const std::string& store);
 
-/// `normalsPath(store)` where a normals file with as many points as the store stands there, otherwise empty.
+/// Whether the file at `path` holds the normals of the store that has this header: it names the store and has
+/// a normal for each point. Files of version 1 name no store, and are known by their number of points. A
+/// failure names the file, what is wrong with it and what to do. Any thread may call it.
+VEL_BRX_EXPORT Status checkNormals(const std::string& path, const BrxHeader& store);
+
+/// `normalsPath(store)` where that file holds the store's normals, otherwise empty.
 VEL_BRX_EXPORT std::string findNormals(const std::string& store);
 
 /// Computes a normal for every point of a store and writes its normals file.

@@ -3,9 +3,11 @@
 #include <VelBrx/BrxHeader.h>
 #include <VelBrx/CellWithSegment.h>
 #include <VelBrx/Export.h>
+#include <VelBrx/File.h>
 #include <VelBrx/Status.h>
 #include <VelBrx/StoreStatistics.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,5 +24,10 @@ struct StoreInfo
 /// Reads and checks header and octree index of the store at `path`. A failure names the file, what is wrong
 /// and what to do, and leaves `info` unchanged. Any thread may call it.
 VEL_BRX_EXPORT Status readStoreInfo(const std::string& path, StoreInfo& info);
+
+/// The same, and maps the store's bytes. The file is opened once, so that header, cells and points are those
+/// of one file also where the store is being replaced at this moment. `file` is not valid where the points
+/// cannot be mapped into memory; a failure leaves it unchanged too.
+VEL_BRX_EXPORT Status openStore(const std::string& path, StoreInfo& info, std::unique_ptr<File>& file);
 
 } // namespace VelBrx

@@ -11,7 +11,7 @@ class OctreeInfo;
 
 namespace VelOsgDBBrx {
 
-/// A loaded point cloud in the scene. Made by `LoadBrxTool`; the host holds it and adds it to its scene.
+/// A loaded point cloud in the scene. Made by `openCloud` and `LoadBrxTool`; the host holds it and adds it to its scene.
 /// Call its operations where the scene may be changed: between frames or in the update traversal.
 class VEL_OSGDB_BRX_EXPORT IPointCloud : public osg::Group
 {

@@ -17,12 +17,11 @@ namespace VelOsgDBBrx {
 /// wants file coordinates puts it under a translation by `offset`. It comes with no reference held, so that
 /// the caller's `osg::ref_ptr` becomes its owner.
 ///
-/// `normalsPath` names the normals companion file; empty or unusable, the points have no normals.
+/// `normalsPath` names the normals companion file; empty or not of this store, the points have no normals.
 ///
-/// Failure: null when the store is missing, unreadable or empty; `offset`, `min` and `max` are then not
-/// written
-/// (`header` may have been filled already). Threads: each call runs on its caller's thread, any number at
-/// once.
+/// Failure: null when the store is missing, unreadable or empty; nothing is written then. `openCloud` gives
+/// the reason, and the statistics that colour ramps need. Threads: each call runs on its caller's thread, any
+/// number at once.
 class VEL_OSGDB_BRX_EXPORT LoadBrxTool
 {
 public:
@@ -35,7 +34,7 @@ public:
     static osg::Node* loadBrxFile(const std::string& path, osg::Vec3d& offset, osg::Vec3d& min,
                                   osg::Vec3d& max, std::string normalsPath);
 
-    /// Gives the store's header as far as it could be read.
+    /// Gives the store's header.
     static osg::Node* loadBrxFile(const std::string& path, VelBrx::BrxHeader& header,
                                   std::string normalsPath);
 

@@ -16,18 +16,36 @@ namespace VelBrx {
 namespace {
 
 constexpr char kMagic[] = "VBNM";
-constexpr uint32_t kVersion = 1;
+constexpr uint32_t kVersion = 2;
+constexpr uint32_t kVersionWithCount = 1; ///< had the number of points where the store's identity is now
 constexpr size_t kHeaderSize = 16;
 constexpr size_t kNormalSize = 16;
 constexpr uint64_t kTilePoints = 1 << 18;
 
-std::array<uint8_t, kHeaderSize> fileHeader(uint64_t points)
+std::array<uint8_t, kHeaderSize> fileHeader(uint64_t storeId)
 {
     std::array<uint8_t, kHeaderSize> header{};
     std::memcpy(header.data(), kMagic, 4);
     storeLe<uint32_t>(&header[4], kVersion);
-    storeLe<uint64_t>(&header[8], points);
+    storeLe<uint64_t>(&header[8], storeId);
     return header;
+}
+
+/// Whether a normals file is that of a store. The message does not hold the path.
+Status check(const FileReader& file, const BrxHeader& store)
+{
+    std::array<uint8_t, kHeaderSize> header{};
+    if (!file.read(0, header.data(), header.size()) || std::memcmp(header.data(), kMagic, 4) != 0)
+        return Status::failure("is not a normals file; brx normals writes the normals of a store");
+    const uint32_t version = loadLe<uint32_t>(&header[4]);
+    if (version != kVersion && version != kVersionWithCount)
+        return Status::failure("has version " + std::to_string(version) +
+                               ", which this program does not know; write it anew with brx normals --force");
+    if (loadLe<uint64_t>(&header[8]) != (version == kVersion ? store.storeId : store.pointCount))
+        return Status::failure("holds the normals of another store; write it anew with brx normals --force");
+    if (static_cast<uint64_t>(file.size()) != kHeaderSize + store.pointCount * kNormalSize)
+        return Status::failure("was cut or added to; write it anew with brx normals --force");
+    return {};
 }
 
 /// Writes normals, which are in the order of the store, each run of consecutive points by one call.
@@ -84,7 +102,7 @@ Status write(const NormalsOptions& options)
     if (!computed) return computed;
     if (written != points)
         return ofStore(Status::failure("has points outside their cells; brx verify names them"));
-    const auto header = fileHeader(points);
+    const auto header = fileHeader(index.storeId);
     if (Status status = file.write(0, header.data(), header.size()); !status) return status;
     if (Status status = file.commit(); !status) return status;
     run.begin("done");
@@ -98,18 +116,21 @@ std::string normalsPath(const std::string& store)
     return store + ".normals";
 }
 
+Status checkNormals(const std::string& path, const BrxHeader& store)
+{
+    FileReader file;
+    Status status = file.open(path);
+    if (status) status = check(file, store);
+    return status ? status : Status::failure(path + ": " + status.message());
+}
+
 std::string findNormals(const std::string& store)
 {
-    FileReader storeFile;
     FileReader file;
     StoreHead head;
-    std::array<uint8_t, kHeaderSize> header;
+    StoreIndex index;
     const std::string path = normalsPath(store);
-    if (!file.open(path) || !storeFile.open(store) || !readStoreHead(storeFile, head)) return {};
-    const uint64_t points = head.header.pointCount;
-    const bool fits = file.read(0, header.data(), header.size()) && header == fileHeader(points) &&
-                      static_cast<uint64_t>(file.size()) == kHeaderSize + points * kNormalSize;
-    return fits ? path : std::string();
+    return readStore(store, file, head, index) && checkNormals(path, head.header) ? path : std::string();
 }
 
 Status writeNormals(const NormalsOptions& options)

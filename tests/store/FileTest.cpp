@@ -73,6 +73,7 @@ TEST(File, IsNotValidWhenThereIsNothingToMap)
     EXPECT_FALSE(File(nullptr).isOpen());
     EXPECT_FALSE(File("").isOpen());
     EXPECT_FALSE(File(folder.file("missing").c_str()).isOpen());
+    EXPECT_FALSE(File(folder.path().c_str()).isOpen());
     const std::string pipe = folder.file("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string& path :
