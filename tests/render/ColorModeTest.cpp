@@ -7,6 +7,9 @@
 #include <osg/Program>
 #include <osg/Uniform>
 
+#include <algorithm>
+#include <optional>
+
 using VelOsgDBBrx::ColorEntry;
 using VelOsgDBBrx::ColorScale;
 using VelOsgDBBrx::ColorWithRangeInfo;
@@ -122,6 +125,33 @@ TEST(ColorModes, ColourTheHeightAboveTheWorldsZero)
     const Colors expected = {{0, 0, 0},     {0, 0, 0},     {128, 0, 0},  {255, 0, 0},
                              {255, 128, 0}, {255, 255, 0}, {255, 255, 0}};
     EXPECT_EQ(picture.draw(), expected);
+}
+
+TEST(ColorModes, ColourTheHeightInTheWorldOfATurnedCloudSeenFromAside)
+{
+    std::vector<TestPoint> points(15);
+    for (int i = 0; i < 15; ++i)
+        points[static_cast<size_t>(i)] = placed(TestPoint(), 2111 * i, 30000 - 2222 * i, 7 * i % 15 * 2000);
+    PointPicture picture(PointPicture::AsGiven{points});
+    for (const bool perspective : {false, true}) {
+        const PointView view = PointView::oblique(perspective);
+        picture.look(view);
+        const double lowest = view.world(TestPoint()).z() - 20;
+        constexpr double kSpan = 80;
+        ColorWithRangeInfo info = gradient(static_cast<float>(lowest), kSpan);
+        ShaderHelper::elevationColorShader(picture.cloud, info, false);
+        picture.draw();
+        int seen = 0;
+        for (const TestPoint& point : points) {
+            const std::optional<osg::Vec2i> pixel = view.pixelOf(point);
+            if (!pixel) continue;
+            const double share = (view.world(point).z() - lowest) / kSpan;
+            EXPECT_NEAR(picture.at(pixel->x(), pixel->y()).r(), std::min(510 * share, 255.0), 1);
+            EXPECT_NEAR(picture.at(pixel->x(), pixel->y()).g(), std::max(510 * share - 255, 0.0), 1);
+            ++seen;
+        }
+        EXPECT_GT(seen, 7);
+    }
 }
 
 TEST(ColorModes, RepeatACyclicGradientAboveAndBelowItsRange)
@@ -359,24 +389,6 @@ TEST(ColorModes, KeepTheLastProgramWhenAGradientOrScaleIsTooShort)
     EXPECT_EQ(picture.draw(), (Colors{{0, 255, 0}}));
 }
 
-TEST(ColorModes, IgnoreANullNode)
-{
-    ColorWithRangeInfo info = gradient(0, 1);
-    ColorScale scale;
-    scale.addColorScaleElement(0, osg::Vec4f(1, 0, 0, 1));
-    scale.addColorScaleElement(1, osg::Vec4f(1, 0, 0, 1));
-    std::vector<osg::Vec4f> colors(3);
-    ShaderHelper::originColorShader(nullptr);
-    ShaderHelper::singleColorShader(nullptr, osg::Vec4f());
-    ShaderHelper::intensityShader(nullptr, info);
-    ShaderHelper::elevationColorShader(nullptr, info, true);
-    ShaderHelper::elevationColorShaderWithLight(nullptr, info);
-    ShaderHelper::classificationColorShader(nullptr, colors);
-    ShaderHelper::classificationColorShaderWithLight(nullptr, colors);
-    ShaderHelper::gpsTimeColorShader(nullptr, scale);
-    ShaderHelper::applySelectColor(nullptr);
-}
-
 TEST(ColorModes, ReplaceOneAnother)
 {
     PointPicture picture({coloredPoint(9, 8, 7)});
@@ -390,24 +402,22 @@ TEST(ColorModes, ReplaceOneAnother)
     EXPECT_EQ(picture.draw(), (Colors{{9, 8, 7}}));
 }
 
-TEST(SelectionColour, IsTakenWhenAModeIsChosenAndBroughtToItLater)
+TEST(SelectionColour, IsBroughtToAModeThatWasChosenBefore)
 {
     const osg::Vec4f standard = ShaderHelper::getSelectColor();
     EXPECT_EQ(standard, osg::Vec4f(1.0f, 0.0f, 0.615f, 1.0f));
     osg::ref_ptr<osg::Group> node = new osg::Group;
+    ShaderHelper::applySelectColor(nullptr);
     ShaderHelper::applySelectColor(node);
     EXPECT_EQ(node->getStateSet(), nullptr) << "nothing is created";
 
-    ShaderHelper::setSelectColor(osg::Vec4f(0, 1, 0, 1));
     ShaderHelper::originColorShader(node);
+    ShaderHelper::setSelectColor(osg::Vec4f(0, 1, 0, 1));
     osg::Vec4f color;
     node->getStateSet()->getUniform("selectColor")->get(color);
-    EXPECT_EQ(color, osg::Vec4f(0, 1, 0, 1));
-
-    ShaderHelper::setSelectColor(standard);
-    node->getStateSet()->getUniform("selectColor")->get(color);
-    EXPECT_EQ(color, osg::Vec4f(0, 1, 0, 1));
+    EXPECT_EQ(color, standard);
     ShaderHelper::applySelectColor(node);
     node->getStateSet()->getUniform("selectColor")->get(color);
-    EXPECT_EQ(color, standard);
+    EXPECT_EQ(color, osg::Vec4f(0, 1, 0, 1));
+    ShaderHelper::setSelectColor(standard);
 }

@@ -19,6 +19,40 @@ std::vector<TestPoint> placedInARow(std::vector<TestPoint> points)
 
 } // namespace
 
+PointView PointView::oblique(bool perspective)
+{
+    PointView view;
+    view.model =
+        osg::Matrixd::rotate(0.7, osg::Vec3d(1, 2, 3)) *
+        osg::Matrixd::translate(perspective ? PointPicture::kOrigin : osg::Vec3d(-16.25, -16.5, 3.125));
+    const osg::Vec3d middle = osg::Vec3d(PointPicture::kSize, PointPicture::kSize, 0) / 2 * view.model;
+    view.view.makeLookAt(middle + osg::Vec3d(70, -90, 60), middle, osg::Vec3d(0.1, 0, 1));
+    if (perspective)
+        view.projection.makePerspective(22, 1, 1, 1000);
+    else
+        view.projection.makeOrtho(-24, 24, -24, 24, 1, 1000);
+    return view;
+}
+
+osg::Vec3d PointView::world(const TestPoint& point) const
+{
+    return osg::Vec3d(point.x, point.y, point.z) * 0.001 * model;
+}
+
+std::optional<osg::Vec2i> PointView::pixelOf(const TestPoint& point) const
+{
+    constexpr double kMargin = 0.05;
+    const osg::Vec3d seen = world(point) * view * projection;
+    osg::Vec2i pixel;
+    for (int axis = 0; axis < 2; ++axis) {
+        const double place = (seen[axis] + 1) / 2 * PointPicture::kSize;
+        pixel[axis] = static_cast<int>(std::floor(place));
+        const double inside = place - pixel[axis];
+        if (std::abs(seen[axis]) > 1 || inside < kMargin || inside > 1 - kMargin) return std::nullopt;
+    }
+    return pixel;
+}
+
 PointPicture::PointPicture(std::vector<TestPoint> points, const std::vector<osg::Vec4f>& normals)
     : PointPicture(AsGiven{placedInARow(std::move(points))}, normals)
 {
@@ -48,6 +82,13 @@ void PointPicture::lookInPerspective()
     const osg::Vec3d middle = kOrigin + osg::Vec3d(kSize / 2, kSize / 2, 0);
     viewer.camera().setViewMatrixAsLookAt(middle + osg::Vec3d(0, 0, height), middle, osg::Y_AXIS);
     viewer.camera().setProjectionMatrixAsPerspective(kFieldOfView, 1, 10, 100);
+}
+
+void PointPicture::look(const PointView& from)
+{
+    root->setMatrix(from.model);
+    viewer.camera().setViewMatrix(from.view);
+    viewer.camera().setProjectionMatrix(from.projection);
 }
 
 PointCloudLOD& PointPicture::cells()

@@ -7,8 +7,10 @@
 #include <osg/Geometry>
 #include <osg/Group>
 #include <osg/MatrixTransform>
+#include <osg/Vec2i>
 #include <osg/Vec3ub>
 
+#include <optional>
 #include <ostream>
 #include <vector>
 
@@ -18,6 +20,24 @@ inline void PrintTo(const Vec3ub& color, std::ostream* out)
     *out << "rgb(" << int(color.r()) << ", " << int(color.g()) << ", " << int(color.b()) << ")";
 }
 } // namespace osg
+
+/// Where a cloud stands in the world and how it is looked at.
+struct PointView
+{
+    osg::Matrixd model; ///< local to world
+    osg::Matrixd view;
+    osg::Matrixd projection;
+
+    /// From aside, with the cloud turned: no axis of the cloud, the world and the picture lies along another.
+    /// In perspective at the coordinates of a real survey, without it around the world's origin.
+    static PointView oblique(bool perspective);
+
+    /// The world coordinates of a point that is given in millimetres.
+    osg::Vec3d world(const TestPoint& point) const;
+
+    /// The pixel of such a point; none where it is seen near the border of one or not at all.
+    std::optional<osg::Vec2i> pixelOf(const TestPoint& point) const;
+};
 
 /// Draws the points of one cell, point i onto the middle of pixel (i, kRow) of a small picture, seen from
 /// above. The cloud stands at the coordinates of a real survey, and a pixel is one metre.
@@ -42,6 +62,8 @@ public:
 
     /// Looks straight down with a field of view that holds the same square metres of the plane z = 0.
     void lookInPerspective();
+
+    void look(const PointView& from);
 
     osg::Vec3ub at(int x, int y);
 

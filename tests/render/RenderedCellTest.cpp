@@ -92,18 +92,6 @@ TEST(RenderedCells, DrawNothingWhereASegmentCouldNotBeMapped)
     EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 0);
 }
 
-TEST(RenderedCells, StandAtTheirWorldCoordinatesWhereverTheirNodeIsMoved)
-{
-    PointPicture picture({coloredPoint(255, 0, 0)});
-    const double moves[] = {0, 3, 20};
-    for (const double move : moves) {
-        picture.root->setMatrix(osg::Matrixd::translate(PointPicture::kOrigin + osg::Vec3d(move, 1, 0)));
-        picture.draw();
-        EXPECT_EQ(picture.at(static_cast<int>(move), PointPicture::kRow + 1), osg::Vec3ub(255, 0, 0));
-        EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 1);
-    }
-}
-
 TEST(CulledPoints, AreHiddenUnlessTheHostWantsToSeeThem)
 {
     std::vector<TestPoint> points(5, coloredPoint(255, 255, 255));

@@ -1,4 +1,5 @@
 #include "tests/render/PointPicture.h"
+#include "tests/support/LasRecords.h"
 
 #include <VelOsgDBBrx/PointCloudHelper.h>
 #include <VelOsgDBBrx/SelectSegmentStack.h>
@@ -8,15 +9,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <random>
 
 using VelOsgDBBrx::PointCloudHelper;
 using VelOsgDBBrx::SelectSegmentStack;
 
 namespace {
-
-using Polygon = std::vector<osg::Vec2d>;
 
 constexpr int kSize = PointPicture::kSize;
 const osg::Vec3ub kSelected(255, 0, 157);
@@ -160,20 +161,6 @@ TEST_F(SelectSegmentStackTest, TakesPolygonsOfThousandsOfVerticesAndOfTooFew)
     EXPECT_NEAR(expectAgreement(), 314, 20);
 }
 
-TEST_F(SelectSegmentStackTest, ALaterPolygonTakesPointsOutOfTheSelection)
-{
-    push(kLeft);
-    const int left = count(kSelected);
-    EXPECT_NEAR(left, 12 * kSize, kSize);
-    push(kLower, false);
-    EXPECT_LT(count(kSelected), left - 80);
-    expectAgreement();
-    stack.selectPopAndApply();
-    EXPECT_EQ(count(kSelected), left);
-    stack.selectClearAndApply();
-    EXPECT_EQ(count(kPlain), kSize * kSize);
-}
-
 TEST_F(SelectSegmentStackTest, BrightnessLeavesTheColourOfTheSelectionAloneExceptForTimes)
 {
     push(kLeft);
@@ -189,53 +176,145 @@ TEST_F(SelectSegmentStackTest, BrightnessLeavesTheColourOfTheSelectionAloneExcep
     EXPECT_EQ(count(grey), kSize * kSize);
 }
 
-TEST_F(SelectSegmentStackTest, SegmentsHideTheInsideOrEverything)
-{
-    pushSegment(kLeft, true);
-    EXPECT_NEAR(count(PointPicture::kBackground), 12 * kSize, kSize);
-    stack.segmentPopAndApply();
-    EXPECT_EQ(count(kPlain), kSize * kSize);
-    pushSegment(kLeft, false);
-    EXPECT_EQ(count(PointPicture::kBackground), kSize * kSize);
-    stack.segmentClearAndApply();
-    EXPECT_EQ(count(kPlain), kSize * kSize);
-}
+namespace {
 
-TEST_F(SelectSegmentStackTest, ASelectionBecomesASegmentAndComesBack)
+/// The stack as it is stated, for polygons drawn on a cloud that is seen from above, a pixel a metre.
+struct StatedStack
 {
-    push(kLeft);
-    push(kLower);
-    const int selected = count(kSelected);
-    stack.selectConvertSegment(false);
-    EXPECT_EQ(count(kPlain), selected) << "only what was selected is kept";
-    EXPECT_EQ(count(PointPicture::kBackground), kSize * kSize - selected);
-    stack.pop();
-    EXPECT_EQ(count(kSelected), selected);
-    EXPECT_EQ(count(kPlain), kSize * kSize - selected);
+    struct Entry
+    {
+        bool inside;
+        Polygon polygon;
+    };
+    struct Segment
+    {
+        bool cullInside;
+        std::vector<Entry> entries;
+    };
+    enum Kind
+    {
+        SEGMENT,
+        SELECT,
+        CONVERT
+    };
 
-    stack.selectConvertSegment(true);
-    stack.selectConvertPopAndApply();
-    EXPECT_EQ(count(kSelected), selected);
-    stack.selectConvertPopAndApply();
-    EXPECT_EQ(count(kSelected), selected) << "no segment, nothing changes";
-}
+    void push(const Polygon& polygon, bool inside)
+    {
+        selection.push_back({inside, polygon});
+        history.push_back(SELECT);
+    }
+    void pushSegment(const Polygon& polygon, bool flag)
+    {
+        segments.push_back({flag, {{flag, polygon}}});
+        history.push_back(SEGMENT);
+    }
+    void convert(bool cullInside)
+    {
+        segments.push_back({cullInside, selection});
+        selection.clear();
+        history.push_back(CONVERT);
+    }
+    void popSelection()
+    {
+        if (!selection.empty()) selection.pop_back();
+    }
+    void popSegment()
+    {
+        if (!segments.empty()) segments.pop_back();
+    }
+    void popConversion()
+    {
+        if (segments.empty()) return;
+        selection = segments.back().entries;
+        segments.pop_back();
+    }
+    void pop()
+    {
+        if (history.empty()) return;
+        const Kind last = history.back();
+        history.pop_back();
+        if (last == SEGMENT) popSegment();
+        if (last == SELECT) popSelection();
+        if (last == CONVERT) popConversion();
+    }
 
-TEST_F(SelectSegmentStackTest, PopTakesBackPushesInOrderAndDriftsAfterPopsOfTheListsThemselves)
+    static bool selects(const std::vector<Entry>& entries, const osg::Vec3d& p)
+    {
+        bool selected = false;
+        for (const Entry& entry : entries)
+            if (contains(entry.polygon, p.x(), p.y())) selected = entry.inside;
+        return selected;
+    }
+    bool shows(const osg::Vec3d& p) const
+    {
+        return std::none_of(segments.begin(), segments.end(), [&p](const Segment& segment) {
+            return selects(segment.entries, p) == segment.cullInside;
+        });
+    }
+
+    std::vector<Entry> selection;
+    std::vector<Segment> segments;
+    std::vector<Kind> history;
+};
+
+} // namespace
+
+TEST_F(SelectSegmentStackTest, DoesWhatIsStatedInEveryOrderOfPushesPopsClearsAndConversions)
 {
-    push(kLeft);
-    pushSegment(kLower);
-    stack.pop();
-    EXPECT_EQ(count(PointPicture::kBackground), 0);
-    push(kLower);
-    const int both = count(kSelected);
-    push({{20, 20}, {30, 20}, {30, 30}});
-    stack.selectPopAndApply();
-    EXPECT_EQ(count(kSelected), both);
-    stack.pop(); // the entry of the polygon that is gone: takes the one before it
-    EXPECT_LT(count(kSelected), both);
-    for (int i = 0; i < 5; ++i)
-        stack.pop();
-    EXPECT_EQ(count(kPlain), kSize * kSize);
+    std::mt19937 random(2);
+    const auto number = [&random](int below) {
+        return static_cast<int>(random() % static_cast<unsigned>(below));
+    };
+    StatedStack stated;
+    Polygon polygon;
+    bool flag = false;
+    struct Operation
+    {
+        const char* name;
+        int share; ///< of the steps
+        std::function<void()> run;
+        std::function<void()> runStated;
+    };
+    const Operation operations[] = {
+        {"select push", 5, [&] { push(polygon, flag); }, [&] { stated.push(polygon, flag); }},
+        {"segment push", 4, [&] { pushSegment(polygon, flag); }, [&] { stated.pushSegment(polygon, flag); }},
+        {"convert", 2, [&] { stack.selectConvertSegment(flag); }, [&] { stated.convert(flag); }},
+        {"select pop", 1, [&] { stack.selectPopAndApply(); }, [&] { stated.popSelection(); }},
+        {"segment pop", 1, [&] { stack.segmentPopAndApply(); }, [&] { stated.popSegment(); }},
+        {"convert pop", 3, [&] { stack.selectConvertPopAndApply(); }, [&] { stated.popConversion(); }},
+        {"select clear", 1, [&] { stack.selectClearAndApply(); }, [&] { stated.selection.clear(); }},
+        {"segment clear", 1, [&] { stack.segmentClearAndApply(); }, [&] { stated.segments.clear(); }},
+        {"clear", 2, [&] { stack.clearAndApply(); }, [&] { stated = StatedStack(); }},
+        {"pop", 9, [&] { stack.pop(); }, [&] { stated.pop(); }},
+    };
+    std::vector<const Operation*> lots;
+    for (const Operation& operation : operations)
+        lots.insert(lots.end(), static_cast<size_t>(operation.share), &operation);
+
+    for (int step = 0; step < 3000; ++step) {
+        const double x = number(kSize - 4), y = number(kSize - 4);
+        const double right = x + 3 + number(8), top = y + 3 + number(8);
+        polygon = {{x, y}, {right, y}, {right, top}, {x, top}};
+        flag = number(8) != 0; // false hides the most, and with it what others do
+        const Operation& operation = *lots[random() % lots.size()];
+        operation.run();
+        operation.runStated();
+
+        const bool draws = step % 20 == 0;
+        if (draws) picture.draw();
+        for (int i = 0; i < kSize * kSize; ++i) {
+            osg::Vec3d p = local(i);
+            const bool selected = StatedStack::selects(stated.selection, p);
+            const bool shown = stated.shows(p);
+            ASSERT_EQ(stack.pointIsSelect(p), selected) << "step " << step << ", " << operation.name;
+            ASSERT_EQ(stack.pointIsVisible(p), shown) << "step " << step << ", " << operation.name;
+            if (!draws) continue;
+            ASSERT_EQ(pixelOf(i), !shown     ? PointPicture::kBackground
+                                  : selected ? kSelected
+                                             : kPlain)
+                << "step " << step << ", " << operation.name;
+        }
+    }
 }
 
 TEST_F(SelectSegmentStackTest, ClearingLeavesNoSelectionNoSegmentAndNoBuffers)
