@@ -1,7 +1,8 @@
 #pragma once
 
 #include "store/las/RecordFields.h"
-#include "store/las/laz/AttributeDecoders.h"
+#include "store/las/laz/AttributeCoders.h"
+#include "store/las/laz/PointwiseItems.h"
 
 #include <cstring>
 #include <memory>
@@ -9,13 +10,28 @@
 
 namespace VelBrx::Laz {
 
-/// The stream of one field of a layered chunk. A layer without bytes tells that its field never changes
-/// there.
-struct Layer
+/// The stream of one field of a layered chunk. A layer without bytes says that its field never changes there.
+template <class Stream>
+struct Layer;
+
+template <>
+struct Layer<ArithmeticDecoder>
 {
-    ArithmeticDecoder decoder;
+    ArithmeticDecoder stream;
     RecordFields fields = RecordFields::All; ///< the least that a reader asks for to have it decoded
     bool present = false;                    ///< in the chunk, and asked for
+
+    void note(bool) {}
+};
+
+template <>
+struct Layer<ArithmeticEncoder>
+{
+    ArithmeticEncoder stream;
+    static constexpr bool present = true; ///< every field is encoded; what never changed is thrown away
+    bool changes = false;                 ///< some point differs in the field from its last item
+
+    void note(bool change) { changes |= change; }
 };
 
 constexpr unsigned kChannels = 4;
@@ -50,21 +66,20 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are copied as 
 
 /// Points of formats 6 to 10 with their GPS times. Each scanner channel has models and predictions of its
 /// own, set up when its first point comes.
-class LayeredPointDecoder
+class LayeredPointCoder
 {
 public:
     static constexpr size_t kSize = Point14::kSize + 8;
     static constexpr unsigned kLayers = 9;
-    static constexpr unsigned kPlaceLayers = 2; ///< the first ones: x, y and returns, z
+    static constexpr unsigned kPlaceLayers = 2; ///< the first ones, always in a chunk: x, y and returns, z
 
     void reset(const uint8_t* record)
     {
         for (bool& exists : _exists)
             exists = false;
-        Point14 point;
-        std::memcpy(&point, record, Point14::kSize);
-        _channel = point.channel();
-        create(_channel).reset(point, loadLe<uint64_t>(record + Point14::kSize));
+        const Timed first = load(record);
+        _channel = first.point.channel();
+        create(_channel).reset(first.point, first.time);
     }
 
     unsigned channel() const { return _channel; }
@@ -72,13 +87,17 @@ public:
     /// Whether the last point came from another channel than the one before.
     bool switched() const { return _switched; }
 
-    void decode(Layer* layers, uint8_t* record)
+    template <class Stream>
+    void code(Layer<Stream>* layers, RecordPointer<Stream> record)
     {
-        ArithmeticDecoder& decoder = layers[kReturnsAndXy].decoder;
-        const unsigned changed = _contexts[_channel]->decodeChanged(decoder);
-        _switched = changed & kChannelChanged;
-        if (_switched) switchChannel(decoder);
-        _contexts[_channel]->decode(layers, changed, record);
+        if constexpr (Stream::kEncodes) {
+            const Timed next = load(record);
+            code(layers, chooseChanged(next), next);
+        } else {
+            code(layers, 0, Timed());
+            std::memcpy(record, &_contexts[_channel]->last(), Point14::kSize);
+            storeLe(record + Point14::kSize, _contexts[_channel]->time());
+        }
     }
 
 private:
@@ -103,7 +122,26 @@ private:
     static constexpr unsigned kTimeChanged = 16;
     static constexpr unsigned kAngleChanged = 8;
     static constexpr unsigned kReturnCountChanged = 4;
+    static constexpr unsigned kSameReturn = 0;
+    static constexpr unsigned kNextReturn = 1;
+    static constexpr unsigned kReturnBefore = 2;
+    static constexpr unsigned kOtherReturn = 3;
     /// @}
+
+    /// A point that an encoder writes; of a decoder nothing but zeros, which it ignores.
+    struct Timed
+    {
+        Point14 point = {};
+        uint64_t time = 0;
+    };
+
+    static Timed load(const uint8_t* record)
+    {
+        Timed loaded;
+        std::memcpy(&loaded.point, record, Point14::kSize);
+        loaded.time = loadLe<uint64_t>(record + Point14::kSize);
+        return loaded;
+    }
 
     class Context
     {
@@ -129,29 +167,43 @@ private:
         uint64_t time() const { return _time.time(); }
         void setChannel(unsigned channel) { _last.setChannel(channel); }
 
-        unsigned decodeChanged(ArithmeticDecoder& decoder)
+        template <class Stream>
+        unsigned codeChanged(Stream& stream, unsigned choice)
         {
             const unsigned context = (_last.returnNumber() == 1 ? 1 : 0) +
                                      (_last.returnNumber() >= _last.returnCount() ? 2 : 0) + 4 * _timeChanged;
-            return decoder.symbol(_changed[context]);
+            return stream.symbol(_changed[context], choice);
+        }
+
+        /// The bits above but for the channel.
+        unsigned chooseChanged(const Timed& next) const
+        {
+            return (_last.pointSource != next.point.pointSource ? kSourceChanged : 0) |
+                   (time() != next.time ? kTimeChanged : 0) |
+                   (_last.scanAngle != next.point.scanAngle ? kAngleChanged : 0) |
+                   (_last.returnCount() != next.point.returnCount() ? kReturnCountChanged : 0) |
+                   chooseReturn(next.point.returnNumber());
         }
 
         /// How many channels further the new one is, less one.
-        unsigned decodeChannelStep(ArithmeticDecoder& decoder) { return decoder.symbol(_channelStep); }
+        template <class Stream>
+        unsigned codeChannelStep(Stream& stream, unsigned step)
+        {
+            return stream.symbol(_channelStep, step);
+        }
 
-        void decode(Layer* layers, unsigned changed, uint8_t* record)
+        template <class Stream>
+        void code(Layer<Stream>* layers, unsigned changed, const Timed& next)
         {
             _timeChanged = changed & kTimeChanged ? 1 : 0;
-            ArithmeticDecoder& xyLayer = layers[kReturnsAndXy].decoder;
-            decodeReturns(xyLayer, changed);
+            Stream& xyLayer = layers[kReturnsAndXy].stream;
+            codeReturns(xyLayer, changed, next.point);
             const unsigned number = _last.returnNumber();
             const unsigned count = _last.returnCount();
-            decodeXy(xyLayer, 2 * kReturnClass16[count][number] + _timeChanged, count == 1);
-            if (layers[kZ].present) decodeZ(layers[kZ].decoder, number, count);
+            codeXy(xyLayer, 2 * kReturnClass16[count][number] + _timeChanged, count == 1, next.point);
+            if (layers[kZ].present) codeZ(layers[kZ].stream, number, count, next.point);
             const unsigned position = (number == 1 ? 2 : 0) + (number >= count ? 1 : 0);
-            decodeAttributes(layers, changed, position);
-            std::memcpy(record, &_last, Point14::kSize);
-            storeLe(record + Point14::kSize, _time.time());
+            codeAttributes(layers, changed, position, next);
         }
 
     private:
@@ -168,73 +220,110 @@ private:
             _yMedian.fill({});
         }
 
-        void decodeReturns(ArithmeticDecoder& decoder, unsigned changed)
+        unsigned chooseReturn(unsigned number) const
+        {
+            switch ((number + 16 - _last.returnNumber()) % 16) {
+            case 0:
+                return kSameReturn;
+            case 1:
+                return kNextReturn;
+            case 15:
+                return kReturnBefore;
+            default:
+                return kOtherReturn;
+            }
+        }
+
+        template <class Stream>
+        void codeReturns(Stream& stream, unsigned changed, const Point14& next)
         {
             const unsigned lastNumber = _last.returnNumber();
             unsigned count = _last.returnCount();
-            if (changed & kReturnCountChanged) count = decoder.symbol(_returnCount[count]);
+            if (changed & kReturnCountChanged) count = stream.symbol(_returnCount[count], next.returnCount());
             unsigned number = lastNumber;
             switch (changed & 3) {
-            case 0:
+            case kSameReturn:
                 break;
-            case 1:
+            case kNextReturn:
                 number = (lastNumber + 1) % 16;
                 break;
-            case 2:
+            case kReturnBefore:
                 number = (lastNumber + 15) % 16;
                 break;
             default:
-                number = _timeChanged ? decoder.symbol(_returnNumber[lastNumber])
-                                      : (lastNumber + 2 + decoder.symbol(_returnStep)) % 16;
+                if (_timeChanged) {
+                    number = stream.symbol(_returnNumber[lastNumber], next.returnNumber());
+                } else {
+                    const unsigned step = (next.returnNumber() + 16 - lastNumber - 2) % 16;
+                    number = (lastNumber + 2 + stream.symbol(_returnStep, step)) % 16;
+                }
             }
             _last.returns = static_cast<uint8_t>(count << 4 | number);
         }
 
-        void decodeXy(ArithmeticDecoder& decoder, unsigned median, unsigned single)
+        template <class Stream>
+        void codeXy(Stream& stream, unsigned median, unsigned single, const Point14& next)
         {
-            const uint32_t dx = _dx.decode(decoder, _xMedian[median].median(), single);
+            const uint32_t dx = _dx.code(stream, _xMedian[median].median(), next.x - _last.x, single);
             _last.x += dx;
             _xMedian[median].add(dx);
-            const uint32_t dy =
-                _dy.decode(decoder, _yMedian[median].median(), single + widthContext(_dx.width(), 20));
+            const uint32_t dy = _dy.code(stream, _yMedian[median].median(), next.y - _last.y,
+                                         single + widthContext(_dx.width(), 20));
             _last.y += dy;
             _yMedian[median].add(dy);
         }
 
-        void decodeZ(ArithmeticDecoder& decoder, unsigned number, unsigned count)
+        template <class Stream>
+        void codeZ(Stream& stream, unsigned number, unsigned count, const Point14& next)
         {
             const unsigned width = (_dx.width() + _dy.width()) / 2;
             uint32_t& z = _lastZ[returnLevel(number, count)];
-            z = _z.decode(decoder, z, (count == 1 ? 1 : 0) + widthContext(width, 18));
+            z = _z.code(stream, z, next.z, (count == 1 ? 1 : 0) + widthContext(width, 18));
             _last.z = z;
         }
 
         /// `position`: bit 1 first return, bit 0 last return.
-        void decodeAttributes(Layer* layers, unsigned changed, unsigned position)
+        template <class Stream>
+        void codeAttributes(Layer<Stream>* layers, unsigned changed, unsigned position,
+                            const Timed& nextTimed)
         {
-            if (layers[kClassification].present) {
+            const Point14& next = nextTimed.point;
+            if (Layer<Stream>& layer = layers[kClassification]; layer.present) {
+                layer.note(_last.classification != next.classification);
                 const unsigned context = 2 * (_last.classification % 32) + (position == 3 ? 1 : 0);
                 _last.classification =
-                    static_cast<uint8_t>(layers[kClassification].decoder.symbol(_classification[context]));
+                    static_cast<uint8_t>(layer.stream.symbol(_classification[context], next.classification));
             }
-            if (layers[kFlags].present)
-                _last.setPlainFlags(layers[kFlags].decoder.symbol(_flags[_last.plainFlags()]));
-            if (layers[kIntensity].present) {
+            if (Layer<Stream>& layer = layers[kFlags]; layer.present) {
+                layer.note(_last.plainFlags() != next.plainFlags());
+                _last.setPlainFlags(layer.stream.symbol(_flags[_last.plainFlags()], next.plainFlags()));
+            }
+            if (Layer<Stream>& layer = layers[kIntensity]; layer.present) {
+                layer.note(_last.intensity != next.intensity);
                 uint16_t& intensity = _lastIntensity[2 * position + _timeChanged];
                 intensity =
-                    static_cast<uint16_t>(_intensity.decode(layers[kIntensity].decoder, intensity, position));
+                    static_cast<uint16_t>(_intensity.code(layer.stream, intensity, next.intensity, position));
                 _last.intensity = intensity;
             }
-            if (layers[kScanAngle].present && (changed & kAngleChanged))
+            if (Layer<Stream>& layer = layers[kScanAngle]; layer.present && (changed & kAngleChanged)) {
+                layer.note(true);
                 _last.scanAngle = static_cast<uint16_t>(
-                    _scanAngle.decode(layers[kScanAngle].decoder, _last.scanAngle, _timeChanged));
-            if (layers[kUserData].present)
+                    _scanAngle.code(layer.stream, _last.scanAngle, next.scanAngle, _timeChanged));
+            }
+            if (Layer<Stream>& layer = layers[kUserData]; layer.present) {
+                layer.note(_last.userData != next.userData);
                 _last.userData =
-                    static_cast<uint8_t>(layers[kUserData].decoder.symbol(_userData[_last.userData / 4]));
-            if (layers[kPointSource].present && (changed & kSourceChanged))
+                    static_cast<uint8_t>(layer.stream.symbol(_userData[_last.userData / 4], next.userData));
+            }
+            if (Layer<Stream>& layer = layers[kPointSource]; layer.present && (changed & kSourceChanged)) {
+                layer.note(true);
                 _last.pointSource = static_cast<uint16_t>(
-                    _pointSource.decode(layers[kPointSource].decoder, _last.pointSource));
-            if (layers[kGpsTime].present && _timeChanged) _time.decode(layers[kGpsTime].decoder);
+                    _pointSource.code(layer.stream, _last.pointSource, next.pointSource));
+            }
+            if (Layer<Stream>& layer = layers[kGpsTime]; layer.present && _timeChanged) {
+                layer.note(true);
+                _time.code(layer.stream, nextTimed.time);
+            }
         }
 
         Point14 _last = {};
@@ -244,20 +333,20 @@ private:
         ModelTable<16, 16> _returnCount;
         ModelTable<16, 16> _returnNumber;
         SymbolModel<13> _returnStep; ///< for a point of the same pulse
-        IntegerDecoder<32, 2> _dx;
-        IntegerDecoder<32, 22> _dy;
+        IntegerCoder<32, 2> _dx;
+        IntegerCoder<32, 22> _dy;
         std::array<RunningMedian, 12> _xMedian;
         std::array<RunningMedian, 12> _yMedian;
-        IntegerDecoder<32, 20> _z;
+        IntegerCoder<32, 20> _z;
         std::array<uint32_t, 8> _lastZ;
         ModelTable<256, 64> _classification;
         ModelTable<64, 64> _flags;
-        IntegerDecoder<16, 4> _intensity;
+        IntegerCoder<16, 4> _intensity;
         std::array<uint16_t, 8> _lastIntensity;
-        IntegerDecoder<16, 2> _scanAngle;
+        IntegerCoder<16, 2> _scanAngle;
         ModelTable<256, 64> _userData;
-        IntegerDecoder<16, 1> _pointSource;
-        GpsTimeDecoder<false> _time;
+        IntegerCoder<16, 1> _pointSource;
+        GpsTimeCoder<false> _time;
     };
 
     Context& create(unsigned channel)
@@ -267,10 +356,30 @@ private:
         return *_contexts[channel];
     }
 
-    void switchChannel(ArithmeticDecoder& decoder)
+    /// What the point changes in its own channel, or in the last point's where that has had no point yet.
+    unsigned chooseChanged(const Timed& next) const
+    {
+        const unsigned channel = next.point.channel();
+        const Context& context = *_contexts[_exists[channel] ? channel : _channel];
+        return context.chooseChanged(next) | (channel != _channel ? kChannelChanged : 0);
+    }
+
+    template <class Stream>
+    void code(Layer<Stream>* layers, unsigned choice, const Timed& next)
+    {
+        Stream& stream = layers[kReturnsAndXy].stream;
+        const unsigned changed = _contexts[_channel]->codeChanged(stream, choice);
+        _switched = changed & kChannelChanged;
+        if (_switched) switchChannel(stream, next.point.channel());
+        _contexts[_channel]->code(layers, changed, next);
+    }
+
+    template <class Stream>
+    void switchChannel(Stream& stream, unsigned next)
     {
         Context& old = *_contexts[_channel];
-        _channel = (_channel + old.decodeChannelStep(decoder) + 1) % kChannels;
+        const unsigned step = (next + kChannels - _channel - 1) % kChannels;
+        _channel = (_channel + old.codeChannelStep(stream, step) + 1) % kChannels;
         if (!_exists[_channel]) create(_channel).reset(old.last(), old.time());
         _contexts[_channel]->setChannel(_channel);
     }
@@ -283,14 +392,12 @@ private:
 
 /// Another item of a layered chunk: `Models` with the item's last bytes, once for each channel.
 template <typename Models>
-class LayeredItemDecoder
+class LayeredItemCoder
 {
 public:
     /// In item versions before 4 the point at which a channel comes back is predicted from the last item of
     /// the channel before and kept as that one's.
-    LayeredItemDecoder(const Models& models, unsigned version) : _prototype(models), _keepsLast(version < 4)
-    {
-    }
+    LayeredItemCoder(const Models& models, unsigned version) : _prototype(models), _keepsLast(version < 4) {}
 
     unsigned layerCount() const { return _prototype.layerCount(); }
 
@@ -302,7 +409,8 @@ public:
         create(channel, record);
     }
 
-    void decode(Layer* layers, unsigned channel, uint8_t* record)
+    template <class Stream>
+    void code(Layer<Stream>* layers, unsigned channel, RecordPointer<Stream> record)
     {
         uint8_t* last = _contexts[_channel]->last.data();
         if (channel != _channel) {
@@ -313,8 +421,12 @@ public:
             _channel = channel;
         }
         Context& context = *_contexts[_channel];
-        context.models.decode(layers, last);
-        std::memcpy(record, last, context.last.size());
+        if constexpr (Stream::kEncodes) {
+            context.models.code(layers, last, record);
+        } else {
+            context.models.code(layers, last, last);
+            std::memcpy(record, last, context.last.size());
+        }
     }
 
 private:
@@ -348,9 +460,10 @@ public:
     static size_t size() { return RgbModels::kSize; }
     void reset() { _rgb.reset(); }
 
-    void decode(Layer* layers, uint8_t* color)
+    template <class Stream>
+    void code(Layer<Stream>* layers, uint8_t* color, const uint8_t* next)
     {
-        if (layers[0].present) _rgb.decode(layers[0].decoder, color);
+        if (layers[0].present) layers[0].note(_rgb.code(layers[0].stream, color, next));
     }
 
 private:
@@ -369,10 +482,12 @@ public:
         _nir.reset();
     }
 
-    void decode(Layer* layers, uint8_t* color)
+    template <class Stream>
+    void code(Layer<Stream>* layers, uint8_t* color, const uint8_t* next)
     {
-        if (layers[0].present) _rgb.decode(layers[0].decoder, color);
-        if (layers[1].present) _nir.decode(layers[1].decoder, color + RgbModels::kSize);
+        if (layers[0].present) layers[0].note(_rgb.code(layers[0].stream, color, next));
+        if (layers[1].present)
+            layers[1].note(_nir.code(layers[1].stream, color + RgbModels::kSize, next + RgbModels::kSize));
     }
 
 private:
@@ -387,9 +502,12 @@ public:
     static size_t size() { return WavePacketModels::kSize; }
     void reset() { _packet.reset(); }
 
-    void decode(Layer* layers, uint8_t* packet)
+    template <class Stream>
+    void code(Layer<Stream>* layers, uint8_t* packet, const uint8_t* next)
     {
-        if (layers[0].present) _packet.decode(layers[0].decoder, packet);
+        if (!layers[0].present) return;
+        layers[0].note(!std::equal(packet, packet + size(), next));
+        _packet.code(layers[0].stream, packet, next);
     }
 
 private:
@@ -406,10 +524,15 @@ public:
     size_t size() const { return _models.size(); }
     void reset() { std::fill(_models.begin(), _models.end(), kFreshModel<256>); }
 
-    void decode(Layer* layers, uint8_t* bytes)
+    template <class Stream>
+    void code(Layer<Stream>* layers, uint8_t* bytes, const uint8_t* next)
     {
-        for (size_t k = 0; k < _models.size(); ++k)
-            if (layers[k].present) bytes[k] = addBytes(bytes[k], layers[k].decoder.symbol(_models[k]));
+        for (size_t k = 0; k < _models.size(); ++k) {
+            if (!layers[k].present) continue;
+            layers[k].note(bytes[k] != next[k]);
+            const unsigned step = addBytes(next[k], 0u - bytes[k]);
+            bytes[k] = addBytes(bytes[k], layers[k].stream.symbol(_models[k], step));
+        }
     }
 
 private:

@@ -1,11 +1,9 @@
 #include "store/las/laz/LazChunkDecoder.h"
 
 #include "store/ByteIo.h"
-#include "store/las/laz/LayeredItems.h"
-#include "store/las/laz/PointwiseItems.h"
+#include "store/las/laz/ChunkItems.h"
 
 #include <algorithm>
-#include <optional>
 #include <string>
 
 namespace VelBrx {
@@ -18,38 +16,6 @@ Status damaged(const std::string& what)
 {
     return Status::failure("its compressed points are damaged: " + what);
 }
-
-/// An item of a pointwise chunk: its models and its last bytes.
-template <typename Models>
-class PointwiseItem
-{
-public:
-    PointwiseItem(const Models& models, size_t size) : _models(models), _last(size) {}
-
-    void reset(const uint8_t* record)
-    {
-        _models.reset();
-        std::copy_n(record, _last.size(), _last.begin());
-    }
-
-    void decode(ArithmeticDecoder& decoder, uint8_t* record)
-    {
-        _models.decode(decoder, _last.data());
-        std::memcpy(record, _last.data(), _last.size());
-    }
-
-private:
-    Models _models;
-    std::vector<uint8_t> _last;
-};
-
-/// An item and where it stands in the record.
-template <typename Decoder>
-struct Placed
-{
-    Decoder decoder;
-    size_t at;
-};
 
 } // namespace
 
@@ -121,51 +87,18 @@ private:
     uint64_t _left = 0;
 };
 
-/// Points of formats 0 to 5, whose items share one stream.
-template <typename Point, typename GpsTime, typename Rgb, typename Bytes>
+/// Points of formats 0 to 5.
+template <typename Record>
 class LazChunkDecoder::Pointwise : public Impl
 {
 public:
-    explicit Pointwise(const LazItems& items) : Impl(items)
-    {
-        size_t at = 0;
-        for (const LazItem& item : items.items) {
-            switch (item.type) {
-            case LazItemType::GpsTime11:
-                _gpsTime.emplace(Placed<GpsTime>{GpsTime(), at});
-                break;
-            case LazItemType::Rgb12:
-                _rgb.emplace(place<Rgb>(Rgb(), item, at));
-                break;
-            case LazItemType::WavePacket13:
-                _wavePacket.emplace(place<WavePacketModels>(WavePacketModels(), item, at));
-                break;
-            case LazItemType::Byte:
-                _bytes.emplace(place<Bytes>(Bytes(item.size), item, at));
-                break;
-            default:
-                break; // the point, which is always there
-            }
-            at += item.size;
-        }
-    }
+    explicit Pointwise(const LazItems& items) : Impl(items), _record(items) {}
 
 private:
-    template <typename Models>
-    static Placed<PointwiseItem<Models>> place(const Models& models, const LazItem& item, size_t at)
-    {
-        return {PointwiseItem<Models>(models, item.size), at};
-    }
-
     /// In one stream no field can be left out.
     Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t, RecordFields) override
     {
-        const uint8_t* record = streams - _recordLength;
-        _point.reset(record);
-        if (_gpsTime) _gpsTime->decoder.reset(record + _gpsTime->at);
-        if (_rgb) _rgb->decoder.reset(record + _rgb->at);
-        if (_wavePacket) _wavePacket->decoder.reset(record + _wavePacket->at);
-        if (_bytes) _bytes->decoder.reset(record + _bytes->at);
+        _record.reset(streams - _recordLength);
         _stream.start(streams, end);
         return {};
     }
@@ -173,13 +106,8 @@ private:
     void decodePoints(uint8_t* records, uint64_t count) override
     {
         ArithmeticDecoder stream = _stream; // a copy of its own stays in registers
-        for (uint8_t* record = records; record != records + count * _recordLength; record += _recordLength) {
-            _point.decode(stream, record);
-            if (_gpsTime) _gpsTime->decoder.decode(stream, record + _gpsTime->at);
-            if (_rgb) _rgb->decoder.decode(stream, record + _rgb->at);
-            if (_wavePacket) _wavePacket->decoder.decode(stream, record + _wavePacket->at);
-            if (_bytes) _bytes->decoder.decode(stream, record + _bytes->at);
-        }
+        for (uint8_t* record = records; record != records + count * _recordLength; record += _recordLength)
+            _record.code(stream, record);
         _stream = stream;
     }
 
@@ -188,81 +116,25 @@ private:
     const uint8_t* end() const override { return _stream.position(); }
 
     ArithmeticDecoder _stream;
-    Point _point;
-    std::optional<Placed<GpsTime>> _gpsTime;
-    std::optional<Placed<PointwiseItem<Rgb>>> _rgb;
-    std::optional<Placed<PointwiseItem<WavePacketModels>>> _wavePacket;
-    std::optional<Placed<PointwiseItem<Bytes>>> _bytes;
+    Record _record;
 };
 
-/// Points of formats 6 to 10, each field in a stream of its own.
+/// Points of formats 6 to 10.
 class LazChunkDecoder::Layered : public Impl
 {
 public:
-    explicit Layered(const LazItems& items) : Impl(items), _keepsChannel(items.items.front().version >= 4)
+    explicit Layered(const LazItems& items) : Impl(items), _record(items), _layers(_record.layerCount())
     {
-        size_t at = LayeredPointDecoder::kSize;
-        size_t layer = LayeredPointDecoder::kLayers;
-        const auto place = [&](auto& slot, const auto& models, const LazItem& item) {
-            slot.emplace(models, item.version, at, layer);
-            layer += models.layerCount();
-        };
-        for (const LazItem& item : items.items) {
-            switch (item.type) {
-            case LazItemType::Rgb14:
-                place(_rgb, LayeredRgbModels(), item);
-                break;
-            case LazItemType::RgbNir14:
-                place(_rgbNir, LayeredRgbNirModels(), item);
-                break;
-            case LazItemType::WavePacket14:
-                place(_wavePacket, LayeredWavePacketModels(), item);
-                break;
-            case LazItemType::Byte14:
-                place(_bytes, LayeredByteModels(item.size), item);
-                break;
-            default:
-                continue; // the point, which is always there
-            }
-            at += item.size;
-        }
-        _layers.resize(layer);
-        for (size_t k = 0; k < LayeredPointDecoder::kPlaceLayers; ++k)
-            _layers[k].fields = RecordFields::Places;
-        if (_rgb) _layers[_rgb->layer].fields = RecordFields::PlacesAndColors;
-        if (_rgbNir) _layers[_rgbNir->layer].fields = RecordFields::PlacesAndColors;
+        for (size_t k = 0; k < _layers.size(); ++k)
+            _layers[k].fields = _record.fieldsOf(k);
     }
 
 private:
-    template <typename Models>
-    struct Item
-    {
-        Item(const Models& models, unsigned version, size_t recordAt, size_t firstLayer)
-            : decoder(models, version), at(recordAt), layer(firstLayer)
-        {
-        }
-
-        void decode(Layer* layers, unsigned channel, uint8_t* record)
-        {
-            decoder.decode(layers + layer, channel, record + at);
-        }
-
-        LayeredItemDecoder<Models> decoder;
-        size_t at;
-        size_t layer;
-    };
-
     Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t pointCount,
                         RecordFields fields) override
     {
-        const uint8_t* record = streams - _recordLength;
         if (Status status = startLayers(streams, end, pointCount, fields); !status) return status;
-        _point.reset(record);
-        const unsigned channel = _point.channel();
-        if (_rgb) _rgb->decoder.reset(record + _rgb->at, channel);
-        if (_rgbNir) _rgbNir->decoder.reset(record + _rgbNir->at, channel);
-        if (_wavePacket) _wavePacket->decoder.reset(record + _wavePacket->at, channel);
-        if (_bytes) _bytes->decoder.reset(record + _bytes->at, channel);
+        _record.reset(streams - _recordLength);
         return {};
     }
 
@@ -275,11 +147,11 @@ private:
             return damaged("a chunk and the chunk table disagree about its points");
         const uint8_t* sizes = streams + 4;
         const uint8_t* next = streams + headSize;
-        for (Layer& layer : _layers) {
+        for (auto& layer : _layers) {
             const auto size = loadLe<uint32_t>(sizes);
             if (size > static_cast<size_t>(end - next)) return damaged("a layer reaches behind its chunk");
             layer.present = size > 0 && layer.fields <= fields;
-            layer.decoder.start(next, next + size);
+            layer.stream.start(next, next + size);
             next += size;
             sizes += 4;
         }
@@ -290,39 +162,26 @@ private:
 
     void decodePoints(uint8_t* records, uint64_t count) override
     {
-        Layer* layers = _layers.data();
-        for (uint8_t* record = records; record != records + count * _recordLength; record += _recordLength) {
-            _point.decode(layers, record);
-            // Before version 4 the other items took a point that stays in its channel for one of channel 0.
-            const unsigned channel = _keepsChannel || _point.switched() ? _point.channel() : 0;
-            if (_rgb) _rgb->decode(layers, channel, record);
-            if (_rgbNir) _rgbNir->decode(layers, channel, record);
-            if (_wavePacket) _wavePacket->decode(layers, channel, record);
-            if (_bytes) _bytes->decode(layers, channel, record);
-        }
+        for (uint8_t* record = records; record != records + count * _recordLength; record += _recordLength)
+            _record.code(_layers.data(), record);
     }
 
     bool failed() const override
     {
-        return std::any_of(_layers.begin(), _layers.end(), [](const Layer& layer) {
-            return layer.present && (layer.decoder.overrun() || layer.decoder.corrupt());
+        return std::any_of(_layers.begin(), _layers.end(), [](const auto& layer) {
+            return layer.present && (layer.stream.overrun() || layer.stream.corrupt());
         });
     }
     bool endsExactly() const override
     {
         return std::all_of(_layers.begin(), _layers.end(),
-                           [](const Layer& layer) { return !layer.present || layer.decoder.atEnd(); });
+                           [](const auto& layer) { return !layer.present || layer.stream.atEnd(); });
     }
     const uint8_t* end() const override { return _end; }
 
-    const bool _keepsChannel;
     const uint8_t* _end = nullptr;
-    std::vector<Layer> _layers;
-    LayeredPointDecoder _point;
-    std::optional<Item<LayeredRgbModels>> _rgb;
-    std::optional<Item<LayeredRgbNirModels>> _rgbNir;
-    std::optional<Item<LayeredWavePacketModels>> _wavePacket;
-    std::optional<Item<LayeredByteModels>> _bytes;
+    LayeredRecord _record;
+    std::vector<Layer<ArithmeticDecoder>> _layers;
 };
 
 LazChunkDecoder::LazChunkDecoder(const LazItems& items)
@@ -330,10 +189,9 @@ LazChunkDecoder::LazChunkDecoder(const LazItems& items)
     if (items.compressor == LazCompressor::Layered)
         _impl = std::make_unique<Layered>(items);
     else if (items.items.front().version == 1)
-        _impl =
-            std::make_unique<Pointwise<PointDecoderV1, GpsTimeDecoderV1, RgbModelsV1, ByteModelsV1>>(items);
+        _impl = std::make_unique<Pointwise<PointwiseRecordV1>>(items);
     else
-        _impl = std::make_unique<Pointwise<PointDecoderV2, GpsTimeDecoderV2, RgbModels, ByteModelsV2>>(items);
+        _impl = std::make_unique<Pointwise<PointwiseRecordV2>>(items);
 }
 
 LazChunkDecoder::~LazChunkDecoder() = default;

@@ -43,7 +43,7 @@ public:
 
 private:
     class Impl;
-    template <typename Point, typename GpsTime, typename Rgb, typename Bytes>
+    template <typename Record>
     class Pointwise;
     class Layered;
 

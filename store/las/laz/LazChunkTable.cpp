@@ -1,7 +1,7 @@
 #include "store/las/laz/LazChunkTable.h"
 
 #include "store/ByteIo.h"
-#include "store/las/laz/IntegerDecoder.h"
+#include "store/las/laz/IntegerCoder.h"
 #include "store/las/laz/LazChunkDecoder.h"
 
 #include <algorithm>
@@ -103,7 +103,7 @@ private:
     {
         Laz::ArithmeticDecoder decoder;
         decoder.start(bytes.data(), bytes.data() + bytes.size());
-        auto integers = std::make_unique<Laz::IntegerDecoder<32, 2>>();
+        auto integers = std::make_unique<Laz::IntegerCoder<32, 2>>();
         integers->reset();
         uint64_t position = firstChunk();
         uint32_t pointCount = 0;
@@ -199,6 +199,30 @@ Status readLazChunkTable(const FileReader& file, const LazItems& items, uint64_t
 {
     table = LazChunkTable();
     return ChunkFinder(file, items, pointDataStart, pointCount).find(table);
+}
+
+std::vector<uint8_t> makeLazChunkTable(const std::vector<LazChunk>& chunks, bool tellsCounts)
+{
+    std::vector<uint8_t> bytes(kTableHeadSize);
+    storeLe(bytes.data() + 4, static_cast<uint32_t>(chunks.size()));
+    if (chunks.empty()) return bytes;
+    Laz::ArithmeticEncoder encoder;
+    encoder.start();
+    auto integers = std::make_unique<Laz::IntegerCoder<32, 2>>();
+    integers->reset();
+    uint32_t lastCount = 0;
+    uint32_t lastSize = 0;
+    for (const LazChunk& chunk : chunks) {
+        const auto count = static_cast<uint32_t>(chunk.pointCount);
+        const auto size = static_cast<uint32_t>(chunk.size);
+        if (tellsCounts) integers->code(encoder, lastCount, count, 0);
+        integers->code(encoder, lastSize, size, 1);
+        lastCount = count;
+        lastSize = size;
+    }
+    encoder.finish();
+    bytes.insert(bytes.end(), encoder.data(), encoder.data() + encoder.size());
+    return bytes;
 }
 
 } // namespace VelBrx

@@ -39,4 +39,7 @@ struct LazChunkTable
 Status readLazChunkTable(const FileReader& file, const LazItems& items, uint64_t pointDataStart,
                          uint64_t pointCount, LazChunkTable& table);
 
+/// The bytes of a file's table of `chunks`, in their order. `tellsCounts` where their numbers of points vary.
+std::vector<uint8_t> makeLazChunkTable(const std::vector<LazChunk>& chunks, bool tellsCounts);
+
 } // namespace VelBrx

@@ -13,6 +13,7 @@ constexpr size_t kFixedSize = 34;
 constexpr size_t kItemSize = 6;
 constexpr uint32_t kCompatibilityMode = 1; ///< of the options
 constexpr uint32_t kVariableChunks = 0xFFFFFFFFu;
+constexpr uint32_t kChunkSize = 50000; ///< what every reader knows best
 
 /// What an item may be. `size` 0 stands for any; `place` grows along the record; `layers` 0 stands for none
 /// in a pointwise item and for one a byte in a layered one.
@@ -112,6 +113,66 @@ Status parseLazItems(const uint8_t* payload, size_t size, uint16_t recordLength,
                                " bytes, but a point record has " + std::to_string(recordLength));
     items = std::move(result);
     return {};
+}
+
+LazItems makeLazItems(uint8_t pointFormat, uint16_t recordLength)
+{
+    struct Format
+    {
+        uint16_t length; ///< of a record without extra bytes
+        std::vector<LazItemType> types;
+    };
+    using Type = LazItemType;
+    static const Format kFormats[] = {{20, {Type::Point10}},
+                                      {28, {Type::Point10, Type::GpsTime11}},
+                                      {26, {Type::Point10, Type::Rgb12}},
+                                      {34, {Type::Point10, Type::GpsTime11, Type::Rgb12}},
+                                      {57, {Type::Point10, Type::GpsTime11, Type::WavePacket13}},
+                                      {63, {Type::Point10, Type::GpsTime11, Type::Rgb12, Type::WavePacket13}},
+                                      {30, {Type::Point14}},
+                                      {36, {Type::Point14, Type::Rgb14}},
+                                      {38, {Type::Point14, Type::RgbNir14}},
+                                      {59, {Type::Point14, Type::WavePacket14}},
+                                      {67, {Type::Point14, Type::RgbNir14, Type::WavePacket14}}};
+    const Format& format = kFormats[pointFormat];
+    const bool isLayered = pointFormat > 5;
+
+    LazItems result;
+    result.compressor = isLayered ? LazCompressor::Layered : LazCompressor::PointwiseChunked;
+    result.chunkSize = kChunkSize;
+    result.recordLength = recordLength;
+    const auto add = [&](LazItemType type, uint16_t size) {
+        const uint16_t version = isLayered ? 3 : type == Type::WavePacket13 ? 1 : 2;
+        result.items.push_back({type, size, version});
+    };
+    for (const LazItemType type : format.types)
+        add(type, findKnown(type)->size);
+    if (recordLength > format.length)
+        add(isLayered ? Type::Byte14 : Type::Byte, static_cast<uint16_t>(recordLength - format.length));
+    return result;
+}
+
+std::vector<uint8_t> makeLazRecord(const LazItems& items)
+{
+    // The version of the writer says which decoders can be expected to know the items; nothing depends on it.
+    constexpr uint8_t kMajor = 3, kMinor = 4, kRevision = 3;
+    std::vector<uint8_t> bytes(kFixedSize + kItemSize * items.items.size());
+    storeLe(bytes.data(), static_cast<uint16_t>(items.compressor));
+    bytes[4] = kMajor;
+    bytes[5] = kMinor;
+    storeLe<uint16_t>(bytes.data() + 6, kRevision);
+    storeLe(bytes.data() + 12, items.chunkSize == 0 ? kVariableChunks : items.chunkSize);
+    storeLe<int64_t>(bytes.data() + 16, -1); // no EVLRs of special kinds: their number and
+    storeLe<int64_t>(bytes.data() + 24, -1); // position
+    storeLe(bytes.data() + 32, static_cast<uint16_t>(items.items.size()));
+    uint8_t* next = bytes.data() + kFixedSize;
+    for (const LazItem& item : items.items) {
+        storeLe(next, static_cast<uint16_t>(item.type));
+        storeLe(next + 2, item.size);
+        storeLe(next + 4, item.version);
+        next += kItemSize;
+    }
+    return bytes;
 }
 
 } // namespace VelBrx

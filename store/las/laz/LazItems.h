@@ -71,4 +71,11 @@ constexpr uint64_t kMaxLazPointsPerByte = 2048;
 /// is wrong or unknown, without a file name.
 Status parseLazItems(const uint8_t* payload, size_t size, uint16_t recordLength, LazItems& items);
 
+/// How this program compresses records of `recordLength` bytes of a point format 0 to 10, chunks of 50000
+/// points each.
+LazItems makeLazItems(uint8_t pointFormat, uint16_t recordLength);
+
+/// The payload of the VLR for `items`.
+std::vector<uint8_t> makeLazRecord(const LazItems& items);
+
 } // namespace VelBrx

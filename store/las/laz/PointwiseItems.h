@@ -1,8 +1,9 @@
 #pragma once
 
-#include "store/las/laz/AttributeDecoders.h"
+#include "store/las/laz/AttributeCoders.h"
 
 #include <cstring>
+#include <type_traits>
 #include <vector>
 
 namespace VelBrx::Laz {
@@ -27,7 +28,12 @@ struct Point10
 static_assert(sizeof(Point10) == Point10::kSize);
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are copied as they stand in memory");
 
-/// The fields that change seldom; both versions decode them alike but for the scan angle between them.
+/// Where a coder finds the record that it encodes, or puts the one that it decodes.
+template <class Stream>
+using RecordPointer = std::conditional_t<Stream::kEncodes, const uint8_t*, uint8_t*>;
+
+/// The fields that change seldom; both versions code them alike but for the scan angle between them. `next`
+/// is the point that an encoder writes; a decoder ignores it.
 class SeldomFields
 {
 public:
@@ -48,25 +54,40 @@ public:
         _pointSource.reset();
     }
 
-    unsigned decodeChanged(ArithmeticDecoder& decoder) { return decoder.symbol(_changed); }
-
-    void decodeFlags(ArithmeticDecoder& decoder, Point10& point)
+    /// The bits above.
+    static unsigned chooseChanged(const Point10& last, const Point10& next)
     {
-        point.flags = static_cast<uint8_t>(decoder.symbol(_flags[point.flags]));
+        return (last.classification != next.classification ? kClassChanged : 0) |
+               (last.scanAngle != next.scanAngle ? kScanAngleChanged : 0) |
+               (last.userData != next.userData ? kUserDataChanged : 0) |
+               (last.pointSource != next.pointSource ? kPointSourceChanged : 0);
     }
 
-    template <typename DecodeScanAngle>
-    void decodeRest(ArithmeticDecoder& decoder, unsigned changed, Point10& point,
-                    const DecodeScanAngle& decodeScanAngle)
+    template <class Stream>
+    unsigned codeChanged(Stream& stream, unsigned choice)
+    {
+        return stream.symbol(_changed, choice);
+    }
+
+    template <class Stream>
+    void codeFlags(Stream& stream, Point10& point, const Point10& next)
+    {
+        point.flags = static_cast<uint8_t>(stream.symbol(_flags[point.flags], next.flags));
+    }
+
+    template <class Stream, typename CodeScanAngle>
+    void codeRest(Stream& stream, unsigned changed, Point10& point, const Point10& next,
+                  const CodeScanAngle& codeScanAngle)
     {
         if (changed & kClassChanged)
-            point.classification =
-                static_cast<uint8_t>(decoder.symbol(_classification[point.classification]));
-        if (changed & kScanAngleChanged) decodeScanAngle();
+            point.classification = static_cast<uint8_t>(
+                stream.symbol(_classification[point.classification], next.classification));
+        if (changed & kScanAngleChanged) codeScanAngle();
         if (changed & kUserDataChanged)
-            point.userData = static_cast<uint8_t>(decoder.symbol(_userData[point.userData]));
+            point.userData = static_cast<uint8_t>(stream.symbol(_userData[point.userData], next.userData));
         if (changed & kPointSourceChanged)
-            point.pointSource = static_cast<uint16_t>(_pointSource.decode(decoder, point.pointSource));
+            point.pointSource =
+                static_cast<uint16_t>(_pointSource.code(stream, point.pointSource, next.pointSource));
     }
 
 private:
@@ -74,10 +95,10 @@ private:
     ModelTable<256, 256> _flags;
     ModelTable<256, 256> _classification;
     ModelTable<256, 256> _userData;
-    IntegerDecoder<16, 1> _pointSource;
+    IntegerCoder<16, 1> _pointSource;
 };
 
-class PointDecoderV2
+class PointCoderV2
 {
 public:
     static constexpr size_t kSize = Point10::kSize;
@@ -98,56 +119,84 @@ public:
         _lastZ.fill(0);
     }
 
-    void decode(ArithmeticDecoder& decoder, uint8_t* record)
+    template <class Stream>
+    void code(Stream& stream, RecordPointer<Stream> record)
     {
-        const unsigned changed = _fields.decodeChanged(decoder);
-        if (changed & kFlagsChanged) _fields.decodeFlags(decoder, _last);
-        const unsigned returns = kReturnClass8[_last.returnCount()][_last.returnNumber()];
-        if (changed & kIntensityChanged)
-            _lastIntensity[returns] = static_cast<uint16_t>(
-                _intensity.decode(decoder, _lastIntensity[returns], std::min(returns, 3u)));
-        _last.intensity = _lastIntensity[returns];
-        _fields.decodeRest(decoder, changed, _last, [&] {
-            _last.scanAngle = addBytes(_last.scanAngle, decoder.symbol(_scanAngle[_last.scanDirection()]));
-        });
-        decodePosition(decoder, returns);
-        std::memcpy(record, &_last, kSize);
+        if constexpr (Stream::kEncodes) {
+            Point10 next;
+            std::memcpy(&next, record, kSize);
+            code(stream, chooseChanged(next), next);
+        } else {
+            code(stream, 0, _last);
+            std::memcpy(record, &_last, kSize);
+        }
     }
 
 private:
     static constexpr unsigned kFlagsChanged = 32;
     static constexpr unsigned kIntensityChanged = 16;
 
-    void decodePosition(ArithmeticDecoder& decoder, unsigned returns)
+    static unsigned returnClass(const Point10& point)
+    {
+        return kReturnClass8[point.returnCount()][point.returnNumber()];
+    }
+
+    unsigned chooseChanged(const Point10& next) const
+    {
+        return SeldomFields::chooseChanged(_last, next) | (_last.flags != next.flags ? kFlagsChanged : 0) |
+               (_lastIntensity[returnClass(next)] != next.intensity ? kIntensityChanged : 0);
+    }
+
+    template <class Stream>
+    void code(Stream& stream, unsigned choice, const Point10& next)
+    {
+        const unsigned changed = _fields.codeChanged(stream, choice);
+        if (changed & kFlagsChanged) _fields.codeFlags(stream, _last, next);
+        const unsigned returns = returnClass(_last);
+        if (changed & kIntensityChanged)
+            _lastIntensity[returns] = static_cast<uint16_t>(
+                _intensity.code(stream, _lastIntensity[returns], next.intensity, std::min(returns, 3u)));
+        _last.intensity = _lastIntensity[returns];
+        _fields.codeRest(stream, changed, _last, next, [&] {
+            const unsigned step = addBytes(next.scanAngle, 0u - _last.scanAngle);
+            _last.scanAngle =
+                addBytes(_last.scanAngle, stream.symbol(_scanAngle[_last.scanDirection()], step));
+        });
+        codePosition(stream, returns, next);
+    }
+
+    template <class Stream>
+    void codePosition(Stream& stream, unsigned returns, const Point10& next)
     {
         const unsigned single = _last.returnCount() == 1;
-        const uint32_t dx = _dx.decode(decoder, _xMedian[returns].median(), single);
+        const uint32_t dx = _dx.code(stream, _xMedian[returns].median(), next.x - _last.x, single);
         _last.x += dx;
         _xMedian[returns].add(dx);
 
-        const uint32_t dy =
-            _dy.decode(decoder, _yMedian[returns].median(), single + widthContext(_dx.width(), 20));
+        const uint32_t dy = _dy.code(stream, _yMedian[returns].median(), next.y - _last.y,
+                                     single + widthContext(_dx.width(), 20));
         _last.y += dy;
         _yMedian[returns].add(dy);
 
         uint32_t& z = _lastZ[returnLevel(_last.returnNumber(), _last.returnCount())];
-        z = _z.decode(decoder, z, single + widthContext((_dx.width() + _dy.width()) / 2, 18));
+        z = _z.code(stream, z, next.z, single + widthContext((_dx.width() + _dy.width()) / 2, 18));
         _last.z = z;
     }
 
     Point10 _last = {};
     SeldomFields _fields;
     std::array<SymbolModel<256>, 2> _scanAngle;
-    IntegerDecoder<16, 4> _intensity;
-    IntegerDecoder<32, 2> _dx;
-    IntegerDecoder<32, 22> _dy;
-    IntegerDecoder<32, 20> _z;
+    IntegerCoder<16, 4> _intensity;
+    IntegerCoder<32, 2> _dx;
+    IntegerCoder<32, 22> _dy;
+    IntegerCoder<32, 20> _z;
     std::array<RunningMedian, 16> _xMedian;
     std::array<RunningMedian, 16> _yMedian;
     std::array<uint16_t, 16> _lastIntensity;
     std::array<uint32_t, 8> _lastZ;
 };
 
+/// The first version, which is read only, as are the other items of it.
 class PointDecoderV1
 {
 public:
@@ -167,7 +216,7 @@ public:
         _oldest = 0;
     }
 
-    void decode(ArithmeticDecoder& decoder, uint8_t* record)
+    void code(ArithmeticDecoder& decoder, uint8_t* record)
     {
         const uint32_t dx = _dx.decode(decoder, medianOfThree(_lastDx));
         const uint32_t dy = _dy.decode(decoder, medianOfThree(_lastDy), std::min(_dx.width(), kMaxContext));
@@ -179,11 +228,11 @@ public:
         _lastDy[_oldest] = static_cast<int32_t>(dy);
         _oldest = (_oldest + 1) % 3;
 
-        const unsigned changed = _fields.decodeChanged(decoder);
+        const unsigned changed = _fields.codeChanged(decoder, 0);
         if (changed & kIntensityChanged)
             _last.intensity = static_cast<uint16_t>(_intensity.decode(decoder, _last.intensity));
-        if (changed & kFlagsChanged) _fields.decodeFlags(decoder, _last);
-        _fields.decodeRest(decoder, changed, _last, [&] {
+        if (changed & kFlagsChanged) _fields.codeFlags(decoder, _last, _last);
+        _fields.codeRest(decoder, changed, _last, _last, [&] {
             _last.scanAngle =
                 static_cast<uint8_t>(_scanAngle.decode(decoder, _last.scanAngle, width < 3 ? 1 : 0));
         });
@@ -202,11 +251,11 @@ private:
 
     Point10 _last = {};
     SeldomFields _fields;
-    IntegerDecoder<8, 2> _scanAngle;
-    IntegerDecoder<16, 1> _intensity;
-    IntegerDecoder<32, 1> _dx;
-    IntegerDecoder<32, 20> _dy;
-    IntegerDecoder<32, 20> _z;
+    IntegerCoder<8, 2> _scanAngle;
+    IntegerCoder<16, 1> _intensity;
+    IntegerCoder<32, 1> _dx;
+    IntegerCoder<32, 20> _dy;
+    IntegerCoder<32, 20> _z;
     std::array<int32_t, 3> _lastDx;
     std::array<int32_t, 3> _lastDy;
     unsigned _oldest = 0;
@@ -228,7 +277,7 @@ public:
         _extremes = 0;
     }
 
-    void decode(ArithmeticDecoder& decoder, uint8_t* record)
+    void code(ArithmeticDecoder& decoder, uint8_t* record)
     {
         if (_step == 0)
             decodeUnknownStep(decoder);
@@ -285,27 +334,32 @@ private:
 
     SymbolModel<512> _multiple;
     SymbolModel<3> _unknownStep;
-    IntegerDecoder<32, 6> _stepModel;
+    IntegerCoder<32, 6> _stepModel;
     uint64_t _time = 0;
     uint32_t _step = 0;
     uint32_t _extremes = 0;
 };
 
-class GpsTimeDecoderV2
+class GpsTimeCoderV2
 {
 public:
     static constexpr size_t kSize = 8;
 
     void reset(const uint8_t* record) { _time.reset(loadLe<uint64_t>(record)); }
 
-    void decode(ArithmeticDecoder& decoder, uint8_t* record)
+    template <class Stream>
+    void code(Stream& stream, RecordPointer<Stream> record)
     {
-        _time.decode(decoder);
-        storeLe(record, _time.time());
+        if constexpr (Stream::kEncodes) {
+            _time.code(stream, loadLe<uint64_t>(record));
+        } else {
+            _time.code(stream, 0);
+            storeLe(record, _time.time());
+        }
     }
 
 private:
-    GpsTimeDecoder<true> _time;
+    GpsTimeCoder<true> _time;
 };
 
 class RgbModelsV1
@@ -319,7 +373,7 @@ public:
         _bytes.reset();
     }
 
-    void decode(ArithmeticDecoder& decoder, uint8_t* color)
+    void code(ArithmeticDecoder& decoder, uint8_t* color, const uint8_t*)
     {
         const unsigned changed = decoder.symbol(_changed);
         for (unsigned byte = 0; byte < kSize; ++byte)
@@ -329,7 +383,7 @@ public:
 
 private:
     SymbolModel<64> _changed;
-    IntegerDecoder<8, 6> _bytes;
+    IntegerCoder<8, 6> _bytes;
 };
 
 /// Extra bytes, each predicted by the one before.
@@ -344,7 +398,7 @@ public:
         _corrections.reset();
     }
 
-    void decode(ArithmeticDecoder& decoder, uint8_t* bytes)
+    void code(ArithmeticDecoder& decoder, uint8_t* bytes, const uint8_t*)
     {
         for (size_t k = 0; k < _widths.size(); ++k)
             bytes[k] = static_cast<uint8_t>(_corrections.decode(decoder, bytes[k], _widths[k]));
@@ -352,7 +406,7 @@ public:
 
 private:
     std::vector<SymbolModel<9>> _widths;
-    CorrectionDecoder<8> _corrections;
+    CorrectionCoder<8> _corrections;
 };
 
 class ByteModelsV2
@@ -362,10 +416,11 @@ public:
 
     void reset() { std::fill(_models.begin(), _models.end(), kFreshModel<256>); }
 
-    void decode(ArithmeticDecoder& decoder, uint8_t* bytes)
+    template <class Stream>
+    void code(Stream& stream, uint8_t* bytes, const uint8_t* next)
     {
         for (size_t k = 0; k < _models.size(); ++k)
-            bytes[k] = addBytes(bytes[k], decoder.symbol(_models[k]));
+            bytes[k] = addBytes(bytes[k], stream.symbol(_models[k], addBytes(next[k], 0u - bytes[k])));
     }
 
 private:

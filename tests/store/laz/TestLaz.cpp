@@ -2,8 +2,9 @@
 
 #include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/las/laz/LazChunkEncoder.h"
+#include "store/las/laz/LazChunkTable.h"
 #include "store/las/laz/LazItems.h"
-#include "tests/store/laz/LazEncoder.h"
 #include "tests/support/TestLas.h"
 
 using namespace VelBrx;
@@ -31,24 +32,14 @@ std::vector<uint8_t> record(int32_t height)
     return bytes;
 }
 
-/// The first point as it is, then a stream in which nothing changes but the heights.
 std::vector<uint8_t> compress(const std::vector<int32_t>& heights)
 {
-    LazEncoder encoder;
-    EncodedModel changed(64);
-    IntegerEncoder dx(32, 2), dy(32, 22), z(32, 20);
-    uint32_t last = 0;
-    for (size_t k = 1; k < heights.size(); ++k) {
-        const auto height = static_cast<uint32_t>(heights[k]);
-        encoder.symbol(changed, 0);
-        dx.encode(encoder, 0, 0, 1);
-        dy.encode(encoder, 0, 0, 1);
-        z.encode(encoder, last, height, 1);
-        last = height;
-    }
-    std::vector<uint8_t> bytes = record(heights.front());
-    append(bytes, encoder.finish());
-    return bytes;
+    std::vector<uint8_t> records;
+    for (const int32_t height : heights)
+        append(records, record(height));
+    std::vector<uint8_t> chunk;
+    LazChunkEncoder(makeLazItems(0, TestLaz::kRecordLength)).encode(records.data(), heights.size(), chunk);
+    return chunk;
 }
 
 } // namespace
@@ -90,23 +81,14 @@ std::vector<uint8_t> TestLaz::points() const
 {
     std::vector<uint8_t> bytes;
     append(bytes, tellsTableAtEnd ? ~uint64_t{0} : uint64_t{table()});
-    LazEncoder encoder;
-    IntegerEncoder numbers(32, 2);
-    uint32_t lastCount = 0, lastSize = 0;
+    std::vector<LazChunk> written;
     for (const auto& heights : chunks) {
         const std::vector<uint8_t> chunk = compress(heights);
         append(bytes, chunk);
-        const auto count = static_cast<uint32_t>(heights.size());
-        const auto size = static_cast<uint32_t>(chunk.size());
-        if (variableChunks) numbers.encode(encoder, lastCount, count, 0);
-        numbers.encode(encoder, lastSize, size, 1);
-        lastCount = count;
-        lastSize = size;
+        written.push_back({0, chunk.size(), 0, heights.size()});
     }
     if (!hasTable) return bytes;
-    append(bytes, uint32_t{0});
-    append(bytes, static_cast<uint32_t>(chunks.size()));
-    append(bytes, encoder.finish());
+    append(bytes, makeLazChunkTable(written, variableChunks));
     if (tellsTableAtEnd) append(bytes, uint64_t{table()});
     return bytes;
 }

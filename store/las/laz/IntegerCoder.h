@@ -1,15 +1,16 @@
 #pragma once
 
 #include "store/las/laz/ArithmeticDecoder.h"
+#include "store/las/laz/ArithmeticEncoder.h"
 
 #include <array>
 
 namespace VelBrx::Laz {
 
-/// Decodes integers of `kBits` bits as corrections of a prediction: first the width of the correction under a
+/// Codes integers of `kBits` bits as corrections of a prediction: first the width of the correction under a
 /// model that the caller chooses, then its value under models that all share.
 template <unsigned kBits>
-class CorrectionDecoder
+class CorrectionCoder
 {
 public:
     using WidthModel = SymbolModel<kBits + 1>;
@@ -33,6 +34,22 @@ public:
             return value & ((1u << kBits) - 1);
     }
 
+    /// Codes `value`, which has no more than `kBits` bits; a decoder ignores it. The result is the value.
+    uint32_t code(ArithmeticDecoder& stream, uint32_t prediction, uint32_t, WidthModel& widthModel)
+    {
+        return decode(stream, prediction, widthModel);
+    }
+
+    uint32_t code(ArithmeticEncoder& stream, uint32_t prediction, uint32_t value, WidthModel& widthModel)
+    {
+        constexpr unsigned kUnusedBits = 32 - kBits;
+        const auto correction = static_cast<int32_t>((value - prediction) << kUnusedBits) >> kUnusedBits;
+        _width = widthOf(correction);
+        stream.evenSymbol(widthModel, _width);
+        encodeCorrection(stream, static_cast<uint32_t>(correction));
+        return value;
+    }
+
     /// Width of the last correction in bits, which others take as a context.
     unsigned width() const { return _width; }
 
@@ -53,6 +70,27 @@ private:
         // Both signs are about as likely, so a branch would often be mispredicted.
         const uint32_t isNegative = (value >> (_width - 1)) ^ 1u;
         return value + 1 - (isNegative << _width);
+    }
+
+    static unsigned widthOf(int32_t correction)
+    {
+        const auto bits = static_cast<uint32_t>(correction);
+        const uint32_t magnitude = correction <= 0 ? 0u - bits : bits - 1;
+        return magnitude == 0 ? 0 : 32 - static_cast<unsigned>(__builtin_clz(magnitude));
+    }
+
+    void encodeCorrection(ArithmeticEncoder& encoder, uint32_t correction)
+    {
+        if (_width == 0) {
+            encoder.bit(_sign, correction);
+            return;
+        }
+        if (_width == 32) return;
+        const bool isNegative = correction >> 31;
+        const uint32_t value = isNegative ? correction + ((1u << _width) - 1) : correction - 1;
+        const unsigned rawBits = _width > kSymbolBits ? _width - kSymbolBits : 0;
+        encoder.evenSymbol(correctionModel(), value >> rawBits);
+        if (rawBits > 0) encoder.bits(rawBits, value & ((1u << rawBits) - 1));
     }
 
     SymbolModel<256>& correctionModel()
@@ -80,7 +118,7 @@ private:
 
 /// Integers whose widths have one model for each context.
 template <unsigned kBits, unsigned kContexts>
-class IntegerDecoder
+class IntegerCoder
 {
 public:
     void reset()
@@ -94,11 +132,18 @@ public:
         return _corrections.decode(decoder, prediction, _widths[context]);
     }
 
+    /// As `CorrectionCoder::code`.
+    template <class Stream>
+    uint32_t code(Stream& stream, uint32_t prediction, uint32_t value, unsigned context = 0)
+    {
+        return _corrections.code(stream, prediction, value, _widths[context]);
+    }
+
     unsigned width() const { return _corrections.width(); }
 
 private:
     std::array<SymbolModel<kBits + 1>, kContexts> _widths;
-    CorrectionDecoder<kBits> _corrections;
+    CorrectionCoder<kBits> _corrections;
 };
 
 } // namespace VelBrx::Laz
