@@ -82,7 +82,7 @@ public:
     }
 
     template <class Stream>
-    void code(Stream& stream, RecordPointer<Stream> record)
+    [[gnu::always_inline]] void code(Stream& stream, RecordPointer<Stream> record)
     {
         _point.code(stream, record);
         if (_gpsTime) _gpsTime->coder.code(stream, record + _gpsTime->at);

@@ -57,7 +57,7 @@ private:
     static constexpr unsigned kSymbolBits = 8; ///< of a correction under a model; the rest are raw
     static constexpr unsigned kCorrections = kBits < 32 ? kBits : 31;
 
-    uint32_t correction(ArithmeticDecoder& decoder)
+    [[gnu::always_inline]] uint32_t correction(ArithmeticDecoder& decoder)
     {
         if (_width == 0) return decoder.bit(_sign);
         if (_width == 32) return 1u << 31;

@@ -1,13 +1,15 @@
-// Decoding the chunks of real LAZ files in memory, on one thread and on two. The limit is the arithmetic
-// decoder alone, which uses up the same bytes in the largest symbols that it has. The files are in the folder
-// that VELBRX_TEST_DATA names.
+// Decoding and encoding the chunks of real LAZ files in memory, on one thread and on two. The limit is the
+// arithmetic coder alone, which uses up, or makes, about as many bytes in the largest symbols that it has.
+// The files are in the folder that VELBRX_TEST_DATA names.
 
 #include "bench/RatioReporter.h"
 
 #include "store/FileReader.h"
 #include "store/las/LasFile.h"
 #include "store/las/laz/ArithmeticDecoder.h"
+#include "store/las/laz/ArithmeticEncoder.h"
 #include "store/las/laz/LazChunkDecoder.h"
+#include "store/las/laz/LazChunkEncoder.h"
 
 #include <algorithm>
 #include <atomic>
@@ -18,12 +20,13 @@ using namespace VelBrx;
 
 namespace {
 
-constexpr uint64_t kPoints = 5'000'000; ///< that are decoded, the file again and again
+constexpr uint64_t kPoints = 5'000'000; ///< that are coded, the file again and again
 
 struct CompressedFile
 {
     std::vector<uint8_t> bytes;
     LasFile head;
+    std::vector<uint8_t> records; ///< decoded
 
     Status load(const std::string& name)
     {
@@ -33,8 +36,16 @@ struct CompressedFile
         if (Status status = readLasFile(path, head); !status) return status;
         FileReader reader;
         bytes.resize(head.fileSize);
-        if (reader.open(path) && reader.read(0, bytes.data(), bytes.size())) return {};
-        return Status::failure(path + ": cannot be read");
+        if (!reader.open(path) || !reader.read(0, bytes.data(), bytes.size()))
+            return Status::failure(path + ": cannot be read");
+        records.resize(head.pointCount * head.recordLength);
+        LazChunkDecoder decoder(items());
+        for (const LazChunk& chunk : chunks())
+            if (Status status = decoder.decode(bytes.data() + chunk.position, chunk.size, chunk.pointCount,
+                                               records.data() + chunk.firstPoint * head.recordLength);
+                !status)
+                return status;
+        return {};
     }
 
     const LazItems& items() const { return head.laz->items; }
@@ -80,22 +91,62 @@ private:
     const CompressedFile& _file;
 };
 
-/// Takes chunk after chunk, the first again after the last, until the threads have taken `kPoints` points.
-template <typename Decoding>
-bool decodeChunks(const CompressedFile& file, std::atomic<uint64_t>& points, std::atomic<size_t>& next)
+class PointEncoding
 {
-    Decoding decoding(file);
+public:
+    explicit PointEncoding(const CompressedFile& file) : _file(file), _encoder(file.items()) {}
+
+    bool operator()(const LazChunk& chunk)
+    {
+        _encoder.encode(_file.records.data() + chunk.firstPoint * _file.head.recordLength, chunk.pointCount,
+                        _chunk);
+        return _chunk.size() == chunk.size;
+    }
+
+private:
+    const CompressedFile& _file;
+    LazChunkEncoder _encoder;
+    std::vector<uint8_t> _chunk;
+};
+
+class SymbolEncoding
+{
+public:
+    explicit SymbolEncoding(const CompressedFile& file) : _file(file) {}
+
+    bool operator()(const LazChunk& chunk)
+    {
+        const uint8_t* begin = _file.bytes.data() + chunk.position;
+        Laz::SymbolModel<256> model = Laz::kFreshModel<256>;
+        _encoder.start();
+        for (const uint8_t* byte = begin; byte != begin + chunk.size; ++byte)
+            _encoder.evenSymbol(model, *byte);
+        _encoder.finish();
+        benchmark::DoNotOptimize(_encoder.size());
+        return true;
+    }
+
+private:
+    const CompressedFile& _file;
+    Laz::ArithmeticEncoder _encoder;
+};
+
+/// Takes chunk after chunk, the first again after the last, until the threads have taken `kPoints` points.
+template <typename Coding>
+bool codeChunks(const CompressedFile& file, std::atomic<uint64_t>& points, std::atomic<size_t>& next)
+{
+    Coding coding(file);
     bool sound = true;
     while (sound && points < kPoints) {
         const LazChunk& chunk = file.chunks()[next++ % file.chunks().size()];
-        sound = decoding(chunk);
+        sound = coding(chunk);
         points += chunk.pointCount;
     }
     return sound;
 }
 
-template <typename Decoding>
-void decode(benchmark::State& state, const std::string& name)
+template <typename Coding>
+void code(benchmark::State& state, const std::string& name)
 {
     CompressedFile file;
     if (const Status status = file.load(name); !status) {
@@ -104,11 +155,11 @@ void decode(benchmark::State& state, const std::string& name)
     }
     uint64_t points = 0;
     for (auto _ : state) {
-        std::atomic<uint64_t> decoded{0};
+        std::atomic<uint64_t> coded{0};
         std::atomic<size_t> next{0};
         std::atomic<bool> sound{true};
         const auto work = [&] {
-            if (!decodeChunks<Decoding>(file, decoded, next)) sound = false;
+            if (!codeChunks<Coding>(file, coded, next)) sound = false;
         };
         std::vector<std::thread> others;
         for (int64_t k = 1; k < state.range(0); ++k)
@@ -116,8 +167,8 @@ void decode(benchmark::State& state, const std::string& name)
         work();
         for (std::thread& other : others)
             other.join();
-        if (!sound) state.SkipWithError("a chunk is damaged");
-        points += decoded;
+        if (!sound) state.SkipWithError("a chunk does not come out as it should");
+        points += coded;
     }
     state.SetItemsProcessed(static_cast<int64_t>(points));
 }
@@ -126,14 +177,17 @@ void decode(benchmark::State& state, const std::string& name)
 /// ready sooner.
 void compare(const std::string& what, const std::string& name)
 {
-    const auto add = [&](const std::string& label, const auto& function) {
-        benchmark::RegisterBenchmark(("LAZ " + what + ", 1 thread/" + label).c_str(), function, name)->Arg(1);
-        benchmark::RegisterBenchmark(("LAZ " + what + ", 2 threads/" + label).c_str(), function, name)
+    const auto add = [&](const std::string& work, const std::string& label, const auto& function) {
+        const std::string title = "LAZ " + work + ", " + what + ", ";
+        benchmark::RegisterBenchmark((title + "1 thread/" + label).c_str(), function, name)->Arg(1);
+        benchmark::RegisterBenchmark((title + "2 threads/" + label).c_str(), function, name)
             ->Arg(2)
             ->UseRealTime();
     };
-    add("ours", decode<PointDecoding>);
-    add("limit", decode<SymbolDecoding>);
+    add("read", "ours", code<PointDecoding>);
+    add("read", "limit", code<SymbolDecoding>);
+    add("written", "ours", code<PointEncoding>);
+    add("written", "limit", code<SymbolEncoding>);
 }
 
 } // namespace
