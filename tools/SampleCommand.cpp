@@ -22,8 +22,9 @@ void runSample(VelBrx::SampleOptions options)
 void addSampleCommand(CLI::App& app)
 {
     const auto options = std::make_shared<VelBrx::SampleOptions>();
-    CLI::App* const command = app.add_subcommand("sample", "Write a synthetic airborne survey as a LAS file");
-    command->add_option("OUT", options->output, "the LAS file to make")->required();
+    CLI::App* const command =
+        app.add_subcommand("sample", "Write a synthetic airborne survey as a LAS or LAZ file");
+    command->add_option("OUT", options->output, "the LAS or LAZ (.laz) file to make")->required();
     command->add_option("--points", options->points, "number of points")->capture_default_str();
     command->add_option("--seed", options->seed, "another seed gives another landscape")
         ->capture_default_str();

@@ -12,7 +12,7 @@ namespace VelBrx {
 
 struct SampleOptions
 {
-    std::string output; ///< a LAS file
+    std::string output; ///< a LAS file, or LAZ where the name ends in ".laz"
     uint64_t points = 10000000;
     uint64_t seed = 1; ///< the same seed and number of points give the same file
     bool overwrite = false;

@@ -46,6 +46,7 @@ Status DiskFile::failure(const std::string& what) const
 
 Status DiskFile::reserve(uint64_t size)
 {
+    if (size == 0) return {};
     // File systems that cannot reserve report it; then a full disk shows while writing.
     if (fallocate(_descriptor, 0, 0, static_cast<off_t>(size)) != 0 && errno != EOPNOTSUPP && errno != ENOSYS)
         return failure("cannot be given " + megabytes(size) + " of disk space: " + reasonOf(errno));

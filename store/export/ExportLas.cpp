@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <new>
 #include <set>
 
@@ -35,11 +36,11 @@ std::string fileNameOf(const OriginSource& source, std::set<std::string>& taken)
 {
     std::string name = source.name.substr(source.name.find_last_of('/') + 1);
     name.erase(std::remove(name.begin(), name.end(), '\0'), name.end());
+    if (isCopcName(name)) name.erase(name.size() - std::strlen(".copc.laz"), std::strlen(".copc"));
     if (name.empty() || name == "." || name == "..") name = "source.las";
     const size_t dot = name.find_last_of('.');
     const std::string stem = dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
-    const std::string extension = isCompressed(source) ? ".las" : name.substr(stem.size());
-    name = stem + extension;
+    const std::string extension = name.substr(stem.size());
     for (unsigned number = 2; !taken.insert(name).second; ++number)
         name = stem + "_" + std::to_string(number) + extension;
     return name;
@@ -93,7 +94,7 @@ public:
     {
         if (Status status = readSources(); !status) return ofStore(status);
         if (Status status = planFiles(); !status) return status;
-        SourceOrder order(_store, _head, _records.origin, _options.memory, _run.threads());
+        SourceOrder order(_store, _head, _records.origin, orderMemory(), _run.threads());
         const bool hasWindows = order.windowCount() > 1;
         _run.setTotal(_head.header.pointCount, hasWindows ? 3 : 2);
         _run.begin("reading");
@@ -123,6 +124,19 @@ private:
         return _options.form == ExportForm::Merged ||
                (_options.form == ExportForm::Automatic && sources().size() > 1);
     }
+    /// Whether the points of a source are compressed in the file that they go to.
+    bool isLaz(const OriginSource& source) const
+    {
+        return isSplit() ? isCompressed(source) : isLazName(_options.output);
+    }
+    /// What putting points in order may use of the memory: not what compressing them takes.
+    uint64_t orderMemory() const
+    {
+        const bool compresses = std::any_of(sources().begin(), sources().end(),
+                                            [this](const OriginSource& source) { return isLaz(source); });
+        const uint64_t compressing = compresses ? _run.threads() * LazPointWriter::kThreadMemory : 0;
+        return _options.memory - std::min(_options.memory / 2, compressing);
+    }
     bool isSplit() const { return _options.form == ExportForm::Split; }
     std::string folder() const { return isSplit() ? _options.output : folderOf(_options.output); }
 
@@ -137,6 +151,9 @@ private:
     /// Decides on the paths of the files and whether they may be made.
     Status planFiles()
     {
+        if (!isSplit() && isCopcName(_options.output))
+            return Status::failure(_options.output +
+                                   ": COPC cannot be written; choose a name that ends in .laz alone");
         if (isSplit()) {
             if (Status status = _folder.prepare(_options.output); !status) return status;
             std::set<std::string> taken;
@@ -205,14 +222,22 @@ private:
         LasHead head;
         if (Status status = makeSourceHead(_store, _head.origin.start, source, points, head); !status)
             return status;
-        // A source that was cut off is given back as it was; a compressed one cannot be.
-        const bool recounts =
-            points != source.pointCount || (isCompressed(source) && !isCountRight(head, points));
+        // A source that was cut off is given back as it was, except where compression is in play.
+        const bool recounts = points != source.pointCount ||
+                              ((isCompressed(source) || isLaz(source)) && !isCountRight(head, points));
         _outputs.push_back(
             std::make_unique<ExportOutput>(_paths[i], std::move(head), source.recordLength, points));
         if (recounts) _outputs.back()->recount();
         _encoders.emplace_back(source);
-        return {};
+        return isLaz(source) ? compress(source.pointFormat) : Status();
+    }
+
+    /// Compresses the points of the last output.
+    Status compress(uint8_t pointFormat)
+    {
+        if (_outputs.back()->compress(pointFormat)) return {};
+        return Status::failure(_outputs.back()->path() + ": its header has no room for a record about "
+                                                         "compression; choose a name that ends in .las");
     }
 
     Status planMerged(uint64_t points)
@@ -227,7 +252,7 @@ private:
             _encoders.emplace_back(source, RecordFormat(format.pointFormat, length));
         _outputs.push_back(std::make_unique<ExportOutput>(_paths[0], std::move(head), length, points));
         _outputs.back()->recount();
-        return {};
+        return isLazName(_options.output) ? compress(format.pointFormat) : Status();
     }
 
     Status checkSpace() const

@@ -17,14 +17,28 @@ ExportOutput::ExportOutput(std::string path, LasHead head, uint16_t recordLength
 
 uint64_t ExportOutput::size() const
 {
-    return _head.bytes.size() + _points * _recordLength + _head.tailLength;
+    constexpr uint64_t kUsualCompression = 16;
+    const uint64_t points = _points * _recordLength;
+    return _head.bytes.size() + (_lazPoints ? points / kUsualCompression : points) + _head.tailLength;
+}
+
+bool ExportOutput::compress(uint8_t pointFormat)
+{
+    const LazItems items = makeLazItems(pointFormat, _recordLength);
+    _plainPointsEnd = _head.bytes.size() + _points * _recordLength;
+    if (!compressHead(items, _head)) return false;
+    const auto write = [this](uint64_t position, const void* data, uint64_t length) {
+        return _file.write(position, data, length);
+    };
+    _lazPoints = std::make_unique<LazPointWriter>(items, _head.bytes.size(), _points, write);
+    return true;
 }
 
 Status ExportOutput::open(bool overwrite)
 {
     if (_isOpen) return {};
     _isOpen = true;
-    return _file.create(_path, overwrite, size());
+    return _file.create(_path, overwrite, _lazPoints ? 0 : size());
 }
 
 Status ExportOutput::write(uint64_t first, const std::vector<uint8_t>& records, const RecordFormat& format,
@@ -37,14 +51,19 @@ Status ExportOutput::write(uint64_t first, const std::vector<uint8_t>& records, 
         _scan.add(scan);
         _changed += changed;
     }
+    if (_lazPoints) return _lazPoints->write(first, records.data(), records.size() / _recordLength);
     return _file.write(_head.bytes.size() + first * _recordLength, records.data(), records.size());
 }
 
 Status ExportOutput::finish(const FileReader& store, BuildRun& run)
 {
     if (_recounts) tellPoints(_scan, _points, _head);
-    if (Status status = _file.write(0, _head.bytes.data(), _head.bytes.size()); !status) return status;
     uint64_t position = _head.bytes.size() + _points * _recordLength;
+    if (_lazPoints) {
+        if (Status status = _lazPoints->finish(position); !status) return status;
+        moveTail(_plainPointsEnd, position, _head);
+    }
+    if (Status status = _file.write(0, _head.bytes.data(), _head.bytes.size()); !status) return status;
     for (const ByteRange& range : _head.tail) {
         std::vector<uint8_t> bytes;
         for (uint64_t done = 0; done < range.length; done += bytes.size(), position += bytes.size()) {

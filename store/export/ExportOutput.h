@@ -5,14 +5,16 @@
 #include "store/build/OutputFile.h"
 #include "store/export/LasHead.h"
 #include "store/las/RecordFormat.h"
+#include "store/las/laz/LazPointWriter.h"
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
 namespace VelBrx {
 
-/// One LAS file that is being exported. `write` may be called from any thread.
+/// One LAS or LAZ file that is being exported. `write` may be called from any thread.
 class ExportOutput
 {
 public:
@@ -22,10 +24,15 @@ public:
     const std::string& path() const { return _path; }
     uint64_t points() const { return _points; }
     uint64_t changed() const { return _changed; }
+
+    /// In bytes; of a compressed file about what it takes at least.
     uint64_t size() const;
 
     /// The header tells of the points that are written instead of what it states.
     void recount() { _recounts = true; }
+
+    /// The points are compressed. Before `open`. False where the head has no room to say so.
+    bool compress(uint8_t pointFormat);
 
     /// Makes the file unless that was done.
     Status open(bool overwrite);
@@ -45,6 +52,8 @@ private:
     LasHead _head;
     const uint16_t _recordLength;
     const uint64_t _points;
+    uint64_t _plainPointsEnd = 0;               ///< where the points would end if they were not compressed
+    std::unique_ptr<LazPointWriter> _lazPoints; ///< of a compressed file
     bool _recounts = false;
     bool _isOpen = false;
     OutputFile _file;

@@ -2,6 +2,7 @@
 
 #include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/las/laz/LazPointWriter.h"
 
 #include <algorithm>
 #include <limits>
@@ -74,7 +75,7 @@ std::vector<ByteRange> vlrsOf(const std::vector<uint8_t>& head)
     return vlrs;
 }
 
-/// Takes what speaks of compression out of a head.
+/// Takes out of a head what is said there of compression.
 void removeCompression(std::vector<uint8_t>& head)
 {
     std::vector<ByteRange> vlrs = vlrsOf(head);
@@ -88,17 +89,6 @@ void removeCompression(std::vector<uint8_t>& head)
     setField<uint32_t>(head, kVlrCount, field<uint32_t>(head, kVlrCount) - removed);
     setField<uint32_t>(head, kPointDataStart, static_cast<uint32_t>(head.size()));
     head[kPointFormat] &= static_cast<uint8_t>(~kCompressionBits);
-}
-
-/// Sets where the records behind the points are, now that the points end elsewhere.
-void moveTail(std::vector<uint8_t>& head, uint64_t oldPointsEnd, uint64_t newPointsEnd)
-{
-    const auto move = [&](size_t at) {
-        const auto start = field<uint64_t>(head, at);
-        if (start >= oldPointsEnd) setField<uint64_t>(head, at, start - oldPointsEnd + newPointsEnd);
-    };
-    if (hasLongHeader(head) && field<uint32_t>(head, kEvlrCount) > 0) move(kEvlrStart);
-    if (hasWaveformStart(head) && field<uint64_t>(head, kWaveformStart) != 0) move(kWaveformStart);
 }
 
 /// Finds the EVLRs of a compressed file that stay, in its tail.
@@ -253,7 +243,7 @@ Status makeSourceHead(const FileReader& store, int64_t originStart, const Origin
     head.tail.push_back({tailStart, source.tailLength});
     head.tailLength = source.tailLength;
     if (points != source.pointCount)
-        moveTail(head.bytes, source.fileSize - source.tailLength, head.bytes.size() + pointsLength);
+        moveTail(source.fileSize - source.tailLength, head.bytes.size() + pointsLength, head);
     return {};
 }
 
@@ -276,6 +266,23 @@ Status makeMergedHead(const FileReader& store, const StoreHead& storeHead, const
     setField<uint64_t>(head.bytes, kEvlrStart, 0);
     setField<uint32_t>(head.bytes, kEvlrCount, 0);
     return {};
+}
+
+bool compressHead(const LazItems& items, LasHead& head)
+{
+    removeCompression(head.bytes);
+    return makeLazHead(head.bytes, items);
+}
+
+void moveTail(uint64_t oldPointsEnd, uint64_t newPointsEnd, LasHead& head)
+{
+    std::vector<uint8_t>& bytes = head.bytes;
+    const auto move = [&](size_t at) {
+        const auto start = field<uint64_t>(bytes, at);
+        if (start >= oldPointsEnd) setField<uint64_t>(bytes, at, start - oldPointsEnd + newPointsEnd);
+    };
+    if (hasLongHeader(bytes) && field<uint32_t>(bytes, kEvlrCount) > 0) move(kEvlrStart);
+    if (hasWaveformStart(bytes) && field<uint64_t>(bytes, kWaveformStart) != 0) move(kWaveformStart);
 }
 
 bool isCountRight(const LasHead& head, uint64_t points)

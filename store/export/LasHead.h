@@ -4,6 +4,7 @@
 #include "store/OriginRecord.h"
 #include "store/StoreHead.h"
 #include "store/las/RecordFormat.h"
+#include "store/las/laz/LazItems.h"
 
 #include <cstdint>
 #include <string>
@@ -49,6 +50,13 @@ Status makeMergedHead(const FileReader& store, const StoreHead& storeHead, const
 
 /// Whether the header states other points than there are; it does not where a source was cut off.
 bool isCountRight(const LasHead& head, uint64_t points);
+
+/// Turns the head into that of a file whose points are compressed as `items` say. False where it has no room
+/// for the record that says so.
+bool compressHead(const LazItems& items, LasHead& head);
+
+/// Sets where the records behind the points are, now that the points end elsewhere.
+void moveTail(uint64_t oldPointsEnd, uint64_t newPointsEnd, LasHead& head);
 
 /// Brings numbers and bounds in the header in line with the points of the file.
 void tellPoints(const RecordScan& scan, uint64_t points, LasHead& head);

@@ -5,6 +5,7 @@
 #include "store/build/OutputFile.h"
 #include "store/build/ParallelFor.h"
 #include "store/las/LasFile.h"
+#include "store/las/laz/LazPointWriter.h"
 #include "store/sample/FlightPlan.h"
 #include "store/sample/Scanner.h"
 
@@ -13,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <vector>
 
 namespace VelBrx {
@@ -154,6 +156,19 @@ std::vector<uint8_t> makeHeader(uint64_t points, const Summary& summary)
     return bytes;
 }
 
+LazItems lazItems()
+{
+    return makeLazItems(kStorePointFormat, kPointSize);
+}
+
+/// What a file of this name has in front of its points.
+std::vector<uint8_t> makeHead(uint64_t points, const Summary& summary, const std::string& path)
+{
+    std::vector<uint8_t> head = makeHeader(points, summary);
+    if (isLazName(path)) makeLazHead(head, lazItems());
+    return head;
+}
+
 /// Flies the survey and writes what comes back, in the order of time.
 class Survey
 {
@@ -165,12 +180,22 @@ public:
 
     Status write(OutputFile& file)
     {
-        _headerSize = makeHeader(0, Summary()).size();
+        _headerSize = makeHead(0, Summary(), _options.output).size();
+        if (isLazName(_options.output))
+            _lazPoints = std::make_unique<LazPointWriter>(
+                lazItems(), _headerSize, _options.points,
+                [&file](uint64_t position, const void* data, uint64_t length) {
+                    return file.write(position, data, length);
+                });
         for (const FlightLine& line : _plan.mainLines())
             if (Status status = fly(line, file); !status) return status;
         for (uint64_t cross = 0; _written < _options.points; ++cross)
             if (Status status = fly(_plan.crossLine(cross), file); !status) return status;
-        const std::vector<uint8_t> header = makeHeader(_written, _summary);
+        if (_lazPoints) {
+            uint64_t end = 0;
+            if (Status status = _lazPoints->finish(end); !status) return status;
+        }
+        const std::vector<uint8_t> header = makeHead(_written, _summary, _options.output);
         return file.write(0, header.data(), header.size());
     }
 
@@ -179,6 +204,7 @@ private:
     const Scanner _scanner;
     const FlightPlan _plan;
     size_t _headerSize = 0;
+    std::unique_ptr<LazPointWriter> _lazPoints; ///< of a compressed file
     uint64_t _written = 0;
     Summary _summary;
 
@@ -232,23 +258,32 @@ private:
                 scanned[i] = scan(chunks[begin + i]);
                 return {};
             });
-            for (size_t i = 0; status && i < scanned.size(); ++i)
-                status = append(scanned[i], file);
+            if (status) status = append(scanned, cancel, file);
             if (!status) return status;
             if (_options.progress) _options.progress(_written, _options.points);
         }
         return {};
     }
 
-    Status append(std::vector<uint8_t>& records, OutputFile& file)
+    /// Writes as many points as are wanted still.
+    Status append(std::vector<std::vector<uint8_t>>& scanned, const std::atomic<bool>& cancel,
+                  OutputFile& file)
     {
-        const uint64_t count = std::min<uint64_t>(records.size() / kPointSize, _options.points - _written);
-        if (count == 0) return {};
-        cutLastPulse(records, count);
-        _summary.add(records.data(), count);
-        const uint64_t position = _headerSize + _written * kPointSize;
-        _written += count;
-        return file.write(position, records.data(), count * kPointSize);
+        std::vector<uint64_t> firsts;
+        for (std::vector<uint8_t>& records : scanned) {
+            const uint64_t count =
+                std::min<uint64_t>(records.size() / kPointSize, _options.points - _written);
+            records.resize(count * kPointSize);
+            if (count > 0) cutLastPulse(records, count);
+            _summary.add(records.data(), count);
+            firsts.push_back(_written);
+            _written += count;
+        }
+        return parallelFor(threads(), scanned.size(), cancel, [&](size_t i) -> Status {
+            const std::vector<uint8_t>& records = scanned[i];
+            if (_lazPoints) return _lazPoints->write(firsts[i], records.data(), records.size() / kPointSize);
+            return file.write(_headerSize + firsts[i] * kPointSize, records.data(), records.size());
+        });
     }
 
     /// Where a pulse is cut by the end of the survey, its points tell the returns that are left.
@@ -267,7 +302,11 @@ Status writeSurvey(const SampleOptions& options)
         return Status::failure(options.output + ": a sample has 1 to " + std::to_string(kMaxSamplePoints) +
                                " points");
     OutputFile file;
-    const uint64_t size = makeHeader(0, Summary()).size() + options.points * kPointSize;
+    if (isCopcName(options.output))
+        return Status::failure(options.output +
+                               ": COPC cannot be written; choose a name that ends in .laz alone");
+    const uint64_t size =
+        isLazName(options.output) ? 0 : makeHeader(0, Summary()).size() + options.points * kPointSize;
     if (Status status = file.create(options.output, options.overwrite, size); !status) return status;
     const Landscape landscape(sizeFor(options.points), options.seed);
     Scene scene(landscape);

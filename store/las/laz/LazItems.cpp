@@ -13,7 +13,8 @@ constexpr size_t kFixedSize = 34;
 constexpr size_t kItemSize = 6;
 constexpr uint32_t kCompatibilityMode = 1; ///< of the options
 constexpr uint32_t kVariableChunks = 0xFFFFFFFFu;
-constexpr uint32_t kChunkSize = 50000; ///< what every reader knows best
+constexpr uint32_t kChunkSize = 50000;        ///< what every reader knows best
+constexpr uint32_t kMaxChunkBytes = 8u << 20; ///< of records
 
 /// What an item may be. `size` 0 stands for any; `place` grows along the record; `layers` 0 stands for none
 /// in a pointwise item and for one a byte in a layered one.
@@ -139,7 +140,7 @@ LazItems makeLazItems(uint8_t pointFormat, uint16_t recordLength)
 
     LazItems result;
     result.compressor = isLayered ? LazCompressor::Layered : LazCompressor::PointwiseChunked;
-    result.chunkSize = kChunkSize;
+    result.chunkSize = std::min(kChunkSize, kMaxChunkBytes / recordLength);
     result.recordLength = recordLength;
     const auto add = [&](LazItemType type, uint16_t size) {
         const uint16_t version = isLayered ? 3 : type == Type::WavePacket13 ? 1 : 2;

@@ -71,8 +71,8 @@ constexpr uint64_t kMaxLazPointsPerByte = 2048;
 /// is wrong or unknown, without a file name.
 Status parseLazItems(const uint8_t* payload, size_t size, uint16_t recordLength, LazItems& items);
 
-/// How this program compresses records of `recordLength` bytes of a point format 0 to 10, chunks of 50000
-/// points each.
+/// How this program compresses records of `recordLength` bytes of a point format 0 to 10: in chunks of 50000
+/// points, fewer where these would take more than 8 MiB.
 LazItems makeLazItems(uint8_t pointFormat, uint16_t recordLength);
 
 /// The payload of the VLR for `items`.

@@ -1,6 +1,8 @@
 #include <VelBrx/ExportLas.h>
 #include <VelBrx/Verify.h>
 
+#include "store/ByteIo.h"
+#include "store/LasLayout.h"
 #include "store/las/PointSource.h"
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"
@@ -30,30 +32,36 @@ std::set<std::filesystem::path> realFiles(const std::string& wantedExtension)
     return files;
 }
 
-/// Builds a store of a file, which must be sound, and exports it to `out`. False where the file has no points
-/// or is kept for its damage.
-bool roundTrip(const TempFolder& folder, const std::string& path, const std::string& out,
-               ExportReport& report)
+/// Builds the store cloud.brx of a file; it must be sound. False where the file has no points or is kept for
+/// its damage.
+bool build(const TempFolder& folder, const std::string& path)
 {
-    BuildOptions build;
-    build.inputs = {path};
-    build.output = folder.file("cloud.brx");
-    build.overwrite = true;
+    BuildOptions options;
+    options.inputs = {path};
+    options.output = folder.file("cloud.brx");
+    options.overwrite = true;
     BuildReport built;
-    if (const Status status = buildStore(build, built); !status) {
+    if (const Status status = buildStore(options, built); !status) {
         const std::string empty = path + ": has no points, so there is nothing to build a store of";
         const bool isDamaged = path.find("/bad/") != std::string::npos;
         EXPECT_TRUE(status.message() == empty || isDamaged) << status.message();
         return false;
     }
-    EXPECT_EQ(verifyStore(build.output), std::vector<std::string>());
+    EXPECT_EQ(verifyStore(options.output), std::vector<std::string>());
+    return true;
+}
+
+/// Exports cloud.brx to `out`.
+ExportReport exportTo(const TempFolder& folder, const std::string& out)
+{
     ExportOptions options;
-    options.store = build.output;
+    options.store = folder.file("cloud.brx");
     options.output = out;
     options.overwrite = true;
+    ExportReport report;
     const Status status = exportLas(options, report);
     EXPECT_TRUE(status) << status.message();
-    return true;
+    return report;
 }
 
 /// All records of a LAS or LAZ file.
@@ -95,8 +103,8 @@ TEST(ExportRealFiles, GivesBackEveryByteOfEveryLasFile)
     size_t exported = 0;
     for (const std::filesystem::path& path : files) {
         SCOPED_TRACE(path.filename());
-        ExportReport report;
-        if (!roundTrip(folder, path.string(), folder.file("out.las"), report)) continue;
+        if (!build(folder, path.string())) continue;
+        const ExportReport report = exportTo(folder, folder.file("out.las"));
         EXPECT_TRUE(readFile(folder.file("out.las")) == readFile(path.string()));
         EXPECT_EQ(report.files.at(0).changed, 0u);
         ++exported;
@@ -104,7 +112,7 @@ TEST(ExportRealFiles, GivesBackEveryByteOfEveryLasFile)
     EXPECT_GE(exported, files.size() * 9 / 10);
 }
 
-TEST(ExportRealFiles, GivesTheRecordsOfEveryLazFileBackUncompressed)
+TEST(ExportRealFiles, GivesTheRecordsOfEveryLazFileBack)
 {
     const std::set<std::filesystem::path> files = realFiles(".laz");
     if (files.empty()) GTEST_SKIP() << "VELBRX_TEST_DATA names no folder of LAZ files";
@@ -112,19 +120,56 @@ TEST(ExportRealFiles, GivesTheRecordsOfEveryLazFileBackUncompressed)
     size_t exported = 0;
     for (const std::filesystem::path& path : files) {
         SCOPED_TRACE(path.filename());
-        const std::string out = folder.file("out.las");
-        ExportReport report;
-        if (!roundTrip(folder, path.string(), out, report)) continue;
+        if (!build(folder, path.string())) continue;
         LasFile before;
-        LasFile after;
         const std::vector<uint8_t> records = recordsOf(path.string(), before);
-        EXPECT_TRUE(recordsOf(out, after) == records);
-        EXPECT_FALSE(after.laz);
-        EXPECT_EQ(after.pointFormat, before.pointFormat);
-        EXPECT_TRUE(keptVlrs(after.vlrs) == keptVlrs(before.vlrs));
-        EXPECT_TRUE(keptVlrs(after.evlrs) == keptVlrs(before.evlrs));
-        EXPECT_EQ(readFile(out).size(), after.fileSize);
+        for (const bool compressed : {false, true}) {
+            const std::string out = folder.file(compressed ? "out.laz" : "out.las");
+            exportTo(folder, out);
+            LasFile after;
+            EXPECT_TRUE(recordsOf(out, after) == records);
+            EXPECT_EQ(after.laz.has_value(), compressed);
+            EXPECT_LE(after.notes.size(), before.notes.size());
+            EXPECT_EQ(after.pointFormat, before.pointFormat);
+            EXPECT_TRUE(keptVlrs(after.vlrs) == keptVlrs(before.vlrs));
+            EXPECT_TRUE(keptVlrs(after.evlrs) == keptVlrs(before.evlrs));
+            EXPECT_EQ(readFile(out).size(), after.fileSize);
+        }
         ++exported;
     }
     EXPECT_GE(exported, files.size() * 8 / 10);
+}
+
+/// Of files that another writer compressed: the same head, except for the words and versions by which it
+/// tells of itself and for the number of points in a chunk.
+TEST(ExportRealFiles, CompressedFilesHaveTheHeadsThatOthersGiveThem)
+{
+    const std::set<std::filesystem::path> files = realFiles(".las");
+    if (files.empty()) GTEST_SKIP() << "VELBRX_TEST_DATA names no folder of LAS files";
+    const TempFolder folder;
+    const auto headOf = [](const std::string& path) {
+        std::vector<uint8_t> head = readFile(path);
+        head.resize(loadLe<uint32_t>(&head[LasLayout::kPointDataStart]));
+        const std::string id = kLazUserId;
+        const auto vlr = std::search(head.begin(), head.end(), id.begin(), id.end()) - LasLayout::kVlrUserId;
+        std::fill_n(vlr, 2, uint8_t{0}); // reserved
+        std::fill_n(vlr + LasLayout::kVlrDescription, LasLayout::kDescriptionSize, uint8_t{0});
+        std::fill_n(vlr + LasLayout::kVlrHeaderSize + 4, 12, uint8_t{0}); // version, options, chunk size
+        return head;
+    };
+    size_t compared = 0;
+    for (const std::filesystem::path& path : files) {
+        if (path.parent_path().filename() != "laz-pairs") continue;
+        const std::string stem = path.string().substr(0, path.string().size() - 4);
+        for (const char* version : {"_v2.laz", "_v3.laz"}) {
+            if (!std::filesystem::exists(stem + version)) continue;
+            SCOPED_TRACE(stem + version);
+            const std::string out = folder.file("out.laz");
+            ASSERT_TRUE(build(folder, path.string()));
+            exportTo(folder, out);
+            EXPECT_TRUE(headOf(out) == headOf(stem + version));
+            ++compared;
+        }
+    }
+    EXPECT_GE(compared, 15u);
 }

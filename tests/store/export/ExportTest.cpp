@@ -5,6 +5,7 @@
 #include "store/ByteIo.h"
 #include "store/LasLayout.h"
 #include "store/SourceRecords.h"
+#include "store/las/LasFile.h"
 #include "store/las/RecordFormat.h"
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"
@@ -118,6 +119,27 @@ protected:
     }
 
     Bytes output() const { return readFile(options.output); }
+
+    /// The LAS file of a LAZ file's points, by a store of its own.
+    Bytes uncompressed(const std::string& path)
+    {
+        BuildOptions again;
+        again.inputs = {path};
+        again.output = folder.file("again.brx");
+        again.overwrite = true;
+        BuildReport built;
+        const Status isBuilt = buildStore(again, built);
+        EXPECT_TRUE(isBuilt) << isBuilt.message();
+        EXPECT_TRUE(built.notes.empty()) << built.notes.front();
+        ExportOptions plain;
+        plain.store = again.output;
+        plain.output = folder.file("again.las");
+        plain.overwrite = true;
+        ExportReport plainReport;
+        const Status isExported = exportLas(plain, plainReport);
+        EXPECT_TRUE(isExported) << isExported.message();
+        return readFile(plain.output);
+    }
 };
 
 /// Classes of the edits of these tests, from a point's place in its source.
@@ -269,6 +291,32 @@ TEST_F(ExportTest, NamesTheFilesOfSourcesApart)
     EXPECT_TRUE(readFile(folder.file("parts/tile_2.las")) == second);
 }
 
+TEST_F(ExportTest, GivesCompressedSourcesBackCompressedButNotAsCopc)
+{
+    addSource(randomLas(6, 120000, 1, 2));
+    buildIt();
+    options.output = folder.file("tile.copc.laz");
+    expectFailure("COPC cannot be written");
+    options.output = folder.file("tile.laz");
+    Bytes compressed;
+    for (unsigned threads : {1u, 4u}) {
+        options.threads = threads;
+        exportIt();
+        EXPECT_TRUE(compressed.empty() || compressed == output());
+        compressed = output();
+    }
+    EXPECT_TRUE(uncompressed(options.output) == sources[0]);
+    std::filesystem::rename(options.output, folder.file("tile.copc.laz"));
+
+    build.inputs = {folder.file("tile.copc.laz")};
+    build.overwrite = true;
+    buildIt();
+    options.form = ExportForm::Split;
+    options.output = folder.file("parts");
+    exportIt();
+    EXPECT_TRUE(readFile(folder.file("parts/tile.laz")) == compressed);
+}
+
 TEST_F(ExportTest, MergesSourcesIntoOneFileThatKeepsClassesFlagsColoursAndInfrared)
 {
     addSource(randomLas(3, 500, 1, 2));
@@ -390,11 +438,22 @@ TEST_F(ExportTest, LeavesHiddenPointsOutAndTellsOfThoseThatRemain)
             exportIt();
             EXPECT_TRUE(output() == expected.bytes()) << "records, counts, bounds, places";
             EXPECT_EQ(report.hiddenLeftOut, 75000u);
+            options.output = folder.file("out.LAZ");
+            exportIt();
+            EXPECT_LT(output().size(), expected.bytes().size());
+            EXPECT_TRUE(uncompressed(options.output) == expected.bytes());
+            options.output = folder.file("out.las");
         }
         editStore([](uint8_t* record, uint64_t) { record[kFlags] |= 0x04; });
         exportIt();
         expected.records.clear();
         EXPECT_TRUE(output() == expected.bytes()) << "no point at all";
+        options.output = folder.file("empty.laz");
+        exportIt();
+        LasFile empty;
+        ASSERT_TRUE(readLasFile(options.output, empty));
+        EXPECT_TRUE(empty.laz && empty.pointCount == 0 && empty.notes.empty());
+        options.output = folder.file("out.las");
     }
 }
 
@@ -407,9 +466,11 @@ TEST_F(ExportTest, LeavesNothingBehindWhenItIsCancelled)
     std::atomic<bool> cancel{false};
     options.cancel = &cancel;
     options.memory = 1;
-    for (ExportForm form : {ExportForm::Split, ExportForm::Merged}) {
+    const std::pair<ExportForm, const char*> forms[] = {
+        {ExportForm::Split, "out"}, {ExportForm::Merged, "out"}, {ExportForm::Merged, "out.laz"}};
+    for (const auto& [form, name] : forms) {
         options.form = form;
-        options.output = folder.file("out");
+        options.output = folder.file(name);
         int cancelAt = 0; // number of a progress report; the last one comes when all is written
         for (;; ++cancelAt) {
             int reports = 0;

@@ -1,7 +1,7 @@
 #include <VelBrx/SampleSurvey.h>
 
 #include "store/ByteIo.h"
-#include "store/las/LasFile.h"
+#include "store/las/PointSource.h"
 #include "store/las/RecordFormat.h"
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"
@@ -41,6 +41,20 @@ TEST_F(SampleSurveyTest, DependsOnSeedAndNumberOfPointsAlone)
     const std::vector<uint8_t> once = make(60000, 1, 1);
     EXPECT_TRUE(make(60000, 1, 3) == once);
     EXPECT_FALSE(make(60000, 2) == once);
+
+    options.output = folder.file("survey.laz");
+    const std::vector<uint8_t> compressed = make(60000, 1, 1);
+    EXPECT_TRUE(make(60000, 1, 3) == compressed);
+    std::unique_ptr<PointSource> source;
+    ASSERT_TRUE(openPointSource(options.output, source));
+    std::vector<uint8_t> records;
+    for (uint64_t part = 0; part < source->partCount(); ++part)
+        ASSERT_TRUE(source->readPart(part, [&](const PointBatch& batch) {
+            records.insert(records.end(), batch.records.begin(), batch.records.end());
+            return Status();
+        }));
+    ASSERT_LT(records.size(), once.size());
+    EXPECT_TRUE(std::equal(records.rbegin(), records.rend(), once.rbegin())) << "the points of the LAS file";
 }
 
 TEST_F(SampleSurveyTest, HasTheAskedNumberOfPointsAndATrueHeader)
