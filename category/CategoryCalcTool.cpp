@@ -72,15 +72,22 @@ void CategoryCalcTool::unRegisterCloud(const std::string& uid)
     _clouds.erase(uid);
 }
 
+bool CategoryCalcTool::isRegistered(const std::string& uid)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _clouds.count(uid) > 0;
+}
+
 void CategoryCalcTool::push(Category* c)
 {
     if (!c) return;
     const osg::ref_ptr<Category> held = c;
+    std::vector<osg::observer_ptr<OctreeInfo>> inScene = cloudsInScene(*held, isRegistered(held->uid));
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         if (!_done) {
             if (held->report) held->report->set(CategoryReport::WAITING);
-            _queue.push_back(held);
+            _queue.push_back({held, std::move(inScene)});
             ++_pushedCount;
             _wakeup.notify_all();
             return;
@@ -123,9 +130,9 @@ CategoryCalcTool::Modify CategoryCalcTool::getAllModify()
     Modify all;
     for (const auto& [uid, cloud] : _history->modified())
         for (const auto& [identifier, cell] : cloud)
-            forEachModified(cell, [&, &list = all[uid]](int64_t index, uint8_t code) {
+            forEachModified(cell, [&, &name = uid](int64_t index, uint8_t code) {
                 if (index <= std::numeric_limits<int>::max())
-                    list.emplace_back(static_cast<int>(index), static_cast<char>(code));
+                    all[name].emplace_back(static_cast<int>(index), static_cast<char>(code));
             });
     return all;
 }
@@ -136,7 +143,7 @@ CategoryCalcTool::Modify64 CategoryCalcTool::getAllModify64()
     for (const auto& [uid, cloud] : _history->modified())
         for (const auto& [identifier, cell] : cloud)
             forEachModified(
-                cell, [&list = all[uid]](int64_t index, uint8_t code) { list.emplace_back(index, code); });
+                cell, [&, &name = uid](int64_t index, uint8_t code) { all[name].emplace_back(index, code); });
     return all;
 }
 
@@ -171,21 +178,21 @@ PixelBufferTool* CategoryCalcTool::getPixelBufferTool()
 
 void CategoryCalcTool::run()
 {
-    while (const osg::ref_ptr<Category> request = takeNext()) {
-        handle(*request);
+    for (Queued next = takeNext(); next.request; next = takeNext()) {
+        handle(next);
         noteHandled(1);
     }
 }
 
-/// Waits for the next request; null when the worker shall end.
-osg::ref_ptr<Category> CategoryCalcTool::takeNext()
+/// Waits for the next request; there is none when the worker shall end.
+CategoryCalcTool::Queued CategoryCalcTool::takeNext()
 {
     std::unique_lock<std::mutex> lock(_mutex);
     _wakeup.wait(lock, [this] { return _done || !_queue.empty(); });
-    if (_done) return nullptr;
-    osg::ref_ptr<Category> request = _queue.front();
+    if (_done) return {};
+    Queued next = std::move(_queue.front());
     _queue.pop_front();
-    return request;
+    return next;
 }
 
 void CategoryCalcTool::noteHandled(uint64_t requests)
@@ -195,15 +202,32 @@ void CategoryCalcTool::noteHandled(uint64_t requests)
     _handled.notify_all();
 }
 
-void CategoryCalcTool::handle(Category& request)
+std::vector<Status> CategoryCalcTool::takeRefusals()
 {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    std::vector<Status> refusals(_refusals.begin(), _refusals.end());
+    _refusals.clear();
+    return refusals;
+}
+
+void CategoryCalcTool::noteRefusal(const Status& status)
+{
+    constexpr size_t kMostRefusals = 100;
+    const std::lock_guard<std::mutex> lock(_mutex);
+    if (_refusals.size() == kMostRefusals) _refusals.pop_front();
+    _refusals.push_back(status);
+}
+
+void CategoryCalcTool::handle(const Queued& next)
+{
+    Category& request = *next.request;
     Status status;
     CategoryReport::Counts counts;
     switch (request.kind) {
     case Category::POLYGON:
     case Category::MASK:
     case Category::POINTS:
-        status = edit(request, counts);
+        status = edit(next, counts);
         break;
     case Category::UNDO:
         undo(counts);
@@ -219,21 +243,24 @@ void CategoryCalcTool::handle(Category& request)
     }
     if (request.report)
         request.report->set(status ? CategoryReport::DONE : CategoryReport::REFUSED, status, counts);
+    else if (!status)
+        noteRefusal(status);
 }
 
-Status CategoryCalcTool::edit(const Category& request, CategoryReport::Counts& counts)
+Status CategoryCalcTool::edit(const Queued& next, CategoryReport::Counts& counts)
 {
     EditContext context;
+    context.inScene = next.inScene;
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         context.clouds = _clouds;
         context.maskTool = _pixelBufferTool;
     }
     std::vector<CloudEdit> edits;
-    if (Status status = carryOut(request, context, edits); !status) return status;
+    if (Status status = carryOut(*next.request, context, edits); !status) return status;
     for (const CloudEdit& cloud : edits) {
         counts += cloud.outcome.counts;
-        if (!cloud.outcome.cells.empty()) PCViewerManager::getInstance()->requestRedraw(cloud.uid);
+        if (!cloud.outcome.cells.empty()) PCViewerManager::getInstance()->requestRedraw(cloud.viewer);
     }
     _history->add(std::move(edits));
     return {};
@@ -244,32 +271,31 @@ void CategoryCalcTool::undo(CategoryReport::Counts& counts)
     for (const CloudEdit& cloud : _history->undo()) {
         counts += cloud.outcome.counts;
         const osg::ref_ptr<VelIncrementalCompileOperation> operation =
-            PCViewerManager::getInstance()->acquireCompileOperation(cloud.uid);
+            PCViewerManager::getInstance()->acquireCompileOperation(cloud.viewer);
         if (operation) compileFirst(*operation, cloud.outcome.cells);
-        PCViewerManager::getInstance()->requestRedraw(cloud.uid);
+        PCViewerManager::getInstance()->requestRedraw(cloud.viewer);
     }
 }
 
 void CategoryCalcTool::reset(CategoryReport::Counts& counts)
 {
-    for (const CloudEdit& cloud : _history->reset()) {
+    for (const CloudEdit& cloud : _history->reset())
         counts += cloud.outcome.counts;
-        PCViewerManager::getInstance()->requestRedraw(cloud.uid);
-    }
+    PCViewerManager::getInstance()->requestRedraw();
 }
 
 void CategoryCalcTool::shutdown()
 {
     const std::lock_guard<std::mutex> one(_shutdownMutex);
-    std::deque<osg::ref_ptr<Category>> abandoned;
+    std::deque<Queued> abandoned;
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         _done = true;
         abandoned.swap(_queue);
         _wakeup.notify_all();
     }
-    for (const osg::ref_ptr<Category>& request : abandoned)
-        abandon(*request);
+    for (const Queued& queued : abandoned)
+        abandon(*queued.request);
     noteHandled(abandoned.size());
     if (_worker.joinable()) _worker.join();
 }

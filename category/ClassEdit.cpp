@@ -215,10 +215,11 @@ EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bo
 {
     EditOutcome outcome;
     if (!octree.pointFile) return outcome;
-    const std::lock_guard<std::mutex> one(editMutex());
-    const StoreEditLock lock(octree);
     const ScreenRules rules(octree, selection);
     const std::vector<CellData*> cells = rules.cells();
+    if (cells.empty()) return outcome;
+    const std::lock_guard<std::mutex> one(editMutex());
+    const StoreEditLock lock(octree);
     const int count = static_cast<int>(cells.size());
     if (!dryRun) outcome.cells.resize(cells.size());
 #pragma omp parallel num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))

@@ -19,7 +19,7 @@ void EditHistory::add(std::vector<CloudEdit> edit)
     for (CloudEdit& cloud : edit) {
         if (cloud.outcome.cells.empty()) continue;
         note(cloud.uid, cloud.outcome.cells);
-        step.push_back({cloud.uid, std::move(cloud.outcome.changes)});
+        step.push_back({cloud.uid, cloud.viewer, std::move(cloud.outcome.changes)});
     }
     if (!step.empty()) _history.push_back(std::move(step));
 }
@@ -31,7 +31,7 @@ std::vector<CloudEdit> EditHistory::undo()
     Step step = std::move(_history.back());
     _history.pop_back();
     for (CloudChange& cloud : step) {
-        undone.push_back({cloud.uid, revertChanges(std::move(cloud.cells))});
+        undone.push_back({cloud.uid, cloud.viewer, revertChanges(std::move(cloud.cells))});
         note(cloud.uid, undone.back().outcome.cells);
     }
     return undone;
@@ -44,7 +44,7 @@ std::vector<CloudEdit> EditHistory::reset()
         std::vector<CellClasses> baselines;
         for (const auto& [identifier, cell] : cloud)
             baselines.push_back({cell.place, cell.baseline});
-        undone.push_back({uid, restoreClasses(baselines)});
+        undone.push_back({uid, uid, restoreClasses(baselines)});
     }
     forgetAll();
     return undone;

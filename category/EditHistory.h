@@ -12,7 +12,8 @@
 /// What an edit did to one point cloud.
 struct CloudEdit
 {
-    std::string uid;
+    std::string uid;    ///< under which its changes are reported
+    std::string viewer; ///< name of the viewer that shows it
     EditOutcome outcome;
 };
 
@@ -49,6 +50,7 @@ private:
     struct CloudChange
     {
         std::string uid;
+        std::string viewer;
         std::vector<CellChange> cells;
     };
     using Step = std::vector<CloudChange>;

@@ -3,7 +3,13 @@
 #include "cull/ScreenMask.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
+#include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PolygonMaskTool.h>
+
+#include <osg/NodeVisitor>
+#include <osgViewer/Viewer>
+
+#include <algorithm>
 
 using VelBrx::Status;
 using namespace VelOsgDBBrx;
@@ -17,15 +23,69 @@ Status findCloud(const std::string& uid, const EditContext& context, osg::ref_pt
     return Status::failure("no point cloud is registered as \"" + uid + "\"; register it before editing it");
 }
 
-Status findTarget(const Category& request, osg::Referenced* target, const EditContext& context,
-                  osg::ref_ptr<OctreeInfo>& octree)
+/// A cloud to edit, and the name under which its changes are reported.
+struct Target
 {
-    if (!target) return findCloud(request.uid, context, octree);
-    if (auto* cloud = dynamic_cast<IPointCloud*>(target))
-        octree = cloud->getOctree();
+    std::string uid;
+    osg::ref_ptr<OctreeInfo> octree;
+};
+
+/// The clouds found in the scene. One that is not registered goes by the path of its store.
+std::vector<Target> targetsInScene(const EditContext& context)
+{
+    std::map<const OctreeInfo*, std::string> uids;
+    for (const auto& [uid, observed] : context.clouds) {
+        osg::ref_ptr<OctreeInfo> octree;
+        if (observed.lock(octree)) uids.emplace(octree.get(), uid);
+    }
+    std::vector<Target> targets;
+    for (const osg::observer_ptr<OctreeInfo>& observed : context.inScene) {
+        osg::ref_ptr<OctreeInfo> octree;
+        if (!observed.lock(octree)) continue;
+        const auto known = uids.find(octree.get());
+        targets.push_back({known == uids.end() ? octree->pointPath : known->second, octree});
+    }
+    return targets;
+}
+
+Status findTargets(const Category& request, osg::Referenced* target, const EditContext& context,
+                   std::vector<Target>& targets)
+{
+    osg::ref_ptr<OctreeInfo> octree = dynamic_cast<OctreeInfo*>(target);
+    if (auto* cloud = dynamic_cast<IPointCloud*>(target)) octree = cloud->getOctree();
+    if (octree)
+        targets = {{request.uid, octree}};
     else
-        octree = dynamic_cast<OctreeInfo*>(target);
-    return octree ? Status() : Status::failure("the edit's target is not a point cloud; give one");
+        targets = targetsInScene(context);
+    if (!targets.empty()) return {};
+    if (target) return Status::failure("the edit's target is not a point cloud and has none under it; give one");
+    targets = {{request.uid, nullptr}};
+    return findCloud(request.uid, context, targets.front().octree);
+}
+
+/// Collects the point clouds of a scene, hidden ones too.
+class CloudCollector : public osg::NodeVisitor
+{
+public:
+    CloudCollector() : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) { setNodeMaskOverride(~0u); }
+
+    void apply(osg::Group& group) override
+    {
+        auto* cloud = dynamic_cast<IPointCloud*>(&group);
+        if (!cloud) return traverse(group);
+        const osg::observer_ptr<OctreeInfo> octree = cloud->getOctree();
+        if (std::find(clouds.begin(), clouds.end(), octree) == clouds.end()) clouds.push_back(octree);
+    }
+
+    std::vector<osg::observer_ptr<OctreeInfo>> clouds;
+};
+
+osg::Referenced* targetOf(const osg::Referenced* record)
+{
+    if (const auto* package = dynamic_cast<const Package*>(record)) return targetOf(package->target);
+    if (const auto* pixels = dynamic_cast<const PixelBuffer*>(record)) return pixels->target;
+    if (const auto* polygon = dynamic_cast<const PolygonCmd*>(record)) return polygon->target;
+    return nullptr;
 }
 
 Status noMask()
@@ -33,14 +93,30 @@ Status noMask()
     return Status::failure("no mask of the selection could be had; check its size and its source");
 }
 
-/// Carries out an edit on the screen of one point cloud.
+/// Carries out an edit on the screen.
 Status editScreen(const Category& request, osg::Referenced* target, const ScreenSelection& selection,
                   const EditContext& context, std::vector<CloudEdit>& edits)
 {
-    osg::ref_ptr<OctreeInfo> octree;
-    if (Status status = findTarget(request, target, context, octree); !status) return status;
-    edits.push_back({request.uid, editClasses(*octree, selection, request.dryRun)});
+    std::vector<Target> targets;
+    if (Status status = findTargets(request, target, context, targets); !status) return status;
+    for (const Target& cloud : targets)
+        edits.push_back({cloud.uid, request.uid, editClasses(*cloud.octree, selection, request.dryRun)});
     return {};
+}
+
+osg::ref_ptr<PixelBufferTool> maskTool(const EditContext& context)
+{
+    return context.maskTool ? context.maskTool : new PolygonMaskTool;
+}
+
+/// The mask that the record brings, or else one of its polygon.
+ScreenMask maskOf(const PixelBuffer& record, int width, int height, const EditContext& context)
+{
+    if (record.mask) return ScreenMask(osg::ref_ptr<const osg::Image>(record.mask), width, height);
+    std::vector<osg::Vec2d> polygon = record.base.polygon;
+    for (osg::Vec2d& vertex : polygon)
+        vertex.set(vertex.x() * width / record.base.width, vertex.y() * height / record.base.height);
+    return ScreenMask(maskTool(context), polygon, width, height);
 }
 
 Status edit(const Category& request, const PolygonCmd& record, const EditContext& context,
@@ -48,8 +124,7 @@ Status edit(const Category& request, const PolygonCmd& record, const EditContext
 {
     const Base& base = record.base;
     if (Status status = checkBase(base); !status) return status;
-    const osg::ref_ptr<PixelBufferTool> tool = context.maskTool ? context.maskTool : new PolygonMaskTool;
-    const ScreenMask mask(tool, base.polygon, base.width, base.height);
+    const ScreenMask mask(maskTool(context), base.polygon, base.width, base.height);
     if (!mask.isValid()) return noMask();
     return editScreen(request, record.target, {base, mask, base.polygon}, context, edits);
 }
@@ -59,11 +134,13 @@ Status edit(const Category& request, const PixelBuffer& record, const EditContex
 {
     const Base& base = record.base;
     if (Status status = checkBase(base); !status) return status;
-    const ScreenMask mask(record.mask, record.maskWidth, record.maskHeight);
+    const bool hasSize = record.mask || record.maskWidth != 0 || record.maskHeight != 0;
+    const ScreenMask mask = maskOf(record, hasSize ? record.maskWidth : base.width,
+                                   hasSize ? record.maskHeight : base.height, context);
     if (!mask.isValid()) return noMask();
     // The first column and row of a mask reach one of its pixels beyond the window.
-    const double left = -static_cast<double>(base.width) / record.maskWidth;
-    const double top = -static_cast<double>(base.height) / record.maskHeight;
+    const double left = -static_cast<double>(base.width) / mask.width();
+    const double top = -static_cast<double>(base.height) / mask.height();
     const double right = base.width;
     const double bottom = base.height;
     const std::vector<osg::Vec2d> window{{left, top}, {right, top}, {right, bottom}, {left, bottom}};
@@ -104,12 +181,26 @@ Status edit(const Category& request, const CategoryBuffer& record, const EditCon
     }
     const bool hiddenToo = record.flag & Base::HIDDEN_POINTS;
     for (CloudPoints& cloud : clouds)
-        edits.push_back(
-            {cloud.uid, editClasses(*cloud.octree, std::move(cloud.points), hiddenToo, request.dryRun)});
+        edits.push_back({cloud.uid, cloud.uid,
+                         editClasses(*cloud.octree, std::move(cloud.points), hiddenToo, request.dryRun)});
     return {};
 }
 
 } // namespace
+
+std::vector<osg::observer_ptr<OctreeInfo>> cloudsInScene(const Category& request, bool uidIsCloud)
+{
+    CloudCollector collector;
+    osg::Referenced* const target = targetOf(request.payload);
+    if (auto* group = dynamic_cast<osg::Group*>(target)) group->accept(collector);
+    if (target || uidIsCloud) return collector.clouds;
+    osgViewer::ViewerBase::Views views;
+    if (osgViewer::Viewer* viewer = PCViewerManager::getInstance()->getViewer(request.uid))
+        viewer->getViews(views);
+    for (osgViewer::View* view : views)
+        if (view->getSceneData()) view->getSceneData()->accept(collector);
+    return collector.clouds;
+}
 
 Status carryOut(const Category& request, const EditContext& context, std::vector<CloudEdit>& edits)
 {

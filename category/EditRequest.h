@@ -18,8 +18,15 @@
 struct EditContext
 {
     std::map<std::string, osg::observer_ptr<OctreeInfo>> clouds; ///< by uid
+    std::vector<osg::observer_ptr<OctreeInfo>> inScene;          ///< what `cloudsInScene` found
     osg::ref_ptr<VelOsgDBBrx::PixelBufferTool> maskTool;         ///< null: a `PolygonMaskTool`
 };
+
+/// The clouds that a request means by where they are in a scene: those under the group that is its record's
+/// target, or, without a target and unless `uidIsCloud`, those of the viewer that its uid names. Reads the
+/// scene: for the thread that may.
+std::vector<osg::observer_ptr<OctreeInfo>> cloudsInScene(const VelOsgDBBrx::Category& request,
+                                                         bool uidIsCloud);
 
 /// Carries an edit request out. A failure says why nothing was done.
 VelBrx::Status carryOut(const VelOsgDBBrx::Category& request, const EditContext& context,

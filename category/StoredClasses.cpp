@@ -18,8 +18,6 @@ using VelBrx::Status;
 
 namespace {
 
-constexpr int kClassByte = 16;
-
 using Cell = UnwrittenClasses::Cell;
 
 /// Touches nothing but the bytes that change.

@@ -2,9 +2,14 @@
 
 #include <VelOsgDBBrx/CullCmdManager.h>
 
+#include <algorithm>
+
 namespace VelOsgDBBrx {
 
-BaseCmd::BaseCmd(int barrierCount, bool save) : OpenThreads::Barrier(barrierCount), _save(save) {}
+/// A barrier for no thread would never open.
+BaseCmd::BaseCmd(int barrierCount, bool save) : OpenThreads::Barrier(std::max(barrierCount, 1)), _save(save)
+{
+}
 
 BaseCmd::~BaseCmd() = default;
 

@@ -152,7 +152,8 @@ void LineEnHancement::calc(CullCmdManager*)
             else
                 ++result.storesGone;
         }
-    }
+    } else
+        result.maskMissing = true;
     _finished = true;
     report(result);
     block(0);

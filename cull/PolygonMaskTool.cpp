@@ -1,20 +1,16 @@
 #include <VelOsgDBBrx/PolygonMaskTool.h>
 
-#include <cairo.h>
-
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
-#include <limits>
-#include <memory>
+#include <utility>
 
 namespace VelOsgDBBrx {
 
 namespace {
 
 using Polygon = std::vector<osg::Vec2d>;
-using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
-using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
 
 /// The part of a polygon on the side of a line where `sign` * (vertex[axis] - bound) >= 0. What the even-odd
 /// rule says of that side stays the same, also for a polygon that crosses itself.
@@ -36,7 +32,7 @@ Polygon clipped(const Polygon& polygon, int axis, double bound, double sign)
     return kept;
 }
 
-/// Cairo's coordinates are fixed-point with 24 bits before the point: far vertices are brought near first.
+/// Fixed-point coordinates hold no far vertices: these are brought near first.
 Polygon nearWindow(const Polygon& polygon, int width, int height)
 {
     constexpr double kMargin = 16;
@@ -55,26 +51,73 @@ bool isUsable(const Polygon& polygon)
            });
 }
 
-/// Turns over every pixel between an edge and the line x = `left`, which it does not reach beyond.
-void turnOver(cairo_t* context, double left, const osg::Vec2d& from, const osg::Vec2d& to)
+/// Coordinates in steps of 1/256 pixel: so that who draws two polygons with a common edge covers no pixel
+/// twice, rounded vertices decide and the arithmetic after that is exact.
+struct FixedPoint
 {
-    cairo_move_to(context, left, from.y());
-    cairo_line_to(context, from.x(), from.y());
-    cairo_line_to(context, to.x(), to.y());
-    cairo_line_to(context, left, to.y());
-    cairo_close_path(context);
-    cairo_fill(context);
+    static constexpr int64_t kOne = 256;
+
+    explicit FixedPoint(const osg::Vec2d& v) : x(std::llrint(v.x() * kOne)), y(std::llrint(v.y() * kOne)) {}
+
+    int64_t x;
+    int64_t y;
+};
+
+/// The first pixel whose centre lies at a coordinate or beyond it.
+int64_t firstPixel(int64_t coordinate)
+{
+    constexpr int64_t kJustBelowCentre = FixedPoint::kOne / 2 - 1;
+    return (coordinate + kJustBelowCentre) >> 8;
 }
 
-/// Covers the pixels that lie left of an odd number of edges. Filled at once, a polygon without antialiasing
-/// would lose its gaps of one pixel: cairo joins what it covers left and right of them.
-void fill(cairo_t* context, const Polygon& polygon)
+int64_t floorDivide(int64_t dividend, int64_t divisor)
 {
-    double left = std::numeric_limits<double>::max();
-    for (const osg::Vec2d& vertex : polygon)
-        left = std::min(left, vertex.x());
-    for (size_t i = 0; i < polygon.size(); ++i)
-        turnOver(context, left, polygon[i], polygon[(i + 1) % polygon.size()]);
+    const int64_t quotient = dividend / divisor;
+    return quotient - (dividend % divisor < 0);
+}
+
+/// Turns over, in every row that the edge crosses, the first pixel right of it.
+void turnOver(osg::Image& mask, FixedPoint top, FixedPoint bottom)
+{
+    if (top.y > bottom.y) std::swap(top, bottom);
+    const int64_t first = std::max<int64_t>(firstPixel(top.y), 0);
+    const int64_t end = std::min<int64_t>(firstPixel(bottom.y), mask.t());
+    if (first >= end) return;
+
+    // x = start + quotient, and remainder / height beyond that; both grow by a constant from row to row.
+    const int64_t height = bottom.y - top.y;
+    const int64_t width = bottom.x - top.x;
+    const int64_t toCentre = (first * FixedPoint::kOne + FixedPoint::kOne / 2 - 1 - top.y) * width;
+    int64_t x = top.x + floorDivide(toCentre, height);
+    int64_t remainder = toCentre - (x - top.x) * height;
+    const int64_t step = floorDivide(width * FixedPoint::kOne, height);
+    const int64_t stepRemainder = width * FixedPoint::kOne - step * height;
+
+    const int64_t columns = mask.s();
+    const size_t pitch = mask.getRowStepInBytes();
+    uint8_t* row = mask.data(0, static_cast<unsigned>(first));
+    for (int64_t y = first; y < end; ++y, row += pitch) {
+        const int64_t column = std::max<int64_t>(firstPixel(x), 0);
+        if (column < columns) row[column] ^= 1;
+        x += step;
+        remainder += stepRemainder;
+        if (remainder < height) continue;
+        remainder -= height;
+        ++x;
+    }
+}
+
+/// Covers the pixels that have an odd number of turned ones at and left of them.
+void fillRows(osg::Image& mask)
+{
+    for (int row = 0; row < mask.t(); ++row) {
+        uint8_t* pixel = mask.data(0, row);
+        uint8_t covered = 0;
+        for (uint8_t* const end = pixel + mask.s(); pixel != end; ++pixel) {
+            covered ^= *pixel;
+            *pixel = static_cast<uint8_t>(-covered);
+        }
+    }
 }
 
 } // namespace
@@ -114,24 +157,18 @@ void PolygonMaskTool::addPolygon(const std::vector<osg::Vec2d>& polygon)
 osg::ref_ptr<osg::Image> PolygonMaskTool::createMask(int width, int height)
 {
     if (width < 1 || height < 1) return nullptr;
-    // Cairo draws right into the image: both align rows to four bytes.
-    constexpr int kRowAlignment = 4;
     osg::ref_ptr<osg::Image> mask = new osg::Image;
-    mask->allocateImage(width, height, 1, GL_LUMINANCE, GL_UNSIGNED_BYTE, kRowAlignment);
+    mask->allocateImage(width, height, 1, GL_LUMINANCE, GL_UNSIGNED_BYTE);
     if (!mask->data()) return nullptr;
     mask->setOrigin(osg::Image::TOP_LEFT);
     std::memset(mask->data(), 0, mask->getTotalSizeInBytes());
-
-    const Surface surface(cairo_image_surface_create_for_data(mask->data(), CAIRO_FORMAT_A8, width, height,
-                                                              static_cast<int>(mask->getRowStepInBytes())),
-                          cairo_surface_destroy);
-    const Context context(cairo_create(surface.get()), cairo_destroy);
-    cairo_set_antialias(context.get(), CAIRO_ANTIALIAS_NONE);
-    cairo_set_operator(context.get(), CAIRO_OPERATOR_XOR);
-    for (const Polygon& polygon : _polygons)
-        fill(context.get(), nearWindow(polygon, width, height));
-    cairo_surface_flush(surface.get());
-    return cairo_status(context.get()) == CAIRO_STATUS_SUCCESS ? mask : nullptr;
+    for (const Polygon& polygon : _polygons) {
+        const Polygon near = nearWindow(polygon, width, height);
+        for (size_t i = 0; i < near.size(); ++i)
+            turnOver(*mask, FixedPoint(near[i]), FixedPoint(near[(i + 1) % near.size()]));
+    }
+    fillRows(*mask);
+    return mask;
 }
 
 } // namespace VelOsgDBBrx

@@ -172,9 +172,10 @@ void PolygonPointCmd::editStore(OctreeInfo& octree, const ScreenMask& mask, CmdR
                                 outside);
     const bool hides = _edit == Edit::HIDE;
 
+    const std::vector<CellData*> reached = cellsInside(octree, planes);
+    if (reached.empty()) return;
     const StoreEditLock lock(octree);
-    std::vector<ChangeRecord::Cell> cells =
-        markCells(octree, cellsInside(octree, planes), test, hides ? hide : show, result);
+    std::vector<ChangeRecord::Cell> cells = markCells(octree, reached, test, hides ? hide : show, result);
     if (cells.empty()) return;
     editLoadedCells(cells, hides ? 0 : kHiddenAttributeBits, hides ? kCulledAttributeBit : 0);
     _changes->stores.push_back({&octree, std::move(cells)});

@@ -12,6 +12,7 @@
 /// The point records of a store as commands and picks see them.
 
 constexpr int kRecordSize = 36;
+constexpr int kClassByte = 16;
 constexpr int kGpsTimeByte = 22;
 
 /// The hidden bits are 0x0F00 of the little-endian flag word at byte 14: the low bits of byte 15. They are

@@ -4,6 +4,7 @@
 
 #include <VelOsgDBBrx/CategoryCalcTool.h>
 #include <VelOsgDBBrx/CullCmdManager.h>
+#include <VelOsgDBBrx/LineSearchCmd.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudHelper.h>
@@ -106,16 +107,23 @@ EditSession::Running* EditSession::begin(const std::string& operation)
 
 /// As `begin`, for what is drawn on the screen. Null too when it has been refused, which ends the operation.
 EditSession::Running* EditSession::beginOnScreen(const std::string& operation, const Polygon& vertices,
-                                                 size_t fewest)
+                                                 size_t fewest, double margin)
 {
     Running* running = begin(operation);
     if (!running) return nullptr;
     _view = windowViewOf(*_viewer.getCamera());
-    if (!_view)
+    _vertices = vertices;
+    const bool hasWindow = _view.has_value();
+    if (hasWindow && _reach == Reach::OUTLINE) _view = _view->widenedTo(_vertices, margin);
+    if (!hasWindow)
         refuse(running->outcome, "the viewer has no single window to draw on");
     else if (vertices.size() < fewest)
         refuse(running->outcome, "needs at least " + std::to_string(fewest) + " vertices, " +
                                      std::to_string(vertices.size()) + " are given");
+    else if (!_view)
+        refuse(running->outcome,
+               "reaches too far beyond the window; look from further away, so that more of it "
+               "is in the window");
     return running->outcome.ok ? running : nullptr;
 }
 
@@ -134,7 +142,7 @@ bool EditSession::hide(const Polygon& polygon, Type side)
     if (!running) return true;
     const osg::ref_ptr<CullCmd> cmd = new CullCmd(kNobodyWaits);
     cmd->setType(side);
-    pushCull(*running, cmd, polygon, Edit::HIDDEN);
+    pushCull(*running, cmd, Edit::HIDDEN);
     return true;
 }
 
@@ -142,13 +150,13 @@ bool EditSession::show(const Polygon& polygon)
 {
     if (isBusy()) return false;
     Running* running = beginOnScreen("show", polygon, 3);
-    if (running) pushCull(*running, new XorCullCmd(kNobodyWaits), polygon, Edit::SHOWN);
+    if (running) pushCull(*running, new XorCullCmd(kNobodyWaits), Edit::SHOWN);
     return true;
 }
 
-void EditSession::pushCull(Running& running, PolygonPointCmd* cmd, const Polygon& polygon, Edit::Kind kind)
+void EditSession::pushCull(Running& running, PolygonPointCmd* cmd, Edit::Kind kind)
 {
-    Polygon fromTop = _view->fromTop(polygon);
+    Polygon fromTop = _view->fromTop(_vertices);
     std::vector<osg::observer_ptr<OctreeInfo>> clouds = octrees();
     std::vector<osg::Vec4d> planes = _scene.clipPlanes();
     cmd->setPolygon(fromTop);
@@ -211,7 +219,7 @@ bool EditSession::select(const Polygon& polygon, bool add)
     _journal.push_back({Edit::SELECTION, running->outcome.operation});
     Reclassification count;
     count.dryRun = true;
-    pushClassEdits(running->work, polygon, count);
+    pushClassEdit(running->work, count);
     running->conclude = [](Running& ended) { ended.outcome.points = ended.work.counts().selected; };
     return true;
 }
@@ -234,32 +242,42 @@ bool EditSession::segment(bool selectedOnly)
 bool EditSession::line(const Polygon& vertices, double width)
 {
     if (isBusy()) return false;
-    Running* running = beginOnScreen("line", vertices, 2);
+    Running* running = beginOnScreen("line", vertices, 2, width / 2 + 1);
     if (!running) return true;
     if (!(width > 0 && width <= kWidestLine)) {
         refuse(running->outcome, "a line is above 0 and at most 1000 pixels wide");
         return true;
     }
-    const osg::ref_ptr<LineEnHancement> cmd = new LineEnHancement(
-        hatch(vertices, width), 1, kHatchWidth, LineEnHancement::VISIBLE_POINTS, kNobodyWaits);
-    std::vector<osg::observer_ptr<OctreeInfo>> clouds = octrees();
-    cmd->setOctreeInfos(clouds);
+    const osg::ref_ptr<LineSearchCmd> cmd = new LineSearchCmd(kNobodyWaits);
+    cmd->setLine(_vertices, width);
     cmd->setVPW(_view->vpw);
+    cmd->setWidth(_view->width);
+    cmd->setHeight(_view->height);
+    cmd->setClipPlane(_scene.clipPlanes());
+    cmd->setShownClasses(_scene.shownClasses());
+    cmd->setOctreeInfos(octrees());
     cmd->setUid(kViewerUid);
-    running->conclude = [this, cmd, vertices, width](Running& ended) {
-        _lineHits = std::move(cmd->getAllLineEnHancementPoint());
-        concludeLine(ended, vertices, width);
+    const osg::Vec2d toWindow = vertices.front() - _vertices.front();
+    running->conclude = [this, cmd, width, toWindow](Running& ended) {
+        _lineHits = std::move(cmd->points());
+        concludeLine(ended, width);
+        for (LineEnHancement::LineEnHancementPoint& hit : _lineHits) {
+            hit.x += toWindow.x();
+            hit.y += toWindow.y();
+        }
     };
     running->work.push(cmd);
     return true;
 }
 
-void EditSession::concludeLine(Running& running, const Polygon& vertices, double width)
+void EditSession::concludeLine(Running& running, double width)
 {
     concludeCommands(running);
+    if (running.work.commands().maskMissing)
+        refuse(running.outcome, "this line has no length that could be searched; give it two places");
     running.outcome.points = _lineHits.size();
     const std::vector<osg::Vec2f> outline =
-        outlineInWorld(vertices, width, _lineHits, osg::Matrixd::inverse(_view->vpw));
+        outlineInWorld(_vertices, width, _lineHits, osg::Matrixd::inverse(_view->vpw));
     PointCloudHelper::setEnhancedLine(_scene.root(), outline, kEnhancedColor, kEnhancedSize);
     if (!outline.empty()) _journal.push_back({Edit::LINE, running.outcome.operation});
 }
@@ -278,16 +296,16 @@ bool EditSession::reclassify(const Polygon& polygon, const Reclassification& cha
     }
     const bool dryRun = change.dryRun;
     running->conclude = [this, dryRun](Running& ended) { concludeClasses(ended, dryRun); };
-    pushClassEdits(running->work, polygon, change);
+    pushClassEdit(running->work, change);
     return true;
 }
 
-/// A request for each cloud that can have points under the polygon: a scene may have thousands.
-void EditSession::pushClassEdits(EditWork& work, const Polygon& polygon, const Reclassification& change) const
+/// One request, so that all clouds share one mask: a scene may have thousands.
+void EditSession::pushClassEdit(EditWork& work, const Reclassification& change) const
 {
     const osg::ref_ptr<PolygonCmd> edit = new PolygonCmd;
     Base& base = edit->base;
-    base.polygon = _view->fromTop(polygon);
+    base.polygon = _view->fromTop(_vertices);
     base.vpw = _view->vpw;
     base.width = _view->width;
     base.height = _view->height;
@@ -295,14 +313,10 @@ void EditSession::pushClassEdits(EditWork& work, const Polygon& polygon, const R
     base.shownClasses = _scene.shownClasses();
     base.toClass = change.toClass;
     if (!change.fromClasses.empty()) base.setFromClasses(change.fromClasses);
-    for (size_t i = 0; i < _uids.size(); ++i) {
-        IPointCloud& cloud = *_scene.clouds()[i].node;
-        const OctreeInfo& octree = *cloud.getOctree();
-        if (!_view->mayCover(polygon, osg::BoundingBoxd(octree.min, octree.max), placeOf(cloud))) continue;
-        const osg::ref_ptr<Category> request = new Category(_uids[i], edit);
-        request->dryRun = change.dryRun;
-        work.push(request);
-    }
+    edit->target = _scene.root();
+    const osg::ref_ptr<Category> request = new Category(kViewerUid, edit);
+    request->dryRun = change.dryRun;
+    work.push(request);
 }
 
 void EditSession::concludeClasses(Running& running, bool dryRun)
@@ -316,9 +330,8 @@ void EditSession::concludeClasses(Running& running, bool dryRun)
     else if (counts.cellsUnreadable > 0)
         refuse(outcome, std::to_string(counts.cellsUnreadable) +
                             " cells could not be read and were left out; brx verify tells more");
-    const unsigned requests = running.work.changingRequests();
-    if (dryRun || requests == 0) return;
-    _journal.push_back({Edit::CLASSES, outcome.operation, requests});
+    if (dryRun || counts.changed == 0) return;
+    _journal.push_back({Edit::CLASSES, outcome.operation});
     for (unsigned code = 0; code < counts.after.size(); ++code)
         if (counts.after[code] > 0) _scene.noteClass(static_cast<uint8_t>(code));
     if (outcome.ok && !readOnlyStores().empty())
@@ -339,6 +352,7 @@ bool EditSession::undo()
     const Edit edit = _journal.back();
     _journal.pop_back();
     running->outcome.operation += " " + edit.operation;
+    running->outcome.undone = edit.operation;
     takeBack(*running, edit);
     return true;
 }
@@ -362,8 +376,7 @@ void EditSession::takeBack(Running& running, const Edit& edit)
         PointCloudHelper::clearEnhancedLine(_scene.root());
         break;
     case Edit::CLASSES:
-        for (unsigned i = 0; i < edit.requests; ++i)
-            running.work.push(classRequest(Category::UNDO));
+        running.work.push(classRequest(Category::UNDO));
         running.conclude = [](Running& ended) {
             ended.outcome.points = ended.work.counts().changed;
             if (const VelBrx::Status status = ended.work.status(); !status)
@@ -380,8 +393,7 @@ bool EditSession::undoAll()
     dropSelection();
     running->work.push(new AllUndoCmd(kNobodyWaits));
     for (const Edit& edit : _journal)
-        for (unsigned i = 0; i < edit.requests; ++i)
-            running->work.push(classRequest(Category::UNDO));
+        if (edit.kind == Edit::CLASSES) running->work.push(classRequest(Category::UNDO));
     _journal.clear();
     running->conclude = [this](Running& ended) {
         concludeCommands(ended);

@@ -32,6 +32,8 @@ struct EditOutcome
     /// Of a reclassification: the visible points under the polygon by class, before and after.
     std::optional<VelOsgDBBrx::CategoryCounts> classes;
 
+    std::string undone; ///< of an undo: the operation that was taken back; empty when there was none
+
     std::string message; ///< one line; empty where there is nothing to add
 };
 
@@ -79,6 +81,15 @@ public:
     EditSession(const EditSession&) = delete;
     EditSession& operator=(const EditSession&) = delete;
 
+    /// How far the outlines of the operations from now on reach.
+    enum class Reach
+    {
+        WINDOW, ///< what lies beyond the window is not meant; at first
+        /// All of the outline, also beyond the window. One that is more than some windows large is refused.
+        OUTLINE
+    };
+    void setReach(Reach reach) { _reach = reach; }
+
     /// \name Operations
     /// Each returns false while another is running.
     /// @{
@@ -95,9 +106,10 @@ public:
     /// Refused where nothing is selected.
     bool segment(bool selectedOnly);
 
-    /// Finds the visible points under a line of `width` pixels, see `lineHits`, and makes the strip of ground
-    /// that it covers, seen from above, stand out in the picture; the strip is as exact as floats of world
-    /// coordinates. The strip replaces that of the line before; undo takes it away.
+    /// Finds the visible points under a line of `width` pixels, see `lineHits`: not hidden, inside the clip
+    /// planes, of a class that is shown. Its ends are cut off square, its bends are round. Makes the strip of
+    /// ground that it covers, seen from above, stand out in the picture; the strip is as exact as floats of
+    /// world coordinates. The strip replaces that of the line before; undo takes it away.
     bool line(const Polygon& vertices, double width);
 
     bool reclassify(const Polygon& polygon, const Reclassification& change);
@@ -150,7 +162,6 @@ private:
         };
         Kind kind;
         std::string operation;
-        unsigned requests = 0; ///< of CLASSES: number of requests that changed something
     };
 
     struct Running
@@ -161,14 +172,14 @@ private:
     };
 
     Running* begin(const std::string& operation);
-    Running* beginOnScreen(const std::string& operation, const Polygon& vertices, size_t fewest);
-    void pushCull(Running& running, VelOsgDBBrx::PolygonPointCmd* cmd, const Polygon& polygon,
-                  Edit::Kind kind);
-    void pushClassEdits(EditWork& work, const Polygon& polygon, const Reclassification& change) const;
+    Running* beginOnScreen(const std::string& operation, const Polygon& vertices, size_t fewest,
+                           double margin = 1);
+    void pushCull(Running& running, VelOsgDBBrx::PolygonPointCmd* cmd, Edit::Kind kind);
+    void pushClassEdit(EditWork& work, const Reclassification& change) const;
     void concludeCommands(Running& running) const;
     void concludeCull(Running& running, Edit::Kind kind);
     void concludeClasses(Running& running, bool dryRun);
-    void concludeLine(Running& running, const Polygon& vertices, double width);
+    void concludeLine(Running& running, double width);
     void noteSegment(EditOutcome& outcome) const;
     void takeBack(Running& running, const Edit& edit);
     void dropSelection();
@@ -179,7 +190,9 @@ private:
     osgViewer::Viewer& _viewer;
     std::vector<std::string> _uids;                           ///< of the clouds, in their order
     std::vector<VelOsgDBBrx::SelectSegmentStack> _selections; ///< of the clouds, in their order
-    std::optional<WindowView> _view;                          ///< of the operation that begins
+    Reach _reach = Reach::WINDOW;
+    std::optional<WindowView> _view; ///< of the operation that begins; as wide as it reaches
+    Polygon _vertices;               ///< of the same operation, in pixels of `_view`
     std::optional<Running> _running;
     std::vector<Edit> _journal; ///< the newest last
     std::vector<VelOsgDBBrx::LineEnHancement::LineEnHancementPoint> _lineHits;

@@ -62,12 +62,6 @@ CategoryCounts EditWork::counts() const
     return sum;
 }
 
-unsigned EditWork::changingRequests() const
-{
-    return static_cast<unsigned>(std::count_if(
-        _reports.begin(), _reports.end(), [](const auto& report) { return report->counts().changed > 0; }));
-}
-
 Status EditWork::status()
 {
     for (const auto& report : _reports)

@@ -34,9 +34,6 @@ public:
     /// What the requests did, summed.
     VelOsgDBBrx::CategoryCounts counts() const;
 
-    /// Number of requests that changed points.
-    unsigned changingRequests() const;
-
     /// The first failure of a request or of the save.
     VelBrx::Status status();
     /// @}

@@ -43,25 +43,6 @@ osg::Vec2d toWorld(const osg::Vec2d& window, double depth, const osg::Matrixd& w
 
 } // namespace
 
-Polyline hatch(const Polyline& line, double width)
-{
-    const std::vector<osg::Vec2f> outline = LineEnHancement::outline(line, width);
-    const size_t vertices = outline.size() / 2;
-    if (vertices == 0) return {};
-    const int steps = std::max(1, static_cast<int>(std::ceil(width)));
-    Polyline strokes;
-    for (int step = 0; step <= steps; ++step) {
-        const float share = static_cast<float>(step) / static_cast<float>(steps);
-        for (size_t i = 0; i < vertices; ++i) {
-            const size_t vertex = step % 2 ? vertices - 1 - i : i;
-            const osg::Vec2f left = outline[vertex];
-            const osg::Vec2f right = outline[outline.size() - 1 - vertex];
-            strokes.push_back(left + (right - left) * share);
-        }
-    }
-    return strokes;
-}
-
 std::vector<osg::Vec2f> outlineInWorld(const Polyline& line, double width,
                                        const std::vector<LineEnHancement::LineEnHancementPoint>& hits,
                                        const osg::Matrixd& windowToWorld)

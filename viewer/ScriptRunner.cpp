@@ -234,6 +234,8 @@ private:
     {
         EditSession::Polygon vertices;
         if (Status status = toWindow(outline, vertices); !status) return status;
+        const bool beyondWindow = !outline.world.empty();
+        _session->setReach(beyondWindow ? EditSession::Reach::OUTLINE : EditSession::Reach::WINDOW);
         return finish(start(vertices));
     }
 
@@ -244,6 +246,7 @@ private:
         const EditOutcome outcome = _session->wait();
         ordered_json& line = *_line;
         line["points"] = outcome.points;
+        if (!outcome.undone.empty()) line["undone"] = outcome.undone;
         if (outcome.classes) {
             line["selected"] = outcome.classes->selected;
             line["before"] = histogram(outcome.classes->before);

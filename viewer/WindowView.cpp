@@ -2,22 +2,25 @@
 
 #include <osg/GraphicsContext>
 
-bool WindowView::mayCover(const std::vector<osg::Vec2d>& polygon, const osg::BoundingBoxd& box,
-                          const osg::Matrixd& localToWorld) const
+#include <algorithm>
+#include <cmath>
+
+std::optional<WindowView> WindowView::widenedTo(std::vector<osg::Vec2d>& vertices, double margin) const
 {
-    const osg::Matrixd toWindow = localToWorld * vpw;
-    osg::BoundingBoxd seen;
-    for (unsigned i = 0; i < 8; ++i) {
-        const osg::Vec4d corner = osg::Vec4d(box.corner(i), 1) * toWindow;
-        if (corner.w() <= 0) return true; // reaches behind the camera, and may be anywhere
-        seen.expandBy(corner.x() / corner.w(), corner.y() / corner.w(), 0);
-    }
-    osg::BoundingBoxd drawn;
-    for (const osg::Vec2d& vertex : polygon)
-        drawn.expandBy(vertex.x(), vertex.y(), 0);
-    constexpr double kPixel = 1; // a mask has whole pixels
-    return drawn.valid() && seen.xMin() <= drawn.xMax() + kPixel && seen.xMax() >= drawn.xMin() - kPixel &&
-           seen.yMin() <= drawn.yMax() + kPixel && seen.yMax() >= drawn.yMin() - kPixel;
+    constexpr double kMostPixels = 1 << 28;
+    osg::Vec2d min(0, 0);
+    osg::Vec2d max(width, height);
+    for (const osg::Vec2d& vertex : vertices)
+        for (int axis : {0, 1}) {
+            min[axis] = std::min(min[axis], std::floor(vertex[axis] - margin));
+            max[axis] = std::max(max[axis], std::ceil(vertex[axis] + margin));
+        }
+    const osg::Vec2d size = max - min;
+    if (!(size.x() * size.y() <= kMostPixels)) return std::nullopt;
+    for (osg::Vec2d& vertex : vertices)
+        vertex -= min;
+    return WindowView{vpw * osg::Matrixd::translate(-min.x(), -min.y(), 0), static_cast<int>(size.x()),
+                      static_cast<int>(size.y())};
 }
 
 std::vector<osg::Vec2d> WindowView::fromTop(std::vector<osg::Vec2d> vertices) const

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <osg/BoundingBox>
 #include <osg/Camera>
 #include <osg/Matrixd>
 #include <osg/Vec2d>
@@ -15,10 +14,9 @@ struct WindowView
     int width = 0;    ///< of the whole window, pixels
     int height = 0;
 
-    /// False when nothing in the box, in the frame that `localToWorld` starts from, can lie under the
-    /// polygon.
-    bool mayCover(const std::vector<osg::Vec2d>& polygon, const osg::BoundingBoxd& box,
-                  const osg::Matrixd& localToWorld) const;
+    /// The view of a larger window that holds this one and the vertices, with `margin` pixels around each,
+    /// too. The vertices are turned into pixels of it. Empty when that window would be too large for a mask.
+    std::optional<WindowView> widenedTo(std::vector<osg::Vec2d>& vertices, double margin) const;
 
     /// Vertices with y up counted from the window's top instead.
     std::vector<osg::Vec2d> fromTop(std::vector<osg::Vec2d> vertices) const;

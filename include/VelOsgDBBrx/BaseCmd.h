@@ -28,7 +28,7 @@ struct CmdResult
     uint64_t cellsUnreadable = 0; ///< cells left out, whole or in part: their records could not be mapped
     unsigned storesReadOnly = 0;  ///< stores left unchanged because their file cannot be written
     unsigned storesGone = 0;      ///< stores that had been deleted before the command ran
-    bool maskMissing = false;     ///< no mask of the polygon could be had; nothing was changed
+    bool maskMissing = false; ///< no mask of the polygon or line could be had; nothing was changed or found
 };
 
 /// A command for `CullCmdManager`, and the barrier on which its caller waits for it.
@@ -65,8 +65,9 @@ public:
     CmdResult getResult() const;
 
 protected:
-    /// `barrierCount`: how many threads meet at the barrier, the worker included.
-    BaseCmd(int barrierCount, bool save);
+    /// `barrierCount`: how many threads meet at the barrier, the worker included; 1, or less, blocks nobody.
+    /// `save`: whether the manager keeps the command for undo.
+    explicit BaseCmd(int barrierCount, bool save = false);
     ~BaseCmd() override;
 
     /// Stores what the command did, as DONE. Called on the worker before `block(0)`.

@@ -98,7 +98,8 @@ struct VEL_OSGDB_BRX_EXPORT Category : public osg::Referenced
     int32_t kind = POLYGON;
 
     /// The point cloud, by the name under which `CategoryCalcTool::registerCloud` knows it, under which its
-    /// changes are reported, and under which `PCViewerManager` knows the viewer to redraw. An edit needs one.
+    /// changes are reported, and under which `PCViewerManager` knows the viewer to redraw. Where no cloud
+    /// goes by that name, the viewer's: every cloud of its scene is meant. An edit needs one.
     std::string uid;
 
     osg::ref_ptr<osg::Referenced> payload;
@@ -176,24 +177,26 @@ struct VEL_OSGDB_BRX_EXPORT PolygonCmd : public osg::Referenced
 {
     Base base;
 
-    /// The point cloud to edit, an `IPointCloud` or an `OctreeInfo`; null: the one registered under the
-    /// request's uid.
+    /// The point cloud to edit, an `IPointCloud` or an `OctreeInfo`, or a group: all clouds under it, as one
+    /// edit with one mask. Null: what the request's uid names.
     osg::ref_ptr<osg::Referenced> target;
 };
 
-/// An edit of the points under a mask that the client made, for instance with a brush. `base.polygon` is not
-/// used.
+/// An edit of the points under a mask that the client made, for instance with a brush. Without such a mask
+/// the tool's `PixelBufferTool`, or a `PolygonMaskTool` where there is none, is asked for that of
+/// `base.polygon`.
 struct VEL_OSGDB_BRX_EXPORT PixelBuffer : public osg::Referenced
 {
     Base base;
     osg::ref_ptr<osg::Referenced> target; ///< as in `PolygonCmd`
 
-    /// Size of the mask in pixels. It is stretched over the window of `base.width` x `base.height`.
+    /// Size of the mask in pixels. It is stretched over the window of `base.width` x `base.height`. Both 0,
+    /// and no `mask`: the size of the window.
     int32_t maskWidth = 0;
     int32_t maskHeight = 0;
 
     /// The mask: data type GL_UNSIGNED_BYTE, first row of the data the top row of the window, first component
-    /// of a pixel inside not zero.
+    /// of a pixel inside not zero. Null: made from `base.polygon`.
     osg::ref_ptr<osg::Image> mask;
 };
 

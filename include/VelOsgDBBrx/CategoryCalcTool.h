@@ -63,7 +63,9 @@ public:
     void registerCloud(const std::string& uid, OctreeInfo* octree);
     void unRegisterCloud(const std::string& uid);
 
-    /// Queues a request, held from then on. Null is ignored.
+    /// Queues a request, held from then on. Null is ignored. Where the request means the clouds under a group
+    /// or of a viewer, these are looked up now, by the caller: push such a request where the scene may be
+    /// read, between frames or in the update traversal.
     void push(Category* c);
 
     void pop();   ///< queues an undo of the newest edit
@@ -73,8 +75,13 @@ public:
     /// Returns when every request pushed before has been handled or abandoned. Not from the worker.
     void waitUntilHandled();
 
+    /// Why requests that had no report were refused, oldest first; forgets them. The newest 100 are kept.
+    std::vector<VelBrx::Status> takeRefusals();
+
     /// The points whose class differs from the one at the last save, by cloud: index in the point file, and
-    /// class code (cast to unsigned char: codes above 127 are negative). Points whose index does not fit an
+    /// class code (cast to unsigned char: codes above 127 are negative). Clouds without such points are not
+    /// listed; one that was edited through its group or viewer and is not registered goes by the path of its
+    /// store. Points whose index does not fit an
     /// int are left out; `getAllModify64` has them. Edits that were queued but not handled are not in it.
     Modify getAllModify();
     Modify64 getAllModify64();
@@ -108,18 +115,28 @@ private:
     CategoryCalcTool();
     ~CategoryCalcTool() override;
 
+    /// A request, and the clouds that it means by where they are in a scene.
+    struct Queued
+    {
+        osg::ref_ptr<Category> request;
+        std::vector<osg::observer_ptr<OctreeInfo>> inScene;
+    };
+
     void push(int32_t kind);
-    osg::ref_ptr<Category> takeNext();
-    void handle(Category& request);
-    VelBrx::Status edit(const Category& request, CategoryReport::Counts& counts);
+    bool isRegistered(const std::string& uid);
+    Queued takeNext();
+    void handle(const Queued& next);
+    void noteRefusal(const VelBrx::Status& status);
+    VelBrx::Status edit(const Queued& next, CategoryReport::Counts& counts);
     void undo(CategoryReport::Counts& counts);
     void reset(CategoryReport::Counts& counts);
     void noteHandled(uint64_t requests);
     static void abandon(Category& request);
 
     std::thread _worker;
-    std::deque<osg::ref_ptr<Category>> _queue; ///< guarded by _mutex
-    std::unique_ptr<EditHistory> _history;     ///< changed by the worker; has its own lock
+    std::deque<Queued> _queue;             ///< guarded by _mutex
+    std::deque<VelBrx::Status> _refusals;  ///< of requests without a report; guarded by _mutex
+    std::unique_ptr<EditHistory> _history; ///< changed by the worker; has its own lock
     std::mutex _mutex;
     std::condition_variable _wakeup;                ///< signalled when _queue or _done changed
     std::condition_variable _handled;               ///< signalled when _handledCount changed

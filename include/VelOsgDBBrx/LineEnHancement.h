@@ -27,8 +27,8 @@ namespace VelOsgDBBrx {
 /// points along a line stand out in the picture.
 ///
 /// The polyline, unlike the polygon of `CullCmd`, is in the window coordinates of `setVPW`: pixels with y up.
-/// A line is only found from its second raster row and column on: extend the polyline when its ends or the
-/// lower side of a level line matter.
+/// A line is only found from its second raster row and column on, so that level and upright lines lose most
+/// of their width, and the raster is as large as the polyline's box; `LineSearchCmd` has neither limit.
 class VEL_OSGDB_BRX_EXPORT LineEnHancement : public BaseCmd
 {
 public:
@@ -49,7 +49,7 @@ public:
 
     /// `resolution`: pixels of the window per pixel of the raster that the line is drawn in, above 0; 1 is
     /// usual. `lineWidth` in pixels of the window. An empty polyline, or one whose raster would have no
-    /// pixels or more than 32767 on a side, finds nothing.
+    /// pixels or more than 32767 on a side, finds nothing: `CmdResult::maskMissing` says so.
     LineEnHancement(const std::vector<osg::Vec2d>& polyline, double resolution, double lineWidth, int mode,
                     int barrierCount);
 

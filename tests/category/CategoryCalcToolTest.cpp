@@ -3,8 +3,10 @@
 
 #include <VelBrx/Verify.h>
 #include <VelOsgDBBrx/PCDataManager.h>
+#include <VelOsgDBBrx/PCViewerManager.h>
 
 #include <gtest/gtest.h>
+#include <osgViewer/Viewer>
 
 #include <sys/stat.h>
 
@@ -258,6 +260,27 @@ TEST_F(CategoryCalcToolTest, EditsUnderAMaskOfAnotherSizeThanTheWindow)
     EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, expected));
 }
 
+TEST_F(CategoryCalcToolTest, AsksTheMaskToolForThePolygonOfAPixelBufferWithoutAMask)
+{
+    const osg::ref_ptr<PixelBuffer> edit = new PixelBuffer;
+    edit->base = polygonEdit(kArrow, screen, 9)->base;
+    for (const int scale : {0, 1, 3}) { // 0: no size is given
+        edit->maskWidth = scale * screen.width;
+        edit->maskHeight = scale * screen.height;
+        pushAndWait(kUid, edit);
+        const auto expected = difference(before, edited(before, visibleUnder(kArrow), 9, always));
+        const auto changed = tool().getAllModify64()[kUid];
+        if (scale < 2) {
+            EXPECT_EQ(changed, expected);
+        } else {
+            EXPECT_NEAR(changed.size(), expected.size(), expected.size() / 10.0) << "finer along the edges";
+        }
+        pushAndWait(Category::UNDO);
+    }
+    EXPECT_TRUE(tool().getAllModify().empty()) << "an undone cloud has no changes to list";
+    EXPECT_TRUE(tool().getAllModify64().empty());
+}
+
 TEST_F(CategoryCalcToolTest, AppliesAPackageAsItsPreparedEditWithAnotherOutline)
 {
     const osg::ref_ptr<PolygonCmd> prepared = polygonEdit(kEverything, screen, 9);
@@ -334,11 +357,22 @@ TEST_F(CategoryCalcToolTest, RefusesWhatItCannotDoAndGoesOn)
     refused(pushAndWait(kUid, edit), "matrix");
     const osg::ref_ptr<PixelBuffer> maskless = new PixelBuffer;
     maskless->base = polygonEdit(kArrow, screen, 1)->base;
+    maskless->maskWidth = -4;
     refused(pushAndWait(kUid, maskless), "mask");
     const osg::ref_ptr<CategoryBuffer> uneven = new CategoryBuffer;
     uneven->points[kUid] = {1, 2};
     uneven->classes[kUid] = {1};
     refused(pushAndWait(kUid, uneven), "differ in number");
+
+    EXPECT_TRUE(tool().takeRefusals().empty()) << "the reports have them";
+    tool().push(osg::ref_ptr<Category>(new Category("nobody", polygonEdit(kArrow, screen, 1))));
+    tool().push(osg::ref_ptr<Category>(new Category(kUid, polygonEdit(kArrow, screen, 256))));
+    tool().waitUntilHandled();
+    const std::vector<VelBrx::Status> refusals = tool().takeRefusals();
+    ASSERT_EQ(refusals.size(), 2u);
+    EXPECT_NE(refusals[0].message().find("\"nobody\""), std::string::npos);
+    EXPECT_NE(refusals[1].message().find("class 256"), std::string::npos);
+    EXPECT_TRUE(tool().takeRefusals().empty());
 
     EXPECT_TRUE(tool().getAllModify().empty());
     for (const Polygon& empty : {Polygon(), Polygon{{10, 10}, {90, 90}}})
@@ -358,6 +392,51 @@ TEST_F(CategoryCalcToolTest, EditsTheTargetOfTheRecordBeforeTheCloudOfTheUid)
         EXPECT_GT(tool().countUnwritten()[other.path], 0u);
         pushAndWait(Category::UNDO);
     }
+}
+
+TEST_F(CategoryCalcToolTest, EditsAllCloudsUnderAGroupOrOfAViewerWithOneMask)
+{
+    class CountingTool : public ExactMaskTool
+    {
+    public:
+        osg::ref_ptr<osg::Image> createMask(int width, int height) override
+        {
+            ++masks;
+            return ExactMaskTool::createMask(width, height);
+        }
+        std::atomic<int> masks{0};
+    };
+    const osg::ref_ptr<CountingTool> masks = new CountingTool;
+    tool().setPixelBufferTool(masks);
+    LoadedStore other(writeClassifiedStore(folder, "other.brx", 3, 2000));
+    LoadedStore elsewhere(writeClassifiedStore(folder, "elsewhere.brx", 4, 500));
+    const osg::ref_ptr<osg::Group> group = new osg::Group;
+    const osg::ref_ptr<osg::Group> hidden = new osg::Group;
+    hidden->setNodeMask(0);
+    hidden->addChild(other.cloud);
+    group->addChild(hidden);
+    group->addChild(store.cloud);
+    const osg::ref_ptr<osgViewer::Viewer> viewer = new osgViewer::Viewer;
+    viewer->setSceneData(group);
+    PCViewerManager::getInstance()->registerViewer(viewer, "window");
+
+    for (const bool byViewer : {false, true}) {
+        const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 9);
+        if (!byViewer) edit->target = group;
+        const auto report = pushAndWait(byViewer ? "window" : "any", edit);
+        EXPECT_EQ(report->state(), CategoryReport::DONE) << report->status().message();
+        const CategoryCalcTool::Modify64 changes = tool().getAllModify64();
+        ASSERT_EQ(changes.size(), 2u);
+        EXPECT_EQ(changes.at(kUid), difference(before, edited(before, visibleUnder(kArrow), 9, always)));
+        EXPECT_EQ(changes.at(other.path).size() + changes.at(kUid).size(), report->counts().changed);
+        EXPECT_EQ(masks->masks, byViewer ? 2 : 1);
+        EXPECT_EQ(pushAndWait(Category::UNDO)->counts().changed, report->counts().changed) << "one step";
+    }
+    PCViewerManager::getInstance()->unRegisterViewer("window");
+    tool().setPixelBufferTool(nullptr);
+    const osg::ref_ptr<PolygonCmd> empty = polygonEdit(kArrow, screen, 9);
+    empty->target = new osg::Group;
+    EXPECT_EQ(pushAndWait(kUid, empty)->state(), CategoryReport::REFUSED);
 }
 
 TEST_F(CategoryCalcToolTest, ShowsEditsToWhoeverOpensTheStore)

@@ -99,6 +99,8 @@ TEST(CullCmdManager, RunsCommandsOfSeveralThreadsOneByOneInTheOrderOfTheirPushes
 
 TEST(CullCmdManager, RunsACommandForWhichNobodyWaits)
 {
+    for (const int nobody : {0, -1, 1})
+        CullCmdManager::getInstance()->push(new FunctionCmd(nobody, [] {}));
     std::promise<std::thread::id> where;
     CullCmdManager::getInstance()->push(
         new FunctionCmd(1, [&] { where.set_value(std::this_thread::get_id()); }));

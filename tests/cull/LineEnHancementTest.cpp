@@ -2,9 +2,11 @@
 
 #include <VelOsgDBBrx/LineEnHancement.h>
 
+#include <cairo.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <set>
@@ -32,8 +34,10 @@ std::set<double> found(const LoadedStore& store, const Polygon& line, double res
     cmd->setOctreeInfos(infos);
     cmd->setVPW(vpw);
     EXPECT_FALSE(cmd->isFinished());
-    EXPECT_EQ(run(cmd).pointsChanged, 0u);
+    const CmdResult result = run(cmd);
+    EXPECT_EQ(result.pointsChanged, 0u);
     EXPECT_TRUE(cmd->isFinished());
+    EXPECT_TRUE(!result.maskMissing || cmd->getAllLineEnHancementPoint().empty());
     std::set<double> times;
     for (const Point& point : cmd->getAllLineEnHancementPoint())
         times.insert(gpsTime(point));
@@ -41,16 +45,56 @@ std::set<double> found(const LoadedStore& store, const Polygon& line, double res
     return times;
 }
 
-double distance(const osg::Vec2d& p, const Polygon& line)
+/// The raster that a line is stated to have, drawn step by step; and whether a place lies on it.
+class StatedRaster
 {
-    double nearest = 1e300;
-    for (size_t i = 0; i + 1 < line.size(); ++i) {
-        const osg::Vec2d along = line[i + 1] - line[i];
-        const double t = std::clamp(((p - line[i]) * along) / along.length2(), 0.0, 1.0);
-        nearest = std::min(nearest, (p - line[i] - along * t).length());
+public:
+    StatedRaster(const Polygon& line, double resolution, double lineWidth) : _resolution(resolution)
+    {
+        osg::Vec2d max(-DBL_MAX, -DBL_MAX);
+        for (const osg::Vec2d& v : line) {
+            _min.set(std::min(_min.x(), v.x()), std::min(_min.y(), v.y()));
+            max.set(std::max(max.x(), v.x()), std::max(max.y(), v.y()));
+        }
+        _width = static_cast<int>(std::abs(_min.x() - max.x() + 1.0) / resolution);
+        _height = static_cast<int>(std::abs(max.y() - _min.y() + 1.0) / resolution);
+        _surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, _width, _height);
+        cairo_t* const context = cairo_create(_surface);
+        cairo_set_source_rgb(context, 1, 1, 1);
+        cairo_rectangle(context, 0, 0, _width, _height);
+        cairo_fill(context);
+        cairo_set_source_rgb(context, 0, 0, 0);
+        cairo_set_line_width(context, lineWidth / resolution);
+        for (size_t i = 0; i < line.size(); ++i) {
+            const double x = (line[i].x() - _min.x() + 0.5) / resolution;
+            const double y = (line[i].y() - _min.y() + 0.5) / resolution;
+            i == 0 ? cairo_move_to(context, x, y) : cairo_line_to(context, x, y);
+        }
+        cairo_stroke(context);
+        cairo_surface_flush(_surface);
+        cairo_destroy(context);
     }
-    return nearest;
-}
+
+    StatedRaster(const StatedRaster&) = delete;
+    StatedRaster& operator=(const StatedRaster&) = delete;
+    ~StatedRaster() { cairo_surface_destroy(_surface); }
+
+    bool isOnLine(const osg::Vec3d& window) const
+    {
+        const int column = static_cast<int>((window.x() - _min.x() + 0.5) / _resolution);
+        const int row = static_cast<int>((window.y() - _min.y() + 0.5) / _resolution);
+        if (column < 1 || column >= _width || row < 1 || row >= _height) return false;
+        return cairo_image_surface_get_data(
+                   _surface)[cairo_image_surface_get_stride(_surface) * row + 4 * column] == 0;
+    }
+
+private:
+    double _resolution;
+    osg::Vec2d _min{DBL_MAX, DBL_MAX};
+    int _width;
+    int _height;
+    cairo_surface_t* _surface;
+};
 
 struct LineEnHancementTest : testing::Test
 {
@@ -67,29 +111,25 @@ struct LineEnHancementTest : testing::Test
 
 } // namespace
 
-TEST_F(LineEnHancementTest, FindsThePointsUnderTheLineAndNoOthers)
+TEST_F(LineEnHancementTest, FindsExactlyWhatItsStatedRasterCovers)
 {
-    const Polygon line = {{30.5, 20.5}, {160.5, 60.5}, {40.5, 130.5}};
-    constexpr double kWidth = 9;
-    for (const double resolution : {1.0, 0.5}) {
-        const std::set<double> times = found(store, line, resolution, kWidth, screen);
-        int inside = 0;
-        for (size_t i = 0; i < records.size(); ++i) {
-            const osg::Vec2d p(window(i).x(), window(i).y());
-            // Ends and bends of the stroke, and the raster's edges, are cairo's: left aside here.
-            const bool nearEdge = p.y() < 25 || p.y() > 125 || p.x() < 35 || p.x() > 140;
-            if (nearEdge) continue;
-            const bool hit = times.count(records.gpsTime(i)) > 0;
-            if (distance(p, line) < kWidth / 2 - 2) {
-                EXPECT_TRUE(hit) << p.x() << ' ' << p.y();
-                ++inside;
-            }
-            if (distance(p, line) > kWidth / 2 + 1) {
-                EXPECT_FALSE(hit) << p.x() << ' ' << p.y();
-            }
+    const std::vector<Polygon> lines = {{{30.5, 20.5}, {160.5, 60.5}, {40.5, 130.5}},
+                                        {{80, 15}, {83.2, 140}},   // upright
+                                        {{20, 75.3}, {170, 71}},   // level
+                                        {{90, 70}, {92.9, 73.4}},  // short
+                                        {{-40, -30}, {260, 180}}}; // longer than the window
+    size_t points = 0;
+    for (const Polygon& line : lines)
+        for (const double resolution : {1.0, 0.5, 1.7}) {
+            const StatedRaster raster(line, resolution, 9);
+            std::set<double> expected;
+            for (size_t i = 0; i < records.size(); ++i)
+                if (raster.isOnLine(window(i))) expected.insert(records.gpsTime(i));
+            points += expected.size();
+            EXPECT_EQ(found(store, line, resolution, 9, screen), expected)
+                << line[0].x() << ' ' << resolution;
         }
-        EXPECT_GT(inside, 100);
-    }
+    EXPECT_GT(points, 1000u);
 }
 
 TEST_F(LineEnHancementTest, GivesWindowPositionAndDepth)
@@ -162,6 +202,8 @@ TEST_F(LineEnHancementTest, FindsNothingWithoutARaster)
     EXPECT_TRUE(found(store, {{20, 20}, {1e7, 120}}, 1, 9, screen).empty());
     EXPECT_TRUE(found(store, {{20, 20}, {infinity, 120}}, 1, 9, screen).empty());
     EXPECT_TRUE(found(store, {{20, 20}}, 1, 9, screen).empty());
+    EXPECT_TRUE(
+        run(new LineEnHancement({{20, 20}, {1e7, 120}}, 1, 9, LineEnHancement::ALL_POINTS, 2)).maskMissing);
 }
 
 TEST_F(LineEnHancementTest, IgnoresWhatIsBehindTheCamera)

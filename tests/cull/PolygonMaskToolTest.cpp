@@ -42,7 +42,7 @@ std::string drawingOf(const std::vector<Polygon>& polygons, int width = 8, int h
     return drawing(*maskOf(polygons, width, height));
 }
 
-/// Whether an edge passes the place nearer than what cairo rounds vertices to.
+/// Whether an edge passes the place nearer than what vertices are rounded to.
 bool isInDoubt(const Polygon& polygon, const osg::Vec2d& place)
 {
     constexpr double kRounding = 1.0 / 128;
@@ -110,23 +110,50 @@ TEST(PolygonMaskTool, RefusesWindowsWithoutPixels)
 {
     EXPECT_FALSE(maskOf({}, 0, 4));
     EXPECT_FALSE(maskOf({}, 4, -1));
-    EXPECT_FALSE(maskOf({}, 40000, 1)) << "cairo makes no image of that width";
 }
 
-TEST(PolygonMaskTool, FillsThousandsOfVertices)
+TEST(PolygonMaskTool, KeepsNotchesOfOnePixel)
 {
-    Polygon circle;
-    constexpr int kVertices = 20000;
-    for (int i = 0; i < kVertices; ++i)
-        circle.push_back(osg::Vec2d(50, 50) +
-                         osg::Vec2d(std::cos(i * 2 * M_PI / kVertices), std::sin(i * 2 * M_PI / kVertices)) *
-                             40);
-    const osg::ref_ptr<osg::Image> mask = maskOf({circle}, 100, 100);
-    int inside = 0;
-    for (int row = 0; row < 100; ++row)
-        for (int column = 0; column < 100; ++column)
+    EXPECT_EQ(drawingOf({{{0, 0}, {8, 0}, {8, 4}, {5, 4}, {5, 1}, {4, 1}, {4, 4}, {0, 4}}}),
+              "|########|####.###|####.###|####.###");
+    EXPECT_EQ(drawingOf({{{0, 0}, {3, 0}, {3, 1}, {1, 1}, {1, 2}, {3, 2}, {3, 4}, {0, 4}}}),
+              "|###.....|#.......|###.....|###.....");
+}
+
+TEST(PolygonMaskTool, CoversEachPixelOnceAlongAnEdgeThatTwoPolygonsShare)
+{
+    std::mt19937 random(9);
+    std::uniform_real_distribution<double> coordinate(-10, 70);
+    for (int round = 0; round < 50; ++round) {
+        const osg::Vec2d a(coordinate(random), -30);
+        const osg::Vec2d b(coordinate(random), 80);
+        const osg::ref_ptr<osg::Image> both =
+            maskOf({{{-90, -30}, a, b, {-90, 80}}, {a, {150, -30}, {150, 80}, b}}, 60, 44);
+        EXPECT_EQ(drawing(*both).find('.'), std::string::npos) << round;
+    }
+}
+
+TEST(PolygonMaskTool, FillsThousandsOfVerticesInALargeWindow)
+{
+    // Each edge of a star crosses the whole window: what would cost edges times pixels never ends.
+    Polygon star;
+    constexpr int kVertices = 20001;
+    const osg::Vec2d middle(1000, 1000);
+    for (int i = 0; i < kVertices; ++i) {
+        const double angle = i * (2 * M_PI * 10000 / kVertices);
+        star.push_back(middle + osg::Vec2d(std::cos(angle), std::sin(angle)) * 900);
+    }
+    const osg::ref_ptr<osg::Image> mask = maskOf({star}, 2000, 2000);
+    int64_t inside = 0;
+    for (int row = 0; row < 2000; ++row)
+        for (int column = 0; column < 2000; ++column) {
+            const double distance = (osg::Vec2d(column + 0.5, row + 0.5) - middle).length();
             inside += *mask->data(column, row) != 0;
-    EXPECT_NEAR(inside, M_PI * 40 * 40, 30);
+            if (distance > 900.1) {
+                ASSERT_EQ(*mask->data(column, row), 0) << column << ", " << row;
+            }
+        }
+    EXPECT_GT(inside, 500000);
 }
 
 TEST(PolygonMaskTool, LetsOneCallerInAtATime)
