@@ -219,8 +219,8 @@ void PointLoadManager::runOnce()
     const CameraState camera = captureCamera();
     const osg::ref_ptr<osg::Operation> operation = lodOperation();
     if (auto* lod = dynamic_cast<PointCloudLodOperation*>(operation.get())) lod->setAbort(false);
-    // A stop raised the flag just cleared: it set this one first.
-    if (_done) return;
+    // A stop or a pause raised the flag just cleared: it set one of these first.
+    if (_done || _state == PAUSED) return;
 
     std::vector<osg::ref_ptr<OctreeInfo>> octrees;
     std::vector<osg::ref_ptr<OctreeInfo>> erased; // may be the last references, and their octrees are large

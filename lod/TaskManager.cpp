@@ -47,7 +47,7 @@ TaskManager& TaskManager::operator=(const TaskManager& other)
 
 TaskManager::~TaskManager()
 {
-    if (_worker) stop();
+    stop();
 }
 
 bool TaskManager::push(osg::ref_ptr<Task> task)
@@ -69,19 +69,19 @@ void TaskManager::start()
         if (!stopped) return;
         stopped = false;
     }
-    if (!_worker) _worker = std::make_unique<std::thread>([this] { run(); });
+    _worker = std::make_unique<std::thread>([this] { run(); });
 }
 
 void TaskManager::stop()
 {
     const Lock life(lifeMutex);
+    if (!_worker) return; // the one that runs is another instance's
     {
         const Lock lock(queueMutex);
-        if (stopped) return;
         stopped = true;
     }
     queueSignal.notify_all();
-    if (_worker) _worker->join();
+    _worker->join();
     _worker.reset();
     clear();
 }

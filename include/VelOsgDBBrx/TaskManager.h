@@ -26,8 +26,8 @@ protected:
 /// A process-wide worker that runs the host's tasks one after the other, in the order in which they were
 /// pushed. The library's own paging does not use it.
 ///
-/// Threads: any, but for `getAllTask`; a task may push further tasks. Copies share nothing but the lock: a
-/// copy has the queued tasks and no worker.
+/// Threads: any, but for `getAllTask`; a task may push further tasks. A copy has the queued tasks and no
+/// worker: at most one instance in the process has one.
 class VEL_OSGDB_BRX_EXPORT TaskManager
 {
 public:
@@ -41,7 +41,7 @@ public:
     /// Queues a task; null is ignored. Always true.
     bool push(osg::ref_ptr<Task> task);
 
-    /// Starts the worker unless it runs.
+    /// Starts the worker unless one runs.
     void start();
 
     /// Waits for the task that runs, ends the worker, and releases queued tasks without running them. Not

@@ -163,10 +163,12 @@ TEST_F(PointLoadManagerTest, APausedManagerKeepsItsRequestsAndAppliesThemAfterwa
     manager->registerOctree(octree);
     manager->start();
     const size_t before = passesAtRest();
+    capture->getFrameBuffer()->lock();
+    std::this_thread::sleep_for(20ms); // until the manager, on its way to a pass, waits for the camera
     manager->setState(VelOsgDBBrx::IPointLoadManager::PAUSED);
-    std::this_thread::sleep_for(10ms);
     manager->setMaxNumOfPointCloud(1);
     manager->setMaxNumOfPointCloud(2);
+    capture->getFrameBuffer()->release();
     storeCamera(3);
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(pass->count(), before);

@@ -81,6 +81,23 @@ TEST_F(TaskManagerTest, StoppingReleasesWhatIsQueuedWithoutRunningItAndStartingR
     EXPECT_TRUE(waitFor(done, 1)) << "a released task ran";
 }
 
+TEST_F(TaskManagerTest, ACopyHasTheQueuedTasksAndLeavesTheWorkerAlone)
+{
+    manager.stop();
+    push([this] { ++done; });
+    {
+        TaskManager copy = manager;
+        EXPECT_EQ(copy.getAllTask().size(), 1u);
+        manager.start();
+        EXPECT_TRUE(waitFor(done, 1));
+        copy.start();
+        copy.stop();
+        EXPECT_EQ(copy.getAllTask().size(), 1u);
+    }
+    push([this] { ++done; });
+    EXPECT_TRUE(waitFor(done, 2)) << "the worker ended with the copy";
+}
+
 TEST_F(TaskManagerTest, ClearedTasksNeverRun)
 {
     manager.stop();

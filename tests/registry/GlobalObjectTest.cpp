@@ -13,8 +13,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -70,6 +72,44 @@ TEST(GlobalObject, UnregisteringJoinsTheThreadsAndReleasesTheContext)
     const int threads = ThreadCount::running(); // the node cache's
     EXPECT_LE(threads, 1);
     EXPECT_EQ(view.window->referenceCount(), references);
+}
+
+/// Sanitizers see a look-up that does without the registry's lock.
+TEST(GlobalObject, AnswersAnyThreadWhileOtherContextsComeAndGo)
+{
+    HeadlessViewer view(8, 8);
+    auto* const manager = GlobalObject::registerGraphicsContext(view.window);
+    std::vector<osg::ref_ptr<EglGraphicsWindow>> others(6);
+    std::string reason;
+    for (osg::ref_ptr<EglGraphicsWindow>& other : others) {
+        other = EglGraphicsWindow::create(8, 8, reason);
+        ASSERT_TRUE(other) << reason;
+    }
+    std::atomic<bool> done{false};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> askers;
+    for (int i = 0; i < 2; ++i)
+        askers.emplace_back([&] {
+            for (int dilute = 0; !done; ++dilute) {
+                wrong += GlobalObject::getPLM(view.window) != manager || !GlobalObject::getPCM(view.window) ||
+                         !GlobalObject::getIncrementalCompileOperation(view.window) ||
+                         !GlobalObject::getDecrementalCompileOperation(view.window);
+                GlobalObject::setMaxNumOfPointCloud(view.window, 5);
+                GlobalObject::setMouseDiluteNum(view.window, 7);
+                GlobalObject::getPLM(others[static_cast<size_t>(dilute) % others.size()]);
+            }
+        });
+    for (int round = 0; round < 8; ++round) {
+        for (osg::ref_ptr<EglGraphicsWindow>& other : others)
+            GlobalObject::registerGraphicsContext(other);
+        for (osg::ref_ptr<EglGraphicsWindow>& other : others)
+            GlobalObject::unRegisterGraphicsContext(other);
+    }
+    done = true;
+    for (std::thread& asker : askers)
+        asker.join();
+    EXPECT_EQ(wrong, 0);
+    GlobalObject::unRegisterGraphicsContext(view.window);
 }
 
 class RegistryScene : public testing::Test
