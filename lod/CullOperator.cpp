@@ -53,8 +53,8 @@ void CullOperator::update(PointCloudLOD& node, osgUtil::CullVisitor& visitor)
         _lastView = view;
     }
     osg::GraphicsContext* context = findContext(visitor);
-    const osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> loadManager = GlobalObject::getPLM(context);
-    if (loadManager) node.registerOctree(loadManager, GlobalObject::getPCM(context));
+    const osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> loadManager = GlobalObject::acquirePLM(context);
+    if (loadManager) node.registerOctree(loadManager, GlobalObject::acquirePCM(context));
 }
 
 /// A moved camera causes a pass by itself; only a node moved under a still camera needs one asked for.

@@ -2,6 +2,7 @@
 
 #include "loading/CellData.h"
 #include "loading/CellLeaf.h"
+#include "lod/PointCloudLOD.h"
 
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgUtils/ThreadCount.h>
@@ -57,6 +58,20 @@ void LodPass::removeAll(OctreeInfo& octree)
     if (!cells.empty()) remove(cells.front());
 }
 
+void LodPass::abandon(OctreeInfo& octree, osgUtil::IncrementalCompileOperation* incremental)
+{
+    for (CellTable::Cell& cell : cellTable(octree).cells) {
+        if (!cell.loaded) continue;
+        cell.loaded = false;
+        CellData& data = *cell.data;
+        withdrawCompileSet(data, incremental);
+        osg::ref_ptr<osg::Group> group;
+        data.group.lock(group);
+        if (auto* cloud = dynamic_cast<PointCloudLOD*>(group.get())) cloud->addOrphan(data.node);
+        data.node = nullptr;
+    }
+}
+
 void LodPass::remove(CellTable::Cell& cell)
 {
     CellTable::Cell* const first = &cell;
@@ -100,7 +115,7 @@ void LodPass::unload(CellTable::Cell& cell)
     CellData& data = *cell.data;
     cell.loaded = false;
     if (!data.node) return;
-    withdrawCompileSet(data);
+    withdrawCompileSet(data, _incremental);
     osg::ref_ptr<osg::Group> group;
     data.group.lock(group);
     if (_decremental) _decremental->add(group, data.node);
@@ -110,17 +125,17 @@ void LodPass::unload(CellTable::Cell& cell)
 /// A set that the graphics thread is compiling at this moment is out of reach of the base's `remove` and
 /// would be merged all the same. Without an attachment point the merge passes it by; the merge reads that
 /// under the mutex taken here, so afterwards the leaf either is in the scene already or never gets there.
-void LodPass::withdrawCompileSet(CellData& data)
+void LodPass::withdrawCompileSet(CellData& data, osgUtil::IncrementalCompileOperation* incremental)
 {
     osg::ref_ptr<CompileSet> compileSet;
     data.compileSet.lock(compileSet);
     data.compileSet = nullptr;
-    if (!compileSet || !_incremental) return;
+    if (!compileSet || !incremental) return;
     {
-        OpenThreads::ScopedLock<OpenThreads::Mutex> lock(*_incremental->getCompiledMutex());
+        OpenThreads::ScopedLock<OpenThreads::Mutex> lock(*incremental->getCompiledMutex());
         compileSet->_attachmentPoint = nullptr;
     }
-    _incremental->remove(compileSet);
+    incremental->remove(compileSet);
     if (auto* leaf = dynamic_cast<CellLeaf*>(data.node.get())) {
         std::lock_guard<VelOsgUtils::SpinLock> lock(leaf->lock);
         if (leaf->compileSet == compileSet.get()) leaf->compileSet = nullptr;

@@ -41,6 +41,9 @@ public:
     /// Marks every loaded cell of the octree for removal.
     void removeAll(OctreeInfo& octree);
 
+    /// Gives every loaded cell up and leaves its leaf to the octree's node as an orphan.
+    static void abandon(OctreeInfo& octree, osgUtil::IncrementalCompileOperation* incremental);
+
     /// Level 0 always, then each level that keeps the sum of points strictly below the maximum.
     void admitLevels(uint64_t maximumPoints);
     void admitAllLevels();
@@ -63,7 +66,7 @@ private:
     static CellTable& cellTable(OctreeInfo& octree);
     void remove(CellTable::Cell& cell);
     void admit(Level& level);
-    void withdrawCompileSet(CellData& data);
+    static void withdrawCompileSet(CellData& data, osgUtil::IncrementalCompileOperation* incremental);
     void unload(CellTable::Cell& cell);
     void load(CellTable::Cell& cell);
     void compile(CellData& data, osg::Node& node);

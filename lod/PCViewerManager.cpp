@@ -2,6 +2,7 @@
 
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 
+#include <OpenThreads/ScopedLock>
 #include <osgViewer/Viewer>
 
 #include <mutex>
@@ -11,6 +12,7 @@ namespace VelOsgDBBrx {
 namespace {
 
 using SpinLock = std::lock_guard<VelOsgUtils::SpinLock>;
+using Lock = OpenThreads::ScopedLock<OpenThreads::Mutex>;
 
 } // namespace
 
@@ -22,47 +24,86 @@ PCViewerManager* PCViewerManager::getInstance()
 
 bool PCViewerManager::registerViewer(osgViewer::Viewer* viewer, std::string name)
 {
+    return registerView(viewer, std::move(name));
+}
+
+bool PCViewerManager::registerView(osgViewer::View* view, std::string name)
+{
     SpinLock lock(_lock);
-    _viewers.emplace(std::move(name), viewer);
+    Entry& entry = _entries[std::move(name)];
+    if (view && !visit(entry, [](osgViewer::View&) {})) entry = {view, view->getOrCreateObserverSet()};
     return true;
 }
 
 bool PCViewerManager::unRegisterViewer(std::string name)
 {
     SpinLock lock(_lock);
-    _viewers.erase(name);
+    _entries.erase(name);
     return true;
 }
 
 osgViewer::Viewer* PCViewerManager::getViewer(std::string name)
 {
-    SpinLock lock(_lock);
-    const auto found = _viewers.find(name);
-    return found == _viewers.end() ? nullptr : found->second;
+    osgViewer::Viewer* found = nullptr;
+    visit(name, [&](osgViewer::View& view) { found = dynamic_cast<osgViewer::Viewer*>(&view); });
+    return found;
+}
+
+osgViewer::View* PCViewerManager::getView(std::string name)
+{
+    osgViewer::View* found = nullptr;
+    visit(name, [&](osgViewer::View& view) { found = &view; });
+    return found;
 }
 
 bool PCViewerManager::requestRedraw(const std::string& name)
 {
-    SpinLock lock(_lock);
-    const auto found = _viewers.find(name);
-    if (found == _viewers.end() || !found->second) return false;
-    found->second->requestRedraw();
-    return true;
+    return visit(name, [](osgViewer::View& view) { view.requestRedraw(); });
 }
 
 void PCViewerManager::requestRedraw()
 {
     SpinLock lock(_lock);
-    for (const auto& entry : _viewers)
-        if (entry.second) entry.second->requestRedraw();
+    for (const auto& entry : _entries)
+        visit(entry.second, [](osgViewer::View& view) { view.requestRedraw(); });
+}
+
+void PCViewerManager::requestRedraw(const osgViewer::ViewerBase* viewer)
+{
+    if (!viewer) return;
+    SpinLock lock(_lock);
+    for (const auto& entry : _entries)
+        visit(entry.second, [viewer](osgViewer::View& view) {
+            if (view.getViewerBase() == viewer) view.requestRedraw();
+        });
 }
 
 osg::ref_ptr<VelIncrementalCompileOperation> PCViewerManager::acquireCompileOperation(const std::string& name)
 {
+    osg::ref_ptr<VelIncrementalCompileOperation> found;
+    visit(name, [&](osgViewer::View& view) {
+        osgViewer::ViewerBase* viewer = view.getViewerBase();
+        if (viewer)
+            found = dynamic_cast<VelIncrementalCompileOperation*>(viewer->getIncrementalCompileOperation());
+    });
+    return found;
+}
+
+/// Under `_lock`. False when the view is gone.
+bool PCViewerManager::visit(const Entry& entry, const Visitor& visitor)
+{
+    if (!entry.view) return false;
+    Lock lock(*entry.observers->getObserverSetMutex());
+    if (!entry.observers->getObserverdObject()) return false;
+    visitor(*entry.view);
+    return true;
+}
+
+bool PCViewerManager::visit(const std::string& name, const Visitor& visitor)
+{
     SpinLock lock(_lock);
-    const auto found = _viewers.find(name);
-    if (found == _viewers.end() || !found->second) return nullptr;
-    return dynamic_cast<VelIncrementalCompileOperation*>(found->second->getIncrementalCompileOperation());
+    const auto found = _entries.find(name);
+    return found != _entries.end() && visit(found->second, visitor);
 }
 
 } // namespace VelOsgDBBrx

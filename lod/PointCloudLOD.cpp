@@ -6,14 +6,20 @@
 
 #include <VelOsgDBBrx/IPointCategoryManager.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
+#include <VelOsgDBBrx/PCDataManager.h>
+#include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+#include <VelOsgUtils/DecrementalCompileOperation.h>
 
 #include <osg/ValueObject>
 #include <osgUtil/CullVisitor>
 #include <osgViewer/View>
 #include <osgViewer/ViewerBase>
 
+#include <algorithm>
+
 using VelOsgDBBrx::VelIncrementalCompileOperation;
+using VelOsgUtils::DecrementalCompileOperation;
 
 namespace {
 
@@ -24,19 +30,18 @@ void attachCells(CellData& cell, PointCloudLOD* node)
         if (child) attachCells(*child, node);
 }
 
-/// The viewer that a cull visitor works for. Inside a nested camera only the render info knows it.
-osgViewer::ViewerBase* findViewer(osgUtil::CullVisitor& visitor)
+/// The view that a cull visitor works for. Inside a nested camera only the render info knows it.
+osgViewer::View* findView(osgUtil::CullVisitor& visitor)
 {
     osg::View* view = visitor.getCurrentCamera() ? visitor.getCurrentCamera()->getView() : nullptr;
     if (!view) view = visitor.getRenderInfo().getView();
-    auto* viewerView = dynamic_cast<osgViewer::View*>(view);
-    return viewerView ? viewerView->getViewerBase() : nullptr;
+    return dynamic_cast<osgViewer::View*>(view);
 }
 
-bool isDiluted(const osgViewer::ViewerBase* viewer)
+bool isDiluted(const osg::Object* object)
 {
     bool dilute = false;
-    return viewer && viewer->getUserValue("dilute", dilute) && dilute;
+    return object && object->getUserValue("dilute", dilute) && dilute;
 }
 
 /// Deepest level to draw; negative for none.
@@ -73,6 +78,7 @@ bool PointCloudLOD::addChild(osg::Node* child)
     LeafMap& leaves = _leavesByLevel[leaf->getLevel()];
     if (leaves.count(leaf) || !osg::Group::addChild(child)) return false;
     leaves.emplace(leaf, leaf);
+    requestRedraw();
     return true;
 }
 
@@ -81,6 +87,7 @@ bool PointCloudLOD::removeChild(osg::Node* child)
     const osg::ref_ptr<CellLeaf> leaf = dynamic_cast<CellLeaf*>(child);
     if (!leaf || !osg::Group::removeChild(child)) return false;
     _leavesByLevel[leaf->getLevel()].erase(leaf);
+    requestRedraw();
     return true;
 }
 
@@ -92,9 +99,11 @@ void PointCloudLOD::traverse(osg::NodeVisitor& visitor)
         osg::Group::traverse(visitor);
         return;
     }
-    osgViewer::ViewerBase* viewer = findViewer(*cull);
+    osgViewer::View* view = findView(*cull);
+    osgViewer::ViewerBase* viewer = view ? view->getViewerBase() : nullptr;
     const int mode = _mode;
-    if ((mode == RELEASED || mode == SCROLLED) && !isDiluted(viewer))
+    // The view and the viewer are one object, except in a composite viewer.
+    if ((mode == RELEASED || mode == SCROLLED) && !isDiluted(view) && !isDiluted(viewer))
         osg::Group::traverse(visitor);
     else
         traverseThinned(visitor, moveLevel(viewer));
@@ -122,9 +131,10 @@ void PointCloudLOD::registerOctree(VelOsgDBBrx::IPointLoadManager* loadManager,
     if (!loadManager || !categoryManager) return;
     std::lock_guard<std::mutex> lock(_managerMutex);
     if (_octree->registered.exchange(true)) return;
+    loadManager->registerOctree(_octree);
+    if (!_octree->registered) return; // refused: the context was unregistered meanwhile
     _loadManager = loadManager;
     _categoryManager = categoryManager;
-    loadManager->registerOctree(_octree);
     categoryManager->addMember(_octree);
 }
 
@@ -136,4 +146,57 @@ void PointCloudLOD::flush()
         _loadManager.lock(loadManager);
     }
     if (loadManager) loadManager->flush();
+}
+
+void PointCloudLOD::addOrphan(osg::Node* leaf)
+{
+    std::lock_guard<std::mutex> lock(_orphanMutex);
+    _orphans.push_back(leaf);
+}
+
+void PointCloudLOD::leaveRemovals(DecrementalCompileOperation& removals)
+{
+    for (const DecrementalCompileOperation::Removal& removal : removals.take()) {
+        osg::ref_ptr<osg::Group> group;
+        removal.group.lock(group);
+        if (auto* cloud = dynamic_cast<PointCloudLOD*>(group.get()))
+            cloud->addOrphan(removal.node);
+        else
+            removals.add(group, removal.node);
+    }
+}
+
+std::vector<osg::ref_ptr<osg::Node>> PointCloudLOD::takeOrphans()
+{
+    std::vector<osg::ref_ptr<osg::Node>> orphans;
+    std::lock_guard<std::mutex> lock(_orphanMutex);
+    orphans.swap(_orphans);
+    return orphans;
+}
+
+/// They are freed here and not by the node cache's thread: a context that was given up may be closed next on
+/// this thread, and takes the graphics objects from nodes that must not die meanwhile.
+void PointCloudLOD::removeOrphans()
+{
+    if (!_octree || _octree->registered) return;
+    std::vector<osg::ref_ptr<osg::Node>> orphans = takeOrphans();
+    if (orphans.empty()) return;
+    for (const osg::ref_ptr<osg::Node>& orphan : orphans)
+        removeChild(orphan.get());
+    orphans.clear();
+    VelOsgDBBrx::PCDataManager::getInstance()->evict();
+}
+
+void PointCloudLOD::noteViewer(osgViewer::ViewerBase* viewer)
+{
+    if (viewer && std::find(_viewers.begin(), _viewers.end(), viewer) == _viewers.end())
+        _viewers.emplace_back(viewer);
+}
+
+/// A viewer that draws on demand must see what another one's frames change in a cloud that both show.
+void PointCloudLOD::requestRedraw()
+{
+    for (const osg::observer_ptr<osgViewer::ViewerBase>& viewer : _viewers)
+        VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw(viewer.get());
+    _viewers.clear();
 }

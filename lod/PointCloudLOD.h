@@ -11,6 +11,15 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <vector>
+
+namespace VelOsgUtils {
+class DecrementalCompileOperation;
+}
+
+namespace osgViewer {
+class ViewerBase;
+}
 
 namespace VelOsgDBBrx {
 class IPointLoadManager;
@@ -20,8 +29,13 @@ class IPointCategoryManager;
 /// The node of one octree: its children are the loaded cells' leaves. While the user interacts with the
 /// mouse, or while the viewer's user value "dilute" is true, only the coarse levels are drawn.
 ///
-/// Threads: children change in the update traversal alone, through the compile operations. The cull traversal
-/// may run on several threads at once.
+/// Orphans are leaves that a context left in the scene when it gave the octree up: no cell holds them. The
+/// context that takes the octree over removes those that it does not want. A viewer without such a context
+/// has the node remove them itself.
+///
+/// Threads: children change on the thread of the viewers' frames alone: in the update traversal through the
+/// compile operations, or in the event traversal (`removeOrphans`). The cull traversal may run on several
+/// threads at once.
 class PointCloudLOD : public osg::Group
 {
 public:
@@ -68,15 +82,37 @@ public:
     /// Asks the load manager that has the octree for a pass. Any thread.
     void flush();
 
+    /// Adds an orphan, in the scene or not, while the octree is registered with the context that leaves it.
+    /// Any thread.
+    void addOrphan(osg::Node* leaf);
+
+    /// Makes orphans of the leaves that wait in `removals` to be taken out of a point cloud. Any thread.
+    static void leaveRemovals(VelOsgUtils::DecrementalCompileOperation& removals);
+
+    /// Hands the orphans to the context that takes the octree over. Any thread.
+    std::vector<osg::ref_ptr<osg::Node>> takeOrphans();
+
+    /// Takes the orphans out of the scene unless a context has the octree.
+    void removeOrphans();
+
+    /// Notes that the viewer shows the node: it is asked for a redraw at the next change of the children.
+    /// On the thread of the viewers' frames.
+    void noteViewer(osgViewer::ViewerBase* viewer);
+
 protected:
     ~PointCloudLOD() override;
 
 private:
     void traverseThinned(osg::NodeVisitor& visitor, int moveLevel);
+    void requestRedraw();
 
     std::atomic<int> _mode{RELEASED};
     osg::ref_ptr<OctreeInfo> _octree;
-    LevelMap _leavesByLevel; ///< every child, once
+    LevelMap _leavesByLevel;                                        ///< every child, once
+    std::vector<osg::observer_ptr<osgViewer::ViewerBase>> _viewers; ///< noted since the last change
+
+    std::mutex _orphanMutex; ///< guards _orphans
+    std::vector<osg::ref_ptr<osg::Node>> _orphans;
 
     std::mutex _managerMutex; ///< guards the members below
     osg::observer_ptr<VelOsgDBBrx::IPointLoadManager> _loadManager;

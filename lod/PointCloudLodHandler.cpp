@@ -11,8 +11,11 @@ bool PointCloudLodHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GU
 {
     auto* node = dynamic_cast<PointCloudLOD*>(object);
     if (!node) return false;
-    if (event.getEventType() == osgGA::GUIEventAdapter::FRAME)
-        VelOsgDBBrx::GlobalObject::attachView(dynamic_cast<osgViewer::View*>(&action));
+    if (event.getEventType() == osgGA::GUIEventAdapter::FRAME) {
+        auto* view = dynamic_cast<osgViewer::View*>(&action);
+        if (view) node->noteViewer(view->getViewerBase());
+        if (!VelOsgDBBrx::GlobalObject::attachView(view)) node->removeOrphans();
+    }
     if (event.getButtonMask() == osgGA::GUIEventAdapter::LEFT_MOUSE_BUTTON) return false;
 
     switch (event.getEventType()) {

@@ -2,8 +2,9 @@
 
 #include <osgGA/GUIEventHandler>
 
-/// The event callback of every `PointCloudLOD`: switches its interaction mode, and brings the services of the
-/// context to the viewer that shows the node. Runs in the event traversal.
+/// The event callback of every `PointCloudLOD`: switches its interaction mode, and in each frame brings the
+/// services of the context to the viewer that shows the node; where that has no services, the node drops its
+/// orphans. Runs in the event traversal.
 class PointCloudLodHandler : public osgGA::GUIEventHandler
 {
 public:

@@ -2,6 +2,7 @@
 
 #include "loading/CellData.h"
 #include "lod/LodPass.h"
+#include "lod/PointCloudLOD.h"
 
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
@@ -10,6 +11,8 @@
 #include <algorithm>
 
 using VelOsgDBBrx::PointCloudLodOperation;
+using VelOsgDBBrx::VelIncrementalCompileOperation;
+using VelOsgUtils::DecrementalCompileOperation;
 
 namespace {
 
@@ -43,9 +46,10 @@ PointLoadManager::~PointLoadManager()
     stop();
 }
 
+/// An octree that comes too late is free for the next context that culls it.
 void PointLoadManager::registerOctree(OctreeInfo* octree)
 {
-    queue(new RegisterOp(octree, this));
+    if (!queue(new RegisterOp(octree, this))) octree->registered = false;
 }
 
 void PointLoadManager::unRegisterOctree(OctreeInfo* octree)
@@ -78,47 +82,43 @@ void PointLoadManager::stop()
 void PointLoadManager::setLodOperation(osg::Operation* operation)
 {
     raiseAbort();
-    {
-        std::lock_guard<std::mutex> lock(_operationMutex);
-        _lodOperation = operation;
-    }
+    _lodOperation.set(operation);
     queue(new LodOperation);
 }
 
 osg::Operation* PointLoadManager::getLodOperation()
 {
-    std::lock_guard<std::mutex> lock(_operationMutex);
-    return _lodOperation;
+    return _lodOperation.get().get();
 }
 
 void PointLoadManager::setIncrementalCompileOperation(VelOsgDBBrx::VelIncrementalCompileOperation* operation)
 {
-    _incremental = operation;
+    _incremental.set(operation);
 }
 
 VelOsgDBBrx::VelIncrementalCompileOperation* PointLoadManager::getIncrementalCompileOperation()
 {
-    return _incremental;
+    return _incremental.get().get();
 }
 
 void PointLoadManager::setDecrementalCompileOperation(VelOsgUtils::DecrementalCompileOperation* operation)
 {
-    _decremental = operation;
+    _decremental.set(operation);
 }
 
 VelOsgUtils::DecrementalCompileOperation* PointLoadManager::getDecrementalCompileOperation()
 {
-    return _decremental;
+    return _decremental.get().get();
 }
 
 void PointLoadManager::setScreenCaptureTool(VelOsgUtils::ScreenCaptureTool* tool)
 {
-    _capture = tool;
+    _capture.set(tool);
 }
 
 VelOsgUtils::ScreenCaptureTool* PointLoadManager::getScreenCaptureTool()
 {
-    return _capture;
+    return _capture.get().get();
 }
 
 void PointLoadManager::setMaxNumOfPointCloud(uint64_t points)
@@ -162,29 +162,40 @@ void PointLoadManager::flush()
     queue(new FlushOp);
 }
 
-void PointLoadManager::queue(Operator* request)
+void PointLoadManager::setViewer(osgViewer::ViewerBase* viewer)
+{
+    std::lock_guard<std::mutex> lock(_viewerMutex);
+    _viewer = viewer;
+}
+
+/// False when the manager has given up its octrees.
+bool PointLoadManager::queue(Operator* request)
 {
     const osg::ref_ptr<Operator> held = request;
     raiseAbort();
     std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
-    _queue.push_back(held);
+    if (!_released) _queue.push_back(held);
+    return !_released;
 }
 
 void PointLoadManager::raiseAbort()
 {
-    if (auto* operation = dynamic_cast<PointCloudLodOperation*>(lodOperation().get()))
-        operation->setAbort(true);
+    const osg::ref_ptr<osg::Operation> operation = _lodOperation.get();
+    if (auto* lod = dynamic_cast<PointCloudLodOperation*>(operation.get())) lod->setAbort(true);
 }
 
-osg::ref_ptr<osg::Operation> PointLoadManager::lodOperation()
-{
-    std::lock_guard<std::mutex> lock(_operationMutex);
-    return _lodOperation;
-}
-
+/// What the last context left in the scene goes in the update traversal, unless a pass wants it before that.
 void PointLoadManager::insertOctree(OctreeInfo* octree)
 {
-    if (std::find(_octrees.begin(), _octrees.end(), octree) == _octrees.end()) _octrees.push_back(octree);
+    if (std::find(_octrees.begin(), _octrees.end(), octree) != _octrees.end()) return;
+    _octrees.push_back(octree);
+    const osg::ref_ptr<DecrementalCompileOperation> decremental = _decremental.get();
+    osg::ref_ptr<osg::Group> group;
+    if (octree->root) octree->root->group.lock(group);
+    auto* cloud = dynamic_cast<PointCloudLOD*>(group.get());
+    if (!cloud || !decremental) return;
+    for (const osg::ref_ptr<osg::Node>& orphan : cloud->takeOrphans())
+        decremental->add(group, orphan);
 }
 
 void PointLoadManager::eraseOctree(OctreeInfo* octree)
@@ -210,14 +221,25 @@ void PointLoadManager::run()
     while (!_done) {
         microSleep(kPollMicroseconds);
         if (_state != PAUSED) runOnce();
-        if (!sceneIsAtRest()) VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw();
+        askForFrame();
     }
+}
+
+/// Another viewer's frames would not get on with what waits; where nobody can, nobody is asked.
+void PointLoadManager::askForFrame()
+{
+    const osg::ref_ptr<VelIncrementalCompileOperation> incremental = _incremental.get();
+    const osg::ref_ptr<DecrementalCompileOperation> decremental = _decremental.get();
+    const bool compiles = incremental && !incremental->isAbandoned() && !incremental->isEmpty();
+    if (!compiles && !(decremental && decremental->pending() > 0)) return;
+    std::lock_guard<std::mutex> lock(_viewerMutex);
+    VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw(_viewer.get());
 }
 
 void PointLoadManager::runOnce()
 {
     const CameraState camera = captureCamera();
-    const osg::ref_ptr<osg::Operation> operation = lodOperation();
+    const osg::ref_ptr<osg::Operation> operation = _lodOperation.get();
     if (auto* lod = dynamic_cast<PointCloudLodOperation*>(operation.get())) lod->setAbort(false);
     // A stop or a pause raised the flag just cleared: it set one of these first.
     if (_done || _state == PAUSED) return;
@@ -240,8 +262,9 @@ void PointLoadManager::runOnce()
 PointLoadManager::CameraState PointLoadManager::captureCamera()
 {
     CameraState camera;
-    if (!_capture) return camera;
-    VelOsgUtils::FrameBuffer& frame = *_capture->getFrameBuffer();
+    const osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> capture = _capture.get();
+    if (!capture) return camera;
+    VelOsgUtils::FrameBuffer& frame = *capture->getFrameBuffer();
     frame.lock();
     camera.projection = frame.getProjectionMatrix();
     camera.view = frame.getViewMatrix();
@@ -322,7 +345,9 @@ bool PointLoadManager::isSettled()
 /// Nothing waits for a frame to be compiled, merged or removed.
 bool PointLoadManager::sceneIsAtRest()
 {
-    return (!_incremental || _incremental->isEmpty()) && (!_decremental || _decremental->pending() == 0);
+    const osg::ref_ptr<VelIncrementalCompileOperation> incremental = _incremental.get();
+    const osg::ref_ptr<DecrementalCompileOperation> decremental = _decremental.get();
+    return (!incremental || incremental->isEmpty()) && (!decremental || decremental->pending() == 0);
 }
 
 /// A request or a dirty octree waits for the thread.
@@ -336,6 +361,10 @@ bool PointLoadManager::anythingWaits()
 
 void PointLoadManager::releaseOctrees()
 {
+    {
+        std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
+        _released = true;
+    }
     std::vector<osg::ref_ptr<OctreeInfo>> octrees;
     {
         std::lock_guard<std::mutex> lock(_restMutex);
@@ -343,13 +372,13 @@ void PointLoadManager::releaseOctrees()
         octrees.swap(_octrees);
         _erased.clear();
     }
-    LodPass pass(_incremental, _decremental);
+    const osg::ref_ptr<VelIncrementalCompileOperation> incremental = _incremental.get();
+    if (const osg::ref_ptr<DecrementalCompileOperation> decremental = _decremental.get())
+        PointCloudLOD::leaveRemovals(*decremental);
     for (const osg::ref_ptr<OctreeInfo>& octree : octrees) {
         std::unique_lock<std::mutex> lock;
         if (octree->pointFile) lock = std::unique_lock<std::mutex>(octree->pointFile->mutex);
-        pass.removeAll(*octree);
-        pass.unload();
-        pass.clear();
+        LodPass::abandon(*octree, incremental);
         octree->registered = false;
     }
 }

@@ -10,6 +10,7 @@
 #include <VelOsgUtils/SpinLock.h>
 
 #include <OpenThreads/Thread>
+#include <osgViewer/ViewerBase>
 
 #include <atomic>
 #include <chrono>
@@ -48,9 +49,13 @@ public:
     void flush() override;
     bool isSettled() override;
 
-    /// Gives up every octree, so that another context may take it: queues the removal of its loaded cells and
-    /// clears its registered flag. Only while the thread is stopped. Waits for edits that hold an octree's
-    /// point file.
+    /// The viewer of the context, observed: it alone can do what waits in the operations, and is asked for
+    /// frames while something does. Any thread.
+    void setViewer(osgViewer::ViewerBase* viewer);
+
+    /// Gives up every octree, so that another context may take it: leaves what it has in the scene to the
+    /// octrees' nodes and clears their registered flags. Only while the thread is stopped, for good: no
+    /// octree is accepted afterwards. Waits for edits that hold an octree's point file.
     void releaseOctrees();
 
     /// \name For operators, on the manager's thread
@@ -72,6 +77,27 @@ private:
         int width = 0;
         int height = 0;
     };
+    /// An operation that the host may replace at any time.
+    template <class Operation>
+    class Slot
+    {
+    public:
+        osg::ref_ptr<Operation> get() const
+        {
+            const std::lock_guard<std::mutex> lock(_mutex);
+            return _operation;
+        }
+        void set(Operation* operation)
+        {
+            osg::ref_ptr<Operation> held = operation; // the old one is freed outside the lock
+            const std::lock_guard<std::mutex> lock(_mutex);
+            _operation.swap(held);
+        }
+
+    private:
+        mutable std::mutex _mutex; ///< guards _operation
+        osg::ref_ptr<Operation> _operation;
+    };
     enum class Rest
     {
         NOT_YET,  ///< no pass ran since something changed
@@ -81,7 +107,7 @@ private:
 
     void run() override;
     void runOnce();
-    void queue(Operator* request);
+    bool queue(Operator* request);
     bool applyRequests();
     bool clearDirtyFlags();
     bool isRetryDue() const;
@@ -91,8 +117,8 @@ private:
     bool differs(const CameraState& camera) const;
     bool anythingWaits();
     bool sceneIsAtRest();
+    void askForFrame();
     void raiseAbort();
-    osg::ref_ptr<osg::Operation> lodOperation();
 
     std::mutex _threadMutex; ///< serialises start and stop
     bool _started = false;   ///< guarded by _threadMutex
@@ -103,13 +129,15 @@ private:
 
     VelOsgUtils::SpinLock _spinLock;
     std::deque<osg::ref_ptr<Operator>> _queue; ///< guarded by _spinLock
+    bool _released = false;                    ///< the same: nothing is queued any more
 
-    std::mutex _operationMutex; ///< guards _lodOperation
-    osg::ref_ptr<osg::Operation> _lodOperation;
+    Slot<osg::Operation> _lodOperation;
+    Slot<VelOsgDBBrx::VelIncrementalCompileOperation> _incremental;
+    Slot<VelOsgUtils::DecrementalCompileOperation> _decremental;
+    Slot<VelOsgUtils::ScreenCaptureTool> _capture;
 
-    osg::ref_ptr<VelOsgDBBrx::VelIncrementalCompileOperation> _incremental; ///< set before start
-    osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> _decremental;    ///< set before start
-    osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> _capture;                  ///< set before start
+    std::mutex _viewerMutex; ///< guards _viewer
+    osg::observer_ptr<osgViewer::ViewerBase> _viewer;
 
     /// \name Of the manager's thread; `isSettled` reads some under `_restMutex`
     /// @{

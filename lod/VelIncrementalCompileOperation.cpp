@@ -88,6 +88,12 @@ void VelIncrementalCompileOperation::keepContexts(const std::vector<osg::Graphic
         gone.erase(context);
     for (osg::GraphicsContext* context : gone)
         stopWaitingFor(context);
+    _abandoned = _contexts.empty();
+}
+
+bool VelIncrementalCompileOperation::isAbandoned() const
+{
+    return _abandoned;
 }
 
 /// The context is not touched: it may be deleted.

@@ -19,13 +19,23 @@ void DecrementalCompileOperation::add(osg::Group* group, osg::Node* node)
     std::lock_guard<std::mutex> lock(_mutex);
     const Key key(group, node);
     _tickets[key] = ++_lastTicket;
-    _queue.push_back({key, _lastTicket, group, node});
+    _queue.push_back({key, _lastTicket, {group, node}});
 }
 
 bool DecrementalCompileOperation::withdraw(osg::Group* group, osg::Node* node)
 {
     std::lock_guard<std::mutex> lock(_mutex);
     return _tickets.erase(Key(group, node)) > 0;
+}
+
+std::vector<DecrementalCompileOperation::Removal> DecrementalCompileOperation::take()
+{
+    std::vector<Removal> removals;
+    Removal removal;
+    std::lock_guard<std::mutex> lock(_mutex);
+    while (popNext(removal))
+        removals.push_back(std::move(removal));
+    return removals;
 }
 
 size_t DecrementalCompileOperation::pending() const
@@ -74,24 +84,32 @@ void DecrementalCompileOperation::finish()
     }
 }
 
+/// False when no removal is pending. Under `_mutex`.
+bool DecrementalCompileOperation::popNext(Removal& removal)
+{
+    while (!_queue.empty()) {
+        Entry entry = std::move(_queue.front());
+        _queue.pop_front();
+        const auto ticket = _tickets.find(entry.key);
+        if (ticket == _tickets.end() || ticket->second != entry.ticket) continue;
+        _tickets.erase(ticket);
+        removal = std::move(entry.removal);
+        return true;
+    }
+    return false;
+}
+
 /// False when no removal is pending. The scene is changed, and references are dropped, outside the lock.
 bool DecrementalCompileOperation::removeNext()
 {
-    for (;;) {
-        Removal removal;
-        {
-            std::lock_guard<std::mutex> lock(_mutex);
-            if (_queue.empty()) return false;
-            removal = std::move(_queue.front());
-            _queue.pop_front();
-            const auto ticket = _tickets.find(removal.key);
-            if (ticket == _tickets.end() || ticket->second != removal.ticket) continue;
-            _tickets.erase(ticket);
-        }
-        osg::ref_ptr<osg::Group> group;
-        if (removal.group.lock(group)) group->removeChild(removal.node);
-        return true;
+    Removal removal;
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        if (!popNext(removal)) return false;
     }
+    osg::ref_ptr<osg::Group> group;
+    if (removal.group.lock(group)) group->removeChild(removal.node);
+    return true;
 }
 
 } // namespace VelOsgUtils

@@ -1,5 +1,9 @@
 #include "registry/ContextOperation.h"
 
+#include "lod/PointCloudLOD.h"
+
+#include <osgDB/DatabasePager>
+#include <osgViewer/Scene>
 #include <osgViewer/ViewerBase>
 
 using VelOsgDBBrx::VelIncrementalCompileOperation;
@@ -7,7 +11,7 @@ using VelOsgDBBrx::VelIncrementalCompileOperation;
 namespace {
 
 /// Hands what waits in one compile operation to another that takes its place.
-void handOver(osgUtil::IncrementalCompileOperation& from, VelIncrementalCompileOperation& to)
+void handOver(osgUtil::IncrementalCompileOperation& from, osgUtil::IncrementalCompileOperation& to)
 {
     osgUtil::IncrementalCompileOperation::CompileSets sets;
     {
@@ -20,6 +24,17 @@ void handOver(osgUtil::IncrementalCompileOperation& from, VelIncrementalCompileO
     }
     for (const auto& set : sets)
         to.add(set, true);
+}
+
+/// Sets a viewer's compile operation, which OSG hands on to the pagers of its scenes. Viewers of the same
+/// scene share one pager, and the first viewer to die takes it away.
+void setCompileOperation(osgViewer::ViewerBase& viewer, osgUtil::IncrementalCompileOperation* operation)
+{
+    osgViewer::ViewerBase::Scenes scenes;
+    viewer.getScenes(scenes, false);
+    for (osgViewer::Scene* scene : scenes)
+        if (!scene->getDatabasePager()) scene->setDatabasePager(osgDB::DatabasePager::create());
+    viewer.setIncrementalCompileOperation(operation);
 }
 
 } // namespace
@@ -43,8 +58,14 @@ void ContextOperation::provideCompileOperation(osgViewer::ViewerBase& viewer)
     const osg::ref_ptr<osgUtil::IncrementalCompileOperation> present =
         viewer.getIncrementalCompileOperation();
     if (dynamic_cast<VelIncrementalCompileOperation*>(present.get())) return;
-    viewer.setIncrementalCompileOperation(_incremental);
+    setCompileOperation(viewer, _incremental);
+    _hosts = present;
     if (present) handOver(*present, *_incremental);
+}
+
+void ContextOperation::giveUpRemovals()
+{
+    PointCloudLOD::leaveRemovals(*_decremental);
 }
 
 void ContextOperation::operator()(osg::Object* object)
@@ -71,13 +92,17 @@ void ContextOperation::dropClosedContexts(osgViewer::ViewerBase& viewer)
 
 /// The compile operation drops out of its contexts on their own threads, which walk their lists of operations
 /// without a lock; its set of contexts is emptied first so that the viewer does not take it out of them here.
+/// What still waits in it is not of the library.
 void ContextOperation::uninstall(osgViewer::ViewerBase* viewer)
 {
     _capture->detach();
     _decremental->finish();
     _incremental->retire();
     _incremental->getContextSet().clear();
-    if (viewer && viewer->getIncrementalCompileOperation() == _incremental)
-        viewer->setIncrementalCompileOperation(nullptr);
+    if (viewer && viewer->getIncrementalCompileOperation() == _incremental) {
+        setCompileOperation(*viewer, _hosts);
+        if (_hosts) handOver(*_incremental, *_hosts);
+    }
+    _hosts = nullptr;
     setKeep(false);
 }

@@ -17,7 +17,7 @@ class ViewerBase;
 /// of the scene, and merge compiled ones where the viewer itself does not. Once retired it takes all of this
 /// off the viewer again.
 ///
-/// Threads: `retire` from any thread; the rest on the thread of the update traversal.
+/// Threads: `giveUpRemovals` and `retire` from any thread; the rest on the thread of the update traversal.
 class ContextOperation : public osg::Operation
 {
 public:
@@ -29,11 +29,14 @@ public:
     /// an update operation.
     void install(osgViewer::ViewerBase& viewer, osg::GraphicsContext& context);
 
-    /// Makes the compile operation the viewer's unless that has one of another context; takes over what waits
-    /// in a foreign one.
+    /// Makes the compile operation the viewer's unless that has one of another context. One of the host's own
+    /// is put by until this leaves the viewer, and what waits in it is taken over.
     void provideCompileOperation(osgViewer::ViewerBase& viewer);
 
     void operator()(osg::Object* viewer) override;
+
+    /// Leaves the pending removals from point clouds to whoever takes the clouds over.
+    void giveUpRemovals();
 
     /// The next update traversal is the last one.
     void retire() { _retired = true; }
@@ -48,5 +51,6 @@ private:
     osg::ref_ptr<VelOsgDBBrx::VelIncrementalCompileOperation> _incremental;
     osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> _decremental;
     osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> _capture;
+    osg::ref_ptr<osgUtil::IncrementalCompileOperation> _hosts; ///< what `_incremental` stands in for
     std::atomic<bool> _retired{false};
 };

@@ -17,6 +17,7 @@
 
 #include <map>
 #include <mutex>
+#include <vector>
 
 namespace VelOsgDBBrx {
 
@@ -39,21 +40,28 @@ struct Registry
     }
 };
 
+/// Joins threads: never under the registry's lock, which operations of a host may wait for.
 void shutDown(PointCloudData& data)
 {
     data.loadManager->stop();
     data.categoryManager->stop();
 }
 
-/// Joins the threads of every context when the process exits, while the objects that they use still stand.
+/// Joins the threads of every context when the process exits, while the objects that they use are still
+/// there.
 struct ExitGuard
 {
     explicit ExitGuard(Registry& theRegistry) : registry(theRegistry) {}
     ~ExitGuard()
     {
-        SpinLock guard(registry.lock);
-        for (const auto& entry : registry.contexts)
-            shutDown(*entry.second);
+        std::vector<osg::ref_ptr<PointCloudData>> running;
+        {
+            SpinLock guard(registry.lock);
+            for (const auto& entry : registry.contexts)
+                running.push_back(entry.second);
+        }
+        for (const osg::ref_ptr<PointCloudData>& data : running)
+            shutDown(*data);
     }
     Registry& registry;
 };
@@ -91,21 +99,24 @@ osg::ref_ptr<PointCloudData> createServices(osg::GraphicsContext* gc)
 }
 
 /// Brings a registered context's services to the viewer where they are not there. The viewer is touched
-/// outside the lock: cull threads wait for that.
-void attachContext(osg::GraphicsContext* gc, osgViewer::ViewerBase& viewer)
+/// outside the lock: cull threads wait for that. False when the context is not registered.
+bool attachContext(osg::GraphicsContext* gc, osgViewer::ViewerBase& viewer)
 {
     osg::ref_ptr<PointCloudData> data;
     bool attached = false;
     {
         SpinLock guard(registry().lock);
         const auto found = registry().contexts.find(gc);
-        if (found == registry().contexts.end()) return;
+        if (found == registry().contexts.end()) return false;
         data = found->second;
         attached = data->viewer == &viewer;
         data->viewer = &viewer;
     }
     data->operation->provideCompileOperation(viewer);
-    if (!attached) data->operation->install(viewer, *gc);
+    if (attached) return true;
+    data->loadManager->setViewer(&viewer);
+    data->operation->install(viewer, *gc);
+    return true;
 }
 
 } // namespace
@@ -132,33 +143,46 @@ void GlobalObject::unRegisterGraphicsContext(osg::GraphicsContext* gc)
         const auto found = registry().contexts.find(gc);
         if (found == registry().contexts.end()) return;
         data = found->second;
-        shutDown(*data);
         registry().contexts.erase(found);
     }
-    static_cast<PointLoadManager&>(*data->loadManager).releaseOctrees();
+    shutDown(*data);
+    data->operation->giveUpRemovals(); // before another context can take the clouds over
+    data->loadManager->releaseOctrees();
     data->operation->retire();
     PCDataManager::getInstance()->evict();
+    PCViewerManager::getInstance()->requestRedraw(data->viewer.get()); // the services leave in a frame
 }
 
-void GlobalObject::attachView(osgViewer::View* view)
+bool GlobalObject::attachView(osgViewer::View* view)
 {
     osgViewer::ViewerBase* viewer = view ? view->getViewerBase() : nullptr;
-    if (!viewer) return;
-    attachContext(view->getCamera()->getGraphicsContext(), *viewer);
+    if (!viewer) return false;
+    bool registered = attachContext(view->getCamera()->getGraphicsContext(), *viewer);
     for (unsigned i = 0; i < view->getNumSlaves(); ++i)
-        attachContext(view->getSlave(i)._camera->getGraphicsContext(), *viewer);
+        registered |= attachContext(view->getSlave(i)._camera->getGraphicsContext(), *viewer);
+    return registered;
 }
 
 IPointLoadManager* GlobalObject::getPLM(osg::GraphicsContext* gc)
 {
-    const osg::ref_ptr<PointCloudData> data = registry().find(gc);
-    return data ? data->loadManager.get() : nullptr;
+    return acquirePLM(gc).get();
 }
 
 IPointCategoryManager* GlobalObject::getPCM(osg::GraphicsContext* gc)
 {
+    return acquirePCM(gc).get();
+}
+
+osg::ref_ptr<IPointLoadManager> GlobalObject::acquirePLM(osg::GraphicsContext* gc)
+{
     const osg::ref_ptr<PointCloudData> data = registry().find(gc);
-    return data ? data->categoryManager.get() : nullptr;
+    return data ? data->loadManager : nullptr;
+}
+
+osg::ref_ptr<IPointCategoryManager> GlobalObject::acquirePCM(osg::GraphicsContext* gc)
+{
+    const osg::ref_ptr<PointCloudData> data = registry().find(gc);
+    return data ? data->categoryManager : nullptr;
 }
 
 VelIncrementalCompileOperation* GlobalObject::getIncrementalCompileOperation(osg::GraphicsContext* gc)

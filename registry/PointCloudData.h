@@ -1,9 +1,9 @@
 #pragma once
 
+#include "lod/PointLoadManager.h"
 #include "registry/ContextOperation.h"
 
 #include <VelOsgDBBrx/IPointCategoryManager.h>
-#include <VelOsgDBBrx/IPointLoadManager.h>
 
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
@@ -13,13 +13,13 @@
 class PointCloudData : public osg::Referenced
 {
 public:
-    PointCloudData(VelOsgDBBrx::IPointLoadManager* loads, VelOsgDBBrx::IPointCategoryManager* categories,
+    PointCloudData(PointLoadManager* loads, VelOsgDBBrx::IPointCategoryManager* categories,
                    ContextOperation* contextOperation)
         : loadManager(loads), categoryManager(categories), operation(contextOperation)
     {
     }
 
-    const osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> loadManager;
+    const osg::ref_ptr<PointLoadManager> loadManager;
     const osg::ref_ptr<VelOsgDBBrx::IPointCategoryManager> categoryManager;
     const osg::ref_ptr<ContextOperation> operation;
 

@@ -147,6 +147,12 @@ SelectSegmentStack::SelectSegmentStack(osgViewer::Viewer* viewer, osg::Node* nod
     if (node) node->getOrCreateStateSet()->setDataVariance(osg::Object::DYNAMIC);
 }
 
+SelectSegmentStack::SelectSegmentStack(osgViewer::View& view, osg::Node* node)
+    : SelectSegmentStack(static_cast<osgViewer::Viewer*>(nullptr), node)
+{
+    _camera = view.getCamera();
+}
+
 SelectSegmentStack::~SelectSegmentStack() = default;
 
 bool SelectSegmentStack::nodesAlive() const

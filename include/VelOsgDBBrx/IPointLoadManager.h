@@ -56,7 +56,9 @@ public:
     virtual void setScreenCaptureTool(VelOsgUtils::ScreenCaptureTool* tool) = 0;
     virtual VelOsgUtils::ScreenCaptureTool* getScreenCaptureTool() = 0;
 
-    virtual void setMaxNumOfPointCloud(uint64_t points) = 0; ///< point budget of one pass; queued
+    /// Point budget of one pass. Queued: a new value holds from the manager's next turn on, about a
+    /// millisecond later while its thread runs.
+    virtual void setMaxNumOfPointCloud(uint64_t points) = 0;
 
     /// The budget itself, 100000000 at first. The manager's thread reads and writes it too: touch it with
     /// atomic operations (`__atomic_load_n`) while the thread runs.

@@ -15,8 +15,9 @@
 #include <vector>
 
 namespace osgViewer {
+class View;
 class Viewer;
-}
+} // namespace osgViewer
 
 namespace VelOsgDBBrx {
 
@@ -39,6 +40,9 @@ class VEL_OSGDB_BRX_EXPORT SelectSegmentStack
 public:
     /// The viewer's camera is observed, the node held. With a null viewer or node nothing can be pushed.
     SelectSegmentStack(osgViewer::Viewer* viewer, osg::Node* node);
+
+    /// The same for any view, one of a `osgViewer::CompositeViewer` say.
+    SelectSegmentStack(osgViewer::View& view, osg::Node* node);
     SelectSegmentStack(const SelectSegmentStack&) = default;
     SelectSegmentStack(SelectSegmentStack&&) = default;
     SelectSegmentStack& operator=(const SelectSegmentStack&) = default;

@@ -46,6 +46,9 @@ public:
     /// traversal.
     void keepContexts(const std::vector<osg::GraphicsContext*>& alive);
 
+    /// Nobody compiles: `keepContexts` found all contexts gone.
+    bool isAbandoned() const;
+
     /// The base's. Only the thread of the update traversal calls it.
     void mergeCompiledSubgraphs(const osg::FrameStamp* frameStamp);
 
@@ -65,6 +68,7 @@ private:
     std::mutex _contextMutex; ///< guards _drawing; taken before the queue's
     ContextSet _drawing;      ///< the contexts that have drawn; the base's own set has no lock
     std::atomic<int> _moveLevel{0};
+    std::atomic<bool> _abandoned{false};
     std::atomic<bool> _retired{false};
 };
 

@@ -12,6 +12,7 @@
 #include <map>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 namespace VelOsgUtils {
 
@@ -19,8 +20,8 @@ namespace VelOsgUtils {
 /// (`osgViewer::ViewerBase::addUpdateOperation`): removals happen in the update traversal, never on a draw or
 /// worker thread, a bounded number a frame so that no frame is spoilt.
 ///
-/// Threads: `add`, `withdraw` and the queries from any thread; `operator()` and `finish` on the thread of the
-/// update traversal.
+/// Threads: `add`, `withdraw`, `take` and the queries from any thread; `operator()` and `finish` on the
+/// thread of the update traversal.
 class VEL_OSG_UTILS_EXPORT DecrementalCompileOperation : public osg::Operation
 {
 public:
@@ -35,6 +36,16 @@ public:
     /// it was. False means that there was none or that it is being done now; whatever adds the node to the
     /// group in the update traversal comes after it.
     bool withdraw(osg::Group* group, osg::Node* node);
+
+    struct Removal
+    {
+        osg::observer_ptr<osg::Group> group;
+        osg::ref_ptr<osg::Node> node;
+    };
+
+    /// Gives up every pending removal and hands them out, in their order. One that is being done now is
+    /// not among them.
+    std::vector<Removal> take();
 
     /// Number of removals not yet begun.
     size_t pending() const;
@@ -58,18 +69,18 @@ protected:
 
 private:
     using Key = std::pair<const osg::Group*, const osg::Node*>;
-    struct Removal
+    struct Entry
     {
         Key key;
         uint64_t ticket; ///< the removal counts only while `_tickets` holds this under its key
-        osg::observer_ptr<osg::Group> group;
-        osg::ref_ptr<osg::Node> node;
+        Removal removal;
     };
 
+    bool popNext(Removal& removal);
     bool removeNext();
 
     mutable std::mutex _mutex;        ///< guards the members below
-    std::deque<Removal> _queue;       ///< in the order of the calls to add, withdrawn ones included
+    std::deque<Entry> _queue;         ///< in the order of the calls to add, withdrawn ones included
     std::map<Key, uint64_t> _tickets; ///< the pending removals
     uint64_t _lastTicket = 0;
     size_t _maximumPerFrame = 256;

@@ -3,7 +3,9 @@
 #include "tests/support/HandOctree.h"
 
 #include <VelOsgDBBrx/PCViewerManager.h>
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 
+#include <osgViewer/CompositeViewer>
 #include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
@@ -150,6 +152,38 @@ TEST(PCViewerManager, KeepsTheFirstViewerOfANameUntilItIsUnregistered)
     EXPECT_TRUE(viewers.unRegisterViewer("main"));
     EXPECT_FALSE(viewers.getViewer("main"));
     EXPECT_FALSE(viewers.requestRedraw("main"));
+}
+
+TEST(PCViewerManager, AViewThatDiesRegisteredIsGoneAndItsNameFree)
+{
+    PCViewerManager& viewers = *PCViewerManager::getInstance();
+    std::atomic<bool> stop{false};
+    std::thread asking([&] {
+        while (!stop) {
+            viewers.requestRedraw();
+            viewers.requestRedraw("plan");
+            viewers.acquireCompileOperation("plan");
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        osg::ref_ptr<osgViewer::Viewer> viewer = new osgViewer::Viewer;
+        viewers.registerViewer(viewer, "plan");
+        EXPECT_EQ(viewers.getViewer("plan"), viewer);
+        viewer = nullptr;
+        EXPECT_FALSE(viewers.getViewer("plan"));
+        const osg::ref_ptr<osgViewer::CompositeViewer> composite = new osgViewer::CompositeViewer;
+        const osg::ref_ptr<osgViewer::View> view = new osgViewer::View;
+        composite->addView(view);
+        viewers.registerView(view, "plan");
+        EXPECT_EQ(viewers.getView("plan"), view);
+        EXPECT_FALSE(viewers.getViewer("plan"));
+        EXPECT_TRUE(viewers.requestRedraw("plan"));
+        EXPECT_TRUE(composite->getRequestRedraw());
+    }
+    stop = true;
+    asking.join();
+    EXPECT_FALSE(viewers.requestRedraw("plan"));
+    viewers.unRegisterViewer("plan");
 }
 
 } // namespace

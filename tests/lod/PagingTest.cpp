@@ -5,6 +5,7 @@
 
 #include <VelOsgDBBrx/CalcLevelVisitor.h>
 #include <VelOsgDBBrx/FrameStamp.h>
+#include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
@@ -99,6 +100,78 @@ TEST_P(EveryThreadingModel, ARegisteredViewerThatDrawsOnDemandIsAskedUntilThePic
     VelOsgDBBrx::PCViewerManager::getInstance()->unRegisterViewer("on demand");
 }
 
+/// Whether a viewer that draws on demand, without drawing, wants a frame within 100 ms.
+bool isAsked(osgViewer::Viewer& viewer)
+{
+    for (int i = 0; i < 100 && !viewer.getRequestRedraw(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return viewer.getRequestRedraw();
+}
+
+TEST(Paging, OnlyAViewerThatCanDoTheWaitingWorkOrShowsTheCloudIsAskedForFrames)
+{
+    auto& viewers = *VelOsgDBBrx::PCViewerManager::getInstance();
+    HeadlessViewer uninvolved(8, 8), onlooker(8, 8);
+    {
+        PagingScene scene(osgViewer::ViewerBase::SingleThreaded, 3);
+        onlooker.show(scene.placement);
+        uninvolved.show(new osg::Group);
+        for (HeadlessViewer* view : {&uninvolved, &onlooker, &scene.view}) {
+            view->viewer->setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
+            viewers.registerViewer(view->viewer, std::to_string(reinterpret_cast<uintptr_t>(view)));
+        }
+        scene.view.frame(); // registers the cloud; its cells then wait to be compiled
+        uninvolved.frame();
+        onlooker.frame();
+        EXPECT_TRUE(isAsked(*scene.view.viewer));
+        EXPECT_FALSE(isAsked(*uninvolved.viewer));
+        EXPECT_FALSE(isAsked(*onlooker.viewer)) << "its frames merge nothing";
+        size_t seen = 0;
+        for (int frame = 0; frame < 1000 && seen < 73; ++frame) {
+            scene.view.frame();
+            if (!onlooker.viewer->checkNeedToDoFrame()) continue;
+            onlooker.frame();
+            seen = scene.drawnNodes().size();
+        }
+        EXPECT_EQ(seen, 73u) << "the last frame drawn shows all cells";
+        EXPECT_FALSE(uninvolved.viewer->checkNeedToDoFrame());
+        ASSERT_TRUE(scene.settle());
+        viewers.unRegisterViewer(std::to_string(reinterpret_cast<uintptr_t>(&scene.view)));
+    }
+    EXPECT_FALSE(isAsked(*uninvolved.viewer));
+    for (HeadlessViewer* view : {&uninvolved, &onlooker})
+        viewers.unRegisterViewer(std::to_string(reinterpret_cast<uintptr_t>(view)));
+}
+
+TEST(Paging, WorkOfAWindowThatWasClosedKeepsNobodyDrawing)
+{
+    PagingScene scene(osgViewer::ViewerBase::SingleThreaded, 3);
+    osgViewer::Viewer& viewer = *scene.view.viewer;
+    std::string reason;
+    const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(32, 32, reason);
+    ASSERT_TRUE(window) << reason;
+    const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
+    window->attachTo(*camera);
+    scene.view.camera().setCullMask(0); // the second window's context has the cloud
+    camera->setCullMask(~0u);
+    viewer.addSlave(camera);
+    window->realize();
+    auto* manager = VelOsgDBBrx::GlobalObject::registerGraphicsContext(window);
+    manager->getIncrementalCompileOperation()->setMaximumNumOfObjectsToCompilePerFrame(0);
+    VelOsgDBBrx::PCViewerManager::getInstance()->registerViewer(&viewer, "two windows");
+    viewer.frame();
+    EXPECT_TRUE(isAsked(viewer));
+    EXPECT_FALSE(manager->isSettled());
+    window->close();
+    viewer.frame();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    viewer.frame();
+    EXPECT_FALSE(manager->isSettled());
+    EXPECT_FALSE(isAsked(viewer));
+    VelOsgDBBrx::PCViewerManager::getInstance()->unRegisterViewer("two windows");
+    VelOsgDBBrx::GlobalObject::unRegisterGraphicsContext(window);
+}
+
 /// What one window compiled waits for the others; a closed one must not be waited for.
 TEST(Paging, SettlesWhenAnotherWindowIsClosedWhileCellsAreCompiled)
 {
@@ -106,6 +179,7 @@ TEST(Paging, SettlesWhenAnotherWindowIsClosedWhileCellsAreCompiled)
          {osgViewer::ViewerBase::SingleThreaded, osgViewer::ViewerBase::DrawThreadPerContext}) {
         PagingScene scene(threading, 3, 20);
         osgViewer::Viewer& viewer = *scene.view.viewer;
+        scene.manager().setState(VelOsgDBBrx::IPointLoadManager::PAUSED); // until both windows draw
         std::string reason;
         const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(32, 32, reason);
         ASSERT_TRUE(window) << reason;
@@ -119,6 +193,7 @@ TEST(Paging, SettlesWhenAnotherWindowIsClosedWhileCellsAreCompiled)
         viewer.frame();
         auto& compile = *scene.manager().getIncrementalCompileOperation();
         compile.setMaximumNumOfObjectsToCompilePerFrame(1); // the cells wait for many frames
+        scene.manager().setState(VelOsgDBBrx::IPointLoadManager::RUNNING);
         for (int frame = 0; frame < 1000 && compile.isEmpty(); ++frame)
             viewer.frame();
         ASSERT_FALSE(compile.isEmpty());

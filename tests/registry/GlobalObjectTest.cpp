@@ -183,7 +183,7 @@ TEST_F(RegistryScene, AnUnregisteredContextLeavesTheSceneAndTheViewerAndAnotherT
     GlobalObject::unRegisterGraphicsContext(other.window);
 }
 
-TEST_F(RegistryScene, AHostsCompileOperationIsReplacedAndItsWorkTakenOver)
+TEST_F(RegistryScene, AHostsCompileOperationIsReplacedAndThereAgainAfterwardsWithWhatWaits)
 {
     HeadlessViewer view(32, 32);
     aim(view, offset);
@@ -192,12 +192,21 @@ TEST_F(RegistryScene, AHostsCompileOperationIsReplacedAndItsWorkTakenOver)
     const osg::ref_ptr<osg::Group> group = new osg::Group;
     root->addChild(group);
     hosts->add(group, new osg::Group);
-    GlobalObject::registerGraphicsContext(view.window);
+    auto* manager = GlobalObject::registerGraphicsContext(view.window);
     view.show(root);
     EXPECT_TRUE(settle(view));
     EXPECT_EQ(group->getNumChildren(), 1u);
     EXPECT_EQ(drawn(), 73u);
+    EXPECT_EQ(view.viewer->getIncrementalCompileOperation(), manager->getIncrementalCompileOperation());
+    view.viewer->getIncrementalCompileOperation()->add(group, new osg::Group);
     GlobalObject::unRegisterGraphicsContext(view.window);
+    view.frame();
+    EXPECT_EQ(view.viewer->getIncrementalCompileOperation(), hosts);
+    hosts->add(group, new osg::Group);
+    for (int frame = 0; frame < 4; ++frame)
+        view.frame();
+    EXPECT_EQ(group->getNumChildren(), 3u);
+    EXPECT_EQ(drawn(), 0u);
 }
 
 TEST_F(RegistryScene, TwoContextsOfOneViewerPageTheirOwnClouds)

@@ -338,7 +338,8 @@ TEST_F(SelectSegmentStackTest, KeepsCloudsOfOneSceneApart)
     CellFixture other({placed(coloredPoint(0, 255, 0), 5500, 5500, 500)}, PointPicture::kOrigin);
     const osg::ref_ptr<PointCloudImpl> second = makeCloud(other);
     picture.root->addChild(second);
-    SelectSegmentStack secondStack(picture.viewer.viewer, second);
+    osgViewer::View& view = *picture.viewer.viewer;
+    SelectSegmentStack secondStack(view, second);
     Polygon left = kLeft;
     secondStack.selectPushAndApply(left, true);
     picture.draw();
