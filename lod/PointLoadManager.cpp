@@ -232,8 +232,12 @@ void PointLoadManager::askForFrame()
     const osg::ref_ptr<DecrementalCompileOperation> decremental = _decremental.get();
     const bool compiles = incremental && !incremental->isAbandoned() && !incremental->isEmpty();
     if (!compiles && !(decremental && decremental->pending() > 0)) return;
-    std::lock_guard<std::mutex> lock(_viewerMutex);
-    VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw(_viewer.get());
+    osg::observer_ptr<osgViewer::ViewerBase> viewer;
+    {
+        std::lock_guard<std::mutex> lock(_viewerMutex);
+        viewer = _viewer;
+    }
+    VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw(viewer.get());
 }
 
 void PointLoadManager::runOnce()

@@ -255,6 +255,28 @@ TEST_F(PointLoadManagerTest, EveryRequestCutsAPassShortAndTheNextOneBeginsAfresh
     EXPECT_EQ(pass->count(), 1u) << "the pass that took the other's place";
 }
 
+TEST_F(PointLoadManagerTest, ItsOperationsMayBeReplacedWhileItRuns)
+{
+    manager->registerOctree(octree);
+    manager->start();
+    std::atomic<bool> stop{false};
+    std::thread asking([&] {
+        while (!stop)
+            manager->isSettled();
+    });
+    for (int i = 0; i < 3000; ++i) {
+        manager->setIncrementalCompileOperation(new VelOsgDBBrx::VelIncrementalCompileOperation);
+        manager->setDecrementalCompileOperation(new VelOsgUtils::DecrementalCompileOperation);
+        manager->setScreenCaptureTool(new VelOsgUtils::ScreenCaptureTool(nullptr));
+    }
+    stop = true;
+    asking.join();
+    manager->setScreenCaptureTool(capture);
+    const size_t passes = passesAtRest();
+    storeCamera(1);
+    EXPECT_EQ(passesAtRest(), passes + 1);
+}
+
 TEST_F(PointLoadManagerTest, ItStopsStartsAgainAndStopsTwice)
 {
     manager->registerOctree(octree);
