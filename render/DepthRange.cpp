@@ -1,5 +1,7 @@
 #include "render/DepthRange.h"
 
+#include "render/NearestPoint.h"
+
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -49,6 +51,9 @@ Polygon clip(const Polygon& polygon, const SidePlane& plane)
 constexpr int kFaces[6][4] = {{0, 1, 3, 2}, {4, 5, 7, 6}, {0, 1, 5, 4},
                               {2, 3, 7, 6}, {0, 2, 6, 4}, {1, 3, 7, 5}};
 
+/// Share of the farthest depth below which the nearest is looked up among the points.
+constexpr double kCloseUp = 0.02;
+
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 } // namespace
@@ -76,8 +81,9 @@ std::optional<DepthRange> visibleDepths(const osg::BoundingBoxd& box, const osg:
     return range;
 }
 
-DepthRangeScope::DepthRangeScope(osgUtil::CullVisitor& cull, const osg::BoundingBox& box)
-    : _cull(cull),
+DepthRangeScope::DepthRangeScope(osgUtil::CullVisitor& cull, const osg::BoundingBox& box,
+                                 const PointCloudLOD* cloud)
+    : _cull(cull), _cloud(cloud),
       _box(box._min, box._max), _before{cull.getCalculatedNearPlane(), cull.getCalculatedFarPlane()}
 {
     _cull.setCalculatedNearPlane(std::numeric_limits<double>::max());
@@ -88,10 +94,15 @@ DepthRangeScope::~DepthRangeScope()
 {
     DepthRange added = {_cull.getCalculatedNearPlane(), _cull.getCalculatedFarPlane()};
     if (added.nearest <= added.farthest) {
-        const auto visible = visibleDepths(_box, *_cull.getModelViewMatrix(), *_cull.getProjectionMatrix());
-        if (visible) {
+        const osg::Matrixd& modelView = *_cull.getModelViewMatrix();
+        const osg::Matrixd& projection = *_cull.getProjectionMatrix();
+        if (const auto visible = visibleDepths(_box, modelView, projection)) {
             added.nearest = std::max(added.nearest, visible->nearest);
             added.farthest = std::min(added.farthest, visible->farthest);
+        }
+        if (_cloud && added.nearest < kCloseUp * added.farthest) {
+            if (const auto nearest = nearestVisiblePoint(*_cloud, modelView, projection))
+                added.nearest = std::max(added.nearest, *nearest);
         }
     }
     _cull.setCalculatedNearPlane(std::min(_before.nearest, added.nearest));

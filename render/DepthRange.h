@@ -1,5 +1,7 @@
 #pragma once
 
+#include "lod/PointCloudLOD.h"
+
 #include <osg/BoundingBox>
 #include <osg/Matrixd>
 #include <osgUtil/CullVisitor>
@@ -24,17 +26,19 @@ std::optional<DepthRange> visibleDepths(const osg::BoundingBoxd& box, const osg:
 ///
 /// The traversal itself goes by whole bounding boxes. The coarse cells of a point cloud reach over all of it,
 /// past the eye often, and would pull the near plane to the eye; what shades by differences of depth then has
-/// none left to go by.
+/// none left to go by. With the eye in the box or close to it, the points themselves say where it may be.
 class DepthRangeScope
 {
 public:
-    DepthRangeScope(osgUtil::CullVisitor& cull, const osg::BoundingBox& box);
+    /// With a null `cloud`, no points are looked at.
+    DepthRangeScope(osgUtil::CullVisitor& cull, const osg::BoundingBox& box, const PointCloudLOD* cloud);
     ~DepthRangeScope();
     DepthRangeScope(const DepthRangeScope&) = delete;
     DepthRangeScope& operator=(const DepthRangeScope&) = delete;
 
 private:
     osgUtil::CullVisitor& _cull;
+    const PointCloudLOD* const _cloud;
     const osg::BoundingBoxd _box;
     const DepthRange _before; ///< of what was traversed before
 };

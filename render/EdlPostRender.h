@@ -5,8 +5,9 @@
 #include <osg/Group>
 
 /// The second pass of eye-dome lighting: draws a cloud again, shaded by what the first pass drew. Its state
-/// set holds the program and the settings "radius" and "edlStrength"; the textures come with each camera's
-/// target.
+/// set holds the program, the settings "radius" and "edlStrength", and what the camera that culled first in
+/// the last frame is shaded by: textures, their size as "Sx" and "Sy", and its kind of projection. Each
+/// camera draws with its own.
 class EdlPostRender : public osg::Group
 {
 public:

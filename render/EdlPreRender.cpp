@@ -13,8 +13,7 @@
 
 namespace {
 
-/// Keeps the target of the camera that culls at the size of its viewport. The target reaches from the
-/// window's corner, so that a pixel has the same place in both.
+/// Keeps the target of the camera that culls at the size of its viewport.
 class WindowResizeEventHandler : public osg::DrawableCullCallback
 {
 public:
@@ -26,8 +25,7 @@ public:
         const osg::Viewport* viewport = cull ? cull->getViewport() : nullptr;
         osg::Camera* camera = cull ? cull->getCurrentCamera() : nullptr;
         if (!viewport || !camera) return true;
-        _targets->fit(*camera, static_cast<int>(viewport->x() + viewport->width()),
-                      static_cast<int>(viewport->y() + viewport->height()));
+        _targets->fit(*camera, *viewport);
         return false;
     }
 

@@ -1,5 +1,7 @@
 #include "render/EyeDomeTarget.h"
 
+#include "render/PointPrograms.h"
+
 #include <osg/State>
 #include <osg/Uniform>
 
@@ -33,10 +35,11 @@ osg::ref_ptr<osg::Texture2D> makeDepthTexture(int width, int height)
 
 } // namespace
 
-EyeDomeTarget::EyeDomeTarget(int targetWidth, int targetHeight)
-    : width(targetWidth), height(targetHeight), color(makeColorTexture(width, height)),
-      depth(makeDepthTexture(width, height)), frameBuffer(new osg::FrameBufferObject),
-      _perspectiveState(makeReadingState(true)), _orthographicState(makeReadingState(false))
+EyeDomeTarget::EyeDomeTarget(int targetWidth, int targetHeight, int drawnHeight)
+    : width(targetWidth), height(targetHeight), viewportHeight(drawnHeight),
+      color(makeColorTexture(width, height)), depth(makeDepthTexture(width, height)),
+      frameBuffer(new osg::FrameBufferObject), _perspectiveState(makeReadingState(true)),
+      _orthographicState(makeReadingState(false))
 {
     frameBuffer->setAttachment(osg::Camera::DEPTH_BUFFER, osg::FrameBufferAttachment(depth));
     frameBuffer->setAttachment(osg::Camera::COLOR_BUFFER0, osg::FrameBufferAttachment(color));
@@ -44,12 +47,18 @@ EyeDomeTarget::EyeDomeTarget(int targetWidth, int targetHeight)
 
 osg::ref_ptr<osg::StateSet> EyeDomeTarget::makeReadingState(bool perspective) const
 {
+    // Overriding keeps out state below, above all the program of a colour mode; protection that of a host
+    // that overrides from above.
+    constexpr osg::StateAttribute::OverrideValue kFirm =
+        osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
     osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
-    state->setTextureAttributeAndModes(0, depth, osg::StateAttribute::ON);
-    state->setTextureAttributeAndModes(1, color, osg::StateAttribute::ON);
-    state->addUniform(new osg::Uniform("Sx", static_cast<float>(width)), osg::StateAttribute::ON);
-    state->addUniform(new osg::Uniform("Sy", static_cast<float>(height)), osg::StateAttribute::ON);
-    state->addUniform(new osg::Uniform("PerspectiveMode", perspective ? 1 : 0), osg::StateAttribute::ON);
+    state->setAttributeAndModes(pointProgram(PointProgram::EyeDome), kFirm);
+    state->setTextureAttributeAndModes(0, depth, kFirm);
+    state->setTextureAttributeAndModes(1, color, kFirm);
+    state->addUniform(new osg::Uniform("Sx", static_cast<float>(width)), kFirm);
+    state->addUniform(new osg::Uniform("Sy", static_cast<float>(height)), kFirm);
+    state->addUniform(new osg::Uniform("viewportHeight", static_cast<float>(viewportHeight)), kFirm);
+    state->addUniform(new osg::Uniform("PerspectiveMode", perspective ? 1 : 0), kFirm);
     return state;
 }
 
@@ -66,8 +75,11 @@ osg::ref_ptr<EyeDomeTargets> EyeDomeTargets::shared()
     return targets;
 }
 
-osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::fit(osg::Camera& camera, int width, int height)
+osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::fit(osg::Camera& camera, const osg::Viewport& viewport)
 {
+    const int width = static_cast<int>(viewport.x() + viewport.width());
+    const int height = static_cast<int>(viewport.y() + viewport.height());
+    const int drawn = static_cast<int>(viewport.height());
     const std::lock_guard<std::mutex> lock(_mutex);
     _entries.erase(std::remove_if(_entries.begin(), _entries.end(),
                                   [](const Entry& entry) { return !entry.camera.valid(); }),
@@ -75,8 +87,9 @@ osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::fit(osg::Camera& camera, int width, 
     auto entry = std::find_if(_entries.begin(), _entries.end(),
                               [&camera](const Entry& known) { return known.camera == &camera; });
     if (entry == _entries.end()) entry = _entries.insert(entry, Entry{&camera, nullptr});
-    if (!entry->target || entry->target->width != width || entry->target->height != height)
-        entry->target = new EyeDomeTarget(width, height);
+    const EyeDomeTarget* target = entry->target;
+    if (!target || target->width != width || target->height != height || target->viewportHeight != drawn)
+        entry->target = new EyeDomeTarget(width, height, drawn);
     return entry->target;
 }
 

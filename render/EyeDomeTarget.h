@@ -7,6 +7,7 @@
 #include <osg/Referenced>
 #include <osg/StateSet>
 #include <osg/Texture2D>
+#include <osg/Viewport>
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
 
@@ -19,15 +20,18 @@
 class EyeDomeTarget : public osg::Referenced
 {
 public:
-    EyeDomeTarget(int width, int height);
+    /// `viewportHeight` pixels of the target are drawn to; smaller than `height` where a window is split.
+    EyeDomeTarget(int width, int height, int viewportHeight);
 
     const int width; ///< pixels
     const int height;
+    const int viewportHeight;
     const osg::ref_ptr<osg::Texture2D> color;
     const osg::ref_ptr<osg::Texture2D> depth;
     const osg::ref_ptr<osg::FrameBufferObject> frameBuffer;
 
-    /// Textures, their size and the projection's kind, for the second pass.
+    /// The program of the second pass, its textures, their size and the projection's kind. Holds against what
+    /// state sets above and below say.
     osg::StateSet* readingState(bool perspective) const
     {
         return perspective ? _perspectiveState : _orthographicState;
@@ -52,8 +56,9 @@ public:
     /// The targets of the process, which go with their last user.
     static osg::ref_ptr<EyeDomeTargets> shared();
 
-    /// The camera's target, a new one unless it has that size. For cull traversals.
-    osg::ref_ptr<EyeDomeTarget> fit(osg::Camera& camera, int width, int height);
+    /// The camera's target, a new one unless it fits the viewport: it reaches from the window's corner, so
+    /// that a pixel has the same place in both. For cull traversals.
+    osg::ref_ptr<EyeDomeTarget> fit(osg::Camera& camera, const osg::Viewport& viewport);
 
     /// The camera's target; null when it has none.
     osg::ref_ptr<EyeDomeTarget> find(const osg::Camera* camera);

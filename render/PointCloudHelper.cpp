@@ -5,15 +5,20 @@
 
 #include <VelOsgDBBrx/IPointCloud.h>
 
+#include <osg/Math>
 #include <osg/Uniform>
 
 #include <algorithm>
+#include <cmath>
 
 namespace VelOsgDBBrx {
 
 namespace {
 
 constexpr size_t kClipBoxPlanes = 8;
+
+constexpr float kHeadLight = 1; ///< values of "normalLight".w
+constexpr float kSunLight = 2;
 
 /// The node's state set, which draw threads may be reading: dynamic, so that they are waited for.
 osg::StateSet& changeableState(osg::Node& node)
@@ -27,6 +32,18 @@ template <typename Value>
 void setUniform(osg::Node& node, const char* name, const Value& value)
 {
     changeableState(node).addUniform(new osg::Uniform(name, value), osg::StateAttribute::ON);
+}
+
+/// Overrides what the second pass of eye-dome lighting has of its own, below the node. Protected, so that a
+/// cloud's setting holds against one above it.
+void setShading(osg::Node& node, float strength, float radius, bool balanced)
+{
+    constexpr osg::StateAttribute::OverrideValue kHolds =
+        osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
+    osg::StateSet& state = changeableState(node);
+    state.addUniform(new osg::Uniform("edlStrength", strength), kHolds);
+    state.addUniform(new osg::Uniform("radius", radius), kHolds);
+    state.addUniform(new osg::Uniform("edlBalanced", balanced), kHolds);
 }
 
 float adjust(float channel, float brightness, float contrast)
@@ -70,6 +87,35 @@ void PointCloudHelper::setBrightnessTable(osg::Node* node, const std::array<floa
 void PointCloudHelper::resetBrightness(osg::Node* node)
 {
     if (node) setUniform(*node, "isUseBCTable", false);
+}
+
+void PointCloudHelper::setEyeDomeLighting(osg::Node* node, float strength, float radius)
+{
+    if (node) setShading(*node, strength, radius, false);
+}
+
+void PointCloudHelper::setBalancedEyeDomeLighting(osg::Node* node, float strength, float radius)
+{
+    if (node) setShading(*node, strength, radius, true);
+}
+
+void PointCloudHelper::setHeadLight(osg::Node* node)
+{
+    if (node) setUniform(*node, "normalLight", osg::Vec4f(0, 0, 0, kHeadLight));
+}
+
+void PointCloudHelper::setSunLight(osg::Node* node, double azimuth, double height)
+{
+    if (!node) return;
+    const double east = osg::DegreesToRadians(90 - azimuth);
+    const double up = osg::DegreesToRadians(height);
+    const osg::Vec3d sun(std::cos(east) * std::cos(up), std::sin(east) * std::cos(up), std::sin(up));
+    setUniform(*node, "normalLight", osg::Vec4f(osg::Vec3f(sun), kSunLight));
+}
+
+void PointCloudHelper::setLightOff(osg::Node* node)
+{
+    if (node) setUniform(*node, "normalLight", osg::Vec4f());
 }
 
 void PointCloudHelper::hideCulledPoints(osg::Node* node)

@@ -21,13 +21,28 @@ void clipTo(const std::vector<osg::Vec4d>& planes, osg::StateSet& state)
     bindStorageBuffer(state, StorageBuffer::CloudPlanes, new osg::Vec4dArray(planes.begin(), planes.end()));
 }
 
-osg::BoundingBox boundsOfLoaded(const PointCloudLOD& lod)
+bool extendsPrograms(const osg::Node& node)
 {
-    osg::BoundingBox bounds;
-    for (unsigned i = 0; i < lod.getNumChildren(); ++i)
-        bounds.expandBy(lod.getChild(i)->asGeode()->getBoundingBox());
-    return bounds;
+    return node.getStateSet() && PointDefaults::areExtendedBy(*node.getStateSet());
 }
+
+/// What a cull needs to know of all loaded cells.
+struct LoadedCells
+{
+    explicit LoadedCells(const PointCloudLOD& lod)
+    {
+        for (unsigned i = 0; i < lod.getNumChildren(); ++i) {
+            const osg::Geode& leaf = *lod.getChild(i)->asGeode();
+            bounds.expandBy(leaf.getBoundingBox());
+            extendPrograms = extendPrograms || extendsPrograms(leaf);
+            for (unsigned k = 0; k < leaf.getNumDrawables(); ++k)
+                extendPrograms = extendPrograms || extendsPrograms(*leaf.getDrawable(k));
+        }
+    }
+
+    osg::BoundingBox bounds;
+    bool extendPrograms = false; ///< a host gave one of them state of its own
+};
 
 } // namespace
 
@@ -46,8 +61,10 @@ void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
         osg::Group::traverse(visitor);
         return;
     }
-    const DepthRangeScope depths(*cull, boundsOfLoaded(*_lod));
-    cull->pushStateSet(_defaults.missingFrom(*cull->getCurrentStateGraph(), _lod->getStateSet()));
+    const LoadedCells cells(*_lod);
+    const DepthRangeScope depths(*cull, cells.bounds, _postRender ? _lod.get() : nullptr);
+    cull->pushStateSet(
+        _defaults.missingFrom(*cull->getCurrentStateGraph(), _lod->getStateSet(), cells.extendPrograms));
     osg::Group::traverse(visitor);
     cull->popStateSet();
 }

@@ -7,7 +7,9 @@
 #include <osg/Program>
 #include <osg/Uniform>
 
+#include <algorithm>
 #include <bitset>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -49,6 +51,8 @@ const UniformList& defaultUniforms()
         new osg::Uniform("activelineEnHancement", false),
         new osg::Uniform("lineEnHancementColor", osg::Vec4f(1, 1, 0, 1)),
         new osg::Uniform("lineEnHancementPointSize", 5),
+        new osg::Uniform("normalLight", osg::Vec4f()),
+        new osg::Uniform("edlBalanced", false),
         new osg::Uniform("blendIntensity", false),
         new osg::Uniform("intensityPair", osg::Vec2f(0, 1)),
         new osg::Uniform("isUseBCTable", false),
@@ -59,14 +63,17 @@ const UniformList& defaultUniforms()
     return uniforms;
 }
 
+/// They switch more on than the points themselves.
+constexpr const char* kExtras[] = {
+    "activeClip",    "activeNormal",      "activeClassFilter",     "activeDClipPlane",
+    "cloudPlaneNum", "isUseSectionPlane", "activelineEnHancement", "normalLight"};
+
 /// One bit a default uniform, then these.
 constexpr size_t kMaxUniforms = 30;
 constexpr size_t kProgramBit = kMaxUniforms;
 constexpr size_t kPointSizeModeBit = kMaxUniforms + 1;
-constexpr size_t kClipPlanesBit = kMaxUniforms + 2;
+constexpr size_t kCellExtrasBit = kMaxUniforms + 2; ///< a cell gives one of kExtras
 using Given = std::bitset<kMaxUniforms + 3>;
-
-constexpr unsigned kClipPlanes = 8; ///< that every OpenGL of version 3 has
 
 std::map<std::string, size_t> numberUniforms()
 {
@@ -90,25 +97,6 @@ void addUniforms(const osg::StateSet& state, Given& given)
     }
 }
 
-/// Whether a mode is on by the innermost state set that says.
-bool isOn(osg::StateAttribute::GLMode mode, const osgUtil::StateGraph& applied)
-{
-    for (const osgUtil::StateGraph* graph = &applied; graph; graph = graph->_parent) {
-        const osg::StateSet* state = graph->getStateSet();
-        const osg::StateAttribute::GLModeValue value =
-            state ? state->getMode(mode) : osg::StateAttribute::GLModeValue(osg::StateAttribute::INHERIT);
-        if (value != osg::StateAttribute::INHERIT) return value & osg::StateAttribute::ON;
-    }
-    return false;
-}
-
-bool isAnyClipPlaneOn(const osgUtil::StateGraph& applied)
-{
-    for (unsigned plane = 0; plane < kClipPlanes; ++plane)
-        if (isOn(GL_CLIP_PLANE0 + plane, applied)) return true;
-    return false;
-}
-
 Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
 {
     Given given;
@@ -123,15 +111,14 @@ Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
             given.set(kPointSizeModeBit);
     }
     given.set(kProgramBit, program && !isOccluder(*program));
-    given.set(kClipPlanesBit, isAnyClipPlaneOn(applied));
     return given;
 }
 
 /// Whether nobody gives a uniform that switches more on than the points themselves.
 bool isPlain(const Given& given)
 {
-    for (const char* name : {"activeClip", "activeNormal", "activeClassFilter", "activeDClipPlane",
-                             "cloudPlaneNum", "isUseSectionPlane", "activelineEnHancement"})
+    if (given[kCellExtrasBit]) return false;
+    for (const char* name : kExtras)
         if (given[uniformBits().at(name)]) return false;
     return true;
 }
@@ -145,16 +132,23 @@ osg::ref_ptr<osg::StateSet> makeDefaultsBeside(const Given& given)
     if (!given[kProgramBit]) state->setAttributeAndModes(pointProgram(PointProgram::Origin));
     if (!given[kPointSizeModeBit]) state->setMode(GL_VERTEX_PROGRAM_POINT_SIZE, osg::StateAttribute::ON);
     if (isPlain(given)) state->setDefine("NO_EXTRAS");
-    if (!given[kClipPlanesBit]) state->setDefine("NO_CLIP_PLANES");
+    state->setDefine("IN_CLOUD");
     return state;
 }
 
 } // namespace
 
-const osg::StateSet* PointDefaults::missingFrom(const osgUtil::StateGraph& applied,
-                                                const osg::StateSet* below)
+bool PointDefaults::areExtendedBy(const osg::StateSet& cellState)
 {
-    const Given given = givenBy(applied, below);
+    return std::any_of(std::begin(kExtras), std::end(kExtras),
+                       [&cellState](const char* name) { return cellState.getUniform(name); });
+}
+
+const osg::StateSet* PointDefaults::missingFrom(const osgUtil::StateGraph& applied,
+                                                const osg::StateSet* below, bool cellsExtend)
+{
+    Given given = givenBy(applied, below);
+    given.set(kCellExtrasBit, cellsExtend);
     const std::lock_guard<std::mutex> lock(_mutex);
     osg::ref_ptr<osg::StateSet>& state = _states[given.to_ulong()];
     if (!state) state = makeDefaultsBeside(given);

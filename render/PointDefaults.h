@@ -16,7 +16,12 @@ public:
     /// the gaps and overrules nothing, so that plain state above the cloud or on it still wins. The result
     /// lives as long as this object and is not to be changed.
     /// `below` is a state set that will apply after it, or null; what it gives is not seen as lacking either.
-    const osg::StateSet* missingFrom(const osgUtil::StateGraph& applied, const osg::StateSet* below);
+    /// `cellsExtend`: a cell has a state set for which `areExtendedBy` holds.
+    const osg::StateSet* missingFrom(const osgUtil::StateGraph& applied, const osg::StateSet* below,
+                                     bool cellsExtend);
+
+    /// Whether the state set of a cell switches something on that the programs of plain clouds leave out.
+    static bool areExtendedBy(const osg::StateSet& cellState);
 
     void resizeGLObjectBuffers(unsigned maxSize);
     void releaseGLObjects(osg::State* state);

@@ -19,22 +19,15 @@ osg::ref_ptr<osg::Shader> makeShader(osg::Shader::Type type, const std::string& 
     return shader;
 }
 
-osg::ref_ptr<osg::Program> makeProgram(const std::string& vertexShader, const std::string& fragmentShader)
+/// `identifierOutput` is what the fragment shader calls the second of the five outputs. A shader may lack
+/// outputs.
+osg::ref_ptr<osg::Program> makeProgram(const std::string& vertexShader, const std::string& fragmentShader,
+                                       const char* identifierOutput = "pIntAttribute")
 {
     osg::ref_ptr<osg::Program> program = new osg::Program;
     program->setName(vertexShader);
     program->addShader(makeShader(osg::Shader::VERTEX, vertexShader));
     program->addShader(makeShader(osg::Shader::FRAGMENT, fragmentShader));
-    return program;
-}
-
-/// A program that writes the five targets; `identifierOutput` is what its fragment shader calls the second
-/// one.
-osg::ref_ptr<osg::Program> makePickableProgram(const std::string& vertexShader,
-                                               const std::string& fragmentShader,
-                                               const char* identifierOutput = "pIntAttribute")
-{
-    osg::ref_ptr<osg::Program> program = makeProgram(vertexShader, fragmentShader);
     program->addBindFragDataLocation("fragColor", 0);
     program->addBindFragDataLocation(identifierOutput, 1);
     program->addBindFragDataLocation("pFloatAttribute", 2);
@@ -45,7 +38,7 @@ osg::ref_ptr<osg::Program> makePickableProgram(const std::string& vertexShader,
 
 osg::ref_ptr<osg::Program> makePointProgram(const std::string& vertexShader)
 {
-    return makePickableProgram(vertexShader, "point.frag");
+    return makeProgram(vertexShader, "point.frag");
 }
 
 osg::ref_ptr<osg::Program> makeLitProgram(const std::string& vertexShader)
@@ -82,13 +75,13 @@ osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
     case PointProgram::GpsTime:
         return makePointProgram("gps_time.vert");
     case PointProgram::Occluder:
-        return makePickableProgram(kOccluderShader, "occluder.frag");
+        return makeProgram(kOccluderShader, "occluder.frag");
     case PointProgram::ElevationLit:
         return makeLitProgram("elevation_lit.vert");
     case PointProgram::ClassificationLit:
         return makeLitProgram("classification_lit.vert");
     case PointProgram::EyeDome:
-        return makePickableProgram("edl.vert", "edl.frag", "pAttribute");
+        return makeProgram("edl.vert", "edl.frag", "pAttribute");
     }
     return nullptr;
 }

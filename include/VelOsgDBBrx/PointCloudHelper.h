@@ -42,6 +42,33 @@ public:
     static void resetBrightness(osg::Node* node);
     /// @}
 
+    /// \name Eye-dome lighting
+    /// How clouds are shaded where `ShaderHelper::switchEDLShader` has switched it on, before or after this
+    /// call.
+    /// @{
+    /// `strength` multiplies the differences of depth in the depth buffer, which depend on its near and far
+    /// plane; `radius` is that of the neighbourhood, pixels. Both are 2 where nothing is set.
+    static void setEyeDomeLighting(osg::Node* node, float strength, float radius);
+
+    /// Shades by the slope of what is seen: alike from far and near, in perspective and orthographic
+    /// pictures, and with the eye among the points. A point keeps at least the share exp(-strength) of its
+    /// brightness.
+    static void setBalancedEyeDomeLighting(osg::Node* node, float strength = 1, float radius = 2);
+    /// @}
+
+    /// \name Light on the points' normals, in every colour mode
+    /// Points without a normal, and all of stores without normals, keep their colour.
+    /// @{
+    /// From the eye, on both sides of a surface.
+    static void setHeadLight(osg::Node* node);
+
+    /// From afar: `azimuth` degrees clockwise from the world's y axis, `height` degrees above the horizon.
+    /// Lights the side that the normal points to.
+    static void setSunLight(osg::Node* node, double azimuth, double height);
+
+    static void setLightOff(osg::Node* node);
+    /// @}
+
     /// \name Culled points
     /// @{
     static void hideCulledPoints(osg::Node* node);

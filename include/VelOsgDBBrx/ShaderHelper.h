@@ -63,8 +63,9 @@ public:
     static void returnNumberColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors);
     static void numbersReturnColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors);
 
-    /// The flight line is the point source id modulo 256, so that neighbouring lines differ whatever number a
-    /// survey begins to count from.
+    /// Of a cloud's points the flight line is the point source id modulo 256, so that neighbouring lines
+    /// differ whatever number a survey begins to count from. Geometry that is under no cloud has it as a
+    /// float attribute at location 11, pinned to 0 ... 255, and GPS time at location 12.
     static void flightLineColorShader(osg::Node* node, std::vector<osg::Vec4f>& colors);
     /// @}
 

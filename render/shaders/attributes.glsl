@@ -1,10 +1,17 @@
-// Vertex attributes of a cell's points, packed as the cell reader packs them.
+// Vertex attributes of a cell's points, packed as the cell reader packs them. Geometry of a host that is coloured by
+// flight line has HAS_FLIGHT_ATTRIBUTE: its lines are an attribute of their own.
 layout(location = 7) in int userData;
 layout(location = 8) in vec4 normal;
 layout(location = 9) in int psidWithIntensity;   // point source id | intensity
 layout(location = 10) in int mulAttribute;       // scan angle | flags byte | returns byte
+#ifdef HAS_FLIGHT_ATTRIBUTE
+layout(location = 11) in float flight;
+layout(location = 12) in float gpstime;
+const int categoryWithColorR = 0;                // has no source: nothing is hidden
+#else
 layout(location = 11) in float gpstime;
 layout(location = 12) in int categoryWithColorR; // class | hidden bits | red
+#endif
 layout(location = 13) in int colorGWithColorB;   // green | blue
 
 const int kHiddenBits = 0x00ff0000;

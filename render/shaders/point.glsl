@@ -4,10 +4,11 @@
 //   SHOWS_PLAIN_COLOR             neither of the two is applied
 //   TABLE_OF_STORED_COLOR         the brightness table is looked up with the stored colour, not the blended one
 //   LINE_POINT_SIZE               size of the points of an enhanced line
-// The application defines NO_EXTRAS where none of the uniforms that switch selection, clipping, the filters or an
-// enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long. It defines
-// NO_CLIP_PLANES where no fixed-function plane is on: gl_ClipPlane still holds those of other parts of the scene.
-#pragma import_defines(NO_EXTRAS, NO_CLIP_PLANES)
+// The application defines NO_EXTRAS where none of the uniforms that switch selection, clipping, the filters, a light
+// or an enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long. It defines
+// IN_CLOUD for the cells of a point cloud. Other geometry is tested against every fixed-function plane, whether on
+// or off; a cloud leaves that to gl_ClipVertex, which heeds exactly the planes that are on for it.
+#pragma import_defines(NO_EXTRAS, IN_CLOUD)
 #include "attributes.glsl"
 #include "uniforms.glsl"
 #include "clipping.glsl"
@@ -24,6 +25,10 @@
 out float cansee; // at least 1: drawn, 0: hidden
 out vec4 color;
 flat out float ogpsTime;
+
+const float kNoLight = 0.0; // values of normalLight.w
+const float kSunLight = 2.0;
+const float kAmbientLight = 0.3;
 
 vec4 modeColor(dvec4 globalPosition);
 
@@ -57,6 +62,26 @@ void applyClassFilter()
     if (((hiddenClasses[code >> 5] >> (code & 31)) & 1) != 0) cansee = 0.0;
 }
 
+// How much of the light a surface catches. The head light shines from the eye on both sides of it: which of them a
+// normal points to is a convention.
+float caughtLight()
+{
+    if (normalLight.w == kSunLight) {
+        vec3 worldNormal = normalize(inverse(transpose(mat3(modelMatrix))) * normal.xyz);
+        return max(dot(worldNormal, normalLight.xyz), 0.0);
+    }
+    bool isParallel = gl_ProjectionMatrix[3][3] == 1.0;
+    vec3 toEye = isParallel ? vec3(0.0, 0.0, 1.0) : -normalize((gl_ModelViewMatrix * gl_Vertex).xyz);
+    return abs(dot(normalize(gl_NormalMatrix * normal.xyz), toEye));
+}
+
+// Points without a normal keep their colour.
+void applyLight()
+{
+    if (normalLight.w == kNoLight || normal.xyz == vec3(0.0)) return;
+    color.rgb *= kAmbientLight + (1.0 - kAmbientLight) * caughtLight();
+}
+
 void enhanceLine(dvec4 globalPosition)
 {
     if (!isOnEnhancedLine(globalPosition.xy)) return;
@@ -68,6 +93,7 @@ void applySelection() {}
 void applyClipping(dvec4 globalPosition) {}
 void applyNormalFilter() {}
 void applyClassFilter() {}
+void applyLight() {}
 void enhanceLine(dvec4 globalPosition) {}
 #endif
 
@@ -115,11 +141,12 @@ void main()
 #ifndef SHOWS_PLAIN_COLOR
     applyIntensityAndTable();
 #endif
+    applyLight();
 #ifndef SELECTS_BEFORE_BLENDING
     applySelection();
 #endif
     applyClipping(globalPosition);
-#ifndef NO_CLIP_PLANES
+#ifndef IN_CLOUD
     if (!isInFixedFunctionPlanes(gl_ModelViewMatrix * gl_Vertex)) cansee = 0.0;
 #endif
     applyNormalFilter();

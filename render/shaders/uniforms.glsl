@@ -22,6 +22,8 @@ uniform bool activelineEnHancement;
 uniform vec4 lineEnHancementColor;
 uniform int lineEnHancementPointSize;
 
+uniform vec4 normalLight;      // direction to the sun in the world; w: 0 no light, 1 from the eye, 2 from the sun
+
 uniform bool blendIntensity;
 uniform vec2 intensityPair;    // smallest intensity, span
 uniform bool isUseBCTable;

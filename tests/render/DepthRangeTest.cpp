@@ -1,10 +1,17 @@
 #include "render/DepthRange.h"
+#include "render/NearestPoint.h"
+#include "tests/support/CellFixture.h"
+
+#include <VelOsgDBBrx/LasReaderWriter.h>
 
 #include <gtest/gtest.h>
 #include <osg/Math>
 
 #include <cmath>
+#include <limits>
 #include <random>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -80,4 +87,45 @@ TEST(VisibleDepths, EncloseEveryVisiblePointOfRandomBoxesAndCameras)
         }
     }
     EXPECT_GT(visible, 1000);
+}
+
+TEST(NearestVisiblePoint, IsThatOfAllPointsOfAllCellsThatARandomCameraSees)
+{
+    std::mt19937 random(11);
+    std::uniform_int_distribution<int32_t> millimetres(-40000, 40000);
+    std::vector<TestPoint> points(600);
+    for (TestPoint& point : points) {
+        point.x = millimetres(random);
+        point.y = millimetres(random);
+        point.z = millimetres(random) / 4;
+    }
+    const CellFixture fixture(points);
+    const osg::ref_ptr<PointCloudLOD> cloud = new PointCloudLOD(fixture.octree);
+    for (int64_t cell = 0; cell < 6; ++cell) {
+        const std::string identifier = "cell " + std::to_string(cell);
+        cloud->addChild(VelOsgDBBrx::LasReaderWriter::read(fixture.cell({{cell * 100, 100}}, identifier)));
+    }
+    ASSERT_EQ(cloud->getNumChildren(), 6u);
+    std::uniform_real_distribution<double> coordinate(-30, 30);
+    int found = 0;
+    for (int i = 0; i < 300; ++i) {
+        const osg::Matrixd view = osg::Matrixd::scale(2, 2, 2) *
+                                  lookAt({coordinate(random), coordinate(random), coordinate(random)},
+                                         {coordinate(random), coordinate(random), coordinate(random)});
+        const osg::Matrixd projection =
+            i % 2 ? osg::Matrixd::perspective(20, 1.5, 1, 100) : osg::Matrixd::ortho(-9, 6, -5, 5, 1, 100);
+        double expected = std::numeric_limits<double>::infinity();
+        for (const TestPoint& point : points) {
+            const osg::Vec3d eye = osg::Vec3d(point.x, point.y, point.z) * 0.001 * view;
+            const osg::Vec4d clip = osg::Vec4d(eye, 1) * projection;
+            if (eye.z() < 0 && std::abs(clip.x()) <= clip.w() && std::abs(clip.y()) <= clip.w())
+                expected = std::min(expected, -eye.z());
+        }
+        const auto nearest = nearestVisiblePoint(*cloud, view, projection);
+        ASSERT_EQ(nearest.has_value(), std::isfinite(expected)) << i;
+        if (!nearest) continue;
+        EXPECT_NEAR(*nearest, expected, 1e-3) << i;
+        ++found;
+    }
+    EXPECT_GT(found, 100);
 }

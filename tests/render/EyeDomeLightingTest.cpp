@@ -1,4 +1,5 @@
 #include "tests/render/PointPicture.h"
+#include "tests/support/ThreadingModels.h"
 
 #include <VelOsgDBBrx/CalcLevelVisitor.h>
 #include <VelOsgDBBrx/PointCloudHelper.h>
@@ -10,11 +11,14 @@
 #include <osg/Geode>
 #include <osg/Geometry>
 #include <osg/Program>
+#include <osg/Texture2D>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <string>
 
 using VelOsgDBBrx::PointCloudHelper;
 using VelOsgDBBrx::ShaderHelper;
@@ -70,7 +74,7 @@ const osg::Vec3ub kRed(255, 0, 0);
 /// The shading that eye-dome lighting is to give a pixel, where `depthOf` tells the depth of the visible
 /// point of each pixel: 0 at the near plane, 1 at the far one.
 template <class DepthOf>
-double shade(int x, int y, bool perspective, DepthOf depthOf)
+double shade(int x, int y, bool perspective, DepthOf depthOf, double strength = 2)
 {
     constexpr int kNeighbours[8][2] = {{2, 0}, {1, 1}, {0, 2}, {-1, 1}, {-2, 0}, {-1, -1}, {0, -2}, {1, -1}};
     const auto transformed = [&](int column, int line) {
@@ -80,10 +84,170 @@ double shade(int x, int y, bool perspective, DepthOf depthOf)
     double sum = 0;
     for (const auto& step : kNeighbours)
         sum += std::max(0.0, transformed(x, y) - transformed(x + step[0], y + step[1]));
-    return std::exp(-sum / 8 * 300 * 2);
+    return std::exp(-sum / 8 * 300 * strength);
+}
+
+/// What a host reads of the second pass of a cloud with eye-dome lighting.
+osg::StateSet& secondPass(PointCloudImpl& cloud)
+{
+    return *cloud.getChild(1)->getStateSet();
+}
+
+const osg::Texture2D& textureOf(const osg::StateSet& state, unsigned unit)
+{
+    return dynamic_cast<const osg::Texture2D&>(
+        *state.getTextureAttribute(unit, osg::StateAttribute::TEXTURE));
+}
+
+template <typename T>
+T valueOf(const osg::StateSet& state, const char* name)
+{
+    T value{};
+    EXPECT_TRUE(state.getUniform(name) && state.getUniform(name)->get(value)) << name;
+    return value;
+}
+
+/// Of the sizes that the state set of a second pass shows.
+void expectSize(const osg::StateSet& state, int width, int height)
+{
+    for (const unsigned unit : {0u, 1u}) {
+        EXPECT_EQ(textureOf(state, unit).getTextureWidth(), width) << unit;
+        EXPECT_EQ(textureOf(state, unit).getTextureHeight(), height) << unit;
+    }
 }
 
 } // namespace
+
+TEST(EyeDomeLighting, StartsWithTexturesUniformsAndAProtectedProgramInItsStateSet)
+{
+    BlockPicture picture;
+    picture.cloud->enableEyeDomeLighting();
+    const osg::StateSet& state = secondPass(*picture.cloud);
+    const std::map<std::string, float> floats = {{"Sx", 512.0f},        {"Sy", 512.0f}, {"radius", 2.0f},
+                                                 {"edlStrength", 2.0f}, {"Zm", 1.0f},   {"ZM", 0.0f}};
+    for (const auto& [name, value] : floats)
+        EXPECT_EQ(valueOf<float>(state, name.c_str()), value) << name;
+    const std::map<std::string, int> integers = {{"s1_color", 1}, {"s2_depth", 0}, {"PerspectiveMode", 0}};
+    for (const auto& [name, value] : integers)
+        EXPECT_EQ(valueOf<int>(state, name.c_str()), value) << name;
+    for (const auto& [name, uniform] : state.getUniformList())
+        EXPECT_EQ(uniform.second, static_cast<unsigned>(osg::StateAttribute::OFF)) << name << ": plain";
+    EXPECT_EQ(state.getUniformList().size(), floats.size() + integers.size() + 1);
+    const osg::Uniform& directions = *state.getUniform("Neigh_pos_2D");
+    EXPECT_EQ(directions.getType(), osg::Uniform::FLOAT_VEC2);
+    EXPECT_EQ(directions.getNumElements(), 8u);
+    osg::Vec2f third;
+    directions.getElement(3, third);
+    EXPECT_LT((third - osg::Vec2f(-0.70710678f, 0.70710678f)).length(), 1e-6f);
+
+    EXPECT_EQ(state.getAttributePair(osg::StateAttribute::PROGRAM)->second,
+              static_cast<unsigned>(osg::StateAttribute::PROTECTED));
+    expectSize(state, 960, 512);
+    const osg::Texture2D& depth = textureOf(state, 0);
+    EXPECT_EQ(depth.getInternalFormat(), GL_DEPTH_COMPONENT);
+    EXPECT_EQ(depth.getSourceType(), static_cast<GLenum>(GL_FLOAT));
+    EXPECT_EQ(depth.getFilter(osg::Texture::MIN_FILTER), osg::Texture::NEAREST);
+    EXPECT_EQ(depth.getFilter(osg::Texture::MAG_FILTER), osg::Texture::NEAREST);
+    EXPECT_EQ(depth.getWrap(osg::Texture::WRAP_S), osg::Texture::CLAMP_TO_EDGE);
+    EXPECT_EQ(depth.getWrap(osg::Texture::WRAP_T), osg::Texture::CLAMP_TO_EDGE);
+    const osg::Texture2D& color = textureOf(state, 1);
+    EXPECT_EQ(color.getInternalFormat(), GL_RGBA);
+    EXPECT_EQ(color.getFilter(osg::Texture::MIN_FILTER), osg::Texture::LINEAR);
+    EXPECT_EQ(color.getFilter(osg::Texture::MAG_FILTER), osg::Texture::LINEAR);
+}
+
+TEST(EyeDomeLighting, ShowsTheHostTheViewportAndTheProjectionOfTheLastFrame)
+{
+    BlockPicture picture;
+    picture.cloud->enableEyeDomeLighting();
+    const osg::StateSet& state = secondPass(*picture.cloud);
+    const auto expect = [&](int width, int height, int perspective) {
+        picture.draw();
+        expectSize(state, width, height);
+        EXPECT_EQ(valueOf<float>(state, "Sx"), static_cast<float>(width));
+        EXPECT_EQ(valueOf<float>(state, "Sy"), static_cast<float>(height));
+        EXPECT_EQ(valueOf<int>(state, "PerspectiveMode"), perspective);
+    };
+    expect(kSize, kSize, 0);
+    const osg::ref_ptr<const osg::Texture2D> before = &textureOf(state, 0);
+    picture.draw();
+    EXPECT_EQ(before, &textureOf(state, 0)) << "nothing changed";
+    picture.viewer.camera().setViewport(0, 0, 20, 12);
+    expect(20, 12, 0);
+    picture.lookInPerspective();
+    expect(20, 12, 1);
+    picture.viewer.camera().setViewport(0, 0, kSize, kSize);
+    expect(kSize, kSize, 1);
+}
+
+TEST(EyeDomeLighting, TakesStrengthAndRadiusOfTheHostForAllCloudsOrForOne)
+{
+    BlockPicture picture(100);
+    const auto expectStrength = [&](double strength, const char* which) {
+        picture.draw();
+        const auto depthOf = [](int x, int y) { return (20 - (isBlock(x, y) ? 0.1 : 0)) / 40; };
+        for (int x = 0; x < kSize; ++x) {
+            const double expected = shade(x, 15, false, depthOf, strength);
+            const osg::Vec3ub& plain = isBlock(x, 15) ? kBlock : kGround;
+            ASSERT_NEAR(picture.at(x, 15).g(), plain.g() * expected, 0.75) << x << " " << which;
+        }
+    };
+    PointCloudHelper::setEyeDomeLighting(picture.root, 0.5f, 2);
+    picture.cloud->enableEyeDomeLighting();
+    expectStrength(0.5, "set above the cloud before it is switched on");
+    PointCloudHelper::setEyeDomeLighting(picture.cloud, 1, 2);
+    expectStrength(1, "the cloud's own");
+    picture.cloud->disableEyeDomeLighting();
+    picture.cloud->enableEyeDomeLighting();
+    expectStrength(1, "kept when switched off and on");
+
+    PointCloudHelper::setEyeDomeLighting(picture.cloud, 2, 4);
+    picture.draw();
+    EXPECT_LT(picture.at(15, 15).g(), kBlock.g() + 1);
+    EXPECT_LT(picture.at(15, 15).g(), kBlock.g()) << "four pixels from the edge";
+    PointCloudHelper::setEyeDomeLighting(picture.cloud, 2, 2);
+    picture.draw();
+    EXPECT_EQ(picture.at(15, 15).g(), kBlock.g());
+}
+
+/// The near and far plane do not matter, and no pixel becomes black.
+TEST(EyeDomeLighting, BalancedShadesBySlopesAndLeavesEveryPointItsColour)
+{
+    const auto expected = [](double rise,
+                             double pixel) { // beside a straight edge: 3 of 8 neighbours are higher
+        const double slope = rise / (2 * pixel);
+        return std::exp(-3.0 / 8 * slope / (slope + 1.5));
+    };
+    for (const bool perspective : {false, true}) {
+        for (const double farther : {1.0, 30.0}) {
+            BlockPicture picture(1000);
+            osg::Camera& camera = picture.viewer.camera();
+            const double height = kSize / 2 / std::tan(osg::DegreesToRadians(15.0));
+            if (perspective) {
+                picture.lookInPerspective();
+                camera.setProjectionMatrixAsPerspective(30, 1, 40 / farther, 100 * farther);
+            } else {
+                camera.setProjectionMatrixAsOrtho(0, kSize, 0, kSize, -20 * farther, 20 * farther);
+            }
+            PointCloudHelper::setBalancedEyeDomeLighting(picture.root);
+            picture.cloud->enableEyeDomeLighting();
+            picture.draw();
+            const double pixel = perspective ? 2 * height * std::tan(osg::DegreesToRadians(15.0)) / kSize : 1;
+            EXPECT_NEAR(picture.at(15, 11).r(), kGround.r() * expected(1, pixel), 2)
+                << perspective << " " << farther;
+            EXPECT_EQ(picture.at(3, 3), kGround) << "level ground";
+            EXPECT_EQ(picture.at(15, 15), kBlock);
+        }
+    }
+    BlockPicture cliff(1000000);
+    cliff.viewer.camera().setProjectionMatrixAsOrtho(0, kSize, 0, kSize, -2000, 2000);
+    PointCloudHelper::setBalancedEyeDomeLighting(cliff.cloud, 0.5f);
+    cliff.cloud->enableEyeDomeLighting();
+    cliff.draw();
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x)
+            ASSERT_GE(cliff.at(x, y).g(), std::min(kGround.g(), kBlock.g()) * std::exp(-0.5) - 1);
+}
 
 /// A low block, so that its edges are shaded by halves.
 TEST(EyeDomeLighting, ShadesEveryPixelByTheDepthsAroundIt)
@@ -354,24 +518,61 @@ TEST(EyeDomeLighting, IsNotReplacedByProgramsAboveOrBelow)
     EXPECT_TRUE(samePixels(*lit, *picture.picture)) << "a mode forced from above";
 }
 
-TEST(EyeDomeLighting, WorksInSeveralContextsOfDifferentSizeAtOnce)
+namespace {
+
+/// Rows of a window that a camera has.
+struct Rows
+{
+    int first, count;
+};
+
+constexpr int kWindowWidth = 20;
+
+/// Shows the lower left part of the blocks' scene, a metre a pixel.
+void lookAtBlocks(osg::Camera& camera, const Rows& rows)
+{
+    camera.setViewport(0, rows.first, kWindowWidth, rows.count);
+    camera.setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
+    camera.setProjectionMatrixAsOrtho(0, kWindowWidth, 0, rows.count, -20, 20);
+    camera.setViewMatrix(osg::Matrixd::translate(-PointPicture::kOrigin));
+}
+
+} // namespace
+
+class EyeDomeLightingOnThreads : public testing::TestWithParam<osgViewer::ViewerBase::ThreadingModel>
+{
+};
+
+/// Two contexts of different size, one of them split between two cameras.
+TEST_P(EyeDomeLightingOnThreads, WorksInSeveralContextsAndViewsOfDifferentSizeAtOnce)
 {
     BlockPicture first;
     first.cloud->enableEyeDomeLighting();
     first.draw();
     const osg::ref_ptr<osg::Image> expected = first.picture;
-
-    HeadlessViewer second(20, 24);
-    second.camera().setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
-    second.camera().setViewMatrix(osg::Matrixd::translate(-PointPicture::kOrigin));
-    second.camera().setProjectionMatrixAsOrtho(0, 20, 0, 24, -20, 20);
-    second.show(first.root);
-    for (int frame = 0; frame < 3; ++frame) {
-        const osg::ref_ptr<osg::Image> other = second.picture();
-        for (int y = 0; y < 20; ++y)
-            for (int x = 0; x < 16; ++x)
-                ASSERT_EQ(pixel(*other, x, y), pixel(*expected, x, y)) << x << ", " << y;
-        first.draw();
-        ASSERT_TRUE(samePixels(*expected, *first.picture));
+    const Rows lower = {0, 16};
+    const Rows upper = {16, 24};
+    for (const bool isUpper : {false, true}) {
+        HeadlessViewer second(kWindowWidth, 40, GetParam());
+        const Rows& rows = isUpper ? upper : lower;
+        lookAtBlocks(second.camera(), rows);
+        const osg::ref_ptr<osg::Camera> beside = new osg::Camera;
+        beside->setGraphicsContext(second.window);
+        beside->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
+        lookAtBlocks(*beside, isUpper ? lower : upper);
+        second.viewer->addSlave(beside, osg::Matrixd(), osg::Matrixd(), true);
+        second.show(first.root);
+        for (int frame = 0; frame < 3; ++frame) {
+            const osg::ref_ptr<osg::Image> other = second.picture();
+            for (int y = 0; y < rows.count - 3; ++y)
+                for (int x = 0; x < kWindowWidth - 4; ++x)
+                    ASSERT_EQ(pixel(*other, x, y), pixel(*expected, x, y))
+                        << x << ", " << y << " " << isUpper;
+            first.draw();
+            ASSERT_TRUE(samePixels(*expected, *first.picture));
+        }
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(EyeDomeLighting, EyeDomeLightingOnThreads, everyThreadingModel(),
+                         threadingModelName);

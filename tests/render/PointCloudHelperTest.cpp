@@ -1,12 +1,16 @@
 #include "tests/render/PointPicture.h"
 
+#include <VelOsgDBBrx/LasReaderWriter.h>
 #include <VelOsgDBBrx/PointCloudHelper.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
 
 #include <gtest/gtest.h>
 #include <osg/ClipNode>
+#include <osg/Geometry>
+#include <osg/Math>
 #include <osg/Uniform>
 
+#include <cmath>
 #include <functional>
 
 using VelOsgDBBrx::ColorEntry;
@@ -150,6 +154,200 @@ TEST(FixedFunctionPlanes, ClipOnlyWhatIsBelowTheirNode)
     EXPECT_EQ(drawn(picture), ".xxxx.") << "both planes";
     clip->getClipPlane(1)->setClipPlane(-1, 0, 0, 2.2);
     EXPECT_EQ(drawn(picture), ".x....");
+}
+
+/// A plane of a sibling stays in OpenGL's state when another plane is on.
+TEST(FixedFunctionPlanes, OfSiblingsDoNotClipACloudThatHasAHarmlessOne)
+{
+    PointPicture picture(whitePoints(6));
+    const osg::ref_ptr<osg::ClipNode> sibling = new osg::ClipNode;
+    sibling->addClipPlane(new osg::ClipPlane(0, 1, 0, 0, -1000));
+    const CellFixture other(secondRow(3), kOrigin);
+    sibling->addChild(makeCloud(other));
+    picture.root->insertChild(0, sibling);
+    const osg::ref_ptr<osg::ClipNode> harmless = new osg::ClipNode;
+    harmless->addClipPlane(new osg::ClipPlane(1, 1, 0, 0, -1.2));
+    picture.root->removeChild(picture.cloud);
+    harmless->addChild(picture.cloud);
+    picture.root->addChild(harmless);
+    for (int frame = 0; frame < 2; ++frame) {
+        EXPECT_EQ(drawn(picture), ".xxxxx");
+        EXPECT_EQ(picture.at(0, 20), kHidden);
+    }
+    osg::StateSet& cell = *picture.cells().getChild(0)->getOrCreateStateSet();
+    cell.setMode(GL_CLIP_PLANE0 + 1, osg::StateAttribute::OFF);
+    EXPECT_EQ(drawn(picture), "xxxxxx") << "off for the cell";
+}
+
+/// The programs of plain clouds leave out what nobody asked for.
+TEST(UniformsOfCells, WorkAsThoseOfAnyNodeAbove)
+{
+    PointPicture picture(whitePoints(6));
+    const std::vector<osg::Vec4d> planes = {xPlane(1, 2)};
+    for (osg::Node* const node :
+         {static_cast<osg::Node*>(&picture.geometry()), picture.cells().getChild(0)}) {
+        EXPECT_EQ(drawn(picture), "xxxxxx");
+        PointCloudHelper::setClipBox(node, planes);
+        EXPECT_EQ(drawn(picture), "..xxxx");
+        node->setStateSet(nullptr);
+    }
+    PointCloudHelper::setShownClasses(&picture.geometry(), std::bitset<256>().set(7));
+    EXPECT_EQ(drawn(picture), "......");
+    picture.geometry().setStateSet(nullptr);
+    PointCloudHelper::setPointSize(&picture.geometry(), 3);
+    picture.draw();
+    EXPECT_EQ(countOtherThan(*picture.picture, kHidden), 7 * 3);
+}
+
+namespace {
+
+/// Points of a host's own, under no cloud, in white or in the colour mode that the node has.
+osg::ref_ptr<osg::Group> hostPoints(const CellFixture& fixture)
+{
+    const osg::ref_ptr<osg::Group> group = new osg::Group;
+    group->addChild(VelOsgDBBrx::LasReaderWriter::read(fixture.wholeCell("host")));
+    ShaderHelper::singleColorShader(group, osg::Vec4f(1, 1, 1, 1));
+    PointCloudHelper::setPointSize(group, 1);
+    return group;
+}
+
+} // namespace
+
+TEST(HostGeometry, IsClippedByEveryFixedFunctionPlaneOnOrOff)
+{
+    PointPicture picture(whitePoints(6));
+    const CellFixture fixture(secondRow(6), kOrigin);
+    picture.root->addChild(hostPoints(fixture));
+    const osg::ref_ptr<osg::ClipPlane> plane = new osg::ClipPlane(2, 1, 0, 0, -2.2);
+    picture.root->getOrCreateStateSet()->setAttribute(plane); // its mode stays off
+    EXPECT_EQ(drawn(picture), "xxxxxx") << "a cloud goes by what is on";
+    EXPECT_EQ(picture.at(1, 20), kHidden);
+    EXPECT_EQ(picture.at(2, 20), kWhite);
+}
+
+TEST(HostGeometry, HasItsFlightLineInAnAttributeOfItsOwn)
+{
+    PointPicture picture(whitePoints(1));
+    const osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+    geometry->setUseVertexBufferObjects(true);
+    const osg::ref_ptr<osg::Vec3Array> places = new osg::Vec3Array;
+    const osg::ref_ptr<osg::FloatArray> lines = new osg::FloatArray;
+    const osg::ref_ptr<osg::IntArray> sources = new osg::IntArray;
+    const float flights[] = {-3, 0, 7.9f, 255, 1000};
+    for (int i = 0; i < 5; ++i) {
+        places->push_back(osg::Vec3(static_cast<float>(i) + 0.5f, 20.5f, 0));
+        lines->push_back(flights[i]);
+        sources->push_back(9 << 16);
+    }
+    geometry->setVertexArray(places);
+    geometry->setVertexAttribArray(11, lines, osg::Array::BIND_PER_VERTEX);
+    sources->setPreserveDataType(true);
+    geometry->setVertexAttribArray(9, sources, osg::Array::BIND_PER_VERTEX);
+    geometry->addPrimitiveSet(new osg::DrawArrays(GL_POINTS, 0, 5));
+    std::vector<osg::Vec4f> table(256, osg::Vec4f(0, 0, 1, 1));
+    table[0].set(1, 0, 0, 1);
+    table[7].set(0, 1, 0, 1);
+    table[255].set(1, 1, 0, 1);
+    ShaderHelper::flightLineColorShader(geometry, table);
+    PointCloudHelper::setPointSize(geometry, 1);
+    picture.root->addChild(geometry);
+    picture.draw();
+    const osg::Vec3ub red(255, 0, 0);
+    const Colors expected = {red, red, {0, 255, 0}, {255, 255, 0}, {255, 255, 0}};
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(picture.at(i, 20), expected[static_cast<size_t>(i)]) << flights[i];
+}
+
+namespace {
+
+/// The share of its colour that a point keeps, whose normal the light meets so.
+int lit(double facing)
+{
+    return static_cast<int>(std::lround(255 * (0.3 + 0.7 * facing)));
+}
+
+} // namespace
+
+TEST(NormalLight, ShinesFromTheEyeOnBothSidesOfASurfaceInEveryMode)
+{
+    const std::vector<osg::Vec4f> normals = {osg::Vec4f(0, 0, 1, 0), osg::Vec4f(0, 0, -3, 0),
+                                             osg::Vec4f(0.8f, 0, 0.6f, 0), osg::Vec4f(1, 0, 0, 0),
+                                             osg::Vec4f(0, 0, 0, 0)};
+    PointPicture picture(whitePoints(5), normals);
+    std::vector<osg::Vec4f> table(256, osg::Vec4f(1, 1, 1, 1));
+    ColorWithRangeInfo ramp;
+    ramp.entries.resize(2);
+    ramp.entries[1].position = 1;
+    ramp.entries[0].color = ramp.entries[1].color = osg::Vec4f(1, 1, 1, 1);
+    ramp.range.set(0, 1000);
+    VelOsgDBBrx::ColorScale scale;
+    scale.addColorScaleElement(-1, osg::Vec4f(1, 1, 1, 1));
+    scale.addColorScaleElement(1, osg::Vec4f(1, 1, 1, 1));
+    const std::function<void()> modes[] = {
+        [&] { ShaderHelper::originColorShader(picture.cloud); },
+        [&] { ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(1, 1, 1, 1)); },
+        [&] { ShaderHelper::intensityShader(picture.cloud, ramp); },
+        [&] { ShaderHelper::elevationColorShader(picture.cloud, ramp, false); },
+        [&] { ShaderHelper::classificationColorShader(picture.cloud, table); },
+        [&] { ShaderHelper::pointSourceIDColorShader(picture.cloud, table); },
+        [&] { ShaderHelper::returnNumberColorShader(picture.cloud, table); },
+        [&] { ShaderHelper::numbersReturnColorShader(picture.cloud, table); },
+        [&] { ShaderHelper::flightLineColorShader(picture.cloud, table); },
+        [&] { ShaderHelper::gpsTimeColorShader(picture.cloud, scale); },
+    };
+    const int expected[] = {255, 255, lit(0.6), lit(0), 255};
+    for (const auto& apply : modes) {
+        apply();
+        PointCloudHelper::setHeadLight(picture.root);
+        const Colors colors = picture.draw();
+        for (size_t i = 0; i < colors.size(); ++i)
+            EXPECT_NEAR(colors[i].g(), expected[i], 1) << i << " in mode " << &apply - modes;
+        PointCloudHelper::setLightOff(picture.root);
+        EXPECT_EQ(picture.draw(), Colors(5, kWhite)) << "off";
+    }
+
+    PointPicture without(whitePoints(2));
+    PointCloudHelper::setHeadLight(without.root);
+    EXPECT_EQ(without.draw(), Colors(2, kWhite)) << "a store without normals";
+}
+
+TEST(NormalLight, OfTheEyeSpreadsFromItInPerspective)
+{
+    PointPicture picture(whitePoints(6), std::vector<osg::Vec4f>(6, osg::Vec4f(0, 0, 1, 0)));
+    picture.lookInPerspective();
+    PointCloudHelper::setHeadLight(picture.cloud);
+    picture.draw();
+    const double height = 16 / std::tan(osg::DegreesToRadians(15.0));
+    const osg::Vec3d toEye(15.5, 11.5, height);
+    EXPECT_NEAR(picture.at(0, PointPicture::kRow).r(), lit(height / toEye.length()), 1);
+}
+
+/// The sun stays where it is when the cloud or the camera turns.
+TEST(NormalLight, OfTheSunComesFromItsAzimuthAndHeightInTheWorld)
+{
+    const std::vector<osg::Vec4f> normals = {osg::Vec4f(0, 0, 1, 0), osg::Vec4f(1, 0, 0, 0),
+                                             osg::Vec4f(0, 1, 0, 0), osg::Vec4f(-1, 0, 0, 0),
+                                             osg::Vec4f(0, 0, 0, 0)};
+    PointPicture picture(whitePoints(5), normals);
+    const auto expect = [&](const std::vector<int>& expected) {
+        const Colors colors = picture.draw();
+        for (size_t i = 0; i < expected.size(); ++i)
+            EXPECT_NEAR(colors[i].r(), expected[i], 1) << i;
+    };
+    PointCloudHelper::setSunLight(picture.cloud, 90, 30); // in the east
+    const double across = std::cos(osg::DegreesToRadians(30.0));
+    expect({lit(0.5), lit(across), lit(0), lit(0), 255});
+    PointCloudHelper::setSunLight(picture.cloud, 0, 90);
+    expect({255, lit(0), lit(0), lit(0), 255});
+    PointCloudHelper::setSunLight(picture.cloud, 0, 0); // in the north
+    expect({lit(0), lit(0), 255, lit(0), 255});
+
+    // The cloud turned about the row of points: its y axis points up, and its z axis to the south.
+    const osg::Vec3d row(0, PointPicture::kRow + 0.5, 0);
+    picture.root->setMatrix(osg::Matrixd::translate(-row) * osg::Matrixd::rotate(osg::PI_2, osg::X_AXIS) *
+                            osg::Matrixd::translate(kOrigin + row));
+    PointCloudHelper::setSunLight(picture.cloud, 180, 0);
+    expect({255, lit(0), lit(0), lit(0), 255});
 }
 
 TEST(SectionPlanes, ShowWhatIsInsideAnyGroup)

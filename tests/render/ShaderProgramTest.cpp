@@ -107,12 +107,26 @@ TEST(ShaderPrograms, AreValidGlslAndTheirStagesFitTogether)
         const TempFolder folder;
         const std::string files = writeShaders(*program, folder);
         for (const char* options :
-             {" -l", " -l -DNO_EXTRAS", " -l -DNO_CLIP_PLANES", " -l -DNO_EXTRAS -DNO_CLIP_PLANES"}) {
+             {" -l", " -l -DNO_EXTRAS", " -l -DIN_CLOUD", " -l -DNO_EXTRAS -DIN_CLOUD"}) {
             std::string output;
             EXPECT_EQ(run(VELBRX_GLSLANG_VALIDATOR + std::string(options) + files, output), 0)
                 << program->getName() << options << "\n"
                 << output;
         }
+    }
+}
+
+/// Lit programs write one output, and bind the others like the rest.
+TEST(ShaderPrograms, BindFiveFragmentOutputs)
+{
+    for (const osg::ref_ptr<osg::Program>& program : allPrograms()) {
+        const std::string second = program->getName() == "edl.vert" ? "pAttribute" : "pIntAttribute";
+        const osg::Program::FragDataBindingList expected = {{"fragColor", 0},
+                                                            {second, 1},
+                                                            {"pFloatAttribute", 2},
+                                                            {"pFPositionAttribute", 3},
+                                                            {"pIPositionAttribute", 4}};
+        EXPECT_EQ(program->getFragDataBindingList(), expected) << program->getName();
     }
 }
 
