@@ -55,10 +55,12 @@ void addExportCommand(CLI::App& app)
         bool json = false;
     };
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("export", "Write the points of a store back to LAS or LAZ");
+    CLI::App* const command =
+        app.add_subcommand("export", "Write the points of a store back to LAS, LAZ or COPC");
     command->add_option("STORE", options->run.store, "the store, a .brx file")->required();
     command
-        ->add_option("OUT", options->run.output, "the LAS or LAZ (.laz) file to make, with --split a folder")
+        ->add_option("OUT", options->run.output,
+                     "the file to make: LAS, LAZ (.laz) or COPC (.copc.laz); with --split a folder")
         ->required();
     CLI::Option* const split =
         command->add_flag("--split", options->split, "write a file for each source of the store");

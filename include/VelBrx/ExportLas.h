@@ -54,7 +54,8 @@ struct ExportReport
     std::vector<std::string> notes; ///< what a merged file could not keep, one line each
 };
 
-/// Writes the points of a store back to LAS, or to LAZ where the name ends in ".laz". In the form of its source an unedited store gives the source's
+/// Writes the points of a store back to LAS; to LAZ where the name ends in ".laz", and to COPC 1.0, merged,
+/// where it ends in ".copc.laz". In the form of its source an unedited store gives the source's
 /// bytes back; edits show in the class and in the withheld bit, which is set where a point is hidden. A
 /// compressed source of `Split` is compressed again, in the form of its point format that is written today; its
 /// points are the same. Files appear under their names when all are

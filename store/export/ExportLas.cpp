@@ -2,6 +2,7 @@
 
 #include "store/SourceRecords.h"
 #include "store/build/DiskFile.h"
+#include "store/export/ExportCopc.h"
 #include "store/export/ExportOutput.h"
 #include "store/export/RecordEncoder.h"
 #include "store/export/SourceOrder.h"
@@ -151,9 +152,6 @@ private:
     /// Decides on the paths of the files and whether they may be made.
     Status planFiles()
     {
-        if (!isSplit() && isCopcName(_options.output))
-            return Status::failure(_options.output +
-                                   ": COPC cannot be written; choose a name that ends in .laz alone");
         if (isSplit()) {
             if (Status status = _folder.prepare(_options.output); !status) return status;
             std::set<std::string> taken;
@@ -161,24 +159,9 @@ private:
                 _paths.push_back(_options.output + "/" + fileNameOf(source, taken));
         } else
             _paths.push_back(_options.output);
-        for (const std::string& path : _paths) {
-            if (Status status = OutputFile::check(path, _options.overwrite); !status) return status;
-            if (isStore(path))
-                return Status::failure(path + ": is the store that is exported; choose another name");
-        }
+        for (const std::string& path : _paths)
+            if (Status status = checkOutput(_options, path); !status) return status;
         return {};
-    }
-
-    bool isStore(const std::string& path) const
-    {
-        struct stat output
-        {
-        };
-        struct stat store
-        {
-        };
-        return stat(path.c_str(), &output) == 0 && stat(_options.store.c_str(), &store) == 0 &&
-               output.st_dev == store.st_dev && output.st_ino == store.st_ino;
     }
 
     /// Classes that a source's records have no room for.
@@ -420,7 +403,8 @@ Status exportLas(const ExportOptions& options, ExportReport& report)
 {
     report = ExportReport();
     try {
-        const Status status = Exporter(options, report).run();
+        const bool isCopc = options.form != ExportForm::Split && isCopcName(options.output);
+        const Status status = isCopc ? exportCopc(options, report) : Exporter(options, report).run();
         if (!status && options.cancel && *options.cancel)
             return Status::failure(options.output + ": cancelled; nothing was written");
         return status;

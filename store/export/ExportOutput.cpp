@@ -2,13 +2,35 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
+
 namespace VelBrx {
 
 namespace {
 
 constexpr uint64_t kCopyBytes = 4 << 20;
 
+bool isSameFile(const std::string& a, const std::string& b)
+{
+    struct stat one
+    {
+    };
+    struct stat other
+    {
+    };
+    return stat(a.c_str(), &one) == 0 && stat(b.c_str(), &other) == 0 && one.st_dev == other.st_dev &&
+           one.st_ino == other.st_ino;
+}
+
 } // namespace
+
+Status checkOutput(const ExportOptions& options, const std::string& path)
+{
+    if (Status status = OutputFile::check(path, options.overwrite); !status) return status;
+    if (isSameFile(path, options.store))
+        return Status::failure(path + ": is the store that is exported; choose another name");
+    return {};
+}
 
 ExportOutput::ExportOutput(std::string path, LasHead head, uint16_t recordLength, uint64_t points)
     : _path(std::move(path)), _head(std::move(head)), _recordLength(recordLength), _points(points)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VelBrx/ExportLas.h>
+
 #include "store/FileReader.h"
 #include "store/build/BuildRun.h"
 #include "store/build/OutputFile.h"
@@ -13,6 +15,9 @@
 #include <string>
 
 namespace VelBrx {
+
+/// Whether an export may make a file at `path`: it is not the store, and replaces nothing unless told to.
+Status checkOutput(const ExportOptions& options, const std::string& path);
 
 /// One LAS or LAZ file that is being exported. `write` may be called from any thread.
 class ExportOutput

@@ -304,7 +304,8 @@ Status writeSurvey(const SampleOptions& options)
     OutputFile file;
     if (isCopcName(options.output))
         return Status::failure(options.output +
-                               ": COPC cannot be written; choose a name that ends in .laz alone");
+                               ": a sample has no octree, which COPC needs; choose a name that ends in .laz "
+                               "alone, build a store of it and export that");
     const uint64_t size =
         isLazName(options.output) ? 0 : makeHeader(0, Summary()).size() + options.points * kPointSize;
     if (Status status = file.create(options.output, options.overwrite, size); !status) return status;

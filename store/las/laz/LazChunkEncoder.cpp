@@ -102,4 +102,20 @@ void LazChunkEncoder::encode(const uint8_t* records, uint64_t pointCount, std::v
     _impl->encode(records, pointCount, chunk);
 }
 
+void LazChunkEncoders::encode(const uint8_t* records, uint64_t pointCount, std::vector<uint8_t>& chunk)
+{
+    std::unique_ptr<LazChunkEncoder> encoder;
+    {
+        const std::lock_guard lock(_mutex);
+        if (!_idle.empty()) {
+            encoder = std::move(_idle.back());
+            _idle.pop_back();
+        }
+    }
+    if (!encoder) encoder = std::make_unique<LazChunkEncoder>(_items);
+    encoder->encode(records, pointCount, chunk);
+    const std::lock_guard lock(_mutex);
+    _idle.push_back(std::move(encoder));
+}
+
 } // namespace VelBrx

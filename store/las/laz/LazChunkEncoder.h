@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace VelBrx {
@@ -29,6 +30,21 @@ private:
     class Layered;
 
     std::unique_ptr<Impl> _impl;
+};
+
+/// Encoders for any number of threads, as many as encode at once.
+class LazChunkEncoders
+{
+public:
+    explicit LazChunkEncoders(const LazItems& items) : _items(items) {}
+
+    /// As `LazChunkEncoder::encode`; any thread.
+    void encode(const uint8_t* records, uint64_t pointCount, std::vector<uint8_t>& chunk);
+
+private:
+    const LazItems _items;
+    std::mutex _mutex;
+    std::vector<std::unique_ptr<LazChunkEncoder>> _idle; ///< guarded by _mutex
 };
 
 } // namespace VelBrx

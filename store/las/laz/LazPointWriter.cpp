@@ -14,8 +14,6 @@ using namespace LasLayout;
 
 namespace {
 
-constexpr uint64_t kTablePositionSize = 8; ///< before the first chunk
-
 /// First byte behind the VLRs of a head, as far as they lie inside it.
 size_t endOfVlrs(const std::vector<uint8_t>& head)
 {
@@ -73,8 +71,7 @@ bool makeLazHead(std::vector<uint8_t>& head, const LazItems& items)
 }
 
 LazPointWriter::LazPointWriter(const LazItems& items, uint64_t position, uint64_t pointCount, Write write)
-    : _items(items), _position(position), _pointCount(pointCount), _write(std::move(write)),
-      _end(position + kTablePositionSize)
+    : _items(items), _pointCount(pointCount), _encoders(items), _chunks(position, std::move(write))
 {
 }
 
@@ -126,50 +123,14 @@ Status LazPointWriter::gather(uint64_t chunk, uint64_t first, const uint8_t* rec
 
 Status LazPointWriter::encode(uint64_t chunk, const uint8_t* records)
 {
-    std::unique_ptr<LazChunkEncoder> encoder;
-    {
-        const std::lock_guard lock(_mutex);
-        if (!_idle.empty()) {
-            encoder = std::move(_idle.back());
-            _idle.pop_back();
-        }
-    }
-    if (!encoder) encoder = std::make_unique<LazChunkEncoder>(_items);
     std::vector<uint8_t> bytes;
-    encoder->encode(records, pointsOf(chunk), bytes);
-    for (const Encoded& encoded : place(chunk, std::move(bytes), std::move(encoder)))
-        if (Status status = _write(encoded.position, encoded.bytes.data(), encoded.bytes.size()); !status)
-            return status;
-    return {};
-}
-
-/// The chunks that have their place now: this one, if all before it have, and those that waited for it.
-std::vector<LazPointWriter::Encoded> LazPointWriter::place(uint64_t chunk, std::vector<uint8_t> bytes,
-                                                           std::unique_ptr<LazChunkEncoder> encoder)
-{
-    std::vector<Encoded> placed;
-    const std::lock_guard lock(_mutex);
-    _idle.push_back(std::move(encoder));
-    _early.emplace(chunk, std::move(bytes));
-    for (auto next = _early.begin(); next != _early.end() && next->first == _chunks.size();
-         next = _early.erase(next)) {
-        placed.push_back({std::move(next->second), _end});
-        const uint64_t size = placed.back().bytes.size();
-        _chunks.push_back({_end, size, next->first * _items.chunkSize, pointsOf(next->first)});
-        _end += size;
-    }
-    return placed;
+    _encoders.encode(records, pointsOf(chunk), bytes);
+    return _chunks.add(chunk, pointsOf(chunk), std::move(bytes));
 }
 
 Status LazPointWriter::finish(uint64_t& end)
 {
-    const std::lock_guard lock(_mutex);
-    uint8_t tablePosition[kTablePositionSize];
-    storeLe(tablePosition, _end);
-    const std::vector<uint8_t> table = makeLazChunkTable(_chunks, false);
-    end = _end + table.size();
-    if (Status status = _write(_position, tablePosition, sizeof tablePosition); !status) return status;
-    return _write(_end, table.data(), table.size());
+    return _chunks.finish(false, end);
 }
 
 } // namespace VelBrx

@@ -1,12 +1,11 @@
 #pragma once
 
 #include "store/las/laz/LazChunkEncoder.h"
-#include "store/las/laz/LazChunkTable.h"
+#include "store/las/laz/LazChunkSequence.h"
 
 #include <VelBrx/Status.h>
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -25,14 +24,13 @@ bool isCopcName(const std::string& path);
 /// and a VLR for `items` behind the others. False where the head's VLRs leave no room for one more.
 bool makeLazHead(std::vector<uint8_t>& head, const LazItems& items);
 
-/// Writes the compressed points of one LAZ file. Records may come in any order and from any thread; a chunk
-/// is encoded by the thread that brings the last of its points. Chunks follow on one another in the file, so
-/// one that is done early waits in memory for those before it: bring points roughly in order.
+/// Writes the compressed points of one LAZ file in chunks of one size. Records may come in any order and from
+/// any thread; a chunk is encoded by the thread that brings the last of its points. Bring points roughly in
+/// order: chunks wait in memory for their predecessors.
 class LazPointWriter
 {
 public:
-    /// Writes `length` bytes at a position of the file; called from any thread, several at once.
-    using Write = std::function<Status(uint64_t position, const void* data, uint64_t length)>;
+    using Write = LazChunkSequence::Write;
 
     /// `items` have a chunk size. The points begin at `position`, behind the head, and are `pointCount`.
     LazPointWriter(const LazItems& items, uint64_t position, uint64_t pointCount, Write write);
@@ -53,30 +51,18 @@ private:
         std::vector<uint8_t> records;
         uint64_t missing = 0;
     };
-    /// A chunk that is encoded, and its place in the file.
-    struct Encoded
-    {
-        std::vector<uint8_t> bytes;
-        uint64_t position = 0;
-    };
 
     uint64_t pointsOf(uint64_t chunk) const;
     Status gather(uint64_t chunk, uint64_t first, const uint8_t* records, uint64_t count);
     Status encode(uint64_t chunk, const uint8_t* records);
-    std::vector<Encoded> place(uint64_t chunk, std::vector<uint8_t> bytes,
-                               std::unique_ptr<LazChunkEncoder> encoder);
 
     const LazItems _items;
-    const uint64_t _position;
     const uint64_t _pointCount;
-    const Write _write;
+    LazChunkEncoders _encoders;
+    LazChunkSequence _chunks;
 
-    std::mutex _mutex; ///< guards what follows
-    std::map<uint64_t, std::shared_ptr<Gathered>> _gathered;
-    std::vector<std::unique_ptr<LazChunkEncoder>> _idle; ///< that no thread uses now
-    std::map<uint64_t, std::vector<uint8_t>> _early;     ///< encoded, and some chunk before them is not
-    std::vector<LazChunk> _chunks;                       ///< that have their place in the file
-    uint64_t _end;                                       ///< behind the last of them
+    std::mutex _mutex;
+    std::map<uint64_t, std::shared_ptr<Gathered>> _gathered; ///< by chunk, guarded by _mutex
 };
 
 } // namespace VelBrx
