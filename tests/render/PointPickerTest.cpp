@@ -205,12 +205,17 @@ TEST(PointPicker, GivesNoAnswerThatANewerRequestMadeStale)
 
 namespace {
 
+/// A point in the coordinates of its cloud's vertices.
+osg::Vec3d local(const TestPoint& point, const CellFixture& fixture)
+{
+    return osg::componentMultiply(osg::Vec3d(point.x, point.y, point.z), fixture.octree->scale);
+}
+
 /// What a pick shows of a point of a store, whose vertices are floats.
 PickedPoint seen(const TestPoint& point, const CellFixture& fixture)
 {
     PickedPoint picked;
-    picked.position =
-        osg::Vec3d(osg::Vec3f(osg::Vec3d(point.x, point.y, point.z) * 0.001)) * fixture.octree->transform;
+    picked.position = osg::Vec3d(osg::Vec3f(local(point, fixture))) * fixture.octree->transform;
     picked.gpsTime = static_cast<float>(point.gpsTime);
     return picked;
 }
@@ -223,6 +228,7 @@ TEST(StoredPoint, HasTheWholeRecordAlsoWhereFloatsDoNot)
     for (size_t i = 0; i < points.size(); ++i) {
         points[i].x = 20000000 + static_cast<int32_t>(i); // 20 km off, where floats are 2 mm apart
         points[i].y = -20000000 + static_cast<int32_t>(7 * i);
+        points[i].z = 10000000 - static_cast<int32_t>(3 * i);
         points[i].gpsTime = 366192474.125 + 40.0 * static_cast<double>(i); // their floats are 32 s apart
     }
     TestPoint& wanted = points[20];
@@ -234,14 +240,14 @@ TEST(StoredPoint, HasTheWholeRecordAlsoWhereFloatsDoNot)
     wanted.red = 1;
     wanted.green = 2;
     wanted.blue = 65535;
-    const CellFixture fixture(points, PointPicture::kOrigin);
+    const CellFixture fixture(points, PointPicture::kOrigin, osg::Vec3d(0.001, 0.002, 0.0005));
     fixture.octree->root = fixture.wholeCell();
     for (int axis = 0; axis < 3; ++axis)
-        fixture.octree->root->record.size[axis] = 41000;
+        fixture.octree->root->record.size[axis] = 82000;
     fixture.octree->transform = osg::Matrixd::rotate(1, osg::Z_AXIS) * osg::Matrixd::translate(7, 8, 9);
     const std::optional<StoredPoint> stored = storedPoint(seen(wanted, fixture), *fixture.octree);
     ASSERT_TRUE(stored);
-    EXPECT_LT((stored->position - coordinates(wanted)).length(), 1e-8);
+    EXPECT_LT((stored->position - PointPicture::kOrigin - local(wanted, fixture)).length(), 1e-8);
     EXPECT_EQ(stored->gpsTime, wanted.gpsTime);
     EXPECT_EQ(stored->intensity, wanted.intensity);
     EXPECT_EQ(stored->returnNumber, 3);
