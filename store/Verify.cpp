@@ -239,6 +239,13 @@ private:
 
 } // namespace
 
+bool isStore(const std::string& path)
+{
+    FileReader file;
+    StoreHead head;
+    return file.open(path) && readStoreHead(file, head);
+}
+
 std::vector<std::string> verifyStore(const std::string& path)
 try {
     FileReader file;

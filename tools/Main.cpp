@@ -11,6 +11,24 @@ namespace {
 constexpr int kFailed = 1;
 constexpr int kWrongUse = 2;
 
+/// The command that the user named; null without one.
+const CLI::App* commandOf(const CLI::App& app)
+{
+    const std::vector<const CLI::App*> chosen =
+        app.get_subcommands([](const CLI::App* command) { return command->parsed(); });
+    return chosen.empty() ? nullptr : chosen.front();
+}
+
+/// What is wrong with the command line, and whose help says what is right.
+std::string explain(const CLI::App& app, const CLI::ParseError& wrong, const std::string& firstWord)
+{
+    const CLI::App* const command = commandOf(app);
+    if (command) return std::string(wrong.what()) + "; see 'brx " + command->get_name() + " --help'";
+    std::string what = "a command is missing";
+    if (!firstWord.empty()) what = firstWord + ": unknown " + (firstWord[0] == '-' ? "option" : "command");
+    return what + "; see 'brx --help'";
+}
+
 /// Does what the command line says; the command's callback runs while it is parsed.
 void run(CLI::App& app, int argc, char** argv)
 {
@@ -42,7 +60,7 @@ int main(int argc, char** argv)
         run(app, argc, argv);
         return 0;
     } catch (const CLI::ParseError& wrong) {
-        std::cerr << "brx: " << printable(wrong.what()) << "; see 'brx --help'\n";
+        std::cerr << "brx: " << printable(explain(app, wrong, argc > 1 ? argv[1] : "")) << '\n';
         return kWrongUse;
     } catch (const std::exception& error) {
         std::cerr << "brx: " << printable(error.what()) << '\n';

@@ -18,13 +18,15 @@ void runVerify(const std::string& path, bool json)
 {
     if (!std::ifstream(path)) throw CommandError(path + ": cannot be opened; check its name and permissions");
     const std::vector<std::string> problems = VelBrx::verifyStore(path);
+    const bool isStore = problems.empty() || VelBrx::isStore(path);
     if (json)
         printJson({{"sound", problems.empty()}, {"problems", problems}});
     else if (problems.empty())
         std::cout << path << ": sound\n";
-    else
+    else if (isStore)
         for (const std::string& problem : problems)
             std::cout << path << ": " << printable(problem) << '\n';
+    if (!isStore) throw CommandError(path + ": " + problems.front());
     if (!problems.empty())
         throw CommandError(path + ": is damaged (problems found: " + std::to_string(problems.size()) +
                            "); restore it from a copy or build it anew");
@@ -44,5 +46,5 @@ void addVerifyCommand(CLI::App& app)
     command->add_option("STORE", options->store, "the store, a .brx file")->required();
     command->add_flag("--json", options->json, "print one JSON object");
     command->callback([options] { runVerify(options->store, options->json); });
-    command->footer("The exit status is 0 when the store is sound and 1 when it is not.");
+    command->footer("The exit status is 0 when the store is sound and 1 when it is not, or is no store.");
 }

@@ -4,6 +4,7 @@
 #include <VelBrx/Status.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -21,5 +22,10 @@ struct PointCounts
 /// Reads every record of the store at `path` on all processors. A failure names the file, what is wrong and
 /// what to do, and leaves `counts` unchanged. Any thread may call it.
 VEL_BRX_EXPORT Status countPoints(const std::string& path, PointCounts& counts);
+
+/// Counts the points with a hidden bit on the calling thread alone, to leave the processors to others, and
+/// gives up, with a failure, once `cancel` is true. Failures as of `countPoints`. Any thread may call it.
+VEL_BRX_EXPORT Status countHiddenPoints(const std::string& path, const std::atomic<bool>& cancel,
+                                        uint64_t& hidden);
 
 } // namespace VelBrx

@@ -75,10 +75,15 @@ TEST(PointCounts, CountTheRecordsAsTheyAreNow)
     store.points[7].flags = 0xF0; // no hidden bit
     const TempFolder folder;
     PointCounts counts;
-    const Status status = countPoints(folder.write("edited.brx", store.bytes()), counts);
+    const std::string path = folder.write("edited.brx", store.bytes());
+    const Status status = countPoints(path, counts);
     ASSERT_TRUE(status) << status.message();
     EXPECT_EQ(counts.byClass[255], 1u);
     EXPECT_EQ(counts.hidden, 2u);
+    uint64_t hidden = 0;
+    EXPECT_TRUE(countHiddenPoints(path, std::atomic<bool>(false), hidden));
+    EXPECT_EQ(hidden, 2u);
+    EXPECT_FALSE(countHiddenPoints(path, std::atomic<bool>(true), hidden)) << "cancelled";
     EXPECT_EQ(counts.byReturn, store.index.statistics.pointsByReturn);
     EXPECT_EQ(counts.byNumberOfReturns, store.index.statistics.pointsByNumberOfReturns);
     uint64_t sum = 0;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -36,20 +37,22 @@ TEST(Brx, TellsItsVersionAndItsCommandsOnStandardOutput)
 
 TEST(Brx, EndsInOneLineWhenItIsCalledWrongly)
 {
-    const std::vector<std::vector<std::string>> calls = {{},
-                                                         {"frobnicate"},
-                                                         {"--frobnicate"},
-                                                         {"info"},
-                                                         {"verify"},
-                                                         {"info", "a.brx", "b.brx"},
-                                                         {"build"},
-                                                         {"normals", "a.brx", "--k", "2"},
-                                                         {"export", "a.brx"}};
-    for (const auto& call : calls) {
+    const std::pair<std::vector<std::string>, std::string> calls[] = {
+        {{}, "a command is missing; see 'brx --help'"},
+        {{"frobnicate"}, "frobnicate: unknown command; see 'brx --help'"},
+        {{"--frobnicate"}, "--frobnicate: unknown option; see 'brx --help'"},
+        {{"info"}, "see 'brx info --help'"},
+        {{"verify"}, "see 'brx verify --help'"},
+        {{"info", "a.brx", "b.brx"}, "b.brx; see 'brx info --help'"},
+        {{"build"}, "see 'brx build --help'"},
+        {{"normals", "a.brx", "--k", "2"}, "see 'brx normals --help'"},
+        {{"export", "a.brx", "--frobnicate"}, "see 'brx export --help'"}};
+    for (const auto& [call, said] : calls) {
         const ProgramResult result = brx(call);
         EXPECT_EQ(result.exitStatus, 2);
         EXPECT_EQ(result.out, "");
         expectOneLine(result.err);
+        EXPECT_NE(result.err.find(said), std::string::npos) << result.err;
     }
 }
 

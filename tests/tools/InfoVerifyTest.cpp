@@ -108,3 +108,17 @@ TEST_F(InfoAndVerify, RefuseADamagedStore)
     EXPECT_EQ(json::parse(verify.out).at("sound"), false);
     EXPECT_EQ(json::parse(verify.out).at("problems").size(), 1u);
 }
+
+TEST_F(InfoAndVerify, SayThatAnotherFileIsNoStore)
+{
+    const std::string las = _folder.file("survey.las");
+    ASSERT_EQ(brx({"sample", las, "--points", "5"}).exitStatus, 0);
+    for (const std::string command : {"info", "verify"}) {
+        const ProgramResult result = brx({command, las});
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err,
+                  "brx: " + las +
+                      ": is a LAS file without an octree index; build a store with 'brx build'\n");
+    }
+}
