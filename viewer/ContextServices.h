@@ -6,6 +6,7 @@
 #include <osg/ref_ptr>
 #include <osgViewer/Viewer>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -24,8 +25,10 @@ public:
     /// Nothing is on its way into the scene or out of it.
     bool isSettled() const;
 
-    /// Draws frames until `isSettled` for a camera that stands still; false when `timeout` comes first.
-    bool settle(osgViewer::Viewer& viewer, std::chrono::duration<double> timeout) const;
+    /// Draws frames until `isSettled` for a camera that stands still; false when `timeout` comes first, or
+    /// `*cancel` becomes true.
+    bool settle(osgViewer::Viewer& viewer, std::chrono::duration<double> timeout,
+                const std::atomic<bool>* cancel = nullptr) const;
 
 private:
     const osg::ref_ptr<osg::GraphicsContext> _context;

@@ -108,9 +108,10 @@ double PictureView::aspect() const
     return _viewer.getCamera()->getViewport()->aspectRatio();
 }
 
-Status PictureView::settle(double timeoutSeconds)
+Status PictureView::settle(double timeoutSeconds, const std::atomic<bool>* cancel)
 {
-    if (_services->settle(_viewer, std::chrono::duration<double>(timeoutSeconds))) return Status();
+    if (_services->settle(_viewer, std::chrono::duration<double>(timeoutSeconds), cancel)) return Status();
+    if (cancel && *cancel) return Status::failure("cancelled before all points were there");
     return Status::failure("not all points were there after " +
                            std::to_string(static_cast<int>(timeoutSeconds)) +
                            " s; give more time with --timeout or fewer points with --budget");

@@ -12,6 +12,7 @@
 #include <osg/ref_ptr>
 #include <osgViewer/Viewer>
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -49,8 +50,9 @@ public:
     /// Width divided by height.
     double aspect() const;
 
-    /// Draws frames until all points that the camera wants are there. A failure tells what to do.
-    VelBrx::Status settle(double timeoutSeconds);
+    /// Draws frames until all points that the camera wants are there; gives up when `*cancel` becomes true. A
+    /// failure tells what to do.
+    VelBrx::Status settle(double timeoutSeconds, const std::atomic<bool>* cancel = nullptr);
 
     /// Writes the next frame to a file, in the format of its extension. Call `settle` before. A failure names
     /// the file.

@@ -1,11 +1,14 @@
 #include "viewer/ScriptRunner.h"
 
 #include "viewer/EditSession.h"
+#include "viewer/EndSignals.h"
 #include "viewer/PictureView.h"
 
 #include <VelBrx/PointCounts.h>
 #include <nlohmann/json.hpp>
 
+#include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <numeric>
 
@@ -17,11 +20,17 @@ namespace script {
 
 namespace {
 
+constexpr char kInterrupted[] =
+    "brxview: the running operation is finished first; another signal ends the program at once\n";
+
 /// One line on stdout, at once: whoever reads it may wait for it.
-void print(const ordered_json& line)
+Status print(const ordered_json& line)
 {
-    std::puts(line.dump(-1, ' ', false, ordered_json::error_handler_t::replace).c_str());
-    std::fflush(stdout);
+    const bool written =
+        std::puts(line.dump(-1, ' ', false, ordered_json::error_handler_t::replace).c_str()) >= 0 &&
+        std::fflush(stdout) == 0;
+    return written ? Status()
+                   : Status::failure("standard output cannot be written; check the disk or the pipe");
 }
 
 template <size_t N>
@@ -37,8 +46,9 @@ ordered_json histogram(const std::array<uint64_t, N>& counts)
 class Runner
 {
 public:
-    Runner(osgViewer::Viewer& viewer, Scene& scene, const Options& options)
-        : _viewer(viewer), _scene(scene), _options(options), _view(viewer, scene)
+    /// `cancel` ends waiting for points.
+    Runner(osgViewer::Viewer& viewer, Scene& scene, const Options& options, const std::atomic<bool>& cancel)
+        : _viewer(viewer), _scene(scene), _options(options), _cancel(cancel), _view(viewer, scene)
     {
     }
 
@@ -170,14 +180,14 @@ private:
 
     Status perform(const Settle&)
     {
-        const Status status = _view.settle(_options.headless->timeoutSeconds);
+        const Status status = _view.settle(_options.headless->timeoutSeconds, &_cancel);
         tellDrawn();
         return status;
     }
 
     Status perform(const Render& render)
     {
-        Status status = _view.settle(_options.headless->timeoutSeconds);
+        Status status = _view.settle(_options.headless->timeoutSeconds, &_cancel);
         if (status) status = _view.write(render.file);
         (*_line)["file"] = render.file;
         tellDrawn();
@@ -260,38 +270,54 @@ private:
     osgViewer::Viewer& _viewer;
     Scene& _scene;
     const Options& _options;
+    const std::atomic<bool>& _cancel;
     PictureView _view;
     std::optional<EditSession> _session;
     ordered_json* _line = nullptr; ///< of the operation at hand
 };
 
-/// Carries all operations out, up to the first that fails; `done` counts the others.
-Status runSteps(const Script& script, Runner& runner, size_t& done)
+/// Carries all operations out, up to the first that fails or during which `interrupted` becomes true: a
+/// running edit is finished. `done` counts those that were carried out.
+Status runSteps(const Script& script, Runner& runner, const std::atomic<bool>& interrupted, size_t& done)
 {
     if (Status status = runner.open(); !status) return status;
-    for (done = 0; done < script.steps.size(); ++done) {
+    for (done = 0; done < script.steps.size() && !interrupted; ++done) {
         const Step& step = script.steps[done];
         ordered_json line = {{"operation", done + 1}, {"op", step.name}};
         const Status status = runner.carryOut(step.operation, line);
         if (!status) line["error"] = status.message();
-        print(line);
+        if (const Status printed = print(line); !printed) return printed;
         if (!status) return Status::failure(nameOfStep(script, done) + ": " + status.message());
     }
     return Status();
+}
+
+/// How a script ended, for its last line.
+const char* endOf(const Status& status, bool interrupted)
+{
+    if (interrupted) return "interrupted";
+    return status ? "done" : "failed";
 }
 
 } // namespace
 
 Status run(const Script& script, osgViewer::Viewer& viewer, Scene& scene, const Options& options)
 {
-    Runner runner(viewer, scene, options);
+    const EndSignals signals(kInterrupted);
+    std::signal(SIGPIPE, SIG_IGN); // printing fails instead, and the end can be an orderly one
+    Runner runner(viewer, scene, options, signals.received());
     size_t done = 0;
-    const Status status = runSteps(script, runner, done);
+    Status status = runSteps(script, runner, signals.received(), done);
+    const bool interrupted = signals.received();
+    if (interrupted && status)
+        status = Status::failure("ended by a signal after " + std::to_string(done) + " of " +
+                                 std::to_string(script.steps.size()) + " operations");
     const uint64_t unsaved = runner.countUnsaved();
-    print({{"end", status ? "done" : "failed"},
-           {"operations", script.steps.size()},
-           {"done", done},
-           {"unsaved", unsaved}});
+    const Status printed = print({{"end", endOf(status, interrupted)},
+                                  {"operations", script.steps.size()},
+                                  {"done", done},
+                                  {"unsaved", unsaved}});
+    if (status) status = printed;
 
     const std::string lost = "the changed classes of " + std::to_string(unsaved) + " points were not saved";
     if (!status)

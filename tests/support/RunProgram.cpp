@@ -1,12 +1,11 @@
 #include "tests/support/RunProgram.h"
 
-#include "tests/support/TempFolder.h"
-
 #include <algorithm>
 #include <fstream>
 #include <iterator>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -50,30 +49,69 @@ std::vector<char*> pointersTo(std::vector<std::string>& words)
 
 ProgramResult runProgram(const std::vector<std::string>& words, const std::vector<std::string>& environment)
 {
-    const TempFolder folder;
-    const std::string out = folder.file("out"), err = folder.file("err");
+    std::ofstream("/proc/self/clear_refs") << 5; // the child's peak memory starts from this process's
+    return RunningProgram(words, environment).wait();
+}
+
+RunningProgram::RunningProgram(const std::vector<std::string>& words,
+                               const std::vector<std::string>& environment, const std::string& folder)
+{
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
+    const auto create = O_CREAT | O_WRONLY;
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_CREAT | O_WRONLY, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_CREAT | O_WRONLY, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, _files.file("out").c_str(), create, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, _files.file("err").c_str(), create, 0600);
+    if (!folder.empty()) posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
 
     std::vector<std::string> copies = words;
     std::vector<std::string> settings = changedEnvironment(environment);
     const std::vector<char*> arguments = pointersTo(copies);
     const std::vector<char*> variables = pointersTo(settings);
+    if (posix_spawnp(&_process, arguments[0], &actions, nullptr, arguments.data(), variables.data()) != 0)
+        _process = -1;
+    posix_spawn_file_actions_destroy(&actions);
+}
+
+RunningProgram::~RunningProgram()
+{
+    signal(SIGKILL);
+    wait();
+}
+
+bool RunningProgram::isRunning() const
+{
+    siginfo_t ended{};
+    return _process > 0 &&
+           waitid(P_PID, static_cast<id_t>(_process), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           ended.si_pid == 0;
+}
+
+void RunningProgram::signal(int number) const
+{
+    if (_process > 0) kill(_process, number);
+}
+
+ProgramResult RunningProgram::wait()
+{
     ProgramResult result;
-    pid_t child = 0;
     int state = 0;
     rusage used{};
-    std::ofstream("/proc/self/clear_refs") << 5; // the child's peak memory starts from this process's
-    const bool started =
-        posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), variables.data()) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    if (started && wait4(child, &state, 0, &used) == child && WIFEXITED(state))
+    if (_process > 0 && wait4(_process, &state, 0, &used) == _process && WIFEXITED(state))
         result.exitStatus = WEXITSTATUS(state);
+    _process = -1;
     result.peakMemory = used.ru_maxrss * 1024;
-    result.out = contentOf(out);
-    result.err = contentOf(err);
+    result.out = out();
+    result.err = err();
     return result;
+}
+
+std::string RunningProgram::out() const
+{
+    return contentOf(_files.file("out"));
+}
+
+std::string RunningProgram::err() const
+{
+    return contentOf(_files.file("err"));
 }

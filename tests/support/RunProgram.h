@@ -1,7 +1,11 @@
 #pragma once
 
+#include "tests/support/TempFolder.h"
+
 #include <string>
 #include <vector>
+
+#include <sys/types.h>
 
 /// What a program that has ended left behind.
 struct ProgramResult
@@ -17,3 +21,29 @@ struct ProgramResult
 /// taken out of it.
 ProgramResult runProgram(const std::vector<std::string>& words,
                          const std::vector<std::string>& environment = {});
+
+/// A program that runs beside the test; it is ended with this object.
+class RunningProgram
+{
+public:
+    /// As `runProgram`; `folder` is the program's working folder, this process's where it is empty.
+    explicit RunningProgram(const std::vector<std::string>& words,
+                            const std::vector<std::string>& environment = {},
+                            const std::string& folder = std::string());
+    ~RunningProgram();
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
+
+    bool isRunning() const;
+    void signal(int number) const;
+
+    /// Waits for its end.
+    ProgramResult wait();
+
+    std::string out() const; ///< what it has written to standard output so far
+    std::string err() const; ///< and to standard error
+
+private:
+    const TempFolder _files;
+    pid_t _process = -1; ///< -1: has ended
+};

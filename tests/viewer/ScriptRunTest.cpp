@@ -5,6 +5,7 @@
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
 
+#include <VelBrx/PointCounts.h>
 #include <VelBrx/Verify.h>
 
 #include <gtest/gtest.h>
@@ -12,9 +13,13 @@
 #include <osgDB/ReadFile>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <filesystem>
 #include <sstream>
+#include <thread>
 
 #include <unistd.h>
 
@@ -42,11 +47,16 @@ protected:
     void run(const std::string& steps, const std::vector<std::string>& more = {},
              std::vector<std::string> before = {})
     {
-        const std::string text = "[" + kWindow + (steps.empty() ? "" : ",\n") + steps + "]";
-        const std::string script = folder.write("edit.json", std::vector<uint8_t>(text.begin(), text.end()));
-        before.insert(before.end(), {BRXVIEW, "--script", script, store});
+        before.insert(before.end(), {BRXVIEW, "--script", writeScript("edit.json", steps), store});
         before.insert(before.end(), more.begin(), more.end());
         finish(runProgram(before, {"DISPLAY"}));
+    }
+
+    /// A file with a script in the window of all tests.
+    std::string writeScript(const std::string& name, const std::string& steps) const
+    {
+        const std::string text = "[" + kWindow + (steps.empty() ? "" : ",\n") + steps + "]";
+        return folder.write(name, std::vector<uint8_t>(text.begin(), text.end()));
     }
 
     void finish(const ProgramResult& ended)
@@ -193,6 +203,7 @@ TEST_F(ScriptRun, EditsWhatDisplayFilterAndClipPlanesShow)
     EXPECT_EQ(line(10)["points"], 200);
     EXPECT_EQ(line(12)["points"], 400);
     EXPECT_EQ(line(13)["points"], 400);
+    EXPECT_EQ(line(13)["message"], "written to " + store);
     const auto part = picture("part.png");
     EXPECT_EQ(pixel(*part, 60, 100), pixel(*part, 1, 1)) << "outside the plane";
 }
@@ -286,8 +297,7 @@ TEST_F(ScriptRun, LeavesEveryPointOldOrNewWhenItIsKilled)
     for (int i = 0; i < 500; ++i)
         steps += R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"}, )" + kToSeven +
                  R"(, {"op": "save"}, {"op": "undo"}, {"op": "save"})";
-    const std::string text = "[" + kWindow + ", " + steps + "]";
-    const std::string script = folder.write("long.json", std::vector<uint8_t>(text.begin(), text.end()));
+    const std::string script = writeScript("long.json", steps);
     int rounds = 0; // that came to an edit
     for (double seconds = 0.3; rounds < 3 && seconds < 60; seconds *= 1.4) {
         const ProgramResult killed =
@@ -308,4 +318,49 @@ TEST_F(ScriptRun, LeavesEveryPointOldOrNewWhenItIsKilled)
         run(R"({"op": "reset"})");
     }
     EXPECT_EQ(rounds, 3) << "the program comes to no edit";
+}
+
+TEST_F(ScriptRun, ASignalEndsItBehindTheRunningEditAndTellsWhatIsUnsaved)
+{
+    survey.side = 1500;
+    build();
+    constexpr uint64_t kPoints = 2250000;
+    const std::string hide = R"(, {"op": "cull", )" + kAll + "}";
+    std::string steps = kTop + ", " + kToSeven;
+    for (int i = 0; i < 500; ++i)
+        steps += hide + R"(, {"op": "undo"})";
+    const std::string script = writeScript("long.json", steps);
+    VelBrx::PointCounts before;
+    ASSERT_TRUE(VelBrx::countPoints(store, before));
+    for (const int signal : {SIGINT, SIGTERM}) {
+        for (const std::string after : {"cull", "undo"}) {
+            SCOPED_TRACE("signal " + std::to_string(signal) + " after the first " + after);
+            RunningProgram program({BRXVIEW, "--script", script, store}, {"DISPLAY"});
+            while (program.isRunning() &&
+                   program.out().find("\"op\":\"" + after + "\",\"points\"") == std::string::npos)
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            program.signal(signal); // the next operation runs
+            finish(program.wait());
+            EXPECT_EQ(result.exitStatus, 1);
+            ASSERT_GT(lines.size(), 4u) << result.out;
+            const json& last = lines[lines.size() - 2];
+            EXPECT_EQ(lines.back(), json({{"end", "interrupted"},
+                                          {"operations", 1003},
+                                          {"done", last["operation"]},
+                                          {"unsaved", kPoints}}));
+            EXPECT_NE(result.err.find("long.json: ended by a signal after "), std::string::npos)
+                << result.err;
+            EXPECT_NE(result.err.find("the changed classes of 2250000 points were not saved"),
+                      std::string::npos)
+                << result.err;
+            VelBrx::PointCounts counts;
+            EXPECT_TRUE(VelBrx::countPoints(store, counts));
+            EXPECT_EQ(counts.hidden, last["op"] == "cull" ? kPoints : 0) << "half an edit is there";
+            uint64_t hidden = 0;
+            EXPECT_TRUE(VelBrx::countHiddenPoints(store, std::atomic<bool>(false), hidden));
+            EXPECT_EQ(hidden, counts.hidden);
+            EXPECT_EQ(counts.byClass, before.byClass);
+            run(R"({"op": "reset"})");
+        }
+    }
 }
