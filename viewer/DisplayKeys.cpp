@@ -4,7 +4,8 @@
 
 namespace {
 
-void lookFrom(CameraView::Kind kind, const Scene& scene, osgGA::GUIActionAdapter& action)
+void lookFrom(CameraView::Kind kind, const Scene& scene, const osgGA::GUIEventAdapter& event,
+              osgGA::GUIActionAdapter& action)
 {
     auto* view = dynamic_cast<osgViewer::View*>(&action);
     osgGA::CameraManipulator* manipulator = view ? view->getCameraManipulator() : nullptr;
@@ -14,7 +15,7 @@ void lookFrom(CameraView::Kind kind, const Scene& scene, osgGA::GUIActionAdapter
     wanted.kind = kind;
     const Look look = lookAt(wanted, scene.bounds(), viewport ? viewport->aspectRatio() : 1.0);
     manipulator->setHomePosition(look.eye, look.center, look.up, false);
-    manipulator->home(0.0);
+    manipulator->home(event, action); // home(double) does nothing in a manipulator that chooses among others
 }
 
 } // namespace
@@ -37,15 +38,16 @@ bool DisplayKeys::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAd
     if (event.getEventType() == osgGA::GUIEventAdapter::FRAME && _legendRevision != _scene.legendRevision())
         updateLegend();
     if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
-        !press(event.getKey(), action)) {
+        !press(event, action)) {
         return false;
     }
     action.requestRedraw();
     return true;
 }
 
-bool DisplayKeys::press(int key, osgGA::GUIActionAdapter& action)
+bool DisplayKeys::press(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
+    const int key = event.getKey();
     for (const ColorModeChoice& choice : colorModeChoices()) {
         if (key != choice.key) continue;
         _scene.setColorMode(choice.mode);
@@ -67,13 +69,13 @@ bool DisplayKeys::press(int key, osgGA::GUIActionAdapter& action)
         _scene.setPointSize(_scene.pointSize() - 1);
         return true;
     case 'T':
-        lookFrom(CameraView::TOP, _scene, action);
+        lookFrom(CameraView::TOP, _scene, event, action);
         return true;
     case 'N':
-        lookFrom(CameraView::NORTH, _scene, action);
+        lookFrom(CameraView::NORTH, _scene, event, action);
         return true;
     case 'I':
-        lookFrom(CameraView::ISO, _scene, action);
+        lookFrom(CameraView::ISO, _scene, event, action);
         return true;
     default:
         return false;
@@ -88,5 +90,5 @@ void DisplayKeys::getUsage(osg::ApplicationUsage& usage) const
     usage.addKeyboardMouseBinding("d", "Eye-dome lighting on / off");
     usage.addKeyboardMouseBinding("L", "Legend on / off");
     usage.addKeyboardMouseBinding("+ / -", "Larger / smaller points");
-    usage.addKeyboardMouseBinding("T / N / I", "Look from above / to the north / from above the south-east");
+    usage.addKeyboardMouseBinding("T / N / I", "Look down / north / obliquely");
 }

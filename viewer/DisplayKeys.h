@@ -16,7 +16,7 @@ public:
     void getUsage(osg::ApplicationUsage& usage) const override;
 
 private:
-    bool press(int key, osgGA::GUIActionAdapter& action);
+    bool press(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
 
     void updateLegend();
 

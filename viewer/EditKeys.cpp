@@ -38,6 +38,7 @@ constexpr double kLineWidth = 5;   // pixels
 constexpr double kDragPixels = 3;  // a hand is not still
 constexpr double kDigitsApart = 2; // seconds after which a digit begins another class
 constexpr size_t kStoresInQuestion = 8;
+constexpr int kCtrlQ = 'Q' - '@'; // a window system sends the control character
 
 template <Type side>
 bool hide(EditSession& session, const Polygon& shape, const Reclassification&)
@@ -208,6 +209,10 @@ void EditKeys::closeShape()
 bool EditKeys::handleKey(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
     const int key = plainKey(event.getKey());
+    if (key == kCtrlQ) {
+        askToClose();
+        return true;
+    }
     if (_question != Question::NONE) {
         answer(key);
         return true;
@@ -217,13 +222,23 @@ bool EditKeys::handleKey(const GUIEventAdapter& event, osgGA::GUIActionAdapter& 
         return true;
     }
     if (_editing) return (_shape && drawByKey(key)) || editByKey(key, event, action);
-    if (key == 'E')
-        _editing = true;
-    else if (key == GUIEventAdapter::KEY_Escape)
-        askToClose();
-    else
-        return false;
+    if (key != 'E') return dropReport(key);
+    _editing = true;
     return true;
+}
+
+bool EditKeys::dropReport(int key)
+{
+    if (key != GUIEventAdapter::KEY_Escape || _report.empty()) return false;
+    _report.clear();
+    return true;
+}
+
+void EditKeys::say(const std::vector<std::string>& lines)
+{
+    append(_report, lines);
+    show();
+    _viewer.requestRedraw();
 }
 
 void EditKeys::answer(int key)
@@ -296,6 +311,12 @@ bool EditKeys::drawByKey(int key)
     }
 }
 
+void EditKeys::warn(const std::string& line)
+{
+    _warnings.push_back(line);
+    if (!_editing) say({line});
+}
+
 bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
     if (isDigit(key)) {
@@ -315,10 +336,8 @@ bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIAction
         _question = Question::RESET;
     else if (key == 'E')
         leave();
-    else if (key == GUIEventAdapter::KEY_Escape)
-        askToClose();
     else
-        return false;
+        return dropReport(key);
     return true;
 }
 
@@ -428,6 +447,7 @@ std::vector<std::string> EditKeys::panel() const
     for (const auto& store : _unsaved)
         unsaved += store.second;
     if (unsaved > 0) lines.push_back("not saved: " + grouped(unsaved) + " (W saves)");
+    append(lines, _warnings);
     return lines;
 }
 
@@ -472,14 +492,13 @@ void EditKeys::show()
 void EditKeys::getUsage(osg::ApplicationUsage& usage) const
 {
     usage.addKeyboardMouseBinding("E", "Edit mode on / off");
-    usage.addKeyboardMouseBinding("Escape", "Cancel what is drawn or typed; else close, after asking");
     usage.addKeyboardMouseBinding("a / A", "draw a polygon / a rectangle; click the corners");
     usage.addKeyboardMouseBinding("Backspace", "take the last corner away");
     usage.addKeyboardMouseBinding("Enter, right click", "close the polygon");
     usage.addKeyboardMouseBinding("0 ... 255", "the to-class, by its digits");
     usage.addKeyboardMouseBinding("F", "from-classes: which classes may change");
     usage.addKeyboardMouseBinding("V", "visible classes: which classes are shown");
-    usage.addKeyboardMouseBinding("R", "reset: show every hidden point, drop the selection");
+    usage.addKeyboardMouseBinding("R", "reset: show every hidden point, after asking");
     for (const EditCommand& command : commands())
         usage.addKeyboardMouseBinding(command.key, command.description);
 }

@@ -24,8 +24,8 @@ struct EditCommand;
 /// the same, the drawing is dropped, as it is when the window changes its size. Add this handler before those
 /// that use the mouse or the same keys.
 ///
-/// It also asks before unsaved classes are lost: the viewer is to have no key of its own that ends it, and
-/// whoever sees a request to close calls `askToClose`.
+/// Ctrl+Q closes the viewer. It asks before unsaved classes are lost: the viewer is to have no key of its own
+/// that ends it, and whoever sees a request to close calls `askToClose`.
 class EditKeys : public osgGA::GUIEventHandler
 {
 public:
@@ -38,6 +38,12 @@ public:
     /// Ends the viewer, once the running operation has ended and the user has said what becomes of unsaved
     /// classes.
     void askToClose();
+
+    /// Shows lines in the panel until Escape or the next operation takes them away.
+    void say(const std::vector<std::string>& lines);
+
+    /// As `say`, and in edit mode for good.
+    void warn(const std::string& line);
 
     /// The user has chosen to lose unsaved classes.
     bool hasDiscarded() const { return _discarded; }
@@ -58,6 +64,7 @@ private:
     };
 
     bool handleMouse(const osgGA::GUIEventAdapter& event);
+    bool dropReport(int key);
     bool handleKey(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
     void answer(int key);
     void type(int key);
@@ -95,5 +102,6 @@ private:
     bool _closing = false; ///< close when the running operation has ended
     bool _discarded = false;
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing
+    std::vector<std::string> _warnings;
     std::map<std::string, uint64_t> _unsaved;
 };

@@ -1,5 +1,6 @@
 #include "viewer/EditSession.h"
 
+#include "viewer/EditText.h"
 #include "viewer/ScreenLine.h"
 
 #include <VelOsgDBBrx/CategoryCalcTool.h>
@@ -430,9 +431,14 @@ bool EditSession::save()
 {
     Running* running = begin("save");
     if (!running) return false;
-    const uint64_t before = sum(unsavedPoints());
-    running->conclude = [this, before](Running& ended) {
-        ended.outcome.points = before - sum(unsavedPoints());
+    running->conclude = [this, before = unsavedPoints()](Running& ended) {
+        const std::map<std::string, uint64_t> after = unsavedPoints();
+        ended.outcome.points = sum(before) - sum(after);
+        std::vector<std::string> written;
+        for (const auto& [store, points] : before)
+            if (const auto left = after.find(store); points > (left == after.end() ? 0 : left->second))
+                written.push_back(store);
+        if (!written.empty()) ended.outcome.message = "written to " + namesOf(written);
         if (const VelBrx::Status status = ended.work.status(); !status)
             refuse(ended.outcome, status.message());
     };

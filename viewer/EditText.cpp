@@ -2,6 +2,8 @@
 
 #include "viewer/Palettes.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr size_t kClassLines = 16; ///< more would not fit beside the picture
@@ -64,4 +66,23 @@ std::vector<std::string> describeUnsaved(const std::map<std::string, uint64_t>& 
     for (const auto& [store, count] : unsaved)
         if (count > 0) lines.push_back(store + ": the classes of " + points(count) + " are not saved");
     return lines;
+}
+
+std::vector<std::string> describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all)
+{
+    if (stores.empty()) return {};
+    const std::string where =
+        all == 1 ? " of " + stores.front()
+                 : " in " + std::to_string(stores.size()) + " of " + std::to_string(all) + " stores";
+    return {points(hidden) + where + (hidden == 1 ? " is" : " are") + " hidden",
+            "E and then R shows them all, E, a and v those under a polygon"};
+}
+
+std::string namesOf(const std::vector<std::string>& files)
+{
+    constexpr size_t kNamed = 3;
+    std::string names;
+    for (size_t i = 0; i < std::min(files.size(), kNamed); ++i)
+        names += (i > 0 ? ", " : "") + files[i];
+    return files.size() <= kNamed ? names : names + " and " + std::to_string(files.size() - kNamed) + " more";
 }

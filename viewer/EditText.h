@@ -15,3 +15,10 @@ std::vector<std::string> describe(const EditOutcome& outcome);
 
 /// Lines that tell which stores have points with unsaved classes; none when there are none.
 std::vector<std::string> describeUnsaved(const std::map<std::string, uint64_t>& unsaved);
+
+/// Lines that tell how many points of these stores, of `all` on show, are hidden, and how to bring them back;
+/// none where no store is named.
+std::vector<std::string> describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all);
+
+/// The first few of some files, and the number of the others.
+std::string namesOf(const std::vector<std::string>& files);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-/// Shows the keys of the viewer over the picture while 'h' is switched on.
+/// Shows the keys of the viewer over the picture while 'h' is switched on; Escape switches it off too.
 class HelpKey : public osgGA::GUIEventHandler
 {
 public:
@@ -17,6 +17,11 @@ public:
 
     /// Takes the keys of a handler into the list of that title.
     void add(const std::string& title, const osgGA::GUIEventHandler& handler);
+
+    /// Takes more keys into the list of that title.
+    void add(const KeyList& more);
+
+    const std::vector<KeyList>& lists() const { return _lists; }
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;

@@ -182,6 +182,10 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         options.normals = text;
         return !text.empty();
     };
+    const auto store = [&](const std::string& text) {
+        options.store = text;
+        return !text.empty();
+    };
     options.force = arguments.read("--force");
     options.edl = arguments.read("--edl");
     options.legend = !arguments.read("--no-legend");
@@ -191,6 +195,7 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     if (status) status = takeOption(arguments, "--point-size", "1 to 64 pixels", pointSize);
     if (status) status = takeOption(arguments, "--budget", "a number of points, such as 20M", budget);
     if (status) status = takeOption(arguments, "--normals", "the name of a file", normals);
+    if (status) status = takeOption(arguments, "--store", "the name of a file", store);
     if (status) {
         status = takeOption(arguments, "--view", "top, north, iso or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
                             into(options.view));
@@ -211,11 +216,14 @@ Status readInputs(osg::ArgumentParser& arguments, Options& options)
         return Status::failure("no file to show; see brxview --help");
     }
     if (Status status = expandFolders(options.inputs); !status) return status;
-    if (!options.normals.empty() && options.inputs.size() > 1) {
-        return Status::failure("--normals " + options.normals + ": belongs to one store, but " +
-                               std::to_string(options.inputs.size()) + " are given");
-    }
-    return Status();
+    const auto belongsToOne = [&](const std::string& option, const std::string& value) {
+        return value.empty() || options.inputs.size() == 1
+                   ? Status()
+                   : Status::failure(option + " " + value + ": belongs to one file, but " +
+                                     std::to_string(options.inputs.size()) + " are given");
+    };
+    const Status normals = belongsToOne("--normals", options.normals);
+    return normals ? belongsToOne("--store", options.store) : normals;
 }
 
 void describeOptions(osg::ApplicationUsage& usage)
@@ -223,7 +231,8 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.setApplicationName("brxview");
     usage.setDescription(
         "brxview shows point clouds: octree stores (.brx), all stores of a folder, and LAS files, which it "
-        "builds into stores beside them.");
+        "builds into stores beside them. In the window h lists the keys; Ctrl+Q, or the window's close "
+        "button, ends it.");
     usage.setCommandLineUsage("brxview [options] STORE|FOLDER|LAS|LAZ...");
     usage.addCommandLineOption("--mode MODE", "Colour the points by " + colorModeNames() +
                                                   ". Default: rgb, elevation in stores without colours.");
@@ -238,6 +247,9 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption("--normals FILE",
                                "Normals of the store's points. Default: STORE.normals where there is "
                                "one.");
+    usage.addCommandLineOption("--store FILE.brx",
+                               "Where the store of a LAS or LAZ file is, or is to be built. Default: beside "
+                               "it, in the cache where that folder cannot be written.");
     usage.addCommandLineOption("--view VIEW",
                                "Where to look from: top, north (level, looking north), iso, or "
                                "the coordinates of eye, centre and up, separated by commas. "

@@ -45,9 +45,12 @@ struct Options
     bool edl = false;                           ///< eye-dome lighting
     bool legend = true;
     std::string normals; ///< companion file of the only store
+    std::string store;   ///< where the store of the only LAS or LAZ file is
     CameraView view;
     std::optional<HeadlessRequest> headless;
     bool force = false; ///< replace files that exist
+
+    std::vector<std::string> warnings; ///< of opening the inputs, for people who edit
 };
 
 /// Takes the viewer's own options out of `arguments`; what the window system's options leave is then for

@@ -61,5 +61,5 @@ void PickHandler::showAnswer()
 
 void PickHandler::getUsage(osg::ApplicationUsage& usage) const
 {
-    usage.addKeyboardMouseBinding("Left click", "Show the point under the mouse; beside all points: hide it");
+    usage.addKeyboardMouseBinding("Left click", "Show the point under the mouse");
 }

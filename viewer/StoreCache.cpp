@@ -1,13 +1,12 @@
 #include "viewer/StoreCache.h"
 
+#include "viewer/EndSignals.h"
 #include "viewer/ProgressLine.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/MiraLasRead.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -81,41 +80,20 @@ bool isNewer(const fs::path& store, const fs::path& source)
     return !error && storeTime >= sourceTime;
 }
 
-/// Lets Ctrl-C end a build as the builder does it, instead of leaving temporaries behind.
-class InterruptGuard
-{
-public:
-    InterruptGuard()
-    {
-        cancelled() = false;
-        _previous = std::signal(SIGINT, [](int) { cancelled() = true; });
-    }
-    ~InterruptGuard() { std::signal(SIGINT, _previous); }
-
-    static std::atomic<bool>& cancelled()
-    {
-        static std::atomic<bool> flag{false};
-        return flag;
-    }
-
-private:
-    void (*_previous)(int);
-};
-
 Status build(const fs::path& source, const fs::path& store, bool overwrite)
 {
     std::error_code error;
-    fs::create_directories(store.parent_path(), error);
+    if (store.has_parent_path()) fs::create_directories(store.parent_path(), error);
     if (error) return Status::failure(store.parent_path().string() + ": " + error.message());
 
-    const InterruptGuard interruptible;
+    const EndSignals signals;
     ProgressLine line("building " + store.string());
     VelBrx::BuildOptions options;
     options.inputs = {source.string()};
     options.output = store.string();
     options.overwrite = overwrite;
     options.progress = [&](const VelBrx::BuildProgress& progress) { line.show(progress); };
-    options.cancel = &InterruptGuard::cancelled();
+    options.cancel = &signals.received();
     VelBrx::BuildReport report;
     const Status status = VelBrx::buildStore(options, report);
     for (const std::string& note : report.notes)
@@ -125,7 +103,14 @@ Status build(const fs::path& source, const fs::path& store, bool overwrite)
 
 } // namespace
 
-Status findOrBuildStore(const std::string& input, bool rebuild, std::string& store)
+std::string warnOfCache(const std::string& input, const std::string& store)
+{
+    if (store == input || fs::path(store).parent_path() != cacheFolder()) return {};
+    return input + ": its folder cannot be written, so edits are kept in the cache alone, in " + store +
+           "; brx export makes a LAS file of it, --store FILE keeps it elsewhere";
+}
+
+Status findOrBuildStore(const std::string& input, bool rebuild, std::string& store, const std::string& place)
 {
     std::error_code error;
     const fs::path source = fs::canonical(input, error);
@@ -133,14 +118,16 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
     if (!fs::is_regular_file(source, error)) return Status::failure(input + ": is not a file");
     // What is wrong with a file of that name is said when it is opened: its index is read only there.
     if (source.extension() == kStoreExtension || isStore(source)) {
+        if (!place.empty())
+            return Status::failure(input + ": is a store; --store belongs to a LAS or LAZ file");
         store = input;
         return Status();
     }
     if (!isLas(source)) return Status::failure(input + ": is neither a store nor a LAS or LAZ file");
 
     const fs::path beside = storeBeside(source);
-    const fs::path target =
-        isWritable(source.parent_path()) || isNewer(beside, source) ? beside : storeInCache(source);
+    const bool staysBeside = isWritable(source.parent_path()) || isNewer(beside, source);
+    const fs::path target = !place.empty() ? fs::path(place) : staysBeside ? beside : storeInCache(source);
     store = target.string();
     const bool exists = fs::exists(target, error);
     const bool isCurrent = exists && isNewer(target, source);

@@ -7,21 +7,26 @@
 #include "viewer/EditSession.h"
 #include "viewer/EditText.h"
 #include "viewer/EndSignals.h"
+#include "viewer/FullScreenKey.h"
 #include "viewer/HelpKey.h"
+#include "viewer/HiddenPoints.h"
 #include "viewer/MoveLevel.h"
 #include "viewer/Notices.h"
 #include "viewer/Overlay.h"
 #include "viewer/PickHandler.h"
 #include "viewer/ScreenshotKey.h"
+#include "viewer/WheelZoom.h"
 
 #include <osgGA/KeySwitchMatrixManipulator>
-#include <osgGA/StateSetManipulator>
 #include <osgGA/TerrainManipulator>
 #include <osgGA/TrackballManipulator>
 #include <osgViewer/ViewerEventHandlers>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <optional>
 #include <thread>
 
 using VelBrx::Status;
@@ -52,45 +57,20 @@ double aspectOf(const osg::Camera& camera)
     return viewport && viewport->height() > 0 ? viewport->width() / viewport->height() : 1.0;
 }
 
-osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home)
+/// The first file and the number of the others.
+std::string titleOf(const Options& options)
 {
-    const osg::ref_ptr<osgGA::KeySwitchMatrixManipulator> manipulators =
-        new osgGA::KeySwitchMatrixManipulator;
-    manipulators->addMatrixManipulator('1', "Trackball", new osgGA::TrackballManipulator);
-    manipulators->addMatrixManipulator('2', "Terrain", new osgGA::TerrainManipulator);
-    manipulators->setHomePosition(home.eye, home.center, home.up, false);
-    return manipulators;
+    const std::string first = std::filesystem::path(options.inputs.front()).filename().string();
+    const size_t others = options.inputs.size() - 1;
+    return first + (others > 0 ? " and " + std::to_string(others) + " more" : "") + " - brxview";
 }
 
-/// Elevation has the key by which it moves the barrier at the end of a frame.
-osg::ref_ptr<osgViewer::ThreadingHandler> makeThreadingHandler()
+void setTitle(osgViewer::Viewer& viewer, const std::string& title)
 {
-    const osg::ref_ptr<osgViewer::ThreadingHandler> handler = new osgViewer::ThreadingHandler;
-    handler->setKeyEventChangeEndBarrierPosition(0);
-    return handler;
-}
-
-/// The handlers, in the order in which they see events, and the help that lists their keys. Overlays must
-/// have been added to the camera, so that screenshots hold them.
-void addHandlers(osgViewer::Viewer& viewer, EditKeys* editKeys, Scene& scene, Overlay& overlay,
-                 bool showLegend)
-{
-    osg::Camera& camera = *viewer.getCamera();
-    const osg::ref_ptr<HelpKey> help = new HelpKey(overlay);
-    const auto add = [&](const std::string& title, osgGA::GUIEventHandler* handler) {
-        viewer.addEventHandler(handler);
-        help->add(title, *handler);
-    };
-    add("Edit", editKeys);
-    add("Show", new DisplayKeys(scene, overlay, showLegend));
-    add("Show", new PickHandler(scene, overlay));
-    add("Window", help);
-    add("Window", new ScreenshotKey(camera));
-    add("Window", new osgViewer::WindowSizeHandler);
-    add("Window", new osgViewer::StatsHandler);
-    add("Window", makeThreadingHandler());
-    add("Window", new osgGA::StateSetManipulator(camera.getOrCreateStateSet()));
-    help->add("Camera", *viewer.getCameraManipulator());
+    osgViewer::ViewerBase::Windows windows;
+    viewer.getWindows(windows);
+    for (osgViewer::GraphicsWindow* window : windows)
+        window->setWindowName(title);
 }
 
 bool isDragging(osgViewer::Viewer& viewer)
@@ -115,18 +95,31 @@ Status unsavedClasses(const EditSession& session)
     return message.empty() ? Status() : Status::failure(message);
 }
 
+/// Tells people of points that they do not see.
+void tellHidden(HiddenPoints& hidden, EditKeys& editKeys)
+{
+    const std::optional<std::vector<std::string>> lines = hidden.take();
+    if (!lines || lines->empty()) return;
+    std::fprintf(stderr, "brxview: %s\n", lines->front().c_str());
+    editKeys.say(*lines);
+}
+
 /// Draws while something changes; a still picture costs next to nothing.
 void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel,
-                   const EditSession& session, EditKeys& editKeys)
+                   const EditSession& session, EditKeys& editKeys, const std::vector<std::string>& stores)
 {
     // A camera is known to paging one frame after it was drawn.
     constexpr int kFramesAfterAChange = 3;
     const long limit = frameLimit();
     long frames = 0;
     const EndSignals signals;
+    std::optional<HiddenPoints> hidden;
     for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
         if (takeCloseRequests(viewer)) editKeys.askToClose();
         if (session.hasOutcome()) viewer.requestRedraw();
+        // The first picture comes first.
+        if (!hidden && frames > kFramesAfterAChange && services.isSettled()) hidden.emplace(stores);
+        if (hidden) tellHidden(*hidden, editKeys);
         if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
         if (quietFrames == kFramesAfterAChange) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -145,6 +138,44 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
 }
 
 } // namespace
+
+osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene,
+                                  Overlay& overlay, bool showLegend)
+{
+    const osg::ref_ptr<HelpKey> help = new HelpKey(overlay);
+    const auto add = [&](const std::string& title, osgGA::GUIEventHandler* handler) {
+        viewer.addEventHandler(handler);
+        help->add(title, *handler);
+    };
+    add("Edit", &editKeys);
+    add("Show", new DisplayKeys(scene, overlay, showLegend));
+    add("Show", new PickHandler(scene, overlay));
+    add("Camera", new WheelZoom(*scene.root()));
+    help->add({"Camera",
+               {{"Left drag", "Turn"},
+                {"Middle drag", "Move sideways"},
+                {"Right drag", "Nearer / farther"},
+                {"Space", "The first view, or that of T, N, I"},
+                {"1 / 2", "Turn freely / about the vertical"}}});
+    add("Window", help);
+    add("Window", new ScreenshotKey(*viewer.getCamera()));
+    add("Window", new FullScreenKey);
+    help->add(
+        {"Window",
+         {{"Escape", "Cancel what is drawn, typed or asked"}, {"Ctrl+Q", "Close the viewer, after asking"}}});
+    viewer.addEventHandler(new osgViewer::StatsHandler); // of use to developers, so not in the help
+    return help;
+}
+
+osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home)
+{
+    const osg::ref_ptr<osgGA::KeySwitchMatrixManipulator> manipulators =
+        new osgGA::KeySwitchMatrixManipulator;
+    manipulators->addMatrixManipulator('1', "Trackball", new osgGA::TrackballManipulator);
+    manipulators->addMatrixManipulator('2', "Terrain", new osgGA::TerrainManipulator);
+    manipulators->setHomePosition(home.eye, home.center, home.up, false);
+    return manipulators;
+}
 
 void setUpCamera(osg::Camera& camera, double aspect)
 {
@@ -165,6 +196,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         return Status::failure("no window can be opened on display " + std::string(std::getenv("DISPLAY")) +
                                "; --render OUT.png draws a picture without one");
     }
+    setTitle(viewer, titleOf(options));
     const double aspect = aspectOf(*viewer.getCamera());
     setUpCamera(*viewer.getCamera(), aspect);
     viewer.setCameraManipulator(makeManipulators(lookAt(options.view, scene.bounds(), aspect)));
@@ -172,13 +204,18 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.getCamera()->addPostDrawCallback(overlay);
     EditSession session(scene, viewer);
     const osg::ref_ptr<EditKeys> editKeys = new EditKeys(session, scene, viewer, *overlay);
-    addHandlers(viewer, editKeys, scene, *overlay, options.legend);
+    addHandlers(viewer, *editKeys, scene, *overlay, options.legend);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);
     MoveLevel moveLevel(scene.root(),
                         VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(contexts.front()));
-    drawUntilDone(viewer, services, moveLevel, session, *editKeys);
+    for (const std::string& warning : options.warnings)
+        editKeys->warn(warning);
+    std::vector<std::string> stores;
+    for (const Scene::Cloud& cloud : scene.clouds())
+        stores.push_back(cloud.store);
+    drawUntilDone(viewer, services, moveLevel, session, *editKeys, stores);
     viewer.stopThreading();
     if (session.isBusy()) session.wait();
     return editKeys->hasDiscarded() ? Status() : unsavedClasses(session);

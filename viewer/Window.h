@@ -1,13 +1,27 @@
 #pragma once
 
+#include "viewer/CameraView.h"
+#include "viewer/EditKeys.h"
+#include "viewer/HelpKey.h"
 #include "viewer/Options.h"
+#include "viewer/Overlay.h"
 #include "viewer/Scene.h"
 
 #include <VelBrx/Status.h>
+#include <osgGA/CameraManipulator>
 #include <osgViewer/Viewer>
 
 /// Background, projection and culling as point clouds need them, for a picture of `aspect` = width / height.
 void setUpCamera(osg::Camera& camera, double aspect);
+
+/// What moves the camera by mouse, beginning at `home`; keys choose between turning freely and about the
+/// vertical.
+osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home);
+
+/// Gives the viewer its keys, in the order in which they see events. Overlays must have been added to its
+/// camera, so that screenshots hold them. Returns the help, which lists all keys.
+osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene,
+                                  Overlay& overlay, bool showLegend);
 
 /// Shows `scene` in a window of `viewer`, the one that the user's options made or one of our size, until it
 /// is closed.

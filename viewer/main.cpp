@@ -62,9 +62,14 @@ Status run(osg::ArgumentParser& arguments)
 
     std::vector<std::string> stores(options.inputs.size());
     for (size_t i = 0; i < stores.size(); ++i) {
-        const Status status = findOrBuildStore(options.inputs[i], options.force, stores[i]);
+        const Status status = findOrBuildStore(options.inputs[i], options.force, stores[i], options.store);
         if (!status) return status;
+        if (options.headless && !isScript(options)) continue; // a picture edits nothing
+        if (const std::string warning = warnOfCache(options.inputs[i], stores[i]); !warning.empty())
+            options.warnings.push_back(warning);
     }
+    for (const std::string& warning : options.warnings)
+        std::fprintf(stderr, "brxview: %s\n", warning.c_str());
     Scene scene;
     if (Status status = scene.load(stores, options); !status) return status;
     if (isScript(options)) return script::run(script, *viewer, scene, options);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
 
 namespace {
 
@@ -44,4 +45,25 @@ std::vector<std::string> blocksNotIn(const std::string& sourcePath, const std::s
     };
     blocks.erase(std::remove_if(blocks.begin(), blocks.end(), isThere), blocks.end());
     return blocks;
+}
+
+std::vector<std::string> keysInTables(const std::string& pagePath)
+{
+    std::istringstream lines(readText(pagePath));
+    std::vector<std::string> keys;
+    bool inTable = false;
+    bool ofKeys = false;
+    for (std::string line; std::getline(lines, line);) {
+        const std::string column = line.substr(0, line.find(" |", 2));
+        const bool isHead = !inTable;
+        inTable = line.rfind("| ", 0) == 0 || line.rfind("|-", 0) == 0;
+        if (isHead) ofKeys = inTable && column.find("key") != std::string::npos;
+        if (!ofKeys || isHead) continue;
+        for (size_t begin = column.find('`'); begin != std::string::npos;) {
+            const size_t end = column.find('`', begin + 1);
+            keys.push_back(column.substr(begin + 1, end - begin - 1));
+            begin = end == std::string::npos ? end : column.find('`', end + 1);
+        }
+    }
+    return keys;
 }

@@ -8,3 +8,6 @@ std::vector<std::string> codeBlocks(const std::string& pagePath, const std::stri
 
 /// The blocks of C++ of a page that do not stand in a source file; white space does not count.
 std::vector<std::string> blocksNotIn(const std::string& sourcePath, const std::string& pagePath);
+
+/// What stands in backquotes in the first column of those tables of a page that list keys, as its head says.
+std::vector<std::string> keysInTables(const std::string& pagePath);

@@ -1,9 +1,9 @@
 #include "viewer/DisplayKeys.h"
 
 #include "tests/viewer/ShownSurvey.h"
+#include "viewer/Window.h"
 
 #include <gtest/gtest.h>
-#include <osgGA/TrackballManipulator>
 
 namespace {
 
@@ -63,7 +63,8 @@ TEST_F(DisplayKeysTest, PlusAndMinusChangeTheSizeOfThePointsWithinItsLimits)
 
 TEST_F(DisplayKeysTest, ViewKeysMoveTheCameraOfTheManipulator)
 {
-    const osg::ref_ptr<osgGA::TrackballManipulator> manipulator = new osgGA::TrackballManipulator;
+    const osg::ref_ptr<osgGA::CameraManipulator> manipulator =
+        makeManipulators({osg::Vec3d(0, 0, 1), osg::Vec3d(), osg::Vec3d(0, 1, 0)});
     _shown.host.viewer->setCameraManipulator(manipulator);
     showWithKeys();
     const auto lookingAlong = [&] {

@@ -1,15 +1,11 @@
 #include "viewer/EditKeys.h"
 
+#include "tests/support/DocsPage.h"
 #include "tests/viewer/ShownSurvey.h"
 #include "viewer/CloseRequests.h"
-#include "viewer/DisplayKeys.h"
-#include "viewer/HelpKey.h"
-#include "viewer/PickHandler.h"
-#include "viewer/ScreenshotKey.h"
+#include "viewer/Window.h"
 
 #include <gtest/gtest.h>
-#include <osgGA/KeySwitchMatrixManipulator>
-#include <osgGA/TrackballManipulator>
 #include <osgViewer/ViewerEventHandlers>
 
 #include <set>
@@ -18,6 +14,7 @@ namespace {
 
 constexpr int kEscape = osgGA::GUIEventAdapter::KEY_Escape;
 constexpr int kEnter = osgGA::GUIEventAdapter::KEY_Return;
+constexpr int kCtrlQ = 'Q' - '@';
 constexpr int kBackspace = osgGA::GUIEventAdapter::KEY_BackSpace;
 constexpr int kLeft = 1;
 constexpr int kRight = 3;
@@ -31,14 +28,11 @@ protected:
         osg::Vec3d center;
         osg::Vec3d up;
         shown.host.camera().getViewMatrixAsLookAt(eye, center, up);
-        manipulator->setHomePosition(eye, center, up, false);
-        shown.host.viewer->setCameraManipulator(manipulator);
+        shown.host.viewer->setCameraManipulator(makeManipulators({eye, center, up}));
         shown.host.camera().addPostDrawCallback(shown.overlay);
         session.emplace(shown.scene, *shown.host.viewer);
         keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *shown.overlay);
-        shown.host.viewer->addEventHandler(keys);
-        shown.host.viewer->addEventHandler(new DisplayKeys(shown.scene, *shown.overlay, false));
-        shown.host.viewer->addEventHandler(new PickHandler(shown.scene, *shown.overlay));
+        help = addHandlers(*shown.host.viewer, *keys, shown.scene, *shown.overlay, false);
         shown.show();
     }
 
@@ -120,23 +114,21 @@ protected:
     bool isDone() { return shown.host.viewer->done(); }
 
     ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
-    const osg::ref_ptr<osgGA::TrackballManipulator> manipulator = new osgGA::TrackballManipulator;
     std::optional<EditSession> session;
     osg::ref_ptr<EditKeys> keys;
+    osg::ref_ptr<HelpKey> help;
 };
 
-/// Keys of a usage, apart: "a / A" are two.
-std::multiset<std::string> keysOf(const osgGA::GUIEventHandler& handler)
+/// The keys that the help lists, apart: "a / A" are two.
+std::multiset<std::string> keysOf(const HelpKey& help)
 {
-    const osg::ref_ptr<osg::ApplicationUsage> usage = new osg::ApplicationUsage;
-    handler.getUsage(*usage);
     std::multiset<std::string> keys;
-    for (const auto& binding : usage->getKeyboardMouseBindings()) {
-        std::string text = binding.first;
-        for (size_t end; (end = text.find(" / ")) != std::string::npos; text.erase(0, end + 3))
-            keys.insert(text.substr(0, end));
-        keys.insert(text);
-    }
+    for (const KeyList& list : help.lists())
+        for (auto [text, description] : list.keys) {
+            for (size_t end; (end = text.find(" / ")) != std::string::npos; text.erase(0, end + 3))
+                keys.insert(text.substr(0, end));
+            keys.insert(text);
+        }
     return keys;
 }
 
@@ -253,6 +245,8 @@ TEST_F(EditKeysTest, ClosingAsksWhatBecomesOfUnsavedClasses)
     ASSERT_EQ(unsaved(), 400u);
 
     press(kEscape);
+    EXPECT_FALSE(isDone()) << "cancels only";
+    press(kCtrlQ);
     EXPECT_FALSE(isDone());
     press('K');
     press(kEscape);
@@ -273,13 +267,13 @@ TEST_F(EditKeysTest, ClosingAsksWhatBecomesOfUnsavedClasses)
 
     press('z');
     ASSERT_EQ(unsaved(), 400u) << "an undo of what was saved";
-    press(kEscape);
+    press(kCtrlQ);
     press('d');
     EXPECT_TRUE(isDone());
     EXPECT_TRUE(keys->hasDiscarded());
     shown.host.viewer->setDone(false);
     press('W');
-    press(kEscape);
+    press(kCtrlQ);
     EXPECT_TRUE(isDone()) << "nothing to ask";
 }
 
@@ -321,7 +315,10 @@ TEST_F(EditKeysTest, TheOutlineIsDrawnWhereTheUserClickedAndScreenshotsHaveIt)
         osg::ref_ptr<osg::Image> picture;
     };
     const osg::ref_ptr<Keep> keep = new Keep;
-    shown.host.viewer->addEventHandler(new osgViewer::ScreenCaptureHandler(keep, 1));
+    const osg::ref_ptr<osgViewer::ScreenCaptureHandler> capture =
+        new osgViewer::ScreenCaptureHandler(keep, 1);
+    capture->setKeyEventTakeScreenShot('#');
+    shown.host.viewer->addEventHandler(capture);
     press('E');
     press('a');
     const std::vector<std::pair<int, int>> corners = {{30, 10}, {120, 20}, {60, 40}};
@@ -331,27 +328,22 @@ TEST_F(EditKeysTest, TheOutlineIsDrawnWhereTheUserClickedAndScreenshotsHaveIt)
     for (const std::string time :
          {"first", "second"}) { // a capture leaves the camera without final callbacks
         keep->picture = nullptr;
-        press('c');
+        press('#');
         ASSERT_TRUE(keep->picture) << time;
         for (const auto& [x, y] : corners)
             EXPECT_EQ(pixel(*keep->picture, x, y), osg::Vec3ub(255, 221, 64)) << time << x << ", " << y;
     }
 }
 
-TEST_F(EditKeysTest, NoKeyHasTwoMeanings)
+TEST_F(EditKeysTest, NoKeyHasTwoMeaningsAndTheHelpAndThePagesListTheSame)
 {
-    const osg::ref_ptr<osgGA::GUIEventHandler> others[] = {
-        new DisplayKeys(shown.scene, *shown.overlay, false), new osgViewer::StatsHandler,
-        new osgViewer::WindowSizeHandler, new ScreenshotKey(*shown.host.viewer->getCamera()),
-        new HelpKey(*shown.overlay)};
-    std::multiset<std::string> all = keysOf(*keys);
-    const std::set<std::string> own(all.begin(), all.end());
-    EXPECT_GT(own.size(), 20u);
-    for (const auto& handler : others)
-        for (const std::string& key : keysOf(*handler))
-            EXPECT_EQ(own.count(key), 0u) << key;
-    for (const std::string key : {"m", "b", "l", "t", "w"}) // of handlers that need a viewer
-        EXPECT_EQ(own.count(key), 0u) << key;
-    for (const std::string& key : own)
-        EXPECT_EQ(all.count(key), 1u) << key;
+    const std::multiset<std::string> keysOfHelp = keysOf(*help);
+    const std::set<std::string> listed(keysOfHelp.begin(), keysOfHelp.end());
+    for (const std::string& key : listed)
+        EXPECT_EQ(keysOfHelp.count(key), 1u) << key;
+    std::set<std::string> onPages;
+    for (const std::string page : {"viewing", "editing", "classification"})
+        for (const std::string& key : keysInTables(VELBRX_SOURCE_DIR "/docs/" + page + ".md"))
+            onPages.insert(key);
+    EXPECT_EQ(onPages, listed);
 }

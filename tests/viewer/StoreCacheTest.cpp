@@ -80,8 +80,22 @@ TEST_F(StoreCache, WhereTheFolderCannotBeWrittenTheStoreGoesToTheCache)
         const ProgramResult result = runProgram(command, {"DISPLAY", "XDG_CACHE_HOME=" + cache.string()});
         EXPECT_EQ(result.exitStatus, 0) << result.err;
         EXPECT_EQ(result.err.find("building") == std::string::npos, name == "second.png") << result.err;
+        EXPECT_EQ(result.err.find("cache alone"), std::string::npos) << "a picture edits nothing";
         command.pop_back();
     }
     EXPECT_FALSE(fs::exists(_source + ".brx"));
     EXPECT_EQ(std::distance(fs::directory_iterator(cache / "brxview"), {}), 1);
+
+    const std::string script = _folder.write("empty.json", {'[', ']'});
+    const std::string own = _folder.file("own.brx");
+    for (const auto& words : {std::vector<std::string>{_source}, {_source, "--store", own}}) {
+        std::vector<std::string> edit = {BRXVIEW, "--script", script};
+        edit.insert(edit.end(), words.begin(), words.end());
+        const ProgramResult result = runProgram(edit, {"DISPLAY", "XDG_CACHE_HOME=" + cache.string()});
+        EXPECT_EQ(result.exitStatus, 0) << result.err;
+        const bool warned = result.err.find("edits are kept in the cache alone, in " + cache.string() +
+                                            "/brxview/grid-") != std::string::npos;
+        EXPECT_EQ(warned, words.size() == 1) << result.err;
+    }
+    EXPECT_TRUE(fs::exists(own));
 }

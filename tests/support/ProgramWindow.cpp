@@ -1,0 +1,270 @@
+#include "tests/support/ProgramWindow.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+#include <X11/XKBlib.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XTest.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+void pause(std::chrono::milliseconds time)
+{
+    std::this_thread::sleep_for(time);
+}
+
+bool samePicture(const osg::Image& a, const osg::Image& b)
+{
+    return a.s() == b.s() && a.t() == b.t() && std::memcmp(a.data(), b.data(), a.getTotalSizeInBytes()) == 0;
+}
+
+/// A window may go between two calls; the calls then fail, and the program is not to end for it.
+int ignoreError(Display*, XErrorEvent*)
+{
+    return 0;
+}
+
+KeySym symbolOf(const std::string& key)
+{
+    return key.size() == 1 ? static_cast<KeySym>(static_cast<unsigned char>(key[0]))
+                           : XStringToKeysym(key.c_str());
+}
+
+/// The number that a program writes to a pipe as its first line; empty when there is none.
+std::string readLine(int pipeEnd)
+{
+    std::string line;
+    pollfd waiting{pipeEnd, POLLIN, 0};
+    for (char letter = 0; poll(&waiting, 1, 30000) == 1 && read(pipeEnd, &letter, 1) == 1 && letter != '\n';)
+        line += letter;
+    return line;
+}
+
+} // namespace
+
+bool eventually(const std::function<bool()>& isSo)
+{
+    const auto end = std::chrono::steady_clock::now() + 30s;
+    while (!isSo()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        pause(20ms);
+    }
+    return true;
+}
+
+/// The X server, and the connection to it.
+struct ProgramWindow::Server
+{
+    /// It names itself on `numberPipe`, the end of a pipe for writing.
+    Server(int numberPipe, int numberEnd)
+        : server({"Xvfb", "-displayfd", std::to_string(numberPipe), "-screen", "0",
+                  std::to_string(kScreenWidth) + "x" + std::to_string(kScreenHeight) + "x24", "-nolisten",
+                  "tcp"})
+    {
+        close(numberPipe);
+        name = ":" + readLine(numberEnd);
+        close(numberEnd);
+        XSetErrorHandler(ignoreError);
+        display = XOpenDisplay(name.c_str());
+    }
+    ~Server()
+    {
+        if (display) XCloseDisplay(display);
+        server.signal(SIGTERM); // it leaves no socket then
+        server.wait();
+    }
+
+    static std::unique_ptr<Server> start()
+    {
+        int ends[2];
+        if (pipe(ends) != 0) throw std::runtime_error("no pipe can be made");
+        fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+        return std::make_unique<Server>(ends[1], ends[0]);
+    }
+
+    /// The first visible child of the root; 0 when there is none.
+    Window findWindow() const
+    {
+        Window root = 0;
+        Window parent = 0;
+        Window* children = nullptr;
+        unsigned count = 0;
+        Window found = 0;
+        if (!XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count)) return 0;
+        for (unsigned i = 0; i < count && !found; ++i) {
+            XWindowAttributes attributes;
+            if (XGetWindowAttributes(display, children[i], &attributes) && attributes.map_state == IsViewable)
+                found = children[i];
+        }
+        XFree(children);
+        return found;
+    }
+
+    void flush() const
+    {
+        XSync(display, False);
+        pause(10ms); // no hand is faster
+    }
+
+    RunningProgram server;
+    std::string name;
+    Display* display = nullptr;
+    Window window = 0;
+};
+
+ProgramWindow::ProgramWindow(const std::vector<std::string>& words, const std::string& folder)
+    : _server(Server::start())
+{
+    if (!_server->display) throw std::runtime_error("no X server; is Xvfb installed?");
+    // The driver behind GLX keeps 240 bytes when it is unloaded.
+    _program = std::make_unique<RunningProgram>(
+        words, std::vector<std::string>{"DISPLAY=" + _server->name, "ASAN_OPTIONS=detect_leaks=0"}, folder);
+    eventually([&] { return (_server->window = _server->findWindow()) != 0 || !_program->isRunning(); });
+    if (!_server->window) throw std::runtime_error("no window: " + _program->err());
+    moveTo(5, 5); // the keyboard belongs to the window under the mouse
+}
+
+ProgramWindow::~ProgramWindow() = default;
+
+std::string ProgramWindow::title() const
+{
+    char* name = nullptr;
+    std::string title;
+    if (XFetchName(_server->display, _server->window, &name) && name) title = name;
+    XFree(name);
+    return title;
+}
+
+ProgramWindow::Area ProgramWindow::area() const
+{
+    XWindowAttributes attributes{};
+    XGetWindowAttributes(_server->display, _server->window, &attributes);
+    return {attributes.x, attributes.y, attributes.width, attributes.height};
+}
+
+osg::ref_ptr<osg::Image> ProgramWindow::picture() const
+{
+    const Area place = area();
+    osg::ref_ptr<osg::Image> picture = new osg::Image;
+    XImage* const pixels =
+        XGetImage(_server->display, _server->window, 0, 0, static_cast<unsigned>(place.width),
+                  static_cast<unsigned>(place.height), AllPlanes, ZPixmap);
+    if (!pixels) return picture;
+    picture->allocateImage(place.width, place.height, 1, GL_RGB, GL_UNSIGNED_BYTE);
+    for (int row = 0; row < place.height; ++row)
+        for (int column = 0; column < place.width; ++column) {
+            const unsigned long color = XGetPixel(pixels, column, place.height - 1 - row);
+            unsigned char* const rgb = picture->data(column, row);
+            for (int channel = 0; channel < 3; ++channel)
+                rgb[channel] = static_cast<unsigned char>(color >> (16 - 8 * channel));
+        }
+    XDestroyImage(pixels);
+    return picture;
+}
+
+osg::ref_ptr<osg::Image> ProgramWindow::stillPicture() const
+{
+    constexpr int kTimes = 6;
+    osg::ref_ptr<osg::Image> last = picture();
+    int same = 0;
+    eventually([&] {
+        pause(40ms);
+        const osg::ref_ptr<osg::Image> now = picture();
+        same = samePicture(*now, *last) ? same + 1 : 0;
+        last = now;
+        return same == kTimes;
+    });
+    return last;
+}
+
+void ProgramWindow::press(const std::string& key)
+{
+    const size_t plus = key.size() > 1 ? key.find('+') : std::string::npos;
+    if (plus != std::string::npos) down("Control_L");
+    const std::string last = plus == std::string::npos ? key : key.substr(plus + 1);
+    down(last);
+    up(last);
+    if (plus != std::string::npos) up("Control_L");
+}
+
+void ProgramWindow::down(const std::string& key)
+{
+    sendKey(key, true);
+}
+
+void ProgramWindow::up(const std::string& key)
+{
+    sendKey(key, false);
+}
+
+/// Shift is held around the press of a key that needs it.
+void ProgramWindow::sendKey(const std::string& key, bool isDown)
+{
+    Display* const display = _server->display;
+    const KeySym symbol = symbolOf(key);
+    const KeyCode code = XKeysymToKeycode(display, symbol);
+    if (code == 0) throw std::runtime_error("no key " + key);
+    const bool shifted = XkbKeycodeToKeysym(display, code, 0, 0) != symbol;
+    const KeyCode shift = XKeysymToKeycode(display, XStringToKeysym("Shift_L"));
+    if (shifted && isDown) XTestFakeKeyEvent(display, shift, True, CurrentTime);
+    XTestFakeKeyEvent(display, code, isDown, CurrentTime);
+    if (shifted && !isDown) XTestFakeKeyEvent(display, shift, False, CurrentTime);
+    _server->flush();
+}
+
+void ProgramWindow::sendButton(int button)
+{
+    for (const bool isDown : {true, false}) {
+        XTestFakeButtonEvent(_server->display, static_cast<unsigned>(button), isDown, CurrentTime);
+        _server->flush();
+    }
+}
+
+void ProgramWindow::moveTo(int x, int y)
+{
+    const Area place = area();
+    XTestFakeMotionEvent(_server->display, -1, place.x + x, place.y + place.height - 1 - y, CurrentTime);
+    _server->flush();
+}
+
+void ProgramWindow::click(int x, int y, int button)
+{
+    moveTo(x, y);
+    sendButton(button);
+}
+
+void ProgramWindow::drag(int x, int y, int toX, int toY, int button)
+{
+    constexpr int kParts = 4;
+    moveTo(x, y);
+    XTestFakeButtonEvent(_server->display, static_cast<unsigned>(button), True, CurrentTime);
+    _server->flush();
+    for (int part = 1; part <= kParts; ++part) {
+        pause(40ms);
+        moveTo(x + part * (toX - x) / kParts, y + part * (toY - y) / kParts);
+    }
+    pause(200ms); // let go in motion, the mouse would throw what it holds
+    XTestFakeButtonEvent(_server->display, static_cast<unsigned>(button), False, CurrentTime);
+    _server->flush();
+}
+
+void ProgramWindow::turnWheel(int x, int y, int steps)
+{
+    constexpr int kAway = 4;
+    constexpr int kTowards = 5;
+    moveTo(x, y);
+    for (int step = 0; step < std::abs(steps); ++step)
+        sendButton(steps > 0 ? kAway : kTowards);
+}

@@ -1,0 +1,541 @@
+// The program in a window of its own, worked by keys and mouse, as docs/viewing.md and its neighbours say.
+
+#include "tests/support/ProgramWindow.h"
+
+#include "tests/support/BuildStore.h"
+#include "tests/support/DocsPage.h"
+#include "tests/support/HeadlessViewer.h"
+#include "tests/support/TestSurvey.h"
+
+#include <VelBrx/PointCounts.h>
+
+#include <gtest/gtest.h>
+#include <osg/Vec2i>
+#include <osgDB/ReadFile>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Picture = osg::ref_ptr<osg::Image>;
+
+constexpr int kWidth = 700;
+constexpr int kHeight = 500;
+
+/// 20 x 20 points a metre apart, of the classes 2 to 5 by column, seen from above.
+class Viewer
+{
+public:
+    explicit Viewer(const std::function<void(const std::string& store)>& prepare = nullptr)
+    {
+        survey.side = 20;
+        survey.classes = 4;
+        if (!survey.write(folder.file("grid.las"))) throw std::runtime_error("no survey");
+        buildStoreOf(folder.file("grid.las"), store);
+        if (prepare) prepare(store);
+        window.emplace(std::vector<std::string>{BRXVIEW, "--view", "top", "--window", "20", "20",
+                                                std::to_string(kWidth), std::to_string(kHeight), store},
+                       folder.path().string());
+    }
+
+    /// The part of the window that no panel covers.
+    Picture points() const { return crop(*window->stillPicture()); }
+
+    static Picture crop(const osg::Image& whole)
+    {
+        constexpr int kX = 170, kY = 100, kCropWidth = 170, kCropHeight = 240;
+        const Picture part = new osg::Image;
+        part->allocateImage(kCropWidth, kCropHeight, 1, GL_RGB, GL_UNSIGNED_BYTE);
+        for (int y = 0; whole.s() == kWidth && y < kCropHeight; ++y)
+            std::copy_n(whole.data(kX, kY + y), 3 * kCropWidth, part->data(0, y));
+        return part;
+    }
+
+    bool shows(const osg::Image& wanted) const
+    {
+        return eventually([&] { return samePixels(*crop(*window->picture()), wanted); });
+    }
+
+    /// Does something that changes the points, or the whole of the picture with its panels.
+    void expectChange(const std::function<void()>& act)
+    {
+        const Picture before = points();
+        act();
+        EXPECT_TRUE(eventually([&] { return !samePixels(*crop(*window->picture()), *before); }));
+    }
+    void expectChangeAnywhere(const std::function<void()>& act)
+    {
+        const Picture before = window->stillPicture();
+        act();
+        EXPECT_TRUE(eventually([&] { return !samePixels(*window->picture(), *before); }));
+    }
+
+    void press(const std::string& key) { window->press(key); }
+    void type(const std::string& text)
+    {
+        for (const char letter : text)
+            press(std::string(1, letter));
+        press("Return");
+    }
+
+    /// Presses a key until something holds: a key of an edit does nothing while another one runs.
+    void pressUntil(const std::string& key, const std::function<bool()>& holds)
+    {
+        EXPECT_TRUE(eventually([&] {
+            if (holds()) return true;
+            press(key);
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            return holds();
+        })) << key;
+    }
+    void pressUntilHidden(const std::string& key, uint64_t points)
+    {
+        pressUntil(key, [&] { return counts().hidden == points; });
+    }
+    void pressUntilChange(const std::string& key)
+    {
+        const Picture before = points();
+        pressUntil(key, [&] { return !samePixels(*crop(*window->picture()), *before); });
+    }
+
+    VelBrx::PointCounts counts() const
+    {
+        VelBrx::PointCounts counts;
+        EXPECT_TRUE(VelBrx::countPoints(store, counts));
+        return counts;
+    }
+    /// Around the rows 0 to 9, not closed.
+    void drawLowerHalf()
+    {
+        press("a");
+        for (const auto& [x, y] : {std::pair(2, 2), {kWidth - 3, 2}, {kWidth - 3, 249}, {2, 249}})
+            window->click(x, y);
+    }
+    void hideLowerHalf()
+    {
+        drawLowerHalf();
+        pressUntilHidden("x", 200);
+    }
+
+    /// Nothing drawn, typed, selected or changed; as at the start.
+    void restore()
+    {
+        press("Escape");
+        press("Escape");
+        pressUntil("Z", [&] { return counts().hidden == 0 && samePixels(*points(), *start); });
+    }
+
+    /// What a click on a point prints.
+    std::string pick(int x, int y)
+    {
+        const size_t before = window->program().out().size();
+        window->click(x, y);
+        EXPECT_TRUE(eventually([&] { return window->program().out().size() > before; }));
+        return window->program().out().substr(before);
+    }
+
+    const TempFolder folder;
+    const std::string store = folder.file("grid.brx");
+    TestSurvey survey;
+    std::optional<ProgramWindow> window;
+    Picture start; ///< the points, when the first key is tried
+};
+
+using Check = std::function<void(Viewer&)>;
+
+void changes(Viewer& viewer, const std::string& key)
+{
+    viewer.expectChange([&] { viewer.press(key); });
+}
+
+/// Moves the camera, and back.
+Check moves(const std::function<void(Viewer&)>& move)
+{
+    return [move](Viewer& viewer) {
+        viewer.expectChange([&] { move(viewer); });
+        viewer.press("T");
+        EXPECT_TRUE(viewer.shows(*viewer.start));
+    };
+}
+
+Check drags(int button)
+{
+    return moves([button](Viewer& viewer) { viewer.window->drag(350, 250, 420, 300, button); });
+}
+
+/// Chooses a colour mode other than the one at the start, and that again.
+Check colours(const std::string& key)
+{
+    return [key](Viewer& viewer) {
+        viewer.expectChangeAnywhere([&] { viewer.press(key); });
+        viewer.press("r");
+        EXPECT_TRUE(viewer.shows(*viewer.start));
+    };
+}
+
+/// Draws a polygon, gives it a class and saves that; `expected` points have it then.
+void classifyAndSave(Viewer& viewer, const std::string& digits, uint64_t expected)
+{
+    viewer.drawLowerHalf();
+    for (const char digit : digits)
+        viewer.press(std::string(1, digit));
+    const auto code = static_cast<size_t>(std::stoi(digits));
+    const uint64_t before = viewer.counts().byClass[code];
+    viewer.expectChangeAnywhere([&] { viewer.press("K"); });
+    EXPECT_EQ(viewer.counts().byClass[code], before) << "not saved yet";
+    const auto saveUntil = [&](uint64_t wanted) {
+        viewer.pressUntil("W", [&] { return viewer.counts().byClass[code] == wanted; });
+    };
+    saveUntil(before + expected);
+    viewer.window->stillPicture();
+    viewer.press("z");
+    saveUntil(before);
+}
+
+void closes(Viewer& viewer, const std::function<void()>& closePolygon)
+{
+    viewer.press("a");
+    for (const auto& [x, y] : {std::pair(200, 100), {300, 100}, {300, 300}})
+        viewer.window->click(x, y);
+    viewer.window->moveTo(180, 200);
+    viewer.expectChange(closePolygon);
+    const Picture closed = viewer.points();
+    viewer.window->moveTo(190, 60); // which nothing follows any more
+    viewer.press("h");
+    viewer.press("h");
+    EXPECT_TRUE(viewer.shows(*closed));
+}
+
+void undoes(Viewer& viewer, const std::string& key)
+{
+    viewer.hideLowerHalf();
+    viewer.pressUntilHidden(key, 0);
+}
+
+void turnsToTheHorizon(Viewer& viewer)
+{
+    const auto turned = [&](const std::string& manipulator) {
+        viewer.press("I");
+        viewer.press(manipulator);
+        viewer.window->drag(350, 250, 450, 350);
+        return viewer.points();
+    };
+    const Picture freely = turned("1");
+    const Picture level = turned("2");
+    EXPECT_FALSE(samePixels(*freely, *level));
+    EXPECT_TRUE(samePixels(*turned("1"), *freely));
+    viewer.press("T");
+}
+
+/// A pixel that a point covers, at least its distance from the edges of the window.
+osg::Vec2i findPoint(const osg::Image& picture)
+{
+    const osg::Vec3ub orange(255, 128, 0);
+    for (int y = 200; y < 300; ++y)
+        for (int x = 200; x < 300; ++x)
+            if (pixel(picture, x, y) == orange) return osg::Vec2i(x, y);
+    throw std::runtime_error("no point is seen");
+}
+
+void zoomsAtTheMouse(Viewer& viewer)
+{
+    const osg::Vec3ub background(28, 31, 36);
+    const auto seen = [&] { return countOtherThan(*viewer.points(), background); };
+    const int before = seen();
+    const osg::Vec2i mouse = findPoint(*viewer.window->stillPicture());
+    const std::string point = viewer.pick(mouse.x(), mouse.y());
+    viewer.expectChange([&] { viewer.window->turnWheel(mouse.x(), mouse.y(), 4); });
+    EXPECT_LT(seen(), before / 2) << "away from the hand is nearer";
+    EXPECT_EQ(viewer.pick(mouse.x(), mouse.y()), point) << "what is under the mouse stays there";
+    viewer.window->turnWheel(mouse.x(), mouse.y(), -6);
+    viewer.window->stillPicture();
+    EXPECT_GT(seen(), before);
+    EXPECT_EQ(viewer.pick(mouse.x(), mouse.y()), point);
+    viewer.window->click(3, 3); // beside all points
+    viewer.press("T");
+    EXPECT_TRUE(viewer.shows(*viewer.start));
+}
+
+void picks(Viewer& viewer)
+{
+    const osg::Vec2i place = findPoint(*viewer.window->stillPicture());
+    EXPECT_NE(viewer.pick(place.x(), place.y()).find("GPS time"), std::string::npos);
+    viewer.expectChangeAnywhere([&] { viewer.window->click(3, 3); });
+}
+
+void fillsTheScreen(Viewer& viewer)
+{
+    const auto hasSize = [&](int width, int height) {
+        const ProgramWindow::Area area = viewer.window->area();
+        return area.width == width && area.height == height;
+    };
+    viewer.press("f");
+    EXPECT_TRUE(
+        eventually([&] { return hasSize(ProgramWindow::kScreenWidth, ProgramWindow::kScreenHeight); }));
+    EXPECT_EQ(viewer.window->area().x, 0);
+    viewer.press("f");
+    EXPECT_TRUE(eventually([&] { return hasSize(kWidth, kHeight); }));
+    viewer.window->down("Shift_L"); // F is another key, also when Shift is let go first
+    viewer.window->down("f");
+    viewer.window->up("Shift_L");
+    viewer.window->up("f");
+    viewer.expectChangeAnywhere([&] { viewer.press("h"); });
+    viewer.press("h");
+    EXPECT_TRUE(hasSize(kWidth, kHeight));
+}
+
+void savesThePicture(Viewer& viewer)
+{
+    const Picture screen = viewer.window->stillPicture();
+    const std::string file = viewer.folder.file("brxview-1.png");
+    viewer.press("c");
+    EXPECT_TRUE(
+        eventually([&] { return viewer.window->program().err().find("saved") != std::string::npos; }));
+    const Picture saved = osgDB::readRefImageFile(file);
+    ASSERT_TRUE(saved);
+    EXPECT_TRUE(samePixels(*saved, *screen));
+}
+
+void cancelsOnly(Viewer& viewer)
+{
+    for (int i = 0; i < 3; ++i)
+        viewer.press("Escape");
+    const Picture before = viewer.window->stillPicture();
+    viewer.expectChangeAnywhere([&] { viewer.press("h"); });
+    viewer.press("Escape");
+    EXPECT_TRUE(samePixels(*viewer.window->stillPicture(), *before)) << "hides the keys";
+    EXPECT_TRUE(viewer.window->program().isRunning());
+}
+
+void asksBeforeItCloses(Viewer& viewer)
+{
+    viewer.press("E");
+    viewer.drawLowerHalf();
+    viewer.press("9");
+    viewer.expectChangeAnywhere([&] { viewer.press("K"); });
+    const Picture before = viewer.window->stillPicture();
+    viewer.expectChangeAnywhere([&] { viewer.press("Ctrl+q"); });
+    viewer.press("Escape");
+    EXPECT_TRUE(samePixels(*viewer.window->stillPicture(), *before));
+    viewer.press("Z");
+    viewer.press("E");
+}
+
+/// What the key on a page does, in the window of a program.
+const std::map<std::string, Check> kChecks = {
+    {"Wheel", zoomsAtTheMouse},
+    {"Left drag", drags(1)},
+    {"Middle drag", drags(2)},
+    {"Right drag", drags(3)},
+    {"T", moves([](Viewer& viewer) { viewer.window->drag(350, 250, 420, 300); })},
+    {"N", moves([](Viewer& viewer) { viewer.press("N"); })},
+    {"I", moves([](Viewer& viewer) { viewer.press("I"); })},
+    {"Space",
+     [](Viewer& viewer) {
+         viewer.expectChange([&] { viewer.window->drag(350, 250, 420, 300); });
+         viewer.press("space");
+         EXPECT_TRUE(viewer.shows(*viewer.start));
+     }},
+    {"1", turnsToTheHorizon},
+    {"2", turnsToTheHorizon},
+    {"r", colours("o")},
+    {"o", colours("o")},
+    {"e", colours("e")},
+    {"i", colours("i")},
+    {"k", colours("k")},
+    {"n", colours("n")},
+    {"u", colours("u")},
+    {"p", colours("p")},
+    {"y", colours("y")},
+    {"g", colours("g")},
+    {"+",
+     [](Viewer& viewer) {
+         changes(viewer, "plus");
+         changes(viewer, "minus");
+     }},
+    {"-", [](Viewer&) {}}, // with +
+    {"d",
+     [](Viewer& viewer) {
+         changes(viewer, "N"); // points one behind the other
+         changes(viewer, "d");
+         changes(viewer, "d");
+         viewer.press("T");
+     }},
+    {"L",
+     [](Viewer& viewer) {
+         viewer.press("k");
+         viewer.expectChangeAnywhere([&] { viewer.press("L"); });
+         viewer.expectChangeAnywhere([&] { viewer.press("L"); });
+         viewer.press("r");
+     }},
+    {"Left click", picks},
+    {"h",
+     [](Viewer& viewer) {
+         viewer.expectChangeAnywhere([&] { viewer.press("h"); });
+         viewer.expectChangeAnywhere([&] { viewer.press("h"); });
+     }},
+    {"c", savesThePicture},
+    {"f", fillsTheScreen},
+    {"Escape", cancelsOnly},
+    {"Ctrl+Q", asksBeforeItCloses},
+
+    // In edit mode.
+    {"E",
+     [](Viewer& viewer) {
+         viewer.expectChangeAnywhere([&] { viewer.press("E"); });
+         viewer.expectChangeAnywhere([&] { viewer.press("E"); });
+     }},
+    {"a", [](Viewer& viewer) { viewer.expectChange([&] { viewer.drawLowerHalf(); }); }},
+    {"A",
+     [](Viewer& viewer) {
+         viewer.press("A");
+         viewer.window->drag(2, 2, kWidth - 3, 249);
+         viewer.pressUntilHidden("x", 200);
+     }},
+    {"Backspace",
+     [](Viewer& viewer) {
+         viewer.drawLowerHalf();
+         viewer.window->click(300, 300);
+         viewer.window->moveTo(180, 300);
+         changes(viewer, "BackSpace");
+     }},
+    {"Enter, right click",
+     [](Viewer& viewer) {
+         closes(viewer, [&] { viewer.press("Return"); });
+         closes(viewer, [&] { viewer.window->click(180, 200, 3); });
+     }},
+    {"x", [](Viewer& viewer) { viewer.hideLowerHalf(); }},
+    {"X",
+     [](Viewer& viewer) {
+         viewer.drawLowerHalf();
+         viewer.pressUntilHidden("X", 200);
+     }},
+    {"v",
+     [](Viewer& viewer) {
+         viewer.hideLowerHalf();
+         viewer.drawLowerHalf();
+         viewer.pressUntilHidden("v", 0);
+     }},
+    {"q",
+     [](Viewer& viewer) {
+         viewer.drawLowerHalf();
+         viewer.pressUntilChange("q");
+     }},
+    {"Q",
+     [](Viewer& viewer) {
+         viewer.drawLowerHalf();
+         viewer.pressUntilChange("q");
+         viewer.drawLowerHalf();
+         viewer.pressUntil("Q", [&] { return samePixels(*viewer.points(), *viewer.start); });
+     }},
+    {"G",
+     [](Viewer& viewer) {
+         viewer.drawLowerHalf();
+         viewer.pressUntilChange("q");
+         viewer.pressUntilChange("G");
+     }},
+    {"H",
+     [](Viewer& viewer) {
+         viewer.drawLowerHalf();
+         viewer.pressUntilChange("q");
+         viewer.pressUntilChange("H");
+     }},
+    {"j",
+     [](Viewer& viewer) {
+         viewer.press("a");
+         viewer.window->click(180, 150);
+         viewer.window->click(330, 300);
+         viewer.pressUntilChange("j");
+     }},
+    {"z", [](Viewer& viewer) { undoes(viewer, "z"); }},
+    {"Z", [](Viewer& viewer) { undoes(viewer, "Z"); }},
+    {"R",
+     [](Viewer& viewer) {
+         viewer.hideLowerHalf();
+         viewer.press("R"); // asks
+         viewer.pressUntilHidden("R", 0);
+     }},
+    {"0 ... 255", [](Viewer& viewer) { classifyAndSave(viewer, "64", 200); }},
+    {"F",
+     [](Viewer& viewer) {
+         viewer.press("F");
+         viewer.type("3");
+         classifyAndSave(viewer, "9", 50);
+         viewer.press("F");
+         viewer.press("Return");
+     }},
+    {"V",
+     [](Viewer& viewer) {
+         viewer.expectChange([&] {
+             viewer.press("V");
+             viewer.type("2");
+         });
+         viewer.press("V");
+         viewer.press("Return");
+     }},
+    {"D",
+     [](Viewer& viewer) {
+         viewer.drawLowerHalf();
+         viewer.expectChangeAnywhere([&] { viewer.press("D"); });
+     }},
+    {"K", [](Viewer& viewer) { classifyAndSave(viewer, "7", 200); }},
+    {"W", [](Viewer& viewer) { classifyAndSave(viewer, "17", 200); }},
+};
+
+std::string page(const std::string& name)
+{
+    return VELBRX_SOURCE_DIR "/docs/" + name + ".md";
+}
+
+void tryKeys(Viewer& viewer, const std::string& pageName)
+{
+    const std::vector<std::string> keys = keysInTables(page(pageName));
+    EXPECT_GT(keys.size(), 7u);
+    for (const std::string& key : keys) {
+        SCOPED_TRACE(pageName + ": " + key);
+        const auto check = kChecks.find(key);
+        if (check == kChecks.end()) {
+            ADD_FAILURE() << "nobody tries this key";
+            continue;
+        }
+        check->second(viewer);
+        viewer.restore();
+    }
+}
+
+} // namespace
+
+TEST(ProgramWindow, KeysForLookingDoWhatTheirPageSays)
+{
+    Viewer viewer;
+    EXPECT_TRUE(eventually([&] { return viewer.window->title() == "grid.brx - brxview"; }));
+    viewer.start = viewer.points();
+    tryKeys(viewer, "viewing");
+    viewer.press("Ctrl+q");
+    EXPECT_TRUE(eventually([&] { return !viewer.window->program().isRunning(); }));
+    EXPECT_EQ(viewer.window->program().wait().exitStatus, 0);
+}
+
+TEST(ProgramWindow, KeysForEditingDoWhatTheirPagesSay)
+{
+    Viewer viewer;
+    viewer.start = viewer.points();
+    viewer.press("E");
+    tryKeys(viewer, "editing");
+    tryKeys(viewer, "classification");
+    viewer.drawLowerHalf();
+    viewer.expectChangeAnywhere([&] { viewer.press("K"); });
+    viewer.press("Ctrl+q");
+    viewer.press("d");
+    EXPECT_TRUE(eventually([&] { return !viewer.window->program().isRunning(); }));
+    EXPECT_EQ(viewer.window->program().wait().exitStatus, 0) << "discarded by choice";
+}
