@@ -20,7 +20,7 @@ namespace {
 using Points = LineSearchCmd::Points;
 
 /// A caller waits for the line, and nothing is changed: the search may have the whole machine.
-int threadsFor(size_t cells)
+[[maybe_unused]] int threadsFor(size_t cells)
 {
     const size_t processors = std::max(1u, std::thread::hardware_concurrency());
     return static_cast<int>(std::clamp<size_t>(cells, 1, processors));
