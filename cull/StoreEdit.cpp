@@ -71,20 +71,12 @@ std::vector<CellData*> collect(const OctreeInfo& octree, Wanted wanted)
     return found;
 }
 
-/// Whether the leaf's elements stand in the places of the cell's points. They do not when a part of the file
-/// could not be mapped while the cell was read: the elements at the end then stand for no record.
-bool isComplete(const CellGeometry& geometry, uint32_t pointCount)
-{
-    const auto* indices = dynamic_cast<const osg::Vec2iArray*>(geometry.getUserData());
-    return indices && indices->size() == pointCount && indices->back() != osg::Vec2i(-1, -1);
-}
-
 void editLeaf(osg::Node* node, uint32_t pointCount, const CellGeometry::CategoryEdit& edit)
 {
     osg::Group* leaf = node ? node->asGroup() : nullptr;
     for (unsigned int i = 0; leaf && i < leaf->getNumChildren(); ++i) {
         auto* geometry = dynamic_cast<CellGeometry*>(leaf->getChild(i));
-        if (geometry && isComplete(*geometry, pointCount)) geometry->editCategories(edit);
+        if (geometry && geometry->cellPoints() == pointCount) geometry->editCategories(edit);
     }
 }
 

@@ -41,9 +41,8 @@ std::vector<CellData*> allCells(const OctreeInfo& octree);
 std::vector<CellData*> cellsInside(const OctreeInfo& octree, const osg::Polytope::PlaneList& planes);
 
 /// Edits the location-12 attribute of a cell wherever it is loaded, if it is: `edit` is called with the
-/// array, once for each leaf that shows the cell; element i stands for the cell's point i. A leaf that was
-/// read short, because the file had been cut, is left alone. The caller holds the octree's edit lock and has
-/// changed the records already.
+/// array, once for each leaf that shows the cell; element i stands for the cell's point i. The caller holds
+/// the octree's edit lock and has changed the records already.
 void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit);
 
 /// The same for a cell whose octree may be gone: the leaf is the one in the cache. The cell has `pointCount`

@@ -11,8 +11,31 @@ void CellGeometry::editCategories(const CategoryEdit& edit)
 {
     const std::lock_guard<std::mutex> guard(_mutex);
     auto* array = dynamic_cast<osg::IntArray*>(getVertexAttribArray(kCategoryLocation));
-    if (!array || !edit(*array)) return;
+    if (!array || !(_places.empty() ? edit(*array) : editWholeCell(*array, edit))) return;
     array->dirty();
+}
+
+bool CellGeometry::editWholeCell(osg::IntArray& held, const CategoryEdit& edit) const
+{
+    const osg::ref_ptr<osg::IntArray> whole = new osg::IntArray(_cellPoints);
+    for (size_t i = 0; i < _places.size(); ++i)
+        (*whole)[_places[i]] = held[i];
+    if (!edit(*whole)) return false;
+    for (size_t i = 0; i < _places.size(); ++i)
+        held[i] = (*whole)[_places[i]];
+    return true;
+}
+
+void CellGeometry::setPlaces(std::vector<uint32_t> places, uint32_t cellPoints)
+{
+    _places = std::move(places);
+    _cellPoints = cellPoints;
+}
+
+uint32_t CellGeometry::cellPoints() const
+{
+    if (!_places.empty()) return _cellPoints;
+    return getVertexArray() ? getVertexArray()->getNumElements() : 0;
 }
 
 void CellGeometry::stampArrays() const

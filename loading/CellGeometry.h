@@ -3,8 +3,10 @@
 #include <osg/Array>
 #include <osg/Geometry>
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
+#include <vector>
 
 /// The geometry of one cell. It is shared by the graphics contexts that show the cell, and its location-12
 /// attribute (class and hidden bits) is edited in place by worker threads while they draw it. Drawing,
@@ -24,7 +26,16 @@ public:
     /// a new array at the address of a freed one would then be drawn from the freed one's buffer.
     void stampArrays() const;
 
-    /// Calls `edit` with the location-12 array, if there is one. When it returns that it has changed the
+    /// For a cell of which a part could not be mapped: element i of the arrays is the point at place
+    /// `places[i]` of the cell's `cellPoints` points. Set before the geometry is shown.
+    void setPlaces(std::vector<uint32_t> places, uint32_t cellPoints);
+
+    /// Number of points that the cell declares; the arrays hold fewer where a part could not be mapped.
+    uint32_t cellPoints() const;
+
+    /// Calls `edit` with the location-12 array, if there is one; element i stands for the cell's point i.
+    /// Where a part of the cell could not be mapped it is a whole array made for the purpose, in which the
+    /// missing points are 0 and what is done to them is lost. When it returns that it has changed the
     /// array, every context uploads it again before the next time it draws the cell. Any thread may call it;
     /// `edit` must not draw.
     void editCategories(const CategoryEdit& edit);
@@ -41,6 +52,10 @@ protected:
     ~CellGeometry() override = default;
 
 private:
+    bool editWholeCell(osg::IntArray& held, const CategoryEdit& edit) const;
+
     osg::BoundingBox _pointBounds;
-    mutable std::mutex _mutex; ///< guards the arrays' content and modified counts, and their buffers
+    std::vector<uint32_t> _places; ///< empty: the arrays hold every point of the cell
+    uint32_t _cellPoints = 0;      ///< with `_places`
+    mutable std::mutex _mutex;     ///< guards the arrays' content and modified counts, and their buffers
 };

@@ -3,6 +3,7 @@
 #include "loading/CellData.h"
 #include "loading/CellGeometry.h"
 #include "loading/CellLeaf.h"
+#include "loading/HeldPoints.h"
 #include "loading/ModelMatrix.h"
 #include "loading/UnwrittenClasses.h"
 
@@ -11,14 +12,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 
 namespace {
 
 constexpr int64_t kRecordSize = 36;
 constexpr int64_t kNormalSize = 16; ///< also the size of the normals file's header
-
-constexpr int kHiddenBits = 0x000F0000;
 
 template <typename T>
 T load(const uint8_t* from)
@@ -125,15 +123,15 @@ public:
 
     int64_t count() const { return static_cast<int64_t>(_positions->size()); }
 
-    /// Appends the points of `count` records; `firstIndex` is the global index of the first.
-    void add(const uint8_t* records, int64_t count, int64_t firstIndex);
+    /// Appends the points of `count` records; `firstIndex` is the global index of the first, `place` its
+    /// place in the cell.
+    void add(const uint8_t* records, int64_t count, int64_t firstIndex, int64_t place);
 
-    /// Fills up to `count` points with ones that draw nothing, so that a draw of the declared count stays
-    /// inside the arrays: they have no position, are marked hidden and stand for no record (index -1).
-    void pad(int64_t count);
+    /// The places of the points in the cell.
+    std::vector<uint32_t> places() const;
 
-    /// Gives the points classes other than those of their records.
-    void setClasses(const std::vector<uint8_t>& classes);
+    /// Gives the points the classes that were edited and are not in their records.
+    void setClasses(const UnwrittenClasses::Cell& edited);
 
     void attachTo(CellGeometry& geometry) const;
 
@@ -141,7 +139,14 @@ private:
     void append(const DecodedBlock& block, int64_t count);
     void expandBounds(const osg::Vec3f* positions, int64_t count);
 
+    struct Run
+    {
+        int64_t place; ///< of its first point, in the cell
+        int64_t count;
+    };
+
     const OctreeInfo& _octree;
+    std::vector<Run> _runs;
     osg::BoundingBox _bounds;
     osg::ref_ptr<osg::Vec3Array> _positions = new osg::Vec3Array;
     osg::ref_ptr<osg::Vec2iArray> _indices = new osg::Vec2iArray;
@@ -166,8 +171,9 @@ PointArrays::PointArrays(const OctreeInfo& octree, int64_t capacity) : _octree(o
     }
 }
 
-void PointArrays::add(const uint8_t* records, int64_t count, int64_t firstIndex)
+void PointArrays::add(const uint8_t* records, int64_t count, int64_t firstIndex, int64_t place)
 {
+    _runs.push_back({place, count});
     DecodedBlock block;
     for (int64_t begin = 0; begin < count; begin += DecodedBlock::kCapacity) {
         const int64_t size = std::min(DecodedBlock::kCapacity, count - begin);
@@ -205,26 +211,28 @@ void PointArrays::expandBounds(const osg::Vec3f* positions, int64_t count)
     _bounds.set(xMin, yMin, zMin, xMax, yMax, zMax);
 }
 
-void PointArrays::pad(int64_t count)
+std::vector<uint32_t> PointArrays::places() const
 {
-    if (count <= this->count()) return;
-    const size_t size = static_cast<size_t>(count);
-    constexpr float kNowhere = std::numeric_limits<float>::quiet_NaN();
-    _positions->resize(size, osg::Vec3f(kNowhere, kNowhere, kNowhere));
-    _indices->resize(size, packIndex(-1));
-    _classAndRed->resize(size, kHiddenBits);
-    _gpsTimes->resize(size);
-    for (osg::IntArray* array :
-         {_userData.get(), _sourceAndIntensity.get(), _angleAndReturns.get(), _greenAndBlue.get()})
-        array->resize(size);
+    std::vector<uint32_t> places;
+    places.reserve(_positions->size());
+    for (const Run& run : _runs)
+        for (int64_t i = 0; i < run.count; ++i)
+            places.push_back(static_cast<uint32_t>(run.place + i));
+    return places;
 }
 
-void PointArrays::setClasses(const std::vector<uint8_t>& classes)
+void PointArrays::setClasses(const UnwrittenClasses::Cell& edited)
 {
-    const size_t count = std::min<size_t>(_classAndRed->size(), classes.size());
-    for (size_t i = 0; i < count; ++i)
-        (*_classAndRed)[i] = static_cast<int>(static_cast<uint32_t>(classes[i]) << 24 |
-                                              (static_cast<uint32_t>((*_classAndRed)[i]) & 0x00FFFFFFu));
+    const std::vector<uint8_t>& classes = *edited.current;
+    const std::vector<uint8_t>& written = *edited.written;
+    int* element = _classAndRed->empty() ? nullptr : &_classAndRed->front();
+    for (const Run& run : _runs)
+        for (size_t place = static_cast<size_t>(run.place), end = place + static_cast<size_t>(run.count);
+             place < end; ++place, ++element) {
+            if (place >= classes.size() || classes[place] == written[place]) continue;
+            *element = static_cast<int>(static_cast<uint32_t>(classes[place]) << 24 |
+                                        (static_cast<uint32_t>(*element) & 0x00FFFFFFu));
+        }
 }
 
 void PointArrays::attachTo(CellGeometry& geometry) const
@@ -244,15 +252,17 @@ void PointArrays::attachTo(CellGeometry& geometry) const
 /// declared point, zero at first).
 void readSegments(const CellData& cell, OctreeInfo& octree, PointArrays& points, osg::Vec4Array* normals)
 {
-    const int64_t declared = cell.record.pointCount;
+    int64_t next = 0;
     for (const VelBrx::Segment& segment : cell.record.segments) {
-        const int64_t begin = points.count();
-        const int64_t count = std::min(segment.count, declared - begin);
+        const int64_t place = next;
+        const int64_t count = std::min<int64_t>(segment.count, cell.record.pointCount - place);
         if (count <= 0) continue;
+        next += count;
         const MappedElements records(octree.pointFile.get(), octree.pointDataStart, kRecordSize,
                                      segment.first, count);
         if (!records.bytes()) continue;
-        points.add(records.bytes(), count, segment.first);
+        const int64_t begin = points.count();
+        points.add(records.bytes(), count, segment.first, place);
 
         if (!normals) continue;
         const MappedElements vectors(octree.normalsFile.get(), kNormalSize, kNormalSize, segment.first,
@@ -270,18 +280,23 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     if (octree.normalsFile && octree.normalsFile->isValid())
         normals = new osg::Vec4Array(osg::Array::BIND_PER_VERTEX, static_cast<unsigned>(declared));
     // Before the records: classes that are written to the store while it is read are either here or there.
-    const ClassesPtr edited = UnwrittenClasses::instance().current(cell.identifier);
+    const UnwrittenClasses::Cell edited = UnwrittenClasses::instance().find(cell.identifier);
     PointArrays points(octree, declared);
     readSegments(cell, octree, points, normals);
-    if (edited && points.count() == declared) points.setClasses(*edited);
-    points.pad(declared);
+    if (edited.current) points.setClasses(edited);
 
     osg::ref_ptr<CellGeometry> geometry = new CellGeometry;
     geometry->setUseVertexBufferObjects(true);
     geometry->setUseDisplayList(false);
     points.attachTo(*geometry);
     if (normals) geometry->setVertexAttribArray(8, normals, osg::Array::BIND_PER_VERTEX);
-    geometry->addPrimitiveSet(new osg::DrawArrays(GL_POINTS, 0, static_cast<GLsizei>(declared)));
+    const GLsizei declaredCount = static_cast<GLsizei>(declared);
+    if (points.count() == declared)
+        geometry->addPrimitiveSet(new osg::DrawArrays(GL_POINTS, 0, declaredCount));
+    else {
+        geometry->addPrimitiveSet(new HeldPoints(declaredCount, static_cast<GLsizei>(points.count())));
+        geometry->setPlaces(points.places(), cell.record.pointCount);
+    }
     geometry->setDataVariance(osg::Object::STATIC);
     geometry->setDrawCallback(new ModelMatrix);
     geometry->setUserValue("UUID", cell.identifier);

@@ -1,11 +1,10 @@
 #pragma once
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/Export.h>
 
 #include <osg/Node>
 #include <osg/ref_ptr>
-
-class CellData;
 
 namespace VelOsgDBBrx {
 
@@ -15,7 +14,8 @@ class VEL_OSGDB_BRX_EXPORT LasReaderWriter
 public:
     /// A new leaf with one geometry that holds the cell's points, or null when the cell is null, has no
     /// segments or no points. The leaf has no reference yet: the caller's `osg::ref_ptr` owns it. A segment
-    /// that cannot be mapped contributes no points. Takes no lock; any thread may call it.
+    /// that cannot be mapped contributes no points; the geometry's `osg::DrawArrays` states the declared
+    /// number all the same, and draws what the arrays hold. Takes no lock; any thread may call it.
     static osg::Node* read(osg::ref_ptr<CellData> cell);
 };
 

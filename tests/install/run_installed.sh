@@ -24,6 +24,10 @@ for example in minimal composite; do
     grep -q "missing.brx" "$scratch/message"
 done
 
+# A host without a window reads points.
+"$examples/read_cell/read_cell" "$scratch/survey.brx" | tee "$scratch/points"
+grep -qE '^[1-9][0-9]* of 20000 points' "$scratch/points"
+
 # Any OSG program opens a store through the installed plugin.
 plugins=$(find "$prefix" -name 'osgdb_brx.so' -printf '%h\n')
 OSG_LIBRARY_PATH="$plugins" LD_LIBRARY_PATH="$prefix/lib" OSG_RUN_FRAME_COUNT=5 \

@@ -1,5 +1,7 @@
+#include "loading/CellGeometry.h"
 #include "loading/CellLeaf.h"
 #include "loading/ModelMatrix.h"
+#include "loading/UnwrittenClasses.h"
 #include "tests/support/CellFixture.h"
 
 #include <VelOsgDBBrx/LasReaderWriter.h>
@@ -50,6 +52,23 @@ struct ReadCell
     osg::ref_ptr<osg::Node> node;
     CellLeaf* leaf = nullptr;
     osg::Geometry* geometry = nullptr;
+};
+
+/// Counts the points that a geometry hands out.
+struct HandedOut : osg::PrimitiveFunctor
+{
+    void setVertexArray(unsigned, const osg::Vec2*) override {}
+    void setVertexArray(unsigned, const osg::Vec3*) override {}
+    void setVertexArray(unsigned, const osg::Vec4*) override {}
+    void setVertexArray(unsigned, const osg::Vec2d*) override {}
+    void setVertexArray(unsigned, const osg::Vec3d*) override {}
+    void setVertexArray(unsigned, const osg::Vec4d*) override {}
+    void drawArrays(GLenum, GLint, GLsizei points) override { count += points; }
+    void drawElements(GLenum, GLsizei, const GLubyte*) override {}
+    void drawElements(GLenum, GLsizei, const GLushort*) override {}
+    void drawElements(GLenum, GLsizei, const GLuint*) override {}
+
+    int count = 0;
 };
 
 std::vector<TestPoint> numberedPoints(int count)
@@ -186,7 +205,7 @@ TEST(LasReaderWriter, ReadsNothingWithoutPoints)
     EXPECT_EQ(LasReaderWriter::read(orphan), nullptr);
 }
 
-TEST(LasReaderWriter, FillsTheDeclaredCountWithPointsThatDrawNothingWhereASegmentCannotBeMapped)
+TEST(LasReaderWriter, HoldsThePointsThatCanBeMappedAndStatesTheDeclaredCount)
 {
     const CellFixture fixture(numberedPoints(10));
     const int64_t far = std::numeric_limits<int64_t>::max() / 36;
@@ -194,21 +213,48 @@ TEST(LasReaderWriter, FillsTheDeclaredCountWithPointsThatDrawNothingWhereASegmen
         {{8, 3}}, {{-1, 3}}, {{far, 3}}, {{std::numeric_limits<int64_t>::max(), 3}}};
     for (const std::vector<VelBrx::Segment>& segments : unusable) {
         const ReadCell read(fixture.cell({{4, 2}, segments[0], {0, 1}}));
-        const std::vector<int64_t> expected = {4, 5, 0, -1, -1, -1};
+        const std::vector<int64_t> expected = {4, 5, 0};
         EXPECT_EQ(read.indices(), expected);
-        EXPECT_EQ(dynamic_cast<const osg::DrawArrays&>(*read.geometry->getPrimitiveSet(0)).getCount(), 6);
         osg::Geometry::ArrayList arrays;
         read.geometry->getArrayList(arrays);
         EXPECT_EQ(arrays.size(), 7u);
         for (const osg::ref_ptr<osg::Array>& array : arrays)
-            EXPECT_EQ(array->getNumElements(), 6u);
-        for (unsigned i = 3; i < 6; ++i) {
-            EXPECT_TRUE(read.vertices()[i].isNaN());
-            EXPECT_EQ(read.integer(12, i), 0x000F0000u);
-        }
-        EXPECT_TRUE(read.geometry->getBoundingBox().valid());
+            EXPECT_EQ(array->getNumElements(), 3u);
         EXPECT_FLOAT_EQ(read.geometry->getBoundingBox().xMax(), 0.005f);
+
+        EXPECT_EQ(dynamic_cast<const osg::DrawArrays&>(*read.geometry->getPrimitiveSet(0)).getCount(), 6);
+        HandedOut points;
+        read.geometry->accept(points);
+        EXPECT_EQ(points.count, 3) << "what walks over the points stays inside the arrays";
+        const osg::ref_ptr<osg::Geometry> copy =
+            osg::clone(read.geometry, osg::CopyOp(osg::CopyOp::DEEP_COPY_ALL));
+        EXPECT_EQ(copy->getPrimitiveSet(0)->getNumIndices(), 3u);
     }
+}
+
+TEST(LasReaderWriter, PutsEditsWhereThePointsOfAnIncompleteCellStand)
+{
+    const CellFixture fixture(numberedPoints(10));
+    const osg::ref_ptr<CellData> cell = fixture.cell({{8, 3}, {4, 2}, {0, 1}}); // the first reaches too far
+    UnwrittenClasses& classes = UnwrittenClasses::instance();
+    const auto written = std::make_shared<const std::vector<uint8_t>>(6, uint8_t(0));
+    const auto current = std::make_shared<const std::vector<uint8_t>>(std::vector<uint8_t>{9, 9, 9, 0, 7, 0});
+    classes.set({std::make_shared<CellPlace>(*cell), written, current});
+    const ReadCell read(cell);
+    classes.forget(cell->identifier);
+    EXPECT_EQ(read.integer(12, 0) >> 24, 0u);
+    EXPECT_EQ(read.integer(12, 1) >> 24, 7u);
+    EXPECT_EQ(read.integer(12, 2) >> 24, 0u);
+
+    auto& geometry = dynamic_cast<CellGeometry&>(*read.geometry);
+    EXPECT_EQ(geometry.cellPoints(), 6u);
+    geometry.editCategories([](osg::IntArray& attribute) {
+        EXPECT_EQ(attribute.size(), 6u);
+        attribute[0] = attribute[5] = 0x40000;
+        return true;
+    });
+    EXPECT_EQ(read.integer(12, 0), 0u);
+    EXPECT_EQ(read.integer(12, 2), 0x40000u);
 }
 
 TEST(LasReaderWriter, TakesNoMorePointsThanTheCellDeclares)

@@ -44,6 +44,17 @@ TEST(RenderedCells, ShowAnEditInTheNextFrame)
     }
 }
 
+TEST(RenderedCells, DrawNothingPastTheirArraysWhereAPartCannotBeMapped)
+{
+    PointPicture picture({coloredPoint(255, 0, 0), coloredPoint(0, 255, 0)});
+    picture.cells().removeChild(picture.cells().getChild(0));
+    picture.cells().addChild(LasReaderWriter::read(picture.fixture.cell({{0, 1}, {5, 40}, {1, 1}})));
+    EXPECT_EQ(picture.draw(), (Colors{{255, 0, 0}, {0, 255, 0}}));
+    set(*picture.cloud, new osg::Uniform("pointSize", 3)); // what lies in the corner would be seen
+    picture.draw();
+    EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 9);
+}
+
 /// Cells come and go, and a new one often gets the addresses of a freed one.
 TEST(RenderedCells, SurviveBeingRemovedAndAddedOverAndOver)
 {
