@@ -1,4 +1,5 @@
 #include "tests/support/RunProgram.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -10,10 +11,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// Runs the viewer in an empty folder, whatever lies in the test's.
 ProgramResult brxview(std::vector<std::string> arguments)
 {
+    const TempFolder empty;
+    const fs::path before = fs::current_path();
     arguments.insert(arguments.begin(), BRXVIEW);
-    return runProgram(arguments, {"DISPLAY"});
+    fs::current_path(empty.path());
+    const ProgramResult result = runProgram(arguments, {"DISPLAY"});
+    EXPECT_TRUE(fs::is_empty(empty.path())) << "a wrong command line leaves no file behind";
+    fs::current_path(before);
+    return result;
 }
 
 long countLines(const std::string& text)
@@ -68,13 +76,13 @@ TEST(CommandLine, ThatIsWrongEndsWithOneLineThatNamesWhatIsWrong)
         EXPECT_EQ(countLines(result.err), 1) << result.err;
         EXPECT_EQ(result.err.rfind("brxview: ", 0), 0u) << result.err;
         EXPECT_NE(result.err.find(said), std::string::npos) << result.err;
-        EXPECT_FALSE(fs::exists("a.png"));
     }
 }
 
 TEST(CommandLine, APictureThatExistsIsNotReplacedWithoutForce)
 {
-    const fs::path picture = fs::path(testing::TempDir()) / "brxview-existing.png";
+    const TempFolder folder;
+    const fs::path picture = folder.file("existing.png");
     std::ofstream(picture) << "mine";
     const ProgramResult result = brxview({"--render", picture.string(), "s.brx"});
     EXPECT_EQ(result.exitStatus, 1);
@@ -82,7 +90,6 @@ TEST(CommandLine, APictureThatExistsIsNotReplacedWithoutForce)
     std::string text;
     std::ifstream(picture) >> text;
     EXPECT_EQ(text, "mine");
-    fs::remove(picture);
 }
 
 TEST(CommandLine, HelpAndVersionArePrintedOnStdout)
