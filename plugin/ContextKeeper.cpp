@@ -2,10 +2,26 @@
 
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
+#include <VelOsgDBBrx/OpenGLCheck.h>
+#include <osg/Notify>
 
 using VelOsgDBBrx::GlobalObject;
 
 namespace {
+
+class WarnOfOldOpenGL : public VelOsgDBBrx::OpenGLCheck
+{
+public:
+    void operator()(osg::GraphicsContext* context) override
+    {
+        OpenGLCheck::operator()(context);
+        const VelBrx::Status found = status();
+        if (!found) OSG_WARN << "osgdb_brx: " << found.message() << std::endl;
+    }
+
+protected:
+    ~WarnOfOldOpenGL() override = default;
+};
 
 /// The first context that the view draws into.
 osg::GraphicsContext* contextOf(osgViewer::View& view)
@@ -26,10 +42,14 @@ ContextKeeper& ContextKeeper::instance()
     return keeper;
 }
 
-void ContextKeeper::handle(const osgGA::GUIEventAdapter& event, osgViewer::View& view)
+void ContextKeeper::handle(const osgGA::GUIEventAdapter& event, osgViewer::View& view, unsigned budget)
 {
     Kept* kept = keep(view);
     if (!kept) return;
+    if (kept->ours && budget > kept->budget) {
+        kept->budget = budget;
+        GlobalObject::setMaxNumOfPointCloud(kept->context, budget);
+    }
     if (event.getEventType() == osgGA::GUIEventAdapter::FRAME) {
         beginFrame(*kept, view);
     } else {
@@ -47,6 +67,7 @@ ContextKeeper::Kept* ContextKeeper::keep(osgViewer::View& view)
     kept.context = context;
     kept.ours = !GlobalObject::getPLM(context);
     if (kept.ours) GlobalObject::registerGraphicsContext(context);
+    context->add(new WarnOfOldOpenGL); // runs where the context is current
     view.addObserver(this);
     return &kept;
 }
@@ -73,11 +94,4 @@ void ContextKeeper::objectDeleted(void* view)
     const Kept kept = entry->second;
     _views.erase(entry);
     if (kept.ours) GlobalObject::unRegisterGraphicsContext(kept.context);
-}
-
-bool KeepContext::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action, osg::Object*,
-                         osg::NodeVisitor*)
-{
-    if (auto* view = dynamic_cast<osgViewer::View*>(&action)) ContextKeeper::instance().handle(event, *view);
-    return false;
 }

@@ -16,14 +16,16 @@ class ContextKeeper : private osg::Observer
 public:
     static ContextKeeper& instance();
 
-    /// Takes an event of `view`.
-    void handle(const osgGA::GUIEventAdapter& event, osgViewer::View& view);
+    /// Takes an event of `view`, which shows a cloud that asks for `budget` points (0: for none). Of several
+    /// budgets in a context that is registered here the largest holds.
+    void handle(const osgGA::GUIEventAdapter& event, osgViewer::View& view, unsigned budget);
 
 private:
     struct Kept
     {
         osg::GraphicsContext* context = nullptr; ///< held by the library's registry
         bool ours = false;                       ///< registered here, not by the host
+        unsigned budget = 0;                     ///< the largest that was asked for
         osg::Matrixd viewMatrix;                 ///< of the frame before
         int quietFrames = 0;                     ///< since something last moved
     };
@@ -36,12 +38,4 @@ private:
     void objectDeleted(void* view) override;
 
     std::map<const osg::Referenced*, Kept> _views;
-};
-
-/// Event callback of a cloud node: hands the events of the view that shows it to the keeper.
-class KeepContext : public osgGA::GUIEventHandler
-{
-public:
-    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action, osg::Object* object,
-                osg::NodeVisitor* visitor) override;
 };

@@ -1,21 +1,27 @@
-#include "plugin/ContextKeeper.h"
+#include "plugin/KeepContext.h"
+#include "plugin/PluginOptions.h"
 
 #include <VelOsgDBBrx/DefaultDisplay.h>
 #include <VelOsgDBBrx/OpenCloud.h>
+#include <VelOsgDBBrx/PointCloudHelper.h>
 #include <osg/Notify>
 #include <osgDB/FileNameUtils>
 #include <osgDB/FileUtils>
 #include <osgDB/Registry>
 
-/// Opens octree stores. The node shows the points' colours, or their elevation in a store without colours, in
-/// file coordinates.
+#include <algorithm>
+#include <climits>
+
+/// Opens octree stores. The node stands in file coordinates; it shows the points' colours, or their elevation
+/// in a store without colours, unless options ask for something else.
 class ReaderWriterBrx : public osgDB::ReaderWriter
 {
 public:
     ReaderWriterBrx()
     {
         supportsExtension("brx", "Octree store of a point cloud");
-        supportsOption("normals=FILE", "Normals of the points; the rest of the options is the file's name");
+        for (const PluginOption& option : pluginOptions())
+            supportsOption(option.name, option.description);
     }
 
     const char* className() const override { return "Octree point cloud reader"; }
@@ -35,27 +41,39 @@ public:
         const std::string path = osgDB::findDataFile(fileName, options);
         if (path.empty()) return ReadResult::FILE_NOT_FOUND;
 
+        PluginOptions asked;
+        if (const VelBrx::Status status = readPluginOptions(options ? options->getOptionString() : "", asked);
+            !status)
+            return ReadResult(path + ": " + status.message());
+        for (const std::string& word : asked.unknown)
+            OSG_WARN << path << ": option " << word << " is unknown to this plugin" << std::endl;
+        return open(path, fileName, asked);
+    }
+
+private:
+    static ReadResult open(const std::string& path, const std::string& name, const PluginOptions& asked)
+    {
         VelOsgDBBrx::OpenOptions how;
-        const std::string normals = normalsPath(options);
-        if (!normals.empty()) how.normals = normals;
+        how.normals = asked.normals;
         VelOsgDBBrx::OpenedCloud opened;
         if (const VelBrx::Status status = VelOsgDBBrx::openCloud(path, how, opened); !status)
             return ReadResult(status.message());
         if (!opened.normals && how.normals) return ReadResult(opened.normals.message());
         if (!opened.normals) OSG_WARN << opened.normals.message() << "; shown without normals" << std::endl;
-        VelOsgDBBrx::DefaultDisplay::apply(opened.cloud, opened.statistics);
-        opened.node->setName(fileName);
-        opened.node->addEventCallback(new KeepContext);
+        display(opened, asked);
+        opened.node->setName(name);
         return opened.node.get();
     }
 
-private:
-    static std::string normalsPath(const Options* options)
+    static void display(const VelOsgDBBrx::OpenedCloud& opened, const PluginOptions& asked)
     {
-        static const std::string kName = "normals=";
-        const std::string text = options ? options->getOptionString() : std::string();
-        const size_t position = text.find(kName);
-        return position == std::string::npos ? std::string() : text.substr(position + kName.size());
+        VelOsgDBBrx::DefaultDisplay::apply(opened.cloud, opened.statistics);
+        if (asked.mode != ColorMode::AUTOMATIC)
+            Coloring(opened.statistics, Coloring::defaultSingleColor()).apply(opened.cloud, asked.mode);
+        if (asked.pointSize > 0) VelOsgDBBrx::PointCloudHelper::setPointSize(opened.cloud, asked.pointSize);
+        if (asked.edl) opened.cloud->enableEyeDomeLighting();
+        const uint64_t budget = std::min<uint64_t>(asked.budget.value_or(0), UINT_MAX);
+        opened.cloud->addEventCallback(new KeepContext(static_cast<unsigned>(budget)));
     }
 };
 

@@ -4,7 +4,10 @@
 
 #include <string>
 
-/// Makes the cloud of a store in the local frame, `opened.node` as well. `normalsPath` may be empty or of no
-/// use; `opened.normals` says so. The points may prove not to be mapped: `pointFile` is not valid then.
-VelBrx::Status readCloud(const std::string& path, const std::string& normalsPath,
+class PointCloudImpl;
+
+/// Opens a store and gives it to a cloud that has none, in the local frame. `opened` holds the cloud as its
+/// node too. `normalsPath` may be empty or of no use; `opened.normals` says so. The points may prove not to
+/// be mapped: `pointFile` is not valid then.
+VelBrx::Status fillCloud(PointCloudImpl& cloud, const std::string& path, const std::string& normalsPath,
                          VelOsgDBBrx::OpenedCloud& opened);

@@ -1,6 +1,7 @@
 #include <VelOsgDBBrx/LoadBrxTool.h>
 
 #include "registry/CloudFile.h"
+#include "render/PointCloudImpl.h"
 
 #include <VelOsgDBBrx/OctreeInfo.h>
 
@@ -40,14 +41,15 @@ osg::Node* LoadBrxTool::loadBrxFile(const std::string& path, osg::Vec3d& offset,
                                     osg::Vec3d& max, VelBrx::BrxHeader& header, std::string normalsPath)
 {
     OpenedCloud opened;
-    if (!readCloud(path, normalsPath, opened)) return nullptr;
+    osg::ref_ptr<PointCloudImpl> cloud = new PointCloudImpl;
+    if (!fillCloud(*cloud, path, normalsPath, opened)) return nullptr;
     const OctreeInfo& octree = *opened.cloud->getOctree();
     offset = octree.offset;
     min = octree.min;
     max = octree.max;
     header = std::move(opened.header);
-    opened.node = nullptr;
-    return opened.cloud.release();
+    opened = {};
+    return cloud.release();
 }
 
 } // namespace VelOsgDBBrx

@@ -40,7 +40,8 @@ std::string ownNormals(const std::string& store)
 
 } // namespace
 
-Status readCloud(const std::string& path, const std::string& normalsPath, VelOsgDBBrx::OpenedCloud& opened)
+Status fillCloud(PointCloudImpl& cloud, const std::string& path, const std::string& normalsPath,
+                 VelOsgDBBrx::OpenedCloud& opened)
 {
     VelBrx::StoreInfo info;
     std::unique_ptr<VelBrx::File> file;
@@ -54,9 +55,10 @@ Status readCloud(const std::string& path, const std::string& normalsPath, VelOsg
     octree->normalsPath = normalsPath;
     octree->normalsFile = std::make_unique<VelBrx::File>(opened.normals ? normalsPath.c_str() : "");
 
-    opened.cloud = new PointCloudImpl(new PointCloudLOD(octree));
-    opened.cloud->setCullingActive(false);
-    opened.node = opened.cloud;
+    cloud.show(new PointCloudLOD(octree));
+    cloud.setCullingActive(false);
+    opened.cloud = &cloud;
+    opened.node = &cloud;
     opened.header = std::move(info.header);
     opened.statistics = std::move(info.statistics);
     return {};
@@ -68,7 +70,8 @@ Status openCloud(const std::string& path, const OpenOptions& options, OpenedClou
 {
     OpenedCloud read;
     const std::string normals = options.normals ? *options.normals : ownNormals(path);
-    if (Status status = readCloud(path, normals, read); !status) return status;
+    const osg::ref_ptr<PointCloudImpl> cloud = new PointCloudImpl;
+    if (Status status = fillCloud(*cloud, path, normals, read); !status) return status;
     OctreeInfo& octree = *read.cloud->getOctree();
     if (!octree.pointFile->isValid())
         return Status::failure(path + ": cannot be mapped into memory; show fewer stores at once");

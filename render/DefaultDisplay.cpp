@@ -1,4 +1,7 @@
 #include <VelOsgDBBrx/DefaultDisplay.h>
+
+#include "render/FileHeights.h"
+
 #include <VelOsgDBBrx/PointCloudHelper.h>
 
 namespace VelOsgDBBrx {
@@ -9,10 +12,17 @@ void DefaultDisplay::apply(osg::Node* node, const VelBrx::StoreStatistics& stati
     if (statistics.maxColor > 0) {
         ShaderHelper::originColorShader(node);
     } else {
-        ColorWithRangeInfo elevations = ramp(statistics.elevation);
-        ShaderHelper::elevationColorShader(node, elevations, false);
+        elevation(node, statistics.elevation);
     }
     PointCloudHelper::setPointSize(node, kPointSize);
+}
+
+void DefaultDisplay::elevation(osg::Node* node, const VelBrx::AttributeRange& elevations)
+{
+    if (!node) return;
+    ColorWithRangeInfo gradient = ramp(elevations);
+    ShaderHelper::elevationColorShader(node, gradient, false);
+    markFileHeights(*node->getStateSet());
 }
 
 ColorWithRangeInfo DefaultDisplay::ramp(const VelBrx::AttributeRange& values)

@@ -1,6 +1,7 @@
 #include "render/PointCloudImpl.h"
 
 #include "render/DepthRange.h"
+#include "render/OpenGLSupport.h"
 #include "render/StorageBuffer.h"
 
 #include <OpenThreads/ScopedLock>
@@ -46,32 +47,53 @@ struct LoadedCells
 
 } // namespace
 
-PointCloudImpl::PointCloudImpl(PointCloudLOD* lod) : _lod(lod)
+PointCloudImpl::PointCloudImpl(const PointCloudImpl& other, const osg::CopyOp& copyOp)
+    : IPointCloud(other, osg::CopyOp(copyOp.getCopyFlags() & ~osg::CopyOp::DEEP_COPY_NODES))
 {
+    removeChildren(0, getNumChildren());
+    if (other._lod) show(other._lod);
+    if (other.eyeDomeLighting()) enableEyeDomeLighting();
+}
+
+void PointCloudImpl::show(PointCloudLOD* lod)
+{
+    _lod = lod;
     addChild(lod);
     osg::StateSet& state = *getOrCreateStateSet();
-    state.setRenderBinDetails(nextBinOrder++, "RenderBin", osg::StateSet::USE_RENDERBIN_DETAILS);
+    if (state.getRenderBinMode() == osg::StateSet::INHERIT_RENDERBIN_DETAILS)
+        state.setRenderBinDetails(nextBinOrder++, "RenderBin", osg::StateSet::USE_RENDERBIN_DETAILS);
     state.setDataVariance(osg::Object::DYNAMIC); // hosts change it while draw threads run
 }
 
 void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
 {
     osgUtil::CullVisitor* cull = visitor.asCullVisitor();
-    if (!cull) {
+    if (!cull || !_lod) {
         osg::Group::traverse(visitor);
         return;
     }
+    if (lacksOpenGL(*cull->getState())) return; // its programs would not link
     const LoadedCells cells(*_lod);
     const DepthRangeScope depths(*cull, cells.bounds, _postRender ? _lod.get() : nullptr);
+    const osg::ref_ptr<const osg::StateSet> heights = fileHeights(*cull);
+    if (heights) cull->pushStateSet(heights);
     cull->pushStateSet(
         _defaults.missingFrom(*cull->getCurrentStateGraph(), _lod->getStateSet(), cells.extendPrograms));
     osg::Group::traverse(visitor);
     cull->popStateSet();
+    if (heights) cull->popStateSet();
+}
+
+osg::ref_ptr<const osg::StateSet> PointCloudImpl::fileHeights(osgUtil::CullVisitor& cull)
+{
+    const osg::Matrixd model =
+        *cull.getModelViewMatrix() * osg::Matrixd::inverse(cull.getCurrentCamera()->getViewMatrix());
+    return _heights.translated(*cull.getCurrentStateGraph(), model, _lod->getOctree()->offset.z());
 }
 
 void PointCloudImpl::enableEyeDomeLighting()
 {
-    if (_preRender || _postRender) return;
+    if (_preRender || _postRender || !_lod) return;
     const osg::ref_ptr<EyeDomeTargets> targets = EyeDomeTargets::shared();
     removeChild(_lod);
 

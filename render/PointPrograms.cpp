@@ -24,7 +24,7 @@ osg::ref_ptr<osg::Shader> makeShader(osg::Shader::Type type, const std::string& 
 osg::ref_ptr<osg::Program> makeProgram(const std::string& vertexShader, const std::string& fragmentShader,
                                        const char* identifierOutput = "pIntAttribute")
 {
-    osg::ref_ptr<osg::Program> program = new osg::Program;
+    osg::ref_ptr<osg::Program> program = new NamedProgram;
     program->setName(vertexShader);
     program->addShader(makeShader(osg::Shader::VERTEX, vertexShader));
     program->addShader(makeShader(osg::Shader::FRAGMENT, fragmentShader));
@@ -99,6 +99,24 @@ osg::ref_ptr<osg::Program> pointProgram(PointProgram program)
         programs[program] = shared;
     }
     return shared;
+}
+
+bool NamedProgram::become(const std::string& name)
+{
+    for (int kind = 0; kind <= static_cast<int>(PointProgram::EyeDome); ++kind) {
+        const osg::ref_ptr<osg::Program> program = makeProgram(static_cast<PointProgram>(kind));
+        if (program->getName() != name) continue;
+        setName(name);
+        for (unsigned i = 0; i < program->getNumShaders(); ++i)
+            addShader(program->getShader(i));
+        for (const auto& [output, location] : program->getFragDataBindingList())
+            addBindFragDataLocation(output, location);
+        for (const GLenum parameter :
+             {GL_GEOMETRY_VERTICES_OUT_EXT, GL_GEOMETRY_INPUT_TYPE_EXT, GL_GEOMETRY_OUTPUT_TYPE_EXT})
+            setParameter(parameter, program->getParameter(parameter));
+        return true;
+    }
+    return false;
 }
 
 bool isOccluder(const osg::StateAttribute& program)

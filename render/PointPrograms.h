@@ -2,6 +2,8 @@
 
 #include <osg/Program>
 
+#include <string>
+
 /// The shader programs of the colour modes.
 enum class PointProgram
 {
@@ -25,6 +27,30 @@ enum class PointProgram
 /// with its last user, so that no program outlives the graphics context that it was linked in. Any thread may
 /// call it.
 osg::ref_ptr<osg::Program> pointProgram(PointProgram program);
+
+/// What `pointProgram` gives: scene files keep it by its name and not by the text of its shaders, which is
+/// this version's own.
+class NamedProgram : public osg::Program
+{
+public:
+    NamedProgram() = default;
+    NamedProgram(const NamedProgram& other, const osg::CopyOp& copyOp) : osg::Program(other, copyOp) {}
+
+    osg::Object* cloneType() const override { return new NamedProgram; }
+    osg::Object* clone(const osg::CopyOp& copyOp) const override { return new NamedProgram(*this, copyOp); }
+    bool isSameKindAs(const osg::Object* other) const override
+    {
+        return dynamic_cast<const NamedProgram*>(other) != nullptr;
+    }
+    const char* libraryName() const override { return "brx"; }
+    const char* className() const override { return "PointProgram"; }
+
+    /// Becomes the program of this name, once. False where there is none.
+    bool become(const std::string& name);
+
+protected:
+    ~NamedProgram() override = default;
+};
 
 /// Whether a program is `PointProgram::Occluder`, which says nothing about how points look.
 bool isOccluder(const osg::StateAttribute& program);

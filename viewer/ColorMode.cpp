@@ -229,10 +229,8 @@ void Coloring::apply(osg::Node* cloud, ColorMode mode) const
         return ShaderHelper::originColorShader(cloud);
     case ColorMode::SINGLE:
         return ShaderHelper::singleColorShader(cloud, _singleColor);
-    case ColorMode::ELEVATION: {
-        ColorWithRangeInfo info = DefaultDisplay::ramp(_statistics.elevation);
-        return ShaderHelper::elevationColorShader(cloud, info, false);
-    }
+    case ColorMode::ELEVATION:
+        return DefaultDisplay::elevation(cloud, _statistics.elevation);
     case ColorMode::INTENSITY: {
         ColorWithRangeInfo info = intensityRamp(_statistics.intensity);
         return ShaderHelper::intensityShader(cloud, info);

@@ -47,6 +47,9 @@ public:
     Coloring() = default;
     Coloring(const VelBrx::StoreStatistics& statistics, const osg::Vec4f& singleColor);
 
+    /// The colour of ColorMode::SINGLE where nobody chose one.
+    static osg::Vec4f defaultSingleColor() { return osg::Vec4f(0.85f, 0.85f, 0.8f, 1.0f); }
+
     /// What AUTOMATIC means for clouds with these statistics.
     static ColorMode automatic(const VelBrx::StoreStatistics& statistics);
 

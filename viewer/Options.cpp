@@ -1,6 +1,7 @@
 #include "viewer/Options.h"
 
 #include "viewer/InputFiles.h"
+#include "viewer/PointCount.h"
 
 #include <VelOsgDBBrx/DefaultDisplay.h>
 
@@ -36,20 +37,6 @@ bool parse(const std::string& text, int low, int high, int& number)
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc() || end != text.data() + text.size() || value < low || value > high) return false;
     number = value;
-    return true;
-}
-
-/// A count of points such as 2000000, 500k, 20M or 1.5G.
-bool parse(const std::string& text, uint64_t& count)
-{
-    static const std::string kSuffixes = "kMG";
-    const size_t suffix = text.empty() ? std::string::npos : kSuffixes.find(text.back());
-    const bool scaled = suffix != std::string::npos;
-    double number = 0;
-    if (!parse(scaled ? text.substr(0, text.size() - 1) : text, number)) return false;
-    const double points = scaled ? number * std::pow(1000.0, static_cast<double>(suffix + 1)) : number;
-    if (points < 1 || points > 1e15) return false;
-    count = static_cast<uint64_t>(points);
     return true;
 }
 
@@ -177,7 +164,9 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     const auto pointSize = [&](const std::string& text) {
         return parse(text, 1, kLargestPointSize, options.pointSize);
     };
-    const auto budget = [&](const std::string& text) { return parse(text, options.budget.emplace()); };
+    const auto budget = [&](const std::string& text) {
+        return parsePointCount(text, options.budget.emplace());
+    };
     const auto normals = [&](const std::string& text) {
         options.normals = text;
         return !text.empty();

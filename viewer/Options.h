@@ -39,10 +39,10 @@ struct Options
 {
     std::vector<std::string> inputs; ///< stores, those of folders too, LAS and LAZ files
     ColorMode mode = ColorMode::AUTOMATIC;
-    osg::Vec4f color{0.85f, 0.85f, 0.8f, 1.0f}; ///< of ColorMode::SINGLE
-    int pointSize = 0;                          ///< pixels; 0: the library's default
-    std::optional<uint64_t> budget;             ///< largest number of points drawn
-    bool edl = false;                           ///< eye-dome lighting
+    osg::Vec4f color = Coloring::defaultSingleColor(); ///< of ColorMode::SINGLE
+    int pointSize = 0;                                 ///< pixels; 0: the library's default
+    std::optional<uint64_t> budget;                    ///< largest number of points drawn
+    bool edl = false;                                  ///< eye-dome lighting
     bool legend = true;
     std::string normals; ///< companion file of the only store
     std::string store;   ///< where the store of the only LAS or LAZ file is

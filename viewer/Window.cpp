@@ -17,6 +17,7 @@
 #include "viewer/ScreenshotKey.h"
 #include "viewer/WheelZoom.h"
 
+#include <VelOsgDBBrx/OpenGLCheck.h>
 #include <osgGA/KeySwitchMatrixManipulator>
 #include <osgGA/TerrainManipulator>
 #include <osgGA/TrackballManipulator>
@@ -41,14 +42,18 @@ bool hasWindow(osgViewer::Viewer& viewer)
     return viewer.getCamera()->getGraphicsContext() || viewer.getNumSlaves() > 0;
 }
 
-/// The window asked for by options or environment, or one of our own size.
-void openWindow(osgViewer::Viewer& viewer)
+/// The window asked for by options or environment, or one of our own size. Fails where its OpenGL cannot draw
+/// points.
+Status openWindow(osgViewer::Viewer& viewer)
 {
     const bool chosen =
         std::getenv("OSG_WINDOW") || std::getenv("OSG_SCREEN") || std::getenv("OSG_CONFIG_FILE");
     const QuietNotices quiet;
     if (!hasWindow(viewer) && !chosen) viewer.setUpViewInWindow(60, 60, kWindowWidth, kWindowHeight);
+    const osg::ref_ptr<VelOsgDBBrx::OpenGLCheck> check = new VelOsgDBBrx::OpenGLCheck;
+    viewer.setRealizeOperation(check);
     viewer.realize();
+    return check->status();
 }
 
 double aspectOf(const osg::Camera& camera)
@@ -189,7 +194,7 @@ void setUpCamera(osg::Camera& camera, double aspect)
 Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options)
 {
     viewer.setSceneData(scene.root());
-    openWindow(viewer);
+    if (Status opened = openWindow(viewer); !opened) return opened;
     osgViewer::Viewer::Contexts contexts;
     viewer.getContexts(contexts);
     if (!viewer.isRealized() || contexts.empty()) {

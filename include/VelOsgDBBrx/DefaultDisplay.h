@@ -19,6 +19,11 @@ public:
     /// is ignored.
     static void apply(osg::Node* node, const VelBrx::StoreStatistics& statistics);
 
+    /// Colours by the height that points have in their file, through `ramp(elevations)`: also where the cloud
+    /// was moved, scaled or turned about the vertical in the scene, as in one that was re-centred. A null
+    /// node is ignored.
+    static void elevation(osg::Node* node, const VelBrx::AttributeRange& elevations);
+
     /// A blue to red gradient from the 2nd to the 98th percentile of `values`, or over all of them where
     /// those percentiles are equal.
     static ColorWithRangeInfo ramp(const VelBrx::AttributeRange& values);

@@ -11,8 +11,12 @@ class OctreeInfo;
 
 namespace VelOsgDBBrx {
 
-/// A loaded point cloud in the scene. Made by `openCloud` and `LoadBrxTool`; the host holds it and adds it to its scene.
-/// Call its operations where the scene may be changed: between frames or in the update traversal.
+/// A loaded point cloud in the scene. Made by `openCloud` and `LoadBrxTool`; the host holds it and adds it to
+/// its scene. Call its operations where the scene may be changed: between frames or in the update traversal.
+///
+/// Scene files (.osgt, .osgb, .osgx) keep a reference to the store and the cloud's display. A clone is a
+/// cloud that shows the same octree, whatever the copy operation says of nodes; of state and callbacks that
+/// decides. An octree has one place in the scene: clones that are drawn share it.
 class VEL_OSGDB_BRX_EXPORT IPointCloud : public osg::Group
 {
 public:
@@ -30,6 +34,8 @@ public:
     virtual OctreeInfo* getOctree() = 0;
 
 protected:
+    IPointCloud() = default;
+    IPointCloud(const IPointCloud& other, const osg::CopyOp& copyOp) : osg::Group(other, copyOp) {}
     ~IPointCloud() override = default;
 };
 

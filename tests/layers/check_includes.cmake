@@ -12,7 +12,7 @@ set(layers
   "category|loading lod render cull"
   "registry|loading lod render cull category"
   "headless|"
-  "plugin|"
+  "plugin|viewer"
   "tools|"
   "viewer|headless")
 set(exported_allowed_store "VelBrx")

@@ -9,6 +9,7 @@
 #include <osgDB/Registry>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -33,9 +34,16 @@ protected:
         EXPECT_EQ(built.exitStatus, 0) << built.err;
         osgDB::Registry::instance()->getLibraryFilePathList().push_front(OSGDB_BRX_FOLDER);
     }
-    ReadResult read(const std::string& path) const
+    ReadResult read(const std::string& path, const std::string& options = "") const
     {
-        return osgDB::Registry::instance()->readNode(path, nullptr);
+        const osg::ref_ptr<osgDB::Options> asked = new osgDB::Options(options);
+        return osgDB::Registry::instance()->readNode(path, asked);
+    }
+    ProgramResult osgconv(const std::vector<std::string>& arguments) const
+    {
+        std::vector<std::string> words = {"osgconv"};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        return runProgram(words, {std::string("OSG_LIBRARY_PATH=") + OSGDB_BRX_FOLDER});
     }
 
     const TempFolder _folder;
@@ -63,6 +71,16 @@ void drawOnDemand(HeadlessViewer& host)
     }
 }
 
+/// A picture of a scene from above, once all its points are there.
+osg::ref_ptr<osg::Image> pictureOf(osg::Node& node)
+{
+    HeadlessViewer host(kSize, kSize);
+    lookDownOn(node, host);
+    host.show(&node);
+    drawOnDemand(host);
+    return host.picture();
+}
+
 class PluginInThreadingModel : public Plugin,
                                public testing::WithParamInterface<osgViewer::ViewerBase::ThreadingModel>
 {
@@ -84,6 +102,75 @@ TEST_P(PluginInThreadingModel, AHostThatDrawsOnDemandShowsAllPoints)
     EXPECT_EQ(pixel(*picture, kSize / 2, kSize / 2), kColor);
     EXPECT_EQ(pixel(*picture, 2, 2), kBlack);
     EXPECT_GT(countOtherThan(*picture, kBlack), kSize * kSize / 8);
+}
+
+TEST_F(Plugin, SceneFilesKeepACloudAndItsDisplay)
+{
+    const std::string options = "mode=class edl point-size=2 budget=1M";
+    const ReadResult shown = read(_store, options);
+    ASSERT_TRUE(shown.validNode()) << shown.message();
+    const auto expected = pictureOf(*shown.getNode());
+    EXPECT_GT(countOtherThan(*expected, kBlack), kSize * kSize / 8);
+    EXPECT_EQ(countOf(*expected, kColor), 0) << "the display is not the default";
+
+    std::filesystem::create_directory(_folder.path() / "moved");
+    for (const std::string name : {"scene.osgt", "scene.osgb", "scene.osgx"}) {
+        SCOPED_TRACE(name);
+        const std::string scene = _folder.file(name);
+        const ProgramResult converted = osgconv({"-O", options, _store, scene});
+        EXPECT_EQ(converted.exitStatus, 0) << converted.err << converted.out;
+        EXPECT_LT(std::filesystem::file_size(scene), 100000u) << "a reference, no points and no shaders";
+        const ReadResult again = read(scene);
+        ASSERT_TRUE(again.validNode()) << again.message();
+        EXPECT_TRUE(samePixels(*pictureOf(*again.getNode()), *expected));
+        std::filesystem::rename(scene, _folder.path() / "moved" / name);
+    }
+
+    // Scene and store may move together; without its store a scene is an error that names the store.
+    std::filesystem::rename(_store, _folder.file("moved/grid.brx"));
+    const ReadResult moved = read(_folder.file("moved/scene.osgt"));
+    ASSERT_TRUE(moved.validNode()) << moved.message();
+    EXPECT_TRUE(samePixels(*pictureOf(*moved.getNode()), *expected));
+    std::filesystem::rename(_folder.file("moved/grid.brx"), _folder.file("moved/else.brx"));
+    const ReadResult lost = read(_folder.file("moved/scene.osgt"));
+    EXPECT_FALSE(lost.validNode());
+    EXPECT_NE(lost.message().find(_store + ": cannot be opened"), std::string::npos) << lost.message();
+}
+
+TEST_F(Plugin, AClonedSceneShowsTheCloud)
+{
+    const osg::ref_ptr<osg::Node> node = osgDB::readRefNodeFile(_store);
+    const auto expected = pictureOf(*node);
+    for (const unsigned how : {osg::CopyOp::SHALLOW_COPY, osg::CopyOp::DEEP_COPY_ALL}) {
+        const osg::ref_ptr<osg::Node> copy = osg::clone(node.get(), osg::CopyOp(how));
+        EXPECT_TRUE(samePixels(*pictureOf(*copy), *expected)) << how;
+    }
+}
+
+TEST_F(Plugin, OptionsAreListedCheckedAndMissedWhereTheyAreUnknown)
+{
+    const ProgramResult list = osgconv({"--format", "brx"});
+    for (const char* option : {"mode=MODE", "edl", "point-size=N", "budget=N", "normals=FILE"})
+        EXPECT_NE(list.out.find(option), std::string::npos) << list.out << list.err;
+
+    const ProgramResult unknown = osgconv({"-O", "edl colour=red", _store, _folder.file("unknown.osgt")});
+    EXPECT_EQ(unknown.exitStatus, 0);
+    EXPECT_NE((unknown.out + unknown.err).find("option colour=red is unknown"), std::string::npos)
+        << unknown.out << unknown.err;
+
+    const std::string other = _folder.file("other file.las");
+    std::filesystem::copy(_folder.file("grid.las"), other);
+    const std::pair<std::string, std::string> bad[] = {
+        {"mode=sepia", "mode=sepia: expected rgb, single"},
+        {"edl point-size=65", "point-size=65: expected 1 to 64"},
+        {"budget=many", "budget=many: expected a number of points"},
+        {"normals=", "normals=: expected the name"},
+        {"normals=\"" + other + "\" edl", other + ": is not a normals file"}};
+    for (const auto& [options, reason] : bad) {
+        const ReadResult result = read(_store, options);
+        EXPECT_FALSE(result.validNode()) << options;
+        EXPECT_NE(result.message().find(reason), std::string::npos) << result.message();
+    }
 }
 
 TEST_F(Plugin, SeveralHostsOneAfterTheOtherShowTheStore)

@@ -1,0 +1,85 @@
+#include <VelOsgDBBrx/OpenGLCheck.h>
+
+#include "render/OpenGLSupport.h"
+
+#include <osg/GL>
+#include <osg/GLExtensions>
+
+#include <cstdlib>
+#include <string>
+
+#ifndef GL_CONTEXT_PROFILE_MASK
+#define GL_CONTEXT_PROFILE_MASK 0x9126
+#endif
+#ifndef GL_CONTEXT_COMPATIBILITY_PROFILE_BIT
+#define GL_CONTEXT_COMPATIBILITY_PROFILE_BIT 0x00000002
+#endif
+
+using VelBrx::Status;
+
+namespace {
+
+constexpr double kOpenGL = 4.3; ///< version, of the shading language too
+
+/// Versions are compared as numbers with one decimal.
+bool isEnough(double version)
+{
+    return version > kOpenGL - 0.05;
+}
+
+std::string text(GLenum name)
+{
+    const GLubyte* const value = glGetString(name);
+    return value ? reinterpret_cast<const char*>(value) : "";
+}
+
+double number(const std::string& version)
+{
+    return std::strtod(version.c_str(), nullptr);
+}
+
+bool hasCompatibilityProfile()
+{
+    GLint profiles = 0;
+    glGetIntegerv(GL_CONTEXT_PROFILE_MASK, &profiles);
+    return profiles & GL_CONTEXT_COMPATIBILITY_PROFILE_BIT;
+}
+
+} // namespace
+
+bool lacksOpenGL(const osg::State& state)
+{
+    const osg::GLExtensions* const known = osg::GLExtensions::Get(state.getContextID(), false);
+    return known && !(isEnough(known->glVersion) && isEnough(known->glslLanguageVersion));
+}
+
+namespace VelOsgDBBrx {
+
+OpenGLCheck::OpenGLCheck() : osg::Referenced(true), osg::GraphicsOperation("OpenGLCheck", false) {}
+
+void OpenGLCheck::operator()(osg::GraphicsContext*)
+{
+    Status found = checkCurrent();
+    const std::lock_guard<std::mutex> lock(_mutex);
+    if (_status) _status = std::move(found);
+}
+
+Status OpenGLCheck::status() const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _status;
+}
+
+Status OpenGLCheck::checkCurrent()
+{
+    const std::string version = text(GL_VERSION);
+    const std::string language = text(GL_SHADING_LANGUAGE_VERSION);
+    if (isEnough(number(version)) && isEnough(number(language)) && hasCompatibilityProfile()) return {};
+    const std::string there = version.empty() ? "there is none"
+                                              : text(GL_RENDERER) + " has " + version + ", GLSL " +
+                                                    (language.empty() ? "none" : language);
+    return Status::failure("points need OpenGL 4.3 with its compatibility profile and GLSL 4.30, but " +
+                           there + "; update the graphics driver or use another one");
+}
+
+} // namespace VelOsgDBBrx
