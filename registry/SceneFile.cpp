@@ -12,7 +12,9 @@
 #include <osgDB/OutputStream>
 #include <osgDB/Serializer>
 
+#include <algorithm>
 #include <filesystem>
+#include <limits>
 
 namespace {
 
@@ -39,8 +41,18 @@ bool hasStore(const PointCloudImpl& cloud)
     return cloud.octree() != nullptr;
 }
 
+/// Text files have six digits by default: too few for the coordinates of a survey.
+std::ios_base& inFull(std::ios_base& stream)
+{
+    stream.precision(std::numeric_limits<double>::max_digits10);
+    return stream;
+}
+
+/// The store comes before the fields of the node: all numbers behind it, and those of transforms above the
+/// cloud, which follow their children, are written in full.
 bool writeStore(osgDB::OutputStream& os, const PointCloudImpl& cloud)
 {
+    os << inFull;
     const OctreeInfo& octree = *cloud.octree();
     const bool hasNormals = octree.normalsFile && octree.normalsFile->isValid();
     os << os.BEGIN_BRACKET << std::endl;
@@ -101,7 +113,7 @@ osg::Object* makeCloud()
 }
 
 const osgDB::RegisterWrapperProxy
-    cloudWrapper(makeCloud, "brx::PointCloud", "osg::Object osg::Node brx::PointCloud",
+    cloudWrapper(makeCloud, "brx::PointCloud", "brx::PointCloud osg::Object osg::Node",
                  [](osgDB::ObjectWrapper* wrapper) {
                      addUserField<PointCloudImpl>(*wrapper, "Store", hasStore, readStore, writeStore);
                  });

@@ -47,10 +47,15 @@ bool hasCompatibilityProfile()
 
 } // namespace
 
-bool lacksOpenGL(const osg::State& state)
+bool lacksOpenGL(const osg::GLExtensions& extensions)
+{
+    return !isEnough(extensions.glVersion) || !isEnough(extensions.glslLanguageVersion);
+}
+
+bool isKnownToLackOpenGL(const osg::State& state)
 {
     const osg::GLExtensions* const known = osg::GLExtensions::Get(state.getContextID(), false);
-    return known && !(isEnough(known->glVersion) && isEnough(known->glslLanguageVersion));
+    return known && lacksOpenGL(*known);
 }
 
 namespace VelOsgDBBrx {

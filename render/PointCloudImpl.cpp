@@ -72,7 +72,7 @@ void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
         osg::Group::traverse(visitor);
         return;
     }
-    if (lacksOpenGL(*cull->getState())) return; // its programs would not link
+    if (isKnownToLackOpenGL(*cull->getState())) return; // its programs would not link
     const LoadedCells cells(*_lod);
     const DepthRangeScope depths(*cull, cells.bounds, _postRender ? _lod.get() : nullptr);
     const osg::ref_ptr<const osg::StateSet> heights = fileHeights(*cull);

@@ -1,7 +1,9 @@
 #include "render/PointPrograms.h"
 
+#include "render/OpenGLSupport.h"
 #include "render/ShaderText.h"
 
+#include <osg/GLExtensions>
 #include <osg/Shader>
 #include <osg/observer_ptr>
 
@@ -117,6 +119,16 @@ bool NamedProgram::become(const std::string& name)
         return true;
     }
     return false;
+}
+
+void NamedProgram::compileGLObjects(osg::State& state) const
+{
+    if (!lacksOpenGL(*state.get<osg::GLExtensions>())) osg::Program::compileGLObjects(state);
+}
+
+void NamedProgram::apply(osg::State& state) const
+{
+    if (!lacksOpenGL(*state.get<osg::GLExtensions>())) osg::Program::apply(state);
 }
 
 bool isOccluder(const osg::StateAttribute& program)

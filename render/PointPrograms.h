@@ -48,6 +48,10 @@ public:
     /// Becomes the program of this name, once. False where there is none.
     bool become(const std::string& name);
 
+    /// Nothing happens where OpenGL is too little: the compiler's complaints would help nobody.
+    void compileGLObjects(osg::State& state) const override;
+    void apply(osg::State& state) const override;
+
 protected:
     ~NamedProgram() override = default;
 };

@@ -5,8 +5,10 @@
 #include "tests/support/ThreadingModels.h"
 
 #include <gtest/gtest.h>
+#include <osg/MatrixTransform>
 #include <osgDB/ReadFile>
 #include <osgDB/Registry>
+#include <osgDB/WriteFile>
 
 #include <chrono>
 #include <filesystem>
@@ -135,6 +137,22 @@ TEST_F(Plugin, SceneFilesKeepACloudAndItsDisplay)
     const ReadResult lost = read(_folder.file("moved/scene.osgt"));
     EXPECT_FALSE(lost.validNode());
     EXPECT_NE(lost.message().find(_store + ": cannot be opened"), std::string::npos) << lost.message();
+}
+
+TEST_F(Plugin, SceneFilesKeepThePlaceOfACloudToTheLastDigit)
+{
+    const osg::Matrixd place = osg::Matrixd::scale(1.1, 1.1, 1.1) *
+                               osg::Matrixd::translate(1234567.891234567, -7654321.12345678, 0.1);
+    const osg::ref_ptr<osg::MatrixTransform> scene = new osg::MatrixTransform(place);
+    scene->addChild(osgDB::readRefNodeFile(_store));
+    for (const std::string name : {"scene.osgt", "scene.osgb", "scene.osgx"}) {
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(osgDB::writeNodeFile(*scene, _folder.file(name)));
+        const osg::ref_ptr<osg::Node> again = osgDB::readRefNodeFile(_folder.file(name));
+        ASSERT_TRUE(again);
+        EXPECT_EQ(dynamic_cast<osg::MatrixTransform&>(*again).getMatrix(), place);
+        EXPECT_EQ(again->getBound().center(), scene->getBound().center());
+    }
 }
 
 TEST_F(Plugin, AClonedSceneShowsTheCloud)
