@@ -123,7 +123,11 @@ bool NamedProgram::become(const std::string& name)
 
 void NamedProgram::compileGLObjects(osg::State& state) const
 {
-    if (!lacksOpenGL(*state.get<osg::GLExtensions>())) osg::Program::compileGLObjects(state);
+    const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
+    if (!lacksOpenGL(gl))
+        osg::Program::compileGLObjects(state);
+    else
+        gl.glLinkProgram(getPCP(state)->getHandle()); // without shaders: those who use it meet no error
 }
 
 void NamedProgram::apply(osg::State& state) const

@@ -10,6 +10,7 @@
 #include <osgDB/Registry>
 #include <osgDB/WriteFile>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -109,7 +110,7 @@ TEST_P(PluginInThreadingModel, AHostThatDrawsOnDemandShowsAllPoints)
 TEST_F(Plugin, SceneFilesKeepACloudAndItsDisplay)
 {
     const std::string options = "mode=class edl point-size=2 budget=1M";
-    const ReadResult shown = read(_store, options);
+    ReadResult shown = read(_store, options);
     ASSERT_TRUE(shown.validNode()) << shown.message();
     const auto expected = pictureOf(*shown.getNode());
     EXPECT_GT(countOtherThan(*expected, kBlack), kSize * kSize / 8);
@@ -122,7 +123,7 @@ TEST_F(Plugin, SceneFilesKeepACloudAndItsDisplay)
         const ProgramResult converted = osgconv({"-O", options, _store, scene});
         EXPECT_EQ(converted.exitStatus, 0) << converted.err << converted.out;
         EXPECT_LT(std::filesystem::file_size(scene), 100000u) << "a reference, no points and no shaders";
-        const ReadResult again = read(scene);
+        ReadResult again = read(scene);
         ASSERT_TRUE(again.validNode()) << again.message();
         EXPECT_TRUE(samePixels(*pictureOf(*again.getNode()), *expected));
         std::filesystem::rename(scene, _folder.path() / "moved" / name);
@@ -130,11 +131,11 @@ TEST_F(Plugin, SceneFilesKeepACloudAndItsDisplay)
 
     // Scene and store may move together; without its store a scene is an error that names the store.
     std::filesystem::rename(_store, _folder.file("moved/grid.brx"));
-    const ReadResult moved = read(_folder.file("moved/scene.osgt"));
+    ReadResult moved = read(_folder.file("moved/scene.osgt"));
     ASSERT_TRUE(moved.validNode()) << moved.message();
     EXPECT_TRUE(samePixels(*pictureOf(*moved.getNode()), *expected));
     std::filesystem::rename(_folder.file("moved/grid.brx"), _folder.file("moved/else.brx"));
-    const ReadResult lost = read(_folder.file("moved/scene.osgt"));
+    ReadResult lost = read(_folder.file("moved/scene.osgt"));
     EXPECT_FALSE(lost.validNode());
     EXPECT_NE(lost.message().find(_store + ": cannot be opened"), std::string::npos) << lost.message();
 }
@@ -185,10 +186,22 @@ TEST_F(Plugin, OptionsAreListedCheckedAndMissedWhereTheyAreUnknown)
         {"normals=", "normals=: expected the name"},
         {"normals=\"" + other + "\" edl", other + ": is not a normals file"}};
     for (const auto& [options, reason] : bad) {
-        const ReadResult result = read(_store, options);
+        ReadResult result = read(_store, options);
         EXPECT_FALSE(result.validNode()) << options;
         EXPECT_NE(result.message().find(reason), std::string::npos) << result.message();
     }
+}
+
+TEST_F(Plugin, AHostWithTooLittleOpenGLIsToldInOneLine)
+{
+    const ProgramResult result =
+        runProgram({"xvfb-run", "-a", "osgviewer", "--window", "10", "10", "320", "240", _store},
+                   {std::string("OSG_LIBRARY_PATH=") + OSGDB_BRX_FOLDER, "OSG_RUN_FRAME_COUNT=20",
+                    "MESA_GL_VERSION_OVERRIDE=3.3COMPAT", "ASAN_OPTIONS=detect_leaks=0"});
+    const std::string said = result.out + result.err;
+    if (said.empty()) GTEST_SKIP() << "this driver's version cannot be lowered";
+    EXPECT_EQ(said.rfind("osgdb_brx: points need OpenGL 4.3", 0), 0u) << said;
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
 }
 
 TEST_F(Plugin, SeveralHostsOneAfterTheOtherShowTheStore)

@@ -207,19 +207,6 @@ TEST_F(Render, NormalsThatAreNotTheStoresAreToldAndRefusedWhereTheyAreNamed)
               "brxview: " + store + ".normals" + reason + "; the points are shown without normals\n");
 }
 
-TEST_F(Render, TooLittleOpenGLIsToldInOneLine)
-{
-    ASSERT_TRUE(TestSurvey().write(path("grid.las")));
-    ASSERT_EQ(render({path("grid.las")}).exitStatus, 0);
-    const ProgramResult result =
-        runProgram({BRXVIEW, "--render", path("old.png"), path("grid.las.brx")},
-                   {"DISPLAY", "MESA_GL_VERSION_OVERRIDE=3.3COMPAT", "MESA_GLSL_VERSION_OVERRIDE=330"});
-    if (result.exitStatus == 0) GTEST_SKIP() << "this driver's version cannot be lowered";
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-    EXPECT_NE(result.err.find("OpenGL 4.3"), std::string::npos) << result.err;
-    EXPECT_FALSE(fs::exists(path("old.png")));
-}
-
 TEST_F(Render, ARealSurveyIsDrawnWholeInItsColours)
 {
     if (surveyFolder().empty()) GTEST_SKIP() << "VELBRX_TEST_DATA is not set";

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
 TEST(Window, OpensOnADisplayAndEndsCleanly)
 {
     const TempFolder folder;
@@ -29,4 +32,24 @@ TEST(Window, ADisplayThatIsNotThereIsToldInOneLine)
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_NE(result.err.find("brxview: no window can be opened on display :4711"), std::string::npos)
         << result.err;
+}
+
+TEST(Window, TooLittleOpenGLIsToldInOneLineWithAndWithoutADisplay)
+{
+    const TempFolder folder;
+    ASSERT_TRUE(TestSurvey().write(folder.file("grid.las")));
+    const std::string path = folder.file("grid.las");
+    const std::vector<std::string> lowered = {"MESA_GL_VERSION_OVERRIDE=3.3COMPAT", "OSG_RUN_FRAME_COUNT=3",
+                                              "ASAN_OPTIONS=detect_leaks=0"};
+    const std::vector<std::string> render = {BRXVIEW, "--render", folder.file("a.png"), path};
+    ASSERT_EQ(runProgram(render).exitStatus, 0) << "builds the store";
+    std::filesystem::remove(folder.file("a.png"));
+    for (const std::vector<std::string>& command :
+         {render, {"xvfb-run", "-a", BRXVIEW, "--edl", "--window", "10", "10", "320", "240", path}}) {
+        const ProgramResult result = runProgram(command, lowered);
+        if (result.exitStatus == 0) GTEST_SKIP() << "this driver's version cannot be lowered";
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        EXPECT_NE(result.err.find("OpenGL 4.3"), std::string::npos) << result.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder.file("a.png")));
 }
