@@ -34,7 +34,9 @@ class NamedProgram : public osg::Program
 {
 public:
     NamedProgram() = default;
-    NamedProgram(const NamedProgram& other, const osg::CopyOp& copyOp) : osg::Program(other, copyOp) {}
+
+    /// The program of the same name, whatever is asked for: osg::Shader's copies forget their defines.
+    NamedProgram(const NamedProgram& other, const osg::CopyOp&) : osg::Program() { become(other.getName()); }
 
     osg::Object* cloneType() const override { return new NamedProgram; }
     osg::Object* clone(const osg::CopyOp& copyOp) const override { return new NamedProgram(*this, copyOp); }
