@@ -51,6 +51,7 @@ PointCloudImpl::PointCloudImpl(const PointCloudImpl& other, const osg::CopyOp& c
     : IPointCloud(other, osg::CopyOp(copyOp.getCopyFlags() & ~osg::CopyOp::DEEP_COPY_NODES))
 {
     removeChildren(0, getNumChildren());
+    if (!getEventCallback()) setEventCallback(copyOp(other.getEventCallback())); // osg::Node leaves it out
     if (other._lod) show(other._lod);
     if (other.eyeDomeLighting()) enableEyeDomeLighting();
 }

@@ -162,7 +162,7 @@ TEST_F(Plugin, AClonedSceneShowsTheCloud)
 {
     const osg::ref_ptr<osg::Node> node = osgDB::readRefNodeFile(_store);
     const auto expected = pictureOf(*node);
-    for (const unsigned how : {osg::CopyOp::SHALLOW_COPY, osg::CopyOp::DEEP_COPY_ALL}) {
+    for (const unsigned how : {osg::CopyOp::DEEP_COPY_NODES, osg::CopyOp::DEEP_COPY_ALL}) {
         const osg::ref_ptr<osg::Node> copy = osg::clone(node.get(), osg::CopyOp(how));
         EXPECT_TRUE(samePixels(*pictureOf(*copy), *expected)) << how;
     }
