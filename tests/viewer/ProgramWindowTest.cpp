@@ -539,3 +539,23 @@ TEST(ProgramWindow, KeysForEditingDoWhatTheirPagesSay)
     EXPECT_TRUE(eventually([&] { return !viewer.window->program().isRunning(); }));
     EXPECT_EQ(viewer.window->program().wait().exitStatus, 0) << "discarded by choice";
 }
+
+TEST(ProgramWindow, TellsOfPointsThatAStoreHidesAndHowToBringThemBack)
+{
+    Viewer viewer([](const std::string& store) {
+        const TempFolder folder;
+        const std::string steps = R"([{"op": "window", "width": 200, "height": 200},
+            {"op": "camera", "view": "top"},
+            {"op": "cull", "polygon": [[-9, -9], [209, -9], [209, 100], [-9, 100]]}])";
+        const std::string script =
+            folder.write("hide.json", std::vector<uint8_t>(steps.begin(), steps.end()));
+        EXPECT_EQ(runProgram({BRXVIEW, "--script", script, store}, {"DISPLAY"}).exitStatus, 0);
+    });
+    EXPECT_TRUE(eventually([&] {
+        return viewer.window->program().err().find("brxview: 200 points of " + viewer.store +
+                                                   " are hidden\n") != std::string::npos;
+    })) << viewer.window->program().err();
+    viewer.press("E");
+    viewer.press("R");
+    viewer.pressUntilHidden("R", 0);
+}
