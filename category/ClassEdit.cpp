@@ -211,12 +211,27 @@ ClassesPtr reverted(const CellChange& change, const ClassesPtr& current)
 
 } // namespace
 
-EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun)
+VelBrx::Status lockForClassEdit(const OctreeInfo& octree)
+{
+    if (!isEditable(octree)) return {};
+    const VelBrx::Status status = octree.pointFile->lockForEditing();
+    return status ? status : VelBrx::Status::failure(octree.pointPath + ": " + status.message());
+}
+
+VelBrx::Status lockForClassEdit(OctreeInfo& octree, const ScreenSelection& selection)
+{
+    return ScreenRules(octree, selection).cells().empty() ? VelBrx::Status() : lockForClassEdit(octree);
+}
+
+EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun,
+                        const CellData* only)
 {
     EditOutcome outcome;
     if (!octree.pointFile) return outcome;
     const ScreenRules rules(octree, selection);
-    const std::vector<CellData*> cells = rules.cells();
+    std::vector<CellData*> cells = rules.cells();
+    const auto isMeant = [only](const CellData* cell) { return !only || cell == only; };
+    cells.erase(std::stable_partition(cells.begin(), cells.end(), isMeant), cells.end());
     if (cells.empty()) return outcome;
     const std::lock_guard<std::mutex> one(editMutex());
     const StoreEditLock lock(octree);

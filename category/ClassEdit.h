@@ -45,8 +45,16 @@ struct EditOutcome
     VelOsgDBBrx::CategoryReport::Counts counts;
 };
 
-/// Gives the selected points `base.toClass`. A dry run only counts.
-EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun);
+/// Makes sure that no other process edits the store, before its classes are edited. A store that cannot be
+/// written is nobody's: its edits stay in memory.
+VelBrx::Status lockForClassEdit(const OctreeInfo& octree);
+
+/// As before, where the selection can reach points of the store at all.
+VelBrx::Status lockForClassEdit(OctreeInfo& octree, const ScreenSelection& selection);
+
+/// Gives the selected points `base.toClass`; with `only`, those of that cell alone. A dry run only counts.
+EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun,
+                        const CellData* only = nullptr);
 
 /// Gives each listed point its class. Hidden points are left out unless `hiddenToo`.
 EditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool hiddenToo, bool dryRun);

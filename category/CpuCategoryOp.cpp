@@ -2,10 +2,15 @@
 
 #include "category/CompileFirst.h"
 #include "cull/ScreenMask.h"
+#include "loading/CellData.h"
+#include "loading/CellLeaf.h"
 
+#include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/PolygonMaskTool.h>
 
+#include <algorithm>
 #include <iterator>
+#include <mutex>
 
 using namespace VelOsgDBBrx;
 
@@ -21,6 +26,33 @@ Base toBase(const CategoryCmdInner& command, const std::vector<osg::Vec4d>& clip
     base.width = command.width;
     base.height = command.height;
     return base;
+}
+
+/// What a member stands for: a store, one cell of it, or a geometry of the host's own.
+struct Meant
+{
+    osg::ref_ptr<OctreeInfo> octree;
+    osg::ref_ptr<CellData> cell;
+    osg::Geometry* geometry = nullptr;
+};
+
+Meant cellOf(CellLeaf& leaf)
+{
+    Meant meant;
+    const std::lock_guard<VelOsgUtils::SpinLock> lock(leaf.lock);
+    if (leaf.cell.lock(meant.cell)) meant.cell->octree.lock(meant.octree);
+    return meant;
+}
+
+Meant whatIsMeant(osg::Referenced* member)
+{
+    if (auto* octree = dynamic_cast<OctreeInfo*>(member)) return {octree, nullptr, nullptr};
+    if (auto* cloud = dynamic_cast<IPointCloud*>(member)) return {cloud->getOctree(), nullptr, nullptr};
+    if (auto* leaf = dynamic_cast<CellLeaf*>(member)) return cellOf(*leaf);
+    auto* geometry = dynamic_cast<osg::Geometry*>(member);
+    auto* leaf =
+        geometry && geometry->getNumParents() ? dynamic_cast<CellLeaf*>(geometry->getParent(0)) : nullptr;
+    return leaf ? cellOf(*leaf) : Meant{nullptr, nullptr, geometry};
 }
 
 } // namespace
@@ -62,13 +94,17 @@ void CpuCategoryOp::edit(const CategoryCmdInner& command, const CategoryData& da
     if (!checkBase(base) || !mask.isValid()) return;
     Step step;
     for (const osg::ref_ptr<osg::Referenced>& member : data.members) {
-        auto* octree = dynamic_cast<OctreeInfo*>(member.get());
-        if (!octree) continue;
-        EditOutcome outcome = editClasses(*octree, {base, mask, command.polygon}, false);
+        const Meant meant = whatIsMeant(member);
+        if (meant.geometry) step.geometries.push_back(editClasses(*meant.geometry, base, mask));
+        if (!meant.octree || !lockForClassEdit(*meant.octree)) continue;
+        EditOutcome outcome = editClasses(*meant.octree, {base, mask, command.polygon}, false, meant.cell);
         show(outcome);
-        std::move(outcome.changes.begin(), outcome.changes.end(), std::back_inserter(step));
+        std::move(outcome.changes.begin(), outcome.changes.end(), std::back_inserter(step.cells));
     }
-    if (step.empty()) return;
+    const auto isEmpty = [](const GeometryChange& change) { return change.points.empty(); };
+    step.geometries.erase(std::remove_if(step.geometries.begin(), step.geometries.end(), isEmpty),
+                          step.geometries.end());
+    if (step.cells.empty() && step.geometries.empty()) return;
     _undo.push_back(std::move(step));
     _redo.clear();
 }
@@ -76,10 +112,13 @@ void CpuCategoryOp::edit(const CategoryCmdInner& command, const CategoryData& da
 void CpuCategoryOp::revertNewest(std::vector<Step>& from, std::vector<Step>& to)
 {
     if (from.empty()) return;
-    EditOutcome outcome = revertChanges(std::move(from.back()));
+    Step step = std::move(from.back());
     from.pop_back();
+    EditOutcome outcome = revertChanges(std::move(step.cells));
     show(outcome);
-    to.push_back(std::move(outcome.changes));
+    step.cells = std::move(outcome.changes);
+    std::transform(step.geometries.begin(), step.geometries.end(), step.geometries.begin(), revertChange);
+    to.push_back(std::move(step));
 }
 
 void CpuCategoryOp::show(const EditOutcome& outcome)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "category/ClassEdit.h"
+#include "category/GeometryClasses.h"
 
 #include <VelOsgDBBrx/CategoryCmdInner.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
@@ -15,6 +16,10 @@
 /// polygon, not hidden, inside the manager's clip planes, and of a class that the command's table lets
 /// change; cells that are not loaded are edited too, and `CategoryCalcTool::writeToStores` writes these edits
 /// as well.
+///
+/// A member is an octree or a point cloud, all of whose points are meant, a cell's leaf or its geometry, with
+/// the points of that cell, or a geometry of the host's own (see `GeometryClasses.h`), whose edits live in
+/// its attribute alone.
 ///
 /// A manager's undo takes back its own edits. It should not be mixed with the tool's on one store: each
 /// restores the classes that it found.
@@ -32,7 +37,12 @@ protected:
     ~CpuCategoryOp() override = default;
 
 private:
-    using Step = std::vector<CellChange>;
+    /// What an edit changed.
+    struct Step
+    {
+        std::vector<CellChange> cells;
+        std::vector<GeometryChange> geometries;
+    };
 
     void edit(const VelOsgDBBrx::CategoryCmdInner& command, const VelOsgDBBrx::CategoryData& data);
     void revertNewest(std::vector<Step>& from, std::vector<Step>& to);

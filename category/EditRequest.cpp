@@ -58,7 +58,8 @@ Status findTargets(const Category& request, osg::Referenced* target, const EditC
     else
         targets = targetsInScene(context);
     if (!targets.empty()) return {};
-    if (target) return Status::failure("the edit's target is not a point cloud and has none under it; give one");
+    if (target)
+        return Status::failure("the edit's target is not a point cloud and has none under it; give one");
     targets = {{request.uid, nullptr}};
     return findCloud(request.uid, context, targets.front().octree);
 }
@@ -99,6 +100,9 @@ Status editScreen(const Category& request, osg::Referenced* target, const Screen
 {
     std::vector<Target> targets;
     if (Status status = findTargets(request, target, context, targets); !status) return status;
+    for (const Target& cloud : targets)
+        if (Status status = request.dryRun ? Status() : lockForClassEdit(*cloud.octree, selection); !status)
+            return status;
     for (const Target& cloud : targets)
         edits.push_back({cloud.uid, request.uid, editClasses(*cloud.octree, selection, request.dryRun)});
     return {};
@@ -175,6 +179,8 @@ Status edit(const Category& request, const CategoryBuffer& record, const EditCon
                                    "\" differ in number; give a class a point");
         CloudPoints cloud{uid, nullptr, {}};
         if (Status status = findCloud(uid, context, cloud.octree); !status) return status;
+        if (Status status = request.dryRun ? Status() : lockForClassEdit(*cloud.octree); !status)
+            return status;
         for (size_t i = 0; i < indices.size(); ++i)
             cloud.points.emplace_back(indices[i], classes->second[i]);
         clouds.push_back(std::move(cloud));

@@ -5,6 +5,7 @@
 #include "loading/PointRecords.h"
 
 #include <VelBrx/File.h>
+#include <VelBrx/FileWriter.h>
 #include <VelBrx/MiraLasRead.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <numeric>
 #include <optional>
 
 using VelBrx::Status;
@@ -20,13 +22,21 @@ namespace {
 
 using Cell = UnwrittenClasses::Cell;
 
-/// Touches nothing but the bytes that change.
-void writeChangedClasses(const Cell& cell, int64_t count, uint32_t first, uint8_t* records)
+/// Finds the places of a run whose class is to be written. A class that somebody else has written since the
+/// edit began is left alone; returns how many there are.
+uint64_t findChanges(const uint8_t* written, const uint8_t* current, const uint8_t* records, int64_t count,
+                     std::vector<uint32_t>& places)
 {
-    const uint8_t* written = cell.written->data() + first;
-    const uint8_t* current = cell.current->data() + first;
-    for (int64_t i = 0; i < count; ++i)
-        if (written[i] != current[i]) records[i * kRecordSize + kClassByte] = current[i];
+    uint64_t replaced = 0;
+    for (int64_t i = 0; i < count; ++i) {
+        const uint8_t inRecord = records[i * kRecordSize + kClassByte];
+        if (written[i] == current[i] || inRecord == current[i]) continue;
+        if (inRecord == written[i])
+            places.push_back(static_cast<uint32_t>(i));
+        else
+            ++replaced;
+    }
+    return replaced;
 }
 
 /// A store to write to, and its cells with unwritten classes.
@@ -44,6 +54,9 @@ public:
 
 private:
     bool isSameStore() const;
+    bool write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced);
+    void settle(const Cell& cell, uint64_t replaced);
+    Status failure(const std::string& what) const { return Status::failure(_path + ": " + what); }
 
     const std::string _path;
     VelBrx::File _file;
@@ -62,12 +75,12 @@ bool StoreToWrite::isSameStore() const
 
 Status StoreToWrite::check()
 {
-    const auto failure = [&](const std::string& what) { return Status::failure(_path + ": " + what); };
     if (!_file.isOpen())
         return failure("cannot be opened to save classes; put the store back and save again");
     if (!isSameStore())
         return failure("is no longer the store that was edited; put that back and save the classes again");
     if (!_file.isWritable()) return failure("cannot be written; make it writable and save the classes again");
+    if (const Status status = _file.lockForEditing(); !status) return failure(status.message());
     for (const Cell& cell : _cells)
         if (!forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
                         [](uint8_t*, int64_t, uint32_t) {}))
@@ -75,20 +88,53 @@ Status StoreToWrite::check()
     return {};
 }
 
+/// Writes the classes of a cell that differ from its records. False when the file takes no more bytes.
+bool StoreToWrite::write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced)
+{
+    bool written = true;
+    std::vector<uint32_t> places;
+    forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
+               [&](uint8_t* records, int64_t count, uint32_t first) {
+                   const uint8_t* current = cell.current->data() + first;
+                   places.clear();
+                   replaced += findChanges(cell.written->data() + first, current, records, count, places);
+                   const auto newClass = [&](size_t i, uint8_t) { return current[places[i]]; };
+                   written = written && writer.set(records, kRecordSize, kClassByte, places.data(),
+                                                   places.size(), newClass) == places.size();
+               });
+    return written;
+}
+
+/// Forgets a cell that is on the disk. What somebody else wrote is what its next save begins with.
+void StoreToWrite::settle(const Cell& cell, uint64_t replaced)
+{
+    if (replaced == 0) return UnwrittenClasses::instance().forget(cell.place->identifier);
+    std::vector<uint8_t> inStore(cell.current->size());
+    forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
+               [&](const uint8_t* records, int64_t count, uint32_t first) {
+                   gatherClasses(records, count, inStore.data() + first);
+               });
+    UnwrittenClasses::instance().set(
+        {cell.place, std::make_shared<const std::vector<uint8_t>>(std::move(inStore)), cell.current});
+}
+
 Status StoreToWrite::write()
 {
     const osg::ref_ptr<OctreeInfo> octree = openOctree(*_cells.front().place);
     std::optional<StoreEditLock> lock;
     if (octree) lock.emplace(*octree);
-    for (const Cell& cell : _cells)
-        forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
-                   [&](uint8_t* records, int64_t count, uint32_t first) {
-                       writeChangedClasses(cell, count, first, records);
-                   });
-    if (!_file.sync()) return Status::failure(_path + ": the disk reported an error; save the classes again");
-    for (const Cell& cell : _cells)
-        UnwrittenClasses::instance().forget(cell.place->identifier);
-    return {};
+    VelBrx::FileWriter writer(_file);
+    std::vector<uint64_t> replaced(_cells.size());
+    for (size_t i = 0; i < _cells.size(); ++i)
+        if (!write(writer, _cells[i], replaced[i])) return failure(writer.problem());
+    if (!_file.sync()) return failure("the disk reported an error; save the classes again");
+    for (size_t i = 0; i < _cells.size(); ++i)
+        settle(_cells[i], replaced[i]);
+    const uint64_t all = std::accumulate(replaced.begin(), replaced.end(), uint64_t{0});
+    if (all == 0) return {};
+    return failure("somebody else has given " + std::to_string(all) +
+                   " of the points another class since they were edited here; these were left as they are, "
+                   "the others are saved; save again to replace them");
 }
 
 } // namespace

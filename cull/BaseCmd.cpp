@@ -6,6 +6,19 @@
 
 namespace VelOsgDBBrx {
 
+void CmdResult::add(const CmdResult& other)
+{
+    if (other.state == ABANDONED) state = ABANDONED;
+    pointsChanged += other.pointsChanged;
+    cellsUnreadable += other.cellsUnreadable;
+    storesReadOnly += other.storesReadOnly;
+    storesBusy += other.storesBusy;
+    cellsUnwritten += other.cellsUnwritten;
+    storesGone += other.storesGone;
+    maskMissing = maskMissing || other.maskMissing;
+    if (reason.empty()) reason = other.reason;
+}
+
 /// A barrier for no thread would never open.
 BaseCmd::BaseCmd(int barrierCount, bool save) : OpenThreads::Barrier(std::max(barrierCount, 1)), _save(save)
 {

@@ -5,6 +5,7 @@
 #include "cull/StoreEdit.h"
 #include "loading/PointRecords.h"
 
+#include <VelBrx/FileWriter.h>
 #include <VelOsgDBBrx/CullCmd.h>
 #include <VelOsgDBBrx/CullCmdManager.h>
 #include <VelOsgDBBrx/PCDataManager.h>
@@ -17,61 +18,93 @@ namespace VelOsgDBBrx {
 
 namespace {
 
-/// Sets the culled bit of accepted points that have no hidden bit; appends their places.
-void hide(uint8_t* records, const uint8_t* accepted, int count, uint32_t first,
-          std::vector<uint32_t>& changed)
+constexpr int kChunk =
+    14 * RecordScreenTest::kBlock; ///< records marked at once: about what is written at once
+
+/// How the flag byte of points is changed, and which points are.
+struct Mark
 {
-    for (int i = 0; i < count; ++i) {
-        uint8_t& flags = records[i * kRecordSize + kFlagByte];
-        if (!accepted[i] || (flags & kHiddenBits)) continue;
-        flags |= kCulledBit;
-        changed.push_back(first + i);
-    }
+    bool ofHidden; ///< changes hidden points, else visible ones
+    uint8_t cleared;
+    uint8_t set;
+};
+
+constexpr Mark kHide = {false, 0, kCulledBit};
+constexpr Mark kShow = {true, kHiddenBits, 0};
+
+/// Gives the listed places of a run their mark; returns how many have it.
+template <class Place>
+size_t write(VelBrx::FileWriter& writer, uint8_t* records, const Place* places, size_t count, Mark mark)
+{
+    return writer.set(records, kRecordSize, kFlagByte, places, count, [&](size_t, uint8_t flags) {
+        return static_cast<uint8_t>((flags & ~mark.cleared) | mark.set);
+    });
 }
 
-/// Clears the hidden bits of accepted points that have any; appends their places.
-void show(uint8_t* records, const uint8_t* accepted, int count, uint32_t first,
-          std::vector<uint32_t>& changed)
+/// Tests the points of a chunk; returns how many are to be marked, and their places.
+size_t findMarked(const uint8_t* records, int count, const RecordScreenTest& test, bool ofHidden,
+                  uint16_t* places)
 {
-    for (int i = 0; i < count; ++i) {
-        uint8_t& flags = records[i * kRecordSize + kFlagByte];
-        if (!accepted[i] || !(flags & kHiddenBits)) continue;
-        flags &= static_cast<uint8_t>(~kHiddenBits);
-        changed.push_back(first + i);
-    }
-}
-
-using Mark = decltype(&hide);
-
-/// Tests and marks the points of a cell. False when some of its records could not be mapped.
-bool markCell(const OctreeInfo& octree, const CellData& cell, const RecordScreenTest& test, Mark mark,
-              std::vector<uint32_t>& changed)
-{
-    return forEachRun(octree, cell, [&](uint8_t* records, int64_t count, uint32_t first) {
+    size_t found = 0;
+    for (int done = 0; done < count; done += RecordScreenTest::kBlock) {
         uint8_t accepted[RecordScreenTest::kBlock];
-        for (int64_t done = 0; done < count; done += RecordScreenTest::kBlock) {
-            const int block = static_cast<int>(std::min<int64_t>(RecordScreenTest::kBlock, count - done));
-            uint8_t* blockRecords = records + done * kRecordSize;
-            test.test(blockRecords, block, accepted);
-            mark(blockRecords, accepted, block, first + static_cast<uint32_t>(done), changed);
+        const int block = std::min(RecordScreenTest::kBlock, count - done);
+        test.test(records + done * kRecordSize, block, accepted);
+        for (int i = done; i < done + block; ++i) {
+            const bool isHidden = records[i * kRecordSize + kFlagByte] & kHiddenBits;
+            places[found] = static_cast<uint16_t>(i);
+            found += accepted[i - done] && isHidden == ofHidden;
+        }
+    }
+    return found;
+}
+
+/// What became of a cell's records.
+struct CellOutcome
+{
+    bool readable = true;
+    bool written = true;
+};
+
+/// Tests and marks the points of a cell; appends the places of those changed.
+CellOutcome markCell(const OctreeInfo& octree, const CellData& cell, const RecordScreenTest& test, Mark mark,
+                     VelBrx::FileWriter& writer, std::vector<uint32_t>& changed)
+{
+    CellOutcome outcome;
+    outcome.readable = forEachRun(octree, cell, [&](uint8_t* records, int64_t count, uint32_t first) {
+        uint16_t places[kChunk];
+        for (int64_t done = 0; done < count && outcome.written; done += kChunk) {
+            uint8_t* chunk = records + done * kRecordSize;
+            const int length = static_cast<int>(std::min<int64_t>(kChunk, count - done));
+            const size_t found = findMarked(chunk, length, test, mark.ofHidden, places);
+            const size_t written = write(writer, chunk, places, found, mark);
+            outcome.written = written == found;
+            for (size_t i = 0; i < written; ++i)
+                changed.push_back(first + static_cast<uint32_t>(done) + places[i]);
         }
     });
+    return outcome;
 }
 
 /// Tests and marks the points of the cells on half of the processors; returns the cells with changes.
 std::vector<ChangeRecord::Cell> markCells(const OctreeInfo& octree, const std::vector<CellData*>& cells,
                                           const RecordScreenTest& test, Mark mark, CmdResult& result)
 {
+    VelBrx::FileWriter writer(*octree.pointFile);
     const int count = static_cast<int>(cells.size());
     std::vector<ChangeRecord::Cell> changes(cells.size());
     uint64_t unreadable = 0;
-#pragma omp parallel num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count)) reduction(+ : unreadable)
+    uint64_t unwritten = 0;
+#pragma omp parallel num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))                            \
+    reduction(+ : unreadable, unwritten)
     {
         std::vector<uint32_t> changed; // reused, so that each cell's list takes no more room than it needs
 #pragma omp for schedule(static)
         for (int i = 0; i < count; ++i) {
             changed.clear();
-            if (!markCell(octree, *cells[i], test, mark, changed)) ++unreadable;
+            const CellOutcome outcome = markCell(octree, *cells[i], test, mark, writer, changed);
+            unreadable += !outcome.readable;
+            unwritten += !outcome.written;
             changes[i] = {cells[i], std::vector<uint32_t>(changed.begin(), changed.end())};
         }
     }
@@ -82,6 +115,8 @@ std::vector<ChangeRecord::Cell> markCells(const OctreeInfo& octree, const std::v
     for (const ChangeRecord::Cell& cell : changes)
         result.pointsChanged += cell.points.size();
     result.cellsUnreadable += unreadable;
+    result.cellsUnwritten += unwritten;
+    noteProblem(octree, writer, result);
     return changes;
 }
 
@@ -97,32 +132,45 @@ void editLoadedCells(const std::vector<ChangeRecord::Cell>& cells, int clearedBi
         });
 }
 
-/// Clears the hidden bits of the listed points of a cell; counts those that had any. False when some could
-/// not be mapped.
-bool showPoints(const OctreeInfo& octree, const ChangeRecord::Cell& cell, uint64_t& shown)
+/// Clears the hidden bits of the listed points of a cell; counts those that had any.
+CellOutcome showPoints(const OctreeInfo& octree, const ChangeRecord::Cell& cell, VelBrx::FileWriter& writer,
+                       uint64_t& shown)
 {
-    return forEachRun(octree, *cell.cell, [&](uint8_t* records, int64_t count, uint32_t first) {
+    CellOutcome outcome;
+    std::vector<uint32_t> places;
+    outcome.readable = forEachRun(octree, *cell.cell, [&](uint8_t* records, int64_t count, uint32_t first) {
+        places.clear();
         auto point = std::lower_bound(cell.points.begin(), cell.points.end(), first);
         for (; point != cell.points.end() && *point - first < count; ++point) {
-            uint8_t& flags = records[static_cast<int64_t>(*point - first) * kRecordSize + kFlagByte];
-            if (!(flags & kHiddenBits)) continue;
-            flags &= static_cast<uint8_t>(~kHiddenBits);
-            ++shown;
+            const uint32_t place = *point - first;
+            if (records[static_cast<int64_t>(place) * kRecordSize + kFlagByte] & kHiddenBits)
+                places.push_back(place);
         }
+        const size_t written = write(writer, records, places.data(), places.size(), kShow);
+        outcome.written = outcome.written && written == places.size();
+        shown += written;
     });
+    return outcome;
 }
 
 void showRecords(const OctreeInfo& octree, const std::vector<ChangeRecord::Cell>& cells, CmdResult& result)
 {
+    VelBrx::FileWriter writer(*octree.pointFile);
     const int count = static_cast<int>(cells.size());
     uint64_t shown = 0;
     uint64_t unreadable = 0;
+    uint64_t unwritten = 0;
 #pragma omp parallel for schedule(static) num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))        \
-    reduction(+ : shown, unreadable)
-    for (int i = 0; i < count; ++i)
-        if (!showPoints(octree, cells[i], shown)) ++unreadable;
+    reduction(+ : shown, unreadable, unwritten)
+    for (int i = 0; i < count; ++i) {
+        const CellOutcome outcome = showPoints(octree, cells[i], writer, shown);
+        unreadable += !outcome.readable;
+        unwritten += !outcome.written;
+    }
     result.pointsChanged += shown;
     result.cellsUnreadable += unreadable;
+    result.cellsUnwritten += unwritten;
+    noteProblem(octree, writer, result);
 }
 
 } // namespace
@@ -173,9 +221,9 @@ void PolygonPointCmd::editStore(OctreeInfo& octree, const ScreenMask& mask, CmdR
     const bool hides = _edit == Edit::HIDE;
 
     const std::vector<CellData*> reached = cellsInside(octree, planes);
-    if (reached.empty()) return;
+    if (reached.empty() || !lockForEditing(octree, result)) return;
     const StoreEditLock lock(octree);
-    std::vector<ChangeRecord::Cell> cells = markCells(octree, reached, test, hides ? hide : show, result);
+    std::vector<ChangeRecord::Cell> cells = markCells(octree, reached, test, hides ? kHide : kShow, result);
     if (cells.empty()) return;
     editLoadedCells(cells, hides ? 0 : kHiddenAttributeBits, hides ? kCulledAttributeBit : 0);
     _changes->stores.push_back({&octree, std::move(cells)});

@@ -3,6 +3,7 @@
 #include "cull/StoreEdit.h"
 #include "loading/PointRecords.h"
 
+#include <VelBrx/FileWriter.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgUtils/ThreadCount.h>
@@ -11,18 +12,18 @@ namespace VelOsgDBBrx {
 
 namespace {
 
-/// Clears the hidden bits of a cell's records; returns how many points had any. A record without them is not
-/// written: its page stays clean.
-uint64_t showRecords(uint8_t* records, int64_t count)
+/// Clears the hidden bits of a run of records. A record without them is not written: its page stays clean.
+/// False when some could not be written.
+bool showRecords(VelBrx::FileWriter& writer, uint8_t* records, int64_t count, uint64_t& shown)
 {
-    uint64_t shown = 0;
-    for (int64_t i = 0; i < count; ++i) {
-        uint8_t& flags = records[i * kRecordSize + kFlagByte];
-        if (!(flags & kHiddenBits)) continue;
-        flags &= static_cast<uint8_t>(~kHiddenBits);
-        ++shown;
-    }
-    return shown;
+    std::vector<uint32_t> places;
+    for (int64_t i = 0; i < count; ++i)
+        if (records[i * kRecordSize + kFlagByte] & kHiddenBits) places.push_back(static_cast<uint32_t>(i));
+    const size_t written =
+        writer.set(records, kRecordSize, kFlagByte, places.data(), places.size(),
+                   [](size_t, uint8_t flags) { return static_cast<uint8_t>(flags & ~kHiddenBits); });
+    shown += written;
+    return written == places.size();
 }
 
 bool showAttribute(osg::IntArray& attribute)
@@ -35,19 +36,37 @@ bool showAttribute(osg::IntArray& attribute)
     return changed;
 }
 
-void showStore(OctreeInfo& octree, uint64_t& shown, uint64_t& unreadable)
+void showStore(OctreeInfo& octree, CmdResult& result)
 {
     const StoreEditLock lock(octree);
-    const std::vector<CellData*> cells = allCells(octree);
-    for (const CellData* cell : cells) {
+    VelBrx::FileWriter writer(*octree.pointFile);
+    std::vector<CellData*> shown;
+    for (CellData* cell : allCells(octree)) {
+        bool written = true;
         const bool readable = forEachRun(octree, *cell, [&](uint8_t* records, int64_t count, uint32_t) {
-            shown += showRecords(records, count);
+            written = showRecords(writer, records, count, result.pointsChanged) && written;
         });
-        if (!readable) ++unreadable;
+        result.cellsUnreadable += !readable;
+        result.cellsUnwritten += !written;
+        if (written) shown.push_back(cell);
     }
+    noteProblem(octree, writer, result);
     PCDataManager::getInstance()->discardReadsInProgress();
-    for (const CellData* cell : cells)
+    for (const CellData* cell : shown)
         editLoadedCell(*cell, showAttribute);
+}
+
+CmdResult show(const osg::observer_ptr<OctreeInfo>& observed)
+{
+    CmdResult result;
+    osg::ref_ptr<OctreeInfo> octree;
+    if (!observed.lock(octree))
+        ++result.storesGone;
+    else if (!isEditable(*octree))
+        ++result.storesReadOnly;
+    else if (lockForEditing(*octree, result))
+        showStore(*octree, result);
+    return result;
 }
 
 } // namespace
@@ -57,27 +76,13 @@ ResetCmd::ResetCmd(int barrierCount) : BaseCmd(barrierCount, false) {}
 void ResetCmd::operator()(CullCmdManager*)
 {
     const int count = static_cast<int>(_octreeInfos.size());
-    uint64_t shown = 0;
-    uint64_t unreadable = 0;
-    unsigned int readOnly = 0;
-    unsigned int gone = 0;
-#pragma omp parallel for schedule(static) num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))        \
-    reduction(+ : shown, unreadable, readOnly, gone)
-    for (int i = 0; i < count; ++i) {
-        osg::ref_ptr<OctreeInfo> octree;
-        if (!_octreeInfos[i].lock(octree))
-            ++gone;
-        else if (!isEditable(*octree))
-            ++readOnly;
-        else
-            showStore(*octree, shown, unreadable);
-    }
-
     CmdResult result;
-    result.pointsChanged = shown;
-    result.cellsUnreadable = unreadable;
-    result.storesReadOnly = readOnly;
-    result.storesGone = gone;
+#pragma omp parallel for schedule(static) num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))
+    for (int i = 0; i < count; ++i) {
+        const CmdResult ofStore = show(_octreeInfos[i]);
+#pragma omp critical(VelOsgDBBrxReset)
+        result.add(ofStore);
+    }
     report(result);
     block(0);
     PCViewerManager::getInstance()->requestRedraw(_uid);

@@ -29,6 +29,21 @@ bool isEditable(const OctreeInfo& octree)
     return octree.pointFile && octree.pointFile->isWritable();
 }
 
+bool lockForEditing(const OctreeInfo& octree, VelOsgDBBrx::CmdResult& result)
+{
+    const VelBrx::Status status = octree.pointFile->lockForEditing();
+    if (status) return true;
+    ++result.storesBusy;
+    if (result.reason.empty()) result.reason = octree.pointPath + ": " + status.message();
+    return false;
+}
+
+void noteProblem(const OctreeInfo& octree, const VelBrx::FileWriter& writer, VelOsgDBBrx::CmdResult& result)
+{
+    const std::string problem = writer.problem();
+    if (result.reason.empty() && !problem.empty()) result.reason = octree.pointPath + ": " + problem;
+}
+
 osg::Matrixd modelMatrix(OctreeInfo& octree)
 {
     const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);

@@ -3,6 +3,8 @@
 #include "loading/CellData.h"
 #include "loading/CellGeometry.h"
 
+#include <VelBrx/FileWriter.h>
+#include <VelOsgDBBrx/BaseCmd.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
 #include <osg/Polytope>
@@ -29,6 +31,13 @@ private:
 
 /// Whether the store's records can be changed.
 bool isEditable(const OctreeInfo& octree);
+
+/// Makes sure that no other process edits the store; the octree is editable. False when one does: the result
+/// says so then.
+bool lockForEditing(const OctreeInfo& octree, VelOsgDBBrx::CmdResult& result);
+
+/// Takes down why a writer could not write.
+void noteProblem(const OctreeInfo& octree, const VelBrx::FileWriter& writer, VelOsgDBBrx::CmdResult& result);
 
 /// The octree's local-to-world matrix at this moment.
 osg::Matrixd modelMatrix(OctreeInfo& octree);

@@ -24,11 +24,7 @@ bool UndoCmd::undoNewest(CullCmdManager* manager)
     const osg::ref_ptr<BaseCmd> newest = manager->pop();
     if (!newest) return false;
     newest->reset(manager);
-    const CmdResult result = newest->getResult();
-    _undone.pointsChanged += result.pointsChanged;
-    _undone.cellsUnreadable += result.cellsUnreadable;
-    _undone.storesReadOnly += result.storesReadOnly;
-    _undone.storesGone += result.storesGone;
+    _undone.add(newest->getResult());
     return true;
 }
 

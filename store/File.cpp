@@ -1,6 +1,10 @@
 #include <VelBrx/File.h>
 
+#include "store/EditLock.h"
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <string>
 
@@ -21,6 +25,9 @@ struct File::Mapping
     ino_t inode = 0;
     void* memory = nullptr;
     int64_t length = 0;
+    std::atomic<bool> editAnyway{false};
+    std::mutex lockMutex;
+    std::shared_ptr<EditLock> editLock; ///< guarded by lockMutex
 
     ~Mapping()
     {
@@ -124,6 +131,44 @@ void* File::map(int64_t offset, int64_t length)
 }
 
 void File::unmap(void*) {}
+
+Status File::lockForEditing()
+{
+    Mapping& mapping = *_mapping;
+    const std::lock_guard<std::mutex> guard(mapping.lockMutex);
+    if (mapping.editLock) return {};
+    const int descriptor = reopen();
+    if (descriptor < 0) return {}; // it cannot be written either, which is for the writer to say
+    Status status;
+    mapping.editLock = EditLock::acquire(descriptor, mapping.editAnyway, status);
+    close(descriptor);
+    return status;
+}
+
+void File::editAnyway()
+{
+    _mapping->editAnyway = true;
+}
+
+int File::reopen() const
+{
+    struct stat status
+    {
+    };
+    if (!isWritable()) return -1;
+    const int descriptor = ::open(_mapping->path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) return -1;
+    if (fstat(descriptor, &status) == 0 && status.st_dev == _mapping->device &&
+        status.st_ino == _mapping->inode)
+        return descriptor;
+    close(descriptor);
+    return -1;
+}
+
+int64_t File::offsetOf(const void* memory) const
+{
+    return static_cast<const uint8_t*>(memory) - static_cast<const uint8_t*>(_mapping->memory);
+}
 
 bool File::sync()
 {

@@ -180,9 +180,11 @@ void EditSession::concludeCommands(Running& running) const
     else if (result.maskMissing)
         refuse(running.outcome, "no mask of the polygon could be made; nothing was changed");
     else if (result.storesReadOnly > 0)
-        refuse(running.outcome, readOnlyStores() +
+        refuse(running.outcome, readOnlyStores([](const std::string&) { return true; }) +
                                     " cannot be written and was left as it is; make it writable and open it "
                                     "again");
+    else if (result.storesBusy > 0 || result.cellsUnwritten > 0)
+        refuse(running.outcome, result.reason);
     else if (result.cellsUnreadable > 0)
         refuse(running.outcome, std::to_string(result.cellsUnreadable) +
                                     " cells could not be read and were left out; brx verify tells more");
@@ -332,12 +334,20 @@ void EditSession::concludeClasses(Running& running, bool dryRun)
         refuse(outcome, std::to_string(counts.cellsUnreadable) +
                             " cells could not be read and were left out; brx verify tells more");
     if (dryRun || counts.changed == 0) return;
+    const std::map<std::string, uint64_t> unsaved = unsavedPoints();
+    const std::string readOnly =
+        readOnlyStores([&](const std::string& store) { return unsaved.count(store); });
+    if (!readOnly.empty()) {
+        CategoryCalcTool::getInstance()->pop();
+        CategoryCalcTool::getInstance()->waitUntilHandled();
+        outcome.points = 0;
+        return refuse(outcome, readOnly +
+                                   " cannot be written, so that the changes could not be saved; nothing was "
+                                   "changed; make it writable and open it again");
+    }
     _journal.push_back({Edit::CLASSES, outcome.operation});
     for (unsigned code = 0; code < counts.after.size(); ++code)
         if (counts.after[code] > 0) _scene.noteClass(static_cast<uint8_t>(code));
-    if (outcome.ok && !readOnlyStores().empty())
-        outcome.message =
-            readOnlyStores() + " cannot be written: make it writable before saving, or its changes are lost";
     noteSegment(outcome);
 }
 
@@ -467,13 +477,13 @@ std::map<std::string, uint64_t> EditSession::unsavedPoints() const
     return CategoryCalcTool::getInstance()->countUnwritten();
 }
 
-/// Paths of the stores that cannot be written; empty when all can.
-std::string EditSession::readOnlyStores() const
+/// Paths of those stores that cannot be written; empty when all can.
+std::string EditSession::readOnlyStores(const std::function<bool(const std::string&)>& isMeant) const
 {
     std::string paths;
     for (const Scene::Cloud& cloud : _scene.clouds()) {
         const OctreeInfo& octree = *cloud.node->getOctree();
-        if (!octree.pointFile || octree.pointFile->isWritable()) continue;
+        if (!octree.pointFile || octree.pointFile->isWritable() || !isMeant(cloud.store)) continue;
         paths += (paths.empty() ? "" : ", ") + cloud.store;
     }
     return paths;

@@ -183,7 +183,7 @@ private:
     void noteSegment(EditOutcome& outcome) const;
     void takeBack(Running& running, const Edit& edit);
     void dropSelection();
-    std::string readOnlyStores() const;
+    std::string readOnlyStores(const std::function<bool(const std::string&)>& isMeant) const;
     std::vector<osg::observer_ptr<OctreeInfo>> octrees() const;
 
     Scene& _scene;

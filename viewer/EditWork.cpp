@@ -42,15 +42,8 @@ CmdResult EditWork::commands() const
 {
     CmdResult sum;
     sum.state = CmdResult::DONE;
-    for (const auto& cmd : _commands) {
-        const CmdResult result = cmd->getResult();
-        if (result.state == CmdResult::ABANDONED) sum.state = CmdResult::ABANDONED;
-        sum.pointsChanged += result.pointsChanged;
-        sum.cellsUnreadable += result.cellsUnreadable;
-        sum.storesReadOnly += result.storesReadOnly;
-        sum.storesGone += result.storesGone;
-        sum.maskMissing = sum.maskMissing || result.maskMissing;
-    }
+    for (const auto& cmd : _commands)
+        sum.add(cmd->getResult());
     return sum;
 }
 

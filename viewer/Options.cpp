@@ -176,6 +176,7 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         return !text.empty();
     };
     options.force = arguments.read("--force");
+    options.editAnyway = arguments.read("--edit-anyway");
     options.edl = arguments.read("--edl");
     options.legend = !arguments.read("--no-legend");
     Status status = takeOption(arguments, "--mode", colorModeNames(), into(options.mode));
@@ -254,6 +255,7 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption("--timeout SECONDS",
                                "Give up when a picture is not complete by then. Default: "
                                "300.");
+    usage.addCommandLineOption("--edit-anyway", "Edit stores that another program is editing, too.");
     usage.addCommandLineOption("--force", "Replace pictures, or a store that is older than its LAS file.");
     usage.addCommandLineOption("--window X Y W H", "Place and size of the window, pixels.");
     usage.addCommandLineOption("--screen N", "Show on this screen, whole.");

@@ -48,7 +48,8 @@ struct Options
     std::string store;   ///< where the store of the only LAS or LAZ file is
     CameraView view;
     std::optional<HeadlessRequest> headless;
-    bool force = false; ///< replace files that exist
+    bool force = false;      ///< replace files that exist
+    bool editAnyway = false; ///< edit stores that another program edits too
 
     std::vector<std::string> warnings; ///< of opening the inputs, for people who edit
 };

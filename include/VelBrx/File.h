@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/Export.h>
+#include <VelBrx/Status.h>
 
 #include <cstdint>
 #include <memory>
@@ -9,7 +10,7 @@
 
 namespace VelBrx {
 
-class Status;
+class EditLock;
 struct StoreInfo;
 
 /// An open file whose byte ranges can be used as memory.
@@ -53,6 +54,23 @@ public:
 
     /// Ends the use of memory that `map` gave. Null is ignored.
     void unmap(void* memory);
+
+    /// Takes the advisory lock of those who edit the file, and keeps it as long as this object lives; nothing
+    /// happens when this process has it already, through whichever object. A failure says who has it: tell
+    /// the user, and leave the file as it is. It follows the name of the file in a sentence. The lock hinders
+    /// nobody from reading the file, and ends with the process. Success without a lock where the file system
+    /// has none, and where the file cannot be written at all.
+    Status lockForEditing();
+
+    /// The user's choice to edit a file that somebody else edits too: from now on `lockForEditing` succeeds.
+    void editAnyway();
+
+    /// Opens the file again to write to it; the caller closes the descriptor. Negative when that is not
+    /// permitted, or another file has its name by now.
+    int reopen() const;
+
+    /// Where in the file memory is that `map` gave.
+    int64_t offsetOf(const void* memory) const;
 
     /// Writes changed bytes of the mapped file to the disk. False when the system reports an error.
     bool sync();

@@ -8,13 +8,14 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 namespace VelOsgDBBrx {
 
 class CullCmdManager;
 
 /// What a command did. After an undo, the undone command's result tells what the undo did.
-struct CmdResult
+struct VEL_OSGDB_BRX_EXPORT CmdResult
 {
     enum State
     {
@@ -27,8 +28,16 @@ struct CmdResult
     uint64_t pointsChanged = 0;   ///< points whose hidden bits changed in a store
     uint64_t cellsUnreadable = 0; ///< cells left out, whole or in part: their records could not be mapped
     unsigned storesReadOnly = 0;  ///< stores left unchanged because their file cannot be written
-    unsigned storesGone = 0;      ///< stores that had been deleted before the command ran
+    unsigned storesBusy = 0;      ///< stores left unchanged because another process edits them
+    uint64_t cellsUnwritten =
+        0;                   ///< cells that were changed in part or not at all: their file took no more bytes
+    unsigned storesGone = 0; ///< stores that had been deleted before the command ran
     bool maskMissing = false; ///< no mask of the polygon or line could be had; nothing was changed or found
+    std::string
+        reason; ///< one line on the first store that is busy or took no more bytes; it names the store
+
+    /// Adds the numbers of another command.
+    void add(const CmdResult& other);
 };
 
 /// A command for `CullCmdManager`, and the barrier on which its caller waits for it.

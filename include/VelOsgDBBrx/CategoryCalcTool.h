@@ -90,8 +90,10 @@ public:
     /// and syncs the files. Requests pushed before are handled first. After it every reader of the files sees
     /// the classes. The stores are valid LAS files at every moment; a kill leaves each point with the class
     /// before or after. A store that cannot be written is left as it is, its edits stay unwritten, and the
-    /// failure names it, the first of several; the other stores are written. Undo records and `getAllModify`
-    /// stay as they are.
+    /// failure names it, the first of several; the other stores are written. So it is with a disk without
+    /// room: make some and write again. A point that somebody else gave another class since it was edited
+    /// here is left as it is; the failure says how many there are, and the next call writes them too. Undo
+    /// records and `getAllModify` stay as they are.
     VelBrx::Status writeToStores();
 
     /// Whether a store differs from the classes of now: handled edits that `writeToStores` would write.

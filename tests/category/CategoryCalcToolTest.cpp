@@ -1,5 +1,7 @@
 #include "loading/CellData.h"
 #include "tests/category/CategoryScene.h"
+#include "tests/support/NoRoom.h"
+#include "tests/support/OtherEditor.h"
 
 #include <VelBrx/Verify.h>
 #include <VelOsgDBBrx/PCDataManager.h>
@@ -12,6 +14,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 using namespace VelOsgDBBrx;
@@ -495,6 +498,67 @@ TEST_F(CategoryCalcToolTest, KeepsTheEditsOfAStoreThatCannotBeWrittenAndWritesTh
     std::filesystem::rename(moved, otherPath);
     EXPECT_TRUE(tool().writeToStores().ok());
     EXPECT_NE(readFile(otherPath), otherBefore);
+}
+
+TEST_F(CategoryCalcToolTest, RefusesEditsOfAStoreThatAnotherProcessEditsUnlessThatIsChosen)
+{
+    OtherEditor other(path);
+    ASSERT_TRUE(other.edits());
+    const auto report = pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+    EXPECT_EQ(report->state(), CategoryReport::REFUSED);
+    EXPECT_EQ(report->status().message().rfind(path + ": is being edited by ", 0), 0u)
+        << report->status().message();
+    EXPECT_GT(pushAndWait(kUid, polygonEdit(kArrow, screen, 9), true)->counts().changed, 0u)
+        << "only counted";
+    EXPECT_FALSE(tool().hasUnwritten());
+    store.octree()->pointFile->editAnyway();
+    EXPECT_GT(pushAndWait(kUid, polygonEdit(kArrow, screen, 9))->counts().changed, 0u);
+}
+
+TEST_F(CategoryCalcToolTest, SaysHowManyPointsSomebodyElseChangedAndReplacesThemAtTheNextSave)
+{
+    const Classes ours = edited(before, visibleUnder(kArrow), 9, always);
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+    Classes theirs = before;
+    size_t replaced = 0;
+    for (size_t i = 0; i < theirs.size(); i += 7) {
+        theirs[i] = i % 2 ? 200 : 9; // some as we do
+        replaced += ours[i] != before[i] && theirs[i] == 200;
+    }
+    ASSERT_GT(replaced, 100u);
+    std::fstream(path, std::ios::in | std::ios::out | std::ios::binary)
+        .write(reinterpret_cast<const char*>(withClasses(readFile(path), theirs).data()),
+               static_cast<std::streamsize>(std::filesystem::file_size(path)));
+
+    const Status status = tool().writeToStores();
+    EXPECT_NE(status.message().find(std::to_string(replaced) + " of the points"), std::string::npos)
+        << status.message();
+    Classes both = theirs;
+    for (size_t i = 0; i < both.size(); ++i)
+        if (ours[i] != before[i] && theirs[i] == before[i]) both[i] = ours[i];
+    EXPECT_EQ(storedClasses(path), both);
+    EXPECT_TRUE(tool().hasUnwritten());
+
+    EXPECT_TRUE(tool().writeToStores().ok());
+    for (size_t i = 0; i < both.size(); ++i)
+        if (ours[i] != before[i]) both[i] = ours[i];
+    EXPECT_FALSE(tool().hasUnwritten());
+    EXPECT_EQ(storedClasses(path), both);
+}
+
+TEST_F(CategoryCalcToolTest, KeepsTheClassesThatADiskHasNoRoomForForAnotherTry)
+{
+    appendHole(path);
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+    {
+        const NoRoom noRoom(std::filesystem::file_size(path) / 3);
+        const Status status = tool().writeToStores();
+        EXPECT_NE(status.message().find(path + ": cannot be written"), std::string::npos) << status.message();
+        EXPECT_GT(tool().countUnwritten()[path], 1000u);
+    }
+    EXPECT_TRUE(tool().writeToStores().ok());
+    EXPECT_FALSE(tool().hasUnwritten());
+    EXPECT_EQ(storedClasses(path), edited(before, visibleUnder(kArrow), 9, always));
 }
 
 TEST_F(CategoryCalcToolTest, HandlesRequestsOfSeveralThreadsAndIsAskedMeanwhile)

@@ -1,6 +1,10 @@
 #include "category/CpuCategoryOp.h"
 #include "category/PointCategoryManager.h"
+#include "loading/CellData.h"
+#include "loading/CellLeaf.h"
 #include "tests/category/CategoryScene.h"
+
+#include <VelOsgDBBrx/PCDataManager.h>
 
 #include <gtest/gtest.h>
 
@@ -90,6 +94,56 @@ TEST_F(CpuCategoryOpTest, EditsUndoesRedoesAndResetsTheRegisteredClouds)
     manager->pushKind2();
     EXPECT_TRUE(shows(first)) << "what a reset takes back can be redone";
     EXPECT_EQ(storedClasses(path), before);
+}
+
+TEST_F(CpuCategoryOpTest, EditsALeafsCellAloneAndAGeometryOfTheHost)
+{
+    manager->removeMember(store.octree());
+    CellData& cell = *store.octree()->root;
+    const osg::ref_ptr<osg::Node> node = PCDataManager::getInstance()->acquireNodeOrCreate(&cell);
+    auto& leaf = dynamic_cast<CellLeaf&>(*node);
+    leaf.cell = &cell;
+
+    // The host's geometry has the same points, in world coordinates, and one that is hidden.
+    const osg::ref_ptr<osg::Geometry> own = new osg::Geometry;
+    const osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array;
+    const osg::ref_ptr<osg::IntArray> categories = new osg::IntArray;
+    const std::vector<bool> visible = visibleUnder(kCorner);
+    std::vector<int> expectedOfHost;
+    for (size_t i = 0; i < 3000; ++i) {
+        vertices->push_back(records.position(i) - records.offset());
+        categories->push_back(before[i] << 24 | 0x1234 | (records.flags(i) & 0x0F) << 16);
+        expectedOfHost.push_back(visible[i] ? 77 << 24 | 0x1234 : categories->back());
+    }
+    own->setVertexArray(vertices);
+    own->setVertexAttribArray(12, categories);
+    const std::vector<int> beforeOfHost(categories->begin(), categories->end());
+
+    for (osg::Referenced* member :
+         {static_cast<osg::Referenced*>(&leaf), static_cast<osg::Referenced*>(leaf.getDrawable(0))}) {
+        manager->addMember(member);
+        manager->addMember(own);
+        manager->pushCmd(command(kCorner, 77));
+        Classes expected = before;
+        for (const VelBrx::Segment& segment : cell.record.segments)
+            for (int64_t i = segment.first; i < segment.first + segment.count; ++i)
+                if (visible[i]) expected[i] = 77;
+        ASSERT_NE(expected, before);
+        EXPECT_TRUE(shows(expected));
+        manager->pushKind1();
+        EXPECT_TRUE(shows(before));
+        manager->pushKind2();
+        EXPECT_TRUE(shows(expected));
+        manager->stop();
+        EXPECT_EQ(std::vector<int>(categories->begin(), categories->end()), expectedOfHost);
+        manager->start();
+        manager->pushKind3();
+        EXPECT_TRUE(shows(before));
+        manager->stop();
+        EXPECT_EQ(std::vector<int>(categories->begin(), categories->end()), beforeOfHost);
+        manager->start();
+        manager->removeMember(member);
+    }
 }
 
 TEST_F(CpuCategoryOpTest, IgnoresCommandsThatItCannotCarryOut)

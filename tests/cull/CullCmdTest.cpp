@@ -1,6 +1,8 @@
 #include "loading/CellData.h"
 #include "tests/support/CullScene.h"
 #include "tests/support/HandOctree.h"
+#include "tests/support/NoRoom.h"
+#include "tests/support/OtherEditor.h"
 
 #include <VelBrx/Verify.h>
 #include <VelOsgDBBrx/PCDataManager.h>
@@ -260,6 +262,39 @@ TEST_F(CullCmdTest, LeavesAReadOnlyStoreAndSaysSo)
     EXPECT_EQ(result.storesReadOnly, 1u);
     EXPECT_EQ(reset(readOnly).storesReadOnly, 1u);
     EXPECT_TRUE(sameBytes(records(), before));
+}
+
+TEST_F(CullCmdTest, LeavesAStoreThatAnotherProcessEditsUnlessThatIsChosen)
+{
+    OtherEditor other(path);
+    ASSERT_TRUE(other.edits());
+    for (const CmdResult& result : {run(polygonCmd<CullCmd>(store.octree(), kArrow, screen)), reset(store)}) {
+        EXPECT_EQ(result.storesBusy, 1u);
+        EXPECT_EQ(result.pointsChanged, 0u);
+        EXPECT_EQ(result.reason.rfind(path + ": is being edited by ", 0), 0u) << result.reason;
+    }
+    EXPECT_TRUE(sameBytes(records(), before));
+    store.octree()->pointFile->editAnyway();
+    expectHidden(kArrow, 1000);
+}
+
+TEST_F(CullCmdTest, HidesWhatTheDiskHasRoomForAndUndoesExactlyThat)
+{
+    appendHole(path);
+    const LoadedStore holed(path);
+    const LasRecords withHole = records();
+    CmdResult result;
+    {
+        const NoRoom noRoom(before.bytes().size() / 2);
+        result = run(polygonCmd<CullCmd>(holed.octree(), kEverything, screen));
+        EXPECT_GT(result.cellsUnwritten, 0u);
+        EXPECT_NE(result.reason.find("make room"), std::string::npos) << result.reason;
+        EXPECT_EQ(result.pointsChanged, countDifferences(withHole, records()));
+        EXPECT_GT(result.pointsChanged, 1000u);
+    }
+    EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, result.pointsChanged);
+    EXPECT_TRUE(sameBytes(records(), withHole));
+    EXPECT_EQ(reset(holed).pointsChanged, countDifferences(withHole, records()));
 }
 
 TEST_F(CullCmdTest, ReportsAMissingOrUselessMask)

@@ -222,6 +222,31 @@ TEST_F(EditSessionTest, OneOperationRunsAtATimeAndNonsenseIsRefused)
     EXPECT_EQ(count(hidden()), 0u);
 }
 
+TEST_F(EditSessionTest, AnOutlineBeyondTheWindowIsMeantWholeOnlyWhereThatIsAsked)
+{
+    show();
+    const osg::Vec3d center(shown.survey.x + 9.5, shown.survey.y + 9.5, shown.survey.z);
+    shown.host.camera().setViewMatrixAsLookAt(center + osg::Vec3d(0, 0, 12), center, osg::Vec3d(0, 1, 0));
+    const std::vector<bool> inWindow = under({{0, 0}, {200, 0}, {200, 200}, {0, 200}});
+    ASSERT_LT(count(inWindow), 300u);
+    const Polygon all = {{-3000, -3000}, {3000, -3000}, {3000, 3000}, {-3000, 3000}};
+    EXPECT_EQ(reclassify(all, 9, {}, true).points, count(inWindow));
+    session->setReach(EditSession::Reach::OUTLINE);
+    EXPECT_EQ(reclassify(all, 9, {}, true).points, 400u);
+    EXPECT_EQ(done(session->hide(all, Type::INSIDE)).points, 400u);
+    const EditOutcome undone = done(session->undo());
+    EXPECT_EQ(undone.undone, "hide inside");
+    EXPECT_EQ(undone.points, 400u);
+    const osg::Vec3d west = shown.onScreen(osg::Vec3d(shown.survey.x, shown.survey.y + 9, shown.survey.z));
+    ASSERT_LT(west.x(), 0);
+    EXPECT_EQ(done(session->line({{-3000, west.y()}, {3000, west.y()}}, 3)).points, 20u);
+    const auto firstHit = std::min_element(session->lineHits().begin(), session->lineHits().end(),
+                                           [](const auto& a, const auto& b) { return a.x < b.x; });
+    EXPECT_NEAR(firstHit->x, west.x(), 0.1) << "positions are those of the window";
+    EXPECT_FALSE(done(session->hide({{-1e6, 0}, {1e6, 0}, {0, 1e6}}, Type::INSIDE)).ok);
+    EXPECT_EQ(count(hidden()), 0u);
+}
+
 TEST_F(EditSessionTest, ALineFindsThePointsUnderItsWholeWidthAndMakesThemStandOut)
 {
     show();
@@ -235,6 +260,16 @@ TEST_F(EditSessionTest, ALineFindsThePointsUnderItsWholeWidthAndMakesThemStandOu
     ASSERT_GT(expected, 50u);
     EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected);
     EXPECT_EQ(session->lineHits().size(), expected);
+
+    shown.scene.setClipPlanes({{1, 0, 0, -(shown.survey.x + 9.5)}});
+    EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected / 2)
+        << "ten of twenty columns";
+    shown.scene.setShownClasses({});
+    EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, 0u);
+    shown.scene.setClipPlanes({});
+    shown.scene.setShownClasses(std::bitset<256>().set());
+    EXPECT_FALSE(done(session->line({{9, 9}, {9, 9}}, 5)).ok) << "there is nothing to search";
+    EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected);
 
     const auto yellow = [&] { return countOf(*shown.host.picture(), osg::Vec3ub(255, 255, 0)); };
     EXPECT_GT(yellow(), 300);
