@@ -114,8 +114,13 @@ void StoreToWrite::settle(const Cell& cell, uint64_t replaced)
                [&](const uint8_t* records, int64_t count, uint32_t first) {
                    gatherClasses(records, count, inStore.data() + first);
                });
-    UnwrittenClasses::instance().set(
-        {cell.place, std::make_shared<const std::vector<uint8_t>>(std::move(inStore)), cell.current});
+    std::vector<uint8_t> wanted = *cell.current;
+    for (size_t i = 0; i < wanted.size(); ++i)
+        if ((*cell.written)[i] == wanted[i]) wanted[i] = inStore[i]; // nobody here has edited this point
+    const auto shared = [](std::vector<uint8_t>& classes) {
+        return std::make_shared<const std::vector<uint8_t>>(std::move(classes));
+    };
+    UnwrittenClasses::instance().set({cell.place, shared(inStore), shared(wanted)});
 }
 
 Status StoreToWrite::write()

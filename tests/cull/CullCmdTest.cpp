@@ -294,7 +294,9 @@ TEST_F(CullCmdTest, HidesWhatTheDiskHasRoomForAndUndoesExactlyThat)
     }
     EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, result.pointsChanged);
     EXPECT_TRUE(sameBytes(records(), withHole));
-    EXPECT_EQ(reset(holed).pointsChanged, countDifferences(withHole, records()));
+    const uint64_t shown = reset(holed).pointsChanged;
+    EXPECT_GT(shown, 1000u);
+    EXPECT_EQ(shown, countDifferences(withHole, records()));
 }
 
 TEST_F(CullCmdTest, ReportsAMissingOrUselessMask)
