@@ -30,12 +30,17 @@ struct CameraView
         TOP,   ///< from above, north up
         NORTH, ///< level, looking north
         ISO,   ///< from above and the south-east
+        ALL,   ///< likewise, and of everything
         LOOK   ///< as `look` says
     };
 
     Kind kind = ISO;
     Look look; ///< of LOOK
 };
+
+/// The part of a survey's bounds that most of its points are in: without what is far above or below the
+/// heights from `low` to `high`, between which nearly all points are. World units.
+osg::BoundingBoxd boundsOfMost(const osg::BoundingBoxd& bounds, double low, double high);
 
 /// The camera of `view`. The named views stand as near as the whole of `bounds` allows in a picture of
 /// `aspect` = width / height.

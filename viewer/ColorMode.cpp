@@ -63,20 +63,29 @@ VelOsgDBBrx::ColorScale timeScale(const AttributeRange& times)
     return scale;
 }
 
-Legend rampLegend(const std::string& title, const std::vector<ColorEntry>& ramp, double low, double high)
+std::string numberText(double number, int decimals)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, std::abs(number) < kLargestPlain ? "%.*f" : "%.*e", decimals, number);
+    return text;
+}
+
+/// The numbers from `low` to `high` beside a gradient; a remark instead where all `values` are one.
+Legend rampLegend(const std::string& title, const AttributeRange& values, const std::vector<ColorEntry>& ramp,
+                  double low, double high)
 {
     Legend legend;
     legend.title = title;
+    if (values.min == values.max) {
+        legend.remark =
+            "every point has " + numberText(values.min, values.min == std::floor(values.min) ? 0 : 3);
+        return legend;
+    }
     legend.ramp = ramp;
     const double step = (high - low) / (kRampNumbers - 1);
     const int decimals = step > 0 ? std::clamp(1 - static_cast<int>(std::floor(std::log10(step))), 0, 5) : 0;
-    for (int i = 0; i < kRampNumbers; ++i) {
-        char text[64];
-        const double number = low + step * i;
-        std::snprintf(text, sizeof text, std::abs(number) < kLargestPlain ? "%.*f" : "%.*e", decimals,
-                      number);
-        legend.numbers.push_back(text);
-    }
+    for (int i = 0; i < kRampNumbers; ++i)
+        legend.numbers.push_back(numberText(low + step * i, decimals));
     return legend;
 }
 
@@ -88,45 +97,51 @@ struct TableValue
     std::string text;
 };
 
-/// The values with points, each with a colour of its own.
+/// The values with points. A value has the same colour in every store: 1, the most frequent, the first of
+/// all.
 template <class Counts>
 std::vector<TableValue> valuesIn(const Counts& counts)
 {
     std::vector<TableValue> values;
     for (unsigned value = 0; value < counts.size(); ++value) {
-        if (counts[value] > 0) values.push_back({value, distinctColor(values.size()), std::to_string(value)});
+        const size_t place = (value + counts.size() - 1) % counts.size();
+        if (counts[value] > 0) values.push_back({value, distinctColor(place), std::to_string(value)});
     }
     return values;
 }
 
 std::vector<TableValue> classesIn(const VelBrx::StoreStatistics& statistics)
 {
-    std::vector<TableValue> values = valuesIn(statistics.pointsByClass);
-    for (TableValue& value : values) {
-        value.color = classColors()[value.index];
-        value.text = classText(value.index);
-    }
+    std::vector<TableValue> values;
+    for (unsigned code = 0; code < kTableSize; ++code)
+        if (statistics.pointsByClass[code] > 0)
+            values.push_back({code, classColors()[code], classText(code)});
     return values;
 }
 
-/// The shader has one colour for all ids from 255 on.
+/// The first of the ids that the shader has one colour for.
+std::vector<uint16_t>::const_iterator sharedSources(const std::vector<uint16_t>& ids)
+{
+    return std::lower_bound(ids.begin(), ids.end(), kTableSize - 1);
+}
+
 std::vector<TableValue> sourcesIn(const VelBrx::StoreStatistics& statistics)
 {
     constexpr unsigned kLast = kTableSize - 1;
     const auto& ids = statistics.pointSources;
-    const auto sharing = std::lower_bound(ids.begin(), ids.end(), kLast);
+    const auto sharing = sharedSources(ids);
     std::vector<TableValue> values;
     for (auto id = ids.begin(); id != sharing; ++id)
-        values.push_back({*id, distinctColor(values.size()), std::to_string(*id)});
+        values.push_back({*id, distinctColor(*id), std::to_string(*id)});
     if (sharing == ids.end()) return values;
     const auto count = ids.end() - sharing;
     values.push_back(
-        {kLast, distinctColor(values.size()),
+        {kLast, distinctColor(kLast),
          count == 1 ? std::to_string(*sharing) : "255 and above: " + std::to_string(count) + " ids"});
     return values;
 }
 
-/// The shader takes the id modulo 256 for the flight line: ids that coincide have the colour of the first.
+/// The shader takes the id modulo 256 for the flight line.
 std::vector<TableValue> flightLinesIn(const VelBrx::StoreStatistics& statistics)
 {
     std::vector<TableValue> values;
@@ -135,7 +150,7 @@ std::vector<TableValue> flightLinesIn(const VelBrx::StoreStatistics& statistics)
         const auto same = std::find_if(values.begin(), values.end(),
                                        [&](const TableValue& value) { return value.index == index; });
         if (same == values.end())
-            values.push_back({index, distinctColor(values.size()), std::to_string(id)});
+            values.push_back({index, distinctColor(index), std::to_string(id)});
         else if (same->text.size() < kLongestText)
             same->text += ", " + std::to_string(id);
         else if (same->text.back() != '.')
@@ -264,16 +279,18 @@ Legend Coloring::legend(ColorMode mode) const
     switch (mode) {
     case ColorMode::ELEVATION: {
         const ColorWithRangeInfo info = DefaultDisplay::ramp(_statistics.elevation);
-        return rampLegend("elevation", info.entries, info.range.x(), info.range.x() + info.range.y());
+        return rampLegend("elevation", _statistics.elevation, info.entries, info.range.x(),
+                          info.range.x() + info.range.y());
     }
     case ColorMode::INTENSITY: {
         const ColorWithRangeInfo info = intensityRamp(_statistics.intensity);
-        return rampLegend("intensity", info.entries, info.range.x() * kFullIntensity,
+        return rampLegend("intensity", _statistics.intensity, info.entries, info.range.x() * kFullIntensity,
                           (info.range.x() + info.range.y()) * kFullIntensity);
     }
     case ColorMode::GPS_TIME: {
         const auto [low, high] = timeSpan(_statistics.gpsTime);
-        return rampLegend("GPS time, s", DefaultDisplay::ramp(_statistics.gpsTime).entries, low, high);
+        return rampLegend("GPS time, s", _statistics.gpsTime,
+                          DefaultDisplay::ramp(_statistics.gpsTime).entries, low, high);
     }
     case ColorMode::CLASSIFICATION:
         return table("class");
@@ -281,10 +298,22 @@ Legend Coloring::legend(ColorMode mode) const
         return table("return number");
     case ColorMode::NUMBER_OF_RETURNS:
         return table("number of returns");
-    case ColorMode::POINT_SOURCE:
-        return table("point source id");
+    case ColorMode::POINT_SOURCE: {
+        Legend legend = table("point source id");
+        const auto& ids = _statistics.pointSources;
+        if (ids.end() - sharedSources(ids) > 1)
+            legend.remark = "ids above 254 share a colour: see flightline";
+        return legend;
+    }
     case ColorMode::FLIGHT_LINE:
         return table("flight line");
+    case ColorMode::RGB: {
+        Legend legend;
+        if (_statistics.maxColor > 0) return legend;
+        legend.title = "colour";
+        legend.remark = "no point has one";
+        return legend;
+    }
     default:
         return Legend();
     }

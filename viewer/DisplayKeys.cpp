@@ -13,10 +13,27 @@ void lookFrom(CameraView::Kind kind, const Scene& scene, const osgGA::GUIEventAd
     const osg::Viewport* viewport = view->getCamera()->getViewport();
     CameraView wanted;
     wanted.kind = kind;
-    const Look look = lookAt(wanted, scene.bounds(), viewport ? viewport->aspectRatio() : 1.0);
+    const Look look = lookAt(wanted, scene.boundsFor(wanted), viewport ? viewport->aspectRatio() : 1.0);
     manipulator->setHomePosition(look.eye, look.center, look.up, false);
     manipulator->home(event, action); // home(double) does nothing in a manipulator that chooses among others
 }
+
+/// The light after this one: from the eye, from the sun, none.
+NormalLight nextLight(NormalLight light)
+{
+    light.source = light.source == NormalLight::EYE   ? NormalLight::SUN
+                   : light.source == NormalLight::SUN ? NormalLight::NONE
+                                                      : NormalLight::EYE;
+    return light;
+}
+
+EyeDomeShading stronger(EyeDomeShading shading, double factor)
+{
+    shading.strength *= factor;
+    return shading;
+}
+
+constexpr double kStepOfStrength = 1.25;
 
 } // namespace
 
@@ -57,6 +74,15 @@ bool DisplayKeys::press(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAda
     case 'd':
         _scene.setEyeDomeLighting(!_scene.eyeDomeLighting());
         return true;
+    case ']':
+        _scene.setShading(stronger(_scene.shading(), kStepOfStrength));
+        return true;
+    case '[':
+        _scene.setShading(stronger(_scene.shading(), 1 / kStepOfStrength));
+        return true;
+    case 'B':
+        _scene.setLight(nextLight(_scene.light()));
+        return true;
     case 'L':
         _showLegend = !_showLegend;
         updateLegend();
@@ -77,6 +103,9 @@ bool DisplayKeys::press(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAda
     case 'I':
         lookFrom(CameraView::ISO, _scene, event, action);
         return true;
+    case 'O':
+        lookFrom(CameraView::ALL, _scene, event, action);
+        return true;
     default:
         return false;
     }
@@ -88,7 +117,10 @@ void DisplayKeys::getUsage(osg::ApplicationUsage& usage) const
         usage.addKeyboardMouseBinding(choice.key, choice.description);
     }
     usage.addKeyboardMouseBinding("d", "Eye-dome lighting on / off");
+    usage.addKeyboardMouseBinding("[ / ]", "Weaker / stronger eye-dome lighting");
+    usage.addKeyboardMouseBinding("B", "Light on normals: eye / sun / off");
     usage.addKeyboardMouseBinding("L", "Legend on / off");
     usage.addKeyboardMouseBinding("+ / -", "Larger / smaller points");
     usage.addKeyboardMouseBinding("T / N / I", "Look down / north / obliquely");
+    usage.addKeyboardMouseBinding("O", "Look at everything, stray points too");
 }

@@ -82,7 +82,20 @@ bool parse(const std::string& text, osg::Vec4f& color)
     return true;
 }
 
-/// top, north, iso, or the nine coordinates of eye, centre and up.
+/// eye, off, or azimuth and height of the sun.
+bool parse(const std::string& text, NormalLight& light)
+{
+    light.source = text == "off" ? NormalLight::NONE : NormalLight::EYE;
+    if (text == "off" || text == "eye") return true;
+    std::vector<double> angles;
+    if (!parse(text, ',', angles) || angles.size() != 2 || std::abs(angles[0]) > 360 || angles[1] <= 0 ||
+        angles[1] > 90)
+        return false;
+    light = {NormalLight::SUN, angles[0], angles[1]};
+    return true;
+}
+
+/// top, north, iso, all, or the nine coordinates of eye, centre and up.
 bool parse(const std::string& text, CameraView& view)
 {
     if (text == "top")
@@ -91,6 +104,8 @@ bool parse(const std::string& text, CameraView& view)
         view.kind = CameraView::NORTH;
     else if (text == "iso")
         view.kind = CameraView::ISO;
+    else if (text == "all")
+        view.kind = CameraView::ALL;
     else {
         std::vector<double> v;
         if (!parse(text, ',', v) || v.size() != 9) return false;
@@ -167,6 +182,11 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     const auto budget = [&](const std::string& text) {
         return parsePointCount(text, options.budget.emplace());
     };
+    const auto upTo = [](double& target, double largest) {
+        return [&target, largest](const std::string& text) {
+            return parse(text, target) && target > 0 && target <= largest;
+        };
+    };
     const auto normals = [&](const std::string& text) {
         options.normals = text;
         return !text.empty();
@@ -186,8 +206,17 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     if (status) status = takeOption(arguments, "--budget", "a number of points, such as 20M", budget);
     if (status) status = takeOption(arguments, "--normals", "the name of a file", normals);
     if (status) status = takeOption(arguments, "--store", "the name of a file", store);
+    if (status) status = takeOption(arguments, "--light", "eye, off or AZIMUTH,HEIGHT", into(options.light));
     if (status) {
-        status = takeOption(arguments, "--view", "top, north, iso or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
+        status = takeOption(arguments, "--edl-strength", "a number above 0, up to 10",
+                            upTo(options.shading.strength, kStrongestEdl));
+    }
+    if (status) {
+        status = takeOption(arguments, "--edl-radius", "a number of pixels above 0, up to 32",
+                            upTo(options.shading.radius, kWidestEdl));
+    }
+    if (status) {
+        status = takeOption(arguments, "--view", "top, north, iso, all or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
                             into(options.view));
     }
     if (status) status = readHeadless(arguments, options);
@@ -232,6 +261,12 @@ void describeOptions(osg::ApplicationUsage& usage)
                                                      std::to_string(VelOsgDBBrx::DefaultDisplay::kPointSize) +
                                                      ".");
     usage.addCommandLineOption("--edl", "Shade the points by eye-dome lighting.");
+    usage.addCommandLineOption("--edl-strength N", "How much it darkens, above 0 to 10. Default: 1.5.");
+    usage.addCommandLineOption("--edl-radius N",
+                               "How far it looks around a pixel, pixels, above 0 to 32. Default: 2.");
+    usage.addCommandLineOption(
+        "--light LIGHT", "Light on the normals of stores that have some: eye (from where the camera stands), "
+                         "off, or AZIMUTH,HEIGHT of the sun in degrees, such as 315,45. Default: eye.");
     usage.addCommandLineOption("--no-legend", "Do not explain the colours in the picture.");
     usage.addCommandLineOption("--budget N", "Largest number of points drawn, such as 20M. Default: 100M.");
     usage.addCommandLineOption("--normals FILE",
@@ -241,7 +276,8 @@ void describeOptions(osg::ApplicationUsage& usage)
                                "Where the store of a LAS or LAZ file is, or is to be built. Default: beside "
                                "it, in the cache where that folder cannot be written.");
     usage.addCommandLineOption("--view VIEW",
-                               "Where to look from: top, north (level, looking north), iso, or "
+                               "Where to look from: top, north (level, looking north), iso, all (iso of "
+                               "everything: the others leave single points far above or below out), or "
                                "the coordinates of eye, centre and up, separated by commas. "
                                "Default: iso.");
     usage.addCommandLineOption("--render OUT.png",

@@ -24,6 +24,31 @@ struct PictureSize
     int height = 720;
 };
 
+/// Light on the normals of stores that have some.
+struct NormalLight
+{
+    enum Source
+    {
+        NONE,
+        EYE,
+        SUN
+    };
+
+    Source source = EYE;
+    double azimuth = 315; ///< of the sun, degrees clockwise from north
+    double height = 45;   ///< of the sun above the horizon, degrees
+};
+
+/// How much eye-dome lighting darkens.
+struct EyeDomeShading
+{
+    double strength = 1.5;
+    double radius = 2; ///< of the neighbourhood that a pixel is compared with, pixels
+};
+
+constexpr double kStrongestEdl = 10;
+constexpr double kWidestEdl = 32; ///< pixels
+
 /// What to do instead of opening a window: draw a picture, or run a script.
 struct HeadlessRequest
 {
@@ -43,6 +68,8 @@ struct Options
     int pointSize = 0;                                 ///< pixels; 0: the library's default
     std::optional<uint64_t> budget;                    ///< largest number of points drawn
     bool edl = false;                                  ///< eye-dome lighting
+    EyeDomeShading shading;
+    NormalLight light;
     bool legend = true;
     std::string normals; ///< companion file of the only store
     std::string store;   ///< where the store of the only LAS or LAZ file is

@@ -161,6 +161,7 @@ void Overlay::drawLegend() const
     ImGui::SetNextWindowBgAlpha(kPanelAlpha);
     ImGui::Begin("legend", nullptr, kPanel);
     ImGui::TextUnformatted(_legend.title.c_str());
+    if (!_legend.remark.empty()) ImGui::TextUnformatted(_legend.remark.c_str());
     const float room = ImGui::GetIO().DisplaySize.y - 2 * kMargin - ImGui::GetCursorPosY();
     drawEntries(room);
     if (_legend.ramp.size() > 1) drawRamp(room);

@@ -12,7 +12,7 @@ Status prepare(PictureView& view, const Scene& scene, const Options& options)
 {
     const HeadlessRequest& request = *options.headless;
     if (Status status = view.open(request.size, options.budget); !status) return status;
-    view.look(lookAt(options.view, scene.bounds(), view.aspect()), Lens());
+    view.look(lookAt(options.view, scene.boundsFor(options.view), view.aspect()), Lens());
     if (options.legend) view.setLegend(scene.legend());
     return view.settle(request.timeoutSeconds);
 }

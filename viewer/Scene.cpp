@@ -81,6 +81,10 @@ Status Scene::load(const std::vector<std::string>& stores, const Options& option
     setColorMode(options.mode);
     setPointSize(options.pointSize > 0 ? options.pointSize : VelOsgDBBrx::DefaultDisplay::kPointSize);
     setEyeDomeLighting(options.edl);
+    setShading(options.shading);
+    setLight(options.light);
+    if (const std::string text = remark(); !text.empty() && options.mode != ColorMode::RGB)
+        std::fprintf(stderr, "brxview: %s\n", text.c_str());
     return Status();
 }
 
@@ -119,10 +123,14 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
                      copy->store.c_str());
         return Status();
     }
-    _bounds.expandBy(osg::Vec3d(opened.header.min[0], opened.header.min[1], opened.header.min[2]));
-    _bounds.expandBy(osg::Vec3d(opened.header.max[0], opened.header.max[1], opened.header.max[2]));
+    const VelBrx::BrxHeader& header = opened.header;
+    const osg::BoundingBoxd bounds(header.min[0], header.min[1], header.min[2], header.max[0], header.max[1],
+                                   header.max[2]);
+    _bounds.expandBy(bounds);
+    const VelBrx::AttributeRange& elevation = opened.statistics.elevation;
+    _boundsOfMost.expandBy(boundsOfMost(bounds, elevation.low, elevation.high));
     _root->addChild(opened.node);
-    _clouds.push_back({store, opened.header.storeId, opened.cloud, opened.statistics});
+    _clouds.push_back({store, header.storeId, opened.cloud, opened.statistics});
     PointCloudHelper::setPointCloudId(opened.cloud, _clouds.size());
     return Status();
 }
@@ -153,6 +161,40 @@ Legend Scene::legend() const
         if (!legend.title.empty()) return legend;
     }
     return Legend();
+}
+
+std::string Scene::remark() const
+{
+    const Legend shown = legend();
+    return shown.remark.empty() ? std::string() : shown.title + ": " + shown.remark;
+}
+
+void Scene::setShading(const EyeDomeShading& shading)
+{
+    _shading.strength = std::clamp(shading.strength, 0.1, kStrongestEdl);
+    _shading.radius = std::clamp(shading.radius, 0.1, kWidestEdl);
+    PointCloudHelper::setBalancedEyeDomeLighting(_root, static_cast<float>(_shading.strength),
+                                                 static_cast<float>(_shading.radius));
+}
+
+void Scene::setLight(const NormalLight& light)
+{
+    _light = light;
+    for (const Cloud& cloud : _clouds) {
+        const auto& normals = cloud.node->getOctree()->normalsFile;
+        if (!normals || !normals->isValid()) continue;
+        switch (light.source) {
+        case NormalLight::NONE:
+            PointCloudHelper::setLightOff(cloud.node);
+            break;
+        case NormalLight::EYE:
+            PointCloudHelper::setHeadLight(cloud.node);
+            break;
+        case NormalLight::SUN:
+            PointCloudHelper::setSunLight(cloud.node, light.azimuth, light.height);
+            break;
+        }
+    }
 }
 
 void Scene::setEyeDomeLighting(bool enable)

@@ -47,6 +47,12 @@ public:
     /// Of all points, world coordinates.
     const osg::BoundingBoxd& bounds() const { return _bounds; }
 
+    /// Of what a view is to show: of all points, or without noise far above and below.
+    const osg::BoundingBoxd& boundsFor(const CameraView& view) const
+    {
+        return view.kind == CameraView::ALL ? _bounds : _boundsOfMost;
+    }
+
     void setColorMode(ColorMode mode);
 
     /// Points have this class now: legends from now on list it.
@@ -55,11 +61,22 @@ public:
     /// What the colours of the current mode mean.
     Legend legend() const;
 
+    /// Why the current mode shows nothing, and what to do; empty where it shows something.
+    std::string remark() const;
+
     /// Another number when the legend may have changed.
     unsigned legendRevision() const { return _legendRevision; }
 
     void setEyeDomeLighting(bool enable);
     bool eyeDomeLighting() const { return _edl; }
+
+    /// Clamped to what `--edl-strength` and `--edl-radius` take.
+    void setShading(const EyeDomeShading& shading);
+    const EyeDomeShading& shading() const { return _shading; }
+
+    /// Clouds without normals are not lit.
+    void setLight(const NormalLight& light);
+    const NormalLight& light() const { return _light; }
 
     /// \name What is drawn
     /// @{
@@ -90,10 +107,13 @@ private:
     osg::ref_ptr<osg::Group> _root = new osg::Group;
     std::vector<Cloud> _clouds;
     osg::BoundingBoxd _bounds;
+    osg::BoundingBoxd _boundsOfMost;
     Coloring _coloring; ///< one scale for all clouds
     ColorMode _mode = ColorMode::AUTOMATIC;
     unsigned _legendRevision = 0;
     bool _edl = false;
+    EyeDomeShading _shading;
+    NormalLight _light;
     int _pointSize = 0;
     std::bitset<256> _shownClasses = std::bitset<256>().set();
     std::vector<osg::Vec4d> _clipPlanes;

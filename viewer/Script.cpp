@@ -74,6 +74,11 @@ public:
         target = number;
     }
 
+    void read(const char* name, std::optional<double>& target, double low, double high)
+    {
+        if (has(name)) read(name, target.emplace(), low, high);
+    }
+
     void read(const char* name, std::string& target)
     {
         const json* value = find(name, REQUIRED);
@@ -228,10 +233,12 @@ Operation readCamera(Members& members)
     Camera camera;
     CameraView& view = camera.view;
     if (members.has("view")) {
-        members.read<CameraView::Kind>(
-            "view", view.kind,
-            {{"top", CameraView::TOP}, {"north", CameraView::NORTH}, {"iso", CameraView::ISO}},
-            Members::REQUIRED);
+        members.read<CameraView::Kind>("view", view.kind,
+                                       {{"top", CameraView::TOP},
+                                        {"north", CameraView::NORTH},
+                                        {"iso", CameraView::ISO},
+                                        {"all", CameraView::ALL}},
+                                       Members::REQUIRED);
     } else {
         view.kind = CameraView::LOOK;
         members.read("eye", view.look.eye);
@@ -260,7 +267,23 @@ Operation readEyeDomeLighting(Members& members)
 {
     EyeDomeLighting lighting;
     members.read("on", lighting.on, Members::REQUIRED);
+    members.read("strength", lighting.strength, 0, kStrongestEdl);
+    members.read("radius", lighting.radius, 0, kWidestEdl);
     return lighting;
+}
+
+Operation readLight(Members& members)
+{
+    Light light;
+    members.read<NormalLight::Source>(
+        "from", light.light.source,
+        {{"eye", NormalLight::EYE}, {"sun", NormalLight::SUN}, {"none", NormalLight::NONE}},
+        Members::REQUIRED);
+    if (light.light.source == NormalLight::SUN) {
+        members.read("azimuth", light.light.azimuth, -360, 360);
+        members.read("height", light.light.height, 0, 90);
+    }
+    return light;
 }
 
 Operation readPointSize(Members& members)
@@ -362,6 +385,7 @@ constexpr Kind kKinds[] = {{"window", readWindow},
                            {"camera", readCamera},
                            {"mode", readMode},
                            {"edl", readEyeDomeLighting},
+                           {"light", readLight},
                            {"pointSize", readPointSize},
                            {"showClasses", readShowClasses},
                            {"clip", readClip},

@@ -45,6 +45,13 @@ struct Mode
 struct EyeDomeLighting
 {
     bool on = false;
+    std::optional<double> strength;
+    std::optional<double> radius; ///< pixels
+};
+
+struct Light
+{
+    NormalLight light;
 };
 
 struct PointSize
@@ -131,9 +138,9 @@ struct Report
 {
 };
 
-using Operation =
-    std::variant<Window, Camera, Mode, EyeDomeLighting, PointSize, ShowClasses, Clip, Cull, Uncull, Select,
-                 Deselect, Segment, Line, Classify, Undo, UndoAll, Reset, Save, Settle, Render, Report>;
+using Operation = std::variant<Window, Camera, Mode, EyeDomeLighting, Light, PointSize, ShowClasses, Clip,
+                               Cull, Uncull, Select, Deselect, Segment, Line, Classify, Undo, UndoAll, Reset,
+                               Save, Settle, Render, Report>;
 
 struct Step
 {

@@ -81,7 +81,7 @@ public:
 private:
     void look(const CameraView& view, const Lens& lens)
     {
-        const Look wanted = lookAt(view, _scene.bounds(), _view.aspect());
+        const Look wanted = lookAt(view, _scene.boundsFor(view), _view.aspect());
         _view.look(lens.orthographic ? withAllInFront(wanted, _scene.bounds()) : wanted, lens);
     }
 
@@ -97,8 +97,8 @@ private:
     {
         Lens lens{camera.orthographic, camera.height};
         if (lens.orthographic && lens.height == 0) {
-            const Look wanted = lookAt(camera.view, _scene.bounds(), _view.aspect());
-            lens = orthographicLens(wanted, _scene.bounds(), _view.aspect());
+            const osg::BoundingBoxd& bounds = _scene.boundsFor(camera.view);
+            lens = orthographicLens(lookAt(camera.view, bounds, _view.aspect()), bounds, _view.aspect());
         }
         look(camera.view, lens);
         return Status();
@@ -108,12 +108,21 @@ private:
     {
         _scene.setColorMode(mode.mode);
         showLegend();
+        if (const std::string remark = _scene.remark(); !remark.empty()) (*_line)["message"] = remark;
         return Status();
     }
 
     Status perform(const EyeDomeLighting& lighting)
     {
         _scene.setEyeDomeLighting(lighting.on);
+        const EyeDomeShading now = _scene.shading();
+        _scene.setShading({lighting.strength.value_or(now.strength), lighting.radius.value_or(now.radius)});
+        return Status();
+    }
+
+    Status perform(const Light& light)
+    {
+        _scene.setLight(light.light);
         return Status();
     }
 

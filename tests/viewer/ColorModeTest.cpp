@@ -125,9 +125,56 @@ TEST(Legend, TellsWhichSourcesShareAColour)
     EXPECT_EQ(texts(Coloring(statistics, osg::Vec4f()).legend(ColorMode::POINT_SOURCE)), (Texts{"7329"}));
 }
 
+TEST(Legend, SaysWhyAModeShowsNothing)
+{
+    const auto remark = [](ColorMode mode, const VelBrx::StoreStatistics& statistics) {
+        return Coloring(statistics, osg::Vec4f()).legend(mode).remark;
+    };
+    VelBrx::StoreStatistics nothing;
+    nothing.elevation = {12.5, 12.5, 12.5, 12.5};
+    nothing.pointSources = {300, 301};
+    EXPECT_EQ(remark(ColorMode::GPS_TIME, nothing), "every point has 0");
+    EXPECT_EQ(remark(ColorMode::INTENSITY, nothing), "every point has 0");
+    EXPECT_EQ(remark(ColorMode::ELEVATION, nothing), "every point has 12.500");
+    EXPECT_EQ(remark(ColorMode::RGB, nothing), "no point has one");
+    EXPECT_EQ(remark(ColorMode::POINT_SOURCE, nothing), "ids above 254 share a colour: see flightline");
+
+    VelBrx::StoreStatistics something;
+    something.elevation = something.intensity = something.gpsTime = {0, 2, 1, 1};
+    something.maxColor = 1;
+    something.pointSources = {3, 300};
+    for (const ColorModeChoice& choice : colorModeChoices())
+        EXPECT_EQ(remark(choice.mode, something), "") << choice.name;
+}
+
+TEST(Legend, GivesAValueTheSameColourInEveryStore)
+{
+    VelBrx::StoreStatistics few;
+    few.pointsByReturn[1] = few.pointsByNumberOfReturns[3] = few.pointsByClass[6] = 1;
+    few.pointSources = {700, 40000};
+    VelBrx::StoreStatistics many;
+    for (unsigned value = 0; value < 16; ++value)
+        many.pointsByReturn[value] = many.pointsByNumberOfReturns[value] = many.pointsByClass[value] = 1;
+    for (const uint16_t id : {7, 20, 700, 40000, 40001})
+        many.pointSources.push_back(id);
+    const auto same = [&](ColorMode mode, unsigned index) {
+        const osg::Vec4f color = tableColor(Coloring(few, osg::Vec4f()), mode, index);
+        EXPECT_EQ(color, tableColor(Coloring(many, osg::Vec4f()), mode, index)) << index;
+        return color;
+    };
+    EXPECT_EQ(same(ColorMode::RETURN_NUMBER, 1), distinctColor(0));
+    same(ColorMode::NUMBER_OF_RETURNS, 3);
+    same(ColorMode::CLASSIFICATION, 6);
+    same(ColorMode::POINT_SOURCE, 255);
+    same(ColorMode::FLIGHT_LINE, 700 % 256);
+    same(ColorMode::FLIGHT_LINE, 40000 % 256);
+}
+
 TEST(Legend, IsEmptyForModesThatExplainThemselves)
 {
-    const Coloring coloring;
+    VelBrx::StoreStatistics statistics;
+    statistics.maxColor = 1;
+    const Coloring coloring(statistics, osg::Vec4f());
     for (const ColorMode mode : {ColorMode::AUTOMATIC, ColorMode::RGB, ColorMode::SINGLE})
         EXPECT_TRUE(coloring.legend(mode).title.empty());
 }

@@ -56,6 +56,8 @@ const BadCommandLine kBadCommandLines[] = {
     {{"--color", "1,2,300", "s.brx"}, "--color 1,2,300"},
     {{"--point-size", "0", "s.brx"}, "--point-size 0"},
     {{"--point-size", "2px", "s.brx"}, "--point-size 2px"},
+    {{"--light", "315,0", "s.brx"}, "--light 315,0"},
+    {{"--edl-strength", "-1", "s.brx"}, "--edl-strength -1"},
     {{"--budget", "many", "s.brx"}, "--budget many"},
     {{"--budget", "nan", "s.brx"}, "--budget nan"},
     {{"--view", "1,2,3", "s.brx"}, "--view 1,2,3"},

@@ -83,6 +83,24 @@ TEST_F(DisplayKeysTest, ViewKeysMoveTheCameraOfTheManipulator)
     EXPECT_GT(countOtherThan(*_shown.host.picture(), kBackground), 100);
 }
 
+TEST_F(DisplayKeysTest, BracketsChangeTheStrengthOfEyeDomeLightingAndBTakesTurnsWithLights)
+{
+    showWithKeys();
+    _shown.pressKey('d');
+    const double before = _shown.scene.shading().strength;
+    _shown.pressKey(']');
+    EXPECT_GT(_shown.scene.shading().strength, before);
+    for (int i = 0; i < 50; ++i)
+        _shown.pressKey('[');
+    EXPECT_GT(_shown.scene.shading().strength, 0);
+
+    EXPECT_EQ(_shown.scene.light().source, NormalLight::EYE);
+    for (const NormalLight::Source next : {NormalLight::SUN, NormalLight::NONE, NormalLight::EYE}) {
+        _shown.pressKey('B');
+        EXPECT_EQ(_shown.scene.light().source, next);
+    }
+}
+
 TEST_F(DisplayKeysTest, TheLegendListsAClassThatAnEditMade)
 {
     _shown.host.viewer->getCamera()->addPostDrawCallback(_shown.overlay);

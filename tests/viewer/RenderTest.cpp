@@ -1,12 +1,15 @@
+#include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
 
+#include <VelBrx/Normals.h>
 #include <gtest/gtest.h>
 #include <osgDB/ReadFile>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -171,7 +174,83 @@ TEST_F(Render, EyeDomeLightingWorksCloseToTheGroundToo)
             if (color.r() > color.b()) darkest = std::min<int>(darkest, color.r());
         }
     }
-    EXPECT_LT(darkest, 128) << "the step casts no edge";
+    EXPECT_LT(darkest, 160) << "the step casts no edge";
+}
+
+TEST_F(Render, EyeDomeLightingLeavesAViewFromAboveItsBrightness)
+{
+    TestSurvey survey;
+    survey.step = 3;
+    ASSERT_TRUE(survey.write(path("step.las")));
+    std::vector<std::string> arguments = {path("step.las"), "--view", "top", "--size", "200x200", "--edl"};
+    const auto share = [&] {
+        double sum = 0;
+        const auto picture = renderedPicture(arguments);
+        for (int y = 0; y < 200; ++y)
+            for (int x = 0; x < 200; ++x)
+                if (pixel(*picture, x, y) != kBackground) sum += pixel(*picture, x, y).r();
+        return sum / 255 / countOtherThan(*picture, kBackground);
+    };
+    const double usual = share();
+    EXPECT_GT(usual, 0.9);
+    EXPECT_LT(usual, 0.999) << "the step shows";
+    arguments.insert(arguments.end(), {"--edl-strength", "5"});
+    const double strong = share();
+    EXPECT_LT(strong, usual - 0.002);
+    arguments.insert(arguments.end(), {"--edl-radius", "8"});
+    EXPECT_LT(share(), strong - 0.005);
+}
+
+TEST_F(Render, NormalsOfAStoreShow)
+{
+    TestSurvey survey;
+    survey.slope = 1; // rises to the east
+    ASSERT_TRUE(survey.write(path("slope.las")));
+    buildStoreOf(path("slope.las"), path("slope.brx"));
+    const auto red = [&](const std::vector<std::string>& light) {
+        std::vector<std::string> arguments = {path("slope.brx"), "--view", "top", "--size", "100x100"};
+        arguments.insert(arguments.end(), light.begin(), light.end());
+        return static_cast<int>(pixel(*renderedPicture(arguments), 50, 50).r());
+    };
+    EXPECT_EQ(red({}), 255) << "none";
+    VelBrx::NormalsOptions options;
+    options.store = path("slope.brx");
+    ASSERT_TRUE(VelBrx::writeNormals(options));
+    const auto lit = [](double facing) { return static_cast<int>(255 * (0.3 + 0.7 * facing)); };
+    EXPECT_NEAR(red({}), lit(std::sqrt(0.5)), 3) << "from the eye";
+    EXPECT_NEAR(red({"--light", "270,45"}), lit(1), 2);
+    EXPECT_NEAR(red({"--light", "90,45"}), lit(0), 2);
+    EXPECT_EQ(red({"--light", "off"}), 255);
+}
+
+TEST_F(Render, NoiseFarBelowTheGroundDoesNotShrinkTheFirstView)
+{
+    ASSERT_TRUE(TestSurvey().write(path("grid.las")));
+    TestSurvey noise;
+    noise.side = 1;
+    noise.z = -5000;
+    ASSERT_TRUE(noise.write(path("noise.las")));
+    VelBrx::BuildOptions options;
+    options.inputs = {path("grid.las"), path("noise.las")};
+    options.output = path("noisy.brx");
+    VelBrx::BuildReport report;
+    ASSERT_TRUE(VelBrx::buildStore(options, report));
+    for (const std::string view : {"iso", "top"}) {
+        const auto shareOf = [&](const std::string& store, const std::string& from) {
+            return share(*renderedPicture({path(store), "--view", from, "--size", "200x200"}));
+        };
+        const double clean = shareOf("grid.las", view);
+        EXPECT_GT(shareOf("noisy.brx", view), 0.7 * clean) << view;
+        EXPECT_LT(shareOf("noisy.brx", "all"), 0.1 * clean) << view;
+    }
+}
+
+TEST_F(Render, AModeWithNothingToShowSaysSo)
+{
+    ASSERT_TRUE(TestSurvey().write(path("grid.las")));
+    const ProgramResult result = render({path("grid.las"), "--mode", "intensity", "--size", "50x50"});
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_NE(result.err.find("brxview: intensity: every point has 0\n"), std::string::npos) << result.err;
 }
 
 TEST_F(Render, ASmallBudgetSettlesToo)
