@@ -2,6 +2,8 @@
 add_library(velbrx_options INTERFACE)
 target_compile_features(velbrx_options INTERFACE cxx_std_17)
 target_compile_options(velbrx_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+# A coordinate is the same number wherever it is computed, on processors with fused multiply-add too.
+target_compile_options(velbrx_options INTERFACE -ffp-contract=off)
 if(VELBRX_WARNINGS_AS_ERRORS)
   target_compile_options(velbrx_options INTERFACE -Werror)
 endif()
