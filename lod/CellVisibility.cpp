@@ -1,12 +1,15 @@
 #include "lod/CellVisibility.h"
 
+#include <VelBrx/CellWithSegment.h>
 #include <VelOsgDBBrx/FrameStamp.h>
 
 #include <osg/Polytope>
 
+#include <algorithm>
 #include <cmath>
 
 using VelOsgDBBrx::FrameStamp;
+using VelOsgUtils::CameraState;
 
 namespace {
 
@@ -19,6 +22,21 @@ bool rejects(const osg::Plane& plane, const std::array<osg::Vec3f, 8>& corners)
     for (const osg::Vec3f& corner : corners)
         if (plane.distance(corner) > 0.0f) return false;
     return true;
+}
+
+/// Pixels that a unit of length across the line of sight covers where w is 1, along the better resolved of
+/// the two axes. `axis` is a clip coordinate's slope in local coordinates; what it has along the line of
+/// sight does not count, so frusta that are not symmetric give what symmetric ones do.
+double pixelsPerUnit(osg::Vec3d axis, const osg::Vec3d& depthSlope, int pixels)
+{
+    if (const double square = depthSlope.length2(); square > 0)
+        axis -= depthSlope * (axis * depthSlope / square);
+    return axis.length() * pixels / 2;
+}
+
+osg::Vec3d column(const osg::Matrixd& matrix, int number)
+{
+    return osg::Vec3d(matrix(0, number), matrix(1, number), matrix(2, number));
 }
 
 } // namespace
@@ -67,39 +85,25 @@ int RegionVisibility::checkCellIsVisiable(const CellTable::Cell& cell) const
     return _region.isInside(cell) ? 2 : 1;
 }
 
-CameraVisibility::CameraVisibility(const FrameStamp& frameStamp, const osg::Matrixd& localToWorld)
-    : _localToWorld(localToWorld), _perspective(frameStamp.perspective), _height(frameStamp.height),
-      _tangent(std::tan(frameStamp.fieldOfViewY / kFieldOfViewDivisor)), _eye(frameStamp.eye),
-      _orthoScale(frameStamp.height / frameStamp.orthoHeight), _region(frameStamp, localToWorld)
+FrustumSides::FrustumSides(const osg::Matrixd& localToClip)
 {
     osg::Polytope frustum;
     frustum.setToUnitFrustum(false, false);
-    frustum.transformProvidingInverse(localToWorld * frameStamp.view * frameStamp.projection);
+    frustum.transformProvidingInverse(localToClip);
     for (size_t i = 0; i < _sides.size(); ++i) {
         const osg::Plane& plane = frustum.getPlaneList()[i];
         _sides[i] = {plane[0], plane[1], plane[2], plane[3]};
     }
-    osg::Vec3d forward = frameStamp.center - frameStamp.eye;
-    forward.normalize();
-    _forward = forward;
-}
-
-int CameraVisibility::checkCellIsVisiable(const CellTable::Cell& cell) const
-{
-    if (isOutsideFrustum(cell)) return 0;
-    if (2 * projectedSize(cell) < 1.0) return 0;
-    if (!_region.hasRegion()) return 2;
-    return _region.isInside(cell) ? 2 : 1;
 }
 
 /// A plane rejects a box when no corner lies strictly on its positive side. One corner decides: the farthest
 /// along the normal. Rounding is monotonic, so no other corner's distance comes out greater, and the answer
 /// equals that of all eight to the last bit.
-bool CameraVisibility::isOutsideFrustum(const CellTable::Cell& cell) const
+bool FrustumSides::exclude(const CellTable::Cell& cell) const
 {
     const osg::Vec3f min = cell.center - cell.halfSize;
     const osg::Vec3f max = cell.center + cell.halfSize;
-    for (const SidePlane& side : _sides) {
+    for (const Side& side : _sides) {
         const float x = side.a < 0 ? min.x() : max.x();
         const float y = side.b < 0 ? min.y() : max.y();
         const float z = side.c < 0 ? min.z() : max.z();
@@ -107,6 +111,42 @@ bool CameraVisibility::isOutsideFrustum(const CellTable::Cell& cell) const
         if (!(distance > 0.0f)) return true;
     }
     return false;
+}
+
+CameraGeometry::CameraGeometry(const CameraState& camera)
+{
+    double aspect = 0, near = 0, far = 0;
+    perspective = camera.projection.getPerspective(fieldOfViewY, aspect, near, far);
+    if (!perspective) {
+        double left = 0, right = 0, bottom = 0, top = 0;
+        camera.projection.getOrtho(left, right, bottom, top, near, far);
+        orthoWidth = std::abs(right - left);
+        orthoHeight = std::abs(top - bottom);
+    }
+    camera.view.getLookAt(eye, center, up, 1.0);
+}
+
+CameraVisibility::CameraVisibility(const CameraState& camera, const FrameStamp& frameStamp,
+                                   const osg::Matrixd& localToWorld)
+    : _sides(localToWorld * camera.view * camera.projection), _localToWorld(localToWorld),
+      _height(camera.height), _region(frameStamp, localToWorld)
+{
+    const CameraGeometry geometry(camera);
+    _perspective = geometry.perspective;
+    _tangent = std::tan(geometry.fieldOfViewY / kFieldOfViewDivisor);
+    _eye = geometry.eye;
+    _orthoScale = _height / geometry.orthoHeight;
+    osg::Vec3d forward = geometry.center - geometry.eye;
+    forward.normalize();
+    _forward = forward;
+}
+
+int CameraVisibility::checkCellIsVisiable(const CellTable::Cell& cell) const
+{
+    if (_sides.exclude(cell)) return 0;
+    if (2 * projectedSize(cell) < 1.0) return 0;
+    if (!_region.hasRegion()) return 2;
+    return _region.isInside(cell) ? 2 : 1;
 }
 
 /// The depth is narrowed to single precision after the eye has been taken off, so that it is as exact at
@@ -117,4 +157,37 @@ double CameraVisibility::projectedSize(const CellTable::Cell& cell) const
     const osg::Vec3f toCenter = _localToWorld.preMult(osg::Vec3d(cell.center)) - _eye;
     const float depth = toCenter * _forward;
     return _height / std::abs(_tangent * depth) * cell.resolutionLength;
+}
+
+SpacingVisibility::SpacingVisibility(const CameraState& camera, const FrameStamp& frameStamp,
+                                     const osg::Matrixd& localToWorld, double pixels)
+    : _sides(localToWorld * camera.view * camera.projection), _region(frameStamp, localToWorld)
+{
+    const osg::Matrixd localToClip = localToWorld * camera.view * camera.projection;
+    _depthSlope = column(localToClip, 3);
+    _depthAtOrigin = localToClip(3, 3);
+    for (int axis = 0; axis < 3; ++axis)
+        _depthReach[axis] = std::abs(_depthSlope[axis]);
+    const double perUnit = std::max(pixelsPerUnit(column(localToClip, 0), _depthSlope, camera.width),
+                                    pixelsPerUnit(column(localToClip, 1), _depthSlope, camera.height));
+    _depthOfLength = perUnit * VelBrx::pointSpacing(1.0) / pixels;
+}
+
+int SpacingVisibility::checkCellIsVisiable(const CellTable::Cell& cell) const
+{
+    if (_sides.exclude(cell) || !spansEnough(cell)) return 0;
+    if (!_region.hasRegion()) return 2;
+    return _region.isInside(cell) ? 2 : 1;
+}
+
+/// The depth that counts is that of the cell's centre, but no more than twice that of its nearest corner: a
+/// cell beside the eye is judged by its near points, and one that the eye is in is wanted. Where a cell is
+/// not wanted no cell below it is: its length is below half the depth that counts, at most the depth of the
+/// nearest corner, and the cells below it have shorter lengths and no corner that is nearer.
+bool SpacingVisibility::spansEnough(const CellTable::Cell& cell) const
+{
+    const double center = _depthSlope * osg::Vec3d(cell.center) + _depthAtOrigin;
+    const double reach = _depthReach * osg::Vec3d(cell.halfSize);
+    if (!(center + reach > 0)) return false; // behind the eye
+    return _depthOfLength * cell.resolutionLength >= std::min(center, 2 * (center - reach));
 }

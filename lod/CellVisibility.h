@@ -2,8 +2,11 @@
 
 #include "loading/CellTable.h"
 
+#include <VelOsgUtils/CameraState.h>
+
 #include <osg/Matrixd>
 #include <osg/Plane>
+#include <osg/Vec3d>
 
 #include <array>
 #include <vector>
@@ -32,6 +35,37 @@ private:
     int _planesPerGroup;
 };
 
+/// The four sides of a camera's view; near and far plane do not count.
+class FrustumSides
+{
+public:
+    explicit FrustumSides(const osg::Matrixd& localToClip);
+
+    /// Some side has the cell's box entirely outside.
+    bool exclude(const CellTable::Cell& cell) const;
+
+private:
+    struct Side
+    {
+        double a, b, c, d; ///< local coordinates, positive inside
+    };
+    std::array<Side, 4> _sides;
+};
+
+/// What a camera's matrices say of how it looks.
+struct CameraGeometry
+{
+    explicit CameraGeometry(const VelOsgUtils::CameraState& camera);
+
+    bool perspective = false;
+    double fieldOfViewY = 0; ///< degrees; perspective only
+    double orthoWidth = 0;   ///< world units; orthographic only
+    double orthoHeight = 0;
+    osg::Vec3d eye; ///< world coordinates
+    osg::Vec3d center;
+    osg::Vec3d up;
+};
+
 /// The test of `FixPointCloudLod`. Like every cell test: 2 wanted, 0 or 1 not.
 class RegionVisibility
 {
@@ -48,21 +82,16 @@ private:
 class CameraVisibility
 {
 public:
-    /// The frame stamp's camera fields must be set.
-    CameraVisibility(const VelOsgDBBrx::FrameStamp& frameStamp, const osg::Matrixd& localToWorld);
+    /// The region is the frame stamp's.
+    CameraVisibility(const VelOsgUtils::CameraState& camera, const VelOsgDBBrx::FrameStamp& frameStamp,
+                     const osg::Matrixd& localToWorld);
 
     int checkCellIsVisiable(const CellTable::Cell& cell) const;
 
 private:
-    bool isOutsideFrustum(const CellTable::Cell& cell) const;
     double projectedSize(const CellTable::Cell& cell) const;
 
-    struct SidePlane
-    {
-        double a, b, c, d; ///< local coordinates, positive inside
-    };
-    std::array<SidePlane, 4> _sides;
-
+    FrustumSides _sides;
     osg::Matrixd _localToWorld;
     bool _perspective;
     double _height;      ///< viewport height, pixels
@@ -70,6 +99,29 @@ private:
     osg::Vec3d _eye;     ///< world
     osg::Vec3f _forward; ///< world, unit length
     double _orthoScale;  ///< orthographic: pixels per world unit
+    RegionTest _region;
+};
 
+/// The test of `PixelSpacingLod`, in the octree's own coordinates. A point at p has the homogeneous
+/// coordinate w = `_depthSlope` * p + `_depthAtOrigin` in clip space: its depth in a perspective, 1 in a
+/// parallel projection. A length across the line of sight covers the same number of pixels times w
+/// everywhere.
+class SpacingVisibility
+{
+public:
+    /// The region is the frame stamp's. `pixels`: how far apart points of a wanted cell are at least.
+    SpacingVisibility(const VelOsgUtils::CameraState& camera, const VelOsgDBBrx::FrameStamp& frameStamp,
+                      const osg::Matrixd& localToWorld, double pixels);
+
+    int checkCellIsVisiable(const CellTable::Cell& cell) const;
+
+private:
+    bool spansEnough(const CellTable::Cell& cell) const;
+
+    FrustumSides _sides;
+    osg::Vec3d _depthSlope;
+    osg::Vec3d _depthReach; ///< absolute values of the slope
+    double _depthAtOrigin;
+    double _depthOfLength; ///< the largest depth at which a resolution length of 1 is wanted
     RegionTest _region;
 };

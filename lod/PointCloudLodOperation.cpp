@@ -5,10 +5,11 @@
 #include "lod/LodPass.h"
 
 #include <VelOsgDBBrx/FrameStamp.h>
+#include <VelOsgDBBrx/IPointLoadManager.h>
 
 #include <OpenThreads/ScopedLock>
 
-#include <cmath>
+#include <algorithm>
 #include <mutex>
 
 namespace VelOsgDBBrx {
@@ -21,25 +22,33 @@ osg::Matrixd localToWorld(OctreeInfo& octree)
     return octree.transform;
 }
 
-void fillCamera(FrameStamp& frameStamp)
+VelOsgUtils::CameraState mainCamera(const FrameStamp& frameStamp)
 {
-    double aspect = 0, near = 0, far = 0;
-    frameStamp.perspective = frameStamp.projection.getPerspective(frameStamp.fieldOfViewY, aspect, near, far);
-    if (!frameStamp.perspective) {
-        double left = 0, right = 0, bottom = 0, top = 0;
-        frameStamp.projection.getOrtho(left, right, bottom, top, near, far);
-        frameStamp.orthoWidth = std::abs(right - left);
-        frameStamp.orthoHeight = std::abs(top - bottom);
-    }
-    frameStamp.view.getLookAt(frameStamp.eye, frameStamp.center, frameStamp.up, 1.0);
+    return {frameStamp.projection, frameStamp.view, frameStamp.width, frameStamp.height};
 }
 
-template <class Visibility>
-void walk(OctreeInfo& octree, const FrameStamp& frameStamp, LodPass& pass)
+void fillCamera(FrameStamp& frameStamp)
+{
+    const CameraGeometry camera(mainCamera(frameStamp));
+    frameStamp.perspective = camera.perspective;
+    if (camera.perspective) {
+        frameStamp.fieldOfViewY = camera.fieldOfViewY;
+    } else {
+        frameStamp.orthoWidth = camera.orthoWidth;
+        frameStamp.orthoHeight = camera.orthoHeight;
+    }
+    frameStamp.eye = camera.eye;
+    frameStamp.center = camera.center;
+    frameStamp.up = camera.up;
+}
+
+/// `traver` is called for an octree on show.
+template <class Traver>
+void walk(OctreeInfo& octree, LodPass& pass, const Traver& traver)
 {
     switch (octree.visibility.load()) {
     case OctreeInfo::VISIBLE:
-        pass.traver(octree, Visibility(frameStamp, localToWorld(octree)));
+        traver();
         break;
     case OctreeInfo::HIDDEN_NOT_CLEARED:
         pass.removeAll(octree);
@@ -48,6 +57,36 @@ void walk(OctreeInfo& octree, const FrameStamp& frameStamp, LodPass& pass)
     default:
         break;
     }
+}
+
+/// A camera-driven pass. `makeVisibility(camera, localToWorld)` gives the test of a cell.
+template <class MakeVisibility>
+void runCameraPass(FrameStamp& frameStamp, LodPass& pass, const std::atomic<bool>& abort,
+                   const MakeVisibility& makeVisibility)
+{
+    pass.clear();
+    frameStamp.incomplete = false;
+    fillCamera(frameStamp);
+
+    std::vector<std::unique_lock<std::mutex>> locks; // held to the end of the pass
+    for (const osg::ref_ptr<OctreeInfo>& octree : frameStamp.octrees) {
+        if (!octree->pointFile) continue;
+        std::unique_lock<std::mutex> lock(octree->pointFile->mutex, std::try_to_lock);
+        if (!lock.owns_lock()) {
+            frameStamp.incomplete = true;
+            continue;
+        }
+        if (octree->pointFile->isOpen())
+            walk(*octree, pass, [&] {
+                pass.traver(*octree, makeVisibility(mainCamera(frameStamp), localToWorld(*octree)));
+            });
+        locks.push_back(std::move(lock));
+    }
+    pass.admitLevels(frameStamp.maxNumOfPointCloud);
+    pass.unload();
+    if (!pass.load(abort)) frameStamp.incomplete = true;
+    locks.clear();
+    pass.clear();
 }
 
 } // namespace
@@ -84,27 +123,35 @@ void DynPointCloudLod::operator()(osg::Object* object)
 {
     auto* frameStamp = dynamic_cast<FrameStamp*>(object);
     if (!frameStamp) return;
-    _pass->clear();
-    frameStamp->incomplete = false;
-    fillCamera(*frameStamp);
-
-    std::vector<std::unique_lock<std::mutex>> locks; // held to the end of the pass
-    for (const osg::ref_ptr<OctreeInfo>& octree : frameStamp->octrees) {
-        if (!octree->pointFile) continue;
-        std::unique_lock<std::mutex> lock(octree->pointFile->mutex, std::try_to_lock);
-        if (!lock.owns_lock()) {
-            frameStamp->incomplete = true;
-            continue;
-        }
-        if (octree->pointFile->isOpen()) walk<CameraVisibility>(*octree, *frameStamp, *_pass);
-        locks.push_back(std::move(lock));
-    }
-    _pass->admitLevels(frameStamp->maxNumOfPointCloud);
-    _pass->unload();
-    if (!_pass->load(_abort)) frameStamp->incomplete = true;
-    locks.clear();
+    runCameraPass(*frameStamp, *_pass, _abort, [&](const auto& camera, const osg::Matrixd& localToWorld) {
+        return CameraVisibility(camera, *frameStamp, localToWorld);
+    });
     setAbort(false);
-    _pass->clear();
+}
+
+PixelSpacingLod::PixelSpacingLod(osgUtil::IncrementalCompileOperation* incremental,
+                                 VelOsgUtils::DecrementalCompileOperation* decremental, double pixels)
+    : osg::Operation("PixelSpacingLod", true), PointCloudLodOperation(incremental, decremental),
+      _pixels(std::max(0.0, pixels))
+{
+}
+
+PixelSpacingLod::PixelSpacingLod(IPointLoadManager& manager, double pixels)
+    : PixelSpacingLod(manager.getIncrementalCompileOperation(), manager.getDecrementalCompileOperation(),
+                      pixels)
+{
+}
+
+PixelSpacingLod::~PixelSpacingLod() = default;
+
+void PixelSpacingLod::operator()(osg::Object* object)
+{
+    auto* frameStamp = dynamic_cast<FrameStamp*>(object);
+    if (!frameStamp) return;
+    runCameraPass(*frameStamp, *_pass, _abort, [&](const auto& camera, const osg::Matrixd& localToWorld) {
+        return SpacingVisibility(camera, *frameStamp, localToWorld, _pixels);
+    });
+    setAbort(false);
 }
 
 FixPointCloudLod::FixPointCloudLod(osgUtil::IncrementalCompileOperation* incremental,
@@ -129,7 +176,8 @@ void FixPointCloudLod::operator()(osg::Object* object)
             continue;
         }
         taken.push_back(octree);
-        walk<RegionVisibility>(*octree, *frameStamp, *_pass);
+        walk(*octree, *_pass,
+             [&] { _pass->traver(*octree, RegionVisibility(*frameStamp, localToWorld(*octree))); });
     }
     _pass->admitAllLevels();
     _pass->unload();

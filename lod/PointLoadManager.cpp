@@ -24,16 +24,6 @@ constexpr uint64_t kDefaultMouseDiluteNum = 3000000;
 /// others must not run a thousand times a second meanwhile.
 constexpr std::chrono::milliseconds kRetryPause{20};
 
-/// Near and far plane are left out: OSG works them out anew in every frame from what is in view, passes do
-/// not use them, and a cell that is merged must not cause the next pass.
-bool showsTheSame(const osg::Matrixd& a, const osg::Matrixd& b)
-{
-    for (int row = 0; row < 4; ++row)
-        for (int column = 0; column < 4; ++column)
-            if (!(column == 2 && row >= 2) && a(row, column) != b(row, column)) return false;
-    return true;
-}
-
 } // namespace
 
 PointLoadManager::PointLoadManager()
@@ -280,8 +270,8 @@ PointLoadManager::CameraState PointLoadManager::captureCamera()
 
 bool PointLoadManager::differs(const CameraState& camera) const
 {
-    return !showsTheSame(camera.projection, _frameStamp->projection) || camera.view != _frameStamp->view ||
-           camera.width != _frameStamp->width || camera.height != _frameStamp->height;
+    return !showTheSame(
+        camera, {_frameStamp->projection, _frameStamp->view, _frameStamp->width, _frameStamp->height});
 }
 
 /// Runs what is queued, in order; true when there was something.

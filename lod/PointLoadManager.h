@@ -5,6 +5,7 @@
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
+#include <VelOsgUtils/CameraState.h>
 #include <VelOsgUtils/DecrementalCompileOperation.h>
 #include <VelOsgUtils/ScreenCaptureTool.h>
 #include <VelOsgUtils/SpinLock.h>
@@ -70,13 +71,7 @@ protected:
     ~PointLoadManager() override;
 
 private:
-    struct CameraState
-    {
-        osg::Matrixd projection;
-        osg::Matrixd view;
-        int width = 0;
-        int height = 0;
-    };
+    using CameraState = VelOsgUtils::CameraState;
     /// An operation that the host may replace at any time.
     template <class Operation>
     class Slot

@@ -3,6 +3,7 @@
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgDBBrx/OpenGLCheck.h>
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
 #include <osg/Notify>
 
 using VelOsgDBBrx::GlobalObject;
@@ -66,7 +67,11 @@ ContextKeeper::Kept* ContextKeeper::keep(osgViewer::View& view)
     Kept& kept = _views[&view];
     kept.context = context;
     kept.ours = !GlobalObject::getPLM(context);
-    if (kept.ours) GlobalObject::registerGraphicsContext(context);
+    if (kept.ours) {
+        VelOsgDBBrx::IPointLoadManager* manager = GlobalObject::registerGraphicsContext(context);
+        // Nothing is known of the host's cameras.
+        manager->setLodOperation(new VelOsgDBBrx::PixelSpacingLod(*manager));
+    }
     context->add(new WarnOfOldOpenGL); // runs where the context is current
     view.addObserver(this);
     return &kept;

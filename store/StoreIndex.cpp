@@ -471,6 +471,11 @@ double resolutionLength(double spacing)
     return 0.5 * std::abs(std::tan(kFieldOfView / kPassDivisor)) / (2 * std::tan(kHalfAngle)) * spacing;
 }
 
+double pointSpacing(double resolutionLength)
+{
+    return resolutionLength / VelBrx::resolutionLength(1.0);
+}
+
 std::vector<CellWithSegment> deriveCells(const StoreIndex& index)
 {
     std::vector<CellWithSegment> cells;

@@ -4,7 +4,7 @@
 #include <osg/Matrixd>
 #include <osg/Vec3d>
 
-/// Vertical field of view of the viewer, degrees. The resolution lengths in stores are calibrated for it.
+/// Vertical field of view of the viewer, degrees.
 constexpr double kFieldOfView = 30.0;
 
 /// Where a camera stands and looks, world coordinates.

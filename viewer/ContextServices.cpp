@@ -1,6 +1,7 @@
 #include "viewer/ContextServices.h"
 
 #include <VelOsgDBBrx/IPointLoadManager.h>
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
 
 #include <thread>
 
@@ -10,6 +11,7 @@ ContextServices::ContextServices(osg::GraphicsContext* context, std::optional<ui
     : _context(context)
 {
     VelOsgDBBrx::IPointLoadManager* manager = GlobalObject::registerGraphicsContext(context);
+    manager->setLodOperation(new VelOsgDBBrx::PixelSpacingLod(*manager));
     if (budget) manager->setMaxNumOfPointCloud(*budget);
 }
 

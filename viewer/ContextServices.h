@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <optional>
 
-/// The library's services for one context: paging and compiling of cells. They end with this object, which
+/// The library's services for one context: paging, about a point a pixel, and compiling of cells. They end with this object, which
 /// must die before the viewer that owns the context.
 class ContextServices
 {

@@ -1,10 +1,8 @@
 #include "viewer/PictureView.h"
 
 #include "headless/PictureFile.h"
-#include "viewer/OrthographicLod.h"
 #include "viewer/Window.h"
 
-#include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 #include <osg/Geode>
 #include <osg/Geometry>
@@ -47,13 +45,6 @@ void compileWithoutPauses(osg::GraphicsContext* context)
     compile->setMinimumTimeAvailableForGLCompileAndDeletePerFrame(1.0);
 }
 
-void chooseCellsForAnyLens(osg::GraphicsContext* context)
-{
-    auto* manager = VelOsgDBBrx::GlobalObject::getPLM(context);
-    manager->setLodOperation(new OrthographicLod(manager->getIncrementalCompileOperation(),
-                                                 manager->getDecrementalCompileOperation()));
-}
-
 } // namespace
 
 Status checkPicturePath(const std::string& path, bool force)
@@ -86,7 +77,6 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
     _viewer.setSceneData(_scene.root());
     _services.emplace(_window, budget);
     compileWithoutPauses(_window);
-    chooseCellsForAnyLens(_window);
     _viewer.realize();
     return Status();
 }

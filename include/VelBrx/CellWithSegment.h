@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VelBrx/Export.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -39,6 +41,11 @@ struct CellWithSegment : CellBlock
     std::vector<Segment> segments;
     uint32_t pointCount; ///< sum over the segments
 };
+
+/// How far apart the points of a cell with this resolution length are, in file units: takes the calibration
+/// away that resolution lengths hold for the screen-size test of `DynPointCloudLod`. For a root cell it is
+/// the cell's edge, so that a store seen from afar stays while it is a pixel wide.
+VEL_BRX_EXPORT double pointSpacing(double resolutionLength);
 
 static_assert(sizeof(CellBlock) == 192 && offsetof(CellBlock, resolutionLength) == 37 &&
                   offsetof(CellBlock, childCodes) == 85 && offsetof(CellBlock, identifier) == 153,

@@ -44,8 +44,9 @@ public:
     virtual void start() = 0; ///< starts the thread
     virtual void stop() = 0;  ///< ends the thread and returns after it has ended; start may follow
 
-    /// Replaces the level-of-detail operation (`DynPointCloudLod`, `FixPointCloudLod` or the host's own) and
-    /// forces a pass.
+    /// Replaces the level-of-detail operation and forces a pass. At first it is a `DynPointCloudLod`, right
+    /// for perspective cameras of 30 degrees; `PixelSpacingLod` is right for every camera, `FixPointCloudLod`
+    /// needs none. It may be the host's own, too.
     virtual void setLodOperation(osg::Operation* operation) = 0;
     virtual osg::Operation* getLodOperation() = 0;
 

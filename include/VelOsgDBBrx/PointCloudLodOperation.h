@@ -16,6 +16,8 @@ class DecrementalCompileOperation;
 
 namespace VelOsgDBBrx {
 
+class IPointLoadManager;
+
 /// A level-of-detail pass: decides which cells of the octrees in a `FrameStamp` must be in memory, has the
 /// missing ones read and compiled, and the others taken out of the scene.
 ///
@@ -45,7 +47,10 @@ protected:
 /// fit still follow.
 ///
 /// The size test is scale = viewport height / |tan(fovy / 3.1415926) * depth| with the field of view in
-/// degrees, and drops a cell when 2 * scale * resolution length < 1.
+/// degrees, and drops a cell when 2 * scale * resolution length < 1. Stores are calibrated for 30 degrees. At
+/// other fields of view the formula is far off, 35 and 45 degrees above all, where nearly nothing is wanted;
+/// and orthographic cameras get points four pixels apart. It is what a context has at first; a host whose
+/// cameras are not all perspectives of 30 degrees wants `PixelSpacingLod`.
 class VEL_OSGDB_BRX_EXPORT DynPointCloudLod : public PointCloudLodOperation
 {
 public:
@@ -60,6 +65,38 @@ public:
 
 protected:
     ~DynPointCloudLod() override;
+};
+
+/// Camera-driven, for every projection: perspectives of any field of view, symmetric or not, and parallel
+/// ones. As `DynPointCloudLod`, but that a cell is wanted while its points lie `pixels` or more apart in the
+/// picture; so the finest points shown are one to two times that apart. What a length covers is worked out
+/// from the camera's matrices and the cloud's place at the depth of the cell, and the calibration of the
+/// store's resolution lengths is undone. At 30 degrees and one pixel it wants what `DynPointCloudLod` wants.
+///
+/// One line selects it for a context:
+///
+///     manager->setLodOperation(new PixelSpacingLod(*manager));
+class VEL_OSGDB_BRX_EXPORT PixelSpacingLod : public PointCloudLodOperation
+{
+public:
+    /// `pixels`: above 0; 0 and less ask for all that is in view.
+    PixelSpacingLod(osgUtil::IncrementalCompileOperation* incremental,
+                    VelOsgUtils::DecrementalCompileOperation* decremental, double pixels = 1.0);
+
+    /// On the compile operations of `manager`, for its `setLodOperation`.
+    explicit PixelSpacingLod(IPointLoadManager& manager, double pixels = 1.0);
+
+    PixelSpacingLod(const PixelSpacingLod&) = default;
+    PixelSpacingLod& operator=(const PixelSpacingLod&) = default;
+
+    /// One pass; anything but a `FrameStamp` is ignored.
+    void operator()(osg::Object* frameStamp) override;
+
+protected:
+    ~PixelSpacingLod() override;
+
+private:
+    double _pixels;
 };
 
 /// Camera-independent: the cells inside the filter-plane region are wanted, all of them, and no others.

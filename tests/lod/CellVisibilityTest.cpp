@@ -17,6 +17,11 @@ namespace {
 
 using VelOsgDBBrx::FrameStamp;
 
+VelOsgUtils::CameraState cameraOf(const FrameStamp& stamp)
+{
+    return {stamp.projection, stamp.view, stamp.width, stamp.height};
+}
+
 /// The cell tests as they are stated, one cell at a time and nothing worked out beforehand.
 class StatedTest
 {
@@ -160,7 +165,7 @@ TEST(CellVisibility, AgreesWithTheStatedTestsOnRandomCellsAndCameras)
         RandomScene scene(seed);
         (*pass)(scene.stamp);
         const StatedTest stated(*scene.stamp, *scene.octree);
-        const CameraVisibility camera(*scene.stamp, scene.octree->transform);
+        const CameraVisibility camera(cameraOf(*scene.stamp), *scene.stamp, scene.octree->transform);
         const RegionVisibility region(*scene.stamp, scene.octree->transform);
         const osg::ref_ptr<CellTable> table = new CellTable(*scene.octree);
         for (const CellTable::Cell& cell : table->cells) {
@@ -188,15 +193,15 @@ TEST(CellVisibility, AgreesWithTheStatedTestsOnRandomCellsAndCameras)
 TEST(CellVisibility, ABoxThatOnlyTouchesAPlaneFromOutsideIsOutside)
 {
     const osg::ref_ptr<FrameStamp> stamp = new FrameStamp;
-    stamp->orthoHeight = 64; // one pixel is one unit
-    stamp->height = 64;
+    stamp->height = 64; // one pixel is one unit
     stamp->view.makeLookAt(osg::Vec3d(0, 0, 50), osg::Vec3d(), osg::Vec3d(0, 1, 0));
     stamp->projection.makeOrtho(-32, 32, -32, 32, 1, 100);
     const auto answer = [&](double x, double y) { // for a box of 8 units
         std::vector<VelBrx::CellWithSegment> records = fullTree(1, osg::Vec3d(x, y, 0), 8);
         records[0].resolutionLength = 1;
         const osg::ref_ptr<CellTable> table = new CellTable(*handOctree(records));
-        return CameraVisibility(*stamp, osg::Matrixd()).checkCellIsVisiable(table->cells[0]);
+        return CameraVisibility(cameraOf(*stamp), *stamp, osg::Matrixd())
+            .checkCellIsVisiable(table->cells[0]);
     };
     for (const auto& [x, y] : {std::pair(1, 0), std::pair(-1, 0), std::pair(0, 1), std::pair(0, -1)}) {
         EXPECT_EQ(answer(36 * x, 36 * y), 0) << x << ", " << y;
