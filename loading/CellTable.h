@@ -28,6 +28,11 @@ public:
         uint32_t subtreeSize; ///< cells from here to the end of the subtree, this one included
         uint8_t level;
         bool loaded; ///< `data->node` is set
+        /// \name Of a pass with several views, zero outside it
+        /// @{
+        uint8_t views; ///< that want the cell
+        bool admitted;
+        /// @}
     };
 
     explicit CellTable(const OctreeInfo& octree);

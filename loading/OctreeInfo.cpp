@@ -1,6 +1,7 @@
 #include "loading/CellData.h"
 #include "loading/CellTable.h"
+#include "loading/OctreeViews.h"
 
-OctreeInfo::OctreeInfo() = default;
+OctreeInfo::OctreeInfo() : views(new OctreeViews) {}
 
 OctreeInfo::~OctreeInfo() = default;

@@ -1,15 +1,21 @@
 #include "lod/CullOperator.h"
 
+#include "loading/OctreeViews.h"
 #include "lod/PointCloudLOD.h"
 
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/IPointCategoryManager.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
+#include <VelOsgUtils/ScreenCaptureTool.h>
 
 #include <OpenThreads/ScopedLock>
 #include <osgUtil/CullVisitor>
+#include <osgViewer/View>
 
 using VelOsgDBBrx::GlobalObject;
+using VelOsgDBBrx::IPointLoadManager;
+using VelOsgUtils::CameraState;
+using VelOsgUtils::FrameClock;
 
 namespace {
 
@@ -19,12 +25,46 @@ void storeTransform(OctreeInfo& octree, const osg::Matrixd& model)
     if (octree.transform != model) octree.transform = model;
 }
 
-/// The context that a cull visitor draws for. A nested camera has none of its own.
-osg::GraphicsContext* findContext(osgUtil::CullVisitor& visitor)
+/// The camera that the whole traversal is for; a nested one draws on its behalf.
+osg::Camera& topCamera(osgUtil::CullVisitor& visitor)
 {
-    osg::GraphicsContext* context = visitor.getCurrentCamera()->getGraphicsContext();
+    osg::Camera* camera = visitor.getRenderStage() ? visitor.getRenderStage()->getCamera() : nullptr;
+    return camera ? *camera : *visitor.getCurrentCamera();
+}
+
+osg::GraphicsContext* findContext(osgUtil::CullVisitor& visitor, osg::Camera& camera)
+{
+    osg::GraphicsContext* context = camera.getGraphicsContext();
     if (!context && visitor.getState()) context = visitor.getState()->getGraphicsContext();
     return context;
+}
+
+CameraState stateOf(const osg::Camera& camera, osgUtil::CullVisitor& visitor)
+{
+    CameraState state{camera.getProjectionMatrix(), camera.getViewMatrix(), 0, 0};
+    const osg::Viewport* viewport = camera.getViewport() ? camera.getViewport() : visitor.getViewport();
+    if (viewport) {
+        state.width = static_cast<int>(viewport->width());
+        state.height = static_cast<int>(viewport->height());
+    }
+    return state;
+}
+
+FrameClock* clockOf(IPointLoadManager* manager)
+{
+    VelOsgUtils::ScreenCaptureTool* capture = manager ? manager->getScreenCaptureTool() : nullptr;
+    return capture ? capture->getFrameClock() : nullptr;
+}
+
+/// The clock of the frames that the camera is drawn in; null where its views do not count. Another window of
+/// the viewer that the octree is paged for counts though its context has no services.
+osg::ref_ptr<FrameClock> findClock(osg::Camera& camera, IPointLoadManager* manager, IPointLoadManager* owner)
+{
+    auto* view = dynamic_cast<osgViewer::View*>(camera.getView());
+    if (!view) return nullptr; // a head-up display, or a slave that was removed
+    if (FrameClock* clock = clockOf(manager)) return clock;
+    FrameClock* clock = clockOf(owner);
+    return clock && clock->isOf(view->getViewerBase()) ? clock : nullptr;
 }
 
 } // namespace
@@ -43,29 +83,17 @@ void CullOperator::update(PointCloudLOD& node, osgUtil::CullVisitor& visitor)
     const osg::Matrixd model = *visitor.getModelViewMatrix() * osg::Matrixd::inverse(view);
     storeTransform(*node.getOctree(), model);
 
-    if (node.getOctree()->registered) {
-        followModel(node, model, view);
-        return;
-    }
-    {
-        std::lock_guard<std::mutex> lock(_mutex);
-        _lastModel = model;
-        _lastView = view;
-    }
-    osg::GraphicsContext* context = findContext(visitor);
-    const osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> loadManager = GlobalObject::acquirePLM(context);
-    if (loadManager) node.registerOctree(loadManager, GlobalObject::acquirePCM(context));
-}
+    osg::Camera& camera = topCamera(visitor);
+    osg::GraphicsContext* context = findContext(visitor, camera);
+    const osg::ref_ptr<IPointLoadManager> manager = GlobalObject::acquirePLM(context);
+    const osg::ref_ptr<IPointLoadManager> owner = node.loadManager();
+    const osg::ref_ptr<FrameClock> clock = findClock(camera, manager, owner);
+    const bool moved =
+        clock && node.getOctree()->views->note(camera, stateOf(camera, visitor), model, *clock);
 
-/// A moved camera causes a pass by itself; only a node moved under a still camera needs one asked for.
-void CullOperator::followModel(PointCloudLOD& node, const osg::Matrixd& model, const osg::Matrixd& view)
-{
-    bool moved = false;
-    {
-        std::lock_guard<std::mutex> lock(_mutex);
-        moved = model != _lastModel && view == _lastView;
-        if (moved) _lastModel = model;
-        _lastView = view;
+    if (!node.getOctree()->registered) {
+        if (manager) node.registerOctree(manager, GlobalObject::acquirePCM(context));
+    } else if (moved) {
+        node.flush(); // a moved camera causes a pass by itself
     }
-    if (moved) node.flush();
 }

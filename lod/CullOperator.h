@@ -1,9 +1,6 @@
 #pragma once
 
-#include <osg/Matrixd>
 #include <osg/NodeCallback>
-
-#include <mutex>
 
 class OctreeInfo;
 class PointCloudLOD;
@@ -12,9 +9,9 @@ namespace osgUtil {
 class CullVisitor;
 }
 
-/// The cull callback of every `PointCloudLOD`: keeps the octree's transform, registers the octree with the
-/// first context that culls it, and asks for a pass when the node was moved under a still camera. Several
-/// cull threads may run it at once.
+/// The cull callback of every `PointCloudLOD`: keeps the octree's transform, notes the camera that draws it,
+/// registers the octree with the first context that culls it, and asks for a pass when the node was moved
+/// under a still camera. Several cull threads may run it at once.
 class CullOperator : public osg::NodeCallback
 {
 public:
@@ -25,9 +22,4 @@ protected:
 
 private:
     void update(PointCloudLOD& node, osgUtil::CullVisitor& visitor);
-    void followModel(PointCloudLOD& node, const osg::Matrixd& model, const osg::Matrixd& view);
-
-    std::mutex _mutex;       ///< guards the members below
-    osg::Matrixd _lastModel; ///< the last one acted on
-    osg::Matrixd _lastView;  ///< of the previous cull
 };

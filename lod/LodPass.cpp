@@ -10,6 +10,7 @@
 #include <OpenThreads/ScopedLock>
 
 #include <algorithm>
+#include <limits>
 #include <mutex>
 #include <new>
 
@@ -41,7 +42,15 @@ void LodPass::clear()
         _levels[i].missing.clear();
         _levels[i].points = 0;
     }
+    for (size_t i = 0; i < _viewCount; ++i) {
+        for (size_t level = 0; level < _levelCount; ++level) {
+            _views[i].levels[level].cells.clear();
+            _views[i].levels[level].points = 0;
+        }
+        _views[i].points = _views[i].spent = 0;
+    }
     _levelCount = 0;
+    _viewCount = 0;
     _removals.clear();
     _loads.clear();
 }
@@ -102,6 +111,71 @@ void LodPass::admitAllLevels()
 void LodPass::admit(Level& level)
 {
     _loads.insert(_loads.end(), level.missing.begin(), level.missing.end());
+}
+
+void LodPass::beginView()
+{
+    if (_viewCount == _views.size()) _views.emplace_back();
+    ++_viewCount;
+}
+
+void LodPass::admitViews(uint64_t maximumPoints)
+{
+    for (size_t i = 0; i < _viewCount; ++i)
+        countPoints(_views[i]);
+    std::sort(_views.begin(), _views.begin() + static_cast<std::ptrdiff_t>(_viewCount),
+              [](const View& a, const View& b) { return a.points < b.points; });
+    divide(maximumPoints);
+    uint64_t accumulated = 0;
+    for (size_t level = 0; level < _levelCount; ++level)
+        for (size_t i = 0; i < _viewCount; ++i)
+            admit(_views[i], level, maximumPoints, accumulated);
+}
+
+void LodPass::countPoints(View& view) const
+{
+    for (size_t level = 0; level < _levelCount; ++level) {
+        for (const CellTable::Cell* cell : view.levels[level].cells)
+            view.levels[level].points += static_cast<double>(cell->points) / cell->views;
+        view.points += view.levels[level].points;
+    }
+}
+
+/// The views stand in the order of what they want, the most modest first.
+void LodPass::divide(uint64_t maximumPoints)
+{
+    auto left = static_cast<double>(maximumPoints);
+    for (size_t i = 0; i < _viewCount; ++i) {
+        const double equal = left / static_cast<double>(_viewCount - i);
+        const bool modest = _views[i].points <= equal;
+        _views[i].share = modest ? std::numeric_limits<double>::infinity() : equal;
+        left -= modest ? _views[i].points : equal;
+    }
+}
+
+void LodPass::admit(View& view, size_t level, uint64_t maximumPoints, uint64_t& accumulated)
+{
+    const ViewLevel& wanted = view.levels[level];
+    uint64_t points = 0; // that no other view has brought in
+    for (const CellTable::Cell* cell : wanted.cells)
+        if (!cell->admitted) points += static_cast<uint64_t>(cell->points);
+    if (level > 0 && (view.spent + wanted.points >= view.share || accumulated + points >= maximumPoints))
+        return;
+    view.spent += wanted.points;
+    accumulated += points;
+    for (CellTable::Cell* cell : wanted.cells) {
+        if (!cell->admitted && !cell->loaded) _loads.push_back(cell);
+        cell->admitted = true;
+    }
+}
+
+void LodPass::removeOthers(OctreeInfo& octree)
+{
+    for (CellTable::Cell& cell : cellTable(octree).cells) {
+        if (cell.loaded && !cell.admitted) _removals.push_back(&cell);
+        cell.views = 0;
+        cell.admitted = false;
+    }
 }
 
 void LodPass::unload()

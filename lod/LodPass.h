@@ -48,6 +48,24 @@ public:
     void admitLevels(uint64_t maximumPoints);
     void admitAllLevels();
 
+    /// \name A pass with several views, in place of `traver` and `admitLevels`
+    /// @{
+    /// What follows is wanted by a further view.
+    void beginView();
+
+    /// Notes the cells of an octree that the view wants.
+    template <class Visibility>
+    void want(OctreeInfo& octree, const Visibility& visibility);
+
+    /// Divides the maximum among the views and admits levels to each as `admitLevels` does, within its share.
+    /// Points that several views want are paid by all of these in equal parts. A view that wants less than an
+    /// equal share leaves the rest to the others. The sum stays strictly below the maximum, level 0 apart.
+    void admitViews(uint64_t maximumPoints);
+
+    /// Marks every loaded cell that was not admitted to a view for removal.
+    void removeOthers(OctreeInfo& octree);
+    /// @}
+
     /// Takes the marked cells out.
     void unload();
 
@@ -63,7 +81,27 @@ private:
         uint64_t points = 0;
     };
 
+    /// What one view wants of a level.
+    struct ViewLevel
+    {
+        std::vector<CellTable::Cell*> cells;
+        double points = 0; ///< the view's part of them
+    };
+    struct View
+    {
+        std::array<ViewLevel, 256> levels;
+        double points = 0; ///< of all levels
+        double share = 0;  ///< of the maximum
+        double spent = 0;
+    };
+
+    template <class Visibility, class Want, class Refuse>
+    static void walk(std::vector<CellTable::Cell>& cells, const Visibility& visibility, const Want& want,
+                     const Refuse& refuse);
     static CellTable& cellTable(OctreeInfo& octree);
+    void countPoints(View& view) const;
+    void divide(uint64_t maximumPoints);
+    void admit(View& view, size_t level, uint64_t maximumPoints, uint64_t& accumulated);
     void remove(CellTable::Cell& cell);
     void admit(Level& level);
     static void withdrawCompileSet(CellData& data, osgUtil::IncrementalCompileOperation* incremental);
@@ -77,27 +115,51 @@ private:
 
     std::array<Level, 256> _levels;
     size_t _levelCount = 0; ///< levels in use are below this
+    std::vector<View> _views;
+    size_t _viewCount = 0; ///< views in use
     std::vector<CellTable::Cell*> _removals;
     std::vector<CellTable::Cell*> _loads;
 };
 
-template <class Visibility>
-void LodPass::traver(OctreeInfo& octree, const Visibility& visibility)
+/// Calls `want` for every cell that passes the test and whose parents all do, `refuse` for the first on each
+/// way down that does not. In depth-first order the cells of one level come in the same order whether parents
+/// stand before or after their children.
+template <class Visibility, class Want, class Refuse>
+void LodPass::walk(std::vector<CellTable::Cell>& cells, const Visibility& visibility, const Want& want,
+                   const Refuse& refuse)
 {
-    // In depth-first order the cells of one level come in the same order whether parents stand before or
-    // after their children.
-    std::vector<CellTable::Cell>& cells = cellTable(octree).cells;
     for (size_t i = 0; i < cells.size();) {
         CellTable::Cell& cell = cells[i];
         if (visibility.checkCellIsVisiable(cell) != 2) {
-            remove(cell);
+            refuse(cell);
             i += cell.subtreeSize;
             continue;
         }
+        want(cell);
+        ++i;
+    }
+}
+
+template <class Visibility>
+void LodPass::traver(OctreeInfo& octree, const Visibility& visibility)
+{
+    const auto want = [this](CellTable::Cell& cell) {
         Level& level = _levels[cell.level];
         (cell.loaded ? level.loaded : level.missing).push_back(&cell);
         level.points += static_cast<uint64_t>(cell.points);
         if (cell.level >= _levelCount) _levelCount = cell.level + size_t{1};
-        ++i;
-    }
+    };
+    walk(cellTable(octree).cells, visibility, want, [this](CellTable::Cell& cell) { remove(cell); });
+}
+
+template <class Visibility>
+void LodPass::want(OctreeInfo& octree, const Visibility& visibility)
+{
+    View& view = _views[_viewCount - 1];
+    const auto want = [&](CellTable::Cell& cell) {
+        view.levels[cell.level].cells.push_back(&cell);
+        if (cell.views < 255) ++cell.views;
+        if (cell.level >= _levelCount) _levelCount = cell.level + size_t{1};
+    };
+    walk(cellTable(octree).cells, visibility, want, [](CellTable::Cell&) {});
 }

@@ -138,14 +138,17 @@ void PointCloudLOD::registerOctree(VelOsgDBBrx::IPointLoadManager* loadManager,
     categoryManager->addMember(_octree);
 }
 
+osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> PointCloudLOD::loadManager()
+{
+    osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> manager;
+    std::lock_guard<std::mutex> lock(_managerMutex);
+    _loadManager.lock(manager);
+    return manager;
+}
+
 void PointCloudLOD::flush()
 {
-    osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> loadManager;
-    {
-        std::lock_guard<std::mutex> lock(_managerMutex);
-        _loadManager.lock(loadManager);
-    }
-    if (loadManager) loadManager->flush();
+    if (const auto manager = loadManager()) manager->flush();
 }
 
 void PointCloudLOD::addOrphan(osg::Node* leaf)

@@ -79,6 +79,9 @@ public:
     void registerOctree(VelOsgDBBrx::IPointLoadManager* loadManager,
                         VelOsgDBBrx::IPointCategoryManager* categoryManager);
 
+    /// The load manager that has the octree; null where none has. Any thread.
+    osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> loadManager();
+
     /// Asks the load manager that has the octree for a pass. Any thread.
     void flush();
 

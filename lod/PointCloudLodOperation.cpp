@@ -22,14 +22,9 @@ osg::Matrixd localToWorld(OctreeInfo& octree)
     return octree.transform;
 }
 
-VelOsgUtils::CameraState mainCamera(const FrameStamp& frameStamp)
-{
-    return {frameStamp.projection, frameStamp.view, frameStamp.width, frameStamp.height};
-}
-
 void fillCamera(FrameStamp& frameStamp)
 {
-    const CameraGeometry camera(mainCamera(frameStamp));
+    const CameraGeometry camera(frameStamp.mainCamera());
     frameStamp.perspective = camera.perspective;
     if (camera.perspective) {
         frameStamp.fieldOfViewY = camera.fieldOfViewY;
@@ -42,21 +37,64 @@ void fillCamera(FrameStamp& frameStamp)
     frameStamp.up = camera.up;
 }
 
-/// `traver` is called for an octree on show.
-template <class Traver>
-void walk(OctreeInfo& octree, LodPass& pass, const Traver& traver)
+/// Whether the octree is on show; takes the cells of one that was hidden just now out.
+bool isShown(OctreeInfo& octree, LodPass& pass)
 {
-    switch (octree.visibility.load()) {
-    case OctreeInfo::VISIBLE:
-        traver();
-        break;
-    case OctreeInfo::HIDDEN_NOT_CLEARED:
+    if (octree.visibility == OctreeInfo::HIDDEN_NOT_CLEARED) {
         pass.removeAll(octree);
         octree.visibility = OctreeInfo::HIDDEN_CLEARED;
-        break;
-    default:
-        break;
     }
+    return octree.visibility == OctreeInfo::VISIBLE;
+}
+
+/// The octrees of a pass in their places, null where one is not on show or not to be had.
+using Octrees = std::vector<OctreeInfo*>;
+
+/// Calls `visit` for every octree that the view draws.
+template <class Visit>
+void forEachDrawn(const FrameStamp::View& view, const Octrees& octrees, const Visit& visit)
+{
+    for (const size_t place : view.octrees)
+        if (place < octrees.size() && octrees[place]) visit(place);
+}
+
+template <class MakeVisibility>
+void chooseForView(const FrameStamp::View& view, Octrees octrees, uint64_t maximumPoints, LodPass& pass,
+                   const MakeVisibility& makeVisibility)
+{
+    forEachDrawn(view, octrees, [&](size_t place) {
+        OctreeInfo& octree = *octrees[place];
+        pass.traver(octree, makeVisibility(view.camera, localToWorld(octree)));
+        octrees[place] = nullptr;
+    });
+    for (OctreeInfo* unseen : octrees)
+        if (unseen) pass.removeAll(*unseen);
+    pass.admitLevels(maximumPoints);
+}
+
+template <class MakeVisibility>
+void chooseForViews(const std::vector<FrameStamp::View>& views, const Octrees& octrees,
+                    uint64_t maximumPoints, LodPass& pass, const MakeVisibility& makeVisibility)
+{
+    for (const FrameStamp::View& view : views) {
+        pass.beginView();
+        forEachDrawn(view, octrees, [&](size_t place) {
+            OctreeInfo& octree = *octrees[place];
+            pass.want(octree, makeVisibility(view.camera, localToWorld(octree)));
+        });
+    }
+    pass.admitViews(maximumPoints);
+    for (OctreeInfo* octree : octrees)
+        if (octree) pass.removeOthers(*octree);
+}
+
+/// The main camera, on all octrees.
+FrameStamp::View mainView(const FrameStamp& frameStamp)
+{
+    FrameStamp::View view{frameStamp.mainCamera(), {}};
+    for (size_t place = 0; place < frameStamp.octrees.size(); ++place)
+        view.octrees.push_back(place);
+    return view;
 }
 
 /// A camera-driven pass. `makeVisibility(camera, localToWorld)` gives the test of a cell.
@@ -68,21 +106,25 @@ void runCameraPass(FrameStamp& frameStamp, LodPass& pass, const std::atomic<bool
     frameStamp.incomplete = false;
     fillCamera(frameStamp);
 
+    Octrees octrees(frameStamp.octrees.size(), nullptr);
     std::vector<std::unique_lock<std::mutex>> locks; // held to the end of the pass
-    for (const osg::ref_ptr<OctreeInfo>& octree : frameStamp.octrees) {
+    for (size_t place = 0; place < octrees.size(); ++place) {
+        OctreeInfo* octree = frameStamp.octrees[place];
         if (!octree->pointFile) continue;
         std::unique_lock<std::mutex> lock(octree->pointFile->mutex, std::try_to_lock);
         if (!lock.owns_lock()) {
             frameStamp.incomplete = true;
             continue;
         }
-        if (octree->pointFile->isOpen())
-            walk(*octree, pass, [&] {
-                pass.traver(*octree, makeVisibility(mainCamera(frameStamp), localToWorld(*octree)));
-            });
+        if (octree->pointFile->isOpen() && isShown(*octree, pass)) octrees[place] = octree;
         locks.push_back(std::move(lock));
     }
-    pass.admitLevels(frameStamp.maxNumOfPointCloud);
+    const std::vector<FrameStamp::View>& views = frameStamp.views;
+    if (views.size() > 1)
+        chooseForViews(views, octrees, frameStamp.maxNumOfPointCloud, pass, makeVisibility);
+    else
+        chooseForView(views.empty() ? mainView(frameStamp) : views.front(), octrees,
+                      frameStamp.maxNumOfPointCloud, pass, makeVisibility);
     pass.unload();
     if (!pass.load(abort)) frameStamp.incomplete = true;
     locks.clear();
@@ -176,8 +218,8 @@ void FixPointCloudLod::operator()(osg::Object* object)
             continue;
         }
         taken.push_back(octree);
-        walk(*octree, *_pass,
-             [&] { _pass->traver(*octree, RegionVisibility(*frameStamp, localToWorld(*octree))); });
+        if (isShown(*octree, *_pass))
+            _pass->traver(*octree, RegionVisibility(*frameStamp, localToWorld(*octree)));
     }
     _pass->admitAllLevels();
     _pass->unload();

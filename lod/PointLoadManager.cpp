@@ -1,6 +1,7 @@
 #include "lod/PointLoadManager.h"
 
 #include "loading/CellData.h"
+#include "loading/OctreeViews.h"
 #include "lod/LodPass.h"
 #include "lod/PointCloudLOD.h"
 
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 
+using VelOsgDBBrx::FrameStamp;
 using VelOsgDBBrx::PointCloudLodOperation;
 using VelOsgDBBrx::VelIncrementalCompileOperation;
 using VelOsgUtils::DecrementalCompileOperation;
@@ -23,6 +25,17 @@ constexpr uint64_t kDefaultMouseDiluteNum = 3000000;
 /// Pause before an incomplete pass is repeated: an edit may hold an octree for seconds, and a pass over the
 /// others must not run a thousand times a second meanwhile.
 constexpr std::chrono::milliseconds kRetryPause{20};
+
+/// Pause before the views are looked through for some that have gone: nobody reports that.
+constexpr std::chrono::milliseconds kLookPause{20};
+
+bool sameViews(const std::vector<FrameStamp::View>& a, const std::vector<FrameStamp::View>& b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const FrameStamp::View& x, const FrameStamp::View& y) {
+                          return showTheSame(x.camera, y.camera) && x.octrees == y.octrees;
+                      });
+}
 
 } // namespace
 
@@ -238,19 +251,62 @@ void PointLoadManager::runOnce()
     // A stop or a pause raised the flag just cleared: it set one of these first.
     if (_done || _state == PAUSED) return;
 
+    Views views;
     std::vector<osg::ref_ptr<OctreeInfo>> octrees;
     std::vector<osg::ref_ptr<OctreeInfo>> erased; // may be the last references, and their octrees are large
     {
         std::lock_guard<std::mutex> lock(_restMutex);
-        const bool moved = differs(camera);
         const bool requested = applyRequests();
         const bool dirty = clearDirtyFlags();
         erased.swap(_erased);
-        if (_octrees.empty() || !operation || !(moved || requested || dirty || isRetryDue())) return;
+        if (_octrees.empty() || !operation) return;
+        if (!isPassDue(requested || dirty || isRetryDue(), camera, views)) return;
         octrees = _octrees;
         _rest = Rest::NOT_YET;
     }
-    runPass(*operation, camera, octrees);
+    runPass(*operation, camera, views, octrees);
+}
+
+/// `views`: those of the pass, when it is due.
+bool PointLoadManager::isPassDue(bool asked, const CameraState& camera, Views& views)
+{
+    if (!asked && !differs(camera) && !isLookDue()) return false;
+    _viewsRevision = OctreeViews::revision();
+    _lookTime = std::chrono::steady_clock::now() + kLookPause;
+    views = collectViews(camera);
+    return asked || !sameViews(views, _frameStamp->views);
+}
+
+bool PointLoadManager::isLookDue() const
+{
+    return _viewsRevision != OctreeViews::revision() || std::chrono::steady_clock::now() >= _lookTime;
+}
+
+/// Every camera that draws octrees of this manager, once. Never empty.
+PointLoadManager::Views PointLoadManager::collectViews(const CameraState& mainCamera) const
+{
+    Views views;
+    std::vector<const osg::Camera*> cameras; // of `views`; null for the main camera
+    std::vector<OctreeViews::View> drawing;
+    for (size_t place = 0; place < _octrees.size(); ++place) {
+        OctreeViews& octreeViews = *_octrees[place]->views;
+        drawing.clear();
+        if (octreeViews.isUnknown())
+            drawing.push_back({nullptr, mainCamera});
+        else
+            octreeViews.collect(drawing);
+        for (const OctreeViews::View& view : drawing) {
+            const auto known = std::find(cameras.begin(), cameras.end(), view.camera);
+            const auto index = static_cast<size_t>(known - cameras.begin());
+            if (known == cameras.end()) {
+                cameras.push_back(view.camera);
+                views.push_back({view.state, {}});
+            }
+            views[index].octrees.push_back(place);
+        }
+    }
+    if (views.empty()) views.push_back({mainCamera, {}});
+    return views;
 }
 
 PointLoadManager::CameraState PointLoadManager::captureCamera()
@@ -270,8 +326,7 @@ PointLoadManager::CameraState PointLoadManager::captureCamera()
 
 bool PointLoadManager::differs(const CameraState& camera) const
 {
-    return !showTheSame(
-        camera, {_frameStamp->projection, _frameStamp->view, _frameStamp->width, _frameStamp->height});
+    return !showTheSame(camera, _frameStamp->mainCamera());
 }
 
 /// Runs what is queued, in order; true when there was something.
@@ -301,7 +356,7 @@ bool PointLoadManager::isRetryDue() const
     return _rest == Rest::INCOMPLETE && std::chrono::steady_clock::now() >= _retryTime;
 }
 
-void PointLoadManager::runPass(osg::Operation& operation, const CameraState& camera,
+void PointLoadManager::runPass(osg::Operation& operation, const CameraState& camera, Views& views,
                                std::vector<osg::ref_ptr<OctreeInfo>>& octrees)
 {
     {
@@ -312,6 +367,7 @@ void PointLoadManager::runPass(osg::Operation& operation, const CameraState& cam
         _frameStamp->view = camera.view;
         _frameStamp->width = camera.width;
         _frameStamp->height = camera.height;
+        _frameStamp->views.swap(views);
         _frameStamp->octrees.swap(octrees);
         _frameStamp->maxNumOfPointCloud = __atomic_load_n(&_maxNumOfPointCloud, __ATOMIC_RELAXED);
         _frameStamp->mouseDiluteNum = _mouseDiluteNum;
@@ -331,7 +387,9 @@ bool PointLoadManager::isSettled()
     {
         std::lock_guard<std::mutex> lock(_restMutex);
         if (anythingWaits()) return false;
-        if (!_octrees.empty() && (_rest != Rest::COMPLETE || differs(camera))) return false;
+        if (!_octrees.empty() &&
+            (_rest != Rest::COMPLETE || !sameViews(collectViews(camera), _frameStamp->views)))
+            return false;
     }
     return sceneIsAtRest();
 }

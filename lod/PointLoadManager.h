@@ -19,9 +19,9 @@
 #include <mutex>
 #include <vector>
 
-/// The load manager of a context: its thread runs a level-of-detail pass whenever the camera moved, the
-/// viewport was resized, a request was applied, an octree reported itself dirty, or the last pass left work
-/// behind. A still camera costs a comparison a millisecond.
+/// The load manager of a context: its thread runs a level-of-detail pass whenever a camera that draws one of
+/// its octrees came, went or moved, a viewport was resized, a request was applied, an octree reported itself
+/// dirty, or the last pass left work behind. Still cameras cost a comparison a millisecond.
 class PointLoadManager : public VelOsgDBBrx::IPointLoadManager, private OpenThreads::Thread
 {
 public:
@@ -72,6 +72,7 @@ protected:
 
 private:
     using CameraState = VelOsgUtils::CameraState;
+    using Views = std::vector<VelOsgDBBrx::FrameStamp::View>;
     /// An operation that the host may replace at any time.
     template <class Operation>
     class Slot
@@ -106,10 +107,13 @@ private:
     bool applyRequests();
     bool clearDirtyFlags();
     bool isRetryDue() const;
-    void runPass(osg::Operation& operation, const CameraState& camera,
+    void runPass(osg::Operation& operation, const CameraState& camera, Views& views,
                  std::vector<osg::ref_ptr<OctreeInfo>>& octrees);
     CameraState captureCamera();
     bool differs(const CameraState& camera) const;
+    Views collectViews(const CameraState& mainCamera) const;
+    bool isLookDue() const;
+    bool isPassDue(bool asked, const CameraState& camera, Views& views);
     bool anythingWaits();
     bool sceneIsAtRest();
     void askForFrame();
@@ -142,6 +146,8 @@ private:
     osg::ref_ptr<VelOsgDBBrx::FrameStamp> _frameStamp = new VelOsgDBBrx::FrameStamp;
     Rest _rest = Rest::NOT_YET;
     std::chrono::steady_clock::time_point _retryTime; ///< of an incomplete pass
+    uint64_t _viewsRevision = 0;                      ///< when the views were last looked through
+    std::chrono::steady_clock::time_point _lookTime;  ///< when they are looked through again
     uint64_t _maxNumOfPointCloud; ///< handed out by reference: read and written with atomic built-ins
     std::vector<osg::Vec4d> _planes;
     int _planesPerGroup = 0;

@@ -2,6 +2,7 @@
 
 #include <osg/View>
 #include <osgUtil/CullVisitor>
+#include <osgViewer/ViewerBase>
 
 #include <tuple>
 
@@ -100,7 +101,7 @@ void FrameBuffer::store(const osg::Matrixd& view, const osg::Matrixd& projection
 
 ScreenCaptureTool::ScreenCaptureTool(osg::GraphicsContext* context)
     : osg::Operation("ScreenCaptureTool", true), _context(context), _frameBuffer(new FrameBuffer),
-      _callback(new CaptureCallback(_frameBuffer))
+      _callback(new CaptureCallback(_frameBuffer)), _clock(new FrameClock)
 {
 }
 
@@ -111,14 +112,22 @@ FrameBuffer* ScreenCaptureTool::getFrameBuffer()
     return _frameBuffer;
 }
 
-void ScreenCaptureTool::operator()(osg::Object*)
+FrameClock* ScreenCaptureTool::getFrameClock()
 {
+    return _clock;
+}
+
+void ScreenCaptureTool::operator()(osg::Object* object)
+{
+    auto* viewer = dynamic_cast<osgViewer::ViewerBase*>(object);
+    if (viewer && viewer->getViewerFrameStamp())
+        _clock->tick(*viewer, viewer->getViewerFrameStamp()->getFrameNumber());
     osg::ref_ptr<osg::GraphicsContext> context;
     if (!_context.lock(context)) return;
     osg::Camera* camera = findMainCamera(*context);
     if (_camera.get() == camera && (!camera || carries(*camera, _callback))) return;
 
-    detach();
+    leaveCamera();
     if (!camera) return;
     // In front of the host's callbacks: one that does not traverse on must not hide the camera.
     _callback->setNestedCallback(camera->getCullCallback());
@@ -127,6 +136,12 @@ void ScreenCaptureTool::operator()(osg::Object*)
 }
 
 void ScreenCaptureTool::detach()
+{
+    _clock->stop();
+    leaveCamera();
+}
+
+void ScreenCaptureTool::leaveCamera()
 {
     if (osg::Camera* camera = _camera.get()) camera->removeCullCallback(_callback);
     _callback->setNestedCallback(nullptr);

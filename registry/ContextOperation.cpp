@@ -68,6 +68,12 @@ void ContextOperation::giveUpRemovals()
     PointCloudLOD::leaveRemovals(*_decremental);
 }
 
+void ContextOperation::retire()
+{
+    _retired = true;
+    _capture->getFrameClock()->stop();
+}
+
 void ContextOperation::operator()(osg::Object* object)
 {
     auto* viewer = dynamic_cast<osgViewer::ViewerBase*>(object);

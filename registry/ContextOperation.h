@@ -38,8 +38,8 @@ public:
     /// Leaves the pending removals from point clouds to whoever takes the clouds over.
     void giveUpRemovals();
 
-    /// The next update traversal is the last one.
-    void retire() { _retired = true; }
+    /// The next update traversal is the last one. What the context draws does not count from now on.
+    void retire();
 
 protected:
     ~ContextOperation() override = default;

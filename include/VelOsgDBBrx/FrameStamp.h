@@ -2,6 +2,7 @@
 
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelOsgUtils/CameraState.h>
 
 #include <osg/Matrixd>
 #include <osg/Object>
@@ -14,7 +15,7 @@
 
 namespace VelOsgDBBrx {
 
-/// What one level-of-detail pass works on: a snapshot of the camera, the requests and the octrees of a
+/// What one level-of-detail pass works on: a snapshot of the cameras, the requests and the octrees of a
 /// context. Only the load manager's thread touches it, and the pass that it hands it to.
 class VEL_OSGDB_BRX_EXPORT FrameStamp : public osg::Object
 {
@@ -28,20 +29,33 @@ public:
     const char* libraryName() const override { return "VelOsgDBBrx"; }
     const char* className() const override { return "FrameStampInner"; }
 
-    /// \name Set by the load manager; the camera and viewport stay those of the last pass
+    /// A camera that draws octrees of the pass.
+    struct View
+    {
+        VelOsgUtils::CameraState camera;
+        std::vector<size_t> octrees; ///< places in `FrameStamp::octrees`
+    };
+
+    /// The context's main camera.
+    VelOsgUtils::CameraState mainCamera() const { return {projection, view, width, height}; }
+
+    /// \name Set by the load manager; the cameras and viewports stay those of the last pass
     /// @{
     osg::Matrixd projection;
     osg::Matrixd view;
     int width = 0; ///< of the viewport, pixels
     int height = 0;
     std::vector<osg::ref_ptr<OctreeInfo>> octrees; ///< empty between passes
+    /// Every camera that draws octrees of the pass, whatever its context; an octree in none of them is seen
+    /// by nobody. Empty: the main camera draws all of them.
+    std::vector<View> views;
     uint64_t maxNumOfPointCloud = 0;
     uint64_t mouseDiluteNum = 0;
     std::vector<osg::Vec4d> planes; ///< filter planes, see `IPointLoadManager::setFilterPlanes`
     int planesPerGroup = 0;
     /// @}
 
-    /// \name Set by the camera-driven pass
+    /// \name Set by the camera-driven pass, of the main camera
     /// @{
     bool perspective = false;
     double fieldOfViewY = 0; ///< degrees; perspective only

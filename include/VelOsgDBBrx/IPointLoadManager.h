@@ -20,9 +20,9 @@ namespace VelOsgDBBrx {
 
 class VelIncrementalCompileOperation;
 
-/// Pages the point clouds of one graphics context: a thread that looks at the context's camera about once a
-/// millisecond and, when anything relevant changed, runs the level-of-detail operation over the registered
-/// octrees.
+/// Pages the point clouds registered with one graphics context: a thread that looks about once a millisecond
+/// at all cameras that draw them, in this context and others, and when anything relevant changed runs the
+/// level-of-detail operation.
 ///
 /// Threads: any thread may call any operation. What is queued is applied by the manager's thread in the order
 /// of the calls; objects given are held as the operation says and never touched by the caller's thread.
@@ -78,10 +78,10 @@ public:
 
     virtual void flush() = 0; ///< forces one pass; queued
 
-    /// Paging is at rest: the last pass ran to its end, no octree skipped, on the camera as captured now; no
+    /// Paging is at rest: the last pass ran to its end, no octree skipped, on the cameras as drawn last; no
     /// request and no dirty octree waits for the next one; and nothing waits to be compiled, merged or
-    /// removed. What a still camera shows is then final. The camera is captured in the update traversal:
-    /// after a move, ask from the second frame on.
+    /// removed. What still cameras show is then final. A camera is noted in its cull traversal, and one that
+    /// draws a cloud no more is left out from the second frame on: ask then.
     virtual bool isSettled() = 0;
 
 protected:

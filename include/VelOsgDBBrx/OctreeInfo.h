@@ -18,6 +18,7 @@
 
 class CellData;
 class CellTable;
+class OctreeViews;
 
 /// One loaded store: where its files are and the root of its cell tree. Owned by its point cloud's nodes;
 /// everything else, commands above all, holds it by `osg::observer_ptr` and locks that before use.
@@ -67,8 +68,9 @@ public:
     std::atomic<uint32_t> busy{0}; ///< bit 0: a camera-independent pass works on the octree
     std::atomic<uint32_t> dirty{
         0}; ///< set when the octree's content changed; a load manager reads and clears it
-    std::atomic<bool> registered{false}; ///< registered with the managers of a context
-    osg::ref_ptr<CellTable> cellTable;   ///< belongs to the passes of the context it is registered with
+    std::atomic<bool> registered{false};   ///< registered with the managers of a context
+    osg::ref_ptr<CellTable> cellTable;     ///< belongs to the passes of the context it is registered with
+    const osg::ref_ptr<OctreeViews> views; ///< the cameras that draw it; never null
     /// @}
 
 protected:

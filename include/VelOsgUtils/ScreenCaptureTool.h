@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelOsgUtils/Export.h>
+#include <VelOsgUtils/FrameClock.h>
 
 #include <osg/Camera>
 #include <osg/GraphicsContext>
@@ -47,7 +48,8 @@ private:
 /// model, and no frame is missed. As an update operation of the viewer this tool only sees to it that the
 /// callback sits on the right camera, so that cameras may be set, replaced or given callbacks at any time.
 ///
-/// Threads: `getFrameBuffer` from any thread; the rest on the thread of the update traversal.
+/// Threads: `getFrameBuffer` and `getFrameClock` from any thread; the rest on the thread of the update
+/// traversal.
 class VEL_OSG_UTILS_EXPORT ScreenCaptureTool : public osg::Operation
 {
 public:
@@ -57,19 +59,25 @@ public:
     /// Never null; lives as long as this object.
     FrameBuffer* getFrameBuffer();
 
-    /// Watches the main camera as it is now.
+    /// Counts the frames of the viewer that this tool is an update operation of. Never null.
+    FrameClock* getFrameClock();
+
+    /// Watches the main camera as it is now, and counts the frame of `viewer`.
     void operator()(osg::Object* viewer) override;
 
-    /// Takes the callback off the camera.
+    /// Takes the callback off the camera and stops the clock.
     void detach();
 
 protected:
     ~ScreenCaptureTool() override;
 
 private:
+    void leaveCamera();
+
     osg::observer_ptr<osg::GraphicsContext> _context;
     osg::ref_ptr<FrameBuffer> _frameBuffer;
     osg::ref_ptr<osg::Callback> _callback;
+    const osg::ref_ptr<FrameClock> _clock;
     osg::observer_ptr<osg::Camera> _camera; ///< the one that carries the callback
 };
 

@@ -17,11 +17,6 @@ namespace {
 
 using VelOsgDBBrx::FrameStamp;
 
-VelOsgUtils::CameraState cameraOf(const FrameStamp& stamp)
-{
-    return {stamp.projection, stamp.view, stamp.width, stamp.height};
-}
-
 /// The cell tests as they are stated, one cell at a time and nothing worked out beforehand.
 class StatedTest
 {
@@ -165,7 +160,7 @@ TEST(CellVisibility, AgreesWithTheStatedTestsOnRandomCellsAndCameras)
         RandomScene scene(seed);
         (*pass)(scene.stamp);
         const StatedTest stated(*scene.stamp, *scene.octree);
-        const CameraVisibility camera(cameraOf(*scene.stamp), *scene.stamp, scene.octree->transform);
+        const CameraVisibility camera(scene.stamp->mainCamera(), *scene.stamp, scene.octree->transform);
         const RegionVisibility region(*scene.stamp, scene.octree->transform);
         const osg::ref_ptr<CellTable> table = new CellTable(*scene.octree);
         for (const CellTable::Cell& cell : table->cells) {
@@ -200,7 +195,7 @@ TEST(CellVisibility, ABoxThatOnlyTouchesAPlaneFromOutsideIsOutside)
         std::vector<VelBrx::CellWithSegment> records = fullTree(1, osg::Vec3d(x, y, 0), 8);
         records[0].resolutionLength = 1;
         const osg::ref_ptr<CellTable> table = new CellTable(*handOctree(records));
-        return CameraVisibility(cameraOf(*stamp), *stamp, osg::Matrixd())
+        return CameraVisibility(stamp->mainCamera(), *stamp, osg::Matrixd())
             .checkCellIsVisiable(table->cells[0]);
     };
     for (const auto& [x, y] : {std::pair(1, 0), std::pair(-1, 0), std::pair(0, 1), std::pair(0, -1)}) {
