@@ -10,11 +10,11 @@
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <numeric>
 #include <optional>
+#include <set>
 
 using VelBrx::Status;
 
@@ -39,13 +39,12 @@ uint64_t findChanges(const uint8_t* written, const uint8_t* current, const uint8
     return replaced;
 }
 
-/// A store to write to, and its cells with unwritten classes.
+/// A store with unwritten classes. Whichever of the paths that it was edited by still leads to it is used:
+/// one of several links may be gone.
 class StoreToWrite
 {
 public:
-    explicit StoreToWrite(const std::string& path) : _path(path), _file(path.c_str()) {}
-
-    void add(const Cell& cell) { _cells.push_back(cell); }
+    void add(const Cell& cell);
 
     /// Success when every class can be written.
     Status check();
@@ -53,36 +52,54 @@ public:
     Status write();
 
 private:
-    bool isSameStore() const;
+    Status open(const std::string& path);
     bool write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced);
     void settle(const Cell& cell, uint64_t replaced);
     Status failure(const std::string& what) const { return Status::failure(_path + ": " + what); }
 
-    const std::string _path;
-    VelBrx::File _file;
+    std::set<std::string> _paths;
+    std::string _path; ///< of _file
+    std::unique_ptr<VelBrx::File> _file;
     std::vector<Cell> _cells;
 };
 
-/// A store that was built anew under the same name has other cells.
-bool StoreToWrite::isSameStore() const
+void StoreToWrite::add(const Cell& cell)
 {
+    _paths.insert(cell.place->storePath);
+    _cells.push_back(cell);
+}
+
+/// The file that was edited is still mapped, so that no other one has its identity. Another store may have
+/// been written over its bytes.
+Status StoreToWrite::open(const std::string& path)
+{
+    _file = std::make_unique<VelBrx::File>(path.c_str());
+    if (!_file->isOpen())
+        return Status::failure(path +
+                               ": cannot be opened to save classes; put the store back and save again");
     VelBrx::BrxHeader header;
-    if (!VelBrx::MiraLasRead::getBrxHeader(header, _path.c_str())) return false;
-    char id[24];
-    std::snprintf(id, sizeof id, "%016llx-", static_cast<unsigned long long>(header.storeId));
-    return _cells.front().place->identifier.rfind(id, 0) == 0;
+    const CellPlace& place = *_cells.front().place;
+    if (_file->identity() != place.file->identity() ||
+        !VelBrx::MiraLasRead::getBrxHeader(header, path.c_str()) ||
+        place.identifier.rfind(header.fileKey, 0) != 0)
+        return Status::failure(
+            path + ": is no longer the store that was edited; put that back and save the classes again");
+    _path = path;
+    return {};
 }
 
 Status StoreToWrite::check()
 {
-    if (!_file.isOpen())
-        return failure("cannot be opened to save classes; put the store back and save again");
-    if (!isSameStore())
-        return failure("is no longer the store that was edited; put that back and save the classes again");
-    if (!_file.isWritable()) return failure("cannot be written; make it writable and save the classes again");
-    if (const Status status = _file.lockForEditing(); !status) return failure(status.message());
+    Status opened;
+    for (auto path = _paths.begin(); path != _paths.end() && _path.empty(); ++path)
+        opened = open(*path);
+    if (!opened) return opened;
+
+    if (!_file->isWritable())
+        return failure("cannot be written; make it writable and save the classes again");
+    if (const Status status = _file->lockForEditing(); !status) return failure(status.message());
     for (const Cell& cell : _cells)
-        if (!forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
+        if (!forEachRun(*_file, cell.place->pointDataStart, cell.place->segments,
                         [](uint8_t*, int64_t, uint32_t) {}))
             return failure("is shorter than when it was loaded; restore it and save the classes again");
     return {};
@@ -93,7 +110,7 @@ bool StoreToWrite::write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t&
 {
     bool written = true;
     std::vector<uint32_t> places;
-    forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
+    forEachRun(*_file, cell.place->pointDataStart, cell.place->segments,
                [&](uint8_t* records, int64_t count, uint32_t first) {
                    const uint8_t* current = cell.current->data() + first;
                    places.clear();
@@ -110,7 +127,7 @@ void StoreToWrite::settle(const Cell& cell, uint64_t replaced)
 {
     if (replaced == 0) return UnwrittenClasses::instance().forget(cell.place->identifier);
     std::vector<uint8_t> inStore(cell.current->size());
-    forEachRun(_file, cell.place->pointDataStart, cell.place->segments,
+    forEachRun(*_file, cell.place->pointDataStart, cell.place->segments,
                [&](const uint8_t* records, int64_t count, uint32_t first) {
                    gatherClasses(records, count, inStore.data() + first);
                });
@@ -128,11 +145,11 @@ Status StoreToWrite::write()
     const osg::ref_ptr<OctreeInfo> octree = openOctree(*_cells.front().place);
     std::optional<StoreEditLock> lock;
     if (octree) lock.emplace(*octree);
-    VelBrx::FileWriter writer(_file);
+    VelBrx::FileWriter writer(*_file);
     std::vector<uint64_t> replaced(_cells.size());
     for (size_t i = 0; i < _cells.size(); ++i)
         if (!write(writer, _cells[i], replaced[i])) return failure(writer.problem());
-    if (!_file.sync()) return failure("the disk reported an error; save the classes again");
+    if (!_file->sync()) return failure("the disk reported an error; save the classes again");
     for (size_t i = 0; i < _cells.size(); ++i)
         settle(_cells[i], replaced[i]);
     const uint64_t all = std::accumulate(replaced.begin(), replaced.end(), uint64_t{0});
@@ -171,13 +188,13 @@ Cell currentCell(const CellPlacePtr& place)
     Cell cell = UnwrittenClasses::instance().find(place->identifier);
     if (cell.current) return cell;
 
+    cell.place = place;
+    if (!place->file) return cell;
     std::vector<uint8_t> classes(place->pointCount);
-    VelBrx::File file(place->storePath.c_str());
-    const bool complete = forEachRun(file, place->pointDataStart, place->segments,
+    const bool complete = forEachRun(*place->file, place->pointDataStart, place->segments,
                                      [&](const uint8_t* records, int64_t count, uint32_t first) {
                                          gatherClasses(records, count, classes.data() + first);
                                      });
-    cell.place = place;
     if (complete)
         cell.written = cell.current = std::make_shared<const std::vector<uint8_t>>(std::move(classes));
     return cell;
@@ -217,16 +234,13 @@ std::map<std::string, uint64_t> countUnwrittenClasses()
 
 Status writeClassesToStores()
 {
-    std::map<std::string, std::unique_ptr<StoreToWrite>> stores;
-    for (const Cell& cell : UnwrittenClasses::instance().cells()) {
-        std::unique_ptr<StoreToWrite>& store = stores[cell.place->storePath];
-        if (!store) store = std::make_unique<StoreToWrite>(cell.place->storePath);
-        store->add(cell);
-    }
+    std::map<VelBrx::FileIdentity, StoreToWrite> stores;
+    for (const Cell& cell : UnwrittenClasses::instance().cells())
+        stores[cell.place->file->identity()].add(cell);
     Status firstFailure;
-    for (const auto& [path, store] : stores) {
-        Status status = store->check();
-        if (status) status = store->write();
+    for (auto& [identity, store] : stores) {
+        Status status = store.check();
+        if (status) status = store.write();
         if (!status && firstFailure) firstFailure = status;
     }
     return firstFailure;

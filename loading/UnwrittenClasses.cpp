@@ -19,6 +19,7 @@ CellPlace::CellPlace(CellData& cellData)
     osg::ref_ptr<OctreeInfo> octree;
     if (!cellData.octree.lock(octree)) return;
     storePath = octree->pointPath;
+    file = octree->pointFile;
     pointDataStart = octree->pointDataStart;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/CellWithSegment.h>
+#include <VelBrx/File.h>
 
 #include <osg/observer_ptr>
 
@@ -23,6 +24,7 @@ struct CellPlace
 
     std::string identifier;
     std::string storePath;
+    std::shared_ptr<VelBrx::File> file; ///< the one that was edited, wherever its path leads by now
     int64_t pointDataStart;
     std::vector<VelBrx::Segment> segments;
     uint32_t pointCount;
@@ -35,8 +37,9 @@ using CellPlacePtr = std::shared_ptr<const CellPlace>;
 using ClassesPtr = std::shared_ptr<const std::vector<uint8_t>>;
 
 /// The classes that differ from the point records of their stores: what was edited and has not been written
-/// there. Cells are known by their identifiers, so that a store that is open twice, or closed and opened
-/// again, shows the same classes. Process-wide; any thread may call it.
+/// there. Cells are known by their identifiers, which are those of a file on disk: a store that is open
+/// twice, by whatever names, or closed and opened again shows the same classes, and a copy of it its own.
+/// Process-wide; any thread may call it.
 class UnwrittenClasses
 {
 public:

@@ -1,6 +1,7 @@
 #include <VelBrx/File.h>
 
 #include "store/EditLock.h"
+#include "store/IdentifyFile.h"
 
 #include <algorithm>
 #include <atomic>
@@ -21,8 +22,7 @@ struct File::Mapping
     bool isOpen = false;
     bool writable = false;
     std::string path; ///< absolute, by which the file's size is asked for
-    dev_t device = 0;
-    ino_t inode = 0;
+    FileIdentity identity;
     void* memory = nullptr;
     int64_t length = 0;
     std::atomic<bool> editAnyway{false};
@@ -38,16 +38,21 @@ struct File::Mapping
     void use(const std::string& name, int descriptor, bool isWritable);
     void map(int descriptor, const struct stat& status);
 
+    /// Asks for the file under the path. False when it is another one or none. While a file is mapped no
+    /// other one gets its inode.
+    bool findByName(struct stat& status) const
+    {
+        return isOpen && stat(path.c_str(), &status) == 0 && status.st_dev == identity.device &&
+               status.st_ino == identity.inode;
+    }
+
     /// A file that has lost its name is nobody's to cut.
     int64_t currentSize() const
     {
         struct stat status
         {
         };
-        if (!isOpen) return 0;
-        const bool isNamed =
-            stat(path.c_str(), &status) == 0 && status.st_dev == device && status.st_ino == inode;
-        return isNamed ? static_cast<int64_t>(status.st_size) : length;
+        return findByName(status) ? static_cast<int64_t>(status.st_size) : length;
     }
 };
 
@@ -77,8 +82,7 @@ void File::Mapping::use(const std::string& name, int descriptor, bool isWritable
 
 void File::Mapping::map(int descriptor, const struct stat& status)
 {
-    device = status.st_dev;
-    inode = status.st_ino;
+    identity = identifyFile(descriptor);
     if (status.st_size == 0) return;
     const int protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
     void* const mapped =
@@ -113,6 +117,19 @@ bool File::isValid() const
 bool File::isWritable() const
 {
     return isOpen() && _mapping->writable;
+}
+
+const FileIdentity& File::identity() const
+{
+    return _mapping->identity;
+}
+
+bool File::isStillNamed() const
+{
+    struct stat status
+    {
+    };
+    return _mapping->findByName(status);
 }
 
 int64_t File::size() const
@@ -158,8 +175,8 @@ int File::reopen() const
     if (!isWritable()) return -1;
     const int descriptor = ::open(_mapping->path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) return -1;
-    if (fstat(descriptor, &status) == 0 && status.st_dev == _mapping->device &&
-        status.st_ino == _mapping->inode)
+    if (fstat(descriptor, &status) == 0 && status.st_dev == _mapping->identity.device &&
+        status.st_ino == _mapping->identity.inode)
         return descriptor;
     close(descriptor);
     return -1;

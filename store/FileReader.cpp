@@ -1,5 +1,7 @@
 #include "store/FileReader.h"
 
+#include "store/IdentifyFile.h"
+
 #include <cerrno>
 #include <system_error>
 
@@ -32,6 +34,7 @@ Status FileReader::open(const std::string& path, Access access)
     if (fstat(_descriptor, &status) != 0 || !S_ISREG(status.st_mode))
         return Status::failure("is not a regular file; name a file");
     _size = status.st_size;
+    _identity = identifyFile(_descriptor);
     return {};
 }
 

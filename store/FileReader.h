@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VelBrx/FileIdentity.h>
 #include <VelBrx/Status.h>
 
 #include <cstddef>
@@ -36,6 +37,8 @@ public:
     /// Size when it was opened.
     int64_t size() const { return _size; }
 
+    const FileIdentity& identity() const { return _identity; }
+
     /// Whether [offset, offset + length) lies inside the file.
     bool contains(int64_t offset, int64_t length) const
     {
@@ -49,6 +52,7 @@ private:
     int _descriptor = -1;
     bool _writable = false;
     int64_t _size = 0;
+    FileIdentity _identity;
 };
 
 } // namespace VelBrx

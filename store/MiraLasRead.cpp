@@ -19,7 +19,7 @@ Status readInfo(const std::string& path, FileReader& file, FileReader::Access ac
     if (Status read = readStore(path, file, head, index, access); !read)
         return Status::failure(path + ": " + read.message());
     try {
-        info.cells = deriveCells(index);
+        info.cells = deriveCells(index, file.identity());
     } catch (const std::bad_alloc&) {
         return Status::failure(path + ": needs more memory than there is; close other programs");
     }

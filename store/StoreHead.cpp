@@ -1,6 +1,7 @@
 #include "store/StoreHead.h"
 
 #include "store/ByteIo.h"
+#include "store/CellIdentifiers.h"
 #include "store/Crc32c.h"
 
 #include <algorithm>
@@ -244,6 +245,7 @@ try {
     head.header.formatVersion = kIndexVersion;
     head.header.storeId = index.storeId;
     head.header.cellCount = index.cells.size();
+    head.header.fileKey = CellIdentifiers(file.identity(), index.storeId).fileKey();
     return checkHeaderChecksum(head, index);
 } catch (const std::bad_alloc&) {
     return Status::failure("needs more memory than there is; close other programs or restore the store");

@@ -1,6 +1,7 @@
 #include "store/StoreIndex.h"
 
 #include "store/ByteIo.h"
+#include "store/CellIdentifiers.h"
 #include "store/Crc32c.h"
 
 #include <algorithm>
@@ -325,7 +326,8 @@ void copyText(char* target, size_t size, const std::string& text)
     std::memcpy(target, text.data(), std::min(size, text.size()));
 }
 
-CellWithSegment deriveCell(const StoreIndex& index, const IndexCell& source)
+CellWithSegment deriveCell(const StoreIndex& index, const IndexCell& source,
+                           const CellIdentifiers& identifiers)
 {
     CellWithSegment cell{};
     const double edge = std::ldexp(index.cubeSize, -static_cast<int>(source.level));
@@ -341,9 +343,7 @@ CellWithSegment deriveCell(const StoreIndex& index, const IndexCell& source)
     cell.resolutionLength = resolutionLength(source.level == 0 ? edge : edge / index.gridSize);
     for (size_t octant = 0; octant < 8; ++octant) // packed: no reference may be bound to an element
         cell.childCodes[octant] = kNoCell;
-    std::snprintf(cell.identifier, sizeof cell.identifier, "%016llx-%02x-%016llx",
-                  static_cast<unsigned long long>(index.storeId), static_cast<unsigned>(source.level),
-                  static_cast<unsigned long long>(source.code));
+    identifiers.identify(cell);
     cell.segments = source.segments;
     for (const Segment& run : source.segments)
         cell.pointCount += static_cast<uint32_t>(run.count);
@@ -476,12 +476,13 @@ double pointSpacing(double resolutionLength)
     return resolutionLength / VelBrx::resolutionLength(1.0);
 }
 
-std::vector<CellWithSegment> deriveCells(const StoreIndex& index)
+std::vector<CellWithSegment> deriveCells(const StoreIndex& index, const FileIdentity& file)
 {
+    const CellIdentifiers identifiers(file, index.storeId);
     std::vector<CellWithSegment> cells;
     cells.reserve(index.cells.size());
     for (const IndexCell& cell : index.cells)
-        cells.push_back(deriveCell(index, cell));
+        cells.push_back(deriveCell(index, cell, identifiers));
     visitParents(index.cells, [&](size_t cell, size_t parent) {
         if (parent < cells.size()) cells[parent].childCodes[cells[cell].code & 7] = cells[cell].code;
     });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/CellWithSegment.h>
+#include <VelBrx/FileIdentity.h>
 #include <VelBrx/Status.h>
 #include <VelBrx/StoreStatistics.h>
 
@@ -71,7 +72,7 @@ Status parseIndex(const uint8_t* data, size_t size, StoreIndex& index);
 /// The part of `decodeIndex` that checks what the values mean; adds every problem.
 void checkIndex(const StoreIndex& index, uint64_t pointCount, ProblemList& problems);
 
-/// Name of a cell in messages: "LL-CCCCCCCCCCCCCCCC", level and code in hexadecimal, as its identifier ends.
+/// Name of a cell in messages: "LL-CCCCCCCCCCCCCCCC", level and code in hexadecimal.
 std::string cellName(unsigned level, uint64_t code);
 
 /// Grid coordinates x, y, z of a Morton code.
@@ -83,7 +84,8 @@ std::array<uint32_t, 3> mortonDecode(uint64_t code);
 /// h * spacing / (2 * tan(fovy / 2) * d) pixels. Setting the two equal at 30 degrees gives the length.
 double resolutionLength(double spacing);
 
-/// The cell records of an index, as `MiraLasRead::getOctree` lists them.
-std::vector<CellWithSegment> deriveCells(const StoreIndex& index);
+/// The cell records of an index, as `MiraLasRead::getOctree` lists them, and `file` is where it was read
+/// from.
+std::vector<CellWithSegment> deriveCells(const StoreIndex& index, const FileIdentity& file = {});
 
 } // namespace VelBrx

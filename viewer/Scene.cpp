@@ -100,11 +100,12 @@ void Scene::tellColorless() const
                  first->store.c_str(), more.c_str());
 }
 
-const Scene::Cloud* Scene::findCopy(uint64_t storeId) const
+const Scene::Cloud* Scene::findShown(const VelBrx::FileIdentity& file) const
 {
-    const auto copy = std::find_if(_clouds.begin(), _clouds.end(),
-                                   [storeId](const Cloud& cloud) { return cloud.storeId == storeId; });
-    return copy == _clouds.end() ? nullptr : &*copy;
+    const auto shown = std::find_if(_clouds.begin(), _clouds.end(), [&](const Cloud& cloud) {
+        return cloud.node->getOctree()->pointFile->identity() == file;
+    });
+    return shown == _clouds.end() ? nullptr : &*shown;
 }
 
 Status Scene::loadCloud(const std::string& store, const std::string& normals)
@@ -118,9 +119,9 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
         std::fprintf(stderr, "brxview: %s; the points are shown without normals\n",
                      opened.normals.message().c_str());
     }
-    if (const Cloud* const copy = findCopy(opened.header.storeId)) {
-        std::fprintf(stderr, "brxview: %s: is a copy of %s, which is shown\n", store.c_str(),
-                     copy->store.c_str());
+    if (const Cloud* const shown = findShown(opened.cloud->getOctree()->pointFile->identity())) {
+        std::fprintf(stderr, "brxview: %s: is the same file as %s, which is shown\n", store.c_str(),
+                     shown->store.c_str());
         return Status();
     }
     const VelBrx::BrxHeader& header = opened.header;
@@ -130,7 +131,7 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
     const VelBrx::AttributeRange& elevation = opened.statistics.elevation;
     _boundsOfMost.expandBy(boundsOfMost(bounds, elevation.low, elevation.high));
     _root->addChild(opened.node);
-    _clouds.push_back({store, header.storeId, opened.cloud, opened.statistics});
+    _clouds.push_back({store, opened.cloud, opened.statistics});
     PointCloudHelper::setPointCloudId(opened.cloud, _clouds.size());
     return Status();
 }

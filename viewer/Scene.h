@@ -3,6 +3,7 @@
 #include "viewer/ColorMode.h"
 #include "viewer/Options.h"
 
+#include <VelBrx/FileIdentity.h>
 #include <VelBrx/Status.h>
 #include <VelBrx/StoreStatistics.h>
 #include <VelOsgDBBrx/IPointCloud.h>
@@ -27,15 +28,14 @@ class Scene
 public:
     Scene();
 
-    /// Opens the stores. A failure names the file. Of copies of a store the first is shown, and a line on
-    /// stderr names the others: their cells could not be told apart.
+    /// Opens the stores. A failure names the file. Of several names of one file the first is shown, and a
+    /// line on stderr says so of the others.
     VelBrx::Status load(const std::vector<std::string>& stores, const Options& options);
 
     /// One store on show.
     struct Cloud
     {
         std::string store;
-        uint64_t storeId = 0;
         osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
         VelBrx::StoreStatistics statistics; ///< as built
     };
@@ -100,7 +100,7 @@ public:
 
 private:
     ColorMode modeOf(const Cloud& cloud) const;
-    const Cloud* findCopy(uint64_t storeId) const;
+    const Cloud* findShown(const VelBrx::FileIdentity& file) const;
     VelBrx::Status loadCloud(const std::string& store, const std::string& normals);
     void tellColorless() const;
 

@@ -9,7 +9,12 @@ namespace VelBrx {
 struct BrxHeader
 {
     uint32_t formatVersion = 0; ///< version of the octree index
-    uint64_t storeId = 0;       ///< random identity of the store, part of its cells' identifiers
+    uint64_t storeId = 0;       ///< random identity of the store; its copies have the same
+
+    /// Names the file that was read, by whatever path: a copy has another key. The identifiers of the cells
+    /// begin with it.
+    std::string fileKey;
+
     uint64_t pointCount = 0;
     uint64_t cellCount = 0;
     int64_t pointDataStart = 0; ///< byte position of the first point record

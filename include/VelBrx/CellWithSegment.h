@@ -31,7 +31,7 @@ struct CellBlock
     uint8_t reserved1[24];
     uint64_t childCodes[8]; ///< key codes of the children in level + 1 by octant, kNoCell where there is none
     uint8_t reserved2[4];
-    char identifier[39]; ///< NUL-terminated, unique across stores
+    char identifier[39]; ///< NUL-terminated, unique across files: a copy's cells have others
 };
 #pragma pack(pop)
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/Export.h>
+#include <VelBrx/FileIdentity.h>
 #include <VelBrx/Status.h>
 
 #include <cstdint>
@@ -40,6 +41,13 @@ public:
 
     /// Open for writing, so that `map` gives writable memory.
     bool isWritable() const;
+
+    /// Which file this is. It does not change, and no other file gets it as long as this object lives.
+    const FileIdentity& identity() const;
+
+    /// Whether the path that it was opened by leads to this very file at this moment, and not to another one
+    /// that has taken its place, or to none. What is written to a file whose name is gone is lost.
+    bool isStillNamed() const;
 
     /// Size of the file in bytes at this moment; 0 when it is not open. Of a file that was removed or
     /// replaced under its name, the size that it had when it was opened.

@@ -18,9 +18,9 @@
 /// are weak. Hosts find the cells of a cloud from `IPointCloud::getOctree()->root` on, and read their points
 /// with `LasReaderWriter::read` or, shared with what is on show, `PCDataManager::acquireNodeOrCreate`.
 ///
-/// Threads: the record and the links are constant once the store is loaded. The loaded state (`node`,
-/// `group`, `compileSet`, `state`) belongs to the level-of-detail pass of the context that the octree is
-/// registered with; others lock the octree's point file before they read it.
+/// Threads: the record and the links are constant once the store is loaded, `group` once a cloud shows it.
+/// The loaded state (`node`, `compileSet`, `state`) belongs to the level-of-detail pass of the context that
+/// the octree is registered with; others lock the octree's point file before they read it.
 class VEL_OSGDB_BRX_EXPORT CellData : public osg::Referenced
 {
 public:

@@ -42,14 +42,16 @@ public:
     osg::Vec3d max;    ///< largest corner minus offset
     /// @}
 
-    osg::Matrixd transform; ///< local to world; written by the cull traversal, read by passes under `mutex`
+    /// Local to world: where the last cull traversal met the cloud, or where it stood when an edit of it was
+    /// asked for. Guarded by `mutex`.
+    osg::Matrixd transform;
 
     /// \name Constant once the store is loaded
     /// @{
     osg::ref_ptr<CellData> root;
     std::string pointPath;
     std::string normalsPath;
-    std::unique_ptr<VelBrx::File> pointFile;
+    std::shared_ptr<VelBrx::File> pointFile; ///< shared with those who keep edits of it, also unwritten ones
     std::unique_ptr<VelBrx::File> normalsFile;
     /// @}
 

@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <limits>
+#include <set>
+#include <thread>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -128,6 +131,49 @@ TEST(File, RefusesWhatWasAppendedSinceItWasOpened)
     EXPECT_EQ(file.map(99, 2), nullptr);
     EXPECT_EQ(file.map(50000, 10), nullptr);
     EXPECT_NE(file.map(0, 100), nullptr);
+}
+
+TEST(File, IsTheSameByAllItsNamesAndACopyIsAnother)
+{
+    namespace fs = std::filesystem;
+    const TempFolder folder;
+    const std::string path = folder.write("a", {1, 2, 3});
+    const std::string copy = folder.file("copy");
+    fs::copy(path, copy);
+    fs::create_hard_link(path, folder.file("hard"));
+    fs::create_symlink(path, folder.file("symbolic"));
+    const File file(path.c_str());
+    EXPECT_NE(File(copy.c_str()).identity(), file.identity());
+    const std::string relative = fs::relative(path);
+    for (const std::string& name : {folder.file("hard"), folder.file("symbolic"), relative})
+        EXPECT_EQ(File(name.c_str()).identity(), file.identity()) << name;
+
+    const File linked(folder.file("symbolic").c_str());
+    EXPECT_TRUE(file.isStillNamed());
+    EXPECT_TRUE(linked.isStillNamed());
+    fs::remove(folder.file("symbolic"));
+    fs::create_symlink(copy, folder.file("symbolic"));
+    EXPECT_FALSE(linked.isStillNamed()) << "the link leads to another file now";
+    EXPECT_TRUE(file.isStillNamed());
+    fs::rename(path, folder.file("moved"));
+    EXPECT_FALSE(file.isStillNamed());
+    fs::rename(copy, path);
+    EXPECT_FALSE(file.isStillNamed());
+    fs::rename(folder.file("moved"), path);
+    EXPECT_TRUE(file.isStillNamed());
+    EXPECT_FALSE(File(folder.file("missing").c_str()).isStillNamed());
+}
+
+TEST(File, IsNoFileThatWasThereBefore)
+{
+    const TempFolder folder;
+    std::set<VelBrx::FileIdentity> identities;
+    for (int i = 0; i < 5; ++i) {
+        const std::string path = folder.write("a", {1, 2, 3}); // it is likely to get the inode of the last
+        EXPECT_TRUE(identities.insert(File(path.c_str()).identity()).second);
+        std::filesystem::remove(path);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // clocks of file systems go by ticks
+    }
 }
 
 TEST(File, OutlivesItsNameAndKeepsNoDescriptor)

@@ -110,7 +110,9 @@ TEST_F(GoldenStore, HasTheCellsThatItsBytesState)
     EXPECT_EQ(box.max[2], 105);
     EXPECT_EQ(box.offset[1], 2000);
 
-    EXPECT_STREQ(cells[0].identifier, "1122334455667788-00-0000000000000000");
+    BrxHeader header;
+    ASSERT_TRUE(MiraLasRead::getBrxHeader(header, _path.c_str()));
+    EXPECT_EQ(cells[0].identifier, header.fileKey + "----------0");
     EXPECT_EQ(uint64_t(cells[0].parentCode), kNoCell);
     EXPECT_EQ(double(cells[0].center[1]), 2004);
     for (size_t octant = 0; octant < 8; ++octant)
@@ -123,7 +125,7 @@ TEST_F(GoldenStore, HasTheCellsThatItsBytesState)
     EXPECT_EQ(uint64_t(cells[1].childCodes[2]), 42u);
     EXPECT_EQ(segmentsOf(cells[1]), (std::vector<int64_t>{1, 1}));
 
-    EXPECT_STREQ(cells[2].identifier, "1122334455667788-02-000000000000002a");
+    EXPECT_EQ(cells[2].identifier, header.fileKey + "---------0e");
     EXPECT_EQ(uint64_t(cells[2].parentCode), 5u);
     EXPECT_EQ(float(cells[2].size[1]), 2.0f);
     EXPECT_EQ(double(cells[2].center[0]), 1005);

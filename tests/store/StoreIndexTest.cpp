@@ -7,7 +7,10 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <set>
 #include <string>
+
+#include <sys/sysmacros.h>
 
 using namespace VelBrx;
 
@@ -200,6 +203,29 @@ TEST(DerivedCells, OfTheDeepestLevelLieInTheCubesLastCorner)
     EXPECT_EQ(float(deepest.size[2]), 1.0f);
     for (size_t axis = 0; axis < 3; ++axis)
         EXPECT_EQ(double(deepest.center[axis]), (1 << 21) - 0.5);
+}
+
+TEST(DerivedCells, HaveIdentifiersThatNoOtherCellOfAnyFileHas)
+{
+    StoreIndex index;
+    for (uint8_t level = 0; level <= kMaxLevel; ++level) {
+        index.cells.push_back({level, 0, {{0, 1}}});
+        if (level > 0) index.cells.push_back({level, (uint64_t(1) << (3 * level)) - 1, {{0, 1}}});
+    }
+    constexpr uint64_t kAllBits = ~uint64_t(0);
+    const FileIdentity files[] = {{0, 0, 0},
+                                  {1, 0, 0},
+                                  {makedev(0xFFF, 0xFFFFF), kAllBits, 0},
+                                  {0, kAllBits - 1, 0},
+                                  {makedev(8, 1), 77, 1'764'000'000'123'456'789},
+                                  {makedev(8, 1), 77, 1'764'000'000'123'456'790}};
+    std::set<std::string> identifiers;
+    for (const FileIdentity& file : files)
+        for (const uint64_t storeId : {0x0123456789abcdefu, 0xfedcba9876543210u}) {
+            index.storeId = storeId;
+            for (const CellWithSegment& cell : deriveCells(index, file))
+                EXPECT_TRUE(identifiers.insert(cell.identifier).second) << cell.identifier;
+        }
 }
 
 TEST(DerivedCells, AreWantedAsLongAsTheirSpacingCoversAPixel)

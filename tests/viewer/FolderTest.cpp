@@ -111,20 +111,21 @@ TEST_F(StoreFolder, MixesWithFilesAndEachIsShownOnce)
     survey.side = 4;
     build(survey, "lone.brx");
     fs::create_directory(path("empty"));
-    fs::copy_file(path("lone.brx"), path("tiles/Copy.BRX"));
+    fs::create_hard_link(path("lone.brx"), path("tiles/Link.BRX"));
+    fs::copy_file(path("lone.brx"), path("copy.brx"));
 
     std::vector<std::string> inputs = {path("lone.brx"), path("tiles"), path("tiles/" + tileName(0, 0)),
                                        path("tiles/../lone.brx")};
     ASSERT_TRUE(expandFolders(inputs));
     EXPECT_EQ(inputs,
-              (std::vector<std::string>{path("lone.brx"), path("tiles/Copy.BRX"),
+              (std::vector<std::string>{path("lone.brx"), path("tiles/Link.BRX"),
                                         path("tiles/" + tileName(0, 0)), path("tiles/" + tileName(1, 0)),
                                         path("tiles/" + tileName(0, 1)), path("tiles/" + tileName(1, 1))}));
 
-    const ProgramResult result = draw("mixed.png", {path("lone.brx"), path("tiles")});
+    const ProgramResult result = draw("mixed.png", {path("lone.brx"), path("copy.brx"), path("tiles")});
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_EQ(result.out, "points " + std::to_string(16 + 4 * kTileSide * kTileSide) + "\ncells 5\n");
-    EXPECT_EQ(result.err, "brxview: " + path("tiles/Copy.BRX") + ": is a copy of " + path("lone.brx") +
+    EXPECT_EQ(result.out, "points " + std::to_string(2 * 16 + 4 * kTileSide * kTileSide) + "\ncells 6\n");
+    EXPECT_EQ(result.err, "brxview: " + path("tiles/Link.BRX") + ": is the same file as " + path("lone.brx") +
                               ", which is shown\n");
 }
 
