@@ -18,6 +18,12 @@ namespace VelOsgDBBrx {
 
 namespace {
 
+/// Whether the octree, which has the uid of a modified cell now, is of that cell's file.
+bool isOfFile(const OctreeInfo& octree, const EditHistory::ModifiedCell& cell)
+{
+    return octree.pointFile && octree.pointFile->identity() == cell.place->file->identity();
+}
+
 /// Calls `visit(index in the point file, class)` for every point of a cell that has been modified.
 template <class Visit>
 void forEachModified(const EditHistory::ModifiedCell& cell, Visit visit)
@@ -78,16 +84,28 @@ bool CategoryCalcTool::isRegistered(const std::string& uid)
     return _clouds.count(uid) > 0;
 }
 
+/// The cloud that is registered under a uid and open; else null.
+osg::ref_ptr<OctreeInfo> CategoryCalcTool::findCloud(const std::string& uid)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    const auto cloud = _clouds.find(uid);
+    osg::ref_ptr<OctreeInfo> octree;
+    if (cloud != _clouds.end()) cloud->second.lock(octree);
+    return octree;
+}
+
 void CategoryCalcTool::push(Category* c)
 {
     if (!c) return;
     const osg::ref_ptr<Category> held = c;
     std::vector<osg::observer_ptr<OctreeInfo>> inScene = cloudsInScene(*held, isRegistered(held->uid));
+    const auto places = std::make_shared<CloudPlaces>();
+    notePlaces(*held, inScene, findCloud(held->uid), *places);
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         if (!_done) {
             if (held->report) held->report->set(CategoryReport::WAITING);
-            _queue.push_back({held, std::move(inScene)});
+            _queue.push_back({held, std::move(inScene), places});
             ++_pushedCount;
             _wakeup.notify_all();
             return;
@@ -128,22 +146,24 @@ void CategoryCalcTool::waitUntilHandled()
 CategoryCalcTool::Modify CategoryCalcTool::getAllModify()
 {
     Modify all;
-    for (const auto& [uid, cloud] : _history->modified())
-        for (const auto& [identifier, cell] : cloud)
-            forEachModified(cell, [&, &name = uid](int64_t index, uint8_t code) {
-                if (index <= std::numeric_limits<int>::max())
-                    all[name].emplace_back(static_cast<int>(index), static_cast<char>(code));
-            });
+    for (const auto& [uid, points] : getAllModify64())
+        for (const auto& [index, code] : points)
+            if (index <= std::numeric_limits<int>::max())
+                all[uid].emplace_back(static_cast<int>(index), static_cast<char>(code));
     return all;
 }
 
 CategoryCalcTool::Modify64 CategoryCalcTool::getAllModify64()
 {
     Modify64 all;
-    for (const auto& [uid, cloud] : _history->modified())
+    for (const auto& [uid, cloud] : _history->modified()) {
+        const osg::ref_ptr<OctreeInfo> octree = findCloud(uid);
         for (const auto& [identifier, cell] : cloud)
-            forEachModified(
-                cell, [&, &name = uid](int64_t index, uint8_t code) { all[name].emplace_back(index, code); });
+            if (!octree || isOfFile(*octree, cell))
+                forEachModified(cell, [&, &name = uid](int64_t index, uint8_t code) {
+                    all[name].emplace_back(index, code);
+                });
+    }
     return all;
 }
 
@@ -251,6 +271,7 @@ Status CategoryCalcTool::edit(const Queued& next, CategoryReport::Counts& counts
 {
     EditContext context;
     context.inScene = next.inScene;
+    context.places = next.places;
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         context.clouds = _clouds;

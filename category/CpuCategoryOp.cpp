@@ -1,6 +1,7 @@
 #include "category/CpuCategoryOp.h"
 
 #include "category/CompileFirst.h"
+#include "cull/CloudPlaces.h"
 #include "cull/ScreenMask.h"
 #include "loading/CellData.h"
 #include "loading/CellLeaf.h"
@@ -97,7 +98,8 @@ void CpuCategoryOp::edit(const CategoryCmdInner& command, const CategoryData& da
         const Meant meant = whatIsMeant(member);
         if (meant.geometry) step.geometries.push_back(editClasses(*meant.geometry, base, mask));
         if (!meant.octree || !lockForClassEdit(*meant.octree)) continue;
-        EditOutcome outcome = editClasses(*meant.octree, {base, mask, command.polygon}, false, meant.cell);
+        EditOutcome outcome =
+            editClasses(*meant.octree, {base, mask, command.polygon, CloudPlaces()}, false, meant.cell);
         show(outcome);
         std::move(outcome.changes.begin(), outcome.changes.end(), std::back_inserter(step.cells));
     }

@@ -48,12 +48,17 @@ std::vector<Target> targetsInScene(const EditContext& context)
     return targets;
 }
 
+/// The octree of a target that is one cloud; else null.
+OctreeInfo* octreeOf(osg::Referenced* target)
+{
+    auto* cloud = dynamic_cast<IPointCloud*>(target);
+    return cloud ? cloud->getOctree() : dynamic_cast<OctreeInfo*>(target);
+}
+
 Status findTargets(const Category& request, osg::Referenced* target, const EditContext& context,
                    std::vector<Target>& targets)
 {
-    osg::ref_ptr<OctreeInfo> octree = dynamic_cast<OctreeInfo*>(target);
-    if (auto* cloud = dynamic_cast<IPointCloud*>(target)) octree = cloud->getOctree();
-    if (octree)
+    if (const osg::ref_ptr<OctreeInfo> octree = octreeOf(target))
         targets = {{request.uid, octree}};
     else
         targets = targetsInScene(context);
@@ -130,7 +135,7 @@ Status edit(const Category& request, const PolygonCmd& record, const EditContext
     if (Status status = checkBase(base); !status) return status;
     const ScreenMask mask(maskTool(context), base.polygon, base.width, base.height);
     if (!mask.isValid()) return noMask();
-    return editScreen(request, record.target, {base, mask, base.polygon}, context, edits);
+    return editScreen(request, record.target, {base, mask, base.polygon, *context.places}, context, edits);
 }
 
 Status edit(const Category& request, const PixelBuffer& record, const EditContext& context,
@@ -148,7 +153,7 @@ Status edit(const Category& request, const PixelBuffer& record, const EditContex
     const double right = base.width;
     const double bottom = base.height;
     const std::vector<osg::Vec2d> window{{left, top}, {right, top}, {right, bottom}, {left, bottom}};
-    return editScreen(request, record.target, {base, mask, window}, context, edits);
+    return editScreen(request, record.target, {base, mask, window, *context.places}, context, edits);
 }
 
 Status edit(const Category& request, const Package& record, const EditContext& context,
@@ -206,6 +211,14 @@ std::vector<osg::observer_ptr<OctreeInfo>> cloudsInScene(const Category& request
     for (osgViewer::View* view : views)
         if (view->getSceneData()) view->getSceneData()->accept(collector);
     return collector.clouds;
+}
+
+void notePlaces(const Category& request, const std::vector<osg::observer_ptr<OctreeInfo>>& inScene,
+                OctreeInfo* registered, CloudPlaces& places)
+{
+    places.note(inScene);
+    for (OctreeInfo* octree : {octreeOf(targetOf(request.payload)), registered})
+        if (octree) places.note(*octree);
 }
 
 Status carryOut(const Category& request, const EditContext& context, std::vector<CloudEdit>& edits)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "category/EditHistory.h"
+#include "cull/CloudPlaces.h"
 
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/Category.h>
@@ -11,6 +12,7 @@
 #include <osg/ref_ptr>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,7 @@ struct EditContext
 {
     std::map<std::string, osg::observer_ptr<OctreeInfo>> clouds; ///< by uid
     std::vector<osg::observer_ptr<OctreeInfo>> inScene;          ///< what `cloudsInScene` found
+    std::shared_ptr<const CloudPlaces> places;                   ///< of what `notePlaces` noted
     osg::ref_ptr<VelOsgDBBrx::PixelBufferTool> maskTool;         ///< null: a `PolygonMaskTool`
 };
 
@@ -27,6 +30,12 @@ struct EditContext
 /// scene: for the thread that may.
 std::vector<osg::observer_ptr<OctreeInfo>> cloudsInScene(const VelOsgDBBrx::Category& request,
                                                          bool uidIsCloud);
+
+/// Notes where the clouds stand that a request means: those found in the scene, that of its record's target,
+/// and `registered`, that of its uid, if there is one. Reads the scene, too.
+void notePlaces(const VelOsgDBBrx::Category& request,
+                const std::vector<osg::observer_ptr<OctreeInfo>>& inScene, OctreeInfo* registered,
+                CloudPlaces& places);
 
 /// Carries an edit request out. A failure says why nothing was done.
 VelBrx::Status carryOut(const VelOsgDBBrx::Category& request, const EditContext& context,

@@ -1,5 +1,8 @@
 #include "category/PointCategoryManager.h"
 
+#include "lod/WorldPlace.h"
+
+#include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgUtils/ThreadCount.h>
 
 #include <OpenThreads/ScopedLock>
@@ -75,11 +78,26 @@ osg::Referenced* PointCategoryManager::getOperationHolder()
 void PointCategoryManager::pushCmd(CategoryCmdInner* command)
 {
     if (!command) return;
+    updateTransforms();
     {
         Lock lock(_queueMutex);
         _queue.push_back(command);
     }
     release();
+}
+
+/// A cloud may have been moved since the last frame.
+void PointCategoryManager::updateTransforms()
+{
+    Lock lock(_membersMutex);
+    for (const osg::ref_ptr<osg::Referenced>& member : _members) {
+        auto* cloud = dynamic_cast<VelOsgDBBrx::IPointCloud*>(member.get());
+        if (auto* octree = cloud ? cloud->getOctree() : dynamic_cast<OctreeInfo*>(member.get())) {
+            const osg::Matrixd place = placeInWorld(*octree);
+            Lock octreeLock(octree->mutex);
+            octree->transform = place;
+        }
+    }
 }
 
 void PointCategoryManager::pushKind1()

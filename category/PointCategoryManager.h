@@ -43,6 +43,7 @@ private:
     void run();
     void waitForRelease();
     void release();
+    void updateTransforms();
     void pushKind(int32_t kind);
     osg::ref_ptr<VelOsgDBBrx::CategoryData> takeSnapshot();
     osg::ref_ptr<osg::Operation> currentOperation();

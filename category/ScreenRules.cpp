@@ -1,6 +1,7 @@
 #include "category/ScreenRules.h"
 
 #include "category/StoredClasses.h"
+#include "cull/CloudPlaces.h"
 #include "cull/ScreenRegion.h"
 #include "cull/StoreEdit.h"
 #include "loading/PointRecords.h"
@@ -30,7 +31,7 @@ ScreenRules::ScreenRules(OctreeInfo& octree, const ScreenSelection& selection)
         _shown[c] = (base.flag & Base::CLASSES_OFF) || base.shownClasses[c];
     _changes[_toClass] = 0;
 
-    const osg::Matrixd localToWorld = modelMatrix(octree);
+    const osg::Matrixd localToWorld = selection.places.of(octree);
     _empty = !rectanglePlanes(selection.outline, base.height, localToWorld * base.vpw, _bounds);
     addTests(selection, localToWorld);
 }

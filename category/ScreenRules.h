@@ -14,6 +14,7 @@
 #include <vector>
 
 class CellData;
+class CloudPlaces;
 
 /// Success when an edit can be made with these values.
 VelBrx::Status checkBase(const VelOsgDBBrx::Base& base);
@@ -25,7 +26,8 @@ struct ScreenSelection
     const VelOsgDBBrx::Base& base;
     const ScreenMask& mask;
     const std::vector<osg::Vec2d>&
-        outline; ///< encloses the mask's pixels; pixels of the window, from its top
+        outline;               ///< encloses the mask's pixels; pixels of the window, from its top
+    const CloudPlaces& places; ///< of the clouds to edit
 };
 
 /// Which points of an octree an edit on the screen reaches, and which of them get another class. Constant

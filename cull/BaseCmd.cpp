@@ -15,6 +15,7 @@ void CmdResult::add(const CmdResult& other)
     storesBusy += other.storesBusy;
     cellsUnwritten += other.cellsUnwritten;
     storesGone += other.storesGone;
+    storesReplaced += other.storesReplaced;
     maskMissing = maskMissing || other.maskMissing;
     if (reason.empty()) reason = other.reason;
 }

@@ -52,6 +52,7 @@ void CullCmdManager::push(BaseCmd* cmd)
 {
     if (!cmd) return;
     const osg::ref_ptr<BaseCmd> held = cmd;
+    held->prepare();
     {
         const Lock lock(_mutex);
         if (!_done) {

@@ -1,5 +1,6 @@
 #include <VelOsgDBBrx/LineEnHancement.h>
 
+#include "cull/CloudPlaces.h"
 #include "cull/StoreEdit.h"
 #include "loading/PointRecords.h"
 
@@ -75,13 +76,14 @@ bool meets(const OctreeInfo& octree, const CellData& cell, const osg::Matrixd& l
 
 LineEnHancement::LineEnHancement(const std::vector<osg::Vec2d>& polyline, double resolution, double lineWidth,
                                  int mode, int barrierCount)
-    : BaseCmd(barrierCount, false), _resolution(resolution), _mode(mode)
+    : BaseCmd(barrierCount, false), _places(std::make_unique<CloudPlaces>()), _resolution(resolution),
+      _mode(mode)
 {
     drawRaster(polyline, lineWidth);
 }
 
 LineEnHancement::LineEnHancement(Invoke* invoke, int barrierCount)
-    : BaseCmd(barrierCount, false), _invoke(invoke)
+    : BaseCmd(barrierCount, false), _places(std::make_unique<CloudPlaces>()), _invoke(invoke)
 {
 }
 
@@ -129,6 +131,11 @@ void LineEnHancement::drawRaster(const std::vector<osg::Vec2d>& polyline, double
 void LineEnHancement::operator()(CullCmdManager* manager)
 {
     calc(manager);
+}
+
+void LineEnHancement::prepare()
+{
+    _places->note(_octreeInfos);
 }
 
 void LineEnHancement::reset(CullCmdManager*)
@@ -189,7 +196,7 @@ void LineEnHancement::searchRun(const uint8_t* records, int64_t count, const osg
 void LineEnHancement::searchStore(OctreeInfo& octree, CmdResult& result)
 {
     if (!octree.pointFile) return;
-    const osg::Matrixd localToWindow = modelMatrix(octree) * _vpw;
+    const osg::Matrixd localToWindow = _places->of(octree) * _vpw;
     const osg::Matrixd recordToWindow = osg::Matrixd::scale(octree.scale) * localToWindow;
     const osg::Vec2d rasterMin = _lineMin - osg::Vec2d(1, 1);
     const osg::Vec2d rasterMax = _lineMin + osg::Vec2d(_rasterWidth, _rasterHeight) * _resolution;

@@ -1,5 +1,6 @@
 #include <VelOsgDBBrx/LineSearchCmd.h>
 
+#include "cull/CloudPlaces.h"
 #include "cull/LineStrip.h"
 #include "cull/RecordScreenTest.h"
 #include "cull/ScreenRegion.h"
@@ -103,7 +104,10 @@ private:
 
 } // namespace
 
-LineSearchCmd::LineSearchCmd(int barrierCount) : BaseCmd(barrierCount) {}
+LineSearchCmd::LineSearchCmd(int barrierCount)
+    : BaseCmd(barrierCount), _places(std::make_unique<CloudPlaces>())
+{
+}
 
 LineSearchCmd::~LineSearchCmd() = default;
 
@@ -118,6 +122,11 @@ void LineSearchCmd::operator()(CullCmdManager*)
 void LineSearchCmd::reset(CullCmdManager*)
 {
     _points.clear();
+}
+
+void LineSearchCmd::prepare()
+{
+    _places->note(_octreeInfos);
 }
 
 CmdResult LineSearchCmd::search()
@@ -139,7 +148,7 @@ CmdResult LineSearchCmd::search()
 void LineSearchCmd::searchStore(OctreeInfo& octree, const LineStrip& strip, CmdResult& result)
 {
     osg::Polytope::PlaneList planes;
-    const osg::Matrixd localToWorld = modelMatrix(octree);
+    const osg::Matrixd localToWorld = _places->of(octree);
     const osg::Matrixd localToWindow = localToWorld * _vpw;
     if (!rectanglePlanes(boundsOf(_line, _lineWidth, _width, _height), _height, localToWindow, planes))
         return;

@@ -1,4 +1,5 @@
 #include "cull/ChangeRecord.h"
+#include "cull/CloudPlaces.h"
 #include "cull/RecordScreenTest.h"
 #include "cull/ScreenMask.h"
 #include "cull/ScreenRegion.h"
@@ -176,7 +177,8 @@ void showRecords(const OctreeInfo& octree, const std::vector<ChangeRecord::Cell>
 } // namespace
 
 PolygonPointCmd::PolygonPointCmd(int barrierCount, Edit edit)
-    : BaseCmd(barrierCount, true), _changes(std::make_unique<ChangeRecord>()), _edit(edit)
+    : BaseCmd(barrierCount, true), _places(std::make_unique<CloudPlaces>()),
+      _changes(std::make_unique<ChangeRecord>()), _edit(edit)
 {
 }
 
@@ -209,9 +211,14 @@ CmdResult PolygonPointCmd::editStores(CullCmdManager* manager)
     return result;
 }
 
+void PolygonPointCmd::prepare()
+{
+    _places->note(_octreeInfos);
+}
+
 void PolygonPointCmd::editStore(OctreeInfo& octree, const ScreenMask& mask, CmdResult& result)
 {
-    const osg::Matrixd localToWorld = modelMatrix(octree);
+    const osg::Matrixd localToWorld = _places->of(octree);
     const osg::Matrixd localToWindow = localToWorld * _vpw;
     const bool outside = _type == Type::OUTSIDE;
     osg::Polytope::PlaneList planes;
@@ -238,6 +245,7 @@ void PolygonPointCmd::undo(bool inStore)
             ++result.storesGone;
             continue;
         }
+        if (!lockForEditing(*octree, result)) continue;
         const StoreEditLock lock(*octree);
         if (inStore) showRecords(*octree, store.cells, result);
         editLoadedCells(store.cells, kHiddenAttributeBits, 0);

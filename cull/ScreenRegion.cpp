@@ -4,6 +4,15 @@
 #include <cfloat>
 #include <cmath>
 
+namespace {
+
+bool isPerspective(const osg::Matrixd& toWindow)
+{
+    return toWindow(0, 3) != 0 || toWindow(1, 3) != 0 || toWindow(2, 3) != 0;
+}
+
+} // namespace
+
 bool rectanglePlanes(const std::vector<osg::Vec2d>& polygon, int height, const osg::Matrixd& localToWindow,
                      osg::Polytope::PlaneList& planes)
 {
@@ -23,11 +32,14 @@ bool rectanglePlanes(const std::vector<osg::Vec2d>& polygon, int height, const o
     }
     const double lower = height - max.y();
     const double upper = height - min.y();
-    osg::Polytope rectangle(osg::Polytope::PlaneList{
-        osg::Plane(1, 0, 0, -min.x()), osg::Plane(-1, 0, 0, max.x()), osg::Plane(0, 1, 0, -lower),
-        osg::Plane(0, -1, 0, upper), osg::Plane(0, 0, 1, 0)});
+    osg::Polytope rectangle(
+        osg::Polytope::PlaneList{osg::Plane(1, 0, 0, -min.x()), osg::Plane(-1, 0, 0, max.x()),
+                                 osg::Plane(0, 1, 0, -lower), osg::Plane(0, -1, 0, upper)});
     rectangle.transformProvidingInverse(localToWindow);
     planes = rectangle.getPlaneList();
+    // The eye's plane and not the near plane: where that lies is decided when the camera draws.
+    const osg::Matrixd& m = localToWindow;
+    if (isPerspective(m)) planes.emplace_back(m(0, 3), m(1, 3), m(2, 3), m(3, 3));
     return true;
 }
 

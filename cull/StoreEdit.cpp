@@ -31,9 +31,15 @@ bool isEditable(const OctreeInfo& octree)
 
 bool lockForEditing(const OctreeInfo& octree, VelOsgDBBrx::CmdResult& result)
 {
-    const VelBrx::Status status = octree.pointFile->lockForEditing();
+    VelBrx::File& file = *octree.pointFile;
+    const bool isNamed = file.isStillNamed();
+    const VelBrx::Status status =
+        isNamed
+            ? file.lockForEditing()
+            : VelBrx::Status::failure("is no longer the file that was opened and was left as it is; put that "
+                                      "back, or open the new one");
     if (status) return true;
-    ++result.storesBusy;
+    ++(isNamed ? result.storesBusy : result.storesReplaced);
     if (result.reason.empty()) result.reason = octree.pointPath + ": " + status.message();
     return false;
 }
@@ -42,12 +48,6 @@ void noteProblem(const OctreeInfo& octree, const VelBrx::FileWriter& writer, Vel
 {
     const std::string problem = writer.problem();
     if (result.reason.empty() && !problem.empty()) result.reason = octree.pointPath + ": " + problem;
-}
-
-osg::Matrixd modelMatrix(OctreeInfo& octree)
-{
-    const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
-    return octree.transform;
 }
 
 namespace {

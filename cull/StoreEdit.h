@@ -32,15 +32,12 @@ private:
 /// Whether the store's records can be changed.
 bool isEditable(const OctreeInfo& octree);
 
-/// Makes sure that no other process edits the store; the octree is editable. False when one does: the result
-/// says so then.
+/// Makes sure that the store's path still leads to its file, and that no other process edits it; the octree
+/// is editable. False when it is not so: the result says why then.
 bool lockForEditing(const OctreeInfo& octree, VelOsgDBBrx::CmdResult& result);
 
 /// Takes down why a writer could not write.
 void noteProblem(const OctreeInfo& octree, const VelBrx::FileWriter& writer, VelOsgDBBrx::CmdResult& result);
-
-/// The octree's local-to-world matrix at this moment.
-osg::Matrixd modelMatrix(OctreeInfo& octree);
 
 /// Every cell of the octree.
 std::vector<CellData*> allCells(const OctreeInfo& octree);

@@ -24,11 +24,7 @@ public:
     osg::Matrixd getMvpw() const { return getMvp() * _camera.getViewport()->computeWindowMatrix(); }
 
 private:
-    /// From the scene's root, on a path through the camera where there is one, to the current node.
-    osg::NodePath wholePath() const;
-
     const osg::Camera& _camera;
     osg::Matrixd _localToWorld;
-    bool _started = false;
     bool _foundCloud = false;
 };

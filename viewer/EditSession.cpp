@@ -13,8 +13,6 @@
 #include <VelOsgDBBrx/ResetCmd.h>
 #include <VelOsgDBBrx/UndoCmd.h>
 
-#include <OpenThreads/ScopedLock>
-
 #include <algorithm>
 #include <chrono>
 #include <thread>
@@ -49,22 +47,6 @@ uint64_t sum(const std::map<std::string, uint64_t>& counts)
     return all;
 }
 
-/// Local to world.
-osg::Matrixd placeOf(const IPointCloud& cloud)
-{
-    const osg::MatrixList matrices = cloud.getWorldMatrices();
-    return matrices.empty() ? osg::Matrixd() : matrices.front();
-}
-
-/// Tells the octree where it stands in the world, which it otherwise learns when it is first drawn: a cloud
-/// that never came into view is edited too.
-void placeOctree(IPointCloud& cloud)
-{
-    OctreeInfo& octree = *cloud.getOctree();
-    const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
-    octree.transform = placeOf(cloud);
-}
-
 osg::ref_ptr<Category> classRequest(int32_t kind)
 {
     const osg::ref_ptr<Category> request = new Category;
@@ -79,7 +61,6 @@ EditSession::EditSession(Scene& scene, osgViewer::Viewer& viewer) : _scene(scene
     CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
     PCViewerManager::getInstance()->registerViewer(&viewer, kViewerUid);
     for (const Scene::Cloud& cloud : scene.clouds()) {
-        placeOctree(*cloud.node);
         _uids.push_back(uidOf(cloud, _uids.size()));
         CategoryCalcTool::getInstance()->registerCloud(_uids.back(), cloud.node);
         PCViewerManager::getInstance()->registerViewer(&viewer, _uids.back());
@@ -183,7 +164,7 @@ void EditSession::concludeCommands(Running& running) const
         refuse(running.outcome, readOnlyStores([](const std::string&) { return true; }) +
                                     " cannot be written and was left as it is; make it writable and open it "
                                     "again");
-    else if (result.storesBusy > 0 || result.cellsUnwritten > 0)
+    else if (result.storesBusy > 0 || result.storesReplaced > 0 || result.cellsUnwritten > 0)
         refuse(running.outcome, result.reason);
     else if (result.cellsUnreadable > 0)
         refuse(running.outcome, std::to_string(result.cellsUnreadable) +

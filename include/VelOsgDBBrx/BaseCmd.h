@@ -32,9 +32,12 @@ struct VEL_OSGDB_BRX_EXPORT CmdResult
     uint64_t cellsUnwritten =
         0;                   ///< cells that were changed in part or not at all: their file took no more bytes
     unsigned storesGone = 0; ///< stores that had been deleted before the command ran
+    /// Stores left unchanged because their path no longer leads to the file that is open: it was built anew,
+    /// replaced, moved or removed, and what is changed in the open file would be lost.
+    unsigned storesReplaced = 0;
     bool maskMissing = false; ///< no mask of the polygon or line could be had; nothing was changed or found
-    std::string
-        reason; ///< one line on the first store that is busy or took no more bytes; it names the store
+    std::string reason; ///< one line on the first store that is busy, replaced, or took no more bytes; it
+                        ///< names the store
 
     /// Adds the numbers of another command.
     void add(const CmdResult& other);
@@ -78,6 +81,10 @@ protected:
     /// `save`: whether the manager keeps the command for undo.
     explicit BaseCmd(int barrierCount, bool save = false);
     ~BaseCmd() override;
+
+    /// Notes what the command needs of the moment when it is pushed, such as where clouds stand in the world.
+    /// Called by `CullCmdManager::push` on its caller's thread.
+    virtual void prepare() {}
 
     /// Stores what the command did, as DONE. Called on the worker before `block(0)`.
     void report(CmdResult result);

@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+class CloudPlaces;
 class EditHistory;
 
 namespace VelOsgDBBrx {
@@ -63,9 +64,10 @@ public:
     void registerCloud(const std::string& uid, OctreeInfo* octree);
     void unRegisterCloud(const std::string& uid);
 
-    /// Queues a request, held from then on. Null is ignored. Where the request means the clouds under a group
-    /// or of a viewer, these are looked up now, by the caller: push such a request where the scene may be
-    /// read, between frames or in the update traversal.
+    /// Queues a request, held from then on. Null is ignored. The clouds that it means, also those under a
+    /// group or of a viewer, are looked up now, and are edited where they stand in the scene at this moment,
+    /// drawn there or not. Any thread may call it while nobody adds, moves or removes the nodes above the
+    /// clouds: the thread that draws, between frames or in the event and update traversals, always may.
     void push(Category* c);
 
     void pop();   ///< queues an undo of the newest edit
@@ -81,8 +83,9 @@ public:
     /// The points whose class differs from the one at the last save, by cloud: index in the point file, and
     /// class code (cast to unsigned char: codes above 127 are negative). Clouds without such points are not
     /// listed; one that was edited through its group or viewer and is not registered goes by the path of its
-    /// store. Points whose index does not fit an
-    /// int are left out; `getAllModify64` has them. Edits that were queued but not handled are not in it.
+    /// store. Of a uid that was given to another file meanwhile, points of that file alone are listed. Points
+    /// whose index does not fit an int are left out; `getAllModify64` has them. Edits that were queued but
+    /// not handled are not in it.
     Modify getAllModify();
     Modify64 getAllModify64();
 
@@ -122,10 +125,12 @@ private:
     {
         osg::ref_ptr<Category> request;
         std::vector<osg::observer_ptr<OctreeInfo>> inScene;
+        std::shared_ptr<const CloudPlaces> places; ///< of its clouds, when it was pushed
     };
 
     void push(int32_t kind);
     bool isRegistered(const std::string& uid);
+    osg::ref_ptr<OctreeInfo> findCloud(const std::string& uid);
     Queued takeNext();
     void handle(const Queued& next);
     void noteRefusal(const VelBrx::Status& status);

@@ -14,6 +14,7 @@
 #include <vector>
 
 class ChangeRecord;
+class CloudPlaces;
 class ScreenMask;
 
 namespace VelOsgDBBrx {
@@ -37,8 +38,9 @@ enum class Type
 /// Hidden bits are kept in the store's point records, so that they outlast paging and the program, and in the
 /// vertex attribute of loaded cells. The store's file is locked while the command works, cells that are not
 /// loaded are tested straight from it. Cells beyond the polygon's rectangle are not read. A store whose file
-/// cannot be written is left as it is (`CmdResult::storesReadOnly`). The undo record takes four bytes for
-/// each point changed.
+/// cannot be written is left as it is (`CmdResult::storesReadOnly`), and so is one whose path leads to
+/// another file by now or to none (`CmdResult::storesReplaced`), by an undo too. The undo record takes four
+/// bytes for each point changed.
 ///
 /// After a kill in mid-command every point is either as before or as the command would have left it.
 class VEL_OSGDB_BRX_EXPORT PolygonPointCmd : public BaseCmd
@@ -89,6 +91,7 @@ protected:
     void undo(bool inStore);
 
 private:
+    void prepare() override;
     CmdResult editStores(CullCmdManager* manager);
     void editStore(OctreeInfo& octree, const ScreenMask& mask, CmdResult& result);
 
@@ -96,6 +99,7 @@ private:
     std::vector<osg::Vec2d> _polygon;
     osg::Matrixd _vpw;
     std::vector<osg::observer_ptr<OctreeInfo>> _octreeInfos;
+    std::unique_ptr<CloudPlaces> _places; ///< of them, when the command was pushed
     std::string _uid;
     std::unique_ptr<ChangeRecord> _changes;
     std::vector<osg::Vec4d> _clipPlanes;

@@ -28,8 +28,13 @@ public:
     CullCmdManager(const CullCmdManager&) = delete;
     CullCmdManager& operator=(const CullCmdManager&) = delete;
 
-    /// Queues a command, held from then on. Null is ignored. Never waits; any thread may call it. After a
-    /// shutdown the command is abandoned at once.
+    /// Queues a command, held from then on. Null is ignored. Never waits. After a shutdown the command is
+    /// abandoned at once.
+    ///
+    /// The command acts on its clouds where they stand in the scene at this moment, whether or not a frame
+    /// was drawn since they came there, and wherever they are when the worker comes to it. Any thread may
+    /// call it while nobody adds, moves or removes the nodes above the clouds: the thread that draws, between
+    /// frames or in the event and update traversals, always may.
     virtual void push(BaseCmd* cmd);
 
     /// Takes the newest saved command from the undo stack; empty when there is none. Only for commands that

@@ -32,7 +32,9 @@ public:
     virtual void setOperationHolder(osg::Referenced* holder) = 0;
     virtual osg::Referenced* getOperationHolder() = 0;
 
-    /// Queues a command and wakes the thread; null is ignored.
+    /// Queues a command and wakes the thread; null is ignored. Octrees among the members get the transform
+    /// that they have in the scene at this moment, so nobody adds, moves or removes the nodes above them
+    /// meanwhile.
     virtual void pushCmd(CategoryCmdInner* command) = 0;
 
     virtual void pushKind1() = 0; ///< queues an undo: `CategoryCmdInner::UNDO`

@@ -14,11 +14,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 struct _cairo;
 struct _cairo_surface;
+class CloudPlaces;
 
 namespace VelOsgDBBrx {
 
@@ -92,6 +94,7 @@ protected:
     ~LineEnHancement() override;
 
 private:
+    void prepare() override;
     void drawRaster(const std::vector<osg::Vec2d>& polyline, double lineWidth);
     bool isOnLine(const osg::Vec3d& window) const;
     void searchRun(const uint8_t* records, int64_t count, const osg::Matrixd& recordToWindow,
@@ -101,6 +104,7 @@ private:
     _cairo_surface* _surface = nullptr; ///< owned
     _cairo* _context = nullptr;         ///< owned
     std::vector<osg::observer_ptr<OctreeInfo>> _octreeInfos;
+    std::unique_ptr<CloudPlaces> _places; ///< of them, when the command was pushed
     std::string _uid;
     osg::Vec2d _lineMin;
     osg::Vec2d _lineMax;

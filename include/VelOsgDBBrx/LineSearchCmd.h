@@ -11,9 +11,11 @@
 #include <osg/observer_ptr>
 
 #include <bitset>
+#include <memory>
 #include <string>
 #include <vector>
 
+class CloudPlaces;
 class LineStrip;
 
 namespace VelOsgDBBrx {
@@ -76,6 +78,7 @@ protected:
     ~LineSearchCmd() override;
 
 private:
+    void prepare() override;
     CmdResult search();
     void searchStore(OctreeInfo& octree, const LineStrip& strip, CmdResult& result);
 
@@ -87,6 +90,7 @@ private:
     std::vector<osg::Vec4d> _clipPlanes;
     std::bitset<256> _shownClasses = std::bitset<256>().set();
     std::vector<osg::observer_ptr<OctreeInfo>> _octreeInfos;
+    std::unique_ptr<CloudPlaces> _places; ///< of them, when the command was pushed
     std::string _uid;
     Points _points;
 };

@@ -21,8 +21,8 @@ public:
     /// Name of the viewer to redraw, as registered with `PCViewerManager`.
     void setUid(std::string uid) { _uid = std::move(uid); }
 
-    /// The clouds to show. One that is deleted before the command runs is skipped, one whose file cannot be
-    /// written is left as it is.
+    /// The clouds to show. One that is deleted before the command runs is skipped. One whose file cannot be
+    /// written, or is no longer where its path leads, is left as it is.
     void setOctreeInfos(std::vector<osg::observer_ptr<OctreeInfo>>& octreeInfos)
     {
         _octreeInfos = octreeInfos;

@@ -19,6 +19,8 @@
 
 using namespace VelOsgDBBrx;
 
+namespace fs = std::filesystem;
+
 namespace {
 
 /// Not convex, off the pixel grid.
@@ -442,7 +444,7 @@ TEST_F(CategoryCalcToolTest, EditsAllCloudsUnderAGroupOrOfAViewerWithOneMask)
     EXPECT_EQ(pushAndWait(kUid, empty)->state(), CategoryReport::REFUSED);
 }
 
-TEST_F(CategoryCalcToolTest, ShowsEditsToWhoeverOpensTheStore)
+TEST_F(CategoryCalcToolTest, ShowsEditsToWhoeverOpensTheFileByAnyOfItsNames)
 {
     LoadedStore second(path);
     const osg::ref_ptr<osg::Node> shared =
@@ -452,10 +454,91 @@ TEST_F(CategoryCalcToolTest, ShowsEditsToWhoeverOpensTheStore)
     EXPECT_EQ(shownClasses(*second.octree()), expected);
 
     store.cloud = nullptr;
+    fs::create_hard_link(path, folder.file("hard.brx"));
+    fs::create_symlink(path, folder.file("symbolic.brx"));
+    for (const std::string& name :
+         {path, folder.file("hard.brx"), folder.file("symbolic.brx"), fs::relative(path).string()})
+        EXPECT_EQ(shownClasses(*LoadedStore(name).octree()), expected) << name;
     LoadedStore reopened(path);
-    EXPECT_EQ(shownClasses(*reopened.octree()), expected);
     pushAndWait(Category::UNDO);
     EXPECT_EQ(shownClasses(*reopened.octree()), before) << "after an undo of an edit of the closed octree";
+}
+
+TEST_F(CategoryCalcToolTest, SharesNothingBetweenAStoreAndItsCopy)
+{
+    const std::string copy = folder.file("copy.brx");
+    fs::copy(path, copy);
+    const Classes ofStore = edited(before, visibleUnder(kArrow), 77, always);
+    const Classes ofCopy = edited(before, visibleUnder(kEverything), 78, always);
+    const osg::ref_ptr<osg::Node> leaf =
+        PCDataManager::getInstance()->acquireNodeOrCreate(store.octree()->root);
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 77));
+    store.cloud = nullptr;
+
+    const LoadedStore twin(copy);
+    EXPECT_NE(PCDataManager::getInstance()->acquireNodeOrCreate(twin.octree()->root), leaf);
+    EXPECT_EQ(shownClasses(*twin.octree()), before);
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, ofStore)) << "of the store that was closed";
+    tool().registerCloud(kUid, twin.octree());
+    EXPECT_TRUE(tool().getAllModify64().empty());
+    pushAndWait(kUid, polygonEdit(kEverything, screen, 78));
+    EXPECT_EQ(shownClasses(*twin.octree()), ofCopy);
+    EXPECT_EQ(shownClasses(*LoadedStore(path).octree()), ofStore);
+    EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, ofCopy));
+    EXPECT_EQ(tool().countUnwritten()[copy], difference(before, ofCopy).size());
+
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(storedClasses(path), ofStore);
+    EXPECT_EQ(storedClasses(copy), ofCopy);
+    pushAndWait(Category::UNDO);
+    EXPECT_EQ(shownClasses(*twin.octree()), before);
+    EXPECT_EQ(shownClasses(*LoadedStore(path).octree()), ofStore);
+}
+
+TEST_F(CategoryCalcToolTest, WritesNoFileButTheOneThatWasEdited)
+{
+    const std::string copy = folder.file("copy.brx");
+    fs::copy(path, copy);
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+    store.cloud = nullptr;
+    const std::string kept = folder.file("kept.brx");
+    const auto refuses = [&] {
+        const Status status = tool().writeToStores();
+        EXPECT_NE(status.message().find(path + ": is no longer the store"), std::string::npos)
+            << status.message();
+        EXPECT_EQ(shownClasses(*LoadedStore(path).octree()), storedClasses(path));
+    };
+    fs::create_hard_link(path, kept);
+    fs::remove(path);
+    fs::copy(copy, path);
+    refuses();
+    fs::remove(path);
+    fs::create_symlink(copy, path);
+    refuses();
+
+    // By another name of the file that was edited, the edits can be written.
+    LoadedStore linked(kept);
+    tool().registerCloud(kUid, linked.octree());
+    const Polygon small = {{100.5, 60.5}, {125.5, 60.5}, {110.5, 90.5}};
+    pushAndWait(kUid, polygonEdit(small, screen, 10));
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(storedClasses(kept),
+              edited(edited(before, visibleUnder(kArrow), 9, always), visibleUnder(small), 10, always));
+    EXPECT_EQ(storedClasses(copy), before);
+    fs::remove(path);
+    fs::create_hard_link(kept, path);
+    pushAndWait(Category::RESET);
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(storedClasses(kept), before);
+
+    // Another store written over the bytes of the file.
+    pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+    linked.cloud = nullptr;
+    const Bytes other = readFile(writeClassifiedStore(folder, "other.brx", 2, 25000));
+    folder.write("kept.brx", other);
+    EXPECT_FALSE(tool().writeToStores().ok());
+    EXPECT_EQ(readFile(kept), other);
+    folder.write("kept.brx", records.bytes());
 }
 
 TEST_F(CategoryCalcToolTest, WritesTheEditsOfAStoreThatWasClosed)

@@ -7,6 +7,7 @@
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <gtest/gtest.h>
+#include <osg/MatrixTransform>
 
 #include <chrono>
 #include <thread>
@@ -157,6 +158,18 @@ TEST_F(CpuCategoryOpTest, IgnoresCommandsThatItCannotCarryOut)
     manager->pushKind2();
     manager->pushCmd(command(kLeft, 4));
     EXPECT_TRUE(shows(edited(before, visibleUnder(kLeft), 4, [](size_t) { return true; })));
+}
+
+TEST_F(CpuCategoryOpTest, EditsCloudsWhereTheyStandWhenTheCommandComes)
+{
+    const Classes expected = edited(before, visibleUnder(kLeft), 4, [](size_t) { return true; });
+    const osg::Matrixd moved =
+        osg::Matrixd::rotate(1, osg::Vec3d(1, 2, 3)) * osg::Matrixd::translate(1234567, 7654321, 250);
+    const osg::ref_ptr<osg::MatrixTransform> place = new osg::MatrixTransform(moved);
+    place->addChild(store.cloud);
+    screen.view = osg::Matrixd::inverse(moved) * screen.view;
+    manager->pushCmd(command(kLeft, 4));
+    EXPECT_TRUE(shows(expected));
 }
 
 TEST_F(CpuCategoryOpTest, MakesEditsThatAreWrittenLikeThoseOfTheTool)

@@ -299,6 +299,55 @@ TEST_F(CullCmdTest, HidesWhatTheDiskHasRoomForAndUndoesExactlyThat)
     EXPECT_EQ(shown, countDifferences(withHole, records()));
 }
 
+TEST_F(CullCmdTest, LeavesAStoreWhosePathLeadsElsewhereByNow)
+{
+    namespace fs = std::filesystem;
+    const std::string moved = folder.file("moved.brx");
+    const std::string other = writeMarkedStore(folder, 500, 2, "other.brx");
+    const std::string link = folder.file("link.brx");
+    fs::create_symlink(path, link);
+    const LoadedStore linked(link);
+    fs::remove(link);
+    fs::create_symlink(other, link);
+    EXPECT_EQ(run(polygonCmd<CullCmd>(linked.octree(), kArrow, screen)).storesReplaced, 1u);
+    EXPECT_TRUE(sameBytes(records(), before));
+
+    run(polygonCmd<XorCullCmd>(store.octree(), kRight, screen));
+    run(polygonCmd<CullCmd>(store.octree(), kLeft, screen));
+    const osg::ref_ptr<osg::Node> leaf =
+        PCDataManager::getInstance()->acquireNodeOrCreate(store.octree()->root);
+    const Bytes edited = readFile(path);
+    const Bytes otherBefore = readFile(other);
+    fs::rename(path, moved);
+    for (const bool replaced : {false, true}) {
+        if (replaced) fs::copy(other, path);
+        for (const CmdResult& result :
+             {run(polygonCmd<CullCmd>(store.octree(), kEverything, screen)),
+              run(polygonCmd<CullCmd>(store.octree(), kArrow, screen, Type::OUTSIDE)),
+              run(polygonCmd<XorCullCmd>(store.octree(), kEverything, screen)), reset(store)}) {
+            EXPECT_EQ(result.storesReplaced, 1u);
+            EXPECT_EQ(result.pointsChanged, 0u);
+        }
+    }
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(run(new UndoCmd(2)).storesReplaced, 0u) << "those have nothing to take back";
+    EXPECT_EQ(run(new UndoCmd(2)).storesReplaced, 1u) << "of the hide";
+    EXPECT_EQ(run(new AllUndoCmd(2)).storesReplaced, 1u) << "of what was brought back";
+    EXPECT_EQ(readFile(moved), edited);
+    EXPECT_EQ(readFile(path), otherBefore);
+    std::vector<int> bits(before.size(), -1);
+    addLeafBits(leaf, bits);
+    const LasRecords inFile(edited);
+    for (size_t i = 0; i < bits.size(); ++i)
+        if (bits[i] >= 0) {
+            ASSERT_EQ(bits[i], inFile.flags(i) & 0x0F) << "the picture is as the file";
+        }
+
+    fs::rename(moved, path);
+    EXPECT_GT(reset(store).pointsChanged, 0u);
+    EXPECT_EQ(readFile(path), shown(before, std::vector<bool>(before.size(), true)).bytes());
+}
+
 TEST_F(CullCmdTest, ReportsAMissingOrUselessMask)
 {
     class WrongSize : public ExactMaskTool

@@ -59,6 +59,7 @@ uint64_t hideInside(osgViewer::Viewer& viewer, IPointCloud& cloud, const Polygon
     cmd->block();
     const CmdResult result = cmd->getResult();
     if (result.storesReadOnly) std::cerr << "the store cannot be written; nothing was hidden\n";
+    if (result.storesReplaced) std::cerr << "the store was replaced; open the new one\n";
     return result.pointsChanged;
 }
 

@@ -17,6 +17,9 @@ using namespace VelOsgDBBrx;
 
 namespace {
 
+constexpr double kScale[3] = {0.001, 0.002, 0.0005};
+constexpr double kCubeSize = 100.004;
+
 /// Places each point in the cell of its level; the level is drawn by lot.
 class CloudBuilder
 {
@@ -28,7 +31,8 @@ public:
         const int32_t steps[3] = {point.x, point.y, point.z};
         for (int bit = level - 1; bit >= 0; --bit)
             for (int axis = 2; axis >= 0; --axis) {
-                const int cell = static_cast<int>((steps[axis] + 50000) * cellsPerAxis / 100001.0);
+                const int cell =
+                    static_cast<int>((steps[axis] * kScale[axis] + 50) * cellsPerAxis / kCubeSize);
                 code = code << 1 | (cell >> bit & 1);
             }
         _cells[{level, code}].push_back(point);
@@ -37,15 +41,14 @@ public:
     TestStore store(uint64_t identity)
     {
         TestStore store;
-        for (double& scale : store.scale)
-            scale = 0.001;
+        std::copy(kScale, kScale + 3, store.scale);
         const double offset[3] = {1234567.0, 7654321.0, 250.0};
         std::copy(offset, offset + 3, store.offset);
         store.coordinateSystem = "LOCAL_CS[\"odd\"]";
         store.index.storeId = identity;
         for (int axis = 0; axis < 3; ++axis)
             store.index.cubeMin[axis] = offset[axis] - 50;
-        store.index.cubeSize = 100.002;
+        store.index.cubeSize = kCubeSize;
         for (const auto& [key, points] : _cells)
             store.addCell(key.first, key.second, points);
         store.updateStatistics();
@@ -82,16 +85,15 @@ osg::ref_ptr<osg::Image> ExactMaskTool::createMask(int width, int height)
 
 std::string writeMarkedStore(const TempFolder& folder, int count, unsigned seed, const std::string& name)
 {
-    // The cache knows cells by the identity of their store.
     static std::atomic<uint64_t> storeCounter{0xC011};
     std::mt19937 random(seed);
-    std::uniform_int_distribution<int32_t> step(-50000, 50000);
+    std::uniform_int_distribution<int32_t> place(-50000, 50000); // thousandths of a unit
     CloudBuilder builder;
     for (int i = 0; i < count; ++i) {
         TestPoint point;
-        point.x = step(random);
-        point.y = step(random);
-        point.z = step(random);
+        point.x = static_cast<int32_t>(place(random) * 0.001 / kScale[0]);
+        point.y = static_cast<int32_t>(place(random) * 0.001 / kScale[1]);
+        point.z = static_cast<int32_t>(place(random) * 0.001 / kScale[2]);
         point.gpsTime = 1e5 + i;
         point.sourceId = static_cast<uint16_t>(i);
         point.red = point.green = point.blue = 65535;

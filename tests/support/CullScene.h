@@ -34,8 +34,8 @@ private:
 };
 
 /// A seeded random cloud of `count` points in a cube of 100 units around the store's offset, in three levels
-/// of cells; one point in eleven is hidden from the start. Coordinates have seven digits. The store has an
-/// identity of its own. Returns the path.
+/// of cells; one point in eleven is hidden from the start. Coordinates have seven digits, and scales differ
+/// by axis. The store has an id of its own. Returns the path.
 std::string writeMarkedStore(const TempFolder& folder, int count = 20000, unsigned seed = 1,
                              const std::string& name = "cloud.brx");
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 using VelOsgDBBrx::Type;
 
@@ -245,6 +246,33 @@ TEST_F(EditSessionTest, AnOutlineBeyondTheWindowIsMeantWholeOnlyWhereThatIsAsked
     EXPECT_NEAR(firstHit->x, west.x(), 0.1) << "positions are those of the window";
     EXPECT_FALSE(done(session->hide({{-1e6, 0}, {1e6, 0}, {0, 1e6}}, Type::INSIDE)).ok);
     EXPECT_EQ(count(hidden()), 0u);
+}
+
+TEST_F(EditSessionTest, AStoreThatWasBuiltAnewMeanwhileIsNamedAndLeftAlone)
+{
+    show();
+    const std::string old = shown.folder.file("old.brx");
+    std::filesystem::rename(shown.store(), old);
+    std::filesystem::copy(old, shown.store());
+    for (const EditOutcome& outcome :
+         {done(session->hide(kAll, Type::INSIDE)), done(session->show(kAll)), done(session->reset())}) {
+        EXPECT_FALSE(outcome.ok);
+        EXPECT_EQ(outcome.points, 0u);
+        EXPECT_EQ(outcome.message.find(shown.store() + ": is no longer the file that was opened"), 0u)
+            << outcome.message;
+    }
+    EXPECT_EQ(count(hidden()), 0u);
+    EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
+
+    std::filesystem::rename(old, shown.store());
+    EXPECT_EQ(done(session->hide(kAll, Type::INSIDE)).points, 400u);
+    std::filesystem::rename(shown.store(), old);
+    const EditOutcome undone = done(session->undo());
+    EXPECT_FALSE(undone.ok);
+    EXPECT_NE(undone.message.find("is no longer the file"), std::string::npos) << undone.message;
+    std::filesystem::rename(old, shown.store());
+    EXPECT_EQ(count(hidden()), 400u);
+    done(session->reset());
 }
 
 TEST_F(EditSessionTest, ALineFindsThePointsUnderItsWholeWidthAndMakesThemStandOut)
