@@ -280,6 +280,26 @@ TEST(EyeDomeLighting, ShadesEveryPixelByTheDepthsAroundIt)
     }
 }
 
+/// The bounds of the cell hold the eye: by them, the near plane would lie close before it.
+TEST(EyeDomeLighting, KeepsItsStrengthWithTheEyeAmongThePoints)
+{
+    BlockPicture picture;
+    osg::Camera& camera = picture.viewer.camera();
+    camera.setComputeNearFarMode(osg::CullSettings::COMPUTE_NEAR_FAR_USING_BOUNDING_VOLUMES);
+    const double height = 30;
+    const osg::Vec3d middle = PointPicture::kOrigin + osg::Vec3d(kSize / 2, kSize / 2, 0);
+    camera.setViewMatrixAsLookAt(middle + osg::Vec3d(0, 0, height), middle, osg::Y_AXIS);
+    camera.setProjectionMatrixAsPerspective(2 * osg::RadiansToDegrees(std::atan(kSize / 2 / height)), 1, 1,
+                                            100);
+    picture.cloud->enableEyeDomeLighting();
+    picture.draw();
+    EXPECT_EQ(picture.at(3, 3), kGround);
+    int darkened = 0; // the block is 18 pixels from side to side, ten metres nearer than the ground
+    for (int x = 0; x < kSize; ++x)
+        darkened += picture.at(x, 15).b() < kGround.b() / 4;
+    EXPECT_GE(darkened, 2);
+}
+
 TEST(EyeDomeLighting, LeavesNoTraceWhenSwitchedOff)
 {
     BlockPicture picture;

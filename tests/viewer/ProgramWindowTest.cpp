@@ -7,6 +7,7 @@
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/TestSurvey.h"
 
+#include <VelBrx/Normals.h>
 #include <VelBrx/PointCounts.h>
 
 #include <gtest/gtest.h>
@@ -339,6 +340,7 @@ const std::map<std::string, Check> kChecks = {
     {"T", moves([](Viewer& viewer) { viewer.window->drag(350, 250, 420, 300); })},
     {"N", moves([](Viewer& viewer) { viewer.press("N"); })},
     {"I", moves([](Viewer& viewer) { viewer.press("I"); })},
+    {"O", moves([](Viewer& viewer) { viewer.press("O"); })},
     {"Space",
      [](Viewer& viewer) {
          viewer.expectChange([&] { viewer.window->drag(350, 250, 420, 300); });
@@ -367,7 +369,18 @@ const std::map<std::string, Check> kChecks = {
      [](Viewer& viewer) {
          changes(viewer, "N"); // points one behind the other
          changes(viewer, "d");
+         changes(viewer, "bracketright");
+         changes(viewer, "bracketleft");
          changes(viewer, "d");
+         viewer.press("T");
+     }},
+    {"[", [](Viewer&) {}}, // with d
+    {"]", [](Viewer&) {}},
+    {"B",
+     [](Viewer& viewer) {
+         viewer.press("I");
+         for (int light = 0; light < 3; ++light)
+             changes(viewer, "B");
          viewer.press("T");
      }},
     {"L",
@@ -516,7 +529,11 @@ void tryKeys(Viewer& viewer, const std::string& pageName)
 
 TEST(ProgramWindow, KeysForLookingDoWhatTheirPageSays)
 {
-    Viewer viewer;
+    Viewer viewer([](const std::string& store) {
+        VelBrx::NormalsOptions options;
+        options.store = store;
+        ASSERT_TRUE(VelBrx::writeNormals(options));
+    });
     EXPECT_TRUE(eventually([&] { return viewer.window->title() == "grid.brx - brxview"; }));
     viewer.start = viewer.points();
     tryKeys(viewer, "viewing");
