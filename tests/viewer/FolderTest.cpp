@@ -161,6 +161,7 @@ TEST_F(StoreFolder, WithADamagedStoreIsRefusedByTheNameOfTheStore)
     fs::resize_file(damaged, fs::file_size(damaged) / 2);
     const ProgramResult result = draw("damaged.png", {path("tiles")});
     EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.err.rfind("brxview: " + damaged + ": is too short for the ", 0), 0u) << result.err;
+    EXPECT_EQ(result.err.rfind("brxview: " + damaged + ": ends inside its EVLRs; restore", 0), 0u)
+        << result.err;
     EXPECT_FALSE(fs::exists(path("damaged.png")));
 }
