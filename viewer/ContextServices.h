@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <optional>
 
-/// The library's services for one context: paging, about a point a pixel, and compiling of cells. They end with this object, which
-/// must die before the viewer that owns the context.
+/// The library's services for one context: paging, about a point a pixel, and compiling of cells. They end
+/// with this object, which must die before the viewer that owns the context.
 class ContextServices
 {
 public:

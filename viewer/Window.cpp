@@ -204,7 +204,8 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     setTitle(viewer, titleOf(options));
     const double aspect = aspectOf(*viewer.getCamera());
     setUpCamera(*viewer.getCamera(), aspect);
-    viewer.setCameraManipulator(makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
+    viewer.setCameraManipulator(
+        makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
     const osg::ref_ptr<Overlay> overlay = new Overlay;
     viewer.getCamera()->addPostDrawCallback(overlay);
     EditSession session(scene, viewer);

@@ -29,12 +29,14 @@ enum class ExportForm
 struct ExportOptions
 {
     std::string store;
-    std::string output; ///< a LAS or LAZ file; with `ExportForm::Split` a folder, which is made where there is none
+    /// A LAS, LAZ or COPC file; with `ExportForm::Split` a folder, which is made where there is none.
+    std::string output;
     ExportForm form = ExportForm::Automatic;
-    bool visibleOnly = false;   ///< leave hidden points out; headers then tell of the points that remain
-    bool overwrite = false;     ///< replace files that exist
-    unsigned threads = 0;       ///< 0: all processors
-    uint64_t memory = 1u << 30; ///< bytes to use at most, from 24 MiB a thread on, 40 for LAZ; heads come on top
+    bool visibleOnly = false; ///< leave hidden points out; headers then tell of the points that remain
+    bool overwrite = false;   ///< replace files that exist
+    unsigned threads = 0;     ///< 0: all processors
+    /// Bytes to use at most, from 24 MiB a thread on, 40 for LAZ. Heads come on top.
+    uint64_t memory = 1u << 30;
     std::function<void(const BuildProgress&)> progress; ///< called on the thread that called `exportLas`
     const std::atomic<bool>* cancel = nullptr; ///< set by the caller: the export ends soon and leaves nothing
 };
@@ -57,11 +59,11 @@ struct ExportReport
 /// Writes the points of a store back to LAS; to LAZ where the name ends in ".laz", and to COPC 1.0, merged,
 /// where it ends in ".copc.laz". In the form of its source an unedited store gives the source's
 /// bytes back; edits show in the class and in the withheld bit, which is set where a point is hidden. A
-/// compressed source of `Split` is compressed again, in the form of its point format that is written today; its
-/// points are the same. Files appear under their names when all are
-/// complete; a failed or cancelled export leaves nothing. Fails where a class above 31 meets a point format
-/// that has no room for it. A store of which the points do not fit `memory` needs its size again as temporary
-/// disk space in the folder of the output. Any thread may call it.
+/// compressed source of `Split` is compressed again, in the form of its point format that is written today;
+/// its points are the same. Files appear under their names when all are complete; a failed or cancelled
+/// export leaves nothing. Fails where a class above 31 meets a point format that has no room for it. A store
+/// of which the points do not fit `memory` needs its size again as temporary disk space in the folder of the
+/// output. Any thread may call it.
 VEL_BRX_EXPORT Status exportLas(const ExportOptions& options, ExportReport& report);
 
 } // namespace VelBrx

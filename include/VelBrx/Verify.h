@@ -13,8 +13,9 @@ namespace VelBrx {
 /// is sound. Any thread may call it.
 VEL_BRX_EXPORT std::vector<std::string> verifyStore(const std::string& path);
 
-/// Whether the file is a store, sound or damaged: a LAS 1.4 file whose head can be read and that has an octree
-/// index. Of other files `verifyStore` names one problem, which says what they are. Any thread may call it.
+/// Whether the file is a store, sound or damaged: a LAS 1.4 file whose head can be read and that has an
+/// octree index. Of other files `verifyStore` names one problem, which says what they are. Any thread may
+/// call it.
 VEL_BRX_EXPORT bool isStore(const std::string& path);
 
 } // namespace VelBrx
