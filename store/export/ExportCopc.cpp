@@ -25,7 +25,6 @@ using namespace LasLayout;
 
 namespace {
 
-constexpr uint8_t kWithheldFlag = 4;
 constexpr uint64_t kMaxChunkBytes = std::numeric_limits<int32_t>::max();
 
 /// What a thread needs of a point beside its output, roughly: store record, ordinal, order, encoder's
@@ -249,7 +248,7 @@ private:
         const uint8_t* const keptBytes = _bytes + _head.flags.start;
         const uint8_t before = keptBytes[kept.flagsStart + ordinal / 2] >> (ordinal % 2 ? 4 : 0) & 0x0F;
         const bool isHidden = record[kFlags] & kHiddenBits;
-        const auto flags = static_cast<uint8_t>((before & ~kWithheldFlag) | (isHidden ? kWithheldFlag : 0));
+        const auto flags = static_cast<uint8_t>((before & ~kWithheld) | (isHidden ? kWithheld : 0));
         const bool isChanged = flags != before || record[kClass] != keptBytes[kept.classesStart + ordinal];
         const bool isLeftOut = isHidden && _options.visibleOnly;
         summary.hidden += isLeftOut;
