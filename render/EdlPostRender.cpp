@@ -4,11 +4,9 @@
 
 #include <osg/NodeCallback>
 #include <osg/Uniform>
-#include <osg/observer_ptr>
 #include <osgUtil/CullVisitor>
 
 #include <cmath>
-#include <mutex>
 
 namespace {
 
@@ -24,8 +22,8 @@ void setTextures(osg::StateSet& state, const EyeDomeTarget& target)
     state.setTextureAttributeAndModes(1, target.color, osg::StateAttribute::ON);
 }
 
-/// Culls the content with the textures of the camera's target, their size and the kind of its projection. The
-/// node's own state set shows the same to the host.
+/// Culls the content with the node's settings, and with the textures of the camera's target, their size and
+/// the kind of its projection.
 class EDLResizeCallback : public osg::NodeCallback
 {
 public:
@@ -37,41 +35,27 @@ public:
         const osg::ref_ptr<EyeDomeTarget> target = cull ? _targets->find(cull->getCurrentCamera()) : nullptr;
         if (!target) return;
         const bool perspective = isPerspective(*cull->getProjectionMatrix());
-        show(*node->getOrCreateStateSet(), *cull, *target, perspective);
+        const osg::ref_ptr<const osg::StateSet> settings =
+            static_cast<EdlPostRender*>(node)->show(*target, perspective);
+        cull->pushStateSet(settings);
         cull->pushStateSet(target->readingState(perspective));
         traverse(node, visitor);
+        cull->popStateSet();
         cull->popStateSet();
     }
 
 private:
-    /// Brings the node's state set up to date for the first camera that culls it in a frame. Draw threads
-    /// read its lists, though they draw with what was pushed for their own camera: once a camera of a frame
-    /// has culled, it may be drawing, and the textures are left alone. All draws of the frame before have
-    /// ended, as the state set is dynamic.
-    void show(osg::StateSet& state, osgUtil::CullVisitor& cull, const EyeDomeTarget& target, bool perspective)
-    {
-        const std::lock_guard<std::mutex> lock(_mutex);
-        const osg::FrameStamp* stamp = cull.getFrameStamp();
-        const unsigned frame = stamp ? stamp->getFrameNumber() : 0;
-        const osg::Camera* camera = cull.getCurrentCamera();
-        if (_camera.valid() && _camera.get() != camera && _frame == frame) return;
-        _camera = camera;
-        _frame = frame;
-        if (state.getTextureAttribute(0, osg::StateAttribute::TEXTURE) != target.depth)
-            setTextures(state, target);
-        const auto set = [&state](const char* name, auto value) {
-            if (osg::Uniform* uniform = state.getUniform(name)) uniform->set(value);
-        };
-        set("Sx", static_cast<float>(target.width));
-        set("Sy", static_cast<float>(target.height));
-        set("PerspectiveMode", perspective ? 1 : 0);
-    }
-
     const osg::ref_ptr<EyeDomeTargets> _targets;
-    std::mutex _mutex;
-    osg::observer_ptr<const osg::Camera> _camera; ///< the first of the last frame; guarded by _mutex
-    unsigned _frame = 0;                          ///< guarded by _mutex
 };
+
+/// Whether they differ in textures at most.
+bool haveSameSettings(const osg::StateSet& a, const osg::StateSet& b)
+{
+    return a.getUniformList() == b.getUniformList() && a.getAttributeList() == b.getAttributeList() &&
+           a.getModeList() == b.getModeList() && a.getDefineList() == b.getDefineList() &&
+           a.getRenderBinMode() == b.getRenderBinMode() && a.getBinNumber() == b.getBinNumber() &&
+           a.getBinName() == b.getBinName();
+}
 
 osg::ref_ptr<osg::Uniform> neighbourDirections()
 {
@@ -93,7 +77,6 @@ EdlPostRender::EdlPostRender(EyeDomeTargets* targets, osg::Node* content)
     addChild(content);
     setCullCallback(new EDLResizeCallback(targets));
     osg::StateSet& state = *getOrCreateStateSet();
-    state.setDataVariance(osg::Object::DYNAMIC); // culling changes it
     state.setAttributeAndModes(pointProgram(PointProgram::EyeDome),
                                osg::StateAttribute::ON | osg::StateAttribute::PROTECTED);
     const osg::ref_ptr<EyeDomeTarget> initial = new EyeDomeTarget(960, 512, 512);
@@ -107,7 +90,52 @@ EdlPostRender::EdlPostRender(EyeDomeTargets* targets, osg::Node* content)
     state.addUniform(neighbourDirections(), osg::StateAttribute::ON);
 }
 
+osg::ref_ptr<const osg::StateSet> EdlPostRender::show(const EyeDomeTarget& target, bool perspective)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    osg::StateSet& state = *getOrCreateStateSet();
+    if (state.getTextureAttribute(0, osg::StateAttribute::TEXTURE) != target.depth)
+        setTextures(state, target);
+    const auto set = [&state](const char* name, auto value) {
+        if (osg::Uniform* uniform = state.getUniform(name)) uniform->set(value);
+    };
+    set("Sx", static_cast<float>(target.width));
+    set("Sy", static_cast<float>(target.height));
+    set("PerspectiveMode", perspective ? 1 : 0);
+    if (!_drawn || !haveSameSettings(*_drawn, state)) {
+        const osg::ref_ptr<osg::StateSet> drawn = new osg::StateSet(state); // shares uniforms and program
+        for (const unsigned unit : {0u, 1u})
+            drawn->removeTextureAttribute(unit, osg::StateAttribute::TEXTURE);
+        _drawn = drawn;
+    }
+    return _drawn;
+}
+
+void EdlPostRender::accept(osg::NodeVisitor& visitor)
+{
+    if (!visitor.asCullVisitor() || !visitor.validNodeMask(*this) || !getCullCallback()) {
+        osg::Group::accept(visitor);
+        return;
+    }
+    // As a cull visitor does, but without the node's state set, which other cameras change.
+    visitor.pushOntoNodePath(this);
+    getCullCallback()->run(this, &visitor);
+    visitor.popFromNodePath();
+}
+
 void EdlPostRender::traverse(osg::NodeVisitor& visitor)
 {
     if (visitor.getVisitorType() == osg::NodeVisitor::CULL_VISITOR) osg::Group::traverse(visitor);
+}
+
+void EdlPostRender::resizeGLObjectBuffers(unsigned maxSize)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    osg::Group::resizeGLObjectBuffers(maxSize);
+}
+
+void EdlPostRender::releaseGLObjects(osg::State* state) const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    osg::Group::releaseGLObjects(state);
 }
