@@ -60,6 +60,8 @@ Status readOption(const std::string& word, PluginOptions& options)
     if (name == "point-size") return expect(readPointSize(value, options.pointSize), "1 to 64 pixels");
     if (name == "budget")
         return expect(parsePointCount(value, options.budget.emplace()), "a number of points, such as 20M");
+    if (name == "light")
+        return expect(parseLight(value, options.light), "eye, off or AZIMUTH,HEIGHT of the sun in degrees");
     if (name == "normals") {
         options.normals = value;
         return expect(!value.empty(), "the name of a file");
@@ -78,7 +80,9 @@ std::vector<PluginOption> pluginOptions()
             {"point-size=N", "Size of a point in pixels, 1 to 64. Default: " + size + "."},
             {"budget=N", "Largest number of points drawn in a context, such as 20M. Default: 100M."},
             {"normals=FILE", "Normals of the points, in double quotes where the name has blanks. Default: "
-                             "STORE.normals where there is one."}};
+                             "STORE.normals where there is one."},
+            {"light=LIGHT", "Light on the normals: eye (from where the camera stands), off, or "
+                            "AZIMUTH,HEIGHT of the sun in degrees, such as 315,45. Default: eye."}};
 }
 
 Status readPluginOptions(const std::string& text, PluginOptions& options)

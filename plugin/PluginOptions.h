@@ -1,6 +1,7 @@
 #pragma once
 
 #include "viewer/ColorMode.h"
+#include "viewer/NormalLight.h"
 
 #include <VelBrx/Status.h>
 
@@ -17,6 +18,7 @@ struct PluginOptions
     int pointSize = 0; ///< pixels; 0: the library's default
     std::optional<uint64_t> budget;
     std::optional<std::string> normals;
+    NormalLight light;
     std::vector<std::string> unknown; ///< words that no option has
 };
 

@@ -71,6 +71,7 @@ private:
         if (asked.mode != ColorMode::AUTOMATIC)
             Coloring(opened.statistics, Coloring::defaultSingleColor()).apply(opened.cloud, asked.mode);
         if (asked.pointSize > 0) VelOsgDBBrx::PointCloudHelper::setPointSize(opened.cloud, asked.pointSize);
+        applyLight(*opened.cloud, asked.light);
         if (asked.edl) opened.cloud->enableEyeDomeLighting();
         const uint64_t budget = std::min<uint64_t>(asked.budget.value_or(0), UINT_MAX);
         opened.cloud->addEventCallback(new KeepContext(static_cast<unsigned>(budget)));

@@ -64,20 +64,6 @@ Look frame(const osg::BoundingBoxd& bounds, const Direction& toEye, double aspec
 
 } // namespace
 
-osg::BoundingBoxd boundsOfMost(const osg::BoundingBoxd& bounds, double low, double high)
-{
-    // Towers and hills have a place in the picture: they are left out where they would fill more than the
-    // ground.
-    constexpr double kSpreads = 3;
-    constexpr double kShareOfWidth = 0.25;
-    const double width = std::max(bounds.xMax() - bounds.xMin(), bounds.yMax() - bounds.yMin());
-    const double margin = std::max(kSpreads * (high - low), kShareOfWidth * width);
-    osg::BoundingBoxd most = bounds;
-    most.zMin() = std::max(bounds.zMin(), low - margin);
-    most.zMax() = std::min(bounds.zMax(), high + margin);
-    return most;
-}
-
 Look lookAt(const CameraView& view, const osg::BoundingBoxd& bounds, double aspect)
 {
     return view.kind == CameraView::LOOK ? view.look : frame(bounds, direction(view.kind), aspect);

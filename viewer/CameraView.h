@@ -38,10 +38,6 @@ struct CameraView
     Look look; ///< of LOOK
 };
 
-/// The part of a survey's bounds that most of its points are in: without what is far above or below the
-/// heights from `low` to `high`, between which nearly all points are. World units.
-osg::BoundingBoxd boundsOfMost(const osg::BoundingBoxd& bounds, double low, double high);
-
 /// The camera of `view`. The named views stand as near as the whole of `bounds` allows in a picture of
 /// `aspect` = width / height.
 Look lookAt(const CameraView& view, const osg::BoundingBoxd& bounds, double aspect);

@@ -82,19 +82,6 @@ bool parse(const std::string& text, osg::Vec4f& color)
     return true;
 }
 
-/// eye, off, or azimuth and height of the sun.
-bool parse(const std::string& text, NormalLight& light)
-{
-    light.source = text == "off" ? NormalLight::NONE : NormalLight::EYE;
-    if (text == "off" || text == "eye") return true;
-    std::vector<double> angles;
-    if (!parse(text, ',', angles) || angles.size() != 2 || std::abs(angles[0]) > 360 || angles[1] <= 0 ||
-        angles[1] > 90)
-        return false;
-    light = {NormalLight::SUN, angles[0], angles[1]};
-    return true;
-}
-
 /// top, north, iso, all, or the nine coordinates of eye, centre and up.
 bool parse(const std::string& text, CameraView& view)
 {
@@ -206,7 +193,8 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     if (status) status = takeOption(arguments, "--budget", "a number of points, such as 20M", budget);
     if (status) status = takeOption(arguments, "--normals", "the name of a file", normals);
     if (status) status = takeOption(arguments, "--store", "the name of a file", store);
-    if (status) status = takeOption(arguments, "--light", "eye, off or AZIMUTH,HEIGHT", into(options.light));
+    const auto light = [&](const std::string& text) { return parseLight(text, options.light); };
+    if (status) status = takeOption(arguments, "--light", "eye, off or AZIMUTH,HEIGHT", light);
     if (status) {
         status = takeOption(arguments, "--edl-strength", "a number above 0, up to 10",
                             upTo(options.shading.strength, kStrongestEdl));
@@ -277,7 +265,7 @@ void describeOptions(osg::ApplicationUsage& usage)
                                "it, in the cache where that folder cannot be written.");
     usage.addCommandLineOption("--view VIEW",
                                "Where to look from: top, north (level, looking north), iso, all (iso of "
-                               "everything: the others leave single points far above or below out), or "
+                               "everything: the others leave single points far off out), or "
                                "the coordinates of eye, centre and up, separated by commas. "
                                "Default: iso.");
     usage.addCommandLineOption("--render OUT.png",

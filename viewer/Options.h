@@ -2,6 +2,7 @@
 
 #include "viewer/CameraView.h"
 #include "viewer/ColorMode.h"
+#include "viewer/NormalLight.h"
 
 #include <VelBrx/Status.h>
 
@@ -22,21 +23,6 @@ struct PictureSize
 {
     int width = 1280;
     int height = 720;
-};
-
-/// Light on the normals of stores that have some.
-struct NormalLight
-{
-    enum Source
-    {
-        NONE,
-        EYE,
-        SUN
-    };
-
-    Source source = EYE;
-    double azimuth = 315; ///< of the sun, degrees clockwise from north
-    double height = 45;   ///< of the sun above the horizon, degrees
 };
 
 /// How much eye-dome lighting darkens.

@@ -1,5 +1,6 @@
 #include "viewer/Scene.h"
 
+#include "viewer/HomeBounds.h"
 #include "viewer/Palettes.h"
 
 #include <VelOsgDBBrx/DefaultDisplay.h>
@@ -128,8 +129,8 @@ Status Scene::loadCloud(const std::string& store, const std::string& normals)
     const osg::BoundingBoxd bounds(header.min[0], header.min[1], header.min[2], header.max[0], header.max[1],
                                    header.max[2]);
     _bounds.expandBy(bounds);
-    const VelBrx::AttributeRange& elevation = opened.statistics.elevation;
-    _boundsOfMost.expandBy(boundsOfMost(bounds, elevation.low, elevation.high));
+    _boundsOfMost.expandBy(
+        boundsOfMost(bounds, bulkOfPoints(*opened.cloud->getOctree(), opened.statistics.elevation)));
     _root->addChild(opened.node);
     _clouds.push_back({store, opened.cloud, opened.statistics});
     PointCloudHelper::setPointCloudId(opened.cloud, _clouds.size());
@@ -181,21 +182,8 @@ void Scene::setShading(const EyeDomeShading& shading)
 void Scene::setLight(const NormalLight& light)
 {
     _light = light;
-    for (const Cloud& cloud : _clouds) {
-        const auto& normals = cloud.node->getOctree()->normalsFile;
-        if (!normals || !normals->isValid()) continue;
-        switch (light.source) {
-        case NormalLight::NONE:
-            PointCloudHelper::setLightOff(cloud.node);
-            break;
-        case NormalLight::EYE:
-            PointCloudHelper::setHeadLight(cloud.node);
-            break;
-        case NormalLight::SUN:
-            PointCloudHelper::setSunLight(cloud.node, light.azimuth, light.height);
-            break;
-        }
-    }
+    for (const Cloud& cloud : _clouds)
+        applyLight(*cloud.node, light);
 }
 
 void Scene::setEyeDomeLighting(bool enable)

@@ -47,7 +47,7 @@ public:
     /// Of all points, world coordinates.
     const osg::BoundingBoxd& bounds() const { return _bounds; }
 
-    /// Of what a view is to show: of all points, or without noise far above and below.
+    /// Of what a view is to show: of all points, or without noise far off.
     const osg::BoundingBoxd& boundsFor(const CameraView& view) const
     {
         return view.kind == CameraView::ALL ? _bounds : _boundsOfMost;

@@ -140,6 +140,33 @@ TEST_F(Plugin, SceneFilesKeepACloudAndItsDisplay)
     EXPECT_NE(lost.message().find(_store + ": cannot be opened"), std::string::npos) << lost.message();
 }
 
+TEST_F(Plugin, FormatsThatLoseCloudsAreRefused)
+{
+    for (const std::string name : {"scene.osg", "scene.ive", "scene.obj", "scene.ive.gz"}) {
+        const ProgramResult converted = osgconv({_store, _folder.file(name)});
+        EXPECT_NE((converted.out + converted.err).find(name + ": not written"), std::string::npos)
+            << converted.out << converted.err;
+        EXPECT_FALSE(std::filesystem::exists(_folder.file(name)));
+    }
+    const osg::ref_ptr<osg::Group> scene = new osg::Group;
+    EXPECT_TRUE(osgDB::writeNodeFile(*scene, _folder.file("empty.osg"))) << "no cloud, no refusal";
+    scene->addChild(osgDB::readRefNodeFile(_store));
+    EXPECT_FALSE(osgDB::writeNodeFile(*scene, _folder.file("scene.osg")));
+    EXPECT_FALSE(osgDB::writeObjectFile(*scene, _folder.file("scene.osg")));
+}
+
+TEST_F(Plugin, NormalsAreLitAsAsked)
+{
+    const ProgramResult made = runProgram({BRX, "normals", _store});
+    ASSERT_EQ(made.exitStatus, 0) << made.err;
+    const std::pair<std::string, int> red[] = {{"", 255}, {"light=off", 255}, {"light=90,30", 166}};
+    for (const auto& [options, expected] : red) {
+        ReadResult shown = read(_store, options);
+        ASSERT_TRUE(shown.validNode()) << shown.message();
+        EXPECT_NEAR(pixel(*pictureOf(*shown.getNode()), kSize / 2, kSize / 2).r(), expected, 12) << options;
+    }
+}
+
 TEST_F(Plugin, SceneFilesKeepThePlaceOfACloudInFull)
 {
     const osg::Matrixd place = osg::Matrixd::scale(1.1, 1.1, 1.1) *
@@ -171,7 +198,7 @@ TEST_F(Plugin, AClonedSceneShowsTheCloud)
 TEST_F(Plugin, OptionsAreListedCheckedAndMissedWhereTheyAreUnknown)
 {
     const ProgramResult list = osgconv({"--format", "brx"});
-    for (const char* option : {"mode=MODE", "edl", "point-size=N", "budget=N", "normals=FILE"})
+    for (const char* option : {"mode=MODE", "edl", "point-size=N", "budget=N", "normals=FILE", "light=LIGHT"})
         EXPECT_NE(list.out.find(option), std::string::npos) << list.out << list.err;
 
     const ProgramResult unknown = osgconv({"-O", "edl colour=red", _store, _folder.file("unknown.osgt")});
@@ -186,6 +213,7 @@ TEST_F(Plugin, OptionsAreListedCheckedAndMissedWhereTheyAreUnknown)
         {"edl point-size=65", "point-size=65: expected 1 to 64"},
         {"budget=many", "budget=many: expected a number of points"},
         {"normals=", "normals=: expected the name"},
+        {"light=315,91", "light=315,91: expected eye, off or AZIMUTH,HEIGHT"},
         {"normals=\"" + other + "\" edl", other + ": is not a normals file"}};
     for (const auto& [options, reason] : bad) {
         ReadResult result = read(_store, options);

@@ -70,22 +70,3 @@ TEST(CameraView, ASinglePointIsFramedInTheMiddle)
     EXPECT_LT((look.center - osg::Vec3d(5, 6, 7)).length(), 1e-9);
     EXPECT_GT((look.eye - look.center).length(), 1.0);
 }
-
-TEST(CameraView, NoiseFarBelowTheGroundDoesNotShrinkTheViewOfMost)
-{
-    osg::BoundingBoxd noisy = kTile;
-    noisy.zMin() = -4000;
-    const osg::BoundingBoxd most = boundsOfMost(noisy, 100, 150);
-    EXPECT_EQ(most, osg::BoundingBoxd(kTile.xMin(), kTile.yMin(), 100 - 250, kTile.xMax(), kTile.yMax(), 180))
-        << "a quarter of the width has a place, the tower at 180 too";
-    EXPECT_EQ(boundsOfMost(kTile, 100, 150), kTile);
-    const osg::BoundingBoxd chimney(0, 0, 0, 2, 2, 300);
-    EXPECT_EQ(boundsOfMost(chimney, 10, 250), chimney) << "most points reach far up";
-
-    const auto distance = [](const osg::BoundingBoxd& bounds) {
-        const Look look = lookAt(named(CameraView::ISO), bounds, 1.5);
-        return (look.eye - kTile.center()).length();
-    };
-    EXPECT_LT(distance(most), 1.5 * distance(kTile));
-    EXPECT_GT(distance(noisy), 2 * distance(kTile));
-}

@@ -1,0 +1,59 @@
+#include "tests/support/BuildStore.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/TestLas.h"
+#include "viewer/Scene.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace {
+
+constexpr int kSide = 60; ///< points along a side of the tile, a metre apart
+
+/// A tile with a tower in its middle, and `more` points (in steps of a centimetre) elsewhere.
+void expectHome(const std::vector<osg::Vec3i>& more, const osg::BoundingBoxd& expected)
+{
+    TestLas las;
+    for (int y = 0; y < kSide; ++y)
+        for (int x = 0; x < kSide; ++x)
+            las.addPoint(x * 100, y * 100, 10000);
+    las.addPoint(kSide / 2 * 100, kSide / 2 * 100, 10000 + 1400);
+    for (const osg::Vec3i& point : more)
+        las.addPoint(point.x(), point.y(), point.z());
+    const TempFolder folder;
+    const std::vector<uint8_t> bytes = las.bytes();
+    std::ofstream(folder.file("tile.las"), std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    buildStoreOf(folder.file("tile.las"), folder.file("tile.brx"));
+    Scene scene;
+    ASSERT_TRUE(scene.load({folder.file("tile.brx")}, Options()));
+    const osg::BoundingBoxd& home = scene.boundsFor(CameraView());
+    CameraView everything;
+    everything.kind = CameraView::ALL;
+    osg::BoundingBoxd all(0, 0, 100, kSide - 1, kSide - 1, 114);
+    for (const osg::Vec3i& point : more)
+        all.expandBy(osg::Vec3d(point.x(), point.y(), point.z()) * 0.01);
+    for (int axis = 0; axis < 3; ++axis) {
+        EXPECT_NEAR(home._min[axis], expected._min[axis], 0.01) << axis;
+        EXPECT_NEAR(home._max[axis], expected._max[axis], 0.01) << axis;
+        EXPECT_NEAR(scene.boundsFor(everything)._min[axis], all._min[axis], 0.01) << axis;
+        EXPECT_NEAR(scene.boundsFor(everything)._max[axis], all._max[axis], 0.01) << axis;
+    }
+}
+
+} // namespace
+
+/// A quarter of the width has a place beside the points, and above and below them.
+TEST(HomeBounds, LeaveOutSinglePointsFarOffInEveryDirection)
+{
+    constexpr double kLast = kSide - 1;
+    constexpr double kRoom = kLast / 4;
+    const osg::BoundingBoxd tile(0, 0, 100, kLast, kLast, 114);
+    expectHome({}, tile);
+    expectHome({{700000, 0, 10000}}, {0, 0, 100, kLast + kRoom, kLast, 114});
+    expectHome({{0, -700000, 10000}, {100, -800000, 10000}}, {0, -kRoom, 100, kLast, kLast, 114});
+    expectHome({{3000, 3000, -700000}}, {0, 0, 100 - kRoom, kLast, kLast, 114});
+    expectHome({{-90000000, 700000, 900000}}, {-kRoom, 0, 100, kLast, kLast + kRoom, 100 + kRoom});
+    expectHome({{int(kLast * 100 + kRoom * 90), 0, 10000}}, {0, 0, 100, kLast + kRoom * 0.9, kLast, 114});
+}

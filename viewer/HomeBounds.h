@@ -1,0 +1,14 @@
+#pragma once
+
+#include <VelBrx/StoreStatistics.h>
+#include <VelOsgDBBrx/OctreeInfo.h>
+
+#include <osg/BoundingBox>
+
+/// Where a store has nearly all of its points: across the ground by the points of its coarse cells, which lie
+/// spread over all of it and are read here, in height by `elevation`. World coordinates.
+osg::BoundingBoxd bulkOfPoints(const OctreeInfo& octree, const VelBrx::AttributeRange& elevation);
+
+/// The part of a survey's bounds that is worth a place in its first view: without noise far off from the
+/// bulk of its points in any direction. World coordinates.
+osg::BoundingBoxd boundsOfMost(const osg::BoundingBoxd& bounds, const osg::BoundingBoxd& bulk);
