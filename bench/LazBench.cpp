@@ -4,7 +4,7 @@
 
 #include "bench/RatioReporter.h"
 
-#include "store/FileReader.h"
+#include "store/io/FileReader.h"
 #include "store/las/LasFile.h"
 #include "store/las/laz/ArithmeticDecoder.h"
 #include "store/las/laz/ArithmeticEncoder.h"

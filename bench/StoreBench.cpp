@@ -5,9 +5,9 @@
 #include <VelBrx/StoreInfo.h>
 #include <VelBrx/Verify.h>
 
-#include "store/FileReader.h"
 #include "store/PointScan.h"
 #include "store/StoreIndex.h"
+#include "store/io/FileReader.h"
 
 namespace {
 

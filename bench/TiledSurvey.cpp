@@ -1,7 +1,7 @@
 #include "bench/TiledSurvey.h"
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/io/ByteIo.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/SampleSurvey.h>

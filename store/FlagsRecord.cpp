@@ -1,7 +1,7 @@
 #include "store/FlagsRecord.h"
 
-#include "store/ByteIo.h"
 #include "store/StoreIndex.h"
+#include "store/io/ByteIo.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "store/FileReader.h"
+#include "store/io/FileReader.h"
 
 #include <cstddef>
 #include <cstdint>

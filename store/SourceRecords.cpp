@@ -1,9 +1,9 @@
 #include "store/SourceRecords.h"
 
-#include "store/ByteIo.h"
-#include "store/Crc32c.h"
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
+#include "store/io/ByteIo.h"
+#include "store/io/Crc32c.h"
 #include "store/las/RecordFormat.h"
 
 #include <algorithm>

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "store/FileReader.h"
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
 #include "store/ProblemList.h"
 #include "store/StoreHead.h"
+#include "store/io/FileReader.h"
 
 namespace VelBrx {
 

@@ -1,8 +1,8 @@
 #include "store/StoreHead.h"
 
-#include "store/ByteIo.h"
 #include "store/CellIdentifiers.h"
-#include "store/Crc32c.h"
+#include "store/io/ByteIo.h"
+#include "store/io/Crc32c.h"
 
 #include <algorithm>
 #include <cmath>

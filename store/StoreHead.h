@@ -3,8 +3,8 @@
 #include <VelBrx/BrxHeader.h>
 #include <VelBrx/Status.h>
 
-#include "store/FileReader.h"
 #include "store/StoreIndex.h"
+#include "store/io/FileReader.h"
 
 #include <cstdint>
 #include <string>

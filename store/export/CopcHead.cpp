@@ -1,7 +1,7 @@
 #include "store/export/CopcHead.h"
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/io/ByteIo.h"
 #include "store/las/LasFile.h"
 
 #include <algorithm>

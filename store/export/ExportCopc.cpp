@@ -2,14 +2,14 @@
 
 #include <VelBrx/File.h>
 
-#include "store/ByteIo.h"
-#include "store/SourceRecords.h"
-#include "store/build/BuildRun.h"
-#include "store/build/DiskFile.h"
-#include "store/build/OutputFile.h"
 #include "store/export/CopcHead.h"
 #include "store/export/ExportOutput.h"
+#include "store/export/ExportedStore.h"
 #include "store/export/RecordEncoder.h"
+#include "store/io/ByteIo.h"
+#include "store/io/DiskFile.h"
+#include "store/io/OutputFile.h"
+#include "store/io/ParallelRun.h"
 #include "store/las/laz/LazChunkEncoder.h"
 #include "store/las/laz/LazChunkSequence.h"
 
@@ -96,9 +96,9 @@ public:
     Status run()
     {
         if (Status status = checkOutput(_options, _options.output); !status) return status;
-        if (Status status = readSources(); !status) return ofStore(status);
+        if (Status status = openStore(); !status) return status;
         if (Status status = plan(); !status) return status;
-        _run.setTotal(_head.header.pointCount);
+        _run.setTotal(_store.head.header.pointCount);
         _run.begin("writing");
         if (Status status = writeNodes(); !status) return status;
         if (Status status = finish(); !status) return status;
@@ -107,20 +107,14 @@ public:
     }
 
 private:
-    Status ofStore(const Status& status) const
+    Status openStore()
     {
-        return Status::failure(_options.store + ": " + status.message());
-    }
-
-    Status readSources()
-    {
-        if (Status status = readStore(_options.store, _reader, _head, _index); !status) return status;
-        if (Status status = readSourceRecords(_reader, _head, _records); !status) return status;
-        _store = std::make_unique<File>(_options.store.c_str());
-        _bytes = static_cast<const uint8_t*>(_store->map(0, _head.lastRecordEnd));
-        if (!_bytes) return Status::failure("cannot be read");
+        if (Status status = ExportedStore::open(_options.store, _store, _index); !status) return status;
+        _mapping = std::make_unique<File>(_options.store.c_str());
+        _bytes = static_cast<const uint8_t*>(_mapping->map(0, _store.head.lastRecordEnd));
+        if (!_bytes) return _store.failure("cannot be read");
         uint64_t first = 0;
-        for (const OriginSource& source : _records.origin.sources) {
+        for (const OriginSource& source : _store.sources()) {
             _sourceFirsts.push_back(first);
             first += source.pointCount;
         }
@@ -129,15 +123,15 @@ private:
 
     Status plan()
     {
-        const MergedFormat format = mergedFormat(_records.origin.sources);
+        const MergedFormat format = mergedFormat(_store.sources());
         for (const std::string& note : format.notes)
             _report.notes.push_back(_options.output + ": " + note);
         const auto length = static_cast<uint16_t>(coreRecordLength(format.pointFormat) + format.extraLength);
         if (Status status = checkMemory(length); !status) return status;
-        for (const OriginSource& source : _records.origin.sources)
+        for (const OriginSource& source : _store.sources())
             _encoders.emplace_back(source, RecordFormat(format.pointFormat, length));
-        if (Status status = makeMergedHead(_reader, _head, format, _fileHead); !status)
-            return ofStore(status);
+        if (Status status = makeMergedHead(_store.file, _store.head, format, _fileHead); !status)
+            return _store.failure(status.message());
         if (!hasWkt(_fileHead))
             _report.notes.push_back(_options.output +
                                     ": its source gives no coordinate system as WKT, the only "
@@ -179,7 +173,8 @@ private:
         return _run.forEach(_index.cells.size(), [&](size_t i) -> Status {
             std::vector<uint8_t> records;
             Summary summary;
-            if (Status status = collect(_index.cells[i], records, summary); !status) return ofStore(status);
+            if (Status status = collect(_index.cells[i], records, summary); !status)
+                return _store.failure(status.message());
             std::vector<uint8_t> chunk;
             if (summary.points > 0) {
                 records = TimeOrder(_encoders.front().format(), records).sorted();
@@ -237,15 +232,15 @@ private:
     bool addPoint(uint64_t index, Batch& batch, std::vector<uint8_t>& records, Summary& summary) const
     {
         const uint64_t ordinal = ordinalOf(index);
-        if (ordinal >= _records.origin.pointCount) return false;
+        if (ordinal >= _store.records.origin.pointCount) return false;
         const auto next = std::upper_bound(_sourceFirsts.begin(), _sourceFirsts.end(), ordinal);
         const auto source = static_cast<size_t>(next - _sourceFirsts.begin()) - 1;
         if (source != batch.source && !encode(batch, records)) return false;
         batch.source = source;
 
-        const FlagsRecord& kept = _records.flags;
-        const uint8_t* const record = _bytes + _head.header.pointDataStart + index * kPointSize;
-        const uint8_t* const keptBytes = _bytes + _head.flags.start;
+        const FlagsRecord& kept = _store.records.flags;
+        const uint8_t* const record = _bytes + _store.head.header.pointDataStart + index * kPointSize;
+        const uint8_t* const keptBytes = _bytes + _store.head.flags.start;
         const uint8_t before = keptBytes[kept.flagsStart + ordinal / 2] >> (ordinal % 2 ? 4 : 0) & 0x0F;
         const bool isHidden = record[kFlags] & kHiddenBits;
         const auto flags = static_cast<uint8_t>((before & ~kWithheld) | (isHidden ? kWithheld : 0));
@@ -265,9 +260,9 @@ private:
 
     uint64_t ordinalOf(uint64_t index) const
     {
-        const size_t size = _records.origin.ordinalSize;
+        const size_t size = _store.records.origin.ordinalSize;
         const uint8_t* const place =
-            _bytes + _head.origin.start + _records.origin.ordinalStart + index * size;
+            _bytes + _store.head.origin.start + _store.records.origin.ordinalStart + index * size;
         return size == 4 ? loadLe<uint32_t>(place) : loadLe<uint64_t>(place);
     }
 
@@ -275,13 +270,14 @@ private:
     {
         const RecordFormat& format = _encoders.front().format();
         format.scan(records.data(), summary.points, summary.scan);
-        const CopcCube::Box box = CopcCube(_index, _head.header).node(cell.level, cell.code);
+        const CopcCube::Box box = CopcCube(_index, _store.head.header).node(cell.level, cell.code);
         for (uint64_t i = 0; i < summary.points; ++i) {
             const uint8_t* const record = &records[i * format.recordLength()];
             bool isInside = true;
             for (size_t axis = 0; axis < 3; ++axis) {
-                const double value = loadLe<int32_t>(record + kX + 4 * axis) * _head.header.scale[axis] +
-                                     _head.header.offset[axis];
+                const double value =
+                    loadLe<int32_t>(record + kX + 4 * axis) * _store.head.header.scale[axis] +
+                    _store.head.header.offset[axis];
                 isInside = isInside && value >= box.min[axis] && value <= box.max[axis];
             }
             summary.strays += !isInside;
@@ -300,7 +296,8 @@ private:
             return status;
         if (!(_summary.times.min <= _summary.times.max)) _summary.times = GpsTimeRange();
         tellPoints(_summary.scan, _summary.points, _fileHead);
-        tellCopc(CopcCube(_index, _head.header), _summary.times, hierarchyStart, hierarchy.size(), _fileHead);
+        tellCopc(CopcCube(_index, _store.head.header), _summary.times, hierarchyStart, hierarchy.size(),
+                 _fileHead);
         if (Status status = _file.write(0, _fileHead.bytes.data(), _fileHead.bytes.size()); !status)
             return status;
         if (Status status = _run.step(0); !status) return status;
@@ -315,13 +312,11 @@ private:
 
     const ExportOptions& _options;
     ExportReport& _report;
-    BuildRun _run;
-    FileReader _reader;
-    StoreHead _head;
+    ParallelRun _run;
+    ExportedStore _store;
     StoreIndex _index;
-    SourceRecords _records;
     std::vector<uint64_t> _sourceFirsts;  ///< ordinals of the sources' first points
-    std::unique_ptr<File> _store;         ///< mapped: what is kept of a cell's points is all over the file
+    std::unique_ptr<File> _mapping;       ///< mapped: what is kept of a cell's points is all over the file
     const uint8_t* _bytes = nullptr;      ///< of the store
     std::vector<RecordEncoder> _encoders; ///< by source
     LasHead _fileHead;

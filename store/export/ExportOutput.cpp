@@ -77,7 +77,7 @@ Status ExportOutput::write(uint64_t first, const std::vector<uint8_t>& records, 
     return _file.write(_head.bytes.size() + first * _recordLength, records.data(), records.size());
 }
 
-Status ExportOutput::finish(const FileReader& store, BuildRun& run)
+Status ExportOutput::finish(const FileReader& store, ParallelRun& run)
 {
     if (_recounts) tellPoints(_scan, _points, _head);
     uint64_t position = _head.bytes.size() + _points * _recordLength;

@@ -2,10 +2,10 @@
 
 #include <VelBrx/ExportLas.h>
 
-#include "store/FileReader.h"
-#include "store/build/BuildRun.h"
-#include "store/build/OutputFile.h"
 #include "store/export/LasHead.h"
+#include "store/io/FileReader.h"
+#include "store/io/OutputFile.h"
+#include "store/io/ParallelRun.h"
 #include "store/las/RecordFormat.h"
 #include "store/las/laz/LazPointWriter.h"
 
@@ -47,7 +47,7 @@ public:
                  uint64_t changed);
 
     /// Writes what is around the points and closes the file, which has no name yet.
-    Status finish(const FileReader& store, BuildRun& run);
+    Status finish(const FileReader& store, ParallelRun& run);
 
     /// Gives the file its name. Call `finish` first.
     Status commit() { return _file.commit(); }

@@ -1,7 +1,7 @@
 #include "store/export/LasHead.h"
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/io/ByteIo.h"
 #include "store/las/laz/LazPointWriter.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "store/FileReader.h"
 #include "store/OriginRecord.h"
 #include "store/StoreHead.h"
+#include "store/io/FileReader.h"
 #include "store/las/RecordFormat.h"
 #include "store/las/laz/LazItems.h"
 

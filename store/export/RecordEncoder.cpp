@@ -1,7 +1,7 @@
 #include "store/export/RecordEncoder.h"
 
-#include "store/ByteIo.h"
 #include "store/FlagsRecord.h"
+#include "store/io/ByteIo.h"
 
 #include <limits>
 

@@ -1,7 +1,7 @@
 #include "store/export/SourceOrder.h"
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/io/ByteIo.h"
 
 #include <algorithm>
 #include <cstring>
@@ -64,7 +64,7 @@ const uint8_t* SourceOrder::record(uint64_t ordinal) const
     return &_records[(ordinal - _loadedFirst) * kPointSize];
 }
 
-Status SourceOrder::distribute(const std::string& folder, BuildRun& run)
+Status SourceOrder::distribute(const std::string& folder, ParallelRun& run)
 {
     if (_windowCount == 1)
         _records.reset(new uint8_t[_origin.pointCount * kPointSize]);
@@ -164,7 +164,7 @@ void SourceOrder::tally(const Block& block)
     }
 }
 
-Status SourceOrder::load(size_t window, BuildRun& run)
+Status SourceOrder::load(size_t window, ParallelRun& run)
 {
     if (_windowCount == 1) return {};
     _loadedFirst = windowFirst(window);

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "store/FileReader.h"
 #include "store/OriginRecord.h"
 #include "store/StoreHead.h"
-#include "store/build/BuildRun.h"
-#include "store/build/TemporaryFile.h"
+#include "store/io/FileReader.h"
+#include "store/io/ParallelRun.h"
+#include "store/io/TemporaryFile.h"
 
 #include <atomic>
 #include <cstdint>
@@ -42,13 +42,13 @@ public:
     uint64_t temporarySize() const;
 
     /// Reads all records. A temporary file goes to the disk of `folder`.
-    Status distribute(const std::string& folder, BuildRun& run);
+    Status distribute(const std::string& folder, ParallelRun& run);
 
     /// By source, after `distribute`.
     const std::vector<SourceTally>& tallies() const { return _tallies; }
 
     /// Loads a window. Call `distribute` first.
-    Status load(size_t window, BuildRun& run);
+    Status load(size_t window, ParallelRun& run);
 
     /// The store record of an ordinal of the window loaded last.
     const uint8_t* record(uint64_t ordinal) const;

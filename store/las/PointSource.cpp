@@ -1,6 +1,6 @@
 #include "store/las/PointSource.h"
 
-#include "store/FileReader.h"
+#include "store/io/FileReader.h"
 #include "store/las/laz/LazPointSource.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "store/normals/CellSpace.h"
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/io/ByteIo.h"
 
 #include <algorithm>
 #include <cmath>

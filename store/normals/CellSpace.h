@@ -2,8 +2,8 @@
 
 #include <VelBrx/BrxHeader.h>
 
-#include "store/FileReader.h"
 #include "store/StoreIndex.h"
+#include "store/io/FileReader.h"
 #include "store/normals/PlaneFit.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 #include <VelBrx/Normals.h>
 
-#include "store/ByteIo.h"
 #include "store/StoreHead.h"
-#include "store/build/BuildRun.h"
-#include "store/build/OutputFile.h"
+#include "store/io/ByteIo.h"
+#include "store/io/OutputFile.h"
+#include "store/io/ParallelRun.h"
 #include "store/normals/NormalTile.h"
 #include "store/normals/TilePlan.h"
 
@@ -85,7 +85,7 @@ Status write(const NormalsOptions& options)
     if (Status status = file.create(path, options.overwrite, kHeaderSize + points * kNormalSize); !status)
         return status;
 
-    BuildRun run(options.threads, options.progress, options.cancel);
+    ParallelRun run(options.threads, options.progress, options.cancel);
     run.setTotal(points);
     run.begin("computing normals");
     const CellSpace space(store, head.header, index);

@@ -1,9 +1,9 @@
 #include <VelBrx/SampleSurvey.h>
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
-#include "store/build/OutputFile.h"
-#include "store/build/ParallelFor.h"
+#include "store/io/ByteIo.h"
+#include "store/io/OutputFile.h"
+#include "store/io/ParallelFor.h"
 #include "store/las/LasFile.h"
 #include "store/las/laz/LazPointWriter.h"
 #include "store/sample/FlightPlan.h"

@@ -1,7 +1,7 @@
 #include <VelBrx/StoreInfo.h>
 #include <VelBrx/Verify.h>
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestStore.h"
 

@@ -2,9 +2,9 @@
 #include <VelBrx/MiraLasRead.h>
 #include <VelBrx/Verify.h>
 
-#include "store/ByteIo.h"
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
+#include "store/io/ByteIo.h"
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestPoint.h"

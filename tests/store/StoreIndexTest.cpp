@@ -1,5 +1,5 @@
-#include "store/ByteIo.h"
-#include "store/Crc32c.h"
+#include "store/io/ByteIo.h"
+#include "store/io/Crc32c.h"
 #include "tests/support/TestStore.h"
 
 #include <gtest/gtest.h>

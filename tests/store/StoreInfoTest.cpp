@@ -2,7 +2,7 @@
 #include <VelBrx/PointCounts.h>
 #include <VelBrx/StoreInfo.h>
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestStore.h"
 

@@ -3,10 +3,10 @@
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestStore.h"
 
-#include "store/ByteIo.h"
-#include "store/Crc32c.h"
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
+#include "store/io/ByteIo.h"
+#include "store/io/Crc32c.h"
 
 #include <gtest/gtest.h>
 

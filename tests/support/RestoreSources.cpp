@@ -1,9 +1,9 @@
 #include "tests/support/RestoreSources.h"
 
-#include "store/ByteIo.h"
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
 #include "store/StoreHead.h"
+#include "store/io/ByteIo.h"
 #include "store/las/RecordFormat.h"
 
 #include <cstring>

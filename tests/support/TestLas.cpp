@@ -1,6 +1,6 @@
 #include "tests/support/TestLas.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 
 #include <algorithm>
 #include <cstring>

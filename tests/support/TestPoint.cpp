@@ -1,6 +1,6 @@
 #include "tests/support/TestPoint.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 
 void TestPoint::pack(uint8_t* record) const
 {

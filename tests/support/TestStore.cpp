@@ -1,7 +1,7 @@
 #include "tests/support/TestStore.h"
 
-#include "store/ByteIo.h"
-#include "store/Crc32c.h"
+#include "store/io/ByteIo.h"
+#include "store/io/Crc32c.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "store/las/laz/IntegerCoder.h"
 #include "store/las/laz/Predictors.h"
 

@@ -1,6 +1,6 @@
 #include "store/las/laz/LazChunkDecoder.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "store/las/laz/ChunkItems.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "store/las/laz/LazChunkEncoder.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "store/las/laz/ChunkItems.h"
 
 namespace VelBrx {

@@ -1,6 +1,6 @@
 #include "store/las/laz/LazChunkSequence.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 
 #include <algorithm>
 #include <iterator>

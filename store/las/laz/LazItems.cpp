@@ -1,6 +1,6 @@
 #include "store/las/laz/LazItems.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 
 #include <algorithm>
 #include <string>

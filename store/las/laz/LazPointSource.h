@@ -1,6 +1,6 @@
 #pragma once
 
-#include "store/FileReader.h"
+#include "store/io/FileReader.h"
 #include "store/las/PointSource.h"
 #include "store/las/laz/LazChunkDecoder.h"
 

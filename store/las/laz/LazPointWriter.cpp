@@ -1,7 +1,7 @@
 #include "store/las/laz/LazPointWriter.h"
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/io/ByteIo.h"
 
 #include <algorithm>
 #include <cctype>

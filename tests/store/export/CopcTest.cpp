@@ -1,7 +1,7 @@
 #include <VelBrx/ExportLas.h>
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
+#include "store/io/ByteIo.h"
 #include "store/las/PointSource.h"
 #include "store/las/RecordFormat.h"
 #include "store/las/laz/LazChunkDecoder.h"

@@ -2,9 +2,9 @@
 #include <VelBrx/Normals.h>
 #include <VelBrx/Verify.h>
 
-#include "store/ByteIo.h"
 #include "store/LasLayout.h"
 #include "store/SourceRecords.h"
+#include "store/io/ByteIo.h"
 #include "store/las/LasFile.h"
 #include "store/las/RecordFormat.h"
 #include "tests/support/RestoreSources.h"

@@ -1,6 +1,6 @@
 #include "store/las/LasFile.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
 

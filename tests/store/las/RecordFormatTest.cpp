@@ -1,6 +1,6 @@
 #include "store/las/RecordFormat.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 
 #include <gtest/gtest.h>
 

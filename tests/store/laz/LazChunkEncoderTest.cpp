@@ -1,5 +1,5 @@
 #include "store/las/laz/LazChunkEncoder.h"
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "store/las/laz/LazChunkDecoder.h"
 
 #include <gtest/gtest.h>

@@ -3,7 +3,7 @@
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "store/las/RecordFormat.h"
 #include "store/las/laz/LazChunkEncoder.h"
 

@@ -1,6 +1,6 @@
 #include <VelBrx/SampleSurvey.h>
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "store/las/PointSource.h"
 #include "store/las/RecordFormat.h"
 #include "tests/support/RestoreSources.h"

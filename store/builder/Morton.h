@@ -1,0 +1,108 @@
+#pragma once
+
+#include "store/builder/StoreGrid.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace VelBrx {
+
+constexpr unsigned kMortonLevels = 21; ///< octal digits of a Morton code
+
+/// Bits of `value` (21 of them) with a zero bit between each.
+inline uint64_t spreadByOne(uint64_t value)
+{
+    value = (value | value << 16) & 0x0000001F0000FFFF;
+    value = (value | value << 8) & 0x001F00FF00FF00FF;
+    value = (value | value << 4) & 0x010F0F0F0F0F0F0F;
+    value = (value | value << 2) & 0x1333333333333333;
+    value = (value | value << 1) & 0x1555555555555555;
+    return value;
+}
+
+/// The inverse of `spreadByOne`; other bits are ignored.
+inline uint64_t gatherByOne(uint64_t value)
+{
+    value &= 0x1555555555555555;
+    value = (value | value >> 1) & 0x1333333333333333;
+    value = (value | value >> 2) & 0x010F0F0F0F0F0F0F;
+    value = (value | value >> 4) & 0x001F00FF00FF00FF;
+    value = (value | value >> 8) & 0x0000001F0000FFFF;
+    value = (value | value >> 16) & 0x00000000001FFFFF;
+    return value;
+}
+
+/// Bits of `value` (21 of them) with two zero bits between each.
+inline uint64_t spreadBits(uint64_t value)
+{
+    value = (value | value << 32) & 0x001F00000000FFFF;
+    value = (value | value << 16) & 0x001F0000FF0000FF;
+    value = (value | value << 8) & 0x100F00F00F00F00F;
+    value = (value | value << 4) & 0x10C30C30C30C30C3;
+    value = (value | value << 2) & 0x1249249249249249;
+    return value;
+}
+
+/// The code's first `level` digits: the key code of the cell of that level.
+inline uint64_t prefixOf(uint64_t code, unsigned level)
+{
+    return code >> 3 * (kMortonLevels - level);
+}
+
+/// A place on the finest grid as a column code: the Morton code of x and y in the upper 42 bits, z in the
+/// lower
+/// 21. In the order of these codes every vertical column of every grid is one run.
+inline uint64_t columnCode(uint64_t x, uint64_t y, uint64_t z)
+{
+    return (spreadByOne(x) | spreadByOne(y) << 1) << kMortonLevels | z;
+}
+
+/// The column's first `digits` digits: in which column of the grid of so many digits it is.
+inline uint64_t columnOf(uint64_t columnCode, unsigned digits)
+{
+    return columnCode >> (kMortonLevels + 2 * (kMortonLevels - digits));
+}
+
+/// Height of a column code on the finest grid.
+inline uint32_t heightOf(uint64_t columnCode)
+{
+    return columnCode & ((1 << kMortonLevels) - 1);
+}
+
+/// The Morton code of the same place: x in the lowest bit of each digit, then y, z.
+inline uint64_t mortonCodeOf(uint64_t columnCode)
+{
+    const uint64_t xy = columnCode >> kMortonLevels;
+    return spreadBits(gatherByOne(xy)) | spreadBits(gatherByOne(xy >> 1)) << 1 |
+           spreadBits(heightOf(columnCode)) << 2;
+}
+
+/// Places of store coordinates on the finest grid in the root cube; those outside it have the nearest.
+class GridPlaces
+{
+public:
+    explicit GridPlaces(const StoreGrid& grid)
+    {
+        for (size_t axis = 0; axis < 3; ++axis) {
+            _min[axis] = grid.min[axis];
+            _factor[axis] = (1 << kMortonLevels) * (grid.scale[axis] / grid.cubeSize);
+        }
+    }
+
+    uint64_t columnCode(int32_t x, int32_t y, int32_t z) const
+    {
+        return VelBrx::columnCode(place(0, x), place(1, y), place(2, z));
+    }
+
+private:
+    uint64_t place(size_t axis, int32_t value) const
+    {
+        const auto steps = static_cast<int64_t>(static_cast<double>(value - _min[axis]) * _factor[axis]);
+        return static_cast<uint64_t>(std::clamp<int64_t>(steps, 0, (1 << kMortonLevels) - 1));
+    }
+
+    int64_t _min[3];
+    double _factor[3];
+};
+
+} // namespace VelBrx

@@ -1,0 +1,211 @@
+#include "store/builder/SourceSet.h"
+
+#include <VelBrx/FolderFiles.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <mutex>
+
+namespace VelBrx {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr uint16_t kMaxNarrowColor = 255;
+
+/// Whether a header's bounds are those of the points, to half a step of the coordinates.
+bool boundsAreRight(const LasFile& file, const RecordScan& scan)
+{
+    for (size_t axis = 0; axis < 3; ++axis) {
+        const double scale = file.scale[axis];
+        const double offset = file.offset[axis];
+        if (!(std::abs(scan.min[axis] * scale + offset - file.min[axis]) <= scale / 2) ||
+            !(std::abs(scan.max[axis] * scale + offset - file.max[axis]) <= scale / 2))
+            return false;
+    }
+    return true;
+}
+
+bool countsAreRight(const LasFile& file, const RecordScan& scan)
+{
+    const size_t returns = file.versionMinor >= 4 ? 15 : 5;
+    return std::equal(file.pointsByReturn, file.pointsByReturn + returns, scan.pointsByReturn.begin() + 1);
+}
+
+/// The integer of a coordinate, 0 where there is none.
+int32_t stepOf(double coordinate, const SourceExtent& extent, size_t axis)
+{
+    const double steps = std::round((coordinate - extent.offset[axis]) / extent.scale[axis]);
+    const bool isInteger =
+        steps >= std::numeric_limits<int32_t>::min() && steps <= std::numeric_limits<int32_t>::max();
+    return isInteger ? static_cast<int32_t>(steps) : 0;
+}
+
+/// Adds `path` to `files`, or where it is a folder the LAS and LAZ files under it.
+Status addFiles(const std::string& path, std::vector<std::string>& files)
+{
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+        files.push_back(path);
+        return {};
+    }
+    std::vector<std::string> found;
+    if (Status status = findFiles(path, {".las", ".laz"}, found); !status) return status;
+    if (found.empty()) return Status::failure(path + ": is a folder without LAS or LAZ files");
+    files.insert(files.end(), found.begin(), found.end());
+    return {};
+}
+
+} // namespace
+
+Status SourceSet::open(const std::vector<std::string>& paths)
+{
+    if (paths.empty()) return Status::failure("no input file is named; name the LAS files to build from");
+    std::vector<std::string> files;
+    for (const std::string& path : paths)
+        if (Status status = addFiles(path, files); !status) return status;
+    for (const std::string& file : files)
+        if (Status status = open(file, files.size() == 1); !status) return status;
+    if (_pointCount == 0)
+        return Status::failure(files.front() + ": has no points, nor has any other input; nothing to build");
+    return {};
+}
+
+Status SourceSet::open(const std::string& path, bool isOnly)
+{
+    std::unique_ptr<PointSource> points;
+    if (Status status = openPointSource(path, points); !status) return status;
+    const LasFile& file = points->file();
+    for (const std::string& note : file.notes)
+        _notes.push_back(path + ": " + note);
+    if (file.pointCount == 0 && isOnly)
+        return Status::failure(path + ": has no points, so there is nothing to build a store of");
+    if (file.pointCount == 0) _notes.push_back(path + ": has no points");
+    const RecordFormat format(file.pointFormat, file.recordLength);
+    const uint64_t count = file.pointCount;
+    _sources.push_back({std::move(points), format, _pointCount, {}});
+    _pointCount += count;
+    return {};
+}
+
+Status SourceSet::scan(ParallelRun& run, const Look& look)
+{
+    const std::vector<Part> all = parts();
+    std::mutex mutex;                       // guards the sources' scans
+    std::atomic<bool> hasWideColors{false}; // one is enough: the others need not be decoded
+    const Status status = run.forEach(all.size(), [&](size_t i) -> Status {
+        BuildSource& source = _sources[all[i].source];
+        RecordScan scan;
+        const auto use = [&](const PointBatch& batch) {
+            const size_t count = batch.records.size() / source.format.recordLength();
+            source.format.scan(batch.records.data(), count, scan);
+            look(all[i].source, batch);
+            return run.step(count);
+        };
+        Status read = source.points->readPart(
+            all[i].index, use, hasWideColors ? RecordFields::Places : RecordFields::PlacesAndColors);
+        if (scan.maxColor > kMaxNarrowColor) hasWideColors = true;
+        const std::lock_guard lock(mutex);
+        source.scan.add(scan);
+        return read;
+    });
+    if (!status) return status;
+    for (const BuildSource& source : _sources)
+        noteHeader(source);
+    return {};
+}
+
+Status SourceSet::read(ParallelRun& run, const Look& look) const
+{
+    const std::vector<Part> all = parts();
+    return run.forEach(all.size(), [&](size_t i) -> Status {
+        const BuildSource& source = _sources[all[i].source];
+        const auto use = [&](const PointBatch& batch) {
+            look(all[i].source, batch);
+            return run.step(batch.records.size() / source.format.recordLength());
+        };
+        return source.points->readPart(all[i].index, use, RecordFields::Places);
+    });
+}
+
+void SourceSet::noteHeader(const BuildSource& source)
+{
+    const LasFile& file = source.points->file();
+    if (file.pointCount == 0) return;
+    if (!boundsAreRight(file, source.scan))
+        _notes.push_back(file.path +
+                         ": the header's bounds are not those of the points; the store has the right ones");
+    if (!countsAreRight(file, source.scan))
+        _notes.push_back(
+            file.path +
+            ": the header's points by return are not those of the points; the store has the right ones");
+}
+
+std::vector<std::string> SourceSet::notes() const
+{
+    std::vector<std::string> notes = _notes;
+    for (const BuildSource& source : _sources)
+        for (const std::string& note : source.points->notes())
+            notes.push_back(source.points->file().path + ": " + note);
+    return notes;
+}
+
+std::vector<const LasFile*> SourceSet::files() const
+{
+    std::vector<const LasFile*> files;
+    for (const BuildSource& source : _sources)
+        files.push_back(&source.points->file());
+    return files;
+}
+
+std::vector<SourceExtent> SourceSet::extents() const
+{
+    std::vector<SourceExtent> extents = statedExtents();
+    for (size_t source = 0; source < _sources.size(); ++source) {
+        std::copy_n(_sources[source].scan.min.begin(), 3, extents[source].min);
+        std::copy_n(_sources[source].scan.max.begin(), 3, extents[source].max);
+    }
+    return extents;
+}
+
+std::vector<SourceExtent> SourceSet::statedExtents() const
+{
+    std::vector<SourceExtent> extents;
+    for (const BuildSource& source : _sources) {
+        const LasFile& file = source.points->file();
+        SourceExtent extent;
+        extent.path = file.path;
+        extent.empty = file.pointCount == 0;
+        for (size_t axis = 0; axis < 3; ++axis) {
+            extent.scale[axis] = file.scale[axis];
+            extent.offset[axis] = file.offset[axis];
+            extent.min[axis] = stepOf(file.min[axis], extent, axis);
+            extent.max[axis] = stepOf(file.max[axis], extent, axis);
+        }
+        extents.push_back(extent);
+    }
+    return extents;
+}
+
+bool SourceSet::hasNarrowColors() const
+{
+    uint16_t maxColor = 0;
+    for (const BuildSource& source : _sources)
+        maxColor = std::max(maxColor, source.scan.maxColor);
+    return maxColor > 0 && maxColor <= kMaxNarrowColor;
+}
+
+std::vector<SourceSet::Part> SourceSet::parts() const
+{
+    std::vector<Part> all;
+    for (size_t source = 0; source < _sources.size(); ++source)
+        for (uint64_t index = 0; index < _sources[source].points->partCount(); ++index)
+            all.push_back({source, index});
+    return all;
+}
+
+} // namespace VelBrx

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <VelBrx/Builder.h>
+
+#include "store/builder/StoreGrid.h"
+#include "store/io/ParallelRun.h"
+#include "store/las/PointSource.h"
+#include "store/las/RecordFormat.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace VelBrx {
+
+/// One input file of a build.
+struct BuildSource
+{
+    std::unique_ptr<PointSource> points;
+    RecordFormat format;
+    uint64_t firstOrdinal = 0; ///< ordinals of its points start here
+    RecordScan scan;
+};
+
+/// The input files of a build in their order, and what a first reading of all their points tells.
+class SourceSet
+{
+public:
+    /// Opens the files, those of folders too, and reads their heads.
+    Status open(const std::vector<std::string>& paths);
+
+    /// What may look at the places in batches of source records as they are read. Any thread.
+    using Look = std::function<void(size_t source, const PointBatch& batch)>;
+
+    /// Reads the places of all points once, and as many colours as tell how wide they are. Afterwards `notes`
+    /// tells what of the headers is wrong.
+    Status scan(ParallelRun& run, const Look& look);
+
+    /// Reads the places of all points once more.
+    Status read(ParallelRun& run, const Look& look) const;
+
+    const std::vector<BuildSource>& sources() const { return _sources; }
+    uint64_t pointCount() const { return _pointCount; }
+    std::vector<const LasFile*> files() const;
+
+    /// As the points are, after `scan`.
+    std::vector<SourceExtent> extents() const;
+
+    /// As the headers state them, right or wrong.
+    std::vector<SourceExtent> statedExtents() const;
+
+    /// Whether colours are 8-bit values in 16-bit fields: none above 255 and not all zero.
+    bool hasNarrowColors() const;
+
+    /// A part of one source.
+    struct Part
+    {
+        size_t source;
+        uint64_t index;
+    };
+    /// All parts of all sources in order.
+    std::vector<Part> parts() const;
+
+    /// What seemed wrong with the files, and with their points as far as they have been decoded.
+    std::vector<std::string> notes() const;
+
+private:
+    Status open(const std::string& path, bool isOnly);
+    void noteHeader(const BuildSource& source);
+
+    std::vector<BuildSource> _sources;
+    uint64_t _pointCount = 0;
+    std::vector<std::string> _notes;
+};
+
+} // namespace VelBrx

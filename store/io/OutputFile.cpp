@@ -1,0 +1,129 @@
+#include "store/io/OutputFile.h"
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace VelBrx {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kTemporaryEnding[] = ".part";
+
+/// Brings the name of a file in `folder` to the disk.
+void syncFolder(const std::string& folder)
+{
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return;
+    fsync(descriptor);
+    ::close(descriptor);
+}
+
+/// Removes a temporary file when no process holds the lock that its maker takes.
+void removeUnlocked(const std::string& path)
+{
+    const int descriptor = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) return;
+    if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
+    ::close(descriptor);
+}
+
+/// Whether `name` is `stem` with "." digits "-" digits ".part" behind it.
+bool isTemporaryOf(const std::string& name, const std::string& stem)
+{
+    const size_t ending = sizeof kTemporaryEnding - 1;
+    if (name.size() <= stem.size() + 1 + ending || name.compare(0, stem.size(), stem) != 0 ||
+        name[stem.size()] != '.' || name.compare(name.size() - ending, ending, kTemporaryEnding) != 0)
+        return false;
+    const std::string middle = name.substr(stem.size() + 1, name.size() - ending - stem.size() - 1);
+    return middle.find_first_not_of("0123456789-") == std::string::npos;
+}
+
+} // namespace
+
+OutputFile::~OutputFile()
+{
+    if (!_temporaryPath.empty()) unlink(_temporaryPath.c_str());
+}
+
+Status OutputFile::check(const std::string& path, bool overwrite)
+{
+    struct stat status
+    {
+    };
+    if (lstat(path.c_str(), &status) == 0) {
+        if (!overwrite) return Status::failure(path + ": exists already; use --force to replace it");
+        if (!S_ISREG(status.st_mode)) return Status::failure(path + ": is not a file and cannot be replaced");
+    }
+    if (path.empty() || path.back() == '/') return Status::failure(path + ": is no name for a file");
+    if (access(folderOf(path).c_str(), W_OK) != 0)
+        return Status::failure(path + ": no file can be made in its folder: " + reasonOf(errno));
+    return {};
+}
+
+Status OutputFile::checkSpace(const std::string& path, uint64_t size)
+{
+    struct statvfs disk
+    {
+    };
+    if (statvfs(folderOf(path).c_str(), &disk) != 0) return {};
+    const uint64_t available = uint64_t{disk.f_bavail} * disk.f_frsize;
+    if (available >= size) return {};
+    return Status::failure(path + ": needs " + megabytes(size) + " of disk space, " + megabytes(available) +
+                           " are free; free some or choose another folder");
+}
+
+void OutputFile::removeLeftovers(const std::string& path)
+{
+    const std::string stem = fs::path(path).filename();
+    std::error_code error;
+    for (fs::directory_iterator entry(folderOf(path), error), end; !error && entry != end;
+         entry.increment(error))
+        if (isTemporaryOf(entry->path().filename(), stem)) removeUnlocked(entry->path());
+}
+
+Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size)
+{
+    _path = path;
+    _overwrite = overwrite;
+    if (Status status = check(path, overwrite); !status) return status;
+    removeLeftovers(path);
+    static std::atomic<unsigned> counter{0};
+    const std::string temporary =
+        path + "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + kTemporaryEnding;
+    const int descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor < 0) return Status::failure(path + ": cannot be made: " + reasonOf(errno));
+    flock(descriptor, LOCK_EX | LOCK_NB);
+    _temporaryPath = temporary;
+    _file.take(descriptor, path);
+    if (Status status = checkSpace(path, size); !status) return status;
+    return _file.reserve(size);
+}
+
+Status OutputFile::commit()
+{
+    if (Status status = _file.close(); !status) return status;
+    // A file that appeared meanwhile is not replaced where the system can tell.
+    int result = _overwrite
+                     ? rename(_temporaryPath.c_str(), _path.c_str())
+                     : renameat2(AT_FDCWD, _temporaryPath.c_str(), AT_FDCWD, _path.c_str(), RENAME_NOREPLACE);
+    if (result != 0 && !_overwrite && (errno == EINVAL || errno == ENOSYS)) {
+        if (Status status = check(_path, false); !status) return status;
+        result = rename(_temporaryPath.c_str(), _path.c_str());
+    }
+    if (result != 0) return _file.failure("cannot be given its name: " + reasonOf(errno));
+    _temporaryPath.clear();
+    syncFolder(folderOf(_path));
+    return {};
+}
+
+} // namespace VelBrx

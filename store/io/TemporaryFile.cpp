@@ -1,0 +1,26 @@
+#include "store/io/TemporaryFile.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace VelBrx {
+
+Status TemporaryFile::create(const std::string& folder, uint64_t size)
+{
+    int descriptor = open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
+    if (descriptor < 0) {
+        // Not every file system knows files that never had a name.
+        std::string name = folder + "/.brx-XXXXXX";
+        descriptor = mkostemp(name.data(), O_CLOEXEC);
+        if (descriptor >= 0) unlink(name.c_str());
+    }
+    if (descriptor < 0)
+        return Status::failure(folder + ": no temporary file can be made in it: " + reasonOf(errno));
+    _file.take(descriptor, folder + ": a temporary file");
+    return _file.reserve(size);
+}
+
+} // namespace VelBrx
