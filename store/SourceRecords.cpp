@@ -6,7 +6,10 @@
 #include "store/io/Crc32c.h"
 #include "store/las/RecordFormat.h"
 
+#include <VelBrx/StoreInfo.h>
+
 #include <algorithm>
+#include <new>
 
 namespace VelBrx {
 
@@ -203,6 +206,28 @@ Status readSourceRecords(const FileReader& file, const StoreHead& head, SourceRe
     check(file, head, records, problems);
     if (problems.empty()) return {};
     return Status::failure(problems.lines().front() + "; restore the store from a copy or build it anew");
+}
+
+Status readSourceNames(const std::string& path, std::vector<std::string>& names)
+try {
+    FileReader file;
+    StoreHead head;
+    Status read = file.open(path);
+    if (read) read = readStoreHead(file, head);
+    OriginRecord origin;
+    if (read && head.origin.start != 0) {
+        const std::vector<uint8_t> bytes = readHeadOf(file, head.origin, kOriginFixedSize, originHeadLength);
+        read = decodeOrigin(bytes.data(), bytes.size(), static_cast<uint64_t>(head.origin.length),
+                            head.header.pointCount, origin);
+    }
+    if (!read) return Status::failure(path + ": " + read.message());
+    std::vector<std::string> found;
+    for (const OriginSource& source : origin.sources)
+        found.push_back(source.name);
+    names = std::move(found);
+    return {};
+} catch (const std::bad_alloc&) {
+    return Status::failure(path + ": needs more memory than there is; close other programs");
 }
 
 } // namespace VelBrx

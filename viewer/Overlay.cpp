@@ -20,6 +20,7 @@ constexpr ImGuiWindowFlags kPanel = ImGuiWindowFlags_NoDecoration | ImGuiWindowF
                                     ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoSavedSettings;
 
 constexpr float kPanelAlpha = 0.7f;
+constexpr float kWidestText = 0.5f;     ///< of the window; wider lines are broken
 constexpr float kQuestionAlpha = 0.95f; ///< of what is read rather than looked past
 const ImVec4 kTitleColor(1.0f, 0.87f, 0.25f, 1.0f);
 constexpr float kOutlineWidth = 1.5f;
@@ -263,7 +264,9 @@ void Overlay::drawText(const char* name, const std::vector<std::string>& lines, 
         ImGuiCond_Always, pivot);
     ImGui::SetNextWindowBgAlpha(alpha);
     ImGui::Begin(name, nullptr, kPanel);
+    ImGui::PushTextWrapPos(kWidestText * window.x);
     for (const std::string& line : lines)
         ImGui::TextUnformatted(line.c_str());
+    ImGui::PopTextWrapPos();
     ImGui::End();
 }

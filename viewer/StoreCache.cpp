@@ -5,6 +5,7 @@
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/MiraLasRead.h>
+#include <VelBrx/StoreInfo.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -101,6 +102,18 @@ Status build(const fs::path& source, const fs::path& store, bool overwrite)
     return status;
 }
 
+/// Whether a store that somebody named is that of another file: with it the wrong survey would be shown, and
+/// lost where it is to be built again. Files that are no stores are left to those who open them.
+Status checkOrigin(const std::string& store, const std::string& source)
+{
+    std::vector<std::string> names;
+    if (!VelBrx::readSourceNames(store, names) || names.empty()) return {};
+    if (names.size() == 1 && names.front() == source) return {};
+    const std::string more = names.size() > 1 ? " (and " + std::to_string(names.size() - 1) + " more)" : "";
+    return Status::failure(store + ": is the store of " + names.front() + more + ", not of " + source +
+                           "; name another place with --store");
+}
+
 } // namespace
 
 std::string warnOfCache(const std::string& input, const std::string& store)
@@ -130,6 +143,8 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
     const fs::path target = !place.empty() ? fs::path(place) : staysBeside ? beside : storeInCache(source);
     store = target.string();
     const bool exists = fs::exists(target, error);
+    if (exists && !place.empty())
+        if (Status status = checkOrigin(store, source.filename().string()); !status) return status;
     const bool isCurrent = exists && isNewer(target, source);
     if (isCurrent && (!rebuild || isStore(store))) return Status();
     if (exists && !rebuild) {

@@ -30,4 +30,9 @@ VEL_BRX_EXPORT Status readStoreInfo(const std::string& path, StoreInfo& info);
 /// cannot be mapped into memory; a failure leaves it unchanged too.
 VEL_BRX_EXPORT Status openStore(const std::string& path, StoreInfo& info, std::unique_ptr<File>& file);
 
+/// The names, without folders, of the files that the store at `path` was built from, in the order in which
+/// they were given; empty where the store does not tell. A failure names the file, what is wrong and what to
+/// do, and leaves `names` unchanged. Any thread may call it.
+VEL_BRX_EXPORT Status readSourceNames(const std::string& path, std::vector<std::string>& names);
+
 } // namespace VelBrx

@@ -69,6 +69,23 @@ TEST_F(StoreCache, AStoreOlderThanItsSourceIsKeptUntilForced)
     EXPECT_GT(fs::last_write_time(store), old);
 }
 
+TEST_F(StoreCache, AStoreThatIsNamedForAnotherFileIsRefused)
+{
+    const std::string store = find();
+    std::string found;
+    EXPECT_TRUE(findOrBuildStore(_source, false, found, store));
+    const std::string other = _folder.file("data/other.las");
+    fs::copy(_source, other);
+    for (const bool rebuild : {false, true}) {
+        const auto before = fs::last_write_time(store);
+        const VelBrx::Status status = findOrBuildStore(other, rebuild, found, store);
+        EXPECT_NE(status.message().find(store + ": is the store of grid.las, not of other.las"),
+                  std::string::npos)
+            << status.message();
+        EXPECT_EQ(fs::last_write_time(store), before);
+    }
+}
+
 TEST_F(StoreCache, WhereTheFolderCannotBeWrittenTheStoreGoesToTheCache)
 {
     const fs::path cache = _folder.path() / "cache";
