@@ -1,6 +1,6 @@
 #include "viewer/HomeBounds.h"
 
-#include "store/ByteIo.h"
+#include "store/io/ByteIo.h"
 #include "store/LasLayout.h"
 
 #include <VelOsgDBBrx/CellData.h>
