@@ -1,10 +1,10 @@
 #include "bench/RatioReporter.h"
 #include "bench/SampleStore.h"
 
-#include "loading/CellData.h"
 #include "loading/CellTree.h"
 
 #include <VelBrx/StoreInfo.h>
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/LasReaderWriter.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 

@@ -3,10 +3,10 @@
 #include "bench/SampleStore.h"
 
 #include "headless/EglGraphicsWindow.h"
-#include "loading/CellData.h"
 #include "lod/PointCloudLOD.h"
 #include "render/PointCloudImpl.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/LasReaderWriter.h>
 #include <VelOsgDBBrx/LoadBrxTool.h>

@@ -1,9 +1,9 @@
 #include "bench/RatioReporter.h"
 
-#include "loading/CellData.h"
 #include "loading/CellTree.h"
 #include "store/StoreIndex.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 

@@ -2,10 +2,10 @@
 
 #include "category/StoredClasses.h"
 #include "cull/StoreEdit.h"
-#include "loading/CellData.h"
 #include "loading/CellLeaf.h"
 #include "loading/PointRecords.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgUtils/ThreadCount.h>
 

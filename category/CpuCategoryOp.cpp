@@ -3,9 +3,9 @@
 #include "category/CompileFirst.h"
 #include "cull/CloudPlaces.h"
 #include "cull/ScreenMask.h"
-#include "loading/CellData.h"
 #include "loading/CellLeaf.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/PolygonMaskTool.h>
 

@@ -1,7 +1,8 @@
 #include "category/ListedPoints.h"
 
 #include "cull/StoreEdit.h"
-#include "loading/CellData.h"
+
+#include <VelOsgDBBrx/CellData.h>
 
 #include <algorithm>
 #include <map>

@@ -1,12 +1,12 @@
 #include "category/StoredClasses.h"
 
 #include "cull/StoreEdit.h"
-#include "loading/CellData.h"
 #include "loading/PointRecords.h"
 
 #include <VelBrx/File.h>
 #include <VelBrx/FileWriter.h>
 #include <VelBrx/MiraLasRead.h>
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <algorithm>

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "loading/CellData.h"
 #include "loading/CellGeometry.h"
 
 #include <VelBrx/FileWriter.h>
 #include <VelOsgDBBrx/BaseCmd.h>
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
 #include <osg/Polytope>

@@ -1,4 +1,4 @@
-#include "loading/CellData.h"
+#include <VelOsgDBBrx/CellData.h>
 
 CellData::CellData(const VelBrx::CellWithSegment& cellRecord)
     : identifier(cellRecord.identifier), record(cellRecord)

@@ -1,6 +1,6 @@
 #include "loading/CellTable.h"
 
-#include "loading/CellData.h"
+#include <VelOsgDBBrx/CellData.h>
 
 CellTable::CellTable(const OctreeInfo& octree)
 {

@@ -1,6 +1,6 @@
 #include "loading/CellTree.h"
 
-#include "loading/CellData.h"
+#include <VelOsgDBBrx/CellData.h>
 
 #include <array>
 #include <unordered_map>

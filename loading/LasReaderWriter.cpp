@@ -1,11 +1,12 @@
 #include <VelOsgDBBrx/LasReaderWriter.h>
 
-#include "loading/CellData.h"
 #include "loading/CellGeometry.h"
 #include "loading/CellLeaf.h"
 #include "loading/HeldPoints.h"
 #include "loading/ModelMatrix.h"
 #include "loading/UnwrittenClasses.h"
+
+#include <VelOsgDBBrx/CellData.h>
 
 #include <osg/Geometry>
 #include <osg/ValueObject>

@@ -1,6 +1,7 @@
-#include "loading/CellData.h"
 #include "loading/CellTable.h"
 #include "loading/OctreeViews.h"
+
+#include <VelOsgDBBrx/CellData.h>
 
 OctreeInfo::OctreeInfo() : views(new OctreeViews) {}
 

@@ -12,23 +12,26 @@ std::atomic<uint64_t> theRevision{0};
 
 } // namespace
 
-bool OctreeViews::note(const osg::Camera& camera, const CameraState& state, const osg::Matrixd& model,
-                       FrameClock& clock)
+bool OctreeViews::note(const osg::Camera& camera, const osg::NodePath& path, const CameraState& state,
+                       const osg::Matrixd& model, FrameClock& clock)
 {
     const std::lock_guard<VelOsgUtils::SpinLock> lock(_lock);
-    const auto found = std::find_if(_notes.begin(), _notes.end(),
-                                    [&](const Note& note) { return note.view.camera == &camera; });
+    const auto found = std::find_if(_notes.begin(), _notes.end(), [&](const Note& note) {
+        return note.view.camera == &camera && note.path == path;
+    });
     if (found == _notes.end()) {
-        _notes.push_back({{&camera, state}, model, &clock, clock.frame()});
+        _notes.push_back({{&camera, state, model}, path, &clock, clock.frame()});
         _noted = true;
         ++theRevision;
         return false;
     }
     Note& note = *found;
-    const bool moved = note.model != model && note.view.state.view == state.view;
+    const bool moved = note.view.model != model && note.view.state.view == state.view;
     const bool drawn = note.clock == &clock && clock.isDrawn(note.frame);
     if (!drawn || !showTheSame(note.view.state, state)) ++theRevision;
-    note = {{&camera, state}, model, &clock, clock.frame()};
+    note.view = {&camera, state, model};
+    note.clock = &clock;
+    note.frame = clock.frame();
     return moved;
 }
 
@@ -38,8 +41,23 @@ void OctreeViews::collect(std::vector<View>& views)
     _notes.erase(std::remove_if(_notes.begin(), _notes.end(),
                                 [](const Note& note) { return !note.clock->isDrawn(note.frame); }),
                  _notes.end());
-    for (const Note& note : _notes)
-        views.push_back(note.view);
+    const size_t first = views.size();
+    for (const Note& note : _notes) {
+        // Passes of one camera, those of eye-dome lighting for one, meet the octree on several paths.
+        const bool known = std::any_of(
+            views.begin() + static_cast<std::ptrdiff_t>(first), views.end(), [&note](const View& view) {
+                return view.camera == note.view.camera && view.model == note.view.model;
+            });
+        if (!known) views.push_back(note.view);
+    }
+}
+
+bool OctreeViews::isDrawn(const FrameClock& clock)
+{
+    const std::lock_guard<VelOsgUtils::SpinLock> lock(_lock);
+    return std::any_of(_notes.begin(), _notes.end(), [&clock](const Note& note) {
+        return note.clock == &clock && clock.isDrawn(note.frame);
+    });
 }
 
 uint64_t OctreeViews::revision()

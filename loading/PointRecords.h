@@ -1,8 +1,7 @@
 #pragma once
 
-#include "loading/CellData.h"
-
 #include <VelBrx/File.h>
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
 #include <cstdint>

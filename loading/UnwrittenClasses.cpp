@@ -1,6 +1,6 @@
 #include "loading/UnwrittenClasses.h"
 
-#include "loading/CellData.h"
+#include <VelOsgDBBrx/CellData.h>
 
 #include <algorithm>
 

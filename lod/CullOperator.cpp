@@ -2,6 +2,7 @@
 
 #include "loading/OctreeViews.h"
 #include "lod/PointCloudLOD.h"
+#include "lod/PointLoadManager.h"
 
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/IPointCategoryManager.h>
@@ -88,12 +89,14 @@ void CullOperator::update(PointCloudLOD& node, osgUtil::CullVisitor& visitor)
     const osg::ref_ptr<IPointLoadManager> manager = GlobalObject::acquirePLM(context);
     const osg::ref_ptr<IPointLoadManager> owner = node.loadManager();
     const osg::ref_ptr<FrameClock> clock = findClock(camera, manager, owner);
-    const bool moved =
-        clock && node.getOctree()->views->note(camera, stateOf(camera, visitor), model, *clock);
+    const bool moved = clock && node.getOctree()->views->note(camera, visitor.getNodePath(),
+                                                              stateOf(camera, visitor), model, *clock);
 
     if (!node.getOctree()->registered) {
         if (manager) node.registerOctree(manager, GlobalObject::acquirePCM(context));
-    } else if (moved) {
-        node.flush(); // a moved camera causes a pass by itself
+        return;
     }
+    if (moved) node.flush(); // a moved camera causes a pass by itself
+    auto* const onlooker = dynamic_cast<PointLoadManager*>(manager.get());
+    if (onlooker && onlooker != owner) onlooker->watch(node);
 }

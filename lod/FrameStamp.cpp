@@ -1,6 +1,6 @@
 #include <VelOsgDBBrx/FrameStamp.h>
 
-#include "loading/CellData.h"
+#include <VelOsgDBBrx/CellData.h>
 
 namespace VelOsgDBBrx {
 

@@ -1,9 +1,9 @@
 #include "lod/LodPass.h"
 
-#include "loading/CellData.h"
 #include "loading/CellLeaf.h"
 #include "lod/PointCloudLOD.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgUtils/ThreadCount.h>
 

@@ -1,7 +1,8 @@
 #include "lod/Operator.h"
 
-#include "loading/CellData.h"
 #include "lod/PointLoadManager.h"
+
+#include <VelOsgDBBrx/CellData.h>
 
 RegisterOp::RegisterOp(OctreeInfo* octree, PointLoadManager* manager) : _octree(octree), _manager(manager) {}
 

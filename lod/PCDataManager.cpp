@@ -1,7 +1,6 @@
 #include <VelOsgDBBrx/PCDataManager.h>
 
-#include "loading/CellData.h"
-
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/LasReaderWriter.h>
 #include <VelOsgUtils/ThreadCount.h>
 

@@ -1,9 +1,9 @@
 #include "lod/PointCloudLOD.h"
 
-#include "loading/CellData.h"
 #include "lod/CullOperator.h"
 #include "lod/PointCloudLodHandler.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/IPointCategoryManager.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgDBBrx/PCDataManager.h>
@@ -192,6 +192,7 @@ void PointCloudLOD::removeOrphans()
 
 void PointCloudLOD::noteViewer(osgViewer::ViewerBase* viewer)
 {
+    const std::lock_guard<std::mutex> lock(_viewerMutex);
     if (viewer && std::find(_viewers.begin(), _viewers.end(), viewer) == _viewers.end())
         _viewers.emplace_back(viewer);
 }
@@ -199,7 +200,11 @@ void PointCloudLOD::noteViewer(osgViewer::ViewerBase* viewer)
 /// A viewer that draws on demand must see what another one's frames change in a cloud that both show.
 void PointCloudLOD::requestRedraw()
 {
-    for (const osg::observer_ptr<osgViewer::ViewerBase>& viewer : _viewers)
+    std::vector<osg::observer_ptr<osgViewer::ViewerBase>> viewers;
+    {
+        const std::lock_guard<std::mutex> lock(_viewerMutex);
+        viewers.swap(_viewers);
+    }
+    for (const osg::observer_ptr<osgViewer::ViewerBase>& viewer : viewers)
         VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw(viewer.get());
-    _viewers.clear();
 }

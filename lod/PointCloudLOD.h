@@ -99,20 +99,24 @@ public:
     void removeOrphans();
 
     /// Notes that the viewer shows the node: it is asked for a redraw at the next change of the children.
-    /// On the thread of the viewers' frames.
+    /// Any thread.
     void noteViewer(osgViewer::ViewerBase* viewer);
+
+    /// Asks the viewers that were noted for a redraw, once. Any thread.
+    void requestRedraw();
 
 protected:
     ~PointCloudLOD() override;
 
 private:
     void traverseThinned(osg::NodeVisitor& visitor, int moveLevel);
-    void requestRedraw();
 
     std::atomic<int> _mode{RELEASED};
     osg::ref_ptr<OctreeInfo> _octree;
-    LevelMap _leavesByLevel;                                        ///< every child, once
-    std::vector<osg::observer_ptr<osgViewer::ViewerBase>> _viewers; ///< noted since the last change
+    LevelMap _leavesByLevel; ///< every child, once
+
+    std::mutex _viewerMutex;                                        ///< guards _viewers
+    std::vector<osg::observer_ptr<osgViewer::ViewerBase>> _viewers; ///< noted since the last redraw
 
     std::mutex _orphanMutex; ///< guards _orphans
     std::vector<osg::ref_ptr<osg::Node>> _orphans;

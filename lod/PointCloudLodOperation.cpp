@@ -1,9 +1,9 @@
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 
-#include "loading/CellData.h"
 #include "lod/CellVisibility.h"
 #include "lod/LodPass.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
 
@@ -47,25 +47,27 @@ bool isShown(OctreeInfo& octree, LodPass& pass)
     return octree.visibility == OctreeInfo::VISIBLE;
 }
 
-/// The octrees of a pass in their places, null where one is not on show or not to be had.
+/// The octrees of a pass by their numbers, null where one is not on show or not to be had.
 using Octrees = std::vector<OctreeInfo*>;
 
-/// Calls `visit` for every octree that the view draws.
+/// Calls `visit(number, local to world)` for every octree that the view draws.
 template <class Visit>
 void forEachDrawn(const FrameStamp::View& view, const Octrees& octrees, const Visit& visit)
 {
-    for (const size_t place : view.octrees)
-        if (place < octrees.size() && octrees[place]) visit(place);
+    for (size_t i = 0; i < view.octrees.size(); ++i) {
+        const size_t number = view.octrees[i];
+        if (number >= octrees.size() || !octrees[number]) continue;
+        visit(number, i < view.models.size() ? view.models[i] : localToWorld(*octrees[number]));
+    }
 }
 
 template <class MakeVisibility>
 void chooseForView(const FrameStamp::View& view, Octrees octrees, uint64_t maximumPoints, LodPass& pass,
                    const MakeVisibility& makeVisibility)
 {
-    forEachDrawn(view, octrees, [&](size_t place) {
-        OctreeInfo& octree = *octrees[place];
-        pass.traver(octree, makeVisibility(view.camera, localToWorld(octree)));
-        octrees[place] = nullptr;
+    forEachDrawn(view, octrees, [&](size_t number, const osg::Matrixd& model) {
+        pass.traver(*octrees[number], makeVisibility(view.camera, model));
+        octrees[number] = nullptr;
     });
     for (OctreeInfo* unseen : octrees)
         if (unseen) pass.removeAll(*unseen);
@@ -78,9 +80,8 @@ void chooseForViews(const std::vector<FrameStamp::View>& views, const Octrees& o
 {
     for (const FrameStamp::View& view : views) {
         pass.beginView();
-        forEachDrawn(view, octrees, [&](size_t place) {
-            OctreeInfo& octree = *octrees[place];
-            pass.want(octree, makeVisibility(view.camera, localToWorld(octree)));
+        forEachDrawn(view, octrees, [&](size_t number, const osg::Matrixd& model) {
+            pass.want(*octrees[number], makeVisibility(view.camera, model));
         });
     }
     pass.admitViews(maximumPoints);
@@ -92,8 +93,8 @@ void chooseForViews(const std::vector<FrameStamp::View>& views, const Octrees& o
 FrameStamp::View mainView(const FrameStamp& frameStamp)
 {
     FrameStamp::View view{frameStamp.mainCamera(), {}};
-    for (size_t place = 0; place < frameStamp.octrees.size(); ++place)
-        view.octrees.push_back(place);
+    for (size_t number = 0; number < frameStamp.octrees.size(); ++number)
+        view.octrees.push_back(number);
     return view;
 }
 
@@ -108,15 +109,15 @@ void runCameraPass(FrameStamp& frameStamp, LodPass& pass, const std::atomic<bool
 
     Octrees octrees(frameStamp.octrees.size(), nullptr);
     std::vector<std::unique_lock<std::mutex>> locks; // held to the end of the pass
-    for (size_t place = 0; place < octrees.size(); ++place) {
-        OctreeInfo* octree = frameStamp.octrees[place];
+    for (size_t number = 0; number < octrees.size(); ++number) {
+        OctreeInfo* octree = frameStamp.octrees[number];
         if (!octree->pointFile) continue;
         std::unique_lock<std::mutex> lock(octree->pointFile->mutex, std::try_to_lock);
         if (!lock.owns_lock()) {
             frameStamp.incomplete = true;
             continue;
         }
-        if (octree->pointFile->isOpen() && isShown(*octree, pass)) octrees[place] = octree;
+        if (octree->pointFile->isOpen() && isShown(*octree, pass)) octrees[number] = octree;
         locks.push_back(std::move(lock));
     }
     const std::vector<FrameStamp::View>& views = frameStamp.views;

@@ -1,10 +1,10 @@
 #include "lod/PointLoadManager.h"
 
-#include "loading/CellData.h"
 #include "loading/OctreeViews.h"
 #include "lod/LodPass.h"
 #include "lod/PointCloudLOD.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 #include <VelOsgUtils/ThreadCount.h>
@@ -31,10 +31,18 @@ constexpr std::chrono::milliseconds kLookPause{20};
 
 bool sameViews(const std::vector<FrameStamp::View>& a, const std::vector<FrameStamp::View>& b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](const FrameStamp::View& x, const FrameStamp::View& y) {
-                          return showTheSame(x.camera, y.camera) && x.octrees == y.octrees;
-                      });
+    return std::equal(
+        a.begin(), a.end(), b.begin(), b.end(), [](const FrameStamp::View& x, const FrameStamp::View& y) {
+            return showTheSame(x.camera, y.camera) && x.octrees == y.octrees && x.models == y.models;
+        });
+}
+
+/// Null where no node shows the octree.
+osg::ref_ptr<PointCloudLOD> cloudOf(const OctreeInfo& octree)
+{
+    osg::ref_ptr<osg::Group> group;
+    if (octree.root) octree.root->group.lock(group);
+    return dynamic_cast<PointCloudLOD*>(group.get());
 }
 
 } // namespace
@@ -193,12 +201,10 @@ void PointLoadManager::insertOctree(OctreeInfo* octree)
     if (std::find(_octrees.begin(), _octrees.end(), octree) != _octrees.end()) return;
     _octrees.push_back(octree);
     const osg::ref_ptr<DecrementalCompileOperation> decremental = _decremental.get();
-    osg::ref_ptr<osg::Group> group;
-    if (octree->root) octree->root->group.lock(group);
-    auto* cloud = dynamic_cast<PointCloudLOD*>(group.get());
+    const osg::ref_ptr<PointCloudLOD> cloud = cloudOf(*octree);
     if (!cloud || !decremental) return;
     for (const osg::ref_ptr<osg::Node>& orphan : cloud->takeOrphans())
-        decremental->add(group, orphan);
+        decremental->add(cloud, orphan);
 }
 
 void PointLoadManager::eraseOctree(OctreeInfo* octree)
@@ -282,27 +288,30 @@ bool PointLoadManager::isLookDue() const
     return _viewsRevision != OctreeViews::revision() || std::chrono::steady_clock::now() >= _lookTime;
 }
 
-/// Every camera that draws octrees of this manager, once. Never empty.
+/// Every camera that draws octrees of this manager, once for each place of an octree. Never empty.
 PointLoadManager::Views PointLoadManager::collectViews(const CameraState& mainCamera) const
 {
     Views views;
     std::vector<const osg::Camera*> cameras; // of `views`; null for the main camera
     std::vector<OctreeViews::View> drawing;
-    for (size_t place = 0; place < _octrees.size(); ++place) {
-        OctreeViews& octreeViews = *_octrees[place]->views;
+    for (size_t number = 0; number < _octrees.size(); ++number) {
+        OctreeInfo& octree = *_octrees[number];
         drawing.clear();
-        if (octreeViews.isUnknown())
-            drawing.push_back({nullptr, mainCamera});
+        if (octree.views->isUnknown())
+            drawing.push_back({nullptr, mainCamera, {}});
         else
-            octreeViews.collect(drawing);
+            octree.views->collect(drawing);
         for (const OctreeViews::View& view : drawing) {
-            const auto known = std::find(cameras.begin(), cameras.end(), view.camera);
-            const auto index = static_cast<size_t>(known - cameras.begin());
-            if (known == cameras.end()) {
+            size_t index = 0; // the camera's first view without this octree
+            while (index < views.size() &&
+                   (cameras[index] != view.camera || views[index].octrees.back() == number))
+                ++index;
+            if (index == views.size()) {
                 cameras.push_back(view.camera);
                 views.push_back({view.state, {}});
             }
-            views[index].octrees.push_back(place);
+            views[index].octrees.push_back(number);
+            if (view.camera) views[index].models.push_back(view.model);
         }
     }
     if (views.empty()) views.push_back({mainCamera, {}});
@@ -381,7 +390,43 @@ void PointLoadManager::runPass(osg::Operation& operation, const CameraState& cam
     _retryTime = std::chrono::steady_clock::now() + kRetryPause;
 }
 
+void PointLoadManager::watch(PointCloudLOD& cloud)
+{
+    const std::lock_guard<std::mutex> lock(_watchedMutex);
+    if (std::find(_watched.begin(), _watched.end(), &cloud) == _watched.end()) _watched.emplace_back(&cloud);
+}
+
+/// The clouds of other contexts that the context draws still.
+std::vector<osg::ref_ptr<PointCloudLOD>> PointLoadManager::cloudsWatched()
+{
+    std::vector<osg::ref_ptr<PointCloudLOD>> clouds, over; // perhaps the last references: freed without lock
+    const osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> capture = _capture.get();
+    const std::lock_guard<std::mutex> lock(_watchedMutex);
+    const auto isOver = [&](const osg::observer_ptr<PointCloudLOD>& watched) {
+        osg::ref_ptr<PointCloudLOD> cloud;
+        if (!capture || !watched.lock(cloud)) return true;
+        const bool drawn = cloud->getOctree()->views->isDrawn(*capture->getFrameClock());
+        (drawn ? clouds : over).push_back(cloud);
+        return !drawn;
+    };
+    _watched.erase(std::remove_if(_watched.begin(), _watched.end(), isOver), _watched.end());
+    return clouds;
+}
+
 bool PointLoadManager::isSettled()
+{
+    if (!isAtRest()) return false;
+    for (const osg::ref_ptr<PointCloudLOD>& cloud : cloudsWatched()) {
+        const osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> owner = cloud->loadManager();
+        auto* const manager = dynamic_cast<PointLoadManager*>(owner.get());
+        // A cloud that nobody has is taken over in the next frame.
+        if (!manager || !cloud->getOctree()->registered || !manager->isAtRest()) return false;
+    }
+    return true;
+}
+
+/// The manager's own clouds are settled.
+bool PointLoadManager::isAtRest()
 {
     const CameraState camera = captureCamera();
     {
@@ -432,5 +477,6 @@ void PointLoadManager::releaseOctrees()
         if (octree->pointFile) lock = std::unique_lock<std::mutex>(octree->pointFile->mutex);
         LodPass::abandon(*octree, incremental);
         octree->registered = false;
+        if (const osg::ref_ptr<PointCloudLOD> cloud = cloudOf(*octree)) cloud->requestRedraw();
     }
 }

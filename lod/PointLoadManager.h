@@ -19,6 +19,8 @@
 #include <mutex>
 #include <vector>
 
+class PointCloudLOD;
+
 /// The load manager of a context: its thread runs a level-of-detail pass whenever a camera that draws one of
 /// its octrees came, went or moved, a viewport was resized, a request was applied, an octree reported itself
 /// dirty, or the last pass left work behind. Still cameras cost a comparison a millisecond.
@@ -54,9 +56,14 @@ public:
     /// frames while something does. Any thread.
     void setViewer(osgViewer::ViewerBase* viewer);
 
+    /// Notes that the context draws a cloud of another one: what that has to do for it counts for `isSettled`
+    /// as long as the context draws it. Any thread.
+    void watch(PointCloudLOD& cloud);
+
     /// Gives up every octree, so that another context may take it: leaves what it has in the scene to the
-    /// octrees' nodes and clears their registered flags. Only while the thread is stopped, for good: no
-    /// octree is accepted afterwards. Waits for edits that hold an octree's point file.
+    /// octrees' nodes, clears their registered flags and has those who draw them draw a frame. Only while the
+    /// thread is stopped, for good: no octree is accepted afterwards. Waits for edits that hold an octree's
+    /// point file.
     void releaseOctrees();
 
     /// \name For operators, on the manager's thread
@@ -114,6 +121,8 @@ private:
     Views collectViews(const CameraState& mainCamera) const;
     bool isLookDue() const;
     bool isPassDue(bool asked, const CameraState& camera, Views& views);
+    bool isAtRest();
+    std::vector<osg::ref_ptr<PointCloudLOD>> cloudsWatched();
     bool anythingWaits();
     bool sceneIsAtRest();
     void askForFrame();
@@ -137,6 +146,9 @@ private:
 
     std::mutex _viewerMutex; ///< guards _viewer
     osg::observer_ptr<osgViewer::ViewerBase> _viewer;
+
+    std::mutex _watchedMutex; ///< guards _watched
+    std::vector<osg::observer_ptr<PointCloudLOD>> _watched;
 
     /// \name Of the manager's thread; `isSettled` reads some under `_restMutex`
     /// @{

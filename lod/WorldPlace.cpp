@@ -1,7 +1,6 @@
 #include "lod/WorldPlace.h"
 
-#include "loading/CellData.h"
-
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/IPointCloud.h>
 
 #include <OpenThreads/ScopedLock>

@@ -1,7 +1,7 @@
-#include "loading/CellData.h"
 #include "loading/PointRecords.h"
 #include "loading/UnwrittenClasses.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PointPicker.h>
 

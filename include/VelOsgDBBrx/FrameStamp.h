@@ -29,11 +29,12 @@ public:
     const char* libraryName() const override { return "VelOsgDBBrx"; }
     const char* className() const override { return "FrameStampInner"; }
 
-    /// A camera that draws octrees of the pass.
+    /// A camera that draws octrees of the pass, each at one place in the world.
     struct View
     {
         VelOsgUtils::CameraState camera;
-        std::vector<size_t> octrees; ///< places in `FrameStamp::octrees`
+        std::vector<size_t> octrees;        ///< by their numbers in `FrameStamp::octrees`
+        std::vector<osg::Matrixd> models{}; ///< of each, local to world; empty: `OctreeInfo::transform`
     };
 
     /// The context's main camera.
@@ -47,7 +48,8 @@ public:
     int height = 0;
     std::vector<osg::ref_ptr<OctreeInfo>> octrees; ///< empty between passes
     /// Every camera that draws octrees of the pass, whatever its context; an octree in none of them is seen
-    /// by nobody. Empty: the main camera draws all of them.
+    /// by nobody. A camera that draws an octree at several places has a view for each. Empty: the main camera
+    /// draws all of them.
     std::vector<View> views;
     uint64_t maxNumOfPointCloud = 0;
     uint64_t mouseDiluteNum = 0;

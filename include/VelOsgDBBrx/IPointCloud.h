@@ -16,7 +16,12 @@ namespace VelOsgDBBrx {
 ///
 /// Scene files (.osgt, .osgb, .osgx) keep a reference to the store and the cloud's display. A clone is a
 /// cloud that shows the same octree, whatever the copy operation says of nodes; of state and callbacks that
-/// decides. An octree has one place in the scene: clones that are drawn share it.
+/// decides.
+///
+/// A cloud may stand in the scene more than once, below several parents or as clones: it is drawn at every
+/// place, and paged for all of them. Edits, filter planes of a pass without a camera, and picks know one
+/// place alone: edits that of the first path to it from a root of the scene, in the order of the parents, on
+/// which nothing is switched off, the others that which was drawn last.
 class VEL_OSGDB_BRX_EXPORT IPointCloud : public osg::Group
 {
 public:

@@ -81,7 +81,8 @@ public:
     /// Paging is at rest: the last pass ran to its end, no octree skipped, on the cameras as drawn last; no
     /// request and no dirty octree waits for the next one; and nothing waits to be compiled, merged or
     /// removed. What still cameras show is then final. A camera is noted in its cull traversal, and one that
-    /// draws a cloud no more is left out from the second frame on: ask then.
+    /// draws a cloud no more is left out from the second frame on: ask then. Clouds that the context draws
+    /// and another one's manager pages count too: it is not settled before these are.
     virtual bool isSettled() = 0;
 
 protected:

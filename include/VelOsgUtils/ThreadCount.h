@@ -19,7 +19,8 @@ public:
         Scope& operator=(const Scope&) = delete;
     };
 
-    /// Threads of the libraries that run now.
+    /// Threads of the libraries that have begun to run and are not at their end: one that was started counts
+    /// a moment later, one that was joined does not. The readers of a pass do not count.
     static int running();
 
     /// True once the process has begun to exit (`exit` was called or `main` returned).

@@ -1,9 +1,9 @@
-#include "loading/CellData.h"
 #include "tests/category/CategoryScene.h"
 #include "tests/support/NoRoom.h"
 #include "tests/support/OtherEditor.h"
 
 #include <VelBrx/Verify.h>
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 

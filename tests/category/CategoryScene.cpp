@@ -1,7 +1,6 @@
 #include "tests/category/CategoryScene.h"
 
-#include "loading/CellData.h"
-
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <osg/Geode>

@@ -1,9 +1,9 @@
 #include "category/CpuCategoryOp.h"
 #include "category/PointCategoryManager.h"
-#include "loading/CellData.h"
 #include "loading/CellLeaf.h"
 #include "tests/category/CategoryScene.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
-#include "loading/CellData.h"
 #include "tests/support/CullScene.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/NoRoom.h"
 #include "tests/support/OtherEditor.h"
 
 #include <VelBrx/Verify.h>
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/ResetCmd.h>
 #include <VelOsgDBBrx/UndoCmd.h>

@@ -1,9 +1,9 @@
-#include "loading/CellData.h"
 #include "tests/support/CullScene.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/PagingScene.h"
 #include "tests/support/ThreadingModels.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/ResetCmd.h>

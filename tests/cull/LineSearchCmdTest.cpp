@@ -1,7 +1,7 @@
-#include "loading/CellData.h"
 #include "loading/UnwrittenClasses.h"
 #include "tests/support/CullScene.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/LineSearchCmd.h>
 
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
 #include "lod/PointCloudLOD.h"
 
-#include "lod/PointCloudLODVisitor.h"
 #include "lod/PointCloudLodHandler.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/HeadlessViewer.h"
@@ -62,18 +61,6 @@ TEST_F(PointCloudLODTest, TheBoundIsThatOfTheWholeFileThoughNothingIsLoaded)
     EXPECT_FLOAT_EQ(lod->getBound().radius(), osg::Vec3f(3, 4, 5).length());
     EXPECT_FALSE(osg::ref_ptr<PointCloudLOD>(new PointCloudLOD(nullptr))->getBound().valid());
     EXPECT_FALSE(lod->getCullingActive());
-}
-
-TEST_F(PointCloudLODTest, TheVisitorFindsEveryOneInOrder)
-{
-    const osg::ref_ptr<osg::Group> scene = new osg::Group;
-    const osg::ref_ptr<PointCloudLOD> second = new PointCloudLOD(octree);
-    scene->addChild(lod);
-    scene->addChild(new osg::Group);
-    scene->getChild(1)->asGroup()->addChild(second);
-    PointCloudLODVisitor visitor;
-    scene->accept(visitor);
-    EXPECT_EQ(visitor.nodes, (std::vector<PointCloudLOD*>{lod, second}));
 }
 
 TEST_F(PointCloudLODTest, TheMouseSwitchesTheModeButTheLeftButtonAloneDoesNot)

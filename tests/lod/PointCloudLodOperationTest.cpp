@@ -70,15 +70,6 @@ protected:
     using Loaded = std::array<size_t, 3>;
 };
 
-TEST_F(LodPassTest, LoadsWhatIsSeenAndUnloadsWhatIsNot)
-{
-    (*dyn)(stamp);
-    EXPECT_EQ(loadedByLevel(), (Loaded{1, 8, 64}));
-    lookFrom(osg::Vec3d(0, -300, 0), osg::Vec3d(0, -600, 0));
-    (*dyn)(stamp);
-    EXPECT_EQ(loadedByLevel(), (Loaded{0, 0, 0}));
-}
-
 TEST_F(LodPassTest, ALevelMustStayStrictlyBelowTheBudgetAndASmallerDeeperOneStillFollows)
 {
     setPoints(0, 10);
@@ -315,21 +306,6 @@ TEST_F(LodPassTest, ACellThatCannotBeReadIsTriedAgainByLaterPasses)
     cell.record.segments = segments;
     (*dyn)(stamp);
     EXPECT_TRUE(cell.node);
-}
-
-TEST_F(LodPassTest, AnythingButAFrameStampIsIgnoredAndCopiesWorkOnTheirOwn)
-{
-    (*dyn)(nullptr);
-    const osg::ref_ptr<osg::Group> group = new osg::Group;
-    (*dyn)(group);
-    EXPECT_EQ(countLoaded(*octree), 0u);
-    const osg::ref_ptr<DynPointCloudLod> copy = new DynPointCloudLod(*dyn);
-    copy->setAbort(true);
-    EXPECT_FALSE(dyn->isAborted());
-    dyn = nullptr;
-    copy->setAbort(false);
-    (*copy)(stamp);
-    EXPECT_EQ(countLoaded(*octree), 73u);
 }
 
 } // namespace

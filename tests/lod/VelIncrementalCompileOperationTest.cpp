@@ -113,15 +113,4 @@ TEST_F(CompileOperationTest, TakesSetsWhileContextsComeAndGo)
     EXPECT_EQ(group->getNumChildren(), static_cast<unsigned>(kSets));
 }
 
-TEST_F(CompileOperationTest, ARetiredOperationDropsOutOfItsContext)
-{
-    view.frame();
-    operation->retire();
-    operation->add(makeSet());
-    view.frame();
-    view.viewer->setIncrementalCompileOperation(nullptr);
-    view.frame();
-    EXPECT_EQ(operation->referenceCount(), 1) << "neither the viewer nor the context holds it";
-}
-
 } // namespace

@@ -1,14 +1,13 @@
-#include "loading/CellData.h"
 #include "lod/CellVisibility.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/PagingScene.h"
 #include "tests/support/ThreadingModels.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/GlobalObject.h>
-#include <VelOsgDBBrx/IPointCloud.h>
-#include <VelOsgDBBrx/LoadBrxTool.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
+#include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 
 #include <gtest/gtest.h>
 #include <osgViewer/CompositeViewer>
@@ -234,31 +233,43 @@ TEST_P(ViewsOfACloud, TwoContextsOfTwoViewersShareACloudUntilOneDropsItOrDies)
     GlobalObject::unRegisterGraphicsContext(context);
 }
 
-TEST_P(ViewsOfACloud, AnUnregisteredContextCountsNoMore)
+TEST_P(ViewsOfACloud, CamerasOfTheirOwnProjectionsPageACloudThatStandsObliqueAtTwoPlaces)
 {
-    HeadlessViewer other(48, 48, GetParam());
-    GlobalObject::registerGraphicsContext(other.window);
-    other.camera().setViewMatrix(lookAt(kHighEye, kHighTarget));
-    ASSERT_TRUE(settle());
-    const osg::ref_ptr<osg::Group> otherScene = new osg::Group;
-    otherScene->addChild(scene.placement);
-    other.show(otherScene);
-    ASSERT_TRUE(settle({other.viewer}));
-    expectPagedFor({&master(), &other.camera()});
-    GlobalObject::unRegisterGraphicsContext(other.window); // and draws no further frame
-    ASSERT_TRUE(settle());
-    expectPagedFor({&master()});
-}
-
-TEST_P(ViewsOfACloud, ANodeMovedUnderSeveralStillCamerasIsPagedAnewOnce)
-{
-    master().setViewport(0, 0, 32, 64);
-    const osg::ref_ptr<osg::Camera> half = addSlave(*scene.view.window, kHighEye, kHighTarget);
-    half->setViewport(32, 0, 32, 64);
-    ASSERT_TRUE(settle());
-    scene.placement->setMatrix(osg::Matrixd::rotate(0.5, osg::Vec3d(0, 0, 1)) * scene.placement->getMatrix());
-    ASSERT_TRUE(settle());
-    expectPagedFor({&master(), half});
+    master().setViewport(0, 0, 40, 64);
+    const auto half = addSlave(*scene.view.window, kHighEye, kHighTarget,
+                               osg::Matrixd::scale(3, 2, 1) * osg::Matrixd::translate(0.4, -0.3, 0));
+    half->setViewport(40, 0, 24, 50);
+    const osg::ref_ptr<osg::MatrixTransform> second = new osg::MatrixTransform;
+    second->addChild(scene.cloud);
+    scene.placement->addChild(second);
+    const osg::Matrixd upright = scene.placement->getMatrix();
+    for (const double angle : {0.5, 2.0}) { // moves it under still cameras
+        scene.placement->setMatrix(osg::Matrixd::rotate(angle, osg::Vec3d(1, 2, 3)) *
+                                   osg::Matrixd::scale(1.3, 0.8, 1) * upright);
+        second->setMatrix(osg::Matrixd::rotate(angle, osg::Vec3d(3, 0, 1)) *
+                          osg::Matrixd::translate(10, 5, -20));
+        ASSERT_TRUE(settle());
+        const osg::Matrixd places[] = {scene.placement->getMatrix(),
+                                       second->getMatrix() * scene.placement->getMatrix()};
+        const VelOsgUtils::CameraState cameras[] = {stateOf(master()), stateOf(*half)};
+        const auto wantedBy = [&](const VelOsgUtils::CameraState& one, const VelOsgUtils::CameraState& other,
+                                  int firstPlace, int lastPlace) {
+            Cells wanted;
+            for (int place = firstPlace; place <= lastPlace; ++place)
+                for (const auto& camera : {one, other})
+                    wanted.merge(cellsWanted(*scene.lod->getOctree(), places[place], camera));
+            return wanted;
+        };
+        const Cells wanted = wantedBy(cameras[0], cameras[1], 0, 1);
+        EXPECT_TRUE(cellsLoaded(*scene.lod->getOctree()) == wanted);
+        EXPECT_EQ(scene.loadedNodes(), scene.drawnNodes());
+        EXPECT_GT(wanted.size(), 100u);
+        for (const int place : {0, 1})
+            EXPECT_FALSE(wantedBy(cameras[0], cameras[1], place, place) == wanted) << "one place decides";
+        auto mixed = cameras[0], mixedToo = cameras[1];
+        std::swap(mixed.projection, mixedToo.projection);
+        EXPECT_FALSE(wantedBy(mixed, mixedToo, 0, 1) == wanted) << "any projection would do";
+    }
     for (int frame = 0; frame < 10; ++frame) { // still cameras of a still cloud ask for nothing
         viewer().frame();
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -266,27 +277,56 @@ TEST_P(ViewsOfACloud, ANodeMovedUnderSeveralStillCamerasIsPagedAnewOnce)
     }
 }
 
-/// A cloud of its own store in a scene of its own.
-struct Cloud
+TEST_P(ViewsOfACloud, AnOnlookerIsSettledWhenTheCloudIsAndTakesItOverUnderItsOwnBudget)
 {
-    Cloud(const TempFolder& folder, unsigned seed)
-        : node(VelOsgDBBrx::LoadBrxTool::loadBrxFile(writeRandomStore(folder, 3, 10, seed), offset, min, max,
-                                                     ""))
-    {
-        placement->setMatrix(osg::Matrixd::translate(offset));
-        placement->addChild(node);
+    HeadlessViewer near(48, 48, GetParam()), far(32, 32, GetParam());
+    near.camera().setViewMatrix(lookAt(kHighEye, kHighTarget));
+    far.camera().setViewMatrix(lookAt(osg::Vec3d(40, 60, 200), osg::Vec3d()));
+    std::vector<VelOsgDBBrx::IPointLoadManager*> onlookers;
+    ASSERT_TRUE(settle());
+    for (HeadlessViewer* view : {&near, &far}) {
+        onlookers.push_back(GlobalObject::registerGraphicsContext(view->window));
+        onlookers.back()->setMaxNumOfPointCloud(400 * onlookers.size());
+        const osg::ref_ptr<osg::Group> own = new osg::Group;
+        own->addChild(scene.placement);
+        view->show(own);
     }
-    OctreeInfo& octree() const { return *dynamic_cast<VelOsgDBBrx::IPointCloud&>(*node).getOctree(); }
+    const auto settleOnlookers = [&](const std::vector<osgViewer::ViewerBase*>& drawing) {
+        int unsettled = 0;
+        for (int frame = 0; frame < 2000; ++frame) {
+            for (osgViewer::ViewerBase* viewer : drawing)
+                viewer->frame();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            if (frame < 3) continue; // until every camera was noted
+            const bool settled = onlookers[0]->isSettled();
+            EXPECT_EQ(settled, onlookers[1]->isSettled()) << "both show the same";
+            if (settled) return unsettled;
+            ++unsettled;
+        }
+        return -1;
+    };
+    scene.manager().getIncrementalCompileOperation()->setMaximumNumOfObjectsToCompilePerFrame(1);
+    EXPECT_GT(settleOnlookers({&viewer(), near.viewer, far.viewer}), 5);
+    expectPagedFor({&master(), &near.camera(), &far.camera()});
 
-    osg::Vec3d offset, min, max;
-    osg::ref_ptr<osg::MatrixTransform> placement = new osg::MatrixTransform;
-    osg::ref_ptr<osg::Node> node;
-};
+    GlobalObject::unRegisterGraphicsContext(far.window); // it draws no further frame, and counts no more
+    ASSERT_TRUE(settle({near.viewer}));
+    expectPagedFor({&master(), &near.camera()});
+    onlookers[1] = onlookers[0];
+    GlobalObject::unRegisterGraphicsContext(scene.view.window);
+    EXPECT_FALSE(onlookers[0]->isSettled()) << "nobody pages the cloud";
+    EXPECT_GE(settleOnlookers({near.viewer}), 0);
+    EXPECT_EQ(scene.loadedNodes(), scene.drawnNodes());
+    EXPECT_GT(scene.drawnNodes().size(), 8u);
+    EXPECT_LT(scene.drawnNodes().size() * 10, 400u);
+    GlobalObject::unRegisterGraphicsContext(near.window);
+}
 
 TEST_P(ViewsOfACloud, InACompositeViewerEachViewCountsForTheCloudsThatItDraws)
 {
     const TempFolder folder;
-    const Cloud clouds[2] = {{folder, 11}, {folder, 12}};
+    const PlacedCloud clouds[2] = {PlacedCloud(writeRandomStore(folder, 3, 10, 11)),
+                                   PlacedCloud(writeRandomStore(folder, 3, 10, 12))};
     const osg::ref_ptr<EglGraphicsWindow> window = makeWindow();
     GlobalObject::registerGraphicsContext(window);
     {
@@ -302,7 +342,7 @@ TEST_P(ViewsOfACloud, InACompositeViewerEachViewCountsForTheCloudsThatItDraws)
             cameras[i]->setProjectionMatrixAsPerspective(30, 0.5, 1, 10000);
             cameras[i]->setViewMatrixAsLookAt(clouds[i].offset + eyes[i], clouds[i].offset + targets[i],
                                               osg::Vec3d(0, 0, 1));
-            view->setSceneData(clouds[i].placement);
+            view->setSceneData(clouds[i].root);
             composite.addView(view);
         }
         composite.realize();
@@ -315,7 +355,7 @@ TEST_P(ViewsOfACloud, InACompositeViewerEachViewCountsForTheCloudsThatItDraws)
             return false;
         };
         const auto wanted = [&](int cloud, int camera) {
-            return cellsWanted(clouds[cloud].octree(), clouds[cloud].placement->getMatrix(),
+            return cellsWanted(clouds[cloud].octree(), clouds[cloud].root->getMatrix(),
                                stateOf(*cameras[camera]));
         };
         ASSERT_TRUE(settled());

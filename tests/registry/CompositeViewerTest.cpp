@@ -1,11 +1,9 @@
 #include "lod/PointCloudLOD.h"
-#include "lod/PointCloudLODVisitor.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/PagingScene.h"
 #include "tests/support/ThreadingModels.h"
 
 #include <VelOsgDBBrx/GlobalObject.h>
-#include <VelOsgDBBrx/LoadBrxTool.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/SelectSegmentStack.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
@@ -48,14 +46,6 @@ class CompositeViewer : public testing::TestWithParam<osgViewer::ViewerBase::Thr
 protected:
     void SetUp() override
     {
-        osg::Vec3d min, max;
-        root->addChild(
-            VelOsgDBBrx::LoadBrxTool::loadBrxFile(writeRandomStore(folder, 3, 20), offset, min, max, ""));
-        root->setMatrix(osg::Matrixd::translate(offset));
-        PointCloudLODVisitor finder;
-        root->accept(finder);
-        lod = finder.nodes.at(0);
-
         std::string reason;
         window = EglGraphicsWindow::create(2 * kSize, kSize, reason);
         ASSERT_TRUE(window) << reason;
@@ -107,9 +97,10 @@ protected:
     }
 
     TempFolder folder;
-    osg::Vec3d offset;
-    osg::ref_ptr<osg::MatrixTransform> root = new osg::MatrixTransform;
-    PointCloudLOD* lod = nullptr;
+    const PlacedCloud cloud{writeRandomStore(folder, 3, 20)};
+    const osg::Vec3d offset = cloud.offset;
+    const osg::ref_ptr<osg::MatrixTransform> root = cloud.root;
+    const osg::ref_ptr<PointCloudLOD> lod = cloud.lod;
     osg::ref_ptr<EglGraphicsWindow> window;
     osg::ref_ptr<PixelCount> pixels[2] = {new PixelCount, new PixelCount};
     osg::ref_ptr<osgViewer::View> views[2];

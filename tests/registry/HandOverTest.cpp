@@ -7,7 +7,6 @@
 
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/IPointCategoryManager.h>
-#include <VelOsgDBBrx/LoadBrxTool.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 #include <VelOsgUtils/DecrementalCompileOperation.h>
 
@@ -26,43 +25,6 @@ using ThreadingModel = osgViewer::ViewerBase::ThreadingModel;
 using VelOsgDBBrx::GlobalObject;
 
 constexpr size_t kCells = 73;
-
-/// A cloud of three levels in a scene of its own.
-struct Cloud
-{
-    explicit Cloud(const std::string& path)
-    {
-        osg::Vec3d min, max;
-        const osg::ref_ptr<osg::Node> node =
-            VelOsgDBBrx::LoadBrxTool::loadBrxFile(path, offset, min, max, "");
-        root->setMatrix(osg::Matrixd::translate(offset));
-        root->addChild(node);
-        PointCloudLODVisitor finder;
-        root->accept(finder);
-        lod = finder.nodes.at(0);
-    }
-
-    std::multiset<const osg::Node*> loaded() const
-    {
-        std::multiset<const osg::Node*> nodes;
-        visitCells(*lod->getOctree()->root, [&](CellData& cell) {
-            if (cell.node) nodes.insert(cell.node);
-        });
-        return nodes;
-    }
-
-    std::multiset<const osg::Node*> drawn() const
-    {
-        std::multiset<const osg::Node*> nodes;
-        for (unsigned i = 0; i < lod->getNumChildren(); ++i)
-            nodes.insert(lod->getChild(i));
-        return nodes;
-    }
-
-    osg::Vec3d offset;
-    osg::ref_ptr<osg::MatrixTransform> root = new osg::MatrixTransform;
-    osg::ref_ptr<PointCloudLOD> lod;
-};
 
 /// A viewer of some clouds. Its context is registered by the tests and outlives it.
 struct Window
@@ -91,7 +53,7 @@ class HandOver : public testing::Test
 protected:
     TempFolder folder;
     const std::string path = writeRandomStore(folder, 3, 20);
-    Cloud cloud{path};
+    PlacedCloud cloud{path};
 };
 
 TEST_F(HandOver, WhatADeadViewerLeftInTheSceneGoesUnlessTheNextOneWantsIt)
@@ -252,7 +214,7 @@ protected:
 
     TempFolder _folder;
     const std::string _path = writeRandomStore(_folder, 3, 20);
-    Cloud _clouds[2]{Cloud(_path), Cloud(_path)};
+    PlacedCloud _clouds[2]{PlacedCloud(_path), PlacedCloud(_path)};
     std::vector<std::unique_ptr<Window>> _windows;
     std::vector<osg::ref_ptr<osg::GraphicsContext>> _contextsOfTheDead;
     std::mt19937 _random{GetParam()};
@@ -264,7 +226,7 @@ private:
     void open()
     {
         const osg::ref_ptr<osg::Group> both = new osg::Group;
-        for (const Cloud& cloud : _clouds)
+        for (const PlacedCloud& cloud : _clouds)
             both->addChild(cloud.root);
         const osg::ref_ptr<osg::Node> scenes[3] = {_clouds[0].root, _clouds[1].root, both};
         _windows.push_back(std::make_unique<Window>(scenes[pick(3)], 300, _threading));
@@ -292,7 +254,7 @@ TEST_P(ComingAndGoing, LeavesWhoeverShowsACloudWithExactlyTheLoadedCells)
         ASSERT_NO_FATAL_FAILURE(settleAll()) << "round " << round;
         if (_windows.empty()) continue;
         // What nobody shows waits for the next who does.
-        for (const Cloud& cloud : _clouds) {
+        for (const PlacedCloud& cloud : _clouds) {
             PointCloudLODVisitor shown;
             for (const auto& window : _windows)
                 window->view->viewer->getSceneData()->accept(shown);

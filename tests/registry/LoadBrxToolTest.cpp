@@ -1,9 +1,9 @@
 #include <VelOsgDBBrx/LoadBrxTool.h>
 
-#include "loading/CellData.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestStore.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/LasReaderWriter.h>
 

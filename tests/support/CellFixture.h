@@ -1,10 +1,10 @@
 #pragma once
 
-#include "loading/CellData.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestPoint.h"
 
 #include <VelBrx/CellWithSegment.h>
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
 #include <osg/Vec3d>

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "loading/CellData.h"
-
 #include <VelBrx/CellWithSegment.h>
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
 #include <osg/Vec3d>

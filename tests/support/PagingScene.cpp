@@ -1,16 +1,15 @@
 #include "tests/support/PagingScene.h"
 
-#include "loading/CellData.h"
 #include "lod/PointCloudLODVisitor.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/TestStore.h"
 
+#include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/LoadBrxTool.h>
 
-#include <gtest/gtest.h>
-
 #include <random>
+#include <stdexcept>
 
 using VelOsgDBBrx::GlobalObject;
 
@@ -57,19 +56,38 @@ std::string writeRandomStore(const TempFolder& folder, unsigned levels, unsigned
     return folder.write("random" + std::to_string(seed) + ".brx", store.bytes());
 }
 
+PlacedCloud::PlacedCloud(const std::string& path)
+    : node(VelOsgDBBrx::LoadBrxTool::loadBrxFileOffset(path, offset, ""))
+{
+    if (!node) throw std::runtime_error("the store does not load");
+    PointCloudLODVisitor finder;
+    node->accept(finder);
+    lod = finder.nodes.at(0);
+    root->setMatrix(osg::Matrixd::translate(offset));
+    root->addChild(node);
+}
+
+std::multiset<const osg::Node*> PlacedCloud::loaded() const
+{
+    std::multiset<const osg::Node*> nodes;
+    visitCells(*octree().root, [&](CellData& cell) {
+        if (cell.node) nodes.insert(cell.node);
+    });
+    return nodes;
+}
+
+std::multiset<const osg::Node*> PlacedCloud::drawn() const
+{
+    std::multiset<const osg::Node*> nodes;
+    for (unsigned i = 0; i < lod->getNumChildren(); ++i)
+        nodes.insert(lod->getChild(i));
+    return nodes;
+}
+
 PagingScene::PagingScene(osgViewer::ViewerBase::ThreadingModel threading, unsigned levels,
                          unsigned pointsPerCell)
-    : view(64, 64, threading), placement(new osg::MatrixTransform(osg::Matrixd::translate(kOffset)))
+    : placed(writeRandomStore(folder, levels, pointsPerCell)), view(64, 64, threading)
 {
-    cloud = VelOsgDBBrx::LoadBrxTool::loadBrxFile(writeRandomStore(folder, levels, pointsPerCell), "");
-    if (!cloud) {
-        ADD_FAILURE() << "the store does not load";
-        return;
-    }
-    PointCloudLODVisitor finder;
-    cloud->accept(finder);
-    lod = finder.nodes.at(0);
-    placement->addChild(cloud);
     GlobalObject::registerGraphicsContext(view.window);
     look(osg::Vec3d(0, -300, 0));
     view.show(placement);
@@ -90,23 +108,6 @@ void PagingScene::look(const osg::Vec3d& eye, const osg::Vec3d& center)
 {
     const osg::Vec3d middle = placement->getMatrix().getTrans();
     view.camera().setViewMatrixAsLookAt(middle + eye, middle + center, osg::Vec3d(0, 0, 1));
-}
-
-std::multiset<const osg::Node*> PagingScene::loadedNodes() const
-{
-    std::multiset<const osg::Node*> nodes;
-    visitCells(*lod->getOctree()->root, [&](CellData& cell) {
-        if (cell.node) nodes.insert(cell.node);
-    });
-    return nodes;
-}
-
-std::multiset<const osg::Node*> PagingScene::drawnNodes() const
-{
-    std::multiset<const osg::Node*> nodes;
-    for (unsigned i = 0; i < lod->getNumChildren(); ++i)
-        nodes.insert(lod->getChild(i));
-    return nodes;
 }
 
 size_t PagingScene::cellCount() const

@@ -16,6 +16,23 @@
 std::string writeRandomStore(const TempFolder& folder, unsigned levels, unsigned pointsPerCell,
                              unsigned seed = 1);
 
+/// A store in a scene of its own, where its file coordinates put it.
+struct PlacedCloud
+{
+    explicit PlacedCloud(const std::string& path);
+
+    OctreeInfo& octree() const { return *lod->getOctree(); }
+
+    /// The cells that hold a node, and the nodes under the cloud, as a settled scene has them.
+    std::multiset<const osg::Node*> loaded() const;
+    std::multiset<const osg::Node*> drawn() const;
+
+    osg::Vec3d offset;
+    osg::ref_ptr<osg::MatrixTransform> root = new osg::MatrixTransform; ///< local to world
+    osg::ref_ptr<osg::Node> node;
+    osg::ref_ptr<PointCloudLOD> lod;
+};
+
 /// A store on the screen of a headless viewer whose context is registered.
 class PagingScene
 {
@@ -33,15 +50,14 @@ public:
     /// Draws frames until paging is at rest. False after 20 seconds.
     bool settle() { return ::settle(view); }
 
-    /// The cells that hold a node, and the nodes under the cloud, as a settled scene has them.
-    std::multiset<const osg::Node*> loadedNodes() const;
-    std::multiset<const osg::Node*> drawnNodes() const;
-
+    std::multiset<const osg::Node*> loadedNodes() const { return placed.loaded(); }
+    std::multiset<const osg::Node*> drawnNodes() const { return placed.drawn(); }
     size_t cellCount() const;
 
     TempFolder folder;
+    PlacedCloud placed;
     HeadlessViewer view;
-    osg::ref_ptr<osg::MatrixTransform> placement; ///< local to world
-    osg::ref_ptr<osg::Node> cloud;
-    osg::ref_ptr<PointCloudLOD> lod;
+    const osg::ref_ptr<osg::MatrixTransform> placement = placed.root;
+    const osg::ref_ptr<osg::Node> cloud = placed.node;
+    const osg::ref_ptr<PointCloudLOD> lod = placed.lod;
 };
