@@ -1,7 +1,5 @@
 #include "registry/ContextOperation.h"
 
-#include "lod/PointCloudLOD.h"
-
 #include <osgDB/DatabasePager>
 #include <osgViewer/Scene>
 #include <osgViewer/ViewerBase>
@@ -61,11 +59,6 @@ void ContextOperation::provideCompileOperation(osgViewer::ViewerBase& viewer)
     setCompileOperation(viewer, _incremental);
     _hosts = present;
     if (present) handOver(*present, *_incremental);
-}
-
-void ContextOperation::giveUpRemovals()
-{
-    PointCloudLOD::leaveRemovals(*_decremental);
 }
 
 void ContextOperation::retire()

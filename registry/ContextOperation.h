@@ -17,7 +17,7 @@ class ViewerBase;
 /// of the scene, and merge compiled ones where the viewer itself does not. Once retired it takes all of this
 /// off the viewer again.
 ///
-/// Threads: `giveUpRemovals` and `retire` from any thread; the rest on the thread of the update traversal.
+/// Threads: `retire` from any thread; the rest on the thread of the update traversal.
 class ContextOperation : public osg::Operation
 {
 public:
@@ -34,9 +34,6 @@ public:
     void provideCompileOperation(osgViewer::ViewerBase& viewer);
 
     void operator()(osg::Object* viewer) override;
-
-    /// Leaves the pending removals from point clouds to whoever takes the clouds over.
-    void giveUpRemovals();
 
     /// The next update traversal is the last one. What the context draws does not count from now on.
     void retire();

@@ -146,7 +146,6 @@ void GlobalObject::unRegisterGraphicsContext(osg::GraphicsContext* gc)
         registry().contexts.erase(found);
     }
     shutDown(*data);
-    data->operation->giveUpRemovals(); // before another context can take the clouds over
     data->loadManager->releaseOctrees();
     data->operation->retire();
     PCDataManager::getInstance()->evict();
