@@ -21,6 +21,7 @@ constexpr ImGuiWindowFlags kPanel = ImGuiWindowFlags_NoDecoration | ImGuiWindowF
 
 constexpr float kPanelAlpha = 0.7f;
 constexpr float kWidestText = 0.5f;     ///< of the window; wider lines are broken
+constexpr float kLettersOfALine = 70;   ///< that are never broken
 constexpr float kQuestionAlpha = 0.95f; ///< of what is read rather than looked past
 const ImVec4 kTitleColor(1.0f, 0.87f, 0.25f, 1.0f);
 constexpr float kOutlineWidth = 1.5f;
@@ -264,7 +265,7 @@ void Overlay::drawText(const char* name, const std::vector<std::string>& lines, 
         ImGuiCond_Always, pivot);
     ImGui::SetNextWindowBgAlpha(alpha);
     ImGui::Begin(name, nullptr, kPanel);
-    ImGui::PushTextWrapPos(kWidestText * window.x);
+    ImGui::PushTextWrapPos(std::max(kWidestText * window.x, kLettersOfALine * ImGui::CalcTextSize("0").x));
     for (const std::string& line : lines)
         ImGui::TextUnformatted(line.c_str());
     ImGui::PopTextWrapPos();
