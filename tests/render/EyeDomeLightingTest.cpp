@@ -178,6 +178,15 @@ TEST(EyeDomeLighting, ShowsTheHostTheViewportAndTheProjectionOfTheLastFrame)
     expect(20, 12, 1);
     picture.viewer.camera().setViewport(0, 0, kSize, kSize);
     expect(kSize, kSize, 1);
+
+    const auto shaded = [&] {
+        return countOtherThan(*picture.picture, PointPicture::kBackground) -
+               countOf(*picture.picture, kGround) - countOf(*picture.picture, kBlock);
+    };
+    EXPECT_GT(shaded(), 0);
+    secondPass(*picture.cloud).addUniform(new osg::Uniform("edlStrength", 0.0f));
+    picture.draw();
+    EXPECT_EQ(shaded(), 0) << "what the host puts there is drawn with";
 }
 
 TEST(EyeDomeLighting, TakesStrengthAndRadiusOfTheHostForAllCloudsOrForOne)
@@ -350,24 +359,25 @@ TEST(EyeDomeLighting, FollowsTheColourModeAndPointSizeOfTheCloud)
 
 TEST(EyeDomeLighting, FollowsTheViewportToItsNewSizeAndPlace)
 {
-    BlockPicture reference;
-    reference.draw();
-    reference.cloud->enableEyeDomeLighting();
-    reference.draw();
-
-    BlockPicture picture;
-    picture.cloud->enableEyeDomeLighting();
-    const int sizes[][4] = {{0, 0, 32, 20}, {0, 0, 32, 32},  {0, 0, 16, 16},
-                            {0, 0, 32, 32}, {16, 8, 16, 16}, {0, 0, 32, 32}};
-    for (const auto& size : sizes) {
-        // The lower left part of the scene, always a metre a pixel.
-        picture.viewer.camera().setViewport(size[0], size[1], size[2], size[3]);
-        picture.viewer.camera().setProjectionMatrixAsOrtho(0, size[2], 0, size[3], -20, 20);
-        picture.draw();
-        const int margin = size[3] == kSize ? 0 : 3; // pixels that the smaller window lacks as neighbours
-        for (int y = 0; y < size[3] - margin; ++y)
-            for (int x = 0; x < (size[2] == kSize ? kSize : size[2] - margin); ++x)
-                ASSERT_EQ(picture.at(x, y), reference.at(x, y)) << x << ", " << y << " of " << size[2];
+    const int sizes[][4] = {{0, 0, 32, 20}, {0, 0, 16, 16}, {16, 8, 16, 16}, {0, 0, 32, 32}};
+    for (const bool balanced : {false, true}) {
+        BlockPicture reference, picture;
+        for (BlockPicture* each : {&reference, &picture}) {
+            if (balanced) PointCloudHelper::setBalancedEyeDomeLighting(each->root);
+            each->cloud->enableEyeDomeLighting();
+        }
+        reference.draw();
+        for (const auto& size : sizes) {
+            // The lower left part of the scene, always a metre a pixel.
+            picture.viewer.camera().setViewport(size[0], size[1], size[2], size[3]);
+            picture.viewer.camera().setProjectionMatrixAsOrtho(0, size[2], 0, size[3], -20, 20);
+            picture.draw();
+            const int margin = size[3] == kSize ? 0 : 3; // pixels that the smaller window lacks as neighbours
+            for (int y = 0; y < size[3] - margin; ++y)
+                for (int x = 0; x < (size[2] == kSize ? kSize : size[2] - margin); ++x)
+                    ASSERT_EQ(picture.at(x, y), reference.at(x, y))
+                        << x << ", " << y << " of " << size[2] << balanced;
+        }
     }
 }
 

@@ -12,6 +12,8 @@
 
 #include <cmath>
 #include <functional>
+#include <map>
+#include <string>
 
 using VelOsgDBBrx::ColorEntry;
 using VelOsgDBBrx::ColorWithRangeInfo;
@@ -47,6 +49,34 @@ std::string drawn(PointPicture& picture)
     for (const osg::Vec3ub& color : picture.draw())
         result += color == kHidden ? '.' : 'x';
     return result;
+}
+
+/// Every colour mode for points, each in white alone.
+std::map<std::string, std::function<void()>> whiteModes(osg::Node& cloud)
+{
+    const osg::Vec4f white(1, 1, 1, 1);
+    std::vector<osg::Vec4f> table(256, white);
+    ColorWithRangeInfo ramp;
+    ramp.entries.resize(2);
+    ramp.entries[1].position = 1;
+    ramp.entries[0].color = ramp.entries[1].color = white;
+    ramp.range.set(0, 1000);
+    VelOsgDBBrx::ColorScale scale;
+    scale.addColorScaleElement(-1, white);
+    scale.addColorScaleElement(1, white);
+    const auto byTable = [&](void (*mode)(osg::Node*, std::vector<osg::Vec4f>&)) {
+        return [=, &cloud]() mutable { mode(&cloud, table); };
+    };
+    return {{"origin", [&cloud] { ShaderHelper::originColorShader(&cloud); }},
+            {"single", [=, &cloud] { ShaderHelper::singleColorShader(&cloud, white); }},
+            {"intensity", [=, &cloud]() mutable { ShaderHelper::intensityShader(&cloud, ramp); }},
+            {"elevation", [=, &cloud]() mutable { ShaderHelper::elevationColorShader(&cloud, ramp, false); }},
+            {"class", byTable(ShaderHelper::classificationColorShader)},
+            {"source", byTable(ShaderHelper::pointSourceIDColorShader)},
+            {"return", byTable(ShaderHelper::returnNumberColorShader)},
+            {"returns", byTable(ShaderHelper::numbersReturnColorShader)},
+            {"flight line", byTable(ShaderHelper::flightLineColorShader)},
+            {"time", [=, &cloud]() mutable { ShaderHelper::gpsTimeColorShader(&cloud, scale); }}};
 }
 
 /// Inside where x is at least (sign 1) or at most (sign -1) `metres` right of the picture's origin.
@@ -274,34 +304,13 @@ TEST(NormalLight, ShinesFromTheEyeOnBothSidesOfASurfaceInEveryMode)
                                              osg::Vec4f(0.8f, 0, 0.6f, 0), osg::Vec4f(1, 0, 0, 0),
                                              osg::Vec4f(0, 0, 0, 0)};
     PointPicture picture(whitePoints(5), normals);
-    std::vector<osg::Vec4f> table(256, osg::Vec4f(1, 1, 1, 1));
-    ColorWithRangeInfo ramp;
-    ramp.entries.resize(2);
-    ramp.entries[1].position = 1;
-    ramp.entries[0].color = ramp.entries[1].color = osg::Vec4f(1, 1, 1, 1);
-    ramp.range.set(0, 1000);
-    VelOsgDBBrx::ColorScale scale;
-    scale.addColorScaleElement(-1, osg::Vec4f(1, 1, 1, 1));
-    scale.addColorScaleElement(1, osg::Vec4f(1, 1, 1, 1));
-    const std::function<void()> modes[] = {
-        [&] { ShaderHelper::originColorShader(picture.cloud); },
-        [&] { ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(1, 1, 1, 1)); },
-        [&] { ShaderHelper::intensityShader(picture.cloud, ramp); },
-        [&] { ShaderHelper::elevationColorShader(picture.cloud, ramp, false); },
-        [&] { ShaderHelper::classificationColorShader(picture.cloud, table); },
-        [&] { ShaderHelper::pointSourceIDColorShader(picture.cloud, table); },
-        [&] { ShaderHelper::returnNumberColorShader(picture.cloud, table); },
-        [&] { ShaderHelper::numbersReturnColorShader(picture.cloud, table); },
-        [&] { ShaderHelper::flightLineColorShader(picture.cloud, table); },
-        [&] { ShaderHelper::gpsTimeColorShader(picture.cloud, scale); },
-    };
     const int expected[] = {255, 255, lit(0.6), lit(0), 255};
-    for (const auto& apply : modes) {
+    for (const auto& [mode, apply] : whiteModes(*picture.cloud)) {
         apply();
         PointCloudHelper::setHeadLight(picture.root);
         const Colors colors = picture.draw();
         for (size_t i = 0; i < colors.size(); ++i)
-            EXPECT_NEAR(colors[i].g(), expected[i], 1) << i << " in mode " << &apply - modes;
+            EXPECT_NEAR(colors[i].g(), expected[i], 1) << i << " in mode " << mode;
         PointCloudHelper::setLightOff(picture.root);
         EXPECT_EQ(picture.draw(), Colors(5, kWhite)) << "off";
     }
@@ -403,33 +412,18 @@ TEST(ClassFilter, HidesClassesInEveryColourMode)
     for (size_t i = 0; i < points.size(); ++i)
         points[i].classCode = codes[i];
     PointPicture picture(points);
-    std::vector<osg::Vec4f> table(256, osg::Vec4f(1, 1, 1, 1));
-    ColorWithRangeInfo ramp;
-    ramp.entries.resize(2);
-    ramp.entries[1].position = 1;
-    ramp.entries[0].color = ramp.entries[1].color = osg::Vec4f(1, 1, 1, 1);
-    ramp.range.set(0, 1000);
-    const std::function<void()> modes[] = {
-        [&] { ShaderHelper::originColorShader(picture.cloud); },
-        [&] { ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(1, 1, 1, 1)); },
-        [&] { ShaderHelper::intensityShader(picture.cloud, ramp); },
-        [&] { ShaderHelper::elevationColorShader(picture.cloud, ramp, false); },
-        [&] { ShaderHelper::classificationColorShader(picture.cloud, table); },
-        [&] { ShaderHelper::returnNumberColorShader(picture.cloud, table); },
-        [&] { ShaderHelper::flightLineColorShader(picture.cloud, table); },
-    };
-    for (const auto& apply : modes) {
+    for (const auto& [mode, apply] : whiteModes(*picture.cloud)) {
         apply();
         std::bitset<256> shown;
         shown.set();
         for (const unsigned code : {31u, 255u})
             shown.reset(code);
         PointCloudHelper::setShownClasses(picture.root, shown);
-        EXPECT_EQ(drawn(picture), "xx.x.") << &apply - modes;
+        EXPECT_EQ(drawn(picture), "xx.x.") << mode;
         PointCloudHelper::setShownClasses(picture.root, std::bitset<256>().set(32));
-        EXPECT_EQ(drawn(picture), "...x.") << &apply - modes;
+        EXPECT_EQ(drawn(picture), "...x.") << mode;
         PointCloudHelper::setShownClasses(picture.root, std::bitset<256>().set());
-        EXPECT_EQ(drawn(picture), "xxxxx") << &apply - modes;
+        EXPECT_EQ(drawn(picture), "xxxxx") << mode;
     }
 }
 

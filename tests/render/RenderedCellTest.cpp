@@ -53,6 +53,11 @@ TEST(RenderedCells, DrawNothingPastTheirArraysWhereAPartCannotBeMapped)
     set(*picture.cloud, new osg::Uniform("pointSize", 3)); // what lies in the corner would be seen
     picture.draw();
     EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 9);
+
+    picture.cells().removeChild(picture.cells().getChild(0));
+    picture.cells().addChild(LasReaderWriter::read(picture.fixture.cell({{100, 5000}})));
+    picture.draw();
+    EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 0);
 }
 
 /// Cells come and go, and a new one often gets the addresses of a freed one.
@@ -86,21 +91,6 @@ TEST(RenderedCells, ComeBackAfterTheirBuffersWereReleased)
         picture.cells().addChild(leaf);
         EXPECT_EQ(picture.draw(), colors);
     }
-}
-
-TEST(RenderedCells, DrawNothingWhereASegmentCouldNotBeMapped)
-{
-    PointPicture picture({coloredPoint(255, 0, 0)});
-    picture.cells().removeChild(picture.cells().getChild(0));
-    picture.cells().addChild(LasReaderWriter::read(picture.fixture.cell({{0, 1}, {100, 5000}})));
-    set(*picture.cloud, new osg::Uniform("activeCullModel", false));
-    EXPECT_EQ(picture.draw()[0], osg::Vec3ub(255, 0, 0));
-    EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 1);
-
-    picture.cells().removeChild(picture.cells().getChild(0));
-    picture.cells().addChild(LasReaderWriter::read(picture.fixture.cell({{100, 5000}})));
-    picture.draw();
-    EXPECT_EQ(countOtherThan(*picture.picture, PointPicture::kBackground), 0);
 }
 
 TEST(CulledPoints, AreHiddenUnlessTheHostWantsToSeeThem)

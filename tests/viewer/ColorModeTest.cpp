@@ -170,15 +170,6 @@ TEST(Legend, GivesAValueTheSameColourInEveryStore)
     same(ColorMode::FLIGHT_LINE, 40000 % 256);
 }
 
-TEST(Legend, IsEmptyForModesThatExplainThemselves)
-{
-    VelBrx::StoreStatistics statistics;
-    statistics.maxColor = 1;
-    const Coloring coloring(statistics, osg::Vec4f());
-    for (const ColorMode mode : {ColorMode::AUTOMATIC, ColorMode::RGB, ColorMode::SINGLE})
-        EXPECT_TRUE(coloring.legend(mode).title.empty());
-}
-
 TEST(Palettes, GiveEachOfManyThingsAColourOfItsOwn)
 {
     std::set<osg::Vec4f> colors;

@@ -18,36 +18,10 @@ protected:
         _shown.show();
     }
 
-    osg::Vec3ub colorOfPoint()
-    {
-        const TestSurvey& survey = _shown.survey;
-        const osg::Vec3d place =
-            _shown.onScreen(osg::Vec3d(survey.x + 5, survey.y + 5, survey.z + survey.heightOf(5)));
-        return pixel(*_shown.host.picture(), static_cast<int>(place.x()), static_cast<int>(place.y()));
-    }
-
     ShownSurvey _shown;
 };
 
 } // namespace
-
-TEST_F(DisplayKeysTest, EveryModeHasAKeyThatColoursThePoints)
-{
-    showWithKeys();
-    for (const ColorModeChoice& choice : colorModeChoices()) {
-        _shown.scene.setColorMode(choice.mode);
-        const osg::Vec3ub expected = colorOfPoint();
-        EXPECT_NE(expected, kBackground) << choice.name;
-        _shown.scene.setColorMode(choice.mode == ColorMode::SINGLE ? ColorMode::RGB : ColorMode::SINGLE);
-        EXPECT_NE(colorOfPoint(), expected) << choice.name;
-        _shown.pressKey(choice.key);
-        EXPECT_EQ(colorOfPoint(), expected) << choice.name;
-    }
-    _shown.pressKey('k');
-    EXPECT_EQ(colorOfPoint(), osg::Vec3ub(0xb5, 0x83, 0x4a));
-    _shown.pressKey('r');
-    EXPECT_EQ(colorOfPoint(), osg::Vec3ub(255, 128, 0));
-}
 
 TEST_F(DisplayKeysTest, PlusAndMinusChangeTheSizeOfThePointsWithinItsLimits)
 {

@@ -17,7 +17,6 @@ constexpr int kEnter = osgGA::GUIEventAdapter::KEY_Return;
 constexpr int kCtrlQ = 'Q' - '@';
 constexpr int kBackspace = osgGA::GUIEventAdapter::KEY_BackSpace;
 constexpr int kLeft = 1;
-constexpr int kRight = 3;
 
 class EditKeysTest : public testing::Test
 {
@@ -68,24 +67,12 @@ protected:
     }
 
     /// Pixels from the bottom left, as `EditSession` has them.
-    void click(double x, double y, unsigned button = kLeft)
+    void click(double x, double y)
     {
         const auto fromTop = static_cast<float>(ShownSurvey::kSize - y); // input counts from the top
-        events().mouseButtonPress(static_cast<float>(x), fromTop, button);
+        events().mouseButtonPress(static_cast<float>(x), fromTop, kLeft);
         shown.host.frame();
-        events().mouseButtonRelease(static_cast<float>(x), fromTop, button);
-        shown.host.frame();
-    }
-
-    void drag(double x, double y, double toX, double toY)
-    {
-        const auto fromTop = [](double up) { return static_cast<float>(ShownSurvey::kSize - up); };
-        events().mouseButtonPress(static_cast<float>(x), fromTop(y), kLeft);
-        for (const double way : {0.3, 0.6, 1.0}) {
-            events().mouseMotion(static_cast<float>(x + way * (toX - x)), fromTop(y + way * (toY - y)));
-            shown.host.frame();
-        }
-        events().mouseButtonRelease(static_cast<float>(toX), fromTop(toY), kLeft);
+        events().mouseButtonRelease(static_cast<float>(x), fromTop, kLeft);
         shown.host.frame();
     }
 
@@ -110,7 +97,6 @@ protected:
         return points;
     }
 
-    osg::Matrixd view() { return shown.host.camera().getViewMatrix(); }
     bool isDone() { return shown.host.viewer->done(); }
 
     ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
@@ -133,49 +119,6 @@ std::multiset<std::string> keysOf(const HelpKey& help)
 }
 
 } // namespace
-
-TEST_F(EditKeysTest, APolygonIsDrawnByClicksAndHidesWhatIsUnderIt)
-{
-    press('E');
-    press('a');
-    click(0, 100);
-    click(0, 200);
-    click(60, 20);
-    press(kBackspace);
-    click(130, 200);
-    click(100, 100, kRight);
-    const osg::Vec3d inside = shown.onScreen(osg::Vec3d(shown.survey.x + 2, shown.survey.y + 17, 101));
-    ASSERT_TRUE(inside.x() < 60 && inside.y() > 150) << "a point of the corner that is drawn around";
-    const uint64_t all = visiblePoints();
-    press('x');
-    session->select({{0, 100}, {0, 200}, {130, 200}}, true);
-    EXPECT_EQ(session->wait().points, 0u);
-    session->undo();
-    session->wait();
-    const uint64_t left = visiblePoints();
-    EXPECT_LT(left, all - 20);
-    press('z');
-    EXPECT_EQ(visiblePoints(), all);
-    press('x');
-    EXPECT_EQ(visiblePoints(), all) << "the polygon was used up";
-}
-
-TEST_F(EditKeysTest, ARectangleIsDrawnByOneDragAndTheCameraStandsStillMeanwhile)
-{
-    press('E');
-    press('A');
-    const osg::Matrixd before = view();
-    testing::internal::CaptureStdout();
-    drag(-5, 90, 205, 205);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "nothing is picked";
-    EXPECT_EQ(view(), before);
-    press('X');
-    EXPECT_EQ(visiblePoints() % 20, 0u) << "whole rows";
-    EXPECT_LT(visiblePoints(), 260u);
-    EXPECT_GT(visiblePoints(), 140u);
-    drag(50, 50, 90, 120);
-    EXPECT_NE(view(), before) << "the mouse belongs to the camera again";
-}
 
 TEST_F(EditKeysTest, ClicksPickWhereNothingIsDrawn)
 {

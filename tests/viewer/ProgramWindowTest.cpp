@@ -304,6 +304,8 @@ void savesThePicture(Viewer& viewer)
     const Picture saved = osgDB::readRefImageFile(file);
     ASSERT_TRUE(saved);
     EXPECT_TRUE(samePixels(*saved, *screen));
+    viewer.press("c");
+    EXPECT_TRUE(eventually([&] { return fs::exists(viewer.folder.file("brxview-2.png")); }));
 }
 
 void cancelsOnly(Viewer& viewer)

@@ -48,13 +48,6 @@ protected:
     const TempFolder _folder;
 };
 
-/// The folder of real surveys; empty where there is none.
-std::string surveyFolder()
-{
-    const char* folder = std::getenv("VELBRX_TEST_DATA");
-    return folder && *folder ? std::string(folder) + "/survey/" : std::string();
-}
-
 double share(const osg::Image& picture)
 {
     return static_cast<double>(countOtherThan(picture, kBackground)) / (picture.s() * picture.t());
@@ -156,25 +149,6 @@ TEST_F(Render, TheLegendStandsInTheUpperLeftCornerInTheColoursOfThePoints)
         }
     }
     EXPECT_GT(swatch, 100);
-}
-
-TEST_F(Render, EyeDomeLightingWorksCloseToTheGroundToo)
-{
-    TestSurvey survey;
-    survey.side = 300;
-    survey.step = 10;
-    ASSERT_TRUE(survey.write(path("step.las")));
-    // From beside the survey's corner, looking over all of it: its bounds reach behind the eye.
-    const auto picture = renderedPicture({path("step.las"), "--size", "300x200", "--edl", "--point-size", "6",
-                                          "--view", "1234540,6543195,150,1234700,6543300,90,0,0,1"});
-    int darkest = 255;
-    for (int y = 0; y < picture->t(); ++y) {
-        for (int x = 0; x < picture->s(); ++x) {
-            const osg::Vec3ub color = pixel(*picture, x, y);
-            if (color.r() > color.b()) darkest = std::min<int>(darkest, color.r());
-        }
-    }
-    EXPECT_LT(darkest, 160) << "the step casts no edge";
 }
 
 TEST_F(Render, EyeDomeLightingLeavesAViewFromAboveItsBrightness)
@@ -284,28 +258,4 @@ TEST_F(Render, NormalsThatAreNotTheStoresAreToldAndRefusedWhereTheyAreNamed)
     EXPECT_EQ(found.exitStatus, 0);
     EXPECT_EQ(found.err,
               "brxview: " + store + ".normals" + reason + "; the points are shown without normals\n");
-}
-
-TEST_F(Render, ARealSurveyIsDrawnWholeInItsColours)
-{
-    if (surveyFolder().empty()) GTEST_SKIP() << "VELBRX_TEST_DATA is not set";
-    fs::copy(surveyFolder() + "PDAL__autzen_trim_7.las", path("autzen.las"));
-    for (const std::string view : {"top", "iso", "north"}) {
-        const auto picture = renderedPicture({path("autzen.las"), "--view", view, "--size", "640x400"});
-        EXPECT_GT(share(*picture), view == "north" ? 0.02 : 0.15) << view;
-        double sum[3] = {0, 0, 0};
-        for (int y = 0; y < picture->t(); ++y) {
-            for (int x = 0; x < picture->s(); ++x) {
-                const osg::Vec3ub color = pixel(*picture, x, y);
-                if (color == kBackground) continue;
-                for (int channel = 0; channel < 3; ++channel)
-                    sum[channel] += color[channel];
-            }
-        }
-        const int drawn = countOtherThan(*picture, kBackground);
-        for (const double channel : sum) {
-            EXPECT_GT(channel / drawn, 60) << view << ": dark";
-            EXPECT_LT(channel / drawn, 210) << view << ": washed out";
-        }
-    }
 }
