@@ -141,9 +141,13 @@ TEST_F(CullCmdTest, ChangesNothingWithoutAProperPolygon)
     EXPECT_TRUE(sameBytes(records(), before));
 }
 
-TEST_F(CullCmdTest, HidesOnlyWhatIsInFrontOfACameraInsideTheCloud)
+TEST_F(CullCmdTest, HidesOnlyWhatIsInFrontOfACameraInsideTheCloudHoweverNear)
 {
     screen = Screen::lookingAt({0, 0, 0}, {10, 3, -2});
+    expectHidden(kEverything, 100);
+    double fieldOfView = 0, aspect = 0, near = 0, far = 0;
+    screen.projection.getPerspective(fieldOfView, aspect, near, far);
+    screen.projection.makePerspective(fieldOfView, aspect, 1000, 2000); // as a frame of far things leaves it
     expectHidden(kEverything, 100);
 }
 
