@@ -9,13 +9,15 @@ namespace VelBrx::LasLayout {
 /// \name File header
 /// @{
 constexpr size_t kSignature = 0; ///< "LASF"
+constexpr size_t kSignatureSize = 4;
 constexpr size_t kFileSourceId = 4;
 constexpr size_t kGlobalEncoding = 6;
 constexpr size_t kGuid = 8;
 constexpr size_t kVersionMajor = 24;
 constexpr size_t kVersionMinor = 25;
-constexpr size_t kSystemIdentifier = 26;   ///< 32 characters
-constexpr size_t kGeneratingSoftware = 58; ///< 32 characters
+constexpr size_t kSystemIdentifier = 26;
+constexpr size_t kGeneratingSoftware = 58;
+constexpr size_t kSoftwareSize = 32; ///< characters of each of the two
 constexpr size_t kCreationDay = 90;
 constexpr size_t kCreationYear = 92;
 constexpr size_t kHeaderSizeField = 94;

@@ -16,12 +16,12 @@ Status readInfo(const std::string& path, FileReader& file, FileReader::Access ac
 {
     StoreHead head;
     StoreIndex index;
-    if (Status read = readStore(path, file, head, index, access); !read)
-        return Status::failure(path + ": " + read.message());
+    if (Status read = readStore(path, file, head, index, access); !read) return read.of(path);
     try {
         info.cells = deriveCells(index, file.identity());
     } catch (const std::bad_alloc&) {
-        return Status::failure(path + ": needs more memory than there is; close other programs");
+        return Status::failure(path + ": needs more memory than there is; close other programs",
+                               Status::Kind::NO_MEMORY);
     }
     info.header = std::move(head.header);
     info.statistics = std::move(index.statistics);

@@ -4,6 +4,7 @@
 #include "store/PointScan.h"
 #include "store/PointTally.h"
 #include "store/StoreHead.h"
+#include "store/io/ParallelFor.h"
 
 #include <algorithm>
 #include <new>
@@ -26,8 +27,7 @@ try {
     FileReader file;
     StoreHead head;
     StoreIndex index;
-    if (Status read = readStore(path, file, head, index); !read)
-        return Status::failure(path + ": " + read.message());
+    if (Status read = readStore(path, file, head, index); !read) return read.of(path);
 
     std::vector<PointTally> tallies(scanWorkers());
     const std::vector<PointRun> all{{0, static_cast<int64_t>(head.header.pointCount), 0}};
@@ -41,7 +41,8 @@ try {
     counts = {sum.byClass, sum.byReturn(), sum.byNumberOfReturns(), sum.hidden};
     return {};
 } catch (const std::bad_alloc&) {
-    return Status::failure(path + ": needs more memory than there is; close other programs");
+    return Status::failure(path + ": needs more memory than there is; close other programs",
+                           Status::Kind::NO_MEMORY);
 }
 
 Status countHiddenPoints(const std::string& path, const std::atomic<bool>& cancel, uint64_t& hidden)
@@ -52,13 +53,13 @@ Status countHiddenPoints(const std::string& path, const std::atomic<bool>& cance
     StoreHead head;
     Status read = file.open(path);
     if (read) read = readStoreHead(file, head);
-    if (!read) return Status::failure(path + ": " + read.message());
+    if (!read) return read.of(path);
 
     const uint64_t all = head.header.pointCount;
     std::vector<uint8_t> records(kBlockPoints * kPointSize);
     uint64_t found = 0;
     for (uint64_t first = 0; first < all; first += kBlockPoints) {
-        if (cancel) return Status::failure(path + ": cancelled");
+        if (cancel) return cancelled().of(path);
         const size_t count = std::min(kBlockPoints, all - first);
         const auto start = static_cast<int64_t>(head.header.pointDataStart + first * kPointSize);
         if (!file.read(start, records.data(), count * kPointSize)) return unreadable(path);

@@ -98,7 +98,7 @@ void checkRecordHeader(const FileReader& file, const StoreRecord& record, uint16
                        const char* description, ProblemList& problems)
 {
     const auto expected = storeRecordHeader(id, static_cast<uint64_t>(record.length), description);
-    std::array<uint8_t, LasLayout::kEvlrHeaderSize> found{};
+    std::vector<uint8_t> found(LasLayout::kEvlrHeaderSize);
     if (!file.read(record.headerStart, found.data(), found.size()) || found != expected)
         problems.add(kKind, "the EVLR header of record " + std::to_string(id) + " at byte " +
                                 std::to_string(record.headerStart) + " was changed");

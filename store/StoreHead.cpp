@@ -27,7 +27,7 @@ Status notAStore(const std::string& what)
 
 Status damaged(const std::string& what)
 {
-    return Status::failure(what + "; restore the store from a copy or build it anew");
+    return Status::failure(what + "; restore the store from a copy or build it anew", Status::Kind::DAMAGED);
 }
 
 /// Characters up to the first NUL.
@@ -218,7 +218,7 @@ Status readIndexBytes(const FileReader& file, const StoreHead& head, std::vector
 {
     const auto expected =
         storeRecordHeader(kIndexRecordId, static_cast<uint64_t>(head.index.length), kIndexDescription);
-    std::array<uint8_t, kEvlrHeaderSize> found{};
+    std::vector<uint8_t> found(kEvlrHeaderSize);
     if (!file.read(head.index.headerStart, found.data(), found.size()) || found != expected)
         return damaged("the header of the octree index was changed");
     bytes.resize(static_cast<size_t>(head.index.length));
@@ -248,7 +248,8 @@ try {
     head.header.fileKey = CellIdentifiers(file.identity(), index.storeId).fileKey();
     return checkHeaderChecksum(head, index);
 } catch (const std::bad_alloc&) {
-    return Status::failure("needs more memory than there is; close other programs or restore the store");
+    return Status::failure("needs more memory than there is; close other programs or restore the store",
+                           Status::Kind::NO_MEMORY);
 }
 
 } // namespace VelBrx

@@ -1,6 +1,7 @@
 #include "store/StoreIndex.h"
 
 #include "store/CellIdentifiers.h"
+#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
 #include "store/io/Crc32c.h"
 
@@ -107,7 +108,8 @@ void loadStatistics(const uint8_t* data, StoreStatistics& statistics)
 
 Status damaged(const std::string& what)
 {
-    return Status::failure("the octree index " + what + "; restore the store from a copy or build it anew");
+    return Status::failure("the octree index " + what + "; restore the store from a copy or build it anew",
+                           Status::Kind::DAMAGED);
 }
 
 /// Whether `size` is the size of a record with the counts that it states.
@@ -321,11 +323,6 @@ void checkStatistics(const StoreStatistics& statistics, uint64_t pointCount, Pro
         problems.add("statistics", "the index's point source ids are not in ascending order");
 }
 
-void copyText(char* target, size_t size, const std::string& text)
-{
-    std::memcpy(target, text.data(), std::min(size, text.size()));
-}
-
 CellWithSegment deriveCell(const StoreIndex& index, const IndexCell& source,
                            const CellIdentifiers& identifiers)
 {
@@ -352,17 +349,9 @@ CellWithSegment deriveCell(const StoreIndex& index, const IndexCell& source,
 
 } // namespace
 
-std::array<uint8_t, LasLayout::kEvlrHeaderSize> storeRecordHeader(uint16_t recordId, uint64_t length,
-                                                                  const char* description)
+std::vector<uint8_t> storeRecordHeader(uint16_t recordId, uint64_t length, const char* description)
 {
-    std::array<uint8_t, LasLayout::kEvlrHeaderSize> bytes{};
-    const auto field = [&](size_t position) { return bytes.data() + position; };
-    copyText(reinterpret_cast<char*>(field(LasLayout::kVlrUserId)), LasLayout::kUserIdSize, kStoreUserId);
-    storeLe(field(LasLayout::kVlrRecordId), recordId);
-    storeLe(field(LasLayout::kEvlrLength), length);
-    copyText(reinterpret_cast<char*>(field(LasLayout::kEvlrDescription)), LasLayout::kDescriptionSize,
-             description);
-    return bytes;
+    return makeEvlrHeader(kStoreUserId, recordId, description, length);
 }
 
 std::vector<uint8_t> encodeIndex(const StoreIndex& index)
@@ -444,7 +433,8 @@ Status decodeIndex(const uint8_t* data, size_t size, uint64_t pointCount, StoreI
     ProblemList problems;
     checkIndex(index, pointCount, problems);
     if (problems.empty()) return {};
-    return Status::failure(problems.lines().front() + "; restore the store from a copy or build it anew");
+    return Status::failure(problems.lines().front() + "; restore the store from a copy or build it anew",
+                           Status::Kind::DAMAGED);
 }
 
 std::string cellName(unsigned level, uint64_t code)

@@ -54,8 +54,7 @@ struct StoreIndex
 
 /// The 60 bytes in front of a record of the store at the end of its file. `description` has at most 32
 /// characters.
-std::array<uint8_t, LasLayout::kEvlrHeaderSize> storeRecordHeader(uint16_t recordId, uint64_t length,
-                                                                  const char* description);
+std::vector<uint8_t> storeRecordHeader(uint16_t recordId, uint64_t length, const char* description);
 
 /// The bytes of the index record, checksum included. Layout: docs/store-format.md. `index` must be free of
 /// the problems that `checkIndex` finds.

@@ -19,7 +19,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <new>
 #include <random>
 
 #include <sys/stat.h>
@@ -228,14 +227,7 @@ Status build(const BuildOptions& options, BuildReport& report)
 Status buildStore(const BuildOptions& options, BuildReport& report)
 {
     report = BuildReport();
-    try {
-        const Status status = build(options, report);
-        if (!status && options.cancel && *options.cancel)
-            return Status::failure(options.output + ": cancelled; nothing was written");
-        return status;
-    } catch (const std::bad_alloc&) {
-        return Status::failure(options.output + ": there is not enough memory for the points of the input");
-    }
+    return runToFile(options.output, " for the points of the input", [&] { return build(options, report); });
 }
 
 } // namespace VelBrx

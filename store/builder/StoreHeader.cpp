@@ -1,6 +1,7 @@
 #include "store/builder/StoreHeader.h"
 
 #include "store/LasLayout.h"
+#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
 
 #include <algorithm>
@@ -111,11 +112,6 @@ uint16_t globalEncoding(const std::vector<const LasFile*>& sources, const std::v
     return encoding;
 }
 
-void storeText(uint8_t* field, const char* text)
-{
-    std::memcpy(field, text, std::strlen(text));
-}
-
 void storeNumbers(const StoreHeaderContent& content, uint8_t* header)
 {
     const StoreGrid& grid = content.grid;
@@ -162,14 +158,14 @@ std::vector<uint8_t> makeStoreHeader(const StoreHeaderContent& content)
         appendVlr(vlr, bytes);
 
     uint8_t* header = bytes.data();
-    storeText(header + kSignature, "LASF");
+    storeText(header + kSignature, kSignatureSize, "LASF");
     storeLe<uint16_t>(header + kFileSourceId, content.sources.size() == 1 ? first.sourceId : uint16_t{0});
     storeLe<uint16_t>(header + kGlobalEncoding, globalEncoding(content.sources, vlrs));
     std::memcpy(header + kGuid, first.projectId, sizeof first.projectId);
     header[kVersionMajor] = 1;
     header[kVersionMinor] = 4;
     std::memcpy(header + kSystemIdentifier, first.systemIdentifier, sizeof first.systemIdentifier);
-    storeText(header + kGeneratingSoftware, "vel_octree_brx");
+    storeText(header + kGeneratingSoftware, kSoftwareSize, "vel_octree_brx");
     // The survey's date and not today's: the same input gives the same bytes.
     storeLe<uint16_t>(header + kCreationDay, first.creationDay);
     storeLe<uint16_t>(header + kCreationYear, first.creationYear);

@@ -308,8 +308,7 @@ Status StoreWriter::writeTails(RecordWriter& origin, ParallelRun& run) const
         const LasFile& las = _content.sources.sources()[i].points->file();
         if (source.tailLength == 0) return {};
         FileReader reader;
-        if (Status status = reader.open(las.path); !status)
-            return Status::failure(las.path + ": " + status.message());
+        if (Status status = reader.open(las.path); !status) return status.of(las.path);
         std::vector<uint8_t> bytes(std::min(kCopyBytes, source.tailLength));
         for (uint64_t done = 0; done < source.tailLength; done += bytes.size()) {
             bytes.resize(std::min<uint64_t>(bytes.size(), source.tailLength - done));

@@ -1,12 +1,12 @@
 #include "store/export/CopcHead.h"
 
 #include "store/LasLayout.h"
+#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
 #include "store/las/LasFile.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace VelBrx {
 
@@ -30,17 +30,6 @@ constexpr size_t kRootPageLengthAt = 48;
 constexpr size_t kMinTimeAt = 56;
 constexpr size_t kMaxTimeAt = 64;
 /// @}
-
-std::vector<uint8_t> makeInfoRecord()
-{
-    std::vector<uint8_t> record(kVlrHeaderSize + kInfoLength);
-    std::memcpy(record.data() + kVlrUserId, kCopcUserId, std::strlen(kCopcUserId));
-    storeLe(record.data() + kVlrRecordId, kInfoId);
-    storeLe(record.data() + kVlrLength, static_cast<uint16_t>(kInfoLength));
-    constexpr char kDescription[] = "COPC info VLR";
-    std::memcpy(record.data() + kVlrDescription, kDescription, sizeof kDescription);
-    return record;
-}
 
 } // namespace
 
@@ -71,7 +60,7 @@ CopcCube::Box CopcCube::node(unsigned level, uint64_t code) const
 bool makeCopcHead(const LazItems& items, LasHead& head)
 {
     if (!compressHead(items, head)) return false;
-    const std::vector<uint8_t> info = makeInfoRecord();
+    const std::vector<uint8_t> info = makeVlr(kCopcUserId, kInfoId, "COPC info VLR", kInfoLength);
     std::vector<uint8_t>& bytes = head.bytes;
     bytes.insert(bytes.begin() + kHeaderSize, info.begin(), info.end());
     storeLe(&bytes[kVlrCount], loadLe<uint32_t>(&bytes[kVlrCount]) + 1);
@@ -98,12 +87,9 @@ void tellCopc(const CopcCube& cube, const GpsTimeRange& times, uint64_t hierarch
 std::vector<uint8_t> makeCopcHierarchy(const std::vector<IndexCell>& cells,
                                        const std::vector<LazChunk>& chunks)
 {
-    std::vector<uint8_t> bytes(kEvlrHeaderSize + kEntrySize * cells.size());
-    std::memcpy(bytes.data() + kVlrUserId, kCopcUserId, std::strlen(kCopcUserId));
-    storeLe(bytes.data() + kVlrRecordId, kHierarchyId);
-    storeLe<uint64_t>(bytes.data() + kEvlrLength, bytes.size() - kEvlrHeaderSize);
-    constexpr char kDescription[] = "EPT hierarchy";
-    std::memcpy(bytes.data() + kEvlrDescription, kDescription, sizeof kDescription);
+    const size_t length = kEntrySize * cells.size();
+    std::vector<uint8_t> bytes = makeEvlrHeader(kCopcUserId, kHierarchyId, "EPT hierarchy", length);
+    bytes.resize(kEvlrHeaderSize + length);
     uint8_t* entry = bytes.data() + kEvlrHeaderSize;
     for (size_t i = 0; i < cells.size(); ++i, entry += kEntrySize) {
         const std::array<uint32_t, 3> place = mortonDecode(cells[i].code);

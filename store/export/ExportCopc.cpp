@@ -131,7 +131,7 @@ private:
         for (const OriginSource& source : _store.sources())
             _encoders.emplace_back(source, RecordFormat(format.pointFormat, length));
         if (Status status = makeMergedHead(_store.file, _store.head, format, _fileHead); !status)
-            return _store.failure(status.message());
+            return status.of(_store.path);
         if (!hasWkt(_fileHead))
             _report.notes.push_back(_options.output +
                                     ": its source gives no coordinate system as WKT, the only "
@@ -174,7 +174,7 @@ private:
             std::vector<uint8_t> records;
             Summary summary;
             if (Status status = collect(_index.cells[i], records, summary); !status)
-                return _store.failure(status.message());
+                return status.of(_store.path);
             std::vector<uint8_t> chunk;
             if (summary.points > 0) {
                 records = TimeOrder(_encoders.front().format(), records).sorted();

@@ -52,7 +52,7 @@ Status ExportFiles::makeOfSource(size_t index, uint64_t points)
     const OriginSource& source = store.sources()[index];
     LasHead head;
     if (Status status = makeSourceHead(store.file, store.head.origin.start, source, points, head); !status)
-        return store.failure(status.message());
+        return status.of(store.path);
     // A source that was cut off is given back as it was, except where compression is in play.
     const bool isEncodedAnew = isCompressedSource(source) || _plan.isCompressed(source);
     const bool recounts = points != source.pointCount || (isEncodedAnew && !isCountRight(head, points));
@@ -72,7 +72,7 @@ Status ExportFiles::makeMerged(uint64_t points, ExportReport& report)
         report.notes.push_back(path + ": " + note);
     LasHead head;
     if (Status status = makeMergedHead(store.file, store.head, format, head); !status)
-        return store.failure(status.message());
+        return status.of(store.path);
     const auto length = static_cast<uint16_t>(coreRecordLength(format.pointFormat) + format.extraLength);
     for (const OriginSource& source : store.sources())
         _encoders.emplace_back(source, RecordFormat(format.pointFormat, length));

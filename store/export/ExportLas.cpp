@@ -6,8 +6,6 @@
 #include "store/export/PointExport.h"
 #include "store/export/SourceOrder.h"
 
-#include <new>
-
 namespace VelBrx {
 
 namespace {
@@ -34,7 +32,7 @@ Status exportInSourceOrder(const ExportOptions& options, ExportReport& report)
     run.setTotal(store.head.header.pointCount, order.windowCount() > 1 ? 3 : 2);
     run.begin("reading");
     if (Status status = OutputFile::checkSpace(options.output, order.temporarySize()); !status) return status;
-    if (Status status = order.distribute(plan.folder(), run); !status) return store.failure(status.message());
+    if (Status status = order.distribute(plan.folder(), run); !status) return status.of(store.path);
     ExportFiles files(plan);
     if (Status status = files.make(order.tallies(), report); !status) return status;
     run.begin("writing");
@@ -50,15 +48,10 @@ Status exportInSourceOrder(const ExportOptions& options, ExportReport& report)
 Status exportLas(const ExportOptions& options, ExportReport& report)
 {
     report = ExportReport();
-    try {
+    return runToFile(options.output, "; allow the export less of it", [&] {
         const bool isCopc = options.form != ExportForm::Split && isCopcName(options.output);
-        const Status status = isCopc ? exportCopc(options, report) : exportInSourceOrder(options, report);
-        if (!status && options.cancel && *options.cancel)
-            return Status::failure(options.output + ": cancelled; nothing was written");
-        return status;
-    } catch (const std::bad_alloc&) {
-        return Status::failure(options.output + ": there is not enough memory; allow the export less of it");
-    }
+        return isCopc ? exportCopc(options, report) : exportInSourceOrder(options, report);
+    });
 }
 
 } // namespace VelBrx

@@ -14,7 +14,7 @@ Status ExportedStore::open(const std::string& path, ExportedStore& store, StoreI
     store.path = path;
     Status status = readStore(path, store.file, store.head, index);
     if (status) status = readSourceRecords(store.file, store.head, store.records);
-    return status ? status : store.failure(status.message());
+    return status.of(path);
 }
 
 } // namespace VelBrx

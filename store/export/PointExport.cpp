@@ -22,7 +22,7 @@ bool isHidden(const uint8_t* record)
 Status PointExport::write(SourceOrder& order)
 {
     for (size_t window = 0; window < order.windowCount(); ++window) {
-        if (Status status = order.load(window, _run); !status) return _plan.store().failure(status.message());
+        if (Status status = order.load(window, _run); !status) return status.of(_plan.store().path);
         if (Status status = writeWindow(order, window); !status) return status;
     }
     return {};

@@ -9,11 +9,11 @@
 
 namespace VelBrx {
 
-std::string reasonOf(int error)
+Status systemFailure(const std::string& what, int error)
 {
-    const std::string reason = std::generic_category().message(error);
-    return error == ENOSPC || error == EDQUOT ? reason + "; free some space or choose another folder"
-                                              : reason;
+    const std::string text = what + ": " + std::generic_category().message(error);
+    if (error != ENOSPC && error != EDQUOT) return Status::failure(text);
+    return Status::failure(text + "; free some space or choose another folder", Status::Kind::NO_SPACE);
 }
 
 std::string folderOf(const std::string& path)
@@ -39,9 +39,9 @@ void DiskFile::take(int descriptor, const std::string& path)
     _path = path;
 }
 
-Status DiskFile::failure(const std::string& what) const
+Status DiskFile::failure(const std::string& what, int error) const
 {
-    return Status::failure(_path + ": " + what);
+    return systemFailure(_path + ": " + what, error);
 }
 
 Status DiskFile::reserve(uint64_t size)
@@ -49,7 +49,7 @@ Status DiskFile::reserve(uint64_t size)
     if (size == 0) return {};
     // File systems that cannot reserve report it; then a full disk shows while writing.
     if (fallocate(_descriptor, 0, 0, static_cast<off_t>(size)) != 0 && errno != EOPNOTSUPP && errno != ENOSYS)
-        return failure("cannot be given " + megabytes(size) + " of disk space: " + reasonOf(errno));
+        return failure("cannot be given " + megabytes(size) + " of disk space", errno);
     return {};
 }
 
@@ -59,7 +59,7 @@ Status DiskFile::write(uint64_t position, const void* data, uint64_t length)
     while (length > 0) {
         const ssize_t count = pwrite(_descriptor, bytes, length, static_cast<off_t>(position));
         if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return failure("cannot be written: " + reasonOf(count == 0 ? EIO : errno));
+        if (count <= 0) return failure("cannot be written", count == 0 ? EIO : errno);
         bytes += count;
         position += static_cast<uint64_t>(count);
         length -= static_cast<uint64_t>(count);
@@ -73,7 +73,7 @@ Status DiskFile::read(uint64_t position, void* data, uint64_t length) const
     while (length > 0) {
         const ssize_t count = pread(_descriptor, bytes, length, static_cast<off_t>(position));
         if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return failure("cannot be read again: " + reasonOf(count == 0 ? EIO : errno));
+        if (count <= 0) return failure("cannot be read again", count == 0 ? EIO : errno);
         bytes += count;
         position += static_cast<uint64_t>(count);
         length -= static_cast<uint64_t>(count);
@@ -91,7 +91,7 @@ Status DiskFile::close()
 {
     if (_descriptor < 0) return {};
     const bool isSafe = fsync(_descriptor) == 0 && ::close(std::exchange(_descriptor, -1)) == 0;
-    return isSafe ? Status() : failure("cannot be written: " + reasonOf(errno));
+    return isSafe ? Status() : failure("cannot be written", errno);
 }
 
 } // namespace VelBrx

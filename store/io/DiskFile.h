@@ -7,8 +7,9 @@
 
 namespace VelBrx {
 
-/// What the system says of an error number, and what helps where a disk is full.
-std::string reasonOf(int error);
+/// A failure for an error number of the system: `what`, what the system says, and what helps where a disk is
+/// full.
+Status systemFailure(const std::string& what, int error);
 
 /// The folder of a file's path.
 std::string folderOf(const std::string& path);
@@ -29,7 +30,6 @@ public:
     void take(int descriptor, const std::string& path);
 
     int descriptor() const { return _descriptor; }
-    Status failure(const std::string& what) const;
 
     /// Makes sure of `size` bytes on the disk, where the file system can.
     Status reserve(uint64_t size);
@@ -43,6 +43,8 @@ public:
     Status close();
 
 private:
+    Status failure(const std::string& what, int error) const;
+
     int _descriptor = -1;
     std::string _path;
 };

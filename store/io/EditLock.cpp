@@ -97,7 +97,8 @@ std::shared_ptr<EditLock> EditLock::acquire(int descriptor, bool evenSo, Status&
     const bool isTaken = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
     if (isTaken && !evenSo) {
         status = Status::failure("is being edited by " + findHolder(file) +
-                                 "; have it closed there, or choose to edit all the same");
+                                     "; have it closed there, or choose to edit all the same",
+                                 Status::Kind::IN_USE);
         return nullptr;
     }
     const std::shared_ptr<EditLock> lock(new EditLock);

@@ -66,7 +66,7 @@ Status OutputFile::check(const std::string& path, bool overwrite)
     }
     if (path.empty() || path.back() == '/') return Status::failure(path + ": is no name for a file");
     if (access(folderOf(path).c_str(), W_OK) != 0)
-        return Status::failure(path + ": no file can be made in its folder: " + reasonOf(errno));
+        return systemFailure(path + ": no file can be made in its folder", errno);
     return {};
 }
 
@@ -79,7 +79,8 @@ Status OutputFile::checkSpace(const std::string& path, uint64_t size)
     const uint64_t available = uint64_t{disk.f_bavail} * disk.f_frsize;
     if (available >= size) return {};
     return Status::failure(path + ": needs " + megabytes(size) + " of disk space, " + megabytes(available) +
-                           " are free; free some or choose another folder");
+                               " are free; free some or choose another folder",
+                           Status::Kind::NO_SPACE);
 }
 
 void OutputFile::removeLeftovers(const std::string& path)
@@ -101,7 +102,7 @@ Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size
     const std::string temporary =
         path + "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + kTemporaryEnding;
     const int descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor < 0) return Status::failure(path + ": cannot be made: " + reasonOf(errno));
+    if (descriptor < 0) return systemFailure(path + ": cannot be made", errno);
     flock(descriptor, LOCK_EX | LOCK_NB);
     _temporaryPath = temporary;
     _file.take(descriptor, path);
@@ -120,7 +121,7 @@ Status OutputFile::commit()
         if (Status status = check(_path, false); !status) return status;
         result = rename(_temporaryPath.c_str(), _path.c_str());
     }
-    if (result != 0) return _file.failure("cannot be given its name: " + reasonOf(errno));
+    if (result != 0) return systemFailure(_path + ": cannot be given its name", errno);
     _temporaryPath.clear();
     syncFolder(folderOf(_path));
     return {};

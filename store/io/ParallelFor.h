@@ -13,6 +13,12 @@
 
 namespace VelBrx {
 
+/// The failure of work that its caller cancelled.
+inline Status cancelled()
+{
+    return Status::failure("cancelled", Status::Kind::CANCELLED);
+}
+
 /// The status of `task(index)`, a failure where memory runs out: nothing may be thrown off a thread.
 template <typename Task>
 Status runTask(const Task& task, size_t index)
@@ -20,7 +26,7 @@ Status runTask(const Task& task, size_t index)
     try {
         return task(index);
     } catch (const std::bad_alloc&) {
-        return Status::failure("there is not enough memory");
+        return Status::failure("there is not enough memory", Status::Kind::NO_MEMORY);
     }
 }
 
@@ -51,7 +57,7 @@ Status parallelFor(unsigned threads, size_t count, const std::atomic<bool>& canc
     work(true);
     for (std::thread& worker : workers)
         worker.join();
-    if (result.ok() && cancel) return Status::failure("cancelled");
+    if (result.ok() && cancel) return cancelled();
     return result;
 }
 

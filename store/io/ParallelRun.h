@@ -5,8 +5,25 @@
 #include "store/io/ParallelFor.h"
 
 #include <atomic>
+#include <new>
+#include <string>
 
 namespace VelBrx {
+
+/// The status of `work()`, which makes a file: where it was cancelled or ran out of memory, a line about
+/// `output` that says so. `advice` follows "there is not enough memory".
+template <typename Work>
+Status runToFile(const std::string& output, const char* advice, const Work& work)
+{
+    try {
+        const Status status = work();
+        if (status.kind() == Status::Kind::CANCELLED)
+            return Status::failure(output + ": cancelled; nothing was written", Status::Kind::CANCELLED);
+        return status;
+    } catch (const std::bad_alloc&) {
+        return Status::failure(output + ": there is not enough memory" + advice, Status::Kind::NO_MEMORY);
+    }
+}
 
 /// Threads, cancellation and progress of long work on a store: a build, an export. Made and used on the
 /// caller's thread, except `done` and `step`.
@@ -44,7 +61,7 @@ public:
     Status step(uint64_t points)
     {
         done(points);
-        return _cancel && *_cancel ? Status::failure("cancelled") : Status();
+        return _cancel && *_cancel ? cancelled() : Status();
     }
 
     /// `parallelFor` that reports progress and ends early when the build is cancelled.

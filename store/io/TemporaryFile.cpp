@@ -17,8 +17,7 @@ Status TemporaryFile::create(const std::string& folder, uint64_t size)
         descriptor = mkostemp(name.data(), O_CLOEXEC);
         if (descriptor >= 0) unlink(name.c_str());
     }
-    if (descriptor < 0)
-        return Status::failure(folder + ": no temporary file can be made in it: " + reasonOf(errno));
+    if (descriptor < 0) return systemFailure(folder + ": no temporary file can be made in it", errno);
     _file.take(descriptor, folder + ": a temporary file");
     return _file.reserve(size);
 }

@@ -265,7 +265,7 @@ private:
 Status readLasFile(const std::string& path, LasFile& file)
 {
     FileReader input;
-    if (Status status = input.open(path); !status) return Status::failure(path + ": " + status.message());
+    if (Status status = input.open(path); !status) return status.of(path);
     file = LasFile();
     file.path = path;
     file.fileSize = static_cast<uint64_t>(input.size());

@@ -20,8 +20,7 @@ public:
     Status readPart(uint64_t index, const Use& use, RecordFields) const override
     {
         FileReader input;
-        if (Status status = input.open(file().path); !status)
-            return Status::failure(file().path + ": " + status.message());
+        if (Status status = input.open(file().path); !status) return status.of(file().path);
         PointBatch batch;
         batch.first = index * partPoints();
         const uint64_t count = std::min(partPoints(), file().pointCount - batch.first);

@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <new>
 
 namespace VelBrx {
 
@@ -70,16 +69,14 @@ Status writeRuns(OutputFile& file, const std::vector<PointNormal>& normals)
 Status write(const NormalsOptions& options)
 {
     const std::string path = normalsPath(options.store);
-    const auto ofStore = [&](const Status& status) {
-        return Status::failure(options.store + ": " + status.message());
-    };
     if (options.neighbours < kLeastNeighbours || options.neighbours > kMostNeighbours)
         return Status::failure(path + ": a plane is fitted to " + std::to_string(kLeastNeighbours) + " to " +
                                std::to_string(kMostNeighbours) + " neighbours");
     FileReader store;
     StoreHead head;
     StoreIndex index;
-    if (Status status = readStore(options.store, store, head, index); !status) return ofStore(status);
+    if (Status status = readStore(options.store, store, head, index); !status)
+        return status.of(options.store);
     const uint64_t points = head.header.pointCount;
     OutputFile file;
     if (Status status = file.create(path, options.overwrite, kHeaderSize + points * kNormalSize); !status)
@@ -95,13 +92,14 @@ Status write(const NormalsOptions& options)
         std::vector<PointNormal> normals;
         const auto step = [&run](uint64_t done) { return run.step(done); };
         if (Status status = NormalTile(space, tiles[i], options.neighbours).compute(normals, step); !status)
-            return ofStore(status);
+            return status.of(options.store);
         written += normals.size();
         return writeRuns(file, normals);
     });
     if (!computed) return computed;
     if (written != points)
-        return ofStore(Status::failure("has points outside their cells; brx verify names them"));
+        return Status::failure(options.store + ": has points outside their cells; brx verify names them",
+                               Status::Kind::DAMAGED);
     const auto header = fileHeader(index.storeId);
     if (Status status = file.write(0, header.data(), header.size()); !status) return status;
     if (Status status = file.commit(); !status) return status;
@@ -121,7 +119,7 @@ Status checkNormals(const std::string& path, const BrxHeader& store)
     FileReader file;
     Status status = file.open(path);
     if (status) status = check(file, store);
-    return status ? status : Status::failure(path + ": " + status.message());
+    return status.of(path);
 }
 
 std::string findNormals(const std::string& store)
@@ -135,15 +133,7 @@ std::string findNormals(const std::string& store)
 
 Status writeNormals(const NormalsOptions& options)
 {
-    try {
-        const Status status = write(options);
-        if (!status && options.cancel && *options.cancel)
-            return Status::failure(normalsPath(options.store) + ": cancelled; nothing was written");
-        return status;
-    } catch (const std::bad_alloc&) {
-        return Status::failure(normalsPath(options.store) +
-                               ": there is not enough memory; use fewer threads");
-    }
+    return runToFile(normalsPath(options.store), "; use fewer threads", [&] { return write(options); });
 }
 
 } // namespace VelBrx

@@ -1,9 +1,10 @@
 #include <VelBrx/SampleSurvey.h>
 
 #include "store/LasLayout.h"
+#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
 #include "store/io/OutputFile.h"
-#include "store/io/ParallelFor.h"
+#include "store/io/ParallelRun.h"
 #include "store/las/LasFile.h"
 #include "store/las/laz/LazPointWriter.h"
 #include "store/sample/FlightPlan.h"
@@ -114,22 +115,17 @@ struct Summary
     }
 };
 
-void storeText(uint8_t* field, const char* text)
-{
-    std::memcpy(field, text, std::strlen(text));
-}
-
 std::vector<uint8_t> makeHeader(uint64_t points, const Summary& summary)
 {
     const size_t wktLength = sizeof kWkt; // the NUL is part of the record
     std::vector<uint8_t> bytes(kHeaderSize + kVlrHeaderSize + wktLength, 0);
     uint8_t* header = bytes.data();
-    storeText(header + kSignature, "LASF");
+    storeText(header + kSignature, kSignatureSize, "LASF");
     storeLe<uint16_t>(header + kGlobalEncoding, kGpsStandardTimeBit | kWktBit);
     header[kVersionMajor] = 1;
     header[kVersionMinor] = 4;
-    storeText(header + kSystemIdentifier, "SYNTHETIC");
-    storeText(header + kGeneratingSoftware, "brx sample");
+    storeText(header + kSystemIdentifier, kSoftwareSize, "SYNTHETIC");
+    storeText(header + kGeneratingSoftware, kSoftwareSize, "brx sample");
     storeLe<uint16_t>(header + kCreationDay, 222);
     storeLe<uint16_t>(header + kCreationYear, 2021);
     storeLe<uint16_t>(header + kHeaderSizeField, static_cast<uint16_t>(kHeaderSize));
@@ -147,12 +143,8 @@ std::vector<uint8_t> makeHeader(uint64_t points, const Summary& summary)
     for (size_t i = 0; i < 15; ++i)
         storeLe<uint64_t>(header + kPointsByReturn + 8 * i, summary.pointsByReturn[i + 1]);
 
-    uint8_t* vlr = header + kHeaderSize;
-    storeText(vlr + kVlrUserId, "LASF_Projection");
-    storeLe<uint16_t>(vlr + kVlrRecordId, 2112);
-    storeLe<uint16_t>(vlr + kVlrLength, static_cast<uint16_t>(wktLength));
-    storeText(vlr + kVlrDescription, "OGC coordinate system WKT");
-    std::memcpy(vlr + kVlrHeaderSize, kWkt, wktLength);
+    const std::vector<uint8_t> vlr = makeVlr("LASF_Projection", 2112, "OGC coordinate system WKT", wktLength);
+    std::memcpy(std::copy(vlr.begin(), vlr.begin() + kVlrHeaderSize, header + kHeaderSize), kWkt, wktLength);
     return bytes;
 }
 
@@ -312,11 +304,7 @@ Status writeSurvey(const SampleOptions& options)
     const Landscape landscape(sizeFor(options.points), options.seed);
     Scene scene(landscape);
     furnish(scene);
-    if (Status status = Survey(options, scene).write(file); !status) {
-        if (options.cancel && *options.cancel)
-            return Status::failure(options.output + ": cancelled; nothing was written");
-        return status;
-    }
+    if (Status status = Survey(options, scene).write(file); !status) return status;
     return file.commit();
 }
 
@@ -326,11 +314,7 @@ Status writeSurvey(const SampleOptions& options)
 
 Status writeSampleSurvey(const SampleOptions& options)
 {
-    try {
-        return Sample::writeSurvey(options);
-    } catch (const std::bad_alloc&) {
-        return Status::failure(options.output + ": there is not enough memory");
-    }
+    return runToFile(options.output, "", [&] { return Sample::writeSurvey(options); });
 }
 
 } // namespace VelBrx

@@ -16,8 +16,7 @@ uint64_t LazPointSource::partCount() const
 Status LazPointSource::readPart(uint64_t index, const Use& use, RecordFields fields) const
 {
     FileReader input;
-    if (Status status = input.open(file().path); !status)
-        return Status::failure(file().path + ": " + status.message());
+    if (Status status = input.open(file().path); !status) return status.of(file().path);
     const LazChunk& chunk = file().laz->chunks.chunks[index];
     std::unique_ptr<Worker> worker = takeWorker();
     worker->bytes.resize(chunk.size);

@@ -1,11 +1,11 @@
 #include "store/las/laz/LazPointWriter.h"
 
 #include "store/LasLayout.h"
+#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <limits>
 
 namespace VelBrx {
@@ -55,13 +55,8 @@ bool makeLazHead(std::vector<uint8_t>& head, const LazItems& items)
     const uint64_t size = head.size() + kVlrHeaderSize + payload.size();
     if (count == std::numeric_limits<uint32_t>::max() || size > std::numeric_limits<uint32_t>::max())
         return false;
-    std::vector<uint8_t> vlr(kVlrHeaderSize);
-    std::memcpy(vlr.data() + kVlrUserId, kLazUserId, std::strlen(kLazUserId));
-    storeLe(vlr.data() + kVlrRecordId, kLazRecordId);
-    storeLe(vlr.data() + kVlrLength, static_cast<uint16_t>(payload.size()));
-    constexpr char kDescription[] = "compressed points";
-    std::memcpy(vlr.data() + kVlrDescription, kDescription, sizeof kDescription);
-    vlr.insert(vlr.end(), payload.begin(), payload.end());
+    std::vector<uint8_t> vlr = makeVlr(kLazUserId, kLazRecordId, "compressed points", payload.size());
+    std::copy(payload.begin(), payload.end(), vlr.begin() + kVlrHeaderSize);
 
     head.insert(head.begin() + static_cast<std::ptrdiff_t>(endOfVlrs(head)), vlr.begin(), vlr.end());
     storeLe(head.data() + kVlrCount, count + 1);
