@@ -7,6 +7,7 @@ CategoryCounts& CategoryCounts::operator+=(const CategoryCounts& other)
     selected += other.selected;
     changed += other.changed;
     cellsUnreadable += other.cellsUnreadable;
+    storesBusy += other.storesBusy;
     for (size_t c = 0; c < before.size(); ++c) {
         before[c] += other.before[c];
         after[c] += other.after[c];

@@ -19,20 +19,19 @@ namespace VelOsgDBBrx {
 namespace {
 
 /// Whether the octree, which has the uid of a modified cell now, is of that cell's file.
-bool isOfFile(const OctreeInfo& octree, const EditHistory::ModifiedCell& cell)
+bool isOfFile(const OctreeInfo& octree, const EditedCell& cell)
 {
     return octree.pointFile && octree.pointFile->identity() == cell.place->file->identity();
 }
 
 /// Calls `visit(index in the point file, class)` for every point of a cell that has been modified.
 template <class Visit>
-void forEachModified(const EditHistory::ModifiedCell& cell, Visit visit)
+void forEachModified(const EditedCell& cell, Visit visit)
 {
     size_t place = 0;
     for (const VelBrx::Segment& segment : cell.place->segments)
         for (int64_t i = 0; i < segment.count; ++i, ++place)
-            if ((*cell.baseline)[place] != (*cell.current)[place])
-                visit(segment.first + i, (*cell.current)[place]);
+            if ((*cell.before)[place] != (*cell.after)[place]) visit(segment.first + i, (*cell.after)[place]);
 }
 
 } // namespace
@@ -278,13 +277,13 @@ Status CategoryCalcTool::edit(const Queued& next, CategoryReport::Counts& counts
         context.maskTool = _pixelBufferTool;
     }
     std::vector<CloudEdit> edits;
-    if (Status status = carryOut(*next.request, context, edits); !status) return status;
+    const Status status = carryOut(*next.request, context, edits);
     for (const CloudEdit& cloud : edits) {
         counts += cloud.outcome.counts;
         if (!cloud.outcome.cells.empty()) PCViewerManager::getInstance()->requestRedraw(cloud.viewer);
     }
     _history->add(std::move(edits));
-    return {};
+    return status;
 }
 
 void CategoryCalcTool::undo(CategoryReport::Counts& counts)

@@ -33,13 +33,31 @@ struct CellWork
     std::vector<uint8_t> after;
 };
 
-/// Makes room for the classes of a cell, and finds those that are not in its records.
-void begin(CellWork& work, const CellData& cell)
+/// For points that are left out: they have the same class before and after.
+void leaveOut(CellWork& work, size_t from, size_t to)
+{
+    for (size_t i = from; i < to; ++i)
+        work.before[i] = work.after[i] = work.current ? (*work.current)[i] : 0;
+}
+
+/// Calls `edit(records, count, first)` for the runs of a cell's records, which fills `before` and `after`.
+/// False when some of the records cannot be mapped; their points are left out.
+template <class Edit>
+bool editRuns(const OctreeInfo& octree, const CellData& cell, CellWork& work, Edit edit)
 {
     work.current = UnwrittenClasses::instance().current(cell.identifier);
-    const size_t count = countPoints(cell.record.segments);
-    work.before.resize(count);
-    work.after.resize(count);
+    const size_t all = countPoints(cell.record.segments);
+    work.before.resize(all);
+    work.after.resize(all);
+    size_t done = 0;
+    const bool complete =
+        forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t first) {
+            leaveOut(work, done, first);
+            edit(records, count, first);
+            done = first + static_cast<size_t>(count);
+        });
+    leaveOut(work, done, all);
+    return complete;
 }
 
 /// What the work changed; without a place when that is nothing.
@@ -60,6 +78,8 @@ void forEachPoint(const CellChange& change, Visit visit)
             visit(word * 64 + static_cast<size_t>(__builtin_ctzll(bits)));
 }
 
+} // namespace
+
 CellChange difference(const EditedCell& cell)
 {
     const std::vector<uint8_t>& before = *cell.before;
@@ -79,17 +99,23 @@ CellChange difference(const EditedCell& cell)
     return change;
 }
 
-/// Gives the loaded leaves of a cell its classes.
-void show(const CellPlace& place, const std::vector<uint8_t>& classes)
+namespace {
+
+/// Gives the changed points in the loaded leaves of a cell their classes.
+void show(const EditedCell& edited)
 {
     constexpr uint32_t kAllButClass = 0x00FFFFFF;
+    const std::vector<uint8_t>& before = *edited.before;
+    const std::vector<uint8_t>& after = *edited.after;
     const auto edit = [&](osg::IntArray& attribute) {
-        const size_t count = std::min<size_t>(attribute.size(), classes.size());
+        const size_t count = std::min<size_t>(attribute.size(), after.size());
         for (size_t i = 0; i < count; ++i)
-            attribute[i] =
-                static_cast<int>(uint32_t(classes[i]) << 24 | (uint32_t(attribute[i]) & kAllButClass));
+            if (before[i] != after[i])
+                attribute[i] =
+                    static_cast<int>(uint32_t(after[i]) << 24 | (uint32_t(attribute[i]) & kAllButClass));
         return true;
     };
+    const CellPlace& place = *edited.place;
     osg::ref_ptr<CellData> cell;
     if (place.cell.lock(cell))
         editLoadedCell(*cell, edit);
@@ -108,7 +134,7 @@ void publish(const std::vector<EditedCell>& cells)
     }
     VelOsgDBBrx::PCDataManager::getInstance()->discardReadsInProgress();
     for (const EditedCell& cell : cells)
-        show(*cell.place, *cell.after);
+        show(cell);
 }
 
 /// Publishes an edit, and keeps what undo needs.
@@ -129,8 +155,7 @@ void finish(EditOutcome& outcome)
 bool edit(const OctreeInfo& octree, const CellData& cell, const ScreenRules& rules, CellWork& work,
           ScreenRules::ClassCounts& selected)
 {
-    begin(work, cell);
-    return forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t first) {
+    return editRuns(octree, cell, work, [&](const uint8_t* records, int64_t count, uint32_t first) {
         rules.edit(records, count, work.current ? work.current->data() + first : nullptr,
                    work.before.data() + first, work.after.data() + first, selected);
     });
@@ -140,11 +165,12 @@ bool edit(const OctreeInfo& octree, const CellData& cell, const ScreenRules& rul
 bool edit(const OctreeInfo& octree, const CellPoints& listed, uint8_t hidingBits, CellWork& work,
           Counts& counts)
 {
-    begin(work, *listed.cell);
-    if (!readClasses(octree, *listed.cell, work.before)) return false;
-    if (work.current) work.before = *work.current;
-    work.after = work.before;
-    return forEachRun(octree, *listed.cell, [&](const uint8_t* records, int64_t count, uint32_t first) {
+    return editRuns(octree, *listed.cell, work, [&](const uint8_t* records, int64_t count, uint32_t first) {
+        if (work.current)
+            std::copy_n(work.current->begin() + first, count, work.before.begin() + first);
+        else
+            gatherClasses(records, count, work.before.data() + first);
+        std::copy_n(work.before.begin() + first, count, work.after.begin() + first);
         auto point =
             std::lower_bound(listed.points.begin(), listed.points.end(), std::make_pair(first, uint8_t(0)));
         for (; point != listed.points.end() && point->first - first < count; ++point) {
@@ -172,33 +198,6 @@ private:
     osg::ref_ptr<OctreeInfo> _octree; ///< outlives the lock
     std::optional<StoreEditLock> _lock;
 };
-
-/// Changes cells of any stores: `newClasses(item, current)` gives the classes of an item's cell.
-template <class Item, class NewClasses>
-EditOutcome changeCells(const std::vector<Item>& items, NewClasses newClasses)
-{
-    std::map<osg::ref_ptr<OctreeInfo>, std::vector<const Item*>> stores;
-    for (const Item& item : items)
-        stores[openOctree(*item.place)].push_back(&item);
-
-    EditOutcome outcome;
-    for (const auto& [octree, ofStore] : stores) {
-        const OpenStoreLock lock(octree);
-        std::vector<EditedCell> edited;
-        for (const Item* item : ofStore) {
-            const ClassesPtr current = currentCell(item->place).current;
-            if (current)
-                edited.push_back({item->place, current, newClasses(*item, current)});
-            else
-                ++outcome.counts.cellsUnreadable;
-        }
-        publish(edited);
-        outcome.cells.insert(outcome.cells.end(), edited.begin(), edited.end());
-    }
-    for (const EditedCell& cell : outcome.cells)
-        outcome.counts.changed += countDifferent(*cell.before, *cell.after);
-    return outcome;
-}
 
 ClassesPtr reverted(const CellChange& change, const ClassesPtr& current)
 {
@@ -244,10 +243,7 @@ EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bo
 #pragma omp for schedule(static)
         for (int i = 0; i < count; ++i) {
             ScreenRules::ClassCounts selected{};
-            if (!edit(octree, *cells[i], rules, work, selected)) {
-                ++counts.cellsUnreadable;
-                continue;
-            }
+            if (!edit(octree, *cells[i], rules, work, selected)) ++counts.cellsUnreadable;
             rules.addCounts(selected, counts);
             if (!dryRun) outcome.cells[i] = keep(work, *cells[i]);
         }
@@ -268,8 +264,7 @@ EditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool
     for (const CellPoints& listed : sortByCell(octree, std::move(points))) {
         if (!edit(octree, listed, hiddenToo ? 0 : kHiddenBits, work, outcome.counts))
             ++outcome.counts.cellsUnreadable;
-        else if (!dryRun)
-            outcome.cells.push_back(keep(work, *listed.cell));
+        if (!dryRun) outcome.cells.push_back(keep(work, *listed.cell));
     }
     finish(outcome);
     return outcome;
@@ -278,17 +273,29 @@ EditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool
 EditOutcome revertChanges(std::vector<CellChange> changes)
 {
     const std::lock_guard<std::mutex> one(editMutex());
-    EditOutcome outcome = changeCells(changes, reverted);
-    outcome.changes.reserve(outcome.cells.size());
-    for (const EditedCell& cell : outcome.cells)
-        outcome.changes.push_back(difference(cell));
-    return outcome;
-}
+    std::map<osg::ref_ptr<OctreeInfo>, std::vector<const CellChange*>> stores;
+    for (const CellChange& change : changes)
+        stores[openOctree(*change.place)].push_back(&change);
 
-EditOutcome restoreClasses(const std::vector<CellClasses>& cells)
-{
-    const std::lock_guard<std::mutex> one(editMutex());
-    return changeCells(cells, [](const CellClasses& cell, const ClassesPtr&) { return cell.classes; });
+    EditOutcome outcome;
+    for (const auto& [octree, ofStore] : stores) {
+        const OpenStoreLock lock(octree);
+        std::vector<EditedCell> edited;
+        for (const CellChange* change : ofStore) {
+            const ClassesPtr current = currentCell(change->place).current;
+            if (current)
+                edited.push_back({change->place, current, reverted(*change, current)});
+            else
+                ++outcome.counts.cellsUnreadable;
+        }
+        publish(edited);
+        outcome.cells.insert(outcome.cells.end(), edited.begin(), edited.end());
+    }
+    for (const EditedCell& cell : outcome.cells) {
+        outcome.counts.changed += countDifferent(*cell.before, *cell.after);
+        outcome.changes.push_back(difference(cell));
+    }
+    return outcome;
 }
 
 void markSaved(const std::vector<CellPlacePtr>& places)

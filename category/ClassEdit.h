@@ -24,19 +24,17 @@ struct CellChange
     std::vector<uint8_t> classes; ///< of these points, in ascending places
 };
 
-struct CellClasses
-{
-    CellPlacePtr place;
-    ClassesPtr classes;
-};
-
-/// One cell before and after a change.
+/// One cell before and after a change. Points whose records could not be mapped are 0 in both where nobody
+/// has edited them.
 struct EditedCell
 {
     CellPlacePtr place;
     ClassesPtr before;
     ClassesPtr after;
 };
+
+/// What the change was.
+CellChange difference(const EditedCell& cell);
 
 struct EditOutcome
 {
@@ -62,9 +60,6 @@ EditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool
 /// Takes changes back, also those of stores that have been closed since. The outcome's changes take that back
 /// again.
 EditOutcome revertChanges(std::vector<CellChange> changes);
-
-/// Gives whole cells their classes of before. The outcome has no changes.
-EditOutcome restoreClasses(const std::vector<CellClasses>& cells);
 
 /// Sets the second component of every element of the loaded cells' index arrays to -1: the mark of a save.
 void markSaved(const std::vector<CellPlacePtr>& places);

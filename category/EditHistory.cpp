@@ -7,9 +7,8 @@ void EditHistory::note(const std::string& uid, const std::vector<EditedCell>& ce
     const std::lock_guard<std::mutex> lock(_mutex);
     ModifiedCloud& cloud = _modified[uid];
     for (const EditedCell& cell : cells) {
-        const auto [entry, isNew] =
-            cloud.try_emplace(cell.place->identifier, ModifiedCell{cell.place, cell.before, nullptr});
-        entry->second.current = cell.after;
+        const auto [entry, isNew] = cloud.try_emplace(cell.place->identifier, cell);
+        entry->second.after = cell.after;
     }
 }
 
@@ -41,10 +40,10 @@ std::vector<CloudEdit> EditHistory::reset()
 {
     std::vector<CloudEdit> undone;
     for (const auto& [uid, cloud] : modified()) {
-        std::vector<CellClasses> baselines;
+        std::vector<CellChange> changes;
         for (const auto& [identifier, cell] : cloud)
-            baselines.push_back({cell.place, cell.baseline});
-        undone.push_back({uid, uid, restoreClasses(baselines)});
+            changes.push_back(difference(cell));
+        undone.push_back({uid, uid, revertChanges(std::move(changes))});
     }
     forgetAll();
     return undone;

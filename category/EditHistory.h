@@ -34,15 +34,9 @@ public:
     /// Makes the classes of now the ones to go back to, and marks the loaded cells that were modified.
     void save();
 
-    /// A modified cell as it was at the last save and as it is.
-    struct ModifiedCell
-    {
-        CellPlacePtr place;
-        ClassesPtr baseline;
-        ClassesPtr current;
-    };
-    using ModifiedCloud = std::map<std::string, ModifiedCell>; ///< by cell identifier
-    using Modified = std::map<std::string, ModifiedCloud>;     ///< by uid of the point cloud
+    /// Modified cells as they were at the last save and as they are, by their identifiers.
+    using ModifiedCloud = std::map<std::string, EditedCell>;
+    using Modified = std::map<std::string, ModifiedCloud>; ///< by uid of the point cloud
 
     Modified modified() const;
 

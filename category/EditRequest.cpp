@@ -99,6 +99,13 @@ Status noMask()
     return Status::failure("no mask of the selection could be had; check its size and its source");
 }
 
+/// Refuses an edit of a store that another process edits.
+Status refuseBusy(const Status& status, std::vector<CloudEdit>& edits)
+{
+    edits.emplace_back().outcome.counts.storesBusy = 1;
+    return status;
+}
+
 /// Carries out an edit on the screen.
 Status editScreen(const Category& request, osg::Referenced* target, const ScreenSelection& selection,
                   const EditContext& context, std::vector<CloudEdit>& edits)
@@ -107,7 +114,7 @@ Status editScreen(const Category& request, osg::Referenced* target, const Screen
     if (Status status = findTargets(request, target, context, targets); !status) return status;
     for (const Target& cloud : targets)
         if (Status status = request.dryRun ? Status() : lockForClassEdit(*cloud.octree, selection); !status)
-            return status;
+            return refuseBusy(status, edits);
     for (const Target& cloud : targets)
         edits.push_back({cloud.uid, request.uid, editClasses(*cloud.octree, selection, request.dryRun)});
     return {};
@@ -185,7 +192,7 @@ Status edit(const Category& request, const CategoryBuffer& record, const EditCon
         CloudPoints cloud{uid, nullptr, {}};
         if (Status status = findCloud(uid, context, cloud.octree); !status) return status;
         if (Status status = request.dryRun ? Status() : lockForClassEdit(*cloud.octree); !status)
-            return status;
+            return refuseBusy(status, edits);
         for (size_t i = 0; i < indices.size(); ++i)
             cloud.points.emplace_back(indices[i], classes->second[i]);
         clouds.push_back(std::move(cloud));

@@ -37,6 +37,6 @@ void notePlaces(const VelOsgDBBrx::Category& request,
                 const std::vector<osg::observer_ptr<OctreeInfo>>& inScene, OctreeInfo* registered,
                 CloudPlaces& places);
 
-/// Carries an edit request out. A failure says why nothing was done.
+/// Carries an edit request out. A failure says why nothing was done; the edits have at most counts then.
 VelBrx::Status carryOut(const VelOsgDBBrx::Category& request, const EditContext& context,
                         std::vector<CloudEdit>& edits);

@@ -1,6 +1,7 @@
 #include "category/StoredClasses.h"
 
 #include "cull/StoreEdit.h"
+#include "loading/OpenOctrees.h"
 #include "loading/PointRecords.h"
 
 #include <VelBrx/File.h>
@@ -22,6 +23,42 @@ namespace {
 
 using Cell = UnwrittenClasses::Cell;
 
+ClassesPtr shared(std::vector<uint8_t> classes)
+{
+    return std::make_shared<const std::vector<uint8_t>>(std::move(classes));
+}
+
+/// The classes in the records of a cell; 0 for those that cannot be mapped.
+std::vector<uint8_t> readClasses(VelBrx::File& file, const CellPlace& place)
+{
+    std::vector<uint8_t> classes(place.pointCount);
+    forEachRun(file, place.pointDataStart, place.segments,
+               [&](const uint8_t* records, int64_t count, uint32_t first) {
+                   gatherClasses(records, count, classes.data() + first);
+               });
+    return classes;
+}
+
+/// Whether the records of all points can be mapped that have another class than the one written.
+bool canWrite(VelBrx::File& file, const Cell& cell)
+{
+    uint64_t reached = 0;
+    const bool complete =
+        forEachRun(file, cell.place->pointDataStart, cell.place->segments,
+                   [&](const uint8_t*, int64_t count, uint32_t first) {
+                       reached += countDifferent(cell.written->data() + first, cell.current->data() + first,
+                                                 static_cast<size_t>(count));
+                   });
+    return complete || reached == countDifferent(*cell.written, *cell.current);
+}
+
+/// The path by which the cell's store is open, or else was when it was edited.
+std::string pathOf(const CellPlace& place)
+{
+    const osg::ref_ptr<OctreeInfo> octree = openOctree(place);
+    return octree ? octree->pointPath : place.storePath;
+}
+
 /// Finds the places of a run whose class is to be written. A class that somebody else has written since the
 /// edit began is left alone; returns how many there are.
 uint64_t findChanges(const uint8_t* written, const uint8_t* current, const uint8_t* records, int64_t count,
@@ -39,8 +76,8 @@ uint64_t findChanges(const uint8_t* written, const uint8_t* current, const uint8
     return replaced;
 }
 
-/// A store with unwritten classes. Whichever of the paths that it was edited by still leads to it is used:
-/// one of several links may be gone.
+/// A store with unwritten classes. Of the paths that it was edited by and that it is open by, one is used
+/// that still leads to it.
 class StoreToWrite
 {
 public:
@@ -66,6 +103,7 @@ private:
 void StoreToWrite::add(const Cell& cell)
 {
     _paths.insert(cell.place->storePath);
+    _paths.insert(pathOf(*cell.place));
     _cells.push_back(cell);
 }
 
@@ -99,8 +137,7 @@ Status StoreToWrite::check()
         return failure("cannot be written; make it writable and save the classes again");
     if (const Status status = _file->lockForEditing(); !status) return failure(status.message());
     for (const Cell& cell : _cells)
-        if (!forEachRun(*_file, cell.place->pointDataStart, cell.place->segments,
-                        [](uint8_t*, int64_t, uint32_t) {}))
+        if (!canWrite(*_file, cell))
             return failure("is shorter than when it was loaded; restore it and save the classes again");
     return {};
 }
@@ -126,18 +163,11 @@ bool StoreToWrite::write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t&
 void StoreToWrite::settle(const Cell& cell, uint64_t replaced)
 {
     if (replaced == 0) return UnwrittenClasses::instance().forget(cell.place->identifier);
-    std::vector<uint8_t> inStore(cell.current->size());
-    forEachRun(*_file, cell.place->pointDataStart, cell.place->segments,
-               [&](const uint8_t* records, int64_t count, uint32_t first) {
-                   gatherClasses(records, count, inStore.data() + first);
-               });
+    std::vector<uint8_t> inStore = readClasses(*_file, *cell.place);
     std::vector<uint8_t> wanted = *cell.current;
     for (size_t i = 0; i < wanted.size(); ++i)
         if ((*cell.written)[i] == wanted[i]) wanted[i] = inStore[i]; // nobody here has edited this point
-    const auto shared = [](std::vector<uint8_t>& classes) {
-        return std::make_shared<const std::vector<uint8_t>>(std::move(classes));
-    };
-    UnwrittenClasses::instance().set({cell.place, shared(inStore), shared(wanted)});
+    UnwrittenClasses::instance().set({cell.place, shared(std::move(inStore)), shared(std::move(wanted))});
 }
 
 Status StoreToWrite::write()
@@ -172,15 +202,8 @@ osg::ref_ptr<OctreeInfo> openOctree(const CellPlace& place)
     osg::ref_ptr<CellData> cell;
     osg::ref_ptr<OctreeInfo> octree;
     if (place.cell.lock(cell)) cell->octree.lock(octree);
+    if (!octree && place.file) octree = findOpenOctree(place.file->identity());
     return octree;
-}
-
-bool readClasses(const OctreeInfo& octree, const CellData& cell, std::vector<uint8_t>& classes)
-{
-    classes.resize(countPoints(cell.record.segments));
-    return forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t first) {
-        gatherClasses(records, count, classes.data() + first);
-    });
 }
 
 Cell currentCell(const CellPlacePtr& place)
@@ -190,13 +213,7 @@ Cell currentCell(const CellPlacePtr& place)
 
     cell.place = place;
     if (!place->file) return cell;
-    std::vector<uint8_t> classes(place->pointCount);
-    const bool complete = forEachRun(*place->file, place->pointDataStart, place->segments,
-                                     [&](const uint8_t* records, int64_t count, uint32_t first) {
-                                         gatherClasses(records, count, classes.data() + first);
-                                     });
-    if (complete)
-        cell.written = cell.current = std::make_shared<const std::vector<uint8_t>>(std::move(classes));
+    cell.written = cell.current = shared(readClasses(*place->file, *place));
     return cell;
 }
 
@@ -216,19 +233,24 @@ uint64_t differingBits(const uint8_t* a, const uint8_t* b, size_t count)
     return bits;
 }
 
-size_t countDifferent(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b)
+size_t countDifferent(const uint8_t* a, const uint8_t* b, size_t count)
 {
     size_t different = 0;
-    for (size_t i = 0; i < a.size(); i += 64)
-        different += __builtin_popcountll(differingBits(&a[i], &b[i], std::min<size_t>(64, a.size() - i)));
+    for (size_t i = 0; i < count; i += 64)
+        different += __builtin_popcountll(differingBits(a + i, b + i, std::min<size_t>(64, count - i)));
     return different;
+}
+
+size_t countDifferent(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b)
+{
+    return countDifferent(a.data(), b.data(), a.size());
 }
 
 std::map<std::string, uint64_t> countUnwrittenClasses()
 {
     std::map<std::string, uint64_t> counts;
     for (const Cell& cell : UnwrittenClasses::instance().cells())
-        counts[cell.place->storePath] += countDifferent(*cell.written, *cell.current);
+        counts[pathOf(*cell.place)] += countDifferent(*cell.written, *cell.current);
     return counts;
 }
 

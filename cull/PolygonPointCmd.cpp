@@ -87,6 +87,14 @@ CellOutcome markCell(const OctreeInfo& octree, const CellData& cell, const Recor
     return outcome;
 }
 
+void dropUnchanged(std::vector<ChangeRecord::Cell>& cells)
+{
+    cells.erase(std::remove_if(cells.begin(), cells.end(),
+                               [](const ChangeRecord::Cell& cell) { return cell.points.empty(); }),
+                cells.end());
+    cells.shrink_to_fit();
+}
+
 /// Tests and marks the points of the cells on half of the processors; returns the cells with changes.
 std::vector<ChangeRecord::Cell> markCells(const OctreeInfo& octree, const std::vector<CellData*>& cells,
                                           const RecordScreenTest& test, Mark mark, CmdResult& result)
@@ -106,13 +114,11 @@ std::vector<ChangeRecord::Cell> markCells(const OctreeInfo& octree, const std::v
             const CellOutcome outcome = markCell(octree, *cells[i], test, mark, writer, changed);
             unreadable += !outcome.readable;
             unwritten += !outcome.written;
-            changes[i] = {cells[i], std::vector<uint32_t>(changed.begin(), changed.end())};
+            if (!changed.empty())
+                changes[i] = {cells[i], cells[i]->identifier, {changed.begin(), changed.end()}};
         }
     }
-    changes.erase(std::remove_if(changes.begin(), changes.end(),
-                                 [](const ChangeRecord::Cell& cell) { return cell.points.empty(); }),
-                  changes.end());
-    changes.shrink_to_fit();
+    dropUnchanged(changes);
     for (const ChangeRecord::Cell& cell : changes)
         result.pointsChanged += cell.points.size();
     result.cellsUnreadable += unreadable;
@@ -133,13 +139,22 @@ void editLoadedCells(const std::vector<ChangeRecord::Cell>& cells, int clearedBi
         });
 }
 
-/// Clears the hidden bits of the listed points of a cell; counts those that had any.
-CellOutcome showPoints(const OctreeInfo& octree, const ChangeRecord::Cell& cell, VelBrx::FileWriter& writer,
-                       uint64_t& shown)
+/// What became of points of a cell that were to be shown.
+struct ShowOutcome
 {
-    CellOutcome outcome;
+    bool readable = true;
+    uint64_t shown = 0; ///< of those that were hidden
+    size_t done = 0;    ///< of the listed points, from the first; fewer than listed when the disk is full
+};
+
+/// Clears the hidden bits of the listed points of a cell.
+ShowOutcome showPoints(const OctreeInfo& octree, const ChangeRecord::Cell& cell, VelBrx::FileWriter& writer)
+{
+    ShowOutcome outcome;
+    outcome.done = cell.points.size();
     std::vector<uint32_t> places;
     outcome.readable = forEachRun(octree, *cell.cell, [&](uint8_t* records, int64_t count, uint32_t first) {
+        if (outcome.done < cell.points.size()) return;
         places.clear();
         auto point = std::lower_bound(cell.points.begin(), cell.points.end(), first);
         for (; point != cell.points.end() && *point - first < count; ++point) {
@@ -148,30 +163,41 @@ CellOutcome showPoints(const OctreeInfo& octree, const ChangeRecord::Cell& cell,
                 places.push_back(place);
         }
         const size_t written = write(writer, records, places.data(), places.size(), kShow);
-        outcome.written = outcome.written && written == places.size();
-        shown += written;
+        outcome.shown += written;
+        if (written == places.size()) return;
+        point = std::lower_bound(cell.points.begin(), cell.points.end(), first + places[written]);
+        outcome.done = static_cast<size_t>(point - cell.points.begin());
     });
     return outcome;
 }
 
-void showRecords(const OctreeInfo& octree, const std::vector<ChangeRecord::Cell>& cells, CmdResult& result)
+/// Shows the points of the cells; moves those that the disk had no room for to the result.
+std::vector<ChangeRecord::Cell> showRecords(const OctreeInfo& octree, std::vector<ChangeRecord::Cell>& cells,
+                                            CmdResult& result)
 {
     VelBrx::FileWriter writer(*octree.pointFile);
     const int count = static_cast<int>(cells.size());
+    std::vector<ChangeRecord::Cell> left(cells.size());
     uint64_t shown = 0;
     uint64_t unreadable = 0;
-    uint64_t unwritten = 0;
 #pragma omp parallel for schedule(static) num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))        \
-    reduction(+ : shown, unreadable, unwritten)
+    reduction(+ : shown, unreadable)
     for (int i = 0; i < count; ++i) {
-        const CellOutcome outcome = showPoints(octree, cells[i], writer, shown);
+        const ShowOutcome outcome = showPoints(octree, cells[i], writer);
+        shown += outcome.shown;
         unreadable += !outcome.readable;
-        unwritten += !outcome.written;
+        std::vector<uint32_t>& points = cells[i].points;
+        if (outcome.done == points.size()) continue;
+        const auto undone = points.begin() + static_cast<ptrdiff_t>(outcome.done);
+        left[i] = {cells[i].cell, cells[i].identifier, {undone, points.end()}};
+        points.erase(undone, points.end());
     }
+    dropUnchanged(left);
     result.pointsChanged += shown;
     result.cellsUnreadable += unreadable;
-    result.cellsUnwritten += unwritten;
+    result.cellsUnwritten += left.size();
     noteProblem(octree, writer, result);
+    return left;
 }
 
 } // namespace
@@ -233,24 +259,28 @@ void PolygonPointCmd::editStore(OctreeInfo& octree, const ScreenMask& mask, CmdR
     std::vector<ChangeRecord::Cell> cells = markCells(octree, reached, test, hides ? kHide : kShow, result);
     if (cells.empty()) return;
     editLoadedCells(cells, hides ? 0 : kHiddenAttributeBits, hides ? kCulledAttributeBit : 0);
-    _changes->stores.push_back({&octree, std::move(cells)});
+    _changes->stores.push_back({&octree, octree.pointFile->identity(), std::move(cells)});
 }
 
+/// What could not be written is kept for another try.
 void PolygonPointCmd::undo(bool inStore)
 {
     CmdResult result;
-    for (const ChangeRecord::Store& store : _changes->stores) {
-        osg::ref_ptr<OctreeInfo> octree;
-        if (!store.octree.lock(octree)) {
+    std::vector<ChangeRecord::Store> left;
+    for (ChangeRecord::Store& store : _changes->stores) {
+        const osg::ref_ptr<OctreeInfo> octree = store.acquireOctree();
+        if (!octree) {
             ++result.storesGone;
             continue;
         }
         if (!lockForEditing(*octree, result)) continue;
         const StoreEditLock lock(*octree);
-        if (inStore) showRecords(*octree, store.cells, result);
+        std::vector<ChangeRecord::Cell> unwritten;
+        if (inStore) unwritten = showRecords(*octree, store.cells, result);
         editLoadedCells(store.cells, kHiddenAttributeBits, 0);
+        if (!unwritten.empty()) left.push_back({store.octree, store.file, std::move(unwritten)});
     }
-    *_changes = {};
+    _changes->stores = std::move(left);
     report(result);
     PCViewerManager::getInstance()->requestRedraw(_uid);
 }

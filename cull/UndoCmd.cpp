@@ -10,6 +10,8 @@ void UndoCmd::operator()(CullCmdManager* manager)
 {
     _undone = {};
     reset(manager);
+    for (; !_unfinished.empty(); _unfinished.pop_back())
+        manager->saveAgain(*_unfinished.back());
     report(_undone);
     block(0);
 }
@@ -24,7 +26,9 @@ bool UndoCmd::undoNewest(CullCmdManager* manager)
     const osg::ref_ptr<BaseCmd> newest = manager->pop();
     if (!newest) return false;
     newest->reset(manager);
-    _undone.add(newest->getResult());
+    const CmdResult undone = newest->getResult();
+    _undone.add(undone);
+    if (undone.cellsUnwritten > 0) _unfinished.push_back(newest);
     return true;
 }
 

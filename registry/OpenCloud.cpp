@@ -1,6 +1,7 @@
 #include <VelOsgDBBrx/OpenCloud.h>
 
 #include "loading/CellTree.h"
+#include "loading/OpenOctrees.h"
 #include "lod/PointCloudLOD.h"
 #include "registry/CloudFile.h"
 #include "render/PointCloudImpl.h"
@@ -51,6 +52,7 @@ Status fillCloud(PointCloudImpl& cloud, const std::string& path, const std::stri
     octree->pointPath = path;
     octree->pointFile = std::move(file);
     buildCellTree(info.cells, *octree);
+    noteOpenOctree(*octree);
     opened.normals = normalsPath.empty() ? Status() : VelBrx::checkNormals(normalsPath, info.header);
     octree->normalsPath = normalsPath;
     octree->normalsFile = std::make_unique<VelBrx::File>(opened.normals ? normalsPath.c_str() : "");

@@ -247,7 +247,12 @@ void EditKeys::answer(int key)
     if (key == GUIEventAdapter::KEY_Escape) _question = Question::NONE;
     if (asked == Question::RESET && key == 'R') {
         _question = Question::NONE;
-        _session.reset();
+        reset();
+    }
+    if (asked == Question::BUSY && key == 'e') {
+        _question = Question::NONE;
+        _session.editAnyway();
+        _again();
     }
     if (asked == Question::CLOSE && key == 's') {
         _question = Question::NONE;
@@ -382,12 +387,24 @@ void EditKeys::start(const EditCommand& command)
     Reclassification change;
     change.toClass = _toClass;
     if (!_fromClasses.all()) change.fromClasses = listClasses(_fromClasses);
+    apply(command, vertices, change);
+}
+
+void EditKeys::apply(const EditCommand& command, const Polygon& vertices, const Reclassification& change)
+{
     if (!command.start(_session, vertices, change)) {
         _report = {"the last operation is still running"};
         return;
     }
+    _again = [this, &command, vertices, change] { apply(command, vertices, change); };
     _shapeInUse = command.use == EditCommand::ON_SHAPE || command.use == EditCommand::ON_VERTICES;
     _report = {"working ..."};
+}
+
+void EditKeys::reset()
+{
+    _again = [this] { reset(); };
+    _session.reset();
 }
 
 void EditKeys::askToClose()
@@ -427,6 +444,10 @@ void EditKeys::takeOutcome(const EditOutcome& outcome)
     _unsaved = _session.unsavedPoints();
     if (_shapeInUse && outcome.ok) _shape.reset();
     _shapeInUse = false;
+    if (outcome.isBusyElsewhere) {
+        _question = Question::BUSY;
+        _busy = outcome.message;
+    }
     const bool closing = _closing;
     _closing = false;
     if (closing && outcome.ok) askToClose();
@@ -471,6 +492,7 @@ std::vector<std::string> EditKeys::question() const
     if (_question == Question::RESET)
         return {"Show every hidden point of the stores, whoever hid it? This cannot be undone.", "",
                 "R: show them all     Esc: go on"};
+    if (_question == Question::BUSY) return {_busy, "", "e: edit it all the same     Esc: only look"};
     if (_question == Question::NONE) return {};
     std::vector<std::string> lines = describeUnsaved(_unsaved);
     if (lines.size() > kStoresInQuestion) {

@@ -9,6 +9,7 @@
 #include <osgViewer/Viewer>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -23,6 +24,9 @@ struct EditCommand;
 /// While something is drawn the mouse belongs to the drawing, and the camera stands still; should it move all
 /// the same, the drawing is dropped, as it is when the window changes its size. Add this handler before those
 /// that use the mouse or the same keys.
+///
+/// An operation on a store that another program edits is refused; the user is asked whether to do it all the
+/// same.
 ///
 /// Ctrl+Q closes the viewer. It asks before unsaved classes are lost: the viewer is to have no key of its own
 /// that ends it, and whoever sees a request to close calls `askToClose`.
@@ -53,7 +57,8 @@ private:
     {
         NONE,
         CLOSE,
-        RESET
+        RESET,
+        BUSY ///< another program edits a store: shall it be edited all the same
     };
 
     /// A list of classes while it is typed.
@@ -77,6 +82,9 @@ private:
                     osgGA::GUIActionAdapter& action);
     void leave();
     void start(const EditCommand& command);
+    void apply(const EditCommand& command, const EditSession::Polygon& vertices,
+               const Reclassification& change);
+    void reset();
     void update();
     void dropShapeOfOtherView();
     void takeOutcome(const EditOutcome& outcome);
@@ -99,7 +107,9 @@ private:
     ClassSet _fromClasses = ClassSet().set();
     std::optional<TypedClasses> _typed;
     Question _question = Question::NONE;
-    bool _closing = false; ///< close when the running operation has ended
+    std::function<void()> _again; ///< does the last operation once more
+    std::string _busy;            ///< who edits the store that it was refused for
+    bool _closing = false;        ///< close when the running operation has ended
     bool _discarded = false;
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing
     std::vector<std::string> _warnings;

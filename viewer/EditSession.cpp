@@ -156,6 +156,7 @@ void EditSession::concludeCommands(Running& running) const
 {
     const CmdResult result = running.work.commands();
     running.outcome.points = result.pointsChanged;
+    running.outcome.isBusyElsewhere = result.storesBusy > 0;
     if (result.state == CmdResult::ABANDONED)
         refuse(running.outcome, "editing has been shut down");
     else if (result.maskMissing)
@@ -167,7 +168,7 @@ void EditSession::concludeCommands(Running& running) const
     else if (result.storesBusy > 0 || result.storesReplaced > 0 || result.cellsUnwritten > 0)
         refuse(running.outcome, result.reason);
     else if (result.cellsUnreadable > 0)
-        refuse(running.outcome, std::to_string(result.cellsUnreadable) +
+        refuse(running.outcome, "parts of " + std::to_string(result.cellsUnreadable) +
                                     " cells could not be read and were left out; brx verify tells more");
 }
 
@@ -309,10 +310,11 @@ void EditSession::concludeClasses(Running& running, bool dryRun)
     const CategoryCounts counts = running.work.counts();
     outcome.classes = counts;
     outcome.points = counts.changed;
+    outcome.isBusyElsewhere = counts.storesBusy > 0;
     if (const VelBrx::Status status = running.work.status(); !status)
         refuse(outcome, status.message());
     else if (counts.cellsUnreadable > 0)
-        refuse(outcome, std::to_string(counts.cellsUnreadable) +
+        refuse(outcome, "parts of " + std::to_string(counts.cellsUnreadable) +
                             " cells could not be read and were left out; brx verify tells more");
     if (dryRun || counts.changed == 0) return;
     const std::map<std::string, uint64_t> unsaved = unsavedPoints();
@@ -357,6 +359,10 @@ void EditSession::takeBack(Running& running, const Edit& edit)
         [[fallthrough]];
     case Edit::HIDDEN:
         running.work.push(new UndoCmd(kNobodyWaits));
+        running.conclude = [this, edit](Running& ended) {
+            concludeCommands(ended);
+            if (ended.work.commands().cellsUnwritten > 0) _journal.push_back(edit); // the manager kept it too
+        };
         break;
     case Edit::SELECTION:
         running.outcome.countsPoints = false;
@@ -435,6 +441,12 @@ bool EditSession::save()
     };
     running->work.save();
     return true;
+}
+
+void EditSession::editAnyway()
+{
+    for (const Scene::Cloud& cloud : _scene.clouds())
+        if (const auto& file = cloud.node->getOctree()->pointFile) file->editAnyway();
 }
 
 std::optional<EditOutcome> EditSession::poll()

@@ -35,6 +35,10 @@ struct EditOutcome
     std::string undone; ///< of an undo: the operation that was taken back; empty when there was none
 
     std::string message; ///< one line; empty where there is nothing to add
+
+    /// Refused, at least in part, because another program edits a store: `editAnyway` is the user's to
+    /// choose.
+    bool isBusyElsewhere = false;
 };
 
 /// A change of classes: which classes may change, and what they become.
@@ -127,6 +131,9 @@ public:
     /// Writes the classes into the stores. Undo still goes back past it.
     bool save();
     /// @}
+
+    /// The user's choice: from now on stores are edited that another program edits, too.
+    void editAnyway();
 
     bool isBusy() const { return _running.has_value(); }
 

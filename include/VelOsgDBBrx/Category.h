@@ -32,7 +32,9 @@ struct VEL_OSGDB_BRX_EXPORT CategoryCounts
     uint64_t changed = 0;  ///< points whose class differs afterwards (would differ, in a dry run)
     std::array<uint64_t, 256> before{}; ///< the selected points by class before the edit
     std::array<uint64_t, 256> after{};  ///< the same points by class after it
-    uint64_t cellsUnreadable = 0;       ///< cells left out: their records could not be mapped
+    /// Cells of which some records could not be mapped: points of these are left out.
+    uint64_t cellsUnreadable = 0;
+    unsigned storesBusy = 0; ///< stores for which a request was refused: another process edits them
 
     CategoryCounts& operator+=(const CategoryCounts& other);
 };

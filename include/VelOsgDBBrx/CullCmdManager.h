@@ -60,10 +60,12 @@ protected:
     void run() override;
 
 private:
+    friend class UndoCmd;
     CullCmdManager();
     ~CullCmdManager() override;
 
     osg::ref_ptr<BaseCmd> takeNext();
+    void saveAgain(BaseCmd& cmd) { _undoStack.push_back(&cmd); }
     void abandon(BaseCmd& cmd);
 
     std::thread _worker;

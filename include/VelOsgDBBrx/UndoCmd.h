@@ -3,10 +3,15 @@
 #include <VelOsgDBBrx/BaseCmd.h>
 #include <VelOsgDBBrx/Export.h>
 
+#include <osg/ref_ptr>
+
+#include <vector>
+
 namespace VelOsgDBBrx {
 
 /// Undoes the newest saved command. It does nothing when there is none, and cannot itself be undone.
-/// `getResult` adds up what the undone commands report.
+/// `getResult` adds up what the undone commands report. A command whose undo met a full disk
+/// (`CmdResult::cellsUnwritten`) stays saved, with what is left to undo.
 class VEL_OSGDB_BRX_EXPORT UndoCmd : public BaseCmd
 {
 public:
@@ -22,7 +27,11 @@ protected:
     bool undoNewest(CullCmdManager* manager);
 
 private:
-    CmdResult _undone; ///< what has been undone so far; touched by the worker only
+    /// \name Touched by the worker only
+    /// @{
+    CmdResult _undone;                              ///< what has been undone so far
+    std::vector<osg::ref_ptr<BaseCmd>> _unfinished; ///< to be saved again; the newest first
+    /// @}
 };
 
 /// Undoes every saved command, newest first.

@@ -6,6 +6,7 @@
 #include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
+#include <VelOsgDBBrx/UndoCmd.h>
 
 #include <gtest/gtest.h>
 #include <osgViewer/Viewer>
@@ -338,6 +339,59 @@ TEST_F(CategoryCalcToolTest, GivesListedPointsOfSeveralCloudsTheirClassesAsOneEd
     EXPECT_EQ(pushAndWait("", edit)->counts().changed, 0u);
 }
 
+TEST_F(CategoryCalcToolTest, ReachesTheOtherPointsOfACellOfWhichAPartCannotBeMapped)
+{
+    CullCmdManager::getInstance()->setPixelBufferTool(new ExactMaskTool);
+    const osg::ref_ptr<osg::Node> whole =
+        PCDataManager::getInstance()->acquireNodeOrCreate(store.octree()->root);
+    std::vector<VelBrx::Segment>& segments = store.octree()->root->record.segments;
+    const VelBrx::Segment cell = segments.at(0);
+    const int64_t part = cell.count / 3;
+    segments = {{cell.first, part}, {int64_t{1} << 40, part}, {cell.first + 2 * part, cell.count - 2 * part}};
+    std::vector<bool> reached = visibleUnder(kArrow);
+    for (int64_t i = cell.first + part; i < cell.first + 2 * part; ++i)
+        reached[static_cast<size_t>(i)] = false;
+    const Classes expected = edited(before, reached, 9, always);
+    const auto expectShown = [&](const Classes& classes) {
+        Classes ofLeaf = classes;
+        readLeaf(whole, ofLeaf);
+        EXPECT_EQ(ofLeaf, classes);
+        EXPECT_EQ(tool().getAllModify64()[kUid], difference(before, classes));
+    };
+    const CategoryReport::Counts counts = pushAndWait(kUid, polygonEdit(kArrow, screen, 9))->counts();
+    EXPECT_EQ(counts.cellsUnreadable, 1u);
+    EXPECT_EQ(counts.changed, difference(before, expected).size());
+    expectShown(expected);
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(storedClasses(path), expected);
+
+    Classes listed = expected;
+    const osg::ref_ptr<CategoryBuffer> points = new CategoryBuffer;
+    points->flag = Base::HIDDEN_POINTS;
+    for (const int64_t i : {cell.first, cell.first + part, cell.first + cell.count - 1}) {
+        points->points[kUid].push_back(i);
+        points->classes[kUid].push_back(44);
+        if (i != cell.first + part) listed[static_cast<size_t>(i)] = 44;
+    }
+    EXPECT_EQ(pushAndWait("", points)->counts().changed, 2u);
+    expectShown(listed);
+    pushAndWait(Category::UNDO);
+    expectShown(expected);
+    segments = {cell}; // the file is whole again
+    pushAndWait(Category::RESET);
+    expectShown(before);
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(readFile(path), records.bytes());
+
+    segments = {{cell.first, part}, {int64_t{1} << 40, part}, {cell.first + 2 * part, cell.count - 2 * part}};
+    const CmdResult hide = run(polygonCmd<CullCmd>(store.octree(), kArrow, screen));
+    EXPECT_EQ(hide.cellsUnreadable, 1u);
+    const LasRecords hiddenNow(path);
+    EXPECT_EQ(hiddenNow.bytes(), hidden(records, reached).bytes());
+    EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, hide.pointsChanged);
+    EXPECT_EQ(readFile(path), records.bytes());
+}
+
 TEST_F(CategoryCalcToolTest, RefusesWhatItCannotDoAndGoesOn)
 {
     const auto refused = [](const osg::ref_ptr<CategoryReport>& report, const std::string& why) {
@@ -462,6 +516,18 @@ TEST_F(CategoryCalcToolTest, ShowsEditsToWhoeverOpensTheFileByAnyOfItsNames)
     LoadedStore reopened(path);
     pushAndWait(Category::UNDO);
     EXPECT_EQ(shownClasses(*reopened.octree()), before) << "after an undo of an edit of the closed octree";
+
+    // Saved and closed, moved, and opened by another name.
+    tool().registerCloud(kUid, reopened.octree());
+    const uint64_t changed = pushAndWait(kUid, polygonEdit(kArrow, screen, 9))->counts().changed;
+    ASSERT_TRUE(tool().writeToStores().ok());
+    reopened.cloud = second.cloud = nullptr;
+    fs::remove(path);
+    const LoadedStore linked(folder.file("hard.brx"));
+    pushAndWait(Category::UNDO);
+    EXPECT_EQ(tool().countUnwritten()[linked.path], changed);
+    ASSERT_TRUE(tool().writeToStores().ok());
+    EXPECT_EQ(readFile(linked.path), records.bytes());
 }
 
 TEST_F(CategoryCalcToolTest, SharesNothingBetweenAStoreAndItsCopy)
@@ -589,6 +655,7 @@ TEST_F(CategoryCalcToolTest, RefusesEditsOfAStoreThatAnotherProcessEditsUnlessTh
     ASSERT_TRUE(other.edits());
     const auto report = pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
     EXPECT_EQ(report->state(), CategoryReport::REFUSED);
+    EXPECT_EQ(report->counts().storesBusy, 1u);
     EXPECT_EQ(report->status().message().rfind(path + ": is being edited by ", 0), 0u)
         << report->status().message();
     EXPECT_GT(pushAndWait(kUid, polygonEdit(kArrow, screen, 9), true)->counts().changed, 0u)

@@ -9,7 +9,6 @@
 #include <osg/MatrixTransform>
 #include <osg/Switch>
 
-#include <future>
 #include <set>
 
 using namespace VelOsgDBBrx;
@@ -206,25 +205,14 @@ TEST_F(EditPlaces, BelowAnAbsoluteTransformFollowTheEye)
 
 TEST_F(EditPlaces, AreThoseOfTheMomentOfThePush)
 {
-    /// Holds the worker up until it is told to go on.
-    class Gate : public BaseCmd
-    {
-    public:
-        explicit Gate(std::shared_future<void> open) : BaseCmd(1, false), _open(std::move(open)) {}
-        void operator()(CullCmdManager*) override { _open.wait(); }
-        void reset(CullCmdManager*) override {}
-
-    private:
-        std::shared_future<void> _open;
-    };
     show();
-    std::promise<void> open;
-    CullCmdManager::getInstance()->push(new Gate(open.get_future().share()));
+    const osg::ref_ptr<Gate> gate = new Gate;
+    CullCmdManager::getInstance()->push(gate);
     const osg::ref_ptr<CullCmd> cmd = polygonCmd<CullCmd>(store.octree(), kArrow, screen);
     CullCmdManager::getInstance()->push(cmd);
     outer->setMatrix(kElsewhere);
     view.frame();
-    open.set_value();
+    gate->open();
     cmd->block();
     EXPECT_EQ(readFile(path), hidden(records, pointsUnder(records, kArrow, screen, kInner * kOuter)).bytes());
     run(new UndoCmd(2));

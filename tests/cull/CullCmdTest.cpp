@@ -14,7 +14,6 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
-#include <future>
 #include <thread>
 
 using namespace VelOsgDBBrx;
@@ -282,25 +281,75 @@ TEST_F(CullCmdTest, LeavesAStoreThatAnotherProcessEditsUnlessThatIsChosen)
     expectHidden(kArrow, 1000);
 }
 
-TEST_F(CullCmdTest, HidesWhatTheDiskHasRoomForAndUndoesExactlyThat)
+TEST_F(CullCmdTest, HidesAndTakesBackWhatTheDiskHasRoomForAndTheRestAtAnotherTry)
 {
     appendHole(path);
     const LoadedStore holed(path);
     const LasRecords withHole = records();
-    CmdResult result;
-    {
-        const NoRoom noRoom(before.bytes().size() / 2);
-        result = run(polygonCmd<CullCmd>(holed.octree(), kEverything, screen));
+    const osg::ref_ptr<osg::Node> leaf =
+        PCDataManager::getInstance()->acquireNodeOrCreate(holed.octree()->root);
+    const auto runWithout = [](uint64_t room, BaseCmd* cmd) {
+        const NoRoom noRoom(room);
+        const CmdResult result = run(cmd);
         EXPECT_GT(result.cellsUnwritten, 0u);
         EXPECT_NE(result.reason.find("make room"), std::string::npos) << result.reason;
-        EXPECT_EQ(result.pointsChanged, countDifferences(withHole, records()));
-        EXPECT_GT(result.pointsChanged, 1000u);
-    }
-    EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, result.pointsChanged);
+        return result.pointsChanged;
+    };
+    const auto expectShownAsStored = [&](const LasRecords& stored) {
+        std::vector<int> bits(stored.size(), -1);
+        addLeafBits(leaf, bits);
+        for (size_t i = 0; i < bits.size(); ++i)
+            if (bits[i] >= 0) {
+                ASSERT_EQ(bits[i], stored.flags(i) & 0x0F) << i;
+            }
+    };
+    const uint64_t left = run(polygonCmd<CullCmd>(holed.octree(), kLeft, screen)).pointsChanged;
+    const uint64_t changed =
+        runWithout(before.bytes().size() / 2, polygonCmd<CullCmd>(holed.octree(), kEverything, screen));
+    EXPECT_GT(changed, 1000u);
+    EXPECT_EQ(left + changed, countDifferences(withHole, records()));
+    expectShownAsStored(records());
+
+    const uint64_t quarter = before.bytes().size() / 4;
+    const uint64_t undone = runWithout(quarter, new UndoCmd(2));
+    EXPECT_GT(undone, 100u);
+    EXPECT_EQ(left + changed - undone, countDifferences(withHole, records()));
+    expectShownAsStored(records());
+    const uint64_t undoneOfBoth = runWithout(quarter, new AllUndoCmd(2));
+    EXPECT_GT(undoneOfBoth, 100u) << "of the first";
+    EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, changed - undone) << "the newest comes first";
+    EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, left - undoneOfBoth);
     EXPECT_TRUE(sameBytes(records(), withHole));
+    expectShownAsStored(records());
+    EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, 0u);
     const uint64_t shown = reset(holed).pointsChanged;
-    EXPECT_GT(shown, 1000u);
     EXPECT_EQ(shown, countDifferences(withHole, records()));
+}
+
+TEST_F(CullCmdTest, AnUndoFollowsTheFileToAnotherOfItsNames)
+{
+    namespace fs = std::filesystem;
+    const std::string moved = folder.file("moved.brx");
+    const std::string copy = folder.file("copy.brx");
+    const uint64_t points = run(polygonCmd<CullCmd>(store.octree(), kArrow, screen)).pointsChanged;
+    const Bytes edited = readFile(path);
+    fs::copy(path, copy);
+    store.cloud = nullptr;
+    fs::rename(path, moved);
+    fs::rename(copy, path);
+    const LoadedStore followed(moved);
+    const LoadedStore other(path);
+    const osg::ref_ptr<osg::Node> leaf =
+        PCDataManager::getInstance()->acquireNodeOrCreate(followed.octree()->root);
+    EXPECT_EQ(run(new UndoCmd(2)).pointsChanged, points);
+    EXPECT_EQ(readFile(moved), before.bytes());
+    EXPECT_EQ(readFile(path), edited) << "a copy at the old name";
+    std::vector<int> bits(before.size(), -1);
+    addLeafBits(leaf, bits);
+    for (size_t i = 0; i < bits.size(); ++i)
+        if (bits[i] >= 0) {
+            ASSERT_EQ(bits[i], before.flags(i) & 0x0F);
+        }
 }
 
 TEST_F(CullCmdTest, LeavesAStoreWhosePathLeadsElsewhereByNow)
@@ -378,17 +427,6 @@ TEST_F(CullCmdTest, ReportsAMissingOrUselessMask)
 
 TEST_F(CullCmdTest, SkipsAStoreThatDiesWhileItsCommandWaits)
 {
-    /// Holds the worker up until it is told to go on.
-    class Gate : public BaseCmd
-    {
-    public:
-        explicit Gate(std::shared_future<void> open) : BaseCmd(1, false), _open(std::move(open)) {}
-        void operator()(CullCmdManager*) override { _open.wait(); }
-        void reset(CullCmdManager*) override {}
-
-    private:
-        std::shared_future<void> _open;
-    };
     const std::string otherPath = writeMarkedStore(folder, 500, 2, "other.brx");
     auto other = std::make_unique<LoadedStore>(otherPath);
     const auto cmd = polygonCmd<CullCmd>(other->octree(), kEverything, screen);
@@ -397,12 +435,13 @@ TEST_F(CullCmdTest, SkipsAStoreThatDiesWhileItsCommandWaits)
     cmd->setOctreeInfos(infos);
     const Bytes otherBefore = readFile(otherPath);
 
-    std::promise<void> open;
-    CullCmdManager::getInstance()->push(new Gate(open.get_future().share()));
+    const osg::ref_ptr<Gate> gate = new Gate;
+    CullCmdManager::getInstance()->push(gate);
     CullCmdManager::getInstance()->push(cmd);
     other.reset();
-    open.set_value();
+    gate->open();
     cmd->block();
+    EXPECT_FALSE(gate->isSave());
     EXPECT_EQ(cmd->getResult().storesGone, 1u);
     EXPECT_GT(cmd->getResult().pointsChanged, 1000u) << "the store that lives is edited";
     EXPECT_EQ(readFile(otherPath), otherBefore);

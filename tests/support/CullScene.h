@@ -15,6 +15,7 @@
 #include <osg/ref_ptr>
 
 #include <cstdint>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,19 @@ void addLeafBits(const osg::Node* leaf, std::vector<int>& bits);
 
 /// Pushes a command made with a barrier count of 2, waits for it, and returns its result.
 VelOsgDBBrx::CmdResult run(VelOsgDBBrx::BaseCmd* cmd);
+
+/// Holds the worker of the command manager up until it is opened. Not kept for undo.
+class Gate : public VelOsgDBBrx::BaseCmd
+{
+public:
+    Gate() : BaseCmd(1) {}
+    void open() { _open.set_value(); }
+    void operator()(VelOsgDBBrx::CullCmdManager*) override { _open.get_future().wait(); }
+    void reset(VelOsgDBBrx::CullCmdManager*) override {}
+
+private:
+    std::promise<void> _open;
+};
 
 /// A cull or un-cull command, ready to push, barrier count 2.
 template <class Cmd>

@@ -36,6 +36,7 @@ public:
 
     bool isRunning() const;
     void signal(int number) const;
+    pid_t process() const { return _process; }
 
     /// Waits for its end.
     ProgramResult wait();

@@ -1,6 +1,7 @@
 #include "viewer/EditKeys.h"
 
 #include "tests/support/DocsPage.h"
+#include "tests/support/OtherEditor.h"
 #include "tests/viewer/ShownSurvey.h"
 #include "viewer/CloseRequests.h"
 #include "viewer/Window.h"
@@ -248,6 +249,30 @@ TEST_F(EditKeysTest, ResetAsksAndADrawingGoesWithThePictureItWasDrawnOn)
     press('N'); // another view
     press('x');
     EXPECT_EQ(visiblePoints(), 400u);
+}
+
+TEST_F(EditKeysTest, AStoreThatAnotherProgramEditsIsEditedOnlyWhereThatIsChosen)
+{
+    OtherEditor other(shown.store());
+    ASSERT_TRUE(other.edits());
+    press('E');
+    for (const char operation : {'x', 'K'}) {
+        drawAll();
+        press(operation);
+        press('e' - 'a' + 'A'); // no answer
+        press(kEscape);
+        press(kEscape);
+    }
+    EXPECT_EQ(visiblePoints(), 400u);
+    EXPECT_EQ(unsaved(), 0u);
+    drawAll();
+    press('9');
+    press('K');
+    press('e');
+    EXPECT_EQ(unsaved(), 400u) << "the operation that was refused";
+    drawAll();
+    press('x');
+    EXPECT_EQ(visiblePoints(), 0u) << "the choice holds";
 }
 
 TEST_F(EditKeysTest, TheOutlineIsDrawnWhereTheUserClickedAndScreenshotsHaveIt)

@@ -136,6 +136,16 @@ TEST_F(ScriptRun, EditsWhatAPolygonInWorldCoordinatesSurrounds)
     EXPECT_NE(pixel(*top, 145, 75), background) << "mirrored";
     EXPECT_NE(pixel(*top, 55, 125), background) << "upside down";
 
+    // Of a picture of 4 m in height the polygon is five times as wide.
+    run(R"({"op": "reset"}, {"op": "camera", "view": "top", "projection": "orthographic", "height": 4},
+           {"op": "cull", )" +
+        around(survey, {0, 0}, {19, 19}, survey.z) + R"(}, {"op": "undo"}, {"op": "undo"})");
+    expectSuccess();
+    EXPECT_EQ(line(3)["points"], 400);
+    EXPECT_EQ(line(4)["undone"], "hide inside");
+    EXPECT_EQ(line(4)["points"], 400);
+    EXPECT_FALSE(line(5).contains("undone"));
+
     run(R"({"op": "camera", "eye": [0, 0, 10], "center": [0, 0, 0], "up": [0, 1, 0]},
            {"op": "cull", "worldPolygon": [[1, 1, 0], [2, 1, 0], [2, 2, 11]]})");
     expectFailure("edit.json: operation 3 (cull): vertex 3 is behind the camera");
@@ -242,6 +252,41 @@ TEST_F(ScriptRun, StopsAtAReadOnlyStoreBeforeAnythingIsEdited)
     expectFailure(store);
     EXPECT_EQ(lines.back()["unsaved"], 0);
     EXPECT_TRUE(readFile(store) == before);
+}
+
+TEST_F(ScriptRun, TellsASecondProgramWhoEditsAndTheFirstWhatTheSecondWrote)
+{
+    build();
+    std::string steps = kTop + ", " + kToSeven;
+    for (int i = 0; i < 500; ++i)
+        steps += R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"})";
+    RunningProgram first(
+        {BRXVIEW, "--script", writeScript("first.json", steps + R"(, {"op": "save"})"), store}, {"DISPLAY"});
+    while (first.isRunning() && first.out().find(R"("op":"classify","points":400)") == std::string::npos)
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    first.signal(SIGSTOP); // it has the store and has not saved
+
+    const std::string westToNine =
+        R"({"op": "classify", "polygon": [[-9, -9], [100, -9], [100, 209], [-9, 209]], "to": 9})";
+    const std::string process = "process " + std::to_string(first.process()) + " (brxview)";
+    for (const std::string& edit : {R"({"op": "cull", )" + kAll + "}", westToNine}) {
+        run(kTop + ", " + render("look.png") + ", " + edit);
+        expectFailure(store + ": is being edited by ");
+        expectFailure(process);
+        EXPECT_EQ(lines.back()["done"], 3) << "it may look";
+    }
+    run(kTop + ", " + westToNine + R"(, {"op": "save"})", {"--edit-anyway"});
+    expectSuccess();
+    EXPECT_EQ(line(3)["points"], 200);
+
+    first.signal(SIGCONT);
+    finish(first.wait());
+    expectFailure("somebody else has given 200 of the points another class");
+    EXPECT_EQ(lines.back()["unsaved"], 200);
+    VelBrx::PointCounts counts;
+    ASSERT_TRUE(VelBrx::countPoints(store, counts));
+    EXPECT_EQ(counts.byClass[9], 200u) << "as the second wrote them";
+    EXPECT_EQ(counts.byClass[7], 200u);
 }
 
 TEST_F(ScriptRun, StopsAtAViewThatDoesNotSettleInTime)

@@ -1,0 +1,53 @@
+#include "loading/OpenOctrees.h"
+
+#include <osg/observer_ptr>
+
+#include <map>
+#include <mutex>
+#include <vector>
+
+namespace {
+
+using Octrees = std::vector<osg::observer_ptr<OctreeInfo>>;
+
+struct OpenOctrees
+{
+    std::mutex mutex;
+    std::map<VelBrx::FileIdentity, Octrees> byFile; ///< guarded by mutex; the last opened at the back
+};
+
+OpenOctrees& all()
+{
+    static OpenOctrees octrees;
+    return octrees;
+}
+
+void dropClosed(Octrees& octrees)
+{
+    while (!octrees.empty() && !octrees.back().valid())
+        octrees.pop_back();
+}
+
+} // namespace
+
+void noteOpenOctree(OctreeInfo& octree)
+{
+    const std::lock_guard<std::mutex> guard(all().mutex);
+    auto& byFile = all().byFile;
+    for (auto file = byFile.begin(); file != byFile.end();) {
+        dropClosed(file->second);
+        file = file->second.empty() ? byFile.erase(file) : std::next(file);
+    }
+    byFile[octree.pointFile->identity()].emplace_back(&octree);
+}
+
+osg::ref_ptr<OctreeInfo> findOpenOctree(const VelBrx::FileIdentity& file)
+{
+    const std::lock_guard<std::mutex> guard(all().mutex);
+    osg::ref_ptr<OctreeInfo> open;
+    const auto found = all().byFile.find(file);
+    if (found == all().byFile.end()) return open;
+    for (auto octree = found->second.rbegin(); octree != found->second.rend(); ++octree)
+        if (octree->lock(open)) break;
+    return open;
+}
