@@ -72,8 +72,14 @@ protected:
     void expectReclassified(const std::vector<bool>& points)
     {
         pushAndWait(kUid, polygonEdit(kArrow, screen, 9));
+        expectClasses(points, 9);
+    }
+
+    /// What the edits so far come to; takes them back.
+    void expectClasses(const std::vector<bool>& points, int toClass)
+    {
         const Classes expected =
-            edited(before, points, 9, [&](size_t i) { return !(records.flags(i) & kHiddenBits); });
+            edited(before, points, toClass, [&](size_t i) { return !(records.flags(i) & kHiddenBits); });
         EXPECT_EQ(CategoryCalcTool::getInstance()->getAllModify64()[kUid], difference(before, expected));
         pushAndWait(Category::RESET);
     }
@@ -210,12 +216,20 @@ TEST_F(EditPlaces, AreThoseOfTheMomentOfThePush)
     CullCmdManager::getInstance()->push(gate);
     const osg::ref_ptr<CullCmd> cmd = polygonCmd<CullCmd>(store.octree(), kArrow, screen);
     CullCmdManager::getInstance()->push(cmd);
+    CategoryCalcTool& tool = *CategoryCalcTool::getInstance();
+    store.octree()->pointFile->mutex.lock(); // the tool comes no further than to its first edit
+    for (const int toClass : {9, 10})
+        tool.push(osg::ref_ptr<Category>(new Category(kUid, polygonEdit(kArrow, screen, toClass))));
     outer->setMatrix(kElsewhere);
     view.frame();
+    store.octree()->pointFile->mutex.unlock();
+    tool.waitUntilHandled(); // it leaves hidden points out
     gate->open();
     cmd->block();
-    EXPECT_EQ(readFile(path), hidden(records, pointsUnder(records, kArrow, screen, kInner * kOuter)).bytes());
+    const std::vector<bool> under = pointsUnder(records, kArrow, screen, kInner * kOuter);
+    EXPECT_EQ(readFile(path), hidden(records, under).bytes());
     run(new UndoCmd(2));
+    expectClasses(under, 10);
 }
 
 TEST_F(EditPlaces, LeaveNothingOutForBeingNear)

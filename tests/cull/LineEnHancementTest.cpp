@@ -155,18 +155,6 @@ TEST_F(LineEnHancementTest, GivesWindowPositionAndDepth)
     EXPECT_TRUE(cmd->getAllLineEnHancementPoint().empty());
 }
 
-TEST_F(LineEnHancementTest, FindsAMovedCloudWhereItIsShown)
-{
-    const Polygon line = {{30.5, 20.5}, {160.5, 60.5}};
-    const std::set<double> before = found(store, line, 1, 9, screen);
-    const osg::Matrixd moved =
-        osg::Matrixd::rotate(0.5, osg::Z_AXIS) * osg::Matrixd::translate(4000, 100, -20);
-    store.octree()->transform = moved;
-    screen.view = osg::Matrixd::inverse(moved) * screen.view;
-    EXPECT_EQ(found(store, line, 1, 9, screen), before);
-    EXPECT_GT(before.size(), 100u);
-}
-
 TEST_F(LineEnHancementTest, CanLeaveHiddenPointsOut)
 {
     const Polygon line = {{30.5, 20.5}, {160.5, 60.5}};
@@ -177,19 +165,6 @@ TEST_F(LineEnHancementTest, CanLeaveHiddenPointsOut)
         expected += all.count(records.gpsTime(i)) && !(records.flags(i) & 0x0F);
     EXPECT_LT(visible.size(), all.size());
     EXPECT_EQ(visible.size(), expected);
-}
-
-TEST_F(LineEnHancementTest, NeverCountsTheFirstRowAndColumn)
-{
-    EXPECT_TRUE(found(store, {{0, 75}, {100, 75}}, 1, 50, screen).empty()) << "a level line has one row only";
-    EXPECT_TRUE(found(store, {{75, 0}, {75, 100}}, 1, 50, screen).empty());
-    const std::set<double> diagonal = found(store, {{40, 40}, {140, 110}}, 1, 60, screen);
-    EXPECT_GT(diagonal.size(), 100u);
-    for (size_t i = 0; i < records.size(); ++i)
-        if (diagonal.count(records.gpsTime(i))) {
-            EXPECT_GE(window(i).x(), 40.5);
-            EXPECT_GE(window(i).y(), 40.5);
-        }
 }
 
 TEST_F(LineEnHancementTest, FindsNothingWithoutARaster)

@@ -112,14 +112,6 @@ TEST(PolygonMaskTool, RefusesWindowsWithoutPixels)
     EXPECT_FALSE(maskOf({}, 4, -1));
 }
 
-TEST(PolygonMaskTool, KeepsNotchesOfOnePixel)
-{
-    EXPECT_EQ(drawingOf({{{0, 0}, {8, 0}, {8, 4}, {5, 4}, {5, 1}, {4, 1}, {4, 4}, {0, 4}}}),
-              "|########|####.###|####.###|####.###");
-    EXPECT_EQ(drawingOf({{{0, 0}, {3, 0}, {3, 1}, {1, 1}, {1, 2}, {3, 2}, {3, 4}, {0, 4}}}),
-              "|###.....|#.......|###.....|###.....");
-}
-
 TEST(PolygonMaskTool, CoversEachPixelOnceAlongAnEdgeThatTwoPolygonsShare)
 {
     std::mt19937 random(9);

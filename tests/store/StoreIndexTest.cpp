@@ -135,16 +135,6 @@ TEST(StoreIndex, IsRefusedWhenItHoldsMorePointsThanOneDrawCallTakes)
     EXPECT_NE(status.message().find("more points than can be drawn"), std::string::npos) << status.message();
 }
 
-TEST(StoreIndex, IsRefusedWhenAnyOfItsBytesIsMissingOrTooMuch)
-{
-    std::vector<uint8_t> bytes = encodeIndex(smallStore().index);
-    StoreIndex decoded;
-    for (size_t length = 0; length < bytes.size(); ++length)
-        ASSERT_FALSE(decodeIndex(bytes.data(), length, 14, decoded)) << length;
-    bytes.push_back(0);
-    EXPECT_FALSE(decode(bytes, 14, decoded));
-}
-
 TEST(StoreIndex, IsRefusedOrStaysWithinBoundsWhateverBitAForgerFlips)
 {
     const std::vector<uint8_t> good = encodeIndex(smallStore().index);

@@ -101,30 +101,6 @@ TEST(PointLevels, AreThoseOfTheDefinition)
     }
 }
 
-TEST(PointLevels, LeaveOnePointInEachColumnOfAGentleSlope)
-{
-    std::mt19937_64 random(9);
-    std::vector<TreePoint> points;
-    constexpr uint64_t kSide = 1 << kMortonLevels;
-    for (uint32_t ordinal = 0; ordinal < 400000; ++ordinal) {
-        const uint64_t x = random() % (kSide / 16);
-        const uint64_t y = random() % (kSide / 16);
-        points.push_back({columnCode(x, y, (x + 2 * y) / 10 + random() % 64), ordinal, 0});
-    }
-    std::sort(points.begin(), points.end(), isBefore);
-    assignLevels(points.data(), points.size(), ordinalsOf(points).data());
-    for (unsigned level : {1u, 2u, 3u}) {
-        std::map<uint64_t, int> perColumn;
-        for (const TreePoint& point : points) {
-            int& count = perColumn[point.code >> (kMortonLevels + 2 * (kMortonLevels - level - kGridDigits))];
-            count += point.level <= level;
-        }
-        EXPECT_EQ(perColumn.size(), size_t(1) << (2 * level + 6));
-        for (const auto& [column, count] : perColumn)
-            ASSERT_EQ(count, 1) << "level " << level;
-    }
-}
-
 TEST(PointLevels, ComeOutSoonOfALineMadeForRanksToRise)
 {
     constexpr uint32_t kCount = 100000;
@@ -161,71 +137,4 @@ TEST(PointLevels, SpreadPointsOfOnePlaceByPowersOfFour)
     EXPECT_EQ(counts[16], 12u);
     EXPECT_EQ(counts[20], 3072u);
     EXPECT_EQ(counts[21], 904u);
-}
-
-TEST(PointLevels, AreThoseOfTheWholeForAPartThatEndsAtColumnBorders)
-{
-    std::vector<TreePoint> points = clusteredPoints(3000);
-    std::vector<TreePoint> parts = points;
-    assignLevels(points.data(), points.size(), ordinalsOf(points).data());
-    constexpr unsigned kBelowColumn = kMortonLevels + 2 * (kMortonLevels - kGridDigits);
-    for (size_t first = 0, end; first < parts.size(); first = end) {
-        for (end = first;
-             end < parts.size() && parts[end].code >> kBelowColumn == parts[first].code >> kBelowColumn;)
-            ++end;
-        assignLevels(&parts[first], end - first, ordinalsOf(points).data());
-    }
-    for (size_t i = 0; i < points.size(); ++i)
-        ASSERT_EQ(parts[i].level, points[i].level);
-}
-
-TEST(PointLevels, ComeOutOfPartsOfColumnsInTwoSteps)
-{
-    std::vector<TreePoint> points = clusteredPoints(3000);
-    const std::vector<uint64_t> ordinals = ordinalsOf(points);
-    std::vector<TreePoint> parts = points;
-    assignLevels(points.data(), points.size(), ordinals.data());
-    constexpr unsigned kDigits = kGridDigits + 3;
-    for (size_t first = 0, end; first < parts.size(); first = end) {
-        for (end = first; end < parts.size() &&
-                          columnOf(parts[end].code, kDigits) == columnOf(parts[first].code, kDigits);)
-            ++end;
-        assignLevels(&parts[first], end - first, ordinals.data(), kDigits);
-    }
-    std::vector<TreePoint> open;
-    for (const TreePoint& point : parts)
-        if (point.level == 3) open.push_back(point);
-    ASSERT_LT(open.size(), points.size() / 2);
-    assignLevels(open.data(), open.size(), ordinals.data());
-    auto decided = open.begin();
-    for (size_t i = 0; i < points.size(); ++i)
-        ASSERT_EQ(parts[i].level == 3 ? (decided++)->level : parts[i].level, points[i].level);
-}
-
-TEST(PointLevels, SortsByCodeThenOrdinal)
-{
-    for (size_t count : {1u, 2u, 255u, 5000u}) {
-        const std::vector<TreePoint> sorted = clusteredPoints(count);
-        std::vector<TreePoint> points = sorted;
-        std::shuffle(points.begin(), points.end(), std::mt19937(1));
-        std::vector<TreePoint> scratch(count);
-        sortByCode(points.data(), count, scratch.data(), ordinalsOf(points).data());
-        for (size_t i = 0; i < count; ++i)
-            ASSERT_EQ(points[i].index, sorted[i].index);
-    }
-}
-
-TEST(PointLevels, TurnColumnCodesIntoMortonCodes)
-{
-    std::mt19937_64 random(2);
-    for (int trial = 0; trial < 1000; ++trial) {
-        std::array<uint64_t, 3> place{};
-        uint64_t expected = 0;
-        for (unsigned axis = 0; axis < 3; ++axis) {
-            place[axis] = random() % (1 << kMortonLevels);
-            for (unsigned bit = 0; bit < kMortonLevels; ++bit)
-                expected |= (place[axis] >> bit & 1) << (3 * bit + axis);
-        }
-        ASSERT_EQ(mortonCodeOf(columnCode(place[0], place[1], place[2])), expected);
-    }
 }

@@ -25,14 +25,6 @@ TEST(Crc32c, GivesThePublishedValues)
     EXPECT_EQ(crc32c(std::vector<uint8_t>(32, 0xFF).data(), 32), 0x62A8AB43u);
 }
 
-TEST(Crc32c, ContinuesOverPiecesOfAnyLength)
-{
-    const std::string text = "the quick brown fox jumps over the lazy dog";
-    const auto* data = reinterpret_cast<const uint8_t*>(text.data());
-    for (size_t cut = 0; cut <= text.size(); ++cut)
-        EXPECT_EQ(crc32c(data + cut, text.size() - cut, crc32c(data, cut)), crcOfText(text)) << cut;
-}
-
 TEST(Crc32c, OfAWholeFollowsFromThoseOfItsParts)
 {
     std::vector<uint8_t> data(100003);

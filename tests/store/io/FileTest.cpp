@@ -56,20 +56,6 @@ TEST(File, MapsEveryRangeInsideTheFileAndNoOther)
         EXPECT_EQ(file.map(range[0], range[1]), nullptr) << range[0] << ' ' << range[1];
 }
 
-TEST(File, WritesThroughToTheFile)
-{
-    const TempFolder folder;
-    const std::string path = folder.write("a", {1, 2, 3});
-    {
-        File file(path.c_str());
-        ASSERT_TRUE(file.isWritable());
-        static_cast<uint8_t*>(file.map(1, 1))[0] = 77;
-        EXPECT_TRUE(file.sync());
-    }
-    File again(path.c_str());
-    EXPECT_EQ(static_cast<const uint8_t*>(again.map(0, 3))[1], 77);
-}
-
 TEST(File, IsNotValidWhenThereIsNothingToMap)
 {
     const TempFolder folder;
@@ -86,26 +72,6 @@ TEST(File, IsNotValidWhenThereIsNothingToMap)
         EXPECT_EQ(file.map(0, 1), nullptr) << path;
         EXPECT_FALSE(file.sync()) << path;
     }
-}
-
-TEST(File, OfAReadOnlyFileIsValidAndNotWritable)
-{
-    const TempFolder folder;
-    const std::string path = folder.write("a", {1, 2, 3});
-    std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
-    std::filesystem::permissions(path, std::filesystem::perms(0444));
-    const bool isSuperuser = geteuid() == 0; // who may write every file
-    if (isSuperuser) {
-        ASSERT_EQ(seteuid(kNobody), 0);
-    }
-    File file(path.c_str());
-    if (isSuperuser) {
-        ASSERT_EQ(seteuid(0), 0);
-    }
-    EXPECT_TRUE(file.isOpen());
-    EXPECT_TRUE(file.isValid());
-    EXPECT_FALSE(file.isWritable());
-    EXPECT_EQ(static_cast<const uint8_t*>(file.map(0, 3))[2], 3);
 }
 
 TEST(File, RefusesWhatWasCutOffSinceItWasOpened)

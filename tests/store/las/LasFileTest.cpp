@@ -70,16 +70,6 @@ TEST_F(LasFileTest, ReadsHeadsOfEveryVersion)
     }
 }
 
-TEST_F(LasFileTest, ReadsExtendedRecordsBehindThePoints)
-{
-    TestLas las = threePoints();
-    las.evlrs.push_back({"somebody", 9, {1, 2, 3}});
-    const LasFile file = read(las.bytes());
-    ASSERT_EQ(file.evlrs.size(), 1u);
-    EXPECT_EQ(file.evlrs[0].data, (std::vector<uint8_t>{1, 2, 3}));
-    EXPECT_EQ(file.pointCount, 3u);
-}
-
 TEST_F(LasFileTest, TakesWhatIsThereAndSaysSoWhenTheHeadLies)
 {
     const std::vector<uint8_t> sound = threePoints().bytes();

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <random>
 #include <vector>
 
@@ -77,19 +76,6 @@ TEST(RecordFormat, PutsLegacyAttributesWhereFormat7HasThem)
     EXPECT_EQ(loadLe<uint16_t>(record + LasLayout::kPointSource), 4711);
     EXPECT_EQ(loadLe<double>(record + LasLayout::kGpsTime), 123456.789);
     EXPECT_EQ(loadLe<uint16_t>(record + LasLayout::kBlue), 3000);
-}
-
-TEST(RecordFormat, TakesEveryScanAngleRankToTheNearestUnit)
-{
-    const RecordFormat format(0, 20);
-    for (int rank = -128; rank <= 127; ++rank) {
-        std::vector<uint8_t> source(20, 0);
-        source[16] = static_cast<uint8_t>(rank);
-        const Decoded decoded = decodeOne(format, source);
-        const double degrees = 0.006 * loadLe<int16_t>(&decoded.record[LasLayout::kScanAngle]);
-        EXPECT_LE(std::abs(degrees - rank), 0.003);
-        EXPECT_EQ(encodeOne(format, decoded)[16], source[16]) << rank;
-    }
 }
 
 TEST(RecordFormat, HidesWithheldPointsAndNoOthers)
