@@ -3,6 +3,7 @@
 #include "category/CompileFirst.h"
 #include "category/EditRequest.h"
 #include "category/StoredClasses.h"
+#include "loading/OpenOctrees.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/PCDataManager.h>
@@ -45,6 +46,7 @@ CategoryCalcTool* CategoryCalcTool::getInstance()
 CategoryCalcTool::CategoryCalcTool() : _history(std::make_unique<EditHistory>())
 {
     // The worker uses these: constructed before this object, they are destroyed after it.
+    findOpenOctree({});
     PCDataManager::getInstance();
     PCViewerManager::getInstance();
     UnwrittenClasses::instance();

@@ -1,5 +1,7 @@
 #include <VelOsgDBBrx/CullCmdManager.h>
 
+#include "loading/OpenOctrees.h"
+
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgUtils/ThreadCount.h>
@@ -26,7 +28,8 @@ CullCmdManager* CullCmdManager::getInstance()
 
 CullCmdManager::CullCmdManager()
 {
-    // The worker uses both registries: constructed before this object, they are destroyed after it.
+    // The worker uses these registries: constructed before this object, they are destroyed after it.
+    findOpenOctree({});
     PCDataManager::getInstance();
     PCViewerManager::getInstance();
     _worker = std::thread([this] {
