@@ -1,7 +1,7 @@
 #include "bench/TiledSurvey.h"
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/SampleSurvey.h>

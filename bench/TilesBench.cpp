@@ -6,9 +6,9 @@
 #include "bench/TiledSurvey.h"
 
 #include "headless/EglGraphicsWindow.h"
-#include "viewer/ContextServices.h"
-#include "viewer/Scene.h"
-#include "viewer/Window.h"
+#include "viewer/scene/ContextServices.h"
+#include "viewer/scene/Scene.h"
+#include "viewer/window/Window.h"
 
 #include <VelOsgDBBrx/CalcLevelVisitor.h>
 

@@ -1,8 +1,9 @@
 #include "category/ClassEdit.h"
 
 #include "category/StoredClasses.h"
-#include "cull/StoreEdit.h"
+#include "edit/StoreEdit.h"
 #include "loading/CellLeaf.h"
+#include "loading/PointAttributes.h"
 #include "loading/PointRecords.h"
 
 #include <VelOsgDBBrx/CellData.h>
@@ -104,15 +105,12 @@ namespace {
 /// Gives the changed points in the loaded leaves of a cell their classes.
 void show(const EditedCell& edited)
 {
-    constexpr uint32_t kAllButClass = 0x00FFFFFF;
     const std::vector<uint8_t>& before = *edited.before;
     const std::vector<uint8_t>& after = *edited.after;
     const auto edit = [&](osg::IntArray& attribute) {
         const size_t count = std::min<size_t>(attribute.size(), after.size());
         for (size_t i = 0; i < count; ++i)
-            if (before[i] != after[i])
-                attribute[i] =
-                    static_cast<int>(uint32_t(after[i]) << 24 | (uint32_t(attribute[i]) & kAllButClass));
+            if (before[i] != after[i]) attribute[i] = PointAttributes::withClass(attribute[i], after[i]);
         return true;
     };
     const CellPlace& place = *edited.place;

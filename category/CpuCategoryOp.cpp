@@ -1,8 +1,8 @@
 #include "category/CpuCategoryOp.h"
 
 #include "category/CompileFirst.h"
-#include "cull/CloudPlaces.h"
-#include "cull/ScreenMask.h"
+#include "edit/CloudPlaces.h"
+#include "edit/ScreenMask.h"
 #include "loading/CellLeaf.h"
 
 #include <VelOsgDBBrx/CellData.h>

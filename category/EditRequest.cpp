@@ -1,6 +1,6 @@
 #include "category/EditRequest.h"
 
-#include "cull/ScreenMask.h"
+#include "edit/ScreenMask.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/PCViewerManager.h>

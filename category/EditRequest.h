@@ -1,7 +1,7 @@
 #pragma once
 
 #include "category/EditHistory.h"
-#include "cull/CloudPlaces.h"
+#include "edit/CloudPlaces.h"
 
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/Category.h>

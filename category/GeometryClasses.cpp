@@ -1,27 +1,20 @@
 #include "category/GeometryClasses.h"
 
 #include "loading/CellGeometry.h"
+#include "loading/PointAttributes.h"
 #include "loading/PointRecords.h"
 
 #include <algorithm>
 
 using VelOsgDBBrx::Base;
 
+using PointAttributes::classOf;
+
 namespace {
 
 osg::IntArray* categoriesOf(osg::Geometry& geometry)
 {
     return dynamic_cast<osg::IntArray*>(geometry.getVertexAttribArray(CellGeometry::kCategoryLocation));
-}
-
-uint8_t classOf(int category)
-{
-    return static_cast<uint8_t>(static_cast<uint32_t>(category) >> 24);
-}
-
-void setClass(int& category, uint8_t code)
-{
-    category = static_cast<int>((static_cast<uint32_t>(category) & 0x00FFFFFF) | uint32_t(code) << 24);
 }
 
 bool mayChange(const Base& base, uint8_t code)
@@ -58,13 +51,13 @@ GeometryChange editClasses(osg::Geometry& geometry, const Base& base, const Scre
     for (size_t i = 0; i < count; ++i) {
         const int category = (*categories)[i];
         const osg::Vec4d p((*vertices)[i], 1);
-        const bool changes = !(category & kHiddenAttributeBits) && classOf(category) != base.toClass &&
-                             mayChange(base, classOf(category)) && isInside(base.planesA, p) &&
-                             isUnder(mask, p * base.vpw);
+        const bool changes = !(category & PointAttributes::kHiddenBits) &&
+                             classOf(category) != base.toClass && mayChange(base, classOf(category)) &&
+                             isInside(base.planesA, p) && isUnder(mask, p * base.vpw);
         if (!changes) continue;
         change.points.push_back(static_cast<uint32_t>(i));
         change.classes.push_back(classOf(category));
-        setClass((*categories)[i], static_cast<uint8_t>(base.toClass));
+        (*categories)[i] = PointAttributes::withClass(category, static_cast<uint8_t>(base.toClass));
     }
     if (!change.points.empty()) categories->dirty();
     return change;
@@ -78,7 +71,7 @@ GeometryChange revertChange(const GeometryChange& change)
         if (change.points[i] >= categories->size()) continue; // the host has replaced the array
         int& category = (*categories)[change.points[i]];
         reverted.classes[i] = classOf(category);
-        setClass(category, change.classes[i]);
+        category = PointAttributes::withClass(category, change.classes[i]);
     }
     if (categories) categories->dirty();
     return reverted;

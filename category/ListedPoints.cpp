@@ -1,6 +1,6 @@
 #include "category/ListedPoints.h"
 
-#include "cull/StoreEdit.h"
+#include "edit/StoreEdit.h"
 
 #include <VelOsgDBBrx/CellData.h>
 

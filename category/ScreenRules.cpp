@@ -1,9 +1,9 @@
 #include "category/ScreenRules.h"
 
 #include "category/StoredClasses.h"
-#include "cull/CloudPlaces.h"
-#include "cull/ScreenRegion.h"
-#include "cull/StoreEdit.h"
+#include "edit/CloudPlaces.h"
+#include "edit/ScreenRegion.h"
+#include "edit/StoreEdit.h"
 #include "loading/PointRecords.h"
 
 #include <algorithm>

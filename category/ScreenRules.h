@@ -1,7 +1,7 @@
 #pragma once
 
-#include "cull/RecordScreenTest.h"
-#include "cull/ScreenMask.h"
+#include "edit/RecordScreenTest.h"
+#include "edit/ScreenMask.h"
 
 #include <VelOsgDBBrx/Category.h>
 #include <VelOsgDBBrx/OctreeInfo.h>

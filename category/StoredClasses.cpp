@@ -1,6 +1,6 @@
 #include "category/StoredClasses.h"
 
-#include "cull/StoreEdit.h"
+#include "edit/StoreEdit.h"
 #include "loading/OpenOctrees.h"
 #include "loading/PointRecords.h"
 

@@ -1,6 +1,6 @@
 #include "cull/ChangeRecord.h"
 
-#include "cull/StoreEdit.h"
+#include "edit/StoreEdit.h"
 #include "loading/OpenOctrees.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include <VelOsgDBBrx/LineEnHancement.h>
 
-#include "cull/CloudPlaces.h"
-#include "cull/StoreEdit.h"
+#include "edit/CloudPlaces.h"
+#include "edit/StoreEdit.h"
 #include "loading/PointRecords.h"
 
 #include <VelOsgDBBrx/PCViewerManager.h>

@@ -1,10 +1,10 @@
 #include <VelOsgDBBrx/LineSearchCmd.h>
 
-#include "cull/CloudPlaces.h"
 #include "cull/LineStrip.h"
-#include "cull/RecordScreenTest.h"
-#include "cull/ScreenRegion.h"
-#include "cull/StoreEdit.h"
+#include "edit/CloudPlaces.h"
+#include "edit/RecordScreenTest.h"
+#include "edit/ScreenRegion.h"
+#include "edit/StoreEdit.h"
 #include "loading/PointRecords.h"
 #include "loading/UnwrittenClasses.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cull/ScreenMask.h"
+#include "edit/ScreenMask.h"
 
 #include <osg/Vec2d>
 

@@ -1,9 +1,11 @@
 #include "cull/ChangeRecord.h"
-#include "cull/CloudPlaces.h"
-#include "cull/RecordScreenTest.h"
-#include "cull/ScreenMask.h"
-#include "cull/ScreenRegion.h"
-#include "cull/StoreEdit.h"
+#include "cull/StoreProblems.h"
+#include "edit/CloudPlaces.h"
+#include "edit/RecordScreenTest.h"
+#include "edit/ScreenMask.h"
+#include "edit/ScreenRegion.h"
+#include "edit/StoreEdit.h"
+#include "loading/PointAttributes.h"
 #include "loading/PointRecords.h"
 
 #include <VelBrx/FileWriter.h>
@@ -258,7 +260,7 @@ void PolygonPointCmd::editStore(OctreeInfo& octree, const ScreenMask& mask, CmdR
     const StoreEditLock lock(octree);
     std::vector<ChangeRecord::Cell> cells = markCells(octree, reached, test, hides ? kHide : kShow, result);
     if (cells.empty()) return;
-    editLoadedCells(cells, hides ? 0 : kHiddenAttributeBits, hides ? kCulledAttributeBit : 0);
+    editLoadedCells(cells, hides ? 0 : PointAttributes::kHiddenBits, hides ? PointAttributes::kCulledBit : 0);
     _changes->stores.push_back({&octree, octree.pointFile->identity(), std::move(cells)});
 }
 
@@ -277,7 +279,7 @@ void PolygonPointCmd::undo(bool inStore)
         const StoreEditLock lock(*octree);
         std::vector<ChangeRecord::Cell> unwritten;
         if (inStore) unwritten = showRecords(*octree, store.cells, result);
-        editLoadedCells(store.cells, kHiddenAttributeBits, 0);
+        editLoadedCells(store.cells, PointAttributes::kHiddenBits, 0);
         if (!unwritten.empty()) left.push_back({store.octree, store.file, std::move(unwritten)});
     }
     _changes->stores = std::move(left);

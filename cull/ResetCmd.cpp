@@ -1,6 +1,8 @@
 #include <VelOsgDBBrx/ResetCmd.h>
 
-#include "cull/StoreEdit.h"
+#include "cull/StoreProblems.h"
+#include "edit/StoreEdit.h"
+#include "loading/PointAttributes.h"
 #include "loading/PointRecords.h"
 
 #include <VelBrx/FileWriter.h>
@@ -30,8 +32,8 @@ bool showAttribute(osg::IntArray& attribute)
 {
     bool changed = false;
     for (int& value : attribute) {
-        changed |= (value & kHiddenAttributeBits) != 0;
-        value &= ~kHiddenAttributeBits;
+        changed |= (value & PointAttributes::kHiddenBits) != 0;
+        value &= ~PointAttributes::kHiddenBits;
     }
     return changed;
 }

@@ -4,6 +4,7 @@
 #include "loading/CellLeaf.h"
 #include "loading/HeldPoints.h"
 #include "loading/ModelMatrix.h"
+#include "loading/PointAttributes.h"
 #include "loading/UnwrittenClasses.h"
 
 #include <VelOsgDBBrx/CellData.h>
@@ -16,7 +17,7 @@
 
 namespace {
 
-constexpr int64_t kRecordSize = 36;
+constexpr int64_t kRecordSize = VelBrx::PointRecord::kPointSize;
 constexpr int64_t kNormalSize = 16; ///< also the size of the normals file's header
 
 template <typename T>
@@ -81,13 +82,11 @@ struct DecodedBlock
     int greenAndBlue[kCapacity];
 };
 
-int packHalves(uint16_t high, uint16_t low)
-{
-    return static_cast<int>(static_cast<uint32_t>(high) << 16 | low);
-}
-
 void DecodedBlock::decode(const uint8_t* records, int64_t count, int64_t firstIndex, const OctreeInfo& octree)
 {
+    using namespace VelBrx::PointRecord;
+    using PointAttributes::packClass;
+    using PointAttributes::packHalves;
     const osg::Vec3d scale = octree.scale; // copies stay in registers
     const osg::Vec3d offset = octree.offset;
     const auto position = [&](const uint8_t* field, int axis) {
@@ -96,15 +95,16 @@ void DecodedBlock::decode(const uint8_t* records, int64_t count, int64_t firstIn
     };
     for (int64_t i = 0; i < count; ++i) {
         const uint8_t* record = records + i * kRecordSize;
-        positions[i].set(position(record, 0), position(record + 4, 1), position(record + 8, 2));
+        positions[i].set(position(record + kX, 0), position(record + kY, 1), position(record + kZ, 2));
         indices[i] = packIndex(firstIndex + i);
-        sourceAndIntensity[i] = packHalves(load<uint16_t>(record + 20), load<uint16_t>(record + 12));
-        angleAndReturns[i] = packHalves(load<uint16_t>(record + 18), load<uint16_t>(record + 14));
-        gpsTimes[i] = static_cast<float>(load<double>(record + 22));
-        classAndRed[i] = static_cast<int>(static_cast<uint32_t>(record[16]) << 24 | (record[15] & 15u) << 16 |
-                                          load<uint16_t>(record + 30));
-        greenAndBlue[i] = packHalves(load<uint16_t>(record + 32), load<uint16_t>(record + 34));
-        userData[i] = record[17];
+        sourceAndIntensity[i] =
+            packHalves(load<uint16_t>(record + kPointSource), load<uint16_t>(record + kIntensity));
+        angleAndReturns[i] =
+            packHalves(load<uint16_t>(record + kScanAngle), load<uint16_t>(record + kReturns));
+        gpsTimes[i] = static_cast<float>(load<double>(record + kGpsTime));
+        classAndRed[i] = packClass(record[kClass], record[kFlags], load<uint16_t>(record + kRed));
+        greenAndBlue[i] = packHalves(load<uint16_t>(record + kGreen), load<uint16_t>(record + kBlue));
+        userData[i] = record[kUserData];
     }
 }
 
@@ -231,8 +231,7 @@ void PointArrays::setClasses(const UnwrittenClasses::Cell& edited)
         for (size_t place = static_cast<size_t>(run.place), end = place + static_cast<size_t>(run.count);
              place < end; ++place, ++element) {
             if (place >= classes.size() || classes[place] == written[place]) continue;
-            *element = static_cast<int>(static_cast<uint32_t>(classes[place]) << 24 |
-                                        (static_cast<uint32_t>(*element) & 0x00FFFFFFu));
+            *element = PointAttributes::withClass(*element, classes[place]);
         }
 }
 

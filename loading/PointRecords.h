@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/File.h>
+#include <VelBrx/PointRecord.h>
 #include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
@@ -8,21 +9,15 @@
 #include <limits>
 #include <vector>
 
-/// The point records of a store as commands and picks see them.
+/// The point records of a store as commands and picks see them. Hidden bits are written as a single byte, so
+/// that a point is always either as before or as wanted, also after a kill.
 
-constexpr int kRecordSize = 36;
-constexpr int kClassByte = 16;
-constexpr int kGpsTimeByte = 22;
-
-/// The hidden bits are 0x0F00 of the little-endian flag word at byte 14: the low bits of byte 15. They are
-/// written as that single byte, so that a point is always either as before or as wanted, also after a kill.
-constexpr int kFlagByte = 15;
-constexpr uint8_t kHiddenBits = 0x0F;
-constexpr uint8_t kCulledBit = 0x04;
-
-/// The same bits in the vertex attribute of a loaded cell.
-constexpr int kHiddenAttributeBits = 0xF0000;
-constexpr int kCulledAttributeBit = 0x40000;
+constexpr int kRecordSize = VelBrx::PointRecord::kPointSize;
+constexpr int kFlagByte = VelBrx::PointRecord::kFlags;
+constexpr int kClassByte = VelBrx::PointRecord::kClass;
+constexpr int kGpsTimeByte = VelBrx::PointRecord::kGpsTime;
+using VelBrx::PointRecord::kCulledBit;
+using VelBrx::PointRecord::kHiddenBits;
 
 /// Calls `visit(records, count, first)` for each run of records of a cell, which are `segments` of a file
 /// whose first record is at byte `start`; `first` is the place of the run's first point in the cell's point

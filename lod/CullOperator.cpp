@@ -3,8 +3,8 @@
 #include "loading/OctreeViews.h"
 #include "lod/PointCloudLOD.h"
 #include "lod/PointLoadManager.h"
+#include "lod/ServicesLookup.h"
 
-#include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/IPointCategoryManager.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgUtils/ScreenCaptureTool.h>
@@ -13,7 +13,6 @@
 #include <osgUtil/CullVisitor>
 #include <osgViewer/View>
 
-using VelOsgDBBrx::GlobalObject;
 using VelOsgDBBrx::IPointLoadManager;
 using VelOsgUtils::CameraState;
 using VelOsgUtils::FrameClock;
@@ -86,14 +85,14 @@ void CullOperator::update(PointCloudLOD& node, osgUtil::CullVisitor& visitor)
 
     osg::Camera& camera = topCamera(visitor);
     osg::GraphicsContext* context = findContext(visitor, camera);
-    const osg::ref_ptr<IPointLoadManager> manager = GlobalObject::acquirePLM(context);
+    const osg::ref_ptr<IPointLoadManager> manager = ServicesLookup::get().loads(context);
     const osg::ref_ptr<IPointLoadManager> owner = node.loadManager();
     const osg::ref_ptr<FrameClock> clock = findClock(camera, manager, owner);
     const bool moved = clock && node.getOctree()->views->note(camera, visitor.getNodePath(),
                                                               stateOf(camera, visitor), model, *clock);
 
     if (!node.getOctree()->registered) {
-        if (manager) node.registerOctree(manager, GlobalObject::acquirePCM(context));
+        if (manager) node.registerOctree(manager, ServicesLookup::get().categories(context));
         return;
     }
     if (moved) node.flush(); // a moved camera causes a pass by itself

@@ -1,8 +1,7 @@
 #include "lod/PointCloudLodHandler.h"
 
 #include "lod/PointCloudLOD.h"
-
-#include <VelOsgDBBrx/GlobalObject.h>
+#include "lod/ServicesLookup.h"
 
 #include <osgViewer/View>
 
@@ -14,7 +13,7 @@ bool PointCloudLodHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GU
     if (event.getEventType() == osgGA::GUIEventAdapter::FRAME) {
         auto* view = dynamic_cast<osgViewer::View*>(&action);
         if (view) node->noteViewer(view->getViewerBase());
-        if (!VelOsgDBBrx::GlobalObject::attachView(view)) node->removeOrphans();
+        if (!ServicesLookup::get().attachView(view)) node->removeOrphans();
     }
     if (event.getButtonMask() == osgGA::GUIEventAdapter::LEFT_MOUSE_BUTTON) return false;
 

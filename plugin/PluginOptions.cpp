@@ -1,6 +1,6 @@
 #include "plugin/PluginOptions.h"
 
-#include "viewer/PointCount.h"
+#include "viewer/display/PointCount.h"
 
 #include <VelOsgDBBrx/DefaultDisplay.h>
 

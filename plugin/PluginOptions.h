@@ -1,7 +1,7 @@
 #pragma once
 
-#include "viewer/ColorMode.h"
-#include "viewer/NormalLight.h"
+#include "viewer/display/ColorMode.h"
+#include "viewer/display/NormalLight.h"
 
 #include <VelBrx/Status.h>
 

@@ -4,6 +4,7 @@
 #include "category/PointCategoryManager.h"
 #include "loading/UnwrittenClasses.h"
 #include "lod/PointLoadManager.h"
+#include "lod/ServicesLookup.h"
 #include "registry/PointCloudData.h"
 
 #include <VelOsgDBBrx/PCDataManager.h>
@@ -119,11 +120,27 @@ bool attachContext(osg::GraphicsContext* gc, osgViewer::ViewerBase& viewer)
     return true;
 }
 
+class RegistryLookup final : public ServicesLookup
+{
+public:
+    bool attachView(osgViewer::View* view) const override { return GlobalObject::attachView(view); }
+    osg::ref_ptr<IPointLoadManager> loads(osg::GraphicsContext* context) const override
+    {
+        return GlobalObject::acquirePLM(context);
+    }
+    osg::ref_ptr<IPointCategoryManager> categories(osg::GraphicsContext* context) const override
+    {
+        return GlobalObject::acquirePCM(context);
+    }
+};
+
 } // namespace
 
 IPointLoadManager* GlobalObject::registerGraphicsContext(osg::GraphicsContext* gc)
 {
+    static const RegistryLookup lookup;
     if (!gc) return nullptr;
+    ServicesLookup::set(lookup);
     SpinLock guard(registry().lock);
     osg::ref_ptr<PointCloudData>& data = registry().contexts[gc];
     if (!data) {

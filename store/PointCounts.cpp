@@ -1,10 +1,10 @@
 #include <VelBrx/PointCounts.h>
 
-#include "store/LasLayout.h"
 #include "store/PointScan.h"
 #include "store/PointTally.h"
 #include "store/StoreHead.h"
 #include "store/io/ParallelFor.h"
+#include "store/las/LasLayout.h"
 
 #include <algorithm>
 #include <new>

@@ -1,6 +1,6 @@
 #include "store/PointScan.h"
 
-#include "store/LasLayout.h"
+#include "store/las/LasLayout.h"
 
 #include <algorithm>
 #include <atomic>

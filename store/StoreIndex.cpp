@@ -1,9 +1,9 @@
 #include "store/StoreIndex.h"
 
 #include "store/CellIdentifiers.h"
-#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
 #include "store/io/Crc32c.h"
+#include "store/las/VlrHeader.h"
 
 #include <algorithm>
 #include <cmath>

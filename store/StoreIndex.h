@@ -5,8 +5,8 @@
 #include <VelBrx/Status.h>
 #include <VelBrx/StoreStatistics.h>
 
-#include "store/LasLayout.h"
 #include "store/ProblemList.h"
+#include "store/las/LasLayout.h"
 
 #include <array>
 #include <cstdint>

@@ -1,12 +1,12 @@
-#include "viewer/Notices.h"
-#include "viewer/Options.h"
-#include "viewer/PictureView.h"
-#include "viewer/Render.h"
-#include "viewer/Scene.h"
-#include "viewer/Script.h"
-#include "viewer/ScriptRunner.h"
-#include "viewer/StoreCache.h"
-#include "viewer/Window.h"
+#include "viewer/picture/PictureView.h"
+#include "viewer/picture/Render.h"
+#include "viewer/scene/Options.h"
+#include "viewer/scene/Scene.h"
+#include "viewer/scene/StoreCache.h"
+#include "viewer/script/Script.h"
+#include "viewer/script/ScriptRunner.h"
+#include "viewer/window/Notices.h"
+#include "viewer/window/Window.h"
 
 #include <osg/ArgumentParser>
 #include <osgViewer/Viewer>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VelBrx/BuildProgress.h>
 #include <VelBrx/Export.h>
 #include <VelBrx/Status.h>
 
@@ -10,14 +11,6 @@
 #include <vector>
 
 namespace VelBrx {
-
-/// How far a build is.
-struct BuildProgress
-{
-    const char* stage = "";   ///< what is being done, for people
-    uint64_t pointsDone = 0;  ///< the part of the whole build that is done, in points of the input
-    uint64_t pointsTotal = 0; ///< 0 while unknown
-};
 
 struct BuildOptions
 {

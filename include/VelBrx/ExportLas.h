@@ -1,6 +1,6 @@
 #pragma once
 
-#include <VelBrx/Builder.h>
+#include <VelBrx/BuildProgress.h>
 #include <VelBrx/Export.h>
 #include <VelBrx/Status.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <VelBrx/BrxHeader.h>
-#include <VelBrx/Builder.h>
+#include <VelBrx/BuildProgress.h>
 #include <VelBrx/Export.h>
 #include <VelBrx/Status.h>
 

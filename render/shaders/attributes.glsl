@@ -14,7 +14,7 @@ layout(location = 12) in int categoryWithColorR; // class | hidden bits | red
 #endif
 layout(location = 13) in int colorGWithColorB;   // green | blue
 
-const int kHiddenBits = 0x00ff0000;
+const int kHiddenBits = 0x00ff0000;              // the byte that holds them, see loading/PointAttributes.h
 
 float storedIntensity()
 {

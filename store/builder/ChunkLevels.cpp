@@ -1,7 +1,7 @@
 #include "store/builder/ChunkLevels.h"
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,7 +1,7 @@
 #include "store/builder/LoadPoints.h"
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 
 #include <cstring>
 #include <mutex>

@@ -1,9 +1,9 @@
 #include "store/builder/RecordWriter.h"
 
-#include "store/LasLayout.h"
 #include "store/StoreIndex.h"
 #include "store/io/ByteIo.h"
 #include "store/io/Crc32c.h"
+#include "store/las/LasLayout.h"
 
 #include <iterator>
 

@@ -1,8 +1,8 @@
 #include "store/builder/StatisticsCollector.h"
 
-#include "store/LasLayout.h"
 #include "store/builder/PointLevels.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
 #include "store/builder/StoreHeader.h"
 
-#include "store/LasLayout.h"
-#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
+#include "store/las/VlrHeader.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,12 +1,12 @@
 #include "store/builder/StoreWriter.h"
 
-#include "store/LasLayout.h"
 #include "store/StoreHead.h"
 #include "store/StoreIndex.h"
 #include "store/builder/StoreHeader.h"
 #include "store/io/ByteIo.h"
 #include "store/io/Crc32c.h"
 #include "store/io/FileReader.h"
+#include "store/las/LasLayout.h"
 
 #include <algorithm>
 #include <atomic>

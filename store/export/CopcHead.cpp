@@ -1,9 +1,9 @@
 #include "store/export/CopcHead.h"
 
-#include "store/LasLayout.h"
-#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
 #include "store/las/LasFile.h"
+#include "store/las/LasLayout.h"
+#include "store/las/VlrHeader.h"
 
 #include <algorithm>
 #include <cmath>

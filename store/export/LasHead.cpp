@@ -1,7 +1,7 @@
 #include "store/export/LasHead.h"
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 #include "store/las/laz/LazPointWriter.h"
 
 #include <algorithm>

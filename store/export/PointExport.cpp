@@ -1,6 +1,6 @@
 #include "store/export/PointExport.h"
 
-#include "store/LasLayout.h"
+#include "store/las/LasLayout.h"
 
 #include <algorithm>
 

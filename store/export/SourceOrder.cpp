@@ -1,7 +1,7 @@
 #include "store/export/SourceOrder.h"
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <VelBrx/Builder.h>
+#include <VelBrx/BuildProgress.h>
 
 #include "store/io/ParallelFor.h"
 

@@ -1,8 +1,8 @@
 #include "store/las/LasFile.h"
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
 #include "store/io/FileReader.h"
+#include "store/las/LasLayout.h"
 #include "store/las/RecordFormat.h"
 
 #include <algorithm>

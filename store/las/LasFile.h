@@ -2,7 +2,7 @@
 
 #include <VelBrx/Status.h>
 
-#include "store/LasLayout.h"
+#include "store/las/LasLayout.h"
 #include "store/las/laz/LazChunkTable.h"
 
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "store/LasLayout.h"
+#include "store/las/LasLayout.h"
 
 #include <array>
 #include <cstddef>

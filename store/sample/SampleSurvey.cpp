@@ -1,11 +1,11 @@
 #include <VelBrx/SampleSurvey.h>
 
-#include "store/LasLayout.h"
-#include "store/VlrHeader.h"
 #include "store/io/ByteIo.h"
 #include "store/io/OutputFile.h"
 #include "store/io/ParallelRun.h"
 #include "store/las/LasFile.h"
+#include "store/las/LasLayout.h"
+#include "store/las/VlrHeader.h"
 #include "store/las/laz/LazPointWriter.h"
 #include "store/sample/FlightPlan.h"
 #include "store/sample/Scanner.h"

@@ -1,50 +1,128 @@
 # Fails on an #include that runs against the layers. Run as: cmake -DROOT=<source folder> -P check_includes.cmake
+#
+# An exported header belongs to the folder of the .cpp of the same name, which implements it. Headers without one (types,
+# interfaces) may be included from everywhere.
 cmake_minimum_required(VERSION 3.24)
 
-# Each line: a folder, then the folders whose private headers it may include besides its own.
+# Each line: a folder, then the folders below it, which it may include from. A folder stands for those in it, too, unless
+# they have a line of their own.
 set(layers
-  "store|"
+  "store/io|"
+  "store/las|store/io"
+  "store|store/io store/las"
+  "store/builder|store store/io store/las store/normals"
+  "store/export|store store/io store/las"
+  "store/normals|store store/io store/las"
+  "store/sample|store store/io store/las"
   "osgutils|"
-  "loading|"
-  "lod|loading"
-  "render|loading lod"
-  "cull|loading lod render"
-  "category|loading lod render cull"
-  "registry|loading lod render cull category"
+  "loading|osgutils store store/io"
+  "lod|loading osgutils"
+  "render|loading lod store"
+  "edit|loading lod store/io"
+  "cull|edit loading lod osgutils store/io"
+  "category|edit loading lod osgutils store store/io"
+  "registry|category loading lod osgutils render store store/normals"
   "headless|"
-  "plugin|viewer"
-  "tools|"
-  "viewer|headless")
-set(exported_allowed_store "VelBrx")
-set(exported_allowed_osgutils "VelOsgUtils")
+  "viewer/display|render"
+  "viewer/scene|viewer/display headless lod loading registry render store store/io store/builder store/normals"
+  "viewer/edit|viewer/display viewer/scene category cull edit lod render"
+  "viewer/window|viewer/display viewer/scene viewer/edit headless lod render store"
+  "viewer/picture|viewer/display viewer/scene viewer/window headless lod"
+  "viewer/script|viewer/display viewer/scene viewer/edit viewer/picture store"
+  "viewer|viewer/display viewer/scene viewer/window viewer/picture viewer/script"
+  "plugin|viewer/display lod registry render"
+  "tools|store store/io store/builder store/export store/normals store/sample")
+# These use each other's exported headers alone.
+set(exported_only render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io
+  edit>store/io category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
+  viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
+  viewer/edit>category viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
+  viewer/window>render viewer/window>store viewer/picture>lod viewer/script>store viewer/display>render plugin>lod
+  plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export
+  tools>store/normals tools>store/sample)
 
-set(violations "")
+set(folders "")
 foreach(entry IN LISTS layers)
-  string(REPLACE "|" ";" parts "${entry}")
-  list(GET parts 0 folder)
-  list(LENGTH parts length)
-  set(allowed "${folder}")
-  if(length GREATER 1)
-    list(GET parts 1 below)
-    string(REPLACE " " ";" below "${below}")
-    list(APPEND allowed ${below})
-  endif()
-  file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
-  foreach(file IN LISTS files)
-    file(STRINGS ${ROOT}/${file} includes REGEX "^#include ")
-    foreach(include IN LISTS includes)
-      if(include MATCHES "^#include \"([^/\"]+)/" AND NOT CMAKE_MATCH_1 IN_LIST allowed)
-        list(APPEND violations "${file}: ${include}")
-      elseif(include MATCHES "^#include <(VelBrx|VelOsgUtils|VelOsgDBBrx)/" AND DEFINED exported_allowed_${folder}
-             AND NOT CMAKE_MATCH_1 IN_LIST exported_allowed_${folder})
-        list(APPEND violations "${file}: ${include}")
-      elseif(folder STREQUAL "store" AND include MATCHES "<(osg|OpenThreads|GL/|EGL/)")
-        list(APPEND violations "${file}: ${include}")
+  string(REGEX MATCH "^[^|]+" folder "${entry}")
+  list(APPEND folders ${folder})
+endforeach()
+
+# The folder of `layers` that a directory belongs to; empty for one that has none.
+function(folder_of directory result)
+  set(${result} "" PARENT_SCOPE)
+  while(directory)
+    if(directory IN_LIST folders)
+      set(${result} ${directory} PARENT_SCOPE)
+      return()
+    endif()
+    get_filename_component(directory "${directory}" DIRECTORY)
+  endwhile()
+endfunction()
+
+file(GLOB_RECURSE exported RELATIVE ${ROOT}/include ${ROOT}/include/*.h)
+foreach(folder IN LISTS folders)
+  file(GLOB_RECURSE sources RELATIVE ${ROOT} ${ROOT}/${folder}/*.cpp)
+  foreach(source IN LISTS sources)
+    get_filename_component(name ${source} NAME_WE)
+    get_filename_component(directory ${source} DIRECTORY)
+    foreach(library VelBrx VelOsgUtils VelOsgDBBrx)
+      if("${library}/${name}.h" IN_LIST exported)
+        file(STRINGS ${ROOT}/${source} own REGEX "^#include <${library}/${name}.h>")
+        if(own)
+          folder_of(${directory} owner_${library}/${name}.h)
+        endif()
       endif()
     endforeach()
   endforeach()
 endforeach()
+
+set(violations "")
+# Checks one file, which belongs to `folder`.
+function(check_file file folder)
+  foreach(entry IN LISTS layers)
+    if(entry MATCHES "^${folder}\\|(.*)$")
+      string(REPLACE " " ";" allowed "${CMAKE_MATCH_1}")
+    endif()
+  endforeach()
+  file(STRINGS ${ROOT}/${file} includes REGEX "^#include ")
+  foreach(include IN LISTS includes)
+    set(bad FALSE)
+    if(include MATCHES "^#include \"(.+)/[^/]+\"")
+      folder_of(${CMAKE_MATCH_1} target)
+      if(NOT target STREQUAL folder AND (NOT target IN_LIST allowed OR "${folder}>${target}" IN_LIST exported_only))
+        set(bad TRUE)
+      endif()
+    elseif(include MATCHES "^#include <((VelBrx|VelOsgUtils|VelOsgDBBrx)/[^>]+)>")
+      set(target "${owner_${CMAKE_MATCH_1}}")
+      if(target AND NOT target STREQUAL folder AND NOT target IN_LIST allowed)
+        set(bad TRUE)
+      endif()
+    endif()
+    if(folder MATCHES "^store" AND include MATCHES "<(osg|OpenThreads|GL/|EGL/|VelOsg)")
+      set(bad TRUE)
+    endif()
+    if(bad)
+      set(violations "${violations}\n  ${file}: ${include}" PARENT_SCOPE)
+      set(violations "${violations}\n  ${file}: ${include}")
+    endif()
+  endforeach()
+endfunction()
+
+foreach(folder IN LISTS folders)
+  file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
+  foreach(file IN LISTS files)
+    get_filename_component(directory ${file} DIRECTORY)
+    folder_of(${directory} owner)
+    if(owner STREQUAL folder)
+      check_file(${file} ${folder})
+    endif()
+  endforeach()
+endforeach()
+foreach(header IN LISTS exported)
+  if(owner_${header})
+    check_file(include/${header} ${owner_${header}})
+  endif()
+endforeach()
 if(violations)
-  list(JOIN violations "\n  " text)
-  message(FATAL_ERROR "these includes run against the layers:\n  ${text}")
+  message(FATAL_ERROR "these includes run against the layers:${violations}")
 endif()

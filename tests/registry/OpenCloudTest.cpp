@@ -1,7 +1,7 @@
 #include <VelOsgDBBrx/OpenCloud.h>
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestStore.h"
 

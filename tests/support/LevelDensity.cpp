@@ -1,8 +1,8 @@
 #include "tests/support/LevelDensity.h"
 
-#include "store/LasLayout.h"
 #include "store/StoreHead.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 
 #include <algorithm>
 #include <stdexcept>

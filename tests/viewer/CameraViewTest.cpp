@@ -1,4 +1,4 @@
-#include "viewer/CameraView.h"
+#include "viewer/scene/CameraView.h"
 
 #include <gtest/gtest.h>
 #include <osg/Matrixd>

@@ -1,6 +1,6 @@
-#include "viewer/ColorMode.h"
+#include "viewer/display/ColorMode.h"
 
-#include "viewer/Palettes.h"
+#include "viewer/display/Palettes.h"
 
 #include <gtest/gtest.h>
 #include <osg/Group>

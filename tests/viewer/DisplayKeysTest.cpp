@@ -1,7 +1,7 @@
-#include "viewer/DisplayKeys.h"
+#include "viewer/window/DisplayKeys.h"
 
 #include "tests/viewer/ShownSurvey.h"
-#include "viewer/Window.h"
+#include "viewer/window/Window.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "viewer/EditKeys.h"
+#include "viewer/window/EditKeys.h"
 
 #include "tests/support/DocsPage.h"
 #include "tests/support/OtherEditor.h"
 #include "tests/viewer/ShownSurvey.h"
-#include "viewer/CloseRequests.h"
-#include "viewer/Window.h"
+#include "viewer/window/CloseRequests.h"
+#include "viewer/window/Window.h"
 
 #include <gtest/gtest.h>
 #include <osgViewer/ViewerEventHandlers>

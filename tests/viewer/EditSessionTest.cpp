@@ -1,8 +1,8 @@
-#include "viewer/EditSession.h"
+#include "viewer/edit/EditSession.h"
 
 #include "tests/support/LasRecords.h"
 #include "tests/viewer/ShownSurvey.h"
-#include "viewer/StoreCache.h"
+#include "viewer/scene/StoreCache.h"
 
 #include <gtest/gtest.h>
 

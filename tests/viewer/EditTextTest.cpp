@@ -1,7 +1,7 @@
-#include "viewer/EditText.h"
+#include "viewer/edit/EditText.h"
 
-#include "viewer/ClassList.h"
-#include "viewer/EndSignals.h"
+#include "viewer/edit/ClassList.h"
+#include "viewer/scene/EndSignals.h"
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
-#include "viewer/InputFiles.h"
-#include "viewer/Scene.h"
+#include "viewer/scene/InputFiles.h"
+#include "viewer/scene/Scene.h"
 
 #include <gtest/gtest.h>
 #include <osgDB/ReadFile>

@@ -1,7 +1,7 @@
 #include "tests/support/BuildStore.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
-#include "viewer/Scene.h"
+#include "viewer/scene/Scene.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "viewer/MoveLevel.h"
+#include "viewer/window/MoveLevel.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "viewer/PickHandler.h"
+#include "viewer/window/PickHandler.h"
 
 #include "tests/support/ThreadingModels.h"
 #include "tests/viewer/ShownSurvey.h"

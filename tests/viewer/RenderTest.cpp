@@ -4,6 +4,7 @@
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
 
+#include <VelBrx/Builder.h>
 #include <VelBrx/Normals.h>
 #include <gtest/gtest.h>
 #include <osgDB/ReadFile>

@@ -1,4 +1,4 @@
-#include "viewer/Script.h"
+#include "viewer/script/Script.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
-#include "viewer/Script.h"
+#include "viewer/script/Script.h"
 
 #include <VelBrx/SampleSurvey.h>
 

@@ -1,7 +1,7 @@
 #include "tests/viewer/ShownSurvey.h"
 
-#include "viewer/StoreCache.h"
-#include "viewer/Window.h"
+#include "viewer/scene/StoreCache.h"
+#include "viewer/window/Window.h"
 
 #include <gtest/gtest.h>
 

@@ -3,9 +3,9 @@
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
-#include "viewer/ContextServices.h"
-#include "viewer/Overlay.h"
-#include "viewer/Scene.h"
+#include "viewer/scene/ContextServices.h"
+#include "viewer/scene/Scene.h"
+#include "viewer/window/Overlay.h"
 
 #include <optional>
 

@@ -1,4 +1,4 @@
-#include "viewer/StoreCache.h"
+#include "viewer/scene/StoreCache.h"
 
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"

@@ -2,8 +2,8 @@
 #include <VelBrx/StoreInfo.h>
 #include <VelBrx/Verify.h>
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"

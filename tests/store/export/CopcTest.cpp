@@ -1,7 +1,8 @@
+#include <VelBrx/Builder.h>
 #include <VelBrx/ExportLas.h>
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 #include "store/las/PointSource.h"
 #include "store/las/RecordFormat.h"
 #include "store/las/laz/LazChunkDecoder.h"

@@ -1,8 +1,9 @@
+#include <VelBrx/Builder.h>
 #include <VelBrx/ExportLas.h>
 #include <VelBrx/Verify.h>
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 #include "store/las/PointSource.h"
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"

@@ -1,11 +1,12 @@
+#include <VelBrx/Builder.h>
 #include <VelBrx/ExportLas.h>
 #include <VelBrx/Normals.h>
 #include <VelBrx/Verify.h>
 
-#include "store/LasLayout.h"
 #include "store/SourceRecords.h"
 #include "store/io/ByteIo.h"
 #include "store/las/LasFile.h"
+#include "store/las/LasLayout.h"
 #include "store/las/RecordFormat.h"
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"

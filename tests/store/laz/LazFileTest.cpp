@@ -2,8 +2,8 @@
 #include "tests/store/laz/TestLaz.h"
 #include "tests/support/TempFolder.h"
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 #include "store/las/laz/LazChunkDecoder.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "tests/store/laz/TestLaz.h"
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 #include "store/las/laz/LazChunkEncoder.h"
 #include "store/las/laz/LazChunkTable.h"
 #include "store/las/laz/LazItems.h"

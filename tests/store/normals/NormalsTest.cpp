@@ -1,8 +1,8 @@
 #include <VelBrx/MiraLasRead.h>
 #include <VelBrx/Normals.h>
 
-#include "store/LasLayout.h"
 #include "store/io/ByteIo.h"
+#include "store/las/LasLayout.h"
 #include "tests/support/BuildStore.h"
 #include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"

@@ -1,0 +1,103 @@
+#include "edit/StoreEdit.h"
+
+#include <VelOsgDBBrx/PCDataManager.h>
+
+#include <osg/Group>
+
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+StoreEditLock::StoreEditLock(OctreeInfo& octree) : _octree(octree)
+{
+    _octree.pointFile->mutex.lock();
+    while (_octree.busy.fetch_or(1) & 1)
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+}
+
+StoreEditLock::~StoreEditLock()
+{
+    _octree.busy.fetch_and(~1u);
+    _octree.pointFile->mutex.unlock();
+    // A pass that met the lock has left the octree out and does not come back by itself. The flag is set
+    // after the lock is free: a pass that it starts must find the octree.
+    _octree.dirty = 1;
+}
+
+bool isEditable(const OctreeInfo& octree)
+{
+    return octree.pointFile && octree.pointFile->isWritable();
+}
+
+namespace {
+
+/// Whether the cell's box lies on the negative side of a plane.
+bool isOutside(const OctreeInfo& octree, const CellData& cell, const osg::Polytope::PlaneList& planes)
+{
+    // Cell sizes are single precision: the box is widened by their rounding, so that no point of the cell is
+    // missed.
+    constexpr double kWidened = 0.5 * (1 + 1e-6);
+    const VelBrx::CellBlock& block = cell.record;
+    const osg::Vec3d center = osg::Vec3d(block.center[0], block.center[1], block.center[2]) - octree.offset;
+    for (const osg::Plane& plane : planes) {
+        const double reach =
+            kWidened * (std::abs(plane[0]) * block.size[0] + std::abs(plane[1]) * block.size[1] +
+                        std::abs(plane[2]) * block.size[2]);
+        if (plane.distance(center) + reach < 0) return true;
+    }
+    return false;
+}
+
+template <class Wanted>
+std::vector<CellData*> collect(const OctreeInfo& octree, Wanted wanted)
+{
+    std::vector<CellData*> found;
+    std::vector<CellData*> open;
+    if (octree.root.valid()) open.push_back(octree.root.get());
+    while (!open.empty()) {
+        CellData* cell = open.back();
+        open.pop_back();
+        if (!wanted(*cell)) continue;
+        found.push_back(cell);
+        for (const osg::ref_ptr<CellData>& child : cell->children)
+            open.push_back(child.get());
+    }
+    return found;
+}
+
+void editLeaf(osg::Node* node, uint32_t pointCount, const CellGeometry::CategoryEdit& edit)
+{
+    osg::Group* leaf = node ? node->asGroup() : nullptr;
+    for (unsigned int i = 0; leaf && i < leaf->getNumChildren(); ++i) {
+        auto* geometry = dynamic_cast<CellGeometry*>(leaf->getChild(i));
+        if (geometry && geometry->cellPoints() == pointCount) geometry->editCategories(edit);
+    }
+}
+
+} // namespace
+
+std::vector<CellData*> allCells(const OctreeInfo& octree)
+{
+    return collect(octree, [](const CellData&) { return true; });
+}
+
+std::vector<CellData*> cellsInside(const OctreeInfo& octree, const osg::Polytope::PlaneList& planes)
+{
+    return collect(octree, [&](const CellData& cell) { return !isOutside(octree, cell, planes); });
+}
+
+void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit)
+{
+    // The same store may be open twice and share its leaves: one that only the other octree holds is in the
+    // cache and not in this cell.
+    const osg::ref_ptr<osg::Node> cached =
+        VelOsgDBBrx::PCDataManager::getInstance()->acquireNode(cell.identifier);
+    editLeaf(cached, cell.record.pointCount, edit);
+    if (cell.node != cached) editLeaf(cell.node, cell.record.pointCount, edit);
+}
+
+void editCachedCell(const std::string& identifier, uint32_t pointCount,
+                    const CellGeometry::CategoryEdit& edit)
+{
+    editLeaf(VelOsgDBBrx::PCDataManager::getInstance()->acquireNode(identifier), pointCount, edit);
+}

@@ -1,0 +1,483 @@
+#include "viewer/edit/EditSession.h"
+
+#include "viewer/edit/EditText.h"
+#include "viewer/edit/ScreenLine.h"
+
+#include <VelOsgDBBrx/CategoryCalcTool.h>
+#include <VelOsgDBBrx/CullCmdManager.h>
+#include <VelOsgDBBrx/LineSearchCmd.h>
+#include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelOsgDBBrx/PCViewerManager.h>
+#include <VelOsgDBBrx/PointCloudHelper.h>
+#include <VelOsgDBBrx/PolygonMaskTool.h>
+#include <VelOsgDBBrx/ResetCmd.h>
+#include <VelOsgDBBrx/UndoCmd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+using namespace VelOsgDBBrx;
+
+namespace {
+
+const std::string kViewerUid = "brxview";
+constexpr int kNobodyWaits = 1; ///< barrier count
+constexpr double kWidestLine = 1000;
+constexpr int kEnhancedSize = 6;
+const osg::Vec4f kEnhancedColor(1, 1, 0, 1);
+
+void refuse(EditOutcome& outcome, const std::string& message)
+{
+    outcome.ok = false;
+    outcome.message = message;
+}
+
+/// The cloud's uid; stores that are shown twice have one each.
+std::string uidOf(const Scene::Cloud& cloud, size_t place)
+{
+    return std::to_string(place) + ":" + cloud.store;
+}
+
+uint64_t sum(const std::map<std::string, uint64_t>& counts)
+{
+    uint64_t all = 0;
+    for (const auto& entry : counts)
+        all += entry.second;
+    return all;
+}
+
+osg::ref_ptr<Category> classRequest(int32_t kind)
+{
+    const osg::ref_ptr<Category> request = new Category;
+    request->kind = kind;
+    return request;
+}
+
+} // namespace
+
+EditSession::EditSession(Scene& scene, osgViewer::Viewer& viewer) : _scene(scene), _viewer(viewer)
+{
+    CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
+    PCViewerManager::getInstance()->registerViewer(&viewer, kViewerUid);
+    for (const Scene::Cloud& cloud : scene.clouds()) {
+        _uids.push_back(uidOf(cloud, _uids.size()));
+        CategoryCalcTool::getInstance()->registerCloud(_uids.back(), cloud.node);
+        PCViewerManager::getInstance()->registerViewer(&viewer, _uids.back());
+        _selections.emplace_back(&viewer, cloud.node);
+    }
+}
+
+EditSession::~EditSession()
+{
+    for (const std::string& uid : _uids) {
+        CategoryCalcTool::getInstance()->unRegisterCloud(uid);
+        PCViewerManager::getInstance()->unRegisterViewer(uid);
+    }
+    PCViewerManager::getInstance()->unRegisterViewer(kViewerUid);
+}
+
+/// Null while another operation is running.
+EditSession::Running* EditSession::begin(const std::string& operation)
+{
+    if (_running) return nullptr;
+    _running.emplace();
+    _running->outcome.operation = operation;
+    _running->conclude = [this](Running& running) { concludeCommands(running); };
+    return &*_running;
+}
+
+/// As `begin`, for what is drawn on the screen. Null too when it has been refused, which ends the operation.
+EditSession::Running* EditSession::beginOnScreen(const std::string& operation, const Polygon& vertices,
+                                                 size_t fewest, double margin)
+{
+    Running* running = begin(operation);
+    if (!running) return nullptr;
+    _view = windowViewOf(*_viewer.getCamera());
+    _vertices = vertices;
+    const bool hasWindow = _view.has_value();
+    if (hasWindow && _reach == Reach::OUTLINE) _view = _view->widenedTo(_vertices, margin);
+    if (!hasWindow)
+        refuse(running->outcome, "the viewer has no single window to draw on");
+    else if (vertices.size() < fewest)
+        refuse(running->outcome, "needs at least " + std::to_string(fewest) + " vertices, " +
+                                     std::to_string(vertices.size()) + " are given");
+    else if (!_view)
+        refuse(running->outcome,
+               "reaches too far beyond the window; look from further away, so that more of it "
+               "is in the window");
+    return running->outcome.ok ? running : nullptr;
+}
+
+std::vector<osg::observer_ptr<OctreeInfo>> EditSession::octrees() const
+{
+    std::vector<osg::observer_ptr<OctreeInfo>> octrees;
+    for (const Scene::Cloud& cloud : _scene.clouds())
+        octrees.emplace_back(cloud.node->getOctree());
+    return octrees;
+}
+
+bool EditSession::hide(const Polygon& polygon, Type side)
+{
+    if (isBusy()) return false;
+    Running* running = beginOnScreen(side == Type::INSIDE ? "hide inside" : "hide outside", polygon, 3);
+    if (!running) return true;
+    const osg::ref_ptr<CullCmd> cmd = new CullCmd(kNobodyWaits);
+    cmd->setType(side);
+    pushCull(*running, cmd, Edit::HIDDEN);
+    return true;
+}
+
+bool EditSession::show(const Polygon& polygon)
+{
+    if (isBusy()) return false;
+    Running* running = beginOnScreen("show", polygon, 3);
+    if (running) pushCull(*running, new XorCullCmd(kNobodyWaits), Edit::SHOWN);
+    return true;
+}
+
+void EditSession::pushCull(Running& running, PolygonPointCmd* cmd, Edit::Kind kind)
+{
+    Polygon fromTop = _view->fromTop(_vertices);
+    std::vector<osg::observer_ptr<OctreeInfo>> clouds = octrees();
+    std::vector<osg::Vec4d> planes = _scene.clipPlanes();
+    cmd->setPolygon(fromTop);
+    cmd->setVPW(_view->vpw);
+    cmd->setWidth(_view->width);
+    cmd->setHeight(_view->height);
+    cmd->setClipPlane(planes);
+    cmd->setOctreeInfos(clouds);
+    cmd->setUid(kViewerUid);
+    running.conclude = [this, kind](Running& ended) { concludeCull(ended, kind); };
+    running.work.push(cmd);
+}
+
+void EditSession::concludeCommands(Running& running) const
+{
+    const CmdResult result = running.work.commands();
+    running.outcome.points = result.pointsChanged;
+    running.outcome.isBusyElsewhere = result.storesBusy > 0;
+    if (result.state == CmdResult::ABANDONED)
+        refuse(running.outcome, "editing has been shut down");
+    else if (result.maskMissing)
+        refuse(running.outcome, "no mask of the polygon could be made; nothing was changed");
+    else if (result.storesReadOnly > 0)
+        refuse(running.outcome, readOnlyStores([](const std::string&) { return true; }) +
+                                    " cannot be written and was left as it is; make it writable and open it "
+                                    "again");
+    else if (result.storesBusy > 0 || result.storesReplaced > 0 || result.cellsUnwritten > 0)
+        refuse(running.outcome, result.reason);
+    else if (result.cellsUnreadable > 0)
+        refuse(running.outcome, "parts of " + std::to_string(result.cellsUnreadable) +
+                                    " cells could not be read and were left out; brx verify tells more");
+}
+
+void EditSession::concludeCull(Running& running, Edit::Kind kind)
+{
+    concludeCommands(running);
+    noteSegment(running.outcome);
+    if (running.outcome.points > 0)
+        _journal.push_back({kind, running.outcome.operation});
+    else // the manager keeps it for undo all the same; taking it back now changes nothing
+        CullCmdManager::getInstance()->push(new UndoCmd(kNobodyWaits));
+}
+
+/// A segment is a matter of the picture, which people may forget.
+void EditSession::noteSegment(EditOutcome& outcome) const
+{
+    if (outcome.ok && outcome.message.empty() && _selections.front().hasSegment())
+        outcome.message = "also of points that the segment leaves out of the picture";
+}
+
+bool EditSession::select(const Polygon& polygon, bool add)
+{
+    if (isBusy()) return false;
+    Running* running = beginOnScreen(add ? "select" : "deselect", polygon, 3);
+    if (!running) return true;
+    if (!add && !_selections.front().hasSelection()) {
+        refuse(running->outcome, "nothing is selected");
+        return true;
+    }
+    Polygon vertices = polygon;
+    for (SelectSegmentStack& selection : _selections)
+        selection.selectPushAndApply(vertices, add);
+    _journal.push_back({Edit::SELECTION, running->outcome.operation});
+    Reclassification count;
+    count.dryRun = true;
+    pushClassEdit(running->work, count);
+    running->conclude = [](Running& ended) { ended.outcome.points = ended.work.counts().selected; };
+    return true;
+}
+
+bool EditSession::segment(bool selectedOnly)
+{
+    Running* running = begin(selectedOnly ? "show selected only" : "show all but selected");
+    if (!running) return false;
+    if (!_selections.front().hasSelection()) {
+        refuse(running->outcome, "nothing is selected");
+        return true;
+    }
+    running->outcome.countsPoints = false;
+    for (SelectSegmentStack& selection : _selections)
+        selection.selectConvertSegment(!selectedOnly);
+    _journal.push_back({Edit::SELECTION, running->outcome.operation});
+    return true;
+}
+
+bool EditSession::line(const Polygon& vertices, double width)
+{
+    if (isBusy()) return false;
+    Running* running = beginOnScreen("line", vertices, 2, width / 2 + 1);
+    if (!running) return true;
+    if (!(width > 0 && width <= kWidestLine)) {
+        refuse(running->outcome, "a line is above 0 and at most 1000 pixels wide");
+        return true;
+    }
+    const osg::ref_ptr<LineSearchCmd> cmd = new LineSearchCmd(kNobodyWaits);
+    cmd->setLine(_vertices, width);
+    cmd->setVPW(_view->vpw);
+    cmd->setWidth(_view->width);
+    cmd->setHeight(_view->height);
+    cmd->setClipPlane(_scene.clipPlanes());
+    cmd->setShownClasses(_scene.shownClasses());
+    cmd->setOctreeInfos(octrees());
+    cmd->setUid(kViewerUid);
+    const osg::Vec2d toWindow = vertices.front() - _vertices.front();
+    running->conclude = [this, cmd, width, toWindow](Running& ended) {
+        _lineHits = std::move(cmd->points());
+        concludeLine(ended, width);
+        for (LineEnHancement::LineEnHancementPoint& hit : _lineHits) {
+            hit.x += toWindow.x();
+            hit.y += toWindow.y();
+        }
+    };
+    running->work.push(cmd);
+    return true;
+}
+
+void EditSession::concludeLine(Running& running, double width)
+{
+    concludeCommands(running);
+    if (running.work.commands().maskMissing)
+        refuse(running.outcome, "this line has no length that could be searched; give it two places");
+    running.outcome.points = _lineHits.size();
+    const std::vector<osg::Vec2f> outline =
+        outlineInWorld(_vertices, width, _lineHits, osg::Matrixd::inverse(_view->vpw));
+    PointCloudHelper::setEnhancedLine(_scene.root(), outline, kEnhancedColor, kEnhancedSize);
+    if (!outline.empty()) _journal.push_back({Edit::LINE, running.outcome.operation});
+}
+
+bool EditSession::reclassify(const Polygon& polygon, const Reclassification& change)
+{
+    if (isBusy()) return false;
+    Running* running = beginOnScreen(change.dryRun ? "reclassify, dry run" : "reclassify", polygon, 3);
+    if (!running) return true;
+    for (const int code : change.fromClasses) {
+        if (code >= 0 && code <= 254) continue;
+        refuse(running->outcome, "class " + std::to_string(code) +
+                                     " cannot be chosen to change; give classes of 0 to 254, or none for "
+                                     "all");
+        return true;
+    }
+    const bool dryRun = change.dryRun;
+    running->conclude = [this, dryRun](Running& ended) { concludeClasses(ended, dryRun); };
+    pushClassEdit(running->work, change);
+    return true;
+}
+
+/// One request, so that all clouds share one mask: a scene may have thousands.
+void EditSession::pushClassEdit(EditWork& work, const Reclassification& change) const
+{
+    const osg::ref_ptr<PolygonCmd> edit = new PolygonCmd;
+    Base& base = edit->base;
+    base.polygon = _view->fromTop(_vertices);
+    base.vpw = _view->vpw;
+    base.width = _view->width;
+    base.height = _view->height;
+    base.planesA = _scene.clipPlanes();
+    base.shownClasses = _scene.shownClasses();
+    base.toClass = change.toClass;
+    if (!change.fromClasses.empty()) base.setFromClasses(change.fromClasses);
+    edit->target = _scene.root();
+    const osg::ref_ptr<Category> request = new Category(kViewerUid, edit);
+    request->dryRun = change.dryRun;
+    work.push(request);
+}
+
+void EditSession::concludeClasses(Running& running, bool dryRun)
+{
+    EditOutcome& outcome = running.outcome;
+    const CategoryCounts counts = running.work.counts();
+    outcome.classes = counts;
+    outcome.points = counts.changed;
+    outcome.isBusyElsewhere = counts.storesBusy > 0;
+    if (const VelBrx::Status status = running.work.status(); !status)
+        refuse(outcome, status.message());
+    else if (counts.cellsUnreadable > 0)
+        refuse(outcome, "parts of " + std::to_string(counts.cellsUnreadable) +
+                            " cells could not be read and were left out; brx verify tells more");
+    if (dryRun || counts.changed == 0) return;
+    const std::map<std::string, uint64_t> unsaved = unsavedPoints();
+    const std::string readOnly =
+        readOnlyStores([&](const std::string& store) { return unsaved.count(store); });
+    if (!readOnly.empty()) {
+        CategoryCalcTool::getInstance()->pop();
+        CategoryCalcTool::getInstance()->waitUntilHandled();
+        outcome.points = 0;
+        return refuse(outcome, readOnly +
+                                   " cannot be written, so that the changes could not be saved; nothing was "
+                                   "changed; make it writable and open it again");
+    }
+    _journal.push_back({Edit::CLASSES, outcome.operation});
+    for (unsigned code = 0; code < counts.after.size(); ++code)
+        if (counts.after[code] > 0) _scene.noteClass(static_cast<uint8_t>(code));
+    noteSegment(outcome);
+}
+
+bool EditSession::undo()
+{
+    Running* running = begin("undo");
+    if (!running) return false;
+    if (_journal.empty()) {
+        running->outcome.countsPoints = false;
+        running->outcome.message = "there is nothing to undo";
+        return true;
+    }
+    const Edit edit = _journal.back();
+    _journal.pop_back();
+    running->outcome.operation += " " + edit.operation;
+    running->outcome.undone = edit.operation;
+    takeBack(*running, edit);
+    return true;
+}
+
+void EditSession::takeBack(Running& running, const Edit& edit)
+{
+    switch (edit.kind) {
+    case Edit::SHOWN:
+        running.outcome.message = "points that were brought back stay; hide them again";
+        [[fallthrough]];
+    case Edit::HIDDEN:
+        running.work.push(new UndoCmd(kNobodyWaits));
+        running.conclude = [this, edit](Running& ended) {
+            concludeCommands(ended);
+            if (ended.work.commands().cellsUnwritten > 0) _journal.push_back(edit); // the manager kept it too
+        };
+        break;
+    case Edit::SELECTION:
+        running.outcome.countsPoints = false;
+        for (SelectSegmentStack& selection : _selections)
+            selection.pop();
+        break;
+    case Edit::LINE:
+        running.outcome.countsPoints = false;
+        PointCloudHelper::clearEnhancedLine(_scene.root());
+        break;
+    case Edit::CLASSES:
+        running.work.push(classRequest(Category::UNDO));
+        running.conclude = [](Running& ended) {
+            ended.outcome.points = ended.work.counts().changed;
+            if (const VelBrx::Status status = ended.work.status(); !status)
+                refuse(ended.outcome, status.message());
+        };
+        break;
+    }
+}
+
+bool EditSession::undoAll()
+{
+    Running* running = begin("undo all");
+    if (!running) return false;
+    dropSelection();
+    running->work.push(new AllUndoCmd(kNobodyWaits));
+    for (const Edit& edit : _journal)
+        if (edit.kind == Edit::CLASSES) running->work.push(classRequest(Category::UNDO));
+    _journal.clear();
+    running->conclude = [this](Running& ended) {
+        concludeCommands(ended);
+        ended.outcome.points += ended.work.counts().changed;
+    };
+    return true;
+}
+
+void EditSession::dropSelection()
+{
+    for (SelectSegmentStack& selection : _selections)
+        selection.clearAndApply();
+    PointCloudHelper::clearEnhancedLine(_scene.root());
+}
+
+bool EditSession::reset()
+{
+    Running* running = begin("reset");
+    if (!running) return false;
+    dropSelection();
+    std::vector<osg::observer_ptr<OctreeInfo>> clouds = octrees();
+    const osg::ref_ptr<ResetCmd> cmd = new ResetCmd(kNobodyWaits);
+    cmd->setOctreeInfos(clouds);
+    cmd->setUid(kViewerUid);
+    running->work.push(cmd);
+    running->work.push(new AllUndoCmd(kNobodyWaits)); // what the reset left to undo are points that are shown
+    _journal.erase(std::remove_if(_journal.begin(), _journal.end(),
+                                  [](const Edit& edit) { return edit.kind != Edit::CLASSES; }),
+                   _journal.end());
+    return true;
+}
+
+bool EditSession::save()
+{
+    Running* running = begin("save");
+    if (!running) return false;
+    running->conclude = [this, before = unsavedPoints()](Running& ended) {
+        const std::map<std::string, uint64_t> after = unsavedPoints();
+        ended.outcome.points = sum(before) - sum(after);
+        std::vector<std::string> written;
+        for (const auto& [store, points] : before)
+            if (const auto left = after.find(store); points > (left == after.end() ? 0 : left->second))
+                written.push_back(store);
+        if (!written.empty()) ended.outcome.message = "written to " + namesOf(written);
+        if (const VelBrx::Status status = ended.work.status(); !status)
+            refuse(ended.outcome, status.message());
+    };
+    running->work.save();
+    return true;
+}
+
+void EditSession::editAnyway()
+{
+    for (const Scene::Cloud& cloud : _scene.clouds())
+        if (const auto& file = cloud.node->getOctree()->pointFile) file->editAnyway();
+}
+
+std::optional<EditOutcome> EditSession::poll()
+{
+    if (!hasOutcome()) return std::nullopt;
+    if (_running->outcome.ok) _running->conclude(*_running);
+    EditOutcome outcome = std::move(_running->outcome);
+    _running.reset();
+    return outcome;
+}
+
+EditOutcome EditSession::wait()
+{
+    while (_running && !hasOutcome())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return poll().value_or(EditOutcome());
+}
+
+std::map<std::string, uint64_t> EditSession::unsavedPoints() const
+{
+    return CategoryCalcTool::getInstance()->countUnwritten();
+}
+
+/// Paths of those stores that cannot be written; empty when all can.
+std::string EditSession::readOnlyStores(const std::function<bool(const std::string&)>& isMeant) const
+{
+    std::string paths;
+    for (const Scene::Cloud& cloud : _scene.clouds()) {
+        const OctreeInfo& octree = *cloud.node->getOctree();
+        if (!octree.pointFile || octree.pointFile->isWritable() || !isMeant(cloud.store)) continue;
+        paths += (paths.empty() ? "" : ", ") + cloud.store;
+    }
+    return paths;
+}

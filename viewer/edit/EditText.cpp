@@ -1,0 +1,88 @@
+#include "viewer/edit/EditText.h"
+
+#include "viewer/display/Palettes.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr size_t kClassLines = 16; ///< more would not fit beside the picture
+
+std::string points(uint64_t number)
+{
+    return grouped(number) + (number == 1 ? " point" : " points");
+}
+
+std::vector<std::string> describe(const VelOsgDBBrx::CategoryCounts& counts)
+{
+    std::vector<std::string> lines;
+    for (size_t code = 0; code < counts.before.size(); ++code) {
+        const uint64_t before = counts.before[code];
+        const uint64_t after = counts.after[code];
+        if (before == 0 && after == 0) continue;
+        if (lines.size() == kClassLines) {
+            lines.push_back("  ...");
+            break;
+        }
+        lines.push_back("  class " + classText(static_cast<unsigned>(code)) + ": " + grouped(before) +
+                        (before == after ? "" : " -> " + grouped(after)));
+    }
+    return lines;
+}
+
+} // namespace
+
+std::string grouped(uint64_t number)
+{
+    std::string digits = std::to_string(number);
+    for (size_t end = digits.size(); end > 3; end -= 3)
+        digits.insert(end - 3, 1, ' ');
+    return digits;
+}
+
+std::vector<std::string> describe(const EditOutcome& outcome)
+{
+    std::vector<std::string> lines;
+    if (outcome.ok && outcome.classes)
+        lines.push_back(outcome.operation + ": " + grouped(outcome.points) + " of " +
+                        points(outcome.classes->selected));
+    else if (outcome.ok && !outcome.countsPoints)
+        lines.push_back(outcome.operation + (outcome.message.empty() ? ": done" : ":"));
+    else if (outcome.ok || outcome.points > 0)
+        lines.push_back(outcome.operation + ": " + points(outcome.points));
+    else
+        lines.push_back(outcome.operation + ": not done");
+    if (!outcome.message.empty()) lines.push_back(outcome.message);
+    if (outcome.classes) {
+        const std::vector<std::string> byClass = describe(*outcome.classes);
+        lines.insert(lines.end(), byClass.begin(), byClass.end());
+    }
+    return lines;
+}
+
+std::vector<std::string> describeUnsaved(const std::map<std::string, uint64_t>& unsaved)
+{
+    std::vector<std::string> lines;
+    for (const auto& [store, count] : unsaved)
+        if (count > 0) lines.push_back(store + ": the classes of " + points(count) + " are not saved");
+    return lines;
+}
+
+std::vector<std::string> describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all)
+{
+    if (stores.empty()) return {};
+    const std::string where =
+        all == 1 ? " of " + stores.front()
+                 : " in " + std::to_string(stores.size()) + " of " + std::to_string(all) + " stores";
+    return {points(hidden) + where + (hidden == 1 ? " is" : " are") + " hidden",
+            "E and then R shows them all, E, a and v those under a polygon"};
+}
+
+std::string namesOf(const std::vector<std::string>& files)
+{
+    constexpr size_t kNamed = 3;
+    std::string names;
+    for (size_t i = 0; i < std::min(files.size(), kNamed); ++i)
+        names += (i > 0 ? ", " : "") + files[i];
+    return files.size() <= kNamed ? names : names + " and " + std::to_string(files.size() - kNamed) + " more";
+}

@@ -1,0 +1,42 @@
+#include "viewer/scene/ContextServices.h"
+
+#include <VelOsgDBBrx/IPointLoadManager.h>
+#include <VelOsgDBBrx/PointCloudLodOperation.h>
+
+#include <thread>
+
+using VelOsgDBBrx::GlobalObject;
+
+ContextServices::ContextServices(osg::GraphicsContext* context, std::optional<uint64_t> budget)
+    : _context(context)
+{
+    VelOsgDBBrx::IPointLoadManager* manager = GlobalObject::registerGraphicsContext(context);
+    manager->setLodOperation(new VelOsgDBBrx::PixelSpacingLod(*manager));
+    if (budget) manager->setMaxNumOfPointCloud(*budget);
+}
+
+ContextServices::~ContextServices()
+{
+    GlobalObject::unRegisterGraphicsContext(_context);
+}
+
+bool ContextServices::isSettled() const
+{
+    return GlobalObject::getPLM(_context)->isSettled();
+}
+
+bool ContextServices::settle(osgViewer::Viewer& viewer, std::chrono::duration<double> timeout,
+                             const std::atomic<bool>* cancel) const
+{
+    // The first frame registers the clouds, the second captures the camera of the first.
+    constexpr int kFramesBeforeTheAnswerCounts = 3;
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    for (int frame = 1; frame <= kFramesBeforeTheAnswerCounts || !isSettled(); ++frame) {
+        if (viewer.done() || (cancel && *cancel)) return false;
+        if (std::chrono::steady_clock::now() > end) return false;
+        viewer.frame();
+        // Cells are read on other threads: leave them the processor.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}

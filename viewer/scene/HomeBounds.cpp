@@ -1,0 +1,94 @@
+#include "viewer/scene/HomeBounds.h"
+
+#include <VelBrx/PointRecord.h>
+#include <VelOsgDBBrx/CellData.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+using Cells = std::vector<const CellData*>;
+using Steps = std::vector<int32_t>;
+
+Cells childrenOf(const Cells& cells)
+{
+    Cells children;
+    for (const CellData* cell : cells)
+        for (const osg::ref_ptr<CellData>& child : cell->children)
+            children.push_back(child);
+    return children;
+}
+
+int32_t coordinateAt(const uint8_t* field)
+{
+    int32_t value;
+    std::memcpy(&value, field, sizeof value);
+    return value;
+}
+
+/// Adds the stored x and y of a cell's points. Leaves out what the file has no more.
+void addPoints(const CellData& cell, const OctreeInfo& octree, Steps (&steps)[2])
+{
+    using namespace VelBrx::PointRecord;
+    constexpr auto kSize = static_cast<int64_t>(kPointSize);
+    for (const VelBrx::Segment& run : cell.record.segments) {
+        void* const memory =
+            octree.pointFile->map(octree.pointDataStart + run.first * kSize, run.count * kSize);
+        const auto* record = static_cast<const uint8_t*>(memory);
+        for (int64_t i = 0; record && i < run.count; ++i, record += kPointSize) {
+            steps[0].push_back(coordinateAt(record + kX));
+            steps[1].push_back(coordinateAt(record + kY));
+        }
+        octree.pointFile->unmap(memory);
+    }
+}
+
+/// The value that `count` of them, and itself, do not exceed.
+int32_t valueAfter(size_t count, Steps& steps)
+{
+    const auto place = steps.begin() + static_cast<ptrdiff_t>(count);
+    std::nth_element(steps.begin(), place, steps.end());
+    return *place;
+}
+
+} // namespace
+
+osg::BoundingBoxd bulkOfPoints(const OctreeInfo& octree, const VelBrx::AttributeRange& elevation)
+{
+    constexpr size_t kEnough = 10000; ///< points; whole levels are read, or parts of the ground would lack
+    constexpr size_t kPointsForOneOfNoise = 200; ///< on each side
+    Steps steps[2];
+    for (Cells level = {octree.root}; !level.empty() && steps[0].size() < kEnough; level = childrenOf(level))
+        for (const CellData* cell : level)
+            addPoints(*cell, octree, steps);
+    osg::Vec3d low = octree.min + octree.offset;
+    osg::Vec3d high = octree.max + octree.offset;
+    for (int axis = 0; axis < 2 && !steps[axis].empty(); ++axis) {
+        const size_t noise = steps[axis].size() / kPointsForOneOfNoise;
+        const double scale = octree.scale[axis];
+        low[axis] = valueAfter(noise, steps[axis]) * scale + octree.offset[axis];
+        high[axis] = valueAfter(steps[axis].size() - 1 - noise, steps[axis]) * scale + octree.offset[axis];
+    }
+    low.z() = elevation.low;
+    high.z() = elevation.high;
+    return {low, high};
+}
+
+osg::BoundingBoxd boundsOfMost(const osg::BoundingBoxd& bounds, const osg::BoundingBoxd& bulk)
+{
+    // Roads that lead out, towers and hills have a place in the picture: they are left out where they would
+    // fill more than the rest.
+    constexpr double kSpreads = 3; ///< heights of the bulk
+    constexpr double kShareOfWidth = 0.25;
+    const osg::Vec3d size = bulk._max - bulk._min;
+    const double aside = kShareOfWidth * std::max(size.x(), size.y());
+    const osg::Vec3d margin(aside, aside, std::max(kSpreads * size.z(), aside));
+    osg::BoundingBoxd most;
+    for (int axis = 0; axis < 3; ++axis) {
+        most._min[axis] = std::max(bounds._min[axis], bulk._min[axis] - margin[axis]);
+        most._max[axis] = std::min(bounds._max[axis], bulk._max[axis] + margin[axis]);
+    }
+    return most;
+}

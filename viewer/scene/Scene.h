@@ -1,0 +1,120 @@
+#pragma once
+
+#include "viewer/display/ColorMode.h"
+#include "viewer/scene/Options.h"
+
+#include <VelBrx/FileIdentity.h>
+#include <VelBrx/Status.h>
+#include <VelBrx/StoreStatistics.h>
+#include <VelOsgDBBrx/IPointCloud.h>
+#include <VelOsgDBBrx/PointPicker.h>
+
+#include <osg/BoundingBox>
+#include <osg/Group>
+#include <osg/Vec4d>
+#include <osg/ref_ptr>
+
+#include <bitset>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// The point clouds on show. World coordinates are the stores' file coordinates: every cloud stands under a
+/// translation by its offset, in double precision.
+///
+/// Belongs to the viewer's thread: change it between frames or in the event and update traversals.
+class Scene
+{
+public:
+    Scene();
+
+    /// Opens the stores. A failure names the file. Of several names of one file the first is shown, and a
+    /// line on stderr says so of the others.
+    VelBrx::Status load(const std::vector<std::string>& stores, const Options& options);
+
+    /// One store on show.
+    struct Cloud
+    {
+        std::string store;
+        osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
+        VelBrx::StoreStatistics statistics; ///< as built
+    };
+
+    const std::vector<Cloud>& clouds() const { return _clouds; }
+
+    osg::Group* root() const { return _root; }
+
+    /// Of all points, world coordinates.
+    const osg::BoundingBoxd& bounds() const { return _bounds; }
+
+    /// Of what a view is to show: of all points, or without noise far off.
+    const osg::BoundingBoxd& boundsFor(const CameraView& view) const
+    {
+        return view.kind == CameraView::ALL ? _bounds : _boundsOfMost;
+    }
+
+    void setColorMode(ColorMode mode);
+
+    /// Points have this class now: legends from now on list it.
+    void noteClass(uint8_t code);
+
+    /// What the colours of the current mode mean.
+    Legend legend() const;
+
+    /// Why the current mode shows nothing, and what to do; empty where it shows something.
+    std::string remark() const;
+
+    /// Another number when the legend may have changed.
+    unsigned legendRevision() const { return _legendRevision; }
+
+    void setEyeDomeLighting(bool enable);
+    bool eyeDomeLighting() const { return _edl; }
+
+    /// Clamped to what `--edl-strength` and `--edl-radius` take.
+    void setShading(const EyeDomeShading& shading);
+    const EyeDomeShading& shading() const { return _shading; }
+
+    /// Clouds without normals are not lit.
+    void setLight(const NormalLight& light);
+    const NormalLight& light() const { return _light; }
+
+    /// \name What is drawn
+    /// @{
+    /// Points of other classes are hidden, in every colour mode. All classes at first.
+    void setShownClasses(const std::bitset<256>& classes);
+    const std::bitset<256>& shownClasses() const { return _shownClasses; }
+
+    /// Points outside any of the planes are hidden: (a, b, c, d) in world coordinates, inside where
+    /// a x + b y + c z + d >= 0.
+    void setClipPlanes(const std::vector<osg::Vec4d>& planes);
+    const std::vector<osg::Vec4d>& clipPlanes() const { return _clipPlanes; }
+    /// @}
+
+    /// Clamped to what `--point-size` takes.
+    void setPointSize(int pixels);
+    int pointSize() const { return _pointSize; }
+
+    /// Lines that tell people of a picked point, with the coordinates as its store holds them; empty for a
+    /// point of none of these clouds.
+    std::vector<std::string> describe(const VelOsgDBBrx::PickedPoint& point) const;
+
+private:
+    ColorMode modeOf(const Cloud& cloud) const;
+    const Cloud* findShown(const VelBrx::FileIdentity& file) const;
+    VelBrx::Status loadCloud(const std::string& store, const std::string& normals);
+    void tellColorless() const;
+
+    osg::ref_ptr<osg::Group> _root = new osg::Group;
+    std::vector<Cloud> _clouds;
+    osg::BoundingBoxd _bounds;
+    osg::BoundingBoxd _boundsOfMost;
+    Coloring _coloring; ///< one scale for all clouds
+    ColorMode _mode = ColorMode::AUTOMATIC;
+    unsigned _legendRevision = 0;
+    bool _edl = false;
+    EyeDomeShading _shading;
+    NormalLight _light;
+    int _pointSize = 0;
+    std::bitset<256> _shownClasses = std::bitset<256>().set();
+    std::vector<osg::Vec4d> _clipPlanes;
+};

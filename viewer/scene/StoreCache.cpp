@@ -1,0 +1,155 @@
+#include "viewer/scene/StoreCache.h"
+
+#include "viewer/scene/EndSignals.h"
+#include "viewer/scene/ProgressLine.h"
+
+#include <VelBrx/Builder.h>
+#include <VelBrx/MiraLasRead.h>
+#include <VelBrx/StoreInfo.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace fs = std::filesystem;
+using VelBrx::Status;
+
+namespace {
+
+constexpr char kStoreExtension[] = ".brx";
+
+bool isStore(const std::string& path)
+{
+    VelBrx::BrxHeader header;
+    return VelBrx::MiraLasRead::getBrxHeader(header, path.c_str());
+}
+
+bool isLas(const std::string& path)
+{
+    char signature[4] = {};
+    std::ifstream(path, std::ios::binary).read(signature, sizeof signature);
+    return std::string(signature, sizeof signature) == "LASF";
+}
+
+fs::path cacheFolder()
+{
+    const char* xdg = std::getenv("XDG_CACHE_HOME");
+    const char* home = std::getenv("HOME");
+    if (xdg && *xdg) return fs::path(xdg) / "brxview";
+    return fs::path(home ? home : "/tmp") / ".cache" / "brxview";
+}
+
+/// 64-bit FNV-1a, in hexadecimal: tells files of the same name in different folders apart.
+std::string fingerprint(const std::string& text)
+{
+    uint64_t hash = 0xcbf29ce484222325u;
+    for (const char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
+    char hexadecimal[17];
+    std::snprintf(hexadecimal, sizeof hexadecimal, "%016llx", static_cast<unsigned long long>(hash));
+    return hexadecimal;
+}
+
+fs::path storeBeside(const fs::path& source)
+{
+    return source.string() + kStoreExtension;
+}
+
+fs::path storeInCache(const fs::path& source)
+{
+    return cacheFolder() / (source.stem().string() + "-" + fingerprint(source.string()) +
+                            storeBeside(source.extension()).string());
+}
+
+/// The superuser may write everywhere, and should not where the owner took the right away.
+bool isWritable(const fs::path& folder)
+{
+    constexpr fs::perms kWrite = fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write;
+    std::error_code error;
+    const fs::perms permissions = fs::status(folder, error).permissions();
+    return !error && (permissions & kWrite) != fs::perms::none && access(folder.c_str(), W_OK) == 0;
+}
+
+bool isNewer(const fs::path& store, const fs::path& source)
+{
+    std::error_code error;
+    const auto storeTime = fs::last_write_time(store, error);
+    if (error) return false;
+    const auto sourceTime = fs::last_write_time(source, error);
+    return !error && storeTime >= sourceTime;
+}
+
+Status build(const fs::path& source, const fs::path& store, bool overwrite)
+{
+    std::error_code error;
+    if (store.has_parent_path()) fs::create_directories(store.parent_path(), error);
+    if (error) return Status::failure(store.parent_path().string() + ": " + error.message());
+
+    const EndSignals signals;
+    ProgressLine line("building " + store.string());
+    VelBrx::BuildOptions options;
+    options.inputs = {source.string()};
+    options.output = store.string();
+    options.overwrite = overwrite;
+    options.progress = [&](const VelBrx::BuildProgress& progress) { line.show(progress); };
+    options.cancel = &signals.received();
+    VelBrx::BuildReport report;
+    const Status status = VelBrx::buildStore(options, report);
+    for (const std::string& note : report.notes)
+        std::fprintf(stderr, "brxview: %s\n", note.c_str());
+    return status;
+}
+
+/// Whether a store that somebody named is that of another file: with it the wrong survey would be shown, and
+/// lost where it is to be built again. Files that are no stores are left to those who open them.
+Status checkOrigin(const std::string& store, const std::string& source)
+{
+    std::vector<std::string> names;
+    if (!VelBrx::readSourceNames(store, names) || names.empty()) return {};
+    if (names.size() == 1 && names.front() == source) return {};
+    const std::string more = names.size() > 1 ? " (and " + std::to_string(names.size() - 1) + " more)" : "";
+    return Status::failure(store + ": is the store of " + names.front() + more + ", not of " + source +
+                           "; name another place with --store");
+}
+
+} // namespace
+
+std::string warnOfCache(const std::string& input, const std::string& store)
+{
+    if (store == input || fs::path(store).parent_path() != cacheFolder()) return {};
+    return input + ": its folder cannot be written, so edits are kept in the cache alone, in " + store +
+           "; brx export makes a LAS file of it, --store FILE keeps it elsewhere";
+}
+
+Status findOrBuildStore(const std::string& input, bool rebuild, std::string& store, const std::string& place)
+{
+    std::error_code error;
+    const fs::path source = fs::canonical(input, error);
+    if (error) return Status::failure(input + ": " + error.message());
+    if (!fs::is_regular_file(source, error)) return Status::failure(input + ": is not a file");
+    // What is wrong with a file of that name is said when it is opened: its index is read only there.
+    if (source.extension() == kStoreExtension || isStore(source)) {
+        if (!place.empty())
+            return Status::failure(input + ": is a store; --store belongs to a LAS or LAZ file");
+        store = input;
+        return Status();
+    }
+    if (!isLas(source)) return Status::failure(input + ": is neither a store nor a LAS or LAZ file");
+
+    const fs::path beside = storeBeside(source);
+    const bool staysBeside = isWritable(source.parent_path()) || isNewer(beside, source);
+    const fs::path target = !place.empty() ? fs::path(place) : staysBeside ? beside : storeInCache(source);
+    store = target.string();
+    const bool exists = fs::exists(target, error);
+    if (exists && !place.empty())
+        if (Status status = checkOrigin(store, source.filename().string()); !status) return status;
+    const bool isCurrent = exists && isNewer(target, source);
+    if (isCurrent && (!rebuild || isStore(store))) return Status();
+    if (exists && !rebuild) {
+        return Status::failure(store + ": is older than " + input +
+                               "; --force builds it again, without the edits made in it");
+    }
+    return build(source, target, exists);
+}

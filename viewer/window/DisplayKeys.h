@@ -1,0 +1,27 @@
+#pragma once
+
+#include "viewer/scene/Scene.h"
+#include "viewer/window/Overlay.h"
+
+#include <osgGA/GUIEventHandler>
+
+/// Keys that change how the points look and where the camera stands.
+class DisplayKeys : public osgGA::GUIEventHandler
+{
+public:
+    /// `scene` must outlive this handler; the overlay is held.
+    DisplayKeys(Scene& scene, Overlay& overlay, bool showLegend);
+
+    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
+    void getUsage(osg::ApplicationUsage& usage) const override;
+
+private:
+    bool press(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
+
+    void updateLegend();
+
+    Scene& _scene;
+    const osg::ref_ptr<Overlay> _overlay;
+    bool _showLegend;
+    unsigned _legendRevision = 0; ///< of the scene, as the overlay has it
+};

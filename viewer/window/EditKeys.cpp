@@ -1,0 +1,526 @@
+#include "viewer/window/EditKeys.h"
+
+#include "viewer/display/Palettes.h"
+#include "viewer/edit/EditText.h"
+
+#include <osgGA/CameraManipulator>
+#include <osgViewer/View>
+
+#include <algorithm>
+#include <cmath>
+
+using osgGA::GUIEventAdapter;
+using VelOsgDBBrx::Type;
+
+/// An operation with a key.
+struct EditCommand
+{
+    enum Use
+    {
+        AT_ONCE,       ///< needs no shape
+        ON_SHAPE,      ///< uses the shape up
+        ON_VERTICES,   ///< takes the shape as it is, closed or not, and uses it up
+        COUNT_IN_SHAPE ///< leaves the shape
+    };
+    using Start = bool (*)(EditSession&, const EditSession::Polygon&, const Reclassification&);
+
+    int key;
+    const char* description;
+    Use use;
+    Start start;
+};
+
+namespace {
+
+using Polygon = EditSession::Polygon;
+
+constexpr double kLineWidth = 5;   // pixels
+constexpr double kDragPixels = 3;  // a hand is not still
+constexpr double kDigitsApart = 2; // seconds after which a digit begins another class
+constexpr size_t kStoresInQuestion = 8;
+constexpr int kCtrlQ = 'Q' - '@'; // a window system sends the control character
+
+template <Type side>
+bool hide(EditSession& session, const Polygon& shape, const Reclassification&)
+{
+    return session.hide(shape, side);
+}
+
+bool bringBack(EditSession& session, const Polygon& shape, const Reclassification&)
+{
+    return session.show(shape);
+}
+
+template <bool add>
+bool select(EditSession& session, const Polygon& shape, const Reclassification&)
+{
+    return session.select(shape, add);
+}
+
+template <bool selectedOnly>
+bool segment(EditSession& session, const Polygon&, const Reclassification&)
+{
+    return session.segment(selectedOnly);
+}
+
+template <bool dryRun>
+bool reclassify(EditSession& session, const Polygon& shape, const Reclassification& change)
+{
+    return session.reclassify(shape, {change.toClass, change.fromClasses, dryRun});
+}
+
+bool followLine(EditSession& session, const Polygon& vertices, const Reclassification&)
+{
+    return session.line(vertices, kLineWidth);
+}
+
+template <bool (EditSession::*operation)()>
+bool call(EditSession& session, const Polygon&, const Reclassification&)
+{
+    return (session.*operation)();
+}
+
+const std::vector<EditCommand>& commands()
+{
+    using Command = EditCommand;
+    static const std::vector<EditCommand> commands = {
+        {'x', "hide the points inside", Command::ON_SHAPE, hide<Type::INSIDE>},
+        {'X', "hide the points outside", Command::ON_SHAPE, hide<Type::OUTSIDE>},
+        {'v', "bring hidden points back", Command::ON_SHAPE, bringBack},
+        {'q', "select the points inside", Command::ON_SHAPE, select<true>},
+        {'Q', "deselect the points inside", Command::ON_SHAPE, select<false>},
+        {'G', "show the selected points only", Command::AT_ONCE, segment<true>},
+        {'H', "show all but the selected points", Command::AT_ONCE, segment<false>},
+        {'K', "give the points inside the to-class", Command::ON_SHAPE, reclassify<false>},
+        {'D', "dry run: count what K would change", Command::COUNT_IN_SHAPE, reclassify<true>},
+        {'j', "follow the line through the corners", Command::ON_VERTICES, followLine},
+        {'z', "undo the newest edit", Command::AT_ONCE, call<&EditSession::undo>},
+        {'Z', "undo all edits", Command::AT_ONCE, call<&EditSession::undoAll>},
+        {'W', "save the classes", Command::AT_ONCE, call<&EditSession::save>},
+    };
+    return commands;
+}
+
+/// Keys of the number pad as those of the main one.
+int plainKey(int key)
+{
+    if (key >= GUIEventAdapter::KEY_KP_0 && key <= GUIEventAdapter::KEY_KP_9)
+        return '0' + key - GUIEventAdapter::KEY_KP_0;
+    return key == GUIEventAdapter::KEY_KP_Enter ? int(GUIEventAdapter::KEY_Return) : key;
+}
+
+bool isDigit(int key)
+{
+    return key >= '0' && key <= '9';
+}
+
+osg::Vec2d place(const GUIEventAdapter& event)
+{
+    return osg::Vec2d(event.getX(), event.getY());
+}
+
+/// Whether both show the same picture: depth is left out, as near and far plane change from frame to frame.
+bool isSame(const WindowView& a, const WindowView& b)
+{
+    constexpr double kRounding = 1e-9;
+    if (a.width != b.width || a.height != b.height) return false;
+    for (int row = 0; row < 4; ++row)
+        for (const int column : {0, 1, 3}) {
+            const double difference = std::abs(a.vpw(row, column) - b.vpw(row, column));
+            if (difference > kRounding * std::max(1.0, std::abs(a.vpw(row, column)))) return false;
+        }
+    return true;
+}
+
+void append(std::vector<std::string>& lines, const std::vector<std::string>& more)
+{
+    lines.insert(lines.end(), more.begin(), more.end());
+}
+
+} // namespace
+
+EditKeys::EditKeys(EditSession& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay)
+    : _session(session), _scene(scene), _viewer(viewer), _overlay(&overlay)
+{
+}
+
+bool EditKeys::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    dropShapeOfOtherView();
+    bool handled = false;
+    switch (event.getEventType()) {
+    case GUIEventAdapter::FRAME:
+        update();
+        break;
+    case GUIEventAdapter::KEYDOWN:
+        handled = !event.getHandled() && handleKey(event, action);
+        break;
+    case GUIEventAdapter::PUSH:
+    case GUIEventAdapter::DOUBLECLICK:
+    case GUIEventAdapter::RELEASE:
+    case GUIEventAdapter::DRAG:
+    case GUIEventAdapter::MOVE:
+    case GUIEventAdapter::SCROLL:
+        handled = !event.getHandled() && handleMouse(event);
+        break;
+    default:
+        break;
+    }
+    if (handled) {
+        show();
+        action.requestRedraw();
+    }
+    return handled;
+}
+
+bool EditKeys::handleMouse(const GUIEventAdapter& event)
+{
+    if (_question != Question::NONE) return true;
+    if (!_shape) return false;
+    const osg::Vec2d mouse = place(event);
+    _shape->moveTo(mouse);
+    switch (event.getEventType()) {
+    case GUIEventAdapter::PUSH:
+    case GUIEventAdapter::DOUBLECLICK:
+        if (event.getButton() == GUIEventAdapter::RIGHT_MOUSE_BUTTON) closeShape();
+        if (event.getButton() != GUIEventAdapter::LEFT_MOUSE_BUTTON) break;
+        if (_shape->vertices().empty()) _shapeView = windowViewOf(*_viewer.getCamera());
+        _shape->add(mouse);
+        break;
+    case GUIEventAdapter::RELEASE: // a rectangle can be drawn by one drag
+        if (_shape->kind() == DrawnShape::RECTANGLE && _shape->vertices().size() == 1 &&
+            (mouse - _shape->vertices().front()).length() > kDragPixels) {
+            _shape->add(mouse);
+        }
+        break;
+    default:
+        break;
+    }
+    return true;
+}
+
+void EditKeys::closeShape()
+{
+    if (_shape->close()) return;
+    _report = {_shape->kind() == DrawnShape::POLYGON ? "a polygon needs at least three vertices"
+                                                     : "a rectangle needs two corners"};
+}
+
+bool EditKeys::handleKey(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    const int key = plainKey(event.getKey());
+    if (key == kCtrlQ) {
+        askToClose();
+        return true;
+    }
+    if (_question != Question::NONE) {
+        answer(key);
+        return true;
+    }
+    if (_typed) {
+        type(key);
+        return true;
+    }
+    if (_editing) return (_shape && drawByKey(key)) || editByKey(key, event, action);
+    if (key != 'E') return dropReport(key);
+    _editing = true;
+    return true;
+}
+
+bool EditKeys::dropReport(int key)
+{
+    if (key != GUIEventAdapter::KEY_Escape || _report.empty()) return false;
+    _report.clear();
+    return true;
+}
+
+void EditKeys::say(const std::vector<std::string>& lines)
+{
+    append(_report, lines);
+    show();
+    _viewer.requestRedraw();
+}
+
+void EditKeys::answer(int key)
+{
+    const Question asked = _question;
+    if (key == GUIEventAdapter::KEY_Escape) _question = Question::NONE;
+    if (asked == Question::RESET && key == 'R') {
+        _question = Question::NONE;
+        reset();
+    }
+    if (asked == Question::BUSY && key == 'e') {
+        _question = Question::NONE;
+        _session.editAnyway();
+        _again();
+    }
+    if (asked == Question::CLOSE && key == 's') {
+        _question = Question::NONE;
+        _closing = _session.save();
+    }
+    if (asked == Question::CLOSE && key == 'd') {
+        _question = Question::NONE;
+        _discarded = true;
+        _viewer.setDone(true);
+    }
+}
+
+void EditKeys::type(int key)
+{
+    std::string& text = _typed->text;
+    if (isDigit(key) || key == ',' || (key == '-' && text.empty()))
+        text += static_cast<char>(key);
+    else if (key == GUIEventAdapter::KEY_BackSpace && !text.empty())
+        text.pop_back();
+    else if (key == GUIEventAdapter::KEY_Return)
+        acceptTyped();
+    else if (key == GUIEventAdapter::KEY_Escape)
+        _typed.reset();
+}
+
+void EditKeys::acceptTyped()
+{
+    std::optional<ClassSet> classes = parseClasses(_typed->text);
+    if (!classes) {
+        _report = {_typed->text + ": give classes of 0 to 255, such as 2,6 or -7,18"};
+        return;
+    }
+    if (_typed->shown) {
+        _scene.setShownClasses(*classes);
+    } else {
+        if (!classes->all()) classes->reset(255); // it changes along with all others or not at all
+        if (classes->none()) {
+            _report = {_typed->text + ": class 255 can only change along with all classes"};
+            return;
+        }
+        _fromClasses = *classes;
+    }
+    _typed.reset();
+    _report.clear();
+}
+
+bool EditKeys::drawByKey(int key)
+{
+    switch (key) {
+    case GUIEventAdapter::KEY_BackSpace:
+        _shape->dropLast();
+        return true;
+    case GUIEventAdapter::KEY_Return:
+        closeShape();
+        return true;
+    case GUIEventAdapter::KEY_Escape:
+        _shape.reset();
+        return true;
+    default:
+        return false;
+    }
+}
+
+void EditKeys::warn(const std::string& line)
+{
+    _warnings.push_back(line);
+    if (!_editing) say({line});
+}
+
+bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    if (isDigit(key)) {
+        typeDigit(key - '0', event.getTime());
+        return true;
+    }
+    _digitTime.reset();
+    const auto command = std::find_if(commands().begin(), commands().end(),
+                                      [key](const EditCommand& candidate) { return candidate.key == key; });
+    if (command != commands().end())
+        start(*command);
+    else if (key == 'a' || key == 'A')
+        beginShape(key == 'a' ? DrawnShape::POLYGON : DrawnShape::RECTANGLE, event, action);
+    else if (key == 'F' || key == 'V')
+        _typed = TypedClasses{key == 'V', ""};
+    else if (key == 'R')
+        _question = Question::RESET;
+    else if (key == 'E')
+        leave();
+    else
+        return dropReport(key);
+    return true;
+}
+
+void EditKeys::typeDigit(int digit, double time)
+{
+    const int longer = 10 * _toClass + digit;
+    const bool goesOn = _digitTime && time - *_digitTime <= kDigitsApart && longer <= 255;
+    _toClass = goesOn ? longer : digit;
+    _digitTime = time;
+}
+
+void EditKeys::beginShape(DrawnShape::Kind kind, const GUIEventAdapter& event,
+                          osgGA::GUIActionAdapter& action)
+{
+    _shape.emplace(kind);
+    _shape->moveTo(place(event));
+    _shapeInUse = false; // of the running operation's shape, which this one replaces
+    _report.clear();
+    // A camera that was thrown stands still from now on.
+    if (osgGA::CameraManipulator* manipulator = _viewer.getCameraManipulator())
+        manipulator->init(event, action);
+}
+
+void EditKeys::leave()
+{
+    _editing = false;
+    _shape.reset();
+    _report.clear();
+}
+
+void EditKeys::start(const EditCommand& command)
+{
+    Polygon vertices;
+    if (command.use != EditCommand::AT_ONCE) {
+        if (!_shape) {
+            _report = {"draw a polygon (a) or a rectangle (A) first"};
+            return;
+        }
+        if (command.use != EditCommand::ON_VERTICES) _shape->close();
+        vertices = _shape->vertices();
+    }
+    Reclassification change;
+    change.toClass = _toClass;
+    if (!_fromClasses.all()) change.fromClasses = listClasses(_fromClasses);
+    apply(command, vertices, change);
+}
+
+void EditKeys::apply(const EditCommand& command, const Polygon& vertices, const Reclassification& change)
+{
+    if (!command.start(_session, vertices, change)) {
+        _report = {"the last operation is still running"};
+        return;
+    }
+    _again = [this, &command, vertices, change] { apply(command, vertices, change); };
+    _shapeInUse = command.use == EditCommand::ON_SHAPE || command.use == EditCommand::ON_VERTICES;
+    _report = {"working ..."};
+}
+
+void EditKeys::reset()
+{
+    _again = [this] { reset(); };
+    _session.reset();
+}
+
+void EditKeys::askToClose()
+{
+    _closing = _session.isBusy();
+    if (_closing) return;
+    _unsaved = _session.unsavedPoints();
+    if (describeUnsaved(_unsaved).empty())
+        _viewer.setDone(true);
+    else
+        _question = Question::CLOSE;
+    show();
+    _viewer.requestRedraw();
+}
+
+void EditKeys::update()
+{
+    const std::optional<EditOutcome> outcome = _session.poll();
+    if (outcome) takeOutcome(*outcome);
+    if (outcome || _shape) show();
+}
+
+/// A shape belongs to the picture that it was drawn over.
+void EditKeys::dropShapeOfOtherView()
+{
+    if (!_shape || _shape->vertices().empty()) return;
+    const std::optional<WindowView> view = windowViewOf(*_viewer.getCamera());
+    if (view && _shapeView && isSame(*view, *_shapeView)) return;
+    _shape.reset();
+    _report = {"the picture has moved: draw again"};
+    show();
+}
+
+void EditKeys::takeOutcome(const EditOutcome& outcome)
+{
+    _report = describe(outcome);
+    _unsaved = _session.unsavedPoints();
+    if (_shapeInUse && outcome.ok) _shape.reset();
+    _shapeInUse = false;
+    if (outcome.isBusyElsewhere) {
+        _question = Question::BUSY;
+        _busy = outcome.message;
+    }
+    const bool closing = _closing;
+    _closing = false;
+    if (closing && outcome.ok) askToClose();
+}
+
+std::vector<std::string> EditKeys::panel() const
+{
+    if (!_editing) return _report;
+    std::vector<std::string> lines = {"EDIT   (E ends editing, h lists the keys)",
+                                      "to class:      " + classText(static_cast<unsigned>(_toClass)) +
+                                          "   (type its number)",
+                                      "from classes:  " + formatClasses(_fromClasses) + "   (F)",
+                                      "classes shown: " + formatClasses(_scene.shownClasses()) + "   (V)"};
+    append(lines, hints());
+    if (!_report.empty()) lines.push_back("");
+    append(lines, _report);
+    uint64_t unsaved = 0;
+    for (const auto& store : _unsaved)
+        unsaved += store.second;
+    if (unsaved > 0) lines.push_back("not saved: " + grouped(unsaved) + " (W saves)");
+    append(lines, _warnings);
+    return lines;
+}
+
+std::vector<std::string> EditKeys::hints() const
+{
+    if (_typed)
+        return {std::string(_typed->shown ? "classes to show: " : "classes that may change: ") +
+                    _typed->text + "_",
+                "2,6 or -7,18 for all but these; nothing for all; Enter, Esc"};
+    if (!_shape) return {"a draws a polygon, A a rectangle"};
+    const std::string count = std::to_string(_shape->vertices().size());
+    if (!_shape->isClosed())
+        return {_shape->kind() == DrawnShape::POLYGON ? "polygon of " + count + " vertices: click to add,"
+                                                      : "rectangle: click or drag two corners,",
+                "Backspace drops, Enter or right click closes, Esc cancels"};
+    return {"x hides inside, X outside, v brings back", "q selects, Q deselects, K reclassifies, D counts"};
+}
+
+std::vector<std::string> EditKeys::question() const
+{
+    if (_question == Question::RESET)
+        return {"Show every hidden point of the stores, whoever hid it? This cannot be undone.", "",
+                "R: show them all     Esc: go on"};
+    if (_question == Question::BUSY) return {_busy, "", "e: edit it all the same     Esc: only look"};
+    if (_question == Question::NONE) return {};
+    std::vector<std::string> lines = describeUnsaved(_unsaved);
+    if (lines.size() > kStoresInQuestion) {
+        lines.resize(kStoresInQuestion);
+        lines.push_back("...");
+    }
+    append(lines, {"", "s: save and close     d: discard and close     Esc: go on"});
+    return lines;
+}
+
+void EditKeys::show()
+{
+    _overlay->setPanel(panel());
+    _overlay->setQuestion(question());
+    const bool closed = _shape && _shape->isClosed();
+    _overlay->setOutline(_shape ? _shape->preview() : Polygon(), closed);
+}
+
+void EditKeys::getUsage(osg::ApplicationUsage& usage) const
+{
+    usage.addKeyboardMouseBinding("E", "Edit mode on / off");
+    usage.addKeyboardMouseBinding("a / A", "draw a polygon / a rectangle; click the corners");
+    usage.addKeyboardMouseBinding("Backspace", "take the last corner away");
+    usage.addKeyboardMouseBinding("Enter, right click", "close the polygon");
+    usage.addKeyboardMouseBinding("0 ... 255", "the to-class, by its digits");
+    usage.addKeyboardMouseBinding("F", "from-classes: which classes may change");
+    usage.addKeyboardMouseBinding("V", "visible classes: which classes are shown");
+    usage.addKeyboardMouseBinding("R", "reset: show every hidden point, after asking");
+    for (const EditCommand& command : commands())
+        usage.addKeyboardMouseBinding(command.key, command.description);
+}

@@ -1,0 +1,117 @@
+#pragma once
+
+#include "viewer/edit/ClassList.h"
+#include "viewer/edit/EditSession.h"
+#include "viewer/window/DrawnShape.h"
+#include "viewer/window/Overlay.h"
+
+#include <osgGA/GUIEventHandler>
+#include <osgViewer/Viewer>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct EditCommand;
+
+/// Editing by hand: a mode in which the user draws a polygon or a rectangle over the picture and applies an
+/// operation of `EditSession` to it by a key. A panel of the overlay tells the mode, the classes, what the
+/// last operation did and what is not saved.
+///
+/// While something is drawn the mouse belongs to the drawing, and the camera stands still; should it move all
+/// the same, the drawing is dropped, as it is when the window changes its size. Add this handler before those
+/// that use the mouse or the same keys.
+///
+/// An operation on a store that another program edits is refused; the user is asked whether to do it all the
+/// same.
+///
+/// Ctrl+Q closes the viewer. It asks before unsaved classes are lost: the viewer is to have no key of its own
+/// that ends it, and whoever sees a request to close calls `askToClose`.
+class EditKeys : public osgGA::GUIEventHandler
+{
+public:
+    /// `session`, `scene` and `viewer` must outlive the frames; the overlay is held.
+    EditKeys(EditSession& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay);
+
+    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
+    void getUsage(osg::ApplicationUsage& usage) const override;
+
+    /// Ends the viewer, once the running operation has ended and the user has said what becomes of unsaved
+    /// classes.
+    void askToClose();
+
+    /// Shows lines in the panel until Escape or the next operation takes them away.
+    void say(const std::vector<std::string>& lines);
+
+    /// As `say`, and in edit mode for good.
+    void warn(const std::string& line);
+
+    /// The user has chosen to lose unsaved classes.
+    bool hasDiscarded() const { return _discarded; }
+
+private:
+    enum class Question
+    {
+        NONE,
+        CLOSE,
+        RESET,
+        BUSY ///< another program edits a store: shall it be edited all the same
+    };
+
+    /// A list of classes while it is typed.
+    struct TypedClasses
+    {
+        bool shown; ///< the classes on show, else those that may change
+        std::string text;
+    };
+
+    bool handleMouse(const osgGA::GUIEventAdapter& event);
+    bool dropReport(int key);
+    bool handleKey(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
+    void answer(int key);
+    void type(int key);
+    void acceptTyped();
+    void closeShape();
+    bool drawByKey(int key);
+    bool editByKey(int key, const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
+    void typeDigit(int digit, double time);
+    void beginShape(DrawnShape::Kind kind, const osgGA::GUIEventAdapter& event,
+                    osgGA::GUIActionAdapter& action);
+    void leave();
+    void start(const EditCommand& command);
+    void apply(const EditCommand& command, const EditSession::Polygon& vertices,
+               const Reclassification& change);
+    void reset();
+    void update();
+    void dropShapeOfOtherView();
+    void takeOutcome(const EditOutcome& outcome);
+    std::vector<std::string> panel() const;
+    std::vector<std::string> hints() const;
+    std::vector<std::string> question() const;
+    void show();
+
+    EditSession& _session;
+    Scene& _scene;
+    osgViewer::Viewer& _viewer;
+    const osg::ref_ptr<Overlay> _overlay;
+
+    bool _editing = false;
+    std::optional<DrawnShape> _shape;
+    std::optional<WindowView> _shapeView; ///< what the first vertex was drawn on
+    bool _shapeInUse = false;             ///< the running operation uses the shape up
+    int _toClass = 1;
+    std::optional<double> _digitTime; ///< when the last digit of the to-class was typed, seconds
+    ClassSet _fromClasses = ClassSet().set();
+    std::optional<TypedClasses> _typed;
+    Question _question = Question::NONE;
+    std::function<void()> _again; ///< does the last operation once more
+    std::string _busy;            ///< who edits the store that it was refused for
+    bool _closing = false;        ///< close when the running operation has ended
+    bool _discarded = false;
+    std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing
+    std::vector<std::string> _warnings;
+    std::map<std::string, uint64_t> _unsaved;
+};

@@ -1,0 +1,45 @@
+#include "viewer/window/HelpKey.h"
+
+#include <algorithm>
+#include <cctype>
+
+HelpKey::HelpKey(Overlay& overlay) : _overlay(&overlay) {}
+
+void HelpKey::add(const std::string& title, const osgGA::GUIEventHandler& handler)
+{
+    const osg::ref_ptr<osg::ApplicationUsage> usage = new osg::ApplicationUsage;
+    handler.getUsage(*usage);
+    KeyList list{title, {}};
+    for (auto [key, description] : usage->getKeyboardMouseBindings()) {
+        if (!description.empty()) description[0] = static_cast<char>(std::toupper(description[0]));
+        list.keys.emplace_back(key, description);
+    }
+    add(list);
+}
+
+void HelpKey::add(const KeyList& more)
+{
+    auto list = std::find_if(_lists.begin(), _lists.end(),
+                             [&](const KeyList& known) { return known.title == more.title; });
+    if (list == _lists.end()) list = _lists.insert(list, KeyList{more.title, {}});
+    list->keys.insert(list->keys.end(), more.keys.begin(), more.keys.end());
+}
+
+bool HelpKey::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    const int key = event.getKey();
+    const bool escapes = _shown && key == osgGA::GUIEventAdapter::KEY_Escape;
+    if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
+        (key != 'h' && !escapes)) {
+        return false;
+    }
+    _shown = !_shown;
+    _overlay->setHelp(_shown ? _lists : std::vector<KeyList>());
+    action.requestRedraw();
+    return true;
+}
+
+void HelpKey::getUsage(osg::ApplicationUsage& usage) const
+{
+    usage.addKeyboardMouseBinding("h", "These keys on / off");
+}

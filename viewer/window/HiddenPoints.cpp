@@ -1,0 +1,39 @@
+#include "viewer/window/HiddenPoints.h"
+
+#include "viewer/edit/EditText.h"
+
+#include <VelBrx/PointCounts.h>
+
+#include <utility>
+
+HiddenPoints::HiddenPoints(std::vector<std::string> stores)
+    : _stores(std::move(stores)), _thread([this] { count(); })
+{
+}
+
+HiddenPoints::~HiddenPoints()
+{
+    _cancel = true;
+    _thread.join();
+}
+
+void HiddenPoints::count()
+{
+    uint64_t points = 0;
+    std::vector<std::string> concerned;
+    for (const std::string& store : _stores) {
+        uint64_t hidden = 0;
+        if (_cancel) return;
+        if (!VelBrx::countHiddenPoints(store, _cancel, hidden) || hidden == 0) continue;
+        points += hidden;
+        concerned.push_back(store);
+    }
+    _lines = describeHidden(points, concerned, _stores.size());
+    _counted = true;
+}
+
+std::optional<std::vector<std::string>> HiddenPoints::take()
+{
+    if (!_counted.exchange(false)) return std::nullopt;
+    return std::move(_lines);
+}

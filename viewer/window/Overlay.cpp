@@ -1,0 +1,273 @@
+#include "viewer/window/Overlay.h"
+
+#include <algorithm>
+#include <array>
+#include <backends/imgui_impl_opengl3.h>
+#include <cmath>
+#include <imgui.h>
+#include <osg/RenderInfo>
+#include <osg/Viewport>
+
+namespace {
+
+/// Letters are drawn in whole multiples of their built-in size, one more for every so many rows.
+constexpr double kRowsPerUnit = 900.0;
+constexpr float kFontSize = 13.0f;
+constexpr float kMargin = 10.0f;
+constexpr float kRampWidth = 16.0f;
+constexpr float kRampHeight = 180.0f;
+constexpr ImGuiWindowFlags kPanel = ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoInputs |
+                                    ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoSavedSettings;
+
+constexpr float kPanelAlpha = 0.7f;
+constexpr float kWidestText = 0.5f;     ///< of the window; wider lines are broken
+constexpr float kLettersOfALine = 70;   ///< that are never broken
+constexpr float kQuestionAlpha = 0.95f; ///< of what is read rather than looked past
+const ImVec4 kTitleColor(1.0f, 0.87f, 0.25f, 1.0f);
+constexpr float kOutlineWidth = 1.5f;
+constexpr float kVertexRadius = 3.0f;
+constexpr ImU32 kOutlineColor = IM_COL32(255, 221, 64, 255);
+constexpr ImU32 kOutlineShadow = IM_COL32(0, 0, 0, 160); ///< seen on light points
+
+/// Size of the window that is drawn into, pixels.
+osg::Vec2d windowSize(const osg::RenderInfo& renderInfo, const osg::Viewport& viewport)
+{
+    const osg::GraphicsContext* context = renderInfo.getState()->getGraphicsContext();
+    const osg::GraphicsContext::Traits* traits = context ? context->getTraits() : nullptr;
+    return traits ? osg::Vec2d(traits->width, traits->height)
+                  : osg::Vec2d(viewport.width(), viewport.height());
+}
+
+ImU32 toImGui(const osg::Vec4f& color)
+{
+    return ImGui::ColorConvertFloat4ToU32(ImVec4(color.r(), color.g(), color.b(), 1.0f));
+}
+
+void drawKeys(const std::vector<const KeyList*>& lists)
+{
+    float keyWidth = 0;
+    for (const KeyList* list : lists)
+        for (const auto& entry : list->keys)
+            keyWidth = std::max(keyWidth, ImGui::CalcTextSize(entry.first.c_str()).x);
+    ImGui::BeginGroup();
+    for (const KeyList* list : lists) {
+        if (list != lists.front()) ImGui::NewLine();
+        ImGui::TextColored(kTitleColor, "%s", list->title.c_str());
+        for (const auto& [key, description] : list->keys) {
+            ImGui::TextUnformatted(key.c_str());
+            ImGui::SameLine(keyWidth + 2 * ImGui::GetTextLineHeight());
+            ImGui::TextUnformatted(description.c_str());
+        }
+    }
+    ImGui::EndGroup();
+}
+
+} // namespace
+
+Overlay::~Overlay()
+{
+    if (_context) ImGui::DestroyContext(_context);
+}
+
+void Overlay::setLegend(const Legend& legend)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _legend = legend;
+}
+
+void Overlay::setLines(const std::vector<std::string>& lines)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _lines = lines;
+}
+
+void Overlay::setPanel(const std::vector<std::string>& lines)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _panel = lines;
+}
+
+void Overlay::setQuestion(const std::vector<std::string>& lines)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _question = lines;
+}
+
+void Overlay::setHelp(const std::vector<KeyList>& lists)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _help = lists;
+}
+
+void Overlay::setOutline(const std::vector<osg::Vec2d>& vertices, bool closed)
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _outline = vertices;
+    _outlineClosed = closed;
+}
+
+bool Overlay::isEmpty() const
+{
+    return _legend.title.empty() && _lines.empty() && _panel.empty() && _question.empty() && _help.empty() &&
+           _outline.empty();
+}
+
+void Overlay::operator()(osg::RenderInfo& renderInfo) const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    const osg::Viewport* viewport = renderInfo.getCurrentCamera()->getViewport();
+    if (!viewport || isEmpty()) return;
+    beginFrame(windowSize(renderInfo, *viewport));
+    drawOutline();
+    if (!_legend.title.empty()) drawLegend();
+    drawText("lines", _lines, osg::Vec2d(0, 1), kPanelAlpha);
+    drawText("panel", _panel, osg::Vec2d(1, 0), kPanelAlpha);
+    if (!_help.empty()) drawHelp();
+    drawText("question", _question, osg::Vec2d(0.5, 0.5), kQuestionAlpha);
+    ImGui::Render();
+    ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());
+}
+
+void Overlay::releaseGLObjects(osg::State*) const
+{
+    const std::lock_guard<std::mutex> lock(_mutex);
+    if (!_hasGlObjects) return;
+    ImGui::SetCurrentContext(_context);
+    ImGui_ImplOpenGL3_Shutdown();
+    _hasGlObjects = false;
+}
+
+void Overlay::beginFrame(const osg::Vec2d& windowSize) const
+{
+    if (!_context) {
+        _context = ImGui::CreateContext();
+        ImGui::SetCurrentContext(_context);
+        ImGui::GetIO().IniFilename = nullptr;
+        ImGui::GetStyle().WindowRounding = 4.0f;
+        _unit = static_cast<float>(std::max(1.0, std::round(windowSize.y() / kRowsPerUnit)));
+        ImFontConfig font;
+        font.SizePixels = kFontSize * _unit;
+        ImGui::GetIO().Fonts->AddFontDefault(&font);
+    }
+    ImGui::SetCurrentContext(_context);
+    if (!_hasGlObjects) _hasGlObjects = ImGui_ImplOpenGL3_Init("#version 130");
+    ImGuiIO& io = ImGui::GetIO();
+    io.DisplaySize = ImVec2(static_cast<float>(windowSize.x()), static_cast<float>(windowSize.y()));
+    ImGui_ImplOpenGL3_NewFrame();
+    ImGui::NewFrame();
+}
+
+void Overlay::drawLegend() const
+{
+    ImGui::SetNextWindowPos(ImVec2(kMargin, kMargin));
+    ImGui::SetNextWindowBgAlpha(kPanelAlpha);
+    ImGui::Begin("legend", nullptr, kPanel);
+    ImGui::TextUnformatted(_legend.title.c_str());
+    if (!_legend.remark.empty()) ImGui::TextUnformatted(_legend.remark.c_str());
+    const float room = ImGui::GetIO().DisplaySize.y - 2 * kMargin - ImGui::GetCursorPosY();
+    drawEntries(room);
+    if (_legend.ramp.size() > 1) drawRamp(room);
+    ImGui::End();
+}
+
+/// As many as there is room for.
+void Overlay::drawEntries(float room) const
+{
+    const auto rows = static_cast<size_t>(std::max(room / ImGui::GetTextLineHeightWithSpacing(), 1.0f));
+    const size_t all = _legend.entries.size();
+    const size_t shown = all <= rows ? all : rows - 1;
+    for (size_t i = 0; i < shown; ++i) {
+        const Legend::Entry& entry = _legend.entries[i];
+        const ImVec2 corner = ImGui::GetCursorScreenPos();
+        const float side = ImGui::GetTextLineHeight();
+        ImGui::GetWindowDrawList()->AddRectFilled(corner, ImVec2(corner.x + side, corner.y + side),
+                                                  toImGui(entry.color));
+        ImGui::Dummy(ImVec2(side, side));
+        ImGui::SameLine();
+        ImGui::TextUnformatted(entry.text.c_str());
+    }
+    if (shown < all) ImGui::TextUnformatted(("and " + std::to_string(all - shown) + " more").c_str());
+}
+
+void Overlay::drawRamp(float room) const
+{
+    const ImVec2 corner = ImGui::GetCursorScreenPos();
+    const float line = ImGui::GetTextLineHeight();
+    const float width = kRampWidth * _unit;
+    const float height = std::clamp(room - 2 * line, line, kRampHeight * _unit);
+    const float top = corner.y + line / 2; // room for half of the uppermost number
+    const auto row = [&](double position) { return top + height * static_cast<float>(1.0 - position); };
+    ImDrawList* list = ImGui::GetWindowDrawList();
+    for (size_t i = 1; i < _legend.ramp.size(); ++i) {
+        const ImU32 low = toImGui(_legend.ramp[i - 1].color);
+        const ImU32 high = toImGui(_legend.ramp[i].color);
+        list->AddRectFilledMultiColor(ImVec2(corner.x, row(_legend.ramp[i].position)),
+                                      ImVec2(corner.x + width, row(_legend.ramp[i - 1].position)), high, high,
+                                      low, low);
+    }
+    float textWidth = 0;
+    for (size_t i = 0; i < _legend.numbers.size(); ++i) {
+        const std::string& number = _legend.numbers[i];
+        const double position = static_cast<double>(i) / static_cast<double>(_legend.numbers.size() - 1);
+        list->AddText(ImVec2(corner.x + width + line / 2, row(position) - line / 2),
+                      ImGui::GetColorU32(ImGuiCol_Text), number.c_str());
+        textWidth = std::max(textWidth, ImGui::CalcTextSize(number.c_str()).x);
+    }
+    ImGui::Dummy(ImVec2(width + line / 2 + textWidth, height + line));
+}
+
+void Overlay::drawOutline() const
+{
+    if (_outline.empty()) return;
+    const float height = ImGui::GetIO().DisplaySize.y;
+    std::vector<ImVec2> points; // ImGui counts y from the top
+    for (const osg::Vec2d& vertex : _outline)
+        points.emplace_back(static_cast<float>(vertex.x()), height - static_cast<float>(vertex.y()));
+    ImDrawList* list = ImGui::GetBackgroundDrawList();
+    const int count = static_cast<int>(points.size());
+    const ImDrawFlags flags = _outlineClosed ? ImDrawFlags_Closed : ImDrawFlags_None;
+    list->AddPolyline(points.data(), count, kOutlineShadow, flags, 3 * kOutlineWidth * _unit);
+    list->AddPolyline(points.data(), count, kOutlineColor, flags, kOutlineWidth * _unit);
+    for (const ImVec2& point : points)
+        list->AddCircleFilled(point, kVertexRadius * _unit, kOutlineColor);
+}
+
+/// The lists one below the other, the next always in the shorter column.
+void Overlay::drawHelp() const
+{
+    const ImVec2 window = ImGui::GetIO().DisplaySize;
+    ImGui::SetNextWindowPos(ImVec2(window.x / 2, window.y / 2), ImGuiCond_Always, ImVec2(0.5f, 0.5f));
+    ImGui::SetNextWindowBgAlpha(kQuestionAlpha);
+    ImGui::Begin("help", nullptr, kPanel);
+    std::array<std::vector<const KeyList*>, 2> columns;
+    std::array<size_t, 2> rows{};
+    for (const KeyList& list : _help) {
+        const size_t column = rows[1] < rows[0] ? 1 : 0;
+        columns[column].push_back(&list);
+        rows[column] += list.keys.size() + 2;
+    }
+    for (const auto& lists : columns) {
+        if (&lists != &columns.front()) ImGui::SameLine(0, 2 * ImGui::GetTextLineHeight());
+        drawKeys(lists);
+    }
+    ImGui::End();
+}
+
+/// Lines of text at a place of the window: 0 is its left or top, 1 its right or bottom.
+void Overlay::drawText(const char* name, const std::vector<std::string>& lines, const osg::Vec2d& place,
+                       float alpha) const
+{
+    if (lines.empty()) return;
+    const ImVec2 window = ImGui::GetIO().DisplaySize;
+    const ImVec2 pivot(static_cast<float>(place.x()), static_cast<float>(place.y()));
+    ImGui::SetNextWindowPos(
+        ImVec2(kMargin + pivot.x * (window.x - 2 * kMargin), kMargin + pivot.y * (window.y - 2 * kMargin)),
+        ImGuiCond_Always, pivot);
+    ImGui::SetNextWindowBgAlpha(alpha);
+    ImGui::Begin(name, nullptr, kPanel);
+    ImGui::PushTextWrapPos(std::max(kWidestText * window.x, kLettersOfALine * ImGui::CalcTextSize("0").x));
+    for (const std::string& line : lines)
+        ImGui::TextUnformatted(line.c_str());
+    ImGui::PopTextWrapPos();
+    ImGui::End();
+}

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "viewer/display/Legend.h"
+#include "viewer/window/KeyList.h"
+
+#include <osg/Camera>
+#include <osg/Vec2d>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+struct ImGuiContext;
+
+/// Draws the legend, lines of text and what the user draws over the window of a camera. It is a post draw
+/// callback of that camera, so that pictures read by its final draw callbacks have it.
+///
+/// Threads: the setters on the viewer's thread, drawing on the thread that draws.
+class Overlay : public osg::Camera::DrawCallback
+{
+public:
+    void setLegend(const Legend& legend);
+
+    /// Shown at the bottom; none hides them.
+    void setLines(const std::vector<std::string>& lines);
+
+    /// Shown at the top right; none hides them.
+    void setPanel(const std::vector<std::string>& lines);
+
+    /// Shown in the middle, above everything else; none hides it.
+    void setQuestion(const std::vector<std::string>& lines);
+
+    /// Shown in the middle, in two columns; none hides it.
+    void setHelp(const std::vector<KeyList>& lists);
+
+    /// What the user draws: vertices in pixels of the window from its bottom left, y up. None
+    /// hides it.
+    void setOutline(const std::vector<osg::Vec2d>& vertices, bool closed);
+
+    void operator()(osg::RenderInfo& renderInfo) const override;
+    void releaseGLObjects(osg::State* state) const override;
+
+protected:
+    ~Overlay() override;
+
+private:
+    bool isEmpty() const;
+    void beginFrame(const osg::Vec2d& windowSize) const;
+    void drawLegend() const;
+    void drawEntries(float room) const;
+    void drawRamp(float room) const;
+    void drawOutline() const;
+    void drawHelp() const;
+    void drawText(const char* name, const std::vector<std::string>& lines, const osg::Vec2d& place,
+                  float alpha) const;
+
+    mutable std::mutex _mutex; ///< guards the members below
+    Legend _legend;
+    std::vector<std::string> _lines;
+    std::vector<std::string> _panel;
+    std::vector<std::string> _question;
+    std::vector<KeyList> _help;
+    std::vector<osg::Vec2d> _outline;
+    bool _outlineClosed = false;
+    mutable ImGuiContext* _context = nullptr; ///< made by the first frame, on the drawing thread
+    mutable bool _hasGlObjects = false;
+    mutable float _unit = 1; ///< pixels of one text pixel: large pictures get large letters
+};

@@ -1,0 +1,228 @@
+#include "viewer/window/Window.h"
+
+#include "viewer/edit/EditSession.h"
+#include "viewer/edit/EditText.h"
+#include "viewer/scene/ContextServices.h"
+#include "viewer/scene/EndSignals.h"
+#include "viewer/window/CloseRequests.h"
+#include "viewer/window/DisplayKeys.h"
+#include "viewer/window/EditKeys.h"
+#include "viewer/window/FullScreenKey.h"
+#include "viewer/window/HelpKey.h"
+#include "viewer/window/HiddenPoints.h"
+#include "viewer/window/MoveLevel.h"
+#include "viewer/window/Notices.h"
+#include "viewer/window/Overlay.h"
+#include "viewer/window/PickHandler.h"
+#include "viewer/window/ScreenshotKey.h"
+#include "viewer/window/WheelZoom.h"
+
+#include <VelOsgDBBrx/OpenGLCheck.h>
+#include <osgGA/KeySwitchMatrixManipulator>
+#include <osgGA/TerrainManipulator>
+#include <osgGA/TrackballManipulator>
+#include <osgViewer/ViewerEventHandlers>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <thread>
+
+using VelBrx::Status;
+
+namespace {
+
+constexpr int kWindowWidth = 1280;
+constexpr int kWindowHeight = 800;
+
+bool hasWindow(osgViewer::Viewer& viewer)
+{
+    return viewer.getCamera()->getGraphicsContext() || viewer.getNumSlaves() > 0;
+}
+
+/// The window asked for by options or environment, or one of our own size. Fails where its OpenGL cannot draw
+/// points.
+Status openWindow(osgViewer::Viewer& viewer)
+{
+    const bool chosen =
+        std::getenv("OSG_WINDOW") || std::getenv("OSG_SCREEN") || std::getenv("OSG_CONFIG_FILE");
+    const QuietNotices quiet;
+    if (!hasWindow(viewer) && !chosen) viewer.setUpViewInWindow(60, 60, kWindowWidth, kWindowHeight);
+    const osg::ref_ptr<VelOsgDBBrx::OpenGLCheck> check = new VelOsgDBBrx::OpenGLCheck;
+    viewer.setRealizeOperation(check);
+    viewer.realize();
+    return check->status();
+}
+
+double aspectOf(const osg::Camera& camera)
+{
+    const osg::Viewport* viewport = camera.getViewport();
+    return viewport && viewport->height() > 0 ? viewport->width() / viewport->height() : 1.0;
+}
+
+/// The first file and the number of the others.
+std::string titleOf(const Options& options)
+{
+    const std::string first = std::filesystem::path(options.inputs.front()).filename().string();
+    const size_t others = options.inputs.size() - 1;
+    return first + (others > 0 ? " and " + std::to_string(others) + " more" : "") + " - brxview";
+}
+
+void setTitle(osgViewer::Viewer& viewer, const std::string& title)
+{
+    osgViewer::ViewerBase::Windows windows;
+    viewer.getWindows(windows);
+    for (osgViewer::GraphicsWindow* window : windows)
+        window->setWindowName(title);
+}
+
+bool isDragging(osgViewer::Viewer& viewer)
+{
+    return viewer.getEventQueue()->getCurrentEventState()->getButtonMask() != 0;
+}
+
+/// Frames to draw without a pause before the end, as OSG_RUN_FRAME_COUNT tells every viewer; negative: no
+/// end.
+long frameLimit()
+{
+    const char* count = std::getenv("OSG_RUN_FRAME_COUNT");
+    return count && *count ? std::atol(count) : -1;
+}
+
+/// What is lost when the viewer ends without a question; a failure when there is something.
+Status unsavedClasses(const EditSession& session)
+{
+    std::string message;
+    for (const std::string& line : describeUnsaved(session.unsavedPoints()))
+        message += (message.empty() ? "" : "\nbrxview: ") + line;
+    return message.empty() ? Status() : Status::failure(message);
+}
+
+/// Tells people of points that they do not see.
+void tellHidden(HiddenPoints& hidden, EditKeys& editKeys)
+{
+    const std::optional<std::vector<std::string>> lines = hidden.take();
+    if (!lines || lines->empty()) return;
+    std::fprintf(stderr, "brxview: %s\n", lines->front().c_str());
+    editKeys.say(*lines);
+}
+
+/// Draws while something changes; a still picture costs next to nothing.
+void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel,
+                   const EditSession& session, EditKeys& editKeys, const std::vector<std::string>& stores)
+{
+    // A camera is known to paging one frame after it was drawn.
+    constexpr int kFramesAfterAChange = 3;
+    const long limit = frameLimit();
+    long frames = 0;
+    const EndSignals signals;
+    std::optional<HiddenPoints> hidden;
+    for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
+        if (takeCloseRequests(viewer)) editKeys.askToClose();
+        if (session.hasOutcome()) viewer.requestRedraw();
+        // The first picture comes first.
+        if (!hidden && frames > kFramesAfterAChange && services.isSettled()) hidden.emplace(stores);
+        if (hidden) tellHidden(*hidden, editKeys);
+        if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
+        if (quietFrames == kFramesAfterAChange) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            continue;
+        }
+        const auto start = std::chrono::steady_clock::now();
+        viewer.frame();
+        ++frames;
+        // With draw threads a frame waits for the one before: from the second on, its time is that of
+        // drawing.
+        if (++quietFrames > 1 && !isDragging(viewer)) {
+            moveLevel.wholeFrameTook(
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        }
+    }
+}
+
+} // namespace
+
+osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene,
+                                  Overlay& overlay, bool showLegend)
+{
+    const osg::ref_ptr<HelpKey> help = new HelpKey(overlay);
+    const auto add = [&](const std::string& title, osgGA::GUIEventHandler* handler) {
+        viewer.addEventHandler(handler);
+        help->add(title, *handler);
+    };
+    add("Edit", &editKeys);
+    add("Show", new DisplayKeys(scene, overlay, showLegend));
+    add("Show", new PickHandler(scene, overlay));
+    add("Camera", new WheelZoom(*scene.root()));
+    help->add({"Camera",
+               {{"Left drag", "Turn"},
+                {"Middle drag", "Move sideways"},
+                {"Right drag", "Nearer / farther"},
+                {"Space", "The first view, or that of T, N, I"},
+                {"1 / 2", "Turn freely / about the vertical"}}});
+    add("Window", help);
+    add("Window", new ScreenshotKey(*viewer.getCamera()));
+    add("Window", new FullScreenKey);
+    help->add(
+        {"Window",
+         {{"Escape", "Cancel what is drawn, typed or asked"}, {"Ctrl+Q", "Close the viewer, after asking"}}});
+    viewer.addEventHandler(new osgViewer::StatsHandler); // of use to developers, so not in the help
+    return help;
+}
+
+osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home)
+{
+    const osg::ref_ptr<osgGA::KeySwitchMatrixManipulator> manipulators =
+        new osgGA::KeySwitchMatrixManipulator;
+    manipulators->addMatrixManipulator('1', "Trackball", new osgGA::TrackballManipulator);
+    manipulators->addMatrixManipulator('2', "Terrain", new osgGA::TerrainManipulator);
+    manipulators->setHomePosition(home.eye, home.center, home.up, false);
+    return manipulators;
+}
+
+void setUpCamera(osg::Camera& camera, double aspect)
+{
+    camera.setClearColor(osg::Vec4(0.11f, 0.12f, 0.14f, 1.0f));
+    camera.setProjectionMatrix(projectionOf(Lens(), aspect));
+    // A cell that is small on the screen still has its points.
+    camera.setCullingMode(camera.getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);
+    camera.setNearFarRatio(1e-4);
+}
+
+Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options)
+{
+    viewer.setSceneData(scene.root());
+    if (Status opened = openWindow(viewer); !opened) return opened;
+    osgViewer::Viewer::Contexts contexts;
+    viewer.getContexts(contexts);
+    if (!viewer.isRealized() || contexts.empty()) {
+        return Status::failure("no window can be opened on display " + std::string(std::getenv("DISPLAY")) +
+                               "; --render OUT.png draws a picture without one");
+    }
+    setTitle(viewer, titleOf(options));
+    const double aspect = aspectOf(*viewer.getCamera());
+    setUpCamera(*viewer.getCamera(), aspect);
+    viewer.setCameraManipulator(
+        makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
+    const osg::ref_ptr<Overlay> overlay = new Overlay;
+    viewer.getCamera()->addPostDrawCallback(overlay);
+    EditSession session(scene, viewer);
+    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(session, scene, viewer, *overlay);
+    addHandlers(viewer, *editKeys, scene, *overlay, options.legend);
+    viewer.setKeyEventSetsDone(0); // EditKeys asks first
+    viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
+    const ContextServices services(contexts.front(), options.budget);
+    MoveLevel moveLevel(scene.root(),
+                        VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(contexts.front()));
+    for (const std::string& warning : options.warnings)
+        editKeys->warn(warning);
+    std::vector<std::string> stores;
+    for (const Scene::Cloud& cloud : scene.clouds())
+        stores.push_back(cloud.store);
+    drawUntilDone(viewer, services, moveLevel, session, *editKeys, stores);
+    viewer.stopThreading();
+    if (session.isBusy()) session.wait();
+    return editKeys->hasDiscarded() ? Status() : unsavedClasses(session);
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "viewer/scene/CameraView.h"
+#include "viewer/scene/Options.h"
+#include "viewer/scene/Scene.h"
+#include "viewer/window/EditKeys.h"
+#include "viewer/window/HelpKey.h"
+#include "viewer/window/Overlay.h"
+
+#include <VelBrx/Status.h>
+#include <osgGA/CameraManipulator>
+#include <osgViewer/Viewer>
+
+/// Background, projection and culling as point clouds need them, for a picture of `aspect` = width / height.
+void setUpCamera(osg::Camera& camera, double aspect);
+
+/// What moves the camera by mouse, beginning at `home`; keys choose between turning freely and about the
+/// vertical.
+osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home);
+
+/// Gives the viewer its keys, in the order in which they see events. Overlays must have been added to its
+/// camera, so that screenshots hold them. Returns the help, which lists all keys.
+osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene,
+                                  Overlay& overlay, bool showLegend);
+
+/// Shows `scene` in a window of `viewer`, the one that the user's options made or one of our size, until it
+/// is closed.
+VelBrx::Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options);
