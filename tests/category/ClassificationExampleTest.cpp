@@ -1,4 +1,4 @@
-// The code of docs/classification.md, compiled and run.
+// The code of docs/classification-api.md, compiled and run.
 
 #include "tests/category/CategoryScene.h"
 #include "tests/support/DocsPage.h"
@@ -133,7 +133,9 @@ TEST(ClassificationExample, DoesWhatItsPageSays)
 TEST(ClassificationExample, IsTheCodeOfItsPage)
 {
     const std::string root = VELBRX_SOURCE_DIR;
-    EXPECT_EQ(
-        blocksNotIn(root + "/tests/category/ClassificationExampleTest.cpp", root + "/docs/classification.md"),
-        std::vector<std::string>());
+    EXPECT_EQ(blocksNotIn(root + "/examples/minimal/main.cpp", root + "/README.md"),
+              std::vector<std::string>());
+    EXPECT_EQ(blocksNotIn(root + "/tests/category/ClassificationExampleTest.cpp",
+                          root + "/docs/classification-api.md"),
+              std::vector<std::string>());
 }

@@ -1,4 +1,4 @@
-// The code that docs/editing.md shows, and a test that runs it.
+// The code that docs/hiding-api.md shows, and a test that runs it.
 
 #include "tests/support/DocsPage.h"
 #include "tests/support/PagingScene.h"
@@ -168,6 +168,6 @@ TEST(EditingExample, DoesWhatThePageSays)
 TEST(EditingPage, ShowsOnlyCodeThatIsCompiledHere)
 {
     const std::string root = VELBRX_SOURCE_DIR;
-    EXPECT_EQ(blocksNotIn(root + "/tests/cull/EditingExampleTest.cpp", root + "/docs/editing.md"),
+    EXPECT_EQ(blocksNotIn(root + "/tests/cull/EditingExampleTest.cpp", root + "/docs/hiding-api.md"),
               std::vector<std::string>());
 }

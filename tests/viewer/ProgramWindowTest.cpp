@@ -544,13 +544,12 @@ TEST(ProgramWindow, KeysForLookingDoWhatTheirPageSays)
     EXPECT_EQ(viewer.window->program().wait().exitStatus, 0);
 }
 
-TEST(ProgramWindow, KeysForEditingDoWhatTheirPagesSay)
+TEST(ProgramWindow, KeysForEditingDoWhatTheirPageSays)
 {
     Viewer viewer;
     viewer.start = viewer.points();
     viewer.press("E");
     tryKeys(viewer, "editing");
-    tryKeys(viewer, "classification");
     viewer.drawLowerHalf();
     viewer.expectChangeAnywhere([&] { viewer.press("K"); });
     viewer.press("Ctrl+q");
