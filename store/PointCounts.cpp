@@ -20,6 +20,12 @@ Status unreadable(const std::string& path)
                            ": the points cannot be read; check the disk and that nothing cut the file");
 }
 
+Status outOfMemory(const std::string& path)
+{
+    return Status::failure(path + ": needs more memory than there is; close other programs",
+                           Status::Kind::NO_MEMORY);
+}
+
 } // namespace
 
 Status countPoints(const std::string& path, PointCounts& counts)
@@ -41,12 +47,11 @@ try {
     counts = {sum.byClass, sum.byReturn(), sum.byNumberOfReturns(), sum.hidden};
     return {};
 } catch (const std::bad_alloc&) {
-    return Status::failure(path + ": needs more memory than there is; close other programs",
-                           Status::Kind::NO_MEMORY);
+    return outOfMemory(path);
 }
 
 Status countHiddenPoints(const std::string& path, const std::atomic<bool>& cancel, uint64_t& hidden)
-{
+try {
     constexpr uint64_t kBlockPoints = 4096; // 144 KiB of records, which stay in the processor's cache
     using LasLayout::kPointSize;
     FileReader file;
@@ -68,6 +73,8 @@ Status countHiddenPoints(const std::string& path, const std::atomic<bool>& cance
     }
     hidden = found;
     return {};
+} catch (const std::bad_alloc&) {
+    return outOfMemory(path);
 }
 
 } // namespace VelBrx

@@ -19,6 +19,11 @@ constexpr char kKind[] = "source records";
 constexpr uint64_t kBlockOrdinals = 1 << 16;
 constexpr uint64_t kBlockBytes = 1 << 20;
 
+Status damaged(const std::string& what)
+{
+    return Status::failure(what + "; restore the store from a copy or build it anew", Status::Kind::DAMAGED);
+}
+
 /// A number without order in it, so that sums over sets of points differ where the sets do.
 uint64_t scrambled(uint64_t value)
 {
@@ -204,8 +209,7 @@ Status readSourceRecords(const FileReader& file, const StoreHead& head, SourceRe
                                "'brx build' made");
     ProblemList problems;
     check(file, head, records, problems);
-    if (problems.empty()) return {};
-    return Status::failure(problems.lines().front() + "; restore the store from a copy or build it anew");
+    return problems.empty() ? Status() : damaged(problems.lines().front());
 }
 
 Status readSourceNames(const std::string& path, std::vector<std::string>& names)
@@ -219,15 +223,17 @@ try {
         const std::vector<uint8_t> bytes = readHeadOf(file, head.origin, kOriginFixedSize, originHeadLength);
         read = decodeOrigin(bytes.data(), bytes.size(), static_cast<uint64_t>(head.origin.length),
                             head.header.pointCount, origin);
+        if (!read) read = damaged(read.message());
     }
-    if (!read) return Status::failure(path + ": " + read.message());
+    if (!read) return read.of(path);
     std::vector<std::string> found;
     for (const OriginSource& source : origin.sources)
         found.push_back(source.name);
     names = std::move(found);
     return {};
 } catch (const std::bad_alloc&) {
-    return Status::failure(path + ": needs more memory than there is; close other programs");
+    return Status::failure(path + ": needs more memory than there is; close other programs",
+                           Status::Kind::NO_MEMORY);
 }
 
 } // namespace VelBrx

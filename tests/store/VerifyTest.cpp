@@ -1,3 +1,4 @@
+#include <VelBrx/StoreInfo.h>
 #include <VelBrx/Verify.h>
 
 #include "tests/support/TempFolder.h"
@@ -221,6 +222,14 @@ TEST(Verify, ChecksTheRecordsOfThePointsSource)
                 "point 3 comes from source point 14, which there is not (byte " +
                     std::to_string(ordinals + 12));
     expectFault(originStart, 'X', "the origin record does not begin as one");
+    std::vector<uint8_t> damaged = file;
+    damaged[originStart] = 'X';
+    const TempFolder folder;
+    std::vector<std::string> names;
+    const std::string path = folder.write("damaged.brx", damaged);
+    EXPECT_EQ(
+        readSourceNames(path, names).message(),
+        path + ": the origin record does not begin as one; restore the store from a copy or build it anew");
     expectFault(originStart - 12, 1, "the EVLR header of record 2");
     expectFault(originStart + 40 + 42, 22, "source 1 has other extra bytes in the flags record");
     expectFault(originStart + 40 + 42, 19, "source 1 has records shorter than its point format");
