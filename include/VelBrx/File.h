@@ -22,8 +22,8 @@ struct StoreInfo;
 /// file descriptor is kept, so a process may hold more files than it may have descriptors.
 ///
 /// Threads: `map`, `unmap` and the queries may be called from any thread at once. `mutex` is the callers'
-/// own: hold it while records are edited or saved; a level-of-detail pass try-locks it and skips the store
-/// while it is held. `map` and `unmap` do not take it.
+/// own: hold it while records are edited or saved; a camera-driven level-of-detail pass try-locks it and
+/// skips the store while it is held. `map` and `unmap` do not take it.
 class VEL_BRX_EXPORT File
 {
 public:
@@ -36,7 +36,7 @@ public:
 
     bool isOpen() const;
 
-    /// Open, a regular file, and not empty.
+    /// Open, a regular file, not empty, and mapped: `map` can give its bytes.
     bool isValid() const;
 
     /// Open for writing, so that `map` gives writable memory.

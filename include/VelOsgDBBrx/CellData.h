@@ -20,7 +20,7 @@
 ///
 /// Threads: the record and the links are constant once the store is loaded, `group` once a cloud shows it.
 /// The loaded state (`node`, `compileSet`, `state`) belongs to the level-of-detail pass of the context that
-/// the octree is registered with; others lock the octree's point file before they read it.
+/// the octree is registered with; others hold `OctreeInfo::pointFile`'s mutex and `busy` to read it.
 class VEL_OSGDB_BRX_EXPORT CellData : public osg::Referenced
 {
 public:

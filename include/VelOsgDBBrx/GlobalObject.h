@@ -34,7 +34,7 @@ class VelIncrementalCompileOperation;
 class VEL_OSGDB_BRX_EXPORT GlobalObject
 {
 public:
-    /// Creates and starts the context's services, or finds them; the registry owns the result.
+    /// Creates and starts the context's services, or finds them; the registry owns the result. Null for null.
     static IPointLoadManager* registerGraphicsContext(osg::GraphicsContext* gc);
 
     /// Stops the context's services, joins their threads and releases them. Its clouds are free for another

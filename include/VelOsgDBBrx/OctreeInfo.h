@@ -67,7 +67,7 @@ public:
     /// \name Paging state
     /// @{
     std::atomic<uint32_t> visibility{VISIBLE};
-    std::atomic<uint32_t> busy{0}; ///< bit 0: a camera-independent pass works on the octree
+    std::atomic<uint32_t> busy{0}; ///< bit 0: a camera-independent pass or an edit has the octree
     std::atomic<uint32_t> dirty{
         0}; ///< set when the octree's content changed; a load manager reads and clears it
     std::atomic<bool> registered{false};   ///< registered with the managers of a context

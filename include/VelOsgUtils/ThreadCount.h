@@ -23,7 +23,7 @@ public:
     /// a moment later, one that was joined does not. The readers of a pass do not count.
     static int running();
 
-    /// True once the process has begun to exit (`exit` was called or `main` returned).
+    /// True once the exiting process has destroyed the static objects made after the first call of this.
     static bool isProcessStopping();
 
     /// Half the processors, but at least one and at most `items`: the threads for background work on `items`
