@@ -57,13 +57,13 @@ public:
     /// @}
 
     /// \name Light on the points' normals, in every colour mode
-    /// Points without a normal, and all of stores without normals, keep their colour.
+    /// Lights the side of a surface that is seen, whichever way its normal points. Points without a normal,
+    /// and all of stores without normals, keep their colour.
     /// @{
-    /// From the eye, on both sides of a surface.
+    /// From the eye.
     static void setHeadLight(osg::Node* node);
 
     /// From afar: `azimuth` degrees clockwise from the world's y axis, `height` degrees above the horizon.
-    /// Lights the side that the normal points to.
     static void setSunLight(osg::Node* node, double azimuth, double height);
 
     static void setLightOff(osg::Node* node);

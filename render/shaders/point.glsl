@@ -62,17 +62,18 @@ void applyClassFilter()
     if (((hiddenClasses[code >> 5] >> (code & 31)) & 1) != 0) cansee = 0.0;
 }
 
-// How much of the light a surface catches. The head light shines from the eye on both sides of it: which of them a
-// normal points to is a convention.
+// How much of the light the seen side of a surface catches: which side its normal points to is a convention, and on
+// walls it changes from point to point.
 float caughtLight()
 {
-    if (normalLight.w == kSunLight) {
-        vec3 worldNormal = normalize(inverse(transpose(mat3(modelMatrix))) * normal.xyz);
-        return max(dot(worldNormal, normalLight.xyz), 0.0);
-    }
+    const float kEdgeOn = 1e-4; // neither side is seen
     bool isParallel = gl_ProjectionMatrix[3][3] == 1.0;
     vec3 toEye = isParallel ? vec3(0.0, 0.0, 1.0) : -normalize((gl_ModelViewMatrix * gl_Vertex).xyz);
-    return abs(dot(normalize(gl_NormalMatrix * normal.xyz), toEye));
+    float facing = dot(normalize(gl_NormalMatrix * normal.xyz), toEye);
+    if (normalLight.w != kSunLight) return abs(facing);
+    vec3 worldNormal = normalize(inverse(transpose(mat3(modelMatrix))) * normal.xyz);
+    float toSun = dot(worldNormal, normalLight.xyz);
+    return max(facing < -kEdgeOn ? -toSun : toSun, 0.0);
 }
 
 // Points without a normal keep their colour.

@@ -334,10 +334,10 @@ TEST(NormalLight, OfTheEyeSpreadsFromItInPerspective)
 /// The sun stays where it is when the cloud or the camera turns.
 TEST(NormalLight, OfTheSunComesFromItsAzimuthAndHeightInTheWorld)
 {
-    const std::vector<osg::Vec4f> normals = {osg::Vec4f(0, 0, 1, 0), osg::Vec4f(1, 0, 0, 0),
-                                             osg::Vec4f(0, 1, 0, 0), osg::Vec4f(-1, 0, 0, 0),
-                                             osg::Vec4f(0, 0, 0, 0)};
-    PointPicture picture(whitePoints(5), normals);
+    const std::vector<osg::Vec4f> normals = {
+        osg::Vec4f(0, 0, 1, 0), osg::Vec4f(1, 0, 0, 0),  osg::Vec4f(0, 1, 0, 0),  osg::Vec4f(-1, 0, 0, 0),
+        osg::Vec4f(0, 0, 0, 0), osg::Vec4f(0, 0, -1, 0), osg::Vec4f(0, 1, -1, 0), osg::Vec4f(0, -1, -1, 0)};
+    PointPicture picture(whitePoints(8), normals);
     const auto expect = [&](const std::vector<int>& expected) {
         const Colors colors = picture.draw();
         for (size_t i = 0; i < expected.size(); ++i)
@@ -349,7 +349,9 @@ TEST(NormalLight, OfTheSunComesFromItsAzimuthAndHeightInTheWorld)
     PointCloudHelper::setSunLight(picture.cloud, 0, 90);
     expect({255, lit(0), lit(0), lit(0), 255});
     PointCloudHelper::setSunLight(picture.cloud, 0, 0); // in the north
-    expect({lit(0), lit(0), 255, lit(0), 255});
+    const int slope =
+        lit(std::sqrt(0.5)); // whose normal points down to the south, so that its upper side is north
+    expect({lit(0), lit(0), 255, lit(0), 255, lit(0), lit(0), slope});
 
     // The cloud turned about the row of points: its y axis points up, and its z axis to the south.
     const osg::Vec3d row(0, PointPicture::kRow + 0.5, 0);
