@@ -243,28 +243,6 @@ TEST_F(Plugin, AHostWithTooLittleOpenGLIsToldInOneLine)
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
 }
 
-TEST_F(Plugin, SeveralHostsOneAfterTheOtherShowTheStore)
-{
-    for (int i = 0; i < 3; ++i) {
-        const osg::ref_ptr<osg::Node> node = osgDB::readRefNodeFile(_store);
-        ASSERT_TRUE(node);
-        HeadlessViewer host(kSize, kSize);
-        lookDownOn(*node, host);
-        host.show(node);
-        drawOnDemand(host);
-        EXPECT_EQ(pixel(*host.picture(), kSize / 2, kSize / 2), kColor) << "host " << i;
-    }
-}
-
-TEST_F(Plugin, TheNodeStandsInFileCoordinates)
-{
-    const osg::ref_ptr<osg::Node> node = osgDB::readRefNodeFile(_store);
-    ASSERT_TRUE(node);
-    const TestSurvey survey;
-    EXPECT_NEAR(node->getBound().center().x(), survey.x + survey.side / 2.0, 1.0);
-    EXPECT_NEAR(node->getBound().center().y(), survey.y + survey.side / 2.0, 1.0);
-}
-
 TEST_F(Plugin, WhatIsWrongWithAFileIsTold)
 {
     EXPECT_EQ(read(_folder.file("missing.brx")).status(), ReadResult::FILE_NOT_FOUND);

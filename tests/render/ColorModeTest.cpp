@@ -389,19 +389,6 @@ TEST(ColorModes, KeepTheLastProgramWhenAGradientOrScaleIsTooShort)
     EXPECT_EQ(picture.draw(), (Colors{{0, 255, 0}}));
 }
 
-TEST(ColorModes, ReplaceOneAnother)
-{
-    PointPicture picture({coloredPoint(9, 8, 7)});
-    ColorWithRangeInfo info = gradient(kBase, 10);
-    ShaderHelper::elevationColorShader(picture.cloud, info, true);
-    picture.draw();
-    ShaderHelper::singleColorShader(picture.cloud, osg::Vec4f(0, 0, 1, 1));
-    picture.cloud->getStateSet()->removeUniform("blendIntensity");
-    EXPECT_EQ(picture.draw(), (Colors{{0, 0, 255}}));
-    ShaderHelper::originColorShader(picture.cloud);
-    EXPECT_EQ(picture.draw(), (Colors{{9, 8, 7}}));
-}
-
 TEST(SelectionColour, IsBroughtToAModeThatWasChosenBefore)
 {
     const osg::Vec4f standard = ShaderHelper::getSelectColor();

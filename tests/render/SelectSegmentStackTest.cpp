@@ -81,28 +81,6 @@ struct SelectSegmentStackTest : testing::Test
 
 } // namespace
 
-TEST_F(SelectSegmentStackTest, ShadersAndProcessorAgreeOnEveryPoint)
-{
-    std::mt19937 random(11);
-    std::uniform_real_distribution<double> coordinate(-6, kSize + 6);
-    const auto polygon = [&](int vertices) {
-        Polygon made;
-        for (int i = 0; i < vertices; ++i)
-            made.emplace_back(coordinate(random), coordinate(random));
-        return made;
-    };
-    for (int round = 0; round < 12; ++round) {
-        const int pushes = 1 + round % 5;
-        for (int i = 0; i < pushes; ++i) {
-            push(polygon(3 + (round + i) % 6), (round + i) % 3 != 0); // most of them cross themselves
-            if (i == 2) stack.selectConvertSegment(round % 2);
-            if (round % 4 == 3 && i == 1) pushSegment(polygon(4));
-        }
-        expectAgreement();
-        stack.clearAndApply();
-    }
-}
-
 TEST_F(SelectSegmentStackTest, SelectionStaysOnTheDataOfATurnedCloudWhileTheCameraMoves)
 {
     const osg::Matrixd place = picture.root->getMatrix();

@@ -35,6 +35,9 @@ public:
     ProgramWindow(const std::vector<std::string>& words, const std::string& folder);
     ~ProgramWindow();
 
+    /// As the close button of a window manager does.
+    void askToClose();
+
     std::string title() const;
     Area area() const;
 

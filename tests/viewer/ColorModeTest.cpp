@@ -151,7 +151,7 @@ TEST(Legend, GivesAValueTheSameColourInEveryStore)
 {
     VelBrx::StoreStatistics few;
     few.pointsByReturn[1] = few.pointsByNumberOfReturns[3] = few.pointsByClass[6] = 1;
-    few.pointSources = {700, 40000};
+    few.pointSources = {20, 700, 40000};
     VelBrx::StoreStatistics many;
     for (unsigned value = 0; value < 16; ++value)
         many.pointsByReturn[value] = many.pointsByNumberOfReturns[value] = many.pointsByClass[value] = 1;
@@ -165,6 +165,7 @@ TEST(Legend, GivesAValueTheSameColourInEveryStore)
     EXPECT_EQ(same(ColorMode::RETURN_NUMBER, 1), distinctColor(0));
     same(ColorMode::NUMBER_OF_RETURNS, 3);
     same(ColorMode::CLASSIFICATION, 6);
+    same(ColorMode::POINT_SOURCE, 20);
     same(ColorMode::POINT_SOURCE, 255);
     same(ColorMode::FLIGHT_LINE, 700 % 256);
     same(ColorMode::FLIGHT_LINE, 40000 % 256);

