@@ -138,19 +138,6 @@ ProgramWindow::ProgramWindow(const std::vector<std::string>& words, const std::s
 
 ProgramWindow::~ProgramWindow() = default;
 
-void ProgramWindow::askToClose()
-{
-    Display* const display = _server->display;
-    XEvent event{};
-    event.xclient.type = ClientMessage;
-    event.xclient.window = _server->window;
-    event.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
-    event.xclient.format = 32;
-    event.xclient.data.l[0] = static_cast<long>(XInternAtom(display, "WM_DELETE_WINDOW", False));
-    XSendEvent(display, _server->window, False, NoEventMask, &event);
-    _server->flush();
-}
-
 std::string ProgramWindow::title() const
 {
     char* name = nullptr;

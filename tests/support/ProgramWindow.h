@@ -35,9 +35,6 @@ public:
     ProgramWindow(const std::vector<std::string>& words, const std::string& folder);
     ~ProgramWindow();
 
-    /// As the close button of a window manager does.
-    void askToClose();
-
     std::string title() const;
     Area area() const;
 
