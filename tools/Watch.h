@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/Interrupt.h"
-#include "tools/Progress.h"
+#include "terminal/EndSignals.h"
+#include "terminal/Progress.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/Status.h>
@@ -22,7 +22,7 @@ public:
     template <class Options>
     void over(Options& options)
     {
-        options.cancel = &_interrupt.requested();
+        options.cancel = &_signals.received();
         options.progress = [this](const auto&... state) { show(state...); };
     }
 
@@ -33,7 +33,7 @@ private:
     void show(const VelBrx::BuildProgress& state);
     void show(uint64_t done, uint64_t total);
 
-    const Interrupt _interrupt;
+    const EndSignals _signals;
     Progress _progress;
 };
 

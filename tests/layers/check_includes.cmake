@@ -23,15 +23,16 @@ set(layers
   "category|edit loading lod osgutils store store/io"
   "registry|category loading lod osgutils render store store/normals"
   "headless|"
+  "terminal|"
   "viewer/display|render"
-  "viewer/scene|viewer/display headless lod loading registry render store store/io store/builder store/normals"
+  "viewer/scene|viewer/display terminal headless lod loading registry render store store/io store/builder store/normals"
   "viewer/edit|viewer/display viewer/scene category cull edit lod render"
-  "viewer/window|viewer/display viewer/scene viewer/edit headless lod render store"
+  "viewer/window|terminal viewer/display viewer/scene viewer/edit headless lod render store"
   "viewer/picture|viewer/display viewer/scene viewer/window headless lod"
-  "viewer/script|viewer/display viewer/scene viewer/edit viewer/picture store"
+  "viewer/script|terminal viewer/display viewer/scene viewer/edit viewer/picture store"
   "viewer|viewer/display viewer/scene viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
-  "tools|store store/io store/builder store/export store/normals store/sample")
+  "tools|terminal store store/io store/builder store/export store/normals store/sample")
 # These use each other's exported headers alone.
 set(exported_only render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io
   edit>store/io category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder

@@ -1,7 +1,7 @@
 #include "viewer/edit/EditText.h"
 
+#include "terminal/EndSignals.h"
 #include "viewer/edit/ClassList.h"
-#include "viewer/scene/EndSignals.h"
 
 #include <gtest/gtest.h>
 

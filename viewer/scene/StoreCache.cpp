@@ -1,7 +1,7 @@
 #include "viewer/scene/StoreCache.h"
 
-#include "viewer/scene/EndSignals.h"
-#include "viewer/scene/ProgressLine.h"
+#include "terminal/EndSignals.h"
+#include "terminal/Progress.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/MiraLasRead.h>
@@ -88,15 +88,18 @@ Status build(const fs::path& source, const fs::path& store, bool overwrite)
     if (error) return Status::failure(store.parent_path().string() + ": " + error.message());
 
     const EndSignals signals;
-    ProgressLine line("building " + store.string());
+    Progress progress(Progress::For::People);
     VelBrx::BuildOptions options;
     options.inputs = {source.string()};
     options.output = store.string();
     options.overwrite = overwrite;
-    options.progress = [&](const VelBrx::BuildProgress& progress) { line.show(progress); };
+    options.progress = [&](const VelBrx::BuildProgress& state) {
+        progress.show("building " + store.string() + ", " + state.stage, state.pointsDone, state.pointsTotal);
+    };
     options.cancel = &signals.received();
     VelBrx::BuildReport report;
     const Status status = VelBrx::buildStore(options, report);
+    progress.clear();
     for (const std::string& note : report.notes)
         std::fprintf(stderr, "brxview: %s\n", note.c_str());
     return status;

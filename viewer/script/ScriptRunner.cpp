@@ -1,8 +1,8 @@
 #include "viewer/script/ScriptRunner.h"
 
+#include "terminal/EndSignals.h"
 #include "viewer/edit/EditSession.h"
 #include "viewer/picture/PictureView.h"
-#include "viewer/scene/EndSignals.h"
 
 #include <VelBrx/PointCounts.h>
 #include <nlohmann/json.hpp>

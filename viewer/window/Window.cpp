@@ -1,9 +1,9 @@
 #include "viewer/window/Window.h"
 
+#include "terminal/EndSignals.h"
 #include "viewer/edit/EditSession.h"
 #include "viewer/edit/EditText.h"
 #include "viewer/scene/ContextServices.h"
-#include "viewer/scene/EndSignals.h"
 #include "viewer/window/CloseRequests.h"
 #include "viewer/window/DisplayKeys.h"
 #include "viewer/window/EditKeys.h"

@@ -1,4 +1,4 @@
-#include "tools/Progress.h"
+#include "terminal/Progress.h"
 
 #include <nlohmann/json.hpp>
 

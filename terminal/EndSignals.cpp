@@ -1,4 +1,4 @@
-#include "viewer/scene/EndSignals.h"
+#include "terminal/EndSignals.h"
 
 #include <cerrno>
 #include <csignal>
