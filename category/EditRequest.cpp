@@ -7,7 +7,7 @@
 #include <VelOsgDBBrx/PolygonMaskTool.h>
 
 #include <osg/NodeVisitor>
-#include <osgViewer/Viewer>
+#include <osgViewer/View>
 
 #include <algorithm>
 
@@ -30,14 +30,23 @@ struct Target
     osg::ref_ptr<OctreeInfo> octree;
 };
 
-/// The clouds found in the scene. One that is not registered goes by the path of its store.
-std::vector<Target> targetsInScene(const EditContext& context)
+/// The names of the registered clouds; of one with several names `preferred`, where that is among them.
+std::map<const OctreeInfo*, std::string> uidsOf(const EditContext& context, const std::string& preferred)
 {
     std::map<const OctreeInfo*, std::string> uids;
     for (const auto& [uid, observed] : context.clouds) {
         osg::ref_ptr<OctreeInfo> octree;
-        if (observed.lock(octree)) uids.emplace(octree.get(), uid);
+        if (!observed.lock(octree)) continue;
+        const auto [known, isNew] = uids.emplace(octree.get(), uid);
+        if (!isNew && uid == preferred) known->second = uid;
     }
+    return uids;
+}
+
+/// The clouds found in the scene. One that is not registered goes by the path of its store.
+std::vector<Target> targetsInScene(const std::string& uid, const EditContext& context)
+{
+    const std::map<const OctreeInfo*, std::string> uids = uidsOf(context, uid);
     std::vector<Target> targets;
     for (const osg::observer_ptr<OctreeInfo>& observed : context.inScene) {
         osg::ref_ptr<OctreeInfo> octree;
@@ -46,6 +55,16 @@ std::vector<Target> targetsInScene(const EditContext& context)
         targets.push_back({known == uids.end() ? octree->pointPath : known->second, octree});
     }
     return targets;
+}
+
+/// The name of a cloud that is an edit's target: one that is not registered goes by the request's uid, unless
+/// that is another cloud's.
+std::string nameOfTarget(const OctreeInfo& octree, const std::string& uid, const EditContext& context)
+{
+    const std::map<const OctreeInfo*, std::string> uids = uidsOf(context, uid);
+    const auto known = uids.find(&octree);
+    if (known != uids.end()) return known->second;
+    return context.clouds.count(uid) ? octree.pointPath : uid;
 }
 
 /// The octree of a target that is one cloud; else null.
@@ -59,9 +78,9 @@ Status findTargets(const Category& request, osg::Referenced* target, const EditC
                    std::vector<Target>& targets)
 {
     if (const osg::ref_ptr<OctreeInfo> octree = octreeOf(target))
-        targets = {{request.uid, octree}};
+        targets = {{nameOfTarget(*octree, request.uid, context), octree}};
     else
-        targets = targetsInScene(context);
+        targets = targetsInScene(request.uid, context);
     if (!targets.empty()) return {};
     if (target)
         return Status::failure("the edit's target is not a point cloud and has none under it; give one");
@@ -212,11 +231,8 @@ std::vector<osg::observer_ptr<OctreeInfo>> cloudsInScene(const Category& request
     osg::Referenced* const target = targetOf(request.payload);
     if (auto* group = dynamic_cast<osg::Group*>(target)) group->accept(collector);
     if (target || uidIsCloud) return collector.clouds;
-    osgViewer::ViewerBase::Views views;
-    if (osgViewer::Viewer* viewer = PCViewerManager::getInstance()->getViewer(request.uid))
-        viewer->getViews(views);
-    for (osgViewer::View* view : views)
-        if (view->getSceneData()) view->getSceneData()->accept(collector);
+    osgViewer::View* const view = PCViewerManager::getInstance()->getView(request.uid);
+    if (view && view->getSceneData()) view->getSceneData()->accept(collector);
     return collector.clouds;
 }
 

@@ -26,7 +26,7 @@ struct EditContext
 };
 
 /// The clouds that a request means by where they are in a scene: those under the group that is its record's
-/// target, or, without a target and unless `uidIsCloud`, those of the viewer that its uid names. Reads the
+/// target, or, without a target and unless `uidIsCloud`, those of the view that its uid names. Reads the
 /// scene: for the thread that may.
 std::vector<osg::observer_ptr<OctreeInfo>> cloudsInScene(const VelOsgDBBrx::Category& request,
                                                          bool uidIsCloud);

@@ -55,7 +55,7 @@ struct PixelArea
 /// lies behind the eye: then it may be everywhere.
 std::optional<PixelArea> pixelsOf(const osg::BoundingBox& bounds, const osg::State& state)
 {
-    constexpr double kMargin = 40; // half of a point of 64 pixels, and the neighbours of its edge
+    constexpr double kMargin = 65; // half of a point of 64 pixels, and neighbours 32 pixels from its edge
     const osg::Viewport* viewport = state.getCurrentViewport();
     if (!viewport || !bounds.valid()) return std::nullopt;
     const osg::Matrixd toClip = state.getModelViewMatrix() * state.getProjectionMatrix();

@@ -100,8 +100,8 @@ struct VEL_OSGDB_BRX_EXPORT Category : public osg::Referenced
     int32_t kind = POLYGON;
 
     /// The point cloud, by the name under which `CategoryCalcTool::registerCloud` knows it, under which its
-    /// changes are reported, and under which `PCViewerManager` knows the viewer to redraw. Where no cloud
-    /// goes by that name, the viewer's: every cloud of its scene is meant. An edit needs one.
+    /// changes are reported, and under which `PCViewerManager` knows the view to redraw. Where no cloud goes
+    /// by that name, the view's: every cloud of its scene is meant. An edit needs one.
     std::string uid;
 
     osg::ref_ptr<osg::Referenced> payload;

@@ -65,7 +65,7 @@ public:
     void unRegisterCloud(const std::string& uid);
 
     /// Queues a request, held from then on. Null is ignored. The clouds that it means, also those under a
-    /// group or of a viewer, are looked up now, and are edited where they stand in the scene at this moment,
+    /// group or of a view, are looked up now, and are edited where they stand in the scene at this moment,
     /// drawn there or not. Any thread may call it while nobody adds, moves or removes the nodes above the
     /// clouds: the thread that draws, between frames or in the event and update traversals, always may.
     void push(Category* c);
@@ -82,10 +82,10 @@ public:
 
     /// The points whose class differs from the one at the last save, by cloud: index in the point file, and
     /// class code (cast to unsigned char: codes above 127 are negative). Clouds without such points are not
-    /// listed; one that was edited through its group or viewer and is not registered goes by the path of its
-    /// store. Of a uid that was given to another file meanwhile, points of that file alone are listed. Points
-    /// whose index does not fit an int are left out; `getAllModify64` has them. Edits that were queued but
-    /// not handled are not in it.
+    /// listed; one that is not registered goes by the path of its store, or by the edit's uid where it was
+    /// the edit's own target. Of a uid that was given to another file meanwhile, points of that file alone
+    /// are listed. Points whose index does not fit an int are left out; `getAllModify64` has them. Edits that
+    /// were queued but not handled are not in it.
     Modify getAllModify();
     Modify64 getAllModify64();
 

@@ -10,7 +10,7 @@
 #include <VelOsgDBBrx/UndoCmd.h>
 
 #include <gtest/gtest.h>
-#include <osgViewer/Viewer>
+#include <osgViewer/View>
 
 #include <sys/stat.h>
 
@@ -432,18 +432,23 @@ TEST_F(CategoryCalcToolTest, RefusesWhatItCannotDoAndGoesOn)
 TEST_F(CategoryCalcToolTest, EditsTheTargetOfTheRecordBeforeTheCloudOfTheUid)
 {
     LoadedStore other(writeClassifiedStore(folder, "other.brx", 3, 2000));
-    for (osg::Referenced* target :
-         {static_cast<osg::Referenced*>(other.cloud.get()), static_cast<osg::Referenced*>(other.octree())}) {
+    const auto editTarget = [&](osg::Referenced* target, const std::string& uid, const std::string& name) {
         const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 9);
         edit->target = target;
-        pushAndWait("other", edit);
+        pushAndWait(uid, edit);
         EXPECT_EQ(tool().countUnwritten().count(path), 0u);
         EXPECT_GT(tool().countUnwritten()[other.path], 0u);
+        EXPECT_EQ(tool().getAllModify64().count(name), 1u) << name;
         pushAndWait(Category::UNDO);
-    }
+    };
+    editTarget(other.cloud, "any", "any");
+    editTarget(other.octree(), kUid, other.path); // the uid is another cloud's
+    tool().registerCloud("other", other.octree());
+    editTarget(other.cloud, "any", "other");
+    tool().unRegisterCloud("other");
 }
 
-TEST_F(CategoryCalcToolTest, EditsAllCloudsUnderAGroupOrOfAViewerWithOneMask)
+TEST_F(CategoryCalcToolTest, EditsAllCloudsUnderAGroupOrOfAViewWithOneMask)
 {
     class CountingTool : public ExactMaskTool
     {
@@ -465,20 +470,20 @@ TEST_F(CategoryCalcToolTest, EditsAllCloudsUnderAGroupOrOfAViewerWithOneMask)
     hidden->addChild(other.cloud);
     group->addChild(hidden);
     group->addChild(store.cloud);
-    const osg::ref_ptr<osgViewer::Viewer> viewer = new osgViewer::Viewer;
-    viewer->setSceneData(group);
-    PCViewerManager::getInstance()->registerViewer(viewer, "window");
+    const osg::ref_ptr<osgViewer::View> view = new osgViewer::View; // as a composite viewer has them
+    view->setSceneData(group);
+    PCViewerManager::getInstance()->registerView(view, "window");
 
-    for (const bool byViewer : {false, true}) {
+    for (const bool byView : {false, true}) {
         const osg::ref_ptr<PolygonCmd> edit = polygonEdit(kArrow, screen, 9);
-        if (!byViewer) edit->target = group;
-        const auto report = pushAndWait(byViewer ? "window" : "any", edit);
+        if (!byView) edit->target = group;
+        const auto report = pushAndWait(byView ? "window" : "any", edit);
         EXPECT_EQ(report->state(), CategoryReport::DONE) << report->status().message();
         const CategoryCalcTool::Modify64 changes = tool().getAllModify64();
         ASSERT_EQ(changes.size(), 2u);
         EXPECT_EQ(changes.at(kUid), difference(before, edited(before, visibleUnder(kArrow), 9, always)));
         EXPECT_EQ(changes.at(other.path).size() + changes.at(kUid).size(), report->counts().changed);
-        EXPECT_EQ(masks->masks, byViewer ? 2 : 1);
+        EXPECT_EQ(masks->masks, byView ? 2 : 1);
         EXPECT_EQ(pushAndWait(Category::UNDO)->counts().changed, report->counts().changed) << "one step";
     }
     PCViewerManager::getInstance()->unRegisterViewer("window");

@@ -517,6 +517,7 @@ TEST(EyeDomeLighting, ShadesManyCloudsEachByItsOwnDepth)
     for (int i = 0; i < kBlocks; ++i)
         add(20 + i * 25, kBlockSize, kBlockSize, 10, kBlock);
 
+    PointCloudHelper::setEyeDomeLighting(clouds, 2, 60);
     viewer.camera().setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
     viewer.camera().setProjectionMatrixAsOrtho(0, kWidth, 0, kSize, -20, 20);
     viewer.show(clouds);
