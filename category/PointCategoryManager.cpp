@@ -86,15 +86,15 @@ void PointCategoryManager::pushCmd(CategoryCmdInner* command)
     release();
 }
 
-/// A cloud may have been moved since the last frame.
+/// A cloud may have been moved since the last frame. No lock is held: a cloud that dies here leaves the
+/// members.
 void PointCategoryManager::updateTransforms()
 {
-    Lock lock(_membersMutex);
-    for (const osg::ref_ptr<osg::Referenced>& member : _members) {
+    for (const osg::ref_ptr<osg::Referenced>& member : currentMembers()) {
         auto* cloud = dynamic_cast<VelOsgDBBrx::IPointCloud*>(member.get());
         if (auto* octree = cloud ? cloud->getOctree() : dynamic_cast<OctreeInfo*>(member.get())) {
             const osg::Matrixd place = placeInWorld(*octree);
-            Lock octreeLock(octree->mutex);
+            Lock lock(octree->mutex);
             octree->transform = place;
         }
     }
@@ -162,14 +162,17 @@ void PointCategoryManager::run()
 osg::ref_ptr<CategoryData> PointCategoryManager::takeSnapshot()
 {
     osg::ref_ptr<CategoryData> data = new CategoryData;
-    {
-        Lock lock(_membersMutex);
-        data->members = _members;
-    }
+    data->members = currentMembers();
     Lock lock(_queueMutex);
     data->clipPlanes = _clipPlanes;
     data->commands.swap(_queue);
     return data;
+}
+
+std::set<osg::ref_ptr<osg::Referenced>> PointCategoryManager::currentMembers()
+{
+    Lock lock(_membersMutex);
+    return _members;
 }
 
 osg::ref_ptr<osg::Operation> PointCategoryManager::currentOperation()

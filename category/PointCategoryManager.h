@@ -46,6 +46,7 @@ private:
     void updateTransforms();
     void pushKind(int32_t kind);
     osg::ref_ptr<VelOsgDBBrx::CategoryData> takeSnapshot();
+    std::set<osg::ref_ptr<osg::Referenced>> currentMembers();
     osg::ref_ptr<osg::Operation> currentOperation();
 
     osg::ref_ptr<osg::Referenced> _operationHolder;
