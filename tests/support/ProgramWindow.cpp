@@ -124,6 +124,19 @@ struct ProgramWindow::Server
     Window window = 0;
 };
 
+void ProgramWindow::clickCloseButton()
+{
+    XEvent event{};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = _server->window;
+    event.xclient.message_type = XInternAtom(_server->display, "WM_PROTOCOLS", False);
+    event.xclient.format = 32;
+    event.xclient.data.l[0] = static_cast<long>(XInternAtom(_server->display, "WM_DELETE_WINDOW", False));
+    event.xclient.data.l[1] = CurrentTime;
+    XSendEvent(_server->display, _server->window, False, NoEventMask, &event);
+    _server->flush();
+}
+
 ProgramWindow::ProgramWindow(const std::vector<std::string>& words, const std::string& folder)
     : _server(Server::start())
 {

@@ -64,6 +64,9 @@ public:
     void turnWheel(int x, int y, int steps);
     /// @}
 
+    /// What a window manager sends when the close button is clicked.
+    void clickCloseButton();
+
     RunningProgram& program() { return *_program; }
 
 private:

@@ -621,7 +621,8 @@ TEST(ProgramWindow, KeysForEditingDoWhatTheirPageSays)
     tryKeys(viewer, "editing");
     viewer.drawLowerHalf();
     viewer.expectChangeAnywhere([&] { viewer.press("K"); });
-    viewer.press("Ctrl+q");
+    viewer.window->stillPicture();
+    viewer.expectChangeAnywhere([&] { viewer.window->clickCloseButton(); });
     viewer.press("d");
     viewer.expectEnd();
     EXPECT_EQ(viewer.counts().byClass[2], 100u) << "discarded by choice";
