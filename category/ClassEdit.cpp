@@ -136,7 +136,7 @@ void publish(const std::vector<EditedCell>& cells)
 }
 
 /// Publishes an edit, and keeps what undo needs.
-void finish(EditOutcome& outcome)
+void finish(ClassEditOutcome& outcome)
 {
     outcome.cells.erase(std::remove_if(outcome.cells.begin(), outcome.cells.end(),
                                        [](const EditedCell& cell) { return !cell.place; }),
@@ -220,10 +220,10 @@ VelBrx::Status lockForClassEdit(OctreeInfo& octree, const ScreenSelection& selec
     return ScreenRules(octree, selection).cells().empty() ? VelBrx::Status() : lockForClassEdit(octree);
 }
 
-EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun,
-                        const CellData* only)
+ClassEditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun,
+                             const CellData* only)
 {
-    EditOutcome outcome;
+    ClassEditOutcome outcome;
     if (!octree.pointFile) return outcome;
     const ScreenRules rules(octree, selection);
     std::vector<CellData*> cells = rules.cells();
@@ -252,9 +252,9 @@ EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bo
     return outcome;
 }
 
-EditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool hiddenToo, bool dryRun)
+ClassEditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool hiddenToo, bool dryRun)
 {
-    EditOutcome outcome;
+    ClassEditOutcome outcome;
     if (!octree.pointFile) return outcome;
     const std::lock_guard<std::mutex> one(editMutex());
     const StoreEditLock lock(octree);
@@ -268,14 +268,14 @@ EditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool
     return outcome;
 }
 
-EditOutcome revertChanges(std::vector<CellChange> changes)
+ClassEditOutcome revertChanges(std::vector<CellChange> changes)
 {
     const std::lock_guard<std::mutex> one(editMutex());
     std::map<osg::ref_ptr<OctreeInfo>, std::vector<const CellChange*>> stores;
     for (const CellChange& change : changes)
         stores[openOctree(*change.place)].push_back(&change);
 
-    EditOutcome outcome;
+    ClassEditOutcome outcome;
     for (const auto& [octree, ofStore] : stores) {
         const OpenStoreLock lock(octree);
         std::vector<EditedCell> edited;

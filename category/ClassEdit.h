@@ -36,7 +36,7 @@ struct EditedCell
 /// What the change was.
 CellChange difference(const EditedCell& cell);
 
-struct EditOutcome
+struct ClassEditOutcome
 {
     std::vector<EditedCell> cells;   ///< those with changes; none after a dry run
     std::vector<CellChange> changes; ///< of the same cells; for `revertChanges`
@@ -51,15 +51,15 @@ VelBrx::Status lockForClassEdit(const OctreeInfo& octree);
 VelBrx::Status lockForClassEdit(OctreeInfo& octree, const ScreenSelection& selection);
 
 /// Gives the selected points `base.toClass`; with `only`, those of that cell alone. A dry run only counts.
-EditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun,
-                        const CellData* only = nullptr);
+ClassEditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun,
+                             const CellData* only = nullptr);
 
 /// Gives each listed point its class. Hidden points are left out unless `hiddenToo`.
-EditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool hiddenToo, bool dryRun);
+ClassEditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool hiddenToo, bool dryRun);
 
-/// Takes changes back, also those of stores that have been closed since. The outcome's changes take that back
-/// again.
-EditOutcome revertChanges(std::vector<CellChange> changes);
+/// Takes changes back, also changes of stores that have been closed since. Applying the outcome's changes
+/// undoes the undo.
+ClassEditOutcome revertChanges(std::vector<CellChange> changes);
 
 /// Sets the second component of every element of the loaded cells' index arrays to -1: the mark of a save.
 void markSaved(const std::vector<CellPlacePtr>& places);

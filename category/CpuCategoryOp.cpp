@@ -98,7 +98,7 @@ void CpuCategoryOp::edit(const CategoryCmdInner& command, const CategoryData& da
         const Meant meant = whatIsMeant(member);
         if (meant.geometry) step.geometries.push_back(editClasses(*meant.geometry, base, mask));
         if (!meant.octree || !lockForClassEdit(*meant.octree)) continue;
-        EditOutcome outcome =
+        ClassEditOutcome outcome =
             editClasses(*meant.octree, {base, mask, command.polygon, CloudPlaces()}, false, meant.cell);
         show(outcome);
         std::move(outcome.changes.begin(), outcome.changes.end(), std::back_inserter(step.cells));
@@ -116,14 +116,14 @@ void CpuCategoryOp::revertNewest(std::vector<Step>& from, std::vector<Step>& to)
     if (from.empty()) return;
     Step step = std::move(from.back());
     from.pop_back();
-    EditOutcome outcome = revertChanges(std::move(step.cells));
+    ClassEditOutcome outcome = revertChanges(std::move(step.cells));
     show(outcome);
     step.cells = std::move(outcome.changes);
     std::transform(step.geometries.begin(), step.geometries.end(), step.geometries.begin(), revertChange);
     to.push_back(std::move(step));
 }
 
-void CpuCategoryOp::show(const EditOutcome& outcome)
+void CpuCategoryOp::show(const ClassEditOutcome& outcome)
 {
     if (_compileOperation) compileFirst(*_compileOperation, outcome.cells);
 }

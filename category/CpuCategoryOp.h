@@ -46,7 +46,7 @@ private:
 
     void edit(const VelOsgDBBrx::CategoryCmdInner& command, const VelOsgDBBrx::CategoryData& data);
     void revertNewest(std::vector<Step>& from, std::vector<Step>& to);
-    void show(const EditOutcome& outcome);
+    void show(const ClassEditOutcome& outcome);
 
     const osg::ref_ptr<VelOsgDBBrx::VelIncrementalCompileOperation> _compileOperation;
     std::vector<Step> _undo; ///< newest last

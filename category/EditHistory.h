@@ -14,7 +14,7 @@ struct CloudEdit
 {
     std::string uid;    ///< under which its changes are reported
     std::string viewer; ///< name of the viewer that shows it
-    EditOutcome outcome;
+    ClassEditOutcome outcome;
 };
 
 /// The edits since the last save: what undo and reset go back to, and what has been modified. One thread
@@ -31,7 +31,7 @@ public:
     /// Takes all edits back.
     std::vector<CloudEdit> reset();
 
-    /// Makes the classes of now the ones to go back to, and marks the loaded cells that were modified.
+    /// The current classes become the baseline of `reset`; marks the loaded cells that were modified.
     void save();
 
     /// Modified cells as they were at the last save and as they are, by their identifiers.

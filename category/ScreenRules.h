@@ -42,9 +42,9 @@ public:
     /// Cells that can hold selected points.
     std::vector<CellData*> cells() const;
 
-    /// Writes the classes that `count` consecutive points have to `before`, and those that they get to
-    /// `after`. `current` are those they have where that is not what their records say, else null. Counts the
-    /// selected points by the class that they have.
+    /// `before` receives the classes of `count` consecutive points, `after` the new ones. `current`, if not
+    /// null, overrides the classes of the records. `selected` receives how many of the selected points
+    /// have which class.
     void edit(const uint8_t* records, int64_t count, const uint8_t* current, uint8_t* before, uint8_t* after,
               ClassCounts& selected) const;
 

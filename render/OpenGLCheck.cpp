@@ -5,7 +5,10 @@
 #include <osg/GL>
 #include <osg/GLExtensions>
 
+#include <atomic>
 #include <cstdlib>
+#include <mutex>
+#include <set>
 #include <string>
 
 #ifndef GL_CONTEXT_PROFILE_MASK
@@ -45,17 +48,60 @@ bool hasCompatibilityProfile()
     return profiles & GL_CONTEXT_COMPATIBILITY_PROFILE_BIT;
 }
 
+/// The contexts whose OpenGL is too old. Draw threads find that out, cull threads ask for it.
+class LackingContexts
+{
+public:
+    void add(unsigned context)
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        _contexts.insert(context);
+        _isEmpty = false;
+    }
+    void remove(unsigned context)
+    {
+        if (_isEmpty) return;
+        const std::lock_guard<std::mutex> lock(_mutex);
+        _contexts.erase(context);
+        _isEmpty = _contexts.empty();
+    }
+    bool has(unsigned context) const
+    {
+        if (_isEmpty) return false;
+        const std::lock_guard<std::mutex> lock(_mutex);
+        return _contexts.count(context) > 0;
+    }
+
+private:
+    std::atomic<bool> _isEmpty{true}; ///< nearly always: then nobody takes the lock
+    mutable std::mutex _mutex;
+    std::set<unsigned> _contexts; ///< guarded by _mutex
+};
+
+LackingContexts& lackingContexts()
+{
+    static LackingContexts& contexts = *new LackingContexts; // contexts may be closed while the process ends
+    return contexts;
+}
+
 } // namespace
 
-bool lacksOpenGL(const osg::GLExtensions& extensions)
+bool lacksOpenGL(osg::State& state)
 {
-    return !isEnough(extensions.glVersion) || !isEnough(extensions.glslLanguageVersion);
+    const osg::GLExtensions& extensions = *state.get<osg::GLExtensions>();
+    const bool lacks = !isEnough(extensions.glVersion) || !isEnough(extensions.glslLanguageVersion);
+    if (lacks) lackingContexts().add(state.getContextID());
+    return lacks;
 }
 
 bool isKnownToLackOpenGL(const osg::State& state)
 {
-    const osg::GLExtensions* const known = osg::GLExtensions::Get(state.getContextID(), false);
-    return known && lacksOpenGL(*known);
+    return lackingContexts().has(state.getContextID());
+}
+
+void forgetOpenGL(const osg::State& state)
+{
+    lackingContexts().remove(state.getContextID());
 }
 
 namespace VelOsgDBBrx {

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <osg/GLExtensions>
 #include <osg/State>
 
-/// Whether a context's OpenGL is too little for the point programs.
-bool lacksOpenGL(const osg::GLExtensions& extensions);
+/// Whether the OpenGL of a context is too old for the point programs. The context is current in this thread.
+bool lacksOpenGL(osg::State& state);
 
-/// Whether that is known; it is not before the context has drawn once. Any thread may call it while the
-/// context lives.
+/// Whether `lacksOpenGL` has found that, which it has not before the context drew once. Any thread.
 bool isKnownToLackOpenGL(const osg::State& state);
+
+/// Forgets what was found: another context may get the number of one that is closed. Any thread.
+void forgetOpenGL(const osg::State& state);

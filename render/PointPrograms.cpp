@@ -123,16 +123,21 @@ bool NamedProgram::become(const std::string& name)
 
 void NamedProgram::compileGLObjects(osg::State& state) const
 {
-    const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
-    if (!lacksOpenGL(gl))
+    if (!lacksOpenGL(state))
         osg::Program::compileGLObjects(state);
-    else
-        gl.glLinkProgram(getPCP(state)->getHandle()); // without shaders: those who use it meet no error
+    else // without shaders: those who use it meet no error
+        state.get<osg::GLExtensions>()->glLinkProgram(getPCP(state)->getHandle());
 }
 
 void NamedProgram::apply(osg::State& state) const
 {
-    if (!lacksOpenGL(*state.get<osg::GLExtensions>())) osg::Program::apply(state);
+    if (!lacksOpenGL(state)) osg::Program::apply(state);
+}
+
+void NamedProgram::releaseGLObjects(osg::State* state) const
+{
+    if (state) forgetOpenGL(*state);
+    osg::Program::releaseGLObjects(state);
 }
 
 bool isOccluder(const osg::StateAttribute& program)

@@ -53,6 +53,7 @@ public:
     /// Nothing happens where OpenGL is too little: the compiler's complaints would help nobody.
     void compileGLObjects(osg::State& state) const override;
     void apply(osg::State& state) const override;
+    void releaseGLObjects(osg::State* state = nullptr) const override;
 
 protected:
     ~NamedProgram() override = default;

@@ -47,9 +47,9 @@ std::vector<uint8_t> readHeadOf(const FileReader& file, const StoreRecord& recor
     return bytes;
 }
 
-/// Checks that the ordinals name every point of the sources once: none too large, and the sum of their
-/// scrambled values that of 0, 1, 2 and so on. A set with a repeated point has another sum, but for one
-/// chance in 2^64.
+/// Checks that the ordinals are a permutation of 0 ... N-1: none is too large, and the sums of their
+/// hashes agree. A set with a repeated point has another sum,
+/// except for one chance in 2^64.
 class OrdinalCheck
 {
 public:

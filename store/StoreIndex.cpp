@@ -166,8 +166,6 @@ void storeCells(uint8_t* data, const std::vector<IndexCell>& cells)
     }
 }
 
-using CellKey = std::pair<unsigned, uint64_t>;
-
 CellKey keyOf(const IndexCell& cell)
 {
     return {cell.level, cell.code};

@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace VelBrx {
@@ -28,6 +29,9 @@ constexpr size_t kRecordChecksumSize = 4;
 constexpr uint32_t kIndexVersion = 1;
 constexpr unsigned kMaxLevel = 21;             ///< deepest level whose Morton code fits 63 bits
 constexpr int64_t kMaxCellPoints = 0x7FFFFFFF; ///< most points in a cell: what one draw call can take
+
+/// Level and key code: the order of cells.
+using CellKey = std::pair<unsigned, uint64_t>;
 
 /// A cell as the index holds it; the rest of a `CellWithSegment` is derived.
 struct IndexCell

@@ -90,7 +90,7 @@ struct VEL_OSGDB_BRX_EXPORT Category : public osg::Referenced
         POINTS = 2,  ///< payload `CategoryBuffer`
         UNDO = 3,    ///< takes back the newest edit; as `CategoryCalcTool::pop`
         RESET = 4,   ///< takes back every edit since the last save; as `CategoryCalcTool::reset`
-        SAVE = 5     ///< makes the classes of now the ones to reset to; as `CategoryCalcTool::save`
+        SAVE = 5     ///< the current classes become the baseline of RESET; as `CategoryCalcTool::save`
     };
 
     Category() = default;
@@ -117,9 +117,9 @@ struct VEL_OSGDB_BRX_EXPORT Category : public osg::Referenced
 ///
 /// A point is edited when all of this holds:
 /// - it lies in front of the camera and under the mask of the polygon, as for `CullCmd`;
-/// - it is visible: not hidden, inside `planesA` and `planesB`, and of a class in `shownClasses`; `flag`
-/// waives
-///   these one by one;
+/// - it is visible: not hidden, inside `planesA` and `planesB`, and of a class in `shownClasses`;
+///   `flag` waives these one by
+///   one;
 /// - `classTable` lets its class change.
 ///
 /// Every such point of the store is edited, also those of cells that are not loaded.

@@ -39,9 +39,9 @@ class IPointCloud;
 /// Two things are independent of each other:
 /// - undo, reset, save and `getAllModify` are about the classes since the last `save`, which makes the
 ///   classes of that moment the ones to go back to and drops the undo records; it writes no file;
-/// - `writeToStores` and `hasUnwritten` are about the difference from the stores' files. An edit can be
-/// undone
-///   after it was written; the store must then be written again.
+/// - `writeToStores` and `hasUnwritten` are about the difference from the stores' files.
+///   An edit can be undone after it was written; the store must then be written
+///   again.
 ///
 /// Only the class byte of a point changes; synthetic, key-point, withheld and overlap flags stay.
 ///
@@ -99,7 +99,7 @@ public:
     /// records and `getAllModify` stay as they are.
     VelBrx::Status writeToStores();
 
-    /// Whether a store differs from the classes of now: handled edits that `writeToStores` would write.
+    /// Whether a store differs from the current classes: handled edits that `writeToStores` would write.
     bool hasUnwritten();
 
     /// Number of points that `writeToStores` would write, by the path of their store.

@@ -20,9 +20,6 @@ struct TreeCell
     uint64_t first = 0; ///< points of the cell that go before these
 };
 
-/// Level and key code: the order of cells.
-using CellKey = std::pair<unsigned, uint64_t>;
-
 /// Points by the level that wants them.
 using LevelCounts = std::array<uint64_t, kMaxLevel + 1>;
 

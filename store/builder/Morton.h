@@ -49,9 +49,9 @@ inline uint64_t prefixOf(uint64_t code, unsigned level)
     return code >> 3 * (kMortonLevels - level);
 }
 
-/// A place on the finest grid as a column code: the Morton code of x and y in the upper 42 bits, z in the
-/// lower
-/// 21. In the order of these codes every vertical column of every grid is one run.
+/// A place on the finest grid as a column code: the Morton code of x and y in the upper 42 bits, z in
+/// the lower 21.
+/// In the order of these codes every vertical column of every grid is one run.
 inline uint64_t columnCode(uint64_t x, uint64_t y, uint64_t z)
 {
     return (spreadByOne(x) | spreadByOne(y) << 1) << kMortonLevels | z;

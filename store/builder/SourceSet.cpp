@@ -92,7 +92,7 @@ Status SourceSet::open(const std::string& path, bool isOnly)
     return {};
 }
 
-Status SourceSet::scan(ParallelRun& run, const Look& look)
+Status SourceSet::scan(ParallelRun& run, const BatchVisitor& visit)
 {
     const std::vector<Part> all = parts();
     std::mutex mutex;                       // guards the sources' scans
@@ -103,7 +103,7 @@ Status SourceSet::scan(ParallelRun& run, const Look& look)
         const auto use = [&](const PointBatch& batch) {
             const size_t count = batch.records.size() / source.format.recordLength();
             source.format.scan(batch.records.data(), count, scan);
-            look(all[i].source, batch);
+            visit(all[i].source, batch);
             return run.step(count);
         };
         Status read = source.points->readPart(
@@ -119,13 +119,13 @@ Status SourceSet::scan(ParallelRun& run, const Look& look)
     return {};
 }
 
-Status SourceSet::read(ParallelRun& run, const Look& look) const
+Status SourceSet::read(ParallelRun& run, const BatchVisitor& visit) const
 {
     const std::vector<Part> all = parts();
     return run.forEach(all.size(), [&](size_t i) -> Status {
         const BuildSource& source = _sources[all[i].source];
         const auto use = [&](const PointBatch& batch) {
-            look(all[i].source, batch);
+            visit(all[i].source, batch);
             return run.step(batch.records.size() / source.format.recordLength());
         };
         return source.points->readPart(all[i].index, use, RecordFields::Places);

@@ -30,15 +30,15 @@ public:
     /// Opens the files, those of folders too, and reads their heads.
     Status open(const std::vector<std::string>& paths);
 
-    /// What may look at the places in batches of source records as they are read. Any thread.
-    using Look = std::function<void(size_t source, const PointBatch& batch)>;
+    /// Called with each batch of source records that is read, on any thread.
+    using BatchVisitor = std::function<void(size_t source, const PointBatch& batch)>;
 
     /// Reads the places of all points once, and as many colours as tell how wide they are. Afterwards `notes`
-    /// tells what of the headers is wrong.
-    Status scan(ParallelRun& run, const Look& look);
+    /// says what is wrong in the headers.
+    Status scan(ParallelRun& run, const BatchVisitor& visit);
 
     /// Reads the places of all points once more.
-    Status read(ParallelRun& run, const Look& look) const;
+    Status read(ParallelRun& run, const BatchVisitor& visit) const;
 
     const std::vector<BuildSource>& sources() const { return _sources; }
     uint64_t pointCount() const { return _pointCount; }

@@ -160,8 +160,8 @@ void noteRounded(const SourceExtent& extent, size_t source, StoreGrid& grid)
         if (!grid.mappings[source][axis].exact) largest = std::max(largest, grid.scale[axis] / 2);
     std::snprintf(
         text, sizeof text,
-        ": its scale or offset has no place on the grid of the store; its points are shown up to %g beside "
-        "their place, their exact coordinates are kept",
+        ": its scale or offset has no place on the grid of the store; its points are shown up to %g off, "
+        "their exact coordinates are kept",
         largest);
     grid.notes.push_back(extent.path + text);
 }

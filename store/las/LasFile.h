@@ -71,8 +71,8 @@ constexpr uint16_t kSyntheticReturnsBit = 0x0008;
 constexpr uint16_t kWktBit = 0x0010;
 
 /// Reads the header, VLRs and EVLRs of the LAS 1.0 to 1.4 file at `path`, and of a LAZ file where its points
-/// are. Fails with one line that names the
-/// file when its points cannot be read.
+/// are. Fails with one line that names the file
+/// when its points cannot be read.
 Status readLasFile(const std::string& path, LasFile& file);
 
 } // namespace VelBrx

@@ -69,7 +69,7 @@ protected:
     const size_t _recordLength;
 
 private:
-    /// Points between two looks for a stream's end: few enough that a false count costs no time.
+    /// Points decoded between overrun checks: few enough that a false count costs no time.
     static constexpr uint64_t kCheckedPoints = 1024;
 
     /// Sets all models up from the first record, which stands before `streams`.
