@@ -13,11 +13,18 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <set>
 
 using namespace VelBrx;
 
 namespace {
+
+#ifdef __SANITIZE_THREAD__
+constexpr uintmax_t kLargestFile = 500000; ///< bytes; more points show no other thread, and take minutes
+#else
+constexpr uintmax_t kLargestFile = std::numeric_limits<uintmax_t>::max();
+#endif
 
 /// The LAS or LAZ files in the folder of real files; empty where there is none.
 std::set<std::filesystem::path> realFiles(const std::string& wantedExtension)
@@ -28,7 +35,7 @@ std::set<std::filesystem::path> realFiles(const std::string& wantedExtension)
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
         std::string extension = entry.path().extension().string();
         std::transform(extension.begin(), extension.end(), extension.begin(), ::tolower);
-        if (extension == wantedExtension) files.insert(entry.path());
+        if (extension == wantedExtension && entry.file_size() <= kLargestFile) files.insert(entry.path());
     }
     return files;
 }
