@@ -2,6 +2,7 @@
 
 #include "render/DepthRange.h"
 #include "render/OpenGLSupport.h"
+#include "render/StageEnd.h"
 #include "render/StorageBuffer.h"
 
 #include <OpenThreads/ScopedLock>
@@ -83,6 +84,7 @@ void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
     osg::Group::traverse(visitor);
     cull->popStateSet();
     if (heights) cull->popStateSet();
+    holdFrameUntilStageEnds(*cull);
 }
 
 osg::ref_ptr<const osg::StateSet> PointCloudImpl::fileHeights(osgUtil::CullVisitor& cull)
