@@ -1,5 +1,5 @@
 // bench_build [--json] [POINTS...]: building stores of the synthetic survey, 10 million points when no number
-// is given, beside copying the survey, which is the least that a build could do. Each build is a process of
+// is given, against copying the survey, which is the least that a build could do. Each build is a process of
 // its own, so that its memory is its own. In the folder for temporary files, which needs about five times the
 // survey.
 

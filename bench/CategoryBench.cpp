@@ -1,4 +1,4 @@
-// An edit of the classes of ten million points, beside a cull of the same points: both test every point
+// An edit of the classes of ten million points, against a cull of the same points: both test every point
 // against the polygon, and both keep what their undo needs.
 
 #include "bench/RatioReporter.h"

@@ -1,5 +1,6 @@
-// A cull of four million points, half of them under the polygon, beside its limit: bare loops that transform,
-// divide, look up the mask and mark, over the same mapped records on as many threads as the command takes.
+// A cull of four million points, half of them under the polygon, against its limit: bare loops that
+// transform, divide, look up the mask and mark, over the same mapped records on as many threads as the
+// command takes.
 
 #include "bench/RatioReporter.h"
 

@@ -3,7 +3,7 @@
 #include <osg/Camera>
 #include <osg/GL>
 
-/// Waits until a frame is drawn, or the time would be that of handing it over.
+/// Waits until a frame is drawn, or only handing it over would be timed.
 struct FinishFrame : public osg::Camera::DrawCallback
 {
     void operator()(osg::RenderInfo&) const override { glFinish(); }

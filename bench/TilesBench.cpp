@@ -1,4 +1,4 @@
-// A thousand small stores as one scene of the viewer beside one store of the same points: from the start of
+// A thousand small stores as one scene of the viewer against one store of the same points: from the start of
 // loading to the settled picture, and flying.
 
 #include "bench/FinishFrame.h"

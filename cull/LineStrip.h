@@ -8,8 +8,8 @@
 #include <vector>
 
 /// What a polyline of some width covers of a window: everything within half the width of it, cut off square
-/// at its two ends, round at its bends. Window coordinates are pixels with y up. Its cost is that of the
-/// window's tiles that it touches, however far its vertices lie outside. Constant after construction.
+/// at its two ends, round at its bends. Window coordinates are pixels with y up. Its cost grows with
+/// the window's tiles that it touches, however far its vertices lie outside. Constant after construction.
 class LineStrip
 {
 public:

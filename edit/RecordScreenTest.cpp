@@ -14,7 +14,7 @@
 #define VELBRX_VECTOR_CLONES
 #endif
 
-/// The coordinates of the records in hand, gathered so that the arithmetic runs over plain arrays.
+/// The coordinates of the current records, packed so that the arithmetic runs over plain arrays.
 struct RecordScreenTest::Block
 {
     double x[kBlock];

@@ -7,7 +7,7 @@
 
 #include <vector>
 
-/// The planes of a polygon's bounding rectangle, and that of the eye, in local coordinates; what lies under
+/// The planes of a polygon's bounding rectangle, and the eye's plane, in local coordinates; what lies under
 /// the polygon's mask lies inside all of them. The polygon runs from the window's top, `localToWindow` from
 /// its bottom. False when the polygon has no bounds.
 bool rectanglePlanes(const std::vector<osg::Vec2d>& polygon, int height, const osg::Matrixd& localToWindow,

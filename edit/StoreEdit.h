@@ -38,7 +38,7 @@ std::vector<CellData*> allCells(const OctreeInfo& octree);
 std::vector<CellData*> cellsInside(const OctreeInfo& octree, const osg::Polytope::PlaneList& planes);
 
 /// Edits the location-12 attribute of a cell wherever it is loaded, if it is: `edit` is called with the
-/// array, once for each leaf that shows the cell; element i stands for the cell's point i. The caller holds
+/// array, once for each leaf that shows the cell; element i is of the cell's point i. The caller holds
 /// the octree's edit lock and has changed the records already.
 void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit);
 

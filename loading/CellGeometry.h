@@ -33,7 +33,7 @@ public:
     /// Number of points that the cell declares; the arrays hold fewer where a part could not be mapped.
     uint32_t cellPoints() const;
 
-    /// Calls `edit` with the location-12 array, if there is one; element i stands for the cell's point i.
+    /// Calls `edit` with the location-12 array, if there is one; element i is of the cell's point i.
     /// Where a part of the cell could not be mapped it is a whole array made for the purpose, in which the
     /// missing points are 0 and what is done to them is lost. When it returns that it has changed the
     /// array, every context uploads it again before the next time it draws the cell. Any thread may call it;

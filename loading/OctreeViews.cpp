@@ -43,7 +43,7 @@ void OctreeViews::collect(std::vector<View>& views)
                  _notes.end());
     const size_t first = views.size();
     for (const Note& note : _notes) {
-        // Passes of one camera, those of eye-dome lighting for one, meet the octree on several paths.
+        // Several passes of one camera, as in eye-dome lighting, meet the octree on several paths.
         const bool known = std::any_of(
             views.begin() + static_cast<std::ptrdiff_t>(first), views.end(), [&note](const View& view) {
                 return view.camera == note.view.camera && view.model == note.view.model;

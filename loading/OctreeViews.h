@@ -16,7 +16,7 @@
 
 /// The cameras that draw an octree and the places where they do, as its cull traversals note them. One that
 /// the viewer's frames leave out, or that was culled without meeting the octree, drops out with the second
-/// frame. Under several parents an octree stands at several places.
+/// frame. Under several parents an octree is at several places.
 ///
 /// Threads: any; cull threads of several cameras note at once.
 class OctreeViews : public osg::Referenced
@@ -30,7 +30,7 @@ public:
         osg::Matrixd model; ///< local to world
     };
 
-    /// The cull traversal of `camera` met the octree, which stands at `model` in the world, on a path of
+    /// The cull traversal of `camera` met the octree, which is at `model` in the world, on a path of
     /// nodes. True when it was moved there since this camera's last time and the camera was not.
     bool note(const osg::Camera& camera, const osg::NodePath& path, const VelOsgUtils::CameraState& state,
               const osg::Matrixd& model, VelOsgUtils::FrameClock& clock);

@@ -37,7 +37,7 @@ using CellPlacePtr = std::shared_ptr<const CellPlace>;
 using ClassesPtr = std::shared_ptr<const std::vector<uint8_t>>;
 
 /// The classes that differ from the point records of their stores: what was edited and has not been written
-/// there. Cells are known by their identifiers, which are those of a file on disk: a store that is open
+/// there. Cells are known by their identifiers, which belong to a file on disk: a store that is open
 /// twice, by whatever names, or closed and opened again shows the same classes, and a copy of it its own.
 /// Process-wide; any thread may call it.
 class UnwrittenClasses
@@ -52,7 +52,7 @@ public:
 
     static UnwrittenClasses& instance();
 
-    /// The edited classes of a cell; null when they are those of its records.
+    /// The edited classes of a cell; null when its records have them.
     ClassesPtr current(const std::string& identifier) const;
 
     /// The whole entry; its members are null when there is none.

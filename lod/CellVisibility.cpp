@@ -180,8 +180,8 @@ int SpacingVisibility::checkCellIsVisiable(const CellTable::Cell& cell) const
     return _region.isInside(cell) ? 2 : 1;
 }
 
-/// The depth that counts is that of the cell's centre, but no more than twice that of its nearest corner: a
-/// cell beside the eye is judged by its near points, and one that the eye is in is wanted. Where a cell is
+/// The depth that counts is the depth of the cell's centre, but no more than twice its nearest corner's: a
+/// cell next to the eye is judged by its near points, and one that the eye is in is wanted. Where a cell is
 /// not wanted no cell below it is: its length is below half the depth that counts, at most the depth of the
 /// nearest corner, and the cells below it have shorter lengths and no corner that is nearer.
 bool SpacingVisibility::spansEnough(const CellTable::Cell& cell) const

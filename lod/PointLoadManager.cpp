@@ -273,7 +273,7 @@ void PointLoadManager::runOnce()
     runPass(*operation, camera, views, octrees);
 }
 
-/// `views`: those of the pass, when it is due.
+/// `views`: the pass's, when it is due.
 bool PointLoadManager::isPassDue(bool asked, const CameraState& camera, Views& views)
 {
     if (!asked && !differs(camera) && !isLookDue()) return false;

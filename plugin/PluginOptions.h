@@ -31,6 +31,6 @@ struct PluginOption
 
 std::vector<PluginOption> pluginOptions();
 
-/// Reads words separated by blanks; a value with blanks stands in double quotes. A failure names the option
+/// Reads words separated by blanks; a value with blanks is in double quotes. A failure names the option
 /// and what was expected.
 VelBrx::Status readPluginOptions(const std::string& text, PluginOptions& options);

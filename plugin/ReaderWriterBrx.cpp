@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <climits>
 
-/// Opens octree stores. The node stands in file coordinates; it shows the points' colours, or their elevation
+/// Opens octree stores. The node is in file coordinates; it shows the points' colours, or their elevation
 /// in a store without colours, unless options ask for something else.
 class ReaderWriterBrx : public osgDB::ReaderWriter
 {

@@ -48,6 +48,6 @@ private:
     osg::ref_ptr<VelOsgDBBrx::VelIncrementalCompileOperation> _incremental;
     osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> _decremental;
     osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> _capture;
-    osg::ref_ptr<osgUtil::IncrementalCompileOperation> _hosts; ///< what `_incremental` stands in for
+    osg::ref_ptr<osgUtil::IncrementalCompileOperation> _hosts; ///< what `_incremental` replaces
     std::atomic<bool> _retired{false};
 };

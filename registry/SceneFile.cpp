@@ -48,8 +48,8 @@ std::ios_base& inFull(std::ios_base& stream)
     return stream;
 }
 
-/// The store comes before the fields of the node: all numbers behind it, and those of transforms above the
-/// cloud, which follow their children, are written in full.
+/// The store comes before the fields of the node: all numbers behind it, and the numbers of transforms above
+/// the cloud, which follow their children, are written in full.
 bool writeStore(osgDB::OutputStream& os, const PointCloudImpl& cloud)
 {
     os << inFull;
@@ -68,7 +68,8 @@ bool writeStore(osgDB::OutputStream& os, const PointCloudImpl& cloud)
     return true;
 }
 
-/// The file where it was, or one of its name beside the scene file; the path as it is where there is neither.
+/// The file where it was, or one of its name next to the scene file; the path as it is where there is
+/// neither.
 std::string find(const std::string& path, const osgDB::Options* options)
 {
     if (path.empty()) return path;

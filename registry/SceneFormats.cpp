@@ -39,7 +39,7 @@ bool isOneOf(const std::string& text, const char* const (&choices)[N])
     return std::find(std::begin(choices), std::end(choices), text) != std::end(choices);
 }
 
-/// By the extension; that of a compressed file is before the last dot.
+/// By the extension; a compressed file has it before the last dot.
 bool keepsClouds(std::string fileName)
 {
     std::string extension = osgDB::getLowerCaseFileExtension(fileName);

@@ -24,7 +24,7 @@ std::optional<DepthRange> visibleDepths(const osg::BoundingBoxd& box, const osg:
 /// Narrows what a cull traversal adds to the near and far plane in the life of this object, to the depths of
 /// the visible part of a box that encloses it all.
 ///
-/// The traversal itself goes by whole bounding boxes. The coarse cells of a point cloud reach over all of it,
+/// The traversal itself uses whole bounding boxes. The coarse cells of a point cloud reach over all of it,
 /// past the eye often, and would pull the near plane to the eye; what shades by differences of depth then has
 /// none left to go by. With the eye in the box or close to it, the points themselves say where it may be.
 class DepthRangeScope

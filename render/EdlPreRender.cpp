@@ -51,7 +51,7 @@ struct PixelArea
     int left, bottom, right, top;
 };
 
-/// Where points in `bounds` may be drawn, and what the second pass looks at beside them. Empty when a corner
+/// Where points in `bounds` may be drawn, and what the second pass reads around them. Empty when a corner
 /// lies behind the eye: then it may be everywhere.
 std::optional<PixelArea> pixelsOf(const osg::BoundingBox& bounds, const osg::State& state)
 {

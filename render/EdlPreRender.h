@@ -12,7 +12,7 @@
 class RenderStageStart : public osg::Drawable
 {
 public:
-    /// `bounds` are those of all points, in the coordinates that the drawable stands in.
+    /// `bounds` hold all points, in the drawable's local coordinates.
     RenderStageStart(EyeDomeTargets* targets, const osg::BoundingBox& bounds);
 
     void drawImplementation(osg::RenderInfo& renderInfo) const override;
@@ -56,7 +56,7 @@ private:
 class EdlPreRender : public osg::Group
 {
 public:
-    /// `bounds` are those of all points of the content.
+    /// `bounds` hold all points of the content.
     EdlPreRender(EyeDomeTargets* targets, osg::Node* content, const osg::BoundingBox& bounds);
 
     const char* libraryName() const override { return "VelOsgDBBrx"; }

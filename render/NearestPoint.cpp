@@ -67,7 +67,7 @@ public:
                            [&point](const LinearForm& side) { return side(point) >= 0; });
     }
 
-    /// The smallest depth of a box before the eye; none for one that is behind it or beside the frustum.
+    /// The smallest depth of a box before the eye; none for one that is behind it or outside the frustum.
     std::optional<double> nearestDepth(const osg::BoundingBox& box) const
     {
         const osg::Vec3d center(box.center());
@@ -102,7 +102,7 @@ std::vector<NearCell> visibleCells(const PointCloudLOD& cloud, const View& view)
     return cells;
 }
 
-/// Lowers `nearest` to that of the cell's visible points.
+/// Lowers `nearest` to the smallest depth of the cell's visible points.
 void lookAtPoints(const osg::Geode& leaf, const View& view, std::optional<double>& nearest)
 {
     for (unsigned i = 0; i < leaf.getNumDrawables(); ++i) {

@@ -30,14 +30,15 @@ osg::Vec3d localPosition(const osg::Vec3d& world, OctreeInfo& octree)
     return world * osg::Matrixd::inverse(octree.transform);
 }
 
-/// Looks for the record that a picked point was drawn from, among those of the cells that hold its place.
+/// Looks for the record that a picked point was drawn from, among the records of the cells that hold its
+/// place.
 class RecordSearch
 {
 public:
     RecordSearch(const OctreeInfo& octree, const osg::Vec3d& local, double gpsTime)
         : _octree(octree), _local(local), _gpsTime(static_cast<float>(gpsTime))
     {
-        // A vertex is a float; its record differs from it by its rounding, and by that of a pick.
+        // A vertex is a float; its record differs from it by its rounding and the pick's.
         for (int axis = 0; axis < 3; ++axis)
             _tolerance[axis] =
                 octree.scale[axis] / 2 + std::abs(local[axis]) * 2 * std::numeric_limits<float>::epsilon();

@@ -64,7 +64,7 @@ CellIdentifiers::CellIdentifiers(const FileIdentity& file, uint64_t storeId)
 
 void CellIdentifiers::identify(CellWithSegment& cell) const
 {
-    // The bit above the code's highest tells the level.
+    // The bit above the code's highest gives the level.
     const uint64_t key = uint64_t(1) << 3 * cell.level | cell.code;
     char* identifier = cell.identifier;
     std::memcpy(identifier, _fileKey.data(), kFileKeyLength);

@@ -37,14 +37,14 @@ struct FlagsRecord
 };
 
 /// Lays out the record and returns its bytes up to the first flag; flags, classes and rest follow at the
-/// positions that `record` tells afterwards, then the checksum. Layout: docs/store-format.md.
+/// positions that `record` gives afterwards, then the checksum. Layout: docs/store-format.md.
 std::vector<uint8_t> encodeFlags(FlagsRecord& record);
 
 /// Bytes to read in order to know how long the part in front of the flags is.
 constexpr size_t kFlagsFixedSize = 32;
 
 /// Length of the part in front of the flags, from the first `kFlagsFixedSize` bytes; 0 where these are not
-/// those of a flags record.
+/// the bytes of a flags record.
 uint64_t flagsHeadLength(const uint8_t* fixed);
 
 /// Decodes and checks the `size` bytes in front of the flags of a record of `length` bytes of a store of

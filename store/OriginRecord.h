@@ -53,14 +53,14 @@ struct OriginRecord
 };
 
 /// Lays out the record and returns its bytes up to the first ordinal; ordinals and tails follow at the
-/// positions that `record` tells afterwards, then the checksum. Layout: docs/store-format.md.
+/// positions that `record` gives afterwards, then the checksum. Layout: docs/store-format.md.
 std::vector<uint8_t> encodeOrigin(OriginRecord& record);
 
 /// Bytes to read in order to know how long the part in front of the ordinals is.
 constexpr size_t kOriginFixedSize = 40;
 
 /// Length of the part in front of the ordinals, from the first `kOriginFixedSize` bytes; 0 where these
-/// are not those of an origin record.
+/// are not an origin record's.
 uint64_t originHeadLength(const uint8_t* fixed);
 
 /// Decodes and checks the `size` bytes in front of the ordinals of a record of `length` bytes of a store of

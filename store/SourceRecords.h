@@ -8,7 +8,7 @@
 
 namespace VelBrx {
 
-/// The records that tell where the points of a store come from, as far as they can be decoded.
+/// The records that say where the points of a store come from, as far as they can be decoded.
 struct SourceRecords
 {
     OriginRecord origin;

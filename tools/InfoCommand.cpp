@@ -72,7 +72,7 @@ nlohmann::ordered_json infoJson(const StoreInfo& info, const PointCounts& counts
             {"pointsByNumberOfReturns", histogramJson(counts.byNumberOfReturns)}};
 }
 
-/// A line of the three values, each as `text(value, axis)` tells it.
+/// A line of the three values, each as `text(value, axis)` writes it.
 template <class Text>
 void printVector(const char* name, const double (&values)[3], Text text)
 {

@@ -5,7 +5,7 @@
 
 namespace VelBrx {
 
-/// What the head of a store tells without reading its cells or points.
+/// What the head of a store says without reading its cells or points.
 struct BrxHeader
 {
     uint32_t formatVersion = 0; ///< version of the octree index

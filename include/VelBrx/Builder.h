@@ -15,7 +15,7 @@ namespace VelBrx {
 struct BuildOptions
 {
     std::vector<std::string>
-        inputs; ///< LAS and LAZ files, in the order of their points in the store's origin; a folder stands
+        inputs; ///< LAS and LAZ files, in the order of their points in the store's origin; a folder means
                 ///< for all files under it whose names end in .las or .laz, in the order of their paths
     std::string output;
     bool overwrite = false;   ///< replace `output` when it exists

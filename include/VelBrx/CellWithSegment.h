@@ -8,7 +8,7 @@
 
 namespace VelBrx {
 
-/// Key code that stands for "no cell" in a list of children.
+/// Key code that means "no cell" in a list of children.
 constexpr uint64_t kNoCell = 0xFFFFFFFFFFFFFFFFu;
 
 /// A run of consecutive points in the point file.

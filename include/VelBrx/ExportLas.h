@@ -32,7 +32,7 @@ struct ExportOptions
     /// A LAS, LAZ or COPC file; with `ExportForm::Split` a folder, which is made where there is none.
     std::string output;
     ExportForm form = ExportForm::Automatic;
-    bool visibleOnly = false; ///< leave hidden points out; headers then tell of the points that remain
+    bool visibleOnly = false; ///< leave hidden points out; headers then describe the points that remain
     bool overwrite = false;   ///< replace files that exist
     unsigned threads = 0;     ///< 0: all processors
     /// Bytes to use at most, from 24 MiB a thread on, 40 for LAZ. Heads come on top.
@@ -46,7 +46,7 @@ struct ExportedFile
 {
     std::string path;
     uint64_t points = 0;
-    uint64_t changed = 0; ///< of them, points whose class or withheld bit is not that of the source
+    uint64_t changed = 0; ///< of them, points whose class or withheld bit differs from the source
 };
 
 struct ExportReport

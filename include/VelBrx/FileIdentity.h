@@ -12,8 +12,8 @@ struct FileIdentity
     uint64_t device = 0; ///< as `stat` numbers it
     uint64_t inode = 0;
 
-    /// When the file was made, nanoseconds since 1970: it tells a file from one that was removed and left it
-    /// its inode. 0 where the file system does not keep it.
+    /// When the file was made, nanoseconds since 1970: it distinguishes a file from one that was removed and
+    /// left it its inode. 0 where the file system does not keep it.
     int64_t birth = 0;
 
     bool operator==(const FileIdentity& other) const

@@ -41,15 +41,15 @@ VEL_BRX_EXPORT std::string findNormals(const std::string& store);
 
 /// Computes a normal for every point of a store and writes its normals file.
 ///
-/// The normal is that of the plane through the point's nearest neighbours in all cells, by least squares
-/// (the eigenvector of least eigenvalue of their covariance), of unit length, in the axes of the store's
-/// coordinates. Of points at equal distance those that stand first in the store are taken. It points
-/// upwards: z > 0; where z is 0 x > 0; where x is 0 too y > 0. Neighbours that lie on a line give the normal
-/// of the line that points upwards most, x where the line is vertical; neighbours in one place give z.
+/// The normal of a point is the normal of the plane through the point's nearest neighbours in all cells, by
+/// least squares (the eigenvector of least eigenvalue of their covariance), of unit length, in the axes of
+/// the store's coordinates. Of points at equal distance those that stand first in the store are taken. It
+/// points upwards: z > 0; where z is 0 x > 0; where x is 0 too y > 0. Neighbours that lie on a line give the
+/// normal of the line that points upwards most, x where the line is vertical; neighbours in one place give z.
 ///
-/// Memory does not grow with the store but for its index: about 60 MB a thread, more where a single cell has
-/// more than a quarter of a million points. The file appears when it is complete; failed or cancelled work
-/// leaves nothing. Any thread may call it.
+/// Memory does not grow with the store except for its index: about 60 MB a thread, more where a single cell
+/// has more than a quarter of a million points. The file appears when it is complete; failed or cancelled
+/// work leaves nothing. Any thread may call it.
 VEL_BRX_EXPORT Status writeNormals(const NormalsOptions& options);
 
 } // namespace VelBrx

@@ -13,7 +13,7 @@
 
 namespace VelBrx {
 
-/// All that a store tells about itself besides its points.
+/// All that a store says about itself besides its points.
 struct StoreInfo
 {
     BrxHeader header;
@@ -31,7 +31,7 @@ VEL_BRX_EXPORT Status readStoreInfo(const std::string& path, StoreInfo& info);
 VEL_BRX_EXPORT Status openStore(const std::string& path, StoreInfo& info, std::unique_ptr<File>& file);
 
 /// The names, without folders, of the files that the store at `path` was built from, in the order in which
-/// they were given; empty where the store does not tell. A failure names the file, what is wrong and what to
+/// they were given; empty where the store does not say. A failure names the file, what is wrong and what to
 /// do, and leaves `names` unchanged. Any thread may call it.
 VEL_BRX_EXPORT Status readSourceNames(const std::string& path, std::vector<std::string>& names);
 

@@ -14,7 +14,7 @@ namespace VelOsgDBBrx {
 
 class CullCmdManager;
 
-/// What a command did. After an undo, the undone command's result tells what the undo did.
+/// What a command did. After an undo, the undone command's result says what the undo did.
 struct VEL_OSGDB_BRX_EXPORT CmdResult
 {
     enum State
@@ -62,7 +62,7 @@ public:
     using OpenThreads::Barrier::reset;
 
     /// Waits like its base. On the worker it also notes that the command has done its work, so that a
-    /// shutdown can tell a command that runs from one that only waits for its caller.
+    /// shutdown can distinguish a command that runs from one that only waits for its caller.
     void block(unsigned int numThreads = 0) override;
 
     /// Performs the command; the last thing it does to the caller is `block(0)`.

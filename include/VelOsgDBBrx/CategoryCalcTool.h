@@ -82,10 +82,10 @@ public:
 
     /// The points whose class differs from the one at the last save, by cloud: index in the point file, and
     /// class code (cast to unsigned char: codes above 127 are negative). Clouds without such points are not
-    /// listed; one that is not registered goes by the path of its store, or by the edit's uid where it was
-    /// the edit's own target. Of a uid that was given to another file meanwhile, points of that file alone
-    /// are listed. Points whose index does not fit an int are left out; `getAllModify64` has them. Edits that
-    /// were queued but not handled are not in it.
+    /// listed; one that is not registered is named by the path of its store, or by the edit's uid where it
+    /// was the edit's own target. Of a uid that was given to another file meanwhile, points of that file
+    /// alone are listed. Points whose index does not fit an int are left out; `getAllModify64` has them.
+    /// Edits that were queued but not handled are not in it.
     Modify getAllModify();
     Modify64 getAllModify64();
 

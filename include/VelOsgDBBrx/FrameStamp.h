@@ -40,7 +40,7 @@ public:
     /// The context's main camera.
     VelOsgUtils::CameraState mainCamera() const { return {projection, view, width, height}; }
 
-    /// \name Set by the load manager; the cameras and viewports stay those of the last pass
+    /// \name Set by the load manager; the cameras and viewports stay as in the last pass
     /// @{
     osg::Matrixd projection;
     osg::Matrixd view;

@@ -24,10 +24,10 @@ class VelIncrementalCompileOperation;
 /// it when the context goes away.
 ///
 /// The services work through the viewer that owns the context: its incremental compile operation becomes the
-/// context's (a viewer of several contexts has that of the first one), and an update operation is added to
-/// it. Both happen in the event traversal of the first frame in which a point cloud is in the scene; see
-/// `attachView`. They leave the viewer in its first update traversal after the context was unregistered, and
-/// a compile operation of the host's own that they replaced is the viewer's again.
+/// context's (a viewer of several contexts has the operation of the first one), and an update operation is
+/// added to it. Both happen in the event traversal of the first frame in which a point cloud is in the scene;
+/// see `attachView`. They leave the viewer in its first update traversal after the context was unregistered,
+/// and a compile operation of the host's own that they replaced is the viewer's again.
 ///
 /// Threads: any, except `attachView`. Operations of the host that a manager's thread runs may call it, but
 /// not unregister their own context. At process exit every thread that is still running is joined.

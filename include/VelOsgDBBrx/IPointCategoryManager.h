@@ -14,7 +14,8 @@ struct CategoryCmdInner;
 
 /// Applies classification commands to the point clouds of one graphics context, on a thread of its own.
 ///
-/// Threads: any thread may call any operation, but for the operation holder, which is stored without a lock.
+/// Threads: any thread may call any operation, except for the operation holder, which is stored without a
+/// lock.
 class VEL_OSGDB_BRX_EXPORT IPointCategoryManager : public osg::Referenced
 {
 public:

@@ -20,8 +20,8 @@ namespace VelOsgDBBrx {
 ///
 /// A cloud may stand in the scene more than once, below several parents or as clones: it is drawn at every
 /// place, and paged for all of them. Edits, filter planes of a pass without a camera, and picks know one
-/// place alone: edits that of the first path to it from a root of the scene, in the order of the parents, on
-/// which nothing is switched off, the others that which was drawn last.
+/// place alone. Edits take the first path to it from a root of the scene, in the order of the parents, on
+/// which nothing is switched off; the others take the place that was drawn last.
 class VEL_OSGDB_BRX_EXPORT IPointCloud : public osg::Group
 {
 public:

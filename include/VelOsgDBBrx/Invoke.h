@@ -16,8 +16,8 @@ public:
     Invoke(const Invoke& other) : osg::Referenced(other) {}
 
     /// Called once each time the command runs, on the command worker, when every command pushed earlier has
-    /// run and none runs beside it. It fills `command.getAllLineEnHancementPoint()`, which is empty then. It
-    /// must not throw and must not wait for another command.
+    /// run and none runs at the same time. It fills `command.getAllLineEnHancementPoint()`, which is empty
+    /// then. It must not throw and must not wait for another command.
     virtual void invoke(LineEnHancement& command) = 0;
 
 protected:

@@ -25,8 +25,8 @@ namespace VelOsgDBBrx {
 /// covers the whole width in every direction: a point is on the line when it lies in the window, in front of
 /// the camera, and within half the width of the line; the two ends are cut off square, bends are round.
 ///
-/// It changes no point and is not kept for undo. Its cost is that of the window and of the points in cells
-/// near the line; vertices may lie far outside the window.
+/// It changes no point and is not kept for undo. Its cost grows with the window and with the
+/// points in cells near the line; vertices may lie far outside the window.
 class VEL_OSGDB_BRX_EXPORT LineSearchCmd : public BaseCmd
 {
 public:

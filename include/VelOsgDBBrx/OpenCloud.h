@@ -34,8 +34,8 @@ struct OpenedCloud
     VelBrx::BrxHeader header;
     VelBrx::StoreStatistics statistics; ///< as built
 
-    /// Fails, with a line that names the file, where a normals file was named or found and is not that of the
-    /// store. The cloud has no normals then.
+    /// Fails, with a line that names the file, where a normals file was named or found and does not belong to
+    /// the store. The cloud has no normals then.
     VelBrx::Status normals;
 };
 

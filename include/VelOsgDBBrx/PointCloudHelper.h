@@ -47,7 +47,7 @@ public:
     /// call.
     /// @{
     /// `strength` multiplies the differences of depth in the depth buffer, which depend on its near and far
-    /// plane; `radius` is that of the neighbourhood, pixels. Both are 2 where nothing is set.
+    /// plane; `radius` is the neighbourhood's, pixels. Both are 2 where nothing is set.
     static void setEyeDomeLighting(osg::Node* node, float strength, float radius);
 
     /// Shades by the slope of what is seen: alike from far and near, in perspective and orthographic
@@ -115,7 +115,7 @@ public:
     /// Hides the points outside any of the planes, of every point cloud that is at or below the node now,
     /// from now on and in double precision (see `IPointCloud::setPlanes`). The planes belong to the clouds: a
     /// later call replaces them, whichever node it is for, and no planes show all points. Any number is
-    /// possible; each costs every point a test. Commands that edit points take the planes they heed from
+    /// possible; each costs every point a test. Commands that edit points take the planes they respect from
     /// their caller.
     static void setClipPlane(osg::Node* node, const std::vector<osg::Vec4d>& planes);
 };

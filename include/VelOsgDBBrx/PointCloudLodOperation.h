@@ -71,7 +71,8 @@ protected:
 /// ones. As `DynPointCloudLod`, but that a cell is wanted while its points lie `pixels` or more apart in the
 /// picture; so the finest points shown are one to two times that apart. What a length covers is worked out
 /// from the camera's matrices and the cloud's place at the depth of the cell, and the store's calibration is
-/// undone. At 30 degrees and one pixel it wants what `DynPointCloudLod` wants, but for cells around the eye.
+/// undone. At 30 degrees and one pixel it wants what `DynPointCloudLod` wants, except for cells around the
+/// eye.
 ///
 /// One line selects it for a context:
 ///

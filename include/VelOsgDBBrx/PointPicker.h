@@ -95,10 +95,10 @@ class VEL_OSGDB_BRX_EXPORT PointPicker : public osg::Group
 {
 public:
     /// `scene` is the root of what is picked, in world coordinates; it is observed and may hold the picker. A
-    /// point counts when it is at most `radius` pixels beside the place asked for.
+    /// point counts when it is at most `radius` pixels from the place asked for.
     explicit PointPicker(osg::Node* scene, int radius = 3);
 
-    /// Asks for the point at window coordinates (x, y), y up, of a camera as it stands now. Replaces a
+    /// Asks for the point at window coordinates (x, y), y up, of a camera as it is now. Replaces a
     /// request that is not answered yet. False when the camera has no viewport.
     bool request(osg::Camera& camera, double x, double y);
 

@@ -26,7 +26,7 @@ protected:
 /// A process-wide worker that runs the host's tasks one after the other, in the order in which they were
 /// pushed. The library's own paging does not use it.
 ///
-/// Threads: any, but for `getAllTask`; a task may push further tasks. A copy has the queued tasks and no
+/// Threads: any, except for `getAllTask`; a task may push further tasks. A copy has the queued tasks and no
 /// worker: at most one instance in the process has one.
 class VEL_OSGDB_BRX_EXPORT TaskManager
 {

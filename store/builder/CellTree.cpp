@@ -48,7 +48,7 @@ public:
     std::vector<TreeCell> cells;
 
     /// Makes the cell of the points [begin, end), which share `level` digits, of those that want `firstLeft`
-    /// or a finer level; the others lie in its ancestors. `counts` are those of the points by level.
+    /// or a finer level; the others lie in its ancestors. `counts` are the numbers of points by level.
     void divide(unsigned level, unsigned firstLeft, const LevelCounts& counts, size_t begin, size_t end)
     {
         const unsigned finest = finestTaken(level, firstLeft, counts);
@@ -61,7 +61,7 @@ public:
 private:
     TreePoint* _points;
 
-    /// Gives the cell of `level` its points of each octant, and makes children for what remains; tells how
+    /// Gives the cell of `level` its points of each octant, and makes children for what remains; returns how
     /// many the cell has.
     uint64_t divideOctants(unsigned level, unsigned firstLeft, unsigned finest, size_t begin, size_t end)
     {
@@ -92,7 +92,7 @@ private:
         return counts;
     }
 
-    /// Gives the points of levels `firstLeft` to `finest` to the cell of `level`; tells how many.
+    /// Gives the points of levels `firstLeft` to `finest` to the cell of `level`; returns how many.
     uint64_t take(size_t begin, size_t end, unsigned firstLeft, unsigned finest, unsigned level)
     {
         uint64_t taken = 0;

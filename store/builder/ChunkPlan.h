@@ -56,7 +56,7 @@ public:
     size_t openCount() const { return _openCount; }
     unsigned openDigits() const { return _layers.empty() ? 0 : _layers.back().grid.digits; }
 
-    /// Whether a point with this code stands in an open column, and if so which.
+    /// Whether a point with this code is in an open column, and if so which.
     bool findOpen(uint64_t columnCode, size_t& open) const
     {
         const uint32_t entry = entryOf(columnCode);
@@ -68,7 +68,7 @@ public:
     size_t chunkOf(uint64_t columnCode) const { return entryOf(columnCode); }
 
 private:
-    /// In an entry: the number is that of an open column, which the next layer divides; else of a chunk.
+    /// In an entry: the number belongs to an open column, which the next layer divides; else of a chunk.
     static constexpr uint32_t kOpen = 1u << 31;
 
     struct Layer

@@ -111,8 +111,8 @@ private:
     }
 
     /// Keeps of the candidates [first, last), of one column of the grid of `grid` digits, what that grid
-    /// wants: moves it down to `kept` and tells where it ends. The lowest in rank is wanted and those near it
-    /// are not; then what is below and what is above are out of each other's reach.
+    /// wants: moves it down to `kept` and returns where it ends. The lowest in rank is wanted and those near
+    /// it are not; then what is below and what is above are out of each other's reach.
     size_t keepWanted(size_t first, size_t last, size_t kept, unsigned grid, unsigned depth = 0)
     {
         const uint32_t reach = 1U << (kMortonLevels - grid); // a cell's height

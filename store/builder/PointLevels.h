@@ -27,12 +27,12 @@ inline uint64_t pointRank(uint64_t ordinal)
     return ordinal ^ ordinal >> 31;
 }
 
-/// Sorts points by code, then ordinal: that of a point is `ordinals[index]`. `scratch` has room for `count`
+/// Sorts points by code, then ordinal, which is `ordinals[index]` for a point. `scratch` has room for `count`
 /// points.
 void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint64_t* ordinals);
 
 /// Gives every point the coarsest level that wants it. The sampling grid of level L divides the root cube's
-/// edge into 2^(L + 7). The finest grid, that of level 14, wants of each of its cells the point of lowest
+/// edge into 2^(L + 7). The finest grid, of level 14, wants of each of its cells the point of lowest
 /// rank. A coarser grid takes, of the points that the next finer one wants, those of a column of its cells in
 /// order of rank, and wants each that is farther than a cell's height above or below those that it wants
 /// already.

@@ -24,13 +24,13 @@ std::unique_ptr<T[]> uninitialised(uint64_t count)
 class PointSpool
 {
 public:
-    /// `restLengths` tells for each source the bytes a point that neither record nor flags hold.
+    /// `restLengths` gives for each source the bytes a point that neither record nor flags hold.
     PointSpool(const SourceSet& sources, const ChunkPlan& plan, std::vector<uint32_t> restLengths);
 
     uint64_t size() const { return _sharedStart; }
     uint32_t restLength(size_t source) const { return _restLengths[source]; }
 
-    /// Makes the temporary file beside `output`. `bufferBytes`: what may be gathered for all chunks together.
+    /// Makes the temporary file next to `output`. `bufferBytes`: buffered for all chunks together, at most.
     Status create(const std::string& output, uint64_t bufferBytes);
 
     /// \name Records with their ordinals: items

@@ -10,7 +10,7 @@
 namespace VelBrx {
 
 /// Writes one of the store's records into its file: header, content and the checksum at the end, which is
-/// gathered while the content goes by. The content may come in pieces of any order, each byte once.
+/// counted while the content is written. The content may come in pieces of any order, each byte once.
 class RecordWriter
 {
 public:

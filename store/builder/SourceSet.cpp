@@ -17,7 +17,7 @@ namespace {
 
 constexpr uint16_t kMaxNarrowColor = 255;
 
-/// Whether a header's bounds are those of the points, to half a step of the coordinates.
+/// Whether a header's bounds agree with the points, to half a step of the coordinates.
 bool boundsAreRight(const LasFile& file, const RecordScan& scan)
 {
     for (size_t axis = 0; axis < 3; ++axis) {

@@ -23,18 +23,18 @@ struct BuildSource
     RecordScan scan;
 };
 
-/// The input files of a build in their order, and what a first reading of all their points tells.
+/// The input files of a build in their order, and what a first reading of all their points gives.
 class SourceSet
 {
 public:
-    /// Opens the files, those of folders too, and reads their heads.
+    /// Opens the files, files in folders too, and reads their heads.
     Status open(const std::vector<std::string>& paths);
 
     /// Called with each batch of source records that is read, on any thread.
     using BatchVisitor = std::function<void(size_t source, const PointBatch& batch)>;
 
-    /// Reads the places of all points once, and as many colours as tell how wide they are. Afterwards `notes`
-    /// says what is wrong in the headers.
+    /// Reads the places of all points once, and as many colours as it takes to know their width. Afterwards
+    /// `notes` says what is wrong in the headers.
     Status scan(ParallelRun& run, const BatchVisitor& visit);
 
     /// Reads the places of all points once more.

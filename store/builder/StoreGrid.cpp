@@ -35,7 +35,7 @@ double coordinateOf(const SourceExtent& extent, size_t axis, int32_t value)
     return value * extent.scale[axis] + extent.offset[axis];
 }
 
-/// The finest scale at which double precision tells steps and faces of cells apart: no coordinate nor the
+/// The finest scale at which double precision distinguishes steps and faces of cells: no coordinate nor the
 /// cube's edge is many more than 2^50 steps.
 double finestScale(const std::vector<const SourceExtent*>& extents)
 {

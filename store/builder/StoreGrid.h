@@ -44,7 +44,7 @@ struct AxisMapping
 /// One source keeps its scale. Of several the finest scale of each axis is taken, and coordinates stay exact
 /// when the scales are whole multiples of it and the offsets whole multiples apart. The store's offset lies
 /// near the middle of the points, a whole multiple of the scale from the sources' offsets. A scale is coarser
-/// where the points span more steps than 32 bits hold or their coordinates more than doubles tell apart.
+/// where the points span more steps than 32 bits hold or their coordinates more than doubles distinguish.
 ///
 /// The cube begins at the smallest coordinates; its edge is a power of two times the largest of the three
 /// scales, so that with equal scales every cell border falls on the integer grid.

@@ -70,13 +70,13 @@ bool isKept(const LasVlr& vlr)
            !(vlr.recordId >= kFirstWaveformDescriptorId && vlr.recordId <= kLastWaveformDescriptorId);
 }
 
-/// The store's VLRs: the first source's, and its coordinate system where that stands in an EVLR.
+/// The store's VLRs: the first source's, and its coordinate system where an EVLR holds it.
 std::vector<LasVlr> keptVlrs(const std::vector<const LasFile*>& sources)
 {
     std::vector<LasVlr> kept;
     for (const LasVlr& vlr : sources.front()->vlrs)
         if (isKept(vlr)) kept.push_back(vlr);
-    // The first file may be the one that tells no coordinate system.
+    // The first file may be the one without a coordinate system.
     for (const LasFile* file : sources) {
         const bool isKnown = std::any_of(kept.begin(), kept.end(), [](const LasVlr& vlr) {
             return vlr.userId == kProjection && !trimmed(vlr.data).empty();

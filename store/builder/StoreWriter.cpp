@@ -132,7 +132,7 @@ struct StoreWriter::Cursors
     std::vector<std::atomic<uint64_t>> ofCells;
 };
 
-/// Writes items to their places in the store, those of neighbouring places together.
+/// Writes items to their places in the store, neighbouring places together.
 class StoreWriter::ItemWriter
 {
 public:
@@ -153,7 +153,7 @@ public:
         return {};
     }
 
-    /// Writes what was gathered; the next run begins at `next`.
+    /// Writes the buffered run; the next run begins at `next`.
     Status flush(uint64_t next = 0)
     {
         const uint64_t first = std::exchange(_first, next);

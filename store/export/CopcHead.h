@@ -10,7 +10,7 @@
 
 namespace VelBrx {
 
-/// The cube of a COPC file. It is that of the store, moved down by a fraction of a step of the coordinates:
+/// The cube of a COPC file. It is the store's cube, moved down by a fraction of a step of the coordinates:
 /// then no border of a node meets a coordinate, and readers that find nodes by halving the cube get those of
 /// the store whatever their rounding.
 struct CopcCube
@@ -37,8 +37,8 @@ struct GpsTimeRange
     double max = 0;
 };
 
-/// Turns the head of a LAS 1.4 file into that of a COPC file: compressed points, and the record that says so
-/// first of all VLRs. False where the head has no room.
+/// Turns the head of a LAS 1.4 file into the head of a COPC file: compressed points, and the record that says
+/// so first of all VLRs. False where the head has no room.
 bool makeCopcHead(const LazItems& items, LasHead& head);
 
 /// Fills in that record, and where the EVLRs are. `hierarchyStart` is the position of the EVLR's head.

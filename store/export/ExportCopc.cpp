@@ -27,7 +27,7 @@ namespace {
 
 constexpr uint64_t kMaxChunkBytes = std::numeric_limits<int32_t>::max();
 
-/// What a thread needs of a point beside its output, roughly: store record, ordinal, order, encoder's
+/// What a thread needs of a point besides its output, roughly: store record, ordinal, order, encoder's
 /// streams.
 constexpr uint64_t kBytesBesideRecord = 100;
 

@@ -33,7 +33,7 @@ public:
     /// In bytes; of a compressed file about what it takes at least.
     uint64_t size() const;
 
-    /// The header tells of the points that are written instead of what it states.
+    /// The header describes the points that are written instead of what it states.
     void recount() { _recounts = true; }
 
     /// The points are compressed. Before `open`. False where the head has no room to say so.

@@ -44,15 +44,15 @@ MergedFormat mergedFormat(const std::vector<OriginSource>& sources);
 Status makeSourceHead(const FileReader& store, int64_t originStart, const OriginSource& source,
                       uint64_t points, LasHead& head);
 
-/// Head of a merged file, from that of the store.
+/// Head of a merged file, from the store's head.
 Status makeMergedHead(const FileReader& store, const StoreHead& storeHead, const MergedFormat& format,
                       LasHead& head);
 
 /// Whether the header states other points than there are; it does not where a source was cut off.
 bool isCountRight(const LasHead& head, uint64_t points);
 
-/// Turns the head into that of a file whose points are compressed as `items` say. False where it has no room
-/// for the record that says so.
+/// Turns the head into the head of a file whose points are compressed as `items` say. False where it has no
+/// room for the record that says so.
 bool compressHead(const LazItems& items, LasHead& head);
 
 /// Sets where the records behind the points are, now that the points end elsewhere.

@@ -17,8 +17,8 @@ struct EncoderInput
     const uint8_t* rests = nullptr;   ///< of the flags record
 };
 
-/// Turns the records of one source's points in a store into those of an exported file. Immutable; any thread
-/// may use it.
+/// Turns the records of one source's points in a store into records of an exported file. Immutable; any
+/// thread may use it.
 class RecordEncoder
 {
 public:
@@ -35,7 +35,7 @@ public:
     const RecordFormat& format() const { return _format; }
 
     /// Appends the points' records to `out`, without those that are withheld where `leavesOutHidden`. False
-    /// where a coordinate is none of the source's.
+    /// where a coordinate is not on the source's grid.
     bool encode(const EncoderInput& input, bool leavesOutHidden, std::vector<uint8_t>& out) const;
 
 private:

@@ -30,7 +30,7 @@ struct SourceTally
 class SourceOrder
 {
 public:
-    /// The records are those of a store whose origin was checked: each ordinal occurs once.
+    /// The records come from a store whose origin was checked: each ordinal occurs once.
     SourceOrder(const FileReader& store, const StoreHead& head, const OriginRecord& origin, uint64_t memory,
                 unsigned threads);
 

@@ -8,7 +8,7 @@ namespace VelBrx {
 
 namespace {
 
-constexpr uint32_t kPolynomial = 0x82F63B78u; // reflected: the highest bit stands for x^0
+constexpr uint32_t kPolynomial = 0x82F63B78u; // reflected: the highest bit is x^0
 
 /// value times x modulo the polynomial.
 constexpr uint32_t timesX(uint32_t value)
@@ -36,7 +36,7 @@ constexpr std::array<std::array<uint32_t, 256>, 8> makeTables()
 
 constexpr auto kTables = makeTables();
 
-/// Product of two polynomials modulo that of the checksum.
+/// Product of two polynomials modulo the checksum's.
 uint32_t product(uint32_t a, uint32_t b)
 {
     uint32_t result = 0;

@@ -9,7 +9,7 @@ namespace VelBrx {
 /// hand the result of the piece before as `previous`.
 uint32_t crc32c(const uint8_t* data, size_t size, uint32_t previous = 0);
 
-/// CRC-32C of two pieces together, from that of the `first` and that of the `second`, which has
+/// CRC-32C of two pieces together, from the CRC of the `first` and the CRC of the `second`, which has
 /// `secondLength` bytes.
 uint32_t crc32cCombine(uint32_t first, uint32_t second, uint64_t secondLength);
 

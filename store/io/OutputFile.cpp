@@ -113,7 +113,7 @@ Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size
 Status OutputFile::commit()
 {
     if (Status status = _file.close(); !status) return status;
-    // A file that appeared meanwhile is not replaced where the system can tell.
+    // A file that appeared meanwhile is not replaced where the system can prevent it.
     int result = _overwrite
                      ? rename(_temporaryPath.c_str(), _path.c_str())
                      : renameat2(AT_FDCWD, _temporaryPath.c_str(), AT_FDCWD, _path.c_str(), RENAME_NOREPLACE);

@@ -7,9 +7,9 @@
 
 namespace VelBrx {
 
-/// A file that appears under its name only when it is complete. Until `commit` it has a temporary name beside
-/// that one; without `commit` it vanishes with this object. A process that is killed leaves it behind under
-/// the temporary name, and the next file of the same name takes it away. `write` may be called from any
+/// A file that appears under its name only when it is complete. Until `commit` it has a temporary name next
+/// to that one; without `commit` it vanishes with this object. A process that is killed leaves it behind
+/// under the temporary name, and the next file of the same name takes it away. `write` may be called from any
 /// thread.
 class OutputFile
 {

@@ -216,7 +216,7 @@ private:
         if (status)
             status = readLazChunkTable(_input, laz.items, _file.pointDataStart, _file.pointCount, laz.chunks);
         if (!status) return failure("cannot be read: " + status.message());
-        // Where the table does not tell its end, the first extended record does.
+        // Where the table does not give its end, the first extended record does.
         const uint64_t lastByte =
             laz.chunks.chunks.empty() ? _file.pointDataStart : laz.chunks.chunks.back().end();
         if (_declaredEvlrs > 0 && _evlrStart >= lastByte)

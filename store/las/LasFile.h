@@ -16,7 +16,7 @@ namespace VelBrx {
 /// A variable length record, extended or not.
 struct LasVlr
 {
-    /// As in the file, of an extended one made to match, but for the length, which is zero.
+    /// As in the file, of an extended one made to match, except for the length, which is zero.
     std::array<uint8_t, LasLayout::kVlrHeaderSize> head{};
     std::string userId;
     uint16_t recordId = 0;

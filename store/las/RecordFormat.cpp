@@ -16,7 +16,7 @@ constexpr size_t kNearInfraredLength = 2;
 constexpr size_t kWavePacketLength = 29;
 constexpr size_t kColorLength = 6;
 
-// Positions in the records of formats 0 to 5; 0 to 13 are those of the store's record.
+// Positions in the records of formats 0 to 5; 0 to 13 are as in the store's record.
 constexpr size_t kLegacyReturns = 14; // return number 0-2, number of returns 3-5, direction 6, edge 7
 constexpr size_t kLegacyClass = 15;   // class 0-4, synthetic 5, key-point 6, withheld 7
 constexpr size_t kLegacyScanAngle = 16;

@@ -23,7 +23,7 @@ enum SourceFlags : uint8_t
 /// Bytes of a record of LAS point format 0 to 10 without extra bytes.
 uint16_t coreRecordLength(uint8_t pointFormat);
 
-/// What a look at source records tells before they are converted.
+/// What is known of source records before they are converted.
 struct RecordScan
 {
     std::array<int32_t, 3> min;
@@ -42,7 +42,7 @@ struct RecordScan
 ///
 /// - Legacy formats 0 to 5 keep their class (12, overlap, included), their return numbers and scan direction;
 ///   the scan angle rank in degrees becomes the nearest multiple of 0.006 degrees.
-/// - A withheld point comes in hidden. The other flags are kept beside the record only.
+/// - A withheld point comes in hidden. The other flags are kept in the flags record only.
 ///
 /// Immutable; any thread may use it.
 class RecordFormat
@@ -69,7 +69,7 @@ public:
     void decode(const uint8_t* source, size_t count, uint8_t* records, uint8_t* flags, uint8_t* rest,
                 size_t restStride) const;
 
-    /// The inverse of `decode` for one point, byte for byte. The withheld bit is that of `flags`.
+    /// The inverse of `decode` for one point, byte for byte. The withheld bit is taken from `flags`.
     void encode(const uint8_t* record, uint8_t flags, const uint8_t* rest, uint8_t* source) const;
 
 private:

@@ -74,9 +74,9 @@ struct SpaceBox
     }
 };
 
-/// The cells of a store in space. Unit of length is the finest of the three scales, and the origin that of
-/// the records' integers, so that coordinates and their distances are whole numbers, exact in a double, where
-/// the scales are equal. Immutable; any thread may use it.
+/// The cells of a store in space. Unit of length is the finest of the three scales, and the origin is the
+/// origin of the records' integers, so that coordinates and their distances are whole numbers, exact in a
+/// double, where the scales are equal. Immutable; any thread may use it.
 class CellSpace
 {
 public:

@@ -30,7 +30,7 @@ std::array<uint8_t, kHeaderSize> fileHeader(uint64_t storeId)
     return header;
 }
 
-/// Whether a normals file is that of a store. The message does not hold the path.
+/// Whether a normals file belongs to a store. The message does not hold the path.
 Status check(const FileReader& file, const BrxHeader& store)
 {
     std::array<uint8_t, kHeaderSize> header{};

@@ -10,7 +10,7 @@ namespace VelBrx::Laz {
 
 /// Adaptive binary arithmetic decoder over bytes in memory. Reading behind the last byte gives zeros and
 /// makes `overrun()` true for good: whoever decodes a bounded number of values may check once at the end.
-/// `corrupt()` tells a value that no encoder writes.
+/// `corrupt()` reports a value that no encoder writes.
 ///
 /// It and `ArithmeticEncoder` have the same operations, so that what is coded, by which model and in which
 /// order is written down once: the decoder ignores the value that each is given, and both return the value.

@@ -150,7 +150,7 @@ private:
         return _bounds[kLead + symbol + 1];
     }
 
-    /// Part of a length that stands for a symbol.
+    /// Part of a length that a symbol has.
     struct Interval
     {
         uint32_t low;

@@ -36,7 +36,7 @@ struct Layer<ArithmeticEncoder>
 
 constexpr unsigned kChannels = 4;
 
-/// The record of point formats 6 to 10 without its GPS time, as it stands in a file.
+/// The record of point formats 6 to 10 without its GPS time, as it is in a file.
 struct Point14
 {
     static constexpr size_t kSize = 22;
@@ -54,7 +54,7 @@ struct Point14
     unsigned returnCount() const { return returns >> 4; }
     unsigned channel() const { return flags >> 4 & 3; }
     void setChannel(unsigned channel) { flags = static_cast<uint8_t>((flags & ~0x30u) | channel << 4); }
-    /// The flags but for the channel, in six bits.
+    /// The flags except for the channel, in six bits.
     unsigned plainFlags() const { return (flags & 0x0Fu) | (flags >> 2 & 0x30u); }
     void setPlainFlags(unsigned plain)
     {
@@ -115,7 +115,7 @@ private:
         kGpsTime
     };
 
-    /// \name Bits of the symbol that tells what changed; the two lowest are about the return number
+    /// \name Bits of the symbol that says what changed; the two lowest are about the return number
     /// @{
     static constexpr unsigned kChannelChanged = 64;
     static constexpr unsigned kSourceChanged = 32;
@@ -175,7 +175,7 @@ private:
             return stream.symbol(_changed[context], choice);
         }
 
-        /// The bits above but for the channel.
+        /// The bits above except for the channel.
         unsigned chooseChanged(const Timed& next) const
         {
             return (_last.pointSource != next.point.pointSource ? kSourceChanged : 0) |

@@ -72,7 +72,7 @@ private:
     /// Points decoded between overrun checks: few enough that a false count costs no time.
     static constexpr uint64_t kCheckedPoints = 1024;
 
-    /// Sets all models up from the first record, which stands before `streams`.
+    /// Sets all models up from the first record, which is in front of `streams`.
     virtual Status startStreams(const uint8_t* streams, const uint8_t* end, uint64_t pointCount,
                                 RecordFields fields) = 0;
     virtual void decodePoints(uint8_t* records, uint64_t count) = 0;

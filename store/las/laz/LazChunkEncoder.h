@@ -10,7 +10,7 @@
 namespace VelBrx {
 
 /// Encodes chunks of a LAZ file, one after the other, in any order; chunks do not depend on each other. The
-/// bytes are those of the format's common writers for the same records. Models and streams take some
+/// bytes are the same as from the format's common writers for the same records. Models and streams take some
 /// megabytes and are kept from chunk to chunk: threads that encode at once have one object each.
 class LazChunkEncoder
 {

@@ -144,7 +144,7 @@ private:
         return {};
     }
 
-    /// Layered chunks tell their counts and sizes.
+    /// Layered chunks state their counts and sizes.
     void scanLayered(LazChunkTable& table) const
     {
         std::vector<uint8_t> head(4 * (1 + _items.layerCount()));

@@ -16,7 +16,7 @@ constexpr uint32_t kVariableChunks = 0xFFFFFFFFu;
 constexpr uint32_t kChunkSize = 50000;        ///< what every reader knows best
 constexpr uint32_t kMaxChunkBytes = 8u << 20; ///< of records
 
-/// What an item may be. `size` 0 stands for any; `place` grows along the record; `layers` 0 stands for none
+/// What an item may be. `size` 0 means any; `place` grows along the record; `layers` 0 means none
 /// in a pointwise item and for one a byte in a layered one.
 struct KnownItem
 {

@@ -8,7 +8,7 @@
 
 namespace VelBrx {
 
-/// User id and record id of the VLR that tells how the points of a LAZ file are compressed.
+/// User id and record id of the VLR that says how the points of a LAZ file are compressed.
 constexpr char kLazUserId[] = "laszip encoded";
 constexpr uint16_t kLazRecordId = 22204;
 
@@ -52,7 +52,7 @@ struct LazItem
 struct LazItems
 {
     LazCompressor compressor = LazCompressor::PointwiseChunked;
-    uint32_t chunkSize = 0;           ///< points of every chunk but the last; 0: the chunk table tells
+    uint32_t chunkSize = 0;           ///< points of every chunk but the last; 0: the chunk table has it
     bool isCompatibilityMode = false; ///< points of formats 6 to 10 in records of formats 0 to 5
     uint16_t recordLength = 0;
     std::vector<LazItem> items;

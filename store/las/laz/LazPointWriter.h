@@ -20,8 +20,8 @@ bool isLazName(const std::string& path);
 /// The same of ".copc.laz", by which readers know files that have an octree besides.
 bool isCopcName(const std::string& path);
 
-/// Turns the head of a LAS file, everything in front of its points, into that of a LAZ file: the format byte,
-/// and a VLR for `items` behind the others. False where the head's VLRs leave no room for one more.
+/// Turns the head of a LAS file, everything in front of its points, into the head of a LAZ file: the format
+/// byte, and a VLR for `items` behind the others. False where the head's VLRs leave no room for one more.
 bool makeLazHead(std::vector<uint8_t>& head, const LazItems& items);
 
 /// Writes the compressed points of one LAZ file in chunks of one size. Records may come in any order and from

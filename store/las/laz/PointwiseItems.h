@@ -8,7 +8,7 @@
 
 namespace VelBrx::Laz {
 
-/// The record of point formats 0 to 5, as it stands in a file.
+/// The record of point formats 0 to 5, as it is in a file.
 struct Point10
 {
     static constexpr size_t kSize = 20;
@@ -32,12 +32,12 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are copied as 
 template <class Stream>
 using RecordPointer = std::conditional_t<Stream::kEncodes, const uint8_t*, uint8_t*>;
 
-/// The fields that change seldom; both versions code them alike but for the scan angle between them. `next`
-/// is the point that an encoder writes; a decoder ignores it.
+/// The fields that change seldom; both versions code them alike except for the scan angle between them.
+/// `next` is the point that an encoder writes; a decoder ignores it.
 class SeldomFields
 {
 public:
-    /// \name Bits of the symbol that tells which of a point's fields changed
+    /// \name Bits of the symbol that says which of a point's fields changed
     /// @{
     static constexpr unsigned kClassChanged = 8;
     static constexpr unsigned kScanAngleChanged = 4;
@@ -261,7 +261,7 @@ private:
     unsigned _oldest = 0;
 };
 
-/// A time of its own as the first version tells it: one sequence, predicted by its last step.
+/// A time of its own as the first version codes it: one sequence, predicted by its last step.
 class GpsTimeDecoderV1
 {
 public:
