@@ -1,6 +1,7 @@
 #include "viewer/window/EditKeys.h"
 
 #include "tests/support/DocsPage.h"
+#include "tests/support/LasRecords.h"
 #include "tests/support/OtherEditor.h"
 #include "tests/viewer/ShownSurvey.h"
 #include "viewer/window/CloseRequests.h"
@@ -16,6 +17,7 @@ constexpr int kEscape = osgGA::GUIEventAdapter::KEY_Escape;
 constexpr int kEnter = osgGA::GUIEventAdapter::KEY_Return;
 constexpr int kBackspace = osgGA::GUIEventAdapter::KEY_BackSpace;
 constexpr int kLeft = 1;
+const Polygon kAll = {{-10, -10}, {210, -10}, {210, 210}, {-10, 210}};
 
 class EditKeysTest : public testing::Test
 {
@@ -65,13 +67,12 @@ protected:
             press(key);
     }
 
-    /// Pixels from the bottom left, as `EditSession` has them.
-    void click(double x, double y)
+    /// Pixels from the top left, as window systems have them.
+    void click(float x, float y)
     {
-        const auto fromTop = static_cast<float>(ShownSurvey::kSize - y); // input counts from the top
-        events().mouseButtonPress(static_cast<float>(x), fromTop, kLeft);
+        events().mouseButtonPress(x, y, kLeft);
         shown.host.frame();
-        events().mouseButtonRelease(static_cast<float>(x), fromTop, kLeft);
+        events().mouseButtonRelease(x, y, kLeft);
         shown.host.frame();
     }
 
@@ -89,7 +90,7 @@ protected:
     /// Points that a select of everything finds: those that are not hidden.
     uint64_t visiblePoints()
     {
-        session->select({{-10, -10}, {210, -10}, {210, 210}, {-10, 210}}, true);
+        session->select(kAll, true);
         const uint64_t points = session->wait().points;
         session->undo();
         session->wait();
@@ -131,7 +132,7 @@ TEST_F(EditKeysTest, DigitsChooseTheToClassAndListsTheFromClassesAndTheClassesSh
     EXPECT_EQ(unsaved(), 0u) << "a dry run";
     press('K');
     EXPECT_EQ(unsaved(), 140u) << "columns 1, 4, ... 19";
-    session->reclassify({{0, 0}, {0, 200}, {200, 200}, {200, 0}}, {1, {64}, true});
+    session->reclassify(kAll, {1, {64}, true});
     EXPECT_EQ(session->wait().classes->before[64], 140u);
 
     drawAll();
@@ -153,7 +154,7 @@ TEST_F(EditKeysTest, DigitsChooseTheToClassAndListsTheFromClassesAndTheClassesSh
     drawAll();
     press('K');
     EXPECT_EQ(unsaved(), 140u + 120u);
-    session->reclassify({{0, 0}, {0, 200}, {200, 200}, {200, 0}}, {1, {}, true});
+    session->reclassify(kAll, {1, {}, true});
     EXPECT_EQ(session->wait().classes->before[69], 120u);
 }
 
@@ -166,6 +167,22 @@ TEST_F(EditKeysTest, AnotherRequestToCloseStaysInTheQueueWhileAFrameIsBegun)
     EXPECT_FALSE(takeCloseRequests(*shown.host.viewer));
     press('E');
     EXPECT_FALSE(isDone()) << "other events are left";
+}
+
+TEST_F(EditKeysTest, APolygonHasThePointsThatItIsDrawnOver)
+{
+    const Polygon corner = {{2, 90}, {2, 3}, {120, 5}};
+    press('E');
+    press('a');
+    for (const osg::Vec2d& vertex : corner)
+        click(static_cast<float>(vertex.x()), static_cast<float>(vertex.y()));
+    press('x');
+    const LasRecords records(shown.store());
+    for (size_t i = 0; i < records.size(); ++i) {
+        const osg::Vec2d pixel = shown.onScreen(records.position(i));
+        EXPECT_EQ(records.flags(i) != 0, contains(corner, pixel.x(), pixel.y()))
+            << pixel.x() << ", " << pixel.y();
+    }
 }
 
 TEST_F(EditKeysTest, ADrawingGoesWithThePictureItWasDrawnOn)

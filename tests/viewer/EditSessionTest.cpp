@@ -14,7 +14,7 @@ using VelOsgDBBrx::Type;
 namespace {
 
 /// A corner of the window: mirrored or turned, it covers other points.
-const Polygon kCorner = {{0, 100}, {0, 200}, {130, 200}};
+const Polygon kCorner = {{0, 100}, {0, 0}, {130, 0}};
 const Polygon kAll = {{-10, -10}, {210, -10}, {210, 210}, {-10, 210}};
 
 class EditSessionTest : public testing::Test
@@ -39,8 +39,8 @@ protected:
         const LasRecords records(shown.store());
         std::vector<bool> result;
         for (size_t i = 0; i < records.size(); ++i) {
-            const osg::Vec3d window = shown.onScreen(records.position(i));
-            result.push_back(contains(polygon, window.x(), window.y()));
+            const osg::Vec2d pixel = shown.onScreen(records.position(i));
+            result.push_back(contains(polygon, pixel.x(), pixel.y()));
         }
         return result;
     }
@@ -63,6 +63,12 @@ protected:
         return counts;
     }
 
+    /// Metres from the first point.
+    osg::Vec3d world(double east, double north, double up = 0) const
+    {
+        return osg::Vec3d(shown.survey.x + east, shown.survey.y + north, shown.survey.z + up);
+    }
+
     /// Waits for the operation that a call has started.
     EditOutcome done(bool started)
     {
@@ -70,7 +76,7 @@ protected:
         return session->wait();
     }
 
-    EditOutcome reclassify(const Polygon& polygon, int toClass, std::vector<int> fromClasses = {},
+    EditOutcome reclassify(const Outline& polygon, int toClass, std::vector<int> fromClasses = {},
                            bool dryRun = false)
     {
         return done(session->reclassify(polygon, {toClass, std::move(fromClasses), dryRun}));
@@ -99,12 +105,17 @@ TEST_F(EditSessionTest, ActsOnExactlyThePointsUnderThePolygonInAViewportAnywhere
     shown.host.camera().setViewport(60, 15, 130, 90);
     shown.host.camera().setProjectionMatrixAsPerspective(kFieldOfView, 130.0 / 90, 1, 1e6);
     show();
-    const Polygon polygon = {{70, 60}, {125, 100}, {125, 60}};
+    const Polygon polygon = {{70, 140}, {125, 100}, {125, 140}};
     const std::vector<bool> expected = under(polygon);
     std::vector<bool> others = expected;
     others.flip();
     ASSERT_GT(count(expected), 5u);
     EXPECT_EQ(done(session->select(polygon, true)).points, count(expected));
+    done(session->segment(true));
+    drawn();
+    const auto selectedOnly = shown.host.picture();
+    done(session->undo());
+    done(session->undo());
     EXPECT_EQ(reclassify(polygon, 9).points, count(expected));
     const EditOutcome outcome = done(session->hide(polygon, Type::INSIDE));
     EXPECT_TRUE(outcome.ok) << outcome.message;
@@ -115,6 +126,8 @@ TEST_F(EditSessionTest, ActsOnExactlyThePointsUnderThePolygonInAViewportAnywhere
     EXPECT_EQ(count(hidden()), 0u);
     EXPECT_EQ(done(session->hide(polygon, Type::OUTSIDE)).points, count(others));
     EXPECT_EQ(hidden(), others);
+    drawn();
+    EXPECT_TRUE(samePixels(*shown.host.picture(), *selectedOnly)) << "the renderer selects others";
 }
 
 TEST_F(EditSessionTest, UndoTakesBackTheNewestEditOfWhateverKind)
@@ -128,7 +141,7 @@ TEST_F(EditSessionTest, UndoTakesBackTheNewestEditOfWhateverKind)
     done(session->select(kAll, true));
     done(session->segment(false));
     EXPECT_EQ(drawn(), 0) << "everything is selected, and left out of the picture";
-    EXPECT_EQ(done(session->hide({{300, 300}, {310, 300}, {300, 310}}, Type::INSIDE)).points, 0u)
+    EXPECT_EQ(done(session->hide(Polygon{{300, 300}, {310, 300}, {300, 310}}, Type::INSIDE)).points, 0u)
         << "changes nothing, so that there is nothing to undo";
 
     EXPECT_EQ(done(session->undo()).operation, "undo show all but selected");
@@ -154,7 +167,7 @@ TEST_F(EditSessionTest, UndoAllTakesEverythingBackAndResetShowsEverything)
         done(session->hide(kCorner, Type::INSIDE));
         reclassify(kAll, 6, {2});
         done(session->select(kCorner, true));
-        done(session->hide({{150, 0}, {200, 0}, {200, 80}}, Type::INSIDE));
+        done(session->hide(Polygon{{150, 0}, {200, 0}, {200, 80}}, Type::INSIDE));
         const uint64_t hiddenPoints = count(hidden());
         const uint64_t reclassified = session->unsavedPoints()[shown.store()];
         const EditOutcome outcome = done(reset ? session->reset() : session->undoAll());
@@ -214,38 +227,46 @@ TEST_F(EditSessionTest, OneOperationRunsAtATimeAndNonsenseIsRefused)
     EXPECT_FALSE(session->isBusy());
     done(session->undo());
 
-    EXPECT_EQ(done(session->hide({{0, 0}, {9, 9}}, Type::OUTSIDE)).message,
+    EXPECT_EQ(done(session->hide(Polygon{{0, 0}, {9, 9}}, Type::OUTSIDE)).message,
               "needs at least 3 vertices, 2 are given");
-    EXPECT_FALSE(done(session->line({{0, 0}, {9, 9}}, 0)).ok);
+    EXPECT_FALSE(done(session->line(Polygon{{0, 0}, {9, 9}}, 0)).ok);
     EXPECT_FALSE(done(session->select(kAll, false)).ok);
     EXPECT_FALSE(reclassify(kAll, 256).ok);
     EXPECT_FALSE(reclassify(kAll, 6, {255}).ok);
     EXPECT_EQ(count(hidden()), 0u);
 }
 
-TEST_F(EditSessionTest, AnOutlineBeyondTheWindowIsMeantWholeOnlyWhereThatIsAsked)
+TEST_F(EditSessionTest, AnOutlineBeyondTheWindowIsMeantWholeOnlyInTheWorld)
 {
     show();
     const osg::Vec3d center(shown.survey.x + 9.5, shown.survey.y + 9.5, shown.survey.z);
     shown.host.camera().setViewMatrixAsLookAt(center + osg::Vec3d(0, 0, 12), center, osg::Vec3d(0, 1, 0));
     const std::vector<bool> inWindow = under({{0, 0}, {200, 0}, {200, 200}, {0, 200}});
     ASSERT_LT(count(inWindow), 300u);
-    const Polygon all = {{-3000, -3000}, {3000, -3000}, {3000, 3000}, {-3000, 3000}};
-    EXPECT_EQ(reclassify(all, 9, {}, true).points, count(inWindow));
-    session->setReach(EditSession::Reach::OUTLINE);
-    EXPECT_EQ(reclassify(all, 9, {}, true).points, 400u);
-    EXPECT_EQ(done(session->hide(all, Type::INSIDE)).points, 400u);
+    const Polygon allPixels = {{-3000, -3000}, {3000, -3000}, {3000, 3000}, {-3000, 3000}};
+    EXPECT_EQ(reclassify(allPixels, 9, {}, true).points, count(inWindow));
+    // The southern half and a part of the northern one.
+    const std::vector<osg::Vec3d> most = {world(-9, -9), world(29, -9), world(29, 9.7), world(-9, 15.2)};
+    Polygon seen;
+    for (const osg::Vec3d& vertex : most)
+        seen.push_back(shown.onScreen(vertex));
+    const std::vector<bool> expected = under(seen);
+    ASSERT_GT(count(expected), 200u);
+    EXPECT_EQ(reclassify(most, 9, {}, true).points, count(expected));
+    EXPECT_EQ(done(session->hide(most, Type::INSIDE)).points, count(expected));
+    EXPECT_EQ(hidden(), expected);
     const EditOutcome undone = done(session->undo());
     EXPECT_EQ(undone.undone, "hide inside");
-    EXPECT_EQ(undone.points, 400u);
-    const osg::Vec3d west = shown.onScreen(osg::Vec3d(shown.survey.x, shown.survey.y + 9, shown.survey.z));
-    ASSERT_LT(west.x(), 0);
+    EXPECT_EQ(undone.points, count(expected));
+    ASSERT_LT(shown.onScreen(world(0, 9)).x(), 0);
     // Higher points of the row stand further from the middle of the picture; the next row is 31 pixels away.
-    EXPECT_EQ(done(session->line({{-3000, west.y()}, {3000, west.y()}}, 20)).points, 20u);
-    const auto firstHit = std::min_element(session->lineHits().begin(), session->lineHits().end(),
-                                           [](const auto& a, const auto& b) { return a.x < b.x; });
-    EXPECT_NEAR(firstHit->x, west.x(), 0.1) << "positions are those of the window";
-    EXPECT_FALSE(done(session->hide({{-1e6, 0}, {1e6, 0}, {0, 1e6}}, Type::INSIDE)).ok);
+    shown.scene.setClipPlanes({{0, -1, 0, shown.survey.y + 9.2}});
+    EXPECT_EQ(done(session->line(std::vector{world(-30, 9), world(50, 9)}, 20)).points, 20u);
+    EXPECT_FALSE(
+        done(session->hide(std::vector{world(-1e6, 0), world(1e6, 0), world(0, 1e6)}, Type::INSIDE)).ok);
+    EXPECT_EQ(
+        done(session->hide(std::vector{world(0, 0), world(1, 0), world(0, 0, 13)}, Type::INSIDE)).message,
+        "vertex 3 is behind the camera");
     EXPECT_EQ(count(hidden()), 0u);
 }
 
@@ -279,29 +300,37 @@ TEST_F(EditSessionTest, AStoreThatWasBuiltAnewMeanwhileIsNamedAndLeftAlone)
 TEST_F(EditSessionTest, ALineFindsThePointsUnderItsWholeWidthAndMakesThemStandOut)
 {
     show();
-    const osg::Vec3d west = shown.onScreen(osg::Vec3d(shown.survey.x, shown.survey.y + 5, shown.survey.z));
+    const osg::Vec2d west = shown.onScreen(osg::Vec3d(shown.survey.x, shown.survey.y + 5, shown.survey.z));
     const double spacing =
-        shown.onScreen(osg::Vec3d(shown.survey.x, shown.survey.y + 6, shown.survey.z)).y() - west.y();
+        west.y() - shown.onScreen(osg::Vec3d(shown.survey.x, shown.survey.y + 6, shown.survey.z)).y();
     const double half = 1.5 * spacing;
     const Polygon strip = {
         {0, west.y() - half}, {200, west.y() - half}, {200, west.y() + half}, {0, west.y() + half}};
     const uint64_t expected = count(under(strip)); // three rows of points
     ASSERT_GT(expected, 50u);
-    EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected);
-    EXPECT_EQ(session->lineHits().size(), expected);
+    EXPECT_EQ(done(session->line(Polygon{{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected);
 
-    shown.scene.setClipPlanes({{1, 0, 0, -(shown.survey.x + 9.5)}});
-    EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected / 2)
-        << "ten of twenty columns";
+    shown.scene.setClipPlanes({{1, 0, 0, -(shown.survey.x + 9.5)}, {0, -1, 0, shown.survey.y + 9.5}});
+    EXPECT_EQ(done(session->line(Polygon{{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected / 2)
+        << "ten of twenty columns, all in the southern half";
     shown.scene.setShownClasses({});
-    EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, 0u);
+    EXPECT_EQ(done(session->line(Polygon{{0, west.y()}, {200, west.y()}}, 2 * half)).points, 0u);
     shown.scene.setClipPlanes({});
     shown.scene.setShownClasses(std::bitset<256>().set());
-    EXPECT_FALSE(done(session->line({{9, 9}, {9, 9}}, 5)).ok) << "there is nothing to search";
-    EXPECT_EQ(done(session->line({{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected);
+    EXPECT_FALSE(done(session->line(Polygon{{9, 9}, {9, 9}}, 5)).ok) << "there is nothing to search";
+    EXPECT_EQ(done(session->line(Polygon{{0, west.y()}, {200, west.y()}}, 2 * half)).points, expected);
 
-    const auto yellow = [&] { return countOf(*shown.host.picture(), osg::Vec3ub(255, 255, 0)); };
-    EXPECT_GT(yellow(), 300);
+    const auto yellow = [&](double top, double bottom) {
+        const auto picture = shown.host.picture();
+        int count = 0;
+        for (int row = 0; row < picture->t(); ++row)
+            for (int column = 0; column < picture->s(); ++column)
+                count += ShownSurvey::kSize - row > top && ShownSurvey::kSize - row < bottom &&
+                         pixel(*picture, column, row) == osg::Vec3ub(255, 255, 0);
+        return count;
+    };
+    EXPECT_GT(yellow(west.y() - half, west.y() + half), 300);
+    EXPECT_EQ(yellow(0, west.y() - half - spacing), 0);
     EXPECT_EQ(done(session->undo()).operation, "undo line");
-    EXPECT_EQ(yellow(), 0);
+    EXPECT_EQ(yellow(0, ShownSurvey::kSize), 0);
 }

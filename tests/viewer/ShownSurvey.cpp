@@ -37,9 +37,10 @@ void ShownSurvey::pressKey(int key)
     EXPECT_TRUE(services->settle(*host.viewer, std::chrono::seconds(60)));
 }
 
-osg::Vec3d ShownSurvey::onScreen(const osg::Vec3d& world)
+osg::Vec2d ShownSurvey::onScreen(const osg::Vec3d& world)
 {
     const osg::Camera& camera = host.camera();
-    return world * camera.getViewMatrix() * camera.getProjectionMatrix() *
-           camera.getViewport()->computeWindowMatrix();
+    const osg::Vec3d window = world * camera.getViewMatrix() * camera.getProjectionMatrix() *
+                              camera.getViewport()->computeWindowMatrix();
+    return osg::Vec2d(window.x(), kSize - window.y());
 }

@@ -25,8 +25,8 @@ struct ShownSurvey
     /// Presses a key and draws until all is there again.
     void pressKey(int key);
 
-    /// Where a world position is in the window, y up.
-    osg::Vec3d onScreen(const osg::Vec3d& world);
+    /// The pixel of a world position from the window's top left.
+    osg::Vec2d onScreen(const osg::Vec3d& world);
 
     /// Path of the store on show.
     std::string store() const { return folder.file("grid.las.brx"); }

@@ -5,7 +5,6 @@
 
 #include <VelOsgDBBrx/CategoryCalcTool.h>
 #include <VelOsgDBBrx/CullCmdManager.h>
-#include <VelOsgDBBrx/LineSearchCmd.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudHelper.h>
@@ -88,25 +87,41 @@ EditSession::Running* EditSession::begin(const std::string& operation)
 }
 
 /// As `begin`, for what is drawn on the screen. Null too when it has been refused, which ends the operation.
-EditSession::Running* EditSession::beginOnScreen(const std::string& operation, const Polygon& vertices,
+EditSession::Running* EditSession::beginOnScreen(const std::string& operation, const Outline& outline,
                                                  size_t fewest, double margin)
 {
     Running* running = begin(operation);
     if (!running) return nullptr;
-    _view = windowViewOf(*_viewer.getCamera());
-    _vertices = vertices;
-    const bool hasWindow = _view.has_value();
-    if (hasWindow && _reach == Reach::OUTLINE) _view = _view->widenedTo(_vertices, margin);
-    if (!hasWindow)
-        refuse(running->outcome, "the viewer has no single window to draw on");
-    else if (vertices.size() < fewest)
-        refuse(running->outcome, "needs at least " + std::to_string(fewest) + " vertices, " +
-                                     std::to_string(vertices.size()) + " are given");
-    else if (!_view)
-        refuse(running->outcome,
-               "reaches too far beyond the window; look from further away, so that more of it "
-               "is in the window");
-    return running->outcome.ok ? running : nullptr;
+    const std::string problem = drawOnWindow(outline, fewest, margin);
+    if (!problem.empty()) refuse(running->outcome, problem);
+    return problem.empty() ? running : nullptr;
+}
+
+/// Why the outline cannot be used; empty when it can.
+std::string EditSession::drawOnWindow(const Outline& outline, size_t fewest, double margin)
+{
+    const std::optional<WindowView> window = windowViewOf(*_viewer.getCamera());
+    if (!window) return "the viewer has no single window to draw on";
+    _onWindow = {*window, outline.pixels};
+    for (const osg::Vec3d& vertex : outline.world) {
+        const std::optional<osg::Vec2d> pixel = window->pixelOf(vertex);
+        if (!pixel)
+            return "vertex " + std::to_string(_onWindow.vertices.size() + 1) + " is behind the camera";
+        _onWindow.vertices.push_back(*pixel);
+    }
+    if (_onWindow.vertices.size() < fewest) {
+        return "needs at least " + std::to_string(fewest) + " vertices, " +
+               std::to_string(_onWindow.vertices.size()) + " are given";
+    }
+    _whole = _onWindow;
+    if (outline.world.empty()) return "";
+    const std::optional<WindowView> wide = window->widenedTo(_whole.vertices, margin);
+    if (!wide) {
+        return "reaches too far beyond the window; look from further away, so that more of it is in the "
+               "window";
+    }
+    _whole.view = *wide;
+    return "";
 }
 
 std::vector<osg::observer_ptr<OctreeInfo>> EditSession::octrees() const
@@ -117,7 +132,7 @@ std::vector<osg::observer_ptr<OctreeInfo>> EditSession::octrees() const
     return octrees;
 }
 
-bool EditSession::hide(const Polygon& polygon, Type side)
+bool EditSession::hide(const Outline& polygon, Type side)
 {
     if (isBusy()) return false;
     Running* running = beginOnScreen(side == Type::INSIDE ? "hide inside" : "hide outside", polygon, 3);
@@ -128,7 +143,7 @@ bool EditSession::hide(const Polygon& polygon, Type side)
     return true;
 }
 
-bool EditSession::show(const Polygon& polygon)
+bool EditSession::show(const Outline& polygon)
 {
     if (isBusy()) return false;
     Running* running = beginOnScreen("show", polygon, 3);
@@ -138,13 +153,12 @@ bool EditSession::show(const Polygon& polygon)
 
 void EditSession::pushCull(Running& running, PolygonPointCmd* cmd, Edit::Kind kind)
 {
-    Polygon fromTop = _view->fromTop(_vertices);
     std::vector<osg::observer_ptr<OctreeInfo>> clouds = octrees();
     std::vector<osg::Vec4d> planes = _scene.clipPlanes();
-    cmd->setPolygon(fromTop);
-    cmd->setVPW(_view->vpw);
-    cmd->setWidth(_view->width);
-    cmd->setHeight(_view->height);
+    cmd->setPolygon(_whole.vertices);
+    cmd->setVPW(_whole.view.vpw);
+    cmd->setWidth(_whole.view.width);
+    cmd->setHeight(_whole.view.height);
     cmd->setClipPlane(planes);
     cmd->setOctreeInfos(clouds);
     cmd->setUid(kViewerUid);
@@ -189,7 +203,7 @@ void EditSession::noteSegment(EditOutcome& outcome) const
         outcome.message = "also of points that the segment leaves out of the picture";
 }
 
-bool EditSession::select(const Polygon& polygon, bool add)
+bool EditSession::select(const Outline& polygon, bool add)
 {
     if (isBusy()) return false;
     Running* running = beginOnScreen(add ? "select" : "deselect", polygon, 3);
@@ -198,7 +212,7 @@ bool EditSession::select(const Polygon& polygon, bool add)
         refuse(running->outcome, "nothing is selected");
         return true;
     }
-    Polygon vertices = polygon;
+    std::vector<osg::Vec2d> vertices = _onWindow.view.turned(_onWindow.vertices);
     for (SelectSegmentStack& selection : _selections)
         selection.selectPushAndApply(vertices, add);
     _journal.push_back({Edit::SELECTION, running->outcome.operation});
@@ -224,50 +238,43 @@ bool EditSession::segment(bool selectedOnly)
     return true;
 }
 
-bool EditSession::line(const Polygon& vertices, double width)
+bool EditSession::line(const Outline& line, double width)
 {
     if (isBusy()) return false;
-    Running* running = beginOnScreen("line", vertices, 2, width / 2 + 1);
+    Running* running = beginOnScreen("line", line, 2, width / 2 + 1);
     if (!running) return true;
     if (!(width > 0 && width <= kWidestLine)) {
         refuse(running->outcome, "a line is above 0 and at most 1000 pixels wide");
         return true;
     }
     const osg::ref_ptr<LineSearchCmd> cmd = new LineSearchCmd(kNobodyWaits);
-    cmd->setLine(_vertices, width);
-    cmd->setVPW(_view->vpw);
-    cmd->setWidth(_view->width);
-    cmd->setHeight(_view->height);
+    cmd->setLine(_whole.view.turned(_whole.vertices), width);
+    cmd->setVPW(_whole.view.vpw);
+    cmd->setWidth(_whole.view.width);
+    cmd->setHeight(_whole.view.height);
     cmd->setClipPlane(_scene.clipPlanes());
     cmd->setShownClasses(_scene.shownClasses());
     cmd->setOctreeInfos(octrees());
     cmd->setUid(kViewerUid);
-    const osg::Vec2d toWindow = vertices.front() - _vertices.front();
-    running->conclude = [this, cmd, width, toWindow](Running& ended) {
-        _lineHits = std::move(cmd->points());
-        concludeLine(ended, width);
-        for (LineEnHancement::LineEnHancementPoint& hit : _lineHits) {
-            hit.x += toWindow.x();
-            hit.y += toWindow.y();
-        }
-    };
+    running->conclude = [this, cmd, width](Running& ended) { concludeLine(ended, *cmd, width); };
     running->work.push(cmd);
     return true;
 }
 
-void EditSession::concludeLine(Running& running, double width)
+void EditSession::concludeLine(Running& running, LineSearchCmd& search, double width)
 {
     concludeCommands(running);
     if (running.work.commands().maskMissing)
         refuse(running.outcome, "this line has no length that could be searched; give it two places");
-    running.outcome.points = _lineHits.size();
+    running.outcome.points = search.points().size();
+    const WindowView& view = _whole.view;
     const std::vector<osg::Vec2f> outline =
-        outlineInWorld(_vertices, width, _lineHits, osg::Matrixd::inverse(_view->vpw));
+        outlineInWorld(view.turned(_whole.vertices), width, search.points(), osg::Matrixd::inverse(view.vpw));
     PointCloudHelper::setEnhancedLine(_scene.root(), outline, kEnhancedColor, kEnhancedSize);
     if (!outline.empty()) _journal.push_back({Edit::LINE, running.outcome.operation});
 }
 
-bool EditSession::reclassify(const Polygon& polygon, const Reclassification& change)
+bool EditSession::reclassify(const Outline& polygon, const Reclassification& change)
 {
     if (isBusy()) return false;
     Running* running = beginOnScreen(change.dryRun ? "reclassify, dry run" : "reclassify", polygon, 3);
@@ -290,10 +297,10 @@ void EditSession::pushClassEdit(EditWork& work, const Reclassification& change) 
 {
     const osg::ref_ptr<PolygonCmd> edit = new PolygonCmd;
     Base& base = edit->base;
-    base.polygon = _view->fromTop(_vertices);
-    base.vpw = _view->vpw;
-    base.width = _view->width;
-    base.height = _view->height;
+    base.polygon = _whole.vertices;
+    base.vpw = _whole.view.vpw;
+    base.width = _whole.view.width;
+    base.height = _whole.view.height;
     base.planesA = _scene.clipPlanes();
     base.shownClasses = _scene.shownClasses();
     base.toClass = change.toClass;

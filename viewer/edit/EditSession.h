@@ -1,11 +1,12 @@
 #pragma once
 
 #include "viewer/edit/EditWork.h"
+#include "viewer/edit/Outline.h"
 #include "viewer/edit/WindowView.h"
 #include "viewer/scene/Scene.h"
 
 #include <VelOsgDBBrx/CullCmd.h>
-#include <VelOsgDBBrx/LineEnHancement.h>
+#include <VelOsgDBBrx/LineSearchCmd.h>
 #include <VelOsgDBBrx/SelectSegmentStack.h>
 
 #include <osg/Vec2d>
@@ -59,8 +60,7 @@ struct Reclassification
 ///     if (std::optional<EditOutcome> outcome = session.poll()) ... // each frame
 ///     EditOutcome outcome = session.wait();                       // or this
 ///
-/// Polygons and lines are in pixels of the window from its bottom left, y up, as OSG's events have them; the
-/// camera, the window, the clip planes and the classes on show are those of the moment of the call.
+/// The camera, the window, the clip planes and the classes on show are those of the moment of the call.
 ///
 /// Which points an operation reaches: all of the stores, loaded or not. Hiding and bringing back heed the
 /// scene's clip planes. A reclassification reaches what is visible: not hidden, inside the clip planes, of a
@@ -73,8 +73,6 @@ struct Reclassification
 class EditSession
 {
 public:
-    using Polygon = std::vector<osg::Vec2d>;
-
     /// Makes the clouds known for editing. `scene`, loaded, and `viewer`, with its window, outlive the
     /// session.
     EditSession(Scene& scene, osgViewer::Viewer& viewer);
@@ -85,38 +83,30 @@ public:
     EditSession(const EditSession&) = delete;
     EditSession& operator=(const EditSession&) = delete;
 
-    /// How far the outlines of the operations from now on reach.
-    enum class Reach
-    {
-        WINDOW, ///< what lies beyond the window is not meant; at first
-        /// All of the outline, also beyond the window. One that is more than some windows large is refused.
-        OUTLINE
-    };
-    void setReach(Reach reach) { _reach = reach; }
-
     /// \name Operations
-    /// Each returns false while another is running.
+    /// Each returns false while another is running. An outline in world coordinates that is more than some
+    /// windows large, or reaches behind the camera, is refused.
     /// @{
-    bool hide(const Polygon& polygon, VelOsgDBBrx::Type side);
+    bool hide(const Outline& polygon, VelOsgDBBrx::Type side);
 
     /// Brings the hidden points under the polygon back, whoever hid them. Undo does not hide them again.
-    bool show(const Polygon& polygon);
+    bool show(const Outline& polygon);
 
     /// Adds the points under the polygon to the selection, or takes them out of it. A selection is a matter
     /// of the picture: no store changes. The outcome counts the visible points under the polygon.
-    bool select(const Polygon& polygon, bool add);
+    bool select(const Outline& polygon, bool add);
 
     /// Shows nothing but the selected points (`selectedOnly`), or everything but them; in the picture alone.
     /// Refused where nothing is selected.
     bool segment(bool selectedOnly);
 
-    /// Finds the visible points under a line of `width` pixels, see `lineHits`: not hidden, inside the clip
+    /// Finds the visible points under a line of `width` pixels: not hidden, inside the clip
     /// planes, of a class that is shown. Its ends are cut off square, its bends are round. Makes the strip of
     /// ground that it covers, seen from above, stand out in the picture; the strip is as exact as floats of
     /// world coordinates. The strip replaces that of the line before; undo takes it away.
-    bool line(const Polygon& vertices, double width);
+    bool line(const Outline& line, double width);
 
-    bool reclassify(const Polygon& polygon, const Reclassification& change);
+    bool reclassify(const Outline& polygon, const Reclassification& change);
 
     bool undo();
 
@@ -146,12 +136,6 @@ public:
     /// Waits for the running operation to end; call it only while the session is busy.
     EditOutcome wait();
 
-    /// The points that the last line found.
-    const std::vector<VelOsgDBBrx::LineEnHancement::LineEnHancementPoint>& lineHits() const
-    {
-        return _lineHits;
-    }
-
     /// Number of points whose class is not saved, by the path of their store; without stores that have none.
     std::map<std::string, uint64_t> unsavedPoints() const;
 
@@ -171,6 +155,13 @@ private:
         std::string operation;
     };
 
+    /// An outline in pixels of a window.
+    struct Drawing
+    {
+        WindowView view;
+        std::vector<osg::Vec2d> vertices;
+    };
+
     struct Running
     {
         EditOutcome outcome;
@@ -179,14 +170,15 @@ private:
     };
 
     Running* begin(const std::string& operation);
-    Running* beginOnScreen(const std::string& operation, const Polygon& vertices, size_t fewest,
+    Running* beginOnScreen(const std::string& operation, const Outline& outline, size_t fewest,
                            double margin = 1);
+    std::string drawOnWindow(const Outline& outline, size_t fewest, double margin);
     void pushCull(Running& running, VelOsgDBBrx::PolygonPointCmd* cmd, Edit::Kind kind);
     void pushClassEdit(EditWork& work, const Reclassification& change) const;
     void concludeCommands(Running& running) const;
     void concludeCull(Running& running, Edit::Kind kind);
     void concludeClasses(Running& running, bool dryRun);
-    void concludeLine(Running& running, double width);
+    void concludeLine(Running& running, VelOsgDBBrx::LineSearchCmd& search, double width);
     void noteSegment(EditOutcome& outcome) const;
     void takeBack(Running& running, const Edit& edit);
     void dropSelection();
@@ -197,10 +189,8 @@ private:
     osgViewer::Viewer& _viewer;
     std::vector<std::string> _uids;                           ///< of the clouds, in their order
     std::vector<VelOsgDBBrx::SelectSegmentStack> _selections; ///< of the clouds, in their order
-    Reach _reach = Reach::WINDOW;
-    std::optional<WindowView> _view; ///< of the operation that begins; as wide as it reaches
-    Polygon _vertices;               ///< of the same operation, in pixels of `_view`
+    Drawing _onWindow;                                        ///< the outline of the operation that begins
+    Drawing _whole; ///< the same, on a window that holds as much of it as is meant
     std::optional<Running> _running;
     std::vector<Edit> _journal; ///< the newest last
-    std::vector<VelOsgDBBrx::LineEnHancement::LineEnHancementPoint> _lineHits;
 };

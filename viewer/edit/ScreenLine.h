@@ -9,8 +9,8 @@
 #include <vector>
 
 /// The outline, in world x and y, of what a line of `width` pixels on the screen covers: every stretch of the
-/// line lies at the middle depth of the points found there. `windowToWorld` takes window positions (x, y,
-/// depth). Empty where points were found at fewer than two places.
+/// line lies at the middle depth of the points found there. Line, points and what `windowToWorld` takes are
+/// window positions, y up. Empty where points were found at fewer than two places.
 std::vector<osg::Vec2f>
 outlineInWorld(const std::vector<osg::Vec2d>& line, double width,
                const std::vector<VelOsgDBBrx::LineEnHancement::LineEnHancementPoint>& hits,

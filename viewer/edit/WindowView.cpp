@@ -19,15 +19,23 @@ std::optional<WindowView> WindowView::widenedTo(std::vector<osg::Vec2d>& vertice
     if (!(size.x() * size.y() <= kMostPixels)) return std::nullopt;
     for (osg::Vec2d& vertex : vertices)
         vertex -= min;
-    return WindowView{vpw * osg::Matrixd::translate(-min.x(), -min.y(), 0), static_cast<int>(size.x()),
+    const double below = max.y() - height; // pixels that the larger window has under this one
+    return WindowView{vpw * osg::Matrixd::translate(-min.x(), below, 0), static_cast<int>(size.x()),
                       static_cast<int>(size.y())};
 }
 
-std::vector<osg::Vec2d> WindowView::fromTop(std::vector<osg::Vec2d> vertices) const
+std::vector<osg::Vec2d> WindowView::turned(std::vector<osg::Vec2d> pixels) const
 {
-    for (osg::Vec2d& vertex : vertices)
-        vertex.y() = height - vertex.y();
-    return vertices;
+    for (osg::Vec2d& pixel : pixels)
+        pixel = turned(pixel);
+    return pixels;
+}
+
+std::optional<osg::Vec2d> WindowView::pixelOf(const osg::Vec3d& world) const
+{
+    const osg::Vec4d window = osg::Vec4d(world, 1) * vpw;
+    if (window.w() <= 0) return std::nullopt;
+    return turned(osg::Vec2d(window.x() / window.w(), window.y() / window.w()));
 }
 
 std::optional<WindowView> windowViewOf(const osg::Camera& camera)

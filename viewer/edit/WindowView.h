@@ -3,6 +3,7 @@
 #include <osg/Camera>
 #include <osg/Matrixd>
 #include <osg/Vec2d>
+#include <osg/Vec3d>
 
 #include <optional>
 #include <vector>
@@ -14,12 +15,17 @@ struct WindowView
     int width = 0;    ///< of the whole window, pixels
     int height = 0;
 
-    /// The view of a larger window that holds this one and the vertices, with `margin` pixels around each,
-    /// too. The vertices are turned into pixels of it. Empty when that window would be too large for a mask.
-    std::optional<WindowView> widenedTo(std::vector<osg::Vec2d>& vertices, double margin) const;
+    /// Pixels with y down as pixels with y up, and back. See `Outline` for who counts how.
+    osg::Vec2d turned(const osg::Vec2d& pixel) const { return osg::Vec2d(pixel.x(), height - pixel.y()); }
+    std::vector<osg::Vec2d> turned(std::vector<osg::Vec2d> pixels) const;
 
-    /// Vertices with y up counted from the window's top instead.
-    std::vector<osg::Vec2d> fromTop(std::vector<osg::Vec2d> vertices) const;
+    /// The pixel, y down, that shows a place in the world; empty for one behind the camera.
+    std::optional<osg::Vec2d> pixelOf(const osg::Vec3d& world) const;
+
+    /// The view of a larger window that holds this one and the vertices, with `margin` pixels around each,
+    /// too. The vertices, y down, are turned into pixels of it. Empty when that window would be too large for
+    /// a mask.
+    std::optional<WindowView> widenedTo(std::vector<osg::Vec2d>& vertices, double margin) const;
 };
 
 /// Empty for a camera without window or viewport.

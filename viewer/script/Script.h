@@ -1,12 +1,11 @@
 #pragma once
 
 #include "viewer/display/ColorMode.h"
+#include "viewer/edit/Outline.h"
 #include "viewer/scene/CameraView.h"
 #include "viewer/scene/Options.h"
 
 #include <VelBrx/Status.h>
-#include <osg/Vec2d>
-#include <osg/Vec3d>
 #include <osg/Vec4d>
 
 #include <bitset>
@@ -17,13 +16,6 @@
 
 /// The operations of a script, their values checked. docs/scripting.md describes each.
 namespace script {
-
-/// Vertices in pixels of the picture from its top left corner, y down, or world coordinates: one of the two.
-struct Outline
-{
-    std::vector<osg::Vec2d> pixels;
-    std::vector<osg::Vec3d> world;
-};
 
 struct Window
 {

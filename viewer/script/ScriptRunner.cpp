@@ -146,38 +146,23 @@ private:
 
     Status perform(const Cull& cull)
     {
-        return edit(cull.polygon, [&](const auto& polygon) {
-            return _session->hide(polygon, cull.inside ? Type::INSIDE : Type::OUTSIDE);
-        });
+        return finish(_session->hide(cull.polygon, cull.inside ? Type::INSIDE : Type::OUTSIDE));
     }
 
-    Status perform(const Uncull& uncull)
-    {
-        return edit(uncull.polygon, [&](const auto& polygon) { return _session->show(polygon); });
-    }
+    Status perform(const Uncull& uncull) { return finish(_session->show(uncull.polygon)); }
 
-    Status perform(const Select& select)
-    {
-        return edit(select.polygon, [&](const auto& polygon) { return _session->select(polygon, true); });
-    }
+    Status perform(const Select& select) { return finish(_session->select(select.polygon, true)); }
 
-    Status perform(const Deselect& deselect)
-    {
-        return edit(deselect.polygon, [&](const auto& polygon) { return _session->select(polygon, false); });
-    }
+    Status perform(const Deselect& deselect) { return finish(_session->select(deselect.polygon, false)); }
 
     Status perform(const Segment& segment) { return finish(_session->segment(!segment.hideSelected)); }
 
-    Status perform(const Line& line)
-    {
-        return edit(line.line, [&](const auto& vertices) { return _session->line(vertices, line.width); });
-    }
+    Status perform(const Line& line) { return finish(_session->line(line.line, line.width)); }
 
     Status perform(const Classify& classify)
     {
         const Reclassification change{classify.to, classify.from, classify.dryRun};
-        const Status status = edit(
-            classify.polygon, [&](const auto& polygon) { return _session->reclassify(polygon, change); });
+        const Status status = finish(_session->reclassify(classify.polygon, change));
         showLegend();
         return status;
     }
@@ -227,35 +212,6 @@ private:
         const DrawnCounts drawn = _view.countDrawn();
         (*_line)["pointsDrawn"] = drawn.points;
         (*_line)["cellsDrawn"] = drawn.cells;
-    }
-
-    /// Vertices in pixels of the window with y up, as the session wants them.
-    Status toWindow(const Outline& outline, EditSession::Polygon& vertices) const
-    {
-        const std::optional<WindowView> view = windowViewOf(*_viewer.getCamera());
-        if (outline.world.empty()) {
-            vertices = view->fromTop(outline.pixels); // counting from the other side is the same both ways
-            return Status();
-        }
-        for (const osg::Vec3d& vertex : outline.world) {
-            const osg::Vec4d window = osg::Vec4d(vertex, 1) * view->vpw;
-            if (window.w() <= 0) {
-                return Status::failure("vertex " + std::to_string(vertices.size() + 1) +
-                                       " is behind the camera");
-            }
-            vertices.emplace_back(window.x() / window.w(), window.y() / window.w());
-        }
-        return Status();
-    }
-
-    template <class Start>
-    Status edit(const Outline& outline, Start start)
-    {
-        EditSession::Polygon vertices;
-        if (Status status = toWindow(outline, vertices); !status) return status;
-        const bool beyondWindow = !outline.world.empty();
-        _session->setReach(beyondWindow ? EditSession::Reach::OUTLINE : EditSession::Reach::WINDOW);
-        return finish(start(vertices));
     }
 
     /// Waits for the operation that was started, and tells what came of it.

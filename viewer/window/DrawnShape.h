@@ -4,8 +4,8 @@
 
 #include <vector>
 
-/// A polygon or a rectangle that a user draws on the window, in pixels from its bottom left, y up. A
-/// rectangle is given by two opposite corners, and is closed when it has both.
+/// A polygon or a rectangle that a user draws on the window, in pixels as of `Outline`. A rectangle is
+/// given by two opposite corners, and is closed when it has both.
 class DrawnShape
 {
 public:

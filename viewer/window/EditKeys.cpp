@@ -22,7 +22,7 @@ struct EditCommand
         ON_VERTICES,   ///< takes the shape as it is, closed or not, and uses it up
         COUNT_IN_SHAPE ///< leaves the shape
     };
-    using Start = bool (*)(EditSession&, const EditSession::Polygon&, const Reclassification&);
+    using Start = bool (*)(EditSession&, const Outline&, const Reclassification&);
 
     int key;
     const char* description;
@@ -32,8 +32,6 @@ struct EditCommand
 
 namespace {
 
-using Polygon = EditSession::Polygon;
-
 constexpr double kLineWidth = 5;   // pixels
 constexpr double kDragPixels = 3;  // a hand is not still
 constexpr double kDigitsApart = 2; // seconds after which a digit begins another class
@@ -41,41 +39,41 @@ constexpr size_t kStoresInQuestion = 8;
 constexpr int kCtrlQ = 'Q' - '@'; // a window system sends the control character
 
 template <Type side>
-bool hide(EditSession& session, const Polygon& shape, const Reclassification&)
+bool hide(EditSession& session, const Outline& shape, const Reclassification&)
 {
     return session.hide(shape, side);
 }
 
-bool bringBack(EditSession& session, const Polygon& shape, const Reclassification&)
+bool bringBack(EditSession& session, const Outline& shape, const Reclassification&)
 {
     return session.show(shape);
 }
 
 template <bool add>
-bool select(EditSession& session, const Polygon& shape, const Reclassification&)
+bool select(EditSession& session, const Outline& shape, const Reclassification&)
 {
     return session.select(shape, add);
 }
 
 template <bool selectedOnly>
-bool segment(EditSession& session, const Polygon&, const Reclassification&)
+bool segment(EditSession& session, const Outline&, const Reclassification&)
 {
     return session.segment(selectedOnly);
 }
 
 template <bool dryRun>
-bool reclassify(EditSession& session, const Polygon& shape, const Reclassification& change)
+bool reclassify(EditSession& session, const Outline& shape, const Reclassification& change)
 {
     return session.reclassify(shape, {change.toClass, change.fromClasses, dryRun});
 }
 
-bool followLine(EditSession& session, const Polygon& vertices, const Reclassification&)
+bool followLine(EditSession& session, const Outline& vertices, const Reclassification&)
 {
     return session.line(vertices, kLineWidth);
 }
 
 template <bool (EditSession::*operation)()>
-bool call(EditSession& session, const Polygon&, const Reclassification&)
+bool call(EditSession& session, const Outline&, const Reclassification&)
 {
     return (session.*operation)();
 }
@@ -114,9 +112,10 @@ bool isDigit(int key)
     return key >= '0' && key <= '9';
 }
 
+/// In pixels as of `Outline`; events count y up.
 osg::Vec2d place(const GUIEventAdapter& event)
 {
-    return osg::Vec2d(event.getX(), event.getY());
+    return osg::Vec2d(event.getX(), event.getYmin() + event.getYmax() - event.getY());
 }
 
 /// Whether both show the same picture: depth is left out, as near and far plane change from frame to frame.
@@ -375,7 +374,7 @@ void EditKeys::leave()
 
 void EditKeys::start(const EditCommand& command)
 {
-    Polygon vertices;
+    std::vector<osg::Vec2d> vertices;
     if (command.use != EditCommand::AT_ONCE) {
         if (!_shape) {
             _report = {"draw a polygon (a) or a rectangle (A) first"};
@@ -390,13 +389,13 @@ void EditKeys::start(const EditCommand& command)
     apply(command, vertices, change);
 }
 
-void EditKeys::apply(const EditCommand& command, const Polygon& vertices, const Reclassification& change)
+void EditKeys::apply(const EditCommand& command, const Outline& outline, const Reclassification& change)
 {
-    if (!command.start(_session, vertices, change)) {
+    if (!command.start(_session, outline, change)) {
         _report = {"the last operation is still running"};
         return;
     }
-    _again = [this, &command, vertices, change] { apply(command, vertices, change); };
+    _again = [this, &command, outline, change] { apply(command, outline, change); };
     _shapeInUse = command.use == EditCommand::ON_SHAPE || command.use == EditCommand::ON_VERTICES;
     _report = {"working ..."};
 }
@@ -508,7 +507,7 @@ void EditKeys::show()
     _overlay->setPanel(panel());
     _overlay->setQuestion(question());
     const bool closed = _shape && _shape->isClosed();
-    _overlay->setOutline(_shape ? _shape->preview() : Polygon(), closed);
+    _overlay->setOutline(_shape ? _shape->preview() : std::vector<osg::Vec2d>(), closed);
 }
 
 void EditKeys::getUsage(osg::ApplicationUsage& usage) const

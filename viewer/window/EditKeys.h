@@ -82,8 +82,7 @@ private:
                     osgGA::GUIActionAdapter& action);
     void leave();
     void start(const EditCommand& command);
-    void apply(const EditCommand& command, const EditSession::Polygon& vertices,
-               const Reclassification& change);
+    void apply(const EditCommand& command, const Outline& outline, const Reclassification& change);
     void reset();
     void update();
     void dropShapeOfOtherView();

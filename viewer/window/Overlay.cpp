@@ -219,10 +219,9 @@ void Overlay::drawRamp(float room) const
 void Overlay::drawOutline() const
 {
     if (_outline.empty()) return;
-    const float height = ImGui::GetIO().DisplaySize.y;
-    std::vector<ImVec2> points; // ImGui counts y from the top
+    std::vector<ImVec2> points;
     for (const osg::Vec2d& vertex : _outline)
-        points.emplace_back(static_cast<float>(vertex.x()), height - static_cast<float>(vertex.y()));
+        points.emplace_back(static_cast<float>(vertex.x()), static_cast<float>(vertex.y()));
     ImDrawList* list = ImGui::GetBackgroundDrawList();
     const int count = static_cast<int>(points.size());
     const ImDrawFlags flags = _outlineClosed ? ImDrawFlags_Closed : ImDrawFlags_None;

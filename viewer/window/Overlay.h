@@ -33,8 +33,7 @@ public:
     /// Shown in the middle, in two columns; none hides it.
     void setHelp(const std::vector<KeyList>& lists);
 
-    /// What the user draws: vertices in pixels of the window from its bottom left, y up. None
-    /// hides it.
+    /// What the user draws: vertices in pixels as of `Outline`, to which ImGui's are alike. None hides it.
     void setOutline(const std::vector<osg::Vec2d>& vertices, bool closed);
 
     void operator()(osg::RenderInfo& renderInfo) const override;
