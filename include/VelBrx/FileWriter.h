@@ -34,10 +34,10 @@ public:
     std::string problem() const;
 
     /// Gives byte `firstByte + place * stride` behind `memory`, which `File::map` gave, the value
-    /// `newByte(i, old)`, for the i-th of `count` ascending places. Returns how many of them, from the first,
-    /// have their byte; fewer than `count` when the disk had no room.
-    template <class Place, class NewByte>
-    size_t set(uint8_t* memory, size_t stride, size_t firstByte, const Place* places, size_t count,
+    /// `newByte(i, old)`, for the i-th of `count` ascending places; `places[i]` is a place. Returns how many
+    /// of them, from the first, have their byte; fewer than `count` when the disk had no room.
+    template <class Places, class NewByte>
+    size_t set(uint8_t* memory, size_t stride, size_t firstByte, Places places, size_t count,
                NewByte newByte);
 
 private:
@@ -54,8 +54,8 @@ private:
     std::string _problem; ///< guarded by _mutex
 };
 
-template <class Place, class NewByte>
-size_t FileWriter::set(uint8_t* memory, size_t stride, size_t firstByte, const Place* places, size_t count,
+template <class Places, class NewByte>
+size_t FileWriter::set(uint8_t* memory, size_t stride, size_t firstByte, Places places, size_t count,
                        NewByte newByte)
 {
     const auto byteOf = [&](size_t i) { return firstByte + static_cast<size_t>(places[i]) * stride; };

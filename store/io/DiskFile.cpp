@@ -87,6 +87,16 @@ void DiskFile::discard(uint64_t position, uint64_t length)
               static_cast<off_t>(length));
 }
 
+Status DiskFile::sync()
+{
+    return fdatasync(_descriptor) == 0 ? Status() : failure("cannot be written", errno);
+}
+
+Status DiskFile::cut(uint64_t size)
+{
+    return ftruncate(_descriptor, static_cast<off_t>(size)) == 0 ? Status() : failure("cannot be cut", errno);
+}
+
 Status DiskFile::close()
 {
     if (_descriptor < 0) return {};

@@ -39,6 +39,12 @@ public:
     /// Gives back memory and disk space of bytes that are not read again, where the file system can.
     void discard(uint64_t position, uint64_t length);
 
+    /// Brings the bytes, and what is needed to find them, to the disk.
+    Status sync();
+
+    /// Cuts the file behind `size` bytes.
+    Status cut(uint64_t size);
+
     /// Brings the bytes to the disk and closes the file, where that is not done yet.
     Status close();
 

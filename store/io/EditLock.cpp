@@ -1,14 +1,14 @@
 #include "store/io/EditLock.h"
 
+#include "store/io/UserName.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <map>
 #include <mutex>
 #include <utility>
-#include <vector>
 
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -32,15 +32,6 @@ Locks& locks()
 {
     static Locks all;
     return all;
-}
-
-std::string userName(uid_t user)
-{
-    passwd entry{};
-    passwd* found = nullptr;
-    std::vector<char> text(4096);
-    const bool known = getpwuid_r(user, &entry, text.data(), text.size(), &found) == 0 && found;
-    return known ? found->pw_name : "user " + std::to_string(user);
 }
 
 /// "anna, process 4711 (brxview)"

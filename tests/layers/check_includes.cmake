@@ -10,7 +10,8 @@ set(layers
   "store/io|"
   "store/las|store/io"
   "store|store/io store/las"
-  "store/builder|store store/io store/las store/normals"
+  "store/journal|store store/io"
+  "store/builder|store store/io store/journal store/las store/normals"
   "store/export|store store/io store/las"
   "store/normals|store store/io store/las"
   "store/sample|store store/io store/las"
@@ -19,7 +20,7 @@ set(layers
   "lod|loading osgutils"
   "render|loading lod store"
   "edit|loading lod store/io"
-  "cull|edit loading lod osgutils store/io"
+  "cull|edit loading lod osgutils store/io store/journal"
   "category|edit loading lod osgutils store store/io"
   "registry|category loading lod osgutils render store store/normals"
   "headless|"
@@ -32,14 +33,14 @@ set(layers
   "viewer/script|terminal viewer/display viewer/scene viewer/edit viewer/picture store"
   "viewer|viewer/display viewer/scene viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
-  "tools|terminal store store/io store/builder store/export store/normals store/sample")
+  "tools|terminal store store/io store/builder store/export store/journal store/normals store/sample")
 # These use each other's exported headers alone.
-set(exported_only render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io
+set(exported_only render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store/io category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>category viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
   viewer/window>render viewer/window>store viewer/picture>lod viewer/script>store viewer/display>render plugin>lod
-  plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export
+  plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export tools>store/journal
   tools>store/normals tools>store/sample)
 
 set(folders "")

@@ -6,6 +6,7 @@
 #include "store/OriginRecord.h"
 #include "store/io/ByteIo.h"
 #include "tests/support/RestoreSources.h"
+#include "tests/support/StatedBytes.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestPoint.h"
 #include "tests/support/TestStore.h"
@@ -13,8 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 using namespace VelBrx;
 
@@ -25,26 +24,6 @@ constexpr size_t kIndexEnd = 3191;
 constexpr size_t kOriginStart = 3251;
 constexpr size_t kOriginEnd = 4266;
 constexpr size_t kFlagsStart = 4326;
-
-/// The bytes that golden-store.txt states.
-std::vector<uint8_t> goldenBytes()
-{
-    std::ifstream text(VELBRX_GOLDEN_STORE);
-    std::vector<uint8_t> bytes;
-    for (std::string line; std::getline(text, line);) {
-        std::istringstream words(line.substr(0, line.find('#')));
-        std::string place;
-        if (!(words >> place)) continue;
-        size_t position = 0;
-        if (place == "size" && words >> position)
-            bytes.resize(position);
-        else
-            position = std::stoul(place);
-        for (unsigned byte = 0; words >> std::hex >> byte;)
-            bytes.at(position++) = static_cast<uint8_t>(byte);
-    }
-    return bytes;
-}
 
 std::vector<int64_t> segmentsOf(const CellWithSegment& cell)
 {
@@ -58,7 +37,7 @@ class GoldenStore : public testing::Test
 {
 protected:
     const TempFolder _folder;
-    const std::vector<uint8_t> _bytes = goldenBytes();
+    const std::vector<uint8_t> _bytes = statedBytes(VELBRX_GOLDEN_STORE);
     const std::string _path = _folder.write("golden.brx", _bytes);
 
     std::vector<uint8_t> bytesOf(size_t first, size_t last) const

@@ -1,0 +1,198 @@
+#pragma once
+
+#include <VelBrx/Export.h>
+#include <VelBrx/File.h>
+#include <VelBrx/PointRecord.h>
+#include <VelBrx/Status.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace VelBrx {
+
+namespace Journal {
+class JournalFile;
+class RunEncoder;
+} // namespace Journal
+
+/// A store whose edits are written down.
+struct JournalledStore
+{
+    std::string path;           ///< the journal lies beside it, see `journalPath`
+    std::shared_ptr<File> file; ///< of the store, writable
+    uint64_t storeId = 0;
+    uint64_t pointCount = 0;
+    int64_t pointDataStart = 0; ///< byte position of the first point record
+};
+
+/// What is written down about an edit besides its points.
+struct EditDescription
+{
+    uint8_t field = PointRecord::kFlags;     ///< the byte of the point record that changes: kFlags or kClass
+    uint8_t mask = PointRecord::kHiddenBits; ///< the bits of it that may change
+    bool deferred = false;                   ///< the store's bytes change with the next `save`, as of classes
+    std::string author;                      ///< empty: the login name
+    std::string operation;                   ///< JSON as scripts have it; not looked at
+};
+
+/// Points that have got new bytes, or are to get them in memory where the edit is deferred.
+struct EditedPoints
+{
+    uint64_t first; ///< record number in the store
+    uint64_t count;
+    const uint8_t* values; ///< of the byte under the mask: `values[i * step]` is that of the i-th point
+    size_t step;
+    uint8_t field;
+    bool deferred;
+};
+
+/// Called with points after their bytes are in the store, on the thread that asked for the edit.
+using EditVisitor = std::function<void(const EditedPoints&)>;
+
+/// The journal of a store: every edit is on the disk before the store's bytes change, and can be taken back
+/// and done again at any time later, by any program. Layout and protocol: docs/journal-format.md.
+///
+/// It belongs to the file, not to a name of it: all who edit a file in this process share it. Memory does not
+/// grow with the points of an edit. The file is made with the first edit.
+///
+/// Threads: any; one edit, undo or save at a time, the others wait. The caller keeps readers that must not
+/// see half an edit away from the store meanwhile.
+class VEL_BRX_EXPORT EditJournal
+{
+public:
+    /// What the last program that was killed had left, and what became of it.
+    struct Recovery
+    {
+        uint64_t pointsFinished = 0; ///< points of edits that were half done and are done
+        bool cutUnfinished = false;  ///< an edit was being written down; nothing of it is in the store
+    };
+
+    /// Opens the journal of a store, takes the store's lock for editing, and finishes what a killed program
+    /// left. Fails where somebody else edits the store, or the journal is damaged or that of another store:
+    /// the store is as before then.
+    static Status open(const JournalledStore& store, std::shared_ptr<EditJournal>& journal);
+
+    /// The same for a store that is not open.
+    static Status open(const std::string& path, std::shared_ptr<EditJournal>& journal);
+
+    ~EditJournal();
+    EditJournal(const EditJournal&) = delete;
+    EditJournal& operator=(const EditJournal&) = delete;
+
+    /// What `open` found. Later callers of this process find the same.
+    const Recovery& recovery() const { return _recovery; }
+
+    /// The state of the store: the number of the change that led to it, 0 where there was none.
+    uint64_t state() const;
+
+    /// The state that the classes in the store belong to; changes from there to `state` are not saved.
+    uint64_t savedState() const;
+
+    /// Points of deferred changes between `savedState` and `state`, a point counted once for each change.
+    uint64_t unsavedPoints() const;
+
+    /// The state behind an entry of the history, such as an undo; fails where there is no such entry.
+    Status findState(uint64_t entry, uint64_t& state) const;
+
+    /// The state that a change was made on, to which its undo leads.
+    Status findPrevious(uint64_t change, uint64_t& state) const;
+
+    /// Brings the store to a state, forwards or backwards, change by change: each is checked, written down
+    /// and done before the next. Ends at the first that does not fit the store's bytes, and says which cell
+    /// differs. Deferred changes are only visited.
+    Status moveTo(uint64_t state, const std::string& author, const EditVisitor& visit, uint64_t& points);
+
+    /// Writes the deferred changes into the store, and brings it to the disk.
+    Status save(const std::string& author, uint64_t& points);
+
+    /// Visits the points of what is not saved, oldest change first.
+    Status visitUnsaved(const EditVisitor& visit) const;
+
+    /// Brings the store's bytes to the disk and notes that, so that nothing is left to be finished. The end
+    /// of a journal does the same.
+    Status checkpoint();
+
+private:
+    friend class EditRecorder;
+    friend class EditRuns;
+    struct Work;
+
+    explicit EditJournal(const JournalledStore& store);
+    Status start();
+    Status recover(uint64_t& points);
+    Status begin(const EditDescription& edit);
+    Status play(uint64_t change, bool forward, bool inStore, const EditVisitor& visit, uint64_t& points);
+    Status check(uint64_t change) const;
+    Status finishInterrupted();
+    Status step(uint64_t change, bool forward, const std::string& author, const EditVisitor& visit,
+                uint64_t& points);
+    Status ofStore(const Status& status) const { return status.of(_store.path); }
+
+    const JournalledStore _store;
+    Recovery _recovery;
+    mutable std::mutex _mutex; ///< held for the time of an edit; guards all below
+    std::unique_ptr<Journal::JournalFile> _journal;
+    uint64_t _interrupted = 0;   ///< the change whose bytes could not all be set; ~0: those of a save
+    uint64_t _unmarkedBytes = 0; ///< about what was written since the last mark
+};
+
+/// A change that is being made. It has the journal to itself while it lives, and leaves everything as it was
+/// where `commit` is not called or fails. One thread at a time, but for its `EditRuns`.
+class VEL_BRX_EXPORT EditRecorder
+{
+public:
+    /// Waits until other edits of the journal have ended. The journal outlives the recorder.
+    explicit EditRecorder(EditJournal& journal);
+    ~EditRecorder();
+    EditRecorder(const EditRecorder&) = delete;
+    EditRecorder& operator=(const EditRecorder&) = delete;
+
+    /// Call first. Nothing may be recorded where it fails.
+    Status begin(const EditDescription& edit);
+
+    /// Brings the change to the disk: from here on it is done, whatever happens. Nothing is written down
+    /// where no point changes; `number` is 0 then. After a failure nothing has changed.
+    Status commit(uint64_t& number);
+
+    /// Sets the store's bytes after `commit`. Where that fails, as on a full disk, some points have their
+    /// bytes and others not; the next edit, undo or opening finishes it.
+    Status apply(const EditVisitor& visit, uint64_t& points);
+
+private:
+    friend class EditRuns;
+    Status append(Journal::RunEncoder& runs);
+
+    EditJournal& _journal;
+    std::unique_lock<std::mutex> _lock;
+    std::mutex _appendMutex; ///< guards the two below, and the journal's file while runs are written
+    Status _status;
+    uint64_t _points = 0;
+    bool _isOpen = false;
+    uint64_t _number = 0;
+};
+
+/// Hands points of a change to its recorder. Each thread that finds points has its own.
+class VEL_BRX_EXPORT EditRuns
+{
+public:
+    explicit EditRuns(EditRecorder& recorder);
+    ~EditRuns();
+    EditRuns(const EditRuns&) = delete;
+    EditRuns& operator=(const EditRuns&) = delete;
+
+    /// The point, a record number, is to have `after` instead of `before`, both under the edit's mask. No
+    /// point twice in a change, whichever thread adds it. Ascending points take the least room.
+    void add(uint64_t point, uint8_t before, uint8_t after);
+
+    /// Writes what is left. Fails where anything of the change could not be written. Call before `commit`.
+    Status finish();
+
+private:
+    EditRecorder& _recorder;
+    const std::unique_ptr<Journal::RunEncoder> _runs;
+};
+
+} // namespace VelBrx

@@ -1,0 +1,397 @@
+#include <VelBrx/EditJournal.h>
+
+#include <VelBrx/EditHistory.h>
+#include <VelBrx/StoreInfo.h>
+
+#include "store/StoreIndex.h"
+#include "store/io/UserName.h"
+#include "store/journal/JournalFile.h"
+#include "store/journal/StoreField.h"
+
+#include <map>
+#include <new>
+
+#include <unistd.h>
+
+namespace VelBrx {
+
+using namespace Journal;
+
+namespace {
+
+constexpr uint64_t kSaveInterrupted = ~uint64_t{0};
+constexpr uint64_t kMostUnmarked = uint64_t{64} << 20; ///< bytes of entries that a recovery reads again
+constexpr uint64_t kEntryCost = 1 << 20;               ///< counted for each entry besides
+
+/// The journals of this process.
+struct OpenJournals
+{
+    std::mutex mutex;
+    std::map<FileIdentity, std::weak_ptr<EditJournal>> byFile; ///< guarded by `mutex`
+};
+
+/// Lives as long as the process: journals may end after static objects.
+OpenJournals& openJournals()
+{
+    static auto* const all = new OpenJournals;
+    return *all;
+}
+
+/// A journal ends under the mutex, so that whoever opens the next one finds the file free.
+void endJournal(EditJournal* journal)
+{
+    const std::lock_guard<std::mutex> guard(openJournals().mutex);
+    delete journal;
+}
+
+std::string authorOf(const std::string& given)
+{
+    return given.empty() ? userName(getuid()) : given;
+}
+
+void visitRuns(const std::vector<ChangeRun>& runs, bool forward, const JournalChain::Entry& entry,
+               const EditVisitor& visit)
+{
+    if (!visit) return;
+    for (const ChangeRun& run : runs)
+        visit({run.first, run.count, forward ? run.after : run.before,
+               forward ? run.afterStep : run.beforeStep, entry.field, entry.deferred});
+}
+
+/// The name of the cell that a point of the store at `path` is in.
+std::string cellOf(const std::string& path, uint64_t point)
+{
+    StoreInfo info;
+    if (!readStoreInfo(path, info)) return "unknown";
+    const auto place = static_cast<int64_t>(point);
+    for (const CellWithSegment& cell : info.cells)
+        for (const Segment& segment : cell.segments)
+            if (place >= segment.first && place - segment.first < segment.count)
+                return cellName(static_cast<unsigned>(cell.level), cell.code);
+    return "unknown";
+}
+
+} // namespace
+
+Status EditJournal::open(const JournalledStore& store, std::shared_ptr<EditJournal>& journal)
+{
+    if (!store.file || !store.file->isWritable())
+        return Status::failure(store.path + ": cannot be written; make it writable to edit it");
+    const std::lock_guard<std::mutex> guard(openJournals().mutex);
+    std::weak_ptr<EditJournal>& known = openJournals().byFile[store.file->identity()];
+    journal = known.lock();
+    if (journal) return {};
+    std::unique_ptr<EditJournal> opened(new EditJournal(store));
+    if (Status status = opened->start(); !status) return status;
+    journal = std::shared_ptr<EditJournal>(opened.release(), endJournal);
+    known = journal;
+    return {};
+}
+
+Status EditJournal::open(const std::string& path, std::shared_ptr<EditJournal>& journal)
+{
+    StoreInfo info;
+    std::unique_ptr<File> file;
+    if (Status status = openStore(path, info, file); !status) return status;
+    const BrxHeader& header = info.header;
+    return open({path, std::move(file), header.storeId, header.pointCount, header.pointDataStart}, journal);
+}
+
+EditJournal::EditJournal(const JournalledStore& store)
+    : _store(store), _journal(std::make_unique<JournalFile>(store.path))
+{
+}
+
+EditJournal::~EditJournal()
+{
+    (void)checkpoint(); // what could not be done is finished by the next who opens the store
+}
+
+Status EditJournal::start()
+{
+    if (Status status = _store.file->lockForEditing(); !status) return ofStore(status);
+    if (Status status = _journal->open(JournalFile::Access::WRITE); !status) return status;
+    if (!_journal->exists()) return {};
+    if (Status status = _journal->checkStore(_store.storeId, _store.pointCount); !status) return status;
+    const uint64_t end = _journal->chain().end();
+    const bool hadTail = _journal->tailLength() > 0;
+    if (Status status = _journal->cutTail(); !status) return status;
+    _recovery.cutUnfinished = hadTail || _journal->chain().end() != end;
+    Status status = recover(_recovery.pointsFinished);
+    if (status) status = checkpoint();
+    return status;
+}
+
+/// Does everything again that may not be in the store. An older state may be there in part of the points, and
+/// a newer one in others: bytes are set whatever they are.
+Status EditJournal::recover(uint64_t& points)
+{
+    const JournalChain& chain = _journal->chain();
+    const auto replay = [&](uint64_t change, bool forward) {
+        return play(change, forward, true, nullptr, points);
+    };
+    for (uint64_t number = chain.firstPending(); number <= chain.lastNumber(); ++number) {
+        const JournalChain::Entry& entry = chain.entry(number);
+        const bool isChange = entry.kind == Kind::CHANGE;
+        Status status;
+        if (entry.kind == Kind::SAVE) {
+            const uint64_t from = chain.savedStateAfter(number - 1);
+            for (const JournalChain::Step& step : chain.unsavedPath(from, entry.state))
+                if (status) status = replay(step.change, step.forward);
+        } else if (!chain.entry(isChange ? number : entry.other).deferred)
+            status = replay(isChange ? number : entry.other, entry.kind != Kind::UNDO);
+        if (!status) return status;
+    }
+    return {};
+}
+
+uint64_t EditJournal::state() const
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    return _journal->chain().state();
+}
+
+uint64_t EditJournal::savedState() const
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    return _journal->chain().savedState();
+}
+
+uint64_t EditJournal::unsavedPoints() const
+{
+    uint64_t points = 0;
+    const Status counted = visitUnsaved([&](const EditedPoints& edited) { points += edited.count; });
+    return counted ? points : 0;
+}
+
+Status EditJournal::findState(uint64_t entry, uint64_t& state) const
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    const JournalChain& chain = _journal->chain();
+    if (!chain.has(entry) && entry != chain.header().forgotten)
+        return Status::failure(_journal->path() + ": has no entry " + std::to_string(entry) + ", but " +
+                               std::to_string(chain.header().forgotten) + " to " +
+                               std::to_string(chain.lastNumber()));
+    state = chain.stateAfter(entry);
+    return {};
+}
+
+Status EditJournal::findPrevious(uint64_t change, uint64_t& state) const
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    const JournalChain& chain = _journal->chain();
+    if (!chain.has(change) || !chain.isState(change))
+        return Status::failure(_journal->path() + ": has no change " + std::to_string(change));
+    state = chain.entry(change).other;
+    return {};
+}
+
+Status EditJournal::play(uint64_t change, bool forward, bool inStore, const EditVisitor& visit,
+                         uint64_t& points)
+{
+    const JournalChain::Entry& entry = _journal->chain().entry(change);
+    EntryHead head;
+    std::unique_ptr<StoreField> field;
+    return _journal->readRuns(change, head, [&](const std::vector<ChangeRun>& runs) -> Status {
+        if (inStore && !field)
+            field = std::make_unique<StoreField>(*_store.file, _store.pointDataStart, _store.pointCount,
+                                                 head.field, head.mask);
+        if (inStore)
+            if (Status status = field->set(runs, forward, points); !status) return ofStore(status);
+        visitRuns(runs, forward, entry, visit);
+        return {};
+    });
+}
+
+/// Whether each point of a change has the byte that it had before it or the one that it had behind it.
+Status EditJournal::check(uint64_t change) const
+{
+    EntryHead head;
+    std::unique_ptr<StoreField> field;
+    return _journal->readRuns(change, head, [&](const std::vector<ChangeRun>& runs) -> Status {
+        if (!field)
+            field = std::make_unique<StoreField>(*_store.file, _store.pointDataStart, _store.pointCount,
+                                                 head.field, head.mask);
+        if (!field->records()) return Status::failure(_store.path + ": was cut; restore it from a copy");
+        uint64_t point = 0;
+        if (field->agrees(runs, point)) return {};
+        return Status::failure(_store.path + ": point " + std::to_string(point) + " of cell " +
+                               cellOf(_store.path, point) + " was changed by something else after edit " +
+                               std::to_string(change) + ", which was left as it is");
+    });
+}
+
+/// Finishes what could not be done because the disk was full.
+Status EditJournal::finishInterrupted()
+{
+    if (!_interrupted) return {};
+    uint64_t points = 0;
+    const Status status = recover(points);
+    if (status) _interrupted = 0;
+    return status;
+}
+
+Status EditJournal::begin(const EditDescription& edit)
+{
+    if (!_journal->exists()) {
+        FileHeader header;
+        header.storeId = _store.storeId;
+        header.pointCount = _store.pointCount;
+        if (Status status = _journal->create(header); !status) return status;
+    }
+    if (Status status = finishInterrupted(); !status) return status;
+    if (_unmarkedBytes > kMostUnmarked) {
+        if (!_store.file->sync())
+            return Status::failure(_store.path + ": the disk reported an error; check it and edit again");
+        if (Status status = _journal->mark(); !status) return status;
+        _unmarkedBytes = 0;
+    }
+    EntryHead head;
+    head.kind = Kind::CHANGE;
+    head.field = edit.field;
+    head.mask = edit.mask;
+    head.deferred = edit.deferred;
+    head.other = _journal->chain().state();
+    return _journal->begin(head, authorOf(edit.author), edit.operation);
+}
+
+Status EditJournal::step(uint64_t change, bool forward, const std::string& author, const EditVisitor& visit,
+                         uint64_t& points)
+{
+    const bool inStore = !_journal->chain().entry(change).deferred;
+    if (_interrupted != change)
+        if (Status status = finishInterrupted(); !status) return status;
+    if (inStore)
+        if (Status status = check(change); !status) return status;
+    EntryHead head;
+    head.kind = forward ? Kind::REDO : Kind::UNDO;
+    head.other = change;
+    if (Status status = _journal->write(head, authorOf(author)); !status) return status;
+    _unmarkedBytes += kEntryCost;
+    const Status status = play(change, forward, inStore, visit, points);
+    _interrupted = status ? 0 : change;
+    return status;
+}
+
+Status EditJournal::moveTo(uint64_t state, const std::string& author, const EditVisitor& visit,
+                           uint64_t& points)
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    const JournalChain& chain = _journal->chain();
+    if (!chain.isState(state))
+        return Status::failure(_journal->path() + ": has no change " + std::to_string(state));
+    for (const JournalChain::Step& one : chain.path(chain.state(), state))
+        if (Status status = step(one.change, one.forward, author, visit, points); !status) return status;
+    return finishInterrupted();
+}
+
+Status EditJournal::save(const std::string& author, uint64_t& points)
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    if (Status status = finishInterrupted(); !status) return status;
+    const JournalChain& chain = _journal->chain();
+    const std::vector<JournalChain::Step> steps = chain.unsavedPath(chain.savedState(), chain.state());
+    if (steps.empty()) return {};
+    EntryHead head;
+    head.kind = Kind::SAVE;
+    if (Status status = _journal->write(head, authorOf(author)); !status) return status;
+    _interrupted = kSaveInterrupted;
+    for (const JournalChain::Step& one : steps)
+        if (Status status = play(one.change, one.forward, true, nullptr, points); !status) return status;
+    _interrupted = 0;
+    if (!_store.file->sync())
+        return Status::failure(_store.path + ": the disk reported an error; save again");
+    _unmarkedBytes = 0;
+    return _journal->mark();
+}
+
+Status EditJournal::visitUnsaved(const EditVisitor& visit) const
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    const JournalChain& chain = _journal->chain();
+    for (const JournalChain::Step& one : chain.unsavedPath(chain.savedState(), chain.state())) {
+        const Status status = _journal->readRuns(one.change, [&](const std::vector<ChangeRun>& runs) {
+            visitRuns(runs, one.forward, chain.entry(one.change), visit);
+            return Status();
+        });
+        if (!status) return status;
+    }
+    return {};
+}
+
+Status EditJournal::checkpoint()
+{
+    const std::lock_guard<std::mutex> guard(_mutex);
+    if (!_journal->exists() || _journal->chain().firstPending() > _journal->chain().lastNumber()) return {};
+    if (Status status = finishInterrupted(); !status) return status;
+    if (!_store.file->sync()) return Status::failure(_store.path + ": the disk reported an error; check it");
+    _unmarkedBytes = 0;
+    return _journal->mark();
+}
+
+EditRecorder::EditRecorder(EditJournal& journal) : _journal(journal), _lock(journal._mutex) {}
+
+EditRecorder::~EditRecorder()
+{
+    if (_isOpen) _journal._journal->cancel();
+}
+
+Status EditRecorder::begin(const EditDescription& edit)
+{
+    _status = _journal.begin(edit);
+    _isOpen = _status.ok();
+    return _status;
+}
+
+Status EditRecorder::append(RunEncoder& runs)
+{
+    const uint64_t before = runs.points();
+    const std::vector<uint8_t>& block = runs.finishBlock();
+    const std::lock_guard<std::mutex> guard(_appendMutex);
+    if (!_status || block.empty()) return _status;
+    _status = _journal._journal->append(block);
+    _points += runs.points() - before;
+    return _status;
+}
+
+Status EditRecorder::commit(uint64_t& number)
+{
+    number = 0;
+    if (!_isOpen || !_status || _points == 0) return _status;
+    JournalFile& file = *_journal._journal;
+    _isOpen = false; // a failure of `finish` cancels
+    if (Status status = file.finish(_points); !status) return status;
+    number = _number = file.chain().lastNumber();
+    _journal._interrupted = _number; // until `apply` is through
+    _journal._unmarkedBytes += kEntryCost + file.chain().end() - file.chain().entry(number).position;
+    return {};
+}
+
+Status EditRecorder::apply(const EditVisitor& visit, uint64_t& points)
+{
+    if (_number == 0) return {};
+    const bool inStore = !_journal._journal->chain().entry(_number).deferred;
+    const Status status = _journal.play(_number, true, inStore, visit, points);
+    if (status) _journal._interrupted = 0;
+    return status;
+}
+
+EditRuns::EditRuns(EditRecorder& recorder)
+    : _recorder(recorder), _runs(std::make_unique<RunEncoder>(recorder._journal._journal->number()))
+{
+}
+
+EditRuns::~EditRuns() = default;
+
+void EditRuns::add(uint64_t point, uint8_t before, uint8_t after)
+{
+    _runs->add(point, before, after);
+    if (_runs->isFull()) (void)_recorder.append(*_runs); // `finish` tells
+}
+
+Status EditRuns::finish()
+{
+    return _recorder.append(*_runs);
+}
+
+} // namespace VelBrx

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "store/journal/ChangeRuns.h"
+#include "store/journal/JournalChain.h"
+
+#include <string>
+#include <vector>
+
+namespace VelBrx::Journal {
+
+/// A store's journal on the disk. An entry is written behind the last one: text and runs first, then its
+/// head, then all of it is synced. Until then it does not count, and a failure takes it away. One thread at a
+/// time; messages name the journal's path.
+class JournalFile
+{
+public:
+    enum class Access
+    {
+        READ,
+        WRITE ///< and nobody else writes meanwhile
+    };
+
+    explicit JournalFile(const std::string& store);
+
+    const std::string& path() const { return _path; }
+    const JournalChain& chain() const { return _chain; }
+
+    /// Opens the journal and reads its chain. Success without a file where there is none: see `exists`.
+    Status open(Access access, const JournalChain::Visitor& visit = nullptr);
+
+    bool exists() const { return _file.descriptor() >= 0; }
+
+    /// Whether it is the journal of this store.
+    Status checkStore(uint64_t storeId, uint64_t pointCount) const;
+
+    /// Bytes behind the last whole entry.
+    uint64_t tailLength() const { return _size - _chain.end(); }
+
+    /// Takes away what follows the last whole entry, and that too where its runs are not whole and it is
+    /// pending. Fails where a whole entry lies behind the damage. Open for writing.
+    Status cutTail();
+
+    /// Whether the journal's name leads to the file that is open.
+    Status checkNamed() const;
+
+    /// Makes the file of a store that has no journal, and opens it for writing.
+    Status create(const FileHeader& header);
+
+    /// \name An entry. Of the head only kind, field, mask, deferred and other need be set for `begin`.
+    /// @{
+    Status begin(EntryHead head, const std::string& author, const std::string& operation);
+    uint64_t number() const { return _head.number; } ///< of the entry that was begun
+    Status append(const std::vector<uint8_t>& block);
+    Status finish(uint64_t points);
+    void cancel();
+    /// @}
+
+    /// Writes an entry without runs.
+    Status write(const EntryHead& head, const std::string& author);
+
+    /// Writes that the store's disk has all there is.
+    Status mark();
+
+    /// The runs of a change.
+    Status readRuns(uint64_t change, EntryHead& head, const RunsVisitor& visit) const;
+    Status readRuns(uint64_t change, const RunsVisitor& visit) const;
+
+private:
+    Status take(int descriptor, Access access, const JournalChain::Visitor& visit);
+    Status lock() const;
+    bool hasHeadBehind(uint64_t position) const;
+
+    const std::string _path;
+    DiskFile _file;
+    uint64_t _size = 0; ///< of the file
+    JournalChain _chain;
+    EntryHead _head; ///< of the entry that was begun
+    Status _usable;  ///< a failure that could not be taken back
+};
+
+} // namespace VelBrx::Journal

@@ -1,0 +1,158 @@
+#include "store/io/ByteIo.h"
+#include "store/io/Crc32c.h"
+#include "tests/support/EditedStore.h"
+#include "tests/support/ReadFile.h"
+#include "tests/support/TempFolder.h"
+
+#include <VelBrx/EditHistory.h>
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace VelBrx;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+constexpr uint32_t kPoints = 200;
+constexpr size_t kUnit = 128;
+
+/// A store with hidden points and classes, some undone, and its journal.
+class DamagedJournal : public testing::Test
+{
+protected:
+    DamagedJournal()
+    {
+        EditedStore::Journal journal = EditedStore::open(path);
+        std::vector<EditedStore::Change> changes;
+        for (uint32_t point = 0; point < kPoints; point += 1 + point % 5)
+            changes.push_back({point, static_cast<uint8_t>(point % 11)});
+        uint64_t number = 0;
+        uint64_t points = 0;
+        EXPECT_TRUE(EditedStore::hide(journal, path, changes, number));
+        states = {original, readFile(path)};
+        Bytes classes(kPoints);
+        for (size_t i = 0; i < kPoints; ++i)
+            classes[i] = original[EditedStore::kStart + i * 36 + 16];
+        EXPECT_TRUE(EditedStore::classify(journal, classes, {{5, 77}, {6, 77}, {9, 3}}, number));
+        EXPECT_TRUE(journal->save("", points));
+        states.push_back(readFile(path));
+        EXPECT_TRUE(EditedStore::hide(journal, path, {{1, 9}, {2, 9}}, number));
+        EXPECT_TRUE(journal->moveTo(2, "", nullptr, points));
+        journal.reset();
+        journalBytes = readFile(journalPath(path));
+    }
+
+    const TempFolder folder;
+    const Bytes original = EditedStore::bytes(kPoints);
+    const std::string path = folder.write("store.brx", original);
+    std::vector<Bytes> states; ///< that the store may be left in on the way back
+    Bytes journalBytes;
+
+    /// Puts the store there as it was edited, with this journal. Whether that is found to be sound.
+    bool isSound(const Bytes& journal) const
+    {
+        std::filesystem::remove(path); // a file system may sync what is written over
+        std::filesystem::remove(journalPath(path));
+        folder.write("store.brx", states.back());
+        folder.write("store.brx.edits", journal);
+        EditHistory history;
+        (void)readEditHistory(path, history);
+        return verifyEdits(path).empty();
+    }
+
+    /// Takes all edits back; false where that was refused.
+    bool undoAll() const
+    {
+        EditedStore::Journal opened;
+        uint64_t points = 0;
+        return EditJournal::open(path, opened) && opened->moveTo(0, "", nullptr, points) &&
+               opened->save("", points);
+    }
+};
+
+uint64_t lengthOfText(const uint8_t* head)
+{
+    return uint64_t{loadLe<uint32_t>(head + 28)} + loadLe<uint32_t>(head + 32);
+}
+
+/// Bytes of the entry in use, from its head on.
+uint64_t lengthOfEntry(const uint8_t* head)
+{
+    return kUnit + lengthOfText(head) + loadLe<uint64_t>(head + 40);
+}
+
+/// Makes all checksums of a journal fit, wherever its lengths lead.
+void fitChecksums(Bytes& journal)
+{
+    storeLe(&journal[12], crc32c(&journal[16], kUnit - 16));
+    for (uint64_t start = kUnit; start + kUnit <= journal.size();) {
+        uint8_t* const head = &journal[start];
+        const uint64_t text = lengthOfText(head);
+        const uint64_t runs = loadLe<uint64_t>(head + 40);
+        const uint64_t left = journal.size() - start - kUnit;
+        if (text <= left) storeLe(head + 36, crc32c(head + kUnit, text));
+        storeLe(head + 4, crc32c(head + 8, kUnit - 8));
+        if (text > left || runs > left - text) return;
+        for (uint64_t block = 0; block + 32 <= runs;) {
+            uint8_t* const data = head + kUnit + text + block;
+            const uint64_t length = loadLe<uint32_t>(data) + uint64_t{32};
+            if (length > runs - block) break;
+            storeLe(data + 4, crc32c(data + 8, length - 8));
+            block += length;
+        }
+        start += (kUnit + text + runs + kUnit - 1) / kUnit * kUnit;
+    }
+}
+
+} // namespace
+
+TEST_F(DamagedJournal, IsFoundDamagedAndNeverLeadsToAWrongStoreWhateverByteIsWrong)
+{
+    ASSERT_TRUE(isSound(journalBytes));
+    ASSERT_TRUE(undoAll());
+    ASSERT_EQ(readFile(path), original);
+    std::mt19937 random(1);
+    uint64_t entry = 0;
+    uint64_t used = kUnit;
+    for (size_t position = 0; position < journalBytes.size(); ++position) {
+        if (position % kUnit == 0 && position >= used) {
+            entry = position;
+            used = entry + lengthOfEntry(&journalBytes[entry]);
+        }
+        Bytes flipped = journalBytes;
+        flipped[position] ^= static_cast<uint8_t>(1u << random() % 8);
+        ASSERT_EQ(isSound(flipped), position >= used) << position;
+        if (position % 23) continue; // each takes some syncs of the disk
+        const bool isUndone = undoAll();
+        const Bytes store = readFile(path);
+        ASSERT_TRUE(!isUndone || store == original) << position;
+        ASSERT_TRUE(std::find(states.begin(), states.end(), store) != states.end()) << position;
+    }
+}
+
+TEST_F(DamagedJournal, ChangesNothingButFlagsAndClassesHoweverHostileItIs)
+{
+    std::mt19937 random(7);
+    const uint8_t telling[] = {0, 1, 2, 3, 4, 5, 15, 16, 0x7F, 0x80, 0xFF};
+    for (int turn = 0; turn < 150; ++turn) {
+        Bytes hostile = journalBytes;
+        for (unsigned i = 0; i < 1 + random() % 3; ++i)
+            hostile[random() % hostile.size()] =
+                random() % 2 ? telling[random() % sizeof telling] : static_cast<uint8_t>(random());
+        fitChecksums(hostile);
+        (void)isSound(hostile);
+        (void)undoAll();
+        Bytes store = readFile(path);
+        ASSERT_EQ(store.size(), original.size());
+        for (size_t i = 0; i < kPoints; ++i) {
+            uint8_t* const record = &store[EditedStore::kStart + i * 36];
+            const uint8_t* const before = &original[EditedStore::kStart + i * 36];
+            ASSERT_EQ(record[15] & 0xF0, before[15] & 0xF0) << turn;
+            record[15] = before[15];
+            record[16] = before[16];
+        }
+        ASSERT_TRUE(store == original) << turn;
+    }
+}
