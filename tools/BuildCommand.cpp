@@ -1,6 +1,6 @@
 #include "tools/Command.h"
 
-#include "tools/Text.h"
+#include "terminal/Text.h"
 #include "tools/Watch.h"
 
 #include <VelBrx/Builder.h>

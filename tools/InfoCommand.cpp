@@ -1,6 +1,6 @@
 #include "tools/Command.h"
 
-#include "tools/Text.h"
+#include "terminal/Text.h"
 
 #include <VelBrx/PointCounts.h>
 #include <VelBrx/StoreInfo.h>
@@ -41,16 +41,6 @@ std::string hexadecimal(uint64_t value)
     return text.str();
 }
 
-/// {"value": count, ...} of the values that occur.
-template <size_t N>
-nlohmann::ordered_json histogramJson(const std::array<uint64_t, N>& counts)
-{
-    auto json = nlohmann::ordered_json::object();
-    for (size_t value = 0; value < N; ++value)
-        if (counts[value] > 0) json[std::to_string(value)] = counts[value];
-    return json;
-}
-
 nlohmann::ordered_json infoJson(const StoreInfo& info, const PointCounts& counts)
 {
     const VelBrx::BrxHeader& header = info.header;
@@ -67,9 +57,10 @@ nlohmann::ordered_json infoJson(const StoreInfo& info, const PointCounts& counts
             {"storeId", hexadecimal(header.storeId)},
             {"formatVersion", header.formatVersion},
             {"hiddenPoints", counts.hidden},
-            {"pointsByClass", histogramJson(counts.byClass)},
-            {"pointsByReturn", histogramJson(counts.byReturn)},
-            {"pointsByNumberOfReturns", histogramJson(counts.byNumberOfReturns)}};
+            {"pointsByClass", histogramJson(counts.byClass.data(), counts.byClass.size())},
+            {"pointsByReturn", histogramJson(counts.byReturn.data(), counts.byReturn.size())},
+            {"pointsByNumberOfReturns",
+             histogramJson(counts.byNumberOfReturns.data(), counts.byNumberOfReturns.size())}};
 }
 
 /// A line of the three values, each as `text(value, axis)` writes it.

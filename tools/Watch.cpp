@@ -1,7 +1,7 @@
 #include "tools/Watch.h"
 
+#include "terminal/Text.h"
 #include "tools/Command.h"
-#include "tools/Text.h"
 
 void Watch::end(const VelBrx::Status& status, const std::string& hint)
 {

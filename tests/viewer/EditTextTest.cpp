@@ -44,9 +44,9 @@ TEST(EditText, TellsWhatWasDoneAndWhatIsNotSaved)
     EXPECT_EQ(describeUnsaved({{"a.brx", 1}, {"b.brx", 0}, {"c.brx", 1000}}),
               (Lines{"a.brx: the classes of 1 point are not saved",
                      "c.brx: the classes of 1 000 points are not saved"}));
-    EXPECT_EQ(describeHidden(0, {}, 1), Lines());
-    EXPECT_EQ(describeHidden(1, {"a.brx"}, 1).front(), "1 point of a.brx is hidden");
-    EXPECT_EQ(describeHidden(1000, {"a.brx"}, 2).front(), "1 000 points in 1 of 2 stores are hidden");
+    EXPECT_EQ(describeHidden(0, {}, 1), "");
+    EXPECT_EQ(describeHidden(1, {"a.brx"}, 1), "1 point of a.brx is hidden");
+    EXPECT_EQ(describeHidden(1000, {"a.brx"}, 2), "1 000 points in 1 of 2 stores are hidden");
     EXPECT_EQ(namesOf({"a", "b", "c", "d", "e"}), "a, b, c and 2 more");
 }
 

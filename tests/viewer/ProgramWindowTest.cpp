@@ -250,6 +250,26 @@ void undoes(Viewer& viewer, const std::string& key)
     viewer.pressUntilHidden(key, 0);
 }
 
+/// Selects the lower half of the points, which alone or all but which a key leaves in the picture.
+Check segments(const std::string& key, bool selectedOnly)
+{
+    return [=](Viewer& viewer) {
+        viewer.drawLowerHalf();
+        viewer.pressUntilChange("q");
+        viewer.pressUntilChange(key);
+        const auto showsAny = [&](int firstRow, int rows) {
+            const Picture seen = viewer.points();
+            int points = 0;
+            for (int y = firstRow; y < firstRow + rows; ++y)
+                for (int x = 0; x < seen->s(); ++x)
+                    points += pixel(*seen, x, y) != kBackground;
+            return points > 0;
+        };
+        EXPECT_EQ(showsAny(0, 140), selectedOnly);
+        EXPECT_EQ(showsAny(160, 80), !selectedOnly);
+    };
+}
+
 void turnsToTheHorizon(Viewer& viewer)
 {
     const auto turned = [&](const std::string& manipulator) {
@@ -496,6 +516,8 @@ const std::map<std::string, Check> kChecks = {
      [](Viewer& viewer) {
          viewer.drawLowerHalf();
          viewer.pressUntilHidden("X", 200);
+         viewer.drawLowerHalf();
+         viewer.pressUntilHidden("x", 400);
      }},
     {"v",
      [](Viewer& viewer) {
@@ -515,18 +537,8 @@ const std::map<std::string, Check> kChecks = {
          viewer.drawLowerHalf();
          viewer.pressUntil("Q", [&] { return samePixels(*viewer.points(), *viewer.start); });
      }},
-    {"G",
-     [](Viewer& viewer) {
-         viewer.drawLowerHalf();
-         viewer.pressUntilChange("q");
-         viewer.pressUntilChange("G");
-     }},
-    {"H",
-     [](Viewer& viewer) {
-         viewer.drawLowerHalf();
-         viewer.pressUntilChange("q");
-         viewer.pressUntilChange("H");
-     }},
+    {"G", segments("G", true)},
+    {"H", segments("H", false)},
     {"j",
      [](Viewer& viewer) {
          viewer.press("a");

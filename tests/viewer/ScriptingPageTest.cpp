@@ -2,7 +2,7 @@
 #include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
-#include "viewer/script/Script.h"
+#include "viewer/operation/Operations.h"
 
 #include <VelBrx/SampleSurvey.h>
 
@@ -68,8 +68,10 @@ TEST(ScriptingPage, ShowsScriptsThatRunAndTheLinesThatTheyPrint)
         }
         printed.insert(printed.end(), lines.begin(), lines.end());
     }
-    const std::vector<std::string> names = script::operationNames();
-    EXPECT_EQ(shown, std::set<std::string>(names.begin(), names.end()));
+    std::set<std::string> known;
+    for (const Operation& operation : operations())
+        known.insert(operation.name);
+    EXPECT_EQ(shown, known);
 
     for (const std::string& block : codeBlocks(kPage, "jsonl")) {
         for (const json& line : linesOf(block)) {

@@ -214,6 +214,13 @@ const std::vector<ColorModeChoice>& colorModeChoices()
     return choices;
 }
 
+std::optional<ColorMode> namedColorMode(const std::string& name)
+{
+    for (const ColorModeChoice& choice : colorModeChoices())
+        if (name == choice.name) return choice.mode;
+    return std::nullopt;
+}
+
 std::string colorModeNames()
 {
     std::string names;

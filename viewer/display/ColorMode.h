@@ -7,6 +7,7 @@
 #include <osg/Vec4f>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,9 @@ struct ColorModeChoice
 };
 
 const std::vector<ColorModeChoice>& colorModeChoices();
+
+/// The mode of that name; empty for another text.
+std::optional<ColorMode> namedColorMode(const std::string& name);
 
 /// The names of the choices, as a sentence lists them.
 std::string colorModeNames();

@@ -22,7 +22,6 @@ namespace {
 
 const std::string kViewerUid = "brxview";
 constexpr int kNobodyWaits = 1; ///< barrier count
-constexpr double kWidestLine = 1000;
 constexpr int kEnhancedSize = 6;
 const osg::Vec4f kEnhancedColor(1, 1, 0, 1);
 

@@ -19,6 +19,8 @@
 #include <string>
 #include <vector>
 
+constexpr double kWidestLine = 1000; ///< pixels
+
 /// What an operation of `EditSession` did.
 struct EditOutcome
 {

@@ -1,5 +1,6 @@
 #include "viewer/edit/EditText.h"
 
+#include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
 
 #include <algorithm>
@@ -32,14 +33,6 @@ std::vector<std::string> describe(const VelOsgDBBrx::CategoryCounts& counts)
 
 } // namespace
 
-std::string grouped(uint64_t number)
-{
-    std::string digits = std::to_string(number);
-    for (size_t end = digits.size(); end > 3; end -= 3)
-        digits.insert(end - 3, 1, ' ');
-    return digits;
-}
-
 std::vector<std::string> describe(const EditOutcome& outcome)
 {
     std::vector<std::string> lines;
@@ -68,14 +61,13 @@ std::vector<std::string> describeUnsaved(const std::map<std::string, uint64_t>& 
     return lines;
 }
 
-std::vector<std::string> describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all)
+std::string describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all)
 {
-    if (stores.empty()) return {};
+    if (stores.empty()) return "";
     const std::string where =
         all == 1 ? " of " + stores.front()
                  : " in " + std::to_string(stores.size()) + " of " + std::to_string(all) + " stores";
-    return {points(hidden) + where + (hidden == 1 ? " is" : " are") + " hidden",
-            "E and then R shows them all, E, a and v those under a polygon"};
+    return points(hidden) + where + (hidden == 1 ? " is" : " are") + " hidden";
 }
 
 std::string namesOf(const std::vector<std::string>& files)

@@ -7,18 +7,14 @@
 #include <string>
 #include <vector>
 
-/// A number with its thousands apart.
-std::string grouped(uint64_t number);
-
 /// Lines that tell people what an operation did, the points of each class before and after included.
 std::vector<std::string> describe(const EditOutcome& outcome);
 
 /// Lines that tell which stores have points with unsaved classes; none when there are none.
 std::vector<std::string> describeUnsaved(const std::map<std::string, uint64_t>& unsaved);
 
-/// Lines that tell how many points of these stores, of `all` on show, are hidden, and how to bring them back;
-/// none where no store is named.
-std::vector<std::string> describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all);
+/// Tells how many points of these stores, of `all` on show, are hidden; empty where no store is named.
+std::string describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all);
 
 /// The first few of some files, and the number of the others.
 std::string namesOf(const std::vector<std::string>& files);

@@ -15,6 +15,11 @@ constexpr double kFill = 0.95;
 constexpr double kNear = 1.0;
 constexpr double kFar = 1e6;
 
+constexpr std::pair<const char*, CameraView::Kind> kViews[] = {{"top", CameraView::TOP},
+                                                               {"north", CameraView::NORTH},
+                                                               {"iso", CameraView::ISO},
+                                                               {"all", CameraView::ALL}};
+
 /// Direction from the data to the eye, and up.
 struct Direction
 {
@@ -63,6 +68,21 @@ Look frame(const osg::BoundingBoxd& bounds, const Direction& toEye, double aspec
 }
 
 } // namespace
+
+std::vector<std::string> namesOfViews()
+{
+    std::vector<std::string> names;
+    for (const auto& [name, kind] : kViews)
+        names.emplace_back(name);
+    return names;
+}
+
+std::optional<CameraView> namedView(const std::string& name)
+{
+    for (const auto& [known, kind] : kViews)
+        if (name == known) return CameraView{kind, {}};
+    return std::nullopt;
+}
 
 Look lookAt(const CameraView& view, const osg::BoundingBoxd& bounds, double aspect)
 {

@@ -4,6 +4,10 @@
 #include <osg/Matrixd>
 #include <osg/Vec3d>
 
+#include <optional>
+#include <string>
+#include <vector>
+
 /// Vertical field of view of the viewer, degrees.
 constexpr double kFieldOfView = 30.0;
 
@@ -37,6 +41,12 @@ struct CameraView
     Kind kind = ISO;
     Look look; ///< of LOOK
 };
+
+/// The names of the views but LOOK.
+std::vector<std::string> namesOfViews();
+
+/// The view of that name; empty for another text.
+std::optional<CameraView> namedView(const std::string& name);
 
 /// The camera of `view`. The named views stand as near as the whole of `bounds` allows in a picture of
 /// `aspect` = width / height.

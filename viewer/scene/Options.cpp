@@ -54,12 +54,9 @@ bool parse(const std::string& text, char separator, std::vector<double>& numbers
 
 bool parse(const std::string& text, ColorMode& mode)
 {
-    for (const ColorModeChoice& choice : colorModeChoices()) {
-        if (text != choice.name) continue;
-        mode = choice.mode;
-        return true;
-    }
-    return false;
+    const std::optional<ColorMode> named = namedColorMode(text);
+    mode = named.value_or(mode);
+    return named.has_value();
 }
 
 /// #rrggbb, or red,green,blue from 0 to 255.
@@ -85,23 +82,15 @@ bool parse(const std::string& text, osg::Vec4f& color)
 /// top, north, iso, all, or the nine coordinates of eye, centre and up.
 bool parse(const std::string& text, CameraView& view)
 {
-    if (text == "top")
-        view.kind = CameraView::TOP;
-    else if (text == "north")
-        view.kind = CameraView::NORTH;
-    else if (text == "iso")
-        view.kind = CameraView::ISO;
-    else if (text == "all")
-        view.kind = CameraView::ALL;
-    else {
-        std::vector<double> v;
-        if (!parse(text, ',', v) || v.size() != 9) return false;
-        view.kind = CameraView::LOOK;
-        view.look = {osg::Vec3d(v[0], v[1], v[2]), osg::Vec3d(v[3], v[4], v[5]),
-                     osg::Vec3d(v[6], v[7], v[8])};
-        return ((view.look.center - view.look.eye) ^ view.look.up).length2() > 0;
+    if (const std::optional<CameraView> named = namedView(text)) {
+        view = *named;
+        return true;
     }
-    return true;
+    std::vector<double> v;
+    if (!parse(text, ',', v) || v.size() != 9) return false;
+    view.kind = CameraView::LOOK;
+    view.look = {osg::Vec3d(v[0], v[1], v[2]), osg::Vec3d(v[3], v[4], v[5]), osg::Vec3d(v[6], v[7], v[8])};
+    return ((view.look.center - view.look.eye) ^ view.look.up).length2() > 0;
 }
 
 bool parse(const std::string& text, PictureSize& size)

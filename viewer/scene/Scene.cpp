@@ -1,5 +1,6 @@
 #include "viewer/scene/Scene.h"
 
+#include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
 #include "viewer/scene/HomeBounds.h"
 
@@ -48,15 +49,6 @@ void merge(VelBrx::StoreStatistics& all, const VelBrx::StoreStatistics& part)
     std::set_union(all.pointSources.begin(), all.pointSources.end(), part.pointSources.begin(),
                    part.pointSources.end(), std::back_inserter(sources));
     all.pointSources = sources;
-}
-
-/// A coordinate with the decimals that a store of this scale has.
-std::string coordinate(double value, double scale)
-{
-    const int decimals = std::clamp(static_cast<int>(std::ceil(-std::log10(scale) - 1e-9)), 0, 12);
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*f", decimals, value);
-    return text;
 }
 
 } // namespace

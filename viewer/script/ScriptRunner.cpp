@@ -1,6 +1,7 @@
 #include "viewer/script/ScriptRunner.h"
 
 #include "terminal/EndSignals.h"
+#include "terminal/Text.h"
 #include "viewer/edit/EditSession.h"
 #include "viewer/picture/PictureView.h"
 
@@ -10,11 +11,11 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <map>
 #include <numeric>
 
 using nlohmann::ordered_json;
 using VelBrx::Status;
-using VelOsgDBBrx::Type;
 
 namespace script {
 
@@ -31,15 +32,6 @@ Status print(const ordered_json& line)
         std::fflush(stdout) == 0;
     return written ? Status()
                    : Status::failure("standard output cannot be written; check the disk or the pipe");
-}
-
-template <size_t N>
-ordered_json histogram(const std::array<uint64_t, N>& counts)
-{
-    ordered_json json = ordered_json::object();
-    for (size_t value = 0; value < N; ++value)
-        if (counts[value] > 0) json[std::to_string(value)] = counts[value];
-    return json;
 }
 
 /// Carries the operations out, one after the other.
@@ -63,10 +55,19 @@ public:
     }
 
     /// Carries an operation out. What came of it is added to `line`.
-    Status carryOut(const Operation& operation, ordered_json& line)
+    Status carryOut(const Request& request, ordered_json& line)
     {
         _line = &line;
-        return std::visit([this](const auto& wanted) { return perform(wanted); }, operation);
+        const auto own = ownOperations().find(request.operation().name);
+        if (own != ownOperations().end()) return (this->*own->second)(request);
+        Stage stage{_scene, *_session,
+                    [this](const CameraView& view, const Lens& lens) { look(view, lens); }};
+        const Begun begun = ::carryOut(request, stage);
+        if (begun.state == Begun::BUSY) return Status::failure("another operation is running");
+        const Status status = begun.state == Begun::RUNNING ? finish() : Status();
+        if (!begun.message.empty()) line["message"] = begun.message;
+        showLegend();
+        return status;
     }
 
     uint64_t countUnsaved() const
@@ -79,116 +80,55 @@ public:
     }
 
 private:
-    void look(const CameraView& view, const Lens& lens)
+    using Own = Status (Runner::*)(const Request&);
+
+    /// Those that are a matter of how scripts run.
+    static const std::map<std::string, Own>& ownOperations()
     {
-        const Look wanted = lookAt(view, _scene.boundsFor(view), _view.aspect());
+        static const std::map<std::string, Own> own = {{"window", &Runner::keepWindow},
+                                                       {"settle", &Runner::settle},
+                                                       {"render", &Runner::render},
+                                                       {"report", &Runner::report}};
+        return own;
+    }
+
+    void look(const CameraView& view, Lens lens)
+    {
+        const osg::BoundingBoxd& bounds = _scene.boundsFor(view);
+        const Look wanted = lookAt(view, bounds, _view.aspect());
+        if (lens.orthographic && lens.height == 0) lens = orthographicLens(wanted, bounds, _view.aspect());
         _view.look(lens.orthographic ? withAllInFront(wanted, _scene.bounds()) : wanted, lens);
     }
 
+    /// As the scene has it by now.
     void showLegend()
     {
-        if (_options.legend) _view.setLegend(_scene.legend());
+        if (!_options.legend || _legendRevision == _scene.legendRevision()) return;
+        _legendRevision = _scene.legendRevision();
+        _view.setLegend(_scene.legend());
     }
 
-    /// The window is open already.
-    Status perform(const Window&) { return Status(); }
+    /// It is open already, in the size that the script says.
+    Status keepWindow(const Request&) { return Status(); }
 
-    Status perform(const Camera& camera)
-    {
-        Lens lens{camera.orthographic, camera.height};
-        if (lens.orthographic && lens.height == 0) {
-            const osg::BoundingBoxd& bounds = _scene.boundsFor(camera.view);
-            lens = orthographicLens(lookAt(camera.view, bounds, _view.aspect()), bounds, _view.aspect());
-        }
-        look(camera.view, lens);
-        return Status();
-    }
-
-    Status perform(const Mode& mode)
-    {
-        _scene.setColorMode(mode.mode);
-        showLegend();
-        if (const std::string remark = _scene.remark(); !remark.empty()) (*_line)["message"] = remark;
-        return Status();
-    }
-
-    Status perform(const EyeDomeLighting& lighting)
-    {
-        _scene.setEyeDomeLighting(lighting.on);
-        const EyeDomeShading now = _scene.shading();
-        _scene.setShading({lighting.strength.value_or(now.strength), lighting.radius.value_or(now.radius)});
-        return Status();
-    }
-
-    Status perform(const Light& light)
-    {
-        _scene.setLight(light.light);
-        return Status();
-    }
-
-    Status perform(const PointSize& size)
-    {
-        _scene.setPointSize(size.pixels);
-        return Status();
-    }
-
-    Status perform(const ShowClasses& show)
-    {
-        _scene.setShownClasses(show.classes);
-        return Status();
-    }
-
-    Status perform(const Clip& clip)
-    {
-        _scene.setClipPlanes(clip.planes);
-        return Status();
-    }
-
-    Status perform(const Cull& cull)
-    {
-        return finish(_session->hide(cull.polygon, cull.inside ? Type::INSIDE : Type::OUTSIDE));
-    }
-
-    Status perform(const Uncull& uncull) { return finish(_session->show(uncull.polygon)); }
-
-    Status perform(const Select& select) { return finish(_session->select(select.polygon, true)); }
-
-    Status perform(const Deselect& deselect) { return finish(_session->select(deselect.polygon, false)); }
-
-    Status perform(const Segment& segment) { return finish(_session->segment(!segment.hideSelected)); }
-
-    Status perform(const Line& line) { return finish(_session->line(line.line, line.width)); }
-
-    Status perform(const Classify& classify)
-    {
-        const Reclassification change{classify.to, classify.from, classify.dryRun};
-        const Status status = finish(_session->reclassify(classify.polygon, change));
-        showLegend();
-        return status;
-    }
-
-    Status perform(const Undo&) { return finish(_session->undo()); }
-    Status perform(const UndoAll&) { return finish(_session->undoAll()); }
-    Status perform(const Reset&) { return finish(_session->reset()); }
-    Status perform(const Save&) { return finish(_session->save()); }
-
-    Status perform(const Settle&)
+    Status settle(const Request&)
     {
         const Status status = _view.settle(_options.headless->timeoutSeconds, &_cancel);
         tellDrawn();
         return status;
     }
 
-    Status perform(const Render& render)
+    Status render(const Request& request)
     {
         Status status = _view.settle(_options.headless->timeoutSeconds, &_cancel);
-        if (status) status = _view.write(render.file);
-        (*_line)["file"] = render.file;
+        const auto& file = request.get<std::string>("file");
+        if (status) status = _view.write(file);
+        (*_line)["file"] = file;
         tellDrawn();
         return status;
     }
 
-    Status perform(const Report&)
+    Status report(const Request&)
     {
         const auto unsaved = _session->unsavedPoints();
         auto stores = ordered_json::array();
@@ -200,7 +140,7 @@ private:
                 {{"store", cloud.store},
                  {"points", std::accumulate(counts.byClass.begin(), counts.byClass.end(), uint64_t{0})},
                  {"hiddenPoints", counts.hidden},
-                 {"pointsByClass", histogram(counts.byClass)},
+                 {"pointsByClass", histogramJson(counts.byClass.data(), counts.byClass.size())},
                  {"unsaved", changed == unsaved.end() ? 0 : changed->second}});
         }
         (*_line)["stores"] = stores;
@@ -215,17 +155,16 @@ private:
     }
 
     /// Waits for the operation that was started, and tells what came of it.
-    Status finish(bool started)
+    Status finish()
     {
-        if (!started) return Status::failure("another operation is running");
         const EditOutcome outcome = _session->wait();
         ordered_json& line = *_line;
         line["points"] = outcome.points;
         if (!outcome.undone.empty()) line["undone"] = outcome.undone;
         if (outcome.classes) {
             line["selected"] = outcome.classes->selected;
-            line["before"] = histogram(outcome.classes->before);
-            line["after"] = histogram(outcome.classes->after);
+            line["before"] = histogramJson(outcome.classes->before.data(), outcome.classes->before.size());
+            line["after"] = histogramJson(outcome.classes->after.data(), outcome.classes->after.size());
         }
         if (!outcome.ok) return Status::failure(outcome.message);
         if (!outcome.message.empty()) line["message"] = outcome.message;
@@ -238,7 +177,8 @@ private:
     const std::atomic<bool>& _cancel;
     PictureView _view;
     std::optional<EditSession> _session;
-    ordered_json* _line = nullptr; ///< of the operation at hand
+    std::optional<unsigned> _legendRevision; ///< of the scene, as the picture has it
+    ordered_json* _line = nullptr;           ///< of the operation at hand
 };
 
 /// Carries all operations out, up to the first that fails or during which `interrupted` becomes true: a
@@ -247,12 +187,12 @@ Status runSteps(const Script& script, Runner& runner, const std::atomic<bool>& i
 {
     if (Status status = runner.open(); !status) return status;
     for (done = 0; done < script.steps.size() && !interrupted; ++done) {
-        const Step& step = script.steps[done];
-        ordered_json line = {{"operation", done + 1}, {"op", step.name}};
-        const Status status = runner.carryOut(step.operation, line);
+        const Request& step = script.steps[done];
+        ordered_json line = {{"operation", done + 1}, {"op", step.operation().name}};
+        const Status status = runner.carryOut(step, line);
         if (!status) line["error"] = status.message();
         if (const Status printed = print(line); !printed) return printed;
-        if (!status) return Status::failure(nameOfStep(script, done) + ": " + status.message());
+        if (!status) return Status::failure(nameOfStep(done, &step.operation()) + ": " + status.message());
     }
     return Status();
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "viewer/scene/Scene.h"
+#include "viewer/operation/Operations.h"
 #include "viewer/window/Overlay.h"
 
 #include <osgGA/GUIEventHandler>
@@ -9,18 +9,17 @@
 class DisplayKeys : public osgGA::GUIEventHandler
 {
 public:
-    /// `scene` must outlive this handler; the overlay is held.
-    DisplayKeys(Scene& scene, Overlay& overlay, bool showLegend);
+    /// What `stage` refers to must outlive this handler; the overlay is held.
+    DisplayKeys(const Stage& stage, Overlay& overlay, bool showLegend);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;
 
 private:
-    bool press(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
-
+    bool press(int key);
     void updateLegend();
 
-    Scene& _scene;
+    const Stage _stage;
     const osg::ref_ptr<Overlay> _overlay;
     bool _showLegend;
     unsigned _legendRevision = 0; ///< of the scene, as the overlay has it

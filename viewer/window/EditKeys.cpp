@@ -1,7 +1,9 @@
 #include "viewer/window/EditKeys.h"
 
+#include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
 #include "viewer/edit/EditText.h"
+#include "viewer/window/WindowStage.h"
 
 #include <osgGA/CameraManipulator>
 #include <osgViewer/View>
@@ -10,94 +12,13 @@
 #include <cmath>
 
 using osgGA::GUIEventAdapter;
-using VelOsgDBBrx::Type;
-
-/// An operation with a key.
-struct EditCommand
-{
-    enum Use
-    {
-        AT_ONCE,       ///< needs no shape
-        ON_SHAPE,      ///< uses the shape up
-        ON_VERTICES,   ///< takes the shape as it is, closed or not, and uses it up
-        COUNT_IN_SHAPE ///< leaves the shape
-    };
-    using Start = bool (*)(EditSession&, const Outline&, const Reclassification&);
-
-    int key;
-    const char* description;
-    Use use;
-    Start start;
-};
 
 namespace {
 
-constexpr double kLineWidth = 5;   // pixels
 constexpr double kDragPixels = 3;  // a hand is not still
 constexpr double kDigitsApart = 2; // seconds after which a digit begins another class
 constexpr size_t kStoresInQuestion = 8;
 constexpr int kCtrlQ = 'Q' - '@'; // a window system sends the control character
-
-template <Type side>
-bool hide(EditSession& session, const Outline& shape, const Reclassification&)
-{
-    return session.hide(shape, side);
-}
-
-bool bringBack(EditSession& session, const Outline& shape, const Reclassification&)
-{
-    return session.show(shape);
-}
-
-template <bool add>
-bool select(EditSession& session, const Outline& shape, const Reclassification&)
-{
-    return session.select(shape, add);
-}
-
-template <bool selectedOnly>
-bool segment(EditSession& session, const Outline&, const Reclassification&)
-{
-    return session.segment(selectedOnly);
-}
-
-template <bool dryRun>
-bool reclassify(EditSession& session, const Outline& shape, const Reclassification& change)
-{
-    return session.reclassify(shape, {change.toClass, change.fromClasses, dryRun});
-}
-
-bool followLine(EditSession& session, const Outline& vertices, const Reclassification&)
-{
-    return session.line(vertices, kLineWidth);
-}
-
-template <bool (EditSession::*operation)()>
-bool call(EditSession& session, const Outline&, const Reclassification&)
-{
-    return (session.*operation)();
-}
-
-const std::vector<EditCommand>& commands()
-{
-    using Command = EditCommand;
-    static const std::vector<EditCommand> commands = {
-        {'x', "hide the points inside", Command::ON_SHAPE, hide<Type::INSIDE>},
-        {'X', "hide the points outside", Command::ON_SHAPE, hide<Type::OUTSIDE>},
-        {'v', "bring hidden points back", Command::ON_SHAPE, bringBack},
-        {'q', "select the points inside", Command::ON_SHAPE, select<true>},
-        {'Q', "deselect the points inside", Command::ON_SHAPE, select<false>},
-        {'G', "show the selected points only", Command::AT_ONCE, segment<true>},
-        {'H', "show all but the selected points", Command::AT_ONCE, segment<false>},
-        {'K', "give the points inside the to-class", Command::ON_SHAPE, reclassify<false>},
-        {'D', "dry run: count what K would change", Command::COUNT_IN_SHAPE, reclassify<true>},
-        {'j', "follow the line through the corners", Command::ON_VERTICES, followLine},
-        {'z', "undo the newest edit", Command::AT_ONCE, call<&EditSession::undo>},
-        {'Z', "undo all edits", Command::AT_ONCE, call<&EditSession::undoAll>},
-        {'W', "save the classes", Command::AT_ONCE, call<&EditSession::save>},
-    };
-    return commands;
-}
 
 /// Keys of the number pad as those of the main one.
 int plainKey(int key)
@@ -131,6 +52,24 @@ bool isSame(const WindowView& a, const WindowView& b)
     return true;
 }
 
+/// What keys do to a shape, some to a line.
+std::vector<std::string> hintsOfShape()
+{
+    constexpr size_t kKeysInLine = 4;
+    std::vector<std::string> lines;
+    size_t count = 0;
+    for (const Operation& operation : operations())
+        for (const Key& key : operation.keys) {
+            if (!operation.outline()) continue;
+            if (count++ % kKeysInLine == 0)
+                lines.emplace_back();
+            else
+                lines.back() += ", ";
+            lines.back() += key.name() + " " + key.hint;
+        }
+    return lines;
+}
+
 void append(std::vector<std::string>& lines, const std::vector<std::string>& more)
 {
     lines.insert(lines.end(), more.begin(), more.end());
@@ -139,7 +78,8 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 } // namespace
 
 EditKeys::EditKeys(EditSession& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay)
-    : _session(session), _scene(scene), _viewer(viewer), _overlay(&overlay)
+    : _session(session), _scene(scene), _viewer(viewer), _stage(windowStage(scene, session, viewer)),
+      _overlay(&overlay)
 {
 }
 
@@ -244,9 +184,9 @@ void EditKeys::answer(int key)
 {
     const Question asked = _question;
     if (key == GUIEventAdapter::KEY_Escape) _question = Question::NONE;
-    if (asked == Question::RESET && key == 'R') {
+    if (asked == Question::SURE && key == _asked->key->key) {
         _question = Question::NONE;
-        reset();
+        start(*_asked);
     }
     if (asked == Question::BUSY && key == 'e') {
         _question = Question::NONE;
@@ -284,8 +224,10 @@ void EditKeys::acceptTyped()
         _report = {_typed->text + ": give classes of 0 to 255, such as 2,6 or -7,18"};
         return;
     }
-    if (_typed->shown) {
-        _scene.setShownClasses(*classes);
+    if (_typed->after) {
+        Request request = requestOf(*_typed->after, _scene);
+        request.set(_typed->after->key->typed, *classes);
+        apply(request, false);
     } else {
         if (!classes->all()) classes->reset(255); // it changes along with all others or not at all
         if (classes->none()) {
@@ -328,16 +270,12 @@ bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIAction
         return true;
     }
     _digitTime.reset();
-    const auto command = std::find_if(commands().begin(), commands().end(),
-                                      [key](const EditCommand& candidate) { return candidate.key == key; });
-    if (command != commands().end())
-        start(*command);
+    if (const std::optional<PressedKey> pressed = findKey(key, Key::EDITING))
+        press(*pressed);
     else if (key == 'a' || key == 'A')
         beginShape(key == 'a' ? DrawnShape::POLYGON : DrawnShape::RECTANGLE, event, action);
-    else if (key == 'F' || key == 'V')
-        _typed = TypedClasses{key == 'V', ""};
-    else if (key == 'R')
-        _question = Question::RESET;
+    else if (key == 'F')
+        _typed = TypedClasses();
     else if (key == 'E')
         leave();
     else
@@ -372,38 +310,47 @@ void EditKeys::leave()
     _report.clear();
 }
 
-void EditKeys::start(const EditCommand& command)
+void EditKeys::press(const PressedKey& pressed)
 {
-    std::vector<osg::Vec2d> vertices;
-    if (command.use != EditCommand::AT_ONCE) {
+    if (pressed.key->typed) {
+        _typed = TypedClasses{pressed, ""};
+    } else if (pressed.operation->question) {
+        _question = Question::SURE;
+        _asked = pressed;
+    } else {
+        start(pressed);
+    }
+}
+
+void EditKeys::start(const PressedKey& pressed)
+{
+    const Operation& operation = *pressed.operation;
+    const Parameter* const outline = operation.outline();
+    Request request = requestOf(pressed, _scene);
+    if (outline) {
         if (!_shape) {
             _report = {"draw a polygon (a) or a rectangle (A) first"};
             return;
         }
-        if (command.use != EditCommand::ON_VERTICES) _shape->close();
-        vertices = _shape->vertices();
+        if (outline->type == Parameter::POLYGON) _shape->close();
+        request.set(outline->name, Outline(_shape->vertices()));
     }
-    Reclassification change;
-    change.toClass = _toClass;
-    if (!_fromClasses.all()) change.fromClasses = listClasses(_fromClasses);
-    apply(command, vertices, change);
+    if (operation.find("to")) request.set("to", _toClass);
+    if (operation.find("from") && !_fromClasses.all()) request.set("from", _fromClasses);
+    apply(request, outline && !pressed.key->keepsShape);
 }
 
-void EditKeys::apply(const EditCommand& command, const Outline& outline, const Reclassification& change)
+void EditKeys::apply(const Request& request, bool usesShape)
 {
-    if (!command.start(_session, outline, change)) {
+    const Begun begun = carryOut(request, _stage);
+    if (begun.state == Begun::BUSY) {
         _report = {"the last operation is still running"};
         return;
     }
-    _again = [this, &command, outline, change] { apply(command, outline, change); };
-    _shapeInUse = command.use == EditCommand::ON_SHAPE || command.use == EditCommand::ON_VERTICES;
+    if (begun.state == Begun::DONE) return;
+    _again = [this, request, usesShape] { apply(request, usesShape); };
+    _shapeInUse = usesShape;
     _report = {"working ..."};
-}
-
-void EditKeys::reset()
-{
-    _again = [this] { reset(); };
-    _session.reset();
 }
 
 void EditKeys::askToClose()
@@ -455,18 +402,18 @@ void EditKeys::takeOutcome(const EditOutcome& outcome)
 std::vector<std::string> EditKeys::panel() const
 {
     if (!_editing) return _report;
-    std::vector<std::string> lines = {"EDIT   (E ends editing, h lists the keys)",
-                                      "to class:      " + classText(static_cast<unsigned>(_toClass)) +
-                                          "   (type its number)",
-                                      "from classes:  " + formatClasses(_fromClasses) + "   (F)",
-                                      "classes shown: " + formatClasses(_scene.shownClasses()) + "   (V)"};
+    std::vector<std::string> lines = {
+        "EDIT   (E ends editing, h lists the keys)",
+        "to class:      " + classText(static_cast<unsigned>(_toClass)) + "   (type its number)",
+        "from classes:  " + formatClasses(_fromClasses) + "   (F)",
+        "classes shown: " + formatClasses(_scene.shownClasses()) + "   (" + keyOf("showClasses") + ")"};
     append(lines, hints());
     if (!_report.empty()) lines.push_back("");
     append(lines, _report);
     uint64_t unsaved = 0;
     for (const auto& store : _unsaved)
         unsaved += store.second;
-    if (unsaved > 0) lines.push_back("not saved: " + grouped(unsaved) + " (W saves)");
+    if (unsaved > 0) lines.push_back("not saved: " + grouped(unsaved) + " (" + keyOf("save") + " saves)");
     append(lines, _warnings);
     return lines;
 }
@@ -474,7 +421,7 @@ std::vector<std::string> EditKeys::panel() const
 std::vector<std::string> EditKeys::hints() const
 {
     if (_typed)
-        return {std::string(_typed->shown ? "classes to show: " : "classes that may change: ") +
+        return {std::string(_typed->after ? _typed->after->key->hint : "classes that may change") + ": " +
                     _typed->text + "_",
                 "2,6 or -7,18 for all but these; nothing for all; Enter, Esc"};
     if (!_shape) return {"a draws a polygon, A a rectangle"};
@@ -483,14 +430,15 @@ std::vector<std::string> EditKeys::hints() const
         return {_shape->kind() == DrawnShape::POLYGON ? "polygon of " + count + " vertices: click to add,"
                                                       : "rectangle: click or drag two corners,",
                 "Backspace drops, Enter or right click closes, Esc cancels"};
-    return {"x hides inside, X outside, v brings back", "q selects, Q deselects, K reclassifies, D counts"};
+    return hintsOfShape();
 }
 
 std::vector<std::string> EditKeys::question() const
 {
-    if (_question == Question::RESET)
-        return {"Show every hidden point of the stores, whoever hid it? This cannot be undone.", "",
-                "R: show them all     Esc: go on"};
+    if (_question == Question::SURE) {
+        const Operation& operation = *_asked->operation;
+        return {operation.question, "", _asked->key->name() + ": " + operation.answer + "     Esc: go on"};
+    }
     if (_question == Question::BUSY) return {_busy, "", "e: edit it all the same     Esc: only look"};
     if (_question == Question::NONE) return {};
     std::vector<std::string> lines = describeUnsaved(_unsaved);
@@ -518,8 +466,6 @@ void EditKeys::getUsage(osg::ApplicationUsage& usage) const
     usage.addKeyboardMouseBinding("Enter, right click", "close the polygon");
     usage.addKeyboardMouseBinding("0 ... 255", "the to-class, by its digits");
     usage.addKeyboardMouseBinding("F", "from-classes: which classes may change");
-    usage.addKeyboardMouseBinding("V", "visible classes: which classes are shown");
-    usage.addKeyboardMouseBinding("R", "reset: show every hidden point, after asking");
-    for (const EditCommand& command : commands())
-        usage.addKeyboardMouseBinding(command.key, command.description);
+    for (const auto& [keys, words] : listKeys(Key::EDITING))
+        usage.addKeyboardMouseBinding(keys, words);
 }

@@ -2,6 +2,7 @@
 
 #include "viewer/edit/ClassList.h"
 #include "viewer/edit/EditSession.h"
+#include "viewer/operation/Operations.h"
 #include "viewer/window/DrawnShape.h"
 #include "viewer/window/Overlay.h"
 
@@ -15,10 +16,8 @@
 #include <string>
 #include <vector>
 
-struct EditCommand;
-
 /// Editing by hand: a mode in which the user draws a polygon or a rectangle over the picture and applies an
-/// operation of `EditSession` to it by a key. A panel of the overlay tells the mode, the classes, what the
+/// operation to it by a key. A panel of the overlay tells the mode, the classes, what the
 /// last operation did and what is not saved.
 ///
 /// While something is drawn the mouse belongs to the drawing, and the camera stands still; should it move all
@@ -49,6 +48,9 @@ public:
     /// As `say`, and in edit mode for good.
     void warn(const std::string& line);
 
+    /// What the keys act on.
+    const Stage& stage() const { return _stage; }
+
     /// The user has chosen to lose unsaved classes.
     bool hasDiscarded() const { return _discarded; }
 
@@ -57,14 +59,14 @@ private:
     {
         NONE,
         CLOSE,
-        RESET,
-        BUSY ///< another program edits a store: shall it be edited all the same
+        SURE, ///< shall the operation of `_asked` be done
+        BUSY  ///< another program edits a store: shall it be edited all the same
     };
 
     /// A list of classes while it is typed.
     struct TypedClasses
     {
-        bool shown; ///< the classes on show, else those that may change
+        std::optional<PressedKey> after; ///< what they are for; none: the classes that may change
         std::string text;
     };
 
@@ -81,9 +83,9 @@ private:
     void beginShape(DrawnShape::Kind kind, const osgGA::GUIEventAdapter& event,
                     osgGA::GUIActionAdapter& action);
     void leave();
-    void start(const EditCommand& command);
-    void apply(const EditCommand& command, const Outline& outline, const Reclassification& change);
-    void reset();
+    void press(const PressedKey& pressed);
+    void start(const PressedKey& pressed);
+    void apply(const Request& request, bool usesShape);
     void update();
     void dropShapeOfOtherView();
     void takeOutcome(const EditOutcome& outcome);
@@ -95,6 +97,7 @@ private:
     EditSession& _session;
     Scene& _scene;
     osgViewer::Viewer& _viewer;
+    const Stage _stage;
     const osg::ref_ptr<Overlay> _overlay;
 
     bool _editing = false;
@@ -106,6 +109,7 @@ private:
     ClassSet _fromClasses = ClassSet().set();
     std::optional<TypedClasses> _typed;
     Question _question = Question::NONE;
+    std::optional<PressedKey> _asked;
     std::function<void()> _again; ///< does the last operation once more
     std::string _busy;            ///< who edits the store that it was refused for
     bool _closing = false;        ///< close when the running operation has ended

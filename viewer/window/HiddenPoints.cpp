@@ -1,6 +1,7 @@
 #include "viewer/window/HiddenPoints.h"
 
 #include "viewer/edit/EditText.h"
+#include "viewer/operation/Operations.h"
 
 #include <VelBrx/PointCounts.h>
 
@@ -28,7 +29,10 @@ void HiddenPoints::count()
         points += hidden;
         concerned.push_back(store);
     }
-    _lines = describeHidden(points, concerned, _stores.size());
+    if (!concerned.empty())
+        _lines = {describeHidden(points, concerned, _stores.size()),
+                  "E and then " + keyOf("reset") + " shows them all, E, a and " + keyOf("uncull") +
+                      " those under a polygon"};
     _counted = true;
 }
 

@@ -153,7 +153,7 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
         help->add(title, *handler);
     };
     add("Edit", &editKeys);
-    add("Show", new DisplayKeys(scene, overlay, showLegend));
+    add("Show", new DisplayKeys(editKeys.stage(), overlay, showLegend));
     add("Show", new PickHandler(scene, overlay));
     add("Camera", new WheelZoom(*scene.root()));
     help->add({"Camera",

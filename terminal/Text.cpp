@@ -1,4 +1,4 @@
-#include "tools/Text.h"
+#include "terminal/Text.h"
 
 #include <nlohmann/json.hpp>
 
@@ -13,6 +13,14 @@ std::string shortest(double value)
     char digits[32];
     const auto [end, error] = std::to_chars(digits, digits + sizeof digits, value);
     return error == std::errc() ? std::string(digits, end) : std::string("?");
+}
+
+std::string grouped(uint64_t number)
+{
+    std::string digits = std::to_string(number);
+    for (size_t end = digits.size(); end > 3; end -= 3)
+        digits.insert(end - 3, 1, ' ');
+    return digits;
 }
 
 std::string coordinate(double value, double scale)
@@ -32,6 +40,14 @@ std::string printable(std::string text)
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
     std::replace_if(text.begin(), text.end(), isControl, '?');
     return text;
+}
+
+nlohmann::ordered_json histogramJson(const uint64_t* counts, size_t size)
+{
+    auto json = nlohmann::ordered_json::object();
+    for (size_t value = 0; value < size; ++value)
+        if (counts[value] > 0) json[std::to_string(value)] = counts[value];
+    return json;
 }
 
 void printJson(const nlohmann::ordered_json& json)

@@ -1,0 +1,184 @@
+#pragma once
+
+#include "viewer/display/ColorMode.h"
+#include "viewer/edit/ClassList.h"
+#include "viewer/edit/EditSession.h"
+#include "viewer/edit/Outline.h"
+#include "viewer/scene/CameraView.h"
+#include "viewer/scene/Scene.h"
+
+#include <VelBrx/Status.h>
+#include <osg/Vec3d>
+#include <osg/Vec4d>
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+/// What a parameter can hold; `Parameter::Type` says which of them it does.
+using Value =
+    std::variant<bool, int, double, std::string, osg::Vec3d, ClassSet, Outline, std::vector<osg::Vec4d>>;
+
+/// One thing that an operation must know.
+struct Parameter
+{
+    enum Type
+    {
+        FLAG,     ///< bool
+        WHOLE,    ///< int from `low` to `high`
+        NUMBER,   ///< double above `low`, up to `high`
+        TEXT,     ///< std::string, not empty
+        CHOICE,   ///< std::string, one of `choices`
+        POSITION, ///< osg::Vec3d, no number beyond `high`
+        CLASSES,  ///< ClassSet, at least one, of `low` to `high`
+        POLYGON,  ///< Outline of `low` vertices or more, no number beyond `high`
+        LINE,     ///< likewise, open
+        PLANES    ///< std::vector<osg::Vec4d>, at least one, each with a normal, no number beyond `high`
+    };
+
+    std::string name;
+    Type type;
+    double low = 0;
+    double high = 0;
+    const char* unit = ""; ///< in the plural, with "of what" where it is not plain
+    std::vector<std::string> choices = {};
+
+    bool required = true;
+    std::optional<Value> otherwise = std::nullopt; ///< what holds without it
+    const char* without = "";                      ///< what holds without it, where that is no value
+
+    /// Belongs to the operation only where the parameter of this name, which stands before it, has this
+    /// value, or, with no value, is not given.
+    struct Condition
+    {
+        std::string parameter;
+        std::optional<std::string> value;
+    };
+    std::optional<Condition> condition = std::nullopt;
+
+    bool isOutline() const { return type == POLYGON || type == LINE; }
+
+    /// Of an outline: its name where the vertices are in world coordinates.
+    std::string worldName() const;
+
+    /// So many numbers, for messages.
+    static std::string vectorText(int count, double largest);
+
+    /// What it takes: "a whole number from 0 to 255".
+    std::string expectation() const;
+
+    /// Whether a value of its type is one that it takes.
+    bool takes(const Value& value) const;
+};
+
+struct Operation;
+
+/// An operation with what it is to work with: what a script says, or a key, or a dialog.
+class Request
+{
+public:
+    /// `wanted` outlives the request, as those of the table do.
+    explicit Request(const Operation& wanted) : _operation(&wanted) {}
+
+    const Operation& operation() const { return *_operation; }
+
+    void set(const std::string& name, Value value) { _values[name] = std::move(value); }
+
+    /// Whether a parameter was given or has a value without that.
+    bool has(const std::string& name) const { return find(name) != nullptr; }
+
+    /// The value of a parameter that `has` one, in the type that it has.
+    template <class T>
+    const T& get(const std::string& name) const
+    {
+        return std::get<T>(*find(name));
+    }
+
+    /// Whether a parameter belongs to the operation beside those that are given.
+    bool wants(const Parameter& parameter) const;
+
+    /// Why the operation cannot be tried: what is missing or out of range.
+    VelBrx::Status check() const;
+
+private:
+    const Value* find(const std::string& name) const;
+
+    const Operation* _operation;
+    std::map<std::string, Value> _values;
+};
+
+/// What operations act on.
+struct Stage
+{
+    Scene& scene;
+    EditSession& session;
+
+    /// Turns the camera. An orthographic lens of height 0 shows all that there is. A window draws in
+    /// perspective alone.
+    std::function<void(const CameraView& view, const Lens& lens)> look;
+};
+
+/// What came of beginning an operation.
+struct Begun
+{
+    enum State
+    {
+        DONE,
+        RUNNING, ///< the session tells what comes of it
+        BUSY     ///< not begun: another one is running
+    };
+    State state = DONE;
+    std::string message; ///< something to know, of one that is done
+};
+
+/// A key that does an operation.
+struct Key
+{
+    enum When
+    {
+        ALWAYS,
+        EDITING ///< in edit mode
+    };
+
+    int key;
+    const char* words; ///< for the list of keys; null where it stands in a line with the key before
+    When when = ALWAYS;
+
+    /// What the key says of the parameters, as the scene stands; null where it says nothing. The shape that
+    /// is drawn and the classes of the panel are added to it.
+    std::function<void(Request&, const Scene&)> say = nullptr;
+
+    const char* hint = "";   ///< what it does to a shape, "hides inside"; what is typed, "classes to show"
+    bool keepsShape = false; ///< a shape that was drawn stays
+    const char* typed = nullptr; ///< the parameter of classes that is typed after the key
+
+    std::string name() const { return std::string(1, static_cast<char>(key)); }
+};
+
+/// What a user can do: by a script, by a key, by a dialog.
+struct Operation
+{
+    const char* name;  ///< in scripts
+    const char* words; ///< what it does
+    std::vector<Parameter> parameters = {};
+    std::vector<Key> keys = {};
+
+    /// Does it, or begins to. Null where scripts alone can: what is done then is a matter of how they run.
+    Begun (*carryOut)(const Request&, const Stage&) = nullptr;
+
+    /// What no parameter can tell alone; null where there is nothing.
+    VelBrx::Status (*check)(const Request&) = nullptr;
+
+    const char* question = nullptr; ///< to ask people before it is done by hand
+    const char* answer = "";        ///< what yes means
+
+    /// The polygon or the line that it works with; null where there is none.
+    const Parameter* outline() const;
+    const Parameter* find(const std::string& parameter) const;
+};
+
+/// Does an operation that is none of scripts alone, or begins to. The only way, whoever asks.
+Begun carryOut(const Request& request, const Stage& stage);
