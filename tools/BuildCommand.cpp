@@ -76,7 +76,8 @@ void addBuildCommand(CLI::App& app)
                      "LAS 1.0 to 1.4 and LAZ files, point formats 0 to 10, or folders of them")
         ->required();
     command->add_option("-o,--output", options->build.output, "the store to make, a .brx file")->required();
-    command->add_flag("--force", options->build.overwrite, "replace the store when it exists");
+    command->add_flag("--force", options->build.overwrite,
+                      "replace the store when it exists, unless a journal tells of edits");
     addThreadsOption(*command, options->build.threads);
     addMemoryOption(*command, options->build.memory, "half of the machine's");
     command->add_flag("--normals", options->normals,

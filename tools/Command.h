@@ -17,8 +17,10 @@ public:
 /// @{
 void addBuildCommand(CLI::App& app);
 void addExportCommand(CLI::App& app);
+void addHistoryCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addNormalsCommand(CLI::App& app);
+void addRevertCommand(CLI::App& app);
 void addSampleCommand(CLI::App& app);
 void addVerifyCommand(CLI::App& app);
 /// @}

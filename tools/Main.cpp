@@ -52,8 +52,10 @@ int main(int argc, char** argv)
     app.require_subcommand(1);
     addBuildCommand(app);
     addExportCommand(app);
+    addHistoryCommand(app);
     addInfoCommand(app);
     addNormalsCommand(app);
+    addRevertCommand(app);
     addSampleCommand(app);
     addVerifyCommand(app);
     try {

@@ -2,6 +2,7 @@
 
 #include "terminal/Text.h"
 
+#include <VelBrx/EditHistory.h>
 #include <VelBrx/Verify.h>
 
 #include <nlohmann/json.hpp>
@@ -17,8 +18,12 @@ namespace {
 void runVerify(const std::string& path, bool json)
 {
     if (!std::ifstream(path)) throw CommandError(path + ": cannot be opened; check its name and permissions");
-    const std::vector<std::string> problems = VelBrx::verifyStore(path);
+    std::vector<std::string> problems = VelBrx::verifyStore(path);
     const bool isStore = problems.empty() || VelBrx::isStore(path);
+    const size_t ofStore = problems.size();
+    if (isStore)
+        for (const std::string& problem : VelBrx::verifyEdits(path))
+            problems.push_back(problem);
     if (json)
         printJson({{"sound", problems.empty()}, {"problems", problems}});
     else if (problems.empty())
@@ -27,9 +32,13 @@ void runVerify(const std::string& path, bool json)
         for (const std::string& problem : problems)
             std::cout << path << ": " << printable(problem) << '\n';
     if (!isStore) throw CommandError(path + ": " + problems.front());
-    if (!problems.empty())
+    if (ofStore > 0)
         throw CommandError(path + ": is damaged (problems found: " + std::to_string(problems.size()) +
                            "); restore it from a copy or build it anew");
+    if (!problems.empty())
+        throw CommandError(
+            path + ": does not fit its journal of edits (problems found: " + std::to_string(problems.size()) +
+            "); restore both from a copy, or move the journal away");
 }
 
 } // namespace
@@ -46,5 +55,7 @@ void addVerifyCommand(CLI::App& app)
     command->add_option("STORE", options->store, "the store, a .brx file")->required();
     command->add_flag("--json", options->json, "print one JSON object");
     command->callback([options] { runVerify(options->store, options->json); });
-    command->footer("The exit status is 0 when the store is sound and 1 when it is not, or is no store.");
+    command->footer(
+        "A journal of edits beside the store is checked with it, and the store's points against it. "
+        "The exit status is 0 when the store is sound and 1 when it is not, or is no store.");
 }

@@ -39,9 +39,10 @@ struct BuildReport
 
 /// Builds an octree store from LAS and LAZ files. Every input point is in the store once, with all its
 /// attributes. The store appears under its name only when it is complete; a failed or cancelled build leaves
-/// nothing. The normals file of a store that stood there before is removed. Beside the store a build needs
-/// disk space in its folder for a temporary copy of the points. Memory and number of threads do not change
-/// the store. Any thread may call it, several at once for different outputs.
+/// nothing. The normals file of a store that stood there before is removed; beside a journal of edits nothing
+/// is built. Beside the store a build needs disk space in its folder for a temporary copy of the points.
+/// Memory and number of threads do not change the store. Any thread may call it, several at once for
+/// different outputs.
 VEL_BRX_EXPORT Status buildStore(const BuildOptions& options, BuildReport& report);
 
 } // namespace VelBrx

@@ -132,6 +132,7 @@ private:
     Status ofStore(const Status& status) const { return status.of(_store.path); }
 
     const JournalledStore _store;
+    bool _isStarted = false; ///< before that a journal may be damaged, and nothing is written
     Recovery _recovery;
     mutable std::mutex _mutex; ///< held for the time of an edit; guards all below
     std::unique_ptr<Journal::JournalFile> _journal;
@@ -150,7 +151,8 @@ public:
     EditRecorder(const EditRecorder&) = delete;
     EditRecorder& operator=(const EditRecorder&) = delete;
 
-    /// Call first. Nothing may be recorded where it fails.
+    /// Call first, also before the points are read: it may finish an older edit. Nothing may be recorded
+    /// where it fails.
     Status begin(const EditDescription& edit);
 
     /// Brings the change to the disk: from here on it is done, whatever happens. Nothing is written down

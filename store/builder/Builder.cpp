@@ -1,4 +1,5 @@
 #include <VelBrx/Builder.h>
+#include <VelBrx/EditHistory.h>
 #include <VelBrx/Normals.h>
 
 #include "store/StoreIndex.h"
@@ -54,6 +55,18 @@ Status checkNotInput(const std::string& output, const std::vector<std::string>& 
                                    ": is an input of the build as well; choose another name for the store");
     }
     return {};
+}
+
+/// Fails when a journal of edits has the place of the new store's: the edits of the old store would be lost.
+Status checkNoEdits(const std::string& output)
+{
+    EditHistory history;
+    const std::string path = journalPath(output);
+    if (Status read = readEditHistory(output, history); !read) return read;
+    if (!history.exists) return {};
+    return Status::failure(path + ": is a journal of " + std::to_string(history.entries.size()) +
+                           " edits of the store that stood there before; move both away to keep them, or the "
+                           "journal alone to build without them");
 }
 
 void append(std::vector<std::string>& notes, const std::vector<std::string>& more)
@@ -163,6 +176,7 @@ Status build(const BuildOptions& options, BuildReport& report)
 {
     if (Status status = OutputFile::check(options.output, options.overwrite); !status) return status;
     if (Status status = checkNotInput(options.output, options.inputs); !status) return status;
+    if (Status status = checkNoEdits(options.output); !status) return status;
     OutputFile::removeLeftovers(options.output);
 
     SourceSet sources;

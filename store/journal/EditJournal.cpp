@@ -83,6 +83,7 @@ Status EditJournal::open(const JournalledStore& store, std::shared_ptr<EditJourn
     if (journal) return {};
     std::unique_ptr<EditJournal> opened(new EditJournal(store));
     if (Status status = opened->start(); !status) return status;
+    opened->_isStarted = true;
     journal = std::shared_ptr<EditJournal>(opened.release(), endJournal);
     known = journal;
     return {};
@@ -104,7 +105,7 @@ EditJournal::EditJournal(const JournalledStore& store)
 
 EditJournal::~EditJournal()
 {
-    (void)checkpoint(); // what could not be done is finished by the next who opens the store
+    if (_isStarted) (void)checkpoint(); // what could not be done is finished by the next who opens the store
 }
 
 Status EditJournal::start()

@@ -32,16 +32,12 @@ Status StoreField::set(const std::vector<ChangeRun>& runs, bool forward, uint64_
     _changed = 0;
     bool isSet = true;
     for (const ChangeRun& run : runs) {
-        if (run.count >= kLong) {
-            isSet = isSet && setLong(run, forward);
-            continue;
-        }
-        const uint8_t* values = forward ? run.after : run.before;
-        const size_t step = forward ? run.afterStep : run.beforeStep;
-        for (uint64_t i = 0; i < run.count; ++i, values += step) {
-            _places.push_back(run.first + i);
-            _values.push_back(*values);
-        }
+        Values wanted{run.first, run.count, forward ? run.after : run.before,
+                      forward ? run.afterStep : run.beforeStep};
+        if (run.count >= kLong)
+            isSet = setLong(wanted) && isSet;
+        else
+            gather(wanted);
         if (_places.size() >= kGathered) isSet = setGathered() && isSet;
     }
     isSet = setGathered() && isSet;
@@ -49,33 +45,50 @@ Status StoreField::set(const std::vector<ChangeRun>& runs, bool forward, uint64_
     return isSet ? Status() : Status::failure(_writer.problem(), Status::Kind::NO_SPACE);
 }
 
-bool StoreField::setLong(const ChangeRun& run, bool forward)
+bool StoreField::has(uint64_t point, uint8_t value) const
 {
-    const uint8_t* const values = forward ? run.after : run.before;
-    const size_t step = forward ? run.afterStep : run.beforeStep;
+    return (_records[point * PointRecord::kPointSize + _field] & _mask) == value;
+}
+
+void StoreField::gather(Values wanted)
+{
+    for (; wanted.count > 0; wanted.dropFirst()) {
+        if (has(wanted.first, *wanted.values)) continue;
+        _places.push_back(wanted.first);
+        _values.push_back(*wanted.values);
+    }
+}
+
+/// Points at the ends that have their value are left alone: where an edit was half done, taking it back needs
+/// no room that it did not get.
+bool StoreField::setLong(Values wanted)
+{
+    while (wanted.count > 0 && has(wanted.first, *wanted.values))
+        wanted.dropFirst();
+    while (wanted.count > 0 &&
+           has(wanted.first + wanted.count - 1, wanted.values[(wanted.count - 1) * wanted.step]))
+        --wanted.count;
     const uint8_t kept = static_cast<uint8_t>(~_mask);
     uint64_t changed = 0;
-    const size_t done = _writer.set(_records, PointRecord::kPointSize, _field, Consecutive{run.first},
-                                    run.count, [&](size_t i, uint8_t old) {
-                                        const auto wanted =
-                                            static_cast<uint8_t>((old & kept) | values[i * step]);
-                                        changed += wanted != old;
-                                        return wanted;
-                                    });
+    const size_t done =
+        _writer.set(_records, PointRecord::kPointSize, _field, Consecutive{wanted.first}, wanted.count,
+                    [&](size_t i, uint8_t old) {
+                        const auto made = static_cast<uint8_t>((old & kept) | wanted.values[i * wanted.step]);
+                        changed += made != old;
+                        return made;
+                    });
     _changed += changed;
-    return done == run.count;
+    return done == wanted.count;
 }
 
 bool StoreField::setGathered()
 {
     const uint8_t kept = static_cast<uint8_t>(~_mask);
-    const size_t done = _writer.set(_records, PointRecord::kPointSize, _field, _places.data(), _places.size(),
-                                    [&](size_t i, uint8_t old) {
-                                        const auto wanted = static_cast<uint8_t>((old & kept) | _values[i]);
-                                        _changed += wanted != old;
-                                        return wanted;
-                                    });
+    const size_t done =
+        _writer.set(_records, PointRecord::kPointSize, _field, _places.data(), _places.size(),
+                    [&](size_t i, uint8_t old) { return static_cast<uint8_t>((old & kept) | _values[i]); });
     const bool isSet = done == _places.size();
+    _changed += done;
     _places.clear();
     _values.clear();
     return isSet;

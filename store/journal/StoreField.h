@@ -30,7 +30,25 @@ public:
     const uint8_t* records() const { return _records; }
 
 private:
-    bool setLong(const ChangeRun& run, bool forward);
+    /// Values that consecutive points are to have.
+    struct Values
+    {
+        uint64_t first;
+        uint64_t count;
+        const uint8_t* values;
+        size_t step;
+
+        void dropFirst()
+        {
+            ++first;
+            --count;
+            values += step;
+        }
+    };
+
+    bool has(uint64_t point, uint8_t value) const;
+    void gather(Values wanted);
+    bool setLong(Values wanted);
     bool setGathered();
 
     FileWriter _writer;

@@ -52,12 +52,12 @@ Status record(EditRecorder& recorder, const std::vector<EditedStore::Change>& ch
 Status EditedStore::hide(const Journal& journal, const std::string& path, const std::vector<Change>& changes,
                          uint64_t& number, bool isApplied)
 {
-    const std::vector<uint8_t> store = readFile(path);
     EditRecorder recorder(*journal);
     EditDescription edit;
     edit.author = "anna";
     edit.operation = R"({"op":"cull"})";
     if (Status status = recorder.begin(edit); !status) return status;
+    const std::vector<uint8_t> store = readFile(path); // not earlier: `begin` may finish an older edit
     const auto before = [&](uint64_t point) {
         return static_cast<uint8_t>(store[kStart + point * 36 + 15] & 0x0F);
     };

@@ -26,7 +26,7 @@ TEST(Brx, TellsItsVersionAndItsCommandsOnStandardOutput)
     const ProgramResult help = brx({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_EQ(help.err, "");
-    for (const std::string command : {"build", "export", "info", "verify"}) {
+    for (const std::string command : {"build", "export", "history", "info", "verify"}) {
         EXPECT_NE(help.out.find("\n  " + command + " "), std::string::npos) << command;
         const ProgramResult own = brx({command, "--help"});
         EXPECT_EQ(own.exitStatus, 0);
@@ -46,6 +46,7 @@ TEST(Brx, EndsInOneLineWhenItIsCalledWrongly)
         {{"info", "a.brx", "b.brx"}, "b.brx; see 'brx info --help'"},
         {{"build"}, "see 'brx build --help'"},
         {{"normals", "a.brx", "--k", "2"}, "see 'brx normals --help'"},
+        {{"revert", "a.brx"}, "see 'brx revert --help'"},
         {{"export", "a.brx", "--frobnicate"}, "see 'brx export --help'"}};
     for (const auto& [call, said] : calls) {
         const ProgramResult result = brx(call);

@@ -1,5 +1,6 @@
 #include "store/io/ByteIo.h"
 #include "store/io/Crc32c.h"
+#include "store/journal/ChangeRuns.h"
 #include "tests/support/EditedStore.h"
 #include "tests/support/ReadFile.h"
 #include "tests/support/TempFolder.h"
@@ -8,7 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <random>
+
+#include <sys/mman.h>
 
 using namespace VelBrx;
 using Bytes = std::vector<uint8_t>;
@@ -155,4 +159,80 @@ TEST_F(DamagedJournal, ChangesNothingButFlagsAndClassesHoweverHostileItIs)
         }
         ASSERT_TRUE(store == original) << turn;
     }
+}
+
+TEST_F(DamagedJournal, IsRefusedWithAnEntryThatCannotBe)
+{
+    const size_t second = kUnit + (lengthOfEntry(&journalBytes[kUnit]) + kUnit - 1) / kUnit * kUnit;
+    const size_t undo = journalBytes.size() - 3 * kUnit; // then its author, then the mark
+    ASSERT_EQ(journalBytes[undo + 24], 2);
+    const auto put = [](size_t place, uint8_t value) { return [=](Bytes& bytes) { bytes[place] = value; }; };
+    const std::pair<const char*, std::function<void(Bytes&)>> wrongs[] = {
+        {"another version", put(8, 2)},
+        {"a state behind those forgotten", put(40, 1)},
+        {"a number left out", put(second + 8, 3)},
+        {"a change on another state", put(second + 56, 0)},
+        {"a change of coordinates", put(kUnit + 25, 3)},
+        {"a change of the scanner channel", put(kUnit + 26, 0x1F)},
+        {"more points than the store", put(kUnit + 49, 1)},
+        {"an undo of what is no change", put(undo + 56, 3)},
+        {"a redo of what is done", put(undo + 24, 3)},
+        {"an unknown kind", put(undo + 24, 6)},
+        {"a mark of a later entry", put(journalBytes.size() - kUnit + 8, 9)},
+        {"a lost head", [&](Bytes& bytes) {
+             std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(second), kUnit, uint8_t{0});
+         }}};
+    for (const auto& [name, plant] : wrongs) {
+        Bytes bytes = journalBytes;
+        plant(bytes);
+        if (bytes[second] != 0) fitChecksums(bytes);
+        (void)isSound(bytes);
+        EXPECT_FALSE(undoAll()) << name;
+        EXPECT_TRUE(readFile(path) == states.back()) << name;
+        EXPECT_EQ(readFile(journalPath(path)).size(), bytes.size()) << name;
+    }
+}
+
+TEST(HostileRuns, NeverLeadOutOfTheStoreNorToOtherBits)
+{
+    constexpr uint8_t kMask = 0x0F;
+    std::mt19937 random(11);
+    Journal::RunEncoder encoder(1);
+    for (uint64_t point = 0; point < kPoints; point += 1 + random() % 9)
+        for (const uint64_t end = point + random() % 7; point < end && point < kPoints; ++point)
+            encoder.add(point, random() % 3 & kMask, 4);
+    const Bytes block = encoder.finishBlock();
+    Journal::EntryHead head;
+    head.number = 1;
+    head.mask = kMask;
+    head.points = encoder.points();
+    const TempFolder folder;
+    size_t refused = 0;
+    for (int turn = 0; turn < 20000; ++turn) {
+        Bytes hostile = block;
+        for (unsigned i = 0; i < 1 + random() % 2; ++i)
+            hostile[8 + random() % (hostile.size() - 8)] =
+                static_cast<uint8_t>(random() % 2 ? random() : random() % 8);
+        storeLe(&hostile[4], crc32c(&hostile[8], hostile.size() - 8));
+        if (turn % 2) hostile.insert(hostile.end(), hostile.begin(), hostile.end());
+        head.runsLength = hostile.size();
+        hostile.insert(hostile.begin(), kUnit, uint8_t{0});
+        const int descriptor = memfd_create("runs", MFD_CLOEXEC);
+        DiskFile file;
+        file.take(descriptor, "runs");
+        ASSERT_TRUE(file.write(0, hostile.data(), hostile.size()));
+        uint64_t points = 0;
+        const auto visit = [&](const std::vector<Journal::ChangeRun>& runs) {
+            for (const Journal::ChangeRun& run : runs) {
+                EXPECT_TRUE(run.count <= kPoints && run.first <= kPoints - run.count) << turn;
+                for (uint64_t i = 0; i < run.count && run.count <= kPoints; ++i)
+                    EXPECT_EQ((run.before[i * run.beforeStep] | run.after[i * run.afterStep]) & ~kMask, 0);
+                points += run.count;
+            }
+            return Status();
+        };
+        refused += !Journal::readRuns(file, head, 0, kPoints, visit);
+        ASSERT_LE(points, head.points) << turn;
+    }
+    EXPECT_GT(refused, 15000u);
 }

@@ -1,3 +1,5 @@
+#include "store/io/ByteIo.h"
+#include "store/io/Crc32c.h"
 #include "tests/support/EditedStore.h"
 #include "tests/support/NoRoom.h"
 #include "tests/support/OtherEditor.h"
@@ -10,6 +12,9 @@
 
 #include <map>
 #include <random>
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 using namespace VelBrx;
 using Change = EditedStore::Change;
@@ -257,10 +262,6 @@ TEST_F(EditJournalTest, NothingChangesWhereTheDiskHasNoRoomForTheJournal)
 
 TEST_F(EditJournalTest, AnEditThatTheStoreTakesInPartCanBeUndoneAndIsElseFinishedByTheNext)
 {
-    std::filesystem::resize_file(path, 0);
-    Bytes holed = original;
-    holed.resize(std::max<size_t>(holed.size(), 64 << 10));
-    folder.write("store.brx", holed);
     appendHole(path); // what is stored into its mapping could find no room
     const JournalledStore store = {path, std::make_shared<File>(path.c_str()), EditedStore::kId, kPoints,
                                    EditedStore::kStart};
@@ -268,28 +269,54 @@ TEST_F(EditJournalTest, AnEditThatTheStoreTakesInPartCanBeUndoneAndIsElseFinishe
     ASSERT_TRUE(EditJournal::open(store, journal));
     hide(journal, {{1, 15}}); // the journal has its file
     const Bytes before = storeBytes();
-    std::vector<Change> changes;
-    for (uint32_t point = 0; point < kPoints; point += 2)
-        changes.push_back(
-            {point, static_cast<uint8_t>((before[EditedStore::kStart + point * 36 + 15] & 15) ^ 4)});
-    for (const bool isUndone : {true, false}) {
-        uint64_t number = 0;
-        {
-            const NoRoom noRoom(40 << 10);
+    uint64_t number = 0;
+    uint64_t points = 0;
+    for (const uint32_t distance : {1, 2}) { // one run, and single points
+        std::vector<Change> changes;
+        for (uint32_t point = 0; point < kPoints; point += distance) {
+            const uint8_t flags = before[EditedStore::kStart + point * 36 + 15];
+            changes.push_back({point, static_cast<uint8_t>((flags & 15) ^ 4)});
+        }
+        const auto hideHalf = [&] {
             const Status status = EditedStore::hide(journal, path, changes, number);
-            ASSERT_FALSE(status);
+            EXPECT_FALSE(status);
             EXPECT_NE(status.message().find("make room"), std::string::npos) << status.message();
+            EXPECT_FALSE(storeBytes() == before);
+            EXPECT_FALSE(storeBytes() == hidden(before, changes));
+        };
+        {
+            const NoRoom noRoom(70 << 10);
+            hideHalf();
+            const uint64_t half = number;
+            ASSERT_TRUE(journal->findPrevious(half, number));
+            const Status undone = move(journal, number);
+            EXPECT_TRUE(undone) << undone.message();
+            EXPECT_TRUE(storeBytes() == before) << "an undo needs no more room than the edit had";
+            hideHalf();
+            EXPECT_FALSE(EditedStore::hide(journal, path, {{1, 3}}, points)) << "nothing goes on over it";
         }
-        ASSERT_FALSE(storeBytes() == before);
-        ASSERT_FALSE(storeBytes() == hidden(before, changes));
-        if (isUndone) {
-            ASSERT_TRUE(move(journal, 1));
-            EXPECT_TRUE(storeBytes() == before);
-        } else {
-            hide(journal, {{1, 3}});
-            EXPECT_TRUE(storeBytes() == hidden(hidden(before, changes), {{1, 3}}));
-        }
+        const uint64_t finished = hide(journal, {{1, 3}});
+        EXPECT_TRUE(storeBytes() == hidden(hidden(before, changes), {{1, 3}}));
+        ASSERT_TRUE(journal->findPrevious(number, number));
+        ASSERT_TRUE(move(journal, number));
+        EXPECT_TRUE(storeBytes() == before);
+        EXPECT_GT(finished, number);
     }
+    std::vector<Change> classes;
+    Bytes current(kPoints);
+    for (uint32_t point = 0; point < kPoints; ++point) {
+        current[point] = before[EditedStore::kStart + point * 36 + 16];
+        classes.push_back({point, static_cast<uint8_t>(~current[point])});
+    }
+    ASSERT_TRUE(EditedStore::classify(journal, current, classes, number));
+    {
+        const NoRoom noRoom(70 << 10);
+        EXPECT_FALSE(journal->save("", points));
+    }
+    ASSERT_TRUE(journal->save("", points));
+    const Bytes saved = storeBytes();
+    for (uint32_t point = 0; point < kPoints; ++point)
+        ASSERT_EQ(saved[EditedStore::kStart + point * 36 + 16], classes[point].value) << point;
 }
 
 TEST_F(EditJournalTest, ClassesReachTheStoreWhenTheyAreSavedAndAreThereAgainAfterAKill)
@@ -321,7 +348,12 @@ TEST_F(EditJournalTest, ClassesReachTheStoreWhenTheyAreSavedAndAreThereAgainAfte
 
     const Bytes killed = readFile(journalFile);
     journal.reset();
+    uint64_t forgotten = 0;
+    ASSERT_TRUE(forgetEdits(path, INT64_MAX, forgotten));
+    EXPECT_EQ(forgotten, 0u) << "what is not saved is kept";
     putBack(original, killed);
+    ASSERT_TRUE(forgetEdits(path, INT64_MAX, forgotten));
+    EXPECT_EQ(forgotten, 0u) << "and so is what is not finished";
     journal = open();
     EXPECT_GT(journal->unsavedPoints(), 1000u);
     Bytes seen = classesOf(storeBytes());
@@ -390,6 +422,18 @@ TEST_F(EditJournalTest, IsRefusedBesideAnotherStoreAndWhileSomebodyElseEdits)
     EXPECT_FALSE(verifyEdits(other).empty());
     EXPECT_FALSE(journal);
 
+    folder.write("other.brx", original);
+    Bytes ofOther = journalBytes;
+    ofOther.resize(128);
+    storeLe<uint64_t>(&ofOther[16], EditedStore::kId + 1);
+    storeLe(&ofOther[12], crc32c(&ofOther[16], 112));
+    folder.write("other.brx.edits", ofOther);
+    EXPECT_FALSE(EditJournal::open(other, journal)) << "as many points, another id";
+
+    const int descriptor = ::open(journalFile.c_str(), O_RDONLY | O_CLOEXEC);
+    flock(descriptor, LOCK_EX); // as whoever edits all the same
+    EXPECT_EQ(EditJournal::open(path, journal).kind(), Status::Kind::IN_USE);
+    close(descriptor);
     OtherEditor editor(path);
     ASSERT_TRUE(editor.edits());
     EXPECT_EQ(EditJournal::open(path, journal).kind(), Status::Kind::IN_USE);
@@ -409,6 +453,17 @@ TEST_F(EditJournalTest, IsOneForAllWhoOpenTheFile)
     const Bytes before = storeBytes();
     EXPECT_FALSE(EditedStore::hide(one, path, {{1, 2}}, number)) << "it would be written nowhere";
     EXPECT_TRUE(storeBytes() == before);
+}
+
+TEST_F(EditJournalTest, BringsTheStoreToTheDiskNowAndThenSoThatARecoveryIsShort)
+{
+    const EditedStore::Journal journal = open();
+    for (uint32_t i = 0; i < 70; ++i)
+        hide(journal, {{i, static_cast<uint8_t>(i % 4)}});
+    EditHistory history;
+    ASSERT_TRUE(readEditHistory(path, history));
+    EXPECT_FALSE(history.entries[50].isUnfinished);
+    EXPECT_TRUE(history.entries[69].isUnfinished);
 }
 
 TEST_F(EditJournalTest, ForgetsOldEditsAndKeepsWhatTheOthersNeed)
