@@ -17,38 +17,39 @@ CategoryCounts& CategoryCounts::operator+=(const CategoryCounts& other)
 
 CategoryReport::State CategoryReport::wait() const
 {
-    std::unique_lock<std::mutex> lock(_mutex);
-    _finished.wait(lock, [this] { return _state != WAITING; });
+    const VelThreads::Lock lock(_mutex);
+    while (_state == WAITING)
+        _finished.wait(_mutex);
     return _state;
 }
 
 CategoryReport::State CategoryReport::state() const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _state;
 }
 
 VelBrx::Status CategoryReport::status() const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _status;
 }
 
 CategoryReport::Counts CategoryReport::counts() const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _counts;
 }
 
 void CategoryReport::set(State state, VelBrx::Status status, const Counts& counts)
 {
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         _state = state;
         _status = std::move(status);
         _counts = counts;
     }
-    _finished.notify_all();
+    _finished.notifyAll();
 }
 
 Category::Category(const std::string& cloudUid, osg::Referenced* editRecord)

@@ -69,26 +69,26 @@ void CategoryCalcTool::registerCloud(const std::string& uid, IPointCloud* cloud)
 void CategoryCalcTool::registerCloud(const std::string& uid, OctreeInfo* octree)
 {
     if (!octree) return;
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _clouds[uid] = octree;
 }
 
 void CategoryCalcTool::unRegisterCloud(const std::string& uid)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _clouds.erase(uid);
 }
 
 bool CategoryCalcTool::isRegistered(const std::string& uid)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _clouds.count(uid) > 0;
 }
 
 /// The cloud that is registered under a uid and open; else null.
 osg::ref_ptr<OctreeInfo> CategoryCalcTool::findCloud(const std::string& uid)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     const auto cloud = _clouds.find(uid);
     osg::ref_ptr<OctreeInfo> octree;
     if (cloud != _clouds.end()) cloud->second.lock(octree);
@@ -103,12 +103,12 @@ void CategoryCalcTool::push(Category* c)
     const auto places = std::make_shared<CloudPlaces>();
     notePlaces(*held, inScene, findCloud(held->uid), *places);
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         if (!_done) {
             if (held->report) held->report->set(CategoryReport::WAITING);
             _queue.push_back({held, std::move(inScene), places});
             ++_pushedCount;
-            _wakeup.notify_all();
+            _wakeup.notifyAll();
             return;
         }
     }
@@ -139,9 +139,10 @@ void CategoryCalcTool::save()
 
 void CategoryCalcTool::waitUntilHandled()
 {
-    std::unique_lock<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     const uint64_t pushed = _pushedCount;
-    _handled.wait(lock, [&] { return _handledCount >= pushed; });
+    while (_handledCount < pushed)
+        _handled.wait(_mutex);
 }
 
 CategoryCalcTool::Modify CategoryCalcTool::getAllModify()
@@ -187,13 +188,13 @@ std::map<std::string, uint64_t> CategoryCalcTool::countUnwritten()
 void CategoryCalcTool::setPixelBufferTool(PixelBufferTool* tool)
 {
     osg::ref_ptr<PixelBufferTool> replaced = tool; // dropped outside the lock
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _pixelBufferTool.swap(replaced);
 }
 
 PixelBufferTool* CategoryCalcTool::getPixelBufferTool()
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _pixelBufferTool;
 }
 
@@ -208,8 +209,9 @@ void CategoryCalcTool::run()
 /// Waits for the next request; there is none when the worker shall end.
 CategoryCalcTool::Queued CategoryCalcTool::takeNext()
 {
-    std::unique_lock<std::mutex> lock(_mutex);
-    _wakeup.wait(lock, [this] { return _done || !_queue.empty(); });
+    const VelThreads::Lock lock(_mutex);
+    while (!_done && _queue.empty())
+        _wakeup.wait(_mutex);
     if (_done) return {};
     Queued next = std::move(_queue.front());
     _queue.pop_front();
@@ -218,14 +220,14 @@ CategoryCalcTool::Queued CategoryCalcTool::takeNext()
 
 void CategoryCalcTool::noteHandled(uint64_t requests)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _handledCount += requests;
-    _handled.notify_all();
+    _handled.notifyAll();
 }
 
 std::vector<Status> CategoryCalcTool::takeRefusals()
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     std::vector<Status> refusals(_refusals.begin(), _refusals.end());
     _refusals.clear();
     return refusals;
@@ -234,7 +236,7 @@ std::vector<Status> CategoryCalcTool::takeRefusals()
 void CategoryCalcTool::noteRefusal(const Status& status)
 {
     constexpr size_t kMostRefusals = 100;
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     if (_refusals.size() == kMostRefusals) _refusals.pop_front();
     _refusals.push_back(status);
 }
@@ -274,7 +276,7 @@ Status CategoryCalcTool::edit(const Queued& next, CategoryReport::Counts& counts
     context.inScene = next.inScene;
     context.places = next.places;
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         context.clouds = _clouds;
         context.maskTool = _pixelBufferTool;
     }
@@ -308,13 +310,13 @@ void CategoryCalcTool::reset(CategoryReport::Counts& counts)
 
 void CategoryCalcTool::shutdown()
 {
-    const std::lock_guard<std::mutex> one(_shutdownMutex);
+    const VelThreads::Lock one(_shutdownMutex);
     std::deque<Queued> abandoned;
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         _done = true;
         abandoned.swap(_queue);
-        _wakeup.notify_all();
+        _wakeup.notifyAll();
     }
     for (const Queued& queued : abandoned)
         abandon(*queued.request);

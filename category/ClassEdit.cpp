@@ -9,10 +9,10 @@
 #include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgUtils/ThreadCount.h>
+#include <VelThreads/Mutex.h>
 
 #include <algorithm>
 #include <map>
-#include <mutex>
 #include <optional>
 
 using Counts = VelOsgDBBrx::CategoryReport::Counts;
@@ -20,9 +20,9 @@ using Counts = VelOsgDBBrx::CategoryReport::Counts;
 namespace {
 
 /// Held by every change of classes. Taken before the lock of a store.
-std::mutex& editMutex()
+VelThreads::Mutex& editMutex()
 {
-    static std::mutex mutex;
+    static VelThreads::Mutex mutex;
     return mutex;
 }
 
@@ -230,7 +230,7 @@ ClassEditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selectio
     const auto isMeant = [only](const CellData* cell) { return !only || cell == only; };
     cells.erase(std::stable_partition(cells.begin(), cells.end(), isMeant), cells.end());
     if (cells.empty()) return outcome;
-    const std::lock_guard<std::mutex> one(editMutex());
+    const VelThreads::Lock one(editMutex());
     const StoreEditLock lock(octree);
     const int count = static_cast<int>(cells.size());
     if (!dryRun) outcome.cells.resize(cells.size());
@@ -256,7 +256,7 @@ ClassEditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points,
 {
     ClassEditOutcome outcome;
     if (!octree.pointFile) return outcome;
-    const std::lock_guard<std::mutex> one(editMutex());
+    const VelThreads::Lock one(editMutex());
     const StoreEditLock lock(octree);
     CellWork work;
     for (const CellPoints& listed : sortByCell(octree, std::move(points))) {
@@ -270,7 +270,7 @@ ClassEditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points,
 
 ClassEditOutcome revertChanges(std::vector<CellChange> changes)
 {
-    const std::lock_guard<std::mutex> one(editMutex());
+    const VelThreads::Lock one(editMutex());
     std::map<osg::ref_ptr<OctreeInfo>, std::vector<const CellChange*>> stores;
     for (const CellChange& change : changes)
         stores[openOctree(*change.place)].push_back(&change);
@@ -298,7 +298,7 @@ ClassEditOutcome revertChanges(std::vector<CellChange> changes)
 
 void markSaved(const std::vector<CellPlacePtr>& places)
 {
-    const std::lock_guard<std::mutex> one(editMutex());
+    const VelThreads::Lock one(editMutex());
     for (const CellPlacePtr& place : places) {
         const OpenStoreLock lock(openOctree(*place));
         const osg::ref_ptr<osg::Node> node =
@@ -315,6 +315,6 @@ void markSaved(const std::vector<CellPlacePtr>& places)
 
 VelBrx::Status writeUnwrittenClasses()
 {
-    const std::lock_guard<std::mutex> one(editMutex());
+    const VelThreads::Lock one(editMutex());
     return writeClassesToStores();
 }

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 
 using namespace VelOsgDBBrx;
 
@@ -40,7 +39,7 @@ struct Meant
 Meant cellOf(CellLeaf& leaf)
 {
     Meant meant;
-    const std::lock_guard<VelOsgUtils::SpinLock> lock(leaf.lock);
+    const VelThreads::Lock lock(leaf.lock);
     if (leaf.cell.lock(meant.cell)) meant.cell->octree.lock(meant.octree);
     return meant;
 }

@@ -4,7 +4,7 @@
 
 void EditHistory::note(const std::string& uid, const std::vector<EditedCell>& cells)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     ModifiedCloud& cloud = _modified[uid];
     for (const EditedCell& cell : cells) {
         const auto [entry, isNew] = cloud.try_emplace(cell.place->identifier, cell);
@@ -62,12 +62,12 @@ void EditHistory::save()
 void EditHistory::forgetAll()
 {
     _history.clear();
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _modified.clear();
 }
 
 EditHistory::Modified EditHistory::modified() const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _modified;
 }

@@ -2,10 +2,11 @@
 
 #include "category/ClassEdit.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,6 @@ private:
 
     std::deque<Step> _history; ///< newest last; touched by the one thread only
 
-    mutable std::mutex _mutex;
-    Modified _modified; ///< guarded by _mutex
+    mutable VelThreads::Mutex _mutex;
+    Modified _modified VEL_GUARDED_BY(_mutex);
 };

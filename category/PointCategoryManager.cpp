@@ -5,16 +5,8 @@
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgUtils/ThreadCount.h>
 
-#include <OpenThreads/ScopedLock>
-
 using VelOsgDBBrx::CategoryCmdInner;
 using VelOsgDBBrx::CategoryData;
-
-namespace {
-
-using Lock = OpenThreads::ScopedLock<OpenThreads::Mutex>;
-
-} // namespace
 
 PointCategoryManager::~PointCategoryManager()
 {
@@ -25,20 +17,20 @@ PointCategoryManager::~PointCategoryManager()
 
 void PointCategoryManager::addMember(osg::Referenced* member)
 {
-    Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_membersMutex);
     _members.insert(member);
 }
 
 void PointCategoryManager::removeMember(osg::Referenced* member)
 {
     const osg::ref_ptr<osg::Referenced> held = member; // freed outside the lock
-    Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_membersMutex);
     _members.erase(held);
 }
 
 void PointCategoryManager::start()
 {
-    std::lock_guard<std::mutex> lock(_threadMutex);
+    const VelThreads::Lock lock(_threadMutex);
     if (_worker.joinable()) return;
     _stopping = false;
     _worker = std::thread([this] { run(); });
@@ -46,7 +38,7 @@ void PointCategoryManager::start()
 
 void PointCategoryManager::stop()
 {
-    std::lock_guard<std::mutex> lock(_threadMutex);
+    const VelThreads::Lock lock(_threadMutex);
     _stopping = true;
     if (!_worker.joinable()) return;
     if (VelOsgUtils::ThreadCount::isProcessStopping()) {
@@ -61,17 +53,20 @@ void PointCategoryManager::stop()
 void PointCategoryManager::setOperation(osg::Operation* operation)
 {
     osg::ref_ptr<osg::Operation> held = operation;
-    Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_membersMutex);
     _operation.swap(held);
 }
 
 void PointCategoryManager::setOperationHolder(osg::Referenced* holder)
 {
-    _operationHolder = holder;
+    osg::ref_ptr<osg::Referenced> held = holder; // the old one is freed outside the lock
+    const VelThreads::Lock lock(_membersMutex);
+    _operationHolder.swap(held);
 }
 
 osg::Referenced* PointCategoryManager::getOperationHolder()
 {
+    const VelThreads::Lock lock(_membersMutex);
     return _operationHolder;
 }
 
@@ -80,7 +75,7 @@ void PointCategoryManager::pushCmd(CategoryCmdInner* command)
     if (!command) return;
     updateTransforms();
     {
-        Lock lock(_queueMutex);
+        const VelThreads::Lock lock(_queueMutex);
         _queue.push_back(command);
     }
     release();
@@ -94,7 +89,7 @@ void PointCategoryManager::updateTransforms()
         auto* cloud = dynamic_cast<VelOsgDBBrx::IPointCloud*>(member.get());
         if (auto* octree = cloud ? cloud->getOctree() : dynamic_cast<OctreeInfo*>(member.get())) {
             const osg::Matrixd place = placeInWorld(*octree);
-            Lock lock(octree->mutex);
+            const VelThreads::Lock lock(octree->mutex);
             octree->transform = place;
         }
     }
@@ -124,24 +119,24 @@ void PointCategoryManager::pushKind(int32_t kind)
 
 void PointCategoryManager::setClipPlanes(std::vector<osg::Vec4d>& planes)
 {
-    Lock lock(_queueMutex);
+    const VelThreads::Lock lock(_queueMutex);
     _clipPlanes = planes;
 }
 
 void PointCategoryManager::release()
 {
-    Lock lock(_blockMutex);
+    const VelThreads::Lock lock(_blockMutex);
     if (_released) return;
     _released = true;
-    _blockCondition.broadcast();
+    _blockCondition.notifyAll();
 }
 
 /// The mark is cleared before the snapshot is taken: a command that comes later sets it again.
 void PointCategoryManager::waitForRelease()
 {
-    Lock lock(_blockMutex);
+    const VelThreads::Lock lock(_blockMutex);
     while (!_released)
-        _blockCondition.wait(&_blockMutex);
+        _blockCondition.wait(_blockMutex);
     _released = false;
 }
 
@@ -163,7 +158,7 @@ osg::ref_ptr<CategoryData> PointCategoryManager::takeSnapshot()
 {
     osg::ref_ptr<CategoryData> data = new CategoryData;
     data->members = currentMembers();
-    Lock lock(_queueMutex);
+    const VelThreads::Lock lock(_queueMutex);
     data->clipPlanes = _clipPlanes;
     data->commands.swap(_queue);
     return data;
@@ -171,12 +166,12 @@ osg::ref_ptr<CategoryData> PointCategoryManager::takeSnapshot()
 
 std::set<osg::ref_ptr<osg::Referenced>> PointCategoryManager::currentMembers()
 {
-    Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_membersMutex);
     return _members;
 }
 
 osg::ref_ptr<osg::Operation> PointCategoryManager::currentOperation()
 {
-    Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_membersMutex);
     return _operation;
 }

@@ -2,13 +2,11 @@
 
 #include <VelOsgDBBrx/CategoryCmdInner.h>
 #include <VelOsgDBBrx/IPointCategoryManager.h>
+#include <VelThreads/Mutex.h>
 
-#include <OpenThreads/Condition>
-#include <OpenThreads/Mutex>
 #include <osg/ref_ptr>
 
 #include <atomic>
-#include <mutex>
 #include <set>
 #include <thread>
 #include <vector>
@@ -49,21 +47,22 @@ private:
     std::set<osg::ref_ptr<osg::Referenced>> currentMembers();
     osg::ref_ptr<osg::Operation> currentOperation();
 
-    osg::ref_ptr<osg::Referenced> _operationHolder;
+    osg::ref_ptr<osg::Referenced> _operationHolder VEL_GUARDED_BY(_membersMutex);
 
-    OpenThreads::Mutex _membersMutex; ///< guards the two members below
-    std::set<osg::ref_ptr<osg::Referenced>> _members;
-    osg::ref_ptr<osg::Operation> _operation;
+    VelThreads::Mutex _membersMutex;
+    std::set<osg::ref_ptr<osg::Referenced>> _members VEL_GUARDED_BY(_membersMutex);
+    osg::ref_ptr<osg::Operation> _operation VEL_GUARDED_BY(_membersMutex);
 
-    OpenThreads::Mutex _blockMutex; ///< guards _released
-    OpenThreads::Condition _blockCondition;
-    bool _released = false; ///< the worker has something to look at
+    VelThreads::Mutex _blockMutex;
+    VelThreads::Condition _blockCondition;
+    bool _released VEL_GUARDED_BY(_blockMutex) = false; ///< the worker has something to look at
     std::atomic<bool> _stopping{false};
 
-    OpenThreads::Mutex _queueMutex;                                  ///< guards the two members below
-    std::vector<osg::ref_ptr<VelOsgDBBrx::CategoryCmdInner>> _queue; ///< not yet applied, in arrival order
-    std::vector<osg::Vec4d> _clipPlanes;
+    VelThreads::Mutex _queueMutex;
+    std::vector<osg::ref_ptr<VelOsgDBBrx::CategoryCmdInner>>
+        _queue VEL_GUARDED_BY(_queueMutex); ///< not yet applied, in arrival order
+    std::vector<osg::Vec4d> _clipPlanes VEL_GUARDED_BY(_queueMutex);
 
-    std::mutex _threadMutex; ///< serialises start and stop; guards _worker
-    std::thread _worker;
+    VelThreads::Mutex _threadMutex; ///< serialises start and stop; guards _worker
+    std::thread _worker VEL_GUARDED_BY(_threadMutex);
 };

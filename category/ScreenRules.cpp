@@ -109,7 +109,7 @@ void ScreenRules::editBlock(const uint8_t* records, int count, const uint8_t* be
         const bool hidden = records[i * kRecordSize + kFlagByte] & _hidingBits;
         const bool in = (accepted[i] != 0) & !hidden & (_shown[current] != 0);
         selected[current] += in;
-        after[i] = in & (_changes[current] != 0) ? _toClass : current;
+        after[i] = (in & (_changes[current] != 0)) ? _toClass : current;
     }
 }
 

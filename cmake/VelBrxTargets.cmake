@@ -24,6 +24,17 @@ else()
   target_compile_options(velbrx_options INTERFACE -Wno-unknown-pragmas)
 endif()
 
+# velbrx_headers(<name> HEADERS <include folder>): a library of installed headers alone.
+function(velbrx_headers name)
+  cmake_parse_arguments(ARG "" "HEADERS" "" ${ARGN})
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${ARG_HEADERS}/*.h)
+  add_library(${name} INTERFACE)
+  target_sources(${name} INTERFACE FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/include FILES ${headers})
+  target_compile_features(${name} INTERFACE cxx_std_17)
+  set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
+  install(TARGETS ${name} EXPORT VelOsgDBBrxTargets FILE_SET HEADERS)
+endfunction()
+
 # velbrx_library(<name> NAMESPACE_FOLDER <include folder> DEPENDS <targets...>)
 # Declares a library of which <name> is the shared, installed form with hidden internals, and
 # <name>_internal a static form of the same object files whose internals tests may call.

@@ -35,20 +35,20 @@ void BaseCmd::block(unsigned int numThreads)
 
 CmdResult BaseCmd::getResult() const
 {
-    const std::lock_guard<std::mutex> guard(_resultMutex);
+    const VelThreads::Lock guard(_resultMutex);
     return _result;
 }
 
 void BaseCmd::report(CmdResult result)
 {
     result.state = CmdResult::DONE;
-    const std::lock_guard<std::mutex> guard(_resultMutex);
+    const VelThreads::Lock guard(_resultMutex);
     _result = result;
 }
 
 void BaseCmd::setState(CmdResult::State state)
 {
-    const std::lock_guard<std::mutex> guard(_resultMutex);
+    const VelThreads::Lock guard(_resultMutex);
     _result.state = state;
 }
 

@@ -6,15 +6,11 @@
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgUtils/ThreadCount.h>
 
-#include <OpenThreads/ScopedLock>
-
 #include <chrono>
 
 namespace VelOsgDBBrx {
 
 namespace {
-
-using Lock = OpenThreads::ScopedLock<OpenThreads::Mutex>;
 
 thread_local bool isWorker = false;
 
@@ -36,7 +32,7 @@ CullCmdManager::CullCmdManager()
         const VelOsgUtils::ThreadCount::Scope counted;
         isWorker = true;
         run();
-        const Lock lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         _workerEnded = true;
     });
 }
@@ -57,12 +53,12 @@ void CullCmdManager::push(BaseCmd* cmd)
     const osg::ref_ptr<BaseCmd> held = cmd;
     held->prepare();
     {
-        const Lock lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         if (!_done) {
             held->_reachedBarrier = false;
             held->setState(CmdResult::WAITING);
             _queue.push_back(held);
-            _condition.broadcast();
+            _condition.notifyAll();
             return;
         }
     }
@@ -80,28 +76,28 @@ osg::ref_ptr<BaseCmd> CullCmdManager::pop()
 void CullCmdManager::setPixelBufferTool(PixelBufferTool* tool)
 {
     osg::ref_ptr<PixelBufferTool> released = tool; // the old one dies after the lock is free
-    const Lock lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _pixelBufferTool.swap(released);
 }
 
 PixelBufferTool* CullCmdManager::getPixelBufferTool()
 {
-    const Lock lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _pixelBufferTool.get();
 }
 
 osg::ref_ptr<PixelBufferTool> CullCmdManager::acquirePixelBufferTool() const
 {
-    const Lock lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _pixelBufferTool;
 }
 
 osg::ref_ptr<BaseCmd> CullCmdManager::takeNext()
 {
-    const Lock lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _running = nullptr;
     while (_queue.empty() && !_done)
-        _condition.wait(&_mutex);
+        _condition.wait(_mutex);
     if (_done) return nullptr;
     _running = _queue.front();
     _queue.pop_front();
@@ -124,15 +120,15 @@ void CullCmdManager::abandon(BaseCmd& cmd)
 
 void CullCmdManager::shutdown()
 {
-    const std::lock_guard<std::mutex> oneAtATime(_shutdownMutex);
+    const VelThreads::Lock oneAtATime(_shutdownMutex);
     if (!_worker.joinable()) return;
 
     std::deque<osg::ref_ptr<BaseCmd>> abandoned;
     {
-        const Lock lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         _done = true;
         abandoned.swap(_queue);
-        _condition.broadcast();
+        _condition.notifyAll();
     }
     for (const osg::ref_ptr<BaseCmd>& cmd : abandoned)
         abandon(*cmd);
@@ -142,7 +138,7 @@ void CullCmdManager::shutdown()
     for (bool ended = false; !ended;) {
         osg::ref_ptr<BaseCmd> running;
         {
-            const Lock lock(_mutex);
+            const VelThreads::Lock lock(_mutex);
             ended = _workerEnded;
             running = _running;
         }

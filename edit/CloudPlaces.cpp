@@ -2,8 +2,6 @@
 
 #include "lod/WorldPlace.h"
 
-#include <OpenThreads/ScopedLock>
-
 void CloudPlaces::note(OctreeInfo& octree)
 {
     _places[&octree] = {&octree, placeInWorld(octree)};
@@ -22,6 +20,6 @@ osg::Matrixd CloudPlaces::of(OctreeInfo& octree) const
 {
     const auto noted = _places.find(&octree);
     if (noted != _places.end() && noted->second.octree.valid()) return noted->second.localToWorld;
-    const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
+    const VelThreads::Lock lock(octree.mutex);
     return octree.transform;
 }

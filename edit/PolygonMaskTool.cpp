@@ -123,14 +123,22 @@ void fillRows(osg::Image& mask)
 } // namespace
 
 PolygonMaskTool::PolygonMaskTool(const PolygonMaskTool& other)
-    : PixelBufferTool(other), _polygons(other._polygons)
+    : PixelBufferTool(other), _polygons(other.copyPolygons())
 {
 }
 
 PolygonMaskTool& PolygonMaskTool::operator=(const PolygonMaskTool& other)
 {
-    _polygons = other._polygons;
+    std::vector<Polygon> polygons = other.copyPolygons();
+    const VelThreads::Lock lock(_mutex);
+    _polygons.swap(polygons);
     return *this;
+}
+
+std::vector<Polygon> PolygonMaskTool::copyPolygons() const
+{
+    const VelThreads::Lock lock(_mutex);
+    return _polygons;
 }
 
 bool PolygonMaskTool::acquire()

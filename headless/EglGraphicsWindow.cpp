@@ -115,7 +115,7 @@ bool EglGraphicsWindow::initialize(std::string& reason)
     EGLint highest = 0;
     eglGetConfigAttrib(_display, _config, EGL_MAX_PBUFFER_WIDTH, &widest);
     eglGetConfigAttrib(_display, _config, EGL_MAX_PBUFFER_HEIGHT, &highest);
-    if (_width > widest || _height > highest) {
+    if (_traits->width > widest || _traits->height > highest) {
         reason = "the largest picture is " + std::to_string(widest) + " x " + std::to_string(highest);
         return false;
     }
@@ -125,12 +125,12 @@ bool EglGraphicsWindow::initialize(std::string& reason)
         return false;
     }
     _context = createContext(_config, shared ? shared->_context : EGL_NO_CONTEXT);
-    _surface = _context == EGL_NO_CONTEXT ? EGL_NO_SURFACE : createSurface(_width, _height);
+    _surface = _context == EGL_NO_CONTEXT ? EGL_NO_SURFACE : createSurface(_traits->width, _traits->height);
     if (_context == EGL_NO_CONTEXT || _surface == EGL_NO_SURFACE || !checkContext(reason)) {
         if (reason.empty()) {
             reason = _context == EGL_NO_CONTEXT ? "no OpenGL 4.3 compatibility context"
-                                                : "no drawing surface of " + std::to_string(_width) + " x " +
-                                                      std::to_string(_height);
+                                                : "no drawing surface of " + std::to_string(_traits->width) +
+                                                      " x " + std::to_string(_traits->height);
         }
         closeImplementation();
         return false;
@@ -242,7 +242,7 @@ void EglGraphicsWindow::swapBuffersImplementation()
 
 void EglGraphicsWindow::replaceSurfaceWhenResized()
 {
-    const std::lock_guard<std::mutex> lock(_sizeMutex);
+    const VelThreads::Lock lock(_sizeMutex);
     if (_width == _wantedWidth && _height == _wantedHeight) return;
     const EGLSurface surface = createSurface(_wantedWidth, _wantedHeight);
     if (surface == EGL_NO_SURFACE) {
@@ -262,7 +262,7 @@ void EglGraphicsWindow::replaceSurfaceWhenResized()
 bool EglGraphicsWindow::setWindowRectangleImplementation(int, int, int width, int height)
 {
     if (width <= 0 || height <= 0) return false;
-    const std::lock_guard<std::mutex> lock(_sizeMutex);
+    const VelThreads::Lock lock(_sizeMutex);
     _wantedWidth = width;
     _wantedHeight = height;
     return true;

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <VelThreads/Mutex.h>
+
 #include <EGL/egl.h>
 #include <osg/ref_ptr>
 #include <osgViewer/GraphicsWindow>
 
-#include <mutex>
 #include <string>
 
 /// A graphics window without a window system: it draws into an EGL pixel buffer, and takes its events from
@@ -74,9 +75,9 @@ private:
     EGLSurface _surface = EGL_NO_SURFACE; ///< used by the drawing thread only, once realized
     bool _realized = false;
 
-    std::mutex _sizeMutex; ///< guards the members below
-    int _width = 0;        ///< of the surface
-    int _height = 0;
-    int _wantedWidth = 0; ///< asked for by the viewer's thread
-    int _wantedHeight = 0;
+    VelThreads::Mutex _sizeMutex;
+    int _width VEL_GUARDED_BY(_sizeMutex) = 0; ///< of the surface
+    int _height VEL_GUARDED_BY(_sizeMutex) = 0;
+    int _wantedWidth VEL_GUARDED_BY(_sizeMutex) = 0; ///< asked for by the viewer's thread
+    int _wantedHeight VEL_GUARDED_BY(_sizeMutex) = 0;
 };

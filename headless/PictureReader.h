@@ -1,13 +1,13 @@
 #pragma once
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/Camera>
 #include <osg/Image>
 #include <osg/ref_ptr>
 #include <osgViewer/Viewer>
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 
 /// Reads pictures of a viewer's main camera as soon as they are drawn, before the buffers are swapped. It is
 /// a final draw callback of that camera.
@@ -34,10 +34,10 @@ protected:
 private:
     explicit PictureReader(unsigned framesBefore) : _frame(framesBefore) {}
 
-    mutable std::mutex _mutex; ///< guards the members below
-    mutable std::condition_variable _drawn;
-    mutable unsigned
-        _frame; ///< number of the frame drawn last: draw threads run behind the viewer's own count
-    unsigned _wantedFrame = 0;
-    mutable osg::ref_ptr<osg::Image> _picture; ///< of the wanted frame
+    mutable VelThreads::Mutex _mutex;
+    mutable VelThreads::Condition _drawn;
+    /// Number of the frame drawn last: draw threads run behind the viewer's own count.
+    mutable unsigned _frame VEL_GUARDED_BY(_mutex);
+    unsigned _wantedFrame VEL_GUARDED_BY(_mutex) = 0;
+    mutable osg::ref_ptr<osg::Image> _picture VEL_GUARDED_BY(_mutex); ///< of the wanted frame
 };

@@ -9,7 +9,7 @@
 
 void CellGeometry::editCategories(const CategoryEdit& edit)
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     auto* array = dynamic_cast<osg::IntArray*>(getVertexAttribArray(kCategoryLocation));
     if (!array || !(_places.empty() ? edit(*array) : editWholeCell(*array, edit))) return;
     array->dirty();
@@ -52,7 +52,7 @@ void CellGeometry::stampArrays() const
 
 void CellGeometry::drawImplementation(osg::RenderInfo& renderInfo) const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     osg::State& state = *renderInfo.getState();
     const osg::BufferObject* buffer = getVertexArray() ? getVertexArray()->getBufferObject() : nullptr;
     const osg::GLBufferObject* glBuffer = buffer ? buffer->getGLBufferObject(state.getContextID()) : nullptr;
@@ -64,13 +64,13 @@ void CellGeometry::drawImplementation(osg::RenderInfo& renderInfo) const
 
 void CellGeometry::compileGLObjects(osg::RenderInfo& renderInfo) const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     osg::Geometry::compileGLObjects(renderInfo);
 }
 
 void CellGeometry::releaseGLObjects(osg::State* state) const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     osg::Geometry::releaseGLObjects(state);
     stampArrays(); // the arrays will get other buffers
 }

@@ -1,11 +1,12 @@
 #pragma once
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/Array>
 #include <osg/Geometry>
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <vector>
 
 /// The geometry of one cell. It is shared by the graphics contexts that show the cell, and its location-12
@@ -55,7 +56,7 @@ private:
     bool editWholeCell(osg::IntArray& held, const CategoryEdit& edit) const;
 
     osg::BoundingBox _pointBounds;
-    std::vector<uint32_t> _places; ///< empty: the arrays hold every point of the cell
-    uint32_t _cellPoints = 0;      ///< with `_places`
-    mutable std::mutex _mutex;     ///< guards the arrays' content and modified counts, and their buffers
+    std::vector<uint32_t> _places;    ///< empty: the arrays hold every point of the cell
+    uint32_t _cellPoints = 0;         ///< with `_places`
+    mutable VelThreads::Mutex _mutex; ///< guards the arrays' content and modified counts, and their buffers
 };

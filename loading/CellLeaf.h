@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelOsgUtils/SpinLock.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Geode>
 #include <osg/Vec3f>
@@ -38,10 +39,11 @@ public:
     const osg::Vec3f& getBoxMin() const { return _boxMin; }
     const osg::Vec3f& getBoxMax() const { return _boxMax; }
 
-    /// \name Paging state, guarded by `lock`
+    /// \name Paging state
     /// @{
-    osg::observer_ptr<osgUtil::IncrementalCompileOperation::CompileSet> compileSet; ///< set while pending
-    osg::observer_ptr<CellData> cell;
+    osg::observer_ptr<osgUtil::IncrementalCompileOperation::CompileSet>
+        compileSet VEL_GUARDED_BY(lock); ///< set while pending
+    osg::observer_ptr<CellData> cell VEL_GUARDED_BY(lock);
     VelOsgUtils::SpinLock lock;
     /// @}
 

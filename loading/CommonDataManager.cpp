@@ -3,8 +3,6 @@
 #include <osgDB/ReadFile>
 #include <osgDB/Registry>
 
-#include <mutex>
-
 namespace VelOsgDBBrx {
 
 CommonDataManager* CommonDataManager::getInstance()
@@ -15,7 +13,7 @@ CommonDataManager* CommonDataManager::getInstance()
 
 osg::Texture2D* CommonDataManager::getOrCreateTexture2D(const std::string& path)
 {
-    const std::lock_guard<VelOsgUtils::SpinLock> lock(_lock);
+    const VelThreads::Lock lock(_lock);
     const auto known = _textures.find(path);
     if (known != _textures.end()) return known->second;
 

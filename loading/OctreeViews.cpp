@@ -1,7 +1,6 @@
 #include "loading/OctreeViews.h"
 
 #include <algorithm>
-#include <mutex>
 
 using VelOsgUtils::CameraState;
 using VelOsgUtils::FrameClock;
@@ -15,7 +14,7 @@ std::atomic<uint64_t> theRevision{0};
 bool OctreeViews::note(const osg::Camera& camera, const osg::NodePath& path, const CameraState& state,
                        const osg::Matrixd& model, FrameClock& clock)
 {
-    const std::lock_guard<VelOsgUtils::SpinLock> lock(_lock);
+    const VelThreads::Lock lock(_lock);
     const auto found = std::find_if(_notes.begin(), _notes.end(), [&](const Note& note) {
         return note.view.camera == &camera && note.path == path;
     });
@@ -37,7 +36,7 @@ bool OctreeViews::note(const osg::Camera& camera, const osg::NodePath& path, con
 
 void OctreeViews::collect(std::vector<View>& views)
 {
-    const std::lock_guard<VelOsgUtils::SpinLock> lock(_lock);
+    const VelThreads::Lock lock(_lock);
     _notes.erase(std::remove_if(_notes.begin(), _notes.end(),
                                 [](const Note& note) { return !note.clock->isDrawn(note.frame); }),
                  _notes.end());
@@ -54,7 +53,7 @@ void OctreeViews::collect(std::vector<View>& views)
 
 bool OctreeViews::isDrawn(const FrameClock& clock)
 {
-    const std::lock_guard<VelOsgUtils::SpinLock> lock(_lock);
+    const VelThreads::Lock lock(_lock);
     return std::any_of(_notes.begin(), _notes.end(), [&clock](const Note& note) {
         return note.clock == &clock && clock.isDrawn(note.frame);
     });

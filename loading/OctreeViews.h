@@ -3,6 +3,7 @@
 #include <VelOsgUtils/CameraState.h>
 #include <VelOsgUtils/FrameClock.h>
 #include <VelOsgUtils/SpinLock.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Camera>
 #include <osg/Matrixd>
@@ -60,6 +61,6 @@ private:
     };
 
     VelOsgUtils::SpinLock _lock;
-    std::vector<Note> _notes; ///< guarded by _lock; one a camera and path
+    std::vector<Note> _notes VEL_GUARDED_BY(_lock); ///< one a camera and path
     std::atomic<bool> _noted{false};
 };

@@ -1,9 +1,10 @@
 #include "loading/OpenOctrees.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/observer_ptr>
 
 #include <map>
-#include <mutex>
 #include <vector>
 
 namespace {
@@ -12,8 +13,8 @@ using Octrees = std::vector<osg::observer_ptr<OctreeInfo>>;
 
 struct OpenOctrees
 {
-    std::mutex mutex;
-    std::map<VelBrx::FileIdentity, Octrees> byFile; ///< guarded by mutex; the last opened at the back
+    VelThreads::Mutex mutex;
+    std::map<VelBrx::FileIdentity, Octrees> byFile VEL_GUARDED_BY(mutex); ///< the last opened at the back
 };
 
 OpenOctrees& all()
@@ -32,7 +33,7 @@ void dropClosed(Octrees& octrees)
 
 void noteOpenOctree(OctreeInfo& octree)
 {
-    const std::lock_guard<std::mutex> guard(all().mutex);
+    const VelThreads::Lock guard(all().mutex);
     auto& byFile = all().byFile;
     for (auto file = byFile.begin(); file != byFile.end();) {
         dropClosed(file->second);
@@ -43,7 +44,7 @@ void noteOpenOctree(OctreeInfo& octree)
 
 osg::ref_ptr<OctreeInfo> findOpenOctree(const VelBrx::FileIdentity& file)
 {
-    const std::lock_guard<std::mutex> guard(all().mutex);
+    const VelThreads::Lock guard(all().mutex);
     osg::ref_ptr<OctreeInfo> open;
     const auto found = all().byFile.find(file);
     if (found == all().byFile.end()) return open;

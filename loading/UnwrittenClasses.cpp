@@ -36,7 +36,7 @@ ClassesPtr UnwrittenClasses::current(const std::string& identifier) const
 
 UnwrittenClasses::Cell UnwrittenClasses::find(const std::string& identifier) const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     const auto found = _cells.find(identifier);
     return found == _cells.end() ? Cell() : found->second;
 }
@@ -44,19 +44,19 @@ UnwrittenClasses::Cell UnwrittenClasses::find(const std::string& identifier) con
 void UnwrittenClasses::set(const Cell& cell)
 {
     if (*cell.current == *cell.written) return forget(cell.place->identifier);
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _cells[cell.place->identifier] = cell;
 }
 
 void UnwrittenClasses::forget(const std::string& identifier)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _cells.erase(identifier);
 }
 
 std::vector<UnwrittenClasses::Cell> UnwrittenClasses::cells() const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     std::vector<Cell> all;
     all.reserve(_cells.size());
     for (const auto& [identifier, cell] : _cells)
@@ -66,6 +66,6 @@ std::vector<UnwrittenClasses::Cell> UnwrittenClasses::cells() const
 
 bool UnwrittenClasses::isEmpty() const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _cells.empty();
 }

@@ -2,12 +2,12 @@
 
 #include <VelBrx/CellWithSegment.h>
 #include <VelBrx/File.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/observer_ptr>
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -71,6 +71,6 @@ public:
 private:
     UnwrittenClasses() = default;
 
-    mutable std::mutex _mutex;
-    std::unordered_map<std::string, Cell> _cells; ///< guarded by _mutex
+    mutable VelThreads::Mutex _mutex;
+    std::unordered_map<std::string, Cell> _cells VEL_GUARDED_BY(_mutex);
 };

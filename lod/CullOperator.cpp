@@ -9,7 +9,6 @@
 #include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgUtils/ScreenCaptureTool.h>
 
-#include <OpenThreads/ScopedLock>
 #include <osgUtil/CullVisitor>
 #include <osgViewer/View>
 
@@ -21,7 +20,7 @@ namespace {
 
 void storeTransform(OctreeInfo& octree, const osg::Matrixd& model)
 {
-    OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
+    const VelThreads::Lock lock(octree.mutex);
     if (octree.transform != model) octree.transform = model;
 }
 

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <mutex>
 #include <new>
 
 using CompileSet = osgUtil::IncrementalCompileOperation::CompileSet;
@@ -211,7 +210,7 @@ void LodPass::withdrawCompileSet(CellData& data, osgUtil::IncrementalCompileOper
     }
     incremental->remove(compileSet);
     if (auto* leaf = dynamic_cast<CellLeaf*>(data.node.get())) {
-        std::lock_guard<VelOsgUtils::SpinLock> lock(leaf->lock);
+        const VelThreads::Lock lock(leaf->lock);
         if (leaf->compileSet == compileSet.get()) leaf->compileSet = nullptr;
     }
 }
@@ -260,7 +259,7 @@ void LodPass::compile(CellData& data, osg::Node& node)
     data.node = &node;
     data.compileSet = compileSet;
     if (auto* leaf = dynamic_cast<CellLeaf*>(&node)) {
-        std::lock_guard<VelOsgUtils::SpinLock> lock(leaf->lock);
+        const VelThreads::Lock lock(leaf->lock);
         leaf->compileSet = compileSet;
         leaf->cell = &data;
     }

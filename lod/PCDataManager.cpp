@@ -12,8 +12,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kEvictionPeriod{60};
 
-using SpinLock = std::lock_guard<VelOsgUtils::SpinLock>;
-
 /// The reference asked about is the only one. Counting up and down again is atomic; reading the count is not.
 bool isOnlyReference(const osg::Referenced& object)
 {
@@ -35,10 +33,10 @@ PCDataManager::PCDataManager() : _evictionThread([this] { run(); }) {}
 PCDataManager::~PCDataManager()
 {
     {
-        std::lock_guard<std::mutex> lock(_stopMutex);
+        const VelThreads::Lock lock(_stopMutex);
         _stopping = true;
     }
-    _stopSignal.notify_all();
+    _stopSignal.notifyAll();
     _evictionThread.join();
 }
 
@@ -58,7 +56,7 @@ osg::ref_ptr<osg::Node> PCDataManager::acquireNodeOrCreate(osg::ref_ptr<CellData
         const uint64_t editsBefore = _recordEdits;
         osg::ref_ptr<osg::Node> read = LasReaderWriter::read(cell);
         if (!read) return nullptr;
-        SpinLock lock(_lock);
+        const VelThreads::Lock lock(_lock);
         const auto stored = _nodes.find(cell->identifier);
         if (stored != _nodes.end()) return stored->second;
         if (_recordEdits == editsBefore) return _nodes.emplace(cell->identifier, read).first->second;
@@ -67,7 +65,7 @@ osg::ref_ptr<osg::Node> PCDataManager::acquireNodeOrCreate(osg::ref_ptr<CellData
 
 void PCDataManager::discardReadsInProgress()
 {
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     ++_recordEdits;
 }
 
@@ -78,7 +76,7 @@ osg::Node* PCDataManager::getNode(std::string key)
 
 osg::ref_ptr<osg::Node> PCDataManager::acquireNode(const std::string& key)
 {
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     const auto found = _nodes.find(key);
     return found == _nodes.end() ? nullptr : found->second;
 }
@@ -86,7 +84,7 @@ osg::ref_ptr<osg::Node> PCDataManager::acquireNode(const std::string& key)
 void PCDataManager::remove(std::string key)
 {
     osg::ref_ptr<osg::Node> removed; // dropped outside the lock
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     const auto found = _nodes.find(key);
     if (found == _nodes.end()) return;
     removed.swap(found->second);
@@ -97,28 +95,34 @@ void PCDataManager::registerNode(osg::Node* node, std::string key)
 {
     if (!node) return;
     const osg::ref_ptr<osg::Node> held = node;
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     _nodes.emplace(std::move(key), held);
 }
 
 void PCDataManager::run()
 {
     const VelOsgUtils::ThreadCount::Scope scope;
-    std::unique_lock<std::mutex> stop(_stopMutex);
-    while (!_stopSignal.wait_for(stop, kEvictionPeriod, [this] { return _stopping; })) {
-        stop.unlock();
+    while (waitForEviction())
         evict();
-        stop.lock();
+}
+
+/// False when the thread shall end.
+bool PCDataManager::waitForEviction()
+{
+    const auto due = std::chrono::steady_clock::now() + kEvictionPeriod;
+    const VelThreads::Lock lock(_stopMutex);
+    while (!_stopping && _stopSignal.waitUntil(_stopMutex, due)) {
     }
+    return !_stopping;
 }
 
 /// References are only ever taken under the lock, so a count of one seen under it cannot grow. Freeing a cell
 /// takes long and is left for after the lock.
 void PCDataManager::evict()
 {
-    const std::lock_guard<std::mutex> eviction(_evictionMutex);
+    const VelThreads::Lock eviction(_evictionMutex);
     std::vector<osg::ref_ptr<osg::Node>> evicted; // freed after _lock, before _evictionMutex is released
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     for (auto entry = _nodes.begin(); entry != _nodes.end();) {
         if (isOnlyReference(*entry->second)) {
             evicted.push_back(std::move(entry->second));

@@ -5,13 +5,10 @@
 #include <OpenThreads/ScopedLock>
 #include <osgViewer/Viewer>
 
-#include <mutex>
-
 namespace VelOsgDBBrx {
 
 namespace {
 
-using SpinLock = std::lock_guard<VelOsgUtils::SpinLock>;
 using Lock = OpenThreads::ScopedLock<OpenThreads::Mutex>;
 
 } // namespace
@@ -29,7 +26,7 @@ bool PCViewerManager::registerViewer(osgViewer::Viewer* viewer, std::string name
 
 bool PCViewerManager::registerView(osgViewer::View* view, std::string name)
 {
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     Entry& entry = _entries[std::move(name)];
     if (view && !visit(entry, [](osgViewer::View&) {})) entry = {view, view->getOrCreateObserverSet()};
     return true;
@@ -37,7 +34,7 @@ bool PCViewerManager::registerView(osgViewer::View* view, std::string name)
 
 bool PCViewerManager::unRegisterViewer(std::string name)
 {
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     _entries.erase(name);
     return true;
 }
@@ -63,7 +60,7 @@ bool PCViewerManager::requestRedraw(const std::string& name)
 
 void PCViewerManager::requestRedraw()
 {
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     for (const auto& entry : _entries)
         visit(entry.second, [](osgViewer::View& view) { view.requestRedraw(); });
 }
@@ -71,7 +68,7 @@ void PCViewerManager::requestRedraw()
 void PCViewerManager::requestRedraw(const osgViewer::ViewerBase* viewer)
 {
     if (!viewer) return;
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     for (const auto& entry : _entries)
         visit(entry.second, [viewer](osgViewer::View& view) {
             if (view.getViewerBase() == viewer) view.requestRedraw();
@@ -101,7 +98,7 @@ bool PCViewerManager::visit(const Entry& entry, const Visitor& visitor)
 
 bool PCViewerManager::visit(const std::string& name, const Visitor& visitor)
 {
-    SpinLock lock(_lock);
+    const VelThreads::Lock lock(_lock);
     const auto found = _entries.find(name);
     return found != _entries.end() && visit(found->second, visitor);
 }

@@ -64,7 +64,7 @@ PointCloudLOD::PointCloudLOD(OctreeInfo* octree) : _octree(octree)
 
 PointCloudLOD::~PointCloudLOD()
 {
-    std::lock_guard<std::mutex> lock(_managerMutex);
+    const VelThreads::Lock lock(_managerMutex);
     osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> loadManager;
     if (_loadManager.lock(loadManager)) loadManager->unRegisterOctree(_octree);
     osg::ref_ptr<VelOsgDBBrx::IPointCategoryManager> categoryManager;
@@ -129,7 +129,7 @@ void PointCloudLOD::registerOctree(VelOsgDBBrx::IPointLoadManager* loadManager,
                                    VelOsgDBBrx::IPointCategoryManager* categoryManager)
 {
     if (!loadManager || !categoryManager) return;
-    std::lock_guard<std::mutex> lock(_managerMutex);
+    const VelThreads::Lock lock(_managerMutex);
     if (_octree->registered.exchange(true)) return;
     loadManager->registerOctree(_octree);
     if (!_octree->registered) return; // refused: the context was unregistered meanwhile
@@ -141,7 +141,7 @@ void PointCloudLOD::registerOctree(VelOsgDBBrx::IPointLoadManager* loadManager,
 osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> PointCloudLOD::loadManager()
 {
     osg::ref_ptr<VelOsgDBBrx::IPointLoadManager> manager;
-    std::lock_guard<std::mutex> lock(_managerMutex);
+    const VelThreads::Lock lock(_managerMutex);
     _loadManager.lock(manager);
     return manager;
 }
@@ -153,7 +153,7 @@ void PointCloudLOD::flush()
 
 void PointCloudLOD::addOrphan(osg::Node* leaf)
 {
-    std::lock_guard<std::mutex> lock(_orphanMutex);
+    const VelThreads::Lock lock(_orphanMutex);
     _orphans.push_back(leaf);
 }
 
@@ -172,7 +172,7 @@ void PointCloudLOD::leaveRemovals(DecrementalCompileOperation& removals)
 std::vector<osg::ref_ptr<osg::Node>> PointCloudLOD::takeOrphans()
 {
     std::vector<osg::ref_ptr<osg::Node>> orphans;
-    std::lock_guard<std::mutex> lock(_orphanMutex);
+    const VelThreads::Lock lock(_orphanMutex);
     orphans.swap(_orphans);
     return orphans;
 }
@@ -192,7 +192,7 @@ void PointCloudLOD::removeOrphans()
 
 void PointCloudLOD::noteViewer(osgViewer::ViewerBase* viewer)
 {
-    const std::lock_guard<std::mutex> lock(_viewerMutex);
+    const VelThreads::Lock lock(_viewerMutex);
     if (viewer && std::find(_viewers.begin(), _viewers.end(), viewer) == _viewers.end())
         _viewers.emplace_back(viewer);
 }
@@ -202,7 +202,7 @@ void PointCloudLOD::requestRedraw()
 {
     std::vector<osg::observer_ptr<osgViewer::ViewerBase>> viewers;
     {
-        const std::lock_guard<std::mutex> lock(_viewerMutex);
+        const VelThreads::Lock lock(_viewerMutex);
         viewers.swap(_viewers);
     }
     for (const osg::observer_ptr<osgViewer::ViewerBase>& viewer : viewers)

@@ -3,6 +3,7 @@
 #include "loading/CellLeaf.h"
 
 #include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Group>
 #include <osg/observer_ptr>
@@ -10,7 +11,6 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <vector>
 
 namespace VelOsgUtils {
@@ -115,13 +115,14 @@ private:
     osg::ref_ptr<OctreeInfo> _octree;
     LevelMap _leavesByLevel; ///< every child, once
 
-    std::mutex _viewerMutex;                                        ///< guards _viewers
-    std::vector<osg::observer_ptr<osgViewer::ViewerBase>> _viewers; ///< noted since the last redraw
+    VelThreads::Mutex _viewerMutex;
+    std::vector<osg::observer_ptr<osgViewer::ViewerBase>>
+        _viewers VEL_GUARDED_BY(_viewerMutex); ///< noted since the last redraw
 
-    std::mutex _orphanMutex; ///< guards _orphans
-    std::vector<osg::ref_ptr<osg::Node>> _orphans;
+    VelThreads::Mutex _orphanMutex;
+    std::vector<osg::ref_ptr<osg::Node>> _orphans VEL_GUARDED_BY(_orphanMutex);
 
-    std::mutex _managerMutex; ///< guards the members below
-    osg::observer_ptr<VelOsgDBBrx::IPointLoadManager> _loadManager;
-    osg::observer_ptr<VelOsgDBBrx::IPointCategoryManager> _categoryManager;
+    VelThreads::Mutex _managerMutex;
+    osg::observer_ptr<VelOsgDBBrx::IPointLoadManager> _loadManager VEL_GUARDED_BY(_managerMutex);
+    osg::observer_ptr<VelOsgDBBrx::IPointCategoryManager> _categoryManager VEL_GUARDED_BY(_managerMutex);
 };

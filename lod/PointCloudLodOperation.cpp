@@ -7,8 +7,6 @@
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
 
-#include <OpenThreads/ScopedLock>
-
 #include <algorithm>
 #include <mutex>
 
@@ -18,7 +16,7 @@ namespace {
 
 osg::Matrixd localToWorld(OctreeInfo& octree)
 {
-    OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
+    const VelThreads::Lock lock(octree.mutex);
     return octree.transform;
 }
 

@@ -10,6 +10,7 @@
 #include <VelOsgUtils/ThreadCount.h>
 
 #include <algorithm>
+#include <mutex>
 
 using VelOsgDBBrx::FrameStamp;
 using VelOsgDBBrx::PointCloudLodOperation;
@@ -75,7 +76,7 @@ void PointLoadManager::setOctreeVisible(OctreeInfo* octree, bool visible)
 
 void PointLoadManager::start()
 {
-    std::lock_guard<std::mutex> lock(_threadMutex);
+    const VelThreads::Lock lock(_threadMutex);
     if (_started) return;
     _done = false;
     _started = OpenThreads::Thread::start() == 0;
@@ -83,7 +84,7 @@ void PointLoadManager::start()
 
 void PointLoadManager::stop()
 {
-    std::lock_guard<std::mutex> lock(_threadMutex);
+    const VelThreads::Lock lock(_threadMutex);
     _done = true;
     raiseAbort();
     if (_started) join();
@@ -175,7 +176,7 @@ void PointLoadManager::flush()
 
 void PointLoadManager::setViewer(osgViewer::ViewerBase* viewer)
 {
-    std::lock_guard<std::mutex> lock(_viewerMutex);
+    const VelThreads::Lock lock(_viewerMutex);
     _viewer = viewer;
 }
 
@@ -184,7 +185,7 @@ bool PointLoadManager::queue(Operator* request)
 {
     const osg::ref_ptr<Operator> held = request;
     raiseAbort();
-    std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
+    const VelThreads::Lock lock(_spinLock);
     if (!_released) _queue.push_back(held);
     return !_released;
 }
@@ -243,7 +244,7 @@ void PointLoadManager::askForFrame()
     if (!compiles && !(decremental && decremental->pending() > 0)) return;
     osg::observer_ptr<osgViewer::ViewerBase> viewer;
     {
-        std::lock_guard<std::mutex> lock(_viewerMutex);
+        const VelThreads::Lock lock(_viewerMutex);
         viewer = _viewer;
     }
     VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw(viewer.get());
@@ -261,7 +262,7 @@ void PointLoadManager::runOnce()
     std::vector<osg::ref_ptr<OctreeInfo>> octrees;
     std::vector<osg::ref_ptr<OctreeInfo>> erased; // may be the last references, and their octrees are large
     {
-        std::lock_guard<std::mutex> lock(_restMutex);
+        const VelThreads::Lock lock(_restMutex);
         const bool requested = applyRequests();
         const bool dirty = clearDirtyFlags();
         erased.swap(_erased);
@@ -343,7 +344,7 @@ bool PointLoadManager::applyRequests()
 {
     std::deque<osg::ref_ptr<Operator>> requests;
     {
-        std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
+        const VelThreads::Lock lock(_spinLock);
         requests.swap(_queue);
     }
     for (const osg::ref_ptr<Operator>& request : requests)
@@ -369,7 +370,7 @@ void PointLoadManager::runPass(osg::Operation& operation, const CameraState& cam
                                std::vector<osg::ref_ptr<OctreeInfo>>& octrees)
 {
     {
-        std::lock_guard<std::mutex> lock(_restMutex);
+        const VelThreads::Lock lock(_restMutex);
         _frameStamp->planes = _planes;
         _frameStamp->planesPerGroup = _planesPerGroup;
         _frameStamp->projection = camera.projection;
@@ -385,14 +386,14 @@ void PointLoadManager::runPass(osg::Operation& operation, const CameraState& cam
     operation(_frameStamp);
     _frameStamp->octrees.clear();
 
-    std::lock_guard<std::mutex> lock(_restMutex);
+    const VelThreads::Lock lock(_restMutex);
     _rest = _frameStamp->incomplete ? Rest::INCOMPLETE : Rest::COMPLETE;
     _retryTime = std::chrono::steady_clock::now() + kRetryPause;
 }
 
 void PointLoadManager::watch(PointCloudLOD& cloud)
 {
-    const std::lock_guard<std::mutex> lock(_watchedMutex);
+    const VelThreads::Lock lock(_watchedMutex);
     if (std::find(_watched.begin(), _watched.end(), &cloud) == _watched.end()) _watched.emplace_back(&cloud);
 }
 
@@ -401,7 +402,7 @@ std::vector<osg::ref_ptr<PointCloudLOD>> PointLoadManager::cloudsWatched()
 {
     std::vector<osg::ref_ptr<PointCloudLOD>> clouds, over; // perhaps the last references: freed without lock
     const osg::ref_ptr<VelOsgUtils::ScreenCaptureTool> capture = _capture.get();
-    const std::lock_guard<std::mutex> lock(_watchedMutex);
+    const VelThreads::Lock lock(_watchedMutex);
     const auto isOver = [&](const osg::observer_ptr<PointCloudLOD>& watched) {
         osg::ref_ptr<PointCloudLOD> cloud;
         if (!capture || !watched.lock(cloud)) return true;
@@ -430,7 +431,7 @@ bool PointLoadManager::isAtRest()
 {
     const CameraState camera = captureCamera();
     {
-        std::lock_guard<std::mutex> lock(_restMutex);
+        const VelThreads::Lock lock(_restMutex);
         if (anythingWaits()) return false;
         if (!_octrees.empty() &&
             (_rest != Rest::COMPLETE || !sameViews(collectViews(camera), _frameStamp->views)))
@@ -452,19 +453,19 @@ bool PointLoadManager::anythingWaits()
 {
     for (const osg::ref_ptr<OctreeInfo>& octree : _octrees)
         if (octree->dirty) return true;
-    std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
+    const VelThreads::Lock lock(_spinLock);
     return !_queue.empty();
 }
 
 void PointLoadManager::releaseOctrees()
 {
     {
-        std::lock_guard<VelOsgUtils::SpinLock> lock(_spinLock);
+        const VelThreads::Lock lock(_spinLock);
         _released = true;
     }
     std::vector<osg::ref_ptr<OctreeInfo>> octrees;
     {
-        std::lock_guard<std::mutex> lock(_restMutex);
+        const VelThreads::Lock lock(_restMutex);
         applyRequests();
         octrees.swap(_octrees);
         _erased.clear();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "lod/Operator.h"
+#include "lod/Slot.h"
 
 #include <VelOsgDBBrx/FrameStamp.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
@@ -9,6 +10,7 @@
 #include <VelOsgUtils/DecrementalCompileOperation.h>
 #include <VelOsgUtils/ScreenCaptureTool.h>
 #include <VelOsgUtils/SpinLock.h>
+#include <VelThreads/Mutex.h>
 
 #include <OpenThreads/Thread>
 #include <osgViewer/ViewerBase>
@@ -16,7 +18,6 @@
 #include <atomic>
 #include <chrono>
 #include <deque>
-#include <mutex>
 #include <vector>
 
 class PointCloudLOD;
@@ -80,27 +81,7 @@ protected:
 private:
     using CameraState = VelOsgUtils::CameraState;
     using Views = std::vector<VelOsgDBBrx::FrameStamp::View>;
-    /// An operation that the host may replace at any time.
-    template <class Operation>
-    class Slot
-    {
-    public:
-        osg::ref_ptr<Operation> get() const
-        {
-            const std::lock_guard<std::mutex> lock(_mutex);
-            return _operation;
-        }
-        void set(Operation* operation)
-        {
-            osg::ref_ptr<Operation> held = operation; // the old one is freed outside the lock
-            const std::lock_guard<std::mutex> lock(_mutex);
-            _operation.swap(held);
-        }
 
-    private:
-        mutable std::mutex _mutex; ///< guards _operation
-        osg::ref_ptr<Operation> _operation;
-    };
     enum class Rest
     {
         NOT_YET,  ///< no pass ran since something changed
@@ -128,31 +109,32 @@ private:
     void askForFrame();
     void raiseAbort();
 
-    std::mutex _threadMutex; ///< serialises start and stop
-    bool _started = false;   ///< guarded by _threadMutex
+    VelThreads::Mutex _threadMutex; ///< serialises start and stop
+    bool _started VEL_GUARDED_BY(_threadMutex) = false;
 
     std::atomic<bool> _done{false};
     std::atomic<int> _state{RUNNING};
     std::atomic<uint64_t> _mouseDiluteNum;
 
     VelOsgUtils::SpinLock _spinLock;
-    std::deque<osg::ref_ptr<Operator>> _queue; ///< guarded by _spinLock
-    bool _released = false;                    ///< the same: nothing is queued any more
+    std::deque<osg::ref_ptr<Operator>> _queue VEL_GUARDED_BY(_spinLock);
+    bool _released VEL_GUARDED_BY(_spinLock) = false; ///< the same: nothing is queued any more
 
     Slot<osg::Operation> _lodOperation;
     Slot<VelOsgDBBrx::VelIncrementalCompileOperation> _incremental;
     Slot<VelOsgUtils::DecrementalCompileOperation> _decremental;
     Slot<VelOsgUtils::ScreenCaptureTool> _capture;
 
-    std::mutex _viewerMutex; ///< guards _viewer
-    osg::observer_ptr<osgViewer::ViewerBase> _viewer;
+    VelThreads::Mutex _viewerMutex;
+    osg::observer_ptr<osgViewer::ViewerBase> _viewer VEL_GUARDED_BY(_viewerMutex);
 
-    std::mutex _watchedMutex; ///< guards _watched
-    std::vector<osg::observer_ptr<PointCloudLOD>> _watched;
+    VelThreads::Mutex _watchedMutex VEL_ACQUIRED_BEFORE(_spinLock);
+    std::vector<osg::observer_ptr<PointCloudLOD>> _watched VEL_GUARDED_BY(_watchedMutex);
 
     /// \name Of the manager's thread; `isSettled` reads some under `_restMutex`
     /// @{
-    std::mutex _restMutex;                          ///< held while they change, never during a pass
+    VelThreads::Mutex
+        _restMutex VEL_ACQUIRED_BEFORE(_spinLock);  ///< held while they change, never during a pass
     std::vector<osg::ref_ptr<OctreeInfo>> _octrees; ///< each once; looked through every millisecond
     std::vector<osg::ref_ptr<OctreeInfo>> _erased;  ///< kept until the lock is released
     osg::ref_ptr<VelOsgDBBrx::FrameStamp> _frameStamp = new VelOsgDBBrx::FrameStamp;

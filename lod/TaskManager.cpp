@@ -1,20 +1,17 @@
 #include <VelOsgDBBrx/TaskManager.h>
 
 #include <VelOsgUtils/ThreadCount.h>
-
-#include <condition_variable>
+#include <VelThreads/Mutex.h>
 
 namespace VelOsgDBBrx {
 
 namespace {
 
-std::mutex lifeMutex; ///< serialises start and stop
+VelThreads::Mutex lifeMutex; ///< serialises start and stop
 
-std::mutex queueMutex;
-std::condition_variable queueSignal;
-bool stopped = true; ///< guarded by queueMutex
-
-using Lock = std::lock_guard<std::mutex>;
+VelThreads::Mutex queueMutex;
+VelThreads::Condition queueSignal;
+bool stopped = true;
 
 } // namespace
 
@@ -31,14 +28,14 @@ TaskManager::TaskManager()
 
 TaskManager::TaskManager(const TaskManager& other)
 {
-    const Lock lock(queueMutex);
+    const VelThreads::Lock lock(queueMutex);
     _queue = other._queue;
 }
 
 TaskManager& TaskManager::operator=(const TaskManager& other)
 {
     std::queue<osg::ref_ptr<Task>> replaced; // released outside the lock
-    const Lock lock(queueMutex);
+    const VelThreads::Lock lock(queueMutex);
     if (this == &other) return *this;
     replaced = other._queue;
     _queue.swap(replaced);
@@ -54,18 +51,18 @@ bool TaskManager::push(osg::ref_ptr<Task> task)
 {
     if (!task) return true;
     {
-        const Lock lock(queueMutex);
+        const VelThreads::Lock lock(queueMutex);
         _queue.push(std::move(task));
     }
-    queueSignal.notify_one();
+    queueSignal.notifyOne();
     return true;
 }
 
 void TaskManager::start()
 {
-    const Lock life(lifeMutex);
+    const VelThreads::Lock life(lifeMutex);
     {
-        const Lock lock(queueMutex);
+        const VelThreads::Lock lock(queueMutex);
         if (!stopped) return;
         stopped = false;
     }
@@ -74,13 +71,13 @@ void TaskManager::start()
 
 void TaskManager::stop()
 {
-    const Lock life(lifeMutex);
+    const VelThreads::Lock life(lifeMutex);
     if (!_worker) return; // the one that runs is another instance's
     {
-        const Lock lock(queueMutex);
+        const VelThreads::Lock lock(queueMutex);
         stopped = true;
     }
-    queueSignal.notify_all();
+    queueSignal.notifyAll();
     _worker->join();
     _worker.reset();
     clear();
@@ -89,7 +86,7 @@ void TaskManager::stop()
 void TaskManager::clear()
 {
     std::queue<osg::ref_ptr<Task>> released; // outside the lock: a task's end may push
-    const Lock lock(queueMutex);
+    const VelThreads::Lock lock(queueMutex);
     _queue.swap(released);
 }
 
@@ -108,8 +105,9 @@ void TaskManager::run()
 /// Null when the manager is stopped.
 osg::ref_ptr<Task> TaskManager::waitForTask()
 {
-    std::unique_lock<std::mutex> lock(queueMutex);
-    queueSignal.wait(lock, [this] { return stopped || !_queue.empty(); });
+    const VelThreads::Lock lock(queueMutex);
+    while (!stopped && _queue.empty())
+        queueSignal.wait(queueMutex);
     if (stopped) return nullptr;
     osg::ref_ptr<Task> task = std::move(_queue.front());
     _queue.pop();

@@ -70,7 +70,7 @@ void VelIncrementalCompileOperation::push(CompileSet& compileSet, bool callBuild
     const osg::ref_ptr<CompileSet> held = &compileSet;
     compileSet._markerObject = _markerObject;
     if (compileSet._subgraphToCompile) compileSet._subgraphToCompile->getBound();
-    const std::lock_guard<std::mutex> contextLock(_contextMutex);
+    const VelThreads::Lock contextLock(_contextMutex);
     if (callBuildCompileMap) compileSet.buildCompileMap(_drawing.empty() ? _contexts : _drawing);
 
     Lock lock(_toCompileMutex);
@@ -81,7 +81,7 @@ void VelIncrementalCompileOperation::keepContexts(const std::vector<osg::Graphic
 {
     ContextSet gone = _contexts;
     {
-        const std::lock_guard<std::mutex> lock(_contextMutex);
+        const VelThreads::Lock lock(_contextMutex);
         gone.insert(_drawing.begin(), _drawing.end());
     }
     for (osg::GraphicsContext* context : alive)
@@ -99,8 +99,8 @@ bool VelIncrementalCompileOperation::isAbandoned() const
 /// The context is not touched: it may be deleted.
 void VelIncrementalCompileOperation::stopWaitingFor(osg::GraphicsContext* context)
 {
-    const std::lock_guard<std::mutex> compileLock(_compileMutex);
-    const std::lock_guard<std::mutex> contextLock(_contextMutex);
+    const VelThreads::Lock compileLock(_compileMutex);
+    const VelThreads::Lock contextLock(_contextMutex);
     _drawing.erase(context);
     _contexts.erase(context);
     Lock lock(_toCompileMutex);
@@ -128,9 +128,9 @@ void VelIncrementalCompileOperation::operator()(osg::GraphicsContext* context)
         setKeep(false);
         return;
     }
-    const std::lock_guard<std::mutex> compileLock(_compileMutex);
+    const VelThreads::Lock compileLock(_compileMutex);
     {
-        const std::lock_guard<std::mutex> lock(_contextMutex);
+        const VelThreads::Lock lock(_contextMutex);
         _drawing.insert(context);
     }
     osgUtil::IncrementalCompileOperation::operator()(context);

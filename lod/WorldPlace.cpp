@@ -3,7 +3,6 @@
 #include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/IPointCloud.h>
 
-#include <OpenThreads/ScopedLock>
 #include <osg/NodeVisitor>
 #include <osg/Switch>
 #include <osg/Transform>
@@ -104,6 +103,6 @@ osg::Matrixd placeInWorld(OctreeInfo& octree)
     osg::ref_ptr<osg::Group> cloud;
     if (octree.root && octree.root->group.lock(cloud) && isInScene(*cloud))
         if (const std::optional<osg::Matrixd> place = placeInWorld(*cloud, nullptr, nullptr)) return *place;
-    const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
+    const VelThreads::Lock lock(octree.mutex);
     return octree.transform;
 }

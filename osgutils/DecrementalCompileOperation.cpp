@@ -16,7 +16,7 @@ DecrementalCompileOperation::~DecrementalCompileOperation() = default;
 void DecrementalCompileOperation::add(osg::Group* group, osg::Node* node)
 {
     if (!node) return;
-    std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     const Key key(group, node);
     _tickets[key] = ++_lastTicket;
     _queue.push_back({key, _lastTicket, {group, node}});
@@ -24,7 +24,7 @@ void DecrementalCompileOperation::add(osg::Group* group, osg::Node* node)
 
 bool DecrementalCompileOperation::withdraw(osg::Group* group, osg::Node* node)
 {
-    std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _tickets.erase(Key(group, node)) > 0;
 }
 
@@ -32,7 +32,7 @@ std::vector<DecrementalCompileOperation::Removal> DecrementalCompileOperation::t
 {
     std::vector<Removal> removals;
     Removal removal;
-    std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     while (popNext(removal))
         removals.push_back(std::move(removal));
     return removals;
@@ -40,31 +40,31 @@ std::vector<DecrementalCompileOperation::Removal> DecrementalCompileOperation::t
 
 size_t DecrementalCompileOperation::pending() const
 {
-    std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _tickets.size();
 }
 
 void DecrementalCompileOperation::setMaximumPerFrame(size_t count)
 {
-    std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _maximumPerFrame = std::max<size_t>(count, 1);
 }
 
 size_t DecrementalCompileOperation::getMaximumPerFrame() const
 {
-    std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _maximumPerFrame;
 }
 
 void DecrementalCompileOperation::setMaximumTimePerFrame(double seconds)
 {
-    std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _maximumTimePerFrame = seconds;
 }
 
 double DecrementalCompileOperation::getMaximumTimePerFrame() const
 {
-    std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _maximumTimePerFrame;
 }
 
@@ -84,7 +84,7 @@ void DecrementalCompileOperation::finish()
     }
 }
 
-/// False when no removal is pending. Under `_mutex`.
+/// False when no removal is pending.
 bool DecrementalCompileOperation::popNext(Removal& removal)
 {
     while (!_queue.empty()) {
@@ -104,7 +104,7 @@ bool DecrementalCompileOperation::removeNext()
 {
     Removal removal;
     {
-        std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         if (!popNext(removal)) return false;
     }
     osg::ref_ptr<osg::Group> group;

@@ -19,7 +19,7 @@ FrameClock::~FrameClock() = default;
 
 void FrameClock::tick(osg::Object& viewer, unsigned frameNumber)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     const osg::ref_ptr<osg::ObserverSet> set = viewer.getOrCreateObserverSet();
     const bool sameFrame = set == _viewer && frameNumber == _frameNumber && !_stopped;
     _viewer = set;
@@ -36,13 +36,13 @@ void FrameClock::stop()
 bool FrameClock::isDrawn(uint64_t frame) const
 {
     if (_stopped || frame + 1 < _frame) return false;
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return !_viewer || observed(*_viewer);
 }
 
 bool FrameClock::isOf(const osg::Referenced* viewer) const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return viewer && _viewer && observed(*_viewer) == viewer;
 }
 

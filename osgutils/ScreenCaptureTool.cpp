@@ -93,7 +93,7 @@ const osg::Viewport* FrameBuffer::getViewPort() const
 void FrameBuffer::store(const osg::Matrixd& view, const osg::Matrixd& projection,
                         const osg::Viewport& viewport)
 {
-    std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     _view = view;
     _projection = projection;
     _viewport->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());

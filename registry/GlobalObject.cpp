@@ -17,25 +17,22 @@
 #include <osgViewer/View>
 
 #include <map>
-#include <mutex>
 #include <vector>
 
 namespace VelOsgDBBrx {
 
 namespace {
 
-using SpinLock = std::lock_guard<VelOsgUtils::SpinLock>;
-
 constexpr int kDefaultMouseDiluteNum = 3000000;
 
 struct Registry
 {
     VelOsgUtils::SpinLock lock;
-    std::map<osg::ref_ptr<osg::GraphicsContext>, osg::ref_ptr<PointCloudData>> contexts; ///< guarded by lock
+    std::map<osg::ref_ptr<osg::GraphicsContext>, osg::ref_ptr<PointCloudData>> contexts VEL_GUARDED_BY(lock);
 
     osg::ref_ptr<PointCloudData> find(osg::GraphicsContext* gc)
     {
-        SpinLock guard(lock);
+        const VelThreads::Lock guard(lock);
         const auto found = contexts.find(gc);
         return found == contexts.end() ? nullptr : found->second;
     }
@@ -57,7 +54,7 @@ struct ExitGuard
     {
         std::vector<osg::ref_ptr<PointCloudData>> running;
         {
-            SpinLock guard(registry.lock);
+            const VelThreads::Lock guard(registry.lock);
             for (const auto& entry : registry.contexts)
                 running.push_back(entry.second);
         }
@@ -106,7 +103,7 @@ bool attachContext(osg::GraphicsContext* gc, osgViewer::ViewerBase& viewer)
     osg::ref_ptr<PointCloudData> data;
     bool attached = false;
     {
-        SpinLock guard(registry().lock);
+        const VelThreads::Lock guard(registry().lock);
         const auto found = registry().contexts.find(gc);
         if (found == registry().contexts.end()) return false;
         data = found->second;
@@ -141,7 +138,7 @@ IPointLoadManager* GlobalObject::registerGraphicsContext(osg::GraphicsContext* g
     static const RegistryLookup lookup;
     if (!gc) return nullptr;
     ServicesLookup::set(lookup);
-    SpinLock guard(registry().lock);
+    const VelThreads::Lock guard(registry().lock);
     osg::ref_ptr<PointCloudData>& data = registry().contexts[gc];
     if (!data) {
         data = createServices(gc);
@@ -156,7 +153,7 @@ void GlobalObject::unRegisterGraphicsContext(osg::GraphicsContext* gc)
     osg::ref_ptr<osg::GraphicsContext> context = gc; // what goes with the entry goes outside the lock
     osg::ref_ptr<PointCloudData> data;
     {
-        SpinLock guard(registry().lock);
+        const VelThreads::Lock guard(registry().lock);
         const auto found = registry().contexts.find(gc);
         if (found == registry().contexts.end()) return;
         data = found->second;

@@ -48,6 +48,12 @@ std::ios_base& inFull(std::ios_base& stream)
     return stream;
 }
 
+std::vector<osg::Vec4d> planesOf(const OctreeInfo& octree)
+{
+    const VelThreads::Lock lock(octree.mutex);
+    return octree.planes;
+}
+
 /// The store comes before the fields of the node: all numbers behind it, and the numbers of transforms above
 /// the cloud, which follow their children, are written in full.
 bool writeStore(osgDB::OutputStream& os, const PointCloudImpl& cloud)
@@ -61,8 +67,9 @@ bool writeStore(osgDB::OutputStream& os, const PointCloudImpl& cloud)
     os << std::endl << os.PROPERTY("Normals");
     os.writeWrappedString(hasNormals ? absolute(octree.normalsPath) : std::string());
     os << std::endl << os.PROPERTY("EyeDomeLighting") << cloud.eyeDomeLighting() << std::endl;
-    os << os.PROPERTY("Planes") << static_cast<unsigned>(octree.planes.size()) << std::endl;
-    for (const osg::Vec4d& plane : octree.planes)
+    const std::vector<osg::Vec4d> planes = planesOf(octree);
+    os << os.PROPERTY("Planes") << static_cast<unsigned>(planes.size()) << std::endl;
+    for (const osg::Vec4d& plane : planes)
         os << plane << std::endl;
     os << os.END_BRACKET << std::endl;
     return true;

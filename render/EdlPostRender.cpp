@@ -92,7 +92,7 @@ EdlPostRender::EdlPostRender(EyeDomeTargets* targets, osg::Node* content)
 
 osg::ref_ptr<const osg::StateSet> EdlPostRender::show(const EyeDomeTarget& target, bool perspective)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     osg::StateSet& state = *getOrCreateStateSet();
     if (state.getTextureAttribute(0, osg::StateAttribute::TEXTURE) != target.depth)
         setTextures(state, target);
@@ -130,12 +130,12 @@ void EdlPostRender::traverse(osg::NodeVisitor& visitor)
 
 void EdlPostRender::resizeGLObjectBuffers(unsigned maxSize)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     osg::Group::resizeGLObjectBuffers(maxSize);
 }
 
 void EdlPostRender::releaseGLObjects(osg::State* state) const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     osg::Group::releaseGLObjects(state);
 }

@@ -2,11 +2,11 @@
 
 #include "render/EyeDomeTarget.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/Group>
 #include <osg/StateSet>
 #include <osg/ref_ptr>
-
-#include <mutex>
 
 /// The second pass of eye-dome lighting: draws a cloud again, shaded by what the first pass drew.
 ///
@@ -38,6 +38,6 @@ protected:
     ~EdlPostRender() override = default;
 
 private:
-    mutable std::mutex _mutex; ///< between cull threads; guards what culling changes in the state set
-    osg::ref_ptr<const osg::StateSet> _drawn; ///< the settings, without textures; guarded by _mutex
+    mutable VelThreads::Mutex _mutex; ///< between cull threads; guards what culling changes in the state set
+    osg::ref_ptr<const osg::StateSet> _drawn VEL_GUARDED_BY(_mutex); ///< the settings, without textures
 };

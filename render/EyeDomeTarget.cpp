@@ -2,6 +2,8 @@
 
 #include "render/PointPrograms.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/State>
 #include <osg/Uniform>
 
@@ -64,9 +66,9 @@ osg::ref_ptr<osg::StateSet> EyeDomeTarget::makeReadingState(bool perspective) co
 
 osg::ref_ptr<EyeDomeTargets> EyeDomeTargets::shared()
 {
-    static std::mutex mutex;
-    static osg::observer_ptr<EyeDomeTargets> instance; // guarded by mutex
-    const std::lock_guard<std::mutex> lock(mutex);
+    static VelThreads::Mutex mutex;
+    static osg::observer_ptr<EyeDomeTargets> instance VEL_GUARDED_BY(mutex);
+    const VelThreads::Lock lock(mutex);
     osg::ref_ptr<EyeDomeTargets> targets;
     if (!instance.lock(targets)) {
         targets = new EyeDomeTargets;
@@ -80,7 +82,7 @@ osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::fit(osg::Camera& camera, const osg::
     const int width = static_cast<int>(viewport.x() + viewport.width());
     const int height = static_cast<int>(viewport.y() + viewport.height());
     const int drawn = static_cast<int>(viewport.height());
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _entries.erase(std::remove_if(_entries.begin(), _entries.end(),
                                   [](const Entry& entry) { return !entry.camera.valid(); }),
                    _entries.end());
@@ -95,7 +97,7 @@ osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::fit(osg::Camera& camera, const osg::
 
 osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::find(const osg::Camera* camera)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     for (const Entry& entry : _entries)
         if (entry.camera.get() == camera) return entry.target;
     return nullptr;
@@ -107,7 +109,7 @@ bool EyeDomeTargets::begin(const EyeDomeTarget& target, osg::State& state)
     const osg::FrameStamp* stamp = state.getFrameStamp();
     bool isFirst = true;
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         _boundBefore.emplace(state.getContextID(), bound); // keeps an entry: a target is bound already then
         Use& use = _lastUse[state.getContextID()];
         isFirst = !stamp || use.target != &target || use.frame != stamp->getFrameNumber();
@@ -121,7 +123,7 @@ void EyeDomeTargets::end(osg::State& state)
 {
     FrameBufferBinding bound;
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         const auto entry = _boundBefore.find(state.getContextID());
         if (entry == _boundBefore.end()) return;
         bound = entry->second;
@@ -132,7 +134,7 @@ void EyeDomeTargets::end(osg::State& state)
 
 void EyeDomeTargets::resizeGLObjectBuffers(unsigned maxSize)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     for (const Entry& entry : _entries) {
         entry.target->frameBuffer->resizeGLObjectBuffers(maxSize);
         entry.target->color->resizeGLObjectBuffers(maxSize);
@@ -142,7 +144,7 @@ void EyeDomeTargets::resizeGLObjectBuffers(unsigned maxSize)
 
 void EyeDomeTargets::releaseGLObjects(osg::State* state)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     for (const Entry& entry : _entries) {
         entry.target->frameBuffer->releaseGLObjects(state);
         entry.target->color->releaseGLObjects(state);

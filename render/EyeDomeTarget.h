@@ -2,6 +2,8 @@
 
 #include "render/FrameBufferBinding.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/Camera>
 #include <osg/FrameBufferObject>
 #include <osg/Referenced>
@@ -12,7 +14,6 @@
 #include <osg/ref_ptr>
 
 #include <map>
-#include <mutex>
 #include <vector>
 
 /// What the first pass of eye-dome lighting draws into, for one camera at one size, and the state by which
@@ -80,15 +81,15 @@ private:
         osg::observer_ptr<osg::Camera> camera;
         osg::ref_ptr<EyeDomeTarget> target;
     };
-    std::mutex _mutex;
-    std::vector<Entry> _entries; ///< guarded by _mutex
+    VelThreads::Mutex _mutex;
+    std::vector<Entry> _entries VEL_GUARDED_BY(_mutex);
     std::map<unsigned, FrameBufferBinding>
-        _boundBefore; ///< by context while a target is bound; guarded by _mutex
+        _boundBefore VEL_GUARDED_BY(_mutex); ///< by context while a target is bound
 
     struct Use
     {
         osg::observer_ptr<const EyeDomeTarget> target;
         unsigned frame = 0;
     };
-    std::map<unsigned, Use> _lastUse; ///< by context; guarded by _mutex
+    std::map<unsigned, Use> _lastUse VEL_GUARDED_BY(_mutex); ///< by context
 };

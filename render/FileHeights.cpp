@@ -41,7 +41,7 @@ osg::ref_ptr<const osg::StateSet> FileHeights::translated(const osgUtil::StateGr
                            static_cast<float>(file.y() * stretch));
     if (range == file || range.y() == 0) return nullptr;
 
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     if (!_state || _range != range) {
         _range = range;
         _state = new osg::StateSet;

@@ -1,12 +1,12 @@
 #pragma once
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/Matrixd>
 #include <osg/StateSet>
 #include <osg/Vec2f>
 #include <osg/ref_ptr>
 #include <osgUtil/StateGraph>
-
-#include <mutex>
 
 /// Marks the gradient range of a state set, "elevationEntry", as one of heights in the stores' files: clouds
 /// translate it into the heights that they have in the scene. The mark is on the uniform, and goes when a
@@ -24,7 +24,7 @@ public:
                                                  const osg::Matrixd& model, double origin);
 
 private:
-    std::mutex _mutex;
-    osg::Vec2f _range;                  ///< of `_state`; guarded by _mutex
-    osg::ref_ptr<osg::StateSet> _state; ///< never changed once it was given out; guarded by _mutex
+    VelThreads::Mutex _mutex;
+    osg::Vec2f _range VEL_GUARDED_BY(_mutex);                  ///< of `_state`
+    osg::ref_ptr<osg::StateSet> _state VEL_GUARDED_BY(_mutex); ///< never changed once it was given out
 };

@@ -2,12 +2,13 @@
 
 #include "render/OpenGLSupport.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/GL>
 #include <osg/GLExtensions>
 
 #include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <set>
 #include <string>
 
@@ -54,28 +55,28 @@ class LackingContexts
 public:
     void add(unsigned context)
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         _contexts.insert(context);
         _isEmpty = false;
     }
     void remove(unsigned context)
     {
         if (_isEmpty) return;
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         _contexts.erase(context);
         _isEmpty = _contexts.empty();
     }
     bool has(unsigned context) const
     {
         if (_isEmpty) return false;
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         return _contexts.count(context) > 0;
     }
 
 private:
     std::atomic<bool> _isEmpty{true}; ///< nearly always: then nobody takes the lock
-    mutable std::mutex _mutex;
-    std::set<unsigned> _contexts; ///< guarded by _mutex
+    mutable VelThreads::Mutex _mutex;
+    std::set<unsigned> _contexts VEL_GUARDED_BY(_mutex);
 };
 
 LackingContexts& lackingContexts()
@@ -111,13 +112,13 @@ OpenGLCheck::OpenGLCheck() : osg::Referenced(true), osg::GraphicsOperation("Open
 void OpenGLCheck::operator()(osg::GraphicsContext*)
 {
     Status found = checkCurrent();
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     if (_status) _status = std::move(found);
 }
 
 Status OpenGLCheck::status() const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     return _status;
 }
 

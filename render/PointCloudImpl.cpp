@@ -5,7 +5,6 @@
 #include "render/StageEnd.h"
 #include "render/StorageBuffer.h"
 
-#include <OpenThreads/ScopedLock>
 #include <osg/Uniform>
 #include <osgUtil/CullVisitor>
 
@@ -127,7 +126,7 @@ void PointCloudImpl::setPlanes(std::vector<osg::Vec4d> planes)
     if (!_lod) return;
     clipTo(planes, *getOrCreateStateSet());
     OctreeInfo& octree = *_lod->getOctree();
-    OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
+    const VelThreads::Lock lock(octree.mutex);
     octree.planes = std::move(planes);
 }
 

@@ -149,7 +149,7 @@ const osg::StateSet* PointDefaults::missingFrom(const osgUtil::StateGraph& appli
 {
     Given given = givenBy(applied, below);
     given.set(kCellExtrasBit, cellsExtend);
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     osg::ref_ptr<osg::StateSet>& state = _states[given.to_ulong()];
     if (!state) state = makeDefaultsBeside(given);
     return state;
@@ -157,14 +157,14 @@ const osg::StateSet* PointDefaults::missingFrom(const osgUtil::StateGraph& appli
 
 void PointDefaults::resizeGLObjectBuffers(unsigned maxSize)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     for (const auto& entry : _states)
         entry.second->resizeGLObjectBuffers(maxSize);
 }
 
 void PointDefaults::releaseGLObjects(osg::State* state)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     for (const auto& entry : _states)
         entry.second->releaseGLObjects(state);
 }

@@ -1,11 +1,12 @@
 #pragma once
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/StateSet>
 #include <osg/ref_ptr>
 #include <osgUtil/StateGraph>
 
 #include <map>
-#include <mutex>
 
 /// The state that a point cloud is drawn with where nobody says otherwise: the points' stored colours at size
 /// 1, hidden points hidden, everything else off. One object a cloud; any thread may call it.
@@ -27,7 +28,7 @@ public:
     void releaseGLObjects(osg::State* state);
 
 private:
-    std::mutex _mutex;
+    VelThreads::Mutex _mutex;
     std::map<unsigned long, osg::ref_ptr<osg::StateSet>>
-        _states; ///< by what is given already; guarded by _mutex
+        _states VEL_GUARDED_BY(_mutex); ///< by what is given already
 };

@@ -222,7 +222,7 @@ bool PointPicker::request(osg::Camera& camera, double x, double y)
     asked.projection = camera.getProjectionMatrix() * osg::Matrixd::translate(-middleX, -middleY, 0) *
                        osg::Matrixd::scale(viewport->width() / pixels, viewport->height() / pixels, 1);
 
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _waiting = asked;
     _answered = false;
     return true;
@@ -230,7 +230,7 @@ bool PointPicker::request(osg::Camera& camera, double x, double y)
 
 bool PointPicker::takeAnswer(std::optional<PickedPoint>& point)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     if (!_answered) return false;
     point = _answer;
     _answered = false;
@@ -242,7 +242,7 @@ void PointPicker::traverse(osg::NodeVisitor& visitor)
     osgUtil::CullVisitor* cull = visitor.asCullVisitor();
     if (!cull) return;
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         if (!_waiting || _waiting->camera.get() != cull->getCurrentCamera()) return;
         _camera->setViewMatrix(_waiting->view);
         _camera->setProjectionMatrix(_waiting->projection);
@@ -255,7 +255,7 @@ void PointPicker::traverse(osg::NodeVisitor& visitor)
 void PointPicker::answer(osg::State& state)
 {
     std::optional<PickedPoint> point = _attachments->read(state, _radius, _radius, _radius);
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     if (!_drawing) return;
     if (point) {
         point->x += _drawing->x - _radius;

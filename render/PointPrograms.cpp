@@ -3,12 +3,13 @@
 #include "render/OpenGLSupport.h"
 #include "render/ShaderText.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/GLExtensions>
 #include <osg/Shader>
 #include <osg/observer_ptr>
 
 #include <map>
-#include <mutex>
 
 namespace {
 
@@ -92,9 +93,9 @@ osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
 
 osg::ref_ptr<osg::Program> pointProgram(PointProgram program)
 {
-    static std::mutex mutex;
-    static std::map<PointProgram, osg::observer_ptr<osg::Program>> programs; // guarded by mutex
-    const std::lock_guard<std::mutex> lock(mutex);
+    static VelThreads::Mutex mutex;
+    static std::map<PointProgram, osg::observer_ptr<osg::Program>> programs VEL_GUARDED_BY(mutex);
+    const VelThreads::Lock lock(mutex);
     osg::ref_ptr<osg::Program> shared;
     if (!programs[program].lock(shared)) {
         shared = makeProgram(program);

@@ -2,6 +2,8 @@
 
 #include "render/FindSegmentMartixVisitor.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/Array>
 #include <osg/BufferIndexBinding>
 #include <osg/BufferObject>
@@ -11,7 +13,6 @@
 
 #include <array>
 #include <map>
-#include <mutex>
 
 namespace VelOsgDBBrx {
 
@@ -33,7 +34,7 @@ public:
 
     void store(osg::Node* node, const Bindings& bindings)
     {
-        const std::lock_guard<std::mutex> guard(_mutex);
+        const VelThreads::Lock guard(_mutex);
         dropDeadNodes();
         _entries[node] = {node, bindings};
     }
@@ -41,7 +42,7 @@ public:
     /// Takes the node's entry out; null bindings when there is none.
     Bindings take(osg::Node* node)
     {
-        const std::lock_guard<std::mutex> guard(_mutex);
+        const VelThreads::Lock guard(_mutex);
         dropDeadNodes();
         const auto found = _entries.find(node);
         if (found == _entries.end()) return {};
@@ -58,14 +59,14 @@ private:
     };
 
     /// A new node may come to the address of a dead one.
-    void dropDeadNodes()
+    void dropDeadNodes() VEL_REQUIRES(_mutex)
     {
         for (auto entry = _entries.begin(); entry != _entries.end();)
             entry = entry->second.node.valid() ? std::next(entry) : _entries.erase(entry);
     }
 
-    std::mutex _mutex;
-    std::map<osg::Node*, Entry> _entries; ///< guarded by _mutex
+    VelThreads::Mutex _mutex;
+    std::map<osg::Node*, Entry> _entries VEL_GUARDED_BY(_mutex);
 };
 
 bool isInside(const std::vector<osg::Vec2d>& polygon, double x, double y)

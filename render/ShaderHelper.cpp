@@ -5,13 +5,14 @@
 #include "render/PointPrograms.h"
 #include "render/StorageBuffer.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/Array>
 #include <osg/StateSet>
 #include <osg/Uniform>
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 
 #ifndef GL_VERTEX_PROGRAM_POINT_SIZE
 #define GL_VERTEX_PROGRAM_POINT_SIZE 0x8642
@@ -24,8 +25,8 @@ namespace {
 constexpr unsigned kTableSize = 256;
 const osg::Vec4f kOutsideTable(0, 0, 0, 1);
 
-std::mutex selectColorMutex;
-osg::Vec4f selectColor(1.0f, 0.0f, 0.615f, 1.0f); // guarded by selectColorMutex
+VelThreads::Mutex selectColorMutex;
+osg::Vec4f selectColor VEL_GUARDED_BY(selectColorMutex) = {1.0f, 0.0f, 0.615f, 1.0f};
 
 /// The state set of a node, changed to a colour mode.
 class ModeState
@@ -204,13 +205,13 @@ void ShaderHelper::gpsTimeColorShader(osg::Node* node, ColorScale& scale)
 
 void ShaderHelper::setSelectColor(const osg::Vec4f& color)
 {
-    const std::lock_guard<std::mutex> lock(selectColorMutex);
+    const VelThreads::Lock lock(selectColorMutex);
     selectColor = color;
 }
 
 osg::Vec4f ShaderHelper::getSelectColor()
 {
-    const std::lock_guard<std::mutex> lock(selectColorMutex);
+    const VelThreads::Lock lock(selectColorMutex);
     return selectColor;
 }
 

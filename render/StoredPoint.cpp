@@ -5,8 +5,6 @@
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PointPicker.h>
 
-#include <OpenThreads/ScopedLock>
-
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -26,7 +24,7 @@ T load(const uint8_t* from)
 
 osg::Vec3d localPosition(const osg::Vec3d& world, OctreeInfo& octree)
 {
-    const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(octree.mutex);
+    const VelThreads::Lock lock(octree.mutex);
     return world * osg::Matrixd::inverse(octree.transform);
 }
 

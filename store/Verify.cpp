@@ -5,10 +5,11 @@
 #include "store/SourceRecords.h"
 #include "store/StoreHead.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <mutex>
 #include <new>
 
 namespace VelBrx {
@@ -147,7 +148,7 @@ private:
             ++strays.count;
             strays.first = part.first + i;
         }
-        const std::lock_guard<std::mutex> guard(_straysMutex);
+        const VelThreads::Lock guard(_straysMutex);
         const auto [known, isNew] = _strays.emplace(part.owner, strays);
         if (isNew) return;
         known->second.count += strays.count;
@@ -156,6 +157,7 @@ private:
 
     void reportStrays()
     {
+        const VelThreads::Lock guard(_straysMutex);
         for (const auto& [cell, strays] : _strays) {
             const int64_t position =
                 _head.header.pointDataStart + strays.first * static_cast<int64_t>(LasLayout::kPointSize);
@@ -233,8 +235,8 @@ private:
     const StoreHead& _head;
     const StoreIndex& _index;
     ProblemList _problems;
-    std::mutex _straysMutex;
-    std::map<size_t, Strays> _strays; ///< by cell; guarded by _straysMutex
+    VelThreads::Mutex _straysMutex;
+    std::map<size_t, Strays> _strays VEL_GUARDED_BY(_straysMutex); ///< by cell
 };
 
 } // namespace

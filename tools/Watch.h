@@ -23,7 +23,7 @@ public:
     void over(Options& options)
     {
         options.cancel = &_signals.received();
-        options.progress = [this](const auto&... state) { show(state...); };
+        options.progress = [this](const auto&... state) { this->show(state...); };
     }
 
     /// Takes the progress away. A failure ends the command, with `hint` behind its line.

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <VelBrx/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <mutex>
 #include <string>
 
 namespace VelBrx {
@@ -50,8 +50,8 @@ private:
     File& _file;
     int _descriptor;
     bool _storesDirectly = false;
-    mutable std::mutex _mutex;
-    std::string _problem; ///< guarded by _mutex
+    mutable VelThreads::Mutex _mutex;
+    std::string _problem VEL_GUARDED_BY(_mutex);
 };
 
 template <class Places, class NewByte>

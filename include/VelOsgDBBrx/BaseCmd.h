@@ -1,13 +1,13 @@
 #pragma once
 
 #include <VelOsgDBBrx/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <OpenThreads/Barrier>
 #include <osg/Referenced>
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 namespace VelOsgDBBrx {
@@ -96,8 +96,8 @@ private:
 
     const bool _save;
     std::atomic<bool> _reachedBarrier{false};
-    mutable std::mutex _resultMutex;
-    CmdResult _result; ///< guarded by _resultMutex
+    mutable VelThreads::Mutex _resultMutex;
+    CmdResult _result VEL_GUARDED_BY(_resultMutex);
 };
 
 } // namespace VelOsgDBBrx

@@ -2,6 +2,7 @@
 
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Image>
 #include <osg/Matrixd>
@@ -12,10 +13,8 @@
 
 #include <array>
 #include <bitset>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -71,11 +70,11 @@ protected:
     ~CategoryReport() override = default;
 
 private:
-    mutable std::mutex _mutex;
-    mutable std::condition_variable _finished;
-    State _state = WAITING; ///< guarded by _mutex, like what follows
-    VelBrx::Status _status;
-    Counts _counts;
+    mutable VelThreads::Mutex _mutex;
+    mutable VelThreads::Condition _finished;
+    State _state VEL_GUARDED_BY(_mutex) = WAITING;
+    VelBrx::Status _status VEL_GUARDED_BY(_mutex);
+    Counts _counts VEL_GUARDED_BY(_mutex);
 };
 
 /// One request in the tool's queue.

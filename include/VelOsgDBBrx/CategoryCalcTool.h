@@ -5,17 +5,16 @@
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PixelBufferTool.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Referenced>
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -141,18 +140,18 @@ private:
     static void abandon(Category& request);
 
     std::thread _worker;
-    std::deque<Queued> _queue;             ///< guarded by _mutex
-    std::deque<VelBrx::Status> _refusals;  ///< of requests without a report; guarded by _mutex
-    std::unique_ptr<EditHistory> _history; ///< changed by the worker; has its own lock
-    std::mutex _mutex;
-    std::condition_variable _wakeup;                ///< signalled when _queue or _done changed
-    std::condition_variable _handled;               ///< signalled when _handledCount changed
-    bool _done = false;                             ///< guarded by _mutex
-    uint64_t _pushedCount = 0;                      ///< requests queued; guarded by _mutex
-    uint64_t _handledCount = 0;                     ///< requests handled or abandoned; guarded by _mutex
-    osg::ref_ptr<PixelBufferTool> _pixelBufferTool; ///< guarded by _mutex
-    std::map<std::string, osg::observer_ptr<OctreeInfo>> _clouds; ///< by uid; guarded by _mutex
-    std::mutex _shutdownMutex;                                    ///< one shutdown at a time
+    std::deque<Queued> _queue VEL_GUARDED_BY(_mutex);
+    std::deque<VelBrx::Status> _refusals VEL_GUARDED_BY(_mutex); ///< of requests without a report
+    std::unique_ptr<EditHistory> _history;                       ///< changed by the worker; has its own lock
+    VelThreads::Mutex _mutex;
+    VelThreads::Condition _wakeup;  ///< signalled when _queue or _done changed
+    VelThreads::Condition _handled; ///< signalled when _handledCount changed
+    bool _done VEL_GUARDED_BY(_mutex) = false;
+    uint64_t _pushedCount VEL_GUARDED_BY(_mutex) = 0;  ///< requests queued
+    uint64_t _handledCount VEL_GUARDED_BY(_mutex) = 0; ///< requests handled or abandoned
+    osg::ref_ptr<PixelBufferTool> _pixelBufferTool VEL_GUARDED_BY(_mutex);
+    std::map<std::string, osg::observer_ptr<OctreeInfo>> _clouds VEL_GUARDED_BY(_mutex); ///< by uid
+    VelThreads::Mutex _shutdownMutex; ///< one shutdown at a time
 };
 
 } // namespace VelOsgDBBrx

@@ -2,6 +2,7 @@
 
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgUtils/SpinLock.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Texture2D>
 #include <osg/ref_ptr>
@@ -30,7 +31,7 @@ private:
     ~CommonDataManager() = default;
 
     VelOsgUtils::SpinLock _lock;
-    std::map<std::string, osg::ref_ptr<osg::Texture2D>> _textures; ///< guarded by _lock
+    std::map<std::string, osg::ref_ptr<osg::Texture2D>> _textures VEL_GUARDED_BY(_lock);
 };
 
 } // namespace VelOsgDBBrx

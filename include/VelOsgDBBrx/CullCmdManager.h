@@ -3,9 +3,8 @@
 #include <VelOsgDBBrx/BaseCmd.h>
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgDBBrx/PixelBufferTool.h>
+#include <VelThreads/Mutex.h>
 
-#include <OpenThreads/Condition>
-#include <OpenThreads/Mutex>
 #include <OpenThreads/Thread>
 #include <osg/ref_ptr>
 
@@ -69,15 +68,15 @@ private:
     void abandon(BaseCmd& cmd);
 
     std::thread _worker;
-    std::deque<osg::ref_ptr<BaseCmd>> _queue;     ///< guarded by _mutex
+    std::deque<osg::ref_ptr<BaseCmd>> _queue VEL_GUARDED_BY(_mutex);
     std::deque<osg::ref_ptr<BaseCmd>> _undoStack; ///< touched by the worker only
-    osg::ref_ptr<BaseCmd> _running;               ///< guarded by _mutex
-    mutable OpenThreads::Mutex _mutex;
-    OpenThreads::Condition _condition;              ///< signalled when _queue or _done changed
-    bool _done = false;                             ///< guarded by _mutex
-    bool _workerEnded = false;                      ///< guarded by _mutex
-    osg::ref_ptr<PixelBufferTool> _pixelBufferTool; ///< guarded by _mutex
-    std::mutex _shutdownMutex;                      ///< one shutdown at a time
+    osg::ref_ptr<BaseCmd> _running VEL_GUARDED_BY(_mutex);
+    mutable VelThreads::Mutex _mutex;
+    VelThreads::Condition _condition; ///< signalled when _queue or _done changed
+    bool _done VEL_GUARDED_BY(_mutex) = false;
+    bool _workerEnded VEL_GUARDED_BY(_mutex) = false;
+    osg::ref_ptr<PixelBufferTool> _pixelBufferTool VEL_GUARDED_BY(_mutex);
+    VelThreads::Mutex _shutdownMutex; ///< one shutdown at a time
 };
 
 } // namespace VelOsgDBBrx

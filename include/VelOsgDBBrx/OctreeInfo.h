@@ -2,6 +2,7 @@
 
 #include <VelBrx/File.h>
 #include <VelOsgDBBrx/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <OpenThreads/Mutex>
 #include <osg/Matrixd>
@@ -33,6 +34,14 @@ public:
         HIDDEN_CLEARED = 2
     };
 
+    class VEL_CAPABILITY("mutex") Mutex : public OpenThreads::Mutex
+    {
+    public:
+        int lock() override VEL_ACQUIRE() { return OpenThreads::Mutex::lock(); }
+        int unlock() override VEL_RELEASE() { return OpenThreads::Mutex::unlock(); }
+        int trylock() override VEL_TRY_ACQUIRE(0) { return OpenThreads::Mutex::trylock(); }
+    };
+
     OctreeInfo();
 
     /// \name Constant once the store is loaded
@@ -43,8 +52,8 @@ public:
     /// @}
 
     /// Local to world: where the last cull traversal met the cloud, or where it stood when an edit of it was
-    /// asked for. Guarded by `mutex`.
-    osg::Matrixd transform;
+    /// asked for.
+    osg::Matrixd transform VEL_GUARDED_BY(mutex);
 
     /// \name Constant once the store is loaded
     /// @{
@@ -55,8 +64,8 @@ public:
     std::unique_ptr<VelBrx::File> normalsFile;
     /// @}
 
-    std::vector<osg::Vec4d> planes; ///< clip planes in world coordinates; guarded by `mutex`
-    OpenThreads::Mutex mutex;       ///< guards `transform` and `planes`
+    std::vector<osg::Vec4d> planes VEL_GUARDED_BY(mutex); ///< clip planes in world coordinates
+    mutable Mutex mutex;
 
     /// \name Constant once the store is loaded
     /// @{

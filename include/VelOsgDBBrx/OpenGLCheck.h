@@ -2,10 +2,9 @@
 
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/GraphicsThread>
-
-#include <mutex>
 
 namespace VelOsgDBBrx {
 
@@ -36,8 +35,8 @@ protected:
     ~OpenGLCheck() override = default;
 
 private:
-    mutable std::mutex _mutex;
-    VelBrx::Status _status; ///< guarded by _mutex
+    mutable VelThreads::Mutex _mutex;
+    VelBrx::Status _status VEL_GUARDED_BY(_mutex);
 };
 
 } // namespace VelOsgDBBrx

@@ -2,15 +2,14 @@
 
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgUtils/SpinLock.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Node>
 #include <osg/ref_ptr>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,20 +57,21 @@ public:
 
     /// The eviction loop; only the cache's own thread calls it.
     void run();
+    bool waitForEviction();
 
 private:
     PCDataManager();
     virtual ~PCDataManager();
 
     VelOsgUtils::SpinLock _lock;
-    std::map<std::string, osg::ref_ptr<osg::Node>> _nodes; ///< guarded by _lock
+    std::map<std::string, osg::ref_ptr<osg::Node>> _nodes VEL_GUARDED_BY(_lock);
 
     std::atomic<uint64_t> _recordEdits{0}; ///< changed under _lock
 
-    std::mutex _evictionMutex; ///< held while nodes are freed; taken before _lock
-    std::mutex _stopMutex;
-    std::condition_variable _stopSignal;
-    bool _stopping = false; ///< guarded by _stopMutex
+    VelThreads::Mutex _evictionMutex VEL_ACQUIRED_BEFORE(_lock); ///< held while nodes are freed
+    VelThreads::Mutex _stopMutex;
+    VelThreads::Condition _stopSignal;
+    bool _stopping VEL_GUARDED_BY(_stopMutex) = false;
     std::thread _evictionThread;
 };
 

@@ -2,6 +2,7 @@
 
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgUtils/SpinLock.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Observer>
 #include <osg/ref_ptr>
@@ -80,8 +81,8 @@ private:
     static bool visit(const Entry& entry, const Visitor& visitor);
     bool visit(const std::string& name, const Visitor& visitor);
 
-    VelOsgUtils::SpinLock _lock;           ///< taken before the mutex of a view's observers
-    std::map<std::string, Entry> _entries; ///< guarded by _lock
+    VelOsgUtils::SpinLock _lock; ///< taken before the mutex of a view's observers
+    std::map<std::string, Entry> _entries VEL_GUARDED_BY(_lock);
 };
 
 } // namespace VelOsgDBBrx

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelOsgDBBrx/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Camera>
 #include <osg/FrameBufferObject>
@@ -13,7 +14,6 @@
 
 #include <array>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 
 class OctreeInfo;
@@ -134,11 +134,11 @@ private:
     osg::ref_ptr<PickAttachments> _attachments;
     osg::ref_ptr<SceneCamera> _camera;
 
-    std::mutex _mutex; ///< guards the members below
-    std::optional<Request> _waiting;
-    std::optional<Request> _drawing; ///< culled, not read yet
-    bool _answered = false;
-    std::optional<PickedPoint> _answer;
+    VelThreads::Mutex _mutex;
+    std::optional<Request> _waiting VEL_GUARDED_BY(_mutex);
+    std::optional<Request> _drawing VEL_GUARDED_BY(_mutex); ///< culled, not read yet
+    bool _answered VEL_GUARDED_BY(_mutex) = false;
+    std::optional<PickedPoint> _answer VEL_GUARDED_BY(_mutex);
 };
 
 } // namespace VelOsgDBBrx

@@ -1,8 +1,7 @@
 #pragma once
 
 #include <VelOsgDBBrx/PixelBufferTool.h>
-
-#include <mutex>
+#include <VelThreads/Mutex.h>
 
 namespace VelOsgDBBrx {
 
@@ -19,18 +18,20 @@ public:
     PolygonMaskTool(const PolygonMaskTool& other);
     PolygonMaskTool& operator=(const PolygonMaskTool& other);
 
-    bool acquire() override;
-    void clear() override;
-    void addPolygon(const std::vector<osg::Vec2d>& polygon) override;
-    osg::ref_ptr<osg::Image> createMask(int width, int height) override;
-    void release() override;
+    bool acquire() override VEL_ACQUIRE(_mutex);
+    void clear() override VEL_REQUIRES(_mutex);
+    void addPolygon(const std::vector<osg::Vec2d>& polygon) override VEL_REQUIRES(_mutex);
+    osg::ref_ptr<osg::Image> createMask(int width, int height) override VEL_REQUIRES(_mutex);
+    void release() override VEL_RELEASE(_mutex);
 
 protected:
     ~PolygonMaskTool() override = default;
 
 private:
-    std::mutex _mutex; ///< held from `acquire` to `release`; guards the polygons
-    std::vector<std::vector<osg::Vec2d>> _polygons;
+    std::vector<std::vector<osg::Vec2d>> copyPolygons() const;
+
+    mutable VelThreads::Mutex _mutex; ///< held from `acquire` to `release`
+    std::vector<std::vector<osg::Vec2d>> _polygons VEL_GUARDED_BY(_mutex);
 };
 
 } // namespace VelOsgDBBrx

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <VelOsgDBBrx/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <osgUtil/IncrementalCompileOperation>
 
 #include <atomic>
-#include <mutex>
 #include <vector>
 
 namespace VelOsgDBBrx {
@@ -64,9 +64,10 @@ private:
     void push(CompileSet& compileSet, bool callBuildCompileMap, bool atFront);
     void stopWaitingFor(osg::GraphicsContext* context);
 
-    std::mutex _compileMutex; ///< held while a context compiles; taken before _contextMutex
-    std::mutex _contextMutex; ///< guards _drawing; taken before the queue's
-    ContextSet _drawing;      ///< the contexts that have drawn; the base's own set has no lock
+    VelThreads::Mutex _compileMutex VEL_ACQUIRED_BEFORE(_contextMutex); ///< held while a context compiles
+    VelThreads::Mutex _contextMutex; ///< guards _drawing; taken before the queue's
+    ContextSet _drawing
+        VEL_GUARDED_BY(_contextMutex); ///< the contexts that have drawn; the base's own set has no lock
     std::atomic<int> _moveLevel{0};
     std::atomic<bool> _abandoned{false};
     std::atomic<bool> _retired{false};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelOsgUtils/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Group>
 #include <osg/OperationThread>
@@ -10,7 +11,6 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -76,15 +76,16 @@ private:
         Removal removal;
     };
 
-    bool popNext(Removal& removal);
+    bool popNext(Removal& removal) VEL_REQUIRES(_mutex);
     bool removeNext();
 
-    mutable std::mutex _mutex;        ///< guards the members below
-    std::deque<Entry> _queue;         ///< in the order of the calls to add, withdrawn ones included
-    std::map<Key, uint64_t> _tickets; ///< the pending removals
-    uint64_t _lastTicket = 0;
-    size_t _maximumPerFrame = 256;
-    double _maximumTimePerFrame = 0.002;
+    mutable VelThreads::Mutex _mutex;
+    std::deque<Entry>
+        _queue VEL_GUARDED_BY(_mutex); ///< in the order of the calls to add, withdrawn ones included
+    std::map<Key, uint64_t> _tickets VEL_GUARDED_BY(_mutex); ///< the pending removals
+    uint64_t _lastTicket VEL_GUARDED_BY(_mutex) = 0;
+    size_t _maximumPerFrame VEL_GUARDED_BY(_mutex) = 256;
+    double _maximumTimePerFrame VEL_GUARDED_BY(_mutex) = 0.002;
 };
 
 } // namespace VelOsgUtils

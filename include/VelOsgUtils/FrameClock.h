@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelOsgUtils/Export.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Object>
 #include <osg/Observer>
@@ -9,7 +10,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
 namespace VelOsgUtils {
 
@@ -44,9 +44,10 @@ private:
     std::atomic<uint64_t> _frame{0};
     std::atomic<bool> _stopped{false};
 
-    mutable std::mutex _mutex;              ///< guards the members below
-    osg::ref_ptr<osg::ObserverSet> _viewer; ///< outlives the viewer, and knows when that dies
-    unsigned _frameNumber = 0;
+    mutable VelThreads::Mutex _mutex;
+    osg::ref_ptr<osg::ObserverSet>
+        _viewer VEL_GUARDED_BY(_mutex); ///< outlives the viewer, and knows when that dies
+    unsigned _frameNumber VEL_GUARDED_BY(_mutex) = 0;
 };
 
 } // namespace VelOsgUtils

@@ -2,6 +2,7 @@
 
 #include <VelOsgUtils/Export.h>
 #include <VelOsgUtils/FrameClock.h>
+#include <VelThreads/Mutex.h>
 
 #include <osg/Camera>
 #include <osg/GraphicsContext>
@@ -10,8 +11,6 @@
 #include <osg/Viewport>
 #include <osg/observer_ptr>
 
-#include <mutex>
-
 namespace VelOsgUtils {
 
 /// The camera of a context as last rendered. Read it between `lock` and `release`; any thread may.
@@ -19,12 +18,12 @@ namespace VelOsgUtils {
 class VEL_OSG_UTILS_EXPORT FrameBuffer : public osg::Referenced
 {
 public:
-    void lock();
-    void release();
+    void lock() VEL_ACQUIRE(_mutex);
+    void release() VEL_RELEASE(_mutex);
 
-    const osg::Matrixd& getViewMatrix() const;
-    const osg::Matrixd& getProjectionMatrix() const;
-    const osg::Viewport* getViewPort() const; ///< never null
+    const osg::Matrixd& getViewMatrix() const VEL_REQUIRES(_mutex);
+    const osg::Matrixd& getProjectionMatrix() const VEL_REQUIRES(_mutex);
+    const osg::Viewport* getViewPort() const VEL_REQUIRES(_mutex); ///< never null
 
     /// Takes the camera over. Locks by itself.
     void store(const osg::Matrixd& view, const osg::Matrixd& projection, const osg::Viewport& viewport);
@@ -33,10 +32,10 @@ protected:
     ~FrameBuffer() override;
 
 private:
-    std::mutex _mutex; ///< held between lock and release; guards the members below
-    osg::Matrixd _view;
-    osg::Matrixd _projection;
-    osg::ref_ptr<osg::Viewport> _viewport = new osg::Viewport(0, 0, 0, 0);
+    VelThreads::Mutex _mutex; ///< held between lock and release
+    osg::Matrixd _view VEL_GUARDED_BY(_mutex);
+    osg::Matrixd _projection VEL_GUARDED_BY(_mutex);
+    osg::ref_ptr<osg::Viewport> _viewport VEL_GUARDED_BY(_mutex) = new osg::Viewport(0, 0, 0, 0);
 };
 
 /// Watches one graphics context and keeps the main camera that it last rendered. The main camera is the

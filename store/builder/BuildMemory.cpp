@@ -68,18 +68,19 @@ Status BuildMemory::checkFits(uint64_t count, uint64_t weight) const
 PointGate::Room::Room(PointGate& gate, uint64_t points)
     : _gate(gate), _points(std::min(points, gate._capacity))
 {
-    std::unique_lock lock(_gate._mutex);
-    _gate._isFreed.wait(lock, [this] { return _gate._free >= _points; });
+    const VelThreads::Lock lock(_gate._mutex);
+    while (_gate._free < _points)
+        _gate._isFreed.wait(_gate._mutex);
     _gate._free -= _points;
 }
 
 PointGate::Room::~Room()
 {
     {
-        const std::lock_guard lock(_gate._mutex);
+        const VelThreads::Lock lock(_gate._mutex);
         _gate._free += _points;
     }
-    _gate._isFreed.notify_all();
+    _gate._isFreed.notifyAll();
 }
 
 } // namespace VelBrx

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <VelBrx/Builder.h>
+#include <VelThreads/Mutex.h>
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 namespace VelBrx {
@@ -52,9 +51,9 @@ public:
 
 private:
     const uint64_t _capacity;
-    std::mutex _mutex;
-    std::condition_variable _isFreed;
-    uint64_t _free; ///< guarded by _mutex
+    VelThreads::Mutex _mutex;
+    VelThreads::Condition _isFreed;
+    uint64_t _free VEL_GUARDED_BY(_mutex);
 };
 
 } // namespace VelBrx

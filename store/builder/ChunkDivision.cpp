@@ -34,7 +34,7 @@ Status ChunkDivision::divideAsUsual(size_t chunk)
     const unsigned digits = _chunks[chunk].digits;
     const AncestorTake usual = AncestorTake::ofOwnLevels(digits);
     if (Status status = divide(chunk, [&](const TreeNode&) { return usual; }); !status) return status;
-    const std::lock_guard lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     for (const DividedNode& divided : _nodes[chunk])
         _shared.add(digits, divided.node.code, divided.node.counts);
     return {};

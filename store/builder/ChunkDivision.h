@@ -7,8 +7,9 @@
 #include "store/builder/StoreCells.h"
 #include "store/io/ParallelRun.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <map>
-#include <mutex>
 #include <vector>
 
 namespace VelBrx {
@@ -53,8 +54,8 @@ private:
     const ChunkLevels& _levels;
     PointSpool& _spool;
     PointGate& _gate;
-    std::mutex _mutex;
-    SharedNodes _shared;                          ///< guarded by _mutex while chunks are added
+    VelThreads::Mutex _mutex;
+    SharedNodes _shared;                          ///< under _mutex while chunks are added, then constant
     std::vector<std::vector<DividedNode>> _nodes; ///< by chunk
     std::map<CellKey, uint64_t> _sharedCounts;    ///< points of the cells that chunks share
 };

@@ -63,7 +63,7 @@ Status PointSpool::append(const uint8_t* records, const std::vector<uint32_t>& c
     for (size_t chunk = 0; chunk < _chunks.size(); ++chunk) {
         if (starts[chunk] == ends[chunk]) continue;
         Buffer& buffer = _buffers[chunk];
-        const std::lock_guard lock(buffer.mutex);
+        const VelThreads::Lock lock(buffer.mutex);
         if (!buffer.bytes) buffer.bytes = uninitialised<uint8_t>(_bufferSize);
         for (uint32_t i = starts[chunk]; i < ends[chunk]; ++i) {
             uint8_t* const item = &buffer.bytes[buffer.filled];
@@ -91,7 +91,7 @@ Status PointSpool::flush()
 {
     for (size_t chunk = 0; chunk < _chunks.size(); ++chunk) {
         Buffer& buffer = _buffers[chunk];
-        const std::lock_guard lock(buffer.mutex);
+        const VelThreads::Lock lock(buffer.mutex);
         if (Status status = flush(chunk, buffer); !status) return status;
         buffer.bytes.reset();
         if (buffer.written != _chunks[chunk].pointCount * itemSize()) return inputChanged();

@@ -4,9 +4,10 @@
 #include "store/builder/SourceSet.h"
 #include "store/io/TemporaryFile.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace VelBrx {
@@ -80,13 +81,13 @@ public:
 private:
     struct Buffer
     {
-        std::mutex mutex;
-        std::unique_ptr<uint8_t[]> bytes; ///< these three guarded by mutex
-        size_t filled = 0;
-        uint64_t written = 0;
+        VelThreads::Mutex mutex;
+        std::unique_ptr<uint8_t[]> bytes VEL_GUARDED_BY(mutex);
+        size_t filled VEL_GUARDED_BY(mutex) = 0;
+        uint64_t written VEL_GUARDED_BY(mutex) = 0;
     };
 
-    Status flush(size_t chunk, Buffer& buffer);
+    Status flush(size_t chunk, Buffer& buffer) VEL_REQUIRES(buffer.mutex);
 
     const std::vector<Chunk>& _chunks;
     const std::vector<uint32_t> _restLengths; ///< by source

@@ -26,7 +26,7 @@ Status RecordWriter::write(uint64_t position, const void* data, uint64_t size)
     if (size == 0) return {};
     const uint32_t checksum = crc32c(static_cast<const uint8_t*>(data), size);
     {
-        const std::lock_guard lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         take(position, {size, checksum});
     }
     return _file.write(_start + LasLayout::kEvlrHeaderSize + position, data, size);
@@ -55,7 +55,7 @@ void RecordWriter::take(uint64_t position, Piece piece)
 Status RecordWriter::finish()
 {
     const uint64_t checksumAt = _length - kRecordChecksumSize;
-    const std::lock_guard lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     if (_pieces.size() != 1 || _pieces.begin()->first != 0 || _pieces.begin()->second.length != checksumAt)
         return Status::failure("a record of the store was not written whole; please report this");
     uint8_t bytes[kRecordChecksumSize];

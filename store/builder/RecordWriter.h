@@ -2,9 +2,10 @@
 
 #include "store/io/OutputFile.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <vector>
 
 namespace VelBrx {
@@ -33,13 +34,13 @@ private:
         uint32_t checksum;
     };
 
-    void take(uint64_t position, Piece piece);
+    void take(uint64_t position, Piece piece) VEL_REQUIRES(_mutex);
 
     OutputFile& _file;
     const uint64_t _start;
     const uint64_t _length;
-    std::mutex _mutex;
-    std::map<uint64_t, Piece> _pieces; ///< by position, neighbours joined; guarded by _mutex
+    VelThreads::Mutex _mutex;
+    std::map<uint64_t, Piece> _pieces VEL_GUARDED_BY(_mutex); ///< by position, neighbours joined
 };
 
 } // namespace VelBrx

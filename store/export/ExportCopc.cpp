@@ -1,6 +1,7 @@
 #include "store/export/ExportCopc.h"
 
 #include <VelBrx/File.h>
+#include <VelThreads/Mutex.h>
 
 #include "store/export/CopcHead.h"
 #include "store/export/ExportOutput.h"
@@ -16,7 +17,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <mutex>
 #include <numeric>
 
 namespace VelBrx {
@@ -184,7 +184,7 @@ private:
             if (chunk.size() > kMaxChunkBytes)
                 return Status::failure(_options.output + ": a node is too large for COPC");
             {
-                const std::lock_guard lock(_mutex);
+                const VelThreads::Lock lock(_mutex);
                 _summary.add(summary);
             }
             _run.done(pointsOf(_index.cells[i]));
@@ -289,6 +289,7 @@ private:
 
     Status finish()
     {
+        const VelThreads::Lock lock(_mutex);
         uint64_t hierarchyStart = 0;
         if (Status status = _chunks->finish(true, hierarchyStart); !status) return status;
         const std::vector<uint8_t> hierarchy = makeCopcHierarchy(_index.cells, _chunks->chunks());
@@ -323,8 +324,8 @@ private:
     std::unique_ptr<LazChunkEncoders> _chunkEncoders;
     std::unique_ptr<LazChunkSequence> _chunks;
     OutputFile _file;
-    std::mutex _mutex;
-    Summary _summary; ///< guarded by _mutex while nodes are written
+    VelThreads::Mutex _mutex;
+    Summary _summary VEL_GUARDED_BY(_mutex);
 };
 
 } // namespace

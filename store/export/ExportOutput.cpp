@@ -37,6 +37,12 @@ ExportOutput::ExportOutput(std::string path, LasHead head, uint16_t recordLength
 {
 }
 
+uint64_t ExportOutput::changed() const
+{
+    const VelThreads::Lock lock(_mutex);
+    return _changed;
+}
+
 uint64_t ExportOutput::size() const
 {
     constexpr uint64_t kUsualCompression = 16;
@@ -69,7 +75,7 @@ Status ExportOutput::write(uint64_t first, const std::vector<uint8_t>& records, 
     RecordScan scan;
     if (_recounts) format.scan(records.data(), records.size() / _recordLength, scan);
     {
-        const std::lock_guard lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         _scan.add(scan);
         _changed += changed;
     }
@@ -79,7 +85,10 @@ Status ExportOutput::write(uint64_t first, const std::vector<uint8_t>& records, 
 
 Status ExportOutput::finish(const FileReader& store, ParallelRun& run)
 {
-    if (_recounts) tellPoints(_scan, _points, _head);
+    if (_recounts) {
+        const VelThreads::Lock lock(_mutex);
+        tellPoints(_scan, _points, _head);
+    }
     uint64_t position = _head.bytes.size() + _points * _recordLength;
     if (_lazPoints) {
         if (Status status = _lazPoints->finish(position); !status) return status;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/ExportLas.h>
+#include <VelThreads/Mutex.h>
 
 #include "store/export/LasHead.h"
 #include "store/io/FileReader.h"
@@ -11,7 +12,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace VelBrx {
@@ -28,7 +28,7 @@ public:
 
     const std::string& path() const { return _path; }
     uint64_t points() const { return _points; }
-    uint64_t changed() const { return _changed; }
+    uint64_t changed() const;
 
     /// In bytes; of a compressed file about what it takes at least.
     uint64_t size() const;
@@ -62,9 +62,9 @@ private:
     bool _recounts = false;
     bool _isOpen = false;
     OutputFile _file;
-    std::mutex _mutex;
-    RecordScan _scan;      ///< guarded by _mutex while records are written
-    uint64_t _changed = 0; ///< likewise
+    mutable VelThreads::Mutex _mutex;
+    RecordScan _scan VEL_GUARDED_BY(_mutex);
+    uint64_t _changed VEL_GUARDED_BY(_mutex) = 0;
 };
 
 } // namespace VelBrx

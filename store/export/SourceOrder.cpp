@@ -144,7 +144,7 @@ Status SourceOrder::spread(const Block& block)
 
 void SourceOrder::tally(const Block& block)
 {
-    std::vector<SourceTally> found(_tallies.size());
+    std::vector<SourceTally> found(_sourceFirsts.size());
     for (size_t i = 0; i < block.count; ++i) {
         const uint8_t* const record = &block.records[i * kPointSize];
         const bool isHidden = record[kFlags] & kHiddenBits;
@@ -156,12 +156,18 @@ void SourceOrder::tally(const Block& block)
         source.wideClass += isWide;
         source.visibleWideClass += isWide && !isHidden;
     }
-    const std::lock_guard lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     for (size_t i = 0; i < found.size(); ++i) {
         _tallies[i].hidden += found[i].hidden;
         _tallies[i].wideClass += found[i].wideClass;
         _tallies[i].visibleWideClass += found[i].visibleWideClass;
     }
+}
+
+std::vector<SourceTally> SourceOrder::tallies() const
+{
+    const VelThreads::Lock lock(_mutex);
+    return _tallies;
 }
 
 Status SourceOrder::load(size_t window, ParallelRun& run)

@@ -6,10 +6,11 @@
 #include "store/io/ParallelRun.h"
 #include "store/io/TemporaryFile.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -45,7 +46,7 @@ public:
     Status distribute(const std::string& folder, ParallelRun& run);
 
     /// By source, after `distribute`.
-    const std::vector<SourceTally>& tallies() const { return _tallies; }
+    std::vector<SourceTally> tallies() const;
 
     /// Loads a window. Call `distribute` first.
     Status load(size_t window, ParallelRun& run);
@@ -71,8 +72,8 @@ private:
     std::unique_ptr<std::atomic<uint64_t>[]> _filled; ///< entries of each window in the temporary file
     std::unique_ptr<uint8_t[]> _records;              ///< of the loaded window in order
     uint64_t _loadedFirst = 0;
-    std::mutex _mutex;
-    std::vector<SourceTally> _tallies; ///< guarded by _mutex during `distribute`
+    mutable VelThreads::Mutex _mutex;
+    std::vector<SourceTally> _tallies VEL_GUARDED_BY(_mutex);
 };
 
 } // namespace VelBrx

@@ -2,11 +2,12 @@
 
 #include "store/io/UserName.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <map>
-#include <mutex>
 #include <utility>
 
 #include <sys/file.h>
@@ -24,8 +25,8 @@ constexpr size_t kPage = 1;
 /// The locks of this process.
 struct Locks
 {
-    std::mutex mutex;
-    std::map<std::pair<dev_t, ino_t>, std::weak_ptr<EditLock>> held; ///< guarded by `mutex`
+    VelThreads::Mutex mutex;
+    std::map<std::pair<dev_t, ino_t>, std::weak_ptr<EditLock>> held VEL_GUARDED_BY(mutex);
 };
 
 Locks& locks()
@@ -81,7 +82,7 @@ std::shared_ptr<EditLock> EditLock::acquire(int descriptor, bool evenSo, Status&
         status = Status::failure("cannot be asked for its place on the disk; try again");
         return nullptr;
     }
-    const std::lock_guard<std::mutex> guard(locks().mutex);
+    const VelThreads::Lock guard(locks().mutex);
     std::weak_ptr<EditLock>& entry = locks().held[{file.st_dev, file.st_ino}];
     if (std::shared_ptr<EditLock> held = entry.lock()) return held;
 

@@ -3,6 +3,8 @@
 #include "store/io/EditLock.h"
 #include "store/io/IdentifyFile.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -26,8 +28,8 @@ struct File::Mapping
     void* memory = nullptr;
     int64_t length = 0;
     std::atomic<bool> editAnyway{false};
-    std::mutex lockMutex;
-    std::shared_ptr<EditLock> editLock; ///< guarded by lockMutex
+    VelThreads::Mutex lockMutex;
+    std::shared_ptr<EditLock> editLock VEL_GUARDED_BY(lockMutex);
 
     ~Mapping()
     {
@@ -152,7 +154,7 @@ void File::unmap(void*) {}
 Status File::lockForEditing()
 {
     Mapping& mapping = *_mapping;
-    const std::lock_guard<std::mutex> guard(mapping.lockMutex);
+    const VelThreads::Lock guard(mapping.lockMutex);
     if (mapping.editLock) return {};
     const int descriptor = reopen();
     if (descriptor < 0) return {}; // it cannot be written either, which is for the writer to say

@@ -50,7 +50,7 @@ FileWriter::~FileWriter()
 
 std::string FileWriter::problem() const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     return _problem;
 }
 
@@ -61,7 +61,7 @@ bool FileWriter::isOpen() const
 
 void FileWriter::note(int error)
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     if (!_problem.empty()) return;
     _problem = "cannot be written (" + std::generic_category().message(error) +
                "); make room or mend the disk, and do it again";

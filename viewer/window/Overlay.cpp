@@ -71,37 +71,37 @@ Overlay::~Overlay()
 
 void Overlay::setLegend(const Legend& legend)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _legend = legend;
 }
 
 void Overlay::setLines(const std::vector<std::string>& lines)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _lines = lines;
 }
 
 void Overlay::setPanel(const std::vector<std::string>& lines)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _panel = lines;
 }
 
 void Overlay::setQuestion(const std::vector<std::string>& lines)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _question = lines;
 }
 
 void Overlay::setHelp(const std::vector<KeyList>& lists)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _help = lists;
 }
 
 void Overlay::setOutline(const std::vector<osg::Vec2d>& vertices, bool closed)
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _outline = vertices;
     _outlineClosed = closed;
 }
@@ -114,7 +114,7 @@ bool Overlay::isEmpty() const
 
 void Overlay::operator()(osg::RenderInfo& renderInfo) const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     const osg::Viewport* viewport = renderInfo.getCurrentCamera()->getViewport();
     if (!viewport || isEmpty()) return;
     beginFrame(windowSize(renderInfo, *viewport));
@@ -130,7 +130,7 @@ void Overlay::operator()(osg::RenderInfo& renderInfo) const
 
 void Overlay::releaseGLObjects(osg::State*) const
 {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     if (!_hasGlObjects) return;
     ImGui::SetCurrentContext(_context);
     ImGui_ImplOpenGL3_Shutdown();

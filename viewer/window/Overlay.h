@@ -3,10 +3,11 @@
 #include "viewer/display/Legend.h"
 #include "viewer/window/KeyList.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <osg/Camera>
 #include <osg/Vec2d>
 
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -43,25 +44,27 @@ protected:
     ~Overlay() override;
 
 private:
-    bool isEmpty() const;
-    void beginFrame(const osg::Vec2d& windowSize) const;
-    void drawLegend() const;
-    void drawEntries(float room) const;
-    void drawRamp(float room) const;
-    void drawOutline() const;
-    void drawHelp() const;
+    bool isEmpty() const VEL_REQUIRES(_mutex);
+    void beginFrame(const osg::Vec2d& windowSize) const VEL_REQUIRES(_mutex);
+    void drawLegend() const VEL_REQUIRES(_mutex);
+    void drawEntries(float room) const VEL_REQUIRES(_mutex);
+    void drawRamp(float room) const VEL_REQUIRES(_mutex);
+    void drawOutline() const VEL_REQUIRES(_mutex);
+    void drawHelp() const VEL_REQUIRES(_mutex);
     void drawText(const char* name, const std::vector<std::string>& lines, const osg::Vec2d& place,
-                  float alpha) const;
+                  float alpha) const VEL_REQUIRES(_mutex);
 
-    mutable std::mutex _mutex; ///< guards the members below
-    Legend _legend;
-    std::vector<std::string> _lines;
-    std::vector<std::string> _panel;
-    std::vector<std::string> _question;
-    std::vector<KeyList> _help;
-    std::vector<osg::Vec2d> _outline;
-    bool _outlineClosed = false;
-    mutable ImGuiContext* _context = nullptr; ///< made by the first frame, on the drawing thread
-    mutable bool _hasGlObjects = false;
-    mutable float _unit = 1; ///< pixels of one text pixel: large pictures get large letters
+    mutable VelThreads::Mutex _mutex;
+    Legend _legend VEL_GUARDED_BY(_mutex);
+    std::vector<std::string> _lines VEL_GUARDED_BY(_mutex);
+    std::vector<std::string> _panel VEL_GUARDED_BY(_mutex);
+    std::vector<std::string> _question VEL_GUARDED_BY(_mutex);
+    std::vector<KeyList> _help VEL_GUARDED_BY(_mutex);
+    std::vector<osg::Vec2d> _outline VEL_GUARDED_BY(_mutex);
+    bool _outlineClosed VEL_GUARDED_BY(_mutex) = false;
+    mutable ImGuiContext*
+        _context VEL_GUARDED_BY(_mutex) = nullptr; ///< made by the first frame, on the drawing thread
+    mutable bool _hasGlObjects VEL_GUARDED_BY(_mutex) = false;
+    mutable float
+        _unit VEL_GUARDED_BY(_mutex) = 1; ///< pixels of one text pixel: large pictures get large letters
 };

@@ -106,7 +106,7 @@ void LazChunkEncoders::encode(const uint8_t* records, uint64_t pointCount, std::
 {
     std::unique_ptr<LazChunkEncoder> encoder;
     {
-        const std::lock_guard lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         if (!_idle.empty()) {
             encoder = std::move(_idle.back());
             _idle.pop_back();
@@ -114,7 +114,7 @@ void LazChunkEncoders::encode(const uint8_t* records, uint64_t pointCount, std::
     }
     if (!encoder) encoder = std::make_unique<LazChunkEncoder>(_items);
     encoder->encode(records, pointCount, chunk);
-    const std::lock_guard lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _idle.push_back(std::move(encoder));
 }
 

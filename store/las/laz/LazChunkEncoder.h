@@ -2,9 +2,10 @@
 
 #include "store/las/laz/LazItems.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace VelBrx {
@@ -43,8 +44,8 @@ public:
 
 private:
     const LazItems _items;
-    std::mutex _mutex;
-    std::vector<std::unique_ptr<LazChunkEncoder>> _idle; ///< guarded by _mutex
+    VelThreads::Mutex _mutex;
+    std::vector<std::unique_ptr<LazChunkEncoder>> _idle VEL_GUARDED_BY(_mutex);
 };
 
 } // namespace VelBrx

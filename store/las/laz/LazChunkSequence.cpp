@@ -30,7 +30,7 @@ Status LazChunkSequence::add(uint64_t number, uint64_t pointCount, std::vector<u
 std::vector<LazChunkSequence::Encoded> LazChunkSequence::place(uint64_t number, Encoded chunk)
 {
     std::vector<Encoded> placed;
-    const std::lock_guard lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _early.emplace(number, std::move(chunk));
     for (auto next = _early.begin(); next != _early.end() && next->first == _chunks.size();
          next = _early.erase(next)) {
@@ -46,7 +46,7 @@ std::vector<LazChunkSequence::Encoded> LazChunkSequence::place(uint64_t number, 
 
 Status LazChunkSequence::finish(bool tellsCounts, uint64_t& end)
 {
-    const std::lock_guard lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     std::vector<LazChunk> chunks;
     std::copy_if(_chunks.begin(), _chunks.end(), std::back_inserter(chunks),
                  [](const LazChunk& chunk) { return chunk.size > 0; });

@@ -3,11 +3,11 @@
 #include "store/las/laz/LazChunkTable.h"
 
 #include <VelBrx/Status.h>
+#include <VelThreads/Mutex.h>
 
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <vector>
 
 namespace VelBrx {
@@ -47,11 +47,11 @@ private:
     const uint64_t _position;
     const Write _write;
 
-    std::mutex _mutex;                  ///< guards what follows
-    std::map<uint64_t, Encoded> _early; ///< some chunk before them is not there yet
-    std::vector<LazChunk> _chunks;      ///< that have their place in the file
-    uint64_t _pointCount = 0;           ///< of these
-    uint64_t _end;                      ///< behind the last of these
+    VelThreads::Mutex _mutex;
+    std::map<uint64_t, Encoded> _early VEL_GUARDED_BY(_mutex); ///< some chunk before them is not there yet
+    std::vector<LazChunk> _chunks VEL_GUARDED_BY(_mutex);      ///< that have their place in the file
+    uint64_t _pointCount VEL_GUARDED_BY(_mutex) = 0;           ///< of these
+    uint64_t _end VEL_GUARDED_BY(_mutex);                      ///< behind the last of these
 };
 
 } // namespace VelBrx

@@ -55,7 +55,7 @@ Status LazPointSource::decode(Worker& worker, const LazChunk& chunk, RecordField
 std::unique_ptr<LazPointSource::Worker> LazPointSource::takeWorker() const
 {
     {
-        const std::lock_guard lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         if (!_idle.empty()) {
             std::unique_ptr<Worker> worker = std::move(_idle.back());
             _idle.pop_back();
@@ -68,7 +68,7 @@ std::unique_ptr<LazPointSource::Worker> LazPointSource::takeWorker() const
 /// At the end of a pass over the file the workers go: a build may have thousands of files.
 void LazPointSource::giveBack(std::unique_ptr<Worker> worker) const
 {
-    const std::lock_guard lock(_mutex);
+    const VelThreads::Lock lock(_mutex);
     _idle.push_back(std::move(worker));
     if (++_partsRead < partCount()) return;
     _partsRead = 0;

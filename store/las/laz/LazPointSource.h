@@ -4,9 +4,10 @@
 #include "store/las/PointSource.h"
 #include "store/las/laz/LazChunkDecoder.h"
 
+#include <VelThreads/Mutex.h>
+
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace VelBrx {
@@ -38,10 +39,10 @@ private:
     void giveBack(std::unique_ptr<Worker> worker) const;
     Status decode(Worker& worker, const LazChunk& chunk, RecordFields fields, const Use& use) const;
 
-    mutable std::mutex _mutex;
-    mutable std::vector<std::unique_ptr<Worker>> _idle; ///< guarded by `_mutex`
-    mutable uint64_t _partsRead = 0;                    ///< of this pass over the file, guarded by `_mutex`
-    mutable std::atomic<uint64_t> _doubtful{0};         ///< chunks read that do not end where they should
+    mutable VelThreads::Mutex _mutex;
+    mutable std::vector<std::unique_ptr<Worker>> _idle VEL_GUARDED_BY(_mutex);
+    mutable uint64_t _partsRead VEL_GUARDED_BY(_mutex) = 0; ///< of this pass over the file
+    mutable std::atomic<uint64_t> _doubtful{0};             ///< chunks read that do not end where they should
 };
 
 } // namespace VelBrx

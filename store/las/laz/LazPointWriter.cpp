@@ -96,7 +96,7 @@ Status LazPointWriter::gather(uint64_t chunk, uint64_t first, const uint8_t* rec
 {
     std::shared_ptr<Gathered> gathered;
     {
-        const std::lock_guard lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         std::shared_ptr<Gathered>& entry = _gathered[chunk];
         if (!entry) {
             entry = std::make_shared<Gathered>();
@@ -108,7 +108,7 @@ Status LazPointWriter::gather(uint64_t chunk, uint64_t first, const uint8_t* rec
     std::copy_n(records, count * _items.recordLength,
                 gathered->records.begin() + static_cast<std::ptrdiff_t>(first * _items.recordLength));
     {
-        const std::lock_guard lock(_mutex);
+        const VelThreads::Lock lock(_mutex);
         gathered->missing -= count;
         if (gathered->missing > 0) return {};
         _gathered.erase(chunk);

@@ -4,11 +4,11 @@
 #include "store/las/laz/LazChunkSequence.h"
 
 #include <VelBrx/Status.h>
+#include <VelThreads/Mutex.h>
 
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -61,8 +61,8 @@ private:
     LazChunkEncoders _encoders;
     LazChunkSequence _chunks;
 
-    std::mutex _mutex;
-    std::map<uint64_t, std::shared_ptr<Gathered>> _gathered; ///< by chunk, guarded by _mutex
+    VelThreads::Mutex _mutex;
+    std::map<uint64_t, std::shared_ptr<Gathered>> _gathered VEL_GUARDED_BY(_mutex); ///< by chunk
 };
 
 } // namespace VelBrx
