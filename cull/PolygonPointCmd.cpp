@@ -204,8 +204,8 @@ std::vector<ChangeRecord::Cell> showRecords(const OctreeInfo& octree, std::vecto
 
 } // namespace
 
-PolygonPointCmd::PolygonPointCmd(int barrierCount, Edit edit)
-    : BaseCmd(barrierCount, true), _places(std::make_unique<CloudPlaces>()),
+PolygonPointCmd::PolygonPointCmd(int barrierCount, Edit edit, bool save)
+    : BaseCmd(barrierCount, save), _places(std::make_unique<CloudPlaces>()),
       _changes(std::make_unique<ChangeRecord>()), _edit(edit)
 {
 }
@@ -287,14 +287,18 @@ void PolygonPointCmd::undo(bool inStore)
     PCViewerManager::getInstance()->requestRedraw(_uid);
 }
 
-CullCmd::CullCmd(int barrierCount) : PolygonPointCmd(barrierCount, Edit::HIDE) {}
+CullCmd::CullCmd(int barrierCount) : CullCmd(barrierCount, true) {}
+
+CullCmd::CullCmd(int barrierCount, bool save) : PolygonPointCmd(barrierCount, Edit::HIDE, save) {}
 
 void CullCmd::reset(CullCmdManager*)
 {
     undo(true);
 }
 
-XorCullCmd::XorCullCmd(int barrierCount) : PolygonPointCmd(barrierCount, Edit::SHOW) {}
+XorCullCmd::XorCullCmd(int barrierCount) : XorCullCmd(barrierCount, true) {}
+
+XorCullCmd::XorCullCmd(int barrierCount, bool save) : PolygonPointCmd(barrierCount, Edit::SHOW, save) {}
 
 void XorCullCmd::reset(CullCmdManager*)
 {

@@ -4,7 +4,9 @@
 
 namespace VelOsgDBBrx {
 
-UndoCmd::UndoCmd(int barrierCount) : BaseCmd(barrierCount, false) {}
+UndoCmd::UndoCmd(int barrierCount) : UndoCmd(barrierCount, nullptr) {}
+
+UndoCmd::UndoCmd(int barrierCount, BaseCmd* cmd) : BaseCmd(barrierCount, false), _cmd(cmd) {}
 
 void UndoCmd::operator()(CullCmdManager* manager)
 {
@@ -18,17 +20,25 @@ void UndoCmd::operator()(CullCmdManager* manager)
 
 void UndoCmd::reset(CullCmdManager* manager)
 {
-    undoNewest(manager);
+    if (_cmd)
+        undo(*_cmd, manager);
+    else
+        undoNewest(manager);
+}
+
+bool UndoCmd::undo(BaseCmd& cmd, CullCmdManager* manager)
+{
+    cmd.reset(manager);
+    const CmdResult undone = cmd.getResult();
+    _undone.add(undone);
+    return undone.cellsUnwritten == 0;
 }
 
 bool UndoCmd::undoNewest(CullCmdManager* manager)
 {
     const osg::ref_ptr<BaseCmd> newest = manager->pop();
     if (!newest) return false;
-    newest->reset(manager);
-    const CmdResult undone = newest->getResult();
-    _undone.add(undone);
-    if (undone.cellsUnwritten > 0) _unfinished.push_back(newest);
+    if (!undo(*newest, manager)) _unfinished.push_back(newest);
     return true;
 }
 

@@ -83,7 +83,7 @@ protected:
         SHOW  ///< clears the hidden bits of points that have any
     };
 
-    PolygonPointCmd(int barrierCount, Edit edit);
+    PolygonPointCmd(int barrierCount, Edit edit, bool save);
     ~PolygonPointCmd() override;
 
     /// Takes the hidden bits of the recorded points away again, in loaded cells, and in the store as well
@@ -114,6 +114,10 @@ class VEL_OSGDB_BRX_EXPORT CullCmd : public PolygonPointCmd
 public:
     explicit CullCmd(int barrierCount);
 
+    /// With `save` false the manager does not keep the command: who pushed it undoes it with a
+    /// `UndoCmd(int, BaseCmd*)`.
+    CullCmd(int barrierCount, bool save);
+
     void reset(CullCmdManager* manager) override;
 
 protected:
@@ -126,6 +130,7 @@ class VEL_OSGDB_BRX_EXPORT XorCullCmd : public PolygonPointCmd
 {
 public:
     explicit XorCullCmd(int barrierCount);
+    XorCullCmd(int barrierCount, bool save); ///< as of `CullCmd`
 
     void reset(CullCmdManager* manager) override;
 

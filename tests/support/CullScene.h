@@ -74,9 +74,9 @@ private:
 /// A cull or un-cull command, ready to push, barrier count 2.
 template <class Cmd>
 osg::ref_ptr<Cmd> polygonCmd(OctreeInfo* octree, const Polygon& polygon, const Screen& screen,
-                             VelOsgDBBrx::Type type = VelOsgDBBrx::Type::INSIDE)
+                             VelOsgDBBrx::Type type = VelOsgDBBrx::Type::INSIDE, bool save = true)
 {
-    osg::ref_ptr<Cmd> cmd = new Cmd(2);
+    osg::ref_ptr<Cmd> cmd = new Cmd(2, save);
     Polygon vertices = polygon;
     osg::Matrixd vpw = screen.vpw();
     std::vector<osg::observer_ptr<OctreeInfo>> infos = {octree};

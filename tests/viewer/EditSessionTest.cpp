@@ -1,6 +1,7 @@
 #include "viewer/edit/EditSession.h"
 
 #include "tests/support/LasRecords.h"
+#include "tests/support/NoRoom.h"
 #include "tests/viewer/ShownSurvey.h"
 #include "viewer/scene/StoreCache.h"
 
@@ -138,6 +139,9 @@ TEST_F(EditSessionTest, UndoTakesBackTheNewestEditOfWhateverKind)
     const int withHole = drawn();
     EXPECT_LT(withHole, before);
     reclassify(kAll, 6);
+    const std::vector<bool> corner = hidden();
+    const Polygon other = {{200, 200}, {120, 200}, {200, 150}};
+    EXPECT_EQ(done(session->hide(other, Type::INSIDE)).points, count(under(other)));
     done(session->select(kAll, true));
     done(session->segment(false));
     EXPECT_EQ(drawn(), 0) << "everything is selected, and left out of the picture";
@@ -145,9 +149,11 @@ TEST_F(EditSessionTest, UndoTakesBackTheNewestEditOfWhateverKind)
         << "changes nothing, so that there is nothing to undo";
 
     EXPECT_EQ(done(session->undo()).operation, "undo show all but selected");
-    EXPECT_EQ(drawn(), withHole);
+    EXPECT_LT(drawn(), withHole);
     EXPECT_EQ(done(session->undo()).operation, "undo select");
     EXPECT_FALSE(done(session->segment(true)).ok) << "nothing is selected any more";
+    EXPECT_EQ(done(session->undo()).points, count(under(other))) << "the newer of two";
+    EXPECT_EQ(hidden(), corner);
     const EditOutcome undone = done(session->undo());
     EXPECT_EQ(undone.operation, "undo reclassify");
     EXPECT_EQ(undone.points, 400 - count(under(kCorner)));
@@ -184,6 +190,28 @@ TEST_F(EditSessionTest, UndoAllTakesEverythingBackAndResetShowsEverything)
         EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
     }
     EXPECT_EQ(pointsByClass(), classesBefore);
+}
+
+TEST_F(EditSessionTest, WhatAFullDiskLeavesHiddenCanBeUndoneOnceMore)
+{
+    shown.show();
+    appendHole(shown.store());
+    Scene scene;
+    ASSERT_TRUE(scene.load({shown.store()}, Options()));
+    session.emplace(scene, *shown.host.viewer);
+    for (const bool all : {true, false}) {
+        const uint64_t corner = done(session->hide(kCorner, Type::INSIDE)).points;
+        EXPECT_EQ(done(session->hide(kAll, Type::INSIDE)).points, 400 - corner);
+        {
+            const NoRoom noRoom(0);
+            EXPECT_FALSE(done(all ? session->undoAll() : session->undo()).ok);
+            EXPECT_EQ(count(hidden()), 400u);
+        }
+        EXPECT_EQ(done(session->undo()).points, 400 - corner) << "the newer of the two";
+        EXPECT_EQ(done(session->undo()).points, corner);
+    }
+    EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
+    session.reset();
 }
 
 TEST_F(EditSessionTest, EditsSeveralCloudsAsOneAndLeavesOutThoseAside)

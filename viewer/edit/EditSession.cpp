@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 using namespace VelOsgDBBrx;
 
@@ -136,7 +137,7 @@ bool EditSession::hide(const Outline& polygon, Type side)
     if (isBusy()) return false;
     Running* running = beginOnScreen(side == Type::INSIDE ? "hide inside" : "hide outside", polygon, 3);
     if (!running) return true;
-    const osg::ref_ptr<CullCmd> cmd = new CullCmd(kNobodyWaits);
+    const osg::ref_ptr<CullCmd> cmd = new CullCmd(kNobodyWaits, false);
     cmd->setType(side);
     pushCull(*running, cmd, Edit::HIDDEN);
     return true;
@@ -146,7 +147,7 @@ bool EditSession::show(const Outline& polygon)
 {
     if (isBusy()) return false;
     Running* running = beginOnScreen("show", polygon, 3);
-    if (running) pushCull(*running, new XorCullCmd(kNobodyWaits), Edit::SHOWN);
+    if (running) pushCull(*running, new XorCullCmd(kNobodyWaits, false), Edit::SHOWN);
     return true;
 }
 
@@ -161,7 +162,8 @@ void EditSession::pushCull(Running& running, PolygonPointCmd* cmd, Edit::Kind ki
     cmd->setClipPlane(planes);
     cmd->setOctreeInfos(clouds);
     cmd->setUid(kViewerUid);
-    running.conclude = [this, kind](Running& ended) { concludeCull(ended, kind); };
+    const Edit edit{kind, running.outcome.operation, kind == Edit::HIDDEN ? cmd : nullptr};
+    running.conclude = [this, edit](Running& ended) { concludeCull(ended, edit); };
     running.work.push(cmd);
 }
 
@@ -185,14 +187,11 @@ void EditSession::concludeCommands(Running& running) const
                                     " cells could not be read and were left out; brx verify tells more");
 }
 
-void EditSession::concludeCull(Running& running, Edit::Kind kind)
+void EditSession::concludeCull(Running& running, const Edit& edit)
 {
     concludeCommands(running);
     noteSegment(running.outcome);
-    if (running.outcome.points > 0)
-        _journal.push_back({kind, running.outcome.operation});
-    else // the manager keeps it for undo all the same; taking it back now changes nothing
-        CullCmdManager::getInstance()->push(new UndoCmd(kNobodyWaits));
+    if (running.outcome.points > 0) _journal.push_back(edit);
 }
 
 /// A segment is a matter of the picture, which people may forget.
@@ -353,39 +352,45 @@ bool EditSession::undo()
     _journal.pop_back();
     running->outcome.operation += " " + edit.operation;
     running->outcome.undone = edit.operation;
-    takeBack(*running, edit);
+    running->outcome.countsPoints = edit.kind != Edit::SELECTION && edit.kind != Edit::LINE;
+    if (edit.kind == Edit::SHOWN)
+        running->outcome.message = "points that were brought back stay; hide them again";
+    takeBack(*running, {edit});
     return true;
 }
 
-void EditSession::takeBack(Running& running, const Edit& edit)
+/// Takes edits back, the newest first; those that a full disk leaves are in the journal again.
+void EditSession::takeBack(Running& running, std::vector<Edit> edits)
+{
+    for (auto edit = edits.rbegin(); edit != edits.rend(); ++edit)
+        beginToTakeBack(running, *edit);
+    running.conclude = [this, edits = std::move(edits)](Running& ended) {
+        concludeCommands(ended);
+        ended.outcome.points += ended.work.counts().changed;
+        if (const VelBrx::Status status = ended.work.status(); !status)
+            refuse(ended.outcome, status.message());
+        for (const Edit& edit : edits)
+            if (edit.cmd && edit.cmd->getResult().cellsUnwritten > 0) _journal.push_back(edit);
+    };
+}
+
+void EditSession::beginToTakeBack(Running& running, const Edit& edit)
 {
     switch (edit.kind) {
-    case Edit::SHOWN:
-        running.outcome.message = "points that were brought back stay; hide them again";
-        [[fallthrough]];
     case Edit::HIDDEN:
-        running.work.push(new UndoCmd(kNobodyWaits));
-        running.conclude = [this, edit](Running& ended) {
-            concludeCommands(ended);
-            if (ended.work.commands().cellsUnwritten > 0) _journal.push_back(edit); // the manager kept it too
-        };
+        running.work.push(new UndoCmd(kNobodyWaits, edit.cmd));
         break;
+    case Edit::SHOWN:
+        break; // what was brought back stays
     case Edit::SELECTION:
-        running.outcome.countsPoints = false;
         for (SelectSegmentStack& selection : _selections)
             selection.pop();
         break;
     case Edit::LINE:
-        running.outcome.countsPoints = false;
         PointCloudHelper::clearEnhancedLine(_scene.root());
         break;
     case Edit::CLASSES:
         running.work.push(classRequest(Category::UNDO));
-        running.conclude = [](Running& ended) {
-            ended.outcome.points = ended.work.counts().changed;
-            if (const VelBrx::Status status = ended.work.status(); !status)
-                refuse(ended.outcome, status.message());
-        };
         break;
     }
 }
@@ -394,15 +399,7 @@ bool EditSession::undoAll()
 {
     Running* running = begin("undo all");
     if (!running) return false;
-    dropSelection();
-    running->work.push(new AllUndoCmd(kNobodyWaits));
-    for (const Edit& edit : _journal)
-        if (edit.kind == Edit::CLASSES) running->work.push(classRequest(Category::UNDO));
-    _journal.clear();
-    running->conclude = [this](Running& ended) {
-        concludeCommands(ended);
-        ended.outcome.points += ended.work.counts().changed;
-    };
+    takeBack(*running, std::exchange(_journal, {}));
     return true;
 }
 
@@ -423,7 +420,6 @@ bool EditSession::reset()
     cmd->setOctreeInfos(clouds);
     cmd->setUid(kViewerUid);
     running->work.push(cmd);
-    running->work.push(new AllUndoCmd(kNobodyWaits)); // what the reset left to undo are points that are shown
     _journal.erase(std::remove_if(_journal.begin(), _journal.end(),
                                   [](const Edit& edit) { return edit.kind != Edit::CLASSES; }),
                    _journal.end());

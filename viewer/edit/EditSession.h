@@ -155,6 +155,7 @@ private:
         };
         Kind kind;
         std::string operation;
+        osg::ref_ptr<VelOsgDBBrx::BaseCmd> cmd = nullptr; ///< of HIDDEN
     };
 
     /// An outline in pixels of a window.
@@ -178,11 +179,12 @@ private:
     void pushCull(Running& running, VelOsgDBBrx::PolygonPointCmd* cmd, Edit::Kind kind);
     void pushClassEdit(EditWork& work, const Reclassification& change) const;
     void concludeCommands(Running& running) const;
-    void concludeCull(Running& running, Edit::Kind kind);
+    void concludeCull(Running& running, const Edit& edit);
     void concludeClasses(Running& running, bool dryRun);
     void concludeLine(Running& running, VelOsgDBBrx::LineSearchCmd& search, double width);
     void noteSegment(EditOutcome& outcome) const;
-    void takeBack(Running& running, const Edit& edit);
+    void takeBack(Running& running, std::vector<Edit> edits);
+    void beginToTakeBack(Running& running, const Edit& edit);
     void dropSelection();
     std::string readOnlyStores(const std::function<bool(const std::string&)>& isMeant) const;
     std::vector<osg::observer_ptr<OctreeInfo>> octrees() const;
@@ -194,5 +196,7 @@ private:
     Drawing _onWindow;                                        ///< the outline of the operation that begins
     Drawing _whole; ///< the same, on a window that holds as much of it as is meant
     std::optional<Running> _running;
-    std::vector<Edit> _journal; ///< the newest last
+    /// The order of all edits, the newest last. How each is taken back: hiding by its command, classes by the
+    /// `CategoryCalcTool`, selections by their stacks, which each take back the newest of what they did.
+    std::vector<Edit> _journal;
 };
