@@ -1,7 +1,7 @@
 #include "bench/RatioReporter.h"
 #include "bench/SampleStore.h"
 
-#include "loading/CellTree.h"
+#include "loading/OctreeCells.h"
 
 #include <VelBrx/StoreInfo.h>
 #include <VelOsgDBBrx/CellData.h>
@@ -32,7 +32,7 @@ public:
         octree->scale.set(header.scale[0], header.scale[1], header.scale[2]);
         octree->pointDataStart = header.pointDataStart;
         octree->pointFile = std::make_unique<VelBrx::File>(_sample.path().c_str());
-        buildCellTree(info.cells, *octree);
+        linkOctreeCells(info.cells, *octree);
         list(*octree->root);
     }
 

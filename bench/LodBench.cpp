@@ -1,6 +1,6 @@
 #include "bench/RatioReporter.h"
 
-#include "loading/CellTree.h"
+#include "loading/OctreeCells.h"
 #include "store/StoreIndex.h"
 
 #include <VelOsgDBBrx/CellData.h>
@@ -43,7 +43,7 @@ struct Flight
     Flight()
     {
         records = deriveCells(terrainIndex());
-        buildCellTree(records, *octree);
+        linkOctreeCells(records, *octree);
         octree->pointFile =
             std::make_unique<VelBrx::File>("/dev/null"); // a pass wants it open and reads nothing
         markLoaded(*octree->root);

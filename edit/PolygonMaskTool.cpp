@@ -1,5 +1,7 @@
 #include <VelOsgDBBrx/PolygonMaskTool.h>
 
+#include "osgutils/ClipPolygon.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -10,36 +12,18 @@ namespace VelOsgDBBrx {
 
 namespace {
 
-using Polygon = std::vector<osg::Vec2d>;
+using VelOsgUtils::clipPolygon;
 
-/// The part of a polygon on the side of a line where `sign` * (vertex[axis] - bound) >= 0. What the even-odd
-/// rule says of that side stays the same, also for a polygon that crosses itself.
-Polygon clipped(const Polygon& polygon, int axis, double bound, double sign)
-{
-    Polygon kept;
-    for (size_t i = 0; i < polygon.size(); ++i) {
-        const osg::Vec2d& from = polygon[i];
-        const osg::Vec2d& to = polygon[(i + 1) % polygon.size()];
-        const double fromSide = sign * (from[axis] - bound);
-        const double toSide = sign * (to[axis] - bound);
-        if (fromSide >= 0) kept.push_back(from);
-        if ((fromSide >= 0) != (toSide >= 0)) {
-            osg::Vec2d crossing = from + (to - from) * (fromSide / (fromSide - toSide));
-            crossing[axis] = bound;
-            kept.push_back(crossing);
-        }
-    }
-    return kept;
-}
+using Polygon = std::vector<osg::Vec2d>;
 
 /// Fixed-point coordinates hold no far vertices: these are brought near first.
 Polygon nearWindow(const Polygon& polygon, int width, int height)
 {
     constexpr double kMargin = 16;
-    Polygon near = clipped(polygon, 0, -kMargin, 1);
-    near = clipped(near, 0, width + kMargin, -1);
-    near = clipped(near, 1, -kMargin, 1);
-    return clipped(near, 1, height + kMargin, -1);
+    Polygon near = clipPolygon(polygon, [](const osg::Vec2d& v) { return v.x() + kMargin; });
+    near = clipPolygon(near, [width](const osg::Vec2d& v) { return width + kMargin - v.x(); });
+    near = clipPolygon(near, [](const osg::Vec2d& v) { return v.y() + kMargin; });
+    return clipPolygon(near, [height](const osg::Vec2d& v) { return height + kMargin - v.y(); });
 }
 
 bool isUsable(const Polygon& polygon)

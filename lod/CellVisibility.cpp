@@ -8,13 +8,11 @@
 #include <algorithm>
 #include <cmath>
 
+using VelBrx::kFieldOfViewDivisor;
 using VelOsgDBBrx::FrameStamp;
 using VelOsgUtils::CameraState;
 
 namespace {
-
-/// Divisor of the field of view in the size test. The test is calibrated with this very value.
-constexpr double kFieldOfViewDivisor = 3.1415926;
 
 /// `osg::Plane::intersect` of the corners is negative: none lies strictly on the positive side.
 bool rejects(const osg::Plane& plane, const std::array<osg::Vec3f, 8>& corners)

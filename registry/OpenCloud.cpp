@@ -1,6 +1,6 @@
 #include <VelOsgDBBrx/OpenCloud.h>
 
-#include "loading/CellTree.h"
+#include "loading/OctreeCells.h"
 #include "loading/OpenOctrees.h"
 #include "lod/PointCloudLOD.h"
 #include "registry/CloudFile.h"
@@ -51,7 +51,7 @@ Status fillCloud(PointCloudImpl& cloud, const std::string& path, const std::stri
     const osg::ref_ptr<OctreeInfo> octree = makeOctree(info.header);
     octree->pointPath = path;
     octree->pointFile = std::move(file);
-    buildCellTree(info.cells, *octree);
+    linkOctreeCells(info.cells, *octree);
     noteOpenOctree(*octree);
     opened.normals = normalsPath.empty() ? Status() : VelBrx::checkNormals(normalsPath, info.header);
     octree->normalsPath = normalsPath;

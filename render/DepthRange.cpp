@@ -1,5 +1,6 @@
 #include "render/DepthRange.h"
 
+#include "osgutils/ClipPolygon.h"
 #include "render/NearestPoint.h"
 
 #include <algorithm>
@@ -31,22 +32,6 @@ private:
     std::array<double, 4> _coefficients;
 };
 
-/// The part of a convex polygon on the inner side of a plane.
-Polygon clip(const Polygon& polygon, const SidePlane& plane)
-{
-    Polygon kept;
-    for (size_t i = 0; i < polygon.size(); ++i) {
-        const osg::Vec3d& from = polygon[i];
-        const osg::Vec3d& to = polygon[(i + 1) % polygon.size()];
-        const double fromSide = plane(from);
-        const double toSide = plane(to);
-        if (fromSide >= 0) kept.push_back(from);
-        if ((fromSide >= 0) != (toSide >= 0))
-            kept.push_back(from + (to - from) * (fromSide / (fromSide - toSide)));
-    }
-    return kept;
-}
-
 /// Corner numbers as `osg::BoundingBox::corner` counts: bits 0, 1, 2 choose the largest x, y, z.
 constexpr int kFaces[6][4] = {{0, 1, 3, 2}, {4, 5, 7, 6}, {0, 1, 5, 4},
                               {2, 3, 7, 6}, {0, 2, 6, 4}, {1, 3, 7, 5}};
@@ -69,7 +54,7 @@ std::optional<DepthRange> visibleDepths(const osg::BoundingBoxd& box, const osg:
         for (const int corner : face)
             part.push_back(box.corner(static_cast<unsigned>(corner)) * modelView);
         for (const SidePlane& side : sides)
-            part = clip(part, side);
+            part = VelOsgUtils::clipPolygon(part, side);
         for (const osg::Vec3d& point : part) {
             range.nearest = std::min(range.nearest, -point.z());
             range.farthest = std::max(range.farthest, -point.z());

@@ -454,9 +454,9 @@ std::array<uint32_t, 3> mortonDecode(uint64_t code)
 double resolutionLength(double spacing)
 {
     constexpr double kFieldOfView = 30;                  // degrees
-    constexpr double kPassDivisor = 3.1415926;           // of the pass's own formula
     constexpr double kHalfAngle = 3.14159265358979 / 12; // 15 degrees
-    return 0.5 * std::abs(std::tan(kFieldOfView / kPassDivisor)) / (2 * std::tan(kHalfAngle)) * spacing;
+    return 0.5 * std::abs(std::tan(kFieldOfView / kFieldOfViewDivisor)) / (2 * std::tan(kHalfAngle)) *
+           spacing;
 }
 
 double pointSpacing(double resolutionLength)

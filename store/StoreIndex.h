@@ -83,7 +83,7 @@ std::array<uint32_t, 3> mortonDecode(uint64_t code);
 
 /// The length that makes a cell of point spacing `spacing` wanted just as long as its spacing covers a pixel
 /// or more, at a vertical field of view of 30 degrees. A cell at depth d in a viewport of height h is wanted
-/// while 2 * h / |tan(fovy / 3.1415926) * d| * length >= 1, fovy in degrees; its spacing covers
+/// while 2 * h / |tan(fovy / kFieldOfViewDivisor) * d| * length >= 1, fovy in degrees; its spacing covers
 /// h * spacing / (2 * tan(fovy / 2) * d) pixels. Setting the two equal at 30 degrees gives the length.
 double resolutionLength(double spacing);
 

@@ -42,6 +42,10 @@ struct CellWithSegment : CellBlock
     uint32_t pointCount; ///< sum over the segments
 };
 
+/// Divisor of the field of view, in degrees, in the screen-size test of `DynPointCloudLod`, whose tangent is
+/// taken. Resolution lengths are calibrated with this very value.
+constexpr double kFieldOfViewDivisor = 3.1415926;
+
 /// How far apart the points of a cell with this resolution length are, in file units: takes the calibration
 /// away that resolution lengths hold for the screen-size test of `DynPointCloudLod`. For a root cell it is
 /// the cell's edge, so that a store seen from afar stays while it is a pixel wide.

@@ -1,6 +1,6 @@
 #include "tests/support/HandOctree.h"
 
-#include "loading/CellTree.h"
+#include "loading/OctreeCells.h"
 
 #include <algorithm>
 #include <cmath>
@@ -67,7 +67,7 @@ osg::ref_ptr<OctreeInfo> handOctree(const std::vector<VelBrx::CellWithSegment>& 
     octree->offset = offset;
     octree->scale.set(1, 1, 1);
     octree->pointFile = std::make_unique<VelBrx::File>("/dev/null");
-    buildCellTree(records, *octree);
+    linkOctreeCells(records, *octree);
     return octree;
 }
 

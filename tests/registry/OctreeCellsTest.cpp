@@ -1,4 +1,4 @@
-#include "loading/CellTree.h"
+#include "loading/OctreeCells.h"
 
 #include "tests/support/HandOctree.h"
 
@@ -23,7 +23,7 @@ size_t countCells(const OctreeInfo& octree)
     return count;
 }
 
-TEST(CellTree, ChildrenStandInOctantOrderUnderTheirParents)
+TEST(OctreeCells, ChildrenStandInOctantOrderUnderTheirParents)
 {
     Records records = smallTree();
     std::reverse(records.begin(), records.end()); // the order of the records does not matter
@@ -42,7 +42,7 @@ TEST(CellTree, ChildrenStandInOctantOrderUnderTheirParents)
     });
 }
 
-TEST(CellTree, TheFirstRecordOfALevelAndCodeCounts)
+TEST(OctreeCells, TheFirstRecordOfALevelAndCodeCounts)
 {
     for (const size_t doubled : {0, 5, 40}) { // one of each level
         Records records = smallTree();
@@ -54,7 +54,7 @@ TEST(CellTree, TheFirstRecordOfALevelAndCodeCounts)
     }
 }
 
-TEST(CellTree, MissingParentsAndChildrenLeaveNoLinks)
+TEST(OctreeCells, MissingParentsAndChildrenLeaveNoLinks)
 {
     Records records = smallTree();
     records.erase(records.begin() + 1); // the first cell of level 1
@@ -63,7 +63,7 @@ TEST(CellTree, MissingParentsAndChildrenLeaveNoLinks)
     EXPECT_EQ(countCells(*octree), 73u - 9) << "what hangs under a missing cell is not reached";
 }
 
-TEST(CellTree, TheLastOfSeveralRootsStaysAndWithoutOneTheRootIsEmpty)
+TEST(OctreeCells, TheLastOfSeveralRootsStaysAndWithoutOneTheRootIsEmpty)
 {
     Records records = smallTree();
     VelBrx::CellWithSegment second = records[0];
@@ -74,7 +74,7 @@ TEST(CellTree, TheLastOfSeveralRootsStaysAndWithoutOneTheRootIsEmpty)
     EXPECT_FALSE(handOctree(records)->root);
 }
 
-TEST(CellTree, TheDeepestLevelThatARecordCanStateHasNoChildren)
+TEST(OctreeCells, TheDeepestLevelThatARecordCanStateHasNoChildren)
 {
     constexpr unsigned kLevels = std::numeric_limits<uint8_t>::max() + 1;
     Records records = fullTree(kLevels, osg::Vec3d(), 8, 1);
@@ -90,7 +90,7 @@ TEST(CellTree, TheDeepestLevelThatARecordCanStateHasNoChildren)
     octree->root->children.clear(); // a ring would never be freed
 }
 
-TEST(CellTree, ItDiesWithTheOctree)
+TEST(OctreeCells, ItDiesWithTheOctree)
 {
     osg::ref_ptr<OctreeInfo> octree = handOctree(smallTree());
     const osg::ref_ptr<CellData> kept = octree->root->children[2];

@@ -1,4 +1,4 @@
-#include "loading/CellTree.h"
+#include "loading/OctreeCells.h"
 
 #include <VelOsgDBBrx/CellData.h>
 
@@ -46,7 +46,7 @@ void link(CellData& cell, const CellMap& map, OctreeInfo& octree)
 
 } // namespace
 
-void buildCellTree(const std::vector<VelBrx::CellWithSegment>& records, OctreeInfo& octree)
+void linkOctreeCells(const std::vector<VelBrx::CellWithSegment>& records, OctreeInfo& octree)
 {
     CellMap map;
     std::vector<osg::ref_ptr<CellData>> cells;
