@@ -13,6 +13,11 @@
 #include <string>
 #include <vector>
 
+/// Polygons of a window of 200 x 150 pixels: one that is not convex, off the pixel grid, and one around all.
+inline const Polygon kArrow = {{20.3, 30.2},   {170.7, 20.9}, {120.1, 75.4},
+                               {180.6, 140.2}, {30.8, 110.7}, {75.2, 70.3}};
+inline const Polygon kEverything = {{-5, -5}, {205, -5}, {205, 155}, {-5, 155}};
+
 using Classes = std::vector<uint8_t>; ///< one a point, in the order of the point file
 
 /// The classes in the records of a store, by its bytes.
@@ -36,8 +41,9 @@ osg::ref_ptr<VelOsgDBBrx::CategoryReport> pushAndWait(const std::string& uid, os
 osg::ref_ptr<VelOsgDBBrx::CategoryReport> pushAndWait(int kind);
 
 /// What `classes` become when the points under the polygon get `toClass` where `mayChange` allows it.
-Classes edited(Classes classes, const std::vector<bool>& under, int toClass,
-               const std::function<bool(size_t point)>& mayChange);
+Classes edited(
+    Classes classes, const std::vector<bool>& under, int toClass,
+    const std::function<bool(size_t point)>& mayChange = [](size_t) { return true; });
 
 /// The report of `getAllModify64` that takes `before` to `after`.
 std::vector<std::pair<int64_t, uint8_t>> difference(const Classes& before, const Classes& after);

@@ -1,4 +1,5 @@
 #include "tests/category/CategoryScene.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/Settle.h"
 #include "tests/support/ThreadingModels.h"
 
@@ -10,15 +11,11 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
-
 using namespace VelOsgDBBrx;
 
 namespace {
 
 constexpr int kEditedClass = 9;
-const Polygon kEverything = {{-5, -5}, {205, -5}, {205, 155}, {-5, 155}};
 const std::string kUid = "the cloud";
 
 const osg::Vec3ub kRed(255, 0, 0);
@@ -118,14 +115,9 @@ TEST(CategoryManagerOfAContext, EditsTheCloudsThatItsCameraHasSeen)
     command->toClass = kEditedClass;
     IPointCategoryManager& manager = *GlobalObject::getPCM(view.view.window);
     manager.pushCmd(command);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (view.count(kRed) != drawn && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    EXPECT_EQ(view.count(kRed), drawn);
+    EXPECT_TRUE(eventually([&] { return view.count(kRed) == drawn; }));
     manager.pushKind3();
-    while (view.count(kBlue) != drawn && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    EXPECT_EQ(view.count(kBlue), drawn);
+    EXPECT_TRUE(eventually([&] { return view.count(kBlue) == drawn; }));
 }
 
 } // namespace

@@ -2,15 +2,13 @@
 #include "category/PointCategoryManager.h"
 #include "loading/CellLeaf.h"
 #include "tests/category/CategoryScene.h"
+#include "tests/support/Eventually.h"
 
 #include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <gtest/gtest.h>
 #include <osg/MatrixTransform>
-
-#include <chrono>
-#include <thread>
 
 using namespace VelOsgDBBrx;
 
@@ -51,15 +49,10 @@ protected:
         return cmd;
     }
 
-    /// The points are drawn with these classes, at the latest after 20 seconds.
+    /// The points are drawn with these classes, at the latest after a while.
     bool shows(const Classes& classes) const
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (shownClasses(*store.octree()) != classes) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        return true;
+        return eventually([&] { return shownClasses(*store.octree()) == classes; });
     }
 
     osg::ref_ptr<PointCategoryManager> manager = new PointCategoryManager;
@@ -147,22 +140,33 @@ TEST_F(CpuCategoryOpTest, EditsALeafsCellAloneAndAGeometryOfTheHost)
     }
 }
 
-TEST_F(CpuCategoryOpTest, IgnoresCommandsThatItCannotCarryOut)
+TEST_F(CpuCategoryOpTest, CarriesOutQueuedCommandsOnceEachInTheirOrderButThoseThatItCannot)
 {
-    osg::ref_ptr<CategoryCmdInner> unknown = command(kCorner, 9);
+    manager->stop();
+    manager->stop();
+    const osg::ref_ptr<CategoryCmdInner> unknown = command(kCorner, 9);
     unknown->kind = 7;
     manager->pushCmd(unknown);
     manager->pushCmd(command(kCorner, 300));
     manager->pushCmd(new CategoryCmdInner);
+    manager->pushCmd(nullptr);
     manager->pushKind1();
     manager->pushKind2();
-    manager->pushCmd(command(kLeft, 4));
-    EXPECT_TRUE(shows(edited(before, visibleUnder(kLeft), 4, [](size_t) { return true; })));
+    for (int toClass = 10; toClass < 40; ++toClass)
+        manager->pushCmd(command(kLeft, toClass));
+    for (int undo = 1; undo < 30; ++undo)
+        manager->pushKind1();
+    manager->start();
+    manager->start();
+    EXPECT_TRUE(shows(edited(before, visibleUnder(kLeft), 10)));
+    osg::ref_ptr<PointCategoryManager> running = new PointCategoryManager;
+    running->start();
+    running = nullptr;
 }
 
 TEST_F(CpuCategoryOpTest, EditsCloudsWhereTheyStandWhenTheCommandComes)
 {
-    const Classes expected = edited(before, visibleUnder(kLeft), 4, [](size_t) { return true; });
+    const Classes expected = edited(before, visibleUnder(kLeft), 4);
     const osg::Matrixd moved =
         osg::Matrixd::rotate(1, osg::Vec3d(1, 2, 3)) * osg::Matrixd::translate(1234567, 7654321, 250);
     const osg::ref_ptr<osg::MatrixTransform> place = new osg::MatrixTransform(moved);
@@ -174,7 +178,7 @@ TEST_F(CpuCategoryOpTest, EditsCloudsWhereTheyStandWhenTheCommandComes)
 
 TEST_F(CpuCategoryOpTest, MakesEditsThatAreWrittenLikeThoseOfTheTool)
 {
-    const Classes expected = edited(before, visibleUnder(kLeft), 4, [](size_t) { return true; });
+    const Classes expected = edited(before, visibleUnder(kLeft), 4);
     manager->pushCmd(command(kLeft, 4));
     ASSERT_TRUE(shows(expected));
     EXPECT_TRUE(CategoryCalcTool::getInstance()->hasUnwritten());

@@ -15,9 +15,6 @@ using namespace VelOsgDBBrx;
 
 namespace {
 
-/// Not convex, off the pixel grid.
-const Polygon kArrow = {{20.3, 30.2},   {170.7, 20.9}, {120.1, 75.4},
-                        {180.6, 140.2}, {30.8, 110.7}, {75.2, 70.3}};
 const Polygon kLine = {{30.5, 20.5}, {160.5, 60.5}, {40.5, 130.5}};
 const std::string kUid = "placed cloud";
 

@@ -10,7 +10,6 @@
 #include <osg/Geometry>
 #include <osg/ValueObject>
 
-#include <cmath>
 #include <cstring>
 #include <limits>
 #include <set>

@@ -1,5 +1,6 @@
 #include <VelOsgDBBrx/PCDataManager.h>
 
+#include "tests/support/Eventually.h"
 #include "tests/support/HandOctree.h"
 
 #include <VelOsgDBBrx/PCViewerManager.h>
@@ -22,9 +23,7 @@ using VelOsgDBBrx::PCViewerManager;
 
 bool disappears(const osg::observer_ptr<osg::Node>& node)
 {
-    for (int i = 0; i < 200 && node.valid(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    return !node.valid();
+    return eventually([&] { return !node.valid(); });
 }
 
 TEST(PCDataManager, TwoCellsOfOneIdentifierShareANodeAndItIsKeptWhileHeld)

@@ -137,9 +137,7 @@ TEST(Paging, WorkOfAWindowThatWasClosedKeepsNobodyDrawing)
 {
     PagingScene scene(osgViewer::ViewerBase::SingleThreaded, 3);
     osgViewer::Viewer& viewer = *scene.view.viewer;
-    std::string reason;
-    const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(32, 32, reason);
-    ASSERT_TRUE(window) << reason;
+    const osg::ref_ptr<EglGraphicsWindow> window = makeWindow(32, 32);
     const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
     window->attachTo(*camera);
     scene.view.camera().setCullMask(0); // the second window's context has the cloud
@@ -176,9 +174,7 @@ TEST(Paging, SettlesWhenAnotherWindowIsClosedWhileCellsAreCompiled)
         PagingScene scene(threading, 3, 20);
         osgViewer::Viewer& viewer = *scene.view.viewer;
         scene.manager().setState(VelOsgDBBrx::IPointLoadManager::PAUSED); // until both windows draw
-        std::string reason;
-        const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(32, 32, reason);
-        ASSERT_TRUE(window) << reason;
+        const osg::ref_ptr<EglGraphicsWindow> window = makeWindow(32, 32);
         const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
         window->attachTo(*camera);
         viewer.stopThreading();

@@ -7,7 +7,6 @@
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 
 #include <osg/ValueObject>
-#include <osgGA/EventQueue>
 
 #include <gtest/gtest.h>
 

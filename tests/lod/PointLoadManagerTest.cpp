@@ -1,5 +1,6 @@
 #include "lod/PointLoadManager.h"
 
+#include "tests/support/Eventually.h"
 #include "tests/support/HandOctree.h"
 
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
@@ -211,15 +212,6 @@ public:
     std::atomic<bool> bornAborted{false};
 };
 
-template <class Condition>
-bool waitFor(Condition condition)
-{
-    const auto end = std::chrono::steady_clock::now() + 2s;
-    while (!condition() && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(1ms);
-    return condition();
-}
-
 TEST_F(PointLoadManagerTest, EveryRequestCutsAPassShortAndTheNextOneBeginsAfresh)
 {
     const osg::ref_ptr<OctreeInfo> other = handOctree(fullTree(1, osg::Vec3d(), 1));
@@ -247,11 +239,11 @@ TEST_F(PointLoadManagerTest, EveryRequestCutsAPassShortAndTheNextOneBeginsAfresh
         busy->setLodOperation(endless);
         busy->registerOctree(octree);
         busy->start();
-        ASSERT_TRUE(waitFor([&] { return endless->begun == 1; })) << request.name;
+        ASSERT_TRUE(eventually([&] { return endless->begun == 1; })) << request.name;
         request.make(*busy);
-        EXPECT_TRUE(waitFor([&] { return endless->cutShort == 1; })) << request.name;
-        if (request.passFollows) waitFor([&] { return endless->begun == 2; });
-        if (busy->getLodOperation() == pass) waitFor([&] { return pass->count() == 1; });
+        EXPECT_TRUE(eventually([&] { return endless->cutShort == 1; })) << request.name;
+        if (request.passFollows) eventually([&] { return endless->begun == 2; });
+        if (busy->getLodOperation() == pass) eventually([&] { return pass->count() == 1; });
         busy->stop();
         EXPECT_EQ(endless->begun, request.passFollows ? 2 : 1) << request.name;
         EXPECT_FALSE(endless->bornAborted) << request.name;

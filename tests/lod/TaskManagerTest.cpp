@@ -1,5 +1,7 @@
 #include <VelOsgDBBrx/TaskManager.h>
 
+#include "tests/support/Eventually.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -32,9 +34,7 @@ protected:
 
     bool waitFor(const std::atomic<int>& value, int wanted)
     {
-        for (int i = 0; i < 5000 && value != wanted; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        return value == wanted;
+        return eventually([&] { return value == wanted; });
     }
 
     TaskManager& manager = *TaskManager::getInstance();

@@ -76,14 +76,6 @@ protected:
         return osg::Matrixd::lookAt(middle + eye, middle + target, osg::Vec3d(0, 0, 1));
     }
 
-    osg::ref_ptr<EglGraphicsWindow> makeWindow() const
-    {
-        std::string reason;
-        const osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(64, 64, reason);
-        EXPECT_TRUE(window) << reason;
-        return window;
-    }
-
     /// A slave camera of the viewer that looks from `eye` at `target`.
     osg::ref_ptr<osg::Camera> addSlave(EglGraphicsWindow& window, const osg::Vec3d& eye,
                                        const osg::Vec3d& target,
@@ -100,17 +92,10 @@ protected:
     }
 
     /// Draws frames of all viewers until paging of the cloud is at rest.
-    bool settle(const std::vector<osgViewer::ViewerBase*>& others = {})
+    bool settle(std::vector<osgViewer::ViewerBase*> viewers = {})
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        for (int frame = 0; frame < 3 || !scene.manager().isSettled(); ++frame) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            viewer().frame();
-            for (osgViewer::ViewerBase* other : others)
-                other->frame();
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return true;
+        viewers.insert(viewers.begin(), &viewer()); // its context pages the cloud
+        return drawUntil(viewers, [&] { return scene.manager().isSettled(); });
     }
 
     Cells wantedBy(const osg::Camera& camera) const
@@ -143,7 +128,7 @@ INSTANTIATE_TEST_SUITE_P(Views, ViewsOfACloud, everyThreadingModel(), threadingM
 TEST_P(ViewsOfACloud, TwoWindowsOfOneViewerAndOneIsClosed)
 {
     for (const bool registered : {false, true}) {
-        const osg::ref_ptr<EglGraphicsWindow> window = makeWindow();
+        const osg::ref_ptr<EglGraphicsWindow> window = makeWindow(64, 64);
         if (registered) GlobalObject::registerGraphicsContext(window);
         const osg::ref_ptr<osg::Camera> slave = addSlave(*window, kHighEye, kHighTarget);
         ASSERT_TRUE(settle());
@@ -198,7 +183,7 @@ TEST_P(ViewsOfACloud, SlavesOfAVideoWall)
     const auto left =
         addSlave(*scene.view.window, kLowEye, kLowTarget, wide * osg::Matrixd::translate(1, 0, 0));
     ASSERT_TRUE(settle()); // this window pages the cloud
-    const osg::ref_ptr<EglGraphicsWindow> second = makeWindow();
+    const osg::ref_ptr<EglGraphicsWindow> second = makeWindow(64, 64);
     GlobalObject::registerGraphicsContext(second);
     const auto right = addSlave(*second, kLowEye, kLowTarget, wide * osg::Matrixd::translate(-1, 0, 0));
     ASSERT_TRUE(settle());
@@ -327,7 +312,7 @@ TEST_P(ViewsOfACloud, InACompositeViewerEachViewCountsForTheCloudsThatItDraws)
     const TempFolder folder;
     const PlacedCloud clouds[2] = {PlacedCloud(writeRandomStore(folder, 3, 10, 11)),
                                    PlacedCloud(writeRandomStore(folder, 3, 10, 12))};
-    const osg::ref_ptr<EglGraphicsWindow> window = makeWindow();
+    const osg::ref_ptr<EglGraphicsWindow> window = makeWindow(64, 64);
     GlobalObject::registerGraphicsContext(window);
     {
         osgViewer::CompositeViewer composite;
@@ -347,12 +332,7 @@ TEST_P(ViewsOfACloud, InACompositeViewerEachViewCountsForTheCloudsThatItDraws)
         }
         composite.realize();
         const auto settled = [&] {
-            for (int frame = 0; frame < 2000; ++frame) {
-                composite.frame();
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                if (frame > 2 && GlobalObject::getPLM(window)->isSettled()) return true;
-            }
-            return false;
+            return drawUntil({&composite}, [&] { return GlobalObject::getPLM(window)->isSettled(); });
         };
         const auto wanted = [&](int cloud, int camera) {
             return cellsWanted(clouds[cloud].octree(), clouds[cloud].root->getMatrix(),

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
-
 namespace {
 
 using VelOsgUtils::DecrementalCompileOperation;

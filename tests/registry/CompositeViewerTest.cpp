@@ -46,9 +46,7 @@ class CompositeViewer : public testing::TestWithParam<osgViewer::ViewerBase::Thr
 protected:
     void SetUp() override
     {
-        std::string reason;
-        window = EglGraphicsWindow::create(2 * kSize, kSize, reason);
-        ASSERT_TRUE(window) << reason;
+        window = makeWindow(2 * kSize, kSize);
         viewer->setThreadingModel(GetParam());
         viewer->setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
         for (int i = 0; i < 2; ++i) {

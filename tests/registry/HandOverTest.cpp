@@ -197,17 +197,15 @@ protected:
         for (const osg::ref_ptr<osg::GraphicsContext>& gc : _contextsOfTheDead)
             GlobalObject::unRegisterGraphicsContext(gc);
         _contextsOfTheDead.clear();
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        for (int frame = 0, atRest = 0; frame < 3 || atRest < 1; ++frame) {
-            ++atRest;
-            for (const auto& window : _windows) {
-                window->view->frame();
+        std::vector<osgViewer::ViewerBase*> viewers;
+        for (const auto& window : _windows)
+            viewers.push_back(window->view->viewer);
+        ASSERT_TRUE(drawUntil(viewers, [&] {
+            return std::all_of(_windows.begin(), _windows.end(), [](const auto& window) {
                 const auto manager = GlobalObject::acquirePLM(window->gc);
-                if (manager && !manager->isSettled()) atRest = 0;
-            }
-            ASSERT_LT(std::chrono::steady_clock::now(), end);
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+                return !manager || manager->isSettled();
+            });
+        }));
     }
 
     int pick(int count) { return std::uniform_int_distribution<int>(0, count - 1)(_random); }

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <osg/BlendFunc>
-#include <osg/Program>
 #include <osg/Uniform>
 
 #include <algorithm>
@@ -46,12 +45,20 @@ std::vector<osg::Vec4f> table(const std::vector<osg::Vec3ub>& colors)
     return result;
 }
 
+/// A point for each value, which a field of it takes.
+template <class Field>
+std::vector<TestPoint> pointsWith(Field TestPoint::*field,
+                                  const std::vector<std::common_type_t<Field>>& values)
+{
+    std::vector<TestPoint> points(values.size());
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i].*field = values[i];
+    return points;
+}
+
 std::vector<TestPoint> pointsAtHeights(const std::vector<int>& millimetres)
 {
-    std::vector<TestPoint> points(millimetres.size());
-    for (size_t i = 0; i < points.size(); ++i)
-        points[i].z = millimetres[i];
-    return points;
+    return pointsWith(&TestPoint::z, millimetres);
 }
 
 /// Lets the background through where a point's colour is not opaque.
@@ -66,10 +73,13 @@ constexpr float kBase = 123.5f; ///< world z of the picture's origin
 
 TEST(ColorModes, ShowStoredColoursWithoutAnyModeChosen)
 {
-    const Colors colors = {{255, 0, 128}, {1, 2, 3}, {254, 253, 252}, {0, 0, 0}};
+    const Colors colors = {{255, 0, 128}, {1, 2, 3}, {254, 253, 252}, {0, 0, 0}, {1, 1, 126}};
     std::vector<TestPoint> points;
     for (const osg::Vec3ub& color : colors)
         points.push_back(coloredPoint(color));
+    points.back().red = 300;    // 1.17 of 255
+    points.back().green = 385;  // 1.498
+    points.back().blue = 32500; // 126.46
     PointPicture picture(points);
     EXPECT_EQ(picture.draw(), colors);
     EXPECT_EQ(picture.at(0, PointPicture::kRow + 1), PointPicture::kBackground) << "points have size 1";
@@ -78,23 +88,9 @@ TEST(ColorModes, ShowStoredColoursWithoutAnyModeChosen)
     EXPECT_EQ(picture.draw(), colors);
 }
 
-TEST(ColorModes, UseAllSixteenBitsOfAColour)
-{
-    TestPoint point;
-    point.red = 300;    // 1.17 of 255
-    point.green = 385;  // 1.498
-    point.blue = 32500; // 126.46
-    PointPicture picture({point});
-    EXPECT_EQ(picture.draw(), (Colors{{1, 1, 126}}));
-}
-
 TEST(ColorModes, InterpolateIntensityAndPinItAtTheEnds)
 {
-    const std::vector<int> intensities = {0, 13107, 26214, 32768 + 6553, 52428, 65535};
-    std::vector<TestPoint> points(intensities.size());
-    for (size_t i = 0; i < points.size(); ++i)
-        points[i].intensity = static_cast<uint16_t>(intensities[i]);
-    PointPicture picture(points);
+    PointPicture picture(pointsWith(&TestPoint::intensity, {0, 13107, 26214, 32768 + 6553, 52428, 65535}));
     ColorWithRangeInfo info = gradient(0.2f, 0.6f);
     ShaderHelper::intensityShader(picture.cloud, info);
     // 0 and 0.2 are the start; 0.4 is a third of the span, 0.6 two thirds; 0.8 and 1 are the end.
@@ -221,11 +217,9 @@ TEST(ColorModes, AreOpaqueWhateverTheAlphaOfTheirColours)
 
 TEST(ColorModes, BlendTheIntensityIntoTheHeight)
 {
-    std::vector<TestPoint> points = pointsAtHeights({2500, 2500, 2500, 2500});
-    points[0].intensity = 500;
-    points[1].intensity = 1000;
-    points[2].intensity = 1500;
-    points[3].intensity = 60000;
+    std::vector<TestPoint> points = pointsWith(&TestPoint::intensity, {500, 1000, 1500, 60000});
+    for (TestPoint& point : points)
+        point.z = 2500;
     PointPicture picture(points);
     ColorWithRangeInfo info = gradient(kBase, 10);
     info.intensityMin = 1000;
@@ -242,35 +236,29 @@ TEST(ColorModes, LookUpAttributesInAColourTable)
     {
         const char* name;
         void (*apply)(osg::Node*, std::vector<osg::Vec4f>&);
-        void (*set)(TestPoint&, int);
-        std::vector<int> values;
-        std::vector<int> indices;
+        std::vector<TestPoint> points;
+        std::vector<size_t> indices;
     };
     const std::vector<Case> cases = {
         {"class",
          ShaderHelper::classificationColorShader,
-         [](TestPoint& point, int value) { point.classCode = static_cast<uint8_t>(value); },
-         {0, 2, 128, 255},
+         pointsWith(&TestPoint::classCode, {0, 2, 128, 255}),
          {0, 2, 128, 255}},
         {"source",
          ShaderHelper::pointSourceIDColorShader,
-         [](TestPoint& point, int value) { point.sourceId = static_cast<uint16_t>(value); },
-         {0, 7, 255, 256, 65535},
+         pointsWith(&TestPoint::sourceId, {0, 7, 255, 256, 65535}),
          {0, 7, 255, 255, 255}},
         {"flight line",
          ShaderHelper::flightLineColorShader,
-         [](TestPoint& point, int value) { point.sourceId = static_cast<uint16_t>(value); },
-         {0, 7, 255, 256, 1001, 65535},
+         pointsWith(&TestPoint::sourceId, {0, 7, 255, 256, 1001, 65535}),
          {0, 7, 255, 0, 233, 255}},
         {"return",
          ShaderHelper::returnNumberColorShader,
-         [](TestPoint& point, int value) { point.returnNumber = static_cast<uint8_t>(value); },
-         {0, 1, 15},
+         pointsWith(&TestPoint::returnNumber, {0, 1, 15}),
          {0, 1, 15}},
         {"number of returns",
          ShaderHelper::numbersReturnColorShader,
-         [](TestPoint& point, int value) { point.numberOfReturns = static_cast<uint8_t>(value); },
-         {0, 1, 15},
+         pointsWith(&TestPoint::numberOfReturns, {0, 1, 15}),
          {0, 1, 15}},
     };
     Colors tabled(300);
@@ -279,13 +267,10 @@ TEST(ColorModes, LookUpAttributesInAColourTable)
             osg::Vec3ub(static_cast<uint8_t>(i), 200, static_cast<uint8_t>(255 - i % 256));
     std::vector<osg::Vec4f> colors = table(tabled);
     for (const Case& mode : cases) {
-        std::vector<TestPoint> points(mode.values.size());
         Colors expected;
-        for (size_t i = 0; i < points.size(); ++i) {
-            mode.set(points[i], mode.values[i]);
-            expected.push_back(tabled[static_cast<size_t>(mode.indices[i])]);
-        }
-        PointPicture picture(points);
+        for (const size_t index : mode.indices)
+            expected.push_back(tabled[index]);
+        PointPicture picture(mode.points);
         mode.apply(picture.cloud, colors);
         EXPECT_EQ(picture.draw(), expected) << mode.name;
     }
@@ -314,11 +299,7 @@ TEST(ColorModes, HidePointsWhoseTableColourHasNoAlphaAndShowBlackBeyondAShortTab
 
 TEST(ColorModes, ColourGpsTimeBetweenTheStepsOfAScale)
 {
-    std::vector<TestPoint> points(7);
-    const double times[] = {99, 100, 150, 200, 250, 300, 301};
-    for (size_t i = 0; i < points.size(); ++i)
-        points[i].gpsTime = times[i];
-    PointPicture picture(points);
+    PointPicture picture(pointsWith(&TestPoint::gpsTime, {99, 100, 150, 200, 250, 300, 301}));
     ColorScale scale;
     scale.addColorScaleElement(300, osg::Vec4f(0, 1, 1, 1));
     scale.addColorScaleElement(100, osg::Vec4f(1, 0, 0, 1));
@@ -332,11 +313,7 @@ TEST(ColorModes, ColourGpsTimeBetweenTheStepsOfAScale)
 
 TEST(ColorModes, ColourGpsTimeBySteepScalesOfManySteps)
 {
-    std::vector<TestPoint> points(4);
-    const double times[] = {0, 253.75, 255, 256};
-    for (size_t i = 0; i < points.size(); ++i)
-        points[i].gpsTime = times[i];
-    PointPicture picture(points);
+    PointPicture picture(pointsWith(&TestPoint::gpsTime, {0, 253.75, 255, 256}));
     ColorScale scale;
     for (int i = 0; i < 257; ++i) // the last is beyond the shader's table
         scale.addColorScaleElement(i, osg::Vec4f(static_cast<float>(i % 256) / 255.0f, 0, 0, 1));
@@ -359,10 +336,8 @@ TEST(ColorModes, ColourGpsTimeBySteepScalesOfManySteps)
 TEST(ColorModes, ShowTheProgressOfAFlightInAbsoluteGpsTime)
 {
     constexpr double kTakeOff = 312345678.0;
-    std::vector<TestPoint> points(4);
-    for (size_t i = 0; i < points.size(); ++i)
-        points[i].gpsTime = kTakeOff + 3600.0 * static_cast<double>(i);
-    PointPicture picture(points);
+    PointPicture picture(pointsWith(&TestPoint::gpsTime,
+                                    {kTakeOff, kTakeOff + 3600, kTakeOff + 2 * 3600, kTakeOff + 3 * 3600}));
     ColorScale scale;
     scale.addColorScaleElement(kTakeOff, osg::Vec4f(0, 0, 0, 1));
     scale.addColorScaleElement(kTakeOff + 3 * 3600, osg::Vec4f(1, 1, 1, 1));

@@ -10,7 +10,6 @@
 #include <osg/Depth>
 #include <osg/Geode>
 #include <osg/Geometry>
-#include <osg/Program>
 #include <osg/Texture2D>
 
 #include <algorithm>

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 #include <osg/ClipNode>
-#include <osg/Geometry>
 #include <osg/Math>
 #include <osg/Uniform>
 
@@ -258,29 +257,20 @@ TEST(HostGeometry, IsClippedByEveryFixedFunctionPlaneOnOrOff)
 TEST(HostGeometry, HasItsFlightLineInAnAttributeOfItsOwn)
 {
     PointPicture picture(whitePoints(1));
-    const osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
-    geometry->setUseVertexBufferObjects(true);
-    const osg::ref_ptr<osg::Vec3Array> places = new osg::Vec3Array;
-    const osg::ref_ptr<osg::FloatArray> lines = new osg::FloatArray;
-    const osg::ref_ptr<osg::IntArray> sources = new osg::IntArray;
     const float flights[] = {-3, 0, 7.9f, 255, 1000};
-    for (int i = 0; i < 5; ++i) {
-        places->push_back(osg::Vec3(static_cast<float>(i) + 0.5f, 20.5f, 0));
-        lines->push_back(flights[i]);
-        sources->push_back(9 << 16);
+    std::vector<TestPoint> points = secondRow(5);
+    for (size_t i = 0; i < 5; ++i) {
+        points[i].gpsTime = flights[i]; // the attribute of times in clouds is that of flight lines elsewhere
+        points[i].sourceId = 9;
     }
-    geometry->setVertexArray(places);
-    geometry->setVertexAttribArray(11, lines, osg::Array::BIND_PER_VERTEX);
-    sources->setPreserveDataType(true);
-    geometry->setVertexAttribArray(9, sources, osg::Array::BIND_PER_VERTEX);
-    geometry->addPrimitiveSet(new osg::DrawArrays(GL_POINTS, 0, 5));
+    const CellFixture fixture(points, kOrigin);
+    const osg::ref_ptr<osg::Group> host = hostPoints(fixture);
+    picture.root->addChild(host);
     std::vector<osg::Vec4f> table(256, osg::Vec4f(0, 0, 1, 1));
     table[0].set(1, 0, 0, 1);
     table[7].set(0, 1, 0, 1);
     table[255].set(1, 1, 0, 1);
-    ShaderHelper::flightLineColorShader(geometry, table);
-    PointCloudHelper::setPointSize(geometry, 1);
-    picture.root->addChild(geometry);
+    ShaderHelper::flightLineColorShader(host, table);
     picture.draw();
     const osg::Vec3ub red(255, 0, 0);
     const Colors expected = {red, red, {0, 255, 0}, {255, 255, 0}, {255, 255, 0}};

@@ -9,8 +9,6 @@
 #include <osg/Geometry>
 #include <osg/RenderInfo>
 
-#include <atomic>
-
 using VelOsgDBBrx::PickAttachments;
 using VelOsgDBBrx::PickedPoint;
 using VelOsgDBBrx::PointCloudHelper;

@@ -1,4 +1,5 @@
 #include "render/PointPrograms.h"
+#include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -6,8 +7,8 @@
 #include <osg/Shader>
 
 #include <cctype>
-#include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -24,41 +25,29 @@ std::vector<osg::ref_ptr<osg::Program>> allPrograms()
     return programs;
 }
 
-/// Runs a shell command; its exit status, with all its output in `output`.
-int run(const std::string& command, std::string& output)
-{
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (!pipe) return -1;
-    char buffer[4096];
-    while (const size_t count = fread(buffer, 1, sizeof buffer, pipe))
-        output.append(buffer, count);
-    return pclose(pipe);
-}
-
 /// The names and numbers of a shader in their order, without its comments.
 std::vector<std::string> wordsOf(const std::string& source)
 {
     std::vector<std::string> words;
     std::istringstream lines(source);
     for (std::string line; std::getline(lines, line);) {
-        std::string word;
-        for (const char c : line.substr(0, line.find("//")) + '\n') {
-            if (std::isalnum(static_cast<unsigned char>(c)) || c == '_') {
-                word += c;
-            } else if (!word.empty()) {
-                words.push_back(word);
-                word.clear();
-            }
-        }
+        std::string code = line.substr(0, line.find("//"));
+        for (char& c : code)
+            if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_') c = ' ';
+        std::istringstream split(code);
+        words.insert(words.end(), std::istream_iterator<std::string>(split), {});
     }
     return words;
 }
 
-bool isFixedFunctionInput(const std::string& word)
+/// The locations that fixed-function inputs share their memory with.
+const std::map<std::string, int> kAliases = {
+    {"gl_Vertex", 0}, {"gl_Normal", 2}, {"gl_Color", 3}, {"gl_SecondaryColor", 4}, {"gl_FogCoord", 5}};
+
+int aliasOf(const std::string& builtin)
 {
-    static const std::set<std::string> single = {"gl_Vertex", "gl_Normal", "gl_Color", "gl_SecondaryColor",
-                                                 "gl_FogCoord"};
-    return single.count(word) || word.rfind("gl_MultiTexCoord", 0) == 0;
+    const auto found = kAliases.find(builtin);
+    return found != kAliases.end() ? found->second : 8 + (builtin.back() - '0');
 }
 
 /// Generic locations that a vertex shader declares and the fixed-function inputs that it uses.
@@ -70,7 +59,8 @@ struct VertexInputs
         for (size_t i = 0; i < words.size(); ++i) {
             if (words[i] == "location" && i + 2 < words.size() && words[i + 2] == "in")
                 locations.insert(std::stoi(words[i + 1]));
-            if (isFixedFunctionInput(words[i])) builtins.insert(words[i]);
+            if (kAliases.count(words[i]) || words[i].rfind("gl_MultiTexCoord", 0) == 0)
+                builtins.insert(words[i]);
             if (words[i] == "ftransform") builtins.insert("gl_Vertex");
         }
     }
@@ -79,24 +69,16 @@ struct VertexInputs
     std::set<std::string> builtins;
 };
 
-int aliasOf(const std::string& builtin)
+/// Writes the shaders of a program into a folder, and gives their paths.
+std::vector<std::string> writeShaders(const osg::Program& program, const TempFolder& folder)
 {
-    static const std::map<std::string, int> fixed = {
-        {"gl_Vertex", 0}, {"gl_Normal", 2}, {"gl_Color", 3}, {"gl_SecondaryColor", 4}, {"gl_FogCoord", 5}};
-    const auto found = fixed.find(builtin);
-    return found != fixed.end() ? found->second : 8 + (builtin.back() - '0');
-}
-
-/// Writes the shaders of a program into a folder; their paths for a command line.
-std::string writeShaders(const osg::Program& program, const TempFolder& folder)
-{
-    std::string list;
+    std::vector<std::string> paths;
     for (unsigned i = 0; i < program.getNumShaders(); ++i) {
         const osg::Shader& shader = *program.getShader(i);
         std::ofstream(folder.file(shader.getName())) << shader.getShaderSource();
-        list += " " + folder.file(shader.getName());
+        paths.push_back(folder.file(shader.getName()));
     }
-    return list;
+    return paths;
 }
 
 } // namespace
@@ -105,13 +87,15 @@ TEST(ShaderPrograms, AreValidGlslAndTheirStagesFitTogether)
 {
     for (const osg::ref_ptr<osg::Program>& program : allPrograms()) {
         const TempFolder folder;
-        const std::string files = writeShaders(*program, folder);
-        for (const char* options :
-             {" -l", " -l -DNO_EXTRAS", " -l -DIN_CLOUD", " -l -DNO_EXTRAS -DIN_CLOUD"}) {
-            std::string output;
-            EXPECT_EQ(run(VELBRX_GLSLANG_VALIDATOR + std::string(options) + files, output), 0)
-                << program->getName() << options << "\n"
-                << output;
+        const std::vector<std::string> paths = writeShaders(*program, folder);
+        for (const std::vector<std::string>& defines :
+             {std::vector<std::string>{}, {"-DNO_EXTRAS"}, {"-DIN_CLOUD"}, {"-DNO_EXTRAS", "-DIN_CLOUD"}}) {
+            std::vector<std::string> words = {VELBRX_GLSLANG_VALIDATOR, "-l"};
+            words.insert(words.end(), defines.begin(), defines.end());
+            words.insert(words.end(), paths.begin(), paths.end());
+            const ProgramResult result = runProgram(words);
+            EXPECT_EQ(result.exitStatus, 0) << program->getName() << testing::PrintToString(defines) << "\n"
+                                            << result.out;
         }
     }
 }

@@ -5,7 +5,7 @@
 #include "store/FlagsRecord.h"
 #include "store/OriginRecord.h"
 #include "store/io/ByteIo.h"
-#include "tests/support/RestoreSources.h"
+#include "tests/support/BuildStore.h"
 #include "tests/support/StatedBytes.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestPoint.h"
@@ -187,7 +187,7 @@ TEST_F(GoldenStore, HasTheSourceFlagsThatItsBytesState)
 
 TEST_F(GoldenStore, GivesBackItsSources)
 {
-    const std::vector<std::vector<uint8_t>> sources = restoreSources(_path);
+    const std::vector<std::vector<uint8_t>> sources = sourcesOf(_path);
     ASSERT_EQ(sources.size(), 2u);
     ASSERT_EQ(sources[0].size(), 489u);
     const uint8_t* const third = &sources[0][375 + 2 * 37];

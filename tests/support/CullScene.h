@@ -14,7 +14,6 @@
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
 
-#include <cstdint>
 #include <future>
 #include <string>
 #include <vector>

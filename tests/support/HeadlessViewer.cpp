@@ -4,15 +4,18 @@
 
 #include <cstring>
 
-HeadlessViewer::HeadlessViewer(int width, int height, osgViewer::ViewerBase::ThreadingModel threading)
-    : viewer(new osgViewer::Viewer)
+osg::ref_ptr<EglGraphicsWindow> makeWindow(int width, int height)
 {
     std::string reason;
-    window = EglGraphicsWindow::create(width, height, reason);
-    if (!window) {
-        ADD_FAILURE() << "no window to draw in: " << reason;
-        return;
-    }
+    osg::ref_ptr<EglGraphicsWindow> window = EglGraphicsWindow::create(width, height, reason);
+    EXPECT_TRUE(window) << "no window to draw in: " << reason;
+    return window;
+}
+
+HeadlessViewer::HeadlessViewer(int width, int height, osgViewer::ViewerBase::ThreadingModel threading)
+    : window(makeWindow(width, height)), viewer(new osgViewer::Viewer)
+{
+    if (!window) return;
     viewer->setThreadingModel(threading);
     viewer->setKeyEventSetsDone(0);
     viewer->setLightingMode(osg::View::NO_LIGHT);

@@ -9,6 +9,9 @@
 #include <osg/ref_ptr>
 #include <osgViewer/Viewer>
 
+/// A window to draw in; failing to make it fails the test.
+osg::ref_ptr<EglGraphicsWindow> makeWindow(int width, int height);
+
 /// A viewer on a window without a window system, for tests that draw. Failing to make the window fails the
 /// test. The background is black, lighting and culling of small features are off, and there is no camera
 /// manipulator: tests place the camera with its view and projection matrices.

@@ -1,6 +1,5 @@
 #include "tests/support/ProgramWindow.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -53,16 +52,6 @@ std::string readLine(int pipeEnd)
 }
 
 } // namespace
-
-bool eventually(const std::function<bool()>& isSo)
-{
-    const auto end = std::chrono::steady_clock::now() + 30s;
-    while (!isSo()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        pause(20ms);
-    }
-    return true;
-}
 
 /// The X server, and the connection to it.
 struct ProgramWindow::Server

@@ -1,17 +1,14 @@
 #pragma once
 
+#include "tests/support/Eventually.h"
 #include "tests/support/RunProgram.h"
 
 #include <osg/Image>
 #include <osg/ref_ptr>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-/// Asks again and again until it is so; false when it is not within half a minute.
-bool eventually(const std::function<bool()>& isSo);
 
 /// A program with one window, on an X server of its own without a screen, that is worked as people do: its
 /// keys and mouse come from the server, as those of a keyboard and a mouse do. Pixels of the window count

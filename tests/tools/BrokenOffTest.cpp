@@ -6,13 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -20,48 +20,27 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-/// What a program wrote to stderr, and how it ended.
-struct Ending
-{
-    int state = 0;
-    std::string err;
-};
-
 /// Runs brx and sends it a signal after it has told of its progress `reports` times; not at all when it ends
 /// before.
-Ending runAndSignal(Words words, int signal, int reports)
+ProgramResult runAndSignal(Words words, int signal, int reports)
 {
     words.insert(words.begin(), VELBRX_BRX);
-    std::vector<char*> arguments;
-    for (std::string& word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    int ends[2];
-    if (pipe(ends) != 0) throw std::runtime_error("no pipe can be made");
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDERR_FILENO);
-        close(ends[0]);
-        close(ends[1]);
-        execv(VELBRX_BRX, arguments.data());
-        _exit(127);
-    }
-    close(ends[1]);
-    Ending ending;
-    for (char letter = 0; read(ends[0], &letter, 1) == 1;) {
-        ending.err += letter;
-        if (letter == '\n' && --reports == 0) kill(child, signal);
-    }
-    close(ends[0]);
-    waitpid(child, &ending.state, 0);
-    return ending;
+    RunningProgram program(words);
+    const auto told = [&] {
+        const std::string err = program.err();
+        return std::count(err.begin(), err.end(), '\n');
+    };
+    while (program.isRunning() && told() < reports)
+        std::this_thread::yield();
+    program.signal(signal);
+    return program.wait();
 }
 
 /// `runAndSignal` until the signal comes before the command has made `result`.
-Ending interrupt(const Words& words, int signal, int reports, const std::string& result)
+ProgramResult interrupt(const Words& words, int signal, int reports, const std::string& result)
 {
     constexpr int kAttempts = 20;
-    Ending ending = runAndSignal(words, signal, reports);
+    ProgramResult ending = runAndSignal(words, signal, reports);
     for (int attempt = 1; fs::exists(result) && attempt < kAttempts; ++attempt) {
         fs::remove(result);
         ending = runAndSignal(words, signal, reports);
@@ -139,9 +118,8 @@ TEST_F(BrokenOff, AnInterruptedCommandSaysSoAndLeavesNothing)
     for (const Job& job : jobs) {
         for (const int signal : {SIGINT, SIGTERM}) {
             SCOPED_TRACE(job.words[0] + ", signal " + std::to_string(signal));
-            const Ending ending = interrupt(job.words, signal, 2, job.result);
-            ASSERT_TRUE(WIFEXITED(ending.state));
-            EXPECT_EQ(WEXITSTATUS(ending.state), 1);
+            const ProgramResult ending = interrupt(job.words, signal, 2, job.result);
+            EXPECT_EQ(ending.exitStatus, 1);
             EXPECT_EQ(lastLine(ending.err), "brx: " + job.result + ": cancelled; nothing was written");
             EXPECT_EQ(filesIn(folder), std::set<std::string>());
         }
@@ -164,8 +142,8 @@ TEST_F(BrokenOff, AKilledCommandLeavesNoHalfFileUnderItsName)
         };
         for (const int reports : {1, 4}) {
             fs::remove(job.result);
-            const Ending ending = runAndSignal(job.words, SIGKILL, reports);
-            EXPECT_TRUE(WIFSIGNALED(ending.state) || WEXITSTATUS(ending.state) == 0);
+            const ProgramResult ending = runAndSignal(job.words, SIGKILL, reports);
+            EXPECT_LT(ending.exitStatus, 1) << ending.err; // -1: by the signal
             EXPECT_TRUE(!fs::exists(job.result) || isWhole()) << "killed after report " << reports;
             EXPECT_EQ(brx(again).exitStatus, 0);
             EXPECT_EQ(filesIn(folder), std::set<std::string>{fs::path(job.result).filename()});

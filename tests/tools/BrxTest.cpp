@@ -57,17 +57,6 @@ TEST(Brx, EndsInOneLineWhenItIsCalledWrongly)
     }
 }
 
-TEST(Brx, EndsInOneLineThatNamesTheFileWhenItCannotBeRead)
-{
-    for (const std::string command : {"info", "verify"}) {
-        const ProgramResult result = brx({command, "/nonexistent/cloud.brx"});
-        EXPECT_EQ(result.exitStatus, 1);
-        EXPECT_EQ(result.out, "");
-        expectOneLine(result.err);
-        EXPECT_NE(result.err.find("/nonexistent/cloud.brx: cannot be opened"), std::string::npos);
-    }
-}
-
 TEST(Brx, FailsWhenItsOutputCannotBeWritten)
 {
     const ProgramResult result =

@@ -1,4 +1,4 @@
-#include "tests/support/RestoreSources.h"
+#include "tests/support/ReadFile.h"
 #include "tests/support/TempFolder.h"
 #include "tests/tools/RunBrx.h"
 
@@ -85,22 +85,4 @@ TEST_F(BuildSampleTest, KeepsWithinAGivenMemory)
 
     expectOneLine(brx({"build", tiles, "-o", folder.file("b.brx"), "--memory", "64M"}), folder.file("b.brx"));
     EXPECT_EQ(brx({"build", las, "-o", store, "--memory", "much"}).exitStatus, 2);
-}
-
-/// A store of their own for each of many tiles, by as many programs at once as the machine has room for.
-TEST_F(BuildSampleTest, BuildsTilesSideBySide)
-{
-    std::filesystem::create_directories(folder.file("tiles"));
-    std::filesystem::create_directories(folder.file("stores"));
-    for (const char* seed : {"1", "2", "3", "4"})
-        ASSERT_EQ(brx({"sample", folder.file("tiles/") + seed + ".las", "--points", "5000", "--seed", seed})
-                      .exitStatus,
-                  0);
-    const std::string command = std::string("find tiles -name '*.la[sz]' | parallel --jobs 3 ") + VELBRX_BRX +
-                                " build {} -o stores/{/.}.brx";
-    const ProgramResult result =
-        runProgram({"/bin/sh", "-c", "cd " + folder.path().string() + " && " + command});
-    EXPECT_EQ(result.exitStatus, 0) << result.err;
-    for (const char* seed : {"1", "2", "3", "4"})
-        EXPECT_EQ(brx({"verify", folder.file("stores/") + seed + ".brx"}).exitStatus, 0);
 }

@@ -15,6 +15,13 @@ namespace {
 
 constexpr uint64_t kSide = uint64_t(1) << kMortonLevels;
 
+using Place = std::array<uint64_t, 3>; ///< on the finest grid
+
+Place at(uint64_t x, uint64_t y, uint64_t z)
+{
+    return {x, y, z};
+}
+
 struct Divided
 {
     std::vector<TreePoint> wanted; ///< points with the level that wants them
@@ -23,8 +30,8 @@ struct Divided
     std::vector<uint32_t> order;
 };
 
-/// Divides a cloud of which `place` gives a point's place on the finest grid.
-Divided divideCloud(size_t count, const std::function<std::array<uint64_t, 3>(size_t)>& place)
+/// Divides a cloud of which `place` gives the places of its points.
+Divided divideCloud(size_t count, const std::function<Place(size_t)>& place)
 {
     Divided divided;
     std::vector<TreePoint>& points = divided.points;
@@ -83,37 +90,16 @@ TEST(CellTree, IsSoundForCloudsOfAnyShape)
 {
     std::mt19937_64 random(5);
     const auto any = [&] { return random() % kSide; };
-    const std::map<std::string, std::function<std::array<uint64_t, 3>(size_t)>> clouds = {
-        {"volume",
-         [&](size_t) {
-             return std::array{any(), any(), any()};
-         }},
-        {"plane",
-         [&](size_t) {
-             return std::array{any(), any(), uint64_t(77)};
-         }},
-        {"line",
-         [&](size_t) {
-             return std::array{any(), uint64_t(0), uint64_t(0)};
-         }},
-        {"diagonal",
-         [&](size_t i) {
-             return std::array{uint64_t(i), uint64_t(i), uint64_t(i)};
-         }},
-        {"one place",
-         [](size_t) {
-             return std::array<uint64_t, 3>{1, 2, 3};
-         }},
-        {"two places",
-         [](size_t i) {
-             return std::array<uint64_t, 3>{i % 2 * (kSide - 1), 0, 0};
-         }},
-        {"dense spot in the wide",
-         [&](size_t i) {
-             return i == 0 ? std::array{kSide - 1, kSide - 1, kSide - 1}
-                           : std::array{any() % 8, any() % 8, uint64_t(0)};
-         }},
-    };
+    const std::map<std::string, std::function<Place(size_t)>> clouds = {
+        {"volume", [&](size_t) { return at(any(), any(), any()); }},
+        {"plane", [&](size_t) { return at(any(), any(), 77); }},
+        {"line", [&](size_t) { return at(any(), 0, 0); }},
+        {"diagonal", [&](size_t i) { return at(i, i, i); }},
+        {"one place", [](size_t) { return at(1, 2, 3); }},
+        {"two places", [](size_t i) { return at(i % 2 * (kSide - 1), 0, 0); }},
+        {"dense spot in the wide", [&](size_t i) {
+             return i == 0 ? at(kSide - 1, kSide - 1, kSide - 1) : at(any() % 8, any() % 8, 0);
+         }}};
     for (const auto& [name, place] : clouds)
         for (size_t count : {1u, 100u, 200000u}) {
             SCOPED_TRACE(name + " " + std::to_string(count));
@@ -125,9 +111,8 @@ TEST(CellTree, KeepsEachPointNoFinerThanItsLevelAndCoarseCellsEven)
 {
     std::mt19937_64 random(6);
     const size_t count = 300000;
-    Divided divided = divideCloud(count, [&](size_t) {
-        return std::array{random() % kSide, random() % kSide, uint64_t(5)};
-    });
+    Divided divided =
+        divideCloud(count, [&](size_t) { return at(random() % kSide, random() % kSide, uint64_t(5)); });
     size_t taken = 0;
     size_t inRoot = 0;
     for (size_t i = 0; i < count; ++i) {
@@ -152,8 +137,8 @@ TEST(CellTree, HasNoLargeCellsBecauseOfPointsFarOff)
 {
     std::mt19937_64 random(7);
     const Divided divided = divideCloud(300000, [&](size_t i) {
-        return i < 3 ? std::array{kSide - 1 - i, random() % kSide, random() % kSide}
-                     : std::array{random() % (kSide >> 8), random() % (kSide >> 8), uint64_t(9)};
+        return i < 3 ? at(kSide - 1 - i, random() % kSide, random() % kSide)
+                     : at(random() % (kSide >> 8), random() % (kSide >> 8), 9);
     });
     expectSound(divided);
     for (const TreeCell& cell : divided.cells)
@@ -163,8 +148,7 @@ TEST(CellTree, HasNoLargeCellsBecauseOfPointsFarOff)
 TEST(CellTree, PutsAFewPointsIntoOneCell)
 {
     std::mt19937_64 random(8);
-    const Divided divided = divideCloud(kCrumb, [&](size_t) {
-        return std::array{random() % kSide, random() % kSide, random() % kSide};
-    });
+    const Divided divided =
+        divideCloud(kCrumb, [&](size_t) { return at(random() % kSide, random() % kSide, random() % kSide); });
     EXPECT_EQ(divided.cells.size(), 1u);
 }

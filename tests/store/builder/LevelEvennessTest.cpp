@@ -1,15 +1,12 @@
+#include "tests/support/BuildStore.h"
 #include "tests/support/LevelDensity.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
-
-#include <VelBrx/Builder.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
-
-using namespace VelBrx;
 
 namespace {
 
@@ -75,13 +72,8 @@ protected:
     static void SetUpTestSuite()
     {
         const TempFolder folder;
-        BuildOptions options;
-        options.inputs = {folder.write("lines.las", flightLines().bytes())};
-        options.output = folder.file("lines.brx");
-        BuildReport report;
-        const Status status = buildStore(options, report);
-        ASSERT_TRUE(status) << status.message();
-        levels = std::make_unique<LevelDensity>(options.output);
+        buildStoreOf(folder.write("lines.las", flightLines().bytes()), folder.file("lines.brx"));
+        levels = std::make_unique<LevelDensity>(folder.file("lines.brx"));
         ASSERT_GE(levels->levelCount(), 4u);
     }
     static void TearDownTestSuite() { levels.reset(); }

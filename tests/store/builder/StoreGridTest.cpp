@@ -83,11 +83,13 @@ TEST(StoreGrid, TakesTheFinestOfScalesThatFit)
 
 TEST(StoreGrid, RoundsAndSaysSoWhereThereIsNoCommonGrid)
 {
-    const std::vector<SourceExtent> sources = {extent(0.01, 0, 0, 100000), extent(0.01, 0.0033, 0, 100000)};
+    std::vector<SourceExtent> sources = {extent(0.01, 0, 0, 100000), extent(0.01, 0.0033, 0, 100000)};
+    sources[1].path = "b.las";
     const StoreGrid grid = gridOf(sources);
     EXPECT_TRUE(grid.isExact(0));
     EXPECT_FALSE(grid.isExact(1));
-    EXPECT_EQ(grid.notes.size(), 1u);
+    ASSERT_EQ(grid.notes.size(), 1u);
+    EXPECT_NE(grid.notes[0].find("b.las"), std::string::npos) << grid.notes[0];
     for (int32_t value : {0, 1, 77777, 100000})
         EXPECT_LE(deviation(grid, sources[1], 1, value), 0.005 + 1e-9);
 }

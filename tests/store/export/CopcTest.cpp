@@ -1,12 +1,9 @@
-#include <VelBrx/Builder.h>
-#include <VelBrx/ExportLas.h>
-
 #include "store/io/ByteIo.h"
 #include "store/las/LasLayout.h"
-#include "store/las/PointSource.h"
 #include "store/las/RecordFormat.h"
 #include "store/las/laz/LazChunkDecoder.h"
-#include "tests/support/RestoreSources.h"
+#include "tests/support/BuildStore.h"
+#include "tests/support/ReadPoints.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
 
@@ -132,6 +129,15 @@ public:
 
     const Bytes bytes;
     LasFile las;
+    /// A point each, in any order.
+    std::multiset<Bytes> recordsOf(const Bytes& points) const
+    {
+        std::multiset<Bytes> all;
+        for (auto at = points.begin(); at != points.end(); at += las.recordLength)
+            all.emplace(at, at + las.recordLength);
+        return all;
+    }
+
     std::multiset<Bytes> records;
     int32_t deepest = 0;
     size_t emptyNodes = 0;
@@ -155,29 +161,13 @@ private:
                     loadLe<int32_t>(&node[i + 4 * axis]) * las.scale[axis] + las.offset[axis];
                 ASSERT_TRUE(low <= value && value <= high) << key[0] << " axis " << axis;
             }
-            records.insert({node.begin() + static_cast<ptrdiff_t>(i),
-                            node.begin() + static_cast<ptrdiff_t>(i + las.recordLength)});
         }
+        records.merge(recordsOf(node));
     }
 
     double firstTime = INFINITY;
     double lastTime = -INFINITY;
 };
-
-std::multiset<Bytes> recordsOf(const std::string& path)
-{
-    std::unique_ptr<PointSource> source;
-    EXPECT_TRUE(openPointSource(path, source));
-    std::multiset<Bytes> records;
-    for (uint64_t part = 0; part < source->partCount(); ++part)
-        EXPECT_TRUE(source->readPart(part, [&](const PointBatch& batch) {
-            const auto length = static_cast<ptrdiff_t>(source->file().recordLength);
-            for (auto at = batch.records.begin(); at != batch.records.end(); at += length)
-                records.emplace(at, at + length);
-            return Status();
-        }));
-    return records;
-}
 
 } // namespace
 
@@ -187,18 +177,13 @@ TEST(CopcExport, MakesFilesThatKeepAllRulesAndAllPoints)
     const std::vector<std::vector<TestLas>> inputs = {
         {survey(6, 60000, 1, 0)}, {survey(3, 40000, 2, 0), survey(8, 50000, 3, 4), survey(7, 30000, 4, 0)}};
     for (const std::vector<TestLas>& sources : inputs) {
-        BuildOptions build;
-        build.output = folder.file("cloud.brx");
-        build.overwrite = true;
+        const std::string tiles = std::to_string(sources.size());
+        std::filesystem::create_directory(folder.file(tiles));
         for (const TestLas& las : sources)
-            build.inputs.push_back(
-                folder.write("source" + std::to_string(build.inputs.size()) + ".las", las.bytes()));
-        BuildReport built;
-        const Status isBuilt = buildStore(build, built);
-        ASSERT_TRUE(isBuilt) << isBuilt.message();
-
+            folder.write(tiles + "/" + std::to_string(las.pointFormat) + ".las", las.bytes());
         ExportOptions options;
-        options.store = build.output;
+        options.store = folder.file("cloud.brx");
+        buildStoreOf(folder.file(tiles), options.store);
         options.overwrite = true;
         options.form = ExportForm::Merged;
         Bytes first;
@@ -223,7 +208,7 @@ TEST(CopcExport, MakesFilesThatKeepAllRulesAndAllPoints)
                 copc.expectValidHead();
                 copc.readNodes();
                 EXPECT_GE(copc.deepest, 3);
-                EXPECT_TRUE(copc.records == recordsOf(folder.file("out.laz")));
+                EXPECT_TRUE(copc.records == copc.recordsOf(readPoints(folder.file("out.laz")).records));
                 const Bytes plain = readFile(folder.file("out.laz"));
                 EXPECT_TRUE(std::equal(&plain[kScale], &plain[kWaveformStart], &copc.bytes[kScale]))
                     << "scale, offset, bounds";
@@ -239,13 +224,9 @@ TEST(CopcExport, MakesFilesThatKeepAllRulesAndAllPoints)
 TEST(CopcExport, RefusesNodesThatDoNotFitTheMemory)
 {
     const TempFolder folder;
-    BuildOptions build;
-    build.output = folder.file("cloud.brx");
-    build.inputs = {folder.write("source.las", survey(7, 20000, 1, 0).bytes())};
-    BuildReport built;
-    ASSERT_TRUE(buildStore(build, built));
     ExportOptions options;
-    options.store = build.output;
+    options.store = folder.file("cloud.brx");
+    buildStoreOf(folder.write("source.las", survey(7, 20000, 1, 0).bytes()), options.store);
     options.output = folder.file("out.copc.laz");
     options.memory = 1000;
     ExportReport report;

@@ -4,8 +4,8 @@
 
 #include "store/io/ByteIo.h"
 #include "store/las/LasLayout.h"
-#include "store/las/PointSource.h"
-#include "tests/support/RestoreSources.h"
+#include "tests/support/ReadFile.h"
+#include "tests/support/ReadPoints.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -72,23 +72,6 @@ ExportReport exportTo(const TempFolder& folder, const std::string& out)
     return report;
 }
 
-/// All records of a LAS or LAZ file.
-std::vector<uint8_t> recordsOf(const std::string& path, LasFile& file)
-{
-    std::unique_ptr<PointSource> source;
-    const Status status = openPointSource(path, source);
-    EXPECT_TRUE(status) << status.message();
-    std::vector<uint8_t> records;
-    if (!status) return records;
-    file = source->file();
-    for (uint64_t part = 0; part < source->partCount(); ++part)
-        EXPECT_TRUE(source->readPart(part, [&](const PointBatch& batch) {
-            records.insert(records.end(), batch.records.begin(), batch.records.end());
-            return Status();
-        }));
-    return records;
-}
-
 using Vlrs = std::vector<std::pair<std::string, std::vector<uint8_t>>>;
 
 /// The VLRs that an exported file keeps, whole.
@@ -129,19 +112,20 @@ TEST(ExportRealFiles, GivesTheRecordsOfEveryLazFileBack)
     for (const std::filesystem::path& path : files) {
         SCOPED_TRACE(path.filename());
         if (!build(folder, path.string())) continue;
-        LasFile before;
-        const std::vector<uint8_t> records = recordsOf(path.string(), before);
+        const ReadPoints before = readPoints(path.string());
+        EXPECT_TRUE(before.status) << before.status.message();
         for (const bool compressed : {false, true}) {
             const std::string out = folder.file(compressed ? "out.laz" : "out.las");
             exportTo(folder, out);
-            LasFile after;
-            EXPECT_TRUE(recordsOf(out, after) == records);
-            EXPECT_EQ(after.laz.has_value(), compressed);
-            EXPECT_LE(after.notes.size(), before.notes.size());
-            EXPECT_EQ(after.pointFormat, before.pointFormat);
-            EXPECT_TRUE(keptVlrs(after.vlrs) == keptVlrs(before.vlrs));
-            EXPECT_TRUE(keptVlrs(after.evlrs) == keptVlrs(before.evlrs));
-            EXPECT_EQ(readFile(out).size(), after.fileSize);
+            const ReadPoints after = readPoints(out);
+            EXPECT_TRUE(after.status) << after.status.message();
+            EXPECT_TRUE(after.records == before.records);
+            EXPECT_EQ(after.file.laz.has_value(), compressed);
+            EXPECT_LE(after.file.notes.size(), before.file.notes.size());
+            EXPECT_EQ(after.file.pointFormat, before.file.pointFormat);
+            EXPECT_TRUE(keptVlrs(after.file.vlrs) == keptVlrs(before.file.vlrs));
+            EXPECT_TRUE(keptVlrs(after.file.evlrs) == keptVlrs(before.file.evlrs));
+            EXPECT_EQ(readFile(out).size(), after.file.fileSize);
         }
         ++exported;
     }

@@ -8,7 +8,9 @@
 #include "store/las/LasFile.h"
 #include "store/las/LasLayout.h"
 #include "store/las/RecordFormat.h"
-#include "tests/support/RestoreSources.h"
+#include "tests/support/BuildStore.h"
+#include "tests/support/ReadFile.h"
+#include "tests/support/ReadPoints.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
 #include "tests/support/TestStore.h"
@@ -16,7 +18,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <functional>
 #include <random>
 
@@ -124,16 +125,10 @@ protected:
     /// The LAS file of a LAZ file's points, by a store of its own.
     Bytes uncompressed(const std::string& path)
     {
-        BuildOptions again;
-        again.inputs = {path};
-        again.output = folder.file("again.brx");
-        again.overwrite = true;
-        BuildReport built;
-        const Status isBuilt = buildStore(again, built);
-        EXPECT_TRUE(isBuilt) << isBuilt.message();
-        EXPECT_TRUE(built.notes.empty()) << built.notes.front();
+        EXPECT_TRUE(readPoints(path).notes.empty());
         ExportOptions plain;
-        plain.store = again.output;
+        plain.store = folder.file("again.brx");
+        buildStoreOf(path, plain.store);
         plain.output = folder.file("again.las");
         plain.overwrite = true;
         ExportReport plainReport;

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <vector>
 
 using namespace VelBrx;
@@ -27,31 +26,7 @@ Decoded decodeOne(const RecordFormat& format, const std::vector<uint8_t>& source
     return decoded;
 }
 
-std::vector<uint8_t> encodeOne(const RecordFormat& format, const Decoded& decoded)
-{
-    std::vector<uint8_t> source(format.recordLength(), 0xEE);
-    format.encode(decoded.record.data(), decoded.flags, decoded.rest.data(), source.data());
-    return source;
-}
-
 } // namespace
-
-TEST(RecordFormat, GivesAnyRecordOfAnyFormatBackBitForBit)
-{
-    std::mt19937 random(7);
-    for (uint8_t pointFormat = 0; pointFormat <= 10; ++pointFormat)
-        for (uint16_t extraBytes : {0, 1, 13}) {
-            const RecordFormat format(pointFormat,
-                                      static_cast<uint16_t>(coreRecordLength(pointFormat) + extraBytes));
-            for (int trial = 0; trial < 2000; ++trial) {
-                std::vector<uint8_t> source(format.recordLength());
-                for (uint8_t& byte : source)
-                    byte = static_cast<uint8_t>(random());
-                ASSERT_EQ(encodeOne(format, decodeOne(format, source)), source)
-                    << "format " << int(pointFormat);
-            }
-        }
-}
 
 TEST(RecordFormat, PutsLegacyAttributesWhereFormat7HasThem)
 {

@@ -1,5 +1,5 @@
-#include "tests/store/laz/LazTestFile.h"
 #include "tests/store/laz/TestLaz.h"
+#include "tests/support/ReadPoints.h"
 #include "tests/support/TempFolder.h"
 
 #include "store/io/ByteIo.h"
@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 
 using namespace VelBrx;
 

@@ -1,5 +1,5 @@
-#include "tests/store/laz/LazTestFile.h"
 #include "tests/support/ReadFile.h"
+#include "tests/support/ReadPoints.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 

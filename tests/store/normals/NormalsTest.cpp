@@ -4,7 +4,6 @@
 #include "store/io/ByteIo.h"
 #include "store/las/LasLayout.h"
 #include "tests/support/BuildStore.h"
-#include "tests/support/RestoreSources.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
 

@@ -1,9 +1,9 @@
 #include <VelBrx/SampleSurvey.h>
 
 #include "store/io/ByteIo.h"
-#include "store/las/PointSource.h"
 #include "store/las/RecordFormat.h"
-#include "tests/support/RestoreSources.h"
+#include "tests/support/ReadFile.h"
+#include "tests/support/ReadPoints.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -45,14 +45,8 @@ TEST_F(SampleSurveyTest, DependsOnSeedAndNumberOfPointsAlone)
     options.output = folder.file("survey.laz");
     const std::vector<uint8_t> compressed = make(60000, 1, 1);
     EXPECT_TRUE(make(60000, 1, 3) == compressed);
-    std::unique_ptr<PointSource> source;
-    ASSERT_TRUE(openPointSource(options.output, source));
-    std::vector<uint8_t> records;
-    for (uint64_t part = 0; part < source->partCount(); ++part)
-        ASSERT_TRUE(source->readPart(part, [&](const PointBatch& batch) {
-            records.insert(records.end(), batch.records.begin(), batch.records.end());
-            return Status();
-        }));
+    const std::vector<uint8_t> records = readPoints(options.output).records;
+    ASSERT_FALSE(records.empty());
     ASSERT_LT(records.size(), once.size());
     EXPECT_TRUE(std::equal(records.rbegin(), records.rend(), once.rbegin())) << "the points of the LAS file";
 }

@@ -1,4 +1,4 @@
-#include "tests/store/laz/LazTestFile.h"
+#include "tests/support/ReadPoints.h"
 
 #include "store/las/PointSource.h"
 
