@@ -155,6 +155,9 @@ public:
     /// where it fails.
     Status begin(const EditDescription& edit);
 
+    /// Visits the points of an older change with the bytes that they had before it.
+    Status visitBefore(uint64_t change, const EditVisitor& visit) const;
+
     /// Brings the change to the disk: from here on it is done, whatever happens. Nothing is written down
     /// where no point changes; `number` is 0 then. After a failure nothing has changed.
     Status commit(uint64_t& number);
@@ -185,9 +188,10 @@ public:
     EditRuns(const EditRuns&) = delete;
     EditRuns& operator=(const EditRuns&) = delete;
 
-    /// The point, a record number, is to have `after` instead of `before`, both under the edit's mask. No
-    /// point twice in a change, whichever thread adds it. Ascending points take the least room.
-    void add(uint64_t point, uint8_t before, uint8_t after);
+    /// Consecutive points, at least one, `first` a record number, are to have `after` instead of `before`,
+    /// both under the edit's mask. No point twice in a change, whichever thread adds it. Ascending points
+    /// take the least room.
+    void add(uint64_t first, uint64_t count, uint8_t before, uint8_t after);
 
     /// Writes what is left. Fails where anything of the change could not be written. Call before `commit`.
     Status finish();

@@ -133,16 +133,15 @@ bool decodeBlock(const uint8_t* block, size_t length, uint8_t mask, uint64_t poi
 
 } // namespace
 
-void RunEncoder::startRun(uint64_t point, uint8_t before, uint8_t after)
+void RunEncoder::startRun(uint64_t first, uint64_t count, uint8_t before, uint8_t after)
 {
     if (_run.count > 0) _stretch.push_back(_run);
-    if (point != _end || _stretch.size() >= kMostStretch) {
+    if (first != _end || _stretch.size() >= kMostStretch) {
         encodeStretch();
-        _stretchStart = point;
+        _stretchStart = first;
     } else if (_stretch.empty())
-        _stretchStart = point;
-    _run = {1, before, after};
-    _end = point;
+        _stretchStart = first;
+    _run = {count, before, after};
 }
 
 void RunEncoder::putCount(uint64_t count, unsigned form)

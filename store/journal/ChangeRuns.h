@@ -23,21 +23,22 @@ struct ChangeRun
     size_t afterStep;
 };
 
-/// Takes points one by one and makes blocks of runs of them. Its memory is bounded. One thread at a time.
+/// Takes points and makes blocks of runs of them. Its memory is bounded. One thread at a time.
 class RunEncoder
 {
 public:
     /// `number` is that of the entry.
     explicit RunEncoder(uint64_t number) : _number(number) {}
 
-    /// Adds a point; none twice. Ascending points take the least room. `isFull` must be false.
-    void add(uint64_t point, uint8_t before, uint8_t after)
+    /// Adds consecutive points, at least one; none twice. Ascending points take the least room. `isFull` must
+    /// be false.
+    void add(uint64_t first, uint64_t count, uint8_t before, uint8_t after)
     {
-        if (point == _end && before == _run.before && after == _run.after && _run.count > 0)
-            ++_run.count;
+        if (first == _end && before == _run.before && after == _run.after && _run.count > 0)
+            _run.count += count;
         else
-            startRun(point, before, after);
-        ++_end;
+            startRun(first, count, before, after);
+        _end = first + count;
     }
 
     /// A block's worth is there: take it with `finishBlock` before more is added.
@@ -58,7 +59,7 @@ private:
     static constexpr size_t kFull = 40 << 10;
     static constexpr size_t kMostStretch = 1024; ///< runs
 
-    void startRun(uint64_t point, uint8_t before, uint8_t after);
+    void startRun(uint64_t first, uint64_t count, uint8_t before, uint8_t after);
     void encodeStretch();
     void putRun(const Run& run);
     void putShortRuns(const Run* runs, const Run* end);

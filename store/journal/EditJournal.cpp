@@ -77,6 +77,7 @@ Status EditJournal::open(const JournalledStore& store, std::shared_ptr<EditJourn
 {
     if (!store.file || !store.file->isWritable())
         return Status::failure(store.path + ": cannot be written; make it writable to edit it");
+    journal.reset(); // not under the mutex, which the end of a journal takes
     const std::lock_guard<std::mutex> guard(openJournals().mutex);
     std::weak_ptr<EditJournal>& known = openJournals().byFile[store.file->identity()];
     journal = known.lock();
@@ -344,6 +345,17 @@ Status EditRecorder::begin(const EditDescription& edit)
     return _status;
 }
 
+Status EditRecorder::visitBefore(uint64_t change, const EditVisitor& visit) const
+{
+    const JournalFile& file = *_journal._journal;
+    if (!file.chain().has(change) || !file.chain().isState(change))
+        return Status::failure(file.path() + ": has no change " + std::to_string(change));
+    return file.readRuns(change, [&](const std::vector<ChangeRun>& runs) {
+        visitRuns(runs, false, file.chain().entry(change), visit);
+        return Status();
+    });
+}
+
 Status EditRecorder::append(RunEncoder& runs)
 {
     const uint64_t before = runs.points();
@@ -384,9 +396,9 @@ EditRuns::EditRuns(EditRecorder& recorder)
 
 EditRuns::~EditRuns() = default;
 
-void EditRuns::add(uint64_t point, uint8_t before, uint8_t after)
+void EditRuns::add(uint64_t first, uint64_t count, uint8_t before, uint8_t after)
 {
-    _runs->add(point, before, after);
+    _runs->add(first, count, before, after);
     if (_runs->isFull()) (void)_recorder.append(*_runs); // `finish` tells
 }
 

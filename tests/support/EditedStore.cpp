@@ -42,7 +42,7 @@ Status record(EditRecorder& recorder, const std::vector<EditedStore::Change>& ch
 {
     EditRuns runs(recorder);
     for (const EditedStore::Change& change : changes)
-        runs.add(change.point, before(change.point), change.value);
+        runs.add(change.point, 1, before(change.point), change.value);
     const Status status = runs.finish();
     return status ? recorder.commit(number) : status;
 }

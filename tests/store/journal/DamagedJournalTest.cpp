@@ -200,7 +200,7 @@ TEST(HostileRuns, NeverLeadOutOfTheStoreNorToOtherBits)
     Journal::RunEncoder encoder(1);
     for (uint64_t point = 0; point < kPoints; point += 1 + random() % 9)
         for (const uint64_t end = point + random() % 7; point < end && point < kPoints; ++point)
-            encoder.add(point, random() % 3 & kMask, 4);
+            encoder.add(point, 1, random() % 3 & kMask, 4);
     const Bytes block = encoder.finishBlock();
     Journal::EntryHead head;
     head.number = 1;

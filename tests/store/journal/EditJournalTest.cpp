@@ -415,7 +415,8 @@ TEST_F(EditJournalTest, IsRefusedBesideAnotherStoreAndWhileSomebodyElseEdits)
     const Bytes journalBytes = readFile(journalFile);
     const std::string other = folder.write("other.brx", EditedStore::bytes(kPoints - 1));
     std::filesystem::copy_file(journalFile, journalPath(other));
-    EditedStore::Journal journal;
+    const std::string third = folder.write("third.brx", original);
+    EditedStore::Journal journal = EditedStore::open(third); // ends with the next one
     const Status status = EditJournal::open(other, journal);
     EXPECT_NE(status.message().find("is the journal of another store"), std::string::npos)
         << status.message();

@@ -93,15 +93,15 @@ TEST_F(GoldenJournal, HasTheBytesThatTheEncoderWrites)
     }
     Journal::RunEncoder hiding(1);
     for (const uint64_t point : {0, 1, 3})
-        hiding.add(point, 0, 4);
+        hiding.add(point, 1, 0, 4);
     const auto runs = [&](size_t start, size_t length) {
         return Bytes(&journalBytes[start], &journalBytes[start] + length);
     };
     EXPECT_EQ(hiding.finishBlock(), runs(128 + 128 + 17, 38));
     Journal::RunEncoder classes(2);
-    classes.add(2, 5, 7);
-    classes.add(3, 6, 8);
-    classes.add(0, 2, 9);
-    classes.add(1, 5, 9);
+    classes.add(2, 1, 5, 7);
+    classes.add(3, 1, 6, 8);
+    classes.add(0, 1, 2, 9);
+    classes.add(1, 1, 5, 9);
     EXPECT_EQ(classes.finishBlock(), runs(384 + 128 + 22, 43));
 }
