@@ -1,6 +1,6 @@
 #include "tools/Command.h"
 
-#include "tools/Text.h"
+#include "terminal/Text.h"
 
 #include <VelBrx/EditHistory.h>
 #include <VelBrx/EditJournal.h>
