@@ -38,14 +38,6 @@ std::string uidOf(const Scene::Cloud& cloud, size_t place)
     return std::to_string(place) + ":" + cloud.store;
 }
 
-uint64_t sum(const std::map<std::string, uint64_t>& counts)
-{
-    uint64_t all = 0;
-    for (const auto& entry : counts)
-        all += entry.second;
-    return all;
-}
-
 osg::ref_ptr<Category> classRequest(int32_t kind)
 {
     const osg::ref_ptr<Category> request = new Category;
@@ -432,7 +424,7 @@ bool EditSession::save()
     if (!running) return false;
     running->conclude = [this, before = unsavedPoints()](Running& ended) {
         const std::map<std::string, uint64_t> after = unsavedPoints();
-        ended.outcome.points = sum(before) - sum(after);
+        ended.outcome.points = totalOf(before) - totalOf(after);
         std::vector<std::string> written;
         for (const auto& [store, points] : before)
             if (const auto left = after.find(store); points > (left == after.end() ? 0 : left->second))

@@ -53,6 +53,14 @@ std::vector<std::string> describe(const EditOutcome& outcome)
     return lines;
 }
 
+uint64_t totalOf(const std::map<std::string, uint64_t>& pointsByStore)
+{
+    uint64_t total = 0;
+    for (const auto& store : pointsByStore)
+        total += store.second;
+    return total;
+}
+
 std::vector<std::string> describeUnsaved(const std::map<std::string, uint64_t>& unsaved)
 {
     std::vector<std::string> lines;

@@ -10,6 +10,9 @@
 /// Lines that tell people what an operation did, the points of each class before and after included.
 std::vector<std::string> describe(const EditOutcome& outcome);
 
+/// The points of all stores.
+uint64_t totalOf(const std::map<std::string, uint64_t>& pointsByStore);
+
 /// Lines that tell which stores have points with unsaved classes; none when there are none.
 std::vector<std::string> describeUnsaved(const std::map<std::string, uint64_t>& unsaved);
 

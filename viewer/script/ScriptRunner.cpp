@@ -2,7 +2,7 @@
 
 #include "terminal/EndSignals.h"
 #include "terminal/Text.h"
-#include "viewer/edit/EditSession.h"
+#include "viewer/edit/EditText.h"
 #include "viewer/picture/PictureView.h"
 
 #include <VelBrx/PointCounts.h>
@@ -70,14 +70,7 @@ public:
         return status;
     }
 
-    uint64_t countUnsaved() const
-    {
-        uint64_t points = 0;
-        if (!_session) return points;
-        for (const auto& [store, unsaved] : _session->unsavedPoints())
-            points += unsaved;
-        return points;
-    }
+    uint64_t countUnsaved() const { return _session ? totalOf(_session->unsavedPoints()) : 0; }
 
 private:
     using Own = Status (Runner::*)(const Request&);

@@ -410,10 +410,8 @@ std::vector<std::string> EditKeys::panel() const
     append(lines, hints());
     if (!_report.empty()) lines.push_back("");
     append(lines, _report);
-    uint64_t unsaved = 0;
-    for (const auto& store : _unsaved)
-        unsaved += store.second;
-    if (unsaved > 0) lines.push_back("not saved: " + grouped(unsaved) + " (" + keyOf("save") + " saves)");
+    if (const uint64_t unsaved = totalOf(_unsaved); unsaved > 0)
+        lines.push_back("not saved: " + grouped(unsaved) + " (" + keyOf("save") + " saves)");
     append(lines, _warnings);
     return lines;
 }
