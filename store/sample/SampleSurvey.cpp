@@ -5,16 +5,16 @@
 #include "store/io/ParallelRun.h"
 #include "store/las/LasFile.h"
 #include "store/las/LasLayout.h"
+#include "store/las/RecordFormat.h"
 #include "store/las/VlrHeader.h"
 #include "store/las/laz/LazPointWriter.h"
 #include "store/sample/FlightPlan.h"
+#include "store/sample/Furnish.h"
 #include "store/sample/Scanner.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <vector>
 
@@ -45,20 +45,14 @@ constexpr char kWkt[] =
     "AUTHORITY[\"EPSG\",\"9001\"]],AXIS[\"Easting\",EAST],AXIS[\"Northing\",NORTH],AUTHORITY[\"EPSG\","
     "\"25832\"]]";
 
+/// Of a file whose points are not compressed.
+constexpr size_t kHeadSize = kHeaderSize + kVlrHeaderSize + sizeof kWkt; // the NUL is part of the record
+
 double sizeFor(uint64_t points)
 {
     return std::floor(
         std::clamp(std::sqrt(static_cast<double>(points) / kPointsPerSquareMetre), kLeastSize, kLargestSize));
 }
-
-/// Some scan lines of one flight line, one task's work.
-struct Chunk
-{
-    FlightLine line;
-    uint64_t firstScanLine;
-    uint64_t endScanLine;
-    uint64_t seed;
-};
 
 uint16_t colorTo16Bit(double value)
 {
@@ -66,60 +60,36 @@ uint16_t colorTo16Bit(double value)
 }
 
 /// The records of one pulse.
-void appendRecords(const Pulse& pulse, const Echoes& echoes, uint16_t sourceId, std::vector<uint8_t>& records)
+void appendRecords(const Pulse& pulse, const Echoes& echoes, std::vector<uint8_t>& records)
 {
     for (size_t i = 0; i < echoes.count; ++i) {
         const Echo& echo = echoes.echo[i];
         records.resize(records.size() + kPointSize, 0);
         uint8_t* record = records.data() + records.size() - kPointSize;
-        const double position[3] = {echo.position.x, echo.position.y, echo.position.z};
-        for (size_t axis = 0; axis < 3; ++axis)
+        for (int axis = 0; axis < 3; ++axis)
             storeLe(record + kX + 4 * axis,
-                    static_cast<int32_t>(std::lround(position[axis] / Sample::kScale)));
+                    static_cast<int32_t>(std::lround(echo.position[axis] / Sample::kScale)));
         storeLe(record + kIntensity, echo.intensity);
         record[kReturns] = static_cast<uint8_t>((i + 1) | echoes.count << 4);
         record[kFlags] = static_cast<uint8_t>(0x40 | (pulse.isAtEdge ? 0x80 : 0));
         record[kClass] = echo.pointClass;
         storeLe(record + kScanAngle, static_cast<int16_t>(std::lround(pulse.scanAngle / kAngleUnit)));
-        storeLe(record + kPointSource, sourceId);
+        storeLe(record + kPointSource, pulse.sourceId);
         storeLe(record + kGpsTime, pulse.gpsTime);
-        storeLe(record + kRed, colorTo16Bit(echo.color.x));
-        storeLe(record + kGreen, colorTo16Bit(echo.color.y));
-        storeLe(record + kBlue, colorTo16Bit(echo.color.z));
+        for (int band = 0; band < 3; ++band)
+            storeLe(record + kRed + 2 * band, colorTo16Bit(echo.color[band]));
     }
 }
 
-/// Bounds and counts that the header tells.
-struct Summary
+/// What the file has in front of its points.
+std::vector<uint8_t> makeHead(uint64_t points, const RecordScan& scan, bool isLaz)
 {
-    std::array<int32_t, 3> min;
-    std::array<int32_t, 3> max;
-    std::array<uint64_t, 16> pointsByReturn{};
-
-    Summary()
-    {
-        min.fill(std::numeric_limits<int32_t>::max());
-        max.fill(std::numeric_limits<int32_t>::min());
-    }
-
-    void add(const uint8_t* records, size_t count)
-    {
-        for (size_t i = 0; i < count; ++i, records += kPointSize) {
-            for (size_t axis = 0; axis < 3; ++axis) {
-                const auto value = loadLe<int32_t>(records + kX + 4 * axis);
-                min[axis] = std::min(min[axis], value);
-                max[axis] = std::max(max[axis], value);
-            }
-            ++pointsByReturn[records[kReturns] & 0x0F];
-        }
-    }
-};
-
-std::vector<uint8_t> makeHeader(uint64_t points, const Summary& summary)
-{
-    const size_t wktLength = sizeof kWkt; // the NUL is part of the record
-    std::vector<uint8_t> bytes(kHeaderSize + kVlrHeaderSize + wktLength, 0);
+    const std::vector<uint8_t> vlr =
+        makeVlr("LASF_Projection", 2112, "OGC coordinate system WKT", sizeof kWkt);
+    std::vector<uint8_t> bytes(kHeadSize);
     uint8_t* header = bytes.data();
+    std::copy(vlr.begin(), vlr.end(), header + kHeaderSize);
+    std::memcpy(header + kHeadSize - sizeof kWkt, kWkt, sizeof kWkt);
     storeText(header + kSignature, kSignatureSize, "LASF");
     storeLe<uint16_t>(header + kGlobalEncoding, kGpsStandardTimeBit | kWktBit);
     header[kVersionMajor] = 1;
@@ -137,144 +107,106 @@ std::vector<uint8_t> makeHeader(uint64_t points, const Summary& summary)
     for (size_t axis = 0; axis < 3; ++axis) {
         storeLe<double>(header + LasLayout::kScale + 8 * axis, Sample::kScale);
         storeLe<double>(header + kOffset + 8 * axis, kOrigin[axis]);
-        storeLe<double>(header + kBounds + 16 * axis, summary.max[axis] * Sample::kScale + kOrigin[axis]);
-        storeLe<double>(header + kBounds + 16 * axis + 8, summary.min[axis] * Sample::kScale + kOrigin[axis]);
+        storeLe<double>(header + kBounds + 16 * axis, scan.max[axis] * Sample::kScale + kOrigin[axis]);
+        storeLe<double>(header + kBounds + 16 * axis + 8, scan.min[axis] * Sample::kScale + kOrigin[axis]);
     }
     for (size_t i = 0; i < 15; ++i)
-        storeLe<uint64_t>(header + kPointsByReturn + 8 * i, summary.pointsByReturn[i + 1]);
-
-    const std::vector<uint8_t> vlr = makeVlr("LASF_Projection", 2112, "OGC coordinate system WKT", wktLength);
-    std::memcpy(std::copy(vlr.begin(), vlr.begin() + kVlrHeaderSize, header + kHeaderSize), kWkt, wktLength);
+        storeLe<uint64_t>(header + kPointsByReturn + 8 * i, scan.pointsByReturn[i + 1]);
+    if (isLaz) makeLazHead(bytes, makeLazItems(kStorePointFormat, kPointSize));
     return bytes;
-}
-
-LazItems lazItems()
-{
-    return makeLazItems(kStorePointFormat, kPointSize);
-}
-
-/// What a file of this name has in front of its points.
-std::vector<uint8_t> makeHead(uint64_t points, const Summary& summary, const std::string& path)
-{
-    std::vector<uint8_t> head = makeHeader(points, summary);
-    if (isLazName(path)) makeLazHead(head, lazItems());
-    return head;
 }
 
 /// Flies the survey and writes what comes back, in the order of time.
 class Survey
 {
 public:
-    Survey(const SampleOptions& options, const Scene& scene)
-        : _options(options), _scanner(scene), _plan(scene.landscape(), options.points, expectedEchoes(scene))
+    Survey(const SampleOptions& options, const Scene& scene, OutputFile& file)
+        : _points(options.points), _seed(options.seed), _file(file), _scene(scene),
+          _plan(scene.landscape().size(), options.points),
+          _step(std::max<uint64_t>(1, kPulsesPerChunk / _plan.pulses())),
+          _run(
+              options.threads,
+              [&options](const BuildProgress& state) {
+                  if (options.progress) options.progress(state.pointsDone, state.pointsTotal);
+              },
+              options.cancel)
     {
+        _run.setTotal(_points);
+        if (!isLazName(options.output)) return;
+        _lazPoints = std::make_unique<LazPointWriter>(
+            makeLazItems(kStorePointFormat, kPointSize), makeHead(0, _scan, true).size(), _points,
+            [&file](uint64_t position, const void* data, uint64_t length) {
+                return file.write(position, data, length);
+            });
     }
 
-    Status write(OutputFile& file)
+    Status write()
     {
-        _headerSize = makeHead(0, Summary(), _options.output).size();
-        if (isLazName(_options.output))
-            _lazPoints = std::make_unique<LazPointWriter>(
-                lazItems(), _headerSize, _options.points,
-                [&file](uint64_t position, const void* data, uint64_t length) {
-                    return file.write(position, data, length);
-                });
-        for (const FlightLine& line : _plan.mainLines())
-            if (Status status = fly(line, file); !status) return status;
-        for (uint64_t cross = 0; _written < _options.points; ++cross)
-            if (Status status = fly(_plan.crossLine(cross), file); !status) return status;
-        if (_lazPoints) {
-            uint64_t end = 0;
-            if (Status status = _lazPoints->finish(end); !status) return status;
+        std::vector<Chunk> chunks;
+        for (uint64_t first = 0; _written < _points; first += chunks.size()) {
+            const uint64_t needed = (_points - _written) / (_step * _plan.pulses()) + 1;
+            chunks.resize(std::min<uint64_t>(4 * _run.threads(), needed));
+            Status status = _run.forEach(chunks.size(), [&](size_t i) -> Status {
+                chunks[i] = scan(first + i);
+                return {};
+            });
+            if (status) status = append(chunks);
+            if (!status) return status;
         }
-        const std::vector<uint8_t> header = makeHead(_written, _summary, _options.output);
-        return file.write(0, header.data(), header.size());
+        uint64_t end = 0;
+        if (_lazPoints)
+            if (Status status = _lazPoints->finish(end); !status) return status;
+        const std::vector<uint8_t> head = makeHead(_written, _scan, _lazPoints != nullptr);
+        return _file.write(0, head.data(), head.size());
     }
 
 private:
-    const SampleOptions& _options;
-    const Scanner _scanner;
+    /// Records of some scan lines of a flight line, one task's work.
+    using Chunk = std::vector<uint8_t>;
+
+    const uint64_t _points;
+    const uint64_t _seed;
+    OutputFile& _file;
+    const Scene& _scene;
     const FlightPlan _plan;
-    size_t _headerSize = 0;
+    const uint64_t _step; ///< scan lines of a chunk
+    ParallelRun _run;
     std::unique_ptr<LazPointWriter> _lazPoints; ///< of a compressed file
     uint64_t _written = 0;
-    Summary _summary;
+    RecordScan _scan;
 
-    unsigned threads() const
+    Chunk scan(uint64_t number) const
     {
-        return _options.threads ? _options.threads : std::max(1u, std::thread::hardware_concurrency());
-    }
-
-    /// Echoes that a pulse has on average on this landscape.
-    static double expectedEchoes(const Scene& scene)
-    {
-        constexpr int kTrials = 20000;
-        const double size = scene.landscape().size();
-        const Scanner scanner(scene);
-        Random random(scene.landscape().seed() + 77);
-        uint64_t echoes = 0;
-        for (int i = 0; i < kTrials; ++i) {
-            const Vec3 direction = normalized({0, random.between(-0.36, 0.36), -1});
-            const Vec3 target{random.between(0, size), random.between(0, size), 120};
-            echoes += scanner.send({target - direction * 600, direction}, random).count;
-        }
-        return static_cast<double>(echoes) / kTrials;
-    }
-
-    std::vector<uint8_t> scan(const Chunk& chunk) const
-    {
-        std::vector<uint8_t> records;
-        Random random(chunk.seed);
+        const uint64_t chunksPerLine = (_plan.scanLines() + _step - 1) / _step;
+        const uint64_t first = number % chunksPerLine * _step;
+        Chunk records;
+        Random random(_seed * 0x2545F4914F6CDD1D + number);
         Pulse pulse;
-        for (uint64_t scanLine = chunk.firstScanLine; scanLine < chunk.endScanLine; ++scanLine)
-            for (uint64_t place = 0; place < _plan.pulsesPerScanLine(); ++place)
-                if (_plan.aim(chunk.line, scanLine, place, random, pulse))
-                    appendRecords(pulse, _scanner.send(pulse.ray, random), chunk.line.sourceId, records);
+        for (uint64_t scanLine = first; scanLine < std::min(first + _step, _plan.scanLines()); ++scanLine)
+            for (uint64_t place = 0; place < _plan.pulses(); ++place)
+                if (_plan.aim(number / chunksPerLine, scanLine, place, random, pulse))
+                    appendRecords(pulse, sendPulse(_scene, pulse.ray, random), records);
         return records;
     }
 
-    /// Scans a line, some chunks at once, until it ends or all points are written.
-    Status fly(const FlightLine& line, OutputFile& file)
-    {
-        const uint64_t step = std::max<uint64_t>(1, kPulsesPerChunk / _plan.pulsesPerScanLine());
-        std::vector<Chunk> chunks;
-        for (uint64_t first = 0; first < line.scanLines; first += step)
-            chunks.push_back({line, first, std::min(first + step, line.scanLines),
-                              _options.seed * 0x2545F4914F6CDD1D + line.sourceId * 1000003 + first});
-        static const std::atomic<bool> never{false};
-        const std::atomic<bool>& cancel = _options.cancel ? *_options.cancel : never;
-        const size_t together = 4 * threads();
-        for (size_t begin = 0; begin < chunks.size() && _written < _options.points; begin += together) {
-            std::vector<std::vector<uint8_t>> scanned(std::min(together, chunks.size() - begin));
-            Status status = parallelFor(threads(), scanned.size(), cancel, [&](size_t i) -> Status {
-                scanned[i] = scan(chunks[begin + i]);
-                return {};
-            });
-            if (status) status = append(scanned, cancel, file);
-            if (!status) return status;
-            if (_options.progress) _options.progress(_written, _options.points);
-        }
-        return {};
-    }
-
     /// Writes as many points as are wanted still.
-    Status append(std::vector<std::vector<uint8_t>>& scanned, const std::atomic<bool>& cancel,
-                  OutputFile& file)
+    Status append(std::vector<Chunk>& chunks)
     {
         std::vector<uint64_t> firsts;
-        for (std::vector<uint8_t>& records : scanned) {
-            const uint64_t count =
-                std::min<uint64_t>(records.size() / kPointSize, _options.points - _written);
+        for (Chunk& records : chunks) {
+            const uint64_t count = std::min<uint64_t>(records.size() / kPointSize, _points - _written);
             records.resize(count * kPointSize);
             if (count > 0) cutLastPulse(records, count);
-            _summary.add(records.data(), count);
+            RecordFormat(kStorePointFormat, kPointSize).scan(records.data(), count, _scan);
             firsts.push_back(_written);
             _written += count;
         }
-        return parallelFor(threads(), scanned.size(), cancel, [&](size_t i) -> Status {
-            const std::vector<uint8_t>& records = scanned[i];
-            if (_lazPoints) return _lazPoints->write(firsts[i], records.data(), records.size() / kPointSize);
-            return file.write(_headerSize + firsts[i] * kPointSize, records.data(), records.size());
+        return _run.forEach(chunks.size(), [&](size_t i) -> Status {
+            const Chunk& records = chunks[i];
+            const uint64_t count = records.size() / kPointSize;
+            _run.done(count);
+            if (_lazPoints) return _lazPoints->write(firsts[i], records.data(), count);
+            return _file.write(kHeadSize + firsts[i] * kPointSize, records.data(), records.size());
         });
     }
 
@@ -298,13 +230,12 @@ Status writeSurvey(const SampleOptions& options)
         return Status::failure(options.output +
                                ": a sample has no octree, which COPC needs; choose a name that ends in .laz "
                                "alone, build a store of it and export that");
-    const uint64_t size =
-        isLazName(options.output) ? 0 : makeHeader(0, Summary()).size() + options.points * kPointSize;
+    const uint64_t size = isLazName(options.output) ? 0 : kHeadSize + options.points * kPointSize;
     if (Status status = file.create(options.output, options.overwrite, size); !status) return status;
     const Landscape landscape(sizeFor(options.points), options.seed);
     Scene scene(landscape);
     furnish(scene);
-    if (Status status = Survey(options, scene).write(file); !status) return status;
+    if (Status status = Survey(options, scene, file).write(); !status) return status;
     return file.commit();
 }
 

@@ -13,41 +13,19 @@ struct Echo
 {
     Vec3 position;
     Color color; ///< as the sun lights it
-    uint16_t intensity = 0;
-    uint8_t pointClass = kUnclassified;
+    uint16_t intensity;
+    PointClass pointClass;
 };
-
-constexpr size_t kMaxEchoes = 5;
 
 /// The echoes of one pulse, nearest first; none where water swallows it.
 struct Echoes
 {
-    std::array<Echo, kMaxEchoes> echo;
+    std::array<Echo, 5> echo;
     size_t count = 0;
 };
 
-/// Sends laser pulses into a scene. Stateless; any thread may use it.
-class Scanner
-{
-public:
-    explicit Scanner(const Scene& scene) : _scene(scene), _land(scene.landscape()) {}
-
-    /// A pulse from high above. `random` decides what leaves it meets and how exact it measures.
-    Echoes send(const Ray& ray, Random& random) const;
-
-private:
-    struct Meeting;
-    struct Meetings;
-
-    double groundDistance(const Ray& ray) const;
-    void meetThings(const Ray& ray, const Vec3& ground, Random& random, Meetings& meetings) const;
-    void meetPlants(const Ray& ray, const Vec3& ground, Random& random, Meetings& meetings) const;
-    void meetGround(const Ray& ray, const Vec3& ground, double distance, Random& random,
-                    Meetings& meetings) const;
-    Echo echoOf(const Ray& ray, const Meeting& meeting, double energy, Random& random) const;
-
-    const Scene& _scene;
-    const Landscape& _land;
-};
+/// Sends a pulse into the scene from high above. `random` decides what leaves it meets and how exact it
+/// measures. Any thread may call it.
+Echoes sendPulse(const Scene& scene, const Ray& ray, Random& random);
 
 } // namespace VelBrx::Sample

@@ -1,10 +1,12 @@
 #pragma once
 
-#include "store/sample/Geometry.h"
 #include "store/sample/Landscape.h"
 
-#include <cstddef>
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace VelBrx::Sample {
@@ -12,6 +14,7 @@ namespace VelBrx::Sample {
 /// ASPRS classes of the survey.
 enum PointClass : uint8_t
 {
+    kPlant = 0, ///< low, medium or high vegetation, by the height of the point
     kUnclassified = 1,
     kGround = 2,
     kLowVegetation = 3,
@@ -22,78 +25,38 @@ enum PointClass : uint8_t
     kWire = 14
 };
 
-/// One side of a convex body: points p of the body have dot(normal, p) <= offset.
-struct Face
+/// What bodies are of.
+struct Matter
 {
-    Vec3 normal;
-    double offset;
-    Color color;
+    PointClass pointClass;
     double reflectance;
+    double pieces; ///< that a beam meets in a metre
+    double share;  ///< of the light that a piece throws back; 1: a surface, where the beam ends
 };
 
-/// A convex, opaque body.
-struct Solid
-{
-    Vec3 center; ///< of a sphere around it
-    double radius;
-    size_t firstFace;
-    size_t endFace;
-    uint8_t pointClass;
-};
+/// A half space, from its border against its normal.
+using Face = Eigen::Hyperplane<double, 3>;
 
-/// A volume that light passes through in part: an ellipsoid with a vertical axis.
-struct Crown
-{
-    Vec3 center;
-    double radius; ///< horizontal
-    double halfHeight;
-    Color color;
-    double density; ///< leaves that a beam meets in a metre
-};
-
-/// A plant: some crowns and a sphere around them.
-struct Plant
+/// A sphere, cut by the half spaces of its faces.
+struct Body
 {
     Vec3 center;
     double radius;
-    size_t firstCrown;
-    size_t endCrown;
-};
-
-/// A thin straight piece of a wire, a pylon or a lamp post.
-struct Rod
-{
-    Vec3 from;
-    Vec3 to;
-    double radius; ///< within which a laser beam meets it
-    double share;  ///< part of the beam that it takes
+    const Matter* matter;
     Color color;
-    uint8_t pointClass;
+    Color top; ///< of faces that look upwards
+    std::vector<Face> faces;
 };
 
-/// Shape of a house.
-struct House
+/// Distances at which a ray enters and leaves a body, and the normal of the face by which it enters.
+struct Passage
 {
-    enum class Roof
-    {
-        Gable,
-        Hip,
-        Flat
-    };
-    double x = 0;
-    double y = 0;
-    double angle = 0; ///< of its length against east, radians
-    double length = 12;
-    double width = 9;
-    double eaves = 5; ///< height of the walls
-    double rise = 4;  ///< from the eaves to the ridge
-    Roof roof = Roof::Gable;
-    Color roofColor;
-    Color wallColor;
-    uint8_t pointClass = kBuilding;
+    double enter;
+    double leave;
+    Vec3 normal;
 };
 
-/// What stands on a landscape, found by place. Immutable once made; any thread may use it.
+/// What stands on a landscape, found by place. Any thread may use it once all is placed.
 class Scene
 {
 public:
@@ -101,105 +64,79 @@ public:
 
     const Landscape& landscape() const { return _landscape; }
 
-    /// Unit vector towards the sun.
-    static Vec3 sun();
-
-    /// \name Placing things; bases stand on the ground
-    /// @{
-    void addHouse(const House& house);
-    void addBox(const Vec3& base, double angle, const Vec3& size, const Color& color, uint8_t pointClass);
-    void addBroadleaf(double x, double y, double height, const Color& color, uint64_t shapeSeed);
-    void addConifer(double x, double y, double height, const Color& color);
-    void addShrub(double x, double y, double radius, double height, const Color& color);
-    void addRod(const Rod& rod) { _rods.push_back(rod); }
-    /// @}
-
-    /// Makes the tables that the queries below need. Call once, after the last thing is placed.
-    void finish();
-
-    template <typename T>
-    struct Range
+    void addBall(const Vec3& center, double radius, const Matter& matter, const Color& color)
     {
-        const T* first;
-        const T* last;
-        const T* begin() const { return first; }
-        const T* end() const { return last; }
-    };
+        add({center, radius, &matter, color, color, {}});
+    }
 
-    /// Things that a laser beam may meet that would meet the ground at (x, y).
-    Range<uint32_t> solidsAt(double x, double y) const { return _solidsInSight.at(x, y); }
-    Range<uint32_t> plantsAt(double x, double y) const { return _plantsInSight.at(x, y); }
-    Range<uint32_t> rodsAt(double x, double y) const { return _rodsInSight.at(x, y); }
+    /// A body within the cube from -1 to 1 of `frame`. Its faces are lists of four numbers: half spaces
+    /// a x + b y + c z <= d of that cube.
+    void addSolid(const Eigen::Affine3d& frame, const std::vector<std::array<double, 4>>& faces,
+                  const Matter& matter, const Color& color, const Color& top);
 
-    /// Part of the sunlight, 0 to 1, that reaches `point`.
-    double sunlight(const Vec3& point) const;
+    /// Whether something other than plants is at (x, y).
+    bool isBuiltUp(double x, double y) const;
 
-    const Solid& solid(uint32_t index) const { return _solids[index]; }
-    const Plant& plant(uint32_t index) const { return _plants[index]; }
-    const Rod& rod(uint32_t index) const { return _rods[index]; }
-    const Crown& crown(size_t index) const { return _crowns[index]; }
-    const Face& face(size_t index) const { return _faces[index]; }
+    /// Calls `visit(body, passage)` for each body that the ray meets in the squares between two distances.
+    template <typename Visit>
+    void meet(const Ray& ray, double from, double to, const Visit& visit) const;
 
 private:
-    /// Lists of indices by square of the ground.
-    class PlaceTable
+    static constexpr double kSquare = 8; ///< edge of the squares that list bodies
+
+    struct Square
     {
-    public:
-        explicit PlaceTable(double size);
-        void add(uint32_t index, double minX, double minY, double maxX, double maxY);
-        void finish();
-        Range<uint32_t> at(double x, double y) const;
-
-    private:
-        int64_t cellOf(double coordinate) const;
-
-        int64_t _width;
-        std::vector<std::pair<uint32_t, uint32_t>> _entries; ///< square and index, until `finish`
-        std::vector<uint32_t> _starts;
-        std::vector<uint32_t> _indices;
+        std::vector<uint32_t> bodies; ///< over it
+        double top = -1e9;            ///< of these
     };
 
-    void addPlant(size_t firstCrown, const Vec3& base, double height, double radius);
-    void addTrunk(const Vec3& base, double height);
-    void addFace(const Vec3& normal, const Vec3& point, const Color& color, double reflectance);
-    void enterInSight(PlaceTable& table, uint32_t index, const Vec3& center, double radius) const;
-    void enterInShade(PlaceTable& table, uint32_t index, const Vec3& center, double radius) const;
+    void add(const Body& body);
+    int64_t lineAt(double coordinate) const;
+    const Square& squareAt(double x, double y) const;
 
     const Landscape& _landscape;
-    std::vector<Face> _faces;
-    std::vector<Solid> _solids;
-    std::vector<Crown> _crowns;
-    std::vector<Plant> _plants;
-    std::vector<Rod> _rods;
-    PlaceTable _solidsInSight;
-    PlaceTable _plantsInSight;
-    PlaceTable _rodsInSight;
-    PlaceTable _solidsInShade;
-    PlaceTable _plantsInShade;
+    int64_t _width; ///< in squares
+    std::vector<Body> _bodies;
+    std::vector<Square> _squares;
 };
 
-/// \name Where rays meet things
-/// @{
-
-/// Distances at which a ray enters and leaves a body; `enter` > `leave` where it misses.
-struct Passage
+template <typename Visit>
+void Scene::meet(const Ray& ray, double from, double to, const Visit& visit) const
 {
-    double enter = 1;
-    double leave = 0;
-    bool hits() const { return enter < leave; }
-};
-
-bool meetsSphere(const Ray& ray, const Vec3& center, double radius);
-Passage passCrown(const Ray& ray, const Crown& crown);
-
-/// `face` becomes the index of the face that it enters by.
-Passage passSolid(const Ray& ray, const Scene& scene, const Solid& solid, size_t& face);
-
-/// Whether the ray passes a rod within its radius; `distance` is where.
-bool meetsRod(const Ray& ray, const Rod& rod, double& distance);
-/// @}
-
-/// Puts village, trees, cars and power line on the scene's landscape.
-void furnish(Scene& scene);
+    const auto toEdge = [](double place, double direction) {
+        if (direction == 0) return std::numeric_limits<double>::infinity();
+        const double edge = (std::floor(place / kSquare) + (direction > 0 ? 1 : 0)) * kSquare;
+        return (edge - place) / direction;
+    };
+    for (double begin = from, end = from; begin < to; begin = end) {
+        constexpr double kInside = 1e-6;
+        const Vec3 place = ray.pointAt(begin + kInside);
+        end = begin + kInside +
+              std::min(toEdge(place.x(), ray.direction().x()), toEdge(place.y(), ray.direction().y()));
+        if (end >= to) end = std::numeric_limits<double>::infinity();
+        const Square& square = squareAt(place.x(), place.y());
+        if (std::min(ray.pointAt(begin).z(), ray.pointAt(std::min(end, to)).z()) > square.top) continue;
+        for (uint32_t index : square.bodies) {
+            const Body& body = _bodies[index];
+            const Vec3 way = body.center - ray.origin();
+            const double nearest = way.dot(ray.direction());
+            const double chord = body.radius * body.radius - way.squaredNorm() + nearest * nearest;
+            // Several squares list a body; the one where the ray is nearest to its middle counts.
+            if (chord <= 0 || std::max(nearest, from) < begin || nearest >= end) continue;
+            Passage passage{nearest - std::sqrt(chord), nearest + std::sqrt(chord), Vec3::Zero()};
+            for (const Face& face : body.faces) {
+                const double slope = face.normal().dot(ray.direction());
+                const double distance = -face.signedDistance(ray.origin()) / slope;
+                if (slope >= 0) {
+                    passage.leave = std::min(passage.leave, distance);
+                } else if (distance > passage.enter) {
+                    passage.enter = distance;
+                    passage.normal = face.normal();
+                }
+            }
+            if (passage.enter < passage.leave) visit(body, passage);
+        }
+    }
+}
 
 } // namespace VelBrx::Sample

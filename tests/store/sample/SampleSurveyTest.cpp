@@ -55,7 +55,7 @@ TEST_F(SampleSurveyTest, HasTheAskedNumberOfPointsAndATrueHeader)
 {
     options.points = 0;
     EXPECT_FALSE(writeSampleSurvey(options));
-    for (uint64_t points : {1u, 7u, 1000u, 50000u}) {
+    for (uint64_t points : {1u, 7u, 1000u, 1001u, 1002u, 1003u, 1004u, 1005u, 1006u, 1007u, 50000u}) {
         make(points, 4);
         LasFile file;
         ASSERT_TRUE(readLasFile(options.output, file));
@@ -71,6 +71,8 @@ TEST_F(SampleSurveyTest, HasTheAskedNumberOfPointsAndATrueHeader)
         }
         for (size_t i = 0; i < 15; ++i)
             EXPECT_EQ(file.pointsByReturn[i], scan.pointsByReturn[i + 1]);
+        const uint8_t returns = *(bytes.end() - LasLayout::kPointSize + LasLayout::kReturns);
+        EXPECT_EQ(returns & 0x0F, returns >> 4) << points << ": the last pulse is whole";
     }
 }
 
@@ -81,11 +83,12 @@ TEST_F(SampleSurveyTest, LooksLikeASurvey)
     ASSERT_TRUE(readLasFile(options.output, file));
     ASSERT_EQ(file.vlrs.size(), 1u);
     EXPECT_EQ(file.globalEncoding, kGpsStandardTimeBit | kWktBit);
-    EXPECT_GT(file.max[0] - file.min[0], 250);
+    for (size_t axis = 0; axis < 2; ++axis)
+        EXPECT_GT(file.max[axis] - file.min[axis], 290);
 
     std::map<int, size_t> byClass, bySource, byReturns;
     double lastTime = 0;
-    unsigned lastReturn = 0, lastReturns = 0;
+    unsigned lastReturn = 0, lastReturns = 0, edges = 0;
     uint16_t darkest = 65535, brightest = 0;
     for (uint64_t i = 0; i < file.pointCount; ++i) {
         const uint8_t* record = &bytes[file.pointDataStart + i * LasLayout::kPointSize];
@@ -107,16 +110,18 @@ TEST_F(SampleSurveyTest, LooksLikeASurvey)
         ++byClass[record[LasLayout::kClass]];
         ++bySource[loadLe<uint16_t>(record + LasLayout::kPointSource)];
         ++byReturns[int(returns)];
+        edges += record[LasLayout::kFlags] >> 7;
         EXPECT_LE(std::abs(loadLe<int16_t>(record + LasLayout::kScanAngle)) * 0.006, 25);
         darkest = std::min(darkest, loadLe<uint16_t>(record + LasLayout::kGreen));
         brightest = std::max(brightest, loadLe<uint16_t>(record + LasLayout::kGreen));
     }
-    EXPECT_EQ(lastReturn, lastReturns) << "the last pulse is whole";
     for (int pointClass : {1, 2, 3, 4, 5, 6, 9, 14})
         EXPECT_GT(byClass[pointClass], 50u) << "class " << pointClass;
     EXPECT_EQ(byClass.size(), 8u);
     EXPECT_EQ(byReturns.size(), 5u);
-    EXPECT_GE(bySource.size(), 3u);
+    EXPECT_GT(bySource[91], 0u) << "a cross line: those before it cover the land";
+    EXPECT_GT(bySource.size(), 2u);
+    EXPECT_GT(edges, 100u);
     EXPECT_LT(darkest, 15000);
     EXPECT_GT(brightest, 55000);
 }
