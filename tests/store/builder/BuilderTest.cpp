@@ -301,6 +301,18 @@ TEST_F(BuilderTest, GathersStatistics)
     EXPECT_EQ(statistics.pointSources, (std::vector<uint16_t>{65534, 65535}));
 }
 
+TEST_F(BuilderTest, BringsSourcesOfTwoScalesToTheFinerOne)
+{
+    addSource(randomLas(999, 10000, 1).bytes());
+    TestLas fine = randomLas(999, 10000, 2);
+    fine.scale.fill(0.001);
+    fine.offset.fill(100.25);
+    addSource(fine.bytes());
+    expectStore();
+    EXPECT_EQ(info().header.scale[0], 0.001);
+    EXPECT_FALSE(isNoted("source0.las")) << "on the grid of the other";
+}
+
 TEST_F(BuilderTest, WidensColorsOfEightBitsInAllSourcesOrNone)
 {
     const auto colored = [](uint16_t red) {
