@@ -36,14 +36,14 @@ struct Parameter
         CLASSES,  ///< ClassSet, at least one, of `low` to `high`
         POLYGON,  ///< Outline of `low` vertices or more, no number beyond `high`
         LINE,     ///< likewise, open
-        PLANES    ///< std::vector<osg::Vec4d>, at least one, each with a normal, no number beyond `high`
+        PLANES    ///< std::vector<osg::Vec4d>, at least one, no number beyond `high`
     };
 
     std::string name;
     Type type;
     double low = 0;
     double high = 0;
-    const char* unit = ""; ///< in the plural, with "of what" where it is not plain
+    const char* unit = ""; ///< such as "pixels"; empty where there is none
     std::vector<std::string> choices = {};
 
     bool required = true;
