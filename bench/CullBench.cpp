@@ -7,6 +7,7 @@
 #include "loading/PointRecords.h"
 #include "tests/support/TempFolder.h"
 
+#include <VelBrx/EditJournal.h>
 #include <VelOsgDBBrx/CullCmd.h>
 #include <VelOsgDBBrx/CullCmdManager.h>
 #include <VelOsgDBBrx/PolygonMaskTool.h>
@@ -76,6 +77,15 @@ struct Scene
         return cell;
     }
 
+    /// Edits are written down from here on.
+    void keepJournal()
+    {
+        const VelBrx::Status opened = VelBrx::EditJournal::open(
+            {folder.file("points"), octree->pointFile, 1, uint64_t{kCells} * kPointsPerCell, 0},
+            octree->journal);
+        octree->keepsJournal = opened.ok();
+    }
+
     uint8_t* records() { return static_cast<uint8_t*>(octree->pointFile->map(0, octree->pointFile->size())); }
 
     TempFolder folder;
@@ -91,9 +101,8 @@ void run(BaseCmd* cmd)
     held->block();
 }
 
-void cull(benchmark::State& state)
+void cullIn(Scene& scene, benchmark::State& state)
 {
-    Scene scene;
     CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
     const auto cullOnce = [&] {
         const osg::ref_ptr<CullCmd> cmd = new CullCmd(2);
@@ -114,6 +123,20 @@ void cull(benchmark::State& state)
         state.ResumeTiming();
     }
     state.SetItemsProcessed(state.iterations() * kCells * kPointsPerCell);
+}
+
+void cull(benchmark::State& state)
+{
+    Scene scene;
+    cullIn(scene, state);
+}
+
+void cullJournalled(benchmark::State& state)
+{
+    Scene scene;
+    scene.keepJournal();
+    if (!scene.octree->keepsJournal) return state.SkipWithError("no journal");
+    cullIn(scene, state);
 }
 
 /// The matrix from records to pixels, row counted from the top.
@@ -210,6 +233,8 @@ BENCHMARK(cull)->Name("cull points, loop point by point/ours")->UseRealTime();
 BENCHMARK(naiveLoop)->Name("cull points, loop point by point/limit")->UseRealTime();
 BENCHMARK(cull)->Name("cull points, loop in blocks/ours")->UseRealTime();
 BENCHMARK(blockedLoop)->Name("cull points, loop in blocks/limit")->UseRealTime();
+BENCHMARK(cullJournalled)->Name("cull points, with a journal, beside without/ours")->UseRealTime();
+BENCHMARK(cull)->Name("cull points, with a journal, beside without/limit")->UseRealTime();
 
 int main(int argc, char** argv)
 {

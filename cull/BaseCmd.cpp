@@ -16,6 +16,7 @@ void CmdResult::add(const CmdResult& other)
     cellsUnwritten += other.cellsUnwritten;
     storesGone += other.storesGone;
     storesReplaced += other.storesReplaced;
+    storesNotJournalled += other.storesNotJournalled;
     maskMissing = maskMissing || other.maskMissing;
     if (reason.empty()) reason = other.reason;
 }

@@ -11,7 +11,7 @@
 #include <vector>
 
 /// The points that a command changed. Four bytes a point, and about a hundred for each cell with
-/// changes.
+/// changes; nothing where the store's journal has them.
 class ChangeRecord
 {
 public:
@@ -27,6 +27,7 @@ public:
         osg::observer_ptr<OctreeInfo> octree;
         VelBrx::FileIdentity file; ///< the one that was changed
         std::vector<Cell> cells;
+        uint64_t change = 0; ///< its number in the store's journal, which has the points then; 0: no journal
 
         /// The octree; where that was closed, another one of the same file that is open now, to whose cells
         /// the record goes over. Null when the file is not open.

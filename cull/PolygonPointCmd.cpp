@@ -1,4 +1,5 @@
 #include "cull/ChangeRecord.h"
+#include "cull/JournalledEdit.h"
 #include "cull/StoreProblems.h"
 #include "edit/CloudPlaces.h"
 #include "edit/RecordScreenTest.h"
@@ -127,6 +128,55 @@ std::vector<ChangeRecord::Cell> markCells(const OctreeInfo& octree, const std::v
     result.cellsUnwritten += unwritten;
     noteProblem(octree, writer, result);
     return changes;
+}
+
+/// Records the marked points of a cell. False where some records could not be read.
+bool recordCell(const OctreeInfo& octree, const CellData& cell, const RecordScreenTest& test, Mark mark,
+                const JournalledEdit& edit, VelBrx::EditRuns& runs)
+{
+    return forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t) {
+        uint16_t places[kChunk];
+        for (int64_t done = 0; done < count; done += kChunk) {
+            const uint8_t* chunk = records + done * kRecordSize;
+            const int length = static_cast<int>(std::min<int64_t>(kChunk, count - done));
+            const size_t found = findMarked(chunk, length, test, mark.ofHidden, places);
+            const uint64_t first = edit.recordOf(chunk);
+            const auto hiddenBits = [&](size_t i) {
+                return static_cast<uint8_t>(chunk[places[i] * kRecordSize + kFlagByte] & kHiddenBits);
+            };
+            for (size_t i = 0, next = 0; i < found; i = next) {
+                const uint8_t before = hiddenBits(i);
+                for (next = i + 1; next < found && places[next] == places[next - 1] + 1; ++next)
+                    if (hiddenBits(next) != before) break;
+                runs.add(first + places[i], next - i, before,
+                         static_cast<uint8_t>((before & ~mark.cleared) | mark.set));
+            }
+        }
+    });
+}
+
+/// Marks the points of the cells, which are found on half of the processors, through the store's journal.
+/// The change's number; 0 where there was nothing to change.
+uint64_t markJournalled(OctreeInfo& octree, const std::vector<CellData*>& cells, const RecordScreenTest& test,
+                        Mark mark, const std::string& operation, CmdResult& result)
+{
+    JournalledEdit edit(octree, operation, result);
+    if (!edit.isOpen()) return 0;
+    const int count = static_cast<int>(cells.size());
+    uint64_t unreadable = 0;
+    VelBrx::Status recorded;
+#pragma omp parallel num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count)) reduction(+ : unreadable)
+    {
+        VelBrx::EditRuns runs(edit.recorder());
+#pragma omp for schedule(static)
+        for (int i = 0; i < count; ++i)
+            unreadable += !recordCell(octree, *cells[i], test, mark, edit, runs);
+        const VelBrx::Status written = runs.finish();
+#pragma omp critical(VelOsgDBBrxRecord)
+        if (!written) recorded = written;
+    }
+    result.cellsUnreadable += unreadable;
+    return edit.finish(recorded);
 }
 
 /// Brings the attribute of loaded cells to the state of their records.
@@ -258,10 +308,24 @@ void PolygonPointCmd::editStore(OctreeInfo& octree, const ScreenMask& mask, CmdR
     const std::vector<CellData*> reached = cellsInside(octree, planes);
     if (reached.empty() || !lockForEditing(octree, result)) return;
     const StoreEditLock lock(octree);
-    std::vector<ChangeRecord::Cell> cells = markCells(octree, reached, test, hides ? kHide : kShow, result);
+    const Mark mark = hides ? kHide : kShow;
+    if (octree.keepsJournal) {
+        const uint64_t change = markJournalled(octree, reached, test, mark, operation(), result);
+        if (change) _changes->stores.push_back({&octree, octree.pointFile->identity(), {}, change});
+        return;
+    }
+    std::vector<ChangeRecord::Cell> cells = markCells(octree, reached, test, mark, result);
     if (cells.empty()) return;
     editLoadedCells(cells, hides ? 0 : PointAttributes::kHiddenBits, hides ? PointAttributes::kCulledBit : 0);
-    _changes->stores.push_back({&octree, octree.pointFile->identity(), std::move(cells)});
+    _changes->stores.push_back({&octree, octree.pointFile->identity(), std::move(cells), 0});
+}
+
+/// What the journal says of the edit where its caller has not said it.
+std::string PolygonPointCmd::operation() const
+{
+    if (!_operation.empty()) return _operation;
+    const std::string side = _type == Type::OUTSIDE ? R"(,"side":"outside")" : "";
+    return std::string(R"({"op":")") + (_edit == Edit::HIDE ? "cull" : "uncull") + "\"" + side + "}";
 }
 
 /// What could not be written is kept for another try.
@@ -277,10 +341,14 @@ void PolygonPointCmd::undo(bool inStore)
         }
         if (!lockForEditing(*octree, result)) continue;
         const StoreEditLock lock(*octree);
+        if (store.change) {
+            if (inStore && !undoJournalled(*octree, store.change, result)) left.push_back(store);
+            continue;
+        }
         std::vector<ChangeRecord::Cell> unwritten;
         if (inStore) unwritten = showRecords(*octree, store.cells, result);
         editLoadedCells(store.cells, PointAttributes::kHiddenBits, 0);
-        if (!unwritten.empty()) left.push_back({store.octree, store.file, std::move(unwritten)});
+        if (!unwritten.empty()) left.push_back({store.octree, store.file, std::move(unwritten), 0});
     }
     _changes->stores = std::move(left);
     report(result);

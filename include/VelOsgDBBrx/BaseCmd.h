@@ -35,9 +35,12 @@ struct VEL_OSGDB_BRX_EXPORT CmdResult
     /// Stores left unchanged because their path no longer leads to the file that is open: it was built anew,
     /// replaced, moved or removed, and what is changed in the open file would be lost.
     unsigned storesReplaced = 0;
+    /// Stores left unchanged because the edit could not be written into their journal; see EditJournalling.
+    unsigned storesNotJournalled = 0;
     bool maskMissing = false; ///< no mask of the polygon or line could be had; nothing was changed or found
-    std::string reason; ///< one line on the first store that is busy, replaced, or took no more bytes; it
-                        ///< names the store
+    /// One line on the first store that is busy, replaced, not journalled, or took no more bytes; it names
+    /// the store.
+    std::string reason;
 
     /// Adds the numbers of another command.
     void add(const CmdResult& other);

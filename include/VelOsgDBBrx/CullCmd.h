@@ -40,9 +40,10 @@ enum class Type
 /// loaded are tested straight from it. Cells beyond the polygon's rectangle are not read. A store whose file
 /// cannot be written is left as it is (`CmdResult::storesReadOnly`), and so is one whose path leads to
 /// another file by now or to none (`CmdResult::storesReplaced`), by an undo too. The undo record takes four
-/// bytes for each point changed.
+/// bytes for each point changed; none where the store's edits are journalled (`EditJournalling`).
 ///
-/// After a kill in mid-command every point is either as before or as the command would have left it.
+/// After a kill in mid-command every point is either as before or as the command would have left it, and with
+/// a journal all are so once the store is opened again.
 class VEL_OSGDB_BRX_EXPORT PolygonPointCmd : public BaseCmd
 {
 public:
@@ -74,6 +75,10 @@ public:
     void setWidth(int width) { _width = width; }
     void setHeight(int height) { _height = height; }
 
+    /// What the stores' journals say was done, JSON as scripts have it; see EditJournalling. Without it the
+    /// operation's name alone.
+    void setOperation(std::string operation) { _operation = std::move(operation); }
+
     void operator()(CullCmdManager* manager) override;
 
 protected:
@@ -93,6 +98,7 @@ protected:
 private:
     void prepare() override;
     CmdResult editStores(CullCmdManager* manager);
+    std::string operation() const;
     void editStore(OctreeInfo& octree, const ScreenMask& mask, CmdResult& result);
 
     Type _type = Type::INSIDE;
@@ -101,6 +107,7 @@ private:
     std::vector<osg::observer_ptr<OctreeInfo>> _octreeInfos;
     std::unique_ptr<CloudPlaces> _places; ///< of them, when the command was pushed
     std::string _uid;
+    std::string _operation;
     std::unique_ptr<ChangeRecord> _changes;
     std::vector<osg::Vec4d> _clipPlanes;
     int _width = 0;

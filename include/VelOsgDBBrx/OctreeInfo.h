@@ -21,6 +21,10 @@ class CellData;
 class CellTable;
 class OctreeViews;
 
+namespace VelBrx {
+class EditJournal;
+}
+
 /// One loaded store: where its files are and the root of its cell tree. Owned by its point cloud's nodes;
 /// everything else, commands above all, holds it by `osg::observer_ptr` and locks that before use.
 class VEL_OSGDB_BRX_EXPORT OctreeInfo : public osg::Referenced
@@ -71,6 +75,14 @@ public:
     /// @{
     int64_t pointDataStart = 0; ///< byte position of the first point record
     osg::Vec3d scale;           ///< file units per step of a record's integer coordinate
+    /// @}
+
+    /// \name The journal of edits, where a host has switched it on: see VelOsgDBBrx::EditJournalling
+    /// Guarded by `pointFile->mutex`.
+    /// @{
+    bool keepsJournal = false;
+    std::string journalAuthor;                    ///< empty: the login name
+    std::shared_ptr<VelBrx::EditJournal> journal; ///< null until the first edit
     /// @}
 
     /// \name Paging state

@@ -5,6 +5,7 @@
 
 #include <VelOsgDBBrx/CullCmd.h>
 #include <VelOsgDBBrx/CullCmdManager.h>
+#include <VelOsgDBBrx/EditJournalling.h>
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/LineEnHancement.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
@@ -29,6 +30,14 @@ void startEditing(osgViewer::Viewer* viewer)
 {
     CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
     PCViewerManager::getInstance()->registerViewer(viewer, "main");
+}
+
+void keepJournal(IPointCloud& cloud)
+{
+    std::string note;
+    const VelBrx::Status status = EditJournalling::switchOn(*cloud.getOctree(), "", note);
+    if (!status) std::cerr << status.message() << "\n";
+    if (!note.empty()) std::cerr << note << "\n";
 }
 
 template <class Cmd>
@@ -143,6 +152,7 @@ TEST(EditingExample, DoesWhatThePageSays)
     };
 
     startEditing(&viewer);
+    keepJournal(cloud);
     EXPECT_GT(hideInside(viewer, cloud, upper), 100u);
     EXPECT_EQ(litRows(), std::make_pair(true, false));
     EXPECT_GT(undoLast(), 100u);

@@ -235,4 +235,17 @@ TEST(HostileRuns, NeverLeadOutOfTheStoreNorToOtherBits)
         ASSERT_LE(points, head.points) << turn;
     }
     EXPECT_GT(refused, 15000u);
+
+    Bytes ofOther = block; // as an older entry left it where this one was cut
+    ofOther[8] = 2;
+    storeLe(&ofOther[4], crc32c(&ofOther[8], ofOther.size() - 8));
+    const int descriptor = memfd_create("runs", MFD_CLOEXEC);
+    DiskFile file;
+    file.take(descriptor, "runs");
+    ASSERT_TRUE(file.write(kUnit, ofOther.data(), ofOther.size()));
+    head.runsLength = ofOther.size();
+    const auto ignore = [](const std::vector<Journal::ChangeRun>&) { return Status(); };
+    EXPECT_FALSE(Journal::readRuns(file, head, 0, kPoints, ignore));
+    ASSERT_TRUE(file.write(kUnit, block.data(), block.size()));
+    EXPECT_TRUE(Journal::readRuns(file, head, 0, kPoints, ignore));
 }

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <VelBrx/EditJournal.h>
+#include <VelOsgDBBrx/BaseCmd.h>
+#include <VelOsgDBBrx/CellData.h>
+#include <VelOsgDBBrx/OctreeInfo.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+/// The cells of an octree by the records of their points. One thread at a time.
+class CellsByRecord
+{
+public:
+    explicit CellsByRecord(const OctreeInfo& octree);
+
+    /// Notes the cells of consecutive records.
+    void touch(uint64_t first, uint64_t count);
+
+    const std::unordered_set<CellData*>& touched() const { return _touched; }
+
+private:
+    struct Run
+    {
+        uint64_t first;
+        uint64_t end;
+        CellData* cell;
+    };
+
+    std::vector<Run> _runs;  ///< ascending
+    size_t _last = SIZE_MAX; ///< the run that was touched last
+    std::unordered_set<CellData*> _touched;
+};
+
+/// A change of hidden bits that is written down before it is made: into the store, then into the arrays of
+/// loaded cells. The caller holds the store's edit lock. What goes wrong is noted in the command's result.
+class JournalledEdit
+{
+public:
+    /// Begins the change; `octree.keepsJournal` is set. `operation` as of EditDescription.
+    JournalledEdit(OctreeInfo& octree, const std::string& operation, VelOsgDBBrx::CmdResult& result);
+
+    /// Points may be recorded.
+    bool isOpen() const { return _isOpen; }
+
+    VelBrx::EditRecorder& recorder() { return *_recorder; }
+
+    /// The record number of the first of some mapped records.
+    uint64_t recordOf(const uint8_t* records) const;
+
+    /// Writes the change down, unless `recorded` failed, and makes it. Its number; 0 where nothing changed.
+    uint64_t finish(const VelBrx::Status& recorded);
+
+private:
+    void refuse(const VelBrx::Status& status);
+
+    OctreeInfo& _octree;
+    VelOsgDBBrx::CmdResult& _result;
+    std::shared_ptr<VelBrx::EditJournal> _journal;
+    std::optional<VelBrx::EditRecorder> _recorder;
+    bool _isOpen = false;
+};
+
+/// Takes a change of hidden bits back: as an undo where it is the store's newest, else by showing those of
+/// its points that are hidden. False where the store took no more bytes: it may be tried again.
+bool undoJournalled(OctreeInfo& octree, uint64_t change, VelOsgDBBrx::CmdResult& result);
