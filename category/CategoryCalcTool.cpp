@@ -4,12 +4,12 @@
 #include "category/EditRequest.h"
 #include "category/StoredClasses.h"
 #include "loading/OpenOctrees.h"
+#include "osgutils/QueueWorker.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
-#include <VelOsgUtils/ThreadCount.h>
 
 #include <limits>
 
@@ -43,17 +43,16 @@ CategoryCalcTool* CategoryCalcTool::getInstance()
     return tool;
 }
 
-CategoryCalcTool::CategoryCalcTool() : _history(std::make_unique<EditHistory>())
+CategoryCalcTool::CategoryCalcTool()
+    : _history(std::make_unique<EditHistory>()),
+      _worker(std::make_unique<VelOsgUtils::QueueWorker<Queued>>([this] { run(); }))
 {
     // The worker uses these: constructed before this object, they are destroyed after it.
     findOpenOctree({});
     PCDataManager::getInstance();
     PCViewerManager::getInstance();
     UnwrittenClasses::instance();
-    _worker = std::thread([this] {
-        const VelOsgUtils::ThreadCount::Scope counted;
-        run();
-    });
+    _worker->start();
 }
 
 CategoryCalcTool::~CategoryCalcTool()
@@ -102,17 +101,8 @@ void CategoryCalcTool::push(Category* c)
     std::vector<osg::observer_ptr<OctreeInfo>> inScene = cloudsInScene(*held, isRegistered(held->uid));
     const auto places = std::make_shared<CloudPlaces>();
     notePlaces(*held, inScene, findCloud(held->uid), *places);
-    {
-        const VelThreads::Lock lock(_mutex);
-        if (!_done) {
-            if (held->report) held->report->set(CategoryReport::WAITING);
-            _queue.push_back({held, std::move(inScene), places});
-            ++_pushedCount;
-            _wakeup.notifyAll();
-            return;
-        }
-    }
-    abandon(*held);
+    if (held->report) held->report->set(CategoryReport::WAITING);
+    if (!_worker->push({held, std::move(inScene), places})) abandon(*held);
 }
 
 void CategoryCalcTool::push(int32_t kind)
@@ -139,10 +129,7 @@ void CategoryCalcTool::save()
 
 void CategoryCalcTool::waitUntilHandled()
 {
-    const VelThreads::Lock lock(_mutex);
-    const uint64_t pushed = _pushedCount;
-    while (_handledCount < pushed)
-        _handled.wait(_mutex);
+    _worker->waitUntilHandled();
 }
 
 CategoryCalcTool::Modify CategoryCalcTool::getAllModify()
@@ -200,29 +187,9 @@ PixelBufferTool* CategoryCalcTool::getPixelBufferTool()
 
 void CategoryCalcTool::run()
 {
-    for (Queued next = takeNext(); next.request; next = takeNext()) {
+    Queued next;
+    while (_worker->take(next))
         handle(next);
-        noteHandled(1);
-    }
-}
-
-/// Waits for the next request; there is none when the worker shall end.
-CategoryCalcTool::Queued CategoryCalcTool::takeNext()
-{
-    const VelThreads::Lock lock(_mutex);
-    while (!_done && _queue.empty())
-        _wakeup.wait(_mutex);
-    if (_done) return {};
-    Queued next = std::move(_queue.front());
-    _queue.pop_front();
-    return next;
-}
-
-void CategoryCalcTool::noteHandled(uint64_t requests)
-{
-    const VelThreads::Lock lock(_mutex);
-    _handledCount += requests;
-    _handled.notifyAll();
 }
 
 std::vector<Status> CategoryCalcTool::takeRefusals()
@@ -310,18 +277,8 @@ void CategoryCalcTool::reset(CategoryReport::Counts& counts)
 
 void CategoryCalcTool::shutdown()
 {
-    const VelThreads::Lock one(_shutdownMutex);
-    std::deque<Queued> abandoned;
-    {
-        const VelThreads::Lock lock(_mutex);
-        _done = true;
-        abandoned.swap(_queue);
-        _wakeup.notifyAll();
-    }
-    for (const Queued& queued : abandoned)
-        abandon(*queued.request);
-    noteHandled(abandoned.size());
-    if (_worker.joinable()) _worker.join();
+    _worker->close([](const Queued& queued) { abandon(*queued.request); });
+    _worker->stop();
 }
 
 void CategoryCalcTool::abandon(Category& request)

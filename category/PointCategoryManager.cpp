@@ -10,75 +10,63 @@ using VelOsgDBBrx::CategoryData;
 
 PointCategoryManager::~PointCategoryManager()
 {
-    _stopping = true;
-    release();
-    if (_worker.joinable()) _worker.join();
+    _worker.stop();
 }
 
 void PointCategoryManager::addMember(osg::Referenced* member)
 {
-    const VelThreads::Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_mutex);
     _members.insert(member);
 }
 
 void PointCategoryManager::removeMember(osg::Referenced* member)
 {
     const osg::ref_ptr<osg::Referenced> held = member; // freed outside the lock
-    const VelThreads::Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_mutex);
     _members.erase(held);
 }
 
 void PointCategoryManager::start()
 {
-    const VelThreads::Lock lock(_threadMutex);
-    if (_worker.joinable()) return;
-    _stopping = false;
-    _worker = std::thread([this] { run(); });
+    _worker.start();
 }
 
 void PointCategoryManager::stop()
 {
-    const VelThreads::Lock lock(_threadMutex);
-    _stopping = true;
-    if (!_worker.joinable()) return;
-    if (VelOsgUtils::ThreadCount::isProcessStopping()) {
-        ref(); // the worker may still use this object
-        _worker.detach();
+    if (!VelOsgUtils::ThreadCount::isProcessStopping()) {
+        _worker.stop();
         return;
     }
-    release();
-    _worker.join();
+    ref(); // the worker may still use this object
+    _worker.detach();
 }
 
 void PointCategoryManager::setOperation(osg::Operation* operation)
 {
     osg::ref_ptr<osg::Operation> held = operation;
-    const VelThreads::Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_mutex);
     _operation.swap(held);
 }
 
 void PointCategoryManager::setOperationHolder(osg::Referenced* holder)
 {
     osg::ref_ptr<osg::Referenced> held = holder; // the old one is freed outside the lock
-    const VelThreads::Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_mutex);
     _operationHolder.swap(held);
 }
 
 osg::Referenced* PointCategoryManager::getOperationHolder()
 {
-    const VelThreads::Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_mutex);
     return _operationHolder;
 }
 
 void PointCategoryManager::pushCmd(CategoryCmdInner* command)
 {
     if (!command) return;
+    const osg::ref_ptr<CategoryCmdInner> held = command;
     updateTransforms();
-    {
-        const VelThreads::Lock lock(_queueMutex);
-        _queue.push_back(command);
-    }
-    release();
+    _worker.push(held);
 }
 
 /// A cloud may have been moved since the last frame. No lock is held: a cloud that dies here leaves the
@@ -119,59 +107,42 @@ void PointCategoryManager::pushKind(int32_t kind)
 
 void PointCategoryManager::setClipPlanes(std::vector<osg::Vec4d>& planes)
 {
-    const VelThreads::Lock lock(_queueMutex);
+    const VelThreads::Lock lock(_mutex);
     _clipPlanes = planes;
-}
-
-void PointCategoryManager::release()
-{
-    const VelThreads::Lock lock(_blockMutex);
-    if (_released) return;
-    _released = true;
-    _blockCondition.notifyAll();
-}
-
-/// The mark is cleared before the snapshot is taken: a command that comes later sets it again.
-void PointCategoryManager::waitForRelease()
-{
-    const VelThreads::Lock lock(_blockMutex);
-    while (!_released)
-        _blockCondition.wait(_blockMutex);
-    _released = false;
 }
 
 void PointCategoryManager::run()
 {
-    const VelOsgUtils::ThreadCount::Scope scope;
-    while (!_stopping) {
-        waitForRelease();
-        if (_stopping) return;
-        const osg::ref_ptr<CategoryData> data = takeSnapshot();
-        if (data->commands.empty()) continue;
+    osg::ref_ptr<CategoryCmdInner> command;
+    while (_worker.take(command)) {
+        const osg::ref_ptr<CategoryData> data = takeSnapshot(*command);
         const osg::ref_ptr<osg::Operation> operation = currentOperation();
         if (operation) (*operation)(data);
     }
 }
 
-/// Takes the commands out of the queue.
-osg::ref_ptr<CategoryData> PointCategoryManager::takeSnapshot()
+/// The command and all that wait behind it. They are taken first: what was set before a command was pushed
+/// holds for it.
+osg::ref_ptr<CategoryData> PointCategoryManager::takeSnapshot(CategoryCmdInner& command)
 {
     osg::ref_ptr<CategoryData> data = new CategoryData;
-    data->members = currentMembers();
-    const VelThreads::Lock lock(_queueMutex);
+    data->commands.emplace_back(&command);
+    for (auto waiting = _worker.takeWaiting(); !waiting.empty(); waiting.pop())
+        data->commands.push_back(waiting.front());
+    const VelThreads::Lock lock(_mutex);
+    data->members = _members;
     data->clipPlanes = _clipPlanes;
-    data->commands.swap(_queue);
     return data;
 }
 
 std::set<osg::ref_ptr<osg::Referenced>> PointCategoryManager::currentMembers()
 {
-    const VelThreads::Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_mutex);
     return _members;
 }
 
 osg::ref_ptr<osg::Operation> PointCategoryManager::currentOperation()
 {
-    const VelThreads::Lock lock(_membersMutex);
+    const VelThreads::Lock lock(_mutex);
     return _operation;
 }

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "osgutils/QueueWorker.h"
+
 #include <VelOsgDBBrx/CategoryCmdInner.h>
 #include <VelOsgDBBrx/IPointCategoryManager.h>
 #include <VelThreads/Mutex.h>
 
 #include <osg/ref_ptr>
 
-#include <atomic>
 #include <set>
-#include <thread>
 #include <vector>
 
 /// The category manager of a context: a worker that, whenever it is woken, hands the registered clouds and
@@ -16,8 +16,6 @@
 class PointCategoryManager : public VelOsgDBBrx::IPointCategoryManager
 {
 public:
-    PointCategoryManager() = default;
-
     void addMember(osg::Referenced* member) override;
     void removeMember(osg::Referenced* member) override;
     void start() override;
@@ -39,30 +37,17 @@ protected:
 
 private:
     void run();
-    void waitForRelease();
-    void release();
     void updateTransforms();
     void pushKind(int32_t kind);
-    osg::ref_ptr<VelOsgDBBrx::CategoryData> takeSnapshot();
+    osg::ref_ptr<VelOsgDBBrx::CategoryData> takeSnapshot(VelOsgDBBrx::CategoryCmdInner& command);
     std::set<osg::ref_ptr<osg::Referenced>> currentMembers();
     osg::ref_ptr<osg::Operation> currentOperation();
 
-    osg::ref_ptr<osg::Referenced> _operationHolder VEL_GUARDED_BY(_membersMutex);
+    VelThreads::Mutex _mutex;
+    osg::ref_ptr<osg::Referenced> _operationHolder VEL_GUARDED_BY(_mutex);
+    std::set<osg::ref_ptr<osg::Referenced>> _members VEL_GUARDED_BY(_mutex);
+    osg::ref_ptr<osg::Operation> _operation VEL_GUARDED_BY(_mutex);
+    std::vector<osg::Vec4d> _clipPlanes VEL_GUARDED_BY(_mutex);
 
-    VelThreads::Mutex _membersMutex;
-    std::set<osg::ref_ptr<osg::Referenced>> _members VEL_GUARDED_BY(_membersMutex);
-    osg::ref_ptr<osg::Operation> _operation VEL_GUARDED_BY(_membersMutex);
-
-    VelThreads::Mutex _blockMutex;
-    VelThreads::Condition _blockCondition;
-    bool _released VEL_GUARDED_BY(_blockMutex) = false; ///< the worker has something to look at
-    std::atomic<bool> _stopping{false};
-
-    VelThreads::Mutex _queueMutex;
-    std::vector<osg::ref_ptr<VelOsgDBBrx::CategoryCmdInner>>
-        _queue VEL_GUARDED_BY(_queueMutex); ///< not yet applied, in arrival order
-    std::vector<osg::Vec4d> _clipPlanes VEL_GUARDED_BY(_queueMutex);
-
-    VelThreads::Mutex _threadMutex; ///< serialises start and stop; guards _worker
-    std::thread _worker VEL_GUARDED_BY(_threadMutex);
+    VelOsgUtils::QueueWorker<osg::ref_ptr<VelOsgDBBrx::CategoryCmdInner>> _worker{[this] { run(); }};
 };

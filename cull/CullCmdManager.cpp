@@ -1,12 +1,10 @@
 #include <VelOsgDBBrx/CullCmdManager.h>
 
 #include "loading/OpenOctrees.h"
+#include "osgutils/QueueWorker.h"
 
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
-#include <VelOsgUtils/ThreadCount.h>
-
-#include <chrono>
 
 namespace VelOsgDBBrx {
 
@@ -23,18 +21,13 @@ CullCmdManager* CullCmdManager::getInstance()
 }
 
 CullCmdManager::CullCmdManager()
+    : _worker(std::make_unique<VelOsgUtils::QueueWorker<osg::ref_ptr<BaseCmd>>>([this] { run(); }))
 {
     // The worker uses these registries: constructed before this object, they are destroyed after it.
     findOpenOctree({});
     PCDataManager::getInstance();
     PCViewerManager::getInstance();
-    _worker = std::thread([this] {
-        const VelOsgUtils::ThreadCount::Scope counted;
-        isWorker = true;
-        run();
-        const VelThreads::Lock lock(_mutex);
-        _workerEnded = true;
-    });
+    _worker->start();
 }
 
 CullCmdManager::~CullCmdManager()
@@ -52,17 +45,9 @@ void CullCmdManager::push(BaseCmd* cmd)
     if (!cmd) return;
     const osg::ref_ptr<BaseCmd> held = cmd;
     held->prepare();
-    {
-        const VelThreads::Lock lock(_mutex);
-        if (!_done) {
-            held->_reachedBarrier = false;
-            held->setState(CmdResult::WAITING);
-            _queue.push_back(held);
-            _condition.notifyAll();
-            return;
-        }
-    }
-    abandon(*held);
+    held->_reachedBarrier = false;
+    held->setState(CmdResult::WAITING);
+    if (!_worker->push(held)) abandon(*held);
 }
 
 osg::ref_ptr<BaseCmd> CullCmdManager::pop()
@@ -92,24 +77,35 @@ osg::ref_ptr<PixelBufferTool> CullCmdManager::acquirePixelBufferTool() const
     return _pixelBufferTool;
 }
 
-osg::ref_ptr<BaseCmd> CullCmdManager::takeNext()
-{
-    const VelThreads::Lock lock(_mutex);
-    _running = nullptr;
-    while (_queue.empty() && !_done)
-        _condition.wait(_mutex);
-    if (_done) return nullptr;
-    _running = _queue.front();
-    _queue.pop_front();
-    return _running;
-}
-
 void CullCmdManager::run()
 {
-    while (const osg::ref_ptr<BaseCmd> cmd = takeNext()) {
+    isWorker = true;
+    osg::ref_ptr<BaseCmd> cmd;
+    while (_worker->take(cmd)) {
+        setRunning(cmd);
         (*cmd)(this);
         if (cmd->isSave()) _undoStack.push_back(cmd);
+        setRunning(nullptr);
     }
+    _undoStack.clear();
+}
+
+void CullCmdManager::setRunning(BaseCmd* cmd)
+{
+    osg::ref_ptr<BaseCmd> released = cmd; // the old one dies after the lock is free
+    const VelThreads::Lock lock(_mutex);
+    _running.swap(released);
+}
+
+/// The running command may have done its work and stand at its barrier, waiting for a caller who never comes.
+void CullCmdManager::releaseRunning()
+{
+    osg::ref_ptr<BaseCmd> running;
+    {
+        const VelThreads::Lock lock(_mutex);
+        running = _running;
+    }
+    if (running && running->hasReachedBarrier()) running->invalidate();
 }
 
 void CullCmdManager::abandon(BaseCmd& cmd)
@@ -120,33 +116,8 @@ void CullCmdManager::abandon(BaseCmd& cmd)
 
 void CullCmdManager::shutdown()
 {
-    const VelThreads::Lock oneAtATime(_shutdownMutex);
-    if (!_worker.joinable()) return;
-
-    std::deque<osg::ref_ptr<BaseCmd>> abandoned;
-    {
-        const VelThreads::Lock lock(_mutex);
-        _done = true;
-        abandoned.swap(_queue);
-        _condition.notifyAll();
-    }
-    for (const osg::ref_ptr<BaseCmd>& cmd : abandoned)
-        abandon(*cmd);
-
-    // The running command may have done its work and stand at its barrier, waiting for a caller who never
-    // comes.
-    for (bool ended = false; !ended;) {
-        osg::ref_ptr<BaseCmd> running;
-        {
-            const VelThreads::Lock lock(_mutex);
-            ended = _workerEnded;
-            running = _running;
-        }
-        if (running && running->hasReachedBarrier()) running->invalidate();
-        if (!ended) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    _worker.join();
-    _undoStack.clear();
+    _worker->close([this](const osg::ref_ptr<BaseCmd>& cmd) { abandon(*cmd); });
+    _worker->stop([this] { releaseRunning(); });
 }
 
 } // namespace VelOsgDBBrx

@@ -1,6 +1,7 @@
 #include <VelOsgDBBrx/TaskManager.h>
 
-#include <VelOsgUtils/ThreadCount.h>
+#include "osgutils/QueueWorker.h"
+
 #include <VelThreads/Mutex.h>
 
 namespace VelOsgDBBrx {
@@ -8,10 +9,7 @@ namespace VelOsgDBBrx {
 namespace {
 
 VelThreads::Mutex lifeMutex; ///< serialises start and stop
-
-VelThreads::Mutex queueMutex;
-VelThreads::Condition queueSignal;
-bool stopped = true;
+const TaskManager* running VEL_GUARDED_BY(lifeMutex) = nullptr;
 
 } // namespace
 
@@ -21,24 +19,22 @@ TaskManager* TaskManager::getInstance()
     return &manager;
 }
 
-TaskManager::TaskManager()
+TaskManager::TaskManager() : _worker(std::make_unique<Worker>([this] { run(); }))
 {
     start();
 }
 
-TaskManager::TaskManager(const TaskManager& other)
+TaskManager::TaskManager(const TaskManager& other) : _worker(std::make_unique<Worker>([this] { run(); }))
 {
-    const VelThreads::Lock lock(queueMutex);
-    _queue = other._queue;
+    *this = other;
 }
 
 TaskManager& TaskManager::operator=(const TaskManager& other)
 {
-    std::queue<osg::ref_ptr<Task>> replaced; // released outside the lock
-    const VelThreads::Lock lock(queueMutex);
     if (this == &other) return *this;
-    replaced = other._queue;
-    _queue.swap(replaced);
+    clear();
+    for (auto tasks = other._worker->copyWaiting(); !tasks.empty(); tasks.pop())
+        push(tasks.front());
     return *this;
 }
 
@@ -49,69 +45,42 @@ TaskManager::~TaskManager()
 
 bool TaskManager::push(osg::ref_ptr<Task> task)
 {
-    if (!task) return true;
-    {
-        const VelThreads::Lock lock(queueMutex);
-        _queue.push(std::move(task));
-    }
-    queueSignal.notifyOne();
+    if (task) _worker->push(std::move(task));
     return true;
 }
 
 void TaskManager::start()
 {
     const VelThreads::Lock life(lifeMutex);
-    {
-        const VelThreads::Lock lock(queueMutex);
-        if (!stopped) return;
-        stopped = false;
-    }
-    _worker = std::make_unique<std::thread>([this] { run(); });
+    if (running) return;
+    running = this;
+    _worker->start();
 }
 
 void TaskManager::stop()
 {
     const VelThreads::Lock life(lifeMutex);
-    if (!_worker) return; // the one that runs is another instance's
-    {
-        const VelThreads::Lock lock(queueMutex);
-        stopped = true;
-    }
-    queueSignal.notifyAll();
-    _worker->join();
-    _worker.reset();
+    if (running != this) return;
+    _worker->stop();
+    running = nullptr;
     clear();
 }
 
 void TaskManager::clear()
 {
-    std::queue<osg::ref_ptr<Task>> released; // outside the lock: a task's end may push
-    const VelThreads::Lock lock(queueMutex);
-    _queue.swap(released);
+    _worker->takeWaiting();
 }
 
 std::queue<osg::ref_ptr<Task>>& TaskManager::getAllTask()
 {
-    return _queue;
+    return _worker->waiting();
 }
 
 void TaskManager::run()
 {
-    const VelOsgUtils::ThreadCount::Scope scope;
-    while (const osg::ref_ptr<Task> task = waitForTask())
+    osg::ref_ptr<Task> task;
+    while (_worker->take(task))
         task->run();
-}
-
-/// Null when the manager is stopped.
-osg::ref_ptr<Task> TaskManager::waitForTask()
-{
-    const VelThreads::Lock lock(queueMutex);
-    while (!stopped && _queue.empty())
-        queueSignal.wait(queueMutex);
-    if (stopped) return nullptr;
-    osg::ref_ptr<Task> task = std::move(_queue.front());
-    _queue.pop();
-    return task;
 }
 
 } // namespace VelOsgDBBrx

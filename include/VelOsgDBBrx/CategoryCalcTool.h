@@ -16,12 +16,16 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 class CloudPlaces;
 class EditHistory;
+
+namespace VelOsgUtils {
+template <class Item>
+class QueueWorker;
+}
 
 namespace VelOsgDBBrx {
 
@@ -130,28 +134,19 @@ private:
     void push(int32_t kind);
     bool isRegistered(const std::string& uid);
     osg::ref_ptr<OctreeInfo> findCloud(const std::string& uid);
-    Queued takeNext();
     void handle(const Queued& next);
     void noteRefusal(const VelBrx::Status& status);
     VelBrx::Status edit(const Queued& next, CategoryReport::Counts& counts);
     void undo(CategoryReport::Counts& counts);
     void reset(CategoryReport::Counts& counts);
-    void noteHandled(uint64_t requests);
     static void abandon(Category& request);
 
-    std::thread _worker;
-    std::deque<Queued> _queue VEL_GUARDED_BY(_mutex);
-    std::deque<VelBrx::Status> _refusals VEL_GUARDED_BY(_mutex); ///< of requests without a report
-    std::unique_ptr<EditHistory> _history;                       ///< changed by the worker; has its own lock
+    std::unique_ptr<EditHistory> _history; ///< changed by the worker; has its own lock
     VelThreads::Mutex _mutex;
-    VelThreads::Condition _wakeup;  ///< signalled when _queue or _done changed
-    VelThreads::Condition _handled; ///< signalled when _handledCount changed
-    bool _done VEL_GUARDED_BY(_mutex) = false;
-    uint64_t _pushedCount VEL_GUARDED_BY(_mutex) = 0;  ///< requests queued
-    uint64_t _handledCount VEL_GUARDED_BY(_mutex) = 0; ///< requests handled or abandoned
+    std::deque<VelBrx::Status> _refusals VEL_GUARDED_BY(_mutex); ///< of requests without a report
     osg::ref_ptr<PixelBufferTool> _pixelBufferTool VEL_GUARDED_BY(_mutex);
     std::map<std::string, osg::observer_ptr<OctreeInfo>> _clouds VEL_GUARDED_BY(_mutex); ///< by uid
-    VelThreads::Mutex _shutdownMutex; ///< one shutdown at a time
+    std::unique_ptr<VelOsgUtils::QueueWorker<Queued>> _worker;
 };
 
 } // namespace VelOsgDBBrx

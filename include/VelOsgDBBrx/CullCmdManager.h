@@ -9,7 +9,12 @@
 #include <osg/ref_ptr>
 
 #include <deque>
-#include <thread>
+#include <memory>
+
+namespace VelOsgUtils {
+template <class Item>
+class QueueWorker;
+}
 
 namespace VelOsgDBBrx {
 
@@ -63,20 +68,16 @@ private:
     CullCmdManager();
     ~CullCmdManager() override;
 
-    osg::ref_ptr<BaseCmd> takeNext();
+    void setRunning(BaseCmd* cmd);
+    void releaseRunning();
     void saveAgain(BaseCmd& cmd) { _undoStack.push_back(&cmd); }
     void abandon(BaseCmd& cmd);
 
-    std::thread _worker;
-    std::deque<osg::ref_ptr<BaseCmd>> _queue VEL_GUARDED_BY(_mutex);
     std::deque<osg::ref_ptr<BaseCmd>> _undoStack; ///< touched by the worker only
-    osg::ref_ptr<BaseCmd> _running VEL_GUARDED_BY(_mutex);
     mutable VelThreads::Mutex _mutex;
-    VelThreads::Condition _condition; ///< signalled when _queue or _done changed
-    bool _done VEL_GUARDED_BY(_mutex) = false;
-    bool _workerEnded VEL_GUARDED_BY(_mutex) = false;
+    osg::ref_ptr<BaseCmd> _running VEL_GUARDED_BY(_mutex);
     osg::ref_ptr<PixelBufferTool> _pixelBufferTool VEL_GUARDED_BY(_mutex);
-    VelThreads::Mutex _shutdownMutex; ///< one shutdown at a time
+    std::unique_ptr<VelOsgUtils::QueueWorker<osg::ref_ptr<BaseCmd>>> _worker;
 };
 
 } // namespace VelOsgDBBrx

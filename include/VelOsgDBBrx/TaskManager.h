@@ -6,9 +6,12 @@
 #include <osg/ref_ptr>
 
 #include <memory>
-#include <mutex>
 #include <queue>
-#include <thread>
+
+namespace VelOsgUtils {
+template <class Item>
+class QueueWorker;
+}
 
 namespace VelOsgDBBrx {
 
@@ -57,11 +60,11 @@ public:
 private:
     TaskManager();
 
-    void run();
-    osg::ref_ptr<Task> waitForTask();
+    using Worker = VelOsgUtils::QueueWorker<osg::ref_ptr<Task>>;
 
-    std::queue<osg::ref_ptr<Task>> _queue; ///< guarded by the process-wide mutex
-    std::unique_ptr<std::thread> _worker;  ///< guarded by the mutex of start and stop
+    void run();
+
+    const std::unique_ptr<Worker> _worker;
 };
 
 } // namespace VelOsgDBBrx

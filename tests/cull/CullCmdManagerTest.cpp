@@ -178,8 +178,10 @@ TEST(CullCmdManagerDeathTest, ProcessExitDoesNotHangOnACallerWhoNeverCame)
     const auto exitWithoutWaiting = [] {
         CullCmdManager::getInstance()->push(new FunctionCmd(2, [] {}));
         CullCmdManager::getInstance()->push(new FunctionCmd(2, [] {}));
-        std::this_thread::sleep_for(50ms);
-        std::exit(VelOsgUtils::ThreadCount::running() > 0 ? 0 : 1);
+        while (VelOsgUtils::ThreadCount::running() == 0)
+            std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(50ms); // until the first command is at its barrier
+        std::exit(0);
     };
     EXPECT_EXIT(exitWithoutWaiting(), testing::ExitedWithCode(0), "");
 }
