@@ -375,7 +375,7 @@ Status EditRecorder::commit(uint64_t& number)
     _isOpen = false; // a failure of `finish` cancels
     if (Status status = file.finish(_points); !status) return status;
     number = _number = file.chain().lastNumber();
-    _journal._interrupted = _number; // until `apply` is through
+    if (!file.chain().entry(_number).deferred) _journal._interrupted = _number; // until `apply` is through
     _journal._unmarkedBytes += kEntryCost + file.chain().end() - file.chain().entry(number).position;
     return {};
 }
