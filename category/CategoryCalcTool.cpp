@@ -44,7 +44,7 @@ CategoryCalcTool* CategoryCalcTool::getInstance()
 }
 
 CategoryCalcTool::CategoryCalcTool()
-    : _history(std::make_unique<EditHistory>()),
+    : _history(std::make_unique<ClassUndoStack>()),
       _worker(std::make_unique<VelOsgUtils::QueueWorker<Queued>>([this] { run(); }))
 {
     // The worker uses these: constructed before this object, they are destroyed after it.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "category/EditHistory.h"
+#include "category/ClassUndoStack.h"
 #include "edit/CloudPlaces.h"
 
 #include <VelBrx/Status.h>

@@ -117,8 +117,7 @@ struct VEL_OSGDB_BRX_EXPORT Category : public osg::Referenced
 /// A point is edited when all of this holds:
 /// - it lies in front of the camera and under the mask of the polygon, as for `CullCmd`;
 /// - it is visible: not hidden, inside `planesA` and `planesB`, and of a class in `shownClasses`;
-///   `flag` waives these one by
-///   one;
+///   `flag` waives these one by one;
 /// - `classTable` lets its class change.
 ///
 /// Every such point of the store is edited, also those of cells that are not loaded.

@@ -20,7 +20,7 @@
 #include <vector>
 
 class CloudPlaces;
-class EditHistory;
+class ClassUndoStack;
 
 namespace VelOsgUtils {
 template <class Item>
@@ -141,7 +141,7 @@ private:
     void reset(CategoryReport::Counts& counts);
     static void abandon(Category& request);
 
-    std::unique_ptr<EditHistory> _history; ///< changed by the worker; has its own lock
+    std::unique_ptr<ClassUndoStack> _history; ///< changed by the worker; has its own lock
     VelThreads::Mutex _mutex;
     std::deque<VelBrx::Status> _refusals VEL_GUARDED_BY(_mutex); ///< of requests without a report
     osg::ref_ptr<PixelBufferTool> _pixelBufferTool VEL_GUARDED_BY(_mutex);

@@ -132,7 +132,7 @@ TEST_F(EditKeysTest, DigitsChooseTheToClassAndListsTheFromClassesAndTheClassesSh
     EXPECT_EQ(unsaved(), 0u) << "a dry run";
     press('K');
     EXPECT_EQ(unsaved(), 140u) << "columns 1, 4, ... 19";
-    session->reclassify(kAll, {1, {64}, true});
+    session->classify(kAll, {1, {64}, true});
     EXPECT_EQ(session->wait().classes->before[64], 140u);
 
     drawAll();
@@ -154,7 +154,7 @@ TEST_F(EditKeysTest, DigitsChooseTheToClassAndListsTheFromClassesAndTheClassesSh
     drawAll();
     press('K');
     EXPECT_EQ(unsaved(), 140u + 120u);
-    session->reclassify(kAll, {1, {}, true});
+    session->classify(kAll, {1, {}, true});
     EXPECT_EQ(session->wait().classes->before[69], 120u);
 }
 

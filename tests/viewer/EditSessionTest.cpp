@@ -77,10 +77,10 @@ protected:
         return session->wait();
     }
 
-    EditOutcome reclassify(const Outline& polygon, int toClass, std::vector<int> fromClasses = {},
-                           bool dryRun = false)
+    EditOutcome classify(const Outline& polygon, int toClass, std::vector<int> fromClasses = {},
+                         bool dryRun = false)
     {
-        return done(session->reclassify(polygon, {toClass, std::move(fromClasses), dryRun}));
+        return done(session->classify(polygon, {toClass, std::move(fromClasses), dryRun}));
     }
 
     static uint64_t count(const std::vector<bool>& set)
@@ -117,7 +117,7 @@ TEST_F(EditSessionTest, ActsOnExactlyThePointsUnderThePolygonInAViewportAnywhere
     const auto selectedOnly = shown.host.picture();
     done(session->undo());
     done(session->undo());
-    EXPECT_EQ(reclassify(polygon, 9).points, count(expected));
+    EXPECT_EQ(classify(polygon, 9).points, count(expected));
     const EditOutcome outcome = done(session->hide(polygon, Type::INSIDE));
     EXPECT_TRUE(outcome.ok) << outcome.message;
     EXPECT_EQ(outcome.operation, "hide inside");
@@ -138,7 +138,7 @@ TEST_F(EditSessionTest, UndoTakesBackTheNewestEditOfWhateverKind)
     done(session->hide(kCorner, Type::INSIDE));
     const int withHole = drawn();
     EXPECT_LT(withHole, before);
-    reclassify(kAll, 6);
+    classify(kAll, 6);
     const std::vector<bool> corner = hidden();
     const Polygon other = {{200, 200}, {120, 200}, {200, 150}};
     EXPECT_EQ(done(session->hide(other, Type::INSIDE)).points, count(under(other)));
@@ -155,7 +155,7 @@ TEST_F(EditSessionTest, UndoTakesBackTheNewestEditOfWhateverKind)
     EXPECT_EQ(done(session->undo()).points, count(under(other))) << "the newer of two";
     EXPECT_EQ(hidden(), corner);
     const EditOutcome undone = done(session->undo());
-    EXPECT_EQ(undone.operation, "undo reclassify");
+    EXPECT_EQ(undone.operation, "undo classify");
     EXPECT_EQ(undone.points, 400 - count(under(kCorner)));
     EXPECT_TRUE(session->unsavedPoints().empty());
     EXPECT_EQ(drawn(), withHole);
@@ -171,7 +171,7 @@ TEST_F(EditSessionTest, UndoAllTakesEverythingBackAndResetShowsEverything)
     const auto classesBefore = pointsByClass();
     for (const bool reset : {false, true}) {
         done(session->hide(kCorner, Type::INSIDE));
-        reclassify(kAll, 6, {2});
+        classify(kAll, 6, {2});
         done(session->select(kCorner, true));
         done(session->hide(Polygon{{150, 0}, {200, 0}, {200, 80}}, Type::INSIDE));
         const uint64_t hiddenPoints = count(hidden());
@@ -182,7 +182,7 @@ TEST_F(EditSessionTest, UndoAllTakesEverythingBackAndResetShowsEverything)
         if (reset) {
             EXPECT_EQ(outcome.points, hiddenPoints);
             EXPECT_EQ(session->unsavedPoints()[shown.store()], reclassified) << "classes stay";
-            EXPECT_EQ(done(session->undo()).operation, "undo reclassify");
+            EXPECT_EQ(done(session->undo()).operation, "undo classify");
         } else {
             EXPECT_EQ(outcome.points, hiddenPoints + reclassified);
         }
@@ -231,7 +231,7 @@ TEST_F(EditSessionTest, EditsSeveralCloudsAsOneAndLeavesOutThoseAside)
     const osg::Vec3d center(shown.survey.x + 14.5, shown.survey.y + 1009.5, shown.survey.z);
     shown.host.camera().setViewMatrixAsLookAt(center + osg::Vec3d(0, 0, 90), center, osg::Vec3d(0, 1, 0));
     session.emplace(scene, *shown.host.viewer);
-    const EditOutcome outcome = reclassify(kAll, 9);
+    const EditOutcome outcome = classify(kAll, 9);
     EXPECT_EQ(outcome.points, 800u);
     EXPECT_EQ(outcome.classes->selected, 800u);
     const auto unsaved = session->unsavedPoints();
@@ -249,7 +249,7 @@ TEST_F(EditSessionTest, OneOperationRunsAtATimeAndNonsenseIsRefused)
     show();
     ASSERT_TRUE(session->hide(kAll, Type::INSIDE));
     EXPECT_FALSE(session->undo());
-    EXPECT_FALSE(session->reclassify(kAll, Reclassification()));
+    EXPECT_FALSE(session->classify(kAll, Classification()));
     EXPECT_TRUE(session->isBusy());
     EXPECT_EQ(session->wait().points, 400u);
     EXPECT_FALSE(session->isBusy());
@@ -259,8 +259,8 @@ TEST_F(EditSessionTest, OneOperationRunsAtATimeAndNonsenseIsRefused)
               "needs at least 3 vertices, 2 are given");
     EXPECT_FALSE(done(session->line(Polygon{{0, 0}, {9, 9}}, 0)).ok);
     EXPECT_FALSE(done(session->select(kAll, false)).ok);
-    EXPECT_FALSE(reclassify(kAll, 256).ok);
-    EXPECT_FALSE(reclassify(kAll, 6, {255}).ok);
+    EXPECT_FALSE(classify(kAll, 256).ok);
+    EXPECT_FALSE(classify(kAll, 6, {255}).ok);
     EXPECT_EQ(count(hidden()), 0u);
 }
 
@@ -272,7 +272,7 @@ TEST_F(EditSessionTest, AnOutlineBeyondTheWindowIsMeantWholeOnlyInTheWorld)
     const std::vector<bool> inWindow = under({{0, 0}, {200, 0}, {200, 200}, {0, 200}});
     ASSERT_LT(count(inWindow), 300u);
     const Polygon allPixels = {{-3000, -3000}, {3000, -3000}, {3000, 3000}, {-3000, 3000}};
-    EXPECT_EQ(reclassify(allPixels, 9, {}, true).points, count(inWindow));
+    EXPECT_EQ(classify(allPixels, 9, {}, true).points, count(inWindow));
     // The southern half and a part of the northern one.
     const std::vector<osg::Vec3d> most = {world(-9, -9), world(29, -9), world(29, 9.7), world(-9, 15.2)};
     Polygon seen;
@@ -280,7 +280,7 @@ TEST_F(EditSessionTest, AnOutlineBeyondTheWindowIsMeantWholeOnlyInTheWorld)
         seen.push_back(shown.onScreen(vertex));
     const std::vector<bool> expected = under(seen);
     ASSERT_GT(count(expected), 200u);
-    EXPECT_EQ(reclassify(most, 9, {}, true).points, count(expected));
+    EXPECT_EQ(classify(most, 9, {}, true).points, count(expected));
     EXPECT_EQ(done(session->hide(most, Type::INSIDE)).points, count(expected));
     EXPECT_EQ(hidden(), expected);
     const EditOutcome undone = done(session->undo());

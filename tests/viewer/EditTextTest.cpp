@@ -26,7 +26,7 @@ TEST(EditText, TellsWhatWasDoneAndWhatIsNotSaved)
 {
     using Lines = std::vector<std::string>;
     EditOutcome outcome;
-    outcome.operation = "reclassify";
+    outcome.operation = "classify";
     outcome.points = 1234567;
     outcome.classes.emplace();
     outcome.classes->selected = 1234577;
@@ -34,7 +34,7 @@ TEST(EditText, TellsWhatWasDoneAndWhatIsNotSaved)
     outcome.classes->before[9] = outcome.classes->after[9] = 10;
     outcome.classes->after[6] = 1234567;
     EXPECT_EQ(describe(outcome),
-              (Lines{"reclassify: 1 234 567 of 1 234 577 points", "  class 2 ground: 1 234 567 -> 0",
+              (Lines{"classify: 1 234 567 of 1 234 577 points", "  class 2 ground: 1 234 567 -> 0",
                      "  class 6 building: 0 -> 1 234 567", "  class 9 water: 10"}));
     outcome = EditOutcome();
     outcome.operation = "hide inside";

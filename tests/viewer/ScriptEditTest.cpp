@@ -30,10 +30,10 @@ const Polygon kNotched = {{60, 60.25},   {100.75, 101}, {260, 101}, {260, 190},
 const Polygon kOverlapping = {{120, 20}, {200, 20}, {200, 150}, {120, 150}};
 
 /// A store that the program edits, and the camera that it does so with.
-class EditedStore
+class ScriptedStore
 {
 public:
-    explicit EditedStore(const std::string& storePath) : path(storePath)
+    explicit ScriptedStore(const std::string& storePath) : path(storePath)
     {
         EXPECT_TRUE(VelBrx::readStoreInfo(path, info));
         const VelBrx::BrxHeader& header = info.header;
@@ -179,7 +179,7 @@ protected:
     json picture(const std::string& name) const { return {{"op", "render"}, {"file", folder.file(name)}}; }
 
     const TempFolder folder;
-    std::optional<EditedStore> store;
+    std::optional<ScriptedStore> store;
 };
 
 INSTANTIATE_TEST_SUITE_P(Script, RealSurvey,

@@ -183,7 +183,7 @@ void EditSession::concludeCull(Running& running, const Edit& edit)
 {
     concludeCommands(running);
     noteSegment(running.outcome);
-    if (running.outcome.points > 0) _journal.push_back(edit);
+    if (running.outcome.points > 0) _undoOrder.push_back(edit);
 }
 
 /// A segment is a matter of the picture, which people may forget.
@@ -205,8 +205,8 @@ bool EditSession::select(const Outline& polygon, bool add)
     std::vector<osg::Vec2d> vertices = _onWindow.view.turned(_onWindow.vertices);
     for (SelectSegmentStack& selection : _selections)
         selection.selectPushAndApply(vertices, add);
-    _journal.push_back({Edit::SELECTION, running->outcome.operation});
-    Reclassification count;
+    _undoOrder.push_back({Edit::SELECTION, running->outcome.operation});
+    Classification count;
     count.dryRun = true;
     pushClassEdit(running->work, count);
     running->conclude = [](Running& ended) { ended.outcome.points = ended.work.counts().selected; };
@@ -224,7 +224,7 @@ bool EditSession::segment(bool selectedOnly)
     running->outcome.countsPoints = false;
     for (SelectSegmentStack& selection : _selections)
         selection.selectConvertSegment(!selectedOnly);
-    _journal.push_back({Edit::SELECTION, running->outcome.operation});
+    _undoOrder.push_back({Edit::SELECTION, running->outcome.operation});
     return true;
 }
 
@@ -261,13 +261,13 @@ void EditSession::concludeLine(Running& running, LineSearchCmd& search, double w
     const std::vector<osg::Vec2f> outline =
         outlineInWorld(view.turned(_whole.vertices), width, search.points(), osg::Matrixd::inverse(view.vpw));
     PointCloudHelper::setEnhancedLine(_scene.root(), outline, kEnhancedColor, kEnhancedSize);
-    if (!outline.empty()) _journal.push_back({Edit::LINE, running.outcome.operation});
+    if (!outline.empty()) _undoOrder.push_back({Edit::LINE, running.outcome.operation});
 }
 
-bool EditSession::reclassify(const Outline& polygon, const Reclassification& change)
+bool EditSession::classify(const Outline& polygon, const Classification& change)
 {
     if (isBusy()) return false;
-    Running* running = beginOnScreen(change.dryRun ? "reclassify, dry run" : "reclassify", polygon, 3);
+    Running* running = beginOnScreen(change.dryRun ? "classify, dry run" : "classify", polygon, 3);
     if (!running) return true;
     for (const int code : change.fromClasses) {
         if (code >= 0 && code <= 254) continue;
@@ -283,7 +283,7 @@ bool EditSession::reclassify(const Outline& polygon, const Reclassification& cha
 }
 
 /// One request, so that all clouds share one mask: a scene may have thousands.
-void EditSession::pushClassEdit(EditWork& work, const Reclassification& change) const
+void EditSession::pushClassEdit(EditWork& work, const Classification& change) const
 {
     const osg::ref_ptr<PolygonCmd> edit = new PolygonCmd;
     Base& base = edit->base;
@@ -325,7 +325,7 @@ void EditSession::concludeClasses(Running& running, bool dryRun)
                                    " cannot be written, so that the changes could not be saved; nothing was "
                                    "changed; make it writable and open it again");
     }
-    _journal.push_back({Edit::CLASSES, outcome.operation});
+    _undoOrder.push_back({Edit::CLASSES, outcome.operation});
     for (unsigned code = 0; code < counts.after.size(); ++code)
         if (counts.after[code] > 0) _scene.noteClass(static_cast<uint8_t>(code));
     noteSegment(outcome);
@@ -335,13 +335,13 @@ bool EditSession::undo()
 {
     Running* running = begin("undo");
     if (!running) return false;
-    if (_journal.empty()) {
+    if (_undoOrder.empty()) {
         running->outcome.countsPoints = false;
         running->outcome.message = "there is nothing to undo";
         return true;
     }
-    const Edit edit = _journal.back();
-    _journal.pop_back();
+    const Edit edit = _undoOrder.back();
+    _undoOrder.pop_back();
     running->outcome.operation += " " + edit.operation;
     running->outcome.undone = edit.operation;
     running->outcome.countsPoints = edit.kind != Edit::SELECTION && edit.kind != Edit::LINE;
@@ -351,7 +351,7 @@ bool EditSession::undo()
     return true;
 }
 
-/// Takes edits back, the newest first; those that a full disk leaves are in the journal again.
+/// Takes edits back, the newest first; those that a full disk leaves are in the order again.
 void EditSession::takeBack(Running& running, std::vector<Edit> edits)
 {
     for (auto edit = edits.rbegin(); edit != edits.rend(); ++edit)
@@ -362,7 +362,7 @@ void EditSession::takeBack(Running& running, std::vector<Edit> edits)
         if (const VelBrx::Status status = ended.work.status(); !status)
             refuse(ended.outcome, status.message());
         for (const Edit& edit : edits)
-            if (edit.cmd && edit.cmd->getResult().cellsUnwritten > 0) _journal.push_back(edit);
+            if (edit.cmd && edit.cmd->getResult().cellsUnwritten > 0) _undoOrder.push_back(edit);
     };
 }
 
@@ -391,7 +391,7 @@ bool EditSession::undoAll()
 {
     Running* running = begin("undo all");
     if (!running) return false;
-    takeBack(*running, std::exchange(_journal, {}));
+    takeBack(*running, std::exchange(_undoOrder, {}));
     return true;
 }
 
@@ -412,9 +412,9 @@ bool EditSession::reset()
     cmd->setOctreeInfos(clouds);
     cmd->setUid(kViewerUid);
     running->work.push(cmd);
-    _journal.erase(std::remove_if(_journal.begin(), _journal.end(),
-                                  [](const Edit& edit) { return edit.kind != Edit::CLASSES; }),
-                   _journal.end());
+    _undoOrder.erase(std::remove_if(_undoOrder.begin(), _undoOrder.end(),
+                                    [](const Edit& edit) { return edit.kind != Edit::CLASSES; }),
+                     _undoOrder.end());
     return true;
 }
 

@@ -24,7 +24,7 @@ constexpr double kWidestLine = 1000; ///< pixels
 /// What an operation of `EditSession` did.
 struct EditOutcome
 {
-    std::string operation; ///< for people, such as "hide inside" or "undo reclassify"
+    std::string operation; ///< for people, such as "hide inside" or "undo classify"
     bool ok = true;        ///< false: refused, failed, or done in part; `message` says why and what to do
 
     /// Points changed in the stores; of a select, a line and a dry run the points found, of a save the points
@@ -45,7 +45,7 @@ struct EditOutcome
 };
 
 /// A change of classes: which classes may change, and what they become.
-struct Reclassification
+struct Classification
 {
     int toClass = 1;              ///< 0 to 255
     std::vector<int> fromClasses; ///< 0 to 254; empty: all, class 255 included
@@ -53,7 +53,7 @@ struct Reclassification
 };
 
 /// What an operator does to the points of a scene: hide and bring back, select and segment, follow a line,
-/// reclassify, undo, save.
+/// classify, undo, save.
 ///
 /// One operation runs at a time, on the library's workers; the viewer goes on drawing. A call that starts one
 /// returns false, and does nothing, while another is running. Its outcome is polled for or waited for:
@@ -108,7 +108,7 @@ public:
     /// world coordinates. The strip replaces that of the line before; undo takes it away.
     bool line(const Outline& line, double width);
 
-    bool reclassify(const Outline& polygon, const Reclassification& change);
+    bool classify(const Outline& polygon, const Classification& change);
 
     bool undo();
 
@@ -177,7 +177,7 @@ private:
                            double margin = 1);
     std::string drawOnWindow(const Outline& outline, size_t fewest, double margin);
     void pushCull(Running& running, VelOsgDBBrx::PolygonPointCmd* cmd, Edit::Kind kind);
-    void pushClassEdit(EditWork& work, const Reclassification& change) const;
+    void pushClassEdit(EditWork& work, const Classification& change) const;
     void concludeCommands(Running& running) const;
     void concludeCull(Running& running, const Edit& edit);
     void concludeClasses(Running& running, bool dryRun);
@@ -198,5 +198,5 @@ private:
     std::optional<Running> _running;
     /// The order of all edits, the newest last. How each is taken back: hiding by its command, classes by the
     /// `CategoryCalcTool`, selections by their stacks, which each take back the newest of what they did.
-    std::vector<Edit> _journal;
+    std::vector<Edit> _undoOrder;
 };

@@ -242,11 +242,11 @@ Begun followLine(const Request& request, const Stage& stage)
 
 Begun classify(const Request& request, const Stage& stage)
 {
-    Reclassification change;
+    Classification change;
     change.toClass = request.get<int>("to");
     if (request.has("from")) change.fromClasses = listClasses(request.get<ClassSet>("from"));
     change.dryRun = request.get<bool>("dryRun");
-    return started(stage.session.reclassify(request.get<Outline>("polygon"), change));
+    return started(stage.session.classify(request.get<Outline>("polygon"), change));
 }
 
 template <bool (EditSession::*operation)()>

@@ -335,8 +335,13 @@ void EditKeys::start(const PressedKey& pressed)
         if (outline->type == Parameter::POLYGON) _shape->close();
         request.set(outline->name, Outline(_shape->vertices()));
     }
-    if (operation.find("to")) request.set("to", _toClass);
-    if (operation.find("from") && !_fromClasses.all()) request.set("from", _fromClasses);
+    // The classes of the panel go to the parameters that can hold them.
+    const auto holds = [&operation](const char* name, Parameter::Type type) {
+        const Parameter* parameter = operation.find(name);
+        return parameter && parameter->type == type;
+    };
+    if (holds("to", Parameter::WHOLE)) request.set("to", _toClass);
+    if (holds("from", Parameter::CLASSES) && !_fromClasses.all()) request.set("from", _fromClasses);
     apply(request, outline && !pressed.key->keepsShape);
 }
 

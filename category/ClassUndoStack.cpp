@@ -1,8 +1,8 @@
-#include "category/EditHistory.h"
+#include "category/ClassUndoStack.h"
 
 #include <algorithm>
 
-void EditHistory::note(const std::string& uid, const std::vector<EditedCell>& cells)
+void ClassUndoStack::note(const std::string& uid, const std::vector<EditedCell>& cells)
 {
     const VelThreads::Lock lock(_mutex);
     ModifiedCloud& cloud = _modified[uid];
@@ -12,7 +12,7 @@ void EditHistory::note(const std::string& uid, const std::vector<EditedCell>& ce
     }
 }
 
-void EditHistory::add(std::vector<CloudEdit> edit)
+void ClassUndoStack::add(std::vector<CloudEdit> edit)
 {
     Step step;
     for (CloudEdit& cloud : edit) {
@@ -23,7 +23,7 @@ void EditHistory::add(std::vector<CloudEdit> edit)
     if (!step.empty()) _history.push_back(std::move(step));
 }
 
-std::vector<CloudEdit> EditHistory::undo()
+std::vector<CloudEdit> ClassUndoStack::undo()
 {
     std::vector<CloudEdit> undone;
     if (_history.empty()) return undone;
@@ -36,7 +36,7 @@ std::vector<CloudEdit> EditHistory::undo()
     return undone;
 }
 
-std::vector<CloudEdit> EditHistory::reset()
+std::vector<CloudEdit> ClassUndoStack::reset()
 {
     std::vector<CloudEdit> undone;
     for (const auto& [uid, cloud] : modified()) {
@@ -49,7 +49,7 @@ std::vector<CloudEdit> EditHistory::reset()
     return undone;
 }
 
-void EditHistory::save()
+void ClassUndoStack::save()
 {
     std::vector<CellPlacePtr> places;
     for (const auto& [uid, cloud] : modified())
@@ -59,14 +59,14 @@ void EditHistory::save()
     forgetAll();
 }
 
-void EditHistory::forgetAll()
+void ClassUndoStack::forgetAll()
 {
     _history.clear();
     const VelThreads::Lock lock(_mutex);
     _modified.clear();
 }
 
-EditHistory::Modified EditHistory::modified() const
+ClassUndoStack::Modified ClassUndoStack::modified() const
 {
     const VelThreads::Lock lock(_mutex);
     return _modified;

@@ -20,7 +20,7 @@ struct CloudEdit
 
 /// The edits since the last save: what undo and reset go back to, and what has been modified. One thread
 /// changes it; any thread may ask.
-class EditHistory
+class ClassUndoStack
 {
 public:
     /// Keeps an edit, which was one step of the user, unless nothing changed.
