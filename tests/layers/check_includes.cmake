@@ -27,7 +27,7 @@ set(layers
   "terminal|"
   "viewer/display|render"
   "viewer/scene|viewer/display terminal headless lod loading registry render store store/io store/builder store/normals"
-  "viewer/edit|terminal viewer/display viewer/scene category cull edit lod render"
+  "viewer/edit|terminal viewer/display viewer/scene category cull edit lod render store/journal"
   "viewer/operation|terminal viewer/display viewer/scene viewer/edit"
   "viewer/window|terminal viewer/display viewer/scene viewer/edit viewer/operation headless lod render store"
   "viewer/picture|viewer/display viewer/scene viewer/window headless lod"
@@ -39,7 +39,7 @@ set(layers
 set(exported_only render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
-  viewer/edit>category viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
+  viewer/edit>category viewer/edit>store/journal viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
   viewer/window>render viewer/window>store viewer/picture>lod viewer/script>store viewer/display>render plugin>lod
   plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export tools>store/journal
   tools>store/normals tools>store/sample)

@@ -1,10 +1,13 @@
 #include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/LasRecords.h"
+#include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
 
+#include <VelBrx/EditHistory.h>
+#include <VelBrx/EditJournal.h>
 #include <VelBrx/PointCounts.h>
 #include <VelBrx/Verify.h>
 
@@ -102,6 +105,24 @@ protected:
     ProgramResult result;
     std::vector<json> lines;
 };
+
+/// Hides points of a store by an edit that is written down.
+void hideInJournal(const std::string& store, const std::vector<uint64_t>& points)
+{
+    std::shared_ptr<VelBrx::EditJournal> journal;
+    ASSERT_TRUE(VelBrx::EditJournal::open(store, journal));
+    VelBrx::EditRecorder recorder(*journal);
+    ASSERT_TRUE(recorder.begin(VelBrx::EditDescription()));
+    VelBrx::EditRuns runs(recorder);
+    for (const uint64_t point : points)
+        runs.add(point, 1, 0, 8);
+    ASSERT_TRUE(runs.finish());
+    uint64_t number = 0;
+    uint64_t hidden = 0;
+    ASSERT_TRUE(recorder.commit(number));
+    ASSERT_TRUE(recorder.apply([](const VelBrx::EditedPoints&) {}, hidden));
+    ASSERT_EQ(hidden, points.size());
+}
 
 /// A worldPolygon around the points from column and row `low` to `high`, at a height.
 std::string around(const TestSurvey& survey, osg::Vec2d low, osg::Vec2d high, double z)
@@ -230,6 +251,34 @@ TEST_F(ScriptRun, ListsTheClassesThatItMadeInTheLegend)
     };
     EXPECT_EQ(count("before.png"), 0);
     EXPECT_GT(count("after.png"), 50);
+}
+
+TEST_F(ScriptRun, GoesOnWithTheJournalThatAStoreHas)
+{
+    build();
+    run(kTop + R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"})");
+    expectSuccess();
+    EXPECT_FALSE(fs::exists(VelBrx::journalPath(store))) << "none is begun";
+
+    hideInJournal(store, {3, 200});
+    const std::string half = R"("polygon": [[-9, -9], [100, -9], [100, 209], [-9, 209]])";
+    run(kTop + R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"}, {"op": "cull", )" + half + "}");
+    expectSuccess();
+    EXPECT_EQ(line(2)["points"], 398);
+    EXPECT_EQ(VelBrx::verifyEdits(store), std::vector<std::string>());
+    VelBrx::EditHistory history;
+    ASSERT_TRUE(VelBrx::readEditHistory(store, history));
+    std::vector<VelBrx::EditEntry::Kind> kinds;
+    for (const VelBrx::EditEntry& entry : history.entries)
+        kinds.push_back(entry.kind);
+    using Kind = VelBrx::EditEntry::Kind;
+    EXPECT_EQ(kinds, (std::vector<Kind>{Kind::CHANGE, Kind::CHANGE, Kind::UNDO, Kind::CHANGE}));
+
+    fs::resize_file(VelBrx::journalPath(store), 100); // not even its header
+    const std::vector<uint8_t> before = readFile(store);
+    run(kTop + R"(, {"op": "undoAll"}, {"op": "cull", )" + kAll + "}");
+    expectFailure("grid.brx.edits");
+    EXPECT_EQ(readFile(store), before);
 }
 
 TEST_F(ScriptRun, StopsAtAReadOnlyStoreBeforeAnythingIsEdited)

@@ -3,8 +3,10 @@
 #include "viewer/edit/EditText.h"
 #include "viewer/edit/ScreenLine.h"
 
+#include <VelBrx/EditHistory.h>
 #include <VelOsgDBBrx/CategoryCalcTool.h>
 #include <VelOsgDBBrx/CullCmdManager.h>
+#include <VelOsgDBBrx/EditJournalling.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PointCloudHelper.h>
@@ -14,6 +16,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <filesystem>
 #include <thread>
 #include <utility>
 
@@ -45,6 +49,16 @@ osg::ref_ptr<Category> classRequest(int32_t kind)
     return request;
 }
 
+/// A store's journal goes on: after edits that it lacks it could take nothing back. What a killed program had
+/// left is finished before cells are read. A journal that cannot be used refuses the edits, with its reason.
+void continueJournal(OctreeInfo& octree)
+{
+    if (!std::filesystem::exists(VelBrx::journalPath(octree.pointPath))) return;
+    std::string note;
+    const VelBrx::Status status = EditJournalling::switchOn(octree, "", note);
+    if (status && !note.empty()) std::fprintf(stderr, "brxview: %s\n", note.c_str());
+}
+
 } // namespace
 
 EditSession::EditSession(Scene& scene, osgViewer::Viewer& viewer) : _scene(scene), _viewer(viewer)
@@ -56,6 +70,7 @@ EditSession::EditSession(Scene& scene, osgViewer::Viewer& viewer) : _scene(scene
         CategoryCalcTool::getInstance()->registerCloud(_uids.back(), cloud.node);
         PCViewerManager::getInstance()->registerViewer(&viewer, _uids.back());
         _selections.emplace_back(&viewer, cloud.node);
+        continueJournal(*cloud.node->getOctree());
     }
 }
 
@@ -172,7 +187,8 @@ void EditSession::concludeCommands(Running& running) const
         refuse(running.outcome, readOnlyStores([](const std::string&) { return true; }) +
                                     " cannot be written and was left as it is; make it writable and open it "
                                     "again");
-    else if (result.storesBusy > 0 || result.storesReplaced > 0 || result.cellsUnwritten > 0)
+    else if (result.storesBusy > 0 || result.storesReplaced > 0 || result.storesNotJournalled > 0 ||
+             result.cellsUnwritten > 0)
         refuse(running.outcome, result.reason);
     else if (result.cellsUnreadable > 0)
         refuse(running.outcome, "parts of " + std::to_string(result.cellsUnreadable) +
@@ -439,8 +455,11 @@ bool EditSession::save()
 
 void EditSession::editAnyway()
 {
-    for (const Scene::Cloud& cloud : _scene.clouds())
-        if (const auto& file = cloud.node->getOctree()->pointFile) file->editAnyway();
+    for (const Scene::Cloud& cloud : _scene.clouds()) {
+        OctreeInfo& octree = *cloud.node->getOctree();
+        if (octree.pointFile) octree.pointFile->editAnyway();
+        EditJournalling::switchOff(octree); // the other program has it
+    }
 }
 
 std::optional<EditOutcome> EditSession::poll()

@@ -124,7 +124,8 @@ public:
     bool save();
     /// @}
 
-    /// The user's choice: from now on stores are edited that another program edits, too.
+    /// The user's choice: from now on stores are edited that another program edits, too, and without their
+    /// journals, which that program has.
     void editAnyway();
 
     bool isBusy() const { return _running.has_value(); }
