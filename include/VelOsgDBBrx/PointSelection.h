@@ -1,0 +1,116 @@
+#pragma once
+
+#include <VelBrx/Status.h>
+#include <VelOsgDBBrx/Export.h>
+#include <VelOsgDBBrx/ScreenPolygon.h>
+
+#include <osg/Matrixd>
+#include <osg/Vec2d>
+#include <osg/Vec3d>
+#include <osg/Vec4d>
+
+#include <bitset>
+#include <limits>
+#include <optional>
+#include <variant>
+#include <vector>
+
+namespace VelOsgDBBrx {
+
+/// Every point of the clouds.
+struct Everywhere
+{
+};
+
+/// What lies under a polygon in a window, seen by a camera: `CullCmd` says which pixels and points that is.
+struct ScreenPlace
+{
+    std::vector<osg::Vec2d> polygon; ///< pixels from the window's top left, y down; closed implicitly
+    osg::Matrixd vpw;                ///< view x projection x window: world coordinates to pixels, y up
+    int width = 0;                   ///< of the window, pixels
+    int height = 0;
+};
+
+/// Numbers from `low` to `high`, both included; all numbers at first.
+struct ValueRange
+{
+    double low = -std::numeric_limits<double>::infinity();
+    double high = std::numeric_limits<double>::infinity();
+
+    bool isWhole() const
+    {
+        return low == -std::numeric_limits<double>::infinity() &&
+               high == std::numeric_limits<double>::infinity();
+    }
+};
+
+/// The prism over a polygon on the map. It needs no camera and knows no pixels: world coordinates are
+/// compared in double precision. A point on an edge belongs to the side with larger x, or with larger y where
+/// the edge runs along x: of two polygons that share an edge exactly one has it.
+struct MapPlace
+{
+    std::vector<osg::Vec2d> polygon; ///< x and y of the world; closed implicitly, may cross itself (even-odd)
+    ValueRange heights;              ///< z of the world
+};
+
+/// A box along the axes of the world, its faces included.
+struct BoxPlace
+{
+    osg::Vec3d low;
+    osg::Vec3d high;
+};
+
+/// A sphere, its surface included.
+struct SpherePlace
+{
+    osg::Vec3d center;
+    double radius = 0;
+};
+
+/// Ranges of what a point's record says. A point is in when it is in all of them.
+struct AttributeRanges
+{
+    std::bitset<256> classes = std::bitset<256>().set(); ///< current ones, unsaved edits included
+    ValueRange returnNumber;
+    ValueRange numberOfReturns;
+    ValueRange intensity; ///< 0 to 65535
+    ValueRange height;    ///< z of the world
+    ValueRange source;    ///< point source id: the flight line
+    ValueRange gpsTime;   ///< as in the file; 0 in every point whose source had none; NaN is in no range
+    ValueRange scanAngle; ///< degrees; compared in the steps of 0.006 degrees that a record has
+    std::optional<bool> hidden;
+};
+
+/// What the picture leaves out; an edit leaves it alone unless `PointSelection::undrawnToo`.
+struct DrawnPoints
+{
+    /// World coordinates; a point is drawn where a x + b y + c z + d >= 0 for all.
+    std::vector<osg::Vec4d> clipPlanes;
+
+    /// Consecutive groups of `planesPerSection` planes; a point is drawn on the positive side of every plane
+    /// of at least one group. None: no section.
+    std::vector<osg::Vec4d> sectionPlanes;
+    int planesPerSection = 0; ///< below 1: all of them are one group
+
+    std::bitset<256> shownClasses = std::bitset<256>().set();
+    std::vector<ScreenSegment> segments; ///< of `SelectSegmentStack`
+};
+
+/// Which points an edit is about: a place, ranges of attributes, and what the picture shows. Coordinates are
+/// those of the world, where the clouds stand in the scene when the edit is asked for. A value; copies share
+/// nothing.
+struct PointSelection
+{
+    std::variant<Everywhere, ScreenPlace, MapPlace, BoxPlace, SpherePlace> place;
+    bool outside = false;                ///< all but the place, wherever it is
+    std::vector<ScreenPolygon> selected; ///< not empty: of these points only what the polygons select
+    AttributeRanges attributes;
+    DrawnPoints drawn;
+    bool undrawnToo = false; ///< `drawn` does not count, and hidden points may change class
+};
+
+/// Success when the selection means something: enough vertices, finite coordinates, ranges in order, matrices
+/// and windows where there are polygons of the screen. Any thread may call it.
+VEL_OSGDB_BRX_EXPORT VelBrx::Status checkSelection(const PointSelection& selection);
+
+} // namespace VelOsgDBBrx
