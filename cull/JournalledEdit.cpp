@@ -84,7 +84,7 @@ void CellsByRecord::touch(uint64_t first, uint64_t count)
     }
 }
 
-JournalledEdit::JournalledEdit(OctreeInfo& octree, const std::string& operation, CmdResult& result)
+JournalledEdit::JournalledEdit(OctreeInfo& octree, VelBrx::EditDescription edit, CmdResult& result)
     : _octree(octree), _result(result)
 {
     Status status = VelOsgDBBrx::EditJournalling::open(octree, _journal);
@@ -93,9 +93,7 @@ JournalledEdit::JournalledEdit(OctreeInfo& octree, const std::string& operation,
         return;
     }
     _recorder.emplace(*_journal);
-    VelBrx::EditDescription edit;
-    edit.author = octree.journalAuthor;
-    edit.operation = operation;
+    if (edit.author.empty()) edit.author = octree.journalAuthor;
     status = _recorder->begin(edit);
     if (!status) {
         refuse(status);
@@ -140,7 +138,9 @@ bool undoJournalled(OctreeInfo& octree, uint64_t change, CmdResult& result)
     }
     uint64_t previous = 0;
     if (journal->state() != change || !journal->findPrevious(change, previous)) {
-        JournalledEdit edit(octree, R"({"op":"undo"})", result);
+        VelBrx::EditDescription shown;
+        shown.operation = R"({"op":"undo"})";
+        JournalledEdit edit(octree, shown, result);
         if (edit.isOpen()) edit.finish(recordShown(octree, edit.recorder(), change));
         return true;
     }

@@ -41,8 +41,8 @@ private:
 class JournalledEdit
 {
 public:
-    /// Begins the change; `octree.keepsJournal` is set. `operation` as of EditDescription.
-    JournalledEdit(OctreeInfo& octree, const std::string& operation, VelOsgDBBrx::CmdResult& result);
+    /// Begins the change; `octree.keepsJournal` is set. An edit without an author is by the journal's.
+    JournalledEdit(OctreeInfo& octree, VelBrx::EditDescription edit, VelOsgDBBrx::CmdResult& result);
 
     /// Points may be recorded.
     bool isOpen() const { return _isOpen; }

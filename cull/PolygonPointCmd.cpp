@@ -1,5 +1,6 @@
 #include "cull/ChangeRecord.h"
 #include "cull/JournalledEdit.h"
+#include "cull/PointMarking.h"
 #include "cull/StoreProblems.h"
 #include "edit/CloudPlaces.h"
 #include "edit/RecordScreenTest.h"
@@ -22,45 +23,37 @@ namespace VelOsgDBBrx {
 
 namespace {
 
-constexpr int kChunk =
-    14 * RecordScreenTest::kBlock; ///< records marked at once: about what is written at once
-
-/// How the flag byte of points is changed, and which points are.
-struct Mark
+/// The points of a store that a polygon reaches.
+class UnderPolygon : public PointTest
 {
-    bool ofHidden; ///< changes hidden points, else visible ones
-    uint8_t cleared;
-    uint8_t set;
-};
+public:
+    UnderPolygon(std::vector<CellData*> cells, const RecordScreenTest& test)
+        : _cells(std::move(cells)), _test(test)
+    {
+    }
 
-constexpr Mark kHide = {false, 0, kCulledBit};
-constexpr Mark kShow = {true, kHiddenBits, 0};
+    std::vector<CellData*> cells() const override { return _cells; }
+
+    void test(const uint8_t* records, int count, const uint8_t*, uint8_t* accepted) const override
+    {
+        static_assert(kBlock == RecordScreenTest::kBlock);
+        _test.test(records, count, accepted);
+    }
+
+    bool readsClasses() const override { return false; }
+
+private:
+    const std::vector<CellData*> _cells;
+    const RecordScreenTest _test;
+};
 
 /// Gives the listed places of a run their mark; returns how many have it.
 template <class Place>
-size_t write(VelBrx::FileWriter& writer, uint8_t* records, const Place* places, size_t count, Mark mark)
+size_t write(VelBrx::FileWriter& writer, uint8_t* records, const Place* places, size_t count,
+             const PointMark& mark)
 {
-    return writer.set(records, kRecordSize, kFlagByte, places, count, [&](size_t, uint8_t flags) {
-        return static_cast<uint8_t>((flags & ~mark.cleared) | mark.set);
-    });
-}
-
-/// Tests the points of a chunk; returns how many are to be marked, and their places.
-size_t findMarked(const uint8_t* records, int count, const RecordScreenTest& test, bool ofHidden,
-                  uint16_t* places)
-{
-    size_t found = 0;
-    for (int done = 0; done < count; done += RecordScreenTest::kBlock) {
-        uint8_t accepted[RecordScreenTest::kBlock];
-        const int block = std::min(RecordScreenTest::kBlock, count - done);
-        test.test(records + done * kRecordSize, block, accepted);
-        for (int i = done; i < done + block; ++i) {
-            const bool isHidden = records[i * kRecordSize + kFlagByte] & kHiddenBits;
-            places[found] = static_cast<uint16_t>(i);
-            found += accepted[i - done] && isHidden == ofHidden;
-        }
-    }
-    return found;
+    return writer.set(records, kRecordSize, kFlagByte, places, count,
+                      [&](size_t, uint8_t flags) { return mark.of(flags); });
 }
 
 /// What became of a cell's records.
@@ -71,16 +64,16 @@ struct CellOutcome
 };
 
 /// Tests and marks the points of a cell; appends the places of those changed.
-CellOutcome markCell(const OctreeInfo& octree, const CellData& cell, const RecordScreenTest& test, Mark mark,
-                     VelBrx::FileWriter& writer, std::vector<uint32_t>& changed)
+CellOutcome markCell(const OctreeInfo& octree, const CellData& cell, const PointTest& test,
+                     const PointMark& mark, VelBrx::FileWriter& writer, std::vector<uint32_t>& changed)
 {
     CellOutcome outcome;
     outcome.readable = forEachRun(octree, cell, [&](uint8_t* records, int64_t count, uint32_t first) {
-        uint16_t places[kChunk];
-        for (int64_t done = 0; done < count && outcome.written; done += kChunk) {
+        uint16_t places[kMarkChunk];
+        for (int64_t done = 0; done < count && outcome.written; done += kMarkChunk) {
             uint8_t* chunk = records + done * kRecordSize;
-            const int length = static_cast<int>(std::min<int64_t>(kChunk, count - done));
-            const size_t found = findMarked(chunk, length, test, mark.ofHidden, places);
+            const int length = static_cast<int>(std::min<int64_t>(kMarkChunk, count - done));
+            const size_t found = findMarked(chunk, length, nullptr, test, mark, places);
             const size_t written = write(writer, chunk, places, found, mark);
             outcome.written = written == found;
             for (size_t i = 0; i < written; ++i)
@@ -100,7 +93,7 @@ void dropUnchanged(std::vector<ChangeRecord::Cell>& cells)
 
 /// Tests and marks the points of the cells on half of the processors; returns the cells with changes.
 std::vector<ChangeRecord::Cell> markCells(const OctreeInfo& octree, const std::vector<CellData*>& cells,
-                                          const RecordScreenTest& test, Mark mark, CmdResult& result)
+                                          const PointTest& test, const PointMark& mark, CmdResult& result)
 {
     VelBrx::FileWriter writer(*octree.pointFile);
     const int count = static_cast<int>(cells.size());
@@ -128,55 +121,6 @@ std::vector<ChangeRecord::Cell> markCells(const OctreeInfo& octree, const std::v
     result.cellsUnwritten += unwritten;
     noteProblem(octree, writer, result);
     return changes;
-}
-
-/// Records the marked points of a cell. False where some records could not be read.
-bool recordCell(const OctreeInfo& octree, const CellData& cell, const RecordScreenTest& test, Mark mark,
-                const JournalledEdit& edit, VelBrx::EditRuns& runs)
-{
-    return forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t) {
-        uint16_t places[kChunk];
-        for (int64_t done = 0; done < count; done += kChunk) {
-            const uint8_t* chunk = records + done * kRecordSize;
-            const int length = static_cast<int>(std::min<int64_t>(kChunk, count - done));
-            const size_t found = findMarked(chunk, length, test, mark.ofHidden, places);
-            const uint64_t first = edit.recordOf(chunk);
-            const auto hiddenBits = [&](size_t i) {
-                return static_cast<uint8_t>(chunk[places[i] * kRecordSize + kFlagByte] & kHiddenBits);
-            };
-            for (size_t i = 0, next = 0; i < found; i = next) {
-                const uint8_t before = hiddenBits(i);
-                for (next = i + 1; next < found && places[next] == places[next - 1] + 1; ++next)
-                    if (hiddenBits(next) != before) break;
-                runs.add(first + places[i], next - i, before,
-                         static_cast<uint8_t>((before & ~mark.cleared) | mark.set));
-            }
-        }
-    });
-}
-
-/// Marks the points of the cells, which are found on half of the processors, through the store's journal.
-/// The change's number; 0 where there was nothing to change.
-uint64_t markJournalled(OctreeInfo& octree, const std::vector<CellData*>& cells, const RecordScreenTest& test,
-                        Mark mark, const std::string& operation, CmdResult& result)
-{
-    JournalledEdit edit(octree, operation, result);
-    if (!edit.isOpen()) return 0;
-    const int count = static_cast<int>(cells.size());
-    uint64_t unreadable = 0;
-    VelBrx::Status recorded;
-#pragma omp parallel num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count)) reduction(+ : unreadable)
-    {
-        VelBrx::EditRuns runs(edit.recorder());
-#pragma omp for schedule(static)
-        for (int i = 0; i < count; ++i)
-            unreadable += !recordCell(octree, *cells[i], test, mark, edit, runs);
-        const VelBrx::Status written = runs.finish();
-#pragma omp critical(VelOsgDBBrxRecord)
-        if (!written) recorded = written;
-    }
-    result.cellsUnreadable += unreadable;
-    return edit.finish(recorded);
 }
 
 /// Brings the attribute of loaded cells to the state of their records.
@@ -214,7 +158,7 @@ ShowOutcome showPoints(const OctreeInfo& octree, const ChangeRecord::Cell& cell,
             if (records[static_cast<int64_t>(place) * kRecordSize + kFlagByte] & kHiddenBits)
                 places.push_back(place);
         }
-        const size_t written = write(writer, records, places.data(), places.size(), kShow);
+        const size_t written = write(writer, records, places.data(), places.size(), kShowMark);
         outcome.shown += written;
         if (written == places.size()) return;
         point = std::lower_bound(cell.points.begin(), cell.points.end(), first + places[written]);
@@ -301,16 +245,18 @@ void PolygonPointCmd::editStore(OctreeInfo& octree, const ScreenMask& mask, CmdR
     const bool outside = _type == Type::OUTSIDE;
     osg::Polytope::PlaneList planes;
     if (!outside && !rectanglePlanes(_polygon, _height, localToWindow, planes)) return;
-    const RecordScreenTest test(octree.scale, localToWindow, toLocal(_clipPlanes, localToWorld), mask,
-                                outside);
-    const bool hides = _edit == Edit::HIDE;
-
-    const std::vector<CellData*> reached = cellsInside(octree, planes);
+    const UnderPolygon test(
+        cellsInside(octree, planes),
+        RecordScreenTest(octree.scale, localToWindow, toLocal(_clipPlanes, localToWorld), mask, outside));
+    const std::vector<CellData*> reached = test.cells();
     if (reached.empty() || !lockForEditing(octree, result)) return;
     const StoreEditLock lock(octree);
-    const Mark mark = hides ? kHide : kShow;
+    const bool hides = _edit == Edit::HIDE;
+    const PointMark& mark = hides ? kHideMark : kShowMark;
     if (octree.keepsJournal) {
-        const uint64_t change = markJournalled(octree, reached, test, mark, operation(), result);
+        VelBrx::EditDescription edit;
+        edit.operation = operation();
+        const uint64_t change = markJournalled(octree, reached, test, mark, edit, nullptr, result);
         if (change) _changes->stores.push_back({&octree, octree.pointFile->identity(), {}, change});
         return;
     }

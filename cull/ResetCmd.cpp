@@ -1,6 +1,6 @@
 #include <VelOsgDBBrx/ResetCmd.h>
 
-#include "cull/JournalledEdit.h"
+#include "cull/PointMarking.h"
 #include "cull/StoreProblems.h"
 #include "edit/StoreEdit.h"
 #include "loading/PointAttributes.h"
@@ -39,27 +39,16 @@ bool showAttribute(osg::IntArray& attribute)
     return changed;
 }
 
-/// The same through the store's journal.
-void showJournalled(OctreeInfo& octree, CmdResult& result)
-{
-    JournalledEdit edit(octree, R"({"op":"reset"})", result);
-    if (!edit.isOpen()) return;
-    VelBrx::EditRuns runs(edit.recorder());
-    for (const CellData* cell : allCells(octree))
-        result.cellsUnreadable +=
-            !forEachRun(octree, *cell, [&](const uint8_t* records, int64_t count, uint32_t) {
-                const uint64_t first = edit.recordOf(records);
-                for (int64_t i = 0; i < count; ++i)
-                    if (const uint8_t hidden = records[i * kRecordSize + kFlagByte] & kHiddenBits)
-                        runs.add(first + static_cast<uint64_t>(i), 1, hidden, 0);
-            });
-    edit.finish(runs.finish());
-}
-
 void showStore(OctreeInfo& octree, CmdResult& result)
 {
     const StoreEditLock lock(octree);
-    if (octree.keepsJournal) return showJournalled(octree, result);
+    if (octree.keepsJournal) {
+        VelBrx::EditDescription edit;
+        edit.operation = R"({"op":"reset"})";
+        const EveryPoint test(octree);
+        markJournalled(octree, test.cells(), test, kShowMark, edit, nullptr, result);
+        return;
+    }
     VelBrx::FileWriter writer(*octree.pointFile);
     std::vector<CellData*> shown;
     for (CellData* cell : allCells(octree)) {

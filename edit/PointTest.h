@@ -20,4 +20,7 @@ public:
     /// reached. `accepted` has room for kBlock bytes. `classes`: the current classes of these points, unsaved
     /// edits included.
     virtual void test(const uint8_t* records, int count, const uint8_t* classes, uint8_t* accepted) const = 0;
+
+    /// Where it is false, `classes` may be null.
+    virtual bool readsClasses() const { return true; }
 };
