@@ -9,6 +9,7 @@
 namespace VelOsgDBBrx {
 
 using VelBrx::EditJournal;
+using VelBrx::JournalPlace;
 using VelBrx::Status;
 
 namespace {
@@ -32,21 +33,30 @@ Status EditJournalling::open(OctreeInfo& octree, std::shared_ptr<EditJournal>& j
     VelBrx::BrxHeader header;
     if (!VelBrx::MiraLasRead::getBrxHeader(header, octree.pointPath.c_str()))
         return Status::failure(octree.pointPath + ": is no store that can be read; put it back");
-    const VelBrx::JournalledStore store = {octree.pointPath, octree.pointFile, header.storeId,
-                                           header.pointCount, header.pointDataStart};
+    const VelBrx::JournalledStore store = {
+        octree.pointPath,
+        octree.pointFile,
+        header.storeId,
+        header.pointCount,
+        header.pointDataStart,
+        octree.isJournalTemporary ? JournalPlace::TEMPORARY : JournalPlace::BESIDE_STORE};
     const Status status = EditJournal::open(store, octree.journal);
     journal = octree.journal;
     return status;
 }
 
-Status EditJournalling::switchOn(OctreeInfo& octree, const std::string& author, std::string& note)
+Status EditJournalling::switchOn(OctreeInfo& octree, const std::string& author, std::string& note,
+                                 JournalPlace place)
 {
     note.clear();
     if (!isEditable(octree)) return {}; // there is nothing to write down
     const StoreEditLock lock(octree);
+    const bool isTemporary = place == JournalPlace::TEMPORARY;
+    if (octree.isJournalTemporary != isTemporary) octree.journal.reset();
     octree.keepsJournal = true;
+    octree.isJournalTemporary = isTemporary;
     octree.journalAuthor = author;
-    if (!VelBrx::needsRecovery(octree.pointPath)) return {};
+    if (isTemporary || !VelBrx::needsRecovery(octree.pointPath)) return {};
     std::shared_ptr<EditJournal> journal;
     Status status = open(octree, journal);
     if (status.kind() == Status::Kind::IN_USE) return {}; // nobody was killed: it is being edited

@@ -4,28 +4,38 @@
 #include <VelBrx/File.h>
 #include <VelBrx/PointRecord.h>
 #include <VelBrx/Status.h>
+#include <VelThreads/Mutex.h>
 
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace VelBrx {
+
+struct EditHistory;
 
 namespace Journal {
 class JournalFile;
 class RunEncoder;
 } // namespace Journal
 
+/// Where the journal of a store is.
+enum class JournalPlace
+{
+    BESIDE_STORE, ///< see `journalPath`
+    TEMPORARY     ///< a file without a name in $TMPDIR, which ends with the last user of the journal
+};
+
 /// A store whose edits are written down.
 struct JournalledStore
 {
-    std::string path;           ///< the journal lies beside it, see `journalPath`
-    std::shared_ptr<File> file; ///< of the store, writable
+    std::string path;
+    std::shared_ptr<File> file; ///< of the store; writable, but for deferred edits in a temporary journal
     uint64_t storeId = 0;
     uint64_t pointCount = 0;
     int64_t pointDataStart = 0; ///< byte position of the first point record
+    JournalPlace place = JournalPlace::BESIDE_STORE;
 };
 
 /// What is written down about an edit besides its points.
@@ -34,6 +44,7 @@ struct EditDescription
     uint8_t field = PointRecord::kFlags;     ///< the byte of the point record that changes: kFlags or kClass
     uint8_t mask = PointRecord::kHiddenBits; ///< the bits of it that may change
     bool deferred = false;                   ///< the store's bytes change with the next `save`, as of classes
+    int64_t time = 0;                        ///< microseconds since 1970, UTC; 0: now
     std::string author;                      ///< empty: the login name
     std::string operation;                   ///< JSON as scripts have it; not looked at
 };
@@ -58,6 +69,9 @@ using EditVisitor = std::function<void(const EditedPoints&)>;
 /// It belongs to the file, not to a name of it: all who edit a file in this process share it. Memory does not
 /// grow with the points of an edit. The file is made with the first edit.
 ///
+/// A temporary journal is for a user who goes on where none can be beside the store: it takes edits back
+/// without memory, but outlives no process and finishes nothing that a kill broke off. It begins empty.
+///
 /// Threads: any; one edit, undo or save at a time, the others wait. The caller keeps readers that must not
 /// see half an edit away from the store meanwhile.
 class VEL_BRX_EXPORT EditJournal
@@ -70,9 +84,9 @@ public:
         bool cutUnfinished = false;  ///< an edit was being written down; nothing of it is in the store
     };
 
-    /// Opens the journal of a store, takes the store's lock for editing, and finishes what a killed program
-    /// left. Fails where somebody else edits the store, or the journal is damaged or that of another store:
-    /// the store is as before then.
+    /// Opens the journal of a store at its `place`, takes the store's lock for editing, and finishes what a
+    /// killed program left. Fails where somebody else edits the store, or the journal is damaged or that of
+    /// another store: the store is as before then.
     static Status open(const JournalledStore& store, std::shared_ptr<EditJournal>& journal);
 
     /// The same for a store that is not open.
@@ -100,6 +114,9 @@ public:
     /// The state that a change was made on, to which its undo leads.
     Status findPrevious(uint64_t change, uint64_t& state) const;
 
+    /// The entries until now.
+    Status readHistory(EditHistory& history) const;
+
     /// Brings the store to a state, forwards or backwards, change by change: each is checked, written down
     /// and done before the next. Ends at the first that does not fit the store's bytes, and says which cell
     /// differs. Deferred changes are only visited.
@@ -122,22 +139,27 @@ private:
 
     explicit EditJournal(const JournalledStore& store);
     Status start();
-    Status recover(uint64_t& points);
-    Status begin(const EditDescription& edit);
-    Status play(uint64_t change, bool forward, bool inStore, const EditVisitor& visit, uint64_t& points);
-    Status check(uint64_t change) const;
-    Status finishInterrupted();
+    Status recover(uint64_t& points) VEL_REQUIRES(_mutex);
+    Status begin(const EditDescription& edit) VEL_REQUIRES(_mutex);
+    Status play(uint64_t change, bool forward, bool inStore, const EditVisitor& visit, uint64_t& points)
+        VEL_REQUIRES(_mutex);
+    Status check(uint64_t change) const VEL_REQUIRES(_mutex);
+    Status finishInterrupted() VEL_REQUIRES(_mutex);
+    Status mark() VEL_REQUIRES(_mutex);
     Status step(uint64_t change, bool forward, const std::string& author, const EditVisitor& visit,
-                uint64_t& points);
+                uint64_t& points) VEL_REQUIRES(_mutex);
     Status ofStore(const Status& status) const { return status.of(_store.path); }
 
     const JournalledStore _store;
     bool _isStarted = false; ///< before that a journal may be damaged, and nothing is written
     Recovery _recovery;
-    mutable std::mutex _mutex; ///< held for the time of an edit; guards all below
-    std::unique_ptr<Journal::JournalFile> _journal;
-    uint64_t _interrupted = 0;   ///< the change whose bytes could not all be set; ~0: those of a save
-    uint64_t _unmarkedBytes = 0; ///< about what was written since the last mark
+    mutable VelThreads::Mutex _mutex; ///< held for the time of an edit
+    const std::unique_ptr<Journal::JournalFile> _journal VEL_PT_GUARDED_BY(_mutex);
+
+    /// The change whose bytes could not all be set; ~0: those of a save.
+    uint64_t _interrupted VEL_GUARDED_BY(_mutex) = 0;
+
+    uint64_t _unmarkedBytes VEL_GUARDED_BY(_mutex) = 0; ///< about what was written since the last mark
 };
 
 /// A change that is being made. It has the journal to itself while it lives, and leaves everything as it was
@@ -168,13 +190,14 @@ public:
 
 private:
     friend class EditRuns;
+    uint64_t number() const;
     Status append(Journal::RunEncoder& runs);
 
     EditJournal& _journal;
-    std::unique_lock<std::mutex> _lock;
-    std::mutex _appendMutex; ///< guards the two below, and the journal's file while runs are written
-    Status _status;
-    uint64_t _points = 0;
+    const VelThreads::Lock<VelThreads::Mutex> _lock;
+    VelThreads::Mutex _appendMutex; ///< held also where runs are written into the journal's file
+    Status _status VEL_GUARDED_BY(_appendMutex);
+    uint64_t _points VEL_GUARDED_BY(_appendMutex) = 0;
     bool _isOpen = false;
     uint64_t _number = 0;
 };

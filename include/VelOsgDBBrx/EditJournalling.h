@@ -1,15 +1,12 @@
 #pragma once
 
+#include <VelBrx/EditJournal.h>
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
 #include <memory>
 #include <string>
-
-namespace VelBrx {
-class EditJournal;
-}
 
 namespace VelOsgDBBrx {
 
@@ -26,7 +23,11 @@ public:
     /// From the next edit on. Where a program that edited the store was killed, what it left is finished now,
     /// and `note` is a line that says so; a failure says why it could not be. Whether anything can be written
     /// is seen by the first edit. `author`: empty for the login name.
-    static VelBrx::Status switchOn(OctreeInfo& octree, const std::string& author, std::string& note);
+    ///
+    /// A `TEMPORARY` journal is the user's choice to edit all the same where none can be kept: it takes edits
+    /// back as one beside the store does, and is gone with the process.
+    static VelBrx::Status switchOn(OctreeInfo& octree, const std::string& author, std::string& note,
+                                   VelBrx::JournalPlace place = VelBrx::JournalPlace::BESIDE_STORE);
 
     /// Closes the journal; edits go on without it.
     static void switchOff(OctreeInfo& octree);

@@ -81,6 +81,7 @@ public:
     /// Guarded by `pointFile->mutex`.
     /// @{
     bool keepsJournal = false;
+    bool isJournalTemporary = false;
     std::string journalAuthor;                    ///< empty: the login name
     std::shared_ptr<VelBrx::EditJournal> journal; ///< null until the first edit
     /// @}

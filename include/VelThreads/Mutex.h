@@ -7,7 +7,8 @@
 /// Locks that clang knows, and the words that say what they guard. `clang++ -Wthread-safety` checks them;
 /// other compilers see nothing.
 ///
-/// A member that may be touched under a lock alone is declared `VEL_GUARDED_BY(lock)`. A function is declared
+/// A member that may be touched under a lock alone is declared `VEL_GUARDED_BY(lock)`, a pointer that may be
+/// followed under it alone `VEL_PT_GUARDED_BY(lock)`. A function is declared
 /// `VEL_REQUIRES(lock)` where its caller holds the lock, `VEL_EXCLUDES(lock)` where its caller must not.
 
 #if defined(__clang__)
@@ -17,12 +18,14 @@
 #endif
 
 #define VEL_GUARDED_BY(...) VEL_THREAD_ATTRIBUTE(guarded_by(__VA_ARGS__))
+#define VEL_PT_GUARDED_BY(...) VEL_THREAD_ATTRIBUTE(pt_guarded_by(__VA_ARGS__))
 #define VEL_REQUIRES(...) VEL_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define VEL_EXCLUDES(...) VEL_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define VEL_ACQUIRED_BEFORE(...) VEL_THREAD_ATTRIBUTE(acquired_before(__VA_ARGS__))
 #define VEL_ACQUIRE(...) VEL_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define VEL_TRY_ACQUIRE(...) VEL_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define VEL_RELEASE(...) VEL_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define VEL_ASSERT_CAPABILITY(...) VEL_THREAD_ATTRIBUTE(assert_capability(__VA_ARGS__))
 #define VEL_CAPABILITY(name) VEL_THREAD_ATTRIBUTE(capability(name))
 #define VEL_SCOPED_CAPABILITY VEL_THREAD_ATTRIBUTE(scoped_lockable)
 
@@ -35,6 +38,9 @@ public:
     void lock() VEL_ACQUIRE() { std::mutex::lock(); }
     void unlock() VEL_RELEASE() { std::mutex::unlock(); }
     bool try_lock() VEL_TRY_ACQUIRE(true) { return std::mutex::try_lock(); }
+
+    /// For code that holds the lock in a way that clang cannot follow, such as in a member.
+    void assertHeld() const VEL_ASSERT_CAPABILITY() {}
 };
 
 /// Holds a lock of any checked kind to the end of its scope.

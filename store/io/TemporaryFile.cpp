@@ -8,16 +8,23 @@
 
 namespace VelBrx {
 
-Status TemporaryFile::create(const std::string& folder, uint64_t size)
+Status openTemporaryFile(const std::string& folder, int& descriptor)
 {
-    int descriptor = open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
+    descriptor = open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
     if (descriptor < 0) {
         // Not every file system knows files that never had a name.
         std::string name = folder + "/.brx-XXXXXX";
         descriptor = mkostemp(name.data(), O_CLOEXEC);
         if (descriptor >= 0) unlink(name.c_str());
     }
-    if (descriptor < 0) return systemFailure(folder + ": no temporary file can be made in it", errno);
+    return descriptor >= 0 ? Status()
+                           : systemFailure(folder + ": no temporary file can be made in it", errno);
+}
+
+Status TemporaryFile::create(const std::string& folder, uint64_t size)
+{
+    int descriptor = -1;
+    if (Status status = openTemporaryFile(folder, descriptor); !status) return status;
     _file.take(descriptor, folder + ": a temporary file");
     return _file.reserve(size);
 }

@@ -4,6 +4,9 @@
 
 namespace VelBrx {
 
+/// Opens a new file without a name on the disk of `folder`; the descriptor is the caller's.
+Status openTemporaryFile(const std::string& folder, int& descriptor);
+
 /// A file without a name for what does not fit into memory: it is gone when this object is, or the process,
 /// however that ends. `write` and `read` may be called from any thread.
 class TemporaryFile

@@ -207,12 +207,20 @@ std::string journalPath(const std::string& store)
     return store + ".edits";
 }
 
-Status readEditHistory(const std::string& store, EditHistory& history)
-try {
+Status Journal::readHistory(const JournalFile& journal, EditHistory& history)
+{
     EditHistory read;
-    JournalFile journal(store);
-    const auto visit = [&](const EntryHead& head, const std::string& author, const std::string& operation,
-                           uint64_t position) {
+    const JournalChain& chain = journal.chain();
+    read.exists = journal.exists();
+    read.forgotten = chain.header().forgotten;
+    read.state = chain.state();
+    if (!read.exists) {
+        history = read;
+        return {};
+    }
+    read.unfinishedBytes = journal.tailLength();
+    const Status visited = journal.visitEntries([&](const EntryHead& head, const std::string& author,
+                                                    const std::string& operation, uint64_t position) {
         EditEntry entry;
         entry.number = head.number;
         entry.time = head.time;
@@ -224,15 +232,18 @@ try {
         entry.change = head.kind == Kind::CHANGE ? 0 : head.other;
         entry.position = position;
         read.entries.push_back(std::move(entry));
-    };
-    if (Status status = journal.open(JournalFile::Access::READ, visit); !status) return status;
-    read.exists = journal.exists();
-    read.forgotten = journal.chain().header().forgotten;
-    read.state = journal.chain().state();
-    read.unfinishedBytes = journal.tailLength();
-    noteStates(journal.chain(), read.entries);
+    });
+    if (!visited) return visited;
+    noteStates(chain, read.entries);
     history = std::move(read);
     return {};
+}
+
+Status readEditHistory(const std::string& store, EditHistory& history)
+try {
+    JournalFile journal(store, JournalPlace::BESIDE_STORE);
+    const Status opened = journal.open(JournalFile::Access::READ);
+    return opened ? readHistory(journal, history) : opened;
 } catch (const std::bad_alloc&) {
     return Status::failure(journalPath(store) + ": needs more memory than there is; close other programs",
                            Status::Kind::NO_MEMORY);
@@ -264,14 +275,14 @@ Status effectiveEdits(const EditHistory& history, uint64_t first, uint64_t last,
 
 bool needsRecovery(const std::string& store)
 {
-    JournalFile journal(store);
+    JournalFile journal(store, JournalPlace::BESIDE_STORE);
     return journal.open(JournalFile::Access::READ) && journal.exists() &&
            (journal.tailLength() > 0 || journal.chain().firstPending() <= journal.chain().lastNumber());
 }
 
 std::vector<std::string> verifyEdits(const std::string& store)
 try {
-    JournalFile journal(store);
+    JournalFile journal(store, JournalPlace::BESIDE_STORE);
     if (const Status opened = journal.open(JournalFile::Access::READ); !opened) return {opened.message()};
     if (!journal.exists()) return {};
     FileReader file;
@@ -290,13 +301,13 @@ Status forgetEdits(const std::string& store, int64_t before, uint64_t& forgotten
     forgotten = 0;
     File file(store.c_str());
     if (Status status = file.lockForEditing(); !status) return status.of(store);
-    JournalFile journal(store);
+    JournalFile journal(store, JournalPlace::BESIDE_STORE);
+    if (Status status = journal.open(JournalFile::Access::WRITE); !status || !journal.exists()) return status;
     std::vector<int64_t> times;
     const auto visit = [&](const EntryHead& head, const std::string&, const std::string&, uint64_t) {
         times.push_back(head.time);
     };
-    if (Status status = journal.open(JournalFile::Access::WRITE, visit); !status || !journal.exists())
-        return status;
+    if (Status status = journal.visitEntries(visit); !status) return status;
     const uint64_t last = lastToForget(journal.chain(), times, before);
     forgotten = last - journal.chain().header().forgotten;
     if (forgotten == 0) return {};

@@ -26,8 +26,10 @@ constexpr uint64_t kEntryCost = 1 << 20;               ///< counted for each ent
 /// The journals of this process.
 struct OpenJournals
 {
-    std::mutex mutex;
-    std::map<FileIdentity, std::weak_ptr<EditJournal>> byFile; ///< guarded by `mutex`
+    using Key = std::pair<FileIdentity, JournalPlace>;
+
+    VelThreads::Mutex mutex;
+    std::map<Key, std::weak_ptr<EditJournal>> byFile VEL_GUARDED_BY(mutex);
 };
 
 /// Lives as long as the process: journals may end after static objects.
@@ -40,7 +42,7 @@ OpenJournals& openJournals()
 /// A journal ends under the mutex, so that whoever opens the next one finds the file free.
 void endJournal(EditJournal* journal)
 {
-    const std::lock_guard<std::mutex> guard(openJournals().mutex);
+    const VelThreads::Lock guard(openJournals().mutex);
     delete journal;
 }
 
@@ -75,11 +77,13 @@ std::string cellOf(const std::string& path, uint64_t point)
 
 Status EditJournal::open(const JournalledStore& store, std::shared_ptr<EditJournal>& journal)
 {
-    if (!store.file || !store.file->isWritable())
+    const bool isTemporary = store.place == JournalPlace::TEMPORARY;
+    if (!store.file || (!isTemporary && !store.file->isWritable()))
         return Status::failure(store.path + ": cannot be written; make it writable to edit it");
     journal.reset(); // not under the mutex, which the end of a journal takes
-    const std::lock_guard<std::mutex> guard(openJournals().mutex);
-    std::weak_ptr<EditJournal>& known = openJournals().byFile[store.file->identity()];
+    OpenJournals& all = openJournals();
+    const VelThreads::Lock guard(all.mutex);
+    std::weak_ptr<EditJournal>& known = all.byFile[{store.file->identity(), store.place}];
     journal = known.lock();
     if (journal) return {};
     std::unique_ptr<EditJournal> opened(new EditJournal(store));
@@ -100,7 +104,7 @@ Status EditJournal::open(const std::string& path, std::shared_ptr<EditJournal>& 
 }
 
 EditJournal::EditJournal(const JournalledStore& store)
-    : _store(store), _journal(std::make_unique<JournalFile>(store.path))
+    : _store(store), _journal(std::make_unique<JournalFile>(store.path, store.place))
 {
 }
 
@@ -112,6 +116,7 @@ EditJournal::~EditJournal()
 Status EditJournal::start()
 {
     if (Status status = _store.file->lockForEditing(); !status) return ofStore(status);
+    const VelThreads::Lock guard(_mutex);
     if (Status status = _journal->open(JournalFile::Access::WRITE); !status) return status;
     if (!_journal->exists()) return {};
     if (Status status = _journal->checkStore(_store.storeId, _store.pointCount); !status) return status;
@@ -120,7 +125,7 @@ Status EditJournal::start()
     if (Status status = _journal->cutTail(); !status) return status;
     _recovery.cutUnfinished = hadTail || _journal->chain().end() != end;
     Status status = recover(_recovery.pointsFinished);
-    if (status) status = checkpoint();
+    if (status) status = mark();
     return status;
 }
 
@@ -130,6 +135,7 @@ Status EditJournal::recover(uint64_t& points)
 {
     const JournalChain& chain = _journal->chain();
     const auto replay = [&](uint64_t change, bool forward) {
+        _mutex.assertHeld();
         return play(change, forward, true, nullptr, points);
     };
     for (uint64_t number = chain.firstPending(); number <= chain.lastNumber(); ++number) {
@@ -149,13 +155,13 @@ Status EditJournal::recover(uint64_t& points)
 
 uint64_t EditJournal::state() const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     return _journal->chain().state();
 }
 
 uint64_t EditJournal::savedState() const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     return _journal->chain().savedState();
 }
 
@@ -168,7 +174,7 @@ uint64_t EditJournal::unsavedPoints() const
 
 Status EditJournal::findState(uint64_t entry, uint64_t& state) const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     const JournalChain& chain = _journal->chain();
     if (!chain.has(entry) && entry != chain.header().forgotten)
         return Status::failure(_journal->path() + ": has no entry " + std::to_string(entry) + ", but " +
@@ -180,7 +186,7 @@ Status EditJournal::findState(uint64_t entry, uint64_t& state) const
 
 Status EditJournal::findPrevious(uint64_t change, uint64_t& state) const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     const JournalChain& chain = _journal->chain();
     if (!chain.has(change) || !chain.isState(change))
         return Status::failure(_journal->path() + ": has no change " + std::to_string(change));
@@ -233,6 +239,16 @@ Status EditJournal::finishInterrupted()
     return status;
 }
 
+/// Brings the store to the disk and notes that, where anything is not yet.
+Status EditJournal::mark()
+{
+    if (_journal->chain().firstPending() > _journal->chain().lastNumber()) return {};
+    if (!_store.file->sync())
+        return Status::failure(_store.path + ": the disk reported an error; check it and try again");
+    _unmarkedBytes = 0;
+    return _journal->mark();
+}
+
 Status EditJournal::begin(const EditDescription& edit)
 {
     if (!_journal->exists()) {
@@ -242,13 +258,12 @@ Status EditJournal::begin(const EditDescription& edit)
         if (Status status = _journal->create(header); !status) return status;
     }
     if (Status status = finishInterrupted(); !status) return status;
-    if (_unmarkedBytes > kMostUnmarked) {
-        if (!_store.file->sync())
-            return Status::failure(_store.path + ": the disk reported an error; check it and edit again");
-        if (Status status = _journal->mark(); !status) return status;
-        _unmarkedBytes = 0;
-    }
+    if (!edit.deferred && !_store.file->isWritable())
+        return Status::failure(_store.path + ": cannot be written; make it writable to edit it");
+    if (_unmarkedBytes > kMostUnmarked)
+        if (Status status = mark(); !status) return status;
     EntryHead head;
+    head.time = edit.time;
     head.kind = Kind::CHANGE;
     head.field = edit.field;
     head.mask = edit.mask;
@@ -275,10 +290,16 @@ Status EditJournal::step(uint64_t change, bool forward, const std::string& autho
     return status;
 }
 
+Status EditJournal::readHistory(EditHistory& history) const
+{
+    const VelThreads::Lock guard(_mutex);
+    return Journal::readHistory(*_journal, history);
+}
+
 Status EditJournal::moveTo(uint64_t state, const std::string& author, const EditVisitor& visit,
                            uint64_t& points)
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     const JournalChain& chain = _journal->chain();
     if (!chain.isState(state))
         return Status::failure(_journal->path() + ": has no change " + std::to_string(state));
@@ -289,11 +310,13 @@ Status EditJournal::moveTo(uint64_t state, const std::string& author, const Edit
 
 Status EditJournal::save(const std::string& author, uint64_t& points)
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     if (Status status = finishInterrupted(); !status) return status;
     const JournalChain& chain = _journal->chain();
     const std::vector<JournalChain::Step> steps = chain.unsavedPath(chain.savedState(), chain.state());
     if (steps.empty()) return {};
+    if (!_store.file->isWritable())
+        return Status::failure(_store.path + ": cannot be written; make it writable and save again");
     EntryHead head;
     head.kind = Kind::SAVE;
     if (Status status = _journal->write(head, authorOf(author)); !status) return status;
@@ -301,15 +324,12 @@ Status EditJournal::save(const std::string& author, uint64_t& points)
     for (const JournalChain::Step& one : steps)
         if (Status status = play(one.change, one.forward, true, nullptr, points); !status) return status;
     _interrupted = 0;
-    if (!_store.file->sync())
-        return Status::failure(_store.path + ": the disk reported an error; save again");
-    _unmarkedBytes = 0;
-    return _journal->mark();
+    return mark();
 }
 
 Status EditJournal::visitUnsaved(const EditVisitor& visit) const
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
+    const VelThreads::Lock guard(_mutex);
     const JournalChain& chain = _journal->chain();
     for (const JournalChain::Step& one : chain.unsavedPath(chain.savedState(), chain.state())) {
         const Status status = _journal->readRuns(one.change, [&](const std::vector<ChangeRun>& runs) {
@@ -323,30 +343,30 @@ Status EditJournal::visitUnsaved(const EditVisitor& visit) const
 
 Status EditJournal::checkpoint()
 {
-    const std::lock_guard<std::mutex> guard(_mutex);
-    if (!_journal->exists() || _journal->chain().firstPending() > _journal->chain().lastNumber()) return {};
+    const VelThreads::Lock guard(_mutex);
     if (Status status = finishInterrupted(); !status) return status;
-    if (!_store.file->sync()) return Status::failure(_store.path + ": the disk reported an error; check it");
-    _unmarkedBytes = 0;
-    return _journal->mark();
+    return mark();
 }
 
 EditRecorder::EditRecorder(EditJournal& journal) : _journal(journal), _lock(journal._mutex) {}
 
 EditRecorder::~EditRecorder()
 {
+    _journal._mutex.assertHeld(); // so for all members: `_lock` has it
     if (_isOpen) _journal._journal->cancel();
 }
 
 Status EditRecorder::begin(const EditDescription& edit)
 {
-    _status = _journal.begin(edit);
-    _isOpen = _status.ok();
-    return _status;
+    _journal._mutex.assertHeld();
+    const Status status = _journal.begin(edit);
+    _isOpen = status.ok();
+    return status;
 }
 
 Status EditRecorder::visitBefore(uint64_t change, const EditVisitor& visit) const
 {
+    _journal._mutex.assertHeld();
     const JournalFile& file = *_journal._journal;
     if (!file.chain().has(change) || !file.chain().isState(change))
         return Status::failure(file.path() + ": has no change " + std::to_string(change));
@@ -356,11 +376,18 @@ Status EditRecorder::visitBefore(uint64_t change, const EditVisitor& visit) cons
     });
 }
 
+uint64_t EditRecorder::number() const
+{
+    _journal._mutex.assertHeld();
+    return _journal._journal->number();
+}
+
 Status EditRecorder::append(RunEncoder& runs)
 {
     const uint64_t before = runs.points();
     const std::vector<uint8_t>& block = runs.finishBlock();
-    const std::lock_guard<std::mutex> guard(_appendMutex);
+    _journal._mutex.assertHeld(); // for the recorder's threads
+    const VelThreads::Lock guard(_appendMutex);
     if (!_status || block.empty()) return _status;
     _status = _journal._journal->append(block);
     _points += runs.points() - before;
@@ -370,6 +397,8 @@ Status EditRecorder::append(RunEncoder& runs)
 Status EditRecorder::commit(uint64_t& number)
 {
     number = 0;
+    _journal._mutex.assertHeld();
+    const VelThreads::Lock guard(_appendMutex);
     if (!_isOpen || !_status || _points == 0) return _status;
     JournalFile& file = *_journal._journal;
     _isOpen = false; // a failure of `finish` cancels
@@ -383,6 +412,7 @@ Status EditRecorder::commit(uint64_t& number)
 Status EditRecorder::apply(const EditVisitor& visit, uint64_t& points)
 {
     if (_number == 0) return {};
+    _journal._mutex.assertHeld();
     const bool inStore = !_journal._journal->chain().entry(_number).deferred;
     const Status status = _journal.play(_number, true, inStore, visit, points);
     if (status) _journal._interrupted = 0;
@@ -390,7 +420,7 @@ Status EditRecorder::apply(const EditVisitor& visit, uint64_t& points)
 }
 
 EditRuns::EditRuns(EditRecorder& recorder)
-    : _recorder(recorder), _runs(std::make_unique<RunEncoder>(recorder._journal._journal->number()))
+    : _recorder(recorder), _runs(std::make_unique<RunEncoder>(recorder.number()))
 {
 }
 

@@ -2,11 +2,11 @@
 
 #include "store/io/Crc32c.h"
 #include "store/io/OutputFile.h"
-
-#include <VelBrx/EditHistory.h>
+#include "store/io/TemporaryFile.h"
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -23,19 +23,31 @@ int64_t microsecondsNow()
     return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
 }
 
+std::string temporaryFolder()
+{
+    const char* const folder = std::getenv("TMPDIR");
+    return folder && *folder ? folder : "/tmp";
+}
+
 } // namespace
 
-JournalFile::JournalFile(const std::string& store) : _path(journalPath(store)) {}
-
-Status JournalFile::open(Access access, const JournalChain::Visitor& visit)
+JournalFile::JournalFile(const std::string& store, JournalPlace place)
+    : _place(place),
+      _path(place == JournalPlace::TEMPORARY ? store + ": its temporary journal in " + temporaryFolder()
+                                             : journalPath(store))
 {
+}
+
+Status JournalFile::open(Access access)
+{
+    if (_place == JournalPlace::TEMPORARY) return {}; // a new one is made with the first edit
     const int descriptor =
         ::open(_path.c_str(), (access == Access::WRITE ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor >= 0) return take(descriptor, access, visit);
+    if (descriptor >= 0) return take(descriptor, access);
     return errno == ENOENT ? Status() : systemFailure(_path + ": cannot be opened", errno);
 }
 
-Status JournalFile::take(int descriptor, Access access, const JournalChain::Visitor& visit)
+Status JournalFile::take(int descriptor, Access access)
 {
     _file.take(descriptor, _path);
     struct stat status
@@ -47,7 +59,12 @@ Status JournalFile::take(int descriptor, Access access, const JournalChain::Visi
         if (Status locked = lock(); !locked) return locked;
     fstat(descriptor, &status); // whoever had the lock may have written
     _size = static_cast<uint64_t>(status.st_size);
-    return _chain.read(_file, _size, visit).of(_path);
+    return _chain.read(_file, _size).of(_path);
+}
+
+Status JournalFile::visitEntries(const JournalChain::Visitor& visit) const
+{
+    return JournalChain().read(_file, _chain.end(), visit).of(_path);
 }
 
 Status JournalFile::lock() const
@@ -57,8 +74,22 @@ Status JournalFile::lock() const
                            Status::Kind::IN_USE);
 }
 
+Status JournalFile::createTemporary(const FileHeader& header)
+{
+    if (int descriptor = -1; _file.descriptor() < 0) {
+        if (Status status = openTemporaryFile(temporaryFolder(), descriptor); !status) return status;
+        _file.take(descriptor, _path);
+    }
+    const Unit bytes = encodeHeader(header);
+    if (Status status = _file.write(0, bytes.data(), bytes.size()); !status) return status;
+    _size = bytes.size();
+    _chain.begin(header);
+    return {};
+}
+
 Status JournalFile::create(const FileHeader& header)
 {
+    if (_place == JournalPlace::TEMPORARY) return createTemporary(header);
     if (access(_path.c_str(), F_OK) == 0)
         return Status::failure(_path + ": was made by another program meanwhile; open the store again");
     OutputFile output;
@@ -77,8 +108,15 @@ Status JournalFile::checkStore(uint64_t storeId, uint64_t pointCount) const
     return Status::failure(_path + ": is the journal of another store; put its store back, or move it away");
 }
 
+Status JournalFile::sync()
+{
+    return _place == JournalPlace::TEMPORARY ? Status() : _file.sync();
+}
+
+/// Whether the journal's name leads to the file that is open.
 Status JournalFile::checkNamed() const
 {
+    if (_place == JournalPlace::TEMPORARY) return {};
     struct stat opened
     {
     };
@@ -99,7 +137,7 @@ Status JournalFile::begin(EntryHead head, const std::string& author, const std::
         return Status::failure(_path + ": an operation of more than 16 MiB cannot be written down");
     const std::string text = author.substr(0, kMostAuthor) + operation;
     head.number = _chain.lastNumber() + (head.kind == Kind::MARK ? 0 : 1);
-    head.time = microsecondsNow();
+    if (head.time == 0) head.time = microsecondsNow();
     head.authorLength = static_cast<uint32_t>(text.size() - operation.size());
     head.operationLength = static_cast<uint32_t>(operation.size());
     head.textChecksum = crc32c(reinterpret_cast<const uint8_t*>(text.data()), text.size());
@@ -122,7 +160,7 @@ Status JournalFile::append(const std::vector<uint8_t>& block)
 void JournalFile::cancel()
 {
     Status status = _file.cut(_chain.end());
-    if (status) status = _file.sync();
+    if (status) status = sync();
     if (!status && _usable) _usable = status;
 }
 
@@ -133,7 +171,7 @@ Status JournalFile::finish(uint64_t points)
     const Unit bytes = encodeHead(_head);
     Status status = _file.cut(start + _head.size()); // the zeros behind it
     if (status) status = _file.write(start, bytes.data(), bytes.size());
-    if (status) status = _file.sync();
+    if (status) status = sync();
     if (status) status = _chain.add(_head).of(_path);
     if (status)
         _size = _chain.end();
@@ -201,7 +239,7 @@ Status JournalFile::cutTail()
                                    "without it",
                                Status::Kind::DAMAGED);
     Status status = _file.cut(_chain.end());
-    if (status) status = _file.sync();
+    if (status) status = sync();
     if (status) _size = _chain.end();
     return status;
 }

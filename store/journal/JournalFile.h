@@ -3,14 +3,18 @@
 #include "store/journal/ChangeRuns.h"
 #include "store/journal/JournalChain.h"
 
+#include <VelBrx/EditHistory.h>
+#include <VelBrx/EditJournal.h>
+
 #include <string>
 #include <vector>
 
 namespace VelBrx::Journal {
 
 /// A store's journal on the disk. An entry is written behind the last one: text and runs first, then its
-/// head, then all of it is synced. Until then it does not count, and a failure takes it away. One thread at a
-/// time; messages name the journal's path.
+/// head, then all of it is synced. Until then it does not count, and a failure takes it away. A temporary
+/// journal has no name, so that nothing of it outlives the process, and is not synced. One thread at a time;
+/// messages name the journal's path.
 class JournalFile
 {
 public:
@@ -20,15 +24,16 @@ public:
         WRITE ///< and nobody else writes meanwhile
     };
 
-    explicit JournalFile(const std::string& store);
+    JournalFile(const std::string& store, JournalPlace place);
 
+    /// Of a temporary journal words for it.
     const std::string& path() const { return _path; }
     const JournalChain& chain() const { return _chain; }
 
     /// Opens the journal and reads its chain. Success without a file where there is none: see `exists`.
-    Status open(Access access, const JournalChain::Visitor& visit = nullptr);
+    Status open(Access access);
 
-    bool exists() const { return _file.descriptor() >= 0; }
+    bool exists() const { return _size > 0; }
 
     /// Whether it is the journal of this store.
     Status checkStore(uint64_t storeId, uint64_t pointCount) const;
@@ -40,13 +45,14 @@ public:
     /// pending. Fails where a whole entry lies behind the damage. Open for writing.
     Status cutTail();
 
-    /// Whether the journal's name leads to the file that is open.
-    Status checkNamed() const;
+    /// Visits the entries of the chain.
+    Status visitEntries(const JournalChain::Visitor& visit) const;
 
     /// Makes the file of a store that has no journal, and opens it for writing.
     Status create(const FileHeader& header);
 
     /// \name An entry. Of the head only kind, field, mask, deferred and other need be set for `begin`.
+    /// A `time` of 0 is now.
     /// @{
     Status begin(EntryHead head, const std::string& author, const std::string& operation);
     uint64_t number() const { return _head.number; } ///< of the entry that was begun
@@ -66,10 +72,14 @@ public:
     Status readRuns(uint64_t change, const RunsVisitor& visit) const;
 
 private:
-    Status take(int descriptor, Access access, const JournalChain::Visitor& visit);
+    Status take(int descriptor, Access access);
+    Status createTemporary(const FileHeader& header);
     Status lock() const;
+    Status checkNamed() const;
+    Status sync();
     bool hasHeadBehind(uint64_t position) const;
 
+    const JournalPlace _place;
     const std::string _path;
     DiskFile _file;
     uint64_t _size = 0; ///< of the file
@@ -77,5 +87,8 @@ private:
     EntryHead _head; ///< of the entry that was begun
     Status _usable;  ///< a failure that could not be taken back
 };
+
+/// What a journal tells without the points of its edits.
+Status readHistory(const JournalFile& journal, EditHistory& history);
 
 } // namespace VelBrx::Journal

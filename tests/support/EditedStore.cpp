@@ -50,10 +50,11 @@ Status record(EditRecorder& recorder, const std::vector<EditedStore::Change>& ch
 } // namespace
 
 Status EditedStore::hide(const Journal& journal, const std::string& path, const std::vector<Change>& changes,
-                         uint64_t& number, bool isApplied)
+                         uint64_t& number, bool isApplied, int64_t time)
 {
     EditRecorder recorder(*journal);
     EditDescription edit;
+    edit.time = time;
     edit.author = "anna";
     edit.operation = R"({"op":"cull"})";
     if (Status status = recorder.begin(edit); !status) return status;

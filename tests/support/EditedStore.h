@@ -31,7 +31,8 @@ struct EditedStore
     /// Writes a change of hidden bits down and, where `isApplied` is set, into the store. `number` is the
     /// change's.
     static VelBrx::Status hide(const Journal& journal, const std::string& path,
-                               const std::vector<Change>& changes, uint64_t& number, bool isApplied = true);
+                               const std::vector<Change>& changes, uint64_t& number, bool isApplied = true,
+                               int64_t time = 0);
 
     /// The same for classes, which are not in the store until the journal is saved. `current` are the classes
     /// that the points have without that.

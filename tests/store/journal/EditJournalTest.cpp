@@ -87,6 +87,28 @@ Bytes hidden(Bytes store, const std::vector<Change>& changes)
     }
 }
 
+/// While it lives, $TMPDIR is a folder.
+class TemporaryFolderVariable
+{
+public:
+    explicit TemporaryFolderVariable(const std::string& folder)
+    {
+        if (const char* const before = std::getenv("TMPDIR")) _before = before;
+        setenv("TMPDIR", folder.c_str(), 1);
+    }
+
+    ~TemporaryFolderVariable()
+    {
+        _before.empty() ? unsetenv("TMPDIR") : setenv("TMPDIR", _before.c_str(), 1);
+    }
+
+    TemporaryFolderVariable(const TemporaryFolderVariable&) = delete;
+    TemporaryFolderVariable& operator=(const TemporaryFolderVariable&) = delete;
+
+private:
+    std::string _before;
+};
+
 class EditJournalTest : public testing::Test
 {
 protected:
@@ -159,7 +181,9 @@ TEST_F(EditJournalTest, LeadsToEveryStateForwardsAndBackwardsAcrossBranchesAndRe
 TEST_F(EditJournalTest, WritesDownWhoDidWhatAndWhatBecameOfIt)
 {
     EditedStore::Journal journal = open();
-    const uint64_t first = hide(journal, {{7, 4}, {8, 4}});
+    constexpr int64_t kTime = 1000000; // of the first edit
+    uint64_t first = 0;
+    ASSERT_TRUE(EditedStore::hide(journal, path, {{7, 4}, {8, 4}}, first, true, kTime));
     const uint64_t second = hide(journal, {{9, 4}});
     ASSERT_TRUE(move(journal, first));
     EditHistory history;
@@ -176,6 +200,13 @@ TEST_F(EditJournalTest, WritesDownWhoDidWhatAndWhatBecameOfIt)
     EXPECT_EQ(history.entries[2].author, "clara");
     EXPECT_TRUE(history.entries[2].isUnfinished) << "the store is not on the disk";
     EXPECT_TRUE(needsRecovery(path));
+    EditHistory ofOpen;
+    ASSERT_TRUE(journal->readHistory(ofOpen));
+    ASSERT_EQ(ofOpen.entries.size(), 3u);
+    EXPECT_EQ(ofOpen.entries[2].author, "clara");
+    EXPECT_TRUE(ofOpen.entries[0].isDone && !ofOpen.entries[1].isDone);
+    EXPECT_EQ(ofOpen.entries[0].time, kTime);
+    EXPECT_GT(ofOpen.entries[2].time, kTime);
     journal.reset();
     EXPECT_FALSE(needsRecovery(path));
     ASSERT_TRUE(readEditHistory(path, history));
@@ -268,6 +299,50 @@ TEST_F(EditJournalTest, AnUndoThatWasBrokenOffIsFinished)
     putBack(half, redone);
     EXPECT_EQ(open()->state(), number);
     EXPECT_TRUE(storeBytes() == edited);
+}
+
+TEST_F(EditJournalTest, ATemporaryOneTakesBackAndSavesWithoutAFileBesideTheStore)
+{
+    std::filesystem::create_directory(journalFile); // none can be kept there
+    const std::string temporary = folder.file("temporary");
+    std::filesystem::create_directory(temporary);
+    const TemporaryFolderVariable variable(temporary);
+    const auto openTemporary = [&](EditedStore::Journal& journal) {
+        const JournalledStore store = {path,
+                                       std::make_shared<File>(path.c_str()),
+                                       EditedStore::kId,
+                                       kPoints,
+                                       EditedStore::kStart,
+                                       JournalPlace::TEMPORARY};
+        ASSERT_TRUE(EditJournal::open(store, journal));
+    };
+    EditedStore::Journal journal;
+    openTemporary(journal);
+    const uint64_t first = hideAny(journal);
+    const Bytes edited = storeBytes();
+    hideAny(journal);
+    ASSERT_TRUE(move(journal, first));
+    EXPECT_TRUE(storeBytes() == edited);
+    ASSERT_TRUE(move(journal, 0));
+    EXPECT_TRUE(storeBytes() == original);
+    ASSERT_TRUE(move(journal, first));
+    EXPECT_TRUE(std::filesystem::is_empty(temporary));
+    journal.reset();
+
+    std::filesystem::permissions(path, std::filesystem::perms::others_read);
+    const bool isRoot = geteuid() == 0; // who may write everything
+    std::filesystem::permissions(folder.path(), std::filesystem::perms::others_exec,
+                                 std::filesystem::perm_options::add);
+    ASSERT_TRUE(!isRoot || seteuid(65534) == 0);
+    openTemporary(journal);
+    ASSERT_TRUE(!isRoot || seteuid(0) == 0);
+    EXPECT_EQ(journal->state(), 0u) << "it begins empty";
+    uint64_t number = 0;
+    uint64_t points = 0;
+    EXPECT_FALSE(EditedStore::hide(journal, path, {{1, 2}}, number));
+    ASSERT_TRUE(EditedStore::classify(journal, Bytes(kPoints), {{1, 2}}, number));
+    EXPECT_EQ(journal->unsavedPoints(), 1u);
+    EXPECT_FALSE(journal->save("", points));
 }
 
 TEST_F(EditJournalTest, NothingChangesWhereTheDiskHasNoRoomForTheJournal)
