@@ -25,7 +25,7 @@ struct EditEntry
     int64_t time = 0;    ///< microseconds since 1970, UTC
     Kind kind = Kind::CHANGE;
     std::string author;
-    std::string operation;     ///< of a change, as it was given: JSON as scripts have it
+    std::string operation;     ///< as it was given: JSON as scripts have it
     uint64_t points = 0;       ///< that a change changes
     uint8_t field = 0;         ///< of a change, the byte of the point record
     uint64_t change = 0;       ///< that an UNDO or a REDO is about
@@ -40,6 +40,7 @@ struct EditHistory
 {
     bool exists = false;
     uint64_t forgotten = 0; ///< number of the last entry that was forgotten; the first one follows it
+    uint64_t base = 0;      ///< the state that the first entry found
     uint64_t state = 0;     ///< the change that led to the present state
     std::vector<EditEntry> entries;
     uint64_t unfinishedBytes = 0; ///< behind the last entry: of one that was being written

@@ -122,6 +122,9 @@ public:
     /// differs. Deferred changes are only visited.
     Status moveTo(uint64_t state, const std::string& author, const EditVisitor& visit, uint64_t& points);
 
+    /// The same with author, time and operation of `by` in each entry.
+    Status moveTo(uint64_t state, const EditDescription& by, const EditVisitor& visit, uint64_t& points);
+
     /// Writes the deferred changes into the store, and brings it to the disk.
     Status save(const std::string& author, uint64_t& points);
 
@@ -146,7 +149,7 @@ private:
     Status check(uint64_t change) const VEL_REQUIRES(_mutex);
     Status finishInterrupted() VEL_REQUIRES(_mutex);
     Status mark() VEL_REQUIRES(_mutex);
-    Status step(uint64_t change, bool forward, const std::string& author, const EditVisitor& visit,
+    Status step(uint64_t change, bool forward, const EditDescription& by, const EditVisitor& visit,
                 uint64_t& points) VEL_REQUIRES(_mutex);
     Status ofStore(const Status& status) const { return status.of(_store.path); }
 

@@ -213,6 +213,7 @@ Status Journal::readHistory(const JournalFile& journal, EditHistory& history)
     const JournalChain& chain = journal.chain();
     read.exists = journal.exists();
     read.forgotten = chain.header().forgotten;
+    read.base = chain.header().base;
     read.state = chain.state();
     if (!read.exists) {
         history = read;

@@ -272,7 +272,7 @@ Status EditJournal::begin(const EditDescription& edit)
     return _journal->begin(head, authorOf(edit.author), edit.operation);
 }
 
-Status EditJournal::step(uint64_t change, bool forward, const std::string& author, const EditVisitor& visit,
+Status EditJournal::step(uint64_t change, bool forward, const EditDescription& by, const EditVisitor& visit,
                          uint64_t& points)
 {
     const bool inStore = !_journal->chain().entry(change).deferred;
@@ -283,7 +283,8 @@ Status EditJournal::step(uint64_t change, bool forward, const std::string& autho
     EntryHead head;
     head.kind = forward ? Kind::REDO : Kind::UNDO;
     head.other = change;
-    if (Status status = _journal->write(head, authorOf(author)); !status) return status;
+    head.time = by.time;
+    if (Status status = _journal->write(head, authorOf(by.author), by.operation); !status) return status;
     _unmarkedBytes += kEntryCost;
     const Status status = play(change, forward, inStore, visit, points);
     _interrupted = status ? 0 : change;
@@ -299,12 +300,20 @@ Status EditJournal::readHistory(EditHistory& history) const
 Status EditJournal::moveTo(uint64_t state, const std::string& author, const EditVisitor& visit,
                            uint64_t& points)
 {
+    EditDescription by;
+    by.author = author;
+    return moveTo(state, by, visit, points);
+}
+
+Status EditJournal::moveTo(uint64_t state, const EditDescription& by, const EditVisitor& visit,
+                           uint64_t& points)
+{
     const VelThreads::Lock guard(_mutex);
     const JournalChain& chain = _journal->chain();
     if (!chain.isState(state))
         return Status::failure(_journal->path() + ": has no change " + std::to_string(state));
     for (const JournalChain::Step& one : chain.path(chain.state(), state))
-        if (Status status = step(one.change, one.forward, author, visit, points); !status) return status;
+        if (Status status = step(one.change, one.forward, by, visit, points); !status) return status;
     return finishInterrupted();
 }
 

@@ -180,9 +180,9 @@ Status JournalFile::finish(uint64_t points)
     return status;
 }
 
-Status JournalFile::write(const EntryHead& head, const std::string& author)
+Status JournalFile::write(const EntryHead& head, const std::string& author, const std::string& operation)
 {
-    const Status begun = begin(head, author, std::string());
+    const Status begun = begin(head, author, operation);
     return begun ? finish(0) : begun;
 }
 

@@ -62,7 +62,7 @@ public:
     /// @}
 
     /// Writes an entry without runs.
-    Status write(const EntryHead& head, const std::string& author);
+    Status write(const EntryHead& head, const std::string& author, const std::string& operation = {});
 
     /// Writes that the store's disk has all there is.
     Status mark();
