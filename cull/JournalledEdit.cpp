@@ -60,6 +60,15 @@ Status recordShown(const OctreeInfo& octree, VelBrx::EditRecorder& recorder, uin
     return read ? written : read;
 }
 
+/// The journal of a store whose edits are to be undone or redone.
+Status openJournal(OctreeInfo& octree, std::shared_ptr<VelBrx::EditJournal>& journal)
+{
+    Status opened = VelOsgDBBrx::EditJournalling::open(octree, journal);
+    if (opened && !journal)
+        opened = Status::failure(octree.pointPath + ": its journal was switched off; switch it on to undo");
+    return opened;
+}
+
 } // namespace
 
 CellsByRecord::CellsByRecord(const OctreeInfo& octree)
@@ -126,28 +135,38 @@ uint64_t JournalledEdit::finish(const Status& recorded)
     return number;
 }
 
+Status moveJournalled(OctreeInfo& octree, uint64_t state, const VelBrx::EditDescription& by,
+                      EditControl* control, uint64_t& points)
+{
+    std::shared_ptr<VelBrx::EditJournal> journal;
+    if (const Status opened = openJournal(octree, journal); !opened) return opened;
+    CellsByRecord cells(octree);
+    const auto touch = [&](const EditedPoints& edited) {
+        cells.touch(edited.first, edited.count);
+        if (control) control->addDone(edited.count);
+    };
+    const Status moved = journal->moveTo(state, by, touch, points);
+    showRecordsOf(octree, cells);
+    return moved;
+}
+
 bool undoJournalled(OctreeInfo& octree, uint64_t change, CmdResult& result)
 {
     std::shared_ptr<VelBrx::EditJournal> journal;
-    Status opened = VelOsgDBBrx::EditJournalling::open(octree, journal);
-    if (opened && !journal)
-        opened = Status::failure(octree.pointPath + ": its journal was switched off; switch it on to undo");
-    if (!opened) {
+    if (const Status opened = openJournal(octree, journal); !opened) {
         noteFailure(result, opened, false);
         return true;
     }
+    VelBrx::EditDescription undo;
+    undo.author = octree.journalAuthor;
     uint64_t previous = 0;
     if (journal->state() != change || !journal->findPrevious(change, previous)) {
-        VelBrx::EditDescription shown;
-        shown.operation = R"({"op":"undo"})";
-        JournalledEdit edit(octree, shown, result);
+        undo.operation = R"({"op":"undo"})";
+        JournalledEdit edit(octree, undo, result);
         if (edit.isOpen()) edit.finish(recordShown(octree, edit.recorder(), change));
         return true;
     }
-    CellsByRecord cells(octree);
-    const auto touch = [&](const EditedPoints& edited) { cells.touch(edited.first, edited.count); };
-    const Status undone = journal->moveTo(previous, octree.journalAuthor, touch, result.pointsChanged);
-    showRecordsOf(octree, cells);
+    const Status undone = moveJournalled(octree, previous, undo, nullptr, result.pointsChanged);
     const bool isWritten = undone.kind() == Status::Kind::NO_SPACE;
     if (!undone) noteFailure(result, undone, isWritten);
     return !isWritten;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "edit/EditControl.h"
+
 #include <VelBrx/EditJournal.h>
 #include <VelOsgDBBrx/BaseCmd.h>
 #include <VelOsgDBBrx/CellData.h>
@@ -64,6 +66,11 @@ private:
     std::optional<VelBrx::EditRecorder> _recorder;
     bool _isOpen = false;
 };
+
+/// Brings the store's journal to a state, and the arrays of loaded cells with it. `by` says who and when.
+/// Ends at the first change that fails. The caller holds the store's edit lock.
+VelBrx::Status moveJournalled(OctreeInfo& octree, uint64_t state, const VelBrx::EditDescription& by,
+                              EditControl* control, uint64_t& points);
 
 /// Takes a change of hidden bits back: as an undo where it is the store's newest, else by showing those of
 /// its points that are hidden. False where the store took no more bytes: it may be tried again.

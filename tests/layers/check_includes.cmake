@@ -22,6 +22,7 @@ set(layers
   "edit|loading lod osgutils store store/io store/journal"
   "cull|edit loading lod osgutils store/io store/journal"
   "category|edit loading lod osgutils store store/io"
+  "session|category cull edit loading lod osgutils store store/io store/journal"
   "registry|category loading lod osgutils render store store/normals"
   "headless|"
   "terminal|"
@@ -37,7 +38,7 @@ set(layers
   "tools|terminal store store/io store/builder store/export store/journal store/normals store/sample")
 # These use each other's exported headers alone.
 set(exported_only render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
-  edit>store edit>store/io edit>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
+  edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>category viewer/edit>store/journal viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
   viewer/window>render viewer/window>store viewer/picture>lod viewer/script>store viewer/display>render plugin>lod

@@ -1,0 +1,24 @@
+#include "session/OperationText.h"
+
+#include <nlohmann/json.hpp>
+
+#include <map>
+
+using nlohmann::json;
+
+std::string OperationText::reset()
+{
+    return R"({"op":"reset"})";
+}
+
+std::string OperationText::nameOf(const std::string& operation)
+{
+    static const std::map<std::string, std::string> kNames = {
+        {"cull", "hide"}, {"uncull", "show"}, {"dropUnsaved", "drop unsaved classes"}};
+    const json parsed = json::parse(operation, nullptr, false);
+    if (!parsed.is_object()) return "edit";
+    const auto op = parsed.find("op");
+    if (op == parsed.end() || !op->is_string()) return "edit";
+    const auto named = kNames.find(op->get<std::string>());
+    return named == kNames.end() ? op->get<std::string>() : named->second;
+}

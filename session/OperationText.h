@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+/// Operations as journals keep them, JSON as scripts have it.
+namespace OperationText {
+
+std::string reset();
+
+/// What people call the operation of a step, such as "hide"; of one that nobody here made its name in
+/// scripts.
+std::string nameOf(const std::string& operation);
+
+} // namespace OperationText

@@ -1,0 +1,263 @@
+#include "session/StoreEdits.h"
+
+#include "cull/JournalledEdit.h"
+#include "cull/PointMarking.h"
+#include "cull/StoreProblems.h"
+#include "edit/StoreEdit.h"
+#include "session/OperationText.h"
+
+#include <VelBrx/EditHistory.h>
+#include <VelOsgDBBrx/EditJournalling.h>
+#include <VelOsgDBBrx/PCViewerManager.h>
+
+#include <algorithm>
+
+using VelBrx::EditDescription;
+using VelBrx::EditHistory;
+using VelBrx::EditJournal;
+using VelBrx::Status;
+using VelOsgDBBrx::CmdResult;
+using VelOsgDBBrx::EditJournalling;
+using VelOsgDBBrx::EditOutcome;
+
+namespace {
+
+std::shared_ptr<EditJournal> openJournal(OctreeInfo& octree)
+{
+    const std::lock_guard<std::mutex> guard(octree.pointFile->mutex);
+    return octree.journal;
+}
+
+/// The state that a change of a store's journal, which is open, was made on.
+uint64_t previousState(OctreeInfo& octree, uint64_t change)
+{
+    uint64_t state = 0;
+    const Status found = openJournal(octree)->findPrevious(change, state);
+    return found ? state : change;
+}
+
+} // namespace
+
+Status readHistory(OctreeInfo& octree, EditHistory& history)
+{
+    if (!octree.pointFile) return {};
+    if (const std::shared_ptr<EditJournal> journal = openJournal(octree))
+        return journal->readHistory(history);
+    return VelBrx::readEditHistory(octree.pointPath, history);
+}
+
+std::vector<SessionStore> openStores(const std::vector<SessionCloud>& clouds)
+{
+    std::vector<SessionStore> stores;
+    for (const SessionCloud& cloud : clouds) {
+        osg::ref_ptr<OctreeInfo> octree;
+        if (!cloud.octree.lock(octree) || !octree->pointFile) continue;
+        const auto isSame = [&](const SessionStore& store) {
+            return store.octree->pointFile->identity() == octree->pointFile->identity();
+        };
+        if (std::none_of(stores.begin(), stores.end(), isSame)) stores.push_back({octree, cloud.firstState});
+    }
+    return stores;
+}
+
+JournalSteps readSteps(const std::vector<SessionStore>& stores)
+{
+    JournalSteps steps;
+    for (const SessionStore& store : stores) {
+        EditHistory history;
+        if (!readHistory(*store.octree, history)) history = EditHistory();
+        steps.add(history);
+    }
+    return steps;
+}
+
+StoreEdits::StoreEdits(const std::vector<SessionCloud>& clouds, std::string author, int64_t newestOwn,
+                       EditControl& control, EditOutcome& outcome)
+    : _author(std::move(author)), _control(control), _outcome(outcome), _stores(openStores(clouds)),
+      _steps(readSteps(_stores)), _newestOwn(newestOwn), _time(std::max(_steps.newestTime(), newestOwn))
+{
+}
+
+/// An entry newer than all that there are.
+EditDescription StoreEdits::describe(const std::string& operation)
+{
+    _time = timeBehind(_time);
+    EditDescription description;
+    description.time = _time;
+    description.author = _author;
+    description.operation = operation;
+    return description;
+}
+
+void StoreEdits::refuse(const std::string& message)
+{
+    if (_outcome.ok) _outcome.message = message;
+    _outcome.ok = false;
+}
+
+void StoreEdits::refuse(const CmdResult& result)
+{
+    _outcome.isBusyElsewhere |= result.storesBusy > 0;
+    _outcome.isNotJournalled |= result.storesNotJournalled > 0;
+    refuse(result.reason);
+}
+
+/// Whether a store can be edited now, through its journal.
+bool StoreEdits::checkStore(OctreeInfo& octree)
+{
+    CmdResult result;
+    if (!isEditable(octree)) {
+        refuse(octree.pointPath + ": cannot be written; make it writable and open it again");
+        return false;
+    }
+    if (!lockForEditing(octree, result)) {
+        refuse(result);
+        return false;
+    }
+    const StoreEditLock lock(octree);
+    std::shared_ptr<EditJournal> journal;
+    Status opened = EditJournalling::open(octree, journal);
+    if (opened && !journal)
+        opened = Status::failure(octree.pointPath + ": its journal was switched off; switch it on to edit");
+    if (opened) return true;
+    (opened.kind() == Status::Kind::IN_USE ? _outcome.isBusyElsewhere : _outcome.isNotJournalled) = true;
+    refuse(opened.message());
+    return false;
+}
+
+void StoreEdits::reset()
+{
+    std::vector<Target> targets;
+    for (const SessionStore& store : _stores) {
+        auto test = std::make_unique<EveryPoint>(*store.octree);
+        std::vector<CellData*> cells = test->cells();
+        targets.push_back({store.octree, std::move(test), std::move(cells)});
+    }
+    mark(targets, kShowMark, OperationText::reset());
+}
+
+void StoreEdits::mark(const std::vector<Target>& targets, const PointMark& mark, const std::string& operation)
+{
+    const EditDescription description = describe(operation);
+    edit(targets, [&](const Target& target) {
+        const StoreEditLock lock(*target.octree);
+        CmdResult result;
+        const uint64_t change =
+            markJournalled(*target.octree, target.cells, *target.test, mark, description, &_control, result);
+        _outcome.points += result.pointsChanged;
+        _cellsUnreadable += result.cellsUnreadable;
+        if (!result.reason.empty()) refuse(result);
+        return change;
+    });
+}
+
+/// Edits store by store; takes all of it back where one fails.
+void StoreEdits::edit(const std::vector<Target>& targets, const EditStore& editStore)
+{
+    uint64_t cells = 0;
+    for (const Target& target : targets) {
+        if (!checkStore(*target.octree)) return;
+        cells += target.cells.size();
+    }
+    _control.begin(cells);
+    std::vector<Move> done;
+    for (const Target& target : targets) {
+        if (hasFailed()) break;
+        if (const uint64_t change = editStore(target))
+            done.push_back({target.octree, previousState(*target.octree, change), change});
+    }
+    if (hasFailed())
+        takeBack(done, kCancelOperation);
+    else if (_cellsUnreadable > 0)
+        refuse("parts of " + std::to_string(_cellsUnreadable) +
+               " cells could not be read and were left out; brx verify tells more");
+    if (!done.empty()) VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw();
+}
+
+void StoreEdits::undo()
+{
+    const StepKey* step = _steps.findUndo();
+    if (!step) {
+        _outcome.message = "there is nothing to undo";
+        return;
+    }
+    const std::string name = OperationText::nameOf(step->operation);
+    _outcome.operation += " " + name;
+    move(_steps.statesBefore(*step));
+    if (!hasFailed()) _outcome.undone = name;
+}
+
+void StoreEdits::redo()
+{
+    const StepKey* step = _steps.findRedo(_newestOwn);
+    if (!step) {
+        _outcome.message = "there is nothing to redo";
+        return;
+    }
+    const std::string name = OperationText::nameOf(step->operation);
+    _outcome.operation += " " + name;
+    move(_steps.statesBehind(*step));
+    if (!hasFailed()) _outcome.redone = name;
+}
+
+void StoreEdits::undoAll()
+{
+    std::vector<uint64_t> states;
+    for (const SessionStore& store : _stores)
+        states.push_back(store.firstState);
+    move(states);
+}
+
+void StoreEdits::stepTo(int64_t time)
+{
+    move(_steps.statesAt(time));
+}
+
+/// Brings each store to its state; back to where it was where one fails.
+void StoreEdits::move(const std::vector<uint64_t>& states)
+{
+    std::vector<Move> moves;
+    uint64_t points = 0;
+    for (size_t i = 0; i < _stores.size(); ++i) {
+        const StoreSteps& steps = _steps.store(i);
+        if (states[i] == steps.state()) continue;
+        if (!checkStore(*_stores[i].octree)) return;
+        moves.push_back({_stores[i].octree, steps.state(), states[i]});
+        points += steps.pointsBetween(steps.state(), states[i]);
+    }
+    _control.begin(points);
+    const EditDescription description = describe({});
+    std::vector<Move> done;
+    for (const Move& one : moves) {
+        if (hasFailed()) break;
+        done.push_back(one);
+        if (const Status moved = move(one, description, _outcome.points); !moved) refuse(moved.message());
+    }
+    if (hasFailed()) takeBack(done, {});
+    if (!done.empty()) VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw();
+}
+
+Status StoreEdits::move(const Move& one, const EditDescription& description, uint64_t& points)
+{
+    const StoreEditLock lock(*one.octree);
+    return moveJournalled(*one.octree, one.to, description, &_control, points);
+}
+
+/// Brings stores back to where they were before a part of an operation. What that cannot do is told.
+void StoreEdits::takeBack(const std::vector<Move>& done, const std::string& operation)
+{
+    const EditDescription description = describe(operation);
+    std::string left;
+    for (auto one = done.rbegin(); one != done.rend(); ++one) {
+        uint64_t points = 0;
+        const Status moved = move({one->octree, one->to, one->from}, description, points);
+        if (!moved) left += (left.empty() ? "" : ", ") + one->octree->pointPath;
+    }
+    _outcome.isCancelled = _outcome.ok;
+    if (left.empty()) {
+        _outcome.points = 0;
+        return;
+    }
+    refuse("cancelled");
+    _outcome.message += "; what was done in " + left + " could not be taken back: undo it";
+}

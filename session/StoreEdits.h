@@ -1,0 +1,107 @@
+#pragma once
+
+#include "edit/EditControl.h"
+#include "session/JournalSteps.h"
+
+#include <VelBrx/EditJournal.h>
+#include <VelBrx/Status.h>
+#include <VelOsgDBBrx/EditSession.h>
+#include <VelOsgDBBrx/OctreeInfo.h>
+
+#include <osg/observer_ptr>
+#include <osg/ref_ptr>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+class PointTest;
+struct PointMark;
+namespace VelOsgDBBrx {
+struct CmdResult;
+}
+
+/// A cloud of a session.
+struct SessionCloud
+{
+    osg::observer_ptr<OctreeInfo> octree;
+    uint64_t firstState = 0; ///< of its store's journal when it was added
+};
+
+/// A store of a session's clouds while something is done with it.
+struct SessionStore
+{
+    osg::ref_ptr<OctreeInfo> octree; ///< of one of the clouds that show it
+    uint64_t firstState = 0;
+};
+
+/// The stores of the clouds that are open, each once.
+std::vector<SessionStore> openStores(const std::vector<SessionCloud>& clouds);
+
+/// Reads what the journal of a cloud's store has, whether it is open or not.
+VelBrx::Status readHistory(OctreeInfo& octree, VelBrx::EditHistory& history);
+
+/// The steps of stores, in their order. A journal that cannot be read has none: whoever edits its store is
+/// told.
+JournalSteps readSteps(const std::vector<SessionStore>& stores);
+
+/// One operation on the stores of a session's clouds, as one step: it is done in all of them or, where it
+/// fails or is cancelled, in none. What came of it is in the outcome. Holds the clouds while it lives. One
+/// thread.
+class StoreEdits
+{
+public:
+    /// Clouds that are closed are left out. `newestOwn`: the time of the host's newest own step, 0 where
+    /// there is none.
+    StoreEdits(const std::vector<SessionCloud>& clouds, std::string author, int64_t newestOwn,
+               EditControl& control, VelOsgDBBrx::EditOutcome& outcome);
+
+    void reset();
+    void undo();
+    void redo();
+    void undoAll();
+    void stepTo(int64_t time);
+
+    /// The steps of the stores as they are now.
+    JournalSteps steps() const { return readSteps(_stores); }
+
+private:
+    struct Target
+    {
+        osg::ref_ptr<OctreeInfo> octree;
+        std::unique_ptr<const PointTest> test;
+        std::vector<CellData*> cells;
+    };
+
+    struct Move
+    {
+        OctreeInfo* octree;
+        uint64_t from;
+        uint64_t to;
+    };
+
+    /// What an edit did to a store; 0 where nothing changed.
+    using EditStore = std::function<uint64_t(const Target&)>;
+
+    VelBrx::EditDescription describe(const std::string& operation);
+    bool checkStore(OctreeInfo& octree);
+    void mark(const std::vector<Target>& targets, const PointMark& mark, const std::string& operation);
+    void edit(const std::vector<Target>& targets, const EditStore& editStore);
+    void move(const std::vector<uint64_t>& states);
+    VelBrx::Status move(const Move& one, const VelBrx::EditDescription& description, uint64_t& points);
+    void takeBack(const std::vector<Move>& done, const std::string& operation);
+    void refuse(const std::string& message);
+    void refuse(const VelOsgDBBrx::CmdResult& result);
+    bool hasFailed() const { return !_outcome.ok || _control.isCancelled(); }
+
+    const std::string _author;
+    EditControl& _control;
+    VelOsgDBBrx::EditOutcome& _outcome;
+    const std::vector<SessionStore> _stores;
+    const JournalSteps _steps; ///< when the operation began, of `_stores`
+    const int64_t _newestOwn;
+    int64_t _time = 0; ///< of the newest entry or own step
+    uint64_t _cellsUnreadable = 0;
+};
