@@ -131,14 +131,35 @@ void checkChecksum(const FileReader& file, const StoreRecord& record, const std:
         problems.add(kKind, "the " + name + " does not match its checksum");
 }
 
+/// The part in front of the ordinals.
+Status decodeOriginHead(const FileReader& file, const StoreHead& head, OriginRecord& origin)
+{
+    const std::vector<uint8_t> bytes = readHeadOf(file, head.origin, kOriginFixedSize, originHeadLength);
+    return decodeOrigin(bytes.data(), bytes.size(), static_cast<uint64_t>(head.origin.length),
+                        head.header.pointCount, origin);
+}
+
+/// The part in front of the flags.
+Status decodeFlagsHead(const FileReader& file, const StoreHead& head, FlagsRecord& flags)
+{
+    const std::vector<uint8_t> bytes = readHeadOf(file, head.flags, kFlagsFixedSize, flagsHeadLength);
+    return decodeFlags(bytes.data(), bytes.size(), static_cast<uint64_t>(head.flags.length),
+                       head.header.pointCount, flags);
+}
+
+Status checkHasSourceRecords(const StoreHead& head)
+{
+    if (head.origin.start != 0 && head.flags.start != 0) return {};
+    return Status::failure(
+        "does not tell where its points come from; it needs a store that 'brx build' made");
+}
+
 /// Whether the origin record can be decoded.
 bool checkOrigin(const FileReader& file, const StoreHead& head, OriginRecord& origin, ProblemList& problems)
 {
     checkRecordHeader(file, head.origin, kOriginRecordId, kOriginDescription, problems);
     checkChecksum(file, head.origin, "origin record", problems);
-    const std::vector<uint8_t> bytes = readHeadOf(file, head.origin, kOriginFixedSize, originHeadLength);
-    const Status decoded = decodeOrigin(bytes.data(), bytes.size(), static_cast<uint64_t>(head.origin.length),
-                                        head.header.pointCount, origin);
+    const Status decoded = decodeOriginHead(file, head, origin);
     if (!decoded) {
         problems.add(kKind, decoded.message());
         return false;
@@ -151,9 +172,7 @@ bool checkFlags(const FileReader& file, const StoreHead& head, FlagsRecord& flag
 {
     checkRecordHeader(file, head.flags, kFlagsRecordId, kFlagsDescription, problems);
     checkChecksum(file, head.flags, "flags record", problems);
-    const std::vector<uint8_t> bytes = readHeadOf(file, head.flags, kFlagsFixedSize, flagsHeadLength);
-    const Status decoded = decodeFlags(bytes.data(), bytes.size(), static_cast<uint64_t>(head.flags.length),
-                                       head.header.pointCount, flags);
+    const Status decoded = decodeFlagsHead(file, head, flags);
     if (!decoded) problems.add(kKind, decoded.message());
     return decoded.ok();
 }
@@ -204,12 +223,18 @@ void checkSourceRecords(const FileReader& file, const StoreHead& head, ProblemLi
 
 Status readSourceRecords(const FileReader& file, const StoreHead& head, SourceRecords& records)
 {
-    if (head.origin.start == 0 || head.flags.start == 0)
-        return Status::failure("does not tell where its points come from; export needs a store that "
-                               "'brx build' made");
+    if (Status status = checkHasSourceRecords(head); !status) return status;
     ProblemList problems;
     check(file, head, records, problems);
     return problems.empty() ? Status() : damaged(problems.lines().front());
+}
+
+Status readSourceRecordHeads(const FileReader& file, const StoreHead& head, SourceRecords& records)
+{
+    if (Status status = checkHasSourceRecords(head); !status) return status;
+    Status status = decodeOriginHead(file, head, records.origin);
+    if (status) status = decodeFlagsHead(file, head, records.flags);
+    return status ? status : damaged(status.message());
 }
 
 Status readSourceNames(const std::string& path, std::vector<std::string>& names)
@@ -220,9 +245,7 @@ try {
     if (read) read = readStoreHead(file, head);
     OriginRecord origin;
     if (read && head.origin.start != 0) {
-        const std::vector<uint8_t> bytes = readHeadOf(file, head.origin, kOriginFixedSize, originHeadLength);
-        read = decodeOrigin(bytes.data(), bytes.size(), static_cast<uint64_t>(head.origin.length),
-                            head.header.pointCount, origin);
+        read = decodeOriginHead(file, head, origin);
         if (!read) read = damaged(read.message());
     }
     if (!read) return read.of(path);

@@ -22,4 +22,7 @@ void checkSourceRecords(const FileReader& file, const StoreHead& head, ProblemLi
 /// Reads and checks both records; a failure names the first thing wrong. The message does not hold the path.
 Status readSourceRecords(const FileReader& file, const StoreHead& head, SourceRecords& records);
 
+/// Reads where both records hold what; of the values only those are checked, and no checksum.
+Status readSourceRecordHeads(const FileReader& file, const StoreHead& head, SourceRecords& records);
+
 } // namespace VelBrx

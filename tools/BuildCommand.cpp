@@ -34,6 +34,9 @@ void tell(const VelBrx::BuildOptions& options, const VelBrx::BuildReport& report
         std::cerr << "brx: " << printable(note) << '\n';
     std::cerr << options.output << ": " << report.points << " points in " << report.cells << " cells on "
               << report.levels << " levels, " << std::llround(seconds * 1000) << " ms\n";
+    if (options.keepEdits)
+        std::cerr << options.output << ": " << report.kept.edits
+                  << (report.kept.edits == 1 ? " edit" : " edits") << " kept\n";
 }
 
 void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
@@ -50,13 +53,16 @@ void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (!json) tell(options, report, seconds);
     if (withNormals) buildNormals(options, readers);
-    if (json)
-        printJson({{"store", options.output},
-                   {"points", report.points},
-                   {"cells", report.cells},
-                   {"levels", report.levels},
-                   {"seconds", seconds},
-                   {"notes", report.notes}});
+    if (!json) return;
+    nlohmann::ordered_json told = {{"store", options.output}, {"points", report.points},
+                                   {"cells", report.cells},   {"levels", report.levels},
+                                   {"seconds", seconds},      {"notes", report.notes}};
+    if (options.keepEdits)
+        told["edits"] = {{"kept", report.kept.edits},
+                         {"points", report.kept.points},
+                         {"lost", report.kept.lostEdits},
+                         {"lostPoints", report.kept.lostPoints}};
+    printJson(told);
 }
 
 } // namespace
@@ -76,8 +82,13 @@ void addBuildCommand(CLI::App& app)
                      "LAS 1.0 to 1.4 and LAZ files, point formats 0 to 10, or folders of them")
         ->required();
     command->add_option("-o,--output", options->build.output, "the store to make, a .brx file")->required();
-    command->add_flag("--force", options->build.overwrite,
-                      "replace the store when it exists, unless a journal tells of edits");
+    CLI::Option* const force =
+        command->add_flag("--force", options->build.overwrite,
+                          "replace the store when it exists, unless a journal tells of edits");
+    command
+        ->add_flag("--keep-edits", options->build.keepEdits,
+                   "with --force: do the edits of the store again in the new one, where it has their points")
+        ->needs(force);
     addThreadsOption(*command, options->build.threads);
     addMemoryOption(*command, options->build.memory, "half of the machine's");
     command->add_flag("--normals", options->normals,

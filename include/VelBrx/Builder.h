@@ -19,6 +19,7 @@ struct BuildOptions
                 ///< for all files under it whose names end in .las or .laz, in the order of their paths
     std::string output;
     bool overwrite = false;   ///< replace `output` when it exists
+    bool keepEdits = false;   ///< bring the edits of the store that stands there into the new one
     unsigned threads = 0;     ///< 0: all processors
     uint64_t memory = 0;      ///< bytes that the build may use, at least 128 MiB; 0: half of the machine's
     uint64_t chunkPoints = 0; ///< points that are sorted together at most; 0: what suits memory and caches
@@ -29,20 +30,35 @@ struct BuildOptions
     const std::atomic<bool>* cancel = nullptr; ///< set by the caller: the build ends soon and leaves nothing
 };
 
+/// What became of the edits of a store that was replaced.
+struct KeptEdits
+{
+    uint64_t edits = 0;      ///< in the new store's journal
+    uint64_t points = 0;     ///< edited points of the old store
+    uint64_t lostEdits = 0;  ///< edits none of whose points is in the new store
+    uint64_t lostPoints = 0; ///< edited points that are not in the new store
+};
+
 struct BuildReport
 {
     uint64_t points = 0;
     uint64_t cells = 0;
     unsigned levels = 0;
+    KeptEdits kept;                 ///< with `keepEdits`
     std::vector<std::string> notes; ///< what was repaired, widened or could not be kept, one line each
 };
 
 /// Builds an octree store from LAS and LAZ files. Every input point is in the store once, with all its
 /// attributes. The store appears under its name only when it is complete; a failed or cancelled build leaves
 /// nothing. The normals file of a store that stood there before is removed; beside a journal of edits nothing
-/// is built. Beside the store a build needs disk space in its folder for a temporary copy of the points.
-/// Memory and number of threads do not change the store. Any thread may call it, several at once for
-/// different outputs.
+/// is built without `keepEdits`. Beside the store a build needs disk space in its folder for a temporary copy
+/// of the points. Memory and number of threads do not change the store. Any thread may call it, several at
+/// once for different outputs.
+///
+/// With `keepEdits` the new store has the edits of the old one, in a journal of its own: also those that were
+/// undone, or not saved. Points are the same where their coordinates are, rounded to the coarser of both
+/// grids; in one place GPS time, intensity, returns and source id decide. The old store and its journal stay
+/// until both new files are whole. Other processes cannot edit the store meanwhile, this one must not.
 VEL_BRX_EXPORT Status buildStore(const BuildOptions& options, BuildReport& report);
 
 } // namespace VelBrx

@@ -16,6 +16,7 @@
 #include "store/builder/StoreWriter.h"
 #include "store/io/OutputFile.h"
 #include "store/io/ParallelRun.h"
+#include "store/journal/EditKeeper.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -64,9 +65,20 @@ Status checkNoEdits(const std::string& output)
     const std::string path = journalPath(output);
     if (Status read = readEditHistory(output, history); !read) return read;
     if (!history.exists) return {};
-    return Status::failure(path + ": is a journal of " + std::to_string(history.entries.size()) +
-                           " edits of the store that stood there before; move both away to keep them, or the "
-                           "journal alone to build without them");
+    return Status::failure(
+        path + ": is a journal of " + std::to_string(history.entries.size()) +
+        " edits of the store that stood there before; use --keep-edits to have them in the "
+        "new one, or move the journal away to build without them");
+}
+
+/// A line about edits whose points the new store has not.
+void noteLost(const std::string& output, const KeptEdits& kept, std::vector<std::string>& notes)
+{
+    if (kept.lostPoints == 0) return;
+    std::string note = output + ": " + std::to_string(kept.lostPoints) + " of " +
+                       std::to_string(kept.points) + " edited points are not in the new store";
+    if (kept.lostEdits > 0) note += ", and none of " + std::to_string(kept.lostEdits) + " edits";
+    notes.push_back(note);
 }
 
 void append(std::vector<std::string>& notes, const std::vector<std::string>& more)
@@ -176,7 +188,9 @@ Status build(const BuildOptions& options, BuildReport& report)
 {
     if (Status status = OutputFile::check(options.output, options.overwrite); !status) return status;
     if (Status status = checkNotInput(options.output, options.inputs); !status) return status;
-    if (Status status = checkNoEdits(options.output); !status) return status;
+    Journal::EditKeeper keeper(options.output);
+    if (Status status = options.keepEdits ? keeper.open() : checkNoEdits(options.output); !status)
+        return status;
     OutputFile::removeLeftovers(options.output);
 
     SourceSet sources;
@@ -217,11 +231,19 @@ Status build(const BuildOptions& options, BuildReport& report)
     if (Status status = file.create(options.output, options.overwrite, writer.fileSize()); !status)
         return status;
     if (Status status = writer.write(file, run); !status) return status;
+    if (options.keepEdits) {
+        run.begin("keeping edits");
+        if (Status status = keeper.write(file.temporaryPath(), memory.total / 2, run); !status) return status;
+        report.kept = keeper.report();
+        if (!keeper.note().empty()) notes.push_back(keeper.note());
+        noteLost(options.output, report.kept, notes);
+    }
     // Normals of a store that stood there before are in the order of that store's points.
     if (std::remove(normalsPath(options.output).c_str()) == 0)
         notes.push_back(normalsPath(options.output) +
                         ": was removed, as it belongs to the store that stood there before");
     if (Status status = file.commit(); !status) return status;
+    if (Status status = keeper.giveName(); !status) return status;
     run.begin("done");
 
     report.points = sources.pointCount();

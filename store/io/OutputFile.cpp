@@ -19,15 +19,6 @@ namespace {
 
 constexpr char kTemporaryEnding[] = ".part";
 
-/// Brings the name of a file in `folder` to the disk.
-void syncFolder(const std::string& folder)
-{
-    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) return;
-    fsync(descriptor);
-    ::close(descriptor);
-}
-
 /// Removes a temporary file when no process holds the lock that its maker takes.
 void removeUnlocked(const std::string& path)
 {
@@ -49,6 +40,14 @@ bool isTemporaryOf(const std::string& name, const std::string& stem)
 }
 
 } // namespace
+
+void syncFolder(const std::string& folder)
+{
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return;
+    fsync(descriptor);
+    ::close(descriptor);
+}
 
 OutputFile::~OutputFile()
 {

@@ -7,6 +7,9 @@
 
 namespace VelBrx {
 
+/// Brings the names of the files in `folder` to the disk.
+void syncFolder(const std::string& folder);
+
 /// A file that appears under its name only when it is complete. Until `commit` it has a temporary name next
 /// to that one; without `commit` it vanishes with this object. A process that is killed leaves it behind
 /// under the temporary name, and the next file of the same name takes it away. `write` may be called from any
@@ -30,6 +33,9 @@ public:
 
     /// Makes the file and reserves `size` bytes on the disk. Call once.
     Status create(const std::string& path, bool overwrite, uint64_t size);
+
+    /// The file under its temporary name; empty while there is none.
+    const std::string& temporaryPath() const { return _temporaryPath; }
 
     Status write(uint64_t position, const void* data, uint64_t length)
     {

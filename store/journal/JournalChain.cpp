@@ -127,7 +127,7 @@ Status JournalChain::add(const EntryHead& head)
     if (head.kind == Kind::MARK)
         _marked = lastNumber();
     else
-        _entries.push_back({_end, head.other, _state, head.kind, head.field, head.deferred});
+        _entries.push_back({_end, head.other, _state, head.kind, head.field, head.mask, head.deferred});
     _end += head.size();
     return {};
 }

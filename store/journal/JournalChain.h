@@ -25,6 +25,7 @@ public:
         uint64_t state = 0;    ///< behind it
         Kind kind = Kind::MARK;
         uint8_t field = 0;
+        uint8_t mask = 0;
         bool deferred = false;
     };
 

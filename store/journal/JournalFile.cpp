@@ -1,5 +1,6 @@
 #include "store/journal/JournalFile.h"
 
+#include "store/StoreHead.h"
 #include "store/io/Crc32c.h"
 #include "store/io/OutputFile.h"
 #include "store/io/TemporaryFile.h"
@@ -29,10 +30,43 @@ std::string temporaryFolder()
     return folder && *folder ? folder : "/tmp";
 }
 
+/// Whether the store has a journal that was written when it was built and has not its name yet.
+bool hasRebuilt(const std::string& store)
+{
+    const std::string path = journalPath(rebuiltStore(store));
+    FileReader journal;
+    Unit bytes;
+    FileHeader header;
+    if (access(path.c_str(), F_OK) != 0 || !journal.open(path) ||
+        !journal.read(0, bytes.data(), bytes.size()) || !decodeHeader(bytes, header))
+        return false;
+    FileReader file;
+    StoreHead head;
+    StoreIndex index;
+    return readStore(store, file, head, index) && head.header.storeId == header.storeId &&
+           head.header.pointCount == header.pointCount;
+}
+
 } // namespace
 
+std::string rebuiltStore(const std::string& store)
+{
+    return store + ".new";
+}
+
+Status settleRebuilt(const std::string& store)
+{
+    if (!hasRebuilt(store)) return {};
+    const std::string path = journalPath(store);
+    if (rename(journalPath(rebuiltStore(store)).c_str(), path.c_str()) != 0 &&
+        errno != ENOENT) // somebody else did
+        return systemFailure(path + ": cannot be given its name", errno);
+    syncFolder(folderOf(path));
+    return {};
+}
+
 JournalFile::JournalFile(const std::string& store, JournalPlace place)
-    : _place(place),
+    : _place(place), _store(store),
       _path(place == JournalPlace::TEMPORARY ? store + ": its temporary journal in " + temporaryFolder()
                                              : journalPath(store))
 {
@@ -41,8 +75,12 @@ JournalFile::JournalFile(const std::string& store, JournalPlace place)
 Status JournalFile::open(Access access)
 {
     if (_place == JournalPlace::TEMPORARY) return {}; // a new one is made with the first edit
+    std::string path = _path;
+    if (access == Access::READ && hasRebuilt(_store)) path = journalPath(rebuiltStore(_store));
+    if (access == Access::WRITE)
+        if (Status settled = settleRebuilt(_store); !settled) return settled;
     const int descriptor =
-        ::open(_path.c_str(), (access == Access::WRITE ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
+        ::open(path.c_str(), (access == Access::WRITE ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
     if (descriptor >= 0) return take(descriptor, access);
     return errno == ENOENT ? Status() : systemFailure(_path + ": cannot be opened", errno);
 }

@@ -30,7 +30,8 @@ public:
     const std::string& path() const { return _path; }
     const JournalChain& chain() const { return _chain; }
 
-    /// Opens the journal and reads its chain. Success without a file where there is none: see `exists`.
+    /// Opens the journal and reads its chain. Success without a file where there is none: see `exists`. Where
+    /// a build was killed between giving a store its name and giving it to the journal, it is that journal.
     Status open(Access access);
 
     bool exists() const { return _size > 0; }
@@ -80,6 +81,7 @@ private:
     bool hasHeadBehind(uint64_t position) const;
 
     const JournalPlace _place;
+    const std::string _store;
     const std::string _path;
     DiskFile _file;
     uint64_t _size = 0; ///< of the file
@@ -90,5 +92,12 @@ private:
 
 /// What a journal tells without the points of its edits.
 Status readHistory(const JournalFile& journal, EditHistory& history);
+/// The name under which a store that is built to replace another one has its journal, as long as neither has
+/// got its name. First the store gets its own, then `settleRebuilt` renames the journal; both are on the disk
+/// by then. So the store's id tells at every moment which of two journals is its own.
+std::string rebuiltStore(const std::string& store);
+
+/// Gives a rebuilt store's journal its name, where there is one and the store has got its own.
+Status settleRebuilt(const std::string& store);
 
 } // namespace VelBrx::Journal

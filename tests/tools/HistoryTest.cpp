@@ -138,6 +138,14 @@ TEST_F(History, OfAStoreIsNotThrownAwayByABuild)
     const std::string survey = folder.file("survey.las");
     ASSERT_EQ(brx({"sample", survey, "--points", "2000"}).exitStatus, 0);
     const std::vector<uint8_t> journal = readFile(store + ".edits");
+    const std::string copy = folder.file("copy.brx");
+    std::filesystem::copy_file(store, copy);
+    std::filesystem::copy_file(store + ".edits", copy + ".edits");
+    EXPECT_EQ(brx({"build", survey, "-o", copy, "--keep-edits"}).exitStatus, 2) << "nothing is replaced";
+    const ProgramResult kept = brx({"build", survey, "-o", copy, "--force", "--keep-edits", "--json"});
+    EXPECT_EQ(json::parse(kept.out).at("edits"),
+              json::parse(R"({"kept":0, "points":4, "lost":2, "lostPoints":4})"))
+        << kept.err;
     for (const bool isThere : {true, false}) {
         if (!isThere) std::filesystem::remove(store);
         expectFailure(brx({"build", survey, "-o", store, "--force"}),
