@@ -1,3 +1,5 @@
+#include "edit/AttributeKeys.h"
+
 #include <VelOsgDBBrx/PointSelection.h>
 
 #include <cmath>
@@ -42,8 +44,9 @@ Status checkMatrix(const std::string& what, const osg::Matrixd& matrix)
 
 Status checkRange(const std::string& what, const ValueRange& range)
 {
-    if (range.low <= range.high) return {};
-    return Status::failure("the range of " + what + " is empty; give the smaller number first");
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    if (range.low <= range.high && range.low < kInfinity && range.high > -kInfinity) return {};
+    return Status::failure("the range \"" + what + "\" is empty; give the smaller number first");
 }
 
 Status check(const Everywhere&)
@@ -85,16 +88,9 @@ Status check(const SpherePlace& place)
 
 Status check(const AttributeRanges& ranges)
 {
-    const std::pair<const char*, const ValueRange*> named[] = {
-        {"return numbers", &ranges.returnNumber},
-        {"numbers of returns", &ranges.numberOfReturns},
-        {"intensities", &ranges.intensity},
-        {"heights", &ranges.height},
-        {"sources", &ranges.source},
-        {"GPS times", &ranges.gpsTime},
-        {"scan angles", &ranges.scanAngle}};
-    for (const auto& [name, range] : named)
-        if (const Status status = checkRange(name, *range); !status) return status;
+    for (const auto& [key, range] : kAttributeKeys)
+        if (const Status status = checkRange(key, ranges.*range); !status) return status;
+    if (ranges.classes.none()) return Status::failure("no class is chosen; give one or more, or leave it");
     return {};
 }
 

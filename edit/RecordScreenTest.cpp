@@ -1,48 +1,6 @@
 #include "edit/RecordScreenTest.h"
 
 #include "edit/ScreenMask.h"
-#include "loading/PointRecords.h"
-
-#include <algorithm>
-#include <cstring>
-
-// The arithmetic is compiled for several processors and chosen when the program starts. Thread sanitizer's
-// runtime is not ready at that moment.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
-#define VELBRX_VECTOR_CLONES __attribute__((target_clones("avx512f", "avx2", "default")))
-#else
-#define VELBRX_VECTOR_CLONES
-#endif
-
-/// The coordinates of the current records, packed so that the arithmetic runs over plain arrays.
-struct RecordScreenTest::Block
-{
-    double x[kBlock];
-    double y[kBlock];
-    double z[kBlock];
-
-    Block(const uint8_t* records, int count)
-    {
-        for (int i = 0; i < count; ++i) {
-            const uint8_t* record = records + static_cast<size_t>(i) * kRecordSize;
-            // The next block comes from memory while this one is tested.
-            __builtin_prefetch(record + kBlock * kRecordSize);
-            int32_t xyz[3];
-            std::memcpy(xyz, record, sizeof xyz);
-            x[i] = xyz[0];
-            y[i] = xyz[1];
-            z[i] = xyz[2];
-        }
-        std::fill(x + count, x + kBlock, 0.0);
-        std::fill(y + count, y + kBlock, 0.0);
-        std::fill(z + count, z + kBlock, 0.0);
-    }
-
-    double apply(const std::array<double, 4>& f, int i) const
-    {
-        return x[i] * f[0] + y[i] * f[1] + z[i] * f[2] + f[3];
-    }
-};
 
 RecordScreenTest::RecordScreenTest(const osg::Vec3d& scale, const osg::Matrixd& localToWindow,
                                    const std::vector<osg::Vec4d>& localPlanes, const ScreenMask& mask,
@@ -61,14 +19,18 @@ RecordScreenTest::RecordScreenTest(const osg::Vec3d& scale, const osg::Matrixd& 
 
 void RecordScreenTest::test(const uint8_t* records, int count, uint8_t* accepted) const
 {
-    const Block block(records, count);
+    test(RecordBlock(records, count), accepted);
+}
+
+void RecordScreenTest::test(const RecordBlock& block, uint8_t* accepted) const
+{
     lookUp(block, accepted);
     for (const Linear& plane : _planes)
         keepPositive(plane, block, accepted);
 }
 
 VELBRX_VECTOR_CLONES
-void RecordScreenTest::lookUp(const Block& block, uint8_t* accepted) const
+void RecordScreenTest::lookUp(const RecordBlock& block, uint8_t* accepted) const
 {
     const Linear columnFactors = _column;
     const Linear rowFactors = _row;
@@ -99,7 +61,7 @@ void RecordScreenTest::lookUp(const Block& block, uint8_t* accepted) const
 }
 
 VELBRX_VECTOR_CLONES
-void RecordScreenTest::keepPositive(const Linear& plane, const Block& block, uint8_t* accepted)
+void RecordScreenTest::keepPositive(const Linear& plane, const RecordBlock& block, uint8_t* accepted)
 {
     for (int i = 0; i < kBlock; ++i)
         accepted[i] = block.apply(plane, i) >= 0 ? accepted[i] : 0;

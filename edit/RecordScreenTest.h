@@ -1,10 +1,11 @@
 #pragma once
 
+#include "edit/RecordBlock.h"
+
 #include <osg/Matrixd>
 #include <osg/Vec3d>
 #include <osg/Vec4d>
 
-#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -16,7 +17,7 @@ class ScreenMask;
 class RecordScreenTest
 {
 public:
-    static constexpr int kBlock = 128; ///< records tested at once
+    static constexpr int kBlock = RecordBlock::kSize; ///< records tested at once
 
     /// `localToWindow`: the octree's local coordinates to pixels, y up. `localPlanes`: planes in local
     /// coordinates; a point is only accepted on the positive side of all. `outside`: accept the points that
@@ -28,12 +29,14 @@ public:
     /// accepted. `accepted` has room for kBlock bytes.
     void test(const uint8_t* records, int count, uint8_t* accepted) const;
 
-private:
-    using Linear = std::array<double, 4>; ///< factors of X, Y, Z and the constant
+    /// The same for records that are packed already; `accepted` is written to its end.
+    void test(const RecordBlock& block, uint8_t* accepted) const;
 
-    struct Block;
-    void lookUp(const Block& block, uint8_t* accepted) const;
-    static void keepPositive(const Linear& plane, const Block& block, uint8_t* accepted);
+private:
+    using Linear = RecordBlock::Linear;
+
+    void lookUp(const RecordBlock& block, uint8_t* accepted) const;
+    static void keepPositive(const Linear& plane, const RecordBlock& block, uint8_t* accepted);
 
     const ScreenMask& _mask;
     Linear _column; ///< times w

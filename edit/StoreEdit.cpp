@@ -31,40 +31,6 @@ bool isEditable(const OctreeInfo& octree)
 
 namespace {
 
-/// Whether the cell's box lies on the negative side of a plane.
-bool isOutside(const OctreeInfo& octree, const CellData& cell, const osg::Polytope::PlaneList& planes)
-{
-    // Cell sizes are single precision: the box is widened by their rounding, so that no point of the cell is
-    // missed.
-    constexpr double kWidened = 0.5 * (1 + 1e-6);
-    const VelBrx::CellBlock& block = cell.record;
-    const osg::Vec3d center = osg::Vec3d(block.center[0], block.center[1], block.center[2]) - octree.offset;
-    for (const osg::Plane& plane : planes) {
-        const double reach =
-            kWidened * (std::abs(plane[0]) * block.size[0] + std::abs(plane[1]) * block.size[1] +
-                        std::abs(plane[2]) * block.size[2]);
-        if (plane.distance(center) + reach < 0) return true;
-    }
-    return false;
-}
-
-template <class Wanted>
-std::vector<CellData*> collect(const OctreeInfo& octree, Wanted wanted)
-{
-    std::vector<CellData*> found;
-    std::vector<CellData*> open;
-    if (octree.root.valid()) open.push_back(octree.root.get());
-    while (!open.empty()) {
-        CellData* cell = open.back();
-        open.pop_back();
-        if (!wanted(*cell)) continue;
-        found.push_back(cell);
-        for (const osg::ref_ptr<CellData>& child : cell->children)
-            open.push_back(child.get());
-    }
-    return found;
-}
-
 void editLeaf(osg::Node* node, uint32_t pointCount, const CellGeometry::CategoryEdit& edit)
 {
     osg::Group* leaf = node ? node->asGroup() : nullptr;
@@ -76,14 +42,52 @@ void editLeaf(osg::Node* node, uint32_t pointCount, const CellGeometry::Category
 
 } // namespace
 
+CellBox::CellBox(const OctreeInfo& octree, const CellData& cell)
+{
+    // Cell sizes are single precision: the box is widened by their rounding.
+    constexpr double kWidened = 0.5 * (1 + 1e-6);
+    const VelBrx::CellBlock& block = cell.record;
+    for (int axis = 0; axis < 3; ++axis) {
+        center[axis] = block.center[axis] - octree.offset[axis];
+        half[axis] = kWidened * block.size[axis] + octree.scale[axis];
+    }
+}
+
+bool CellBox::isOutside(const osg::Polytope::PlaneList& planes) const
+{
+    for (const osg::Plane& plane : planes) {
+        const double reach =
+            std::abs(plane[0]) * half[0] + std::abs(plane[1]) * half[1] + std::abs(plane[2]) * half[2];
+        if (plane.distance(center) + reach < 0) return true;
+    }
+    return false;
+}
+
+std::vector<CellData*> cellsWhere(const OctreeInfo& octree,
+                                  const std::function<bool(const CellData&)>& reached)
+{
+    std::vector<CellData*> found;
+    std::vector<CellData*> open;
+    if (octree.root.valid()) open.push_back(octree.root.get());
+    while (!open.empty()) {
+        CellData* cell = open.back();
+        open.pop_back();
+        if (!reached(*cell)) continue;
+        found.push_back(cell);
+        for (const osg::ref_ptr<CellData>& child : cell->children)
+            open.push_back(child.get());
+    }
+    return found;
+}
+
 std::vector<CellData*> allCells(const OctreeInfo& octree)
 {
-    return collect(octree, [](const CellData&) { return true; });
+    return cellsWhere(octree, [](const CellData&) { return true; });
 }
 
 std::vector<CellData*> cellsInside(const OctreeInfo& octree, const osg::Polytope::PlaneList& planes)
 {
-    return collect(octree, [&](const CellData& cell) { return !isOutside(octree, cell, planes); });
+    return cellsWhere(octree, [&](const CellData& cell) { return !CellBox(octree, cell).isOutside(planes); });
 }
 
 void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit)

@@ -8,7 +8,7 @@
 #include <osg/Polytope>
 
 #include <cstdint>
-#include <mutex>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,6 +32,23 @@ bool isEditable(const OctreeInfo& octree);
 
 /// Every cell of the octree.
 std::vector<CellData*> allCells(const OctreeInfo& octree);
+
+/// The cells that `reached` holds for. Subtrees of a cell that it does not hold for are not visited.
+std::vector<CellData*> cellsWhere(const OctreeInfo& octree,
+                                  const std::function<bool(const CellData&)>& reached);
+
+/// Where the points of a cell are: a box in the octree's local frame, a little larger than the cell, since
+/// coordinates may lie a step of the records' integers beyond its faces.
+struct CellBox
+{
+    CellBox(const OctreeInfo& octree, const CellData& cell);
+
+    /// Whether the box lies on the negative side of one of the planes.
+    bool isOutside(const osg::Polytope::PlaneList& planes) const;
+
+    osg::Vec3d center;
+    osg::Vec3d half; ///< of the edges
+};
 
 /// The cells whose box meets the inside of all planes, which are in the octree's local frame. Subtrees of a
 /// cell outside are not visited.

@@ -14,6 +14,8 @@ public:
 
     void apply(osg::Node& node) override;
 
+    const osg::Matrixd& localToWorld() const { return _localToWorld; }
+
     /// Model x view x projection of the node found.
     osg::Matrixd getMvp() const
     {

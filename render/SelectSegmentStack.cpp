@@ -172,6 +172,33 @@ bool SelectSegmentStack::append(std::list<Entry>& entries, const std::vector<osg
     return true;
 }
 
+std::vector<ScreenPolygon> SelectSegmentStack::inWorld(const std::list<Entry>& entries) const
+{
+    if (entries.empty()) return {};
+    osg::ref_ptr<osg::Camera> camera;
+    if (!_camera.lock(camera)) camera = new osg::Camera;
+    FindSegmentMartixVisitor visitor(*camera);
+    _bufferNode->accept(visitor);
+    const osg::Matrixd worldToLocal = osg::Matrixd::inverse(visitor.localToWorld());
+    std::vector<ScreenPolygon> polygons;
+    for (const Entry& entry : entries)
+        polygons.push_back({entry.polygon, worldToLocal * entry.mvpw, entry.inside});
+    return polygons;
+}
+
+std::vector<ScreenPolygon> SelectSegmentStack::getSelection() const
+{
+    return inWorld(_selection);
+}
+
+std::vector<ScreenSegment> SelectSegmentStack::getSegments() const
+{
+    std::vector<ScreenSegment> segments;
+    for (const Group& group : _segments)
+        segments.push_back({group.cullInside, inWorld(group.entries)});
+    return segments;
+}
+
 void SelectSegmentStack::selectPushAndApply(std::vector<osg::Vec2d>& polygon, bool inside)
 {
     if (!append(_selection, polygon, inside)) return;

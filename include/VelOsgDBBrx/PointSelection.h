@@ -12,6 +12,7 @@
 #include <bitset>
 #include <limits>
 #include <optional>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -110,7 +111,15 @@ struct PointSelection
 };
 
 /// Success when the selection means something: enough vertices, finite coordinates, ranges in order, matrices
-/// and windows where there are polygons of the screen. Any thread may call it.
+/// and windows where there are polygons of the screen. Any thread may call it and those below.
 VEL_OSGDB_BRX_EXPORT VelBrx::Status checkSelection(const PointSelection& selection);
+
+/// A selection as one line of JSON, which docs/selections.md describes: what a journal keeps of an edit and
+/// what scripts have. Of a selection that `checkSelection` accepts; all numbers come back bit for bit.
+VEL_OSGDB_BRX_EXPORT std::string selectionText(const PointSelection& selection);
+
+/// Reads such a text. A failure says in one line what is wrong with which key, and leaves `selection` as it
+/// was. Success means that `checkSelection` accepts it.
+VEL_OSGDB_BRX_EXPORT VelBrx::Status readSelection(const std::string& text, PointSelection& selection);
 
 } // namespace VelOsgDBBrx

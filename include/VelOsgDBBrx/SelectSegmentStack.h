@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelOsgDBBrx/Export.h>
+#include <VelOsgDBBrx/ScreenPolygon.h>
 
 #include <osg/Camera>
 #include <osg/Matrixd>
@@ -83,6 +84,13 @@ public:
     bool hasSelection() const { return !_selection.empty(); }
     bool hasSegment() const { return !_segments.empty(); }
 
+    /// \name What an edit needs to reach just the points that the renderer shows or selects
+    /// In world coordinates, where the cloud stands in the scene at this moment: see PointSelection.
+    /// @{
+    std::vector<ScreenPolygon> getSelection() const;
+    std::vector<ScreenSegment> getSegments() const;
+    /// @}
+
     /// What the renderer decides for a point; `p` in the frame of the cloud's vertices: file coordinates
     /// minus the store's offset.
     bool pointIsSelect(osg::Vec3d& p);
@@ -117,6 +125,9 @@ private:
     class Buffers;
 
     bool nodesAlive() const;
+
+    /// Entries are kept in the cloud's frame.
+    std::vector<ScreenPolygon> inWorld(const std::list<Entry>& entries) const;
 
     /// Adds the polygon with the matrices of this moment; false when there are none.
     bool append(std::list<Entry>& entries, const std::vector<osg::Vec2d>& polygon, bool inside) const;

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <osg/Vec2d>
+
+#include <cstdint>
+#include <vector>
+
+/// The inside of a polygon by the even-odd rule, for many places. It is closed implicitly and may cross
+/// itself; with fewer than three vertices it contains nothing. A place on an edge belongs to the side with
+/// larger x, or with larger y where the edge runs along x, whichever way the edge is walked.
+///
+/// A grid over the polygon's bounds answers for all places but those in fields that an edge runs through;
+/// these are compared with the edges of their row. Constant after construction; any number of threads may use
+/// it.
+class PolygonArea
+{
+public:
+    /// How much of a rectangle is inside.
+    enum class Cover : uint8_t
+    {
+        NONE,
+        ALL,
+        SOME ///< or it is not known
+    };
+
+    /// Vertices are finite, and so are products of their differences.
+    explicit PolygonArea(const std::vector<osg::Vec2d>& polygon);
+
+    /// Writes a byte for each of RecordBlock::kSize places: 1 inside, else 0. NaN is outside.
+    void test(const double* x, const double* y, uint8_t* inside) const;
+
+    /// Of the rectangle between two corners, borders included.
+    Cover cover(const osg::Vec2d& low, const osg::Vec2d& high) const;
+
+private:
+    struct Edge
+    {
+        osg::Vec2d low; ///< the end with smaller y
+        osg::Vec2d high;
+
+        double crossingAt(double y) const;
+    };
+
+    /// The grid's fields along x or y.
+    struct Axis
+    {
+        double low = 0;
+        double high = 0;
+        double perUnit = 0; ///< fields; 0 where the bounds have no extent
+        double slack = 0;   ///< in fields: more than rounding moves a place
+        int count = 1;
+
+        void divide(int fields);
+        int fieldAt(double field) const;
+        int firstAt(double place) const { return fieldAt((place - low) * perUnit - slack); }
+        int lastAt(double place) const { return fieldAt((place - low) * perUnit + slack); }
+        double border(double field) const;
+    };
+
+    void divide();
+    uint64_t edgesInRows() const;
+    void markEdge(uint32_t edge);
+    void fillRow(int row);
+    Cover& field(int column, int row) { return _fields[static_cast<size_t>(row) * _x.count + column]; }
+    void lookUp(const double* x, const double* y, int32_t* fields) const;
+    bool isInside(double x, double y, int row) const;
+
+    std::vector<Edge> _edges;
+    Axis _x;
+    Axis _y;
+    std::vector<Cover> _fields; ///< rows from the smallest y, and one more for all beyond the bounds
+    std::vector<std::vector<uint32_t>> _rows; ///< the edges that run through each
+};
