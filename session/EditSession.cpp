@@ -35,6 +35,9 @@ public:
     bool begin() VEL_EXCLUDES(_mutex);
     void start(const std::string& operation, Work work) { _worker.push({operation, std::move(work)}); }
 
+    /// Where the clouds stand now.
+    CloudPlaces notePlaces() const VEL_EXCLUDES(_mutex);
+
     /// Undoes the newest step that is in effect, or does again what was undone last, where that is an own
     /// step: its name, or nothing where it is one of the stores.
     std::optional<std::string> undoOwn() VEL_EXCLUDES(_mutex);
@@ -186,6 +189,19 @@ bool EditSession::State::begin()
     return true;
 }
 
+CloudPlaces EditSession::State::notePlaces() const
+{
+    std::vector<osg::observer_ptr<OctreeInfo>> octrees;
+    {
+        const VelThreads::Lock lock(_mutex);
+        for (const SessionCloud& cloud : _clouds)
+            octrees.push_back(cloud.octree);
+    }
+    CloudPlaces places;
+    places.note(octrees);
+    return places;
+}
+
 std::vector<EditSession::State::OwnStep>::iterator EditSession::State::firstUndone()
 {
     return std::find_if(_own.begin(), _own.end(), [](const OwnStep& own) { return !own.step.isDone; });
@@ -319,6 +335,24 @@ Status EditSession::addCloud(OctreeInfo& octree, std::string& note)
 void EditSession::removeCloud(const OctreeInfo& octree)
 {
     _state->remove(octree);
+}
+
+bool EditSession::hide(const PointSelection& selection)
+{
+    if (!_state->begin()) return false;
+    _state->start("hide", [selection, places = _state->notePlaces()](StoreEdits& edits, EditOutcome&) {
+        edits.hide(selection, places);
+    });
+    return true;
+}
+
+bool EditSession::show(const PointSelection& selection)
+{
+    if (!_state->begin()) return false;
+    _state->start("show", [selection, places = _state->notePlaces()](StoreEdits& edits, EditOutcome&) {
+        edits.show(selection, places);
+    });
+    return true;
 }
 
 bool EditSession::reset()

@@ -6,6 +6,11 @@
 
 using nlohmann::json;
 
+std::string OperationText::of(const std::string& op, const VelOsgDBBrx::PointSelection& selection)
+{
+    return R"({"op":")" + op + R"(","points":)" + VelOsgDBBrx::selectionText(selection) + "}";
+}
+
 std::string OperationText::reset()
 {
     return R"({"op":"reset"})";

@@ -1,9 +1,14 @@
 #pragma once
 
+#include <VelOsgDBBrx/PointSelection.h>
+
 #include <string>
 
 /// Operations as journals keep them, JSON as scripts have it.
 namespace OperationText {
+
+/// An operation on selected points: "cull" or "uncull".
+std::string of(const std::string& op, const VelOsgDBBrx::PointSelection& selection);
 
 std::string reset();
 

@@ -3,6 +3,7 @@
 #include "cull/JournalledEdit.h"
 #include "cull/PointMarking.h"
 #include "cull/StoreProblems.h"
+#include "edit/SelectionAreas.h"
 #include "edit/StoreEdit.h"
 #include "session/OperationText.h"
 
@@ -19,6 +20,7 @@ using VelBrx::Status;
 using VelOsgDBBrx::CmdResult;
 using VelOsgDBBrx::EditJournalling;
 using VelOsgDBBrx::EditOutcome;
+using VelOsgDBBrx::PointSelection;
 
 namespace {
 
@@ -26,6 +28,16 @@ std::shared_ptr<EditJournal> openJournal(OctreeInfo& octree)
 {
     const std::lock_guard<std::mutex> guard(octree.pointFile->mutex);
     return octree.journal;
+}
+
+std::vector<osg::ref_ptr<OctreeInfo>> openClouds(const std::vector<SessionCloud>& clouds)
+{
+    std::vector<osg::ref_ptr<OctreeInfo>> octrees;
+    for (const SessionCloud& cloud : clouds) {
+        osg::ref_ptr<OctreeInfo> octree;
+        if (cloud.octree.lock(octree) && octree->pointFile) octrees.push_back(octree);
+    }
+    return octrees;
 }
 
 /// The state that a change of a store's journal, which is open, was made on.
@@ -73,8 +85,9 @@ JournalSteps readSteps(const std::vector<SessionStore>& stores)
 
 StoreEdits::StoreEdits(const std::vector<SessionCloud>& clouds, std::string author, int64_t newestOwn,
                        EditControl& control, EditOutcome& outcome)
-    : _author(std::move(author)), _control(control), _outcome(outcome), _stores(openStores(clouds)),
-      _steps(readSteps(_stores)), _newestOwn(newestOwn), _time(std::max(_steps.newestTime(), newestOwn))
+    : _author(std::move(author)), _control(control), _outcome(outcome), _clouds(openClouds(clouds)),
+      _stores(openStores(clouds)), _steps(readSteps(_stores)), _newestOwn(newestOwn),
+      _time(std::max(_steps.newestTime(), newestOwn))
 {
 }
 
@@ -123,6 +136,39 @@ bool StoreEdits::checkStore(OctreeInfo& octree)
     (opened.kind() == Status::Kind::IN_USE ? _outcome.isBusyElsewhere : _outcome.isNotJournalled) = true;
     refuse(opened.message());
     return false;
+}
+
+void StoreEdits::hide(const PointSelection& selection, const CloudPlaces& places)
+{
+    mark(selection, places, kHideMark, "cull");
+}
+
+void StoreEdits::show(const PointSelection& selection, const CloudPlaces& places)
+{
+    mark(selection, places, kShowMark, "uncull");
+}
+
+void StoreEdits::mark(const PointSelection& selection, const CloudPlaces& places, const PointMark& mark,
+                      const std::string& op)
+{
+    const SelectionAreas areas(selection);
+    if (!areas.status) return refuse(areas.status.message());
+    this->mark(
+        reach(areas, places, mark.ofHidden ? SelectionTest::Hidden::HIDDEN : SelectionTest::Hidden::VISIBLE),
+        mark, OperationText::of(op, selection));
+}
+
+/// The clouds that have cells in a selection.
+std::vector<StoreEdits::Target> StoreEdits::reach(const SelectionAreas& areas, const CloudPlaces& places,
+                                                  SelectionTest::Hidden hidden) const
+{
+    std::vector<Target> targets;
+    for (const osg::ref_ptr<OctreeInfo>& octree : _clouds) {
+        auto test = std::make_unique<SelectionTest>(areas, *octree, places.of(*octree), hidden);
+        std::vector<CellData*> cells = test->cells();
+        if (!cells.empty()) targets.push_back({octree, std::move(test), std::move(cells)});
+    }
+    return targets;
 }
 
 void StoreEdits::reset()

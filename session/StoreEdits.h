@@ -1,12 +1,15 @@
 #pragma once
 
+#include "edit/CloudPlaces.h"
 #include "edit/EditControl.h"
+#include "edit/SelectionTest.h"
 #include "session/JournalSteps.h"
 
 #include <VelBrx/EditJournal.h>
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/EditSession.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelOsgDBBrx/PointSelection.h>
 
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
@@ -17,7 +20,7 @@
 #include <string>
 #include <vector>
 
-class PointTest;
+class SelectionAreas;
 struct PointMark;
 namespace VelOsgDBBrx {
 struct CmdResult;
@@ -58,6 +61,11 @@ public:
     StoreEdits(const std::vector<SessionCloud>& clouds, std::string author, int64_t newestOwn,
                EditControl& control, VelOsgDBBrx::EditOutcome& outcome);
 
+    /// Hides the visible points of a selection, or shows the hidden ones. `places`: of the clouds, at the
+    /// call.
+    void hide(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places);
+    void show(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places);
+
     void reset();
     void undo();
     void redo();
@@ -87,6 +95,10 @@ private:
 
     VelBrx::EditDescription describe(const std::string& operation);
     bool checkStore(OctreeInfo& octree);
+    std::vector<Target> reach(const SelectionAreas& areas, const CloudPlaces& places,
+                              SelectionTest::Hidden hidden) const;
+    void mark(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places, const PointMark& mark,
+              const std::string& op);
     void mark(const std::vector<Target>& targets, const PointMark& mark, const std::string& operation);
     void edit(const std::vector<Target>& targets, const EditStore& editStore);
     void move(const std::vector<uint64_t>& states);
@@ -99,6 +111,7 @@ private:
     const std::string _author;
     EditControl& _control;
     VelOsgDBBrx::EditOutcome& _outcome;
+    const std::vector<osg::ref_ptr<OctreeInfo>> _clouds;
     const std::vector<SessionStore> _stores;
     const JournalSteps _steps; ///< when the operation began, of `_stores`
     const int64_t _newestOwn;

@@ -3,6 +3,7 @@
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelOsgDBBrx/PointSelection.h>
 
 #include <cstdint>
 #include <functional>
@@ -103,6 +104,12 @@ public:
     /// \name Operations
     /// Each returns false, and does nothing, while `isBusy`.
     /// @{
+
+    /// Hides the visible points of a selection, of all stores, whether their cells are loaded or not.
+    bool hide(const PointSelection& selection);
+
+    /// Brings the hidden points of a selection back, whoever hid them. Its undo hides them again.
+    bool show(const PointSelection& selection);
 
     /// Brings every hidden point of the stores back, whoever hid it and when; one step.
     bool reset();

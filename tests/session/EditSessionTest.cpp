@@ -1,0 +1,245 @@
+#include <VelOsgDBBrx/EditSession.h>
+
+#include "edit/StoreEdit.h"
+#include "loading/PointAttributes.h"
+#include "tests/support/CullScene.h"
+#include "tests/support/NoRoom.h"
+#include "tests/support/OtherEditor.h"
+#include "tests/support/ReadFile.h"
+
+#include <VelBrx/EditHistory.h>
+#include <VelOsgDBBrx/CellData.h>
+#include <VelOsgDBBrx/PCDataManager.h>
+
+#include <osg/MatrixTransform>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <random>
+#include <thread>
+
+using namespace VelOsgDBBrx;
+
+namespace {
+
+/// Three stores that stand about the world's origin: as they are, scaled, and turned. A session edits them.
+class EditSessionStory : public testing::Test
+{
+protected:
+    explicit EditSessionStory(int points = 6000)
+    {
+        for (unsigned i = 0; i < 3; ++i)
+            writeMarkedStore(folder, points, i + 1, nameOf(i));
+        open();
+    }
+
+    void TearDown() override { EXPECT_EQ(problems(), std::vector<std::string>()); }
+
+    static std::string nameOf(size_t store)
+    {
+        return std::string(1, static_cast<char>('a' + store)) + ".brx";
+    }
+
+    void open(const std::string& author = "anna")
+    {
+        close();
+        const osg::Matrixd places[] = {osg::Matrixd::translate(5, 0, 0),
+                                       osg::Matrixd::scale(0.5, 0.5, 0.5) * osg::Matrixd::translate(-9, 4, 0),
+                                       osg::Matrixd::rotate(0.7, osg::Vec3d(1, 2, 3))};
+        session = std::make_unique<EditSession>(author);
+        for (size_t i = 0; i < 3; ++i) {
+            stores.push_back(std::make_unique<LoadedStore>(folder.file(nameOf(i))));
+            osg::ref_ptr<osg::MatrixTransform> place = new osg::MatrixTransform(places[i]);
+            place->addChild(stores.back()->cloud);
+            scene->addChild(place);
+            std::string note;
+            const VelBrx::Status added = session->addCloud(*stores.back()->octree(), note);
+            EXPECT_TRUE(added) << added.message();
+            for (CellData* cell : allCells(*stores.back()->octree()))
+                if (cell->record.level != 1)
+                    leaves.push_back(PCDataManager::getInstance()->acquireNodeOrCreate(cell));
+        }
+    }
+
+    void close()
+    {
+        session.reset();
+        leaves.clear();
+        scene->removeChildren(0, scene->getNumChildren());
+        stores.clear();
+    }
+
+    /// Waits for an operation that was started.
+    EditOutcome done(bool started)
+    {
+        EXPECT_TRUE(started);
+        const EditOutcome outcome = session->wait();
+        EXPECT_TRUE(outcome.ok) << outcome.message;
+        return outcome;
+    }
+
+    EditOutcome refused(bool started)
+    {
+        EXPECT_TRUE(started);
+        const EditOutcome outcome = session->wait();
+        EXPECT_FALSE(outcome.ok);
+        EXPECT_EQ(outcome.points, 0u);
+        return outcome;
+    }
+
+    static PointSelection inSphere(const osg::Vec3d& center, double radius)
+    {
+        PointSelection selection;
+        selection.place = SpherePlace{center, radius};
+        return selection;
+    }
+
+    Bytes bytesOf(size_t store) const { return readFile(folder.file(nameOf(store))); }
+
+    /// All that can be seen of the stores.
+    std::vector<Bytes> state() const { return {bytesOf(0), bytesOf(1), bytesOf(2)}; }
+
+    /// Whether loaded cells show what the records say, and the journals fit the stores.
+    std::vector<std::string> problems() const
+    {
+        std::vector<std::string> found;
+        for (size_t i = 0; i < stores.size(); ++i) {
+            for (const std::string& line : VelBrx::verifyEdits(stores[i]->path))
+                found.push_back(line);
+            const LasRecords records(stores[i]->path);
+            std::vector<int> bits(records.size(), -1);
+            for (CellData* cell : allCells(*stores[i]->octree()))
+                if (const auto leaf = PCDataManager::getInstance()->acquireNode(cell->identifier))
+                    addLeafBits(leaf, bits);
+            for (size_t point = 0; point < bits.size(); ++point)
+                if (bits[point] >= 0 && bits[point] != (records.flags(point) & kHiddenBits)) {
+                    found.push_back(stores[i]->path + ": a loaded cell shows point " + std::to_string(point) +
+                                    " otherwise");
+                    break;
+                }
+        }
+        return found;
+    }
+
+    std::vector<std::string> operations() const
+    {
+        std::vector<std::string> names;
+        for (const EditStep& step : session->steps())
+            names.push_back(step.operation + (step.isDone ? "" : " undone"));
+        return names;
+    }
+
+    TempFolder folder;
+    const osg::ref_ptr<osg::Group> scene = new osg::Group;
+    std::vector<std::unique_ptr<LoadedStore>> stores;
+    std::vector<osg::ref_ptr<osg::Node>> leaves; ///< keeps cells loaded
+    std::unique_ptr<EditSession> session;        ///< ends before the stores
+};
+
+} // namespace
+
+TEST_F(EditSessionStory, AnEditOfCloudsThatStandApartIsOneStep)
+{
+    const osg::Vec3d center(-4, 3, 2);
+    constexpr double kRadius = 21;
+    std::vector<Bytes> expected;
+    uint64_t points = 0;
+    for (const auto& store : stores) {
+        LasRecords records(store->path);
+        const osg::Matrixd& place =
+            static_cast<osg::MatrixTransform*>(store->cloud->getParent(0))->getMatrix();
+        for (size_t i = 0; i < records.size(); ++i) {
+            const osg::Vec3d world = (records.position(i) - records.offset()) * place;
+            if ((world - center).length() > kRadius || (records.flags(i) & kHiddenBits)) continue;
+            records.flags(i) |= kCulledBit;
+            ++points;
+        }
+        expected.push_back(records.bytes());
+    }
+    const std::vector<Bytes> before = state();
+    const EditOutcome hidden = done(session->hide(inSphere(center, kRadius)));
+    EXPECT_EQ(hidden.operation, "hide");
+    EXPECT_EQ(hidden.points, points);
+    EXPECT_TRUE(state() == expected);
+    ASSERT_EQ(session->steps().size(), 1u);
+    EXPECT_EQ(session->steps()[0].points, points);
+    EXPECT_EQ(session->steps()[0].author, "anna");
+    EXPECT_EQ(problems(), std::vector<std::string>());
+
+    const EditOutcome undone = done(session->undo());
+    EXPECT_EQ(undone.operation, "undo hide");
+    EXPECT_EQ(undone.undone, "hide");
+    EXPECT_EQ(undone.points, points);
+    EXPECT_TRUE(state() == before);
+    EXPECT_EQ(problems(), std::vector<std::string>());
+    EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
+    EXPECT_EQ(done(session->redo()).redone, "hide");
+    EXPECT_TRUE(state() == expected);
+    EXPECT_EQ(done(session->redo()).message, "there is nothing to redo");
+
+    // What is brought back can be hidden again by undo; two stores have it.
+    const EditOutcome shown = done(session->show(inSphere({-14, 4, 0}, 9)));
+    EXPECT_GT(shown.points, 0u);
+    EXPECT_FALSE(state() == expected);
+    done(session->undo());
+    EXPECT_TRUE(state() == expected);
+    EXPECT_EQ(done(session->hide(inSphere({1e4, 0, 0}, 5))).points, 0u);
+    EXPECT_EQ(done(session->redo()).redone, "show") << "an edit of nothing is none";
+
+    session->removeCloud(*stores[0]->octree());
+    stores[2].reset();
+    leaves.clear();
+    scene->removeChild(2);
+    done(session->reset());
+    EXPECT_TRUE(bytesOf(0) != before[0] && bytesOf(2) != before[2]) << "no longer of the session";
+    EXPECT_FALSE(bytesOf(1) == before[1]);
+    stores.resize(2);
+}
+
+TEST_F(EditSessionStory, EveryStateIsReachedAgainInThisSessionAndTheNext)
+{
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto any = [&](double low, double high) {
+        return std::uniform_real_distribution<double>(low, high)(random);
+    };
+    std::map<int64_t, std::vector<Bytes>> kept = {{0, state()}}; // by the time of the step that led there
+    std::vector<int64_t> line = {0};                             // the steps that are in effect
+    size_t undone = 0;                                           // of them, at the end
+    for (int round = 0; round < 40; ++round) {
+        if (round % 10 == 9) open(round == 19 ? "bernd" : "anna");
+        const int what = static_cast<int>(random() % 8);
+        const PointSelection place = inSphere({any(-30, 30), any(-30, 30), any(-30, 30)}, any(5, 40));
+        if (what < 4) {
+            const uint64_t points = done(what < 2    ? session->hide(place)
+                                         : what == 2 ? session->show(place)
+                                                     : session->reset())
+                                        .points;
+            if (points == 0) continue;
+            line.resize(line.size() - std::exchange(undone, 0));
+            line.push_back(session->steps().back().time);
+            kept[line.back()] = state();
+        } else {
+            const bool isUndo = what < 7;
+            const EditOutcome outcome = done(isUndo ? session->undo() : session->redo());
+            const bool isNone = isUndo ? undone + 1 == line.size() : undone == 0;
+            ASSERT_EQ(isNone, outcome.undone.empty() && outcome.redone.empty()) << outcome.message;
+            if (!isNone) undone += isUndo ? 1 : -1;
+        }
+        ASSERT_TRUE(state() == kept[line[line.size() - 1 - undone]]) << "round " << round;
+    }
+    EXPECT_EQ(session->steps().size() + 1, kept.size());
+    EXPECT_EQ(problems(), std::vector<std::string>());
+    for (int i = 0; i < 12; ++i) {
+        const auto step = std::next(kept.begin(), static_cast<ptrdiff_t>(random() % kept.size()));
+        done(session->stepTo(step->first));
+        ASSERT_TRUE(state() == step->second) << "also a step of another branch";
+    }
+    while (!done(session->undo()).undone.empty())
+        ;
+    EXPECT_TRUE(state() == kept[0]);
+}
