@@ -1,17 +1,33 @@
 # Imported targets osg3::osg, osg3::osgUtil, ... over the variables of FindOpenSceneGraph.
 # Debian's OpenSceneGraph 3.6 ships no package configuration of its own.
-# Also read by the installed package, so that its users get the same targets.
-find_package(OpenGL REQUIRED COMPONENTS OpenGL)
-foreach(component osg osgDB osgGA osgUtil osgViewer OpenThreads)
-  if(NOT TARGET osg3::${component})
-    find_path(VELBRX_OSG_INCLUDE_DIR osg/Version REQUIRED)
-    find_library(VELBRX_${component}_LIBRARY ${component} REQUIRED)
-    mark_as_advanced(VELBRX_OSG_INCLUDE_DIR VELBRX_${component}_LIBRARY)
-    add_library(osg3::${component} UNKNOWN IMPORTED)
-    set_target_properties(osg3::${component} PROPERTIES
-      IMPORTED_LOCATION "${VELBRX_${component}_LIBRARY}"
-      INTERFACE_INCLUDE_DIRECTORIES "${VELBRX_OSG_INCLUDE_DIR}")
+# Also read by the installed package, so that its users get the same targets. What is not there is named in
+# VELBRX_OSG_MISSING; no target is made then.
+set(VELBRX_OSG_MISSING "")
+set(_velbrx_components osg osgDB osgGA osgUtil osgViewer OpenThreads)
+find_package(OpenGL QUIET COMPONENTS OpenGL)
+if(NOT TARGET OpenGL::GL)
+  set(VELBRX_OSG_MISSING "OpenGL")
+endif()
+find_path(VELBRX_OSG_INCLUDE_DIR osg/Version)
+if(NOT VELBRX_OSG_INCLUDE_DIR)
+  set(VELBRX_OSG_MISSING "osg/Version of OpenSceneGraph")
+endif()
+mark_as_advanced(VELBRX_OSG_INCLUDE_DIR)
+foreach(component IN LISTS _velbrx_components)
+  find_library(VELBRX_${component}_LIBRARY ${component})
+  mark_as_advanced(VELBRX_${component}_LIBRARY)
+  if(NOT VELBRX_${component}_LIBRARY)
+    set(VELBRX_OSG_MISSING "the library ${component} of OpenSceneGraph")
   endif()
+endforeach()
+if(VELBRX_OSG_MISSING OR TARGET osg3::osg)
+  return()
+endif()
+foreach(component IN LISTS _velbrx_components)
+  add_library(osg3::${component} UNKNOWN IMPORTED)
+  set_target_properties(osg3::${component} PROPERTIES
+    IMPORTED_LOCATION "${VELBRX_${component}_LIBRARY}"
+    INTERFACE_INCLUDE_DIRECTORIES "${VELBRX_OSG_INCLUDE_DIR}")
 endforeach()
 target_link_libraries(osg3::osg INTERFACE osg3::OpenThreads OpenGL::GL)
 target_link_libraries(osg3::osgDB INTERFACE osg3::osg)

@@ -24,23 +24,41 @@ else()
   target_compile_options(velbrx_options INTERFACE -Wno-unknown-pragmas)
 endif()
 
-# velbrx_headers(<name> HEADERS <include folder>): a library of installed headers alone.
+# What is promised to stay the same: below 1.0 a minor version, then a major one. Also what the CMake package promises.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(velbrx_abi_version ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  set(velbrx_compatibility SameMinorVersion)
+else()
+  set(velbrx_abi_version ${PROJECT_VERSION_MAJOR})
+  set(velbrx_compatibility SameMajorVersion)
+endif()
+
+# velbrx_headers(<name> HEADERS <include folder> EXPORT <export set>): a library of installed headers alone.
 function(velbrx_headers name)
-  cmake_parse_arguments(ARG "" "HEADERS" "" ${ARGN})
+  cmake_parse_arguments(ARG "" "HEADERS;EXPORT" "" ${ARGN})
   file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${ARG_HEADERS}/*.h)
   add_library(${name} INTERFACE)
   target_sources(${name} INTERFACE FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/include FILES ${headers})
   target_compile_features(${name} INTERFACE cxx_std_17)
   set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
-  install(TARGETS ${name} EXPORT VelOsgDBBrxTargets FILE_SET HEADERS)
+  velbrx_install_library(${name} ${ARG_EXPORT})
 endfunction()
 
-# velbrx_library(<name> NAMESPACE_FOLDER <include folder> DEPENDS <targets...>)
-# Declares a library of which <name> is the shared, installed form with hidden internals, and
-# <name>_internal a static form of the same object files whose internals tests may call.
+# velbrx_install_library(<name> <export set>): libraries for those who run programs, links and headers for those who
+# build some.
+function(velbrx_install_library name export)
+  if(VELBRX_INSTALL)
+    install(TARGETS ${name} EXPORT ${export}
+      LIBRARY COMPONENT runtime NAMELINK_COMPONENT development FILE_SET HEADERS COMPONENT development)
+  endif()
+endfunction()
+
+# velbrx_library(<name> HEADERS <include folder> EXPORT <export set> DEPENDS <targets...> INTERNAL_DEPENDS <targets...>)
+# Declares a library of which <name> is the installed form with hidden internals, shared unless BUILD_SHARED_LIBS is off,
+# and <name>_internal a static form of the same object files whose internals tests may call.
 # The folders add their sources with target_sources(<name>_objects PRIVATE ...).
 function(velbrx_library name)
-  cmake_parse_arguments(ARG "" "HEADERS" "DEPENDS;INTERNAL_DEPENDS" ${ARGN})
+  cmake_parse_arguments(ARG "" "HEADERS;EXPORT" "DEPENDS;INTERNAL_DEPENDS" ${ARGN})
   add_library(${name}_objects OBJECT)
   set_target_properties(${name}_objects PROPERTIES POSITION_INDEPENDENT_CODE ON
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
@@ -48,15 +66,17 @@ function(velbrx_library name)
   target_link_libraries(${name}_objects PUBLIC velbrx_options ${ARG_INTERNAL_DEPENDS})
 
   file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${ARG_HEADERS}/*.h)
-  add_library(${name} SHARED)
+  add_library(${name})
   add_library(VelOsgDBBrx::${name} ALIAS ${name})
   target_sources(${name} PRIVATE $<TARGET_OBJECTS:${name}_objects>
     PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/include FILES ${headers})
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR} VERIFY_INTERFACE_HEADER_SETS ON)
+    SOVERSION ${velbrx_abi_version} VERIFY_INTERFACE_HEADER_SETS ON)
   target_compile_features(${name} PUBLIC cxx_std_17)
+  target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
   target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE $<BUILD_INTERFACE:velbrx_options>)
-  install(TARGETS ${name} EXPORT VelOsgDBBrxTargets FILE_SET HEADERS)
+  velbrx_install_rpath(${name} ${CMAKE_INSTALL_LIBDIR})
+  velbrx_install_library(${name} ${ARG_EXPORT})
 
   add_library(${name}_internal STATIC $<TARGET_OBJECTS:${name}_objects>)
   set_target_properties(${name}_internal PROPERTIES LINKER_LANGUAGE CXX)
@@ -69,9 +89,11 @@ function(velbrx_program name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_compile_definitions(${name} PRIVATE VELBRX_VERSION="${PROJECT_VERSION}")
-  target_link_libraries(${name} PRIVATE velbrx_options ${ARG_DEPENDS})
-  install(TARGETS ${name})
+  target_link_libraries(${name} PRIVATE velbrx_options velbrx_commit ${ARG_DEPENDS})
+  velbrx_install_rpath(${name} ${CMAKE_INSTALL_BINDIR})
+  if(VELBRX_INSTALL)
+    install(TARGETS ${name} COMPONENT programs)
+  endif()
 endfunction()
 
 # velbrx_test(<name> SOURCES <files...> DEPENDS <targets...>): a GoogleTest program; every case is a CTest test. Its own

@@ -1,5 +1,6 @@
 #include "tools/Command.h"
 
+#include "terminal/Commit.h"
 #include "terminal/Text.h"
 
 #include <csignal>
@@ -48,7 +49,7 @@ int main(int argc, char** argv)
 {
     std::signal(SIGXFSZ, SIG_IGN); // writing beyond the limit of a file's size then fails like a full disk
     CLI::App app("Builds, checks and describes octree stores of laser-scan points.", "brx");
-    app.set_version_flag("--version", "brx " VELBRX_VERSION);
+    app.set_version_flag("--version", versionLine("brx"));
     app.require_subcommand(1);
     addBuildCommand(app);
     addExportCommand(app);

@@ -1,3 +1,4 @@
+#include "terminal/Commit.h"
 #include "viewer/picture/PictureView.h"
 #include "viewer/picture/Render.h"
 #include "viewer/scene/Options.h"
@@ -85,7 +86,7 @@ int main(int argc, char** argv)
     osg::ApplicationUsage* usage = arguments.getApplicationUsage();
     describeOptions(*usage);
     if (arguments.read("--version")) {
-        std::puts("brxview " VELBRX_VERSION);
+        std::puts(versionLine("brxview").c_str());
         return 0;
     }
     if (arguments.read("-h") || arguments.read("--help")) {

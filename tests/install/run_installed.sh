@@ -28,6 +28,12 @@ done
 "$examples/read_cell/read_cell" "$scratch/survey.brx" | tee "$scratch/points"
 grep -qE '^[1-9][0-9]* of 20000 points' "$scratch/points"
 
+# A host without OpenSceneGraph; the package says what is missing where it was not asked to fail.
+"$examples/stores/stores" "$scratch/survey.brx" | grep -q "0 hidden, "
+if PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags vel_octree_brx | grep -q OpenThreads; then exit 1; fi
+mkdir "$scratch/moved" && cp -r "$prefix" "$scratch/moved/away"
+PKG_CONFIG_PATH="$scratch/moved/away/lib/pkgconfig" pkg-config --variable=libdir vel_osgdb_brx | grep -q "^$scratch/moved/away/lib"
+
 # Any OSG program opens a store through the installed plugin.
 plugins=$(find "$prefix" -name 'osgdb_brx.so' -printf '%h\n')
 OSG_LIBRARY_PATH="$plugins" LD_LIBRARY_PATH="$prefix/lib" OSG_RUN_FRAME_COUNT=5 \
