@@ -25,7 +25,7 @@ set(layers
   "session|category cull edit loading lod osgutils store store/io store/journal"
   "registry|category loading lod osgutils render store store/normals"
   "headless|"
-  "terminal|"
+  "terminal|store"
   "viewer/display|render"
   "viewer/scene|viewer/display terminal headless lod loading registry render store store/io store/builder store/normals"
   "viewer/edit|terminal viewer/display viewer/scene category cull edit lod render store/journal"
@@ -33,11 +33,11 @@ set(layers
   "viewer/window|terminal viewer/display viewer/scene viewer/edit viewer/operation headless lod render store"
   "viewer/picture|viewer/display viewer/scene viewer/window headless lod"
   "viewer/script|terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
-  "viewer|viewer/display viewer/scene viewer/window viewer/picture viewer/script"
+  "viewer|terminal viewer/display viewer/scene viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
   "tools|terminal store store/io store/builder store/export store/journal store/normals store/sample")
 # These use each other's exported headers alone.
-set(exported_only render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
+set(exported_only terminal>store render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>category viewer/edit>store/journal viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
