@@ -15,7 +15,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <cmath>
 #include <map>
 #include <memory>
 #include <random>
@@ -46,7 +46,7 @@ protected:
     void open(const std::string& author = "anna")
     {
         close();
-        const osg::Matrixd places[] = {osg::Matrixd::translate(5, 0, 0),
+        const osg::Matrixd places[] = {osg::Matrixd::translate(60, 0, 0),
                                        osg::Matrixd::scale(0.5, 0.5, 0.5) * osg::Matrixd::translate(-9, 4, 0),
                                        osg::Matrixd::rotate(0.7, osg::Vec3d(1, 2, 3))};
         session = std::make_unique<EditSession>(author);
@@ -242,4 +242,167 @@ TEST_F(EditSessionStory, EveryStateIsReachedAgainInThisSessionAndTheNext)
     while (!done(session->undo()).undone.empty())
         ;
     EXPECT_TRUE(state() == kept[0]);
+}
+
+TEST_F(EditSessionStory, WhatIsCancelledIsTakenBackWholeAndIsNoStep)
+{
+    done(session->hide(inSphere({0, 0, 0}, 30)));
+    const int64_t first = session->steps().back().time;
+    done(session->hide(inSphere({9, 0, 0}, 40)));
+    done(session->undo());
+    const std::vector<Bytes> before = state();
+    const auto journalSize = [&] {
+        uint64_t size = 0;
+        for (const auto& store : stores)
+            size += std::filesystem::file_size(VelBrx::journalPath(store->path));
+        return size;
+    };
+    size_t broken = 0;    // cancelled before anything was done
+    size_t takenBack = 0; // cancelled when a store was done
+    const auto cancelAt = [&](bool started, double progress) {
+        EXPECT_TRUE(started);
+        const uint64_t size = journalSize();
+        while (!session->hasOutcome() && session->progress() < progress)
+            std::this_thread::yield();
+        session->cancel();
+        const EditOutcome outcome = session->wait();
+        EXPECT_TRUE(outcome.ok) << outcome.message;
+        EXPECT_NE(outcome.isCancelled, outcome.points > 0);
+        if (!outcome.isCancelled) return true;
+        EXPECT_TRUE(state() == before) << outcome.operation << " at " << progress;
+        (journalSize() > size ? takenBack : broken) += 1;
+        return false;
+    };
+    size_t added = 0;
+    for (double round = 0; round < 1 || (broken == 0 && round < 9); round += 0.07) {
+        const double progress = std::fmod(round, 1);
+        if (cancelAt(session->hide(PointSelection()), progress)) {
+            ++added;
+            done(session->undo());
+        }
+        if (cancelAt(session->reset(), progress)) {
+            ++added;
+            done(session->undo());
+        }
+        if (cancelAt(session->undo(), progress)) done(session->redo());
+        if (cancelAt(session->redo(), progress)) done(session->undo());
+        if (cancelAt(session->stepTo(0), progress)) done(session->stepTo(first));
+        ASSERT_TRUE(state() == before) << "at " << progress;
+        EXPECT_EQ(session->steps().size(), 2 + added);
+    }
+    EXPECT_GT(broken, 0u);
+    EXPECT_GT(takenBack, 5u);
+    open();
+    EXPECT_EQ(session->steps().size(), 2 + added) << "nor in the next session";
+    EXPECT_GT(done(session->redo()).points, 0u) << "what can be done again stays";
+    done(session->undo());
+    EXPECT_TRUE(state() == before);
+}
+
+TEST_F(EditSessionStory, AnEditThatOneStoreRefusesChangesNoStore)
+{
+    const std::vector<Bytes> before = state();
+    {
+        const OtherEditor other(stores[2]->path);
+        ASSERT_TRUE(other.edits());
+        const EditOutcome busy = refused(session->hide(PointSelection()));
+        EXPECT_TRUE(busy.isBusyElsewhere);
+        EXPECT_NE(busy.message.find("c.brx: is being edited by"), std::string::npos) << busy.message;
+        EXPECT_TRUE(state() == before);
+        EXPECT_GT(done(session->hide(inSphere({112, 0, 0}, 20))).points, 0u) << "of another store";
+        done(session->undo());
+    }
+    EXPECT_FALSE(refused(session->hide(inSphere({0, 0, 0}, -1))).message.empty());
+
+    // The journal of the second store is longer than that of the first, and finds no room.
+    EditSession second("clara");
+    std::string note;
+    ASSERT_TRUE(second.addCloud(*stores[1]->octree(), note));
+    for (int i = 0; i < 8; ++i) {
+        ASSERT_TRUE(second.hide(inSphere({-9, 4, 0}, 5.0 + i)));
+        EXPECT_GT(second.wait().points, 0u);
+    }
+    const std::vector<Bytes> edited = state();
+    {
+        const NoRoom noRoom(std::filesystem::file_size(VelBrx::journalPath(stores[1]->path)));
+        const EditOutcome full = refused(session->hide(PointSelection()));
+        EXPECT_TRUE(full.isNotJournalled);
+        EXPECT_NE(full.message.find("b.brx.edits"), std::string::npos) << full.message;
+        EXPECT_TRUE(state() == edited) << "the first store was done and is taken back";
+    }
+    EXPECT_EQ(session->steps().size(), 9u);
+    EXPECT_EQ(done(session->undo()).undone, "hide") << "that of the other session";
+
+    std::filesystem::rename(stores[2]->path, folder.file("away.brx"));
+    std::filesystem::copy(folder.file("away.brx"), stores[2]->path);
+    EXPECT_NE(refused(session->hide(PointSelection())).message.find("is no longer the file"),
+              std::string::npos);
+    std::filesystem::rename(folder.file("away.brx"), stores[2]->path);
+    EXPECT_GT(done(session->hide(PointSelection())).points, 0u);
+}
+
+TEST_F(EditSessionStory, OwnStepsTakeTheirTurnAndOutcomesComeInOrder)
+{
+    std::vector<std::string> calls;
+    const auto addOwn = [&](const std::string& name) {
+        const bool added = session->addOwnStep(
+            name, [&calls, name] { calls.push_back("undo " + name); },
+            [&calls, name] { calls.push_back("redo " + name); });
+        EXPECT_TRUE(added);
+    };
+    using Names = std::vector<std::string>;
+    const std::vector<Bytes> before = state();
+    addOwn("select");
+    done(session->hide(inSphere({0, 0, 0}, 10)));
+    const std::vector<Bytes> hidden = state();
+    addOwn("segment");
+    const EditOutcome undone = done(session->undo());
+    EXPECT_TRUE(undone.isOwn);
+    EXPECT_EQ(undone.operation, "undo segment");
+    EXPECT_TRUE(state() == hidden);
+    EXPECT_EQ(done(session->undo()).undone, "hide");
+    EXPECT_EQ(done(session->undo()).undone, "select");
+    EXPECT_EQ(done(session->undo()).message, "there is nothing to undo");
+    EXPECT_EQ(calls, (Names{"undo segment", "undo select"}));
+    for (const char* name : {"select", "hide", "segment", ""})
+        EXPECT_EQ(done(session->redo()).redone, name);
+    EXPECT_TRUE(state() == hidden);
+    const std::vector<EditStep> steps = session->steps();
+    ASSERT_EQ(steps.size(), 3u);
+    calls.clear();
+    done(session->stepTo(steps[0].time));
+    EXPECT_EQ(calls, (Names{"undo segment"}));
+    EXPECT_TRUE(state() == before);
+    done(session->undoAll());
+    done(session->stepTo(steps[2].time));
+    EXPECT_EQ(calls, (Names{"undo segment", "undo select", "redo select", "redo segment"}));
+    EXPECT_TRUE(state() == hidden);
+    done(session->undo());
+    done(session->undo());
+    addOwn("line"); // a new branch
+    EXPECT_EQ(done(session->redo()).message, "there is nothing to redo");
+    EXPECT_EQ(operations().back(), "line");
+
+    // The callback starts the next operation itself.
+    std::vector<std::string> outcomes;
+    std::thread::id thread;
+    session->setCallback([&, session = session.get()](const EditOutcome& outcome) {
+        EXPECT_TRUE(outcomes.empty() || thread == std::this_thread::get_id());
+        thread = std::this_thread::get_id();
+        EXPECT_FALSE(session->isBusy());
+        outcomes.push_back(outcome.operation);
+        if (outcomes.size() == 1) session->hide(inSphere({0, 0, 0}, 20));
+        if (outcomes.size() == 2) session->undo();
+        if (outcomes.size() == 3) session->undoAll();
+    });
+    EXPECT_TRUE(session->reset());
+    EXPECT_EQ(session->wait().operation, "undo all");
+    EXPECT_FALSE(session->poll());
+    EXPECT_EQ(outcomes, (Names{"reset", "hide", "undo hide", "undo all"}));
+    EXPECT_NE(thread, std::this_thread::get_id());
+    EXPECT_TRUE(state() == before);
+    outcomes = {"", "", "", ""};
+    EXPECT_TRUE(session->hide(inSphere({0, 0, 0}, 20)));
+    session.reset();
+    EXPECT_EQ(outcomes.back(), "hide") << "the end of a session waits";
 }
