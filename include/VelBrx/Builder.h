@@ -2,6 +2,7 @@
 
 #include <VelBrx/BuildProgress.h>
 #include <VelBrx/Export.h>
+#include <VelBrx/KeptEdits.h>
 #include <VelBrx/Status.h>
 
 #include <atomic>
@@ -28,15 +29,6 @@ struct BuildOptions
     uint64_t storeId = 0;
     std::function<void(const BuildProgress&)> progress; ///< called on the thread that called `buildStore`
     const std::atomic<bool>* cancel = nullptr; ///< set by the caller: the build ends soon and leaves nothing
-};
-
-/// What became of the edits of a store that was replaced.
-struct KeptEdits
-{
-    uint64_t edits = 0;      ///< in the new store's journal
-    uint64_t points = 0;     ///< edited points of the old store
-    uint64_t lostEdits = 0;  ///< edits none of whose points is in the new store
-    uint64_t lostPoints = 0; ///< edited points that are not in the new store
 };
 
 struct BuildReport

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <VelBrx/AsBuilt.h>
-#include <VelBrx/Builder.h>
 #include <VelBrx/EditHistory.h>
 #include <VelBrx/EditJournal.h>
+#include <VelBrx/KeptEdits.h>
 #include <VelBrx/StoreInfo.h>
 
 #include "store/io/ParallelRun.h"
