@@ -1,9 +1,12 @@
 // A cull of four million points, half of them under the polygon, against its limit: bare loops that
 // transform, divide, look up the mask and mark, over the same mapped records on as many threads as the
-// command takes.
+// command takes. Selections without a camera stand beside the screen polygon's test.
 
 #include "bench/RatioReporter.h"
 
+#include "cull/PointMarking.h"
+#include "edit/RecordScreenTest.h"
+#include "edit/SelectionTest.h"
 #include "loading/PointRecords.h"
 #include "tests/support/TempFolder.h"
 
@@ -17,7 +20,9 @@
 #include <benchmark/benchmark.h>
 #include <osg/Viewport>
 
+#include <cmath>
 #include <cstring>
+#include <functional>
 #include <random>
 
 using namespace VelOsgDBBrx;
@@ -227,6 +232,105 @@ void blockedLoop(benchmark::State& state)
     bareLoop(state, markInBlocks);
 }
 
+/// The test of a screen polygon, by the mask alone.
+class UnderMask : public PointTest
+{
+public:
+    explicit UnderMask(const Scene& scene)
+        : _octree(*scene.octree), _mask(new PolygonMaskTool, scene.polygon, kWidth, kHeight),
+          _test(_octree.scale, scene.vpw, {}, _mask, false)
+    {
+    }
+    std::vector<CellData*> cells() const override { return allCells(_octree); }
+    void test(const uint8_t* records, int count, const uint8_t*, uint8_t* accepted) const override
+    {
+        _test.test(records, count, accepted);
+    }
+    bool readsClasses() const override { return false; }
+
+private:
+    const OctreeInfo& _octree;
+    const ScreenMask _mask;
+    const RecordScreenTest _test;
+};
+
+/// Finds what a test reaches as edits do.
+void find(const Scene& scene, const PointTest& test, benchmark::State& state)
+{
+    uint64_t found = 0;
+    const bool readsClasses = test.readsClasses();
+    for (auto _ : state) {
+        const std::vector<CellData*> cells = test.cells();
+        const int count = static_cast<int>(cells.size());
+#pragma omp parallel for schedule(static) num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))        \
+    reduction(+ : found)
+        for (int i = 0; i < count; ++i)
+            forEachRun(*scene.octree, *cells[i], [&](const uint8_t* records, int64_t points, uint32_t) {
+                uint8_t classes[kMarkChunk];
+                uint16_t places[kMarkChunk];
+                for (int64_t done = 0; done < points; done += kMarkChunk) {
+                    const uint8_t* chunk = records + done * kRecordSize;
+                    const int length = static_cast<int>(std::min<int64_t>(kMarkChunk, points - done));
+                    for (int k = 0; readsClasses && k < length; ++k)
+                        classes[k] = chunk[k * kRecordSize + kClassByte];
+                    found += findMarked(chunk, length, classes, test, kHideMark, places);
+                }
+            });
+    }
+    benchmark::DoNotOptimize(found);
+    state.SetItemsProcessed(state.iterations() * kCells * kPointsPerCell);
+}
+
+void findUnderMask(benchmark::State& state)
+{
+    const Scene scene;
+    find(scene, UnderMask(scene), state);
+}
+
+void findSelection(benchmark::State& state, const PointSelection& selection)
+{
+    const Scene scene;
+    const SelectionAreas areas(selection);
+    if (!areas.status) return state.SkipWithError(areas.status.message().c_str());
+    find(scene, SelectionTest(areas, *scene.octree, osg::Matrixd(), SelectionTest::Hidden::VISIBLE), state);
+}
+
+/// A prism of many vertices whose border runs through most cells.
+MapPlace leaf(int vertices)
+{
+    MapPlace place;
+    for (int i = 0; i < vertices; ++i) {
+        const double angle = i * 2 * M_PI / vertices;
+        const double reach = 0.75 + 0.25 * std::cos(40 * angle);
+        place.polygon.emplace_back(100 + 100 * reach * std::cos(angle), 50 + 50 * reach * std::sin(angle));
+    }
+    return place;
+}
+
+PointSelection placed(const decltype(PointSelection::place)& place)
+{
+    PointSelection selection;
+    selection.place = place;
+    return selection;
+}
+
+PointSelection ofClasses(PointSelection selection)
+{
+    selection.attributes.classes.reset(7);
+    selection.attributes.intensity.high = 60000;
+    return selection;
+}
+
+/// A pair of the table.
+void beside(const std::string& name, const PointSelection& selection)
+{
+    benchmark::RegisterBenchmark(("find " + name + ", beside a screen polygon/ours").c_str(),
+                                 [selection](benchmark::State& state) { findSelection(state, selection); })
+        ->UseRealTime();
+    benchmark::RegisterBenchmark(("find " + name + ", beside a screen polygon/limit").c_str(), findUnderMask)
+        ->UseRealTime();
+}
+
 } // namespace
 
 BENCHMARK(cull)->Name("cull points, loop point by point/ours")->UseRealTime();
@@ -238,5 +342,10 @@ BENCHMARK(cull)->Name("cull points, with a journal, beside without/limit")->UseR
 
 int main(int argc, char** argv)
 {
+    beside("in a prism", placed(MapPlace{{{-1, -1}, {101, -1}, {99, 101}, {-1, 101}}, {}}));
+    beside("in a prism of 4000 vertices", placed(leaf(4000)));
+    beside("in a prism, by class and intensity", ofClasses(placed(leaf(100))));
+    beside("in a box", placed(BoxPlace{{5, 5, 2}, {195, 95, 8}}));
+    beside("in a sphere", placed(SpherePlace{{100, 50, 5}, 80}));
     return runBenchmarks(argc, argv);
 }

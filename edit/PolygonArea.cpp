@@ -4,13 +4,14 @@
 
 #include <cfloat>
 #include <cmath>
+#include <utility>
 
 namespace {
 
 constexpr int kBlock = RecordBlock::kSize;
 constexpr int kFewestFields = 128; ///< along an axis
-constexpr int kMostFields = 1024;  ///< a field a byte: the grid stays in the processor's cache
-constexpr uint64_t kMostInRows = uint64_t{1} << 25;
+constexpr int kMostFields = 1024;  ///< the grid stays in the processor's cache, and numbers of runs are small
+constexpr uint64_t kMostInRows = uint64_t{1} << 22;
 
 } // namespace
 
@@ -51,12 +52,14 @@ PolygonArea::PolygonArea(const std::vector<osg::Vec2d>& polygon)
         _y.high = i ? std::max(_y.high, a.y()) : a.y();
     }
     divide();
-    _fields.resize(static_cast<size_t>(_x.count) * _y.count + 1, Cover::NONE);
-    _rows.resize(_y.count);
+    std::vector<std::vector<Passage>> rows(_y.count);
     for (uint32_t edge = 0; edge < _edges.size(); ++edge)
-        markEdge(edge);
+        for (int row = _y.firstAt(_edges[edge].low.y()), last = _y.lastAt(_edges[edge].high.y()); row <= last;
+             ++row)
+            rows[row].push_back(passage(edge, row));
+    _fields.resize(static_cast<size_t>(_x.count) * _y.count + 1, kOutside);
     for (int row = 0; row < _y.count; ++row)
-        fillRow(row);
+        fillRow(row, rows[row]);
 }
 
 /// The more edges, the finer the grid; fewer rows where many edges run through many of them.
@@ -78,50 +81,72 @@ uint64_t PolygonArea::edgesInRows() const
     return sum;
 }
 
-/// Marks the fields that the edge runs through or may, and lists it in their rows.
-void PolygonArea::markEdge(uint32_t index)
+/// The columns where the edge runs through the row, or may.
+PolygonArea::Passage PolygonArea::passage(uint32_t index, int row) const
 {
     const Edge& edge = _edges[index];
-    const bool isLevel = edge.low.y() == edge.high.y();
     const auto [left, right] = std::minmax({edge.low.x(), edge.high.x()});
-    for (int row = _y.firstAt(edge.low.y()), last = _y.lastAt(edge.high.y()); row <= last; ++row) {
-        double from = left;
-        double to = right;
-        if (!isLevel) {
-            const double lower = std::max(edge.low.y(), _y.border(row - _y.slack));
-            const double upper = std::min(edge.high.y(), _y.border(row + 1 + _y.slack));
-            const auto [a, b] = std::minmax({edge.crossingAt(lower), edge.crossingAt(upper)});
-            from = std::max(from, a);
-            to = std::min(to, b);
-        }
-        for (int column = _x.firstAt(from), end = _x.lastAt(to); column <= end; ++column)
-            field(column, row) = Cover::SOME;
-        _rows[row].push_back(index);
-    }
+    if (edge.low.y() == edge.high.y()) return {index, _x.firstAt(left), _x.lastAt(right)};
+    const double lower = std::max(edge.low.y(), _y.border(row - _y.slack));
+    const double upper = std::min(edge.high.y(), _y.border(row + 1 + _y.slack));
+    const auto [from, to] = std::minmax(
+        {std::clamp(edge.crossingAt(lower), left, right), std::clamp(edge.crossingAt(upper), left, right)});
+    return {index, _x.firstAt(from), _x.lastAt(to)};
 }
 
-/// Decides the fields that no edge runs through by their middles.
-void PolygonArea::fillRow(int row)
+/// Decides the fields that no edge runs through by their middles, and makes runs of the others.
+void PolygonArea::fillRow(int row, const std::vector<Passage>& passages)
 {
+    Field* fields = &_fields[static_cast<size_t>(row) * _x.count];
     const double y = _y.border(row + 0.5);
     std::vector<double> crossings;
-    for (const uint32_t edge : _rows[row])
-        if ((_edges[edge].low.y() > y) != (_edges[edge].high.y() > y))
-            crossings.push_back(_edges[edge].crossingAt(y));
+    for (const Passage& passage : passages) {
+        const Edge& edge = _edges[passage.edge];
+        if (edge.low.y() <= y && y < edge.high.y()) crossings.push_back(edge.crossingAt(y));
+        std::fill(fields + passage.firstColumn, fields + passage.lastColumn + 1, kRuns);
+    }
     std::sort(crossings.begin(), crossings.end());
     size_t passed = 0;
     for (int column = 0; column < _x.count; ++column) {
         const double x = _x.border(column + 0.5);
         while (passed < crossings.size() && crossings[passed] <= x)
             ++passed;
-        if (field(column, row) == Cover::NONE && (crossings.size() - passed) % 2)
-            field(column, row) = Cover::ALL;
+        if (fields[column] != kRuns) fields[column] = (crossings.size() - passed) % 2 ? kInside : kOutside;
+    }
+    addRuns(fields, passages);
+}
+
+/// Numbers the runs of a row, and sorts its edges by them.
+void PolygonArea::addRuns(Field* fields, const std::vector<Passage>& passages)
+{
+    const size_t firstRun = _runs.size();
+    _firstRuns.push_back(static_cast<uint32_t>(firstRun));
+    for (int column = 0; column < _x.count; ++column) {
+        if (fields[column] < kRuns) continue;
+        if (column == 0 || fields[column - 1] < kRuns) _runs.emplace_back();
+        fields[column] = static_cast<Field>(kRuns + _runs.size() - 1 - firstRun);
+        _runs.back().isInsideBehind = column + 1 < _x.count && fields[column + 1] == kInside;
+    }
+    const auto runOf = [&](const Passage& passage) -> Run& {
+        return _runs[firstRun + fields[passage.firstColumn] - kRuns];
+    };
+    for (const Passage& passage : passages)
+        ++runOf(passage).edgeCount;
+    auto first = static_cast<uint32_t>(_runEdges.size());
+    _runEdges.resize(_runEdges.size() + passages.size());
+    for (size_t run = firstRun; run < _runs.size(); ++run) {
+        _runs[run].firstEdge = first;
+        first += std::exchange(_runs[run].edgeCount, 0);
+    }
+    for (const Passage& passage : passages) {
+        Run& run = runOf(passage);
+        _runEdges[run.firstEdge + run.edgeCount++] = _edges[passage.edge];
     }
 }
 
-/// The places of the fields that the points are in.
+/// Where in the grid the fields are that the points are in.
 VELBRX_VECTOR_CLONES
-void PolygonArea::lookUp(const double* x, const double* y, int32_t* fields) const
+void PolygonArea::lookUp(const double* x, const double* y, int32_t* places) const
 {
     const Axis columns = _x;
     const Axis rows = _y;
@@ -136,34 +161,42 @@ void PolygonArea::lookUp(const double* x, const double* y, int32_t* fields) cons
         const double row = std::min((y[i] - rows.low) * rows.perUnit, lastRow);
         const int32_t place =
             static_cast<int32_t>(in ? row : 0.0) * pitch + static_cast<int32_t>(in ? column : 0.0);
-        fields[i] = in ? place : beyond;
+        places[i] = in ? place : beyond;
     }
 }
 
 void PolygonArea::test(const double* x, const double* y, uint8_t* inside) const
 {
-    int32_t fields[kBlock];
-    lookUp(x, y, fields);
-    bool isOpen = false;
+    int32_t places[kBlock];
+    lookUp(x, y, places);
+    const Field* fields = _fields.data();
+    int open[kBlock];
+    int openCount = 0;
     for (int i = 0; i < kBlock; ++i) {
-        const Cover cover = _fields[fields[i]];
-        inside[i] = static_cast<uint8_t>(cover);
-        isOpen |= cover == Cover::SOME;
+        const Field field = fields[places[i]];
+        inside[i] = field == kInside;
+        open[openCount] = i;
+        openCount += field >= kRuns;
     }
-    if (!isOpen) return;
-    for (int i = 0; i < kBlock; ++i)
-        if (inside[i] == static_cast<uint8_t>(Cover::SOME))
-            inside[i] = isInside(x[i], y[i], fields[i] / _x.count);
+    for (int k = 0; k < openCount; ++k) {
+        const int i = open[k];
+        inside[i] = isInside(x[i], y[i], places[i]);
+    }
 }
 
-bool PolygonArea::isInside(double x, double y, int row) const
+bool PolygonArea::isInside(double x, double y, int32_t place) const
 {
-    bool odd = false;
-    for (const uint32_t index : _rows[row]) {
-        const Edge& edge = _edges[index];
-        if (edge.low.y() <= y && y < edge.high.y() && x < edge.crossingAt(y)) odd = !odd;
-    }
+    const Run& run = _runs[_firstRuns[place / _x.count] + _fields[place] - kRuns];
+    const Edge* edges = &_runEdges[run.firstEdge];
+    bool odd = run.isInsideBehind;
+    for (uint32_t i = 0; i < run.edgeCount; ++i)
+        if (edges[i].low.y() <= y && y < edges[i].high.y() && x < edges[i].crossingAt(y)) odd = !odd;
     return odd;
+}
+
+PolygonArea::Cover PolygonArea::coverOf(Field field)
+{
+    return field == kOutside ? Cover::NONE : field == kInside ? Cover::ALL : Cover::SOME;
 }
 
 PolygonArea::Cover PolygonArea::cover(const osg::Vec2d& low, const osg::Vec2d& high) const
@@ -173,12 +206,13 @@ PolygonArea::Cover PolygonArea::cover(const osg::Vec2d& low, const osg::Vec2d& h
     const bool leaves = low.x() < _x.low || high.x() > _x.high || low.y() < _y.low || high.y() > _y.high;
     const int left = _x.firstAt(low.x());
     const int right = _x.lastAt(high.x());
-    const Cover first = _fields[static_cast<size_t>(_y.firstAt(low.y())) * _x.count + left];
-    if (first == Cover::SOME || (leaves && first == Cover::ALL)) return Cover::SOME;
-    for (int row = _y.firstAt(low.y()), last = _y.lastAt(high.y()); row <= last; ++row) {
+    const int bottom = _y.firstAt(low.y());
+    const Field first = _fields[static_cast<size_t>(bottom) * _x.count + left];
+    if (leaves && first == kInside) return Cover::SOME;
+    for (int row = bottom, top = _y.lastAt(high.y()); first < kRuns && row <= top; ++row) {
         const auto fields = _fields.begin() + static_cast<ptrdiff_t>(row) * _x.count;
-        if (std::any_of(fields + left, fields + right + 1, [first](Cover f) { return f != first; }))
+        if (std::any_of(fields + left, fields + right + 1, [first](Field f) { return f != first; }))
             return Cover::SOME;
     }
-    return first;
+    return coverOf(first);
 }

@@ -57,17 +57,43 @@ private:
         double border(double field) const;
     };
 
+    /// Neighbours in a row that edges run through: in this row an edge that runs through one of
+    /// them runs through no others. The field to the right of them is all inside or all outside.
+    struct Run
+    {
+        uint32_t firstEdge = 0; ///< in `_runEdges`
+        uint32_t edgeCount = 0;
+        bool isInsideBehind = false;
+    };
+
+    /// An edge in a row.
+    struct Passage
+    {
+        uint32_t edge;
+        int firstColumn;
+        int lastColumn;
+    };
+
+    /// `kOutside`, `kInside`, or from `kRuns` on the run of the row that the field is in.
+    using Field = uint16_t;
+    static constexpr Field kOutside = 0;
+    static constexpr Field kInside = 1;
+    static constexpr Field kRuns = 2;
+
     void divide();
     uint64_t edgesInRows() const;
-    void markEdge(uint32_t edge);
-    void fillRow(int row);
-    Cover& field(int column, int row) { return _fields[static_cast<size_t>(row) * _x.count + column]; }
-    void lookUp(const double* x, const double* y, int32_t* fields) const;
-    bool isInside(double x, double y, int row) const;
+    Passage passage(uint32_t edge, int row) const;
+    void fillRow(int row, const std::vector<Passage>& passages);
+    void addRuns(Field* fields, const std::vector<Passage>& passages);
+    static Cover coverOf(Field field);
+    void lookUp(const double* x, const double* y, int32_t* places) const;
+    bool isInside(double x, double y, int32_t place) const;
 
     std::vector<Edge> _edges;
     Axis _x;
     Axis _y;
-    std::vector<Cover> _fields; ///< rows from the smallest y, and one more for all beyond the bounds
-    std::vector<std::vector<uint32_t>> _rows; ///< the edges that run through each
+    std::vector<Field> _fields;       ///< rows from the smallest y, and one more for all beyond the bounds
+    std::vector<uint32_t> _firstRuns; ///< of each row, in `_runs`
+    std::vector<Run> _runs;
+    std::vector<Edge> _runEdges;
 };

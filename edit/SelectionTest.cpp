@@ -15,40 +15,55 @@ namespace PointRecord = VelBrx::PointRecord;
 constexpr double kAngleStep = 0.006; ///< degrees a step of a record's scan angle
 
 template <class T, size_t kAt>
-double number(const uint8_t* record)
+auto number(const uint8_t* record)
 {
     T value;
     std::memcpy(&value, record + kAt, sizeof value);
-    return static_cast<double>(value);
+    return +value; // small whole numbers as int
 }
 
-double returnNumber(const uint8_t* record)
+int returnNumber(const uint8_t* record)
 {
     return record[PointRecord::kReturns] & 0x0F;
 }
 
-double numberOfReturns(const uint8_t* record)
+int numberOfReturns(const uint8_t* record)
 {
     return record[PointRecord::kReturns] >> 4;
 }
 
-template <double (*read)(const uint8_t*), class Range>
+/// `read` gives a field of a record; the range is compared as numbers of its type.
+template <auto read, class Range>
 void keepInRange(const Range& range, const uint8_t* records, int count, uint8_t* accepted)
 {
-    const double low = range.low;
-    const double high = range.high;
+    using Number = decltype(read(records));
+    const auto low = static_cast<Number>(range.low);
+    const auto high = static_cast<Number>(range.high);
     for (int i = 0; i < count; ++i) {
-        const double value = read(records + i * kRecordSize);
+        const Number value = read(records + i * kRecordSize);
         accepted[i] &= (value >= low) & (value <= high);
     }
+}
+
+/// The whole numbers of a range, in what an `int` holds.
+ValueRange wholeNumbers(const ValueRange& range)
+{
+    constexpr double kMost = 1e6; // more than any field of a record
+    return {std::clamp(std::ceil(range.low), -kMost, kMost),
+            std::clamp(std::floor(range.high), -kMost, kMost)};
 }
 
 /// Degrees as steps; what is a step but for rounding is in.
 ValueRange angleSteps(const ValueRange& degrees)
 {
     constexpr double kRounding = 1e-6;
-    return {std::ceil(degrees.low / kAngleStep - kRounding),
-            std::floor(degrees.high / kAngleStep + kRounding)};
+    return {degrees.low / kAngleStep - kRounding, degrees.high / kAngleStep + kRounding};
+}
+
+void keepByHiddenBits(const uint8_t* records, int count, uint8_t visible, uint8_t hidden, uint8_t* accepted)
+{
+    for (int i = 0; i < count; ++i)
+        accepted[i] &= records[i * kRecordSize + kFlagByte] & kHiddenBits ? hidden : visible;
 }
 
 bool anyOf(const uint8_t* accepted, int count)
@@ -85,12 +100,15 @@ void SelectionTest::addRanges(const AttributeRanges& attributes)
     const auto add = [this](auto keep, const ValueRange& range) {
         if (!range.isWhole()) _ranges.push_back({keep, range.low, range.high});
     };
-    add(keepInRange<returnNumber, Range>, attributes.returnNumber);
-    add(keepInRange<numberOfReturns, Range>, attributes.numberOfReturns);
-    add(keepInRange<number<uint16_t, PointRecord::kIntensity>, Range>, attributes.intensity);
-    add(keepInRange<number<uint16_t, PointRecord::kPointSource>, Range>, attributes.source);
+    const auto addWhole = [&](auto keep, const ValueRange& range) {
+        if (!range.isWhole()) add(keep, wholeNumbers(range));
+    };
+    addWhole(keepInRange<returnNumber, Range>, attributes.returnNumber);
+    addWhole(keepInRange<numberOfReturns, Range>, attributes.numberOfReturns);
+    addWhole(keepInRange<number<uint16_t, PointRecord::kIntensity>, Range>, attributes.intensity);
+    addWhole(keepInRange<number<uint16_t, PointRecord::kPointSource>, Range>, attributes.source);
     add(keepInRange<number<double, PointRecord::kGpsTime>, Range>, attributes.gpsTime);
-    add(keepInRange<number<int16_t, PointRecord::kScanAngle>, Range>, angleSteps(attributes.scanAngle));
+    addWhole(keepInRange<number<int16_t, PointRecord::kScanAngle>, Range>, angleSteps(attributes.scanAngle));
 }
 
 std::vector<CellData*> SelectionTest::cells() const
@@ -113,11 +131,7 @@ void SelectionTest::test(const uint8_t* records, int count, const uint8_t* class
             if (!anyOf(accepted, count)) return;
         }
     }
-    if (!_visible || !_hidden)
-        for (int i = 0; i < count; ++i) {
-            const bool isHidden = records[i * kRecordSize + kFlagByte] & kHiddenBits;
-            accepted[i] &= isHidden ? _hidden : _visible;
-        }
+    if (!_visible || !_hidden) keepByHiddenBits(records, count, _visible, _hidden, accepted);
     if (!_allClasses)
         for (int i = 0; i < count; ++i)
             accepted[i] &= _classes[classes[i]];

@@ -25,6 +25,7 @@ public:
 
     std::vector<CellData*> cells() const override;
     void test(const uint8_t* records, int count, const uint8_t* classes, uint8_t* accepted) const override;
+    bool readsClasses() const override { return !_allClasses; }
 
 private:
     /// A number of the records that lies in a range.
