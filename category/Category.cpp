@@ -8,6 +8,7 @@ CategoryCounts& CategoryCounts::operator+=(const CategoryCounts& other)
     changed += other.changed;
     cellsUnreadable += other.cellsUnreadable;
     storesBusy += other.storesBusy;
+    storesNotJournalled += other.storesNotJournalled;
     for (size_t c = 0; c < before.size(); ++c) {
         before[c] += other.before[c];
         after[c] += other.after[c];

@@ -35,6 +35,13 @@ void forEachModified(const EditedCell& cell, Visit visit)
             if ((*cell.before)[place] != (*cell.after)[place]) visit(segment.first + i, (*cell.after)[place]);
 }
 
+void noteUndone(const ClassEditOutcome& outcome, CategoryReport::Counts& counts, Status& firstFailure)
+{
+    counts += outcome.counts;
+    counts.storesNotJournalled += !outcome.status;
+    if (firstFailure) firstFailure = outcome.status;
+}
+
 } // namespace
 
 CategoryCalcTool* CategoryCalcTool::getInstance()
@@ -220,10 +227,10 @@ void CategoryCalcTool::handle(const Queued& next)
         status = edit(next, counts);
         break;
     case Category::UNDO:
-        undo(counts);
+        status = undo(counts);
         break;
     case Category::RESET:
-        reset(counts);
+        status = reset(counts);
         break;
     case Category::SAVE:
         _history->save();
@@ -257,22 +264,26 @@ Status CategoryCalcTool::edit(const Queued& next, CategoryReport::Counts& counts
     return status;
 }
 
-void CategoryCalcTool::undo(CategoryReport::Counts& counts)
+Status CategoryCalcTool::undo(CategoryReport::Counts& counts)
 {
+    Status firstFailure;
     for (const CloudEdit& cloud : _history->undo()) {
-        counts += cloud.outcome.counts;
+        noteUndone(cloud.outcome, counts, firstFailure);
         const osg::ref_ptr<VelIncrementalCompileOperation> operation =
             PCViewerManager::getInstance()->acquireCompileOperation(cloud.viewer);
         if (operation) compileFirst(*operation, cloud.outcome.cells);
         PCViewerManager::getInstance()->requestRedraw(cloud.viewer);
     }
+    return firstFailure;
 }
 
-void CategoryCalcTool::reset(CategoryReport::Counts& counts)
+Status CategoryCalcTool::reset(CategoryReport::Counts& counts)
 {
+    Status firstFailure;
     for (const CloudEdit& cloud : _history->reset())
-        counts += cloud.outcome.counts;
+        noteUndone(cloud.outcome, counts, firstFailure);
     PCViewerManager::getInstance()->requestRedraw();
+    return firstFailure;
 }
 
 void CategoryCalcTool::shutdown()

@@ -1,12 +1,13 @@
 #include "category/ClassEdit.h"
 
 #include "category/StoredClasses.h"
+#include "edit/EditReplay.h"
 #include "edit/StoreEdit.h"
 #include "loading/CellLeaf.h"
-#include "loading/PointAttributes.h"
 #include "loading/PointRecords.h"
 
 #include <VelOsgDBBrx/CellData.h>
+#include <VelOsgDBBrx/EditJournalling.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 #include <VelOsgUtils/ThreadCount.h>
 #include <VelThreads/Mutex.h>
@@ -15,16 +16,10 @@
 #include <map>
 #include <optional>
 
+using VelBrx::Status;
 using Counts = VelOsgDBBrx::CategoryReport::Counts;
 
 namespace {
-
-/// Held by every change of classes. Taken before the lock of a store.
-VelThreads::Mutex& editMutex()
-{
-    static VelThreads::Mutex mutex;
-    return mutex;
-}
 
 /// The classes of the cell in hand; the room is reused from cell to cell.
 struct CellWork
@@ -102,56 +97,52 @@ CellChange difference(const EditedCell& cell)
 
 namespace {
 
-/// Gives the changed points in the loaded leaves of a cell their classes.
-void show(const EditedCell& edited)
-{
-    const std::vector<uint8_t>& before = *edited.before;
-    const std::vector<uint8_t>& after = *edited.after;
-    const auto edit = [&](osg::IntArray& attribute) {
-        const size_t count = std::min<size_t>(attribute.size(), after.size());
-        for (size_t i = 0; i < count; ++i)
-            if (before[i] != after[i]) attribute[i] = PointAttributes::withClass(attribute[i], after[i]);
-        return true;
-    };
-    const CellPlace& place = *edited.place;
-    osg::ref_ptr<CellData> cell;
-    if (place.cell.lock(cell))
-        editLoadedCell(*cell, edit);
-    else
-        editCachedCell(place.identifier, place.pointCount, edit);
-}
+using JournalPtr = std::shared_ptr<VelBrx::EditJournal>;
 
-/// Makes new classes known: first to those who read cells, then in the cells that are loaded already.
-void publish(const std::vector<EditedCell>& cells)
+/// What undo needs of a change.
+ClassUndo undoOf(const std::vector<EditedCell>& cells, uint64_t change)
 {
-    if (cells.empty()) return;
-    UnwrittenClasses& unwritten = UnwrittenClasses::instance();
-    for (const EditedCell& cell : cells) {
-        const ClassesPtr written = unwritten.find(cell.place->identifier).written;
-        unwritten.set({cell.place, written ? written : cell.before, cell.after});
+    ClassUndo undo;
+    undo.change = change;
+    const int count = static_cast<int>(cells.size());
+    if (change > 0) {
+        for (const EditedCell& cell : cells)
+            undo.places.push_back(cell.place);
+        return undo;
     }
-    VelOsgDBBrx::PCDataManager::getInstance()->discardReadsInProgress();
-    for (const EditedCell& cell : cells)
-        show(cell);
+    undo.cells.resize(cells.size());
+#pragma omp parallel for schedule(static) num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))
+    for (int i = 0; i < count; ++i)
+        undo.cells[i] = difference(cells[i]);
+    return undo;
 }
 
-/// Publishes an edit, and keeps what undo needs.
-void finish(ClassEditOutcome& outcome)
+/// Makes an edit known, and keeps what undo needs.
+void finish(const JournalPtr& journal, const VelBrx::EditDescription& description, ClassEditOutcome& outcome)
 {
     outcome.cells.erase(std::remove_if(outcome.cells.begin(), outcome.cells.end(),
                                        [](const EditedCell& cell) { return !cell.place; }),
                         outcome.cells.end());
-    publish(outcome.cells);
-    const int count = static_cast<int>(outcome.cells.size());
-    outcome.changes.resize(outcome.cells.size());
-#pragma omp parallel for schedule(static) num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))
-    for (int i = 0; i < count; ++i)
-        outcome.changes[i] = difference(outcome.cells[i]);
+    uint64_t change = 0;
+    outcome.status = recordAndPublishClasses(outcome.cells, journal, description, change);
+    if (outcome.status)
+        outcome.undo = undoOf(outcome.cells, change);
+    else
+        outcome.cells.clear();
+}
+
+VelBrx::EditDescription describe(const OctreeInfo& octree, VelBrx::EditDescription description, int toClass)
+{
+    if (description.author.empty()) description.author = octree.journalAuthor;
+    if (!description.operation.empty()) return description;
+    const std::string to = toClass < 0 ? std::string() : ",\"to\":" + std::to_string(toClass);
+    description.operation = R"({"op":"classify")" + to + "}";
+    return description;
 }
 
 /// False when some of the records cannot be mapped.
-bool edit(const OctreeInfo& octree, const CellData& cell, const ScreenRules& rules, CellWork& work,
-          ScreenRules::ClassCounts& selected)
+bool edit(const OctreeInfo& octree, const CellData& cell, const ClassRuleEdit& rules, CellWork& work,
+          ClassRuleEdit::ClassCounts& selected)
 {
     return editRuns(octree, cell, work, [&](const uint8_t* records, int64_t count, uint32_t first) {
         rules.edit(records, count, work.current ? work.current->data() + first : nullptr,
@@ -183,20 +174,6 @@ bool edit(const OctreeInfo& octree, const CellPoints& listed, uint8_t hidingBits
     });
 }
 
-/// Locks the store that a cell belongs to, while that is open.
-class OpenStoreLock
-{
-public:
-    explicit OpenStoreLock(const osg::ref_ptr<OctreeInfo>& octree) : _octree(octree)
-    {
-        if (octree) _lock.emplace(*octree);
-    }
-
-private:
-    osg::ref_ptr<OctreeInfo> _octree; ///< outlives the lock
-    std::optional<StoreEditLock> _lock;
-};
-
 ClassesPtr reverted(const CellChange& change, const ClassesPtr& current)
 {
     std::vector<uint8_t> classes = *current;
@@ -208,99 +185,189 @@ ClassesPtr reverted(const CellChange& change, const ClassesPtr& current)
 
 } // namespace
 
-VelBrx::Status lockForClassEdit(const OctreeInfo& octree)
+Status lockForClassEdit(OctreeInfo& octree)
 {
-    if (!isEditable(octree)) return {};
-    const VelBrx::Status status = octree.pointFile->lockForEditing();
-    return status ? status : VelBrx::Status::failure(octree.pointPath + ": " + status.message());
+    if (!octree.pointFile) return {};
+    if (isEditable(octree))
+        if (Status status = octree.pointFile->lockForEditing(); !status) return status.of(octree.pointPath);
+    const std::lock_guard<std::mutex> lock(octree.pointFile->mutex);
+    JournalPtr journal;
+    return VelOsgDBBrx::EditJournalling::open(octree, journal);
 }
 
-VelBrx::Status lockForClassEdit(OctreeInfo& octree, const ScreenSelection& selection)
+Status lockForClassEdit(OctreeInfo& octree, const ScreenSelection& selection)
 {
-    return ScreenRules(octree, selection).cells().empty() ? VelBrx::Status() : lockForClassEdit(octree);
+    return ScreenRules(octree, selection).cells().empty() ? Status() : lockForClassEdit(octree);
 }
 
-ClassEditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection, bool dryRun,
-                             const CellData* only)
+ClassEditOutcome editClasses(OctreeInfo& octree, const PointTest& test, const ClassRule& rule,
+                             const ClassEditOptions& options)
 {
     ClassEditOutcome outcome;
-    if (!octree.pointFile) return outcome;
-    const ScreenRules rules(octree, selection);
-    std::vector<CellData*> cells = rules.cells();
-    const auto isMeant = [only](const CellData* cell) { return !only || cell == only; };
+    std::vector<CellData*> cells;
+    if (octree.pointFile) cells = test.cells();
+    const auto isMeant = [&](const CellData* cell) { return !options.only || cell == options.only; };
     cells.erase(std::stable_partition(cells.begin(), cells.end(), isMeant), cells.end());
     if (cells.empty()) return outcome;
-    const VelThreads::Lock one(editMutex());
+    const VelThreads::Lock one(classEditMutex());
     const StoreEditLock lock(octree);
+    JournalPtr journal;
+    if (!options.dryRun) outcome.status = VelOsgDBBrx::EditJournalling::open(octree, journal);
+    if (!outcome.status) return outcome;
+    const ClassRuleEdit rules(test, rule);
+    const auto isCancelled = [&] { return options.control && options.control->isCancelled(); };
     const int count = static_cast<int>(cells.size());
-    if (!dryRun) outcome.cells.resize(cells.size());
+    if (!options.dryRun) outcome.cells.resize(cells.size());
 #pragma omp parallel num_threads(VelOsgUtils::ThreadCount::halfOfProcessors(count))
     {
         CellWork work;
         Counts counts;
 #pragma omp for schedule(static)
         for (int i = 0; i < count; ++i) {
-            ScreenRules::ClassCounts selected{};
+            if (isCancelled()) continue;
+            ClassRuleEdit::ClassCounts selected{};
             if (!edit(octree, *cells[i], rules, work, selected)) ++counts.cellsUnreadable;
             rules.addCounts(selected, counts);
-            if (!dryRun) outcome.cells[i] = keep(work, *cells[i]);
+            if (!options.dryRun) outcome.cells[i] = keep(work, *cells[i]);
+            if (options.control) options.control->addDone(1);
         }
 #pragma omp critical
         outcome.counts += counts;
     }
-    finish(outcome);
+    if (isCancelled())
+        return {Status::failure("the edit was cancelled", Status::Kind::CANCELLED), {}, {}, {}};
+    finish(journal, describe(octree, options.description, rule.to), outcome);
     return outcome;
 }
 
-ClassEditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool hiddenToo, bool dryRun)
+ClassEditOutcome editClasses(OctreeInfo& octree, const ScreenSelection& selection,
+                             const ClassEditOptions& options)
+{
+    return editClasses(octree, ScreenRules(octree, selection), classRule(selection.base), options);
+}
+
+ClassEditOutcome editClasses(OctreeInfo& octree, std::vector<PointClass> points, bool hiddenToo,
+                             const ClassEditOptions& options)
 {
     ClassEditOutcome outcome;
     if (!octree.pointFile) return outcome;
-    const VelThreads::Lock one(editMutex());
+    const VelThreads::Lock one(classEditMutex());
     const StoreEditLock lock(octree);
+    JournalPtr journal;
+    if (!options.dryRun) outcome.status = VelOsgDBBrx::EditJournalling::open(octree, journal);
+    if (!outcome.status) return outcome;
     CellWork work;
     for (const CellPoints& listed : sortByCell(octree, std::move(points))) {
         if (!edit(octree, listed, hiddenToo ? 0 : kHiddenBits, work, outcome.counts))
             ++outcome.counts.cellsUnreadable;
-        if (!dryRun) outcome.cells.push_back(keep(work, *listed.cell));
+        if (!options.dryRun) outcome.cells.push_back(keep(work, *listed.cell));
     }
-    finish(outcome);
+    finish(journal, describe(octree, options.description, -1), outcome);
     return outcome;
 }
 
-ClassEditOutcome revertChanges(std::vector<CellChange> changes)
-{
-    const VelThreads::Lock one(editMutex());
-    std::map<osg::ref_ptr<OctreeInfo>, std::vector<const CellChange*>> stores;
-    for (const CellChange& change : changes)
-        stores[openOctree(*change.place)].push_back(&change);
+namespace {
 
+/// Takes a change back that is in a journal, or does it again.
+Status revertJournalled(const ClassUndo& undo, const VelBrx::EditDescription& description,
+                        ClassEditOutcome& outcome)
+{
+    const JournalPtr& journal = undo.places.front()->journal;
+    uint64_t previous = 0;
+    if (Status status = journal->findPrevious(undo.change, previous); !status) return status;
+    EditReplay replay(undo.places);
+    if (journal->state() == (undo.forward ? previous : undo.change)) {
+        uint64_t points = 0;
+        const Status moved =
+            journal->moveTo(undo.forward ? undo.change : previous, description, replay.visitor(), points);
+        if (!moved) return moved;
+        outcome.cells = replay.editedCells();
+        replay.show();
+        outcome.undo = {{}, undo.change, !undo.forward, undo.places};
+        return {};
+    }
+    const Status read =
+        VelBrx::EditRecorder(*journal).visitChange(undo.change, undo.forward, replay.visitor());
+    if (!read) return read;
+    outcome.cells = replay.editedCells();
+    uint64_t change = 0;
+    const Status recorded = recordAndPublishClasses(outcome.cells, journal, description, change);
+    if (recorded) outcome.undo = undoOf(outcome.cells, change);
+    return recorded;
+}
+
+/// Takes a change back whose points are at hand.
+Status revertCells(const ClassUndo& undo, const JournalPtr& journal,
+                   const VelBrx::EditDescription& description, ClassEditOutcome& outcome)
+{
+    for (const CellChange& change : undo.cells) {
+        const ClassesPtr current = currentCell(change.place).current;
+        if (current)
+            outcome.cells.push_back({change.place, current, reverted(change, current)});
+        else
+            ++outcome.counts.cellsUnreadable;
+    }
+    uint64_t change = 0;
+    const Status recorded = recordAndPublishClasses(outcome.cells, journal, description, change);
+    if (recorded) outcome.undo = undoOf(outcome.cells, change);
+    return recorded;
+}
+
+/// Locks the open stores that the cells of a change belong to, which are of one file.
+class StoreLocks
+{
+public:
+    explicit StoreLocks(const ClassUndo& undo)
+    {
+        for (const CellPlacePtr& place : undo.places)
+            lock(*place);
+        for (const CellChange& change : undo.cells)
+            lock(*change.place);
+    }
+
+    /// One of them; null where none is open.
+    OctreeInfo* octree() const { return _locks.empty() ? nullptr : _locks.begin()->first.get(); }
+
+private:
+    void lock(const CellPlace& place)
+    {
+        const osg::ref_ptr<OctreeInfo> octree = openOctree(place);
+        if (octree && !_locks.count(octree)) _locks.emplace(octree, std::make_unique<StoreEditLock>(*octree));
+    }
+
+    std::map<osg::ref_ptr<OctreeInfo>, std::unique_ptr<StoreEditLock>> _locks;
+};
+
+} // namespace
+
+ClassEditOutcome revert(const ClassUndo& undo, VelBrx::EditDescription description)
+{
+    const VelThreads::Lock one(classEditMutex());
     ClassEditOutcome outcome;
-    for (const auto& [octree, ofStore] : stores) {
-        const OpenStoreLock lock(octree);
-        std::vector<EditedCell> edited;
-        for (const CellChange* change : ofStore) {
-            const ClassesPtr current = currentCell(change->place).current;
-            if (current)
-                edited.push_back({change->place, current, reverted(*change, current)});
-            else
-                ++outcome.counts.cellsUnreadable;
-        }
-        publish(edited);
-        outcome.cells.insert(outcome.cells.end(), edited.begin(), edited.end());
-    }
-    for (const EditedCell& cell : outcome.cells) {
+    if (undo.isEmpty()) return outcome;
+    const StoreLocks locks(undo);
+    JournalPtr journal;
+    if (OctreeInfo* const octree = locks.octree()) {
+        if (description.author.empty()) description.author = octree->journalAuthor;
+        outcome.status = VelOsgDBBrx::EditJournalling::open(*octree, journal);
+    } else if (undo.change == 0)
+        journal = undo.cells.front().place->journal;
+    if (outcome.status)
+        outcome.status = undo.change > 0 ? revertJournalled(undo, description, outcome)
+                                         : revertCells(undo, journal, description, outcome);
+    if (!outcome.status) outcome.cells.clear();
+    for (const EditedCell& cell : outcome.cells)
         outcome.counts.changed += countDifferent(*cell.before, *cell.after);
-        outcome.changes.push_back(difference(cell));
-    }
     return outcome;
 }
 
 void markSaved(const std::vector<CellPlacePtr>& places)
 {
-    const VelThreads::Lock one(editMutex());
+    const VelThreads::Lock one(classEditMutex());
     for (const CellPlacePtr& place : places) {
-        const OpenStoreLock lock(openOctree(*place));
+        const osg::ref_ptr<OctreeInfo> octree = openOctree(*place);
+        std::optional<StoreEditLock> lock;
+        if (octree) lock.emplace(*octree);
         const osg::ref_ptr<osg::Node> node =
             VelOsgDBBrx::PCDataManager::getInstance()->acquireNode(place->identifier);
         auto* leaf = dynamic_cast<CellLeaf*>(node.get());
@@ -315,6 +382,6 @@ void markSaved(const std::vector<CellPlacePtr>& places)
 
 VelBrx::Status writeUnwrittenClasses()
 {
-    const VelThreads::Lock one(editMutex());
+    const VelThreads::Lock one(classEditMutex());
     return writeClassesToStores();
 }

@@ -2,6 +2,19 @@
 
 #include <algorithm>
 
+namespace {
+
+/// What the journals say of a step that takes edits back.
+VelBrx::EditDescription describe(const char* operation)
+{
+    VelBrx::EditDescription description;
+    description.operation = operation;
+    description.time = VelBrx::editTimeNow();
+    return description;
+}
+
+} // namespace
+
 void ClassUndoStack::note(const std::string& uid, const std::vector<EditedCell>& cells)
 {
     const VelThreads::Lock lock(_mutex);
@@ -18,7 +31,7 @@ void ClassUndoStack::add(std::vector<CloudEdit> edit)
     for (CloudEdit& cloud : edit) {
         if (cloud.outcome.cells.empty()) continue;
         note(cloud.uid, cloud.outcome.cells);
-        step.push_back({cloud.uid, cloud.viewer, std::move(cloud.outcome.changes)});
+        step.push_back({cloud.uid, cloud.viewer, std::move(cloud.outcome.undo)});
     }
     if (!step.empty()) _history.push_back(std::move(step));
 }
@@ -29,23 +42,32 @@ std::vector<CloudEdit> ClassUndoStack::undo()
     if (_history.empty()) return undone;
     Step step = std::move(_history.back());
     _history.pop_back();
+    const VelBrx::EditDescription description = describe(R"({"op":"undo"})");
+    Step left;
     for (CloudChange& cloud : step) {
-        undone.push_back({cloud.uid, cloud.viewer, revertChanges(std::move(cloud.cells))});
+        undone.push_back({cloud.uid, cloud.viewer, revert(cloud.undo, description)});
         note(cloud.uid, undone.back().outcome.cells);
+        if (!undone.back().outcome.status) left.push_back(std::move(cloud));
     }
+    if (!left.empty()) _history.push_back(std::move(left));
     return undone;
 }
 
 std::vector<CloudEdit> ClassUndoStack::reset()
 {
     std::vector<CloudEdit> undone;
+    const VelBrx::EditDescription description = describe(R"({"op":"resetClasses"})");
+    bool isWhole = true;
     for (const auto& [uid, cloud] : modified()) {
-        std::vector<CellChange> changes;
+        std::map<VelBrx::FileIdentity, ClassUndo> stores; // a uid may have been given to another file
         for (const auto& [identifier, cell] : cloud)
-            changes.push_back(difference(cell));
-        undone.push_back({uid, uid, revertChanges(std::move(changes))});
+            stores[cell.place->file->identity()].cells.push_back(difference(cell));
+        for (const auto& [file, undo] : stores) {
+            undone.push_back({uid, uid, revert(undo, description)});
+            isWhole = isWhole && undone.back().outcome.status;
+        }
     }
-    forgetAll();
+    if (isWhole) forgetAll();
     return undone;
 }
 

@@ -26,7 +26,8 @@ public:
     /// Keeps an edit, which was one step of the user, unless nothing changed.
     void add(std::vector<CloudEdit> edit);
 
-    /// Takes the newest edit back; empty when there is none.
+    /// Takes the newest edit back; empty when there is none. Stores of which it could not be taken back stay
+    /// for another try; so it is for `reset`.
     std::vector<CloudEdit> undo();
 
     /// Takes all edits back.
@@ -46,7 +47,7 @@ private:
     {
         std::string uid;
         std::string viewer;
-        std::vector<CellChange> cells;
+        ClassUndo undo;
     };
     using Step = std::vector<CloudChange>;
 

@@ -97,15 +97,17 @@ void CpuCategoryOp::edit(const CategoryCmdInner& command, const CategoryData& da
         const Meant meant = whatIsMeant(member);
         if (meant.geometry) step.geometries.push_back(editClasses(*meant.geometry, base, mask));
         if (!meant.octree || !lockForClassEdit(*meant.octree)) continue;
+        ClassEditOptions options;
+        options.only = meant.cell;
         ClassEditOutcome outcome =
-            editClasses(*meant.octree, {base, mask, command.polygon, CloudPlaces()}, false, meant.cell);
+            editClasses(*meant.octree, {base, mask, command.polygon, CloudPlaces()}, options);
         show(outcome);
-        std::move(outcome.changes.begin(), outcome.changes.end(), std::back_inserter(step.cells));
+        if (!outcome.undo.isEmpty()) step.stores.push_back(std::move(outcome.undo));
     }
     const auto isEmpty = [](const GeometryChange& change) { return change.points.empty(); };
     step.geometries.erase(std::remove_if(step.geometries.begin(), step.geometries.end(), isEmpty),
                           step.geometries.end());
-    if (step.cells.empty() && step.geometries.empty()) return;
+    if (step.stores.empty() && step.geometries.empty()) return;
     _undo.push_back(std::move(step));
     _redo.clear();
 }
@@ -115,9 +117,13 @@ void CpuCategoryOp::revertNewest(std::vector<Step>& from, std::vector<Step>& to)
     if (from.empty()) return;
     Step step = std::move(from.back());
     from.pop_back();
-    ClassEditOutcome outcome = revertChanges(std::move(step.cells));
-    show(outcome);
-    step.cells = std::move(outcome.changes);
+    VelBrx::EditDescription description;
+    description.operation = &from == &_undo ? R"({"op":"undo"})" : R"({"op":"redo"})";
+    for (ClassUndo& store : step.stores) {
+        ClassEditOutcome outcome = revert(store, description);
+        show(outcome);
+        if (outcome.status) store = std::move(outcome.undo);
+    }
     std::transform(step.geometries.begin(), step.geometries.end(), step.geometries.begin(), revertChange);
     to.push_back(std::move(step));
 }

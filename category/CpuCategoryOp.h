@@ -40,7 +40,7 @@ private:
     /// What an edit changed.
     struct Step
     {
-        std::vector<CellChange> cells;
+        std::vector<ClassUndo> stores;
         std::vector<GeometryChange> geometries;
     };
 

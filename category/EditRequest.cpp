@@ -118,11 +118,35 @@ Status noMask()
     return Status::failure("no mask of the selection could be had; check its size and its source");
 }
 
-/// Refuses an edit of a store that another process edits.
-Status refuseBusy(const Status& status, std::vector<CloudEdit>& edits)
+/// Refuses an edit of a store that another process edits, or whose journal cannot be written.
+Status refuse(const Status& status, std::vector<CloudEdit>& edits)
 {
-    edits.emplace_back().outcome.counts.storesBusy = 1;
+    CategoryCounts& counts = edits.emplace_back().outcome.counts;
+    (status.kind() == Status::Kind::IN_USE ? counts.storesBusy : counts.storesNotJournalled) = 1;
     return status;
+}
+
+ClassEditOptions optionsOf(const Category& request)
+{
+    ClassEditOptions options;
+    options.dryRun = request.dryRun;
+    options.description.operation = request.operation;
+    options.description.time = VelBrx::editTimeNow();
+    return options;
+}
+
+/// Keeps an edit of a cloud. Where it failed, those of the clouds before are taken back.
+Status keep(CloudEdit edit, std::vector<CloudEdit>& edits)
+{
+    const Status status = edit.outcome.status;
+    edits.push_back(std::move(edit));
+    if (status) return {};
+    VelBrx::EditDescription undo;
+    undo.operation = R"({"op":"undo"})";
+    for (const CloudEdit& made : edits)
+        (void)revert(made.outcome.undo, undo);
+    edits.clear();
+    return refuse(status, edits);
 }
 
 /// Carries out an edit on the screen.
@@ -133,9 +157,13 @@ Status editScreen(const Category& request, osg::Referenced* target, const Screen
     if (Status status = findTargets(request, target, context, targets); !status) return status;
     for (const Target& cloud : targets)
         if (Status status = request.dryRun ? Status() : lockForClassEdit(*cloud.octree, selection); !status)
-            return refuseBusy(status, edits);
+            return refuse(status, edits);
+    const ClassEditOptions options = optionsOf(request);
     for (const Target& cloud : targets)
-        edits.push_back({cloud.uid, request.uid, editClasses(*cloud.octree, selection, request.dryRun)});
+        if (Status status =
+                keep({cloud.uid, request.uid, editClasses(*cloud.octree, selection, options)}, edits);
+            !status)
+            return status;
     return {};
 }
 
@@ -211,15 +239,19 @@ Status edit(const Category& request, const CategoryBuffer& record, const EditCon
         CloudPoints cloud{uid, nullptr, {}};
         if (Status status = findCloud(uid, context, cloud.octree); !status) return status;
         if (Status status = request.dryRun ? Status() : lockForClassEdit(*cloud.octree); !status)
-            return refuseBusy(status, edits);
+            return refuse(status, edits);
         for (size_t i = 0; i < indices.size(); ++i)
             cloud.points.emplace_back(indices[i], classes->second[i]);
         clouds.push_back(std::move(cloud));
     }
     const bool hiddenToo = record.flag & Base::HIDDEN_POINTS;
+    const ClassEditOptions options = optionsOf(request);
     for (CloudPoints& cloud : clouds)
-        edits.push_back({cloud.uid, cloud.uid,
-                         editClasses(*cloud.octree, std::move(cloud.points), hiddenToo, request.dryRun)});
+        if (Status status = keep({cloud.uid, cloud.uid,
+                                  editClasses(*cloud.octree, std::move(cloud.points), hiddenToo, options)},
+                                 edits);
+            !status)
+            return status;
     return {};
 }
 

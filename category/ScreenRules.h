@@ -1,5 +1,7 @@
 #pragma once
 
+#include "category/ClassRule.h"
+#include "edit/PointTest.h"
 #include "edit/RecordScreenTest.h"
 #include "edit/ScreenMask.h"
 
@@ -30,38 +32,25 @@ struct ScreenSelection
     const CloudPlaces& places; ///< of the clouds to edit
 };
 
-/// Which points of an octree an edit on the screen reaches, and which of them get another class. Constant
-/// after construction; any number of threads may use it. The selection outlives it.
-class ScreenRules
+/// Which classes an edit with these values may change. Class 255 has no entry; it goes with a full table.
+ClassRule classRule(const VelOsgDBBrx::Base& base);
+
+/// Which points of an octree an edit on the screen reaches. The selection outlives it.
+class ScreenRules : public PointTest
 {
 public:
-    using ClassCounts = std::array<uint64_t, 256>;
-
     ScreenRules(OctreeInfo& octree, const ScreenSelection& selection);
 
-    /// Cells that can hold selected points.
-    std::vector<CellData*> cells() const;
-
-    /// `before` receives the classes of `count` consecutive points, `after` the new ones. `current`, if not
-    /// null, overrides the classes of the records. `selected` receives how many of the selected points
-    /// have which class.
-    void edit(const uint8_t* records, int64_t count, const uint8_t* current, uint8_t* before, uint8_t* after,
-              ClassCounts& selected) const;
-
-    /// Adds up what became of the selected points.
-    void addCounts(const ClassCounts& selected, VelOsgDBBrx::CategoryReport::Counts& counts) const;
+    std::vector<CellData*> cells() const override;
+    void test(const uint8_t* records, int count, const uint8_t* classes, uint8_t* accepted) const override;
 
 private:
-    static constexpr int kBlock = RecordScreenTest::kBlock;
+    static_assert(kBlock == RecordScreenTest::kBlock);
 
     /// A byte for each class code, not zero for yes.
     using ClassSet = std::array<uint8_t, 256>;
 
-    static ClassSet fromClasses(const VelOsgDBBrx::Base& base);
     void addTests(const ScreenSelection& selection, const osg::Matrixd& localToWorld);
-    bool accept(const uint8_t* records, int count, uint8_t* accepted) const;
-    void editBlock(const uint8_t* records, int count, const uint8_t* before, uint8_t* after,
-                   ClassCounts& selected) const;
 
     const OctreeInfo& _octree;
     osg::Polytope::PlaneList _bounds;     ///< nothing outside is selected; local coordinates
@@ -69,6 +58,4 @@ private:
     std::vector<RecordScreenTest> _tests; ///< a point is accepted when one of them accepts it
     uint8_t _hidingBits;                  ///< a point with one of them is not selected
     ClassSet _shown;                      ///< points of other classes are not selected
-    ClassSet _changes;                    ///< classes whose points get another class
-    uint8_t _toClass;
 };

@@ -1,9 +1,10 @@
 #include "category/StoredClasses.h"
 
+#include "edit/CellClasses.h"
 #include "edit/StoreEdit.h"
-#include "loading/OpenOctrees.h"
 #include "loading/PointRecords.h"
 
+#include <VelBrx/EditJournal.h>
 #include <VelBrx/File.h>
 #include <VelBrx/FileWriter.h>
 #include <VelBrx/MiraLasRead.h>
@@ -11,7 +12,6 @@
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -26,17 +26,6 @@ using Cell = UnwrittenClasses::Cell;
 ClassesPtr shared(std::vector<uint8_t> classes)
 {
     return std::make_shared<const std::vector<uint8_t>>(std::move(classes));
-}
-
-/// The classes in the records of a cell; 0 for those that cannot be mapped.
-std::vector<uint8_t> readClasses(VelBrx::File& file, const CellPlace& place)
-{
-    std::vector<uint8_t> classes(place.pointCount);
-    forEachRun(file, place.pointDataStart, place.segments,
-               [&](const uint8_t* records, int64_t count, uint32_t first) {
-                   gatherClasses(records, count, classes.data() + first);
-               });
-    return classes;
 }
 
 /// Whether the records of all points can be mapped that have another class than the one written.
@@ -90,6 +79,7 @@ public:
 
 private:
     Status open(const std::string& path);
+    Status saveJournals(const std::string& author);
     bool write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced);
     void settle(const Cell& cell, uint64_t replaced);
     Status failure(const std::string& what) const { return Status::failure(_path + ": " + what); }
@@ -170,11 +160,34 @@ void StoreToWrite::settle(const Cell& cell, uint64_t replaced)
     UnwrittenClasses::instance().set({cell.place, shared(std::move(inStore)), shared(std::move(wanted))});
 }
 
+/// Saves what is in journals. What is left to be written then was edited without one.
+Status StoreToWrite::saveJournals(const std::string& author)
+{
+    std::set<std::shared_ptr<VelBrx::EditJournal>> journals;
+    for (const Cell& cell : _cells)
+        if (cell.place->journal) journals.insert(cell.place->journal);
+    for (const std::shared_ptr<VelBrx::EditJournal>& journal : journals) {
+        uint64_t points = 0;
+        if (Status status = journal->save(author, points); !status) return status;
+    }
+    if (journals.empty()) return {};
+    std::vector<Cell> left;
+    for (Cell& cell : _cells) {
+        cell.written = shared(readClasses(*_file, *cell.place));
+        UnwrittenClasses::instance().set(cell);
+        if (*cell.written != *cell.current) left.push_back(cell);
+    }
+    _cells = std::move(left);
+    return {};
+}
+
 Status StoreToWrite::write()
 {
     const osg::ref_ptr<OctreeInfo> octree = openOctree(*_cells.front().place);
     std::optional<StoreEditLock> lock;
     if (octree) lock.emplace(*octree);
+    if (Status status = saveJournals(octree ? octree->journalAuthor : std::string()); !status) return status;
+    if (_cells.empty()) return {};
     VelBrx::FileWriter writer(*_file);
     std::vector<uint64_t> replaced(_cells.size());
     for (size_t i = 0; i < _cells.size(); ++i)
@@ -190,61 +203,6 @@ Status StoreToWrite::write()
 }
 
 } // namespace
-
-void gatherClasses(const uint8_t* records, int64_t count, uint8_t* classes)
-{
-    for (int64_t i = 0; i < count; ++i)
-        classes[i] = records[i * kRecordSize + kClassByte];
-}
-
-osg::ref_ptr<OctreeInfo> openOctree(const CellPlace& place)
-{
-    osg::ref_ptr<CellData> cell;
-    osg::ref_ptr<OctreeInfo> octree;
-    if (place.cell.lock(cell)) cell->octree.lock(octree);
-    if (!octree && place.file) octree = findOpenOctree(place.file->identity());
-    return octree;
-}
-
-Cell currentCell(const CellPlacePtr& place)
-{
-    Cell cell = UnwrittenClasses::instance().find(place->identifier);
-    if (cell.current) return cell;
-
-    cell.place = place;
-    if (!place->file) return cell;
-    cell.written = cell.current = shared(readClasses(*place->file, *place));
-    return cell;
-}
-
-uint64_t differingBits(const uint8_t* a, const uint8_t* b, size_t count)
-{
-    constexpr uint64_t kLow = 0x7F7F7F7F7F7F7F7Fu;
-    uint64_t bits = 0;
-    for (size_t i = 0; i < count; i += 8) {
-        uint64_t x = 0;
-        uint64_t y = 0;
-        std::memcpy(&x, a + i, std::min<size_t>(8, count - i));
-        std::memcpy(&y, b + i, std::min<size_t>(8, count - i));
-        const uint64_t d = x ^ y;
-        const uint64_t highBits = (((d & kLow) + kLow) | d) & ~kLow; // of the bytes of d that are not zero
-        bits |= ((highBits >> 7) * 0x0102040810204080u >> 56) << i;  // moved together
-    }
-    return bits;
-}
-
-size_t countDifferent(const uint8_t* a, const uint8_t* b, size_t count)
-{
-    size_t different = 0;
-    for (size_t i = 0; i < count; i += 64)
-        different += __builtin_popcountll(differingBits(a + i, b + i, std::min<size_t>(64, count - i)));
-    return different;
-}
-
-size_t countDifferent(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b)
-{
-    return countDifferent(a.data(), b.data(), a.size());
-}
 
 std::map<std::string, uint64_t> countUnwrittenClasses()
 {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "edit/EditControl.h"
-
 #include <VelBrx/EditJournal.h>
 #include <VelOsgDBBrx/BaseCmd.h>
 #include <VelOsgDBBrx/CellData.h>
@@ -11,32 +9,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_set>
-#include <vector>
-
-/// The cells of an octree by the records of their points. One thread at a time.
-class CellsByRecord
-{
-public:
-    explicit CellsByRecord(const OctreeInfo& octree);
-
-    /// Notes the cells of consecutive records.
-    void touch(uint64_t first, uint64_t count);
-
-    const std::unordered_set<CellData*>& touched() const { return _touched; }
-
-private:
-    struct Run
-    {
-        uint64_t first;
-        uint64_t end;
-        CellData* cell;
-    };
-
-    std::vector<Run> _runs;  ///< ascending
-    size_t _last = SIZE_MAX; ///< the run that was touched last
-    std::unordered_set<CellData*> _touched;
-};
 
 /// A change of hidden bits that is written down before it is made: into the store, then into the arrays of
 /// loaded cells. The caller holds the store's edit lock. What goes wrong is noted in the command's result.
@@ -66,11 +38,6 @@ private:
     std::optional<VelBrx::EditRecorder> _recorder;
     bool _isOpen = false;
 };
-
-/// Brings the store's journal to a state, and the arrays of loaded cells with it. `by` says who and when.
-/// Ends at the first change that fails. The caller holds the store's edit lock.
-VelBrx::Status moveJournalled(OctreeInfo& octree, uint64_t state, const VelBrx::EditDescription& by,
-                              EditControl* control, uint64_t& points);
 
 /// Takes a change of hidden bits back: as an undo where it is the store's newest, else by showing those of
 /// its points that are hidden. False where the store took no more bytes: it may be tried again.

@@ -20,6 +20,7 @@ CellPlace::CellPlace(CellData& cellData)
     if (!cellData.octree.lock(octree)) return;
     storePath = octree->pointPath;
     file = octree->pointFile;
+    journal = octree->journal;
     pointDataStart = octree->pointDataStart;
 }
 

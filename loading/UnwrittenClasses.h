@@ -14,17 +14,23 @@
 
 class CellData;
 
+namespace VelBrx {
+class EditJournal;
+}
+
 /// Number of points in the segments of a cell.
 uint32_t countPoints(const std::vector<VelBrx::Segment>& segments);
 
-/// What stays known of a cell when the octree that it was loaded with is gone.
+/// What stays known of a cell when the octree that it was loaded with is gone. Made under the edit lock of
+/// its store.
 struct CellPlace
 {
     explicit CellPlace(CellData& cellData);
 
     std::string identifier;
     std::string storePath;
-    std::shared_ptr<VelBrx::File> file; ///< the one that was edited, wherever its path leads by now
+    std::shared_ptr<VelBrx::File> file;           ///< the one that was edited, wherever its path leads by now
+    std::shared_ptr<VelBrx::EditJournal> journal; ///< that its edits are in; null: in none
     int64_t pointDataStart;
     std::vector<VelBrx::Segment> segments;
     uint32_t pointCount;

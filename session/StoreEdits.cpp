@@ -1,8 +1,8 @@
 #include "session/StoreEdits.h"
 
-#include "cull/JournalledEdit.h"
 #include "cull/PointMarking.h"
 #include "cull/StoreProblems.h"
+#include "edit/EditReplay.h"
 #include "edit/SelectionAreas.h"
 #include "edit/StoreEdit.h"
 #include "session/OperationText.h"
@@ -285,8 +285,7 @@ void StoreEdits::move(const std::vector<uint64_t>& states)
 
 Status StoreEdits::move(const Move& one, const EditDescription& description, uint64_t& points)
 {
-    const StoreEditLock lock(*one.octree);
-    return moveJournalled(*one.octree, one.to, description, &_control, points);
+    return moveStoreTo(*one.octree, one.to, description, &_control, points);
 }
 
 /// Brings stores back to where they were before a part of an operation. What that cannot do is told.

@@ -49,6 +49,9 @@ struct EditDescription
     std::string operation;                   ///< JSON as scripts have it; not looked at
 };
 
+/// The time of an edit that is made now; one for all stores of the edit.
+VEL_BRX_EXPORT int64_t editTimeNow();
+
 /// Points that have got new bytes, or are to get them in memory where the edit is deferred.
 struct EditedPoints
 {
@@ -180,8 +183,9 @@ public:
     /// where it fails.
     Status begin(const EditDescription& edit);
 
-    /// Visits the points of an older change with the bytes that they had before it.
-    Status visitBefore(uint64_t change, const EditVisitor& visit) const;
+    /// Visits the points of an older change with the bytes that they had before it, or, with `forward`,
+    /// behind it.
+    Status visitChange(uint64_t change, bool forward, const EditVisitor& visit) const;
 
     /// Brings the change to the disk: from here on it is done, whatever happens. Nothing is written down
     /// where no point changes; `number` is 0 then. After a failure nothing has changed.

@@ -33,7 +33,8 @@ struct VEL_OSGDB_BRX_EXPORT CategoryCounts
     std::array<uint64_t, 256> after{};  ///< the same points by class after it
     /// Cells of which some records could not be mapped: points of these are left out.
     uint64_t cellsUnreadable = 0;
-    unsigned storesBusy = 0; ///< stores for which a request was refused: another process edits them
+    unsigned storesBusy = 0;          ///< stores for which a request was refused: another process edits them
+    unsigned storesNotJournalled = 0; ///< the same: their journal cannot be written; see EditJournalling
 
     CategoryCounts& operator+=(const CategoryCounts& other);
 };
@@ -60,7 +61,7 @@ public:
     /// One line that says why a request was refused; success otherwise.
     VelBrx::Status status() const;
 
-    /// Of an edit: as the members say. Of an undo, a reset: `changed` alone.
+    /// Of an edit: as the members say. Of an undo, a reset: `changed` and `storesNotJournalled` alone.
     Counts counts() const;
 
     /// The tool's side: stores what is known; every state but WAITING ends the wait.
@@ -110,6 +111,10 @@ struct VEL_OSGDB_BRX_EXPORT Category : public osg::Referenced
 
     /// Count only: nothing is changed and nothing is kept for undo.
     bool dryRun = false;
+
+    /// What the stores' journals say was done, JSON as scripts have it; see EditJournalling. Without it the
+    /// class alone.
+    std::string operation;
 };
 
 /// A selection on the screen, which of its points may change, and the class that they get.

@@ -137,8 +137,8 @@ private:
     void handle(const Queued& next);
     void noteRefusal(const VelBrx::Status& status);
     VelBrx::Status edit(const Queued& next, CategoryReport::Counts& counts);
-    void undo(CategoryReport::Counts& counts);
-    void reset(CategoryReport::Counts& counts);
+    VelBrx::Status undo(CategoryReport::Counts& counts);
+    VelBrx::Status reset(CategoryReport::Counts& counts);
     static void abandon(Category& request);
 
     std::unique_ptr<ClassUndoStack> _history; ///< changed by the worker; has its own lock

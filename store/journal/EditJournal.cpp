@@ -8,6 +8,7 @@
 #include "store/journal/JournalFile.h"
 #include "store/journal/StoreField.h"
 
+#include <chrono>
 #include <map>
 #include <new>
 
@@ -74,6 +75,12 @@ std::string cellOf(const std::string& path, uint64_t point)
 }
 
 } // namespace
+
+int64_t editTimeNow()
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
 
 Status EditJournal::open(const JournalledStore& store, std::shared_ptr<EditJournal>& journal)
 {
@@ -373,14 +380,14 @@ Status EditRecorder::begin(const EditDescription& edit)
     return status;
 }
 
-Status EditRecorder::visitBefore(uint64_t change, const EditVisitor& visit) const
+Status EditRecorder::visitChange(uint64_t change, bool forward, const EditVisitor& visit) const
 {
     _journal._mutex.assertHeld();
     const JournalFile& file = *_journal._journal;
     if (!file.chain().has(change) || !file.chain().isState(change))
         return Status::failure(file.path() + ": has no change " + std::to_string(change));
     return file.readRuns(change, [&](const std::vector<ChangeRun>& runs) {
-        visitRuns(runs, false, file.chain().entry(change), visit);
+        visitRuns(runs, forward, file.chain().entry(change), visit);
         return Status();
     });
 }

@@ -6,7 +6,6 @@
 #include "store/io/TemporaryFile.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 
 #include <fcntl.h>
@@ -17,12 +16,6 @@
 namespace VelBrx::Journal {
 
 namespace {
-
-int64_t microsecondsNow()
-{
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-}
 
 std::string temporaryFolder()
 {
@@ -175,7 +168,7 @@ Status JournalFile::begin(EntryHead head, const std::string& author, const std::
         return Status::failure(_path + ": an operation of more than 16 MiB cannot be written down");
     const std::string text = author.substr(0, kMostAuthor) + operation;
     head.number = _chain.lastNumber() + (head.kind == Kind::MARK ? 0 : 1);
-    if (head.time == 0) head.time = microsecondsNow();
+    if (head.time == 0) head.time = editTimeNow();
     head.authorLength = static_cast<uint32_t>(text.size() - operation.size());
     head.operationLength = static_cast<uint32_t>(operation.size());
     head.textChecksum = crc32c(reinterpret_cast<const uint8_t*>(text.data()), text.size());

@@ -21,7 +21,7 @@ set(layers
   "render|loading lod osgutils store"
   "edit|loading lod osgutils store store/io store/journal"
   "cull|edit loading lod osgutils store/io store/journal"
-  "category|edit loading lod osgutils store store/io"
+  "category|edit loading lod osgutils store store/io store/journal"
   "session|category cull edit loading lod osgutils store store/io store/journal"
   "registry|category loading lod osgutils render store store/normals"
   "headless|"
@@ -37,7 +37,7 @@ set(layers
   "plugin|viewer/display lod registry render"
   "tools|terminal store store/io store/builder store/export store/journal store/normals store/sample")
 # These use each other's exported headers alone.
-set(exported_only terminal>store render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
+set(exported_only category>store/journal terminal>store render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>category viewer/edit>store/journal viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
