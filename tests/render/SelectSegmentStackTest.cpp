@@ -1,3 +1,4 @@
+#include "edit/SelectionTest.h"
 #include "tests/render/PointPicture.h"
 #include "tests/support/LasRecords.h"
 
@@ -61,11 +62,37 @@ struct SelectSegmentStackTest : testing::Test
         return found;
     }
 
-    /// Draws, and expects each pixel to be as the processor says of its point. Returns how many differ from
-    /// a cloud without selection.
+    /// The points that an edit reaches with what the stack gives it, where the cloud stands now.
+    std::vector<uint8_t> reached(const VelOsgDBBrx::PointSelection& selection) const
+    {
+        const osg::ref_ptr<OctreeInfo> octree = new OctreeInfo;
+        octree->scale.set(0.001, 0.001, 0.001);
+        const SelectionAreas areas(selection);
+        const SelectionTest test(areas, *octree, picture.cloud->getWorldMatrices().front(),
+                                 SelectionTest::Hidden::ANY);
+        std::vector<uint8_t> found(points.size() + PointTest::kBlock);
+        for (size_t i = 0; i < points.size(); i += PointTest::kBlock) {
+            uint8_t records[PointTest::kBlock * VelBrx::PointRecord::kPointSize];
+            const size_t count = std::min<size_t>(PointTest::kBlock, points.size() - i);
+            for (size_t k = 0; k < count; ++k)
+                points[i + k].pack(records + k * VelBrx::PointRecord::kPointSize);
+            const uint8_t classes[PointTest::kBlock] = {};
+            test.test(records, static_cast<int>(count), classes, &found[i]);
+        }
+        return found;
+    }
+
+    /// Draws, and expects each pixel to be as the processor says of its point, and edits to reach what it
+    /// says. Returns how many pixels differ from a cloud without selection.
     int expectAgreement()
     {
         picture.draw();
+        VelOsgDBBrx::PointSelection drawn;
+        drawn.drawn.segments = stack.getSegments();
+        VelOsgDBBrx::PointSelection chosen;
+        chosen.selected = stack.getSelection();
+        const std::vector<uint8_t> isDrawn = reached(drawn);
+        const std::vector<uint8_t> isChosen = reached(chosen);
         int changed = 0;
         for (int i = 0; i < kSize * kSize; ++i) {
             osg::Vec3d p = local(i);
@@ -73,6 +100,8 @@ struct SelectSegmentStackTest : testing::Test
                                          : stack.pointIsSelect(p) ? kSelected
                                                                   : kPlain;
             EXPECT_EQ(pixelOf(i), expected) << "point " << i;
+            EXPECT_EQ(isDrawn[i] != 0, stack.pointIsVisible(p)) << "point " << i;
+            EXPECT_EQ(isChosen[i] != 0, stack.pointIsSelect(p) || !stack.hasSelection()) << "point " << i;
             changed += expected != kPlain;
         }
         return changed;
