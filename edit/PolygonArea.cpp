@@ -203,12 +203,10 @@ PolygonArea::Cover PolygonArea::cover(const osg::Vec2d& low, const osg::Vec2d& h
 {
     const bool meets = low.x() <= _x.high && high.x() >= _x.low && low.y() <= _y.high && high.y() >= _y.low;
     if (!meets) return Cover::NONE;
-    const bool leaves = low.x() < _x.low || high.x() > _x.high || low.y() < _y.low || high.y() > _y.high;
     const int left = _x.firstAt(low.x());
     const int right = _x.lastAt(high.x());
     const int bottom = _y.firstAt(low.y());
     const Field first = _fields[static_cast<size_t>(bottom) * _x.count + left];
-    if (leaves && first == kInside) return Cover::SOME;
     for (int row = bottom, top = _y.lastAt(high.y()); first < kRuns && row <= top; ++row) {
         const auto fields = _fields.begin() + static_cast<ptrdiff_t>(row) * _x.count;
         if (std::any_of(fields + left, fields + right + 1, [first](Field f) { return f != first; }))

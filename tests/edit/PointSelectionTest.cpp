@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <map>
+#include <numeric>
 #include <random>
 
 using namespace VelOsgDBBrx;
@@ -59,7 +60,7 @@ struct PlacedStore
         for (int i = 0; i < count; ++i) {
             auto* record = const_cast<uint8_t*>(Record(file, i).bytes);
             const auto intensity = static_cast<uint16_t>(random());
-            const auto angle = static_cast<int16_t>(random() % 30001 - 15000);
+            const auto angle = static_cast<int16_t>(static_cast<int>(random() % 301) * 100 - 15000);
             std::memcpy(record + 12, &intensity, 2);
             record[14] = static_cast<uint8_t>(random() % 6 | random() % 6 << 4);
             std::memcpy(record + 18, &angle, 2);
@@ -295,7 +296,9 @@ private:
         if (oneIn(6)) attributes.height = heights();
         if (oneIn(6)) attributes.source = range(0, 3000);
         if (oneIn(6)) attributes.gpsTime = range(1e5, 1.03e5);
-        if (oneIn(6)) attributes.scanAngle = range(-90, 90);
+        if (oneIn(4))
+            attributes.scanAngle = {std::round(between(-150, 0)) * 6 / 10, // angles of the stores
+                                    std::round(between(0, 150)) * 6 / 10};
         if (oneIn(6)) attributes.hidden = oneIn(2);
     }
 
@@ -438,6 +441,24 @@ TEST(PointSelectionTest, ReadsNoCellThatItCannotReach)
         EXPECT_GT(count, all / 3) << "the root's third: " << selectionText(selection);
         EXPECT_LT(count, all * 9 / 10) << selectionText(selection);
     }
+
+    // Points may lie a step of their integers beyond the faces of their cell.
+    CellData& root = *store.store.octree()->root;
+    root.children.clear();
+    std::vector<size_t> own(root.record.segments.front().count);
+    std::iota(own.begin(), own.end(), static_cast<size_t>(root.record.segments.front().first));
+    std::vector<size_t> outermost;
+    for (int axis = 0; axis < 3; ++axis) {
+        const auto along = [&](size_t point) { return store.records.position(point)[axis]; };
+        const auto [low, high] = std::minmax_element(own.begin(), own.end(),
+                                                     [&](size_t a, size_t b) { return along(a) < along(b); });
+        outermost.insert(outermost.end(), {*low, *high});
+        root.record.center[axis] = (along(*low) + along(*high)) / 2;
+        root.record.size[axis] =
+            static_cast<float>(along(*high) - along(*low) - 1.8 * store.store.octree()->scale[axis]);
+    }
+    for (const size_t point : outermost)
+        EXPECT_GT(tested(ofPlace(SpherePlace{store.world(point), 1e-6})), 0u) << point;
 }
 
 TEST(PointSelectionTest, PolygonsThatShareEdgesShareNoPlaceAndLeaveNoneOut)

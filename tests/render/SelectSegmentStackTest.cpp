@@ -126,6 +126,8 @@ TEST_F(SelectSegmentStackTest, SelectionStaysOnTheDataOfATurnedCloudWhileTheCame
     picture.viewer.camera().setViewMatrix(osg::Matrixd::translate(-PointPicture::kOrigin));
     picture.viewer.camera().setProjectionMatrixAsOrtho(0, kSize, 0, kSize, -1000, 1000);
     EXPECT_GT(expectAgreement(), 100);
+    stack.selectConvertSegment(false);
+    EXPECT_GT(expectAgreement(), 500);
 }
 
 TEST_F(SelectSegmentStackTest, SelectsUnderThePolygonInAReversedWindow)
