@@ -380,8 +380,8 @@ void markSaved(const std::vector<CellPlacePtr>& places)
     }
 }
 
-VelBrx::Status writeUnwrittenClasses()
+VelBrx::Status writeUnwrittenClasses(const std::set<VelBrx::FileIdentity>* only)
 {
     const VelThreads::Lock one(classEditMutex());
-    return writeClassesToStores();
+    return writeClassesToStores(only);
 }

@@ -8,11 +8,13 @@
 #include "edit/PointTest.h"
 
 #include <VelBrx/EditJournal.h>
+#include <VelBrx/FileIdentity.h>
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/Category.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
 #include <cstdint>
+#include <set>
 #include <vector>
 
 /// Changes of the classes of a store's points, loaded or not: new classes go to the store's journal, where it
@@ -88,4 +90,4 @@ ClassEditOutcome revert(const ClassUndo& undo, VelBrx::EditDescription descripti
 void markSaved(const std::vector<CellPlacePtr>& places);
 
 /// `writeClassesToStores`, kept apart from edits.
-VelBrx::Status writeUnwrittenClasses();
+VelBrx::Status writeUnwrittenClasses(const std::set<VelBrx::FileIdentity>* only = nullptr);

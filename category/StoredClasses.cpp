@@ -212,11 +212,13 @@ std::map<std::string, uint64_t> countUnwrittenClasses()
     return counts;
 }
 
-Status writeClassesToStores()
+Status writeClassesToStores(const std::set<VelBrx::FileIdentity>* only)
 {
     std::map<VelBrx::FileIdentity, StoreToWrite> stores;
-    for (const Cell& cell : UnwrittenClasses::instance().cells())
-        stores[cell.place->file->identity()].add(cell);
+    for (const Cell& cell : UnwrittenClasses::instance().cells()) {
+        const VelBrx::FileIdentity& file = cell.place->file->identity();
+        if (!only || only->count(file)) stores[file].add(cell);
+    }
     Status firstFailure;
     for (auto& [identity, store] : stores) {
         Status status = store.check();

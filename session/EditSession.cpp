@@ -35,6 +35,8 @@ public:
     bool begin() VEL_EXCLUDES(_mutex);
     void start(const std::string& operation, Work work) { _worker.push({operation, std::move(work)}); }
 
+    std::vector<SessionCloud> clouds() const VEL_EXCLUDES(_mutex);
+
     /// Where the clouds stand now.
     CloudPlaces notePlaces() const VEL_EXCLUDES(_mutex);
 
@@ -117,16 +119,14 @@ void EditSession::State::run()
 {
     Task task;
     while (_worker.take(task)) {
-        std::vector<SessionCloud> clouds;
         int64_t newest = 0;
         {
             const VelThreads::Lock lock(_mutex);
-            clouds = _clouds;
             newest = newestOwn();
         }
         EditOutcome outcome;
         outcome.operation = task.operation;
-        StoreEdits edits(clouds, _author, newest, _control, outcome);
+        StoreEdits edits(clouds(), _author, newest, _control, outcome);
         task.work(edits, outcome);
         finish(outcome, edits.steps());
     }
@@ -159,7 +159,9 @@ void EditSession::State::add(OctreeInfo& octree, const EditHistory& history)
         return cloud.octree.lock(other) && other->pointFile && octree.pointFile &&
                other->pointFile->identity() == octree.pointFile->identity();
     };
+    const auto isHere = [&](const SessionCloud& cloud) { return cloud.octree == &octree; };
     const VelThreads::Lock lock(_mutex);
+    if (std::any_of(_clouds.begin(), _clouds.end(), isHere)) return;
     if (std::none_of(_clouds.begin(), _clouds.end(), isSame)) _steps.add(history);
     _clouds.push_back({&octree, history.state});
 }
@@ -189,14 +191,17 @@ bool EditSession::State::begin()
     return true;
 }
 
+std::vector<SessionCloud> EditSession::State::clouds() const
+{
+    const VelThreads::Lock lock(_mutex);
+    return _clouds;
+}
+
 CloudPlaces EditSession::State::notePlaces() const
 {
     std::vector<osg::observer_ptr<OctreeInfo>> octrees;
-    {
-        const VelThreads::Lock lock(_mutex);
-        for (const SessionCloud& cloud : _clouds)
-            octrees.push_back(cloud.octree);
-    }
+    for (const SessionCloud& cloud : clouds())
+        octrees.push_back(cloud.octree);
     CloudPlaces places;
     places.note(octrees);
     return places;
@@ -355,6 +360,32 @@ bool EditSession::show(const PointSelection& selection)
     return true;
 }
 
+bool EditSession::classify(const PointSelection& selection, const Classification& change)
+{
+    if (!_state->begin()) return false;
+    _state->start(change.dryRun ? "classify, dry run" : "classify",
+                  [selection, change, places = _state->notePlaces()](StoreEdits& edits, EditOutcome&) {
+                      edits.classify(selection, places, change);
+                  });
+    return true;
+}
+
+bool EditSession::count(const PointSelection& selection)
+{
+    if (!_state->begin()) return false;
+    _state->start("count", [selection, places = _state->notePlaces()](StoreEdits& edits, EditOutcome&) {
+        edits.count(selection, places);
+    });
+    return true;
+}
+
+bool EditSession::save()
+{
+    if (!_state->begin()) return false;
+    _state->start("save", [](StoreEdits& edits, EditOutcome&) { edits.save(); });
+    return true;
+}
+
 bool EditSession::reset()
 {
     if (!_state->begin()) return false;
@@ -442,6 +473,11 @@ void EditSession::setCallback(Callback callback)
 std::vector<EditStep> EditSession::steps() const
 {
     return _state->steps();
+}
+
+std::map<std::string, uint64_t> EditSession::unsavedPoints() const
+{
+    return ::unsavedPoints(openStores(_state->clouds()));
 }
 
 bool EditSession::addOwnStep(std::string name, std::function<void()> undo, std::function<void()> redo)

@@ -11,6 +11,16 @@ std::string OperationText::of(const std::string& op, const VelOsgDBBrx::PointSel
     return R"({"op":")" + op + R"(","points":)" + VelOsgDBBrx::selectionText(selection) + "}";
 }
 
+std::string OperationText::classify(const VelOsgDBBrx::PointSelection& selection,
+                                    const VelOsgDBBrx::Classification& change)
+{
+    std::string text = of("classify", selection);
+    text.back() = ',';
+    text += R"("to":)" + std::to_string(change.toClass);
+    if (!change.fromClasses.empty()) text += R"(,"from":)" + json(change.fromClasses).dump();
+    return text + "}";
+}
+
 std::string OperationText::reset()
 {
     return R"({"op":"reset"})";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VelOsgDBBrx/EditSession.h>
 #include <VelOsgDBBrx/PointSelection.h>
 
 #include <string>
@@ -9,6 +10,8 @@ namespace OperationText {
 
 /// An operation on selected points: "cull" or "uncull".
 std::string of(const std::string& op, const VelOsgDBBrx::PointSelection& selection);
+
+std::string classify(const VelOsgDBBrx::PointSelection& selection, const VelOsgDBBrx::Classification& change);
 
 std::string reset();
 

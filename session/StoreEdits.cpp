@@ -1,5 +1,6 @@
 #include "session/StoreEdits.h"
 
+#include "category/StoredClasses.h"
 #include "cull/PointMarking.h"
 #include "cull/StoreProblems.h"
 #include "edit/EditReplay.h"
@@ -12,6 +13,7 @@
 #include <VelOsgDBBrx/PCViewerManager.h>
 
 #include <algorithm>
+#include <set>
 
 using VelBrx::EditDescription;
 using VelBrx::EditHistory;
@@ -70,6 +72,18 @@ std::vector<SessionStore> openStores(const std::vector<SessionCloud>& clouds)
         if (std::none_of(stores.begin(), stores.end(), isSame)) stores.push_back({octree, cloud.firstState});
     }
     return stores;
+}
+
+std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionStore>& stores)
+{
+    std::map<std::string, uint64_t> counts = countUnwrittenClasses();
+    for (auto count = counts.begin(); count != counts.end();) {
+        const bool isHere = std::any_of(stores.begin(), stores.end(), [&](const SessionStore& store) {
+            return store.octree->pointPath == count->first;
+        });
+        count = isHere && count->second > 0 ? std::next(count) : counts.erase(count);
+    }
+    return counts;
 }
 
 JournalSteps readSteps(const std::vector<SessionStore>& stores)
@@ -138,6 +152,12 @@ bool StoreEdits::checkStore(OctreeInfo& octree)
     return false;
 }
 
+bool StoreEdits::checkStores(const std::vector<Target>& targets)
+{
+    return std::all_of(targets.begin(), targets.end(),
+                       [this](const Target& target) { return checkStore(*target.octree); });
+}
+
 void StoreEdits::hide(const PointSelection& selection, const CloudPlaces& places)
 {
     mark(selection, places, kHideMark, "cull");
@@ -171,6 +191,78 @@ std::vector<StoreEdits::Target> StoreEdits::reach(const SelectionAreas& areas, c
     return targets;
 }
 
+void StoreEdits::count(const PointSelection& selection, const CloudPlaces& places)
+{
+    ClassEditOptions options;
+    options.dryRun = true;
+    classify(selection, places, ClassRule(), options);
+    _outcome.points = _outcome.classes->selected;
+    _outcome.classes->after = _outcome.classes->before;
+    _outcome.classes->changed = 0;
+}
+
+void StoreEdits::classify(const PointSelection& selection, const CloudPlaces& places,
+                          const VelOsgDBBrx::Classification& change)
+{
+    ClassRule rule;
+    const auto isClass = [](int code) { return code >= 0 && code < 256; };
+    if (!change.fromClasses.empty()) rule.from.reset();
+    for (const int code : change.fromClasses)
+        if (isClass(code)) rule.from.set(static_cast<size_t>(code));
+    std::vector<int> codes = change.fromClasses;
+    codes.push_back(change.toClass);
+    const auto wrong = std::find_if_not(codes.begin(), codes.end(), isClass);
+    if (wrong != codes.end())
+        return refuse("there is no class " + std::to_string(*wrong) + "; give one of 0 to 255");
+    rule.to = static_cast<uint8_t>(change.toClass);
+    ClassEditOptions options;
+    options.dryRun = change.dryRun;
+    options.description = describe(OperationText::classify(selection, change));
+    classify(selection, places, rule, options);
+    _outcome.points = _outcome.classes->changed;
+}
+
+void StoreEdits::classify(const PointSelection& selection, const CloudPlaces& places, const ClassRule& rule,
+                          ClassEditOptions options)
+{
+    VelOsgDBBrx::CategoryCounts& counts = _outcome.classes.emplace();
+    const SelectionAreas areas(selection);
+    if (!areas.status) return refuse(areas.status.message());
+    options.control = &_control;
+    const auto hidden = selection.undrawnToo ? SelectionTest::Hidden::ANY : SelectionTest::Hidden::VISIBLE;
+    const std::vector<Target> targets = reach(areas, places, hidden);
+    if (!options.dryRun && !checkStores(targets)) return;
+    edit(targets, [&](const Target& target) {
+        const ClassEditOutcome done = editClasses(*target.octree, *target.test, rule, options);
+        if (!done.status && done.status.kind() != Status::Kind::CANCELLED) {
+            _outcome.isNotJournalled = true;
+            refuse(done.status.message());
+        }
+        counts += done.counts;
+        _cellsUnreadable += done.counts.cellsUnreadable;
+        return done.undo.change;
+    });
+    if (hasFailed()) counts = {};
+}
+
+void StoreEdits::save()
+{
+    std::set<VelBrx::FileIdentity> files;
+    for (const SessionStore& store : _stores)
+        files.insert(store.octree->pointFile->identity());
+    const std::map<std::string, uint64_t> before = unsavedPoints(_stores);
+    const Status written = writeUnwrittenClasses(&files);
+    if (!written) refuse(written.message());
+    std::map<std::string, uint64_t> after = unsavedPoints(_stores);
+    std::string stores;
+    for (const auto& [store, points] : before) {
+        const uint64_t saved = points - std::min(points, after[store]);
+        _outcome.points += saved;
+        if (saved > 0) stores += (stores.empty() ? "" : ", ") + store;
+    }
+    if (written && !stores.empty()) _outcome.message = "written to " + stores;
+}
+
 void StoreEdits::reset()
 {
     std::vector<Target> targets;
@@ -184,6 +276,7 @@ void StoreEdits::reset()
 
 void StoreEdits::mark(const std::vector<Target>& targets, const PointMark& mark, const std::string& operation)
 {
+    if (!checkStores(targets)) return;
     const EditDescription description = describe(operation);
     edit(targets, [&](const Target& target) {
         const StoreEditLock lock(*target.octree);
@@ -201,10 +294,8 @@ void StoreEdits::mark(const std::vector<Target>& targets, const PointMark& mark,
 void StoreEdits::edit(const std::vector<Target>& targets, const EditStore& editStore)
 {
     uint64_t cells = 0;
-    for (const Target& target : targets) {
-        if (!checkStore(*target.octree)) return;
+    for (const Target& target : targets)
         cells += target.cells.size();
-    }
     _control.begin(cells);
     std::vector<Move> done;
     for (const Target& target : targets) {
@@ -274,18 +365,27 @@ void StoreEdits::move(const std::vector<uint64_t>& states)
     _control.begin(points);
     const EditDescription description = describe({});
     std::vector<Move> done;
-    for (const Move& one : moves) {
+    for (Move& one : moves) {
         if (hasFailed()) break;
-        done.push_back(one);
         if (const Status moved = move(one, description, _outcome.points); !moved) refuse(moved.message());
+        if (one.to != one.from) done.push_back(one);
     }
     if (hasFailed()) takeBack(done, {});
     if (!done.empty()) VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw();
 }
 
-Status StoreEdits::move(const Move& one, const EditDescription& description, uint64_t& points)
+/// Leaves a store alone that something else has edited since it was looked at. Where the store ends up is the
+/// end of the move, also of one that fails.
+Status StoreEdits::move(Move& one, const EditDescription& description, uint64_t& points)
 {
-    return moveStoreTo(*one.octree, one.to, description, &_control, points);
+    const std::shared_ptr<EditJournal> journal = openJournal(*one.octree);
+    if (!journal || journal->state() != one.from) {
+        one.to = one.from;
+        return Status::failure(one.octree->pointPath + ": was edited by something else meanwhile; try again");
+    }
+    const Status moved = moveStoreTo(*one.octree, one.to, description, &_control, points);
+    one.to = journal->state();
+    return moved;
 }
 
 /// Brings stores back to where they were before a part of an operation. What that cannot do is told.
@@ -295,8 +395,8 @@ void StoreEdits::takeBack(const std::vector<Move>& done, const std::string& oper
     std::string left;
     for (auto one = done.rbegin(); one != done.rend(); ++one) {
         uint64_t points = 0;
-        const Status moved = move({one->octree, one->to, one->from}, description, points);
-        if (!moved) left += (left.empty() ? "" : ", ") + one->octree->pointPath;
+        Move back = {one->octree, one->to, one->from};
+        if (!move(back, description, points)) left += (left.empty() ? "" : ", ") + one->octree->pointPath;
     }
     _outcome.isCancelled = _outcome.ok;
     if (left.empty()) {

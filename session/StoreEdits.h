@@ -1,5 +1,6 @@
 #pragma once
 
+#include "category/ClassEdit.h"
 #include "edit/CloudPlaces.h"
 #include "edit/EditControl.h"
 #include "edit/SelectionTest.h"
@@ -16,6 +17,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,6 +48,9 @@ std::vector<SessionStore> openStores(const std::vector<SessionCloud>& clouds);
 /// Reads what the journal of a cloud's store has, whether it is open or not.
 VelBrx::Status readHistory(OctreeInfo& octree, VelBrx::EditHistory& history);
 
+/// Points whose class is not saved, by the path of their store; without stores that have none.
+std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionStore>& stores);
+
 /// The steps of stores, in their order. A journal that cannot be read has none: whoever edits its store is
 /// told.
 JournalSteps readSteps(const std::vector<SessionStore>& stores);
@@ -66,6 +71,10 @@ public:
     void hide(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places);
     void show(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places);
 
+    void count(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places);
+    void classify(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places,
+                  const VelOsgDBBrx::Classification& change);
+    void save();
     void reset();
     void undo();
     void redo();
@@ -86,7 +95,7 @@ private:
     struct Move
     {
         OctreeInfo* octree;
-        uint64_t from;
+        uint64_t from; ///< where the store is before it
         uint64_t to;
     };
 
@@ -95,6 +104,9 @@ private:
 
     VelBrx::EditDescription describe(const std::string& operation);
     bool checkStore(OctreeInfo& octree);
+    bool checkStores(const std::vector<Target>& targets);
+    void classify(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places,
+                  const ClassRule& rule, ClassEditOptions options);
     std::vector<Target> reach(const SelectionAreas& areas, const CloudPlaces& places,
                               SelectionTest::Hidden hidden) const;
     void mark(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places, const PointMark& mark,
@@ -102,7 +114,7 @@ private:
     void mark(const std::vector<Target>& targets, const PointMark& mark, const std::string& operation);
     void edit(const std::vector<Target>& targets, const EditStore& editStore);
     void move(const std::vector<uint64_t>& states);
-    VelBrx::Status move(const Move& one, const VelBrx::EditDescription& description, uint64_t& points);
+    VelBrx::Status move(Move& one, const VelBrx::EditDescription& description, uint64_t& points);
     void takeBack(const std::vector<Move>& done, const std::string& operation);
     void refuse(const std::string& message);
     void refuse(const VelOsgDBBrx::CmdResult& result);

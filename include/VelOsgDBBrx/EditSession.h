@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/Status.h>
+#include <VelOsgDBBrx/Category.h>
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PointSelection.h>
@@ -27,6 +28,14 @@ struct EditStep
     bool isOwn = false;     ///< see `EditSession::addOwnStep`
 };
 
+/// A change of classes: which classes may change, and what they become.
+struct Classification
+{
+    int toClass = 1;              ///< 0 to 255
+    std::vector<int> fromClasses; ///< 0 to 255; empty: all
+    bool dryRun = false;          ///< only count
+};
+
 /// What an operation of `EditSession` did.
 struct EditOutcome
 {
@@ -34,8 +43,12 @@ struct EditOutcome
     bool ok = true;           ///< false: refused, failed, or done in part; `message` says why and what to do
     bool isCancelled = false; ///< taken back whole, as `EditSession::cancel` asked
 
-    /// Points changed in the stores.
+    /// Points changed in the stores; of a dry run those that would be, of a count those found, of a save
+    /// those written.
     uint64_t points = 0;
+
+    /// Of a classification and a count: the points of the selection by class, before and after.
+    std::optional<CategoryCounts> classes;
 
     std::string undone; ///< of an undo: the operation that was taken back; empty when there was none
     std::string redone; ///< of a redo: the operation that was done again; empty when there was none
@@ -111,6 +124,17 @@ public:
     /// Brings the hidden points of a selection back, whoever hid them. Its undo hides them again.
     bool show(const PointSelection& selection);
 
+    /// Gives the visible points of a selection another class, hidden ones too where it says `undrawnToo`. The
+    /// stores have it once it is saved; until then the program shows it, and the journals keep it.
+    bool classify(const PointSelection& selection, const Classification& change);
+
+    /// Counts the points that `classify` would reach, by class.
+    bool count(const PointSelection& selection);
+
+    /// Writes the classes into the stores. It is no step: undo goes back past it. What could not be written
+    /// stays unsaved.
+    bool save();
+
     /// Brings every hidden point of the stores back, whoever hid it and when; one step.
     bool reset();
 
@@ -158,6 +182,10 @@ public:
     /// Every step of the clouds' journals and every own step, the oldest first, those that were taken back
     /// too; as of the last operation that ended.
     std::vector<EditStep> steps() const;
+
+    /// Number of points whose class is not saved, by the path of their store; without stores that have none.
+    /// Any thread.
+    std::map<std::string, uint64_t> unsavedPoints() const;
 
     /// A step of the host's own in the order of undo and redo, such as a selection in the picture, that has
     /// just been done. `undo` and `redo` are called by `undo`, `redo`, `undoAll` and `stepTo`, on their

@@ -28,6 +28,16 @@ done
 "$examples/read_cell/read_cell" "$scratch/survey.brx" | tee "$scratch/points"
 grep -qE '^[1-9][0-9]* of 20000 points' "$scratch/points"
 
+# A host without a window edits two stores as one; both have what it saved.
+"$prefix/bin/brx" sample "$scratch/second.las" --points 20000 --seed 8
+"$prefix/bin/brx" build "$scratch/second.las" -o "$scratch/second.brx"
+"$examples/edit_session/edit_session" "$scratch/survey.brx" "$scratch/second.brx" | tee "$scratch/edits"
+[ "$(grep -cE '^(classify|undo classify|redo classify|save): [1-9][0-9]* points' "$scratch/edits")" = 4 ]
+for store in survey second; do
+    "$prefix/bin/brx" verify "$scratch/$store.brx"
+    "$prefix/bin/brx" history "$scratch/$store.brx" | grep -q "example.*classify"
+done
+
 # A host without OpenSceneGraph; the package says what is missing where it was not asked to fail.
 "$examples/stores/stores" "$scratch/survey.brx" | grep -q "0 hidden, "
 if PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags vel_octree_brx | grep -q OpenThreads; then exit 1; fi
