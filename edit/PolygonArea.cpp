@@ -9,7 +9,7 @@
 namespace {
 
 constexpr int kBlock = RecordBlock::kSize;
-constexpr int kFewestFields = 128; ///< along an axis
+constexpr int kFewestFields = 256; ///< along an axis
 constexpr int kMostFields = 1024;  ///< the grid stays in the processor's cache, and numbers of runs are small
 constexpr uint64_t kMostInRows = uint64_t{1} << 22;
 
@@ -65,7 +65,7 @@ PolygonArea::PolygonArea(const std::vector<osg::Vec2d>& polygon)
 /// The more edges, the finer the grid; fewer rows where many edges run through many of them.
 void PolygonArea::divide()
 {
-    const int fields = std::clamp(static_cast<int>(16 * std::sqrt(static_cast<double>(_edges.size()))),
+    const int fields = std::clamp(static_cast<int>(32 * std::sqrt(static_cast<double>(_edges.size()))),
                                   kFewestFields, kMostFields);
     _x.divide(fields);
     _y.divide(fields);
