@@ -50,6 +50,7 @@ public:
 
     bool addOwn(EditStep step, std::function<void()> undo, std::function<void()> redo) VEL_EXCLUDES(_mutex);
 
+    void editWithoutJournal() VEL_EXCLUDES(_mutex);
     void setCallback(Callback callback) VEL_EXCLUDES(_mutex);
     bool isBusy() const VEL_EXCLUDES(_mutex);
     bool isRunning() const VEL_EXCLUDES(_mutex);
@@ -81,7 +82,7 @@ private:
     };
 
     void run() VEL_EXCLUDES(_mutex);
-    void finish(const EditOutcome& outcome, JournalSteps steps) VEL_EXCLUDES(_mutex);
+    void finish(const EditOutcome& outcome, const StoreEdits& edits) VEL_EXCLUDES(_mutex);
     void waitUntilEnded() VEL_REQUIRES(_mutex);
     int64_t newestOwn() const VEL_REQUIRES(_mutex) { return _own.empty() ? 0 : _own.back().step.time; }
     std::vector<OwnStep>::iterator firstUndone() VEL_REQUIRES(_mutex);
@@ -96,6 +97,7 @@ private:
     EditOutcome _outcome VEL_GUARDED_BY(_mutex); ///< of the last operation that ended
     Callback _callback VEL_GUARDED_BY(_mutex);
     std::vector<SessionCloud> _clouds VEL_GUARDED_BY(_mutex);
+    std::vector<osg::observer_ptr<OctreeInfo>> _refused VEL_GUARDED_BY(_mutex); ///< by the last operation
     JournalSteps _steps VEL_GUARDED_BY(_mutex);       ///< as of the last operation that ended
     std::vector<OwnStep> _own VEL_GUARDED_BY(_mutex); ///< ascending in time; the undone ones are the last
 
@@ -128,18 +130,20 @@ void EditSession::State::run()
         outcome.operation = task.operation;
         StoreEdits edits(clouds(), _author, newest, _control, outcome);
         task.work(edits, outcome);
-        finish(outcome, edits.steps());
+        finish(outcome, edits);
     }
 }
 
-void EditSession::State::finish(const EditOutcome& outcome, JournalSteps steps)
+void EditSession::State::finish(const EditOutcome& outcome, const StoreEdits& edits)
 {
+    JournalSteps steps = edits.steps();
     Callback callback;
     {
         const VelThreads::Lock lock(_mutex);
         if (steps.newestEdit() > _steps.newestEdit()) _own.erase(firstUndone(), _own.end());
         _steps = std::move(steps);
         _outcome = outcome;
+        _refused = edits.refused();
         callback = _callback;
         _isCallingBack = static_cast<bool>(callback);
         _phase = callback ? Phase::IDLE : Phase::FINISHED;
@@ -271,6 +275,26 @@ bool EditSession::State::addOwn(EditStep step, std::function<void()> undo, std::
     step.time = timeBehind(std::max(_steps.newestTime(), newestOwn()));
     _own.push_back({std::move(step), std::move(undo), std::move(redo)});
     return true;
+}
+
+void EditSession::State::editWithoutJournal()
+{
+    std::vector<SessionCloud> changed = clouds();
+    std::vector<osg::observer_ptr<OctreeInfo>> refused;
+    {
+        const VelThreads::Lock lock(_mutex);
+        refused = _refused;
+    }
+    for (SessionCloud& cloud : changed) {
+        osg::ref_ptr<OctreeInfo> octree;
+        if (!cloud.octree.lock(octree)) continue;
+        const bool wasRefused = std::find(refused.begin(), refused.end(), cloud.octree) != refused.end();
+        if (::editWithoutJournal(*octree, _author, wasRefused)) cloud.firstState = 0;
+    }
+    JournalSteps steps = readSteps(openStores(changed));
+    const VelThreads::Lock lock(_mutex);
+    _clouds = std::move(changed);
+    _steps = std::move(steps);
 }
 
 void EditSession::State::setCallback(Callback callback)
@@ -432,6 +456,13 @@ bool EditSession::stepTo(int64_t time)
     if (!_state->begin()) return false;
     _state->moveOwnTo(time);
     _state->start("step to", [time](StoreEdits& edits, EditOutcome&) { edits.stepTo(time); });
+    return true;
+}
+
+bool EditSession::editWithoutJournal()
+{
+    if (_state->isBusy()) return false;
+    _state->editWithoutJournal();
     return true;
 }
 

@@ -26,10 +26,31 @@ using VelOsgDBBrx::PointSelection;
 
 namespace {
 
+/// The journal of a store where it is open.
 std::shared_ptr<EditJournal> openJournal(OctreeInfo& octree)
 {
     const std::lock_guard<std::mutex> guard(octree.pointFile->mutex);
     return octree.journal;
+}
+
+bool isTemporary(OctreeInfo& octree)
+{
+    const std::lock_guard<std::mutex> guard(octree.pointFile->mutex);
+    return octree.isJournalTemporary;
+}
+
+/// Makes sure that a store can be edited now, through its journal.
+void check(OctreeInfo& octree, CmdResult& result)
+{
+    if (!lockForEditing(octree, result)) return;
+    const StoreEditLock lock(octree);
+    std::shared_ptr<EditJournal> journal;
+    Status opened = EditJournalling::open(octree, journal);
+    if (opened && !journal)
+        opened = Status::failure(octree.pointPath + ": its journal was switched off; switch it on to edit");
+    if (opened) return;
+    ++(opened.kind() == Status::Kind::IN_USE ? result.storesBusy : result.storesNotJournalled);
+    result.reason = opened.message();
 }
 
 std::vector<osg::ref_ptr<OctreeInfo>> openClouds(const std::vector<SessionCloud>& clouds)
@@ -57,6 +78,7 @@ Status readHistory(OctreeInfo& octree, EditHistory& history)
     if (!octree.pointFile) return {};
     if (const std::shared_ptr<EditJournal> journal = openJournal(octree))
         return journal->readHistory(history);
+    if (isTemporary(octree)) return {};
     return VelBrx::readEditHistory(octree.pointPath, history);
 }
 
@@ -72,6 +94,18 @@ std::vector<SessionStore> openStores(const std::vector<SessionCloud>& clouds)
         if (std::none_of(stores.begin(), stores.end(), isSame)) stores.push_back({octree, cloud.firstState});
     }
     return stores;
+}
+
+bool editWithoutJournal(OctreeInfo& octree, const std::string& author, bool wasRefused)
+{
+    if (!isEditable(octree)) return false;
+    CmdResult result;
+    check(octree, result);
+    if (!wasRefused && result.storesBusy + result.storesNotJournalled == 0) return false;
+    octree.pointFile->editAnyway();
+    std::string note;
+    const Status on = EditJournalling::switchOn(octree, author, note, VelBrx::JournalPlace::TEMPORARY);
+    return on.ok(); // what is wrong is told by the next edit
 }
 
 std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionStore>& stores)
@@ -122,34 +156,25 @@ void StoreEdits::refuse(const std::string& message)
     _outcome.ok = false;
 }
 
-void StoreEdits::refuse(const CmdResult& result)
+/// A store was left as it was.
+void StoreEdits::refuse(OctreeInfo& octree, const CmdResult& result)
 {
     _outcome.isBusyElsewhere |= result.storesBusy > 0;
     _outcome.isNotJournalled |= result.storesNotJournalled > 0;
+    if (result.storesBusy + result.storesNotJournalled > 0) _refused.emplace_back(&octree);
     refuse(result.reason);
 }
 
-/// Whether a store can be edited now, through its journal.
 bool StoreEdits::checkStore(OctreeInfo& octree)
 {
-    CmdResult result;
     if (!isEditable(octree)) {
         refuse(octree.pointPath + ": cannot be written; make it writable and open it again");
         return false;
     }
-    if (!lockForEditing(octree, result)) {
-        refuse(result);
-        return false;
-    }
-    const StoreEditLock lock(octree);
-    std::shared_ptr<EditJournal> journal;
-    Status opened = EditJournalling::open(octree, journal);
-    if (opened && !journal)
-        opened = Status::failure(octree.pointPath + ": its journal was switched off; switch it on to edit");
-    if (opened) return true;
-    (opened.kind() == Status::Kind::IN_USE ? _outcome.isBusyElsewhere : _outcome.isNotJournalled) = true;
-    refuse(opened.message());
-    return false;
+    CmdResult result;
+    check(octree, result);
+    if (!result.reason.empty()) refuse(octree, result);
+    return result.reason.empty();
 }
 
 bool StoreEdits::checkStores(const std::vector<Target>& targets)
@@ -235,8 +260,10 @@ void StoreEdits::classify(const PointSelection& selection, const CloudPlaces& pl
     edit(targets, [&](const Target& target) {
         const ClassEditOutcome done = editClasses(*target.octree, *target.test, rule, options);
         if (!done.status && done.status.kind() != Status::Kind::CANCELLED) {
-            _outcome.isNotJournalled = true;
-            refuse(done.status.message());
+            CmdResult result;
+            ++result.storesNotJournalled;
+            result.reason = done.status.message();
+            refuse(*target.octree, result);
         }
         counts += done.counts;
         _cellsUnreadable += done.counts.cellsUnreadable;
@@ -285,7 +312,7 @@ void StoreEdits::mark(const std::vector<Target>& targets, const PointMark& mark,
             markJournalled(*target.octree, target.cells, *target.test, mark, description, &_control, result);
         _outcome.points += result.pointsChanged;
         _cellsUnreadable += result.cellsUnreadable;
-        if (!result.reason.empty()) refuse(result);
+        if (!result.reason.empty()) refuse(*target.octree, result);
         return change;
     });
 }

@@ -48,6 +48,9 @@ std::vector<SessionStore> openStores(const std::vector<SessionCloud>& clouds);
 /// Reads what the journal of a cloud's store has, whether it is open or not.
 VelBrx::Status readHistory(OctreeInfo& octree, VelBrx::EditHistory& history);
 
+/// Switches to a temporary journal where the store's own cannot be used, or could not a moment ago.
+bool editWithoutJournal(OctreeInfo& octree, const std::string& author, bool wasRefused);
+
 /// Points whose class is not saved, by the path of their store; without stores that have none.
 std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionStore>& stores);
 
@@ -80,6 +83,10 @@ public:
     void redo();
     void undoAll();
     void stepTo(int64_t time);
+
+    /// The stores that were left as they were because another program edits them or their journal cannot be
+    /// written.
+    const std::vector<osg::observer_ptr<OctreeInfo>>& refused() const { return _refused; }
 
     /// The steps of the stores as they are now.
     JournalSteps steps() const { return readSteps(_stores); }
@@ -117,7 +124,7 @@ private:
     VelBrx::Status move(Move& one, const VelBrx::EditDescription& description, uint64_t& points);
     void takeBack(const std::vector<Move>& done, const std::string& operation);
     void refuse(const std::string& message);
-    void refuse(const VelOsgDBBrx::CmdResult& result);
+    void refuse(OctreeInfo& octree, const VelOsgDBBrx::CmdResult& result);
     bool hasFailed() const { return !_outcome.ok || _control.isCancelled(); }
 
     const std::string _author;
@@ -129,4 +136,5 @@ private:
     const int64_t _newestOwn;
     int64_t _time = 0; ///< of the newest entry or own step
     uint64_t _cellsUnreadable = 0;
+    std::vector<osg::observer_ptr<OctreeInfo>> _refused;
 };

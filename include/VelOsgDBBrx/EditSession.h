@@ -57,10 +57,10 @@ struct EditOutcome
 
     std::string message; ///< one line; empty where there is nothing to add
 
-    /// Refused because another program edits a store.
+    /// Refused because another program edits a store: `editWithoutJournal` is the user's to choose.
     bool isBusyElsewhere = false;
 
-    /// Refused because a store's journal cannot be written.
+    /// Refused because a store's journal cannot be written: the same.
     bool isNotJournalled = false;
 };
 
@@ -151,6 +151,12 @@ public:
     /// before all steps that the journals know.
     bool stepTo(int64_t time);
     /// @}
+
+    /// The user's choice to edit the stores all the same that another program edits, or whose journals cannot
+    /// be written, as `isBusyElsewhere` and `isNotJournalled` of the last outcome told. Of these the steps
+    /// are in a temporary journal from now on, which begins empty and ends with the process; the others keep
+    /// theirs. False, and nothing is done, while `isBusy`.
+    bool editWithoutJournal();
 
     /// \name The running operation
     /// @{
