@@ -4,6 +4,7 @@
 #include "loading/PointAttributes.h"
 #include "loading/UnwrittenClasses.h"
 #include "tests/support/CullScene.h"
+#include "tests/support/DocsPage.h"
 #include "tests/support/NoRoom.h"
 #include "tests/support/OtherEditor.h"
 #include "tests/support/ReadFile.h"
@@ -466,4 +467,11 @@ TEST_F(EditSessionStory, OwnStepsTakeTheirTurnAndOutcomesComeInOrder)
     EXPECT_TRUE(session->hide(inSphere({0, 0, 0}, 20)));
     session.reset();
     EXPECT_EQ(outcomes.back(), "hide") << "the end of a session waits";
+}
+
+TEST(EditSessionPage, ShowsCodeOfTheExample)
+{
+    const std::string root = VELBRX_SOURCE_DIR;
+    EXPECT_EQ(blocksNotIn(root + "/examples/edit_session/main.cpp", root + "/docs/editing-session.md"),
+              std::vector<std::string>());
 }
