@@ -1,6 +1,8 @@
 #include "edit/SelectionTest.h"
+#include "tests/support/BuildStore.h"
 #include "tests/support/CullScene.h"
 
+#include <VelBrx/SampleSurvey.h>
 #include <VelOsgDBBrx/CellData.h>
 
 #include <gtest/gtest.h>
@@ -39,35 +41,47 @@ struct Record
     const uint8_t* bytes;
 };
 
-/// A store whose points have attributes drawn by lot, where it stands in the world, and classes that are
-/// edited and not saved.
+/// A store of points by lot, whose attributes are by lot too.
+std::string storeByLot(const TempFolder& folder, int count, unsigned seed)
+{
+    const std::string name = "cloud" + std::to_string(seed);
+    Bytes file = LasRecords(writeMarkedStore(folder, count, seed, name)).bytes();
+    std::mt19937 random(seed);
+    for (int i = 0; i < count; ++i) {
+        auto* record = const_cast<uint8_t*>(Record(file, i).bytes);
+        const auto intensity = static_cast<uint16_t>(random());
+        const auto angle = static_cast<int16_t>(static_cast<int>(random() % 301) * 100 - 15000);
+        std::memcpy(record + 12, &intensity, 2);
+        record[14] = static_cast<uint8_t>(random() % 6 | random() % 6 << 4);
+        std::memcpy(record + 18, &angle, 2);
+    }
+    return folder.write(name, file);
+}
+
+/// A store of a survey, whose tree follows the ground.
+std::string storeOfSurvey(const TempFolder& folder)
+{
+    VelBrx::SampleOptions options;
+    options.output = folder.file("survey.las");
+    options.points = 30000;
+    EXPECT_TRUE(VelBrx::writeSampleSurvey(options));
+    buildStoreOf(options.output, folder.file("survey.brx"));
+    return folder.file("survey.brx");
+}
+
+/// A store, where it stands in the world, and classes that are edited and not saved.
 struct PlacedStore
 {
-    PlacedStore(const TempFolder& folder, int count, unsigned seed, const osg::Matrixd& localToWorld)
-        : place(localToWorld), records(withAttributes(folder, count, seed)),
-          store(folder.file("cloud" + std::to_string(seed)))
+    PlacedStore(const std::string& path, const osg::Matrixd& localToWorld)
+        : place(localToWorld), records(path), store(path)
     {
-        std::mt19937 random(seed);
+        std::mt19937 random(9);
         for (size_t i = 0; i < records.size(); ++i)
             classes.push_back(static_cast<uint8_t>(random() % 8));
     }
 
-    static LasRecords withAttributes(const TempFolder& folder, int count, unsigned seed)
-    {
-        const std::string name = "cloud" + std::to_string(seed);
-        Bytes file = LasRecords(writeMarkedStore(folder, count, seed, name)).bytes();
-        std::mt19937 random(seed);
-        for (int i = 0; i < count; ++i) {
-            auto* record = const_cast<uint8_t*>(Record(file, i).bytes);
-            const auto intensity = static_cast<uint16_t>(random());
-            const auto angle = static_cast<int16_t>(static_cast<int>(random() % 301) * 100 - 15000);
-            std::memcpy(record + 12, &intensity, 2);
-            record[14] = static_cast<uint8_t>(random() % 6 | random() % 6 << 4);
-            std::memcpy(record + 18, &angle, 2);
-        }
-        folder.write(name, file);
-        return LasRecords(file);
-    }
+    osg::Vec3d middle() const { return (store.octree()->min + store.octree()->max) * 0.5 * place; }
+    double size() const { return (store.octree()->max - store.octree()->min).x() * place.getScale().x(); }
 
     osg::Vec3d world(size_t point) const { return (records.position(point) - records.offset()) * place; }
 
@@ -191,7 +205,7 @@ private:
     std::vector<bool> _underMask; ///< of a screen place
 };
 
-/// Selections drawn by lot around a cube of 100 units at `middle`.
+/// Selections drawn by lot around a cube of `size` at `middle`.
 class Lots
 {
 public:
@@ -350,21 +364,20 @@ TEST(PointSelectionTest, ReachesWhatItSaysInStoresThatAreTurnedAndScaledAfterAJo
 {
     const TempFolder folder;
     const PlacedStore stores[] = {
-        {folder, 3000, 1, osg::Matrixd::translate(1234567, 7654321, 250)},
-        {folder, 2000, 2,
+        {storeByLot(folder, 3000, 1), osg::Matrixd::translate(1234567, 7654321, 250)},
+        {storeByLot(folder, 2000, 2),
          osg::Matrixd::rotate(0.7, osg::Vec3d(1, 2, 3)) * osg::Matrixd::translate(300, -40, 5)},
-        {folder, 2500, 3,
-         osg::Matrixd::scale(30, 50, 20) * osg::Matrixd::rotate(2, osg::Vec3d(3, -1, 1)) *
-             osg::Matrixd::translate(-1e5, 5e6, 800)},
+        {storeByLot(folder, 2500, 3), osg::Matrixd::scale(30, 50, 20) *
+                                          osg::Matrixd::rotate(2, osg::Vec3d(3, -1, 1)) *
+                                          osg::Matrixd::translate(-1e5, 5e6, 800)},
+        {storeOfSurvey(folder), osg::Matrixd::translate(6e5, 5.2e6, 400)},
     };
     std::map<int, size_t> reachedByKind;
     unsigned seed = 0;
     for (const PlacedStore& store : stores) {
-        const osg::Vec3d middle = osg::Vec3d() * store.place;
-        const double size = 100 * (store.place.getScale().x());
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < 150; ++i) {
             const int kind = i % 5;
-            Lots lots(++seed, middle, size);
+            Lots lots(++seed, store.middle(), store.size());
             const PointSelection selection = lots.selection(kind);
             const Hidden hidden = static_cast<Hidden>(seed % 3);
             PointSelection read;
@@ -391,7 +404,7 @@ TEST(PointSelectionTest, ReadsNoCellThatItCannotReach)
 {
     const TempFolder folder;
     const osg::Vec3d at(1e6, 5e6, 100);
-    const PlacedStore store(folder, 20000, 7,
+    const PlacedStore store(storeByLot(folder, 20000, 7),
                             osg::Matrixd::rotate(0.3, osg::Vec3d(0, 0, 1)) * osg::Matrixd::translate(at));
     const auto square = [&](double x, double y, double half) {
         const osg::Vec2d c(at.x() + x, at.y() + y);
