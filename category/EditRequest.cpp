@@ -135,18 +135,27 @@ ClassEditOptions optionsOf(const Category& request)
     return options;
 }
 
-/// Keeps an edit of a cloud. Where it failed, those of the clouds before are taken back.
+/// Keeps an edit of a cloud. Where it failed, those of the clouds before are taken back, as far as that can
+/// be written down.
 Status keep(CloudEdit edit, std::vector<CloudEdit>& edits)
 {
     const Status status = edit.outcome.status;
-    edits.push_back(std::move(edit));
-    if (status) return {};
+    if (status) {
+        edits.push_back(std::move(edit));
+        return {};
+    }
     VelBrx::EditDescription undo;
     undo.operation = R"({"op":"undo"})";
-    for (const CloudEdit& made : edits)
-        (void)revert(made.outcome.undo, undo);
-    edits.clear();
-    return refuse(status, edits);
+    const auto isTakenBack = [&](const CloudEdit& made) {
+        return revert(made.outcome.undo, undo).status.ok();
+    };
+    edits.erase(std::remove_if(edits.begin(), edits.end(), isTakenBack), edits.end());
+    if (edits.empty()) return refuse(status, edits);
+    const std::string left = std::to_string(edits.size());
+    return refuse(
+        Status::failure(status.message() + "; " + left + " other stores have been edited; undo that",
+                        status.kind()),
+        edits);
 }
 
 /// Carries out an edit on the screen.

@@ -22,6 +22,7 @@ using VelBrx::Status;
 namespace {
 
 using Cell = UnwrittenClasses::Cell;
+using JournalPtr = std::shared_ptr<VelBrx::EditJournal>;
 
 ClassesPtr shared(std::vector<uint8_t> classes)
 {
@@ -79,7 +80,7 @@ public:
 
 private:
     Status open(const std::string& path);
-    Status saveJournals(const std::string& author);
+    Status saveJournals(const OctreeInfo* octree, uint64_t& replaced);
     bool write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced);
     void settle(const Cell& cell, uint64_t replaced);
     Status failure(const std::string& what) const { return Status::failure(_path + ": " + what); }
@@ -160,24 +161,66 @@ void StoreToWrite::settle(const Cell& cell, uint64_t replaced)
     UnwrittenClasses::instance().set({cell.place, shared(std::move(inStore)), shared(std::move(wanted))});
 }
 
-/// Saves what is in journals. What is left to be written then was edited without one.
-Status StoreToWrite::saveJournals(const std::string& author)
+/// What the journal is to save of a cell: points that somebody else has given another class keep that.
+/// `replaced` grows by them.
+EditedCell withoutReplaced(VelBrx::File& file, const Cell& cell, uint64_t& replaced)
 {
-    std::set<std::shared_ptr<VelBrx::EditJournal>> journals;
-    for (const Cell& cell : _cells)
-        if (cell.place->journal) journals.insert(cell.place->journal);
-    for (const std::shared_ptr<VelBrx::EditJournal>& journal : journals) {
-        uint64_t points = 0;
-        if (Status status = journal->save(author, points); !status) return status;
+    const std::vector<uint8_t> inStore = readClasses(file, *cell.place);
+    const std::vector<uint8_t>& written = *cell.written;
+    const std::vector<uint8_t>& current = *cell.current;
+    if (countDifferent(inStore, written) == 0) return {cell.place, cell.current, cell.current};
+    std::vector<uint8_t> saved = current;
+    for (size_t i = 0; i < saved.size(); ++i) {
+        if (written[i] == current[i] || inStore[i] == written[i] || inStore[i] == current[i]) continue;
+        saved[i] = inStore[i];
+        ++replaced;
+    }
+    return {cell.place, cell.current, shared(std::move(saved))};
+}
+
+/// Saves what is in journals; `_cells` are then those that were edited without one. Points that somebody else
+/// has given another class are taken out of the save by a change of their own, and wanted again by another.
+Status StoreToWrite::saveJournals(const OctreeInfo* octree, uint64_t& replaced)
+{
+    std::set<JournalPtr> journals;
+    if (octree && octree->journal) journals.insert(octree->journal);
+    std::map<JournalPtr, std::vector<EditedCell>> kept;
+    std::vector<Cell> others;
+    for (const Cell& cell : _cells) {
+        const JournalPtr& journal = cell.place->journal;
+        if (journal)
+            journals.insert(journal);
+        else
+            others.push_back(cell);
+        EditedCell saved = journal ? withoutReplaced(*_file, cell, replaced) : EditedCell();
+        if (saved.before != saved.after) kept[journal].push_back(std::move(saved));
     }
     if (journals.empty()) return {};
-    std::vector<Cell> left;
-    for (Cell& cell : _cells) {
-        cell.written = shared(readClasses(*_file, *cell.place));
-        UnwrittenClasses::instance().set(cell);
-        if (*cell.written != *cell.current) left.push_back(cell);
+    VelBrx::EditDescription description;
+    if (octree) description.author = octree->journalAuthor;
+    description.operation = R"({"op":"keepSaved"})";
+    uint64_t change = 0;
+    for (auto& [journal, cells] : kept)
+        if (Status status = recordAndPublishClasses(cells, journal, description, change); !status)
+            return status;
+    for (const JournalPtr& journal : journals) {
+        uint64_t points = 0;
+        if (Status status = journal->save(description.author, points); !status) return status;
     }
-    _cells = std::move(left);
+    for (const Cell& cell : _cells)
+        if (cell.place->journal) UnwrittenClasses::instance().forget(cell.place->identifier);
+    description.operation = R"({"op":"classify"})";
+    for (auto& [journal, cells] : kept) {
+        for (EditedCell& cell : cells)
+            std::swap(cell.before, cell.after);
+        if (Status status = recordAndPublishClasses(cells, journal, description, change); !status)
+            return status;
+    }
+    for (Cell& cell : others) {
+        cell.written = shared(readClasses(*_file, *cell.place)); // the journal may have saved some of it
+        UnwrittenClasses::instance().set(cell);
+    }
+    _cells = std::move(others);
     return {};
 }
 
@@ -186,8 +229,8 @@ Status StoreToWrite::write()
     const osg::ref_ptr<OctreeInfo> octree = openOctree(*_cells.front().place);
     std::optional<StoreEditLock> lock;
     if (octree) lock.emplace(*octree);
-    if (Status status = saveJournals(octree ? octree->journalAuthor : std::string()); !status) return status;
-    if (_cells.empty()) return {};
+    uint64_t replacedInAll = 0;
+    if (Status status = saveJournals(octree, replacedInAll); !status) return status;
     VelBrx::FileWriter writer(*_file);
     std::vector<uint64_t> replaced(_cells.size());
     for (size_t i = 0; i < _cells.size(); ++i)
@@ -195,9 +238,9 @@ Status StoreToWrite::write()
     if (!_file->sync()) return failure("the disk reported an error; save the classes again");
     for (size_t i = 0; i < _cells.size(); ++i)
         settle(_cells[i], replaced[i]);
-    const uint64_t all = std::accumulate(replaced.begin(), replaced.end(), uint64_t{0});
-    if (all == 0) return {};
-    return failure("somebody else has given " + std::to_string(all) +
+    replacedInAll = std::accumulate(replaced.begin(), replaced.end(), replacedInAll);
+    if (replacedInAll == 0) return {};
+    return failure("somebody else has given " + std::to_string(replacedInAll) +
                    " of the points another class since they were edited here; these were left as they are, "
                    "the others are saved; save again to replace them");
 }

@@ -85,6 +85,7 @@ public:
     {
         uint64_t pointsFinished = 0; ///< points of edits that were half done and are done
         bool cutUnfinished = false;  ///< an edit was being written down; nothing of it is in the store
+        bool hasUnsaved = false;     ///< there are points for `visitUnsaved`
     };
 
     /// Opens the journal of a store at its `place`, takes the store's lock for editing, and finishes what a
@@ -134,6 +135,9 @@ public:
     /// Visits the points of what is not saved, oldest change first.
     Status visitUnsaved(const EditVisitor& visit) const;
 
+    /// Visits the same points with the bytes that the store has of them, newest change first.
+    Status visitSaved(const EditVisitor& visit) const;
+
     /// Brings the store's bytes to the disk and notes that, so that nothing is left to be finished. The end
     /// of a journal does the same.
     Status checkpoint();
@@ -149,6 +153,7 @@ private:
     Status begin(const EditDescription& edit) VEL_REQUIRES(_mutex);
     Status play(uint64_t change, bool forward, bool inStore, const EditVisitor& visit, uint64_t& points)
         VEL_REQUIRES(_mutex);
+    Status visitDeferred(uint64_t from, uint64_t to, const EditVisitor& visit) const VEL_REQUIRES(_mutex);
     Status check(uint64_t change) const VEL_REQUIRES(_mutex);
     Status finishInterrupted() VEL_REQUIRES(_mutex);
     Status mark() VEL_REQUIRES(_mutex);

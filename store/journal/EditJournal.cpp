@@ -133,6 +133,8 @@ Status EditJournal::start()
     _recovery.cutUnfinished = hadTail || _journal->chain().end() != end;
     Status status = recover(_recovery.pointsFinished);
     if (status) status = mark();
+    const JournalChain& chain = _journal->chain();
+    _recovery.hasUnsaved = !chain.unsavedPath(chain.savedState(), chain.state()).empty();
     return status;
 }
 
@@ -333,6 +335,8 @@ Status EditJournal::save(const std::string& author, uint64_t& points)
     if (steps.empty()) return {};
     if (!_store.file->isWritable())
         return Status::failure(_store.path + ": cannot be written; make it writable and save again");
+    if (!_store.file->isStillNamed())
+        return Status::failure(_store.path + ": was moved or replaced; put it back and save again");
     EntryHead head;
     head.kind = Kind::SAVE;
     if (Status status = _journal->write(head, authorOf(author)); !status) return status;
@@ -346,8 +350,19 @@ Status EditJournal::save(const std::string& author, uint64_t& points)
 Status EditJournal::visitUnsaved(const EditVisitor& visit) const
 {
     const VelThreads::Lock guard(_mutex);
+    return visitDeferred(_journal->chain().savedState(), _journal->chain().state(), visit);
+}
+
+Status EditJournal::visitSaved(const EditVisitor& visit) const
+{
+    const VelThreads::Lock guard(_mutex);
+    return visitDeferred(_journal->chain().state(), _journal->chain().savedState(), visit);
+}
+
+Status EditJournal::visitDeferred(uint64_t from, uint64_t to, const EditVisitor& visit) const
+{
     const JournalChain& chain = _journal->chain();
-    for (const JournalChain::Step& one : chain.unsavedPath(chain.savedState(), chain.state())) {
+    for (const JournalChain::Step& one : chain.unsavedPath(from, to)) {
         const Status status = _journal->readRuns(one.change, [&](const std::vector<ChangeRun>& runs) {
             visitRuns(runs, one.forward, chain.entry(one.change), visit);
             return Status();
