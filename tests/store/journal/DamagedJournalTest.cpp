@@ -2,6 +2,7 @@
 #include "store/io/Crc32c.h"
 #include "store/journal/ChangeRuns.h"
 #include "tests/support/EditedStore.h"
+#include "tests/support/JournalBytes.h"
 #include "tests/support/ReadFile.h"
 #include "tests/support/TempFolder.h"
 
@@ -15,12 +16,12 @@
 #include <sys/mman.h>
 
 using namespace VelBrx;
+using namespace JournalBytes;
 using Bytes = std::vector<uint8_t>;
 
 namespace {
 
 constexpr uint32_t kPoints = 200;
-constexpr size_t kUnit = 128;
 
 /// A store with hidden points and classes, some undone, and its journal.
 class DamagedJournal : public testing::Test
@@ -62,7 +63,13 @@ protected:
         folder.write("store.brx", states.back());
         folder.write("store.brx.edits", journal);
         EditHistory history;
-        (void)readEditHistory(path, history);
+        std::vector<uint64_t> changes;
+        if (readEditHistory(path, history))
+            for (const EditEntry& entry : history.entries)
+                if (entry.kind == EditEntry::Kind::CHANGE) changes.push_back(entry.number);
+        (void)visitChanges(path, changes, [](uint64_t, uint64_t first, uint64_t count) {
+            EXPECT_TRUE(first < kPoints && count <= kPoints - first);
+        });
         return verifyEdits(path).empty();
     }
 
@@ -75,40 +82,6 @@ protected:
                opened->save("", points);
     }
 };
-
-uint64_t lengthOfText(const uint8_t* head)
-{
-    return uint64_t{loadLe<uint32_t>(head + 28)} + loadLe<uint32_t>(head + 32);
-}
-
-/// Bytes of the entry in use, from its head on.
-uint64_t lengthOfEntry(const uint8_t* head)
-{
-    return kUnit + lengthOfText(head) + loadLe<uint64_t>(head + 40);
-}
-
-/// Makes all checksums of a journal fit, wherever its lengths lead.
-void fitChecksums(Bytes& journal)
-{
-    storeLe(&journal[12], crc32c(&journal[16], kUnit - 16));
-    for (uint64_t start = kUnit; start + kUnit <= journal.size();) {
-        uint8_t* const head = &journal[start];
-        const uint64_t text = lengthOfText(head);
-        const uint64_t runs = loadLe<uint64_t>(head + 40);
-        const uint64_t left = journal.size() - start - kUnit;
-        if (text <= left) storeLe(head + 36, crc32c(head + kUnit, text));
-        storeLe(head + 4, crc32c(head + 8, kUnit - 8));
-        if (text > left || runs > left - text) return;
-        for (uint64_t block = 0; block + 32 <= runs;) {
-            uint8_t* const data = head + kUnit + text + block;
-            const uint64_t length = loadLe<uint32_t>(data) + uint64_t{32};
-            if (length > runs - block) break;
-            storeLe(data + 4, crc32c(data + 8, length - 8));
-            block += length;
-        }
-        start += (kUnit + text + runs + kUnit - 1) / kUnit * kUnit;
-    }
-}
 
 } // namespace
 
@@ -146,7 +119,11 @@ TEST_F(DamagedJournal, ChangesNothingButFlagsAndClassesHoweverHostileItIs)
             hostile[random() % hostile.size()] =
                 random() % 2 ? telling[random() % sizeof telling] : static_cast<uint8_t>(random());
         fitChecksums(hostile);
+        if (turn % 3 == 0) hostile.resize(hostile.size() - kUnit); // no mark: something is to be finished
         (void)isSound(hostile);
+        uint64_t forgotten = 0;
+        if (turn % 4 == 0) (void)forgetEdits(path, static_cast<int64_t>(random()), forgotten);
+        if (turn % 8 == 0) (void)forgetEdits(path, INT64_MAX, forgotten);
         (void)undoAll();
         Bytes store = readFile(path);
         ASSERT_EQ(store.size(), original.size());

@@ -10,15 +10,12 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <iostream>
 #include <map>
 #include <random>
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace VelBrx;
@@ -52,39 +49,6 @@ Bytes hidden(Bytes store, const std::vector<Change>& changes)
         byte = static_cast<uint8_t>((byte & 0xF0) | change.value);
     }
     return store;
-}
-
-/// Edits a store until it is killed: hides, classifies, saves, undoes and redoes.
-[[noreturn]] void editForever(const std::string& path, unsigned seed)
-{
-    std::mt19937 random(seed);
-    const EditedStore::Journal journal = EditedStore::open(path);
-    for (;;) {
-        uint64_t number = 0;
-        uint64_t points = 0;
-        Status status;
-        if (const auto choice = random() % 4; choice == 0)
-            status = EditedStore::hide(journal, path, randomChanges(random, kPoints, true), number);
-        else if (choice == 1) {
-            const Bytes store = readFile(path);
-            Bytes classes(kPoints);
-            for (size_t i = 0; i < kPoints; ++i)
-                classes[i] = store[EditedStore::kStart + i * 36 + 16];
-            status = journal->visitUnsaved([&](const EditedPoints& edited) {
-                for (uint64_t i = 0; i < edited.count; ++i)
-                    classes[edited.first + i] = edited.values[i * edited.step];
-            });
-            if (status)
-                status =
-                    EditedStore::classify(journal, classes, randomChanges(random, kPoints, false), number);
-        } else if (choice == 2)
-            status = journal->save("", points);
-        else if (const uint64_t state = journal->state(); state > 0 && journal->findPrevious(state, number)) {
-            status = journal->moveTo(number, "", nullptr, points);
-            if (status && random() % 2) status = journal->moveTo(state, "", nullptr, points);
-        }
-        if (!status) _exit(1);
-    }
 }
 
 /// While it lives, $TMPDIR is a folder.
@@ -568,31 +532,6 @@ TEST_F(EditJournalTest, IsOneForAllWhoOpenTheFile)
     const Bytes before = storeBytes();
     EXPECT_FALSE(EditedStore::hide(one, path, {{1, 2}}, number)) << "it would be written nowhere";
     EXPECT_TRUE(storeBytes() == before);
-}
-
-TEST_F(EditJournalTest, SurvivesKillsAtAnyMoment)
-{
-    const char* const asked = std::getenv("VELBRX_TORTURE_SECONDS"); // script/torture
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(asked ? std::atoi(asked) : 2);
-    unsigned kills = 0;
-    for (; std::chrono::steady_clock::now() < end; ++kills) {
-        const pid_t child = fork();
-        if (child == 0) editForever(path, kills);
-        usleep(random() % 60000);
-        kill(child, SIGKILL);
-        int how = 0;
-        waitpid(child, &how, 0);
-        ASSERT_TRUE(WIFSIGNALED(how)) << "an edit failed";
-        ASSERT_EQ(verifyEdits(path), std::vector<std::string>()) << kills;
-        if (kills % 4) continue;
-        const EditedStore::Journal journal = open();
-        const uint64_t state = journal->state();
-        uint64_t points = 0;
-        ASSERT_TRUE(move(journal, 0) && journal->save("", points));
-        ASSERT_TRUE(storeBytes() == original) << kills;
-        ASSERT_TRUE(move(journal, state) && journal->save("", points));
-    }
-    if (asked) std::cout << kills << " kills\n";
 }
 
 TEST_F(EditJournalTest, BringsTheStoreToTheDiskNowAndThenSoThatARecoveryIsShort)
