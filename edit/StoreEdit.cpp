@@ -31,12 +31,12 @@ bool isEditable(const OctreeInfo& octree)
 
 namespace {
 
-void editLeaf(osg::Node* node, uint32_t pointCount, const CellGeometry::CategoryEdit& edit)
+void visitLeaf(osg::Node* node, uint32_t pointCount, const std::function<void(CellGeometry&)>& visit)
 {
     osg::Group* leaf = node ? node->asGroup() : nullptr;
     for (unsigned int i = 0; leaf && i < leaf->getNumChildren(); ++i) {
         auto* geometry = dynamic_cast<CellGeometry*>(leaf->getChild(i));
-        if (geometry && geometry->cellPoints() == pointCount) geometry->editCategories(edit);
+        if (geometry && geometry->cellPoints() == pointCount) visit(*geometry);
     }
 }
 
@@ -90,18 +90,24 @@ std::vector<CellData*> cellsInside(const OctreeInfo& octree, const osg::Polytope
     return cellsWhere(octree, [&](const CellData& cell) { return !CellBox(octree, cell).isOutside(planes); });
 }
 
-void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit)
+void visitLoadedCell(const CellData& cell, const std::function<void(CellGeometry&)>& visit)
 {
     // The same store may be open twice and share its leaves: one that only the other octree holds is in the
     // cache and not in this cell.
     const osg::ref_ptr<osg::Node> cached =
         VelOsgDBBrx::PCDataManager::getInstance()->acquireNode(cell.identifier);
-    editLeaf(cached, cell.record.pointCount, edit);
-    if (cell.node != cached) editLeaf(cell.node, cell.record.pointCount, edit);
+    visitLeaf(cached, cell.record.pointCount, visit);
+    if (cell.node != cached) visitLeaf(cell.node, cell.record.pointCount, visit);
+}
+
+void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit)
+{
+    visitLoadedCell(cell, [&](CellGeometry& geometry) { geometry.editCategories(edit); });
 }
 
 void editCachedCell(const std::string& identifier, uint32_t pointCount,
                     const CellGeometry::CategoryEdit& edit)
 {
-    editLeaf(VelOsgDBBrx::PCDataManager::getInstance()->acquireNode(identifier), pointCount, edit);
+    visitLeaf(VelOsgDBBrx::PCDataManager::getInstance()->acquireNode(identifier), pointCount,
+              [&](CellGeometry& geometry) { geometry.editCategories(edit); });
 }

@@ -59,6 +59,9 @@ std::vector<CellData*> cellsInside(const OctreeInfo& octree, const osg::Polytope
 /// the octree's edit lock and has changed the records already.
 void editLoadedCell(const CellData& cell, const CellGeometry::CategoryEdit& edit);
 
+/// Calls `visit` with the geometry of each leaf that shows the cell, or is kept for it.
+void visitLoadedCell(const CellData& cell, const std::function<void(CellGeometry&)>& visit);
+
 /// The same for a cell whose octree may be gone: the leaf is the one in the cache. The cell has `pointCount`
 /// points.
 void editCachedCell(const std::string& identifier, uint32_t pointCount,

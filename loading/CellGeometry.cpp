@@ -15,6 +15,21 @@ void CellGeometry::editCategories(const CategoryEdit& edit)
     array->dirty();
 }
 
+void CellGeometry::editMarks(const MarkEdit& put)
+{
+    const VelThreads::Lock guard(_mutex);
+    auto* const classes = dynamic_cast<osg::IntArray*>(getVertexAttribArray(kCategoryLocation));
+    auto* const marked = dynamic_cast<osg::IntArray*>(getVertexAttribArray(kMarkLocation));
+    if (!classes || !marked || classes->empty() || classes->size() != marked->size()) return;
+    bool changed = false;
+    if (_places.empty())
+        changed = put(0, marked->size(), &classes->front(), &marked->front());
+    else
+        for (size_t i = 0; i < _places.size(); ++i)
+            changed |= put(_places[i], 1, &(*classes)[i], &(*marked)[i]);
+    if (changed) marked->dirty();
+}
+
 bool CellGeometry::editWholeCell(osg::IntArray& held, const CategoryEdit& edit) const
 {
     const osg::ref_ptr<osg::IntArray> whole = new osg::IntArray(_cellPoints);

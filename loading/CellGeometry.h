@@ -19,6 +19,7 @@ class CellGeometry : public osg::Geometry
 {
 public:
     static constexpr unsigned int kCategoryLocation = 12;
+    static constexpr unsigned int kMarkLocation = 7;
     using CategoryEdit = std::function<bool(osg::IntArray&)>;
 
     /// Gives every array a modified count that no other array has. Call it when all arrays are attached.
@@ -40,6 +41,13 @@ public:
     /// array, every context uploads it again before the next time it draws the cell. Any thread may call it;
     /// `edit` must not draw.
     void editCategories(const CategoryEdit& edit);
+
+    using MarkEdit = std::function<bool(uint32_t place, size_t count, const int* classes, int* marked)>;
+
+    /// Calls `put` with elements of the location-12 and the location-7 array, if there are any: of `count`
+    /// points, the first the cell's point `place`. When it returns that it has changed any the array is
+    /// uploaded again as by `editCategories`. Any thread may call it.
+    void editMarks(const MarkEdit& put);
 
     /// The bounds of the points, known from reading them. Set before the geometry is shown.
     void setPointBounds(const osg::BoundingBox& bounds) { _pointBounds = bounds; }

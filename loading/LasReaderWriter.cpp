@@ -5,6 +5,7 @@
 #include "loading/HeldPoints.h"
 #include "loading/ModelMatrix.h"
 #include "loading/PointAttributes.h"
+#include "loading/PointMarks.h"
 #include "loading/UnwrittenClasses.h"
 
 #include <VelOsgDBBrx/CellData.h>
@@ -134,6 +135,9 @@ public:
     /// Gives the points the classes that were edited and are not in their records.
     void setClasses(const UnwrittenClasses::Cell& edited);
 
+    /// Call it when the classes are there.
+    void setMarks(const PointMarks& marks);
+
     void attachTo(CellGeometry& geometry) const;
 
 private:
@@ -235,6 +239,19 @@ void PointArrays::setClasses(const UnwrittenClasses::Cell& edited)
         }
 }
 
+void PointArrays::setMarks(const PointMarks& marks)
+{
+    size_t element = 0;
+    for (const Run& run : _runs) {
+        if (run.count == 0) continue;
+        int64_t record = 0;
+        std::memcpy(&record, (*_indices)[element].ptr(), sizeof record);
+        marks.put(static_cast<uint64_t>(record), static_cast<size_t>(run.count), &(*_classAndRed)[element],
+                  &(*_userData)[element]);
+        element += static_cast<size_t>(run.count);
+    }
+}
+
 void PointArrays::attachTo(CellGeometry& geometry) const
 {
     geometry.setPointBounds(_bounds);
@@ -284,6 +301,7 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     PointArrays points(octree, declared);
     readSegments(cell, octree, points, normals);
     if (edited.current) points.setClasses(edited);
+    if (const auto marks = std::atomic_load(&octree.marks)) points.setMarks(*marks);
 
     osg::ref_ptr<CellGeometry> geometry = new CellGeometry;
     geometry->setUseVertexBufferObjects(true);

@@ -1,5 +1,6 @@
 #include "plugin/KeepContext.h"
 #include "plugin/PluginOptions.h"
+#include "viewer/display/ChangedColors.h"
 
 #include <VelOsgDBBrx/DefaultDisplay.h>
 #include <VelOsgDBBrx/OpenCloud.h>
@@ -68,7 +69,11 @@ private:
     static void display(const VelOsgDBBrx::OpenedCloud& opened, const PluginOptions& asked)
     {
         VelOsgDBBrx::DefaultDisplay::apply(opened.cloud, opened.statistics);
-        if (asked.mode != ColorMode::AUTOMATIC)
+        if (asked.mode == ColorMode::CHANGED) {
+            if (const VelBrx::Status status = ChangedColors().apply({opened.cloud}, ChangedBy::ENTRY);
+                !status)
+                OSG_WARN << status.message() << std::endl;
+        } else if (asked.mode != ColorMode::AUTOMATIC)
             Coloring(opened.statistics, Coloring::defaultSingleColor()).apply(opened.cloud, asked.mode);
         if (asked.pointSize > 0) VelOsgDBBrx::PointCloudHelper::setPointSize(opened.cloud, asked.pointSize);
         applyLight(*opened.cloud, asked.light);

@@ -77,6 +77,8 @@ osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
         return makePointProgram("flight_line.vert");
     case PointProgram::GpsTime:
         return makePointProgram("gps_time.vert");
+    case PointProgram::Changed:
+        return makePointProgram("changed.vert");
     case PointProgram::Occluder:
         return makeProgram(kOccluderShader, "occluder.frag");
     case PointProgram::ElevationLit:

@@ -17,6 +17,7 @@ enum class PointProgram
     NumberOfReturns,
     FlightLine,
     GpsTime,
+    Changed,
     Occluder,          ///< for whatever is no point, in front of points that are picked
     ElevationLit,      ///< for triangle meshes, writes no picking outputs
     ClassificationLit, ///< for triangle meshes, writes no picking outputs

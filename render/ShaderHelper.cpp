@@ -77,6 +77,12 @@ public:
         set("elevationEntry", info.range);
     }
 
+    void setMarkColors(const std::vector<osg::Vec4f>& colors)
+    {
+        bindStorageBuffer(_state, StorageBuffer::MarkColors,
+                          new osg::Vec4Array(colors.begin(), colors.end()));
+    }
+
 private:
     void add(osg::Uniform* uniform) { _state.addUniform(uniform, osg::StateAttribute::ON); }
 
@@ -200,6 +206,14 @@ void ShaderHelper::gpsTimeColorShader(osg::Node* node, ColorScale& scale)
     if (!node || scale.getColorScaleElementCount() < 2) return;
     ModeState state(*node, PointProgram::GpsTime);
     state.setSteps(scale.getAllColorScaleElements());
+    state.setSelectColor();
+}
+
+void ShaderHelper::changedColorShader(osg::Node* node, const std::vector<osg::Vec4f>& colors)
+{
+    if (!node || colors.empty()) return;
+    ModeState state(*node, PointProgram::Changed);
+    state.setMarkColors(colors);
     state.setSelectColor();
 }
 

@@ -9,7 +9,8 @@ enum class StorageBuffer : unsigned
     SectionPlanes = 5,
     LinePolygon = 6,
     CloudPlanes = 7,
-    Gradient = 9
+    Gradient = 9,
+    MarkColors = 10
 };
 
 /// Binds the whole of an array, which gets a storage buffer of its own.

@@ -53,6 +53,14 @@ VEL_BRX_EXPORT std::string journalPath(const std::string& store);
 /// none. Changes nothing. Any thread may call it, also while edits are made.
 VEL_BRX_EXPORT Status readEditHistory(const std::string& store, EditHistory& history);
 
+/// Called with consecutive points of a change: records of the store.
+using ChangeVisitor = std::function<void(uint64_t change, uint64_t first, uint64_t count)>;
+
+/// Visits the points of changes of a store's journal, one change after the other. Fails where there is no
+/// such change, or it is damaged. Changes nothing; any thread may call it, also while edits are made.
+VEL_BRX_EXPORT Status visitChanges(const std::string& store, const std::vector<uint64_t>& changes,
+                                   const ChangeVisitor& visit);
+
 /// The changes that lead from the state before entry `first` to the one behind entry `last`, in their order:
 /// numbers of entries. What was taken back until `last` is left out. Fails where there are no such entries.
 VEL_BRX_EXPORT Status effectiveEdits(const EditHistory& history, uint64_t first, uint64_t last,

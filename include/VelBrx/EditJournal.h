@@ -121,6 +121,11 @@ public:
     /// The entries until now.
     Status readHistory(EditHistory& history) const;
 
+    /// The same as the function of `EditHistory.h`, for this journal, wherever it is.
+    Status
+    visitChanges(const std::vector<uint64_t>& changes,
+                 const std::function<void(uint64_t change, uint64_t first, uint64_t count)>& visit) const;
+
     /// Brings the store to a state, forwards or backwards, change by change: each is checked, written down
     /// and done before the next. Ends at the first that does not fit the store's bytes, and says which cell
     /// differs. Deferred changes are only visited.

@@ -20,6 +20,7 @@
 class CellData;
 class CellTable;
 class OctreeViews;
+class PointMarks;
 
 namespace VelBrx {
 class EditJournal;
@@ -85,6 +86,10 @@ public:
     std::string journalAuthor;                    ///< empty: the login name
     std::shared_ptr<VelBrx::EditJournal> journal; ///< null until the first edit
     /// @}
+
+    /// What the lens on edits shows of the points, null where it is off: see VelOsgDBBrx::EditLens. Any
+    /// thread, by `std::atomic_load` and `std::atomic_store`.
+    std::shared_ptr<const PointMarks> marks;
 
     /// \name Paging state
     /// @{

@@ -74,6 +74,10 @@ public:
     /// which resolve 1/16 s in a GPS week and 32 s in adjusted standard time.
     static void gpsTimeColorShader(osg::Node* node, ColorScale& scale);
 
+    /// The colour of the point's mark, which `EditLens` gives it: `colors[mark]`, marks beyond have the last
+    /// colour. Points that have a mark and are hidden are drawn too, darker. An empty list is ignored.
+    static void changedColorShader(osg::Node* node, const std::vector<osg::Vec4f>& colors);
+
     /// \name Triangle meshes in the colours of a point cloud
     /// For triangles, lit by the first fixed-function light, whichever way they face. Class codes are an int
     /// attribute at location 13, in an array that preserves its data type. The drawables that are below the

@@ -1,6 +1,6 @@
 // Vertex attributes of a cell's points, packed as the cell reader packs them. Geometry of a host that is coloured by
 // flight line has HAS_FLIGHT_ATTRIBUTE: its lines are an attribute of their own.
-layout(location = 7) in int userData;
+layout(location = 7) in int userData;            // mark of the lens on edits | user data
 layout(location = 8) in vec4 normal;
 layout(location = 9) in int psidWithIntensity;   // point source id | intensity
 layout(location = 10) in int mulAttribute;       // scan angle | flags byte | returns byte
@@ -31,6 +31,11 @@ vec3 storedColor()
 int classCode()
 {
     return (categoryWithColorR >> 24) & 0x000000ff;
+}
+
+int pointMark()                                  // see loading/PointMarks.h
+{
+    return (userData >> 8) & 0x0000ffff;
 }
 
 int pointSourceId()

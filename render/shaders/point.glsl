@@ -3,6 +3,7 @@
 //   SELECTS_BEFORE_BLENDING       the intensity blend and the brightness table also work on the selection colour
 //   SHOWS_PLAIN_COLOR             neither of the two is applied
 //   TABLE_OF_STORED_COLOR         the brightness table is looked up with the stored colour, not the blended one
+//   SHOWS_HIDDEN_MARKED           hidden points that have a mark are drawn, darker
 //   LINE_POINT_SIZE               size of the points of an enhanced line
 // The application defines NO_EXTRAS where none of the uniforms that switch selection, clipping, the filters, a light
 // or an enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long. It defines
@@ -122,6 +123,12 @@ void applyIntensityAndTable()
 void applyCullFlag()
 {
     if ((categoryWithColorR & kHiddenBits) == 0) return;
+#ifdef SHOWS_HIDDEN_MARKED
+    if (pointMark() != 0) {
+        color.rgb *= 0.6;
+        return;
+    }
+#endif
     if (activeCullModel)
         cansee = 0.0;
     else

@@ -250,6 +250,36 @@ try {
                            Status::Kind::NO_MEMORY);
 }
 
+Status Journal::visitChanges(const JournalFile& journal, const std::vector<uint64_t>& changes,
+                             const ChangeVisitor& visit)
+{
+    for (const uint64_t change : changes) {
+        if (!journal.chain().has(change) || !journal.chain().isState(change))
+            return Status::failure(journal.path() + ": has no change " + std::to_string(change));
+        const Status read = journal.readRuns(change, [&](const std::vector<ChangeRun>& runs) {
+            for (const ChangeRun& run : runs)
+                visit(change, run.first, run.count);
+            return Status();
+        });
+        if (!read) return read;
+    }
+    return {};
+}
+
+Status visitChanges(const std::string& store, const std::vector<uint64_t>& changes,
+                    const ChangeVisitor& visit)
+{
+    if (changes.empty()) return {};
+    FileReader file;
+    StoreHead head;
+    StoreIndex index;
+    JournalFile journal(store, JournalPlace::BESIDE_STORE);
+    Status status = readStore(store, file, head, index);
+    if (status) status = journal.open(JournalFile::Access::READ);
+    if (status && journal.exists()) status = journal.checkStore(head.header.storeId, head.header.pointCount);
+    return status ? Journal::visitChanges(journal, changes, visit) : status;
+}
+
 Status effectiveEdits(const EditHistory& history, uint64_t first, uint64_t last,
                       std::vector<uint64_t>& changes)
 {

@@ -300,6 +300,12 @@ Status EditJournal::step(uint64_t change, bool forward, const EditDescription& b
     return status;
 }
 
+Status EditJournal::visitChanges(const std::vector<uint64_t>& changes, const ChangeVisitor& visit) const
+{
+    const VelThreads::Lock guard(_mutex);
+    return Journal::visitChanges(*_journal, changes, visit);
+}
+
 Status EditJournal::readHistory(EditHistory& history) const
 {
     const VelThreads::Lock guard(_mutex);

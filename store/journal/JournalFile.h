@@ -92,6 +92,10 @@ private:
 
 /// What a journal tells without the points of its edits.
 Status readHistory(const JournalFile& journal, EditHistory& history);
+/// The points of changes of a journal, one change after the other.
+Status visitChanges(const JournalFile& journal, const std::vector<uint64_t>& changes,
+                    const ChangeVisitor& visit);
+
 /// The name under which a store that is built to replace another one has its journal, as long as neither has
 /// got its name. First the store gets its own, then `settleRebuilt` renames the journal; both are on the disk
 /// by then. So the store's id tells at every moment which of two journals is its own.

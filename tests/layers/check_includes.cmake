@@ -26,7 +26,7 @@ set(layers
   "registry|category loading lod osgutils render store store/normals"
   "headless|"
   "terminal|store"
-  "viewer/display|render"
+  "viewer/display|render edit store/journal"
   "viewer/scene|viewer/display terminal headless lod loading registry render store store/io store/builder store/normals"
   "viewer/edit|terminal viewer/display viewer/scene category cull edit lod render store/journal"
   "viewer/operation|terminal viewer/display viewer/scene viewer/edit"
@@ -41,7 +41,7 @@ set(exported_only category>store/journal terminal>store render>store registry>st
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>category viewer/edit>store/journal viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
-  viewer/window>render viewer/window>store viewer/picture>lod viewer/script>store viewer/display>render plugin>lod
+  viewer/window>render viewer/window>store viewer/picture>lod viewer/script>store viewer/display>render viewer/display>edit viewer/display>store/journal plugin>lod
   plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export tools>store/journal
   tools>store/normals tools>store/sample)
 

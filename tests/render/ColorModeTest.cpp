@@ -88,6 +88,25 @@ TEST(ColorModes, ShowStoredColoursWithoutAnyModeChosen)
     EXPECT_EQ(picture.draw(), colors);
 }
 
+TEST(ColorModes, ShowMarksAndOfHiddenPointsThoseMarked)
+{
+    std::vector<TestPoint> points(7);
+    for (TestPoint& point : points)
+        point.userData = 255;
+    points[4].flags = points[5].flags = 4;
+    PointPicture picture(points);
+    const int marks[] = {0, 1, 2, 60000, 1, 0, 3};
+    auto& elements = dynamic_cast<osg::IntArray&>(*picture.geometry().getVertexAttribArray(7));
+    for (size_t i = 0; i < points.size(); ++i)
+        elements[i] |= marks[i] << 8;
+    elements.dirty();
+    const Colors colors = {{50, 50, 50}, {200, 100, 0}, {0, 0, 255}, {9, 9, 9}};
+    ShaderHelper::changedColorShader(picture.cloud, table(colors));
+    const Colors expected = {
+        colors[0], colors[1], colors[2], colors[3], {120, 60, 0}, PointPicture::kBackground, colors[3]};
+    EXPECT_EQ(picture.draw(), expected);
+}
+
 TEST(ColorModes, InterpolateIntensityAndPinItAtTheEnds)
 {
     PointPicture picture(pointsWith(&TestPoint::intensity, {0, 13107, 26214, 32768 + 6553, 52428, 65535}));

@@ -46,7 +46,7 @@ struct Mode
     const char* vertexShader;
     std::function<void(osg::Node*)> apply;
     Uniforms uniforms;
-    bool hasGradient = false;
+    int buffer = -1; ///< the binding of its storage buffer
 };
 
 std::vector<Mode> allModes()
@@ -60,14 +60,20 @@ std::vector<Mode> allModes()
         return [mode, colors = Table(3)](osg::Node* node) mutable { mode(node, colors); };
     };
     const Uniforms table = {{"selectColor", "vec4"}, {"colorArr", "vec4[256]"}};
-    return {{"origin.vert", ShaderHelper::originColorShader, {{"selectColor", "vec4"}}},
+    constexpr int kGradient = 9;
+    constexpr int kMarkColors = 10;
+    return {{"changed.vert",
+             [](osg::Node* node) { ShaderHelper::changedColorShader(node, Table(3)); },
+             {{"selectColor", "vec4"}},
+             kMarkColors},
+            {"origin.vert", ShaderHelper::originColorShader, {{"selectColor", "vec4"}}},
             {"single.vert",
              [](osg::Node* node) { ShaderHelper::singleColorShader(node, osg::Vec4f()); },
              {{"selectColor", "vec4"}, {"fileColor", "vec4"}}},
             {"intensity.vert",
              [=](osg::Node* node) mutable { ShaderHelper::intensityShader(node, gradient); },
              {{"selectColor", "vec4"}, {"elevationEntry", "vec2"}},
-             true},
+             kGradient},
             {"elevation.vert",
              [=](osg::Node* node) mutable { ShaderHelper::elevationColorShader(node, gradient, true); },
              {{"selectColor", "vec4"},
@@ -75,11 +81,11 @@ std::vector<Mode> allModes()
               {"intensityPair", "vec2"},
               {"isCircle", "bool"},
               {"blendIntensity", "bool"}},
-             true},
+             kGradient},
             {"elevation_lit.vert",
              [=](osg::Node* node) mutable { ShaderHelper::elevationColorShaderWithLight(node, gradient); },
              {{"elevationEntry", "vec2"}, {"isCircle", "bool"}},
-             true},
+             kGradient},
             {"gps_time.vert",
              [=](osg::Node* node) mutable { ShaderHelper::gpsTimeColorShader(node, scale); },
              {{"selectColor", "vec4"}, {"colorArr", "vec4[256]"}, {"stepArr", "float[256]"}}},
@@ -98,7 +104,6 @@ std::vector<Mode> allModes()
 /// What hosts find by name; the pictures of the modes show that the values are right.
 TEST(ModeState, IsWhatThePointProgramsReadWithoutForcingItOnNodesBelow)
 {
-    constexpr unsigned kGradientBinding = 9;
     for (const Mode& mode : allModes()) {
         SCOPED_TRACE(mode.vertexShader);
         const osg::ref_ptr<osg::Group> node = new osg::Group;
@@ -106,10 +111,10 @@ TEST(ModeState, IsWhatThePointProgramsReadWithoutForcingItOnNodesBelow)
         mode.apply(node);
         const osg::StateSet& state = *node->getStateSet();
         EXPECT_EQ(uniformsOf(state), mode.uniforms);
-        for (unsigned binding = 0; binding < 16; ++binding) {
-            const auto* buffer =
-                state.getAttributePair(osg::StateAttribute::SHADERSTORAGEBUFFERBINDING, binding);
-            ASSERT_EQ(buffer != nullptr, binding == kGradientBinding && mode.hasGradient) << binding;
+        for (int binding = 0; binding < 16; ++binding) {
+            const auto* buffer = state.getAttributePair(osg::StateAttribute::SHADERSTORAGEBUFFERBINDING,
+                                                        static_cast<unsigned>(binding));
+            ASSERT_EQ(buffer != nullptr, binding == mode.buffer) << binding;
             EXPECT_TRUE(!buffer || buffer->second == kNeitherOverridingNorProtected);
         }
         const auto* program = state.getAttributePair(osg::StateAttribute::PROGRAM);

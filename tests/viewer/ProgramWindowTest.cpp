@@ -448,6 +448,7 @@ const std::map<std::string, Check> kChecks = {
     {"p", colours("p")},
     {"y", colours("y")},
     {"g", colours("g")},
+    {"m", colours("m")},
     {"+",
      [](Viewer& viewer) {
          changes(viewer, "plus");

@@ -281,6 +281,31 @@ TEST_F(ScriptRun, GoesOnWithTheJournalThatAStoreHas)
     EXPECT_EQ(readFile(store), before);
 }
 
+TEST_F(ScriptRun, ColoursByEditsFollowEachEditItsUndoAndASave)
+{
+    build();
+    hideInJournal(store, {3, 200});
+    const std::string half = R"("polygon": [[-9, -9], [100, -9], [100, 209], [-9, 209]])";
+    const auto mode = [](const std::string& by) {
+        return R"(, {"op": "mode", "mode": "changed", "by": ")" + by + "\"}, ";
+    };
+    run(kTop + mode("author") + render("before.png") + R"(, {"op": "cull", )" + half + "}, " +
+            render("culled.png") + R"(, {"op": "undo"}, )" + render("undone.png") + ", " + kToSeven + ", " +
+            render("classified.png") + mode("built") + render("built.png") + R"(, {"op": "save"})" +
+            mode("age") + render("saved.png"),
+        {"--no-legend"});
+    expectSuccess();
+    const osg::Vec3ub grey(107, 107, 107);
+    const auto count = [&](const std::string& name) { return countOf(*picture(name), grey); };
+    const int all = count("before.png");
+    EXPECT_GT(all, 1000) << "none but the two hidden points";
+    EXPECT_NEAR(count("culled.png"), all / 2, all / 10);
+    EXPECT_EQ(count("undone.png"), all);
+    EXPECT_EQ(count("classified.png"), 0);
+    EXPECT_EQ(count("built.png"), 0);
+    EXPECT_EQ(count("saved.png"), 0);
+}
+
 TEST_F(ScriptRun, StopsAtAReadOnlyStoreBeforeAnythingIsEdited)
 {
     build();

@@ -210,6 +210,7 @@ const std::vector<ColorModeChoice>& colorModeChoices()
         {ColorMode::POINT_SOURCE, "source", 'p', "Colour by point source id"},
         {ColorMode::FLIGHT_LINE, "flightline", 'y', "Colour by flight line"},
         {ColorMode::GPS_TIME, "time", 'g', "Colour by GPS time"},
+        {ColorMode::CHANGED, "changed", 'm', "Colour by edits: each, author, age, as built"},
     };
     return choices;
 }
@@ -271,6 +272,8 @@ void Coloring::apply(osg::Node* cloud, ColorMode mode) const
         VelOsgDBBrx::ColorScale scale = timeScale(_statistics.gpsTime);
         return ShaderHelper::gpsTimeColorShader(cloud, scale);
     }
+    case ColorMode::CHANGED:
+        return; // ChangedColors does it
     }
 }
 

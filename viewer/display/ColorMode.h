@@ -24,7 +24,8 @@ enum class ColorMode
     NUMBER_OF_RETURNS,
     POINT_SOURCE,
     FLIGHT_LINE,
-    GPS_TIME
+    GPS_TIME,
+    CHANGED ///< by edits: see ChangedColors
 };
 
 /// A mode that the user can choose.

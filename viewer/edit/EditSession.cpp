@@ -468,6 +468,7 @@ std::optional<EditOutcome> EditSession::poll()
     if (_running->outcome.ok) _running->conclude(*_running);
     EditOutcome outcome = std::move(_running->outcome);
     _running.reset();
+    _scene.followEdits();
     return outcome;
 }
 

@@ -118,7 +118,10 @@ Status checkCamera(const Request& request)
 
 Begun colour(const Request& request, const Stage& stage)
 {
-    stage.scene.setColorMode(*namedColorMode(request.get<std::string>("mode")));
+    const ColorMode mode = *namedColorMode(request.get<std::string>("mode"));
+    ChangedBy by = ChangedBy::ENTRY;
+    if (mode == ColorMode::CHANGED) by = *namedChangedBy(request.get<std::string>("by"));
+    stage.scene.setColorMode(mode, by);
     return {Begun::DONE, stage.scene.remark()};
 }
 
@@ -263,11 +266,22 @@ std::vector<std::string> namesOfModes()
     return names;
 }
 
+/// The mode of edits, the last of the table; where it is on, by the next of what it can tell.
+void nextChanged(Request& request, const Scene& scene)
+{
+    const auto& names = changedByNames();
+    const size_t next =
+        scene.colorMode() == ColorMode::CHANGED ? static_cast<size_t>(scene.changedBy()) + 1 : 0;
+    request.set("mode", std::string(colorModeChoices().back().name));
+    request.set("by", names[next % names.size()]);
+}
+
 std::vector<Key> keysOfModes()
 {
     std::vector<Key> keys;
     for (const ColorModeChoice& mode : colorModeChoices())
         keys.push_back({mode.key, mode.description, Key::ALWAYS, says("mode", std::string(mode.name))});
+    keys.back().say = nextChanged;
     return keys;
 }
 
@@ -292,7 +306,12 @@ std::vector<Operation> looking()
           {'O', "look at everything, stray points too", Key::ALWAYS, says("view", std::string("all"))}},
          lookFrom,
          checkCamera},
-        {"mode", "colours the points", {choice("mode", namesOfModes())}, keysOfModes(), colour},
+        {"mode",
+         "colours the points",
+         {choice("mode", namesOfModes()),
+          where(orElse(choice("by", changedByNames()), changedByNames().front()), "mode", "changed")},
+         keysOfModes(),
+         colour},
         {"edl",
          "switches eye-dome lighting",
          {flag("on"), orNone(number("strength", "", 0, kStrongestEdl), "stays"),

@@ -59,6 +59,13 @@ bool parse(const std::string& text, ColorMode& mode)
     return named.has_value();
 }
 
+bool parse(const std::string& text, ChangedBy& by)
+{
+    const std::optional<ChangedBy> named = namedChangedBy(text);
+    by = named.value_or(by);
+    return named.has_value();
+}
+
 /// #rrggbb, or red,green,blue from 0 to 255.
 bool parse(const std::string& text, osg::Vec4f& color)
 {
@@ -177,6 +184,9 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     options.legend = !arguments.read("--no-legend");
     Status status = takeOption(arguments, "--mode", colorModeNames(), into(options.mode));
     if (status)
+        status =
+            takeOption(arguments, "--changed-by", "entry, author, age or built", into(options.changedBy));
+    if (status)
         status = takeOption(arguments, "--color", "#rrggbb or R,G,B from 0 to 255", into(options.color));
     if (status) status = takeOption(arguments, "--point-size", "1 to 64 pixels", pointSize);
     if (status) status = takeOption(arguments, "--budget", "a number of points, such as 20M", budget);
@@ -232,6 +242,9 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.setCommandLineUsage("brxview [options] STORE|FOLDER|LAS|LAZ...");
     usage.addCommandLineOption("--mode MODE", "Colour the points by " + colorModeNames() +
                                                   ". Default: rgb, elevation in stores without colours.");
+    usage.addCommandLineOption(
+        "--changed-by WHAT", "What the mode changed tells of edited points: entry (which edit, the default), "
+                             "author, age, or built (how they differ from when the store was built).");
     usage.addCommandLineOption("--color COLOR",
                                "Colour of the mode single: #rrggbb, or R,G,B from 0 to 255.");
     usage.addCommandLineOption("--point-size N", "Size of a point in pixels, 1 to 64. Default: " +

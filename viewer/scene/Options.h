@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/display/ChangedColors.h"
 #include "viewer/display/ColorMode.h"
 #include "viewer/display/NormalLight.h"
 #include "viewer/scene/CameraView.h"
@@ -50,6 +51,7 @@ struct Options
 {
     std::vector<std::string> inputs; ///< stores, those of folders too, LAS and LAZ files
     ColorMode mode = ColorMode::AUTOMATIC;
+    ChangedBy changedBy = ChangedBy::ENTRY;            ///< of ColorMode::CHANGED
     osg::Vec4f color = Coloring::defaultSingleColor(); ///< of ColorMode::SINGLE
     int pointSize = 0;                                 ///< pixels; 0: the library's default
     std::optional<uint64_t> budget;                    ///< largest number of points drawn

@@ -71,7 +71,7 @@ Status Scene::load(const std::vector<std::string>& stores, const Options& option
     std::for_each(_clouds.begin() + 1, _clouds.end(),
                   [&](const Cloud& cloud) { merge(statistics, cloud.statistics); });
     _coloring = Coloring(statistics, options.color);
-    setColorMode(options.mode);
+    setColorMode(options.mode, options.changedBy);
     setPointSize(options.pointSize > 0 ? options.pointSize : VelOsgDBBrx::DefaultDisplay::kPointSize);
     setEyeDomeLighting(options.edl);
     setShading(options.shading);
@@ -135,12 +135,30 @@ void Scene::noteClass(uint8_t code)
     ++_legendRevision;
 }
 
-void Scene::setColorMode(ColorMode mode)
+std::vector<VelOsgDBBrx::IPointCloud*> Scene::nodes() const
 {
-    _mode = mode;
-    ++_legendRevision;
+    std::vector<VelOsgDBBrx::IPointCloud*> nodes;
     for (const Cloud& cloud : _clouds)
-        _coloring.apply(cloud.node, modeOf(cloud));
+        nodes.push_back(cloud.node);
+    return nodes;
+}
+
+void Scene::setColorMode(ColorMode mode, ChangedBy changedBy)
+{
+    if (_mode == ColorMode::CHANGED && mode != _mode) _changed.end(nodes());
+    _mode = mode;
+    _changedBy = changedBy;
+    ++_legendRevision;
+    if (mode == ColorMode::CHANGED)
+        (void)_changed.apply(nodes(), changedBy); // the legend says why not
+    else
+        for (const Cloud& cloud : _clouds)
+            _coloring.apply(cloud.node, modeOf(cloud));
+}
+
+void Scene::followEdits()
+{
+    if (_mode == ColorMode::CHANGED) setColorMode(_mode, _changedBy);
 }
 
 ColorMode Scene::modeOf(const Cloud& cloud) const
@@ -150,6 +168,7 @@ ColorMode Scene::modeOf(const Cloud& cloud) const
 
 Legend Scene::legend() const
 {
+    if (_mode == ColorMode::CHANGED) return _changed.legend();
     for (const Cloud& cloud : _clouds) {
         const Legend legend = _coloring.legend(modeOf(cloud));
         if (!legend.title.empty()) return legend;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/display/ChangedColors.h"
 #include "viewer/display/ColorMode.h"
 #include "viewer/scene/Options.h"
 
@@ -53,7 +54,13 @@ public:
         return view.kind == CameraView::ALL ? _bounds : _boundsOfMost;
     }
 
-    void setColorMode(ColorMode mode);
+    /// `changedBy` is for ColorMode::CHANGED, which reads the journals of the stores.
+    void setColorMode(ColorMode mode, ChangedBy changedBy = ChangedBy::ENTRY);
+    ColorMode colorMode() const { return _mode; }
+    ChangedBy changedBy() const { return _changedBy; }
+
+    /// An edit, an undo or a save has ended: colours that tell of edits follow it.
+    void followEdits();
 
     /// Points have this class now: legends from now on list it.
     void noteClass(uint8_t code);
@@ -100,6 +107,7 @@ public:
 
 private:
     ColorMode modeOf(const Cloud& cloud) const;
+    std::vector<VelOsgDBBrx::IPointCloud*> nodes() const;
     const Cloud* findShown(const VelBrx::FileIdentity& file) const;
     VelBrx::Status loadCloud(const std::string& store, const std::string& normals);
     void tellColorless() const;
@@ -110,6 +118,8 @@ private:
     osg::BoundingBoxd _boundsOfMost;
     Coloring _coloring; ///< one scale for all clouds
     ColorMode _mode = ColorMode::AUTOMATIC;
+    ChangedBy _changedBy = ChangedBy::ENTRY;
+    ChangedColors _changed;
     unsigned _legendRevision = 0;
     bool _edl = false;
     EyeDomeShading _shading;
