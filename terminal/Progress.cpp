@@ -52,9 +52,10 @@ std::string jsonOf(const std::string& stage, uint64_t done, uint64_t total, cons
 } // namespace
 
 Progress::Progress(For readers)
-    : _form(readers == For::Programs ? Form::JsonLines
-            : isatty(STDERR_FILENO)  ? Form::Bar
-                                     : Form::Lines),
+    : _form(readers == For::Nobody     ? Form::None
+            : readers == For::Programs ? Form::JsonLines
+            : isatty(STDERR_FILENO)    ? Form::Bar
+                                       : Form::Lines),
       _lastShown()
 {
 }
@@ -66,6 +67,7 @@ Progress::~Progress()
 
 void Progress::show(const std::string& stage, uint64_t done, uint64_t total)
 {
+    if (_form == Form::None) return;
     const double part =
         total == 0 ? 0 : std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - _start;

@@ -13,7 +13,8 @@ public:
     enum class For
     {
         People,
-        Programs
+        Programs,
+        Nobody
     };
 
     explicit Progress(For readers);
@@ -30,7 +31,8 @@ private:
     {
         Bar,
         Lines,
-        JsonLines
+        JsonLines,
+        None
     };
 
     void showBar(const std::string& text, double part);

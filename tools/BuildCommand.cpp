@@ -1,6 +1,7 @@
 #include "tools/Command.h"
 
 #include "terminal/Text.h"
+#include "tools/Talk.h"
 #include "tools/Watch.h"
 
 #include <VelBrx/Builder.h>
@@ -31,12 +32,13 @@ void buildNormals(const VelBrx::BuildOptions& build, Progress::For readers)
 void tell(const VelBrx::BuildOptions& options, const VelBrx::BuildReport& report, double seconds)
 {
     for (const std::string& note : report.notes)
-        std::cerr << "brx: " << printable(note) << '\n';
-    std::cerr << options.output << ": " << report.points << " points in " << report.cells << " cells on "
-              << report.levels << " levels, " << std::llround(seconds * 1000) << " ms\n";
+        unlessQuiet(std::cerr) << "brx: " << printable(note) << '\n';
+    unlessQuiet(std::cerr) << options.output << ": " << report.points << " points in " << report.cells
+                           << " cells on " << report.levels << " levels, " << std::llround(seconds * 1000)
+                           << " ms\n";
     if (options.keepEdits)
-        std::cerr << options.output << ": " << report.kept.edits
-                  << (report.kept.edits == 1 ? " edit" : " edits") << " kept\n";
+        unlessQuiet(std::cerr) << options.output << ": " << report.kept.edits
+                               << (report.kept.edits == 1 ? " edit" : " edits") << " kept\n";
 }
 
 void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)

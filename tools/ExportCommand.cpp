@@ -1,6 +1,7 @@
 #include "tools/Command.h"
 
 #include "terminal/Text.h"
+#include "tools/Talk.h"
 #include "tools/Watch.h"
 
 #include <VelBrx/ExportLas.h>
@@ -24,11 +25,11 @@ nlohmann::ordered_json reportJson(const VelBrx::ExportReport& report)
 void tell(const VelBrx::ExportReport& report, bool visibleOnly)
 {
     for (const std::string& note : report.notes)
-        std::cerr << "brx: " << printable(note) << '\n';
+        unlessQuiet(std::cerr) << "brx: " << printable(note) << '\n';
     for (const VelBrx::ExportedFile& file : report.files)
-        std::cerr << printable(file.path) << ": " << file.points << " points, " << file.changed
-                  << " of them changed\n";
-    if (visibleOnly) std::cerr << report.hiddenLeftOut << " hidden points left out\n";
+        unlessQuiet(std::cerr) << printable(file.path) << ": " << file.points << " points, " << file.changed
+                               << " of them changed\n";
+    if (visibleOnly) unlessQuiet(std::cerr) << report.hiddenLeftOut << " hidden points left out\n";
 }
 
 void runExport(VelBrx::ExportOptions options, bool json)

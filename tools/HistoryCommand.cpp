@@ -1,6 +1,7 @@
 #include "tools/Command.h"
 
 #include "terminal/Text.h"
+#include "tools/Talk.h"
 
 #include <VelBrx/EditHistory.h>
 #include <VelBrx/EditJournal.h>
@@ -194,8 +195,8 @@ void forget(const HistoryOptions& options)
     const int64_t before = readTime("--before", options.before);
     if (const VelBrx::Status done = VelBrx::forgetEdits(options.store, before, forgotten); !done)
         throw CommandError(done.message());
-    std::cout << options.store << ": " << forgotten << (forgotten == 1 ? " entry" : " entries")
-              << " forgotten\n";
+    unlessQuiet(std::cout) << options.store << ": " << forgotten << (forgotten == 1 ? " entry" : " entries")
+                           << " forgotten\n";
 }
 
 void runRevert(const std::string& path, uint64_t entry, const std::string& author)
@@ -206,8 +207,8 @@ void runRevert(const std::string& path, uint64_t entry, const std::string& autho
     };
     check(VelBrx::EditJournal::open(path, journal));
     if (const uint64_t finished = journal->recovery().pointsFinished)
-        std::cerr << "brx: " << path << ": an edit that was broken off was finished: " << finished
-                  << " points\n";
+        unlessQuiet(std::cerr) << "brx: " << path
+                               << ": an edit that was broken off was finished: " << finished << " points\n";
     uint64_t state = 0;
     uint64_t points = 0;
     check(journal->findState(entry, state));
@@ -216,7 +217,8 @@ void runRevert(const std::string& path, uint64_t entry, const std::string& autho
                            " left it");
     check(journal->save(author, points));
     check(journal->checkpoint());
-    std::cout << path << ": is as behind entry " << entry << "; " << points << " bytes of points changed\n";
+    unlessQuiet(std::cout) << path << ": is as behind entry " << entry << "; " << points
+                           << " bytes of points changed\n";
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "terminal/Commit.h"
 #include "terminal/Text.h"
+#include "tools/Talk.h"
 
 #include <csignal>
 #include <exception>
@@ -59,6 +60,8 @@ int main(int argc, char** argv)
     addRevertCommand(app);
     addSampleCommand(app);
     addVerifyCommand(app);
+    for (CLI::App* const command : app.get_subcommands(nullptr))
+        command->add_flag("--quiet", isQuiet(), "print failures alone, and what was asked for");
     try {
         run(app, argc, argv);
         return 0;

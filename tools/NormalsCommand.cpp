@@ -1,6 +1,7 @@
 #include "tools/Command.h"
 
 #include "terminal/Text.h"
+#include "tools/Talk.h"
 #include "tools/Watch.h"
 
 #include <VelBrx/Normals.h>
@@ -15,7 +16,7 @@ void runNormals(VelBrx::NormalsOptions options)
     Watch watch;
     watch.over(options);
     watch.end(VelBrx::writeNormals(options));
-    std::cerr << printable(VelBrx::normalsPath(options.store)) << ": complete\n";
+    unlessQuiet(std::cerr) << printable(VelBrx::normalsPath(options.store)) << ": complete\n";
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "tools/Command.h"
 
+#include "tools/Talk.h"
 #include "tools/Watch.h"
 
 #include <VelBrx/SampleSurvey.h>
@@ -14,7 +15,7 @@ void runSample(VelBrx::SampleOptions options)
     Watch watch;
     watch.over(options);
     watch.end(VelBrx::writeSampleSurvey(options));
-    std::cerr << options.output << ": " << options.points << " points\n";
+    unlessQuiet(std::cerr) << options.output << ": " << options.points << " points\n";
 }
 
 } // namespace

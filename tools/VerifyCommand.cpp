@@ -1,6 +1,7 @@
 #include "tools/Command.h"
 
 #include "terminal/Text.h"
+#include "tools/Talk.h"
 
 #include <VelBrx/EditHistory.h>
 #include <VelBrx/Verify.h>
@@ -27,7 +28,7 @@ void runVerify(const std::string& path, bool json)
     if (json)
         printJson({{"sound", problems.empty()}, {"problems", problems}});
     else if (problems.empty())
-        std::cout << path << ": sound\n";
+        unlessQuiet(std::cout) << path << ": sound\n";
     else if (isStore)
         for (const std::string& problem : problems)
             std::cout << path << ": " << printable(problem) << '\n';

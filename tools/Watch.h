@@ -2,6 +2,7 @@
 
 #include "terminal/EndSignals.h"
 #include "terminal/Progress.h"
+#include "tools/Talk.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/Status.h>
@@ -16,7 +17,10 @@
 class Watch
 {
 public:
-    explicit Watch(Progress::For readers = Progress::For::People) : _progress(readers) {}
+    explicit Watch(Progress::For readers = Progress::For::People)
+        : _progress(isQuiet() ? Progress::For::Nobody : readers)
+    {
+    }
 
     /// Sets `progress` and `cancel` of the options of a function of the library.
     template <class Options>

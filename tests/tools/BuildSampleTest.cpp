@@ -42,7 +42,9 @@ TEST_F(BuildSampleTest, ReplacesFilesOnlyWhenForced)
     expectOneLine(sample(), las);
     expectOneLine(brx({"build", las, "-o", store}), store);
     EXPECT_TRUE(readFile(store) == there);
-    EXPECT_EQ(brx({"build", las, "-o", store, "--force"}).exitStatus, 0);
+    const ProgramResult quiet = brx({"build", las, "-o", store, "--force", "--quiet"});
+    EXPECT_EQ(quiet.exitStatus, 0);
+    EXPECT_EQ(quiet.err + quiet.out, "");
     EXPECT_EQ(brx({"sample", las, "--points", "10", "--force"}).exitStatus, 0);
 }
 
