@@ -121,7 +121,10 @@ Status EditJournalling::dropUnsaved(OctreeInfo& octree, uint64_t& points)
     const StoreEditLock lock(octree);
     std::shared_ptr<EditJournal> journal = octree.journal; // also one that was switched off
     const Status opened = journal ? Status() : open(octree, journal);
-    return opened ? dropUnwrittenClasses(octree, journal, points) : opened;
+    VelBrx::EditDescription edit;
+    edit.operation = R"({"op":"dropUnsaved"})";
+    uint64_t change = 0;
+    return opened ? dropUnwrittenClasses(octree, journal, edit, points, change) : opened;
 }
 
 } // namespace VelOsgDBBrx

@@ -112,14 +112,14 @@ Status takeOverClasses(OctreeInfo& octree, const JournalPtr& journal, uint64_t& 
     return status;
 }
 
-Status dropUnwrittenClasses(OctreeInfo& octree, const JournalPtr& journal, uint64_t& points)
+Status dropUnwrittenClasses(OctreeInfo& octree, const JournalPtr& journal, VelBrx::EditDescription edit,
+                            uint64_t& points, uint64_t& change)
 {
+    if (edit.author.empty()) edit.author = octree.journalAuthor;
     std::vector<EditedCell> cells;
     for (const Cell& cell : unwrittenCells(octree))
         cells.push_back({cell.place, cell.current, cell.written});
-    uint64_t change = 0;
-    Status status =
-        recordAndPublishClasses(cells, journal, describe(octree, R"({"op":"dropUnsaved"})"), change);
+    const Status status = recordAndPublishClasses(cells, journal, edit, change);
     points = status ? countDifferent(cells) : 0;
     return status;
 }

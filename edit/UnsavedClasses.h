@@ -22,6 +22,7 @@ uint64_t countUnwrittenClasses(const OctreeInfo& octree);
 VelBrx::Status takeOverClasses(OctreeInfo& octree, const std::shared_ptr<VelBrx::EditJournal>& journal,
                                uint64_t& replaced);
 
-/// Gives all points the classes of their records, as a change of its own in the journal, if there is one.
+/// Gives all points the classes of their records, as a change of its own in the journal, if there is one:
+/// `change` is its number, 0 where there is none. `edit`: author (empty: the journal's), time, operation.
 VelBrx::Status dropUnwrittenClasses(OctreeInfo& octree, const std::shared_ptr<VelBrx::EditJournal>& journal,
-                                    uint64_t& points);
+                                    VelBrx::EditDescription edit, uint64_t& points, uint64_t& change);

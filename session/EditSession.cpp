@@ -410,6 +410,13 @@ bool EditSession::save()
     return true;
 }
 
+bool EditSession::dropUnsaved()
+{
+    if (!_state->begin()) return false;
+    _state->start("drop unsaved classes", [](StoreEdits& edits, EditOutcome&) { edits.dropUnsaved(); });
+    return true;
+}
+
 bool EditSession::reset()
 {
     if (!_state->begin()) return false;

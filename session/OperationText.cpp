@@ -26,6 +26,11 @@ std::string OperationText::reset()
     return R"({"op":"reset"})";
 }
 
+std::string OperationText::dropUnsaved()
+{
+    return R"({"op":"dropUnsaved"})";
+}
+
 std::string OperationText::nameOf(const std::string& operation)
 {
     static const std::map<std::string, std::string> kNames = {

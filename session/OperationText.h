@@ -14,6 +14,7 @@ std::string of(const std::string& op, const VelOsgDBBrx::PointSelection& selecti
 std::string classify(const VelOsgDBBrx::PointSelection& selection, const VelOsgDBBrx::Classification& change);
 
 std::string reset();
+std::string dropUnsaved();
 
 /// What people call the operation of a step, such as "hide"; of one that nobody here made its name in
 /// scripts.

@@ -6,6 +6,7 @@
 #include "edit/EditReplay.h"
 #include "edit/SelectionAreas.h"
 #include "edit/StoreEdit.h"
+#include "edit/UnsavedClasses.h"
 #include "session/OperationText.h"
 
 #include <VelBrx/EditHistory.h>
@@ -31,6 +32,14 @@ std::shared_ptr<EditJournal> openJournal(OctreeInfo& octree)
 {
     const std::lock_guard<std::mutex> guard(octree.pointFile->mutex);
     return octree.journal;
+}
+
+CmdResult notJournalled(const Status& status)
+{
+    CmdResult result;
+    result.storesNotJournalled = 1;
+    result.reason = status.message();
+    return result;
 }
 
 bool isTemporary(OctreeInfo& octree)
@@ -260,10 +269,7 @@ void StoreEdits::classify(const PointSelection& selection, const CloudPlaces& pl
     edit(targets, [&](const Target& target) {
         const ClassEditOutcome done = editClasses(*target.octree, *target.test, rule, options);
         if (!done.status && done.status.kind() != Status::Kind::CANCELLED) {
-            CmdResult result;
-            ++result.storesNotJournalled;
-            result.reason = done.status.message();
-            refuse(*target.octree, result);
+            refuse(*target.octree, notJournalled(done.status));
         }
         counts += done.counts;
         _cellsUnreadable += done.counts.cellsUnreadable;
@@ -288,6 +294,26 @@ void StoreEdits::save()
         if (saved > 0) stores += (stores.empty() ? "" : ", ") + store;
     }
     if (written && !stores.empty()) _outcome.message = "written to " + stores;
+}
+
+void StoreEdits::dropUnsaved()
+{
+    std::vector<Target> targets;
+    for (const SessionStore& store : _stores)
+        if (hasUnwrittenClasses(*store.octree)) targets.push_back({store.octree, nullptr, {}});
+    if (!checkStores(targets)) return;
+    const EditDescription description = describe(OperationText::dropUnsaved());
+    edit(targets, [&](const Target& target) {
+        const VelThreads::Lock one(classEditMutex());
+        const StoreEditLock lock(*target.octree);
+        uint64_t points = 0;
+        uint64_t change = 0;
+        const Status dropped =
+            dropUnwrittenClasses(*target.octree, target.octree->journal, description, points, change);
+        if (!dropped) refuse(*target.octree, notJournalled(dropped));
+        _outcome.points += points;
+        return change;
+    });
 }
 
 void StoreEdits::reset()

@@ -78,6 +78,7 @@ public:
     void classify(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places,
                   const VelOsgDBBrx::Classification& change);
     void save();
+    void dropUnsaved();
     void reset();
     void undo();
     void redo();

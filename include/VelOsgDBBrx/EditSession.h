@@ -105,7 +105,8 @@ public:
     /// @{
 
     /// Takes a cloud into the session and switches its journal on. What a program that was killed left half
-    /// done is finished; `note` is a line that says so, else empty. A failure says what is wrong with the
+    /// done is finished, and classes that were not saved are there again, as not saved; `note` is a line that
+    /// says so, else empty. A failure says what is wrong with the
     /// journal. The cloud is in the session all the same, and edits of it are refused, as those of a store
     /// that is read-only or that another program edits. Not while an operation runs on the cloud.
     VelBrx::Status addCloud(OctreeInfo& octree, std::string& note);
@@ -134,6 +135,9 @@ public:
     /// Writes the classes into the stores. It is no step: undo goes back past it. What could not be written
     /// stays unsaved.
     bool save();
+
+    /// Gives every point the class that is in its store; one step.
+    bool dropUnsaved();
 
     /// Brings every hidden point of the stores back, whoever hid it and when; one step.
     bool reset();

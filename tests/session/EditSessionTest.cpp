@@ -1,5 +1,6 @@
 #include <VelOsgDBBrx/EditSession.h>
 
+#include "edit/EditReplay.h"
 #include "edit/StoreEdit.h"
 #include "loading/PointAttributes.h"
 #include "loading/UnwrittenClasses.h"
@@ -10,7 +11,9 @@
 #include "tests/support/ReadFile.h"
 
 #include <VelBrx/EditHistory.h>
+#include <VelBrx/EditJournal.h>
 #include <VelOsgDBBrx/CellData.h>
+#include <VelOsgDBBrx/EditJournalling.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <osg/Geode>
@@ -20,6 +23,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <random>
@@ -40,7 +44,18 @@ protected:
         open();
     }
 
-    void TearDown() override { EXPECT_EQ(problems(), std::vector<std::string>()); }
+    void TearDown() override
+    {
+        EXPECT_EQ(problems(), std::vector<std::string>());
+        forgetClasses();
+    }
+
+    /// Classes in memory end as with the process.
+    static void forgetClasses()
+    {
+        for (const UnwrittenClasses::Cell& cell : UnwrittenClasses::instance().cells())
+            UnwrittenClasses::instance().forget(cell.place->identifier);
+    }
 
     static std::string nameOf(size_t store)
     {
@@ -59,8 +74,7 @@ protected:
             osg::ref_ptr<osg::MatrixTransform> place = new osg::MatrixTransform(places[i]);
             place->addChild(stores.back()->cloud);
             scene->addChild(place);
-            std::string note;
-            const VelBrx::Status added = session->addCloud(*stores.back()->octree(), note);
+            const VelBrx::Status added = session->addCloud(*stores.back()->octree(), notes[i]);
             EXPECT_TRUE(added) << added.message();
             for (CellData* cell : allCells(*stores.back()->octree()))
                 if (cell->record.level != 1)
@@ -162,6 +176,7 @@ protected:
     const osg::ref_ptr<osg::Group> scene = new osg::Group;
     std::vector<std::unique_ptr<LoadedStore>> stores;
     std::vector<osg::ref_ptr<osg::Node>> leaves; ///< keeps cells loaded
+    std::string notes[3];                        ///< of `addCloud`
     std::unique_ptr<EditSession> session;        ///< ends before the stores
 };
 
@@ -222,12 +237,29 @@ TEST_F(EditSessionStory, AnEditOfCloudsThatStandApartIsOneStep)
     EXPECT_EQ(done(session->hide(inSphere({1e4, 0, 0}, 5))).points, 0u);
     EXPECT_EQ(done(session->redo()).redone, "show") << "an edit of nothing is none";
 
+    // Edits of different stores are done again in their order.
+    done(session->hide(inSphere({112, 0, 0}, 20)));
+    const std::vector<Bytes> first = state();
+    done(session->hide(inSphere({-60, 0, 0}, 20)));
+    EXPECT_TRUE(seenOf(0) == first[0] && seenOf(1) == first[1]);
+    done(session->undo());
+    done(session->undo());
+    done(session->redo());
+    EXPECT_TRUE(state() == first);
+
+    Classification change;
+    change.toClass = 6;
+    done(session->classify(PointSelection(), change));
+    const Bytes unsaved = bytesOf(0);
     session->removeCloud(*stores[0]->octree());
+    EXPECT_EQ(session->unsavedPoints().size(), 2u);
+    done(session->save());
+    EXPECT_TRUE(bytesOf(0) == unsaved) << "no longer of the session";
     stores[2].reset();
     leaves.clear();
     scene->removeChild(2);
     done(session->reset());
-    EXPECT_TRUE(bytesOf(0) != before[0] && bytesOf(2) != before[2]) << "no longer of the session";
+    EXPECT_TRUE(bytesOf(0) == unsaved);
     EXPECT_FALSE(bytesOf(1) == before[1]);
     stores.resize(2);
 }
@@ -246,7 +278,7 @@ TEST_F(EditSessionStory, EveryStateIsReachedAgainInThisSessionAndTheNext)
     for (int round = 0; round < 40; ++round) {
         if (round % 10 == 9) open(round == 19 ? "bernd" : "anna");
         const int what = static_cast<int>(random() % 9);
-        const PointSelection place = inSphere({any(-30, 30), any(-30, 30), any(-30, 30)}, any(5, 40));
+        const PointSelection place = inSphere({any(-60, 130), any(-40, 40), any(-40, 40)}, any(5, 30));
         if (what < 4) {
             Classification change;
             change.toClass = static_cast<int>(random() % 5);
@@ -395,12 +427,124 @@ TEST_F(EditSessionStory, AnEditThatOneStoreRefusesChangesNoStore)
     EXPECT_EQ(session->steps().size(), steps + 8);
     EXPECT_EQ(done(session->undo()).undone, "hide") << "that of the other session";
 
+    // The bytes of the third store find no room, from its middle on.
+    const uint64_t middle = std::filesystem::file_size(stores[2]->path) / 2;
+    appendHole(stores[2]->path);
+    open();
+    const std::vector<Bytes> holed = state();
+    {
+        const NoRoom noRoom(middle);
+        refused(session->hide(PointSelection()));
+        EXPECT_TRUE(state() == holed);
+    }
+    EXPECT_GT(done(session->hide(PointSelection())).points, 0u);
+    done(session->undo());
+
+    done(session->hide(inSphere({112, 0, 0}, 20))); // of the first store, to whose journal it stays
+    const std::vector<Bytes> last = state();
+    {
+        const NoRoom noRoom(0);
+        refused(session->hide(PointSelection()));
+    }
+    ASSERT_TRUE(session->editWithoutJournal());
+    const Bytes journal = readFile(VelBrx::journalPath(stores[0]->path));
+    done(session->undo());
+    done(session->redo());
+    EXPECT_GT(done(session->hide(PointSelection())).points, 0u);
+    done(session->undo());
+    EXPECT_TRUE(state() == last);
+    EXPECT_TRUE(readFile(VelBrx::journalPath(stores[0]->path)) == journal);
+    open();
+
     std::filesystem::rename(stores[2]->path, folder.file("away.brx"));
     std::filesystem::copy(folder.file("away.brx"), stores[2]->path);
     EXPECT_NE(refused(session->hide(PointSelection())).message.find("is no longer the file"),
               std::string::npos);
     std::filesystem::rename(folder.file("away.brx"), stores[2]->path);
-    EXPECT_GT(done(session->hide(PointSelection())).points, 0u);
+    EXPECT_GT(done(session->hide(inSphere({-60, 0, 0}, 20))).points, 0u);
+
+    // Something else changes a point of the second last step: all of the way there is taken back.
+    const std::vector<Bytes> good = state();
+    done(session->hide(PointSelection()));
+    size_t point = 0;
+    LasRecords changed(stores[2]->path);
+    while (changed.flags(point) == LasRecords(holed[2]).flags(point) ||
+           changed.flags(point) != LasRecords(good[2]).flags(point))
+        ++point;
+    const auto pokeFlags = [&](uint8_t flags) {
+        std::fstream file(stores[2]->path, std::ios::binary | std::ios::in | std::ios::out);
+        file.seekp(stores[2]->octree()->pointDataStart + static_cast<int64_t>(point) * 36 + 15);
+        file.put(static_cast<char>(flags));
+    };
+    pokeFlags(changed.flags(point) ^ 3);
+    const std::vector<Bytes> poked = state();
+    EXPECT_NE(refused(session->undoAll()).message.find("was changed by something else"), std::string::npos);
+    EXPECT_TRUE(state() == poked);
+    pokeFlags(changed.flags(point));
+    done(session->undo());
+    EXPECT_TRUE(state() == good);
+}
+
+TEST_F(EditSessionStory, ClassesThatWereNotSavedAreThereAgainAndCanBeDropped)
+{
+    const std::vector<Bytes> before = state();
+    Classification change;
+    change.toClass = 6;
+    const uint64_t points = done(session->classify(inSphere({0, 0, 0}, 30), change)).points;
+    EXPECT_EQ(done(session->count(inSphere({0, 0, 0}, 30))).classes->before[6], points);
+    const std::vector<Bytes> classified = state();
+    EXPECT_EQ(done(session->classify(PointSelection(), {7, {6}, true})).points, points);
+    EXPECT_FALSE(refused(session->classify(PointSelection(), {256, {}, true})).message.empty());
+    EXPECT_TRUE(state() == classified);
+    close();
+    forgetClasses();
+    open("bernd");
+    EXPECT_NE(notes[1].find("b.brx: "), std::string::npos) << notes[1];
+    EXPECT_NE(notes[1].find("classes that are not saved"), std::string::npos) << notes[1];
+    EXPECT_TRUE(state() == classified);
+    EXPECT_TRUE(bytesOf(1) == before[1]);
+    EXPECT_TRUE(session->steps().back().isUnsaved);
+    EXPECT_EQ(session->unsavedPoints().size(), 3u);
+    EXPECT_EQ(done(session->dropUnsaved()).points, points);
+    EXPECT_TRUE(state() == before);
+    EXPECT_EQ(session->steps().size(), 2u);
+    done(session->undo());
+    EXPECT_TRUE(state() == classified);
+    EXPECT_EQ(done(session->save()).points, points);
+    EXPECT_TRUE(bytesOf(1) == classified[1]);
+    done(session->undo());
+    EXPECT_TRUE(state() == before) << "past the save";
+    EXPECT_TRUE(bytesOf(1) == classified[1]);
+    done(session->save());
+    EXPECT_TRUE(bytesOf(1) == before[1]);
+
+    // Somebody with a clock that is an hour ahead.
+    OctreeInfo& octree = *stores[0]->octree();
+    std::shared_ptr<VelBrx::EditJournal> journal;
+    ASSERT_TRUE(EditJournalling::open(octree, journal));
+    {
+        VelBrx::EditRecorder recorder(*journal);
+        VelBrx::EditDescription ahead;
+        ahead.time = VelBrx::editTimeNow() + int64_t{3600} * 1000000;
+        ASSERT_TRUE(recorder.begin(ahead));
+        VelBrx::EditRuns runs(recorder);
+        const auto flags = static_cast<uint8_t>(LasRecords(stores[0]->path).flags(7) & kHiddenBits);
+        runs.add(7, 1, flags, flags ^ kCulledBit);
+        ASSERT_TRUE(runs.finish());
+        uint64_t number = 0;
+        uint64_t changed = 0;
+        ASSERT_TRUE(recorder.commit(number));
+        EditReplay replay(octree);
+        ASSERT_TRUE(recorder.apply(replay.visitor(), changed));
+        replay.show();
+    }
+    const std::vector<Bytes> changed = state();
+    done(session->hide(inSphere({0, 0, 0}, 30)));
+    const std::vector<Bytes> hidden = state();
+    done(session->undo());
+    EXPECT_TRUE(state() == changed) << "the newest edit is that of this session";
+    done(session->redo());
+    EXPECT_TRUE(state() == hidden);
 }
 
 TEST_F(EditSessionStory, OwnStepsTakeTheirTurnAndOutcomesComeInOrder)
@@ -444,6 +588,10 @@ TEST_F(EditSessionStory, OwnStepsTakeTheirTurnAndOutcomesComeInOrder)
     addOwn("line"); // a new branch
     EXPECT_EQ(done(session->redo()).message, "there is nothing to redo");
     EXPECT_EQ(operations().back(), "line");
+    done(session->undo());
+    done(session->hide(inSphere({0, 0, 0}, 10)));
+    EXPECT_EQ(done(session->redo()).message, "there is nothing to redo");
+    done(session->undo());
 
     // The callback starts the next operation itself.
     std::vector<std::string> outcomes;
