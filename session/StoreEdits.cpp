@@ -202,14 +202,13 @@ void StoreEdits::show(const PointSelection& selection, const CloudPlaces& places
     mark(selection, places, kShowMark, "uncull");
 }
 
-void StoreEdits::mark(const PointSelection& selection, const CloudPlaces& places, const PointMark& mark,
+void StoreEdits::mark(const PointSelection& selection, const CloudPlaces& places, const PointMark& how,
                       const std::string& op)
 {
     const SelectionAreas areas(selection);
     if (!areas.status) return refuse(areas.status.message());
-    this->mark(
-        reach(areas, places, mark.ofHidden ? SelectionTest::Hidden::HIDDEN : SelectionTest::Hidden::VISIBLE),
-        mark, OperationText::of(op, selection));
+    const auto hidden = how.ofHidden ? SelectionTest::Hidden::HIDDEN : SelectionTest::Hidden::VISIBLE;
+    mark(reach(areas, places, hidden), how, OperationText::of(op, selection));
 }
 
 /// The clouds that have cells in a selection.
@@ -266,16 +265,15 @@ void StoreEdits::classify(const PointSelection& selection, const CloudPlaces& pl
     const auto hidden = selection.undrawnToo ? SelectionTest::Hidden::ANY : SelectionTest::Hidden::VISIBLE;
     const std::vector<Target> targets = reach(areas, places, hidden);
     if (!options.dryRun && !checkStores(targets)) return;
-    edit(targets, [&](const Target& target) {
+    const bool isDone = edit(targets, [&](const Target& target) {
         const ClassEditOutcome done = editClasses(*target.octree, *target.test, rule, options);
-        if (!done.status && done.status.kind() != Status::Kind::CANCELLED) {
+        if (!done.status && done.status.kind() != Status::Kind::CANCELLED)
             refuse(*target.octree, notJournalled(done.status));
-        }
         counts += done.counts;
         _cellsUnreadable += done.counts.cellsUnreadable;
         return done.undo.change;
     });
-    if (hasFailed()) counts = {};
+    if (!isDone) counts = {};
 }
 
 void StoreEdits::save()
@@ -327,7 +325,7 @@ void StoreEdits::reset()
     mark(targets, kShowMark, OperationText::reset());
 }
 
-void StoreEdits::mark(const std::vector<Target>& targets, const PointMark& mark, const std::string& operation)
+void StoreEdits::mark(const std::vector<Target>& targets, const PointMark& how, const std::string& operation)
 {
     if (!checkStores(targets)) return;
     const EditDescription description = describe(operation);
@@ -335,7 +333,7 @@ void StoreEdits::mark(const std::vector<Target>& targets, const PointMark& mark,
         const StoreEditLock lock(*target.octree);
         CmdResult result;
         const uint64_t change =
-            markJournalled(*target.octree, target.cells, *target.test, mark, description, &_control, result);
+            markJournalled(*target.octree, target.cells, *target.test, how, description, &_control, result);
         _outcome.points += result.pointsChanged;
         _cellsUnreadable += result.cellsUnreadable;
         if (!result.reason.empty()) refuse(*target.octree, result);
@@ -343,8 +341,8 @@ void StoreEdits::mark(const std::vector<Target>& targets, const PointMark& mark,
     });
 }
 
-/// Edits store by store; takes all of it back where one fails.
-void StoreEdits::edit(const std::vector<Target>& targets, const EditStore& editStore)
+/// Edits store by store; takes all of it back, and returns false, where one fails or it is cancelled.
+bool StoreEdits::edit(const std::vector<Target>& targets, const EditStore& editStore)
 {
     uint64_t cells = 0;
     for (const Target& target : targets)
@@ -356,12 +354,14 @@ void StoreEdits::edit(const std::vector<Target>& targets, const EditStore& editS
         if (const uint64_t change = editStore(target))
             done.push_back({target.octree, previousState(*target.octree, change), change});
     }
-    if (hasFailed())
+    const bool isDone = !hasFailed();
+    if (!isDone)
         takeBack(done, kCancelOperation);
     else if (_cellsUnreadable > 0)
         refuse("parts of " + std::to_string(_cellsUnreadable) +
                " cells could not be read and were left out; brx verify tells more");
     if (!done.empty()) VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw();
+    return isDone;
 }
 
 void StoreEdits::undo()
@@ -373,8 +373,7 @@ void StoreEdits::undo()
     }
     const std::string name = OperationText::nameOf(step->operation);
     _outcome.operation += " " + name;
-    move(_steps.statesBefore(*step));
-    if (!hasFailed()) _outcome.undone = name;
+    if (move(_steps.statesBefore(*step))) _outcome.undone = name;
 }
 
 void StoreEdits::redo()
@@ -386,8 +385,7 @@ void StoreEdits::redo()
     }
     const std::string name = OperationText::nameOf(step->operation);
     _outcome.operation += " " + name;
-    move(_steps.statesBehind(*step));
-    if (!hasFailed()) _outcome.redone = name;
+    if (move(_steps.statesBehind(*step))) _outcome.redone = name;
 }
 
 void StoreEdits::undoAll()
@@ -403,15 +401,16 @@ void StoreEdits::stepTo(int64_t time)
     move(_steps.statesAt(time));
 }
 
-/// Brings each store to its state; back to where it was where one fails.
-void StoreEdits::move(const std::vector<uint64_t>& states)
+/// Brings each store to its state. Where one fails or it is cancelled, all go back to where they were, and it
+/// returns false.
+bool StoreEdits::move(const std::vector<uint64_t>& states)
 {
     std::vector<Move> moves;
     uint64_t points = 0;
     for (size_t i = 0; i < _stores.size(); ++i) {
         const StoreSteps& steps = _steps.store(i);
         if (states[i] == steps.state()) continue;
-        if (!checkStore(*_stores[i].octree)) return;
+        if (!checkStore(*_stores[i].octree)) return false;
         moves.push_back({_stores[i].octree, steps.state(), states[i]});
         points += steps.pointsBetween(steps.state(), states[i]);
     }
@@ -423,8 +422,10 @@ void StoreEdits::move(const std::vector<uint64_t>& states)
         if (const Status moved = move(one, description, _outcome.points); !moved) refuse(moved.message());
         if (one.to != one.from) done.push_back(one);
     }
-    if (hasFailed()) takeBack(done, {});
+    const bool isDone = !hasFailed();
+    if (!isDone) takeBack(done, {});
     if (!done.empty()) VelOsgDBBrx::PCViewerManager::getInstance()->requestRedraw();
+    return isDone;
 }
 
 /// Leaves a store alone that something else has edited since it was looked at. Where the store ends up is the
@@ -451,8 +452,8 @@ void StoreEdits::takeBack(const std::vector<Move>& done, const std::string& oper
         Move back = {one->octree, one->to, one->from};
         if (!move(back, description, points)) left += (left.empty() ? "" : ", ") + one->octree->pointPath;
     }
-    _outcome.isCancelled = _outcome.ok;
     if (left.empty()) {
+        _outcome.isCancelled = _outcome.ok;
         _outcome.points = 0;
         return;
     }

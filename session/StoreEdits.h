@@ -117,11 +117,11 @@ private:
                   const ClassRule& rule, ClassEditOptions options);
     std::vector<Target> reach(const SelectionAreas& areas, const CloudPlaces& places,
                               SelectionTest::Hidden hidden) const;
-    void mark(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places, const PointMark& mark,
+    void mark(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places, const PointMark& how,
               const std::string& op);
-    void mark(const std::vector<Target>& targets, const PointMark& mark, const std::string& operation);
-    void edit(const std::vector<Target>& targets, const EditStore& editStore);
-    void move(const std::vector<uint64_t>& states);
+    void mark(const std::vector<Target>& targets, const PointMark& how, const std::string& operation);
+    bool edit(const std::vector<Target>& targets, const EditStore& editStore);
+    bool move(const std::vector<uint64_t>& states);
     VelBrx::Status move(Move& one, const VelBrx::EditDescription& description, uint64_t& points);
     void takeBack(const std::vector<Move>& done, const std::string& operation);
     void refuse(const std::string& message);
