@@ -35,7 +35,7 @@ grep -qE '^[1-9][0-9]* of 20000 points' "$scratch/points"
 [ "$(grep -cE '^(classify|undo classify|redo classify|save): [1-9][0-9]* points' "$scratch/edits")" = 4 ]
 for store in survey second; do
     "$prefix/bin/brx" verify "$scratch/$store.brx"
-    "$prefix/bin/brx" history "$scratch/$store.brx" | grep -q "example.*classify"
+    "$prefix/bin/brx" history "$scratch/$store.brx" | grep "example.*classify" >/dev/null
 done
 
 # A host without OpenSceneGraph; the package says what is missing where it was not asked to fail.
