@@ -177,7 +177,7 @@ private:
         const bool forward = entry.kind == EditEntry::Kind::REDO;
         head.kind = forward ? Kind::REDO : Kind::UNDO;
         head.other = stateOf(entry.change);
-        const Status status = _journal.write(head, entry.author);
+        const Status status = _journal.write(head, entry.author, entry.operation);
         return status ? play(head.other, forward, !isDeferred(head.other)) : status;
     }
 
