@@ -92,30 +92,39 @@ const Target& target()
     return one;
 }
 
+/// Changes every few points, from the values of the edit of the same kind before it.
+void edit(EditJournal& journal, uint64_t number)
+{
+    EditRecorder recorder(journal);
+    EditDescription what;
+    const bool ofClasses = number % 2;
+    what.field = ofClasses ? PointRecord::kClass : PointRecord::kFlags;
+    what.mask = ofClasses ? 0xFF : PointRecord::kHiddenBits;
+    what.deferred = ofClasses;
+    what.author = "anna";
+    expect(recorder.begin(what).ok(), "no edit");
+    EditRuns runs(recorder);
+    for (uint64_t point = number; point < kPoints; point += 1 + number)
+        runs.add(point, 1, static_cast<uint8_t>(number > 1 ? number - 1 : 0),
+                 static_cast<uint8_t>(number + 1));
+    uint64_t change = 0;
+    uint64_t points = 0;
+    expect(runs.finish().ok() && recorder.commit(change).ok(), "no edit");
+    (void)recorder.apply(nullptr, points);
+}
+
 /// A journal with changes, a branch, a save, and what is not finished.
 Bytes makeSeed()
 {
     const Target& at = target();
+    unlink(journalPath(at.store).c_str());
     std::shared_ptr<EditJournal> journal;
     expect(EditJournal::open(at.store, journal).ok(), "no journal");
     uint64_t points = 0;
-    for (uint64_t edit = 0; edit < 6; ++edit) {
-        EditRecorder recorder(*journal);
-        EditDescription what;
-        const bool ofClasses = edit % 2;
-        what.field = ofClasses ? PointRecord::kClass : PointRecord::kFlags;
-        what.mask = ofClasses ? 0xFF : PointRecord::kHiddenBits;
-        what.deferred = ofClasses;
-        what.author = "anna";
-        uint64_t number = 0;
-        expect(recorder.begin(what).ok(), "no edit");
-        EditRuns runs(recorder);
-        for (uint64_t point = edit; point < kPoints; point += 1 + edit)
-            runs.add(point, 1, static_cast<uint8_t>(edit > 1 ? edit - 1 : 0), static_cast<uint8_t>(edit + 1));
-        expect(runs.finish().ok() && recorder.commit(number).ok(), "no edit");
-        (void)recorder.apply(nullptr, points);
-        if (edit == 2) (void)journal->save("", points);
-        if (edit == 3) (void)journal->moveTo(2, "bernd", nullptr, points);
+    for (uint64_t number = 0; number < 6; ++number) {
+        edit(*journal, number);
+        if (number == 2) (void)journal->save("", points);
+        if (number == 3) (void)journal->moveTo(2, "bernd", nullptr, points);
     }
     return readFile(journalPath(at.store)); // still open: there is no mark
 }
