@@ -7,6 +7,7 @@
 #include <VelOsgDBBrx/CategoryCalcTool.h>
 #include <VelOsgDBBrx/CullCmd.h>
 #include <VelOsgDBBrx/CullCmdManager.h>
+#include <VelOsgDBBrx/EditJournalling.h>
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/LoadBrxTool.h>
 #include <VelOsgDBBrx/PolygonMaskTool.h>
@@ -84,6 +85,15 @@ void edit(benchmark::State& state)
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kPoints));
 }
 
+void editJournalled(benchmark::State& state)
+{
+    OctreeInfo& octree = *scene().cloud->getOctree();
+    std::string note;
+    if (!EditJournalling::switchOn(octree, "", note)) return state.SkipWithError("no journal");
+    edit(state);
+    EditJournalling::switchOff(octree);
+}
+
 uint64_t run(BaseCmd* cmd)
 {
     const osg::ref_ptr<BaseCmd> held = cmd;
@@ -115,6 +125,8 @@ void cull(benchmark::State& state)
 } // namespace
 
 BENCHMARK(edit)->Name("edit classes of points/ours")->UseRealTime();
+BENCHMARK(editJournalled)->Name("edit classes of points, with a journal, beside without/ours")->UseRealTime();
+BENCHMARK(edit)->Name("edit classes of points, with a journal, beside without/limit")->UseRealTime();
 BENCHMARK(cull)->Name("edit classes of points/limit")->UseRealTime();
 
 int main(int argc, char** argv)

@@ -114,9 +114,13 @@ void record(const uint8_t* before, const uint8_t* after, size_t count, uint64_t 
 {
     for (size_t word = 0; word < count; word += 64) {
         const size_t length = std::min<size_t>(64, count - word);
-        for (uint64_t bits = differingBits(before + word, after + word, length); bits; bits &= bits - 1) {
-            const size_t i = word + static_cast<size_t>(__builtin_ctzll(bits));
-            runs.add(first + i, 1, before[i], after[i]);
+        const uint64_t bits = differingBits(before + word, after + word, length);
+        if (bits == 0) continue;
+        const size_t end = word + 64 - static_cast<size_t>(__builtin_clzll(bits));
+        for (size_t i = word + static_cast<size_t>(__builtin_ctzll(bits)), next = i; i < end; i = next) {
+            for (next = i + 1; next < end && before[next] == before[i] && after[next] == after[i];)
+                ++next;
+            if (before[i] != after[i]) runs.add(first + i, next - i, before[i], after[i]);
         }
     }
 }
