@@ -80,7 +80,7 @@ public:
 
 private:
     Status open(const std::string& path);
-    Status saveJournals(const OctreeInfo* octree, uint64_t& replaced);
+    Status saveJournals(const std::string& author, uint64_t& replaced);
     bool write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced);
     void settle(const Cell& cell, uint64_t replaced);
     Status failure(const std::string& what) const { return Status::failure(_path + ": " + what); }
@@ -180,10 +180,9 @@ EditedCell withoutReplaced(VelBrx::File& file, const Cell& cell, uint64_t& repla
 
 /// Saves what is in journals; `_cells` are then those that were edited without one. Points that somebody else
 /// has given another class are taken out of the save by a change of their own, and wanted again by another.
-Status StoreToWrite::saveJournals(const OctreeInfo* octree, uint64_t& replaced)
+Status StoreToWrite::saveJournals(const std::string& author, uint64_t& replaced)
 {
     std::set<JournalPtr> journals;
-    if (octree && octree->journal) journals.insert(octree->journal);
     std::map<JournalPtr, std::vector<EditedCell>> kept;
     std::vector<Cell> others;
     for (const Cell& cell : _cells) {
@@ -197,7 +196,7 @@ Status StoreToWrite::saveJournals(const OctreeInfo* octree, uint64_t& replaced)
     }
     if (journals.empty()) return {};
     VelBrx::EditDescription description;
-    if (octree) description.author = octree->journalAuthor;
+    description.author = author;
     description.operation = R"({"op":"keepSaved"})";
     uint64_t change = 0;
     for (auto& [journal, cells] : kept)
@@ -205,7 +204,7 @@ Status StoreToWrite::saveJournals(const OctreeInfo* octree, uint64_t& replaced)
             return status;
     for (const JournalPtr& journal : journals) {
         uint64_t points = 0;
-        if (Status status = journal->save(description.author, points); !status) return status;
+        if (Status status = journal->save(author, points); !status) return status;
     }
     for (const Cell& cell : _cells)
         if (cell.place->journal) UnwrittenClasses::instance().forget(cell.place->identifier);
@@ -230,7 +229,8 @@ Status StoreToWrite::write()
     std::optional<StoreEditLock> lock;
     if (octree) lock.emplace(*octree);
     uint64_t replacedInAll = 0;
-    if (Status status = saveJournals(octree, replacedInAll); !status) return status;
+    const std::string author = octree ? octree->journalAuthor : std::string();
+    if (Status status = saveJournals(author, replacedInAll); !status) return status;
     VelBrx::FileWriter writer(*_file);
     std::vector<uint64_t> replaced(_cells.size());
     for (size_t i = 0; i < _cells.size(); ++i)

@@ -66,7 +66,7 @@ Status openAny(OctreeInfo& octree)
 
 Status EditJournalling::open(OctreeInfo& octree, std::shared_ptr<EditJournal>& journal)
 {
-    journal = octree.keepsJournal ? octree.journal : nullptr;
+    journal = octree.journal;
     if (journal || !octree.keepsJournal) return {};
     if (Status status = openAny(octree); !status) return status;
     if (octree.journal->recovery().hasUnsaved && octree.journal->unsavedPoints() > 0) {
@@ -89,11 +89,11 @@ Status EditJournalling::switchOn(OctreeInfo& octree, const std::string& author, 
     const VelThreads::Lock one(classEditMutex());
     const StoreEditLock lock(octree);
     if (octree.isJournalTemporary != isTemporary) octree.journal.reset();
-    const bool wasOn = octree.keepsJournal && octree.journal;
     octree.keepsJournal = true;
     octree.isJournalTemporary = isTemporary;
     octree.journalAuthor = author;
-    if (wasOn || (!hasUnwrittenClasses(octree) && (isTemporary || !isLeft(octree.pointPath)))) return {};
+    if (octree.journal || (!hasUnwrittenClasses(octree) && (isTemporary || !isLeft(octree.pointPath))))
+        return {};
     Status status = openAny(octree);
     if (status.kind() == Status::Kind::IN_USE) return {}; // nobody was killed: it is being edited
     uint64_t replaced = 0;
@@ -110,7 +110,7 @@ void EditJournalling::switchOff(OctreeInfo& octree)
     if (!octree.pointFile) return;
     const StoreEditLock lock(octree);
     octree.keepsJournal = false;
-    if (octree.journal && octree.journal->unsavedPoints() == 0) octree.journal.reset();
+    octree.journal.reset();
 }
 
 Status EditJournalling::dropUnsaved(OctreeInfo& octree, uint64_t& points)
@@ -119,8 +119,8 @@ Status EditJournalling::dropUnsaved(OctreeInfo& octree, uint64_t& points)
     if (!octree.pointFile) return {};
     const VelThreads::Lock one(classEditMutex());
     const StoreEditLock lock(octree);
-    std::shared_ptr<EditJournal> journal = octree.journal; // also one that was switched off
-    const Status opened = journal ? Status() : open(octree, journal);
+    std::shared_ptr<EditJournal> journal;
+    const Status opened = open(octree, journal);
     VelBrx::EditDescription edit;
     edit.operation = R"({"op":"dropUnsaved"})";
     uint64_t change = 0;

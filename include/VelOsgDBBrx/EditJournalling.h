@@ -36,7 +36,7 @@ public:
     static VelBrx::Status switchOn(OctreeInfo& octree, const std::string& author, std::string& note,
                                    VelBrx::JournalPlace place = VelBrx::JournalPlace::BESIDE_STORE);
 
-    /// Edits go on without the journal; it is closed once its classes are saved.
+    /// Edits go on without the journal. It is closed once nobody has classes of it to save or to take back.
     static void switchOff(OctreeInfo& octree);
 
     /// Gives every point the class that is in the store: what was edited and not saved is dropped. It is an

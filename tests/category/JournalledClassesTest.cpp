@@ -153,6 +153,13 @@ TEST_F(JournalledClasses, AreShownAgainAfterAKillBetweenAnyTwoStepsOfEditsUndosR
     ASSERT_TRUE(moveStoreTo(*store.octree(), 2, {}, nullptr, points)) << "the history has every state";
     classes = edited(first, visibleUnder(kLeft), 41);
     expectShown("a state of the history");
+    const uint64_t state = store.octree()->journal->state();
+    ASSERT_TRUE(EditJournalling::dropUnsaved(*store.octree(), points));
+    classes = original;
+    expectShown("what was not saved was dropped");
+    ASSERT_TRUE(moveStoreTo(*store.octree(), state, {}, nullptr, points));
+    classes = edited(first, visibleUnder(kLeft), 41);
+    expectShown("the undo of that");
 }
 
 TEST_F(JournalledClasses, AreTakenBackAmongHidesInAnyOrder)
