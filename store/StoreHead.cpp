@@ -3,6 +3,7 @@
 #include "store/CellIdentifiers.h"
 #include "store/io/ByteIo.h"
 #include "store/io/Crc32c.h"
+#include "store/las/GeoKeys.h"
 
 #include <algorithm>
 #include <cmath>
@@ -39,26 +40,6 @@ std::string text(const uint8_t* bytes, size_t size)
 bool hasUserId(const uint8_t* recordHeader, const char* userId)
 {
     return text(recordHeader + kVlrUserId, kUserIdSize) == userId;
-}
-
-/// Horizontal coordinate system that GeoTIFF keys name by its EPSG code; empty where they name none.
-std::string epsgOfGeoKeys(const uint8_t* keys, size_t size)
-{
-    constexpr size_t kKeySize = 8; // key id, place of its value (0: here), count, value; uint16 each
-    constexpr uint16_t kGeographicType = 2048;
-    constexpr uint16_t kProjectedType = 3072;
-    constexpr uint16_t kUserDefined = 32767;
-    uint16_t projected = 0;
-    uint16_t geographic = 0;
-    for (size_t key = kKeySize; key + kKeySize <= size; key += kKeySize) {
-        const uint16_t id = loadLe<uint16_t>(keys + key);
-        const uint16_t value = loadLe<uint16_t>(keys + key + 6);
-        if (loadLe<uint16_t>(keys + key + 2) != 0 || value == 0 || value == kUserDefined) continue;
-        if (id == kProjectedType) projected = value;
-        if (id == kGeographicType) geographic = value;
-    }
-    const uint16_t code = projected != 0 ? projected : geographic;
-    return code == 0 ? std::string() : "EPSG:" + std::to_string(code);
 }
 
 /// Walks the VLRs in `bytes`, the file up to its first point, for the coordinate system.

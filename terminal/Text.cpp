@@ -6,7 +6,10 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
+#include <iomanip>
 #include <iostream>
+#include <sstream>
 
 std::string shortest(double value)
 {
@@ -33,6 +36,18 @@ std::string coordinate(double value, double scale)
     char digits[352]; // room for the largest double
     std::snprintf(digits, sizeof digits, "%.*f", decimals, value);
     return digits;
+}
+
+std::string timeText(int64_t time)
+{
+    constexpr int64_t kSecond = 1000000; // microseconds
+    const auto seconds = static_cast<std::time_t>(time / kSecond - (time % kSecond < 0));
+    std::tm parts{};
+    if (!gmtime_r(&seconds, &parts)) return "?";
+    std::ostringstream text;
+    text << std::put_time(&parts, "%Y-%m-%dT%H:%M:%S") << '.' << std::setw(6) << std::setfill('0')
+         << time - int64_t{seconds} * kSecond << 'Z';
+    return text.str();
 }
 
 std::string printable(std::string text)

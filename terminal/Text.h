@@ -15,6 +15,9 @@ std::string grouped(uint64_t number);
 /// A coordinate with the decimals that one in whole steps of `scale` has, at most 12.
 std::string coordinate(double value, double scale);
 
+/// Microseconds since 1970, UTC, as "2026-11-22T12:33:10.000000Z".
+std::string timeText(int64_t time);
+
 /// `text` with its control characters replaced by '?', so that text from a file cannot steer a terminal.
 std::string printable(std::string text);
 

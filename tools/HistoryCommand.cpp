@@ -29,18 +29,6 @@ using VelBrx::EditHistory;
 
 constexpr int64_t kSecond = 1000000; ///< microseconds
 
-/// "2026-11-22T12:33:10.123456Z"
-std::string timeText(int64_t time)
-{
-    const auto seconds = static_cast<std::time_t>(time / kSecond - (time % kSecond < 0));
-    std::tm parts{};
-    if (!gmtime_r(&seconds, &parts)) return "?";
-    std::ostringstream text;
-    text << std::put_time(&parts, "%Y-%m-%dT%H:%M:%S") << '.' << std::setw(6) << std::setfill('0')
-         << time - int64_t{seconds} * kSecond << 'Z';
-    return text.str();
-}
-
 /// Microseconds since 1970 of a date, or of a date and a time of day behind a T or a blank, UTC.
 int64_t readTime(const std::string& option, const std::string& text)
 {

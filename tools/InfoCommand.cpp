@@ -1,12 +1,16 @@
 #include "tools/Command.h"
 
 #include "terminal/Text.h"
+#include "tools/InfoText.h"
 
+#include <VelBrx/EditHistory.h>
 #include <VelBrx/PointCounts.h>
 #include <VelBrx/StoreInfo.h>
+#include <VelBrx/Verify.h>
 
 #include <nlohmann/json.hpp>
 
+#include <filesystem>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -63,56 +67,47 @@ nlohmann::ordered_json infoJson(const StoreInfo& info, const PointCounts& counts
              histogramJson(counts.byNumberOfReturns.data(), counts.byNumberOfReturns.size())}};
 }
 
-/// A line of the three values, each as `text(value, axis)` writes it.
-template <class Text>
-void printVector(const char* name, const double (&values)[3], Text text)
+/// What the journal has, in a line.
+std::string editsText(const std::string& path)
 {
-    std::cout << std::left << std::setw(20) << name;
-    for (size_t axis = 0; axis < 3; ++axis)
-        std::cout << (axis == 0 ? "" : " ") << text(values[axis], axis);
-    std::cout << '\n';
+    VelBrx::EditHistory history;
+    if (const VelBrx::Status read = readEditHistory(path, history); !read) return printable(read.message());
+    if (history.entries.empty()) return "none";
+    const VelBrx::EditEntry& last = history.entries.back();
+    return grouped(history.entries.size()) + (history.entries.size() == 1 ? " entry" : " entries") +
+           ", the last by " + printable(last.author) + " at " + timeText(last.time);
 }
 
-template <size_t N>
-void printHistogram(const char* title, const std::array<uint64_t, N>& counts)
-{
-    std::cout << title << '\n';
-    for (size_t value = 0; value < N; ++value)
-        if (counts[value] > 0)
-            std::cout << "  " << std::right << std::setw(3) << value << std::setw(16) << counts[value]
-                      << '\n';
-}
-
-void printInfo(const StoreInfo& info, const PointCounts& counts)
+void printInfo(const std::string& path, const StoreInfo& info, const PointCounts& counts)
 {
     const VelBrx::BrxHeader& header = info.header;
-    const auto line = [](const char* name, const auto& value) {
-        std::cout << std::left << std::setw(20) << name << value << '\n';
-    };
-    line("points", header.pointCount);
-    line("hidden points", counts.hidden);
-    line("cells", header.cellCount);
-    const auto inSteps = [&](double value, size_t axis) { return coordinate(value, header.scale[axis]); };
-    const auto whole = [](double value, size_t) { return shortest(value); };
-    printVector("smallest x y z", header.min, inSteps);
-    printVector("largest x y z", header.max, inSteps);
-    printVector("scale", header.scale, whole);
-    printVector("offset", header.offset, whole);
-    line("coordinate system", header.coordinateSystem.empty() ? "none" : printable(header.coordinateSystem));
-    line("store id", hexadecimal(header.storeId));
-    line("format version", header.formatVersion);
+    printLine("points", header.pointCount);
+    printLine("hidden points", counts.hidden);
+    printLine("cells", header.cellCount);
+    printPlace(header);
+    printLine("coordinate system", systemText(header.coordinateSystem));
+    printLine("store id", hexadecimal(header.storeId));
+    printLine("edits", editsText(path));
+    printLine("format version", header.formatVersion);
     std::cout << "level       cells          points\n";
     size_t number = 0;
     for (const LevelSum& level : sumLevels(info))
         std::cout << std::right << std::setw(5) << number++ << std::setw(12) << level.cells << std::setw(16)
                   << level.points << '\n';
-    printHistogram("points by class", counts.byClass);
+    printClasses(counts.byClass);
     printHistogram("points by return", counts.byReturn);
     printHistogram("points by number of returns", counts.byNumberOfReturns);
 }
 
+/// A damaged store is one all the same.
+bool isOtherFile(const std::string& path)
+{
+    return std::filesystem::path(path).extension() != ".brx" && !VelBrx::isStore(path);
+}
+
 void runInfo(const std::string& path, bool json)
 {
+    if (isOtherFile(path)) return tellLas(path, json);
     StoreInfo info;
     PointCounts counts;
     if (const VelBrx::Status read = readStoreInfo(path, info); !read) throw CommandError(read.message());
@@ -121,7 +116,7 @@ void runInfo(const std::string& path, bool json)
     if (json)
         printJson(infoJson(info, counts));
     else
-        printInfo(info, counts);
+        printInfo(path, info, counts);
 }
 
 } // namespace
@@ -135,8 +130,9 @@ void addInfoCommand(CLI::App& app)
     };
     const auto options = std::make_shared<Options>();
     CLI::App* const command =
-        app.add_subcommand("info", "Describe a store: points, cells, levels, bounds, counts");
-    command->add_option("STORE", options->store, "the store, a .brx file")->required();
+        app.add_subcommand("info", "Describe a store, or a LAS, LAZ or COPC file: points, bounds, counts");
+    command->add_option("FILE", options->store, "the store, a .brx file, or a LAS, LAZ or COPC file")
+        ->required();
     command->add_flag("--json", options->json, "print one JSON object");
     command->callback([options] { runInfo(options->store, options->json); });
 }

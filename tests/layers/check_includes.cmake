@@ -26,7 +26,7 @@ set(layers
   "registry|category loading lod osgutils render store store/normals"
   "headless|"
   "terminal|store"
-  "viewer/display|render edit store/journal"
+  "viewer/display|render edit store store/journal"
   "viewer/scene|viewer/display terminal headless lod loading registry render store store/io store/builder store/normals"
   "viewer/edit|terminal viewer/display viewer/scene category cull edit lod render store/journal"
   "viewer/operation|terminal viewer/display viewer/scene viewer/edit"

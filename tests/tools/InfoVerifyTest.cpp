@@ -109,16 +109,33 @@ TEST_F(InfoAndVerify, RefuseADamagedStore)
     EXPECT_EQ(json::parse(verify.out).at("problems").size(), 1u);
 }
 
-TEST_F(InfoAndVerify, SayThatAnotherFileIsNoStore)
+/// What is told of the source, of COPC made of it and of the store is the same.
+TEST_F(InfoAndVerify, DescribeOtherFilesWithoutBuilding)
 {
     const std::string las = _folder.file("survey.las");
-    ASSERT_EQ(brx({"sample", las, "--points", "5"}).exitStatus, 0);
-    for (const std::string command : {"info", "verify"}) {
-        const ProgramResult result = brx({command, las});
-        EXPECT_EQ(result.exitStatus, 1);
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err,
-                  "brx: " + las +
-                      ": is a LAS file without an octree index; build a store with 'brx build'\n");
+    const std::string store = _folder.file("survey.brx");
+    const std::string copc = _folder.file("survey.copc.laz");
+    ASSERT_EQ(brx({"sample", las, "--points", "20000"}).exitStatus, 0);
+    ASSERT_EQ(brx({"build", las, "-o", store}).exitStatus, 0);
+    ASSERT_EQ(brx({"export", store, copc}).exitStatus, 0);
+    const json ofStore = json::parse(brx({"info", store, "--json"}).out);
+    const json ofLas = json::parse(brx({"info", las, "--json"}).out);
+    const json ofCopc = json::parse(brx({"info", copc, "--json"}).out);
+    for (const char* fact : {"points", "bounds", "coordinateSystem", "scale", "pointsByClass",
+                             "pointsByReturn", "pointsByNumberOfReturns"}) {
+        EXPECT_EQ(ofLas.at(fact), ofStore.at(fact)) << fact;
+        EXPECT_EQ(ofCopc.at(fact), ofStore.at(fact)) << fact;
     }
+    EXPECT_TRUE(ofCopc.at("copc") && ofCopc.at("compressed") && !ofLas.at("compressed"));
+    EXPECT_EQ(ofCopc.at("gpsTime"), ofLas.at("gpsTime"));
+    EXPECT_LT(ofLas.at("gpsTime")[0], ofLas.at("gpsTime")[1]);
+    const std::string text = squeezed(brx({"info", las}).out);
+    for (const char* part : {"format LAS 1.4 ", " ground ", "edits", "record LASF_Projection 2112, "})
+        EXPECT_EQ(text.find(part) != std::string::npos, part != std::string("edits")) << part << text;
+
+    const ProgramResult verify = brx({"verify", las});
+    EXPECT_EQ(verify.exitStatus, 1);
+    EXPECT_EQ(verify.out, "");
+    EXPECT_EQ(verify.err,
+              "brx: " + las + ": is a LAS file without an octree index; build a store with 'brx build'\n");
 }

@@ -1,5 +1,7 @@
 #include "viewer/display/Palettes.h"
 
+#include <VelBrx/ClassNames.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -8,38 +10,11 @@ namespace {
 
 constexpr unsigned kClassCodes = 256;
 
-struct ClassStyle
-{
-    const char* name;
-    unsigned rgb;
-};
-
-/// Classes 0 to 22 as the LAS 1.4 standard names them; 8 and 12 as the point formats before 6 use them.
-constexpr std::array<ClassStyle, 23> kClasses = {{
-    {"created, never classified", 0x9e9e9e},
-    {"unclassified", 0xc8c8c8},
-    {"ground", 0xb5834a},
-    {"low vegetation", 0xa6d96a},
-    {"medium vegetation", 0x66bd63},
-    {"high vegetation", 0x1a9850},
-    {"building", 0xe8553f},
-    {"low point (noise)", 0xff00ff},
-    {"model key-point", 0xffd92f},
-    {"water", 0x3c8dd9},
-    {"rail", 0x8c6bb1},
-    {"road surface", 0x707c8c},
-    {"overlap", 0xd0d88a},
-    {"wire - guard (shield)", 0xffffb3},
-    {"wire - conductor (phase)", 0xffe119},
-    {"transmission tower", 0xf58231},
-    {"wire-structure connector", 0xfabed4},
-    {"bridge deck", 0x8dd3c7},
-    {"high noise", 0xff66ff},
-    {"overhead structure", 0xbc80bd},
-    {"ignored ground", 0x8a6a45},
-    {"snow", 0xf2fbff},
-    {"temporal exclusion", 0x5e5e7a},
-}};
+/// Of the classes that have a name, in their order.
+constexpr std::array<unsigned, 23> kClassColors = {0x9e9e9e, 0xc8c8c8, 0xb5834a, 0xa6d96a, 0x66bd63, 0x1a9850,
+                                                   0xe8553f, 0xff00ff, 0xffd92f, 0x3c8dd9, 0x8c6bb1, 0x707c8c,
+                                                   0xd0d88a, 0xffffb3, 0xffe119, 0xf58231, 0xfabed4, 0x8dd3c7,
+                                                   0xff66ff, 0xbc80bd, 0x8a6a45, 0xf2fbff, 0x5e5e7a};
 
 /// The scheme "Paired" of ColorBrewer (Cynthia Brewer, Pennsylvania State University), strong colours first.
 constexpr std::array<unsigned, 12> kDistinct = {0x1f78b4, 0xff7f00, 0x33a02c, 0xe31a1c, 0x9467c8, 0xffff99,
@@ -67,8 +42,8 @@ const std::vector<osg::Vec4f>& classColors()
 {
     static const std::vector<osg::Vec4f> colors = [] {
         std::vector<osg::Vec4f> table;
-        for (const ClassStyle& style : kClasses)
-            table.push_back(opaque(style.rgb));
+        for (const unsigned rgb : kClassColors)
+            table.push_back(opaque(rgb));
         while (table.size() < kClassCodes)
             table.push_back(distinctColor(table.size()));
         return table;
@@ -79,7 +54,8 @@ const std::vector<osg::Vec4f>& classColors()
 std::string classText(unsigned code)
 {
     const std::string text = std::to_string(code);
-    return code < kClasses.size() ? text + " " + kClasses[code].name : text;
+    const char* const name = VelBrx::className(code);
+    return name ? text + " " + name : text;
 }
 
 osg::Vec4f distinctColor(size_t n)

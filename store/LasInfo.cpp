@@ -1,0 +1,183 @@
+#include <VelBrx/LasInfo.h>
+
+#include "store/PointTally.h"
+#include "store/io/ByteIo.h"
+#include "store/io/ParallelRun.h"
+#include "store/las/GeoKeys.h"
+#include "store/las/PointSource.h"
+#include "store/las/RecordFormat.h"
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <new>
+
+namespace VelBrx {
+
+namespace {
+
+constexpr char kProjection[] = "LASF_Projection";
+constexpr uint16_t kWktId = 2112;
+constexpr uint16_t kGeoKeysId = 34735;
+constexpr char kSpec[] = "LASF_Spec";
+constexpr uint16_t kExtraBytesId = 4;
+
+/// What the records of a file hold.
+struct Tally
+{
+    RecordExtent extent;
+    PointTally points;
+    uint64_t withheld = 0;
+
+    void add(const Tally& other)
+    {
+        extent.add(other.extent);
+        points.add(other.points);
+        withheld += other.withheld;
+    }
+};
+
+std::string textOf(const uint8_t* bytes, size_t size)
+{
+    return std::string(bytes, std::find(bytes, bytes + size, uint8_t(0)));
+}
+
+const std::vector<uint8_t>* findRecord(const LasFile& file, const char* userId, uint16_t recordId)
+{
+    for (const auto* const records : {&file.vlrs, &file.evlrs})
+        for (const LasVlr& vlr : *records)
+            if (vlr.userId == userId && vlr.recordId == recordId && !vlr.data.empty()) return &vlr.data;
+    return nullptr;
+}
+
+std::string coordinateSystemOf(const LasFile& file)
+{
+    if (const auto* wkt = findRecord(file, kProjection, kWktId)) return textOf(wkt->data(), wkt->size());
+    const auto* const keys = findRecord(file, kProjection, kGeoKeysId);
+    return keys ? epsgOfGeoKeys(keys->data(), keys->size()) : std::string();
+}
+
+/// Of the numbers 1 to 10, then of pairs and triples of them.
+std::string typeOfExtraBytes(unsigned type)
+{
+    constexpr unsigned kTypes = 10;
+    static const char* const names[kTypes] = {"uint8", "int8",   "uint16", "int16", "uint32",
+                                              "int32", "uint64", "int64",  "float", "double"};
+    if (type == 0 || type > 3 * kTypes) return "bytes";
+    const unsigned count = (type - 1) / kTypes + 1;
+    const std::string name = names[(type - 1) % kTypes];
+    return count == 1 ? name : name + "[" + std::to_string(count) + "]";
+}
+
+std::vector<LasInfo::ExtraBytes> extraBytesOf(const LasFile& file)
+{
+    constexpr size_t kDescription = 192; // bytes: 2 reserved, type, options, name, ...
+    constexpr size_t kNameSize = 32;
+    std::vector<LasInfo::ExtraBytes> all;
+    const auto* const data = findRecord(file, kSpec, kExtraBytesId);
+    for (size_t at = 0; data && at + kDescription <= data->size(); at += kDescription) {
+        const uint8_t* const one = data->data() + at;
+        all.push_back({textOf(one + 4, kNameSize), typeOfExtraBytes(one[2])});
+    }
+    return all;
+}
+
+LasInfo headOf(const LasFile& file)
+{
+    LasInfo info;
+    info.versionMinor = file.versionMinor;
+    info.pointFormat = file.pointFormat;
+    info.recordLength = file.recordLength;
+    info.isCompressed = file.laz.has_value();
+    info.isCopc = findRecord(file, "copc", 1) != nullptr;
+    info.systemIdentifier =
+        textOf(reinterpret_cast<const uint8_t*>(file.systemIdentifier), sizeof file.systemIdentifier);
+    info.creationDay = file.creationDay;
+    info.creationYear = file.creationYear;
+    info.coordinateSystem = coordinateSystemOf(file);
+    std::copy_n(file.scale, 3, info.scale.begin());
+    std::copy_n(file.offset, 3, info.offset.begin());
+    for (const auto* const records : {&file.vlrs, &file.evlrs})
+        for (const LasVlr& vlr : *records)
+            info.records.push_back({vlr.userId, vlr.recordId, vlr.data.size()});
+    info.extraBytes = extraBytesOf(file);
+    info.notes = file.notes;
+    info.pointCount = file.pointCount;
+    return info;
+}
+
+/// Takes the source records of a batch in. `work` is reused from batch to batch.
+void add(const PointBatch& batch, const RecordFormat& format, std::vector<uint8_t>& work, Tally& tally)
+{
+    using PointRecord::kPointSize;
+    const size_t count = batch.records.size() / format.recordLength();
+    const size_t restLength = format.restLength();
+    work.resize(count * (kPointSize + 1 + restLength));
+    uint8_t* const flags = work.data() + count * kPointSize;
+    format.decode(batch.records.data(), count, work.data(), flags, flags + count, restLength);
+    tally.extent.add(work.data(), count);
+    tally.points.add(work.data(), count);
+    tally.withheld += static_cast<uint64_t>(
+        std::count_if(flags, flags + count, [](uint8_t flag) { return (flag & kWithheld) != 0; }));
+}
+
+Status tallyPoints(const PointSource& source, const RecordFormat& format, Tally& all)
+{
+    std::mutex mutex; // guards `all`
+    ParallelRun run(0, nullptr, nullptr);
+    return run.forEach(source.partCount(), [&](size_t part) {
+        Tally tally;
+        std::vector<uint8_t> work;
+        const Status read = source.readPart(part, [&](const PointBatch& batch) {
+            add(batch, format, work, tally);
+            return Status();
+        });
+        const std::lock_guard lock(mutex);
+        all.add(tally);
+        return read;
+    });
+}
+
+void fill(const Tally& tally, const RecordFormat& format, LasInfo& info)
+{
+    for (size_t axis = 0; axis < 3; ++axis) {
+        info.min[axis] = tally.extent.min[axis] * info.scale[axis] + info.offset[axis];
+        info.max[axis] = tally.extent.max[axis] * info.scale[axis] + info.offset[axis];
+    }
+    const PointTally& points = tally.points;
+    info.minIntensity = points.minIntensity;
+    info.maxIntensity = points.maxIntensity;
+    info.hasGpsTime = format.hasGpsTime();
+    info.minGpsTime = points.minGpsTime;
+    info.maxGpsTime = points.maxGpsTime;
+    info.hasColors = format.hasColors();
+    info.byClass = points.byClass;
+    info.byReturn = points.byReturn();
+    info.byNumberOfReturns = points.byNumberOfReturns();
+    info.withheld = tally.withheld;
+    for (size_t id = 0; id < points.sources.size(); ++id)
+        if (points.sources[id]) info.sources.push_back(static_cast<uint16_t>(id));
+}
+
+} // namespace
+
+Status readLasInfo(const std::string& path, LasInfo& info)
+try {
+    std::unique_ptr<PointSource> source;
+    if (Status status = openPointSource(path, source); !status) return status;
+    const LasFile& file = source->file();
+    const RecordFormat format(file.pointFormat, file.recordLength);
+    LasInfo read = headOf(file);
+    Tally tally;
+    if (Status status = tallyPoints(*source, format, tally); !status) return status;
+    if (file.pointCount > 0) fill(tally, format, read);
+    for (const std::string& note : source->notes())
+        read.notes.push_back(note);
+    info = std::move(read);
+    return {};
+} catch (const std::bad_alloc&) {
+    return Status::failure(path + ": needs more memory than there is; close other programs",
+                           Status::Kind::NO_MEMORY);
+}
+
+} // namespace VelBrx

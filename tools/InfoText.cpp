@@ -1,0 +1,142 @@
+#include "tools/InfoText.h"
+
+#include "tools/Command.h"
+
+#include <VelBrx/ClassNames.h>
+#include <VelBrx/LasInfo.h>
+
+#include <nlohmann/json.hpp>
+
+#include <sstream>
+
+using VelBrx::LasInfo;
+using Json = nlohmann::ordered_json;
+
+void printClasses(const std::array<uint64_t, 256>& counts)
+{
+    std::cout << "points by class\n";
+    for (unsigned code = 0; code < counts.size(); ++code) {
+        if (counts[code] == 0) continue;
+        const char* const name = VelBrx::className(code);
+        std::cout << "  " << std::right << std::setw(3) << code << std::setw(16) << counts[code]
+                  << (name ? "  " : "") << (name ? name : "") << '\n';
+    }
+}
+
+double density(uint64_t points, double width, double depth)
+{
+    return width > 0 && depth > 0 ? static_cast<double>(points) / (width * depth) : 0;
+}
+
+std::string systemText(const std::string& coordinateSystem)
+{
+    return coordinateSystem.empty() ? "none" : printable(coordinateSystem);
+}
+
+namespace {
+
+std::string versionText(const LasInfo& info)
+{
+    return "LAS 1." + std::to_string(info.versionMinor) +
+           (info.isCopc         ? ", COPC"
+            : info.isCompressed ? ", compressed (LAZ)"
+                                : "");
+}
+
+double densityOf(const LasInfo& info)
+{
+    return density(info.pointCount, info.max[0] - info.min[0], info.max[1] - info.min[1]);
+}
+
+std::string threeDigits(double value)
+{
+    std::ostringstream text;
+    text << std::setprecision(3) << value;
+    return text.str();
+}
+
+Json jsonOf(const LasInfo& info)
+{
+    auto records = Json::array();
+    for (const LasInfo::Record& record : info.records)
+        records.push_back({{"userId", record.userId}, {"recordId", record.recordId}, {"size", record.size}});
+    auto extra = Json::array();
+    for (const LasInfo::ExtraBytes& one : info.extraBytes)
+        extra.push_back({{"name", one.name}, {"type", one.type}});
+    Json json = {{"version", "1." + std::to_string(info.versionMinor)},
+                 {"compressed", info.isCompressed},
+                 {"copc", info.isCopc},
+                 {"pointFormat", info.pointFormat},
+                 {"recordLength", info.recordLength},
+                 {"points", info.pointCount},
+                 {"bounds", {{"min", info.min}, {"max", info.max}}},
+                 {"density", densityOf(info)},
+                 {"scale", info.scale},
+                 {"offset", info.offset},
+                 {"coordinateSystem", info.coordinateSystem},
+                 {"system", info.systemIdentifier},
+                 {"created", {{"year", info.creationYear}, {"day", info.creationDay}}},
+                 {"intensity", {info.minIntensity, info.maxIntensity}},
+                 {"colours", info.hasColors},
+                 {"withheld", info.withheld},
+                 {"sources", info.sources},
+                 {"pointsByClass", histogramJson(info.byClass.data(), info.byClass.size())},
+                 {"pointsByReturn", histogramJson(info.byReturn.data(), info.byReturn.size())},
+                 {"pointsByNumberOfReturns",
+                  histogramJson(info.byNumberOfReturns.data(), info.byNumberOfReturns.size())},
+                 {"extraBytes", extra},
+                 {"records", records},
+                 {"notes", info.notes}};
+    if (info.hasGpsTime) json["gpsTime"] = {info.minGpsTime, info.maxGpsTime};
+    return json;
+}
+
+void printPoints(const LasInfo& info)
+{
+    printPlace(info);
+    printLine("points per unit^2", threeDigits(densityOf(info)));
+    printLine("intensity", std::to_string(info.minIntensity) + " to " + std::to_string(info.maxIntensity));
+    if (info.hasGpsTime)
+        printLine("GPS time", coordinate(info.minGpsTime, 1e-6) + " to " + coordinate(info.maxGpsTime, 1e-6));
+    printLine("colours", info.hasColors ? "yes" : "no");
+    printLine("withheld points", info.withheld);
+    std::string sources;
+    for (const uint16_t source : info.sources)
+        sources += (sources.empty() ? "" : " ") + std::to_string(source);
+    printLine("sources", sources);
+    printClasses(info.byClass);
+    printHistogram("points by return", info.byReturn);
+    printHistogram("points by number of returns", info.byNumberOfReturns);
+}
+
+void print(const LasInfo& info)
+{
+    printLine("format", versionText(info));
+    printLine("point format",
+              std::to_string(info.pointFormat) + ", " + std::to_string(info.recordLength) + " bytes a point");
+    printLine("points", info.pointCount);
+    printLine("coordinate system", systemText(info.coordinateSystem));
+    printLine("system", printable(info.systemIdentifier));
+    printLine("created",
+              "day " + std::to_string(info.creationDay) + " of " + std::to_string(info.creationYear));
+    if (info.pointCount > 0) printPoints(info);
+    for (const LasInfo::ExtraBytes& one : info.extraBytes)
+        printLine("extra bytes", printable(one.name) + ", " + one.type);
+    for (const LasInfo::Record& record : info.records)
+        printLine("record", printable(record.userId) + " " + std::to_string(record.recordId) + ", " +
+                                std::to_string(record.size) + " bytes");
+    for (const std::string& note : info.notes)
+        printLine("note", printable(note));
+}
+
+} // namespace
+
+void tellLas(const std::string& path, bool json)
+{
+    LasInfo info;
+    if (const VelBrx::Status read = readLasInfo(path, info); !read) throw CommandError(read.message());
+    if (json)
+        printJson(jsonOf(info));
+    else
+        print(info);
+}
