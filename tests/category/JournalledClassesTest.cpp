@@ -253,6 +253,8 @@ TEST_F(JournalledClasses, ChangeInNoStoreWhereTheyCannotBeWrittenDownInOne)
         const NoRoom noRoom(room);
         EXPECT_EQ(switchOn(*second.octree(), JournalPlace::TEMPORARY), "");
         EXPECT_EQ(pushAndWait(kUid, both)->state(), CategoryReport::DONE) << "the user's choice";
+        EXPECT_EQ(historyOf(*store.octree()).entries.back().time,
+                  historyOf(*second.octree()).entries.back().time);
     }
     pushAndWait(Category::UNDO);
     EXPECT_FALSE(tool().hasUnwritten());
