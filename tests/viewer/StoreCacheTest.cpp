@@ -1,11 +1,15 @@
 #include "viewer/scene/StoreCache.h"
 
+#include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
 
+#include <VelBrx/PointCounts.h>
+
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 
@@ -57,6 +61,9 @@ TEST_F(StoreCache, ALasFileIsBuiltBesideItselfOnceAndThenUsedAgain)
 TEST_F(StoreCache, AStoreOlderThanItsSourceIsKeptUntilForced)
 {
     const std::string store = find();
+    std::vector<uint8_t> bytes = readFile(store);
+    bytes[bytes[96] + 256u * bytes[97] + 15] |= 4; // a hidden point
+    _folder.write("data/grid.las.brx", bytes);
     fs::last_write_time(store, fs::last_write_time(_source) - 1h);
     const auto old = fs::last_write_time(store);
     std::string unused;
@@ -67,6 +74,10 @@ TEST_F(StoreCache, AStoreOlderThanItsSourceIsKeptUntilForced)
 
     EXPECT_EQ(find(true), store);
     EXPECT_GT(fs::last_write_time(store), old);
+    std::atomic<bool> cancel{false};
+    uint64_t hidden = 0;
+    EXPECT_TRUE(VelBrx::countHiddenPoints(store, cancel, hidden));
+    EXPECT_EQ(hidden, 1u) << "edits are kept";
 }
 
 TEST_F(StoreCache, AStoreThatIsNamedForAnotherFileIsRefused)

@@ -93,6 +93,7 @@ Status build(const fs::path& source, const fs::path& store, bool overwrite)
     options.inputs = {source.string()};
     options.output = store.string();
     options.overwrite = overwrite;
+    options.keepEdits = overwrite && isStore(options.output);
     options.progress = [&](const VelBrx::BuildProgress& state) {
         progress.show("building " + store.string() + ", " + state.stage, state.pointsDone, state.pointsTotal);
     };
@@ -152,7 +153,7 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
     if (isCurrent && (!rebuild || isStore(store))) return Status();
     if (exists && !rebuild) {
         return Status::failure(store + ": is older than " + input +
-                               "; --force builds it again, without the edits made in it");
+                               "; --force builds it again, with the edits made in it");
     }
     return build(source, target, exists);
 }
