@@ -165,7 +165,8 @@ public:
     /// \name The running operation
     /// @{
 
-    /// Ends it as soon as can be: nothing has changed then, or what was done already is taken back.
+    /// Ends it as soon as can be: nothing has changed then, or what was done already is taken back. A save
+    /// goes on. Where all was done already, the outcome says that.
     void cancel();
 
     /// 0 to 1; 1 while none runs.

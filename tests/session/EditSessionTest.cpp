@@ -184,7 +184,7 @@ protected:
 class LargeEditSessionStory : public EditSessionStory
 {
 protected:
-    LargeEditSessionStory() : EditSessionStory(100000) {}
+    LargeEditSessionStory() : EditSessionStory(40000) {}
 };
 
 } // namespace
