@@ -229,7 +229,7 @@ std::optional<std::string> EditSession::State::undoOwn()
         if (inStores && inStores->time > own.step.time) return std::nullopt;
         own.step.isDone = false;
         undo = own.undo;
-        name = own.step.operation;
+        name = own.step.name;
     }
     undo();
     return name;
@@ -247,7 +247,7 @@ std::optional<std::string> EditSession::State::redoOwn()
         if (inStores && inStores->time < own->step.time) return std::nullopt;
         own->step.isDone = true;
         redo = own->redo;
-        name = own->step.operation;
+        name = own->step.name;
     }
     redo();
     return name;
@@ -521,6 +521,7 @@ std::map<std::string, uint64_t> EditSession::unsavedPoints() const
 bool EditSession::addOwnStep(std::string name, std::function<void()> undo, std::function<void()> redo)
 {
     EditStep step;
+    step.name = name;
     step.operation = std::move(name);
     step.author = _state->author();
     step.isDone = true;

@@ -1,5 +1,7 @@
 #include "session/JournalSteps.h"
 
+#include "session/OperationText.h"
+
 #include <algorithm>
 #include <chrono>
 #include <map>
@@ -188,6 +190,7 @@ std::vector<EditStep> JournalSteps::list() const
             step.time = change.key.time;
             step.author = change.key.author;
             step.operation = change.key.operation;
+            step.name = OperationText::nameOf(step.operation);
             step.points += change.points;
             step.isDone |= change.isDone;
             step.isUnsaved |= change.isUnsaved;

@@ -20,6 +20,7 @@ namespace VelOsgDBBrx {
 struct EditStep
 {
     int64_t time = 0;      ///< microseconds since 1970, UTC; no two steps of a session have the same
+    std::string name;      ///< for people, such as "hide"
     std::string operation; ///< JSON as scripts have it; of a host's own step its name
     std::string author;
     uint64_t points = 0;    ///< that it changed in all stores
