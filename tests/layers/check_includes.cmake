@@ -28,10 +28,10 @@ set(layers
   "terminal|store"
   "viewer/display|render edit store store/journal"
   "viewer/scene|viewer/display terminal headless lod loading registry render store store/io store/builder store/normals"
-  "viewer/edit|terminal viewer/display viewer/scene category cull edit lod render store/journal"
+  "viewer/edit|terminal viewer/display viewer/scene session cull edit lod render"
   "viewer/operation|terminal viewer/display viewer/scene viewer/edit"
   "viewer/window|terminal viewer/display viewer/scene viewer/edit viewer/operation headless lod render store"
-  "viewer/picture|viewer/display viewer/scene viewer/window headless lod"
+  "viewer/picture|viewer/display viewer/scene viewer/window headless edit lod"
   "viewer/script|terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
   "viewer|terminal viewer/display viewer/scene viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
@@ -40,8 +40,8 @@ set(layers
 set(exported_only category>store/journal terminal>store render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
-  viewer/edit>category viewer/edit>store/journal viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
-  viewer/window>render viewer/window>store viewer/picture>lod viewer/script>store viewer/display>render viewer/display>edit viewer/display>store/journal plugin>lod
+  viewer/edit>session viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
+  viewer/window>render viewer/window>store viewer/picture>edit viewer/picture>lod viewer/script>store viewer/display>render viewer/display>edit viewer/display>store/journal plugin>lod
   plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export tools>store/journal
   tools>store/normals tools>store/sample)
 

@@ -100,7 +100,7 @@ protected:
     bool isDone() { return shown.host.viewer->done(); }
 
     ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
-    std::optional<EditSession> session;
+    std::optional<SceneEditing> session;
     osg::ref_ptr<EditKeys> keys;
     osg::ref_ptr<HelpKey> help;
 };
@@ -216,6 +216,21 @@ TEST_F(EditKeysTest, AStoreThatAnotherProgramEditsIsEditedOnlyWhereThatIsChosen)
     drawAll();
     press('x');
     EXPECT_EQ(visiblePoints(), 0u) << "the choice holds";
+}
+
+TEST_F(EditKeysTest, EscapeTakesTheRunningEditBack)
+{
+    press('E');
+    bool cancelled = false;
+    for (int time = 0; time < 20 && !cancelled; ++time) { // it may come too late
+        drawAll();
+        events().keyPress('x');
+        events().keyPress(kEscape);
+        finish();
+        cancelled = visiblePoints() == 400;
+        if (!cancelled) press('z');
+    }
+    EXPECT_TRUE(cancelled);
 }
 
 TEST_F(EditKeysTest, NoKeyHasTwoMeaningsAndTheHelpAndThePagesListTheSame)

@@ -25,7 +25,7 @@ TEST(ClassList, IsReadAndWrittenAsPeopleTypeIt)
 TEST(EditText, TellsWhatWasDoneAndWhatIsNotSaved)
 {
     using Lines = std::vector<std::string>;
-    EditOutcome outcome;
+    VelOsgDBBrx::EditOutcome outcome;
     outcome.operation = "classify";
     outcome.points = 1234567;
     outcome.classes.emplace();
@@ -36,7 +36,7 @@ TEST(EditText, TellsWhatWasDoneAndWhatIsNotSaved)
     EXPECT_EQ(describe(outcome),
               (Lines{"classify: 1 234 567 of 1 234 577 points", "  class 2 ground: 1 234 567 -> 0",
                      "  class 6 building: 0 -> 1 234 567", "  class 9 water: 10"}));
-    outcome = EditOutcome();
+    outcome = VelOsgDBBrx::EditOutcome();
     outcome.operation = "hide inside";
     outcome.ok = false;
     outcome.message = "a.brx cannot be written";

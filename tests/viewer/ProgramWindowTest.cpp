@@ -244,10 +244,20 @@ void closes(Viewer& viewer, const std::function<void()>& closePolygon)
     EXPECT_TRUE(viewer.shows(*closed));
 }
 
-void undoes(Viewer& viewer, const std::string& key)
+Check undoes(const std::string& key)
 {
-    viewer.hideLowerHalf();
-    viewer.pressUntilHidden(key, 0);
+    return [key](Viewer& viewer) {
+        viewer.hideLowerHalf();
+        viewer.pressUntilHidden(key, 0);
+    };
+}
+
+Check redoes(const std::string& key)
+{
+    return [key](Viewer& viewer) {
+        undoes("z")(viewer);
+        viewer.pressUntilHidden(key, 200);
+    };
 }
 
 /// Selects the lower half of the points, which alone or all but which a key leaves in the picture.
@@ -446,7 +456,7 @@ const std::map<std::string, Check> kChecks = {
     {"n", colours("n")},
     {"u", colours("u")},
     {"p", colours("p")},
-    {"y", colours("y")},
+    {"l", colours("l")},
     {"g", colours("g")},
     {"m", colours("m")},
     {"+",
@@ -547,8 +557,39 @@ const std::map<std::string, Check> kChecks = {
          viewer.window->click(330, 300);
          viewer.pressUntilChange("j");
      }},
-    {"z", [](Viewer& viewer) { undoes(viewer, "z"); }},
-    {"Z", [](Viewer& viewer) { undoes(viewer, "Z"); }},
+    {"z", undoes("z")},
+    {"Z", undoes("Z")},
+    {"Ctrl+Z", undoes("Ctrl+z")},
+    {"y", redoes("y")},
+    {"Ctrl+Y", redoes("Ctrl+y")},
+    {"Ctrl+Shift+Z", redoes("Ctrl+Z")},
+    {"U",
+     [](Viewer& viewer) {
+         viewer.hideLowerHalf();
+         viewer.drawLowerHalf();
+         viewer.pressUntilHidden("v", 0);
+         for (const auto& [key, hidden] : {std::pair("Up", 200u), {"Down", 0u}}) {
+             viewer.window->stillPicture();
+             viewer.expectChangeAnywhere([&] { viewer.press("U"); });
+             viewer.press(key);
+             viewer.press("Return");
+             EXPECT_TRUE(eventually([&] { return viewer.counts().hidden == hidden; })) << key;
+         }
+     }},
+    {"M",
+     [](Viewer& viewer) {
+         viewer.press("V");
+         viewer.type("2");
+         viewer.drawLowerHalf();
+         viewer.expectChangeAnywhere([&] { viewer.press("M"); });
+         viewer.pressUntilHidden("x", 200);
+         viewer.press("M");
+         viewer.pressUntilHidden("Z", 0);
+         viewer.drawLowerHalf();
+         viewer.pressUntilHidden("x", 50);
+         viewer.press("V");
+         viewer.press("Return");
+     }},
     {"R",
      [](Viewer& viewer) {
          viewer.hideLowerHalf();
@@ -580,6 +621,15 @@ const std::map<std::string, Check> kChecks = {
      }},
     {"K", [](Viewer& viewer) { classifyAndSave(viewer, "7", 200); }},
     {"W", [](Viewer& viewer) { classifyAndSave(viewer, "17", 200); }},
+    {"w",
+     [](Viewer& viewer) {
+         const Picture before = viewer.window->stillPicture();
+         viewer.drawLowerHalf();
+         viewer.press("9");
+         viewer.expectChangeAnywhere([&] { viewer.press("K"); });
+         viewer.window->stillPicture();
+         viewer.expectChangeAnywhere([&] { viewer.press("w"); });
+     }},
 };
 
 std::string page(const std::string& name)
@@ -636,9 +686,11 @@ TEST(ProgramWindow, KeysForEditingDoWhatTheirPageSays)
     viewer.expectChangeAnywhere([&] { viewer.press("K"); });
     viewer.window->stillPicture();
     viewer.expectChangeAnywhere([&] { viewer.window->clickCloseButton(); });
-    viewer.press("d");
+    viewer.press("k");
     viewer.expectEnd();
-    EXPECT_EQ(viewer.counts().byClass[2], 100u) << "discarded by choice";
+    const ProgramResult next = runProgram({BRX, "history", viewer.store}, {"DISPLAY"});
+    EXPECT_NE(next.out.find("(not saved)"), std::string::npos) << "kept by choice: " << next.out;
+    EXPECT_EQ(viewer.counts().byClass[2], 100u);
 }
 
 TEST(ProgramWindow, TellsOfPointsThatAStoreHidesAndHowToBringThemBack)

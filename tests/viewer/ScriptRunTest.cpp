@@ -106,24 +106,6 @@ protected:
     std::vector<json> lines;
 };
 
-/// Hides points of a store by an edit that is written down.
-void hideInJournal(const std::string& store, const std::vector<uint64_t>& points)
-{
-    std::shared_ptr<VelBrx::EditJournal> journal;
-    ASSERT_TRUE(VelBrx::EditJournal::open(store, journal));
-    VelBrx::EditRecorder recorder(*journal);
-    ASSERT_TRUE(recorder.begin(VelBrx::EditDescription()));
-    VelBrx::EditRuns runs(recorder);
-    for (const uint64_t point : points)
-        runs.add(point, 1, 0, 8);
-    ASSERT_TRUE(runs.finish());
-    uint64_t number = 0;
-    uint64_t hidden = 0;
-    ASSERT_TRUE(recorder.commit(number));
-    ASSERT_TRUE(recorder.apply([](const VelBrx::EditedPoints&) {}, hidden));
-    ASSERT_EQ(hidden, points.size());
-}
-
 /// A worldPolygon around the points from column and row `low` to `high`, at a height.
 std::string around(const TestSurvey& survey, osg::Vec2d low, osg::Vec2d high, double z)
 {
@@ -163,9 +145,9 @@ TEST_F(ScriptRun, EditsWhatAPolygonInWorldCoordinatesSurrounds)
         around(survey, {0, 0}, {19, 19}, survey.z) + R"(}, {"op": "undo"}, {"op": "undo"})");
     expectSuccess();
     EXPECT_EQ(line(3)["points"], 400);
-    EXPECT_EQ(line(4)["undone"], "hide inside");
+    EXPECT_EQ(line(4)["undone"], "hide");
     EXPECT_EQ(line(4)["points"], 400);
-    EXPECT_FALSE(line(5).contains("undone"));
+    EXPECT_EQ(line(5)["undone"], "reset");
 
     run(R"({"op": "camera", "eye": [0, 0, 10], "center": [0, 0, 0], "up": [0, 1, 0]},
            {"op": "cull", "worldPolygon": [[1, 1, 0], [2, 1, 0], [2, 2, 11]]})");
@@ -253,38 +235,45 @@ TEST_F(ScriptRun, ListsTheClassesThatItMadeInTheLegend)
     EXPECT_GT(count("after.png"), 50);
 }
 
-TEST_F(ScriptRun, GoesOnWithTheJournalThatAStoreHas)
+TEST_F(ScriptRun, UndoesAndRedoesWhatEarlierRunsDid)
 {
     build();
-    run(kTop + R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"})");
-    expectSuccess();
-    EXPECT_FALSE(fs::exists(VelBrx::journalPath(store))) << "none is begun";
-
-    hideInJournal(store, {3, 200});
     const std::string half = R"("polygon": [[-9, -9], [100, -9], [100, 209], [-9, 209]])";
-    run(kTop + R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"}, {"op": "cull", )" + half + "}");
+    const Bytes start = readFile(store);
+    run(kTop + R"(, {"op": "cull", )" + half + "}", {"--author", "anna"});
+    const Bytes west = readFile(store);
+    run(kTop + R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"}, {"op": "undo"}, {"op": "redo"})",
+        {"--author", "bernd"});
     expectSuccess();
-    EXPECT_EQ(line(2)["points"], 398);
-    EXPECT_EQ(VelBrx::verifyEdits(store), std::vector<std::string>());
-    VelBrx::EditHistory history;
-    ASSERT_TRUE(VelBrx::readEditHistory(store, history));
-    std::vector<VelBrx::EditEntry::Kind> kinds;
-    for (const VelBrx::EditEntry& entry : history.entries)
-        kinds.push_back(entry.kind);
-    using Kind = VelBrx::EditEntry::Kind;
-    EXPECT_EQ(kinds, (std::vector<Kind>{Kind::CHANGE, Kind::CHANGE, Kind::UNDO, Kind::CHANGE}));
+    EXPECT_EQ(line(2)["points"], 200);
+    EXPECT_EQ(line(4)["undone"], "hide");
+    EXPECT_EQ(line(5)["redone"], "hide");
+    EXPECT_TRUE(readFile(store) == west);
+    run(R"({"op": "redo"}, {"op": "redo"}, {"op": "report"}, {"op": "stepTo", "step": 0})");
+    expectSuccess();
+    EXPECT_EQ(line(1)["points"], 200);
+    EXPECT_EQ(line(2)["message"], "there is nothing to redo");
+    ASSERT_EQ(line(3)["steps"].size(), 2u);
+    EXPECT_EQ(line(3)["steps"][1]["author"], "bernd");
+    EXPECT_TRUE(readFile(store) == start);
+    run(R"({"op": "stepTo", "step": 1})");
+    EXPECT_TRUE(readFile(store) == west);
+    run(R"({"op": "stepTo", "step": 3})");
+    expectFailure("there are 2 steps");
 
     fs::resize_file(VelBrx::journalPath(store), 100); // not even its header
-    const std::vector<uint8_t> before = readFile(store);
-    run(kTop + R"(, {"op": "undoAll"}, {"op": "cull", )" + kAll + "}");
-    expectFailure("grid.brx.edits");
-    EXPECT_EQ(readFile(store), before);
+    run(kTop + R"(, {"op": "cull", )" + kAll + "}");
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_NE(result.err.find("grid.brx.edits"), std::string::npos) << result.err;
+    EXPECT_TRUE(readFile(store) == west);
+    run(kTop + R"(, {"op": "cull", )" + kAll + R"(}, {"op": "undo"})", {"--edit-anyway"});
+    EXPECT_EQ(line(3)["points"], 200);
+    EXPECT_TRUE(readFile(store) == west);
 }
 
 TEST_F(ScriptRun, ColoursByEditsFollowEachEditItsUndoAndASave)
 {
     build();
-    hideInJournal(store, {3, 200});
     const std::string half = R"("polygon": [[-9, -9], [100, -9], [100, 209], [-9, 209]])";
     const auto mode = [](const std::string& by) {
         return R"(, {"op": "mode", "mode": "changed", "by": ")" + by + "\"}, ";
@@ -298,7 +287,7 @@ TEST_F(ScriptRun, ColoursByEditsFollowEachEditItsUndoAndASave)
     const osg::Vec3ub grey(107, 107, 107);
     const auto count = [&](const std::string& name) { return countOf(*picture(name), grey); };
     const int all = count("before.png");
-    EXPECT_GT(all, 1000) << "none but the two hidden points";
+    EXPECT_GT(all, 1000);
     EXPECT_NEAR(count("culled.png"), all / 2, all / 10);
     EXPECT_EQ(count("undone.png"), all);
     EXPECT_EQ(count("classified.png"), 0);
@@ -373,15 +362,78 @@ TEST_F(ScriptRun, StopsAtAViewThatDoesNotSettleInTime)
     EXPECT_EQ(lines.back()["done"], 2);
 }
 
-TEST_F(ScriptRun, CountsAnUnsavedEndAsAFailure)
+TEST_F(ScriptRun, LeavesUnsavedClassesToTheJournalForTheNextRun)
 {
     build();
+    const Bytes before = readFile(store);
     run(kTop + ", " + kToSeven);
-    expectFailure("edit.json: the changed classes of 400 points were not saved; end the script with save");
-    EXPECT_EQ(lines.back()["end"], "done");
-    EXPECT_EQ(lines.back()["unsaved"], 400);
-    run(kTop + ", " + kToSeven + R"(, {"op": "undoAll"})");
     expectSuccess();
+    EXPECT_NE(result.err.find("the changed classes of 400 points are not saved"), std::string::npos)
+        << result.err;
+    EXPECT_EQ(lines.back()["unsaved"], 400);
+    EXPECT_TRUE(readFile(store) == before);
+    const std::string sevens = R"({"op": "mode", "mode": "class"}, )" + kTop + ", ";
+    run(sevens + render("again.png") + R"(, {"op": "dropUnsaved"})");
+    expectSuccess();
+    EXPECT_GT(countOf(*picture("again.png"), osg::Vec3ub(255, 0, 255)), 50);
+    EXPECT_EQ(line(4)["points"], 400);
+    EXPECT_EQ(lines.back()["unsaved"], 0);
+    run(R"({"op": "undo"})"); // the dropping
+    const ProgramResult drawn =
+        runProgram({BRXVIEW, "--render", folder.file("plain.png"), "--mode", "class", "--view", "top", store},
+                   {"DISPLAY"});
+    EXPECT_NE(drawn.err.find("400 points have classes that are not saved"), std::string::npos) << drawn.err;
+    EXPECT_GT(countOf(*picture("plain.png"), osg::Vec3ub(255, 0, 255)), 50);
+    run(R"({"op": "save"})");
+    EXPECT_EQ(line(1)["points"], 400);
+}
+
+TEST_F(ScriptRun, DoesWhatTheJournalTellsAgainOnACopyOfTheStore)
+{
+    survey.step = 5;
+    build();
+    const std::string copy = folder.file("copy.brx");
+    fs::copy(store, copy);
+    const std::string part = R"("polygon": [[20, 30], [150, 10], [190, 120], [60, 180]])";
+    const std::string other = R"("polygon": [[90, 60], [199, 60], [150, 190]])";
+    const std::string corner = R"("polygon": [[0, 0], [199, 0], [199, 90]])";
+    run(R"({"op": "camera", "eye": [1234490, 6543180, 150], "center": [1234510, 6543210, 100], "up": [0, 0, 1]},
+           {"op": "classify", "to": 6, "from": [2, 5], )" +
+        part + R"(},
+           {"op": "cull", "side": "outside", )" +
+        part + R"(},
+           {"op": "uncull", )" +
+        other + R"(},
+           {"op": "camera", "view": "iso"}, {"op": "cull", )" +
+        part + R"(}, {"op": "undo"}, {"op": "reset"},
+           {"op": "select", )" +
+        other + R"(}, {"op": "segment", "hide": "selected"},
+           {"op": "clip", "planes": [[1, 0.5, 0, -4506100]]}, {"op": "showClasses", "classes": [3, 4, 6]},
+           {"op": "cull", )" +
+        corner + R"(},
+           {"op": "select", )" +
+        part + R"(}, {"op": "classify", "selected": true, "to": 9},
+           {"op": "reach", "of": "everything"}, {"op": "classify", "from": [4, 9], "to": 17, )" +
+        other + R"(},
+           {"op": "classify", "points": {"box": [[1234500, 6543200, 0], [1234505.5, 6543205.5, 999]]}, "to": 18},
+           {"op": "save"})");
+    expectSuccess();
+    for (const size_t edit : {2, 3, 4, 6, 8, 13, 15, 17, 18})
+        EXPECT_GT(line(edit)["points"], 0) << lines[edit];
+    VelBrx::EditHistory history;
+    ASSERT_TRUE(VelBrx::readEditHistory(store, history));
+    const ProgramResult told = runProgram(
+        {BRX, "history", store, "--script", "1.." + std::to_string(history.entries.back().number)});
+    ASSERT_EQ(told.exitStatus, 0) << told.err;
+    json again = json::parse(told.out);
+    EXPECT_EQ(again.size(), 8u) << "but the one that was undone";
+    again.push_back({{"op", "save"}});
+    const std::string text = again.dump();
+    finish(
+        runProgram({BRXVIEW, "--script", folder.write("again.json", Bytes(text.begin(), text.end())), copy},
+                   {"DISPLAY"}));
+    expectSuccess();
+    EXPECT_TRUE(readFile(copy) == readFile(store));
 }
 
 TEST_F(ScriptRun, ReadsStandardInputForADash)
@@ -460,7 +512,7 @@ TEST_F(ScriptRun, ASignalEndsItBehindTheRunningEditAndTellsWhatIsUnsaved)
                                           {"unsaved", kPoints}}));
             EXPECT_NE(result.err.find("long.json: ended by a signal after "), std::string::npos)
                 << result.err;
-            EXPECT_NE(result.err.find("the changed classes of 2250000 points were not saved"),
+            EXPECT_NE(result.err.find("the changed classes of 2250000 points are not saved"),
                       std::string::npos)
                 << result.err;
             VelBrx::PointCounts counts;

@@ -83,7 +83,10 @@ const BadScript kBadScripts[] = {
      "\"height\": expected a number above 0"},
     {R"([{"op": "settle"}, {"op": "window", "width": 9, "height": 9}])",
      ": operation 2 (window): the window's size can only be set by the first operation"},
-    {R"([{"op": "cull"}])", ": operation 1 (cull): \"polygon\" is missing"},
+    {R"([{"op": "cull"}])", ": operation 1 (cull): expected one of \"polygon\""},
+    {cull(kTriangle + R"(, "selected": true)"), "expected one of \"polygon\""},
+    {cull(R"("selected": true, "side": "outside")"), "\"side\": only of a polygon"},
+    {cull(R"("points": {"sphere": {"center": [1, 2, 3], "radius": -1}})"), "\"points\": "},
     {cull(R"("polygon": [[1, 2], [3, 4]])"), "\"polygon\": expected a list of at least 3 vertices"},
     {cull(R"("polygon": [[1, 2], [3, 4], [5]])"), "expected 2 numbers, none beyond 1e12 as item 3"},
     {cull(R"("polygon": [[1, 2], [3, null], [5, 6]])"), "as item 2"},
@@ -97,7 +100,7 @@ const BadScript kBadScripts[] = {
     {classify(R"("from": [2])"), "\"to\" is missing"},
     {classify(R"("to": 18446744073709551615)"), "\"to\": expected a whole number from 0 to 255"},
     {classify(R"("to": "2")"), "\"to\": expected a whole number from 0 to 255"},
-    {classify(R"("to": 2, "from": [255])"), "\"from\": expected a list of classes from 0 to 254"},
+    {classify(R"("to": 2, "from": [256])"), "\"from\": expected a list of classes from 0 to 255"},
     {classify(R"("to": 2, "from": 1)"), "\"from\": expected a list of classes"},
     {classify(R"("to": 2, "dryRun": "yes")"), "\"dryRun\": expected true or false"}};
 

@@ -208,7 +208,7 @@ const std::vector<ColorModeChoice>& colorModeChoices()
         {ColorMode::RETURN_NUMBER, "return", 'n', "Colour by return number"},
         {ColorMode::NUMBER_OF_RETURNS, "returns", 'u', "Colour by number of returns"},
         {ColorMode::POINT_SOURCE, "source", 'p', "Colour by point source id"},
-        {ColorMode::FLIGHT_LINE, "flightline", 'y', "Colour by flight line"},
+        {ColorMode::FLIGHT_LINE, "flightline", 'l', "Colour by flight line"},
         {ColorMode::GPS_TIME, "time", 'g', "Colour by GPS time"},
         {ColorMode::CHANGED, "changed", 'm', "Colour by edits: each, author, age, as built"},
     };

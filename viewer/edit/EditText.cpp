@@ -33,13 +33,13 @@ std::vector<std::string> describe(const VelOsgDBBrx::CategoryCounts& counts)
 
 } // namespace
 
-std::vector<std::string> describe(const EditOutcome& outcome)
+std::vector<std::string> describe(const VelOsgDBBrx::EditOutcome& outcome)
 {
     std::vector<std::string> lines;
     if (outcome.ok && outcome.classes)
         lines.push_back(outcome.operation + ": " + grouped(outcome.points) + " of " +
                         points(outcome.classes->selected));
-    else if (outcome.ok && !outcome.countsPoints)
+    else if (outcome.ok && outcome.points == 0 && (outcome.isOwn || !outcome.message.empty()))
         lines.push_back(outcome.operation + (outcome.message.empty() ? ": done" : ":"));
     else if (outcome.ok || outcome.points > 0)
         lines.push_back(outcome.operation + ": " + points(outcome.points));
@@ -49,6 +49,21 @@ std::vector<std::string> describe(const EditOutcome& outcome)
     if (outcome.classes) {
         const std::vector<std::string> byClass = describe(*outcome.classes);
         lines.insert(lines.end(), byClass.begin(), byClass.end());
+    }
+    return lines;
+}
+
+std::vector<std::string> describe(const std::vector<VelOsgDBBrx::EditStep>& steps)
+{
+    constexpr size_t kDay = 10;    // letters of a date
+    constexpr size_t kMinute = 16; // and of a date and a time of day
+    std::vector<std::string> lines;
+    for (const VelOsgDBBrx::EditStep& step : steps) {
+        std::string time = timeText(step.time).substr(0, kMinute);
+        time[kDay] = ' ';
+        lines.push_back(time + "  " + printable(step.author) + "  " + printable(step.name) +
+                        (step.isOwn ? "" : ", " + points(step.points)) + (step.isDone ? "" : "  (undone)") +
+                        (step.isUnsaved ? "  (not saved)" : ""));
     }
     return lines;
 }
@@ -67,6 +82,11 @@ std::vector<std::string> describeUnsaved(const std::map<std::string, uint64_t>& 
     for (const auto& [store, count] : unsaved)
         if (count > 0) lines.push_back(store + ": the classes of " + points(count) + " are not saved");
     return lines;
+}
+
+std::string describeLost(uint64_t count)
+{
+    return "the changed classes of " + points(count) + " are lost: no journal of their store keeps them";
 }
 
 std::string describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all)

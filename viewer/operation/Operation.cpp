@@ -74,6 +74,8 @@ std::string Parameter::expectation() const
         return "a list of at least " + plain(low) + " vertices";
     case PLANES:
         return "a list of planes, 4 numbers each";
+    case POINTS:
+        return "a selection, as [selections](selections.md) has it";
     }
     return "";
 }
@@ -118,6 +120,10 @@ bool Parameter::takes(const Value& value) const
     case PLANES: {
         const auto* const planes = std::get_if<std::vector<osg::Vec4d>>(&value);
         return planes && !planes->empty() && isWithin(*planes, high);
+    }
+    case POINTS: {
+        const auto* const selection = std::get_if<VelOsgDBBrx::PointSelection>(&value);
+        return selection && VelOsgDBBrx::checkSelection(*selection);
     }
     }
     return false;

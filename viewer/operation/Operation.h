@@ -2,8 +2,8 @@
 
 #include "viewer/display/ColorMode.h"
 #include "viewer/edit/ClassList.h"
-#include "viewer/edit/EditSession.h"
 #include "viewer/edit/Outline.h"
+#include "viewer/edit/SceneEditing.h"
 #include "viewer/scene/CameraView.h"
 #include "viewer/scene/Scene.h"
 
@@ -19,8 +19,8 @@
 #include <vector>
 
 /// What a parameter can hold; `Parameter::Type` says which of them it does.
-using Value =
-    std::variant<bool, int, double, std::string, osg::Vec3d, ClassSet, Outline, std::vector<osg::Vec4d>>;
+using Value = std::variant<bool, int, double, std::string, osg::Vec3d, ClassSet, Outline,
+                           std::vector<osg::Vec4d>, VelOsgDBBrx::PointSelection>;
 
 /// One thing that an operation must know.
 struct Parameter
@@ -36,7 +36,8 @@ struct Parameter
         CLASSES,  ///< ClassSet, at least one, of `low` to `high`
         POLYGON,  ///< Outline of `low` vertices or more, no number beyond `high`
         LINE,     ///< likewise, open
-        PLANES    ///< std::vector<osg::Vec4d>, at least one, no number beyond `high`
+        PLANES,   ///< std::vector<osg::Vec4d>, at least one, no number beyond `high`
+        POINTS    ///< VelOsgDBBrx::PointSelection
     };
 
     std::string name;
@@ -114,7 +115,7 @@ private:
 struct Stage
 {
     Scene& scene;
-    EditSession& session;
+    SceneEditing& editing;
 
     /// Turns the camera. An orthographic lens of height 0 shows all that there is. A window draws in
     /// perspective alone.
@@ -127,7 +128,7 @@ struct Begun
     enum State
     {
         DONE,
-        RUNNING, ///< the session tells what comes of it
+        RUNNING, ///< `editing` tells what comes of it
         BUSY     ///< not begun: another one is running
     };
     State state = DONE;

@@ -4,7 +4,7 @@
 #include <utility>
 
 using VelBrx::Status;
-using VelOsgDBBrx::Type;
+using VelOsgDBBrx::PointSelection;
 
 namespace {
 
@@ -53,6 +53,15 @@ Parameter classes(const char* name, int high)
 Parameter polygon()
 {
     return {"polygon", Parameter::POLYGON, 3, kLargest};
+}
+
+/// Points that are given without a polygon.
+Parameter points()
+{
+    Parameter parameter{"points", Parameter::POINTS};
+    parameter.required = false;
+    parameter.without = "`polygon` or `selected`";
+    return parameter;
 }
 
 Parameter orElse(Parameter parameter, Value otherwise)
@@ -215,47 +224,80 @@ Status checkPlanes(const Request& request)
     return Status();
 }
 
+/// Where the points are that an operation is about.
+EditPlace placeOf(const Request& request)
+{
+    if (request.has("points")) return request.get<PointSelection>("points");
+    if (request.get<bool>("selected")) return SelectedPoints();
+    return request.get<Outline>("polygon");
+}
+
+Status checkPlace(const Request& request)
+{
+    const bool isSelected = request.get<bool>("selected");
+    if (request.has("polygon") + request.has("points") + isSelected != 1)
+        return Status::failure("expected one of \"polygon\", \"worldPolygon\", \"points\" and \"selected\"");
+    if (request.has("side") && request.get<std::string>("side") == "outside" && !request.has("polygon"))
+        return Status::failure(
+            "\"side\": only of a polygon; a selection says \"outside\" itself, see docs/selections.md");
+    return Status();
+}
+
 Begun hide(const Request& request, const Stage& stage)
 {
-    const bool inside = request.get<std::string>("side") == "inside";
-    return started(
-        stage.session.hide(request.get<Outline>("polygon"), inside ? Type::INSIDE : Type::OUTSIDE));
+    return started(stage.editing.hide(placeOf(request), request.get<std::string>("side") == "outside"));
 }
 
 Begun show(const Request& request, const Stage& stage)
 {
-    return started(stage.session.show(request.get<Outline>("polygon")));
+    return started(stage.editing.show(placeOf(request)));
 }
 
 template <bool add>
 Begun select(const Request& request, const Stage& stage)
 {
-    return started(stage.session.select(request.get<Outline>("polygon"), add));
+    return started(stage.editing.select(request.get<Outline>("polygon"), add));
 }
 
 Begun segment(const Request& request, const Stage& stage)
 {
-    return started(stage.session.segment(request.get<std::string>("hide") == "others"));
+    return started(stage.editing.segment(request.get<std::string>("hide") == "others"));
 }
 
 Begun followLine(const Request& request, const Stage& stage)
 {
-    return started(stage.session.line(request.get<Outline>("line"), request.get<double>("width")));
+    return started(stage.editing.line(request.get<Outline>("line"), request.get<double>("width")));
 }
 
 Begun classify(const Request& request, const Stage& stage)
 {
-    Classification change;
+    VelOsgDBBrx::Classification change;
     change.toClass = request.get<int>("to");
     if (request.has("from")) change.fromClasses = listClasses(request.get<ClassSet>("from"));
     change.dryRun = request.get<bool>("dryRun");
-    return started(stage.session.classify(request.get<Outline>("polygon"), change));
+    return started(stage.editing.classify(placeOf(request), change));
 }
 
-template <bool (EditSession::*operation)()>
+Begun reach(const Request& request, const Stage& stage)
+{
+    stage.scene.setEditsUndrawn(request.get<std::string>("of") == "everything");
+    return {};
+}
+
+void otherReach(Request& request, const Scene& scene)
+{
+    request.set("of", std::string(scene.editsUndrawn() ? "drawn" : "everything"));
+}
+
+Begun stepTo(const Request& request, const Stage& stage)
+{
+    return started(stage.editing.stepTo(static_cast<size_t>(request.get<int>("step"))));
+}
+
+template <bool (SceneEditing::*operation)()>
 Begun call(const Request&, const Stage& stage)
 {
-    return started((stage.session.*operation)());
+    return started((stage.editing.*operation)());
 }
 
 std::vector<std::string> namesOfModes()
@@ -354,15 +396,23 @@ std::vector<Operation> editing()
     return {
         {"cull",
          "hides points",
-         {polygon(), orElse(choice("side", {"inside", "outside"}), std::string("inside"))},
+         {orNone(polygon(), "`points` or `selected`"), points(), orElse(flag("selected"), false),
+          orElse(choice("side", {"inside", "outside"}), std::string("inside"))},
          {{'x', "hide the points inside", Key::EDITING, says("side", std::string("inside")), "hides inside"},
           {'X', "hide the points outside", Key::EDITING, says("side", std::string("outside")), "outside"}},
-         hide},
+         hide,
+         checkPlace},
         {"uncull",
          "brings hidden points back",
-         {polygon()},
+         {orNone(polygon(), "`points` or `selected`"), points(), orElse(flag("selected"), false)},
          {{'v', "bring hidden points back", Key::EDITING, nullptr, "brings back"}},
-         show},
+         show,
+         checkPlace},
+        {"reach",
+         "edits only what is drawn, or the points that are not drawn as well",
+         {choice("of", {"drawn", "everything"})},
+         {{'M', "reach more: edit points that are not drawn too, on / off", Key::EDITING, otherReach}},
+         reach},
         {"select",
          "adds points to the selection",
          {polygon()},
@@ -386,36 +436,51 @@ std::vector<Operation> editing()
          followLine},
         {"classify",
          "gives points another class",
-         {polygon(),
-          // Class 255 has no place in the table of classes that an edit may change.
-          orNone(classes("from", kClasses - 2), "all classes"), whole("to", "", 0, kClasses - 1),
+         {orNone(polygon(), "`points` or `selected`"), points(), orElse(flag("selected"), false),
+          orNone(classes("from", kClasses - 1), "all classes"), whole("to", "", 0, kClasses - 1),
           orElse(flag("dryRun"), false)},
          {{'K', "give the points inside the to-class", Key::EDITING, nullptr, "reclassifies"},
           {'D', "dry run: count what K would change", Key::EDITING, says("dryRun", true), "counts", true}},
-         classify},
+         classify,
+         checkPlace},
         {"undo",
          "takes the newest edit back",
          {},
          {{'z', "undo the newest edit", Key::EDITING}},
-         call<&EditSession::undo>},
-        {"undoAll",
-         "takes all edits back",
+         call<&SceneEditing::undo>},
+        {"redo",
+         "does again what was undone last",
          {},
-         {{'Z', "undo all edits", Key::EDITING}},
-         call<&EditSession::undoAll>},
+         {{'y', "redo what was undone last", Key::EDITING}},
+         call<&SceneEditing::redo>},
+        {"stepTo",
+         "goes to how all was behind a step of the history",
+         {whole("step", "", 0, 1000000000)},
+         {},
+         stepTo},
+        {"undoAll",
+         "takes all edits of this run back",
+         {},
+         {{'Z', "undo all edits of this run", Key::EDITING}},
+         call<&SceneEditing::undoAll>},
         {"reset",
          "shows every hidden point",
          {},
          {{'R', "reset: show every hidden point, after asking", Key::EDITING}},
-         call<&EditSession::reset>,
+         call<&SceneEditing::reset>,
          nullptr,
-         "Show every hidden point of the stores, whoever hid it? This cannot be undone.",
+         "Show every hidden point of the stores, whoever hid it?",
          "show them all"},
         {"save",
          "writes changed classes into the stores",
          {},
          {{'W', "save the classes", Key::EDITING}},
-         call<&EditSession::save>},
+         call<&SceneEditing::save>},
+        {"dropUnsaved",
+         "gives points the classes that the stores have",
+         {},
+         {{'w', "drop the classes that are not saved", Key::EDITING}},
+         call<&SceneEditing::dropUnsaved>},
     };
 }
 

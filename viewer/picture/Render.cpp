@@ -2,11 +2,24 @@
 
 #include "viewer/picture/PictureView.h"
 
+#include <VelOsgDBBrx/EditJournalling.h>
+
 #include <cstdio>
 
 using VelBrx::Status;
 
 namespace {
+
+/// What other programs left of their edits is finished, and the classes that they did not save are shown.
+void finishEdits(const Scene& scene)
+{
+    for (const Scene::Cloud& cloud : scene.clouds()) {
+        std::string note;
+        const Status status = VelOsgDBBrx::EditJournalling::switchOn(*cloud.node->getOctree(), "", note);
+        if (!status) note = status.message();
+        if (!note.empty()) std::fprintf(stderr, "brxview: %s\n", note.c_str());
+    }
+}
 
 Status prepare(PictureView& view, const Scene& scene, const Options& options)
 {
@@ -22,6 +35,7 @@ Status prepare(PictureView& view, const Scene& scene, const Options& options)
 Status render(osgViewer::Viewer& viewer, const Scene& scene, const Options& options)
 {
     const std::string& picture = options.headless->picture;
+    finishEdits(scene);
     PictureView view(viewer, scene);
     if (const Status status = prepare(view, scene, options); !status)
         return Status::failure(picture + ": " + status.message());

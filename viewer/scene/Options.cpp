@@ -174,6 +174,10 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         options.normals = text;
         return !text.empty();
     };
+    const auto author = [&](const std::string& text) {
+        options.author = text;
+        return !text.empty();
+    };
     const auto store = [&](const std::string& text) {
         options.store = text;
         return !text.empty();
@@ -192,6 +196,7 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     if (status) status = takeOption(arguments, "--budget", "a number of points, such as 20M", budget);
     if (status) status = takeOption(arguments, "--normals", "the name of a file", normals);
     if (status) status = takeOption(arguments, "--store", "the name of a file", store);
+    if (status) status = takeOption(arguments, "--author", "a name", author);
     const auto light = [&](const std::string& text) { return parseLight(text, options.light); };
     if (status) status = takeOption(arguments, "--light", "eye, off or AZIMUTH,HEIGHT", light);
     if (status) {
@@ -281,6 +286,8 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption("--timeout SECONDS",
                                "Give up when a picture is not complete by then. Default: "
                                "300.");
+    usage.addCommandLineOption("--author NAME",
+                               "Who edits, for the journals of the stores. Default: the login name.");
     usage.addCommandLineOption("--edit-anyway", "Edit stores that another program is editing, too.");
     usage.addCommandLineOption("--force", "Replace pictures, or a store that is older than its LAS file.");
     usage.addCommandLineOption("--window X Y W H", "Place and size of the window, pixels.");

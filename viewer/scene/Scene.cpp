@@ -64,8 +64,6 @@ Status Scene::load(const std::vector<std::string>& stores, const Options& option
     for (const std::string& store : stores) {
         if (const Status status = loadCloud(store, options.normals); !status) return status;
     }
-    for (const Cloud& cloud : _clouds)
-        if (options.editAnyway) cloud.node->getOctree()->pointFile->editAnyway();
     if (options.mode == ColorMode::RGB) tellColorless();
     VelBrx::StoreStatistics statistics = _clouds.front().statistics;
     std::for_each(_clouds.begin() + 1, _clouds.end(),

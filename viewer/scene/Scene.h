@@ -95,6 +95,10 @@ public:
     /// a x + b y + c z + d >= 0.
     void setClipPlanes(const std::vector<osg::Vec4d>& planes);
     const std::vector<osg::Vec4d>& clipPlanes() const { return _clipPlanes; }
+
+    /// Edits reach the points that are not drawn, too.
+    void setEditsUndrawn(bool undrawnToo) { _editsUndrawn = undrawnToo; }
+    bool editsUndrawn() const { return _editsUndrawn; }
     /// @}
 
     /// Clamped to what `--point-size` takes.
@@ -127,4 +131,5 @@ private:
     int _pointSize = 0;
     std::bitset<256> _shownClasses = std::bitset<256>().set();
     std::vector<osg::Vec4d> _clipPlanes;
+    bool _editsUndrawn = false;
 };

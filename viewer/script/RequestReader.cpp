@@ -108,11 +108,22 @@ Status readList(const Parameter& parameter, const std::string& member, const jso
     return Status();
 }
 
+Status readPoints(const std::string& member, const json& value, std::optional<Value>& read)
+{
+    VelOsgDBBrx::PointSelection selection;
+    if (const Status status = VelOsgDBBrx::readSelection(value.dump(), selection); !status)
+        return Status::failure(quoted(member) + ": " + status.message());
+    read = selection;
+    return Status();
+}
+
 Status readMember(const Parameter& parameter, const std::string& member, const json& value, Request& request)
 {
     std::optional<Value> read;
     Status status;
-    if (parameter.type == Parameter::PLANES)
+    if (parameter.type == Parameter::POINTS)
+        status = readPoints(member, value, read);
+    else if (parameter.type == Parameter::PLANES)
         status = readList<osg::Vec4d, std::vector<osg::Vec4d>>(parameter, member, value, read);
     else if (parameter.isOutline() && member != parameter.name)
         status = readList<osg::Vec3d, Outline>(parameter, member, value, read);

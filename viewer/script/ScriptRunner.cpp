@@ -50,7 +50,9 @@ public:
         if (Status status = _view.open(_options.headless->size, _options.budget); !status) return status;
         look(_options.view, Lens());
         showLegend();
-        _session.emplace(_scene, _viewer);
+        _editing.emplace(_scene, _viewer, _options.author);
+        for (const std::string& note : _editing->notes())
+            std::fprintf(stderr, "brxview: %s\n", note.c_str());
         return Status();
     }
 
@@ -60,17 +62,25 @@ public:
         _line = &line;
         const auto own = ownOperations().find(request.operation().name);
         if (own != ownOperations().end()) return (this->*own->second)(request);
-        Stage stage{_scene, *_session,
+        Stage stage{_scene, *_editing,
                     [this](const CameraView& view, const Lens& lens) { look(view, lens); }};
         const Begun begun = ::carryOut(request, stage);
         if (begun.state == Begun::BUSY) return Status::failure("another operation is running");
-        const Status status = begun.state == Begun::RUNNING ? finish() : Status();
+        std::optional<VelOsgDBBrx::EditOutcome> outcome;
+        if (begun.state == Begun::RUNNING) outcome = _editing->wait();
+        if (outcome && _options.editAnyway && needsChoice(*outcome)) {
+            _editing->editAnyway();
+            ::carryOut(request, stage);
+            outcome = _editing->wait();
+        }
+        const Status status = outcome ? tell(*outcome) : Status();
         if (!begun.message.empty()) line["message"] = begun.message;
         showLegend();
         return status;
     }
 
-    uint64_t countUnsaved() const { return _session ? totalOf(_session->unsavedPoints()) : 0; }
+    uint64_t countUnsaved() const { return _editing ? totalOf(_editing->unsavedPoints()) : 0; }
+    uint64_t countLost() const { return _editing ? totalOf(_editing->unkeptPoints()) : 0; }
 
 private:
     using Own = Status (Runner::*)(const Request&);
@@ -123,7 +133,7 @@ private:
 
     Status report(const Request&)
     {
-        const auto unsaved = _session->unsavedPoints();
+        const auto unsaved = _editing->unsavedPoints();
         auto stores = ordered_json::array();
         for (const Scene::Cloud& cloud : _scene.clouds()) {
             VelBrx::PointCounts counts;
@@ -137,7 +147,22 @@ private:
                  {"unsaved", changed == unsaved.end() ? 0 : changed->second}});
         }
         (*_line)["stores"] = stores;
+        (*_line)["steps"] = stepsJson();
         return Status();
+    }
+
+    ordered_json stepsJson() const
+    {
+        auto steps = ordered_json::array();
+        for (const VelOsgDBBrx::EditStep& step : _editing->steps())
+            steps.push_back({{"step", steps.size() + 1},
+                             {"time", timeText(step.time)},
+                             {"author", step.author},
+                             {"name", step.name},
+                             {"points", step.points},
+                             {"done", step.isDone},
+                             {"saved", !step.isUnsaved}});
+        return steps;
     }
 
     void tellDrawn()
@@ -147,19 +172,27 @@ private:
         (*_line)["cellsDrawn"] = drawn.cells;
     }
 
-    /// Waits for the operation that was started, and tells what came of it.
-    Status finish()
+    /// Whether an operation was refused that `--edit-anyway` is for.
+    static bool needsChoice(const VelOsgDBBrx::EditOutcome& outcome)
     {
-        const EditOutcome outcome = _session->wait();
+        return outcome.isBusyElsewhere || outcome.isNotJournalled;
+    }
+
+    Status tell(const VelOsgDBBrx::EditOutcome& outcome)
+    {
         ordered_json& line = *_line;
         line["points"] = outcome.points;
         if (!outcome.undone.empty()) line["undone"] = outcome.undone;
+        if (!outcome.redone.empty()) line["redone"] = outcome.redone;
         if (outcome.classes) {
             line["selected"] = outcome.classes->selected;
             line["before"] = histogramJson(outcome.classes->before.data(), outcome.classes->before.size());
             line["after"] = histogramJson(outcome.classes->after.data(), outcome.classes->after.size());
         }
-        if (!outcome.ok) return Status::failure(outcome.message);
+        const bool isChoice = needsChoice(outcome) && !_options.editAnyway;
+        if (!outcome.ok)
+            return Status::failure(outcome.message +
+                                   (isChoice ? "; --edit-anyway edits it all the same" : ""));
         if (!outcome.message.empty()) line["message"] = outcome.message;
         return Status();
     }
@@ -169,7 +202,7 @@ private:
     const Options& _options;
     const std::atomic<bool>& _cancel;
     PictureView _view;
-    std::optional<EditSession> _session;
+    std::optional<SceneEditing> _editing;
     std::optional<unsigned> _legendRevision; ///< of the scene, as the picture has it
     ordered_json* _line = nullptr;           ///< of the operation at hand
 };
@@ -217,12 +250,15 @@ Status run(const Script& script, osgViewer::Viewer& viewer, Scene& scene, const 
                                   {"unsaved", unsaved}});
     if (status) status = printed;
 
-    const std::string lost = "the changed classes of " + std::to_string(unsaved) + " points were not saved";
-    if (!status)
-        return Status::failure(script.name + ": " + status.message() + (unsaved > 0 ? "; " + lost : ""));
-    if (unsaved == 0) return Status();
-    return Status::failure(script.name + ": " + lost +
-                           "; end the script with save, or with undoAll if that is meant");
+    std::string told = status ? "" : status.message();
+    if (unsaved > 0)
+        told += (status ? "" : "; ") + std::string("the changed classes of ") + std::to_string(unsaved) +
+                " points are not saved";
+    const uint64_t lost = runner.countLost();
+    if (lost > 0) told += "; " + describeLost(lost) + ", so end the script with save";
+    if (!status || lost > 0) return Status::failure(script.name + ": " + told);
+    if (!told.empty()) std::fprintf(stderr, "brxview: %s: %s\n", script.name.c_str(), told.c_str());
+    return Status();
 }
 
 } // namespace script

@@ -18,11 +18,18 @@ namespace {
 constexpr double kDragPixels = 3;  // a hand is not still
 constexpr double kDigitsApart = 2; // seconds after which a digit begins another class
 constexpr size_t kStoresInQuestion = 8;
-constexpr int kCtrlQ = 'Q' - '@'; // a window system sends the control character
+// A window system sends the control character.
+constexpr int kCtrlQ = 'Q' - '@';
+constexpr int kCtrlY = 'Y' - '@';
+constexpr int kCtrlZ = 'Z' - '@';
 
-/// Keys of the number pad as those of the main one.
-int plainKey(int key)
+/// Keys of the number pad as those of the main one, those that other programs have for undo and redo as those
+/// of the table.
+int plainKey(const GUIEventAdapter& event)
 {
+    const int key = event.getKey();
+    if (key == kCtrlZ) return event.getModKeyMask() & GUIEventAdapter::MODKEY_SHIFT ? 'y' : 'z';
+    if (key == kCtrlY) return 'y';
     if (key >= GUIEventAdapter::KEY_KP_0 && key <= GUIEventAdapter::KEY_KP_9)
         return '0' + key - GUIEventAdapter::KEY_KP_0;
     return key == GUIEventAdapter::KEY_KP_Enter ? int(GUIEventAdapter::KEY_Return) : key;
@@ -77,7 +84,7 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 
 } // namespace
 
-EditKeys::EditKeys(EditSession& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay)
+EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay)
     : _session(session), _scene(scene), _viewer(viewer), _stage(windowStage(scene, session, viewer)),
       _overlay(&overlay)
 {
@@ -147,7 +154,7 @@ void EditKeys::closeShape()
 
 bool EditKeys::handleKey(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
-    const int key = plainKey(event.getKey());
+    const int key = plainKey(event);
     if (key == kCtrlQ) {
         askToClose();
         return true;
@@ -158,6 +165,14 @@ bool EditKeys::handleKey(const GUIEventAdapter& event, osgGA::GUIActionAdapter& 
     }
     if (_typed) {
         type(key);
+        return true;
+    }
+    if (_steps) {
+        chooseStep(key);
+        return true;
+    }
+    if (key == GUIEventAdapter::KEY_Escape && _session.progress()) {
+        _session.cancel();
         return true;
     }
     if (_editing) return (_shape && drawByKey(key)) || editByKey(key, event, action);
@@ -188,7 +203,7 @@ void EditKeys::answer(int key)
         _question = Question::NONE;
         start(*_asked);
     }
-    if (asked == Question::BUSY && key == 'e') {
+    if (asked == Question::REFUSED && key == 'e') {
         _question = Question::NONE;
         _session.editAnyway();
         _again();
@@ -197,10 +212,13 @@ void EditKeys::answer(int key)
         _question = Question::NONE;
         _closing = _session.save();
     }
+    if (asked == Question::CLOSE && key == 'k') {
+        _question = Question::NONE;
+        _viewer.setDone(true);
+    }
     if (asked == Question::CLOSE && key == 'd') {
         _question = Question::NONE;
-        _discarded = true;
-        _viewer.setDone(true);
+        _closing = _session.dropUnsaved();
     }
 }
 
@@ -217,6 +235,19 @@ void EditKeys::type(int key)
         _typed.reset();
 }
 
+void EditKeys::chooseStep(int key)
+{
+    if (_steps->press(key)) return;
+    if (key == GUIEventAdapter::KEY_Return) {
+        Request request(*findOperation("stepTo"));
+        request.set("step", static_cast<int>(_steps->chosen()));
+        apply(request, false);
+    } else if (key != GUIEventAdapter::KEY_Escape) {
+        return;
+    }
+    _steps.reset();
+}
+
 void EditKeys::acceptTyped()
 {
     std::optional<ClassSet> classes = parseClasses(_typed->text);
@@ -229,11 +260,6 @@ void EditKeys::acceptTyped()
         request.set(_typed->after->key->typed, *classes);
         apply(request, false);
     } else {
-        if (!classes->all()) classes->reset(255); // it changes along with all others or not at all
-        if (classes->none()) {
-            _report = {_typed->text + ": class 255 can only change along with all classes"};
-            return;
-        }
         _fromClasses = *classes;
     }
     _typed.reset();
@@ -276,6 +302,8 @@ bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIAction
         beginShape(key == 'a' ? DrawnShape::POLYGON : DrawnShape::RECTANGLE, event, action);
     else if (key == 'F')
         _typed = TypedClasses();
+    else if (key == 'U')
+        _steps.emplace(_session.steps());
     else if (key == 'E')
         leave();
     else
@@ -327,9 +355,13 @@ void EditKeys::start(const PressedKey& pressed)
     const Operation& operation = *pressed.operation;
     const Parameter* const outline = operation.outline();
     Request request = requestOf(pressed, _scene);
-    if (outline) {
+    const bool takesSelected = operation.find("selected") && !request.has("side");
+    if (outline && !_shape && takesSelected && _session.hasSelection()) {
+        request.set("selected", true);
+    } else if (outline) {
         if (!_shape) {
-            _report = {"draw a polygon (a) or a rectangle (A) first"};
+            _report = {"draw a polygon (a) or a rectangle (A) first" +
+                       std::string(takesSelected ? ", or select points (" + keyOf("select") + ")" : "")};
             return;
         }
         if (outline->type == Parameter::POLYGON) _shape->close();
@@ -355,7 +387,8 @@ void EditKeys::apply(const Request& request, bool usesShape)
     if (begun.state == Begun::DONE) return;
     _again = [this, request, usesShape] { apply(request, usesShape); };
     _shapeInUse = usesShape;
-    _report = {"working ..."};
+    _working.clear();
+    update();
 }
 
 void EditKeys::askToClose()
@@ -373,9 +406,20 @@ void EditKeys::askToClose()
 
 void EditKeys::update()
 {
-    const std::optional<EditOutcome> outcome = _session.poll();
-    if (outcome) takeOutcome(*outcome);
-    if (outcome || _shape) show();
+    const bool isNews = hasNews();
+    if (const std::optional<VelOsgDBBrx::EditOutcome> outcome = _session.poll()) takeOutcome(*outcome);
+    _working = working();
+    if (!_working.empty()) _report = {_working};
+    if (isNews || _shape) show();
+}
+
+/// Empty where nothing runs.
+std::string EditKeys::working() const
+{
+    if (!_session.isBusy()) return "";
+    const std::optional<double> progress = _session.progress();
+    if (!progress) return "working ...";
+    return "working ... " + std::to_string(static_cast<int>(100 * *progress)) + " %, Esc cancels";
 }
 
 /// A shape belongs to the picture that it was drawn over.
@@ -389,15 +433,15 @@ void EditKeys::dropShapeOfOtherView()
     show();
 }
 
-void EditKeys::takeOutcome(const EditOutcome& outcome)
+void EditKeys::takeOutcome(const VelOsgDBBrx::EditOutcome& outcome)
 {
     _report = describe(outcome);
     _unsaved = _session.unsavedPoints();
     if (_shapeInUse && outcome.ok) _shape.reset();
     _shapeInUse = false;
-    if (outcome.isBusyElsewhere) {
-        _question = Question::BUSY;
-        _busy = outcome.message;
+    if (outcome.isBusyElsewhere || outcome.isNotJournalled) {
+        _question = Question::REFUSED;
+        _refused = outcome.message;
     }
     const bool closing = _closing;
     _closing = false;
@@ -412,6 +456,8 @@ std::vector<std::string> EditKeys::panel() const
         "to class:      " + classText(static_cast<unsigned>(_toClass)) + "   (type its number)",
         "from classes:  " + formatClasses(_fromClasses) + "   (F)",
         "classes shown: " + formatClasses(_scene.shownClasses()) + "   (" + keyOf("showClasses") + ")"};
+    if (_scene.editsUndrawn())
+        lines.push_back("! EDITS POINTS THAT ARE NOT DRAWN TOO (" + keyOf("reach") + " ends that)");
     append(lines, hints());
     if (!_report.empty()) lines.push_back("");
     append(lines, _report);
@@ -442,14 +488,20 @@ std::vector<std::string> EditKeys::question() const
         const Operation& operation = *_asked->operation;
         return {operation.question, "", _asked->key->name() + ": " + operation.answer + "     Esc: go on"};
     }
-    if (_question == Question::BUSY) return {_busy, "", "e: edit it all the same     Esc: only look"};
+    if (_question == Question::REFUSED)
+        return {_refused, "",
+                "e: edit all the same, with an undo that ends with this program     Esc: do not"};
+    if (_steps) return _steps->lines();
     if (_question == Question::NONE) return {};
     std::vector<std::string> lines = describeUnsaved(_unsaved);
     if (lines.size() > kStoresInQuestion) {
         lines.resize(kStoresInQuestion);
         lines.push_back("...");
     }
-    append(lines, {"", "s: save and close     d: discard and close     Esc: go on"});
+    const char* const keep =
+        _session.unkeptPoints().empty() ? "k: close, the journal keeps them" : "k: close, they are lost";
+    append(lines,
+           {"", std::string("s: save and close     ") + keep, "d: drop them and close     Esc: go on"});
     return lines;
 }
 
@@ -468,6 +520,9 @@ void EditKeys::getUsage(osg::ApplicationUsage& usage) const
     usage.addKeyboardMouseBinding("Backspace", "take the last corner away");
     usage.addKeyboardMouseBinding("Enter, right click", "close the polygon");
     usage.addKeyboardMouseBinding("0 ... 255", "the to-class, by its digits");
+    usage.addKeyboardMouseBinding("Ctrl+Z", "undo, as z");
+    usage.addKeyboardMouseBinding("Ctrl+Y / Ctrl+Shift+Z", "redo, as y");
+    usage.addKeyboardMouseBinding("U", "undo list: choose an edit to go back to");
     usage.addKeyboardMouseBinding("F", "from-classes: which classes may change");
     for (const auto& [keys, words] : listKeys(Key::EDITING))
         usage.addKeyboardMouseBinding(keys, words);

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "viewer/edit/ClassList.h"
-#include "viewer/edit/EditSession.h"
+#include "viewer/edit/SceneEditing.h"
 #include "viewer/operation/Operations.h"
 #include "viewer/window/DrawnShape.h"
 #include "viewer/window/Overlay.h"
+#include "viewer/window/StepList.h"
 
 #include <osgGA/GUIEventHandler>
 #include <osgViewer/Viewer>
@@ -24,16 +25,16 @@
 /// the same, the drawing is dropped, as it is when the window changes its size. Add this handler before those
 /// that use the mouse or the same keys.
 ///
-/// An operation on a store that another program edits is refused; the user is asked whether to do it all the
-/// same.
+/// An operation on a store that another program edits, or whose journal cannot be written, is refused; the
+/// user is asked whether to do it all the same.
 ///
-/// Ctrl+Q closes the viewer. It asks before unsaved classes are lost: the viewer is to have no key of its own
+/// Ctrl+Q closes the viewer. It asks what becomes of unsaved classes: the viewer is to have no key of its own
 /// that ends it, and whoever sees a request to close calls `askToClose`.
 class EditKeys : public osgGA::GUIEventHandler
 {
 public:
     /// `session`, `scene` and `viewer` must outlive the frames; the overlay is held.
-    EditKeys(EditSession& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay);
+    EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;
@@ -48,19 +49,19 @@ public:
     /// As `say`, and in edit mode for good.
     void warn(const std::string& line);
 
+    /// The panel does not show what there is to tell: draw a frame.
+    bool hasNews() const { return _session.hasOutcome() || _working != working(); }
+
     /// What the keys act on.
     const Stage& stage() const { return _stage; }
-
-    /// The user has chosen to lose unsaved classes.
-    bool hasDiscarded() const { return _discarded; }
 
 private:
     enum class Question
     {
         NONE,
         CLOSE,
-        SURE, ///< shall the operation of `_asked` be done
-        BUSY  ///< another program edits a store: shall it be edited all the same
+        SURE,   ///< shall the operation of `_asked` be done
+        REFUSED ///< by another program, or a journal: shall the stores be edited all the same
     };
 
     /// A list of classes while it is typed.
@@ -88,13 +89,15 @@ private:
     void apply(const Request& request, bool usesShape);
     void update();
     void dropShapeOfOtherView();
-    void takeOutcome(const EditOutcome& outcome);
+    void takeOutcome(const VelOsgDBBrx::EditOutcome& outcome);
+    void chooseStep(int key);
+    std::string working() const;
     std::vector<std::string> panel() const;
     std::vector<std::string> hints() const;
     std::vector<std::string> question() const;
     void show();
 
-    EditSession& _session;
+    SceneEditing& _session;
     Scene& _scene;
     osgViewer::Viewer& _viewer;
     const Stage _stage;
@@ -110,10 +113,11 @@ private:
     std::optional<TypedClasses> _typed;
     Question _question = Question::NONE;
     std::optional<PressedKey> _asked;
-    std::function<void()> _again; ///< does the last operation once more
-    std::string _busy;            ///< who edits the store that it was refused for
-    bool _closing = false;        ///< close when the running operation has ended
-    bool _discarded = false;
+    std::function<void()> _again;     ///< does the last operation once more
+    std::string _refused;             ///< why it was refused
+    std::optional<StepList> _steps;   ///< while a step is chosen to go to
+    std::string _working;             ///< how far the running operation has come, as the panel says it
+    bool _closing = false;            ///< close when the running operation has ended
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing
     std::vector<std::string> _warnings;
     std::map<std::string, uint64_t> _unsaved;

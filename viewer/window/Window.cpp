@@ -1,8 +1,8 @@
 #include "viewer/window/Window.h"
 
 #include "terminal/EndSignals.h"
-#include "viewer/edit/EditSession.h"
 #include "viewer/edit/EditText.h"
+#include "viewer/edit/SceneEditing.h"
 #include "viewer/scene/ContextServices.h"
 #include "viewer/window/CloseRequests.h"
 #include "viewer/window/DisplayKeys.h"
@@ -91,13 +91,13 @@ long frameLimit()
     return count && *count ? std::atol(count) : -1;
 }
 
-/// What is lost when the viewer ends without a question; a failure when there is something.
-Status unsavedClasses(const EditSession& session)
+/// Tells what is not saved; a failure where it is lost.
+Status tellUnsaved(const SceneEditing& editing)
 {
-    std::string message;
-    for (const std::string& line : describeUnsaved(session.unsavedPoints()))
-        message += (message.empty() ? "" : "\nbrxview: ") + line;
-    return message.empty() ? Status() : Status::failure(message);
+    for (const std::string& line : describeUnsaved(editing.unsavedPoints()))
+        std::fprintf(stderr, "brxview: %s\n", line.c_str());
+    const uint64_t lost = totalOf(editing.unkeptPoints());
+    return lost == 0 ? Status() : Status::failure(describeLost(lost));
 }
 
 /// Tells people of points that they do not see.
@@ -111,7 +111,7 @@ void tellHidden(HiddenPoints& hidden, EditKeys& editKeys)
 
 /// Draws while something changes; a still picture costs next to nothing.
 void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel,
-                   const EditSession& session, EditKeys& editKeys, const std::vector<std::string>& stores)
+                   EditKeys& editKeys, const std::vector<std::string>& stores)
 {
     // A camera is known to paging one frame after it was drawn.
     constexpr int kFramesAfterAChange = 3;
@@ -121,7 +121,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
     std::optional<HiddenPoints> hidden;
     for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
         if (takeCloseRequests(viewer)) editKeys.askToClose();
-        if (session.hasOutcome()) viewer.requestRedraw();
+        if (editKeys.hasNews()) viewer.requestRedraw();
         // The first picture comes first.
         if (!hidden && frames > kFramesAfterAChange && services.isSettled()) hidden.emplace(stores);
         if (hidden) tellHidden(*hidden, editKeys);
@@ -208,8 +208,9 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
     const osg::ref_ptr<Overlay> overlay = new Overlay;
     viewer.getCamera()->addPostDrawCallback(overlay);
-    EditSession session(scene, viewer);
-    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(session, scene, viewer, *overlay);
+    SceneEditing editing(scene, viewer, options.author);
+    if (options.editAnyway) editing.editAnyway();
+    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, *overlay);
     addHandlers(viewer, *editKeys, scene, *overlay, options.legend);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
@@ -218,11 +219,18 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
                         VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(contexts.front()));
     for (const std::string& warning : options.warnings)
         editKeys->warn(warning);
+    for (const std::string& note : editing.notes()) {
+        std::fprintf(stderr, "brxview: %s\n", note.c_str());
+        editKeys->warn(note);
+    }
+    if (!editing.unsavedPoints().empty())
+        editKeys->say(
+            {"E and then " + keyOf("save") + " saves the classes, " + keyOf("dropUnsaved") + " drops them"});
     std::vector<std::string> stores;
     for (const Scene::Cloud& cloud : scene.clouds())
         stores.push_back(cloud.store);
-    drawUntilDone(viewer, services, moveLevel, session, *editKeys, stores);
+    drawUntilDone(viewer, services, moveLevel, *editKeys, stores);
     viewer.stopThreading();
-    if (session.isBusy()) session.wait();
-    return editKeys->hasDiscarded() ? Status() : unsavedClasses(session);
+    if (editing.isBusy()) editing.wait();
+    return tellUnsaved(editing);
 }

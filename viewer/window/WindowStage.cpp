@@ -15,8 +15,8 @@ void lookFrom(const CameraView& wanted, const Scene& scene, osgViewer::View& vie
 
 } // namespace
 
-Stage windowStage(Scene& scene, EditSession& session, osgViewer::View& view)
+Stage windowStage(Scene& scene, SceneEditing& editing, osgViewer::View& view)
 {
-    return {scene, session,
+    return {scene, editing,
             [&scene, &view](const CameraView& wanted, const Lens&) { lookFrom(wanted, scene, view); }};
 }

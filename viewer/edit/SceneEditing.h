@@ -1,0 +1,184 @@
+#pragma once
+
+#include "viewer/edit/Outline.h"
+#include "viewer/edit/PictureMarks.h"
+#include "viewer/edit/WindowView.h"
+#include "viewer/scene/Scene.h"
+
+#include <VelOsgDBBrx/EditSession.h>
+#include <VelOsgDBBrx/LineSearchCmd.h>
+#include <VelOsgDBBrx/PointSelection.h>
+
+#include <osg/Vec2d>
+#include <osgViewer/Viewer>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+constexpr double kWidestLine = 1000; ///< pixels
+
+/// The points that are selected in the picture.
+struct SelectedPoints
+{
+};
+
+/// Where the points of an edit are: under an outline as it is seen now, where they are selected, or where a
+/// selection says that needs no picture.
+using EditPlace = std::variant<Outline, SelectedPoints, VelOsgDBBrx::PointSelection>;
+
+/// What an operator does to the points of a scene: the library's `EditSession` for what the viewer has, which
+/// are outlines on its window, selections in its picture, clip planes and shown classes.
+///
+/// One operation runs at a time; the viewer goes on drawing. A call that starts one returns false, and does
+/// nothing, while another is running. Its outcome is polled for or waited for:
+///
+///     editing.hide(polygon);
+///     if (std::optional<VelOsgDBBrx::EditOutcome> outcome = editing.poll()) ... // each frame
+///     VelOsgDBBrx::EditOutcome outcome = editing.wait();                       // or this
+///
+/// An edit reaches the points of all stores, loaded or not, that the picture would show: not hidden, inside
+/// the clip planes, of a class that is shown, and not left out by a segment; with `Scene::editsUndrawn` the
+/// others too. A `PointSelection` says that itself.
+///
+/// Selections, segments and lines are steps of their own in the order of undo; they end with the program.
+///
+/// It is the only user of the process-wide `CullCmdManager` while it lives. Belongs to
+/// the viewer's thread; call it between frames or in the event and update traversals.
+class SceneEditing
+{
+public:
+    /// Switches the stores' journals on. `scene`, loaded, and `viewer`, with its window, outlive it.
+    /// `author`: empty for the login name.
+    SceneEditing(Scene& scene, osgViewer::Viewer& viewer, const std::string& author = "");
+
+    /// Waits for the running operation.
+    ~SceneEditing();
+
+    SceneEditing(const SceneEditing&) = delete;
+    SceneEditing& operator=(const SceneEditing&) = delete;
+
+    /// Lines for people, of opening the journals: what a killed program had left, and what is wrong.
+    const std::vector<std::string>& notes() const { return _notes; }
+
+    /// \name Operations
+    /// Each returns false while another is running. An outline in world coordinates that is more than some
+    /// windows large, or reaches behind the camera, is refused.
+    /// @{
+    bool hide(const EditPlace& place, bool outside = false);
+
+    /// Brings hidden points back, whoever hid them.
+    bool show(const EditPlace& place);
+
+    /// Adds the points under the polygon to the selection, or takes them out of it. A selection is a matter
+    /// of the picture: no store changes. The outcome counts the points under the polygon.
+    bool select(const Outline& polygon, bool add);
+
+    /// Shows nothing but the selected points (`selectedOnly`), or everything but them; in the picture alone.
+    /// Refused where nothing is selected.
+    bool segment(bool selectedOnly);
+
+    /// Finds the visible points under a line of `width` pixels: not hidden, inside the clip
+    /// planes, of a class that is shown. Its ends are cut off square, its bends are round. Makes the strip of
+    /// ground that it covers, seen from above, stand out in the picture; the strip is as exact as floats of
+    /// world coordinates. The strip replaces that of the line before; undo takes it away.
+    bool line(const Outline& line, double width);
+
+    /// The outcome has the classes of the points that it reaches.
+    bool classify(const EditPlace& place, const VelOsgDBBrx::Classification& change);
+
+    bool undo() { return await(_session.undo()); }
+    bool redo() { return await(_session.redo()); }
+
+    /// Brings the stores to how they were when they were opened, and the picture to how it was.
+    bool undoAll() { return await(_session.undoAll()); }
+
+    /// Behind the first `count` of `steps`, forwards or backwards.
+    bool stepTo(size_t count);
+
+    /// Brings every hidden point of the stores back, whoever hid it and when, and drops selection, segments
+    /// and the line. Classes stay as they are: this is about what is seen.
+    bool reset();
+
+    /// Writes the classes into the stores. Undo still goes back past it.
+    bool save() { return await(_session.save()); }
+
+    /// Gives every point the class that is in its store.
+    bool dropUnsaved() { return await(_session.dropUnsaved()); }
+    /// @}
+
+    /// Every edit that the journals have and what was marked in the picture, the oldest first.
+    std::vector<VelOsgDBBrx::EditStep> steps() const { return _session.steps(); }
+
+    bool hasSelection() const { return _marks.hasSelection(); }
+
+    /// The user's choice: from now on stores are edited whose journals cannot be written, or that another
+    /// program edits, too.
+    void editAnyway() { _session.editWithoutJournal(); }
+
+    /// Ends the running operation; what it did is taken back.
+    void cancel() { _session.cancel(); }
+
+    /// Of the running operation, 0 to 1; empty for one that cannot be cancelled.
+    std::optional<double> progress() const;
+
+    bool isBusy() const { return _running.has_value(); }
+
+    /// Whether `poll` would return something.
+    bool hasOutcome() const;
+
+    /// Once for each operation, when it has ended.
+    std::optional<VelOsgDBBrx::EditOutcome> poll();
+
+    /// Waits for the running operation to end; call it only while one runs.
+    VelOsgDBBrx::EditOutcome wait();
+
+    /// Number of points whose class is not saved, by the path of their store; without stores that have none.
+    std::map<std::string, uint64_t> unsavedPoints() const { return _session.unsavedPoints(); }
+
+    /// Of these the ones that end with the program: no journal beside their store keeps them.
+    std::map<std::string, uint64_t> unkeptPoints() const;
+
+private:
+    /// An outline in pixels of a window.
+    struct Drawing
+    {
+        WindowView view;
+        std::vector<osg::Vec2d> vertices;
+
+        VelOsgDBBrx::ScreenPlace place() const { return {vertices, view.vpw, view.width, view.height}; }
+    };
+
+    struct Running
+    {
+        VelOsgDBBrx::EditOutcome outcome;
+        bool inSession = false;                                    ///< the session tells what comes of it
+        osg::ref_ptr<VelOsgDBBrx::LineSearchCmd> search = nullptr; ///< of a line
+        std::function<void(Running&)> conclude = nullptr;          ///< completes the outcome
+    };
+
+    bool await(bool isStarted);
+    Running* begin(const std::string& operation);
+    bool edit(const std::string& operation, const EditPlace& place, bool outside,
+              bool (VelOsgDBBrx::EditSession::*start)(const VelOsgDBBrx::PointSelection&));
+    bool refuse(const std::string& operation, const std::string& message);
+    std::string find(const EditPlace& place, bool outside, VelOsgDBBrx::PointSelection& selection);
+    VelOsgDBBrx::PointSelection everythingDrawn() const;
+    std::string drawOnWindow(const Outline& outline, size_t fewest, double margin = 1);
+    void addMarkStep(const std::string& name, const PictureMarks::State& before);
+    void concludeLine(Running& running, double width);
+    std::vector<osg::observer_ptr<OctreeInfo>> octrees() const;
+
+    Scene& _scene;
+    osgViewer::Viewer& _viewer;
+    std::vector<std::string> _notes;
+    PictureMarks _marks;
+    Drawing _onWindow; ///< the outline of the operation that begins
+    Drawing _whole;    ///< the same, on a window that holds as much of it as is meant
+    std::optional<Running> _running;
+    VelOsgDBBrx::EditSession _session;
+};
