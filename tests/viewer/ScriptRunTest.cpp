@@ -433,6 +433,11 @@ TEST_F(ScriptRun, DoesWhatTheJournalTellsAgainOnACopyOfTheStore)
         runProgram({BRXVIEW, "--script", folder.write("again.json", Bytes(text.begin(), text.end())), copy},
                    {"DISPLAY"}));
     expectSuccess();
+    size_t step = 0;
+    for (const VelBrx::EditEntry& entry : history.entries) {
+        if (entry.kind != VelBrx::EditEntry::Kind::CHANGE || !entry.isDone) continue;
+        EXPECT_EQ(lines.at(step++)["points"], entry.points) << entry.operation;
+    }
     EXPECT_TRUE(readFile(copy) == readFile(store));
 }
 

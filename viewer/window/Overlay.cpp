@@ -24,6 +24,7 @@ constexpr float kWidestText = 0.5f;     ///< of the window; wider lines are brok
 constexpr float kLettersOfALine = 70;   ///< that are never broken
 constexpr float kQuestionAlpha = 0.95f; ///< of what is read rather than looked past
 const ImVec4 kTitleColor(1.0f, 0.87f, 0.25f, 1.0f);
+const ImVec4 kWarningColor(1.0f, 0.45f, 0.35f, 1.0f);
 constexpr float kOutlineWidth = 1.5f;
 constexpr float kVertexRadius = 3.0f;
 constexpr ImU32 kOutlineColor = IM_COL32(255, 221, 64, 255);
@@ -265,8 +266,11 @@ void Overlay::drawText(const char* name, const std::vector<std::string>& lines, 
     ImGui::SetNextWindowBgAlpha(alpha);
     ImGui::Begin(name, nullptr, kPanel);
     ImGui::PushTextWrapPos(std::max(kWidestText * window.x, kLettersOfALine * ImGui::CalcTextSize("0").x));
-    for (const std::string& line : lines)
+    for (const std::string& line : lines) {
+        if (line.rfind("! ", 0) == 0) ImGui::PushStyleColor(ImGuiCol_Text, kWarningColor);
         ImGui::TextUnformatted(line.c_str());
+        if (line.rfind("! ", 0) == 0) ImGui::PopStyleColor();
+    }
     ImGui::PopTextWrapPos();
     ImGui::End();
 }

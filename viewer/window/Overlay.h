@@ -25,7 +25,7 @@ public:
     /// Shown at the bottom; none hides them.
     void setLines(const std::vector<std::string>& lines);
 
-    /// Shown at the top right; none hides them.
+    /// Shown at the top right; none hides them. A line that begins with "! " stands out.
     void setPanel(const std::vector<std::string>& lines);
 
     /// Shown in the middle, above everything else; none hides it.
