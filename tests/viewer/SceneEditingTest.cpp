@@ -180,8 +180,11 @@ TEST_F(SceneEditingTest, ReachesWhatIsDrawnOrSelectedAndTheOthersOnlyWhereThatIs
 
     VelOsgDBBrx::PointSelection selection;
     selection.place = VelOsgDBBrx::BoxPlace{world(-1, -1, -1), world(4.5, 2.5, 99)};
+    EXPECT_EQ(classify(selection, 9, {}, true).points, 15u);
     shown.scene.setEditsUndrawn(false);
-    EXPECT_EQ(done(session->hide(selection)).points, 15u) << "is its own master";
+    EXPECT_EQ(classify(selection, 9, {}, true).points, 6u) << "two columns are drawn";
+    selection.drawn.shownClasses.reset(200);
+    EXPECT_EQ(done(session->hide(selection)).points, 15u) << "says itself what is drawn";
 }
 
 TEST_F(SceneEditingTest, OneOperationRunsAtATimeAndNonsenseIsRefused)

@@ -26,6 +26,12 @@ void fail(EditOutcome& outcome, const std::string& message)
     outcome.message = message;
 }
 
+bool showsAll(const DrawnPoints& drawn)
+{
+    return drawn.clipPlanes.empty() && drawn.sectionPlanes.empty() && drawn.segments.empty() &&
+           drawn.shownClasses.all();
+}
+
 } // namespace
 
 SceneEditing::SceneEditing(Scene& scene, osgViewer::Viewer& viewer, const std::string& author)
@@ -117,11 +123,15 @@ PointSelection SceneEditing::everythingDrawn() const
     return selection;
 }
 
-/// The points of a place. Why it cannot be used; empty when it can.
+/// The points of a place. A selection that does not say what is drawn is about what the picture shows. Why it
+/// cannot be used; empty when it can.
 std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelection& selection)
 {
     if (const auto* said = std::get_if<PointSelection>(&place)) {
         selection = *said;
+        const PointSelection picture = everythingDrawn();
+        selection.undrawnToo = said->undrawnToo || picture.undrawnToo;
+        if (showsAll(said->drawn)) selection.drawn = picture.drawn;
         return "";
     }
     selection = everythingDrawn();
