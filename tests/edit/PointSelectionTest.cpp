@@ -372,6 +372,7 @@ TEST(PointSelectionTest, ReachesWhatItSaysInStoresThatAreTurnedAndScaledAfterAJo
                                           osg::Matrixd::translate(-1e5, 5e6, 800)},
         {storeOfSurvey(folder), osg::Matrixd::translate(6e5, 5.2e6, 400)},
     };
+    const osg::ref_ptr<ExactMaskTool> tool = new ExactMaskTool;
     std::map<int, size_t> reachedByKind;
     unsigned seed = 0;
     for (const PlacedStore& store : stores) {
@@ -384,7 +385,7 @@ TEST(PointSelectionTest, ReachesWhatItSaysInStoresThatAreTurnedAndScaledAfterAJo
             const VelBrx::Status status = readSelection(selectionText(selection), read);
             ASSERT_TRUE(status) << status.message() << "\n" << selectionText(selection);
             ASSERT_EQ(selectionText(read), selectionText(selection));
-            const SelectionAreas areas(read, new ExactMaskTool);
+            const SelectionAreas areas(read, tool);
             ASSERT_TRUE(areas.status) << areas.status.message();
             const std::vector<bool> found =
                 store.reached(SelectionTest(areas, *store.store.octree(), store.place, hidden));
