@@ -155,6 +155,8 @@ private:
 
     struct Running
     {
+        Running() {} // without it clang takes an optional of it, within this class, for not constructible
+
         VelOsgDBBrx::EditOutcome outcome;
         bool inSession = false;                                    ///< the session tells what comes of it
         osg::ref_ptr<VelOsgDBBrx::LineSearchCmd> search = nullptr; ///< of a line
