@@ -1,0 +1,185 @@
+#include "viewer/operation/EditOperations.h"
+
+#include "viewer/operation/ParameterKinds.h"
+
+using namespace parameter;
+using VelBrx::Status;
+using VelOsgDBBrx::PointSelection;
+
+namespace {
+
+Begun started(bool isStarted)
+{
+    return {isStarted ? Begun::RUNNING : Begun::BUSY, ""};
+}
+
+/// Where the points are that an operation is about.
+EditPlace placeOf(const Request& request)
+{
+    if (request.has("points")) return request.get<PointSelection>("points");
+    if (request.get<bool>("selected")) return SelectedPoints();
+    return request.get<Outline>("polygon");
+}
+
+Status checkPlace(const Request& request)
+{
+    const bool isSelected = request.get<bool>("selected");
+    if (request.has("polygon") + request.has("points") + isSelected != 1)
+        return Status::failure("expected one of \"polygon\", \"worldPolygon\", \"points\" and \"selected\"");
+    if (request.has("side") && request.get<std::string>("side") == "outside" && !request.has("polygon"))
+        return Status::failure(
+            "\"side\": only of a polygon; a selection says \"outside\" itself, see docs/selections.md");
+    return Status();
+}
+
+Begun hide(const Request& request, const Stage& stage)
+{
+    return started(stage.editing.hide(placeOf(request), request.get<std::string>("side") == "outside"));
+}
+
+Begun show(const Request& request, const Stage& stage)
+{
+    return started(stage.editing.show(placeOf(request)));
+}
+
+template <bool add>
+Begun select(const Request& request, const Stage& stage)
+{
+    return started(stage.editing.select(request.get<Outline>("polygon"), add));
+}
+
+Begun segment(const Request& request, const Stage& stage)
+{
+    return started(stage.editing.segment(request.get<std::string>("hide") == "others"));
+}
+
+Begun followLine(const Request& request, const Stage& stage)
+{
+    return started(stage.editing.line(request.get<Outline>("line"), request.get<double>("width")));
+}
+
+Begun classify(const Request& request, const Stage& stage)
+{
+    VelOsgDBBrx::Classification change;
+    change.toClass = request.get<int>("to");
+    if (request.has("from")) change.fromClasses = listClasses(request.get<ClassSet>("from"));
+    change.dryRun = request.get<bool>("dryRun");
+    return started(stage.editing.classify(placeOf(request), change));
+}
+
+Begun reach(const Request& request, const Stage& stage)
+{
+    stage.scene.setEditsUndrawn(request.get<std::string>("of") == "everything");
+    return {};
+}
+
+void otherReach(Request& request, const Scene& scene)
+{
+    request.set("of", std::string(scene.editsUndrawn() ? "drawn" : "everything"));
+}
+
+Begun stepTo(const Request& request, const Stage& stage)
+{
+    return started(stage.editing.stepTo(static_cast<size_t>(request.get<int>("step"))));
+}
+
+template <bool (SceneEditing::*operation)()>
+Begun call(const Request&, const Stage& stage)
+{
+    return started((stage.editing.*operation)());
+}
+
+} // namespace
+
+std::vector<Operation> editOperations()
+{
+    return {
+        {"cull",
+         "hides points",
+         {orNone(polygon(), "`points` or `selected`"), points(), orElse(flag("selected"), false),
+          orElse(choice("side", {"inside", "outside"}), std::string("inside"))},
+         {{'x', "hide the points inside", Key::EDITING, says("side", std::string("inside")), "hides inside"},
+          {'X', "hide the points outside", Key::EDITING, says("side", std::string("outside")), "outside"}},
+         hide,
+         checkPlace},
+        {"uncull",
+         "brings hidden points back",
+         {orNone(polygon(), "`points` or `selected`"), points(), orElse(flag("selected"), false)},
+         {{'v', "bring hidden points back", Key::EDITING, nullptr, "brings back"}},
+         show,
+         checkPlace},
+        {"reach",
+         "edits only what is drawn, or the points that are not drawn as well",
+         {choice("of", {"drawn", "everything"})},
+         {{'M', "reach more: edit points that are not drawn too, on / off", Key::EDITING, otherReach}},
+         reach},
+        {"select",
+         "adds points to the selection",
+         {polygon()},
+         {{'q', "select the points inside", Key::EDITING, nullptr, "selects"}},
+         select<true>},
+        {"deselect",
+         "takes points out of the selection",
+         {polygon()},
+         {{'Q', "deselect the points inside", Key::EDITING, nullptr, "deselects"}},
+         select<false>},
+        {"segment",
+         "shows nothing but the selection, or all but it",
+         {choice("hide", {"selected", "others"})},
+         {{'G', "show the selected points only", Key::EDITING, says("hide", std::string("others"))},
+          {'H', "show all but the selected points", Key::EDITING, says("hide", std::string("selected"))}},
+         segment},
+        {"line",
+         "finds the points along a line and makes them stand out",
+         {{"line", Parameter::LINE, 2, kLargest}, orElse(number("width", "pixels", 0, kWidestLine), 5.0)},
+         {{'j', "follow the line through the corners", Key::EDITING, nullptr, "follows the line"}},
+         followLine},
+        {"classify",
+         "gives points another class",
+         {orNone(polygon(), "`points` or `selected`"), points(), orElse(flag("selected"), false),
+          orNone(classes("from", kClasses - 1), "all classes"), whole("to", "", 0, kClasses - 1),
+          orElse(flag("dryRun"), false)},
+         {{'K', "give the points inside the to-class", Key::EDITING, nullptr, "reclassifies"},
+          {'D', "dry run: count what K would change", Key::EDITING, says("dryRun", true), "counts", true}},
+         classify,
+         checkPlace},
+        {"undo",
+         "takes the newest edit back",
+         {},
+         {{'z', "undo the newest edit", Key::EDITING}},
+         call<&SceneEditing::undo>},
+        {"redo",
+         "does again what was undone last",
+         {},
+         {{'y', "redo what was undone last", Key::EDITING}},
+         call<&SceneEditing::redo>},
+        {"stepTo",
+         "goes to how all was behind a step of the history",
+         {whole("step", "", 0, 1000000000)},
+         {},
+         stepTo},
+        {"undoAll",
+         "takes all edits of this run back",
+         {},
+         {{'Z', "undo all edits of this run", Key::EDITING}},
+         call<&SceneEditing::undoAll>},
+        {"reset",
+         "shows every hidden point",
+         {},
+         {{'R', "reset: show every hidden point, after asking", Key::EDITING}},
+         call<&SceneEditing::reset>,
+         nullptr,
+         "Show every hidden point of the stores, whoever hid it?",
+         "show them all"},
+        {"save",
+         "writes changed classes into the stores",
+         {},
+         {{'W', "save the classes", Key::EDITING}},
+         call<&SceneEditing::save>},
+        {"dropUnsaved",
+         "gives points the classes that the stores have",
+         {},
+         {{'w', "drop the classes that are not saved", Key::EDITING}},
+         call<&SceneEditing::dropUnsaved>},
+    };
+}

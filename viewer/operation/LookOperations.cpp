@@ -1,0 +1,228 @@
+#include "viewer/operation/LookOperations.h"
+
+#include "viewer/operation/ParameterKinds.h"
+
+#include <algorithm>
+
+using namespace parameter;
+using VelBrx::Status;
+
+namespace {
+
+Begun lookFrom(const Request& request, const Stage& stage)
+{
+    CameraView view;
+    if (request.has("view")) {
+        view = *namedView(request.get<std::string>("view"));
+    } else {
+        view.kind = CameraView::LOOK;
+        view.look = {request.get<osg::Vec3d>("eye"), request.get<osg::Vec3d>("center"),
+                     request.get<osg::Vec3d>("up")};
+    }
+    Lens lens;
+    lens.orthographic = request.get<std::string>("projection") == "orthographic";
+    if (request.has("height")) lens.height = request.get<double>("height");
+    stage.look(view, lens);
+    return {};
+}
+
+Status checkCamera(const Request& request)
+{
+    if (request.has("view")) return Status();
+    const auto& eye = request.get<osg::Vec3d>("eye");
+    const osg::Vec3d ahead = request.get<osg::Vec3d>("center") - eye;
+    if ((ahead ^ request.get<osg::Vec3d>("up")).length2() > 0) return Status();
+    return Status::failure("\"up\": expected a direction other than that from eye to center");
+}
+
+Begun colour(const Request& request, const Stage& stage)
+{
+    const ColorMode mode = *namedColorMode(request.get<std::string>("mode"));
+    ChangedBy by = ChangedBy::ENTRY;
+    if (mode == ColorMode::CHANGED) by = *namedChangedBy(request.get<std::string>("by"));
+    stage.scene.setColorMode(mode, by);
+    return {Begun::DONE, stage.scene.remark()};
+}
+
+Begun lightEyeDome(const Request& request, const Stage& stage)
+{
+    stage.scene.setEyeDomeLighting(request.get<bool>("on"));
+    EyeDomeShading shading = stage.scene.shading();
+    if (request.has("strength")) shading.strength = request.get<double>("strength");
+    if (request.has("radius")) shading.radius = request.get<double>("radius");
+    stage.scene.setShading(shading);
+    return {};
+}
+
+void eyeDomeOtherwise(Request& request, const Scene& scene)
+{
+    request.set("on", !scene.eyeDomeLighting());
+}
+
+template <bool more>
+void eyeDomeStrength(Request& request, const Scene& scene)
+{
+    constexpr double kStep = 1.25;
+    const double strength = scene.shading().strength;
+    request.set("on", scene.eyeDomeLighting());
+    request.set("strength", std::min(more ? strength * kStep : strength / kStep, kStrongestEdl));
+}
+
+/// In the order in which the key goes through them.
+constexpr std::pair<const char*, NormalLight::Source> kLights[] = {
+    {"eye", NormalLight::EYE}, {"sun", NormalLight::SUN}, {"none", NormalLight::NONE}};
+
+Begun light(const Request& request, const Stage& stage)
+{
+    const auto& from = request.get<std::string>("from");
+    NormalLight light = stage.scene.light();
+    for (const auto& [name, source] : kLights)
+        if (from == name) light.source = source;
+    if (light.source == NormalLight::SUN) {
+        light.azimuth = request.get<double>("azimuth");
+        light.height = request.get<double>("height");
+    }
+    stage.scene.setLight(light);
+    return {};
+}
+
+void nextLight(Request& request, const Scene& scene)
+{
+    const NormalLight& now = scene.light();
+    size_t place = 0;
+    while (kLights[place].second != now.source)
+        ++place;
+    const auto& [name, source] = kLights[(place + 1) % std::size(kLights)];
+    request.set("from", std::string(name));
+    if (source != NormalLight::SUN) return;
+    request.set("azimuth", now.azimuth);
+    request.set("height", now.height);
+}
+
+Begun sizePoints(const Request& request, const Stage& stage)
+{
+    stage.scene.setPointSize(request.get<int>("pixels"));
+    return {};
+}
+
+template <int step>
+void otherPointSize(Request& request, const Scene& scene)
+{
+    request.set("pixels", std::clamp(scene.pointSize() + step, 1, kLargestPointSize));
+}
+
+Begun showClasses(const Request& request, const Stage& stage)
+{
+    stage.scene.setShownClasses(request.has("classes") ? request.get<ClassSet>("classes") : ClassSet().set());
+    return {};
+}
+
+Begun clip(const Request& request, const Stage& stage)
+{
+    stage.scene.setClipPlanes(request.has("planes") ? request.get<std::vector<osg::Vec4d>>("planes")
+                                                    : std::vector<osg::Vec4d>());
+    return {};
+}
+
+Status checkPlanes(const Request& request)
+{
+    if (!request.has("planes")) return Status();
+    for (const osg::Vec4d& plane : request.get<std::vector<osg::Vec4d>>("planes")) {
+        if (osg::Vec3d(plane.x(), plane.y(), plane.z()).length2() == 0)
+            return Status::failure("\"planes\": a plane needs a normal: a, b and c are all 0");
+    }
+    return Status();
+}
+
+std::vector<std::string> namesOfModes()
+{
+    std::vector<std::string> names;
+    for (const ColorModeChoice& mode : colorModeChoices())
+        names.push_back(mode.name);
+    return names;
+}
+
+/// The mode of edits, the last of the table; where it is on, by the next of what it can tell.
+void nextChanged(Request& request, const Scene& scene)
+{
+    const auto& names = changedByNames();
+    const size_t next =
+        scene.colorMode() == ColorMode::CHANGED ? static_cast<size_t>(scene.changedBy()) + 1 : 0;
+    request.set("mode", std::string(colorModeChoices().back().name));
+    request.set("by", names[next % names.size()]);
+}
+
+std::vector<Key> keysOfModes()
+{
+    std::vector<Key> keys;
+    for (const ColorModeChoice& mode : colorModeChoices())
+        keys.push_back({mode.key, mode.description, Key::ALWAYS, says("mode", std::string(mode.name))});
+    keys.back().say = nextChanged;
+    return keys;
+}
+
+} // namespace
+
+std::vector<Operation> lookOperations()
+{
+    const NormalLight sun;
+    return {
+        {"window",
+         "sets the size of the window and of the pictures",
+         {whole("width", "pixels", 1, kLargestPicture), whole("height", "pixels", 1, kLargestPicture)}},
+        {"camera",
+         "looks from another place",
+         {orNone(choice("view", namesOfViews()), "`eye`, `center` and `up`"),
+          where(position("eye"), "view", std::nullopt), where(position("center"), "view", std::nullopt),
+          where(position("up"), "view", std::nullopt),
+          orElse(choice("projection", {"perspective", "orthographic"}), std::string("perspective")),
+          where(orNone(number("height", "world units", 0, 1e9), "all is in the picture"), "projection",
+                "orthographic")},
+         {{'T', "look down / north / obliquely", Key::ALWAYS, says("view", std::string("top"))},
+          {'N', nullptr, Key::ALWAYS, says("view", std::string("north"))},
+          {'I', nullptr, Key::ALWAYS, says("view", std::string("iso"))},
+          {'O', "look at everything, stray points too", Key::ALWAYS, says("view", std::string("all"))}},
+         lookFrom,
+         checkCamera},
+        {"mode",
+         "colours the points",
+         {choice("mode", namesOfModes()),
+          where(orElse(choice("by", changedByNames()), changedByNames().front()), "mode", "changed")},
+         keysOfModes(),
+         colour},
+        {"edl",
+         "switches eye-dome lighting",
+         {flag("on"), orNone(number("strength", "", 0, kStrongestEdl), "stays"),
+          orNone(number("radius", "pixels", 0, kWidestEdl), "stays")},
+         {{'d', "eye-dome lighting on / off", Key::ALWAYS, eyeDomeOtherwise},
+          {'[', "weaker / stronger eye-dome lighting", Key::ALWAYS, eyeDomeStrength<false>},
+          {']', nullptr, Key::ALWAYS, eyeDomeStrength<true>}},
+         lightEyeDome},
+        {"light",
+         "lights stores that have normals",
+         {choice("from", {"eye", "sun", "none"}),
+          where(orElse(number("azimuth", "degrees clockwise from north", -360, 360), sun.azimuth), "from",
+                "sun"),
+          where(orElse(number("height", "degrees above the horizon", 0, 90), sun.height), "from", "sun")},
+         {{'B', "light on normals: eye / sun / off", Key::ALWAYS, nextLight}},
+         light},
+        {"pointSize",
+         "sets the size of points",
+         {whole("pixels", "pixels", 1, kLargestPointSize)},
+         {{'+', "larger / smaller points", Key::ALWAYS, otherPointSize<1>},
+          {'-', nullptr, Key::ALWAYS, otherPointSize<-1>}},
+         sizePoints},
+        {"showClasses",
+         "shows points of some classes only",
+         {orNone(classes("classes", kClasses - 1), "all classes")},
+         {{'V', "visible classes: which classes are shown", Key::EDITING, nullptr, "classes to show", false,
+           "classes"}},
+         showClasses},
+        {"clip",
+         "shows and edits only what is inside planes",
+         {orNone({"planes", Parameter::PLANES, 0, kLargest}, "no plane")},
+         {},
+         clip,
+         checkPlanes},
+    };
+}
