@@ -31,7 +31,7 @@ protected:
         shown.host.viewer->setCameraManipulator(makeManipulators({eye, center, up}));
         shown.host.camera().addPostDrawCallback(shown.overlay);
         session.emplace(shown.scene, *shown.host.viewer);
-        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *shown.overlay);
+        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *shown.overlay, classes);
         help = addHandlers(*shown.host.viewer, *keys, shown.scene, *shown.overlay, false);
         shown.show();
     }
@@ -101,6 +101,7 @@ protected:
 
     ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
     std::optional<SceneEditing> session;
+    ClassChoice classes;
     osg::ref_ptr<EditKeys> keys;
     osg::ref_ptr<HelpKey> help;
 };

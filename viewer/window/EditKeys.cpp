@@ -84,9 +84,10 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 
 } // namespace
 
-EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay)
-    : _session(session), _scene(scene), _viewer(viewer), _stage(windowStage(scene, session, viewer)),
-      _overlay(&overlay)
+EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay,
+                   ClassChoice& classes)
+    : _session(session), _scene(scene), _viewer(viewer), _classes(classes),
+      _stage(windowStage(scene, session, viewer)), _overlay(&overlay)
 {
 }
 
@@ -260,7 +261,7 @@ void EditKeys::acceptTyped()
         request.set(_typed->after->key->typed, *classes);
         apply(request, false);
     } else {
-        _fromClasses = *classes;
+        _classes.fromClasses = *classes;
     }
     _typed.reset();
     _report.clear();
@@ -313,9 +314,9 @@ bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIAction
 
 void EditKeys::typeDigit(int digit, double time)
 {
-    const int longer = 10 * _toClass + digit;
+    const int longer = 10 * _classes.toClass + digit;
     const bool goesOn = _digitTime && time - *_digitTime <= kDigitsApart && longer <= 255;
-    _toClass = goesOn ? longer : digit;
+    _classes.toClass = goesOn ? longer : digit;
     _digitTime = time;
 }
 
@@ -372,8 +373,9 @@ void EditKeys::start(const PressedKey& pressed)
         const Parameter* parameter = operation.find(name);
         return parameter && parameter->type == type;
     };
-    if (holds("to", Parameter::WHOLE)) request.set("to", _toClass);
-    if (holds("from", Parameter::CLASSES) && !_fromClasses.all()) request.set("from", _fromClasses);
+    if (holds("to", Parameter::WHOLE)) request.set("to", _classes.toClass);
+    if (holds("from", Parameter::CLASSES) && !_classes.fromClasses.all())
+        request.set("from", _classes.fromClasses);
     apply(request, outline && !pressed.key->keepsShape);
 }
 
@@ -453,8 +455,8 @@ std::vector<std::string> EditKeys::panel() const
     if (!_editing) return _report;
     std::vector<std::string> lines = {
         "EDIT   (E ends editing, h lists the keys)",
-        "to class:      " + classText(static_cast<unsigned>(_toClass)) + "   (type its number)",
-        "from classes:  " + formatClasses(_fromClasses) + "   (F)",
+        "to class:      " + classText(static_cast<unsigned>(_classes.toClass)) + "   (type its number)",
+        "from classes:  " + formatClasses(_classes.fromClasses) + "   (F)",
         "classes shown: " + formatClasses(_scene.shownClasses()) + "   (" + keyOf("showClasses") + ")"};
     if (_scene.editsUndrawn())
         lines.push_back("! EDITS POINTS THAT ARE NOT DRAWN TOO (" + keyOf("reach") + " ends that)");

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "viewer/edit/ClassList.h"
+#include "viewer/edit/ClassChoice.h"
 #include "viewer/edit/SceneEditing.h"
 #include "viewer/operation/Operations.h"
 #include "viewer/window/DrawnShape.h"
@@ -33,8 +33,9 @@
 class EditKeys : public osgGA::GUIEventHandler
 {
 public:
-    /// `session`, `scene` and `viewer` must outlive the frames; the overlay is held.
-    EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay);
+    /// `session`, `scene`, `viewer` and `classes` must outlive the frames; the overlay is held.
+    EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay,
+             ClassChoice& classes);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;
@@ -100,6 +101,7 @@ private:
     SceneEditing& _session;
     Scene& _scene;
     osgViewer::Viewer& _viewer;
+    ClassChoice& _classes;
     const Stage _stage;
     const osg::ref_ptr<Overlay> _overlay;
 
@@ -107,9 +109,7 @@ private:
     std::optional<DrawnShape> _shape;
     std::optional<WindowView> _shapeView; ///< what the first vertex was drawn on
     bool _shapeInUse = false;             ///< the running operation uses the shape up
-    int _toClass = 1;
-    std::optional<double> _digitTime; ///< when the last digit of the to-class was typed, seconds
-    ClassSet _fromClasses = ClassSet().set();
+    std::optional<double> _digitTime;     ///< when the last digit of the to-class was typed, seconds
     std::optional<TypedClasses> _typed;
     Question _question = Question::NONE;
     std::optional<PressedKey> _asked;

@@ -210,7 +210,8 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.getCamera()->addPostDrawCallback(overlay);
     SceneEditing editing(scene, viewer, options.author);
     if (options.editAnyway) editing.editAnyway();
-    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, *overlay);
+    ClassChoice classes;
+    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, *overlay, classes);
     addHandlers(viewer, *editKeys, scene, *overlay, options.legend);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
