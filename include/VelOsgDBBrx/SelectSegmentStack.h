@@ -50,6 +50,9 @@ public:
     SelectSegmentStack& operator=(SelectSegmentStack&&) = default;
     virtual ~SelectSegmentStack();
 
+    /// The camera that polygons are drawn over from now on; it is observed.
+    void setCamera(osg::Camera* camera) { _camera = camera; }
+
     /// Selects the points inside (`inside` true) or takes them out of the selection (false).
     void selectPushAndApply(std::vector<osg::Vec2d>& polygon, bool inside);
 

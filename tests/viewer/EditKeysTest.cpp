@@ -31,8 +31,8 @@ protected:
         shown.host.viewer->setCameraManipulator(makeManipulators({eye, center, up}));
         shown.host.camera().addPostDrawCallback(shown.overlay);
         session.emplace(shown.scene, *shown.host.viewer);
-        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *shown.overlay, classes);
-        help = addHandlers(*shown.host.viewer, *keys, shown.scene, *shown.overlay, false);
+        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, views, *shown.overlay, classes);
+        help = addHandlers(*shown.host.viewer, *keys, shown.scene, views, *shown.overlay, false);
         shown.show();
     }
 
@@ -100,6 +100,7 @@ protected:
     bool isDone() { return shown.host.viewer->done(); }
 
     ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
+    const Views views{*shown.host.viewer};
     std::optional<SceneEditing> session;
     ClassChoice classes;
     osg::ref_ptr<EditKeys> keys;

@@ -25,10 +25,12 @@ void PictureMarks::restore(const State& state)
     applyLine();
 }
 
-void PictureMarks::select(std::vector<osg::Vec2d> polygon, bool add)
+void PictureMarks::select(osg::Camera& camera, std::vector<osg::Vec2d> polygon, bool add)
 {
-    for (State::Stack& stack : _state.stacks)
+    for (State::Stack& stack : _state.stacks) {
+        stack.setCamera(&camera);
         stack.selectPushAndApply(polygon, add);
+    }
 }
 
 void PictureMarks::segment(bool selectedOnly)

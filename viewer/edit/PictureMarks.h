@@ -37,8 +37,8 @@ public:
     const State& state() const { return _state; }
     void restore(const State& state);
 
-    /// Pixels, y up, of the window as it is seen now.
-    void select(std::vector<osg::Vec2d> polygon, bool add);
+    /// Pixels, y up, of the window as the camera sees it now.
+    void select(osg::Camera& camera, std::vector<osg::Vec2d> polygon, bool add);
 
     /// Leaves nothing but the selection in the picture, or all but it.
     void segment(bool selectedOnly);

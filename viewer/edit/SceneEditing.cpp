@@ -35,7 +35,7 @@ bool showsAll(const DrawnPoints& drawn)
 } // namespace
 
 SceneEditing::SceneEditing(Scene& scene, osgViewer::Viewer& viewer, const std::string& author)
-    : _scene(scene), _viewer(viewer), _marks(scene, viewer), _session(author)
+    : _scene(scene), _sight{viewer.getCamera()}, _marks(scene, viewer), _session(author)
 {
     CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
     PCViewerManager::getInstance()->registerViewer(&viewer, kViewerUid);
@@ -79,7 +79,7 @@ bool SceneEditing::refuse(const std::string& operation, const std::string& messa
 /// Why the outline cannot be used; empty when it can.
 std::string SceneEditing::drawOnWindow(const Outline& outline, size_t fewest, double margin)
 {
-    const std::optional<WindowView> window = windowViewOf(*_viewer.getCamera());
+    const std::optional<WindowView> window = windowViewOf(*_sight.camera);
     if (!window) return "the viewer has no single window to draw on";
     _onWindow = {*window, outline.pixels};
     for (const osg::Vec3d& vertex : outline.world) {
@@ -111,13 +111,21 @@ std::vector<osg::observer_ptr<OctreeInfo>> SceneEditing::octrees() const
     return octrees;
 }
 
+/// Of the picture that is meant.
+std::vector<osg::Vec4d> SceneEditing::clipPlanes() const
+{
+    std::vector<osg::Vec4d> planes = _scene.clipPlanes();
+    planes.insert(planes.end(), _sight.planes.begin(), _sight.planes.end());
+    return planes;
+}
+
 /// What the picture shows, as the scene stands.
 PointSelection SceneEditing::everythingDrawn() const
 {
     PointSelection selection;
     selection.undrawnToo = _scene.editsUndrawn();
     if (selection.undrawnToo) return selection;
-    selection.drawn.clipPlanes = _scene.clipPlanes();
+    selection.drawn.clipPlanes = clipPlanes();
     selection.drawn.shownClasses = _scene.shownClasses();
     selection.drawn.segments = _marks.segments();
     return selection;
@@ -180,7 +188,7 @@ bool SceneEditing::select(const Outline& polygon, bool add)
     if (problem.empty() && !add && !hasSelection()) problem = kNothingSelected;
     if (!problem.empty()) return refuse(operation, problem);
     const PictureMarks::State before = _marks.state();
-    _marks.select(_onWindow.view.turned(_onWindow.vertices), add);
+    _marks.select(*_sight.camera, _onWindow.view.turned(_onWindow.vertices), add);
     addMarkStep(operation, before);
     PointSelection under = everythingDrawn();
     under.place = _onWindow.place();
@@ -214,7 +222,7 @@ bool SceneEditing::line(const Outline& line, double width)
     cmd->setVPW(_whole.view.vpw);
     cmd->setWidth(_whole.view.width);
     cmd->setHeight(_whole.view.height);
-    cmd->setClipPlane(_scene.clipPlanes());
+    cmd->setClipPlane(clipPlanes());
     cmd->setShownClasses(_scene.shownClasses());
     cmd->setOctreeInfos(octrees());
     cmd->setUid(kViewerUid);

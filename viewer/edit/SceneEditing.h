@@ -2,6 +2,7 @@
 
 #include "viewer/edit/Outline.h"
 #include "viewer/edit/PictureMarks.h"
+#include "viewer/edit/Sight.h"
 #include "viewer/edit/WindowView.h"
 #include "viewer/scene/Scene.h"
 
@@ -64,6 +65,10 @@ public:
 
     /// Lines for people, of opening the journals: what a killed program had left, and what is wrong.
     const std::vector<std::string>& notes() const { return _notes; }
+
+    /// The picture that outlines and edits from now on are meant in: its camera sees the outlines, and its
+    /// planes limit the edits as clip planes do. At first the picture of the viewer's camera.
+    void setSight(const Sight& sight) { _sight = sight; }
 
     /// \name Operations
     /// Each returns false while another is running. An outline in world coordinates that is more than some
@@ -169,6 +174,7 @@ private:
               bool (VelOsgDBBrx::EditSession::*start)(const VelOsgDBBrx::PointSelection&));
     bool refuse(const std::string& operation, const std::string& message);
     std::string find(const EditPlace& place, bool outside, VelOsgDBBrx::PointSelection& selection);
+    std::vector<osg::Vec4d> clipPlanes() const;
     VelOsgDBBrx::PointSelection everythingDrawn() const;
     std::string drawOnWindow(const Outline& outline, size_t fewest, double margin = 1);
     void addMarkStep(const std::string& name, const PictureMarks::State& before);
@@ -176,7 +182,7 @@ private:
     std::vector<osg::observer_ptr<OctreeInfo>> octrees() const;
 
     Scene& _scene;
-    osgViewer::Viewer& _viewer;
+    Sight _sight;
     std::vector<std::string> _notes;
     PictureMarks _marks;
     Drawing _onWindow; ///< the outline of the operation that begins

@@ -84,9 +84,9 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 
 } // namespace
 
-EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay,
-                   ClassChoice& classes)
-    : _session(session), _scene(scene), _viewer(viewer), _classes(classes),
+EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, const Views& views,
+                   Overlay& overlay, ClassChoice& classes)
+    : _session(session), _scene(scene), _viewer(viewer), _views(views), _classes(classes),
       _stage(windowStage(scene, session, viewer)), _overlay(&overlay)
 {
 }
@@ -131,7 +131,10 @@ bool EditKeys::handleMouse(const GUIEventAdapter& event)
     case GUIEventAdapter::DOUBLECLICK:
         if (event.getButton() == GUIEventAdapter::RIGHT_MOUSE_BUTTON) closeShape();
         if (event.getButton() != GUIEventAdapter::LEFT_MOUSE_BUTTON) break;
-        if (_shape->vertices().empty()) _shapeView = windowViewOf(*_viewer.getCamera());
+        if (_shape->vertices().empty()) {
+            _shapeSight = _views.under(event.getX(), event.getY());
+            _shapeView = windowViewOf(*_shapeSight.camera);
+        }
         _shape->add(mouse);
         break;
     case GUIEventAdapter::RELEASE: // a rectangle can be drawn by one drag
@@ -325,6 +328,7 @@ void EditKeys::beginShape(DrawnShape::Kind kind, const GUIEventAdapter& event,
 {
     _shape.emplace(kind);
     _shape->moveTo(place(event));
+    _shapeSight = _views.under(event.getX(), event.getY());
     _shapeInUse = false; // of the running operation's shape, which this one replaces
     _report.clear();
     // A camera that was thrown stands still from now on.
@@ -359,6 +363,7 @@ void EditKeys::start(const PressedKey& pressed)
     const bool takesSelected = operation.find("selected") && !request.has("side");
     if (outline && !_shape && takesSelected && _session.hasSelection()) {
         request.set("selected", true);
+        _session.setSight(_views.main());
     } else if (outline) {
         if (!_shape) {
             _report = {"draw a polygon (a) or a rectangle (A) first" +
@@ -366,6 +371,7 @@ void EditKeys::start(const PressedKey& pressed)
             return;
         }
         if (outline->type == Parameter::POLYGON) _shape->close();
+        _session.setSight(_shapeSight);
         request.set(outline->name, Outline(_shape->vertices()));
     }
     // The classes of the panel go to the parameters that can hold them.
@@ -428,7 +434,7 @@ std::string EditKeys::working() const
 void EditKeys::dropShapeOfOtherView()
 {
     if (!_shape || _shape->vertices().empty()) return;
-    const std::optional<WindowView> view = windowViewOf(*_viewer.getCamera());
+    const std::optional<WindowView> view = windowViewOf(*_shapeSight.camera);
     if (view && _shapeView && isSame(*view, *_shapeView)) return;
     _shape.reset();
     _report = {"the picture has moved: draw again"};

@@ -6,6 +6,7 @@
 #include "viewer/window/DrawnShape.h"
 #include "viewer/window/Overlay.h"
 #include "viewer/window/StepList.h"
+#include "viewer/window/Views.h"
 
 #include <osgGA/GUIEventHandler>
 #include <osgViewer/Viewer>
@@ -33,9 +34,9 @@
 class EditKeys : public osgGA::GUIEventHandler
 {
 public:
-    /// `session`, `scene`, `viewer` and `classes` must outlive the frames; the overlay is held.
-    EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Overlay& overlay,
-             ClassChoice& classes);
+    /// `session`, `scene`, `viewer`, `views` and `classes` must outlive the frames; the overlay is held.
+    EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, const Views& views,
+             Overlay& overlay, ClassChoice& classes);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;
@@ -101,13 +102,15 @@ private:
     SceneEditing& _session;
     Scene& _scene;
     osgViewer::Viewer& _viewer;
+    const Views& _views;
     ClassChoice& _classes;
     const Stage _stage;
     const osg::ref_ptr<Overlay> _overlay;
 
     bool _editing = false;
     std::optional<DrawnShape> _shape;
-    std::optional<WindowView> _shapeView; ///< what the first vertex was drawn on
+    Sight _shapeSight;                    ///< the picture that the shape is drawn over
+    std::optional<WindowView> _shapeView; ///< that picture, when the first vertex was drawn
     bool _shapeInUse = false;             ///< the running operation uses the shape up
     std::optional<double> _digitTime;     ///< when the last digit of the to-class was typed, seconds
     std::optional<TypedClasses> _typed;

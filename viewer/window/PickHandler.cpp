@@ -1,7 +1,5 @@
 #include "viewer/window/PickHandler.h"
 
-#include <osgViewer/View>
-
 #include <cmath>
 #include <cstdio>
 
@@ -11,8 +9,8 @@ constexpr float kClickPixels = 3; ///< a hand is not still
 
 }
 
-PickHandler::PickHandler(Scene& scene, Overlay& overlay)
-    : _scene(scene), _overlay(&overlay), _picker(new VelOsgDBBrx::PointPicker(scene.root()))
+PickHandler::PickHandler(Scene& scene, const Views& views, Overlay& overlay)
+    : _scene(scene), _views(views), _overlay(&overlay), _picker(new VelOsgDBBrx::PointPicker(scene.root()))
 {
     scene.root()->addChild(_picker);
 }
@@ -43,8 +41,8 @@ bool PickHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAd
 
 void PickHandler::ask(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
-    auto* view = dynamic_cast<osgViewer::View*>(&action);
-    if (view && _picker->request(*view->getCamera(), event.getX(), event.getY())) action.requestRedraw();
+    const Sight sight = _views.under(event.getX(), event.getY());
+    if (_picker->request(*sight.camera, event.getX(), event.getY())) action.requestRedraw();
 }
 
 void PickHandler::showAnswer()

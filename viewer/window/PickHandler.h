@@ -2,6 +2,7 @@
 
 #include "viewer/scene/Scene.h"
 #include "viewer/window/Overlay.h"
+#include "viewer/window/Views.h"
 
 #include <VelOsgDBBrx/PointPicker.h>
 #include <osg/Vec2>
@@ -14,8 +15,8 @@
 class PickHandler : public osgGA::GUIEventHandler
 {
 public:
-    /// Puts the picker into `scene`, which must outlive this handler; the overlay is held.
-    PickHandler(Scene& scene, Overlay& overlay);
+    /// Puts the picker into `scene`, which, like `views`, must outlive this handler; the overlay is held.
+    PickHandler(Scene& scene, const Views& views, Overlay& overlay);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;
@@ -25,6 +26,7 @@ private:
     void showAnswer();
 
     Scene& _scene;
+    const Views& _views;
     const osg::ref_ptr<Overlay> _overlay;
     const osg::ref_ptr<VelOsgDBBrx::PointPicker> _picker;
     std::optional<osg::Vec2> _press; ///< where the button went down, unless another handler took that

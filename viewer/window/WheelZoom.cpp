@@ -38,7 +38,8 @@ osg::Vec3d placeUnder(const osg::Camera& camera, const osg::Vec2d& pixel, const 
 
 } // namespace
 
-WheelZoom::WheelZoom(osg::Group& scene) : _picker(new VelOsgDBBrx::PointPicker(&scene, kPickRadius))
+WheelZoom::WheelZoom(osg::Group& scene, const Views& views)
+    : _views(views), _picker(new VelOsgDBBrx::PointPicker(&scene, kPickRadius))
 {
     scene.addChild(_picker);
 }
@@ -57,21 +58,19 @@ bool WheelZoom::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& ac
     _target.reset();
     if (point) _target = point->position;
     if (osgGA::CameraManipulator* manipulator = view->getCameraManipulator())
-        zoom(*view->getCamera(), *manipulator);
+        zoom(*_views.main().camera, *manipulator);
     action.requestRedraw();
     return false;
 }
 
 void WheelZoom::turn(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
-    auto* view = dynamic_cast<osgViewer::View*>(&action);
-    if (!view) return;
     if (event.getScrollingMotion() == GUIEventAdapter::SCROLL_UP)
         ++_steps;
     else if (event.getScrollingMotion() == GUIEventAdapter::SCROLL_DOWN)
         --_steps;
     _mouse.set(event.getX(), event.getY());
-    if (!_asked) _asked = _picker->request(*view->getCamera(), _mouse.x(), _mouse.y());
+    if (!_asked) _asked = _picker->request(*_views.main().camera, _mouse.x(), _mouse.y());
     action.requestRedraw();
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "viewer/window/Views.h"
+
 #include <VelOsgDBBrx/PointPicker.h>
 
 #include <osg/Camera>
@@ -20,8 +22,9 @@
 class WheelZoom : public osgGA::GUIEventHandler
 {
 public:
-    /// Puts a picker into `scene`, the root of what is shown, world coordinates.
-    explicit WheelZoom(osg::Group& scene);
+    /// Puts a picker into `scene`, the root of what is shown, world coordinates. `views` outlives the
+    /// handler.
+    WheelZoom(osg::Group& scene, const Views& views);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;
@@ -30,6 +33,7 @@ private:
     void turn(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
     void zoom(const osg::Camera& camera, osgGA::CameraManipulator& manipulator);
 
+    const Views& _views;
     const osg::ref_ptr<VelOsgDBBrx::PointPicker> _picker;
     osg::Vec2d _mouse;                 ///< of the newest step, pixels from the bottom left
     int _steps = 0;                    ///< not zoomed yet; positive: towards the scene

@@ -145,7 +145,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
 } // namespace
 
 osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene,
-                                  Overlay& overlay, bool showLegend)
+                                  const Views& views, Overlay& overlay, bool showLegend)
 {
     const osg::ref_ptr<HelpKey> help = new HelpKey(overlay);
     const auto add = [&](const std::string& title, osgGA::GUIEventHandler* handler) {
@@ -154,8 +154,8 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
     };
     add("Edit", &editKeys);
     add("Show", new DisplayKeys(editKeys.stage(), overlay, showLegend));
-    add("Show", new PickHandler(scene, overlay));
-    add("Camera", new WheelZoom(*scene.root()));
+    add("Show", new PickHandler(scene, views, overlay));
+    add("Camera", new WheelZoom(*scene.root(), views));
     help->add({"Camera",
                {{"Left drag", "Turn"},
                 {"Middle drag", "Move sideways"},
@@ -208,11 +208,12 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
     const osg::ref_ptr<Overlay> overlay = new Overlay;
     viewer.getCamera()->addPostDrawCallback(overlay);
+    const Views views(viewer);
     SceneEditing editing(scene, viewer, options.author);
     if (options.editAnyway) editing.editAnyway();
     ClassChoice classes;
-    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, *overlay, classes);
-    addHandlers(viewer, *editKeys, scene, *overlay, options.legend);
+    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, views, *overlay, classes);
+    addHandlers(viewer, *editKeys, scene, views, *overlay, options.legend);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);

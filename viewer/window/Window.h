@@ -6,6 +6,7 @@
 #include "viewer/window/EditKeys.h"
 #include "viewer/window/HelpKey.h"
 #include "viewer/window/Overlay.h"
+#include "viewer/window/Views.h"
 
 #include <VelBrx/Status.h>
 #include <osgGA/CameraManipulator>
@@ -21,7 +22,7 @@ osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home);
 /// Gives the viewer its keys, in the order in which they see events. Overlays must have been added to its
 /// camera, so that screenshots hold them. Returns the help, which lists all keys.
 osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene,
-                                  Overlay& overlay, bool showLegend);
+                                  const Views& views, Overlay& overlay, bool showLegend);
 
 /// Shows `scene` in a window of `viewer`, the one that the user's options made or one of our size, until it
 /// is closed.
