@@ -6,6 +6,7 @@
 #include "viewer/scene/StoreCache.h"
 #include "viewer/script/Script.h"
 #include "viewer/script/ScriptRunner.h"
+#include "viewer/settings/Settings.h"
 #include "viewer/window/Notices.h"
 #include "viewer/window/Window.h"
 
@@ -74,7 +75,9 @@ Status run(osg::ArgumentParser& arguments)
     Scene scene;
     if (Status status = scene.load(stores, options); !status) return status;
     if (isScript(options)) return script::run(script, *viewer, scene, options);
-    return options.headless ? render(*viewer, scene, options) : runInWindow(*viewer, scene, options);
+    if (options.headless) return render(*viewer, scene, options);
+    Settings settings;
+    return runInWindow(*viewer, scene, options, settings);
 }
 
 } // namespace

@@ -132,7 +132,10 @@ ProgramWindow::ProgramWindow(const std::vector<std::string>& words, const std::s
     if (!_server->display) throw std::runtime_error("no X server; is Xvfb installed?");
     // The driver behind GLX keeps 240 bytes when it is unloaded.
     _program = std::make_unique<RunningProgram>(
-        words, std::vector<std::string>{"DISPLAY=" + _server->name, "ASAN_OPTIONS=detect_leaks=0"}, folder);
+        words,
+        std::vector<std::string>{"DISPLAY=" + _server->name, "XDG_CONFIG_HOME=" + folder + "/config",
+                                 "ASAN_OPTIONS=detect_leaks=0"},
+        folder);
     eventually([&] { return (_server->window = _server->findWindow()) != 0 || !_program->isRunning(); });
     if (!_server->window) throw std::runtime_error("no window: " + _program->err());
     moveTo(5, 5); // the keyboard belongs to the window under the mouse

@@ -23,6 +23,7 @@
 #include <osgGA/TrackballManipulator>
 #include <osgViewer/ViewerEventHandlers>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -36,24 +37,47 @@ namespace {
 
 constexpr int kWindowWidth = 1280;
 constexpr int kWindowHeight = 800;
+constexpr int kSmallestWindow = 200; ///< pixels on a side, of one that is remembered
 
 bool hasWindow(osgViewer::Viewer& viewer)
 {
     return viewer.getCamera()->getGraphicsContext() || viewer.getNumSlaves() > 0;
 }
 
-/// The window asked for by options or environment, or one of our own size. Fails where its OpenGL cannot draw
-/// points.
-Status openWindow(osgViewer::Viewer& viewer)
+/// The window asked for by options or environment, or one of the size that the last one had. Fails where its
+/// OpenGL cannot draw points.
+Status openWindow(osgViewer::Viewer& viewer, const Settings& settings)
 {
     const bool chosen =
         std::getenv("OSG_WINDOW") || std::getenv("OSG_SCREEN") || std::getenv("OSG_CONFIG_FILE");
     const QuietNotices quiet;
-    if (!hasWindow(viewer) && !chosen) viewer.setUpViewInWindow(60, 60, kWindowWidth, kWindowHeight);
+    if (!hasWindow(viewer) && !chosen) {
+        const int width = settings.get<int>("window.width").value_or(kWindowWidth);
+        const int height = settings.get<int>("window.height").value_or(kWindowHeight);
+        viewer.setUpViewInWindow(60, 60, std::max(width, kSmallestWindow), std::max(height, kSmallestWindow));
+    }
     const osg::ref_ptr<VelOsgDBBrx::OpenGLCheck> check = new VelOsgDBBrx::OpenGLCheck;
     viewer.setRealizeOperation(check);
     viewer.realize();
     return check->status();
+}
+
+/// A window that fills its screen has no size of its own.
+void keepSize(osgViewer::Viewer& viewer, Settings& settings)
+{
+    osgViewer::ViewerBase::Windows windows;
+    viewer.getWindows(windows);
+    if (windows.size() != 1) return;
+    int x = 0, y = 0, width = 0, height = 0;
+    windows.front()->getWindowRectangle(x, y, width, height);
+    osg::GraphicsContext::WindowingSystemInterface* const system =
+        osg::GraphicsContext::getWindowingSystemInterface(
+            windows.front()->getTraits()->windowingSystemPreference);
+    unsigned screenWidth = 0, screenHeight = 0;
+    system->getScreenResolution(*windows.front()->getTraits(), screenWidth, screenHeight);
+    if (width >= static_cast<int>(screenWidth) && height >= static_cast<int>(screenHeight)) return;
+    settings.set("window.width", width);
+    settings.set("window.height", height);
 }
 
 double aspectOf(const osg::Camera& camera)
@@ -191,10 +215,10 @@ void setUpCamera(osg::Camera& camera, double aspect)
     camera.setNearFarRatio(1e-4);
 }
 
-Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options)
+Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options, Settings& settings)
 {
     viewer.setSceneData(scene.root());
-    if (Status opened = openWindow(viewer); !opened) return opened;
+    if (Status opened = openWindow(viewer, settings); !opened) return opened;
     osgViewer::Viewer::Contexts contexts;
     viewer.getContexts(contexts);
     if (!viewer.isRealized() || contexts.empty()) {
@@ -219,6 +243,10 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     const ContextServices services(contexts.front(), options.budget);
     MoveLevel moveLevel(scene.root(),
                         VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(contexts.front()));
+    if (!settings.problem().empty()) {
+        std::fprintf(stderr, "brxview: %s\n", settings.problem().c_str());
+        editKeys->say({settings.problem()});
+    }
     for (const std::string& warning : options.warnings)
         editKeys->warn(warning);
     for (const std::string& note : editing.notes()) {
@@ -233,6 +261,9 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         stores.push_back(cloud.store);
     drawUntilDone(viewer, services, moveLevel, *editKeys, stores);
     viewer.stopThreading();
+    keepSize(viewer, settings);
+    if (const Status kept = settings.save(); !kept)
+        std::fprintf(stderr, "brxview: %s\n", kept.message().c_str());
     if (editing.isBusy()) editing.wait();
     return tellUnsaved(editing);
 }

@@ -3,6 +3,7 @@
 #include "viewer/scene/CameraView.h"
 #include "viewer/scene/Options.h"
 #include "viewer/scene/Scene.h"
+#include "viewer/settings/Settings.h"
 #include "viewer/window/EditKeys.h"
 #include "viewer/window/HelpKey.h"
 #include "viewer/window/Overlay.h"
@@ -25,5 +26,6 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
                                   const Views& views, Overlay& overlay, bool showLegend);
 
 /// Shows `scene` in a window of `viewer`, the one that the user's options made or one of our size, until it
-/// is closed.
-VelBrx::Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options);
+/// is closed. What the user leaves it like is kept in `settings`.
+VelBrx::Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& options,
+                           Settings& settings);
