@@ -37,11 +37,18 @@ namespace {
 
 constexpr int kWindowWidth = 1280;
 constexpr int kWindowHeight = 800;
-constexpr int kSmallestWindow = 200; ///< pixels on a side, of one that is remembered
+/// Pixels on a side, of a window that is remembered.
+constexpr int kSmallestWindow = 200;
+constexpr int kLargestWindow = 16384;
 
 bool hasWindow(osgViewer::Viewer& viewer)
 {
     return viewer.getCamera()->getGraphicsContext() || viewer.getNumSlaves() > 0;
+}
+
+int clampSide(int pixels)
+{
+    return std::clamp(pixels, kSmallestWindow, kLargestWindow);
 }
 
 /// The window asked for by options or environment, or one of the size that the last one had. Fails where its
@@ -54,7 +61,7 @@ Status openWindow(osgViewer::Viewer& viewer, const Settings& settings)
     if (!hasWindow(viewer) && !chosen) {
         const int width = settings.get<int>("window.width").value_or(kWindowWidth);
         const int height = settings.get<int>("window.height").value_or(kWindowHeight);
-        viewer.setUpViewInWindow(60, 60, std::max(width, kSmallestWindow), std::max(height, kSmallestWindow));
+        viewer.setUpViewInWindow(60, 60, clampSide(width), clampSide(height));
     }
     const osg::ref_ptr<VelOsgDBBrx::OpenGLCheck> check = new VelOsgDBBrx::OpenGLCheck;
     viewer.setRealizeOperation(check);
