@@ -4,9 +4,12 @@
 #include <VelBrx/Export.h>
 #include <VelBrx/Status.h>
 
+#include <array>
 #include <atomic>
+#include <bitset>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -26,15 +29,37 @@ enum class ExportForm
     Merged
 };
 
+/// A polygon on the map: rings of x and y, each closed implicitly. A place is inside where an odd number of
+/// rings is around it, so that rings within the first are holes. A place on an edge belongs to the side with
+/// larger x, or with larger y where the edge runs along x: of two polygons that share an edge exactly one has
+/// it.
+using MapPolygon = std::vector<std::vector<std::array<double, 2>>>;
+
+/// Which points of a store are written: those that all of this takes. All points at first. Coordinates are
+/// those of the store.
+struct ExportPart
+{
+    bool visibleOnly = false;                                            ///< leave hidden points out
+    std::array<double, 3> low = {-kUnbounded, -kUnbounded, -kUnbounded}; ///< corners of a box, its faces
+    std::array<double, 3> high = {kUnbounded, kUnbounded, kUnbounded};   ///< included
+    std::vector<MapPolygon> polygons;                                    ///< not empty: points in any of them
+    std::bitset<256> classes = std::bitset<256>().set();
+    /// Above 0: of each cube of this edge length, on a grid through the origin of the coordinates, one
+    /// point: that nearest to its centre.
+    double spacing = 0;
+
+    static constexpr double kUnbounded = std::numeric_limits<double>::infinity();
+};
+
 struct ExportOptions
 {
     std::string store;
     /// A LAS, LAZ or COPC file; with `ExportForm::Split` a folder, which is made where there is none.
     std::string output;
     ExportForm form = ExportForm::Automatic;
-    bool visibleOnly = false; ///< leave hidden points out; headers then describe the points that remain
-    bool overwrite = false;   ///< replace files that exist
-    unsigned threads = 0;     ///< 0: all processors
+    ExportPart part;        ///< where it is not everything, headers describe the points that are written
+    bool overwrite = false; ///< replace files that exist
+    unsigned threads = 0;   ///< 0: all processors
     /// Bytes to use at most, from 24 MiB a thread on, 40 for LAZ. Heads come on top.
     uint64_t memory = 1u << 30;
     std::function<void(const BuildProgress&)> progress; ///< called on the thread that called `exportLas`
@@ -52,7 +77,8 @@ struct ExportedFile
 struct ExportReport
 {
     std::vector<ExportedFile> files;
-    uint64_t hiddenLeftOut = 0;
+    uint64_t leftOut = 0;           ///< points of the store that are in none of the files
+    uint64_t hiddenLeftOut = 0;     ///< of them, those that are hidden, where hidden points are left out
     std::vector<std::string> notes; ///< what a merged file could not keep, one line each
 };
 
@@ -63,7 +89,8 @@ struct ExportReport
 /// its points are the same. Files appear under their names when all are complete; a failed or cancelled
 /// export leaves nothing. Fails where a class above 31 meets a point format that has no room for it. A store
 /// of which the points do not fit `memory` needs its size again as temporary disk space in the folder of the
-/// output. Any thread may call it.
+/// output. Only the cells that a box or polygons touch are read; thinning reads the points twice before. Any
+/// thread may call it.
 VEL_BRX_EXPORT Status exportLas(const ExportOptions& options, ExportReport& report);
 
 } // namespace VelBrx

@@ -6,6 +6,7 @@
 #include "store/export/CopcHead.h"
 #include "store/export/ExportOutput.h"
 #include "store/export/ExportedStore.h"
+#include "store/export/PointFilter.h"
 #include "store/export/RecordEncoder.h"
 #include "store/io/ByteIo.h"
 #include "store/io/DiskFile.h"
@@ -18,6 +19,7 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
+#include <optional>
 
 namespace VelBrx {
 
@@ -98,7 +100,10 @@ public:
         if (Status status = checkOutput(_options, _options.output); !status) return status;
         if (Status status = openStore(); !status) return status;
         if (Status status = plan(); !status) return status;
-        _run.setTotal(_store.head.header.pointCount);
+        _run.setTotal(_store.head.header.pointCount, 1 + _filter->passes());
+        _run.begin("choosing");
+        if (Status status = _filter->choose(_index, _options.memory, _run); !status)
+            return status.of(_store.path);
         _run.begin("writing");
         if (Status status = writeNodes(); !status) return status;
         if (Status status = finish(); !status) return status;
@@ -118,6 +123,7 @@ private:
             _sourceFirsts.push_back(first);
             first += source.pointCount;
         }
+        _filter.emplace(_options.part, _store, _index);
         return {};
     }
 
@@ -207,10 +213,14 @@ private:
         const size_t length = _encoders.front().recordLength();
         records.reserve(pointsOf(cell) * length);
         Batch batch;
-        for (const Segment& segment : cell.segments)
+        for (const Segment& segment : cell.segments) {
+            if (!_filter->mayTakeAnyOf(static_cast<uint64_t>(segment.first),
+                                       static_cast<uint64_t>(segment.count)))
+                continue;
             for (int64_t i = segment.first; i < segment.first + segment.count; ++i)
                 if (!addPoint(static_cast<uint64_t>(i), batch, records, summary))
                     return Status::failure("was changed while it was read; export it again");
+        }
         if (!encode(batch, records)) return Status::failure("its records cannot be brought into one format");
         summary.points = records.size() / length;
         return {};
@@ -221,7 +231,7 @@ private:
     {
         const EncoderInput input{batch.flags.size(), batch.records.data(), batch.flags.data(),
                                  batch.rests.data()};
-        if (!_encoders[batch.source].encode(input, _options.visibleOnly, records)) return false;
+        if (!_encoders[batch.source].encode(input, records)) return false;
         batch.records.clear();
         batch.flags.clear();
         batch.rests.clear();
@@ -245,9 +255,9 @@ private:
         const bool isHidden = record[kFlags] & kHiddenBits;
         const auto flags = static_cast<uint8_t>((before & ~kWithheld) | (isHidden ? kWithheld : 0));
         const bool isChanged = flags != before || record[kClass] != keptBytes[kept.classesStart + ordinal];
-        const bool isLeftOut = isHidden && _options.visibleOnly;
-        summary.hidden += isLeftOut;
-        summary.changed += isChanged && !isLeftOut;
+        summary.hidden += _filter->leavesOutAsHidden(record);
+        if (!_filter->takes(index, record)) return true;
+        summary.changed += isChanged;
 
         const FlagsSource& ofSource = kept.sources[source];
         const uint8_t* const rest =
@@ -307,6 +317,7 @@ private:
             _report.notes.push_back(_options.output + ": " + std::to_string(_summary.strays) +
                                     " points lie outside their nodes by less than a step of the coordinates");
         _report.files.push_back({_options.output, _summary.points, _summary.changed});
+        _report.leftOut = _store.head.header.pointCount - _summary.points;
         _report.hiddenLeftOut = _summary.hidden;
         return {};
     }
@@ -316,6 +327,7 @@ private:
     ParallelRun _run;
     ExportedStore _store;
     StoreIndex _index;
+    std::optional<PointFilter> _filter;
     std::vector<uint64_t> _sourceFirsts;  ///< ordinals of the sources' first points
     std::unique_ptr<File> _mapping;       ///< mapped: what is kept of a cell's points is all over the file
     const uint8_t* _bytes = nullptr;      ///< of the store

@@ -14,18 +14,16 @@ Status ExportFiles::make(const std::vector<SourceTally>& tallies, ExportReport& 
 {
     if (Status status = checkClasses(tallies); !status) return status;
     const std::vector<OriginSource>& sources = _plan.store().sources();
-    const bool visibleOnly = _plan.options().visibleOnly;
-    std::vector<uint64_t> points;
     uint64_t all = 0;
     for (size_t i = 0; i < sources.size(); ++i) {
-        points.push_back(sources[i].pointCount - (visibleOnly ? tallies[i].hidden : 0));
-        all += points.back();
+        all += tallies[i].taken;
         _sourceEnds.push_back((i == 0 ? 0 : _sourceEnds.back()) + sources[i].pointCount);
-        if (visibleOnly) report.hiddenLeftOut += tallies[i].hidden;
+        report.hiddenLeftOut += tallies[i].leftOutAsHidden;
     }
+    report.leftOut = _sourceEnds.back() - all;
     Status status = _plan.isMerged() ? makeMerged(all, report) : Status();
     for (size_t i = 0; status && !_plan.isMerged() && i < sources.size(); ++i)
-        status = makeOfSource(i, points[i]);
+        status = makeOfSource(i, tallies[i].taken);
     return status ? checkSpace() : status;
 }
 
@@ -35,8 +33,7 @@ Status ExportFiles::checkClasses(const std::vector<SourceTally>& tallies) const
     if (_plan.isMerged()) return {};
     const std::vector<OriginSource>& sources = _plan.store().sources();
     for (size_t i = 0; i < sources.size(); ++i) {
-        const uint64_t wide =
-            _plan.options().visibleOnly ? tallies[i].visibleWideClass : tallies[i].wideClass;
+        const uint64_t wide = tallies[i].wideClass;
         if (wide > 0 && sources[i].pointFormat <= kLastLegacyFormat)
             return _plan.store().failure(std::to_string(wide) + " points of " + sources[i].name +
                                          " have a class above 31, for which its point format " +

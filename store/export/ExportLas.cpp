@@ -10,26 +10,23 @@ namespace VelBrx {
 
 namespace {
 
-/// Opens the store; the index, which may be large, is of no use in this order.
-Status openStore(const std::string& path, ExportedStore& store)
-{
-    StoreIndex index;
-    return ExportedStore::open(path, store, index);
-}
-
 /// An export in the order of the sources: the points are counted and put in order (`SourceOrder`), the files
 /// are laid out with the counts (`ExportFiles`), and the points written (`PointExport`).
 Status exportInSourceOrder(const ExportOptions& options, ExportReport& report)
 {
     ExportedStore store;
-    if (Status status = openStore(options.store, store); !status) return status;
+    StoreIndex index;
+    if (Status status = ExportedStore::open(options.store, store, index); !status) return status;
     ExportPlan plan(options, store);
     if (Status status = plan.make(); !status) return status;
 
     ParallelRun run(options.threads, options.progress, options.cancel);
-    SourceOrder order(store.file, store.head, store.records.origin, plan.orderMemory(run.threads()),
-                      run.threads());
-    run.setTotal(store.head.header.pointCount, order.windowCount() > 1 ? 3 : 2);
+    PointFilter filter(options.part, store, index);
+    SourceOrder order(store, filter, plan.orderMemory(run.threads()), run.threads());
+    run.setTotal(store.head.header.pointCount, (order.windowCount() > 1 ? 3 : 2) + filter.passes());
+    run.begin("choosing");
+    if (Status status = filter.choose(index, options.memory, run); !status) return status.of(store.path);
+    index = StoreIndex(); // it may be large
     run.begin("reading");
     if (Status status = OutputFile::checkSpace(options.output, order.temporarySize()); !status) return status;
     if (Status status = order.distribute(plan.folder(), run); !status) return status.of(store.path);
@@ -48,6 +45,7 @@ Status exportInSourceOrder(const ExportOptions& options, ExportReport& report)
 Status exportLas(const ExportOptions& options, ExportReport& report)
 {
     report = ExportReport();
+    if (Status status = PointFilter::check(options.part); !status) return status.of(options.output);
     return runToFile(options.output, "; allow the export less of it", [&] {
         const bool isCopc = options.form != ExportForm::Split && isCopcName(options.output);
         return isCopc ? exportCopc(options, report) : exportInSourceOrder(options, report);

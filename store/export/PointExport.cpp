@@ -3,6 +3,7 @@
 #include "store/las/LasLayout.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace VelBrx {
 
@@ -86,14 +87,15 @@ Status PointExport::placeBlocks(const SourceOrder& order, std::vector<Block>& bl
     std::vector<uint64_t> counts(blocks.size());
     Status status = _run.forEach(blocks.size(), [&](size_t i) -> Status {
         counts[i] = blocks[i].count;
-        for (uint64_t k = 0; _plan.options().visibleOnly && k < blocks[i].count; ++k)
-            counts[i] -= isHidden(order.record(blocks[i].first + k));
+        if (const uint8_t* const taken = order.taken(blocks[i].first))
+            counts[i] = std::accumulate(taken, taken + blocks[i].count, uint64_t{0});
         return {};
     });
     for (size_t i = 0; i < blocks.size(); ++i) {
         if (blocks[i].output != _placedOutput) _placed = 0;
         _placedOutput = blocks[i].output;
         blocks[i].place = _placed;
+        blocks[i].taken = counts[i];
         _placed += counts[i];
     }
     return status;
@@ -102,13 +104,15 @@ Status PointExport::placeBlocks(const SourceOrder& order, std::vector<Block>& bl
 Status PointExport::writeBlock(const SourceOrder& order, const Block& block) const
 {
     const ExportedStore& store = _plan.store();
+    if (block.taken == 0) return {};
     Kept kept;
     if (!readKept(block, kept)) return store.failure("its source flags cannot be read");
     const uint64_t changed = applyEdits(order, block, kept);
     const RecordEncoder& encoder = _files.encoder(block.source);
     std::vector<uint8_t> bytes;
-    if (!encoder.encode({block.count, order.record(block.first), kept.flags.data(), kept.rests.data()},
-                        _plan.options().visibleOnly, bytes))
+    if (!encoder.encode({block.count, order.record(block.first), kept.flags.data(), kept.rests.data(),
+                         order.taken(block.first)},
+                        bytes))
         return store.failure("has points off the coordinates of " + store.sources()[block.source].name +
                              "; restore the store from a copy or build it anew");
     return _files.output(block.output).write(block.place, bytes, encoder.format(), changed);
@@ -117,13 +121,15 @@ Status PointExport::writeBlock(const SourceOrder& order, const Block& block) con
 /// Puts the withheld bit of each point into its flags; returns how many points that are written were edited.
 uint64_t PointExport::applyEdits(const SourceOrder& order, const Block& block, Kept& kept) const
 {
+    const uint8_t* const taken = order.taken(block.first);
     uint64_t changed = 0;
     for (uint64_t i = 0; i < block.count; ++i) {
+        if (taken && !taken[i]) continue;
         const uint8_t* const record = order.record(block.first + i);
         const bool hidden = isHidden(record);
         const auto now = static_cast<uint8_t>((kept.flags[i] & ~kWithheld) | (hidden ? kWithheld : 0));
         const bool isChanged = now != kept.flags[i] || record[LasLayout::kClass] != kept.classes[i];
-        changed += isChanged && !(hidden && _plan.options().visibleOnly);
+        changed += isChanged;
         kept.flags[i] = now;
     }
     return changed;

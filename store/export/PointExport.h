@@ -31,6 +31,7 @@ private:
         size_t source;
         uint64_t first;     ///< ordinal
         uint64_t count;     ///< points in the store
+        uint64_t taken = 0; ///< points of them that are written
         uint64_t place = 0; ///< number of its first point in the output
     };
 

@@ -63,13 +63,13 @@ bool RecordEncoder::restoreCoordinates(const uint8_t* rest, uint8_t* record) con
     return true;
 }
 
-bool RecordEncoder::encode(const EncoderInput& input, bool leavesOutHidden, std::vector<uint8_t>& out) const
+bool RecordEncoder::encode(const EncoderInput& input, std::vector<uint8_t>& out) const
 {
     std::vector<uint8_t> rest(_format.restLength()); // zeros where a piece is not known
     size_t end = out.size();
     out.resize(end + input.count * recordLength());
     for (size_t i = 0; i < input.count; ++i) {
-        if (leavesOutHidden && (input.flags[i] & kWithheld)) continue;
+        if (input.taken && !input.taken[i]) continue;
         uint8_t record[kPointSize];
         std::memcpy(record, input.records + i * kPointSize, kPointSize);
         const uint8_t* const kept = input.rests + i * _restLength;

@@ -15,6 +15,7 @@ struct EncoderInput
     const uint8_t* records = nullptr; ///< the store's
     const uint8_t* flags = nullptr;   ///< `SourceFlags`, one byte a point, withheld where the point is hidden
     const uint8_t* rests = nullptr;   ///< of the flags record
+    const uint8_t* taken = nullptr;   ///< 1 for points that are encoded, 0 for others; null: all are
 };
 
 /// Turns the records of one source's points in a store into records of an exported file. Immutable; any
@@ -34,9 +35,8 @@ public:
     /// Of the records that `encode` makes.
     const RecordFormat& format() const { return _format; }
 
-    /// Appends the points' records to `out`, without those that are withheld where `leavesOutHidden`. False
-    /// where a coordinate is not on the source's grid.
-    bool encode(const EncoderInput& input, bool leavesOutHidden, std::vector<uint8_t>& out) const;
+    /// Appends the points' records to `out`. False where a coordinate is not on the source's grid.
+    bool encode(const EncoderInput& input, std::vector<uint8_t>& out) const;
 
 private:
     /// Bytes that follow each other in a point's rest in the exported file.

@@ -191,7 +191,7 @@ TEST(CopcExport, MakesFilesThatKeepAllRulesAndAllPoints)
             for (const unsigned threads : {1u, 3u}) {
                 SCOPED_TRACE(std::to_string(sources.size()) + " sources, " + std::to_string(threads) +
                              " threads" + (visibleOnly ? ", visible only" : ""));
-                options.visibleOnly = visibleOnly;
+                options.part.visibleOnly = visibleOnly;
                 options.threads = threads;
                 options.output = folder.file("out.laz");
                 ExportReport merged;

@@ -18,7 +18,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
+#include <map>
 #include <random>
 
 using namespace VelBrx;
@@ -137,6 +139,23 @@ protected:
         return readFile(plain.output);
     }
 };
+
+/// Whether a place is in a star with a hole, by the turns that the rings make around it.
+bool isInStar(const MapPolygon& star, double x, double y)
+{
+    int around = 0;
+    for (const auto& ring : star) {
+        double turned = 0;
+        for (size_t i = 0; i < ring.size(); ++i) {
+            const auto& a = ring[i];
+            const auto& b = ring[(i + 1) % ring.size()];
+            turned +=
+                std::remainder(std::atan2(b[1] - y, b[0] - x) - std::atan2(a[1] - y, a[0] - x), 2 * M_PI);
+        }
+        around += std::abs(turned) > M_PI;
+    }
+    return around % 2;
+}
 
 /// Classes of the edits of these tests, from a point's place in its source.
 uint8_t newClass(uint64_t ordinal, uint8_t old)
@@ -396,9 +415,9 @@ TEST_F(ExportTest, RefusesAClassThatTheSourceFormatHasNoRoomFor)
     });
     expectFailure("cloud.brx: 2 points of source0.las have a class above 31");
     EXPECT_EQ(files(), (std::vector<std::string>{"cloud.brx", "source0.las"}));
-    options.visibleOnly = true;
+    options.part.visibleOnly = true;
     expectFailure("1 points of source0.las");
-    options.visibleOnly = false;
+    options.part.visibleOnly = false;
     options.form = ExportForm::Merged;
     exportIt();
     EXPECT_EQ(output()[recordsStart(output()) + 2 * 30 + kClass], 33);
@@ -426,7 +445,7 @@ TEST_F(ExportTest, LeavesHiddenPointsOutAndTellsOfThoseThatRemain)
             expected.records.push_back(las.records[i]);
             expected.records.back()[15] &= static_cast<uint8_t>(format <= 5 ? ~0x80 : ~0x04);
         }
-        options.visibleOnly = true;
+        options.part.visibleOnly = true;
         for (uint64_t memory : {uint64_t(1) << 30, uint64_t(1)}) {
             options.memory = memory;
             exportIt();
@@ -449,6 +468,141 @@ TEST_F(ExportTest, LeavesHiddenPointsOutAndTellsOfThoseThatRemain)
         EXPECT_TRUE(empty.laz && empty.pointCount == 0 && empty.notes.empty());
         options.output = folder.file("out.las");
     }
+}
+
+TEST_F(ExportTest, WritesThePartThatIsAskedFor)
+{
+    addSource(randomLas(1, 150000, 1));
+    addSource(randomLas(7, 100000, 2, 3));
+    buildIt();
+    editStore([](uint8_t* record, uint64_t ordinal) {
+        record[kClass] = static_cast<uint8_t>(ordinal % 5);
+        record[kFlags] = static_cast<uint8_t>((record[kFlags] & 0xF0) | (ordinal % 3 ? 0 : 0x08));
+    });
+    exportIt();
+    const Bytes whole = output();
+    LasFile head;
+    ASSERT_TRUE(readLasFile(options.output, head));
+    const size_t length = head.recordLength;
+    const auto place = [&](const uint8_t* record, size_t axis) {
+        return loadLe<int32_t>(record + 4 * axis) * head.scale[axis] + head.offset[axis];
+    };
+    const auto low = [&](size_t axis, double part) {
+        return head.min[axis] + part * (head.max[axis] - head.min[axis]);
+    };
+    MapPolygon star(2);
+    for (int i = 0; i < 10; ++i)
+        for (size_t ring = 0; ring < 2; ++ring) {
+            const double radius = (ring ? 0.05 : i % 2 ? 0.15 : 0.45) * (head.max[0] - head.min[0]);
+            star[ring].push_back(
+                {low(0, 0.5) + radius * std::cos(i * 0.6283), low(1, 0.5) + radius * std::sin(i * 0.6283)});
+        }
+    struct Case
+    {
+        const char* name;
+        std::function<void(ExportPart&)> ask;
+        std::function<bool(const uint8_t*)> takes;
+    };
+    const auto isClass = [](const uint8_t* record, uint8_t code) { return record[16] == code; };
+    const std::vector<Case> cases = {
+        {"box",
+         [&](ExportPart& part) {
+             part.low = {low(0, 0.2), low(1, 0.6), low(2, 0.1)};
+             part.high = {low(0, 0.5), low(1, 0.7), low(2, 0.4)};
+         },
+         [&](const uint8_t* record) {
+             return place(record, 0) >= low(0, 0.2) && place(record, 0) <= low(0, 0.5) &&
+                    place(record, 1) >= low(1, 0.6) && place(record, 1) <= low(1, 0.7) &&
+                    place(record, 2) >= low(2, 0.1) && place(record, 2) <= low(2, 0.4);
+         }},
+        {"polygon, visible points of two classes",
+         [&](ExportPart& part) {
+             part.polygons = {star};
+             part.classes = 0b10100;
+             part.visibleOnly = true;
+         },
+         [&](const uint8_t* record) {
+             return isInStar(star, place(record, 0), place(record, 1)) && !(record[15] & 0x04) &&
+                    (isClass(record, 2) || isClass(record, 4));
+         }},
+        {"nothing", [&](ExportPart& part) { part.low[0] = head.max[0] + 1; },
+         [](const uint8_t*) { return false; }}};
+    for (const Case& wanted : cases) {
+        SCOPED_TRACE(wanted.name);
+        Bytes expected;
+        for (const uint8_t* record = &whole[recordsStart(whole)];
+             record < whole.data() + recordsStart(whole) + 250000 * length; record += length)
+            if (wanted.takes(record)) expected.insert(expected.end(), record, record + length);
+        options.part = ExportPart();
+        wanted.ask(options.part);
+        for (const uint64_t memory : {uint64_t(1) << 30, uint64_t(1)}) {
+            options.memory = memory;
+            options.threads = memory > 1 ? 1 : 3;
+            options.output = folder.file("out.las");
+            exportIt();
+            const Bytes part = output();
+            EXPECT_TRUE(Bytes(part.begin() + static_cast<std::ptrdiff_t>(recordsStart(part)), part.end()) ==
+                        expected);
+            EXPECT_EQ(report.files.at(0).points, expected.size() / length);
+            EXPECT_EQ(report.leftOut, 250000 - expected.size() / length);
+            EXPECT_EQ(loadLe<uint64_t>(&part[kPointCount]), expected.size() / length);
+        }
+        options.memory = uint64_t(1) << 30;
+        options.output = folder.file("out.copc.laz");
+        exportIt();
+        EXPECT_EQ(readPoints(options.output).file.pointCount, expected.size() / length);
+    }
+}
+
+TEST_F(ExportTest, ThinsToThePointNextToTheMiddleOfEachCube)
+{
+    addSource(randomLas(7, 200000, 3));
+    buildIt();
+    options.part.classes = ~std::bitset<256>(0xFF);
+    options.part.low[2] = 3;
+    exportIt();
+    const Bytes all = output();
+    LasFile head;
+    ASSERT_TRUE(readLasFile(options.output, head));
+    const double spacing = (head.max[0] - head.min[0]) / 23.7;
+    const auto nearest = [&](const Bytes& las) {
+        std::map<std::array<double, 3>, std::pair<double, size_t>> cubes; // distance, points
+        for (size_t at = recordsStart(las); at < las.size(); at += head.recordLength) {
+            std::array<double, 3> cube;
+            double distance = 0;
+            for (size_t axis = 0; axis < 3; ++axis) {
+                const double value =
+                    (loadLe<int32_t>(&las[at + 4 * axis]) * head.scale[axis] + head.offset[axis]) / spacing;
+                cube[axis] = std::floor(value);
+                distance += std::pow(value - cube[axis] - 0.5, 2);
+            }
+            const auto [found, isNew] = cubes.try_emplace(cube, distance, 0);
+            found->second.first = std::min(found->second.first, distance);
+            ++found->second.second;
+        }
+        return cubes;
+    };
+    auto expected = nearest(all);
+    EXPECT_GT(expected.size(), 500u);
+    for (auto& [cube, found] : expected)
+        found.second = 1;
+    options.part.spacing = spacing;
+    Bytes first;
+    for (const auto& [memory, threads] :
+         {std::pair(uint64_t(1) << 30, 1u), std::pair(uint64_t(4) << 20, 3u)}) {
+        options.memory = memory;
+        options.threads = threads;
+        exportIt();
+        EXPECT_TRUE(nearest(output()) == expected);
+        if (!first.empty()) {
+            EXPECT_TRUE(first == output());
+        }
+        first = output();
+    }
+    options.memory = 1 << 10;
+    expectFailure("to thin them in the memory");
+    options.part.spacing = -1;
+    expectFailure("no positive number");
 }
 
 TEST_F(ExportTest, LeavesNothingBehindWhenItIsCancelled)

@@ -1,4 +1,4 @@
-#include "viewer/edit/ClassList.h"
+#include "terminal/ClassList.h"
 
 #include <charconv>
 
