@@ -1,6 +1,7 @@
 #include "tools/Command.h"
 
 #include "terminal/Text.h"
+#include "tools/Classes.h"
 #include "tools/Talk.h"
 
 #include <VelBrx/EditHistory.h>
@@ -79,8 +80,16 @@ Json entryJson(const EditEntry& entry)
     return json;
 }
 
+/// The class that the points of an entry became, as people read it; empty where its operation tells of none.
+std::string newClass(const EditEntry& entry, const VelBrx::ClassTable& names)
+{
+    const Json operation = operationJson(entry);
+    const auto to = operation.is_object() ? operation.find("to") : operation.end();
+    return to != operation.end() && to->is_number_unsigned() ? " " + names.text(to->get<unsigned>()) : "";
+}
+
 /// What an entry did, in one line.
-std::string entryText(const EditEntry& entry)
+std::string entryText(const EditEntry& entry, const VelBrx::ClassTable& names)
 {
     constexpr size_t kLongest = 100;
     std::ostringstream text;
@@ -88,7 +97,8 @@ std::string entryText(const EditEntry& entry)
         std::string operation = printable(entry.operation);
         if (operation.size() > kLongest) operation = operation.substr(0, kLongest) + "...";
         text << entry.points << (entry.points == 1 ? " point" : " points")
-             << (entry.field == VelBrx::PointRecord::kClass ? ", class" : ", hidden bits");
+             << (entry.field == VelBrx::PointRecord::kClass ? ", class" + newClass(entry, names)
+                                                            : std::string(", hidden bits"));
         if (!operation.empty()) text << ": " << operation;
         if (!entry.isDone) text << " (undone)";
         if (entry.isUnsaved) text << " (not saved)";
@@ -107,6 +117,7 @@ struct HistoryOptions
     std::string author;
     std::string script;
     std::string before;
+    std::string classesFile;
     bool forget = false;
     bool json = false;
 };
@@ -125,6 +136,7 @@ void printHistory(const HistoryOptions& options)
 {
     const EditHistory history = readHistory(options.store);
     const int64_t since = options.since.empty() ? INT64_MIN : readTime("--since", options.since);
+    const VelBrx::ClassTable names = classTableFor(options.store, options.classesFile);
     Json entries = Json::array();
     for (const EditEntry& entry : history.entries) {
         if (entry.time < since || (!options.author.empty() && entry.author != options.author)) continue;
@@ -132,7 +144,7 @@ void printHistory(const HistoryOptions& options)
             entries.push_back(entryJson(entry));
         else
             std::cout << std::setw(6) << entry.number << "  " << timeText(entry.time).substr(0, 19) << "  "
-                      << printable(entry.author) << "  " << entryText(entry) << '\n';
+                      << printable(entry.author) << "  " << entryText(entry, names) << '\n';
     }
     if (options.json)
         printJson({{"store", options.store},
@@ -220,6 +232,7 @@ void addHistoryCommand(CLI::App& app)
     CLI::Option* const since =
         command->add_option("--since", options->since, "entries from this time on, such as 2026-11-22T12:30");
     CLI::Option* const by = command->add_option("--by", options->author, "entries of this author");
+    addClassesOption(*command, options->classesFile);
     CLI::Option* const script =
         command->add_option("--script", options->script,
                             "print the edits in effect of the entries N..M as a script for brxview --script");

@@ -1,6 +1,7 @@
 #include "tools/Command.h"
 
 #include "terminal/Text.h"
+#include "tools/Classes.h"
 #include "tools/InfoText.h"
 
 #include <VelBrx/EditHistory.h>
@@ -78,7 +79,8 @@ std::string editsText(const std::string& path)
            ", the last by " + printable(last.author) + " at " + timeText(last.time);
 }
 
-void printInfo(const std::string& path, const StoreInfo& info, const PointCounts& counts)
+void printInfo(const std::string& path, const StoreInfo& info, const PointCounts& counts,
+               const VelBrx::ClassTable& names)
 {
     const VelBrx::BrxHeader& header = info.header;
     printLine("points", header.pointCount);
@@ -94,7 +96,7 @@ void printInfo(const std::string& path, const StoreInfo& info, const PointCounts
     for (const LevelSum& level : sumLevels(info))
         std::cout << std::right << std::setw(5) << number++ << std::setw(12) << level.cells << std::setw(16)
                   << level.points << '\n';
-    printClasses(counts.byClass);
+    printClasses(counts.byClass, names);
     printHistogram("points by return", counts.byReturn);
     printHistogram("points by number of returns", counts.byNumberOfReturns);
 }
@@ -105,9 +107,10 @@ bool isOtherFile(const std::string& path)
     return std::filesystem::path(path).extension() != ".brx" && !VelBrx::isStore(path);
 }
 
-void runInfo(const std::string& path, bool json)
+void runInfo(const std::string& path, const std::string& classesFile, bool json)
 {
-    if (isOtherFile(path)) return tellLas(path, json);
+    const VelBrx::ClassTable names = classTableFor(path, classesFile);
+    if (isOtherFile(path)) return tellLas(path, names, json);
     StoreInfo info;
     PointCounts counts;
     if (const VelBrx::Status read = readStoreInfo(path, info); !read) throw CommandError(read.message());
@@ -116,7 +119,7 @@ void runInfo(const std::string& path, bool json)
     if (json)
         printJson(infoJson(info, counts));
     else
-        printInfo(path, info, counts);
+        printInfo(path, info, counts, names);
 }
 
 } // namespace
@@ -126,6 +129,7 @@ void addInfoCommand(CLI::App& app)
     struct Options
     {
         std::string store;
+        std::string classesFile;
         bool json = false;
     };
     const auto options = std::make_shared<Options>();
@@ -133,6 +137,7 @@ void addInfoCommand(CLI::App& app)
         app.add_subcommand("info", "Describe a store, or a LAS, LAZ or COPC file: points, bounds, counts");
     command->add_option("FILE", options->store, "the store, a .brx file, or a LAS, LAZ or COPC file")
         ->required();
+    addClassesOption(*command, options->classesFile);
     command->add_flag("--json", options->json, "print one JSON object");
-    command->callback([options] { runInfo(options->store, options->json); });
+    command->callback([options] { runInfo(options->store, options->classesFile, options->json); });
 }

@@ -2,7 +2,6 @@
 
 #include "tools/Command.h"
 
-#include <VelBrx/ClassNames.h>
 #include <VelBrx/LasInfo.h>
 
 #include <nlohmann/json.hpp>
@@ -12,14 +11,14 @@
 using VelBrx::LasInfo;
 using Json = nlohmann::ordered_json;
 
-void printClasses(const std::array<uint64_t, 256>& counts)
+void printClasses(const std::array<uint64_t, 256>& counts, const VelBrx::ClassTable& names)
 {
     std::cout << "points by class\n";
     for (unsigned code = 0; code < counts.size(); ++code) {
         if (counts[code] == 0) continue;
-        const char* const name = VelBrx::className(code);
+        const std::string& name = names.name(code);
         std::cout << "  " << std::right << std::setw(3) << code << std::setw(16) << counts[code]
-                  << (name ? "  " : "") << (name ? name : "") << '\n';
+                  << (name.empty() ? "" : "  ") << name << '\n';
     }
 }
 
@@ -91,7 +90,7 @@ Json jsonOf(const LasInfo& info)
     return json;
 }
 
-void printPoints(const LasInfo& info)
+void printPoints(const LasInfo& info, const VelBrx::ClassTable& names)
 {
     printPlace(info);
     printLine("points per unit^2", threeDigits(densityOf(info)));
@@ -104,12 +103,12 @@ void printPoints(const LasInfo& info)
     for (const uint16_t source : info.sources)
         sources += (sources.empty() ? "" : " ") + std::to_string(source);
     printLine("sources", sources);
-    printClasses(info.byClass);
+    printClasses(info.byClass, names);
     printHistogram("points by return", info.byReturn);
     printHistogram("points by number of returns", info.byNumberOfReturns);
 }
 
-void print(const LasInfo& info)
+void print(const LasInfo& info, const VelBrx::ClassTable& names)
 {
     printLine("format", versionText(info));
     printLine("point format",
@@ -119,7 +118,7 @@ void print(const LasInfo& info)
     printLine("system", printable(info.systemIdentifier));
     printLine("created",
               "day " + std::to_string(info.creationDay) + " of " + std::to_string(info.creationYear));
-    if (info.pointCount > 0) printPoints(info);
+    if (info.pointCount > 0) printPoints(info, names);
     for (const LasInfo::ExtraBytes& one : info.extraBytes)
         printLine("extra bytes", printable(one.name) + ", " + one.type);
     for (const LasInfo::Record& record : info.records)
@@ -131,12 +130,12 @@ void print(const LasInfo& info)
 
 } // namespace
 
-void tellLas(const std::string& path, bool json)
+void tellLas(const std::string& path, const VelBrx::ClassTable& names, bool json)
 {
     LasInfo info;
     if (const VelBrx::Status read = readLasInfo(path, info); !read) throw CommandError(read.message());
     if (json)
         printJson(jsonOf(info));
     else
-        print(info);
+        print(info, names);
 }

@@ -2,6 +2,8 @@
 
 #include "terminal/Text.h"
 
+#include <VelBrx/ClassTable.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -51,7 +53,7 @@ void printHistogram(const char* title, const std::array<uint64_t, N>& counts)
 }
 
 /// With the names of the classes.
-void printClasses(const std::array<uint64_t, 256>& counts);
+void printClasses(const std::array<uint64_t, 256>& counts, const VelBrx::ClassTable& names);
 
 /// Points for each square unit of the bounds.
 double density(uint64_t points, double width, double depth);
@@ -60,4 +62,4 @@ std::string systemText(const std::string& coordinateSystem);
 /// @}
 
 /// What `brx info` tells of a LAS, LAZ or COPC file; throws a CommandError.
-void tellLas(const std::string& path, bool json);
+void tellLas(const std::string& path, const VelBrx::ClassTable& names, bool json);

@@ -1,4 +1,6 @@
+#include "terminal/ClassesFile.h"
 #include "terminal/Commit.h"
+#include "viewer/display/Palettes.h"
 #include "viewer/picture/PictureView.h"
 #include "viewer/picture/Render.h"
 #include "viewer/scene/Options.h"
@@ -70,6 +72,10 @@ Status run(osg::ArgumentParser& arguments)
         if (const std::string warning = warnOfCache(options.inputs[i], stores[i]); !warning.empty())
             options.warnings.push_back(warning);
     }
+    ChosenClasses classes;
+    if (Status status = chooseClasses(options.classesFile, stores, classes); !status) return status;
+    if (!classes.warning.empty()) options.warnings.push_back(classes.warning);
+    setClassTable(classes.table);
     for (const std::string& warning : options.warnings)
         std::fprintf(stderr, "brxview: %s\n", warning.c_str());
     Scene scene;

@@ -1,15 +1,27 @@
 #pragma once
 
+#include <VelBrx/ClassTable.h>
+
 #include <osg/Vec4f>
 
 #include <string>
 #include <vector>
 
-/// Colours of the classes 0 to 255 of the LAS standard, opaque.
+/// \name The classes' names and colours that the program shows
+/// One table for the process, the standard's at first. It is set on the thread that changes the scene, while
+/// no other asks for any of these.
+/// @{
+const VelBrx::ClassTable& classTable();
+
+/// Colours that were applied to clouds before stay: see `Scene::setClassTable`.
+void setClassTable(const VelBrx::ClassTable& table);
+
+/// Colours of the classes 0 to 255, opaque.
 const std::vector<osg::Vec4f>& classColors();
 
-/// A class as people read it: its code and, where the LAS 1.4 standard has one, its name.
+/// A class as people read it: its code and, where it has one, its name.
 std::string classText(unsigned code);
+/// @}
 
 /// The colour of the n-th of several things that have no order, such as flight lines: neighbours are told
 /// apart, and no two of the first few hundred are the same.

@@ -182,6 +182,10 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         options.store = text;
         return !text.empty();
     };
+    const auto classesFile = [&](const std::string& text) {
+        options.classesFile = text;
+        return !text.empty();
+    };
     options.force = arguments.read("--force");
     options.editAnyway = arguments.read("--edit-anyway");
     options.edl = arguments.read("--edl");
@@ -197,6 +201,7 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     if (status) status = takeOption(arguments, "--normals", "the name of a file", normals);
     if (status) status = takeOption(arguments, "--store", "the name of a file", store);
     if (status) status = takeOption(arguments, "--author", "a name", author);
+    if (status) status = takeOption(arguments, "--classes-file", "the name of a file", classesFile);
     const auto light = [&](const std::string& text) { return parseLight(text, options.light); };
     if (status) status = takeOption(arguments, "--light", "eye, off or AZIMUTH,HEIGHT", light);
     if (status) {
@@ -267,6 +272,9 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption("--normals FILE",
                                "Normals of the store's points. Default: STORE.normals where there is "
                                "one.");
+    usage.addCommandLineOption("--classes-file FILE",
+                               "Names and colours of the classes, a JSON file. Default: classes.json beside "
+                               "the store, the user's, or the standard's. See docs/classes.md.");
     usage.addCommandLineOption("--store FILE.brx",
                                "Where the store of a LAS or LAZ file is, or is to be built. Default: beside "
                                "it, in the cache where that folder cannot be written.");

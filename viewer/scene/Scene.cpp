@@ -159,6 +159,12 @@ void Scene::followEdits()
     if (_mode == ColorMode::CHANGED) setColorMode(_mode, _changedBy);
 }
 
+void Scene::setClassTable(const VelBrx::ClassTable& table)
+{
+    ::setClassTable(table);
+    setColorMode(_mode, _changedBy);
+}
+
 ColorMode Scene::modeOf(const Cloud& cloud) const
 {
     return _mode == ColorMode::AUTOMATIC ? Coloring::automatic(cloud.statistics) : _mode;

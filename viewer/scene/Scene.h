@@ -4,6 +4,7 @@
 #include "viewer/display/ColorMode.h"
 #include "viewer/scene/Options.h"
 
+#include <VelBrx/ClassTable.h>
 #include <VelBrx/FileIdentity.h>
 #include <VelBrx/Status.h>
 #include <VelBrx/StoreStatistics.h>
@@ -64,6 +65,9 @@ public:
 
     /// Points have this class now: legends from now on list it.
     void noteClass(uint8_t code);
+
+    /// The classes have these names and colours now, in the picture as in every text.
+    void setClassTable(const VelBrx::ClassTable& table);
 
     /// What the colours of the current mode mean.
     Legend legend() const;
