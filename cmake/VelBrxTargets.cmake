@@ -104,7 +104,7 @@ function(velbrx_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE velbrx_options ${ARG_DEPENDS} GTest::gtest_main)
   target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O1>)
-  if(CMAKE_CURRENT_SOURCE_DIR MATCHES "/tests/(store|tools)")
+  if(CMAKE_CURRENT_SOURCE_DIR MATCHES "/tests/(store|tools|crs)")
     velbrx_share_precompiled(${name} FROM velbrx_store_test_headers
       HEADERS ${velbrx_std_headers} <gtest/gtest.h> DEPENDS GTest::gtest)
   else()

@@ -3,8 +3,8 @@
 #include "store/PointTally.h"
 #include "store/io/ByteIo.h"
 #include "store/io/ParallelRun.h"
-#include "store/las/GeoKeys.h"
 #include "store/las/PointSource.h"
+#include "store/las/Projection.h"
 #include "store/las/RecordFormat.h"
 
 #include <algorithm>
@@ -16,9 +16,6 @@ namespace VelBrx {
 
 namespace {
 
-constexpr char kProjection[] = "LASF_Projection";
-constexpr uint16_t kWktId = 2112;
-constexpr uint16_t kGeoKeysId = 34735;
 constexpr char kSpec[] = "LASF_Spec";
 constexpr uint16_t kExtraBytesId = 4;
 
@@ -48,13 +45,6 @@ const std::vector<uint8_t>* findRecord(const LasFile& file, const char* userId, 
         for (const LasVlr& vlr : *records)
             if (vlr.userId == userId && vlr.recordId == recordId && !vlr.data.empty()) return &vlr.data;
     return nullptr;
-}
-
-std::string coordinateSystemOf(const LasFile& file)
-{
-    if (const auto* wkt = findRecord(file, kProjection, kWktId)) return textOf(wkt->data(), wkt->size());
-    const auto* const keys = findRecord(file, kProjection, kGeoKeysId);
-    return keys ? epsgOfGeoKeys(keys->data(), keys->size()) : std::string();
 }
 
 /// Of the numbers 1 to 10, then of pairs and triples of them.
@@ -94,7 +84,8 @@ LasInfo headOf(const LasFile& file)
         textOf(reinterpret_cast<const uint8_t*>(file.systemIdentifier), sizeof file.systemIdentifier);
     info.creationDay = file.creationDay;
     info.creationYear = file.creationYear;
-    info.coordinateSystem = coordinateSystemOf(file);
+    info.projection = projectionOf(file);
+    info.coordinateSystem = systemOf(info.projection);
     std::copy_n(file.scale, 3, info.scale.begin());
     std::copy_n(file.offset, 3, info.offset.begin());
     for (const auto* const records : {&file.vlrs, &file.evlrs})

@@ -3,7 +3,7 @@
 #include "store/CellIdentifiers.h"
 #include "store/io/ByteIo.h"
 #include "store/io/Crc32c.h"
-#include "store/las/GeoKeys.h"
+#include "store/las/Projection.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,10 +16,6 @@ namespace VelBrx {
 namespace {
 
 using namespace LasLayout;
-
-constexpr char kProjectionUserId[] = "LASF_Projection";
-constexpr uint16_t kWktRecordId = 2112;
-constexpr uint16_t kGeoKeysRecordId = 34735;
 
 Status notAStore(const std::string& what)
 {
@@ -43,11 +39,10 @@ bool hasUserId(const uint8_t* recordHeader, const char* userId)
 }
 
 /// Walks the VLRs in `bytes`, the file up to its first point, for the coordinate system.
-Status readVlrs(const std::vector<uint8_t>& bytes, std::string& coordinateSystem)
+Status readVlrs(const std::vector<uint8_t>& bytes, ProjectionRecords& projection)
 {
     const uint32_t count = loadLe<uint32_t>(bytes.data() + kVlrCount);
     size_t position = kHeaderSize;
-    std::string epsg;
     for (uint32_t i = 0; i < count; ++i) {
         if (bytes.size() - position < kVlrHeaderSize) return damaged("a VLR reaches into the points");
         const uint8_t* const record = bytes.data() + position;
@@ -55,12 +50,10 @@ Status readVlrs(const std::vector<uint8_t>& bytes, std::string& coordinateSystem
         position += kVlrHeaderSize;
         if (bytes.size() - position < length) return damaged("a VLR reaches into the points");
         position += length;
-        if (!hasUserId(record, kProjectionUserId)) continue;
-        const uint16_t id = loadLe<uint16_t>(record + kVlrRecordId);
-        if (id == kWktRecordId) coordinateSystem = text(record + kVlrHeaderSize, length);
-        if (id == kGeoKeysRecordId) epsg = epsgOfGeoKeys(record + kVlrHeaderSize, length);
+        if (hasUserId(record, kProjectionUserId))
+            addProjectionRecord(loadLe<uint16_t>(record + kVlrRecordId), record + kVlrHeaderSize, length,
+                                projection);
     }
-    if (coordinateSystem.empty()) coordinateSystem = epsg;
     return {};
 }
 
@@ -128,7 +121,7 @@ Status readHeader(const FileReader& file, StoreHead& head, std::vector<uint8_t>&
     bytes.resize(static_cast<size_t>(start));
     if (!file.read(0, bytes.data(), bytes.size())) return damaged("cannot be read up to its points");
     head.headerChecksum = crc32c(bytes.data(), bytes.size());
-    return readVlrs(bytes, header.coordinateSystem);
+    return readVlrs(bytes, header.projection);
 }
 
 StoreRecord* recordSlot(StoreHead& head, uint16_t recordId)
@@ -149,10 +142,10 @@ StoreRecord* recordSlot(StoreHead& head, uint16_t recordId)
 Status noteEvlr(const FileReader& file, const uint8_t* bytes, const StoreRecord& record, StoreHead& head)
 {
     const uint16_t id = loadLe<uint16_t>(bytes + kVlrRecordId);
-    if (hasUserId(bytes, kProjectionUserId) && id == kWktRecordId && record.length <= kMaxHeadSize) {
+    if (hasUserId(bytes, kProjectionUserId) && id == kWktId && record.length <= kMaxHeadSize) {
         std::vector<uint8_t> wkt(static_cast<size_t>(record.length));
         if (!file.read(record.start, wkt.data(), wkt.size())) return damaged("cannot be read to its end");
-        head.header.coordinateSystem = text(wkt.data(), wkt.size());
+        addProjectionRecord(id, wkt.data(), wkt.size(), head.header.projection);
     }
     StoreRecord* const slot = hasUserId(bytes, kStoreUserId) ? recordSlot(head, id) : nullptr;
     if (!slot) return {};
@@ -192,7 +185,9 @@ Status readStoreHead(const FileReader& file, StoreHead& head)
 {
     std::vector<uint8_t> bytes;
     if (Status header = readHeader(file, head, bytes); !header) return header;
-    return readEvlrs(file, bytes, head);
+    if (Status evlrs = readEvlrs(file, bytes, head); !evlrs) return evlrs;
+    head.header.coordinateSystem = systemOf(head.header.projection);
+    return {};
 }
 
 Status readIndexBytes(const FileReader& file, const StoreHead& head, std::vector<uint8_t>& bytes)

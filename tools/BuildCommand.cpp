@@ -1,5 +1,6 @@
 #include "tools/Command.h"
 
+#include "crs/CoordinateSystem.h"
 #include "terminal/Text.h"
 #include "tools/Talk.h"
 #include "tools/Watch.h"
@@ -41,6 +42,17 @@ void tell(const VelBrx::BuildOptions& options, const VelBrx::BuildReport& report
                                << (report.kept.edits == 1 ? " edit" : " edits") << " kept\n";
 }
 
+/// The store is to state the system with this code.
+void stateSystem(const std::string& code, VelBrx::BuildOptions& build)
+{
+    std::optional<CoordinateSystem> system;
+    if (const VelBrx::Status found = CoordinateSystem::find(code, system); !found)
+        throw CommandError("--crs: " + found.message());
+    build.coordinateSystem = system->wkt();
+    if (build.coordinateSystem.empty())
+        throw CommandError("--crs: " + code + ": cannot be told in the WKT of LAS files; give another code");
+}
+
 void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -74,6 +86,7 @@ void addBuildCommand(CLI::App& app)
     struct Options
     {
         VelBrx::BuildOptions build;
+        std::string crs;
         bool normals = false;
         bool json = false;
     };
@@ -91,13 +104,21 @@ void addBuildCommand(CLI::App& app)
         ->add_flag("--keep-edits", options->build.keepEdits,
                    "with --force: do the edits of the store again in the new one, where it has their points")
         ->needs(force);
+    command
+        ->add_option("--crs", options->crs,
+                     "coordinate system of the points by its code, whatever the files state")
+        ->type_name("EPSG:CODE");
     addThreadsOption(*command, options->build.threads);
     addMemoryOption(*command, options->build.memory, "half of the machine's");
     command->add_flag("--normals", options->normals,
                       "compute the points' normals as well, as brx normals does");
     command->add_flag("--json", options->json,
                       "print a report as one JSON object, and progress as a line of JSON each");
-    command->callback([options] { runBuild(options->build, options->normals, options->json); });
+    command->callback([options] {
+        options->build.compareSystems = differenceOfSystems;
+        if (!options->crs.empty()) stateSystem(options->crs, options->build);
+        runBuild(options->build, options->normals, options->json);
+    });
     command->footer(
         "Every input point is in the store once, with all its attributes. What had to be repaired or "
         "changed is told on standard error. A failed or interrupted build leaves nothing behind. The input "

@@ -59,6 +59,7 @@ nlohmann::ordered_json infoJson(const StoreInfo& info, const PointCounts& counts
             {"scale", header.scale},
             {"offset", header.offset},
             {"coordinateSystem", header.coordinateSystem},
+            {"crs", systemJson(header.projection)},
             {"storeId", hexadecimal(header.storeId)},
             {"formatVersion", header.formatVersion},
             {"hiddenPoints", counts.hidden},
@@ -87,7 +88,7 @@ void printInfo(const std::string& path, const StoreInfo& info, const PointCounts
     printLine("hidden points", counts.hidden);
     printLine("cells", header.cellCount);
     printPlace(header);
-    printLine("coordinate system", systemText(header.coordinateSystem));
+    printLine("coordinate system", systemText(header.projection));
     printLine("store id", hexadecimal(header.storeId));
     printLine("edits", editsText(path));
     printLine("format version", header.formatVersion);

@@ -1,5 +1,6 @@
 #include "tools/InfoText.h"
 
+#include "crs/CoordinateSystem.h"
 #include "tools/Command.h"
 
 #include <VelBrx/LasInfo.h>
@@ -27,9 +28,33 @@ double density(uint64_t points, double width, double depth)
     return width > 0 && depth > 0 ? static_cast<double>(points) / (width * depth) : 0;
 }
 
-std::string systemText(const std::string& coordinateSystem)
+std::string systemText(const VelBrx::ProjectionRecords& projection)
 {
-    return coordinateSystem.empty() ? "none" : printable(coordinateSystem);
+    std::optional<CoordinateSystem> system;
+    if (const VelBrx::Status read = CoordinateSystem::read(projection, system); !read)
+        return printable(read.message());
+    return system ? printable(system->description()) : "none";
+}
+
+namespace {
+
+Json unitJson(const CoordinateSystem::Unit& unit)
+{
+    return {{"name", unit.name}, {unit.isAngle ? "radians" : "metres", unit.size}};
+}
+
+} // namespace
+
+Json systemJson(const VelBrx::ProjectionRecords& projection)
+{
+    std::optional<CoordinateSystem> system;
+    if (!CoordinateSystem::read(projection, system) || !system) return nullptr;
+    const auto& vertical = system->verticalUnit();
+    return {{"name", system->name()},
+            {"code", system->code()},
+            {"geographic", system->isGeographic()},
+            {"horizontalUnit", unitJson(system->horizontalUnit())},
+            {"verticalUnit", vertical ? unitJson(*vertical) : Json()}};
 }
 
 namespace {
@@ -73,6 +98,7 @@ Json jsonOf(const LasInfo& info)
                  {"scale", info.scale},
                  {"offset", info.offset},
                  {"coordinateSystem", info.coordinateSystem},
+                 {"crs", systemJson(info.projection)},
                  {"system", info.systemIdentifier},
                  {"created", {{"year", info.creationYear}, {"day", info.creationDay}}},
                  {"intensity", {info.minIntensity, info.maxIntensity}},
@@ -114,7 +140,7 @@ void print(const LasInfo& info, const VelBrx::ClassTable& names)
     printLine("point format",
               std::to_string(info.pointFormat) + ", " + std::to_string(info.recordLength) + " bytes a point");
     printLine("points", info.pointCount);
-    printLine("coordinate system", systemText(info.coordinateSystem));
+    printLine("coordinate system", systemText(info.projection));
     printLine("system", printable(info.systemIdentifier));
     printLine("created",
               "day " + std::to_string(info.creationDay) + " of " + std::to_string(info.creationYear));

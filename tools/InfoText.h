@@ -3,6 +3,8 @@
 #include "terminal/Text.h"
 
 #include <VelBrx/ClassTable.h>
+#include <VelBrx/ProjectionRecords.h>
+#include <nlohmann/json_fwd.hpp>
 
 #include <array>
 #include <cstddef>
@@ -58,7 +60,11 @@ void printClasses(const std::array<uint64_t, 256>& counts, const VelBrx::ClassTa
 /// Points for each square unit of the bounds.
 double density(uint64_t points, double width, double depth);
 
-std::string systemText(const std::string& coordinateSystem);
+/// The coordinate system with its code and units, "none", or why it cannot be known.
+std::string systemText(const VelBrx::ProjectionRecords& projection);
+
+/// The same for programs; null where there is none that can be known.
+nlohmann::ordered_json systemJson(const VelBrx::ProjectionRecords& projection);
 /// @}
 
 /// What `brx info` tells of a LAS, LAZ or COPC file; throws a CommandError.

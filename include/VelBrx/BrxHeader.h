@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VelBrx/ProjectionRecords.h>
+
 #include <cstdint>
 #include <string>
 
@@ -22,7 +24,8 @@ struct BrxHeader
     double offset[3] = {0, 0, 0};
     double min[3] = {0, 0, 0}; ///< smallest coordinates of the points, file units
     double max[3] = {0, 0, 0};
-    std::string coordinateSystem;     ///< OGC WKT, empty when the store has none
+    std::string coordinateSystem;     ///< OGC WKT, or "EPSG:" and a code; empty where the store tells neither
+    ProjectionRecords projection;     ///< all that the store says of it
     uint64_t pointsByReturn[15] = {}; ///< points with return number 1 to 15
 };
 

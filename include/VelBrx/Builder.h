@@ -3,6 +3,7 @@
 #include <VelBrx/BuildProgress.h>
 #include <VelBrx/Export.h>
 #include <VelBrx/KeptEdits.h>
+#include <VelBrx/ProjectionRecords.h>
 #include <VelBrx/Status.h>
 
 #include <atomic>
@@ -24,6 +25,13 @@ struct BuildOptions
     unsigned threads = 0;     ///< 0: all processors
     uint64_t memory = 0;      ///< bytes that the build may use, at least 128 MiB; 0: half of the machine's
     uint64_t chunkPoints = 0; ///< points that are sorted together at most; 0: what suits memory and caches
+    /// Of two inputs that state their coordinate systems in different words: empty where these are one
+    /// system, otherwise what differs, for people. Unset: they differ. Called on the thread that called
+    /// `buildStore`.
+    std::function<std::string(const ProjectionRecords&, const ProjectionRecords&)> compareSystems;
+    std::string
+        coordinateSystem; ///< OGC WKT that the store states, whatever the inputs do; empty: as they do
+
     /// Identity of the store; 0 draws a random one. Two builds of the same input with the same identity give
     /// the same bytes.
     uint64_t storeId = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/Export.h>
+#include <VelBrx/ProjectionRecords.h>
 #include <VelBrx/Status.h>
 
 #include <array>
@@ -36,6 +37,7 @@ struct LasInfo
     unsigned creationDay = 0; ///< of the year
     unsigned creationYear = 0;
     std::string coordinateSystem; ///< OGC WKT, or "EPSG:" and a code; empty where the file tells neither
+    ProjectionRecords projection; ///< all that the file says of it
     std::array<double, 3> scale{};
     std::array<double, 3> offset{};
     std::vector<Record> records;

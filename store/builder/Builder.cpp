@@ -196,7 +196,7 @@ Status build(const BuildOptions& options, BuildReport& report)
     SourceSet sources;
     if (Status status = sources.open(options.inputs); !status) return status;
     std::vector<std::string> notes;
-    if (Status status = checkCompatible(sources.files(), notes); !status) return status;
+    if (Status status = checkCompatible(sources.files(), options, notes); !status) return status;
     BuildMemory memory;
     if (Status status = BuildMemory::plan(options, sources.pointCount(), memory); !status) return status;
     ParallelRun run(memory.threads, options.progress, options.cancel);
@@ -224,7 +224,8 @@ Status build(const BuildOptions& options, BuildReport& report)
     if (Status status = checkCells(cells.all(), options.output); !status) return status;
 
     run.begin("writing");
-    StoreWriter writer({sources, grid, statistics, plan->chunks(), cells, places, spool, gate});
+    StoreWriter writer(
+        {sources, grid, statistics, plan->chunks(), cells, places, spool, gate, options.coordinateSystem});
     if (Status status = writer.plan(options.storeId ? options.storeId : randomStoreId()); !status)
         return status;
     OutputFile file;

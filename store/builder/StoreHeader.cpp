@@ -2,6 +2,7 @@
 
 #include "store/io/ByteIo.h"
 #include "store/las/LasLayout.h"
+#include "store/las/Projection.h"
 #include "store/las/VlrHeader.h"
 
 #include <algorithm>
@@ -13,52 +14,28 @@ using namespace LasLayout;
 
 namespace {
 
-constexpr char kProjection[] = "LASF_Projection";
-constexpr uint16_t kWktId = 2112;
-constexpr uint16_t kMathTransformWktId = 2111;
-constexpr uint16_t kGeoKeysId = 34735;
-constexpr uint16_t kGeoDoublesId = 34736;
-constexpr uint16_t kGeoTextId = 34737;
 constexpr uint16_t kExtraBytesId = 4;
 constexpr uint16_t kFirstWaveformDescriptorId = 100;
 constexpr uint16_t kLastWaveformDescriptorId = 354;
 constexpr size_t kMaxVlrLength = 65535;
 
-/// A text or key record without the NULs that some writers add.
-std::vector<uint8_t> trimmed(std::vector<uint8_t> data)
+/// Whether a VLR is a projection record that holds something.
+bool isProjection(const LasVlr& vlr)
 {
-    while (!data.empty() && data.back() == 0)
-        data.pop_back();
-    return data;
+    return vlr.userId == kProjectionUserId &&
+           std::any_of(vlr.data.begin(), vlr.data.end(), [](uint8_t byte) { return byte != 0; });
 }
 
-/// The payload of a projection record, wherever the file keeps it; empty when it has none.
-std::vector<uint8_t> projectionRecord(const LasFile& file, uint16_t id)
+/// What two files that state a coordinate system differ in, "is not that of there.las"; empty where it is
+/// the same.
+std::string difference(const LasFile& known, const LasFile& file, const BuildOptions& options)
 {
-    for (const std::vector<LasVlr>* list : {&file.vlrs, &file.evlrs})
-        for (const LasVlr& vlr : *list)
-            if (vlr.userId == kProjection && vlr.recordId == id) return trimmed(vlr.data);
-    return {};
-}
-
-bool hasWkt(const LasFile& file)
-{
-    return !projectionRecord(file, kWktId).empty();
-}
-
-bool hasGeoKeys(const LasFile& file)
-{
-    return !projectionRecord(file, kGeoKeysId).empty();
-}
-
-/// Both files have a coordinate system.
-bool haveSameSystem(const LasFile& a, const LasFile& b)
-{
-    if (hasWkt(a) && hasWkt(b)) return projectionRecord(a, kWktId) == projectionRecord(b, kWktId);
-    if (!hasGeoKeys(a) || !hasGeoKeys(b)) return false;
-    for (uint16_t id : {kGeoKeysId, kGeoDoublesId, kGeoTextId})
-        if (projectionRecord(a, id) != projectionRecord(b, id)) return false;
-    return true;
+    const ProjectionRecords a = projectionOf(known);
+    const ProjectionRecords b = projectionOf(file);
+    if (areSameWords(a, b)) return {};
+    if (!options.compareSystems) return "is not that of " + known.path;
+    const std::string differs = options.compareSystems(a, b);
+    return differs.empty() ? differs : "is not that of " + known.path + ": " + differs;
 }
 
 /// Whether a VLR stays true of the store's records.
@@ -70,23 +47,42 @@ bool isKept(const LasVlr& vlr)
            !(vlr.recordId >= kFirstWaveformDescriptorId && vlr.recordId <= kLastWaveformDescriptorId);
 }
 
-/// The store's VLRs: the first source's, and its coordinate system where an EVLR holds it.
-std::vector<LasVlr> keptVlrs(const std::vector<const LasFile*>& sources)
+/// Some writers repeat the WKT in a record of their own.
+bool statesSystem(const LasVlr& vlr)
+{
+    return vlr.userId == kProjectionUserId || (vlr.userId == "liblas" && vlr.recordId == kWktId);
+}
+
+/// A VLR that states the coordinate system in OGC WKT.
+LasVlr wktVlr(const std::string& wkt)
+{
+    LasVlr vlr;
+    const std::vector<uint8_t> head = makeVlr(kProjectionUserId, kWktId, "OGC coordinate system WKT", 0);
+    std::copy(head.begin(), head.end(), vlr.head.begin());
+    vlr.userId = kProjectionUserId;
+    vlr.recordId = kWktId;
+    vlr.data.assign(wkt.begin(), wkt.end());
+    vlr.data.push_back(0);
+    return vlr;
+}
+
+/// The store's VLRs: the first source's, and its coordinate system where an EVLR holds it, or else the one
+/// that is `given`.
+std::vector<LasVlr> keptVlrs(const std::vector<const LasFile*>& sources, const std::string& given)
 {
     std::vector<LasVlr> kept;
     for (const LasVlr& vlr : sources.front()->vlrs)
-        if (isKept(vlr)) kept.push_back(vlr);
+        if (isKept(vlr) && (given.empty() || !statesSystem(vlr))) kept.push_back(vlr);
+    if (!given.empty()) {
+        kept.push_back(wktVlr(given));
+        return kept;
+    }
     // The first file may be the one without a coordinate system.
     for (const LasFile* file : sources) {
-        const bool isKnown = std::any_of(kept.begin(), kept.end(), [](const LasVlr& vlr) {
-            return vlr.userId == kProjection && !trimmed(vlr.data).empty();
-        });
-        if (isKnown) break;
+        if (std::any_of(kept.begin(), kept.end(), isProjection)) break;
         for (const std::vector<LasVlr>* list : {&file->vlrs, &file->evlrs})
             for (const LasVlr& vlr : *list)
-                if (vlr.userId == kProjection && !trimmed(vlr.data).empty() &&
-                    vlr.data.size() <= kMaxVlrLength)
-                    kept.push_back(vlr);
+                if (isProjection(vlr) && vlr.data.size() <= kMaxVlrLength) kept.push_back(vlr);
     }
     return kept;
 }
@@ -106,8 +102,7 @@ uint16_t globalEncoding(const std::vector<const LasFile*>& sources, const std::v
                     [](const LasFile* file) { return file->globalEncoding & kSyntheticReturnsBit; }))
         encoding |= kSyntheticReturnsBit;
     for (const LasVlr& vlr : vlrs)
-        if (vlr.userId == kProjection && (vlr.recordId == kWktId || vlr.recordId == kMathTransformWktId) &&
-            !trimmed(vlr.data).empty())
+        if (isProjection(vlr) && (vlr.recordId == kWktId || vlr.recordId == kMathTransformWktId))
             encoding |= kWktBit;
     return encoding;
 }
@@ -126,22 +121,54 @@ void storeNumbers(const StoreHeaderContent& content, uint8_t* header)
         storeLe<uint64_t>(header + kPointsByReturn + 8 * i, content.statistics.pointsByReturn[i + 1]);
 }
 
-} // namespace
+/// Notes how many inputs state another system than the one that is given.
+void noteReplaced(const std::vector<const LasFile*>& sources, const BuildOptions& options,
+                  std::vector<std::string>& notes)
+{
+    ProjectionRecords given;
+    given.wkt = options.coordinateSystem;
+    const auto others = std::count_if(sources.begin(), sources.end(), [&](const LasFile* file) {
+        const ProjectionRecords stated = projectionOf(*file);
+        return !stated.isEmpty() && !areSameWords(given, stated) &&
+               (!options.compareSystems || !options.compareSystems(given, stated).empty());
+    });
+    if (others > 0)
+        notes.push_back(options.output + ": states the coordinate system that was given; " +
+                        std::to_string(others) + " of " + std::to_string(sources.size()) +
+                        " inputs state another one");
+}
 
-Status checkCompatible(const std::vector<const LasFile*>& sources, std::vector<std::string>& notes)
+Status checkSystems(const std::vector<const LasFile*>& sources, const BuildOptions& options,
+                    std::vector<std::string>& notes)
 {
     const LasFile* known = nullptr;
     for (const LasFile* file : sources)
-        if (!known && (hasWkt(*file) || hasGeoKeys(*file))) known = file;
+        if (!known && !projectionOf(*file).isEmpty()) known = file;
     for (const LasFile* file : sources) {
         if (!known || file == known) continue;
-        if (!hasWkt(*file) && !hasGeoKeys(*file))
+        if (projectionOf(*file).isEmpty())
             notes.push_back(file->path + ": tells no coordinate system; that of " + known->path +
                             " is taken");
-        else if (!haveSameSystem(*known, *file))
-            return Status::failure(file->path + ": its coordinate system is not that of " + known->path +
-                                   "; bring the files to one system or build a store of each");
+        else if (const std::string differs = difference(*known, *file, options); !differs.empty())
+            return Status::failure(file->path + ": its coordinate system " + differs +
+                                   "; bring the files to one system, build a store of each or, where a file "
+                                   "states a wrong one, name the right one for all with --crs");
     }
+    return {};
+}
+
+} // namespace
+
+Status checkCompatible(const std::vector<const LasFile*>& sources, const BuildOptions& options,
+                       std::vector<std::string>& notes)
+{
+    if (options.coordinateSystem.size() >= kMaxVlrLength)
+        return Status::failure(options.output +
+                               ": its coordinate system is longer than a record of LAS takes");
+    if (!options.coordinateSystem.empty())
+        noteReplaced(sources, options, notes);
+    else if (Status status = checkSystems(sources, options, notes); !status)
+        return status;
     for (const LasFile* file : sources)
         if ((file->globalEncoding ^ sources.front()->globalEncoding) & kGpsStandardTimeBit)
             notes.push_back(file->path + ": counts GPS time otherwise than " + sources.front()->path +
@@ -152,7 +179,7 @@ Status checkCompatible(const std::vector<const LasFile*>& sources, std::vector<s
 std::vector<uint8_t> makeStoreHeader(const StoreHeaderContent& content)
 {
     const LasFile& first = *content.sources.front();
-    const std::vector<LasVlr> vlrs = keptVlrs(content.sources);
+    const std::vector<LasVlr> vlrs = keptVlrs(content.sources, content.coordinateSystem);
     std::vector<uint8_t> bytes(kHeaderSize, 0);
     for (const LasVlr& vlr : vlrs)
         appendVlr(vlr, bytes);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VelBrx/Builder.h>
 #include <VelBrx/StoreStatistics.h>
 
 #include "store/builder/StoreGrid.h"
@@ -11,9 +12,10 @@
 
 namespace VelBrx {
 
-/// Checks that the sources can lie in one store: their coordinate systems are the same. Adds to `notes` what
-/// differs otherwise.
-Status checkCompatible(const std::vector<const LasFile*>& sources, std::vector<std::string>& notes);
+/// Checks that the sources can lie in one store: their coordinate systems are the same, or replaced. Adds to
+/// `notes` what differs otherwise.
+Status checkCompatible(const std::vector<const LasFile*>& sources, const BuildOptions& options,
+                       std::vector<std::string>& notes);
 
 /// LAS header and VLRs of a store of the checked `sources`: the VLRs of the first, less those that speak of
 /// the layout of its records.
@@ -24,6 +26,7 @@ struct StoreHeaderContent
     const StoreStatistics& statistics;
     uint64_t pointCount = 0;
     uint32_t evlrCount = 0;
+    const std::string& coordinateSystem; ///< OGC WKT in place of what the sources state; empty: as they do
 };
 
 std::vector<uint8_t> makeStoreHeader(const StoreHeaderContent& content);

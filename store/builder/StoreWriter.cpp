@@ -35,8 +35,8 @@ std::string nameOf(const std::string& path)
 Status StoreWriter::plan(uint64_t storeId)
 {
     const std::vector<const LasFile*> files = _content.sources.files();
-    _header = makeStoreHeader(
-        {files, _content.grid, _content.statistics, _content.sources.pointCount(), kRecordCount});
+    _header = makeStoreHeader({files, _content.grid, _content.statistics, _content.sources.pointCount(),
+                               kRecordCount, _content.coordinateSystem});
     if (_header.size() > static_cast<size_t>(kMaxHeadSize))
         return Status::failure(files.front()->path +
                                ": has more bytes of variable length records than a store takes");

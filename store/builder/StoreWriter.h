@@ -33,6 +33,7 @@ public:
         const GridPlaces& places;
         PointSpool& spool;
         PointGate& gate;
+        const std::string& coordinateSystem; ///< see `BuildOptions`
     };
 
     explicit StoreWriter(const Content& content) : _content(content) {}

@@ -25,6 +25,7 @@ set(layers
   "session|category cull edit loading lod osgutils store store/io store/journal"
   "registry|category loading lod osgutils render store store/normals"
   "headless|"
+  "crs|store"
   "terminal|store"
   "viewer/display|render edit store store/journal"
   "viewer/scene|viewer/display terminal headless lod loading registry render store store/io store/builder store/normals"
@@ -36,9 +37,10 @@ set(layers
   "viewer/script|terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
   "viewer|terminal viewer/display viewer/scene viewer/settings viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
-  "tools|terminal store store/io store/builder store/export store/journal store/normals store/sample")
+  "tools|terminal crs store store/io store/builder store/export store/journal store/normals store/sample")
 # These use each other's exported headers alone.
-set(exported_only category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
+set(exported_only crs>store
+  category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>session viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod

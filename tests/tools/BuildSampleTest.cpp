@@ -55,7 +55,17 @@ TEST_F(BuildSampleTest, EndsInOneLineForInputThatCannotBeUsed)
                   folder.file("text.las"));
     expectOneLine(brx({"sample", folder.file("none/sample.las"), "--points", "5"}),
                   folder.file("none/sample.las"));
+    sample();
+    for (const char* code : {"EPSG:999999", "+init=epsg:25832"})
+        expectOneLine(brx({"build", las, "-o", store, "--crs", code}), std::string("--crs: ") + code);
     EXPECT_FALSE(std::filesystem::exists(store));
+
+    ASSERT_EQ(brx({"build", las, "-o", store, "--crs", "EPSG:2992+6360", "--quiet"}).exitStatus, 0);
+    const auto told = nlohmann::json::parse(brx({"info", store, "--json"}).out).at("crs");
+    EXPECT_EQ(told.at("code"), "EPSG:2992+6360");
+    EXPECT_EQ(told.at("horizontalUnit").at("metres"), 0.3048);
+    EXPECT_NE(brx({"info", store}).out.find("(EPSG:2992+6360), foot, heights in US survey foot\n"),
+              std::string::npos);
 }
 
 TEST_F(BuildSampleTest, KeepsWithinAGivenMemory)

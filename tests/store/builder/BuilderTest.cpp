@@ -372,6 +372,38 @@ TEST_F(BuilderTest, RefusesSourcesOfTwoCoordinateSystems)
     EXPECT_TRUE(isNoted("tells no coordinate system"));
 }
 
+TEST_F(BuilderTest, TakesTheWordOfOthersForWhatCoordinateSystemsMean)
+{
+    TestLas here = randomLas(10, 100, 1);
+    here.globalEncoding = 1;
+    TestLas there = here;
+    here.vlrs = {
+        {"LASF_Projection", 34735, {1, 0, 1, 0, 0, 0, 0}}, {"liblas", 2112, {'x'}}, {"other", 5, {9}}};
+    there.vlrs = {wktVlr("PROJCS[\"there\"]")};
+    addSource(here.bytes());
+    addSource(there.bytes());
+    options.compareSystems = [](const ProjectionRecords& a, const ProjectionRecords& b) {
+        EXPECT_EQ(a.geoKeys, (std::vector<uint8_t>{1, 0, 1}));
+        return b.wkt + " instead";
+    };
+    expectFailure("source0.las: PROJCS[\"there\"] instead; ");
+    options.compareSystems = [](const ProjectionRecords&, const ProjectionRecords&) { return std::string(); };
+    expectStore();
+    EXPECT_EQ(info().header.projection.geoKeys.size(), 3u);
+
+    options.overwrite = true;
+    options.compareSystems = nullptr;
+    options.coordinateSystem = "PROJCS[\"there\"]";
+    expectStore();
+    EXPECT_TRUE(isNoted("1 of 2 inputs state another"));
+    const BrxHeader header = info().header;
+    EXPECT_EQ(header.coordinateSystem, "PROJCS[\"there\"]");
+    EXPECT_TRUE(header.projection.geoKeys.empty());
+    const std::vector<uint8_t> store = readFile(options.output);
+    EXPECT_EQ(loadLe<uint16_t>(&store[LasLayout::kGlobalEncoding]), 0x11);
+    EXPECT_EQ(loadLe<uint32_t>(&store[LasLayout::kVlrCount]), 2u) << "no record that says otherwise";
+}
+
 TEST_F(BuilderTest, LeavesNothingBehindWhenItFails)
 {
     expectFailure("no input");
