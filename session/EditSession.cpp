@@ -30,6 +30,7 @@ public:
 
     void add(OctreeInfo& octree, const EditHistory& history) VEL_EXCLUDES(_mutex);
     void remove(const OctreeInfo& octree) VEL_EXCLUDES(_mutex);
+    void setDrawn(const OctreeInfo& octree, bool drawn) VEL_EXCLUDES(_mutex);
 
     /// Begins an operation, to which `start` gives its work. False while another runs.
     bool begin() VEL_EXCLUDES(_mutex);
@@ -183,6 +184,13 @@ void EditSession::State::remove(const OctreeInfo& octree)
     JournalSteps steps = readSteps(openStores(left));
     const VelThreads::Lock lock(_mutex);
     _steps = std::move(steps);
+}
+
+void EditSession::State::setDrawn(const OctreeInfo& octree, bool drawn)
+{
+    const VelThreads::Lock lock(_mutex);
+    for (SessionCloud& cloud : _clouds)
+        if (cloud.octree == &octree) cloud.isDrawn = drawn;
 }
 
 bool EditSession::State::begin()
@@ -364,6 +372,11 @@ Status EditSession::addCloud(OctreeInfo& octree, std::string& note)
 void EditSession::removeCloud(const OctreeInfo& octree)
 {
     _state->remove(octree);
+}
+
+void EditSession::setDrawn(const OctreeInfo& octree, bool drawn)
+{
+    _state->setDrawn(octree, drawn);
 }
 
 bool EditSession::hide(const PointSelection& selection)

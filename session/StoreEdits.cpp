@@ -62,16 +62,6 @@ void check(OctreeInfo& octree, CmdResult& result)
     result.reason = opened.message();
 }
 
-std::vector<osg::ref_ptr<OctreeInfo>> openClouds(const std::vector<SessionCloud>& clouds)
-{
-    std::vector<osg::ref_ptr<OctreeInfo>> octrees;
-    for (const SessionCloud& cloud : clouds) {
-        osg::ref_ptr<OctreeInfo> octree;
-        if (cloud.octree.lock(octree) && octree->pointFile) octrees.push_back(octree);
-    }
-    return octrees;
-}
-
 /// The state that a change of a store's journal, which is open, was made on.
 uint64_t previousState(OctreeInfo& octree, uint64_t change)
 {
@@ -142,7 +132,7 @@ JournalSteps readSteps(const std::vector<SessionStore>& stores)
 
 StoreEdits::StoreEdits(const std::vector<SessionCloud>& clouds, std::string author, int64_t newestOwn,
                        EditControl& control, EditOutcome& outcome)
-    : _author(std::move(author)), _control(control), _outcome(outcome), _clouds(openClouds(clouds)),
+    : _author(std::move(author)), _control(control), _outcome(outcome), _clouds(open(clouds)),
       _stores(openStores(clouds)), _steps(readSteps(_stores)), _newestOwn(newestOwn),
       _time(std::max(_steps.newestTime(), newestOwn))
 {
@@ -208,15 +198,26 @@ void StoreEdits::mark(const PointSelection& selection, const CloudPlaces& places
     const SelectionAreas areas(selection);
     if (!areas.status) return refuse(areas.status.message());
     const auto hidden = how.ofHidden ? SelectionTest::Hidden::HIDDEN : SelectionTest::Hidden::VISIBLE;
-    mark(reach(areas, places, hidden), how, OperationText::of(op, selection));
+    mark(reach(areas, places, hidden, selection.undrawnToo), how, OperationText::of(op, selection));
 }
 
-/// The clouds that have cells in a selection.
+std::vector<StoreEdits::OpenCloud> StoreEdits::open(const std::vector<SessionCloud>& clouds)
+{
+    std::vector<OpenCloud> opened;
+    for (const SessionCloud& cloud : clouds) {
+        osg::ref_ptr<OctreeInfo> octree;
+        if (cloud.octree.lock(octree) && octree->pointFile) opened.push_back({octree, cloud.isDrawn});
+    }
+    return opened;
+}
+
+/// The clouds that have cells in a selection, among those that are drawn or, with `undrawnToo`, all.
 std::vector<StoreEdits::Target> StoreEdits::reach(const SelectionAreas& areas, const CloudPlaces& places,
-                                                  SelectionTest::Hidden hidden) const
+                                                  SelectionTest::Hidden hidden, bool undrawnToo) const
 {
     std::vector<Target> targets;
-    for (const osg::ref_ptr<OctreeInfo>& octree : _clouds) {
+    for (const auto& [octree, isDrawn] : _clouds) {
+        if (!isDrawn && !undrawnToo) continue;
         auto test = std::make_unique<SelectionTest>(areas, *octree, places.of(*octree), hidden);
         std::vector<CellData*> cells = test->cells();
         if (!cells.empty()) targets.push_back({octree, std::move(test), std::move(cells)});
@@ -263,7 +264,7 @@ void StoreEdits::classify(const PointSelection& selection, const CloudPlaces& pl
     if (!areas.status) return refuse(areas.status.message());
     options.control = &_control;
     const auto hidden = selection.undrawnToo ? SelectionTest::Hidden::ANY : SelectionTest::Hidden::VISIBLE;
-    const std::vector<Target> targets = reach(areas, places, hidden);
+    const std::vector<Target> targets = reach(areas, places, hidden, selection.undrawnToo);
     if (!options.dryRun && !checkStores(targets)) return;
     const bool isDone = edit(targets, [&](const Target& target) {
         const ClassEditOutcome done = editClasses(*target.octree, *target.test, rule, options);

@@ -33,6 +33,7 @@ struct SessionCloud
 {
     osg::observer_ptr<OctreeInfo> octree;
     uint64_t firstState = 0; ///< of its store's journal when it was added
+    bool isDrawn = true;
 };
 
 /// A store of a session's clouds while something is done with it.
@@ -100,6 +101,15 @@ private:
         std::vector<CellData*> cells;
     };
 
+    /// A cloud that is held.
+    struct OpenCloud
+    {
+        osg::ref_ptr<OctreeInfo> octree;
+        bool isDrawn;
+    };
+
+    static std::vector<OpenCloud> open(const std::vector<SessionCloud>& clouds);
+
     struct Move
     {
         OctreeInfo* octree;
@@ -116,7 +126,7 @@ private:
     void classify(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places,
                   const ClassRule& rule, ClassEditOptions options);
     std::vector<Target> reach(const SelectionAreas& areas, const CloudPlaces& places,
-                              SelectionTest::Hidden hidden) const;
+                              SelectionTest::Hidden hidden, bool undrawnToo) const;
     void mark(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places, const PointMark& how,
               const std::string& op);
     void mark(const std::vector<Target>& targets, const PointMark& how, const std::string& operation);
@@ -131,7 +141,7 @@ private:
     const std::string _author;
     EditControl& _control;
     VelOsgDBBrx::EditOutcome& _outcome;
-    const std::vector<osg::ref_ptr<OctreeInfo>> _clouds;
+    const std::vector<OpenCloud> _clouds;
     const std::vector<SessionStore> _stores;
     const JournalSteps _steps; ///< when the operation began, of `_stores`
     const int64_t _newestOwn;

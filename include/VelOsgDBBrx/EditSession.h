@@ -114,6 +114,11 @@ public:
 
     /// Its edits stay, and are no longer undone here.
     void removeCloud(const OctreeInfo& octree);
+
+    /// Whether pictures show the cloud, true at first. Edits leave a cloud alone that they do not show,
+    /// unless the selection says `undrawnToo`; undo, redo, save and reset reach it all the same. Unknown
+    /// clouds are ignored.
+    void setDrawn(const OctreeInfo& octree, bool drawn);
     /// @}
 
     /// \name Operations

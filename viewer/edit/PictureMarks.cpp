@@ -1,42 +1,72 @@
 #include "viewer/edit/PictureMarks.h"
 
 #include <VelOsgDBBrx/PointCloudHelper.h>
+#include <VelOsgDBBrx/SelectSegmentStack.h>
+
+#include <osg/Camera>
+
+#include <utility>
 
 using VelOsgDBBrx::PointCloudHelper;
+using VelOsgDBBrx::ScreenPolygon;
+using VelOsgDBBrx::ScreenSegment;
+using VelOsgDBBrx::SelectSegmentStack;
 
 namespace {
 
 constexpr int kEnhancedSize = 6;
 const osg::Vec4f kEnhancedColor(1, 1, 0, 1);
 
-} // namespace
-
-PictureMarks::PictureMarks(Scene& scene, osgViewer::Viewer& viewer) : _scene(scene)
+/// Puts polygons into a stack as if they were drawn now, each over a camera that sees as theirs did.
+void push(SelectSegmentStack& stack, osg::Camera& camera, const std::vector<ScreenPolygon>& polygons)
 {
-    for (const Scene::Cloud& cloud : scene.clouds())
-        _state.stacks.emplace_back(&viewer, cloud.node);
+    const osg::Matrixd fromWindow = osg::Matrixd::inverse(camera.getViewport()->computeWindowMatrix());
+    for (const ScreenPolygon& polygon : polygons) {
+        camera.setProjectionMatrix(polygon.vpw * fromWindow);
+        std::vector<osg::Vec2d> vertices = polygon.vertices;
+        stack.selectPushAndApply(vertices, polygon.selects);
+    }
 }
+
+} // namespace
 
 void PictureMarks::restore(const State& state)
 {
     _state = state;
-    for (State::Stack& stack : _state.stacks)
-        stack.apply();
+    markClouds();
     applyLine();
 }
 
-void PictureMarks::select(osg::Camera& camera, std::vector<osg::Vec2d> polygon, bool add)
+void PictureMarks::markClouds() const
 {
-    for (State::Stack& stack : _state.stacks) {
-        stack.setCamera(&camera);
-        stack.selectPushAndApply(polygon, add);
+    for (const Scene::Cloud& cloud : _scene.clouds())
+        markCloud(cloud);
+}
+
+void PictureMarks::markCloud(const Scene::Cloud& cloud) const
+{
+    const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
+    camera->setViewport(0, 0, 1, 1);
+    SelectSegmentStack stack(nullptr, cloud.node);
+    stack.setCamera(camera);
+    stack.clearAndApply();
+    for (const ScreenSegment& segment : _state.segments) {
+        push(stack, *camera, segment.polygons);
+        stack.selectConvertSegment(segment.hidesSelected);
     }
+    push(stack, *camera, _state.selection);
+}
+
+void PictureMarks::select(const ScreenPolygon& polygon)
+{
+    _state.selection.push_back(polygon);
+    markClouds();
 }
 
 void PictureMarks::segment(bool selectedOnly)
 {
-    for (State::Stack& stack : _state.stacks)
-        stack.selectConvertSegment(!selectedOnly);
+    _state.segments.push_back({!selectedOnly, std::exchange(_state.selection, {})});
+    markClouds();
 }
 
 void PictureMarks::setLine(const std::vector<osg::Vec2f>& outline)
@@ -45,7 +75,7 @@ void PictureMarks::setLine(const std::vector<osg::Vec2f>& outline)
     applyLine();
 }
 
-void PictureMarks::applyLine()
+void PictureMarks::applyLine() const
 {
     if (_state.line.empty())
         PointCloudHelper::clearEnhancedLine(_scene.root());
@@ -53,14 +83,7 @@ void PictureMarks::applyLine()
         PointCloudHelper::setEnhancedLine(_scene.root(), _state.line, kEnhancedColor, kEnhancedSize);
 }
 
-void PictureMarks::clear()
-{
-    for (State::Stack& stack : _state.stacks)
-        stack.clearAndApply();
-    setLine({});
-}
-
 bool PictureMarks::isEmpty() const
 {
-    return !hasSelection() && !_state.stacks.front().hasSegment() && _state.line.empty();
+    return !hasSelection() && _state.segments.empty() && _state.line.empty();
 }

@@ -3,11 +3,8 @@
 #include "viewer/scene/Scene.h"
 
 #include <VelOsgDBBrx/ScreenPolygon.h>
-#include <VelOsgDBBrx/SelectSegmentStack.h>
 
-#include <osg/Vec2d>
 #include <osg/Vec2f>
-#include <osgViewer/Viewer>
 
 #include <vector>
 
@@ -16,45 +13,36 @@
 class PictureMarks
 {
 public:
-    PictureMarks(Scene& scene, osgViewer::Viewer& viewer);
+    explicit PictureMarks(Scene& scene) : _scene(scene) {}
 
-    /// A value that `restore` goes back to.
-    class State
+    /// A value that `restore` goes back to, whichever clouds are on show by then. World coordinates.
+    struct State
     {
-        friend class PictureMarks;
-
-        /// What is restored is applied to the scene anew.
-        struct Stack : VelOsgDBBrx::SelectSegmentStack
-        {
-            using SelectSegmentStack::apply;
-            using SelectSegmentStack::SelectSegmentStack;
-        };
-
-        std::vector<Stack> stacks;    ///< of the clouds, in their order
-        std::vector<osg::Vec2f> line; ///< outline of the strip that stands out, world x and y
+        std::vector<VelOsgDBBrx::ScreenPolygon> selection;
+        std::vector<VelOsgDBBrx::ScreenSegment> segments;
+        std::vector<osg::Vec2f> line; ///< outline of the strip that stands out, x and y
     };
 
     const State& state() const { return _state; }
     void restore(const State& state);
 
-    /// Pixels, y up, of the window as the camera sees it now.
-    void select(osg::Camera& camera, std::vector<osg::Vec2d> polygon, bool add);
+    /// Marks what is marked on a cloud that came into the scene.
+    void markCloud(const Scene::Cloud& cloud) const;
+
+    void select(const VelOsgDBBrx::ScreenPolygon& polygon);
 
     /// Leaves nothing but the selection in the picture, or all but it.
     void segment(bool selectedOnly);
 
     void setLine(const std::vector<osg::Vec2f>& outline);
-    void clear();
+    void clear() { restore({}); }
 
     bool isEmpty() const;
-    bool hasSelection() const { return _state.stacks.front().hasSelection(); }
-
-    /// In world coordinates, the same for all clouds.
-    std::vector<VelOsgDBBrx::ScreenPolygon> selection() const { return _state.stacks.front().getSelection(); }
-    std::vector<VelOsgDBBrx::ScreenSegment> segments() const { return _state.stacks.front().getSegments(); }
+    bool hasSelection() const { return !_state.selection.empty(); }
 
 private:
-    void applyLine();
+    void markClouds() const;
+    void applyLine() const;
 
     Scene& _scene;
     State _state;

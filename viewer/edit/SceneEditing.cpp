@@ -3,6 +3,7 @@
 #include "viewer/edit/ScreenLine.h"
 
 #include <VelOsgDBBrx/CullCmdManager.h>
+#include <VelOsgDBBrx/EditJournalling.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/PolygonMaskTool.h>
@@ -35,21 +36,53 @@ bool showsAll(const DrawnPoints& drawn)
 } // namespace
 
 SceneEditing::SceneEditing(Scene& scene, osgViewer::Viewer& viewer, const std::string& author)
-    : _scene(scene), _sight{viewer.getCamera()}, _marks(scene, viewer), _session(author)
+    : _scene(scene), _sight{viewer.getCamera()}, _marks(scene), _session(author)
 {
     CullCmdManager::getInstance()->setPixelBufferTool(new PolygonMaskTool);
     PCViewerManager::getInstance()->registerViewer(&viewer, kViewerUid);
-    for (const Scene::Cloud& cloud : scene.clouds()) {
-        std::string note;
-        const VelBrx::Status added = _session.addCloud(*cloud.node->getOctree(), note);
-        if (!added) note = added.message();
-        if (!note.empty()) _notes.push_back(note);
-    }
+    for (const Scene::Cloud& cloud : scene.clouds())
+        takeIn(cloud);
 }
 
 SceneEditing::~SceneEditing()
 {
     PCViewerManager::getInstance()->unRegisterViewer(kViewerUid);
+}
+
+void SceneEditing::takeIn(const Scene::Cloud& cloud)
+{
+    std::string note;
+    const VelBrx::Status added = _session.addCloud(cloud.octree(), note);
+    if (!added) note = added.message();
+    if (!note.empty()) _notes.push_back(note);
+    _marks.markCloud(cloud);
+}
+
+bool SceneEditing::addClouds(std::vector<OpenedStore> stores)
+{
+    if (isBusy()) return false;
+    _notes.clear();
+    for (const uint64_t id : _scene.add(std::move(stores), _notes))
+        takeIn(*_scene.findCloud(id));
+    return true;
+}
+
+bool SceneEditing::removeCloud(uint64_t id)
+{
+    const Scene::Cloud* const cloud = _scene.findCloud(id);
+    if (isBusy() || !cloud) return false;
+    _session.removeCloud(cloud->octree());
+    EditJournalling::switchOff(cloud->octree());
+    _scene.remove(id);
+    return true;
+}
+
+void SceneEditing::setShown(uint64_t id, bool shown)
+{
+    const Scene::Cloud* const cloud = _scene.findCloud(id);
+    if (!cloud) return;
+    _session.setDrawn(cloud->octree(), shown);
+    _scene.setShown(id, shown);
 }
 
 /// Awaits what the session was asked to do, where it does it.
@@ -107,7 +140,7 @@ std::vector<osg::observer_ptr<OctreeInfo>> SceneEditing::octrees() const
 {
     std::vector<osg::observer_ptr<OctreeInfo>> octrees;
     for (const Scene::Cloud& cloud : _scene.clouds())
-        octrees.emplace_back(cloud.node->getOctree());
+        if (cloud.shown) octrees.emplace_back(&cloud.octree());
     return octrees;
 }
 
@@ -127,7 +160,7 @@ PointSelection SceneEditing::everythingDrawn() const
     if (selection.undrawnToo) return selection;
     selection.drawn.clipPlanes = clipPlanes();
     selection.drawn.shownClasses = _scene.shownClasses();
-    selection.drawn.segments = _marks.segments();
+    selection.drawn.segments = _marks.state().segments;
     return selection;
 }
 
@@ -149,7 +182,7 @@ std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelect
         selection.place = _whole.place();
         return problem;
     }
-    selection.selected = _marks.selection();
+    selection.selected = _marks.state().selection;
     return selection.selected.empty() ? kNothingSelected : "";
 }
 
@@ -188,7 +221,7 @@ bool SceneEditing::select(const Outline& polygon, bool add)
     if (problem.empty() && !add && !hasSelection()) problem = kNothingSelected;
     if (!problem.empty()) return refuse(operation, problem);
     const PictureMarks::State before = _marks.state();
-    _marks.select(*_sight.camera, _onWindow.view.turned(_onWindow.vertices), add);
+    _marks.select({_onWindow.view.turned(_onWindow.vertices), _onWindow.view.vpw, add});
     addMarkStep(operation, before);
     PointSelection under = everythingDrawn();
     under.place = _onWindow.place();
@@ -325,6 +358,6 @@ std::map<std::string, uint64_t> SceneEditing::unkeptPoints() const
 {
     std::map<std::string, uint64_t> points = unsavedPoints();
     for (const Scene::Cloud& cloud : _scene.clouds())
-        if (!cloud.node->getOctree()->isJournalTemporary) points.erase(cloud.store);
+        if (!cloud.octree().isJournalTemporary) points.erase(cloud.store);
     return points;
 }

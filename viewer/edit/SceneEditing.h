@@ -63,6 +63,22 @@ public:
     SceneEditing(const SceneEditing&) = delete;
     SceneEditing& operator=(const SceneEditing&) = delete;
 
+    /// \name Clouds that come and go
+    /// Undo and redo of the others go on.
+    /// @{
+
+    /// Shows stores and switches their journals on; `notes` is about them afterwards. False, and nothing
+    /// happens, while an operation is running.
+    bool addClouds(std::vector<OpenedStore> stores);
+
+    /// Takes a cloud out of the scene and closes its journal, which keeps what is not saved. False, and
+    /// nothing happens, while an operation is running or where there is no such cloud.
+    bool removeCloud(uint64_t id);
+
+    /// A cloud that is not shown is not edited either, but that undo and redo reach it.
+    void setShown(uint64_t id, bool shown);
+    /// @}
+
     /// Lines for people, of opening the journals: what a killed program had left, and what is wrong.
     const std::vector<std::string>& notes() const { return _notes; }
 
@@ -168,6 +184,7 @@ private:
         std::function<void(Running&)> conclude = nullptr;          ///< completes the outcome
     };
 
+    void takeIn(const Scene::Cloud& cloud);
     bool await(bool isStarted);
     Running* begin(const std::string& operation);
     bool edit(const std::string& operation, const EditPlace& place, bool outside,

@@ -53,30 +53,136 @@ void merge(VelBrx::StoreStatistics& all, const VelBrx::StoreStatistics& part)
 
 } // namespace
 
+Status openStore(const std::string& path, const std::string& normals, OpenedStore& opened, std::string& note)
+{
+    VelOsgDBBrx::OpenOptions how;
+    if (!normals.empty()) how.normals = normals;
+    VelOsgDBBrx::OpenedCloud cloud;
+    if (Status status = VelOsgDBBrx::openCloud(path, how, cloud); !status) return status;
+    if (!cloud.normals && how.normals) return cloud.normals;
+    if (!cloud.normals) note = cloud.normals.message() + "; the points are shown without normals";
+    const VelBrx::BrxHeader& header = cloud.header;
+    opened.path = path;
+    opened.bounds.set(header.min[0], header.min[1], header.min[2], header.max[0], header.max[1],
+                      header.max[2]);
+    opened.bulk = bulkOfPoints(*cloud.cloud->getOctree(), cloud.statistics.elevation);
+    opened.cloud = std::move(cloud);
+    return Status();
+}
+
 Scene::Scene()
 {
     // Keys change its state while draw threads run.
     _root->getOrCreateStateSet()->setDataVariance(osg::Object::DYNAMIC);
+    setLook(Options());
 }
 
-Status Scene::load(const std::vector<std::string>& stores, const Options& options)
+void Scene::setLook(const Options& options)
 {
-    for (const std::string& store : stores) {
-        if (const Status status = loadCloud(store, options.normals); !status) return status;
-    }
-    if (options.mode == ColorMode::RGB) tellColorless();
-    VelBrx::StoreStatistics statistics = _clouds.front().statistics;
-    std::for_each(_clouds.begin() + 1, _clouds.end(),
-                  [&](const Cloud& cloud) { merge(statistics, cloud.statistics); });
-    _coloring = Coloring(statistics, options.color);
+    _singleColor = options.color;
+    followClouds();
     setColorMode(options.mode, options.changedBy);
     setPointSize(options.pointSize > 0 ? options.pointSize : VelOsgDBBrx::DefaultDisplay::kPointSize);
     setEyeDomeLighting(options.edl);
     setShading(options.shading);
     setLight(options.light);
+}
+
+Status Scene::load(const std::vector<std::string>& stores, const Options& options)
+{
+    std::vector<std::string> notes;
+    std::vector<OpenedStore> opened(stores.size());
+    for (size_t i = 0; i < stores.size(); ++i) {
+        std::string note;
+        if (Status status = openStore(stores[i], options.normals, opened[i], note); !status) return status;
+        if (!note.empty()) notes.push_back(note);
+    }
+    add(std::move(opened), notes);
+    setLook(options);
+    for (const std::string& note : notes)
+        std::fprintf(stderr, "brxview: %s\n", note.c_str());
+    if (options.mode == ColorMode::RGB) tellColorless();
     if (const std::string text = remark(); !text.empty() && options.mode != ColorMode::RGB)
         std::fprintf(stderr, "brxview: %s\n", text.c_str());
     return Status();
+}
+
+std::vector<uint64_t> Scene::add(std::vector<OpenedStore> stores, std::vector<std::string>& notes)
+{
+    std::vector<uint64_t> ids;
+    for (OpenedStore& store : stores) {
+        const VelBrx::FileIdentity& file = store.cloud.cloud->getOctree()->pointFile->identity();
+        if (const Cloud* const shown = findShown(file)) {
+            notes.push_back(store.path + ": is the same file as " + shown->store + ", which is shown");
+            continue;
+        }
+        Cloud cloud;
+        cloud.id = ++_lastId;
+        cloud.store = store.path;
+        cloud.node = store.cloud.cloud;
+        cloud.placed = store.cloud.node;
+        cloud.points = store.cloud.header.pointCount;
+        cloud.statistics = std::move(store.cloud.statistics);
+        cloud.bounds = store.bounds;
+        cloud.bulk = store.bulk;
+        PointCloudHelper::setPointCloudId(cloud.node, cloud.id);
+        PointCloudHelper::setClipPlane(cloud.node, _clipPlanes);
+        _root->addChild(cloud.placed);
+        ids.push_back(cloud.id);
+        _clouds.push_back(std::move(cloud));
+    }
+    if (!ids.empty()) followClouds();
+    return ids;
+}
+
+void Scene::remove(uint64_t id)
+{
+    const auto cloud =
+        std::find_if(_clouds.begin(), _clouds.end(), [id](const Cloud& known) { return known.id == id; });
+    if (cloud == _clouds.end()) return;
+    if (_mode == ColorMode::CHANGED) _changed.end({cloud->node});
+    _root->removeChild(cloud->placed);
+    _clouds.erase(cloud);
+    followClouds();
+}
+
+void Scene::setShown(uint64_t id, bool shown)
+{
+    for (Cloud& cloud : _clouds) {
+        if (cloud.id != id || cloud.shown == shown) continue;
+        cloud.shown = shown;
+        cloud.placed->setNodeMask(shown ? ~0u : 0u);
+        ++_cloudsRevision;
+    }
+}
+
+const Scene::Cloud* Scene::findCloud(uint64_t id) const
+{
+    const auto cloud =
+        std::find_if(_clouds.begin(), _clouds.end(), [id](const Cloud& known) { return known.id == id; });
+    return cloud == _clouds.end() ? nullptr : &*cloud;
+}
+
+/// Bounds and colours are of the clouds that there are now.
+void Scene::followClouds()
+{
+    ++_cloudsRevision;
+    _bounds.init();
+    _boundsOfMost.init();
+    VelBrx::StoreStatistics statistics;
+    for (const Cloud& cloud : _clouds) {
+        _bounds.expandBy(cloud.bounds);
+        _boundsOfMost.expandBy(boundsOfMost(cloud.bounds, cloud.bulk));
+        if (&cloud == &_clouds.front())
+            statistics = cloud.statistics;
+        else
+            merge(statistics, cloud.statistics);
+        applyLight(*cloud.node, _light);
+    }
+    _coloring = Coloring(statistics, _singleColor);
+    for (unsigned code = 0; code < _notedClasses.size(); ++code)
+        if (_notedClasses[code]) _coloring.addClass(static_cast<uint8_t>(code));
+    setColorMode(_mode, _changedBy);
 }
 
 /// One line, however many stores are meant.
@@ -99,36 +205,9 @@ const Scene::Cloud* Scene::findShown(const VelBrx::FileIdentity& file) const
     return shown == _clouds.end() ? nullptr : &*shown;
 }
 
-Status Scene::loadCloud(const std::string& store, const std::string& normals)
-{
-    VelOsgDBBrx::OpenOptions how;
-    if (!normals.empty()) how.normals = normals;
-    VelOsgDBBrx::OpenedCloud opened;
-    if (Status status = VelOsgDBBrx::openCloud(store, how, opened); !status) return status;
-    if (!opened.normals && how.normals) return opened.normals;
-    if (!opened.normals) {
-        std::fprintf(stderr, "brxview: %s; the points are shown without normals\n",
-                     opened.normals.message().c_str());
-    }
-    if (const Cloud* const shown = findShown(opened.cloud->getOctree()->pointFile->identity())) {
-        std::fprintf(stderr, "brxview: %s: is the same file as %s, which is shown\n", store.c_str(),
-                     shown->store.c_str());
-        return Status();
-    }
-    const VelBrx::BrxHeader& header = opened.header;
-    const osg::BoundingBoxd bounds(header.min[0], header.min[1], header.min[2], header.max[0], header.max[1],
-                                   header.max[2]);
-    _bounds.expandBy(bounds);
-    _boundsOfMost.expandBy(
-        boundsOfMost(bounds, bulkOfPoints(*opened.cloud->getOctree(), opened.statistics.elevation)));
-    _root->addChild(opened.node);
-    _clouds.push_back({store, opened.cloud, opened.statistics});
-    PointCloudHelper::setPointCloudId(opened.cloud, _clouds.size());
-    return Status();
-}
-
 void Scene::noteClass(uint8_t code)
 {
+    _notedClasses.set(code);
     _coloring.addClass(code);
     ++_legendRevision;
 }
@@ -227,9 +306,9 @@ void Scene::setPointSize(int pixels)
 
 std::vector<std::string> Scene::describe(const VelOsgDBBrx::PickedPoint& point) const
 {
-    if (point.cloudId < 1 || point.cloudId > _clouds.size()) return {};
-    const Cloud& cloud = _clouds[point.cloudId - 1];
-    OctreeInfo& octree = *cloud.node->getOctree();
+    const Cloud* const cloud = findCloud(point.cloudId);
+    if (!cloud) return {};
+    OctreeInfo& octree = cloud->octree();
     const auto stored = VelOsgDBBrx::storedPoint(point, octree);
     if (!stored) return {};
     std::string position;
@@ -242,5 +321,5 @@ std::vector<std::string> Scene::describe(const VelOsgDBBrx::PickedPoint& point) 
                   classText(stored->classCode).c_str(), unsigned(stored->intensity),
                   unsigned(stored->returnNumber), unsigned(stored->numberOfReturns),
                   unsigned(stored->pointSource));
-    return {position, time, attributes, "cloud " + std::to_string(point.cloudId) + ", " + cloud.store};
+    return {position, time, attributes, "cloud " + std::to_string(point.cloudId) + ", " + cloud->store};
 }

@@ -9,6 +9,7 @@
 #include <VelBrx/Status.h>
 #include <VelBrx/StoreStatistics.h>
 #include <VelOsgDBBrx/IPointCloud.h>
+#include <VelOsgDBBrx/OpenCloud.h>
 #include <VelOsgDBBrx/PointPicker.h>
 
 #include <osg/BoundingBox>
@@ -21,28 +22,72 @@
 #include <string>
 #include <vector>
 
+/// A store that was read for the scene. It shares nothing with one: any thread may open and drop it.
+struct OpenedStore
+{
+    std::string path;
+    VelOsgDBBrx::OpenedCloud cloud;
+    osg::BoundingBoxd bounds; ///< world coordinates
+    osg::BoundingBoxd bulk;   ///< where nearly all of its points are
+};
+
+/// Opens a store; reads its index and its coarse cells. `normals`: its companion file, empty for the one
+/// beside it. A failure names the file. `note`: a line for people, or nothing. Any thread may call it.
+VelBrx::Status openStore(const std::string& path, const std::string& normals, OpenedStore& opened,
+                         std::string& note);
+
 /// The point clouds on show. World coordinates are the stores' file coordinates: every cloud stands under a
 /// translation by its offset, in double precision.
 ///
-/// Belongs to the viewer's thread: change it between frames or in the event and update traversals.
+/// Belongs to the viewer's thread: change it between frames or in the event and update traversals. Where an
+/// edit of a cloud may be running, add and remove clouds by `SceneEditing`.
 class Scene
 {
 public:
+    /// Without clouds, and with the look that a command line without options asks for.
     Scene();
 
-    /// Opens the stores. A failure names the file. Of several names of one file the first is shown, and a
-    /// line on stderr says so of the others.
+    /// How the points look, those of clouds to come too.
+    void setLook(const Options& options);
+
+    /// Opens the stores and shows them as the options say. A failure names the file. Of several names of one
+    /// file the first is shown, and a line on stderr says so of the others.
     VelBrx::Status load(const std::vector<std::string>& stores, const Options& options);
 
     /// One store on show.
     struct Cloud
     {
+        uint64_t id = 0; ///< of picks; no other cloud of the scene ever has it
         std::string store;
         osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
+        osg::ref_ptr<osg::Node> placed;     ///< the node at its place in the world
         VelBrx::StoreStatistics statistics; ///< as built
+        uint64_t points = 0;                ///< as built
+        osg::BoundingBoxd bounds;           ///< world coordinates
+        osg::BoundingBoxd bulk;             ///< where nearly all of its points are
+        bool shown = true;
+
+        OctreeInfo& octree() const { return *node->getOctree(); }
     };
 
+    /// Shows stores; the colours' scale is of all clouds from now on. A store that is shown already is left
+    /// out, and `notes` gets a line that says so. Returns the ids of the new clouds.
+    std::vector<uint64_t> add(std::vector<OpenedStore> stores, std::vector<std::string>& notes);
+
+    /// Takes a cloud out; unknown ids are ignored. Its store is closed when nobody else holds its node.
+    void remove(uint64_t id);
+
+    /// Draws the cloud, or does not. Its paging goes on as for one that is not in the picture.
+    void setShown(uint64_t id, bool shown);
+
+    /// Another number when clouds came, went, were shown or hidden.
+    unsigned cloudsRevision() const { return _cloudsRevision; }
+
+    /// In the order in which they came.
     const std::vector<Cloud>& clouds() const { return _clouds; }
+
+    /// Null for an id of none.
+    const Cloud* findCloud(uint64_t id) const;
 
     osg::Group* root() const { return _root; }
 
@@ -117,14 +162,18 @@ private:
     ColorMode modeOf(const Cloud& cloud) const;
     std::vector<VelOsgDBBrx::IPointCloud*> nodes() const;
     const Cloud* findShown(const VelBrx::FileIdentity& file) const;
-    VelBrx::Status loadCloud(const std::string& store, const std::string& normals);
+    void followClouds();
     void tellColorless() const;
 
     osg::ref_ptr<osg::Group> _root = new osg::Group;
     std::vector<Cloud> _clouds;
+    uint64_t _lastId = 0;
+    unsigned _cloudsRevision = 0;
     osg::BoundingBoxd _bounds;
     osg::BoundingBoxd _boundsOfMost;
-    Coloring _coloring; ///< one scale for all clouds
+    Coloring _coloring;                                       ///< one scale for all clouds
+    osg::Vec4f _singleColor = Coloring::defaultSingleColor(); ///< of ColorMode::SINGLE
+    std::bitset<256> _notedClasses;
     ColorMode _mode = ColorMode::AUTOMATIC;
     ChangedBy _changedBy = ChangedBy::ENTRY;
     ChangedColors _changed;
