@@ -30,6 +30,12 @@ void buildNormals(const VelBrx::BuildOptions& build, Progress::For readers)
     watch.end(VelBrx::writeNormals(options), "; the store is complete");
 }
 
+void tellBad(const VelBrx::BuildReport& report)
+{
+    for (const std::string& bad : report.badInputs)
+        std::cerr << "brx: " << printable(bad) << '\n';
+}
+
 void tell(const VelBrx::BuildOptions& options, const VelBrx::BuildReport& report, double seconds)
 {
     for (const std::string& note : report.notes)
@@ -53,6 +59,20 @@ void stateSystem(const std::string& code, VelBrx::BuildOptions& build)
         throw CommandError("--crs: " + code + ": cannot be told in the WKT of LAS files; give another code");
 }
 
+void printReport(const VelBrx::BuildOptions& options, const VelBrx::BuildReport& report, double seconds)
+{
+    nlohmann::ordered_json told = {{"store", options.output},      {"points", report.points},
+                                   {"cells", report.cells},        {"levels", report.levels},
+                                   {"seconds", seconds},           {"notes", report.notes},
+                                   {"badInputs", report.badInputs}};
+    if (options.keepEdits)
+        told["edits"] = {{"kept", report.kept.edits},
+                         {"points", report.kept.points},
+                         {"lost", report.kept.lostEdits},
+                         {"lostPoints", report.kept.lostPoints}};
+    printJson(told);
+}
+
 void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -61,22 +81,24 @@ void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
     {
         Watch watch(readers);
         watch.over(options);
-        watch.end(VelBrx::buildStore(options, report));
+        const VelBrx::Status built = VelBrx::buildStore(options, report);
+        if (!built && !options.skipBad && report.badInputs.size() > 1) {
+            watch.clear();
+            tellBad(report);
+            throw CommandError(std::to_string(report.badInputs.size()) +
+                               " inputs cannot be used; mend them, or use --skip-bad to build of the others");
+        }
+        watch.end(built);
     }
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (!json) tell(options, report, seconds);
     if (withNormals) buildNormals(options, readers);
-    if (!json) return;
-    nlohmann::ordered_json told = {{"store", options.output}, {"points", report.points},
-                                   {"cells", report.cells},   {"levels", report.levels},
-                                   {"seconds", seconds},      {"notes", report.notes}};
-    if (options.keepEdits)
-        told["edits"] = {{"kept", report.kept.edits},
-                         {"points", report.kept.points},
-                         {"lost", report.kept.lostEdits},
-                         {"lostPoints", report.kept.lostPoints}};
-    printJson(told);
+    if (json) printReport(options, report, seconds);
+    if (report.badInputs.empty()) return;
+    if (!json) tellBad(report);
+    throw CommandError(options.output + ": was built without " + std::to_string(report.badInputs.size()) +
+                       (report.badInputs.size() == 1 ? " input that" : " inputs that") + " cannot be used");
 }
 
 } // namespace
@@ -108,6 +130,8 @@ void addBuildCommand(CLI::App& app)
         ->add_option("--crs", options->crs,
                      "coordinate system of the points by its code, whatever the files state")
         ->type_name("EPSG:CODE");
+    command->add_flag("--skip-bad", options->build.skipBad,
+                      "build of the inputs that can be read, list the others, and end with status 1");
     addThreadsOption(*command, options->build.threads);
     addMemoryOption(*command, options->build.memory, "half of the machine's");
     command->add_flag("--normals", options->normals,

@@ -30,6 +30,9 @@ public:
         options.progress = [this](const auto&... state) { this->show(state...); };
     }
 
+    /// Takes the progress away, so that lines can be printed.
+    void clear() { _progress.clear(); }
+
     /// Takes the progress away. A failure ends the command, with `hint` behind its line.
     void end(const VelBrx::Status& status, const std::string& hint = std::string());
 

@@ -21,6 +21,7 @@ struct BuildOptions
                 ///< for all files under it whose names end in .las or .laz, in the order of their paths
     std::string output;
     bool overwrite = false;   ///< replace `output` when it exists
+    bool skipBad = false;     ///< leave out inputs that cannot be read
     bool keepEdits = false;   ///< bring the edits of the store that stands there into the new one
     unsigned threads = 0;     ///< 0: all processors
     uint64_t memory = 0;      ///< bytes that the build may use, at least 128 MiB; 0: half of the machine's
@@ -44,7 +45,10 @@ struct BuildReport
     uint64_t points = 0;
     uint64_t cells = 0;
     unsigned levels = 0;
-    KeptEdits kept;                 ///< with `keepEdits`
+    KeptEdits kept; ///< with `keepEdits`
+    /// Why inputs cannot be used, one line each that names the file: of a build that failed for them, or,
+    /// with `skipBad`, those that are left out.
+    std::vector<std::string> badInputs;
     std::vector<std::string> notes; ///< what was repaired, widened or could not be kept, one line each
 };
 
@@ -54,6 +58,8 @@ struct BuildReport
 /// is built without `keepEdits`. Beside the store a build needs disk space in its folder for a temporary copy
 /// of the points. Memory and number of threads do not change the store. Any thread may call it, several at
 /// once for different outputs.
+///
+/// All inputs are tried before a build fails for some that cannot be read.
 ///
 /// With `keepEdits` the new store has the edits of the old one, in a journal of its own: also those that were
 /// undone, or not saved. Points are the same where their coordinates are, rounded to the coarser of both

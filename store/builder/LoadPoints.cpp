@@ -83,7 +83,7 @@ private:
 
 } // namespace
 
-Status loadPoints(const SourceSet& sources, const StoreGrid& grid, const ChunkPlan& plan, PointSpool& spool,
+Status loadPoints(SourceSet& sources, const StoreGrid& grid, const ChunkPlan& plan, PointSpool& spool,
                   ParallelRun& run, StoreStatistics& statistics)
 {
     const std::vector<SourceSet::Part> parts = sources.parts();
@@ -93,17 +93,20 @@ Status loadPoints(const SourceSet& sources, const StoreGrid& grid, const ChunkPl
     const Status status = run.forEach(parts.size(), [&](size_t i) {
         StatisticsCollector ofPart(sources.pointCount());
         const BuildSource& source = sources.sources()[parts[i].source];
-        Status loaded = source.points->readPart(parts[i].index, [&](const PointBatch& batch) {
-            const Status loadedBatch = loader.load(parts[i].source, batch, ofPart);
+        Status loaded;
+        const Status read = source.points->readPart(parts[i].index, [&](const PointBatch& batch) {
+            loaded = loader.load(parts[i].source, batch, ofPart);
             const Status goesOn = run.step(batch.records.size() / source.format.recordLength());
-            return loadedBatch ? goesOn : loadedBatch;
+            if (loaded) loaded = goesOn;
+            return loaded;
         });
+        if (loaded && !read) sources.noteUnreadable(parts[i].source, read);
         const std::lock_guard lock(mutex);
         all.add(ofPart);
         return loaded;
     });
     statistics = all.finish(grid);
-    return status ? spool.flush() : status;
+    return status && sources.areReadable() ? spool.flush() : status;
 }
 
 } // namespace VelBrx

@@ -67,12 +67,39 @@ Status SourceSet::open(const std::vector<std::string>& paths)
     if (paths.empty()) return Status::failure("no input file is named; name the LAS files to build from");
     std::vector<std::string> files;
     for (const std::string& path : paths)
-        if (Status status = addFiles(path, files); !status) return status;
+        if (Status status = addFiles(path, files); !status) _bad.push_back(status);
     for (const std::string& file : files)
-        if (Status status = open(file, files.size() == 1); !status) return status;
-    if (_pointCount == 0)
-        return Status::failure(files.front() + ": has no points, nor has any other input; nothing to build");
+        if (Status status = open(file, files.size() == 1); !status) _bad.push_back(status);
     return {};
+}
+
+void SourceSet::noteUnreadable(size_t source, const Status& why)
+{
+    const std::lock_guard lock(_badMutex);
+    if (_unreadable.insert(source).second) _bad.push_back(why);
+}
+
+bool SourceSet::areReadable() const
+{
+    const std::lock_guard lock(_badMutex);
+    return _unreadable.empty();
+}
+
+Status SourceSet::dropUnreadable()
+{
+    for (auto place = _unreadable.rbegin(); place != _unreadable.rend(); ++place)
+        _sources.erase(_sources.begin() + static_cast<std::ptrdiff_t>(*place));
+    _unreadable.clear();
+    _pointCount = 0;
+    for (BuildSource& source : _sources) {
+        source.firstOrdinal = _pointCount;
+        source.scan = {};
+        _pointCount += source.points->file().pointCount;
+    }
+    if (_pointCount > 0) return {};
+    if (!_bad.empty()) return _bad.front();
+    return Status::failure(_sources.front().points->file().path +
+                           ": has no points, nor has any other input; nothing to build");
 }
 
 Status SourceSet::open(const std::string& path, bool isOnly)
@@ -100,20 +127,22 @@ Status SourceSet::scan(ParallelRun& run, const BatchVisitor& visit)
     const Status status = run.forEach(all.size(), [&](size_t i) -> Status {
         BuildSource& source = _sources[all[i].source];
         RecordScan scan;
+        Status step;
         const auto use = [&](const PointBatch& batch) {
             const size_t count = batch.records.size() / source.format.recordLength();
             source.format.scan(batch.records.data(), count, scan);
             visit(all[i].source, batch);
-            return run.step(count);
+            return step = run.step(count);
         };
-        Status read = source.points->readPart(
+        const Status read = source.points->readPart(
             all[i].index, use, hasWideColors ? RecordFields::Places : RecordFields::PlacesAndColors);
         if (scan.maxColor > kMaxNarrowColor) hasWideColors = true;
         const std::lock_guard lock(mutex);
         source.scan.add(scan);
-        return read;
+        if (step && !read) noteUnreadable(all[i].source, read);
+        return step;
     });
-    if (!status) return status;
+    if (!status || !areReadable()) return status;
     for (const BuildSource& source : _sources)
         noteHeader(source);
     return {};

@@ -9,6 +9,8 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,18 +25,32 @@ struct BuildSource
     RecordScan scan;
 };
 
-/// The input files of a build in their order, and what a first reading of all their points gives.
+/// The input files of a build in their order, and what a first reading of all their points gives. Those that
+/// cannot be read are found out all, not the first alone.
 class SourceSet
 {
 public:
     /// Opens the files, files in folders too, and reads their heads.
     Status open(const std::vector<std::string>& paths);
 
+    /// Why files cannot be used, a line each, in the order in which that was found.
+    const std::vector<Status>& bad() const { return _bad; }
+
+    /// Notes that the points of a source cannot be read. Any thread.
+    void noteUnreadable(size_t source, const Status& why);
+
+    /// No source was noted so since `dropUnreadable`.
+    bool areReadable() const;
+
+    /// Takes the sources out whose points cannot be read. Fails where none is left with points.
+    Status dropUnreadable();
+
     /// Called with each batch of source records that is read, on any thread.
     using BatchVisitor = std::function<void(size_t source, const PointBatch& batch)>;
 
     /// Reads the places of all points once, and as many colours as it takes to know their width. Afterwards
-    /// `notes` says what is wrong in the headers.
+    /// `notes` says what is wrong in the headers. Succeeds too where some cannot be
+    /// read: see `areReadable`.
     Status scan(ParallelRun& run, const BatchVisitor& visit);
 
     /// Reads the places of all points once more.
@@ -70,6 +86,9 @@ private:
     void noteHeader(const BuildSource& source);
 
     std::vector<BuildSource> _sources;
+    mutable std::mutex _badMutex; ///< guards the two below while points are read
+    std::vector<Status> _bad;
+    std::set<size_t> _unreadable; ///< places in `_sources`
     uint64_t _pointCount = 0;
     std::vector<std::string> _notes;
 };

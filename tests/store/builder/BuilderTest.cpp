@@ -3,6 +3,7 @@
 #include <VelBrx/Verify.h>
 
 #include "store/io/ByteIo.h"
+#include "store/las/LasFile.h"
 #include "store/las/LasLayout.h"
 #include "tests/support/BuildStore.h"
 #include "tests/support/TempFolder.h"
@@ -215,6 +216,47 @@ TEST_F(BuilderTest, TakesFoldersOfTiles)
     options.overwrite = true;
     const Status status = buildStore(options, report);
     EXPECT_NE(status.message().find("empty: is a folder without"), std::string::npos) << status.message();
+}
+
+/// Files that do not open, one whose places are damaged and one whose times are: found out by three readings.
+TEST_F(BuilderTest, NamesEveryBadInputAndBuildsOfTheOthersWhereThatIsWanted)
+{
+    addSource(randomLas(5000, 100000, 1).bytes());
+    const TempFolder other;
+    buildStoreOf(options.inputs.front(), other.file("whole.brx"));
+    ExportOptions whole;
+    whole.store = other.file("whole.brx");
+    whole.output = other.file("whole.laz");
+    ExportReport exported;
+    ASSERT_TRUE(exportLas(whole, exported));
+    const std::vector<uint8_t> good = readFile(whole.output);
+    LasFile file;
+    ASSERT_TRUE(readLasFile(whole.output, file));
+    const auto damaged = [&](const char* name, double from, double to) {
+        std::vector<uint8_t> bytes = good;
+        const auto at = [&](double part) {
+            const auto length = static_cast<double>(file.pointDataEnd() - file.pointDataStart);
+            return bytes.begin() + static_cast<std::ptrdiff_t>(double(file.pointDataStart) + part * length);
+        };
+        std::fill(at(from), at(to), 0xff);
+        options.inputs.push_back(folder.write(name, bytes));
+    };
+    damaged("places.laz", 0.02, 0.1);
+    damaged("times.laz", 0.6, 0.99);
+    options.inputs.push_back(folder.file("missing.las"));
+    options.inputs.push_back(folder.write("text.las", {'L', 'A', 'S', '?'}));
+
+    const Status status = buildStore(options, report);
+    EXPECT_NE(status.message().find("missing.las: cannot be opened"), std::string::npos);
+    EXPECT_NE(status.message().find("2 more cannot be used"), std::string::npos) << status.message();
+    EXPECT_FALSE(std::filesystem::exists(options.output));
+
+    options.skipBad = true;
+    expectStore();
+    ASSERT_EQ(report.badInputs.size(), 4u);
+    const char* const names[] = {"missing.las", "text.las", "places.laz", "times.laz"};
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_NE(report.badInputs[i].find(names[i]), std::string::npos) << report.badInputs[i];
 }
 
 TEST_F(BuilderTest, TakesMoreFilesThanAProcessMayOpen)
