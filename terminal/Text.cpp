@@ -26,6 +26,18 @@ std::string grouped(uint64_t number)
     return digits;
 }
 
+std::string bytesText(uint64_t bytes)
+{
+    constexpr const char* kUnits[] = {"bytes", "kB", "MB", "GB", "TB"};
+    auto value = static_cast<double>(bytes);
+    size_t unit = 0;
+    for (; value >= 999.5 && unit + 1 < std::size(kUnits); ++unit)
+        value /= 1000;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f %s", unit > 0 && value < 9.95 ? 1 : 0, value, kUnits[unit]);
+    return text;
+}
+
 std::string coordinate(double value, double scale)
 {
     constexpr int kMostDecimals = 12;

@@ -12,6 +12,9 @@ std::string shortest(double value);
 /// A number with its thousands apart.
 std::string grouped(uint64_t number);
 
+/// A size as people read it: "23 kB", "4.7 GB"; thousands, not 1024s.
+std::string bytesText(uint64_t bytes);
+
 /// A coordinate with the decimals that one in whole steps of `scale` has, at most 12.
 std::string coordinate(double value, double scale);
 

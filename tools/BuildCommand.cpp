@@ -81,6 +81,13 @@ void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
     {
         Watch watch(readers);
         watch.over(options);
+        options.forecast = [&](const VelBrx::BuildForecast& forecast) {
+            if (json) return;
+            watch.clear();
+            unlessQuiet(std::cerr) << options.output << ": " << forecast.points
+                                   << " points to come, which take about " << bytesText(forecast.storeBytes)
+                                   << '\n';
+        };
         const VelBrx::Status built = VelBrx::buildStore(options, report);
         if (!built && !options.skipBad && report.badInputs.size() > 1) {
             watch.clear();

@@ -14,6 +14,13 @@
 
 namespace VelBrx {
 
+/// What a build will make, by the headers of its inputs.
+struct BuildForecast
+{
+    uint64_t points = 0;
+    uint64_t storeBytes = 0; ///< about
+};
+
 struct BuildOptions
 {
     std::vector<std::string>
@@ -36,6 +43,7 @@ struct BuildOptions
     /// Identity of the store; 0 draws a random one. Two builds of the same input with the same identity give
     /// the same bytes.
     uint64_t storeId = 0;
+    std::function<void(const BuildForecast&)> forecast; ///< called before points are read, as `progress` is
     std::function<void(const BuildProgress&)> progress; ///< called on the thread that called `buildStore`
     const std::atomic<bool>* cancel = nullptr; ///< set by the caller: the build ends soon and leaves nothing
 };

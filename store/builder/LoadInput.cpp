@@ -13,29 +13,37 @@ namespace {
 
 constexpr unsigned kPasses = 4; ///< points are scanned, loaded, sorted and written
 
-/// Bytes a point that store records and flags do not hold, by source.
-std::vector<uint32_t> restLengths(const SourceSet& sources, const StoreGrid& grid)
+/// Bytes a point that store records and flags do not hold, by source, as far as the formats tell.
+std::vector<uint32_t> restLengths(const SourceSet& sources)
 {
-    constexpr uint32_t kCoordinatesLength = 12;
     std::vector<uint32_t> lengths;
-    for (size_t i = 0; i < sources.sources().size(); ++i)
-        lengths.push_back((grid.isExact(i) ? 0 : kCoordinatesLength) +
-                          sources.sources()[i].format.restLength());
+    for (const BuildSource& source : sources.sources())
+        lengths.push_back(source.format.restLength());
     return lengths;
 }
 
-/// About the bytes of the store, and of the points that gather in the spool when the store is written.
-uint64_t expectedStoreSize(const SourceSet& sources, const PointSpool& spool)
+/// The same with the coordinates that are not on the grid of the store.
+std::vector<uint32_t> restLengths(const SourceSet& sources, const StoreGrid& grid)
 {
-    const uint64_t flagsClassIndex = 3;
-    const uint64_t gathered = spool.itemSize() / 10;
-    uint64_t size = sources.pointCount() * (spool.itemSize() + flagsClassIndex + gathered);
-    for (size_t i = 0; i < sources.sources().size(); ++i) {
+    constexpr uint32_t kCoordinatesLength = 12;
+    std::vector<uint32_t> lengths = restLengths(sources);
+    for (size_t i = 0; i < lengths.size(); ++i)
+        if (!grid.isExact(i)) lengths[i] += kCoordinatesLength;
+    return lengths;
+}
+
+BuildForecast forecastOf(const SourceSet& sources, const std::vector<uint32_t>& restLengths)
+{
+    const uint64_t points = sources.pointCount();
+    const uint64_t flagsAndClasses = points * 3 / 2;
+    const uint64_t index = points / 50; // or less
+    BuildForecast forecast{points, points * PointSpool::itemSize(points) + flagsAndClasses + index};
+    for (size_t i = 0; i < restLengths.size(); ++i) {
         const LasFile& file = sources.sources()[i].points->file();
-        size +=
-            file.pointCount * spool.restLength(i) + file.pointDataStart + file.fileSize - file.pointDataEnd();
+        forecast.storeBytes +=
+            file.pointCount * restLengths[i] + file.pointDataStart + file.fileSize - file.pointDataEnd();
     }
-    return size;
+    return forecast;
 }
 
 /// Whether points have the same places in both.
@@ -101,6 +109,7 @@ Status tryInput(const BuildOptions& options, LoadedInput& input)
     if (Status status = checkCompatible(sources.files(), options, input.notes); !status) return status;
     if (Status status = BuildMemory::plan(options, sources.pointCount(), input.memory); !status)
         return status;
+    if (options.forecast) options.forecast(forecastOf(sources, restLengths(sources)));
     ParallelRun& run = input.run.emplace(input.memory.threads, options.progress, options.cancel);
     run.setTotal(sources.pointCount(), kPasses);
     const Status scanned = scanSources(sources, input.memory, run, input.grid, input.plan);
@@ -108,11 +117,12 @@ Status tryInput(const BuildOptions& options, LoadedInput& input)
     if (!scanned || !sources.areReadable() || !isBuilt) return scanned;
     if (Status status = checkChunks(*input.plan, input.memory); !status) return status;
 
-    input.spool = std::make_unique<PointSpool>(sources, *input.plan, restLengths(sources, input.grid));
+    const std::vector<uint32_t> rests = restLengths(sources, input.grid);
+    input.spool = std::make_unique<PointSpool>(sources, *input.plan, rests);
     PointSpool& spool = *input.spool;
-    if (Status status =
-            OutputFile::checkSpace(options.output, spool.size() + expectedStoreSize(sources, spool));
-        !status)
+    const uint64_t gathered = sources.pointCount() * spool.itemSize() / 10; // when the store is written
+    const uint64_t store = forecastOf(sources, rests).storeBytes;
+    if (Status status = OutputFile::checkSpace(options.output, spool.size() + gathered + store); !status)
         return status;
     if (Status status = spool.create(options.output, input.memory.bufferBytes); !status) return status;
     run.begin("reading");

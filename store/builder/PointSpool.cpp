@@ -26,8 +26,7 @@ Status inputChanged()
 
 PointSpool::PointSpool(const SourceSet& sources, const ChunkPlan& plan, std::vector<uint32_t> restLengths)
     : _chunks(plan.chunks()), _restLengths(std::move(restLengths)),
-      _ordinalSize(sources.pointCount() <= std::numeric_limits<uint32_t>::max() ? 4 : 8),
-      _buffers(_chunks.size())
+      _ordinalSize(itemSize(sources.pointCount()) - kPointSize), _buffers(_chunks.size())
 {
     const uint64_t count = sources.pointCount();
     _orderStart = count * itemSize();

@@ -7,6 +7,7 @@
 #include <VelThreads/Mutex.h>
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -38,6 +39,12 @@ public:
     /// @{
     size_t ordinalSize() const { return _ordinalSize; }
     size_t itemSize() const { return LasLayout::kPointSize + _ordinalSize; }
+
+    /// The same of a build of so many points.
+    static size_t itemSize(uint64_t points)
+    {
+        return LasLayout::kPointSize + (points <= std::numeric_limits<uint32_t>::max() ? 4 : 8);
+    }
 
     /// Appends to each of `chunks` the records that belong there: record `i` has ordinal `firstOrdinal + i`
     /// and goes to `chunks[i]`.

@@ -72,11 +72,18 @@ protected:
         sources.push_back(bytes);
     }
 
-    /// Builds and checks that the store is sound and holds its sources whole.
+    /// Builds and checks that the store is sound and holds its sources whole, and that it was foretold.
     void expectStore()
     {
+        BuildForecast forecast;
+        options.forecast = [&](const BuildForecast& told) { forecast = told; };
         const Status status = buildStore(options, report);
         ASSERT_TRUE(status) << status.message();
+        EXPECT_EQ(forecast.points, report.points);
+        if (report.points >= 100000) {
+            const auto size = static_cast<double>(std::filesystem::file_size(options.output));
+            EXPECT_NEAR(static_cast<double>(forecast.storeBytes), size, 0.03 * size);
+        }
         const std::vector<std::string> problems = verifyStore(options.output);
         EXPECT_TRUE(problems.empty()) << problems[0];
         EXPECT_TRUE(sourcesOf(options.output) == sources);
