@@ -31,16 +31,18 @@ set(layers
   "viewer/scene|viewer/display terminal headless lod loading registry render store store/io store/builder store/normals"
   "viewer/edit|terminal viewer/display viewer/scene session cull edit lod render"
   "viewer/operation|terminal viewer/display viewer/scene viewer/edit"
-  "viewer/window|terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod render store"
+  "viewer/gui|"
+  "viewer/panel|terminal viewer/gui viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store"
+  "viewer/window|viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod render store"
   "viewer/settings|store"
-  "viewer/picture|viewer/display viewer/scene viewer/window headless edit lod"
+  "viewer/picture|viewer/gui viewer/display viewer/scene viewer/window headless edit lod"
   "viewer/script|terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
   "viewer|terminal viewer/display viewer/scene viewer/settings viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
   "tools|terminal crs store store/io store/builder store/export store/journal store/normals store/sample")
 # These use each other's exported headers alone.
 set(exported_only crs>store
-  category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
+  category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/panel>lod viewer/panel>render viewer/panel>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>session viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod

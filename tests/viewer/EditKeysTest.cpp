@@ -29,7 +29,6 @@ protected:
         osg::Vec3d up;
         shown.host.camera().getViewMatrixAsLookAt(eye, center, up);
         shown.host.viewer->setCameraManipulator(makeManipulators({eye, center, up}));
-        shown.host.camera().addPostDrawCallback(shown.overlay);
         session.emplace(shown.scene, *shown.host.viewer);
         keys = new EditKeys(*session, shown.scene, *shown.host.viewer, views, *shown.overlay, classes);
         help = addHandlers(*shown.host.viewer, *keys, shown.scene, views, *shown.overlay, false);

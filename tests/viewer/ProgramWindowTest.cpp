@@ -46,8 +46,8 @@ public:
         if (!survey.write(folder.file("grid.las"))) throw std::runtime_error("no survey");
         buildStoreOf(folder.file("grid.las"), store);
         if (prepare) prepare(store);
-        window.emplace(std::vector<std::string>{BRXVIEW, "--view", "top", "--window", "20", "20",
-                                                std::to_string(kWidth), std::to_string(kHeight), store},
+        window.emplace(std::vector<std::string>{BRXVIEW, "--no-panel", "--view", "top", "--window", "20",
+                                                "20", std::to_string(kWidth), std::to_string(kHeight), store},
                        folder.path().string());
     }
 

@@ -4,6 +4,7 @@
 #include "viewer/edit/ClassList.h"
 #include "viewer/edit/Outline.h"
 #include "viewer/edit/SceneEditing.h"
+#include "viewer/operation/Keys.h"
 #include "viewer/scene/CameraView.h"
 #include "viewer/scene/Scene.h"
 
@@ -120,6 +121,10 @@ struct Stage
     /// Turns the camera. An orthographic lens of height 0 shows all that there is. A window draws in
     /// perspective alone.
     std::function<void(const CameraView& view, const Lens& lens)> look;
+
+    /// Does what a person asked for with a widget, after the question that it may take, and tells them what
+    /// comes of it. Null in scripts and pictures, where nobody clicks.
+    std::function<void(const Request&)> act = nullptr;
 };
 
 /// What came of beginning an operation.
@@ -144,7 +149,7 @@ struct Key
         EDITING ///< in edit mode
     };
 
-    int key;
+    int key;           ///< as of `keyPressed`
     const char* words; ///< for the list of keys; null where it stands in a line with the key before
     When when = ALWAYS;
 
@@ -156,7 +161,7 @@ struct Key
     bool keepsShape = false; ///< a shape that was drawn stays
     const char* typed = nullptr; ///< the parameter of classes that is typed after the key
 
-    std::string name() const { return std::string(1, static_cast<char>(key)); }
+    std::string name() const { return keyName(key); }
 };
 
 /// What a user can do: by a script, by a key, by a dialog.

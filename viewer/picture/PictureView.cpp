@@ -1,6 +1,7 @@
 #include "viewer/picture/PictureView.h"
 
 #include "headless/PictureFile.h"
+#include "viewer/gui/Density.h"
 #include "viewer/window/Window.h"
 
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
@@ -72,7 +73,8 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
     osg::Camera* camera = _viewer.getCamera();
     _window->attachTo(*camera);
     setUpCamera(*camera, aspect());
-    camera->addPostDrawCallback(_overlay);
+    _gui = new Gui(*camera, unitForRows(size.height));
+    _gui->add([this] { _overlay->draw(*_gui); });
     _reader = PictureReader::attach(_viewer);
     _viewer.setSceneData(_scene.root());
     _services.emplace(_window, budget);
@@ -109,6 +111,8 @@ Status PictureView::settle(double timeoutSeconds, const std::atomic<bool>* cance
 
 Status PictureView::write(const std::string& path)
 {
+    for (int frame = 0; frame < Gui::kFramesToFit; ++frame)
+        _gui->update();
     const osg::ref_ptr<osg::Image> picture = _reader->drawFrame(_viewer);
     if (!picture) return Status::failure(path + ": the frame was not drawn");
     std::string reason;

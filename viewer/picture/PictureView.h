@@ -2,6 +2,7 @@
 
 #include "headless/EglGraphicsWindow.h"
 #include "headless/PictureReader.h"
+#include "viewer/gui/Gui.h"
 #include "viewer/scene/CameraView.h"
 #include "viewer/scene/ContextServices.h"
 #include "viewer/scene/Options.h"
@@ -65,6 +66,7 @@ private:
     const Scene& _scene;
     osg::ref_ptr<EglGraphicsWindow> _window;
     const osg::ref_ptr<Overlay> _overlay = new Overlay;
+    osg::ref_ptr<Gui> _gui;
     osg::ref_ptr<PictureReader> _reader;
     std::optional<ContextServices> _services;
 };

@@ -190,6 +190,7 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     options.editAnyway = arguments.read("--edit-anyway");
     options.edl = arguments.read("--edl");
     options.legend = !arguments.read("--no-legend");
+    options.panel = !arguments.read("--no-panel");
     Status status = takeOption(arguments, "--mode", colorModeNames(), into(options.mode));
     if (status)
         status =
@@ -211,6 +212,10 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     if (status) {
         status = takeOption(arguments, "--edl-radius", "a number of pixels above 0, up to 32",
                             upTo(options.shading.radius, kWidestEdl));
+    }
+    if (status) {
+        status = takeOption(arguments, "--ui-scale", "a number above 0, up to 8",
+                            upTo(options.uiScale, kLargestUiScale));
     }
     if (status) {
         status = takeOption(arguments, "--view", "top, north, iso, all or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
@@ -268,6 +273,10 @@ void describeOptions(osg::ApplicationUsage& usage)
         "--light LIGHT", "Light on the normals of stores that have some: eye (from where the camera stands), "
                          "off, or AZIMUTH,HEIGHT of the sun in degrees, such as 315,45. Default: eye.");
     usage.addCommandLineOption("--no-legend", "Do not explain the colours in the picture.");
+    usage.addCommandLineOption("--no-panel", "Open the window without its panel; Tab shows it.");
+    usage.addCommandLineOption("--ui-scale N",
+                               "Size of letters and buttons, 1 on a screen of 96 dots an inch. "
+                               "Default: by the density of the screen.");
     usage.addCommandLineOption("--budget N", "Largest number of points drawn, such as 20M. Default: 100M.");
     usage.addCommandLineOption("--normals FILE",
                                "Normals of the store's points. Default: STORE.normals where there is "

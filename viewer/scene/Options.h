@@ -17,6 +17,8 @@
 
 constexpr int kLargestPointSize = 64; ///< pixels
 
+constexpr double kLargestUiScale = 8;
+
 constexpr int kLargestPicture = 32768;  ///< pixels on a side
 constexpr double kLongestTimeout = 1e6; ///< seconds
 
@@ -59,6 +61,8 @@ struct Options
     EyeDomeShading shading;
     NormalLight light;
     bool legend = true;
+    bool panel = true;
+    double uiScale = 0;  ///< size of letters and widgets; 0: by the density of the screen
     std::string normals; ///< companion file of the only store
     std::string store;   ///< where the store of the only LAS or LAZ file is
     CameraView view;

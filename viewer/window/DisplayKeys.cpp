@@ -19,7 +19,7 @@ bool DisplayKeys::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAd
         _legendRevision != _stage.scene.legendRevision())
         updateLegend();
     if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
-        !press(event.getKey())) {
+        !press(keyPressed(event))) {
         return false;
     }
     action.requestRedraw();

@@ -355,6 +355,17 @@ void EditKeys::press(const PressedKey& pressed)
     }
 }
 
+void EditKeys::act(const Request& request)
+{
+    const Operation& operation = request.operation();
+    if (operation.question)
+        press({&operation, &operation.keys.front()});
+    else
+        apply(request, false);
+    show();
+    _viewer.requestRedraw();
+}
+
 void EditKeys::start(const PressedKey& pressed)
 {
     const Operation& operation = *pressed.operation;

@@ -54,6 +54,9 @@ public:
     /// The panel does not show what there is to tell: draw a frame.
     bool hasNews() const { return _session.hasOutcome() || _working != working(); }
 
+    /// Does what a person asked for with a widget, as the operation's key does it.
+    void act(const Request& request);
+
     /// What the keys act on.
     const Stage& stage() const { return _stage; }
 

@@ -1,5 +1,7 @@
 #include "viewer/window/HelpKey.h"
 
+#include "viewer/operation/Keys.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -27,10 +29,10 @@ void HelpKey::add(const KeyList& more)
 
 bool HelpKey::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
-    const int key = event.getKey();
+    const int key = keyPressed(event);
     const bool escapes = _shown && key == osgGA::GUIEventAdapter::KEY_Escape;
     if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
-        (key != 'h' && !escapes)) {
+        (key != 'h' && key != osgGA::GUIEventAdapter::KEY_F1 && !escapes)) {
         return false;
     }
     _shown = !_shown;
@@ -41,5 +43,5 @@ bool HelpKey::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapte
 
 void HelpKey::getUsage(osg::ApplicationUsage& usage) const
 {
-    usage.addKeyboardMouseBinding("h", "These keys on / off");
+    usage.addKeyboardMouseBinding("h / F1", "These keys on / off");
 }

@@ -2,17 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <backends/imgui_impl_opengl3.h>
 #include <cmath>
 #include <imgui.h>
-#include <osg/RenderInfo>
-#include <osg/Viewport>
 
 namespace {
 
-/// Letters are drawn in whole multiples of their built-in size, one more for every so many rows.
-constexpr double kRowsPerUnit = 900.0;
-constexpr float kFontSize = 13.0f;
 constexpr float kMargin = 10.0f;
 constexpr float kRampWidth = 16.0f;
 constexpr float kRampHeight = 180.0f;
@@ -20,7 +14,7 @@ constexpr ImGuiWindowFlags kPanel = ImGuiWindowFlags_NoDecoration | ImGuiWindowF
                                     ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoSavedSettings;
 
 constexpr float kPanelAlpha = 0.7f;
-constexpr float kWidestText = 0.5f;     ///< of the window; wider lines are broken
+constexpr float kWidestText = 0.5f;     ///< of the area; wider lines are broken
 constexpr float kLettersOfALine = 70;   ///< that are never broken
 constexpr float kQuestionAlpha = 0.95f; ///< of what is read rather than looked past
 const ImVec4 kTitleColor(1.0f, 0.87f, 0.25f, 1.0f);
@@ -29,15 +23,6 @@ constexpr float kOutlineWidth = 1.5f;
 constexpr float kVertexRadius = 3.0f;
 constexpr ImU32 kOutlineColor = IM_COL32(255, 221, 64, 255);
 constexpr ImU32 kOutlineShadow = IM_COL32(0, 0, 0, 160); ///< seen on light points
-
-/// Size of the window that is drawn into, pixels.
-osg::Vec2d windowSize(const osg::RenderInfo& renderInfo, const osg::Viewport& viewport)
-{
-    const osg::GraphicsContext* context = renderInfo.getState()->getGraphicsContext();
-    const osg::GraphicsContext::Traits* traits = context ? context->getTraits() : nullptr;
-    return traits ? osg::Vec2d(traits->width, traits->height)
-                  : osg::Vec2d(viewport.width(), viewport.height());
-}
 
 ImU32 toImGui(const osg::Vec4f& color)
 {
@@ -65,109 +50,33 @@ void drawKeys(const std::vector<const KeyList*>& lists)
 
 } // namespace
 
-Overlay::~Overlay()
-{
-    if (_context) ImGui::DestroyContext(_context);
-}
-
-void Overlay::setLegend(const Legend& legend)
-{
-    const VelThreads::Lock lock(_mutex);
-    _legend = legend;
-}
-
-void Overlay::setLines(const std::vector<std::string>& lines)
-{
-    const VelThreads::Lock lock(_mutex);
-    _lines = lines;
-}
-
-void Overlay::setPanel(const std::vector<std::string>& lines)
-{
-    const VelThreads::Lock lock(_mutex);
-    _panel = lines;
-}
-
-void Overlay::setQuestion(const std::vector<std::string>& lines)
-{
-    const VelThreads::Lock lock(_mutex);
-    _question = lines;
-}
-
-void Overlay::setHelp(const std::vector<KeyList>& lists)
-{
-    const VelThreads::Lock lock(_mutex);
-    _help = lists;
-}
-
 void Overlay::setOutline(const std::vector<osg::Vec2d>& vertices, bool closed)
 {
-    const VelThreads::Lock lock(_mutex);
     _outline = vertices;
     _outlineClosed = closed;
 }
 
-bool Overlay::isEmpty() const
+void Overlay::draw(const Gui& gui) const
 {
-    return _legend.title.empty() && _lines.empty() && _panel.empty() && _question.empty() && _help.empty() &&
-           _outline.empty();
+    drawOutline(gui.unit());
+    if (!_legend.title.empty()) drawLegend(gui);
+    drawText("lines", _lines, gui.area(), osg::Vec2d(0, 1), kPanelAlpha);
+    drawText("panel", _panel, gui.area(), osg::Vec2d(1, 0), kPanelAlpha);
+    if (!_help.empty()) drawHelp(gui.area());
+    drawText("question", _question, gui.area(), osg::Vec2d(0.5, 0.5), kQuestionAlpha);
 }
 
-void Overlay::operator()(osg::RenderInfo& renderInfo) const
+void Overlay::drawLegend(const Gui& gui) const
 {
-    const VelThreads::Lock lock(_mutex);
-    const osg::Viewport* viewport = renderInfo.getCurrentCamera()->getViewport();
-    if (!viewport || isEmpty()) return;
-    beginFrame(windowSize(renderInfo, *viewport));
-    drawOutline();
-    if (!_legend.title.empty()) drawLegend();
-    drawText("lines", _lines, osg::Vec2d(0, 1), kPanelAlpha);
-    drawText("panel", _panel, osg::Vec2d(1, 0), kPanelAlpha);
-    if (!_help.empty()) drawHelp();
-    drawText("question", _question, osg::Vec2d(0.5, 0.5), kQuestionAlpha);
-    ImGui::Render();
-    ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());
-}
-
-void Overlay::releaseGLObjects(osg::State*) const
-{
-    const VelThreads::Lock lock(_mutex);
-    if (!_hasGlObjects) return;
-    ImGui::SetCurrentContext(_context);
-    ImGui_ImplOpenGL3_Shutdown();
-    _hasGlObjects = false;
-}
-
-void Overlay::beginFrame(const osg::Vec2d& windowSize) const
-{
-    if (!_context) {
-        _context = ImGui::CreateContext();
-        ImGui::SetCurrentContext(_context);
-        ImGui::GetIO().IniFilename = nullptr;
-        ImGui::GetStyle().WindowRounding = 4.0f;
-        _unit = static_cast<float>(std::max(1.0, std::round(windowSize.y() / kRowsPerUnit)));
-        ImFontConfig font;
-        font.SizePixels = kFontSize * _unit;
-        ImGui::GetIO().Fonts->AddFontDefault(&font);
-    }
-    ImGui::SetCurrentContext(_context);
-    if (!_hasGlObjects) _hasGlObjects = ImGui_ImplOpenGL3_Init("#version 130");
-    ImGuiIO& io = ImGui::GetIO();
-    io.DisplaySize = ImVec2(static_cast<float>(windowSize.x()), static_cast<float>(windowSize.y()));
-    ImGui_ImplOpenGL3_NewFrame();
-    ImGui::NewFrame();
-}
-
-void Overlay::drawLegend() const
-{
-    ImGui::SetNextWindowPos(ImVec2(kMargin, kMargin));
+    const Gui::Area& area = gui.area();
+    ImGui::SetNextWindowPos(ImVec2(area.x + kMargin, area.y + kMargin));
     ImGui::SetNextWindowBgAlpha(kPanelAlpha);
     ImGui::Begin("legend", nullptr, kPanel);
     ImGui::TextUnformatted(_legend.title.c_str());
     if (!_legend.remark.empty()) ImGui::TextUnformatted(_legend.remark.c_str());
-    const float room = ImGui::GetIO().DisplaySize.y - 2 * kMargin - ImGui::GetCursorPosY();
+    const float room = area.height - 2 * kMargin - ImGui::GetCursorPosY();
     drawEntries(room);
-    if (_legend.ramp.size() > 1) drawRamp(room);
+    if (_legend.ramp.size() > 1) drawRamp(room, gui.unit());
     ImGui::End();
 }
 
@@ -190,12 +99,12 @@ void Overlay::drawEntries(float room) const
     if (shown < all) ImGui::TextUnformatted(("and " + std::to_string(all - shown) + " more").c_str());
 }
 
-void Overlay::drawRamp(float room) const
+void Overlay::drawRamp(float room, float unit) const
 {
     const ImVec2 corner = ImGui::GetCursorScreenPos();
     const float line = ImGui::GetTextLineHeight();
-    const float width = kRampWidth * _unit;
-    const float height = std::clamp(room - 2 * line, line, kRampHeight * _unit);
+    const float width = kRampWidth * unit;
+    const float height = std::clamp(room - 2 * line, line, kRampHeight * unit);
     const float top = corner.y + line / 2; // room for half of the uppermost number
     const auto row = [&](double position) { return top + height * static_cast<float>(1.0 - position); };
     ImDrawList* list = ImGui::GetWindowDrawList();
@@ -217,7 +126,7 @@ void Overlay::drawRamp(float room) const
     ImGui::Dummy(ImVec2(width + line / 2 + textWidth, height + line));
 }
 
-void Overlay::drawOutline() const
+void Overlay::drawOutline(float unit) const
 {
     if (_outline.empty()) return;
     std::vector<ImVec2> points;
@@ -226,17 +135,17 @@ void Overlay::drawOutline() const
     ImDrawList* list = ImGui::GetBackgroundDrawList();
     const int count = static_cast<int>(points.size());
     const ImDrawFlags flags = _outlineClosed ? ImDrawFlags_Closed : ImDrawFlags_None;
-    list->AddPolyline(points.data(), count, kOutlineShadow, flags, 3 * kOutlineWidth * _unit);
-    list->AddPolyline(points.data(), count, kOutlineColor, flags, kOutlineWidth * _unit);
+    list->AddPolyline(points.data(), count, kOutlineShadow, flags, 3 * kOutlineWidth * unit);
+    list->AddPolyline(points.data(), count, kOutlineColor, flags, kOutlineWidth * unit);
     for (const ImVec2& point : points)
-        list->AddCircleFilled(point, kVertexRadius * _unit, kOutlineColor);
+        list->AddCircleFilled(point, kVertexRadius * unit, kOutlineColor);
 }
 
 /// The lists one below the other, the next always in the shorter column.
-void Overlay::drawHelp() const
+void Overlay::drawHelp(const Gui::Area& area) const
 {
-    const ImVec2 window = ImGui::GetIO().DisplaySize;
-    ImGui::SetNextWindowPos(ImVec2(window.x / 2, window.y / 2), ImGuiCond_Always, ImVec2(0.5f, 0.5f));
+    ImGui::SetNextWindowPos(ImVec2(area.x + area.width / 2, area.y + area.height / 2), ImGuiCond_Always,
+                            ImVec2(0.5f, 0.5f));
     ImGui::SetNextWindowBgAlpha(kQuestionAlpha);
     ImGui::Begin("help", nullptr, kPanel);
     std::array<std::vector<const KeyList*>, 2> columns;
@@ -253,19 +162,18 @@ void Overlay::drawHelp() const
     ImGui::End();
 }
 
-/// Lines of text at a place of the window: 0 is its left or top, 1 its right or bottom.
-void Overlay::drawText(const char* name, const std::vector<std::string>& lines, const osg::Vec2d& place,
-                       float alpha) const
+/// Lines of text at a place of the area: 0 is its left or top, 1 its right or bottom.
+void Overlay::drawText(const char* name, const std::vector<std::string>& lines, const Gui::Area& area,
+                       const osg::Vec2d& place, float alpha) const
 {
     if (lines.empty()) return;
-    const ImVec2 window = ImGui::GetIO().DisplaySize;
     const ImVec2 pivot(static_cast<float>(place.x()), static_cast<float>(place.y()));
-    ImGui::SetNextWindowPos(
-        ImVec2(kMargin + pivot.x * (window.x - 2 * kMargin), kMargin + pivot.y * (window.y - 2 * kMargin)),
-        ImGuiCond_Always, pivot);
+    ImGui::SetNextWindowPos(ImVec2(area.x + kMargin + pivot.x * (area.width - 2 * kMargin),
+                                   area.y + kMargin + pivot.y * (area.height - 2 * kMargin)),
+                            ImGuiCond_Always, pivot);
     ImGui::SetNextWindowBgAlpha(alpha);
     ImGui::Begin(name, nullptr, kPanel);
-    ImGui::PushTextWrapPos(std::max(kWidestText * window.x, kLettersOfALine * ImGui::CalcTextSize("0").x));
+    ImGui::PushTextWrapPos(std::max(kWidestText * area.width, kLettersOfALine * ImGui::CalcTextSize("0").x));
     for (const std::string& line : lines) {
         if (line.rfind("! ", 0) == 0) ImGui::PushStyleColor(ImGuiCol_Text, kWarningColor);
         ImGui::TextUnformatted(line.c_str());

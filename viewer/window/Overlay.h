@@ -1,70 +1,59 @@
 #pragma once
 
 #include "viewer/display/Legend.h"
+#include "viewer/gui/Gui.h"
 #include "viewer/window/KeyList.h"
 
-#include <VelThreads/Mutex.h>
-
-#include <osg/Camera>
+#include <osg/Referenced>
 #include <osg/Vec2d>
 
 #include <string>
 #include <vector>
 
-struct ImGuiContext;
-
-/// Draws the legend, lines of text and what the user draws over the window of a camera. It is a post draw
-/// callback of that camera, so that pictures read by its final draw callbacks have it.
+/// The legend, lines of text and what the user draws, over the scene.
 ///
-/// Threads: the setters on the viewer's thread, drawing on the thread that draws.
-class Overlay : public osg::Camera::DrawCallback
+/// Threads: the viewer's.
+class Overlay : public osg::Referenced
 {
 public:
-    void setLegend(const Legend& legend);
+    void setLegend(const Legend& legend) { _legend = legend; }
 
     /// Shown at the bottom; none hides them.
-    void setLines(const std::vector<std::string>& lines);
+    void setLines(const std::vector<std::string>& lines) { _lines = lines; }
 
     /// Shown at the top right; none hides them. A line that begins with "! " stands out.
-    void setPanel(const std::vector<std::string>& lines);
+    void setPanel(const std::vector<std::string>& lines) { _panel = lines; }
 
     /// Shown in the middle, above everything else; none hides it.
-    void setQuestion(const std::vector<std::string>& lines);
+    void setQuestion(const std::vector<std::string>& lines) { _question = lines; }
 
     /// Shown in the middle, in two columns; none hides it.
-    void setHelp(const std::vector<KeyList>& lists);
+    void setHelp(const std::vector<KeyList>& lists) { _help = lists; }
 
-    /// What the user draws: vertices in pixels as of `Outline`, to which ImGui's are alike. None hides it.
+    /// What the user draws: vertices in pixels as of `Outline`, to which those of `Gui` are alike. None hides
+    /// it.
     void setOutline(const std::vector<osg::Vec2d>& vertices, bool closed);
 
-    void operator()(osg::RenderInfo& renderInfo) const override;
-    void releaseGLObjects(osg::State* state) const override;
+    /// A part of `gui`, which comes after those that take something of the window's area.
+    void draw(const Gui& gui) const;
 
 protected:
-    ~Overlay() override;
+    ~Overlay() override = default;
 
 private:
-    bool isEmpty() const VEL_REQUIRES(_mutex);
-    void beginFrame(const osg::Vec2d& windowSize) const VEL_REQUIRES(_mutex);
-    void drawLegend() const VEL_REQUIRES(_mutex);
-    void drawEntries(float room) const VEL_REQUIRES(_mutex);
-    void drawRamp(float room) const VEL_REQUIRES(_mutex);
-    void drawOutline() const VEL_REQUIRES(_mutex);
-    void drawHelp() const VEL_REQUIRES(_mutex);
-    void drawText(const char* name, const std::vector<std::string>& lines, const osg::Vec2d& place,
-                  float alpha) const VEL_REQUIRES(_mutex);
+    void drawLegend(const Gui& gui) const;
+    void drawEntries(float room) const;
+    void drawRamp(float room, float unit) const;
+    void drawOutline(float unit) const;
+    void drawHelp(const Gui::Area& area) const;
+    void drawText(const char* name, const std::vector<std::string>& lines, const Gui::Area& area,
+                  const osg::Vec2d& place, float alpha) const;
 
-    mutable VelThreads::Mutex _mutex;
-    Legend _legend VEL_GUARDED_BY(_mutex);
-    std::vector<std::string> _lines VEL_GUARDED_BY(_mutex);
-    std::vector<std::string> _panel VEL_GUARDED_BY(_mutex);
-    std::vector<std::string> _question VEL_GUARDED_BY(_mutex);
-    std::vector<KeyList> _help VEL_GUARDED_BY(_mutex);
-    std::vector<osg::Vec2d> _outline VEL_GUARDED_BY(_mutex);
-    bool _outlineClosed VEL_GUARDED_BY(_mutex) = false;
-    mutable ImGuiContext*
-        _context VEL_GUARDED_BY(_mutex) = nullptr; ///< made by the first frame, on the drawing thread
-    mutable bool _hasGlObjects VEL_GUARDED_BY(_mutex) = false;
-    mutable float
-        _unit VEL_GUARDED_BY(_mutex) = 1; ///< pixels of one text pixel: large pictures get large letters
+    Legend _legend;
+    std::vector<std::string> _lines;
+    std::vector<std::string> _panel;
+    std::vector<std::string> _question;
+    std::vector<KeyList> _help;
+    std::vector<osg::Vec2d> _outline;
+    bool _outlineClosed = false;
 };

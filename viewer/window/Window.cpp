@@ -3,6 +3,10 @@
 #include "terminal/EndSignals.h"
 #include "viewer/edit/EditText.h"
 #include "viewer/edit/SceneEditing.h"
+#include "viewer/gui/Density.h"
+#include "viewer/gui/Gui.h"
+#include "viewer/panel/LookSection.h"
+#include "viewer/panel/Panel.h"
 #include "viewer/scene/ContextServices.h"
 #include "viewer/window/CloseRequests.h"
 #include "viewer/window/DisplayKeys.h"
@@ -131,6 +135,13 @@ Status tellUnsaved(const SceneEditing& editing)
     return lost == 0 ? Status() : Status::failure(describeLost(lost));
 }
 
+/// What the panel holds, from top to bottom. All of it must outlive the panel's frames.
+void addSections(Panel& panel, const Stage& stage)
+{
+    panel.add(
+        "Look", [look = LookSection(stage)]() mutable { look.draw(); }, true);
+}
+
 /// Tells people of points that they do not see.
 void tellHidden(HiddenPoints& hidden, EditKeys& editKeys)
 {
@@ -140,8 +151,23 @@ void tellHidden(HiddenPoints& hidden, EditKeys& editKeys)
     editKeys.say(*lines);
 }
 
+/// What is drawn over the scene is made when the cameras stand as they are drawn.
+void drawFrame(osgViewer::Viewer& viewer, Gui& gui, bool isFirst)
+{
+    if (isFirst) {
+        gui.update();
+        viewer.frame();
+        return;
+    }
+    viewer.advance();
+    viewer.eventTraversal();
+    viewer.updateTraversal();
+    gui.update();
+    viewer.renderingTraversals();
+}
+
 /// Draws while something changes; a still picture costs next to nothing.
-void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel,
+void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel, Gui& gui,
                    EditKeys& editKeys, const std::vector<std::string>& stores)
 {
     // A camera is known to paging one frame after it was drawn.
@@ -152,7 +178,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
     std::optional<HiddenPoints> hidden;
     for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
         if (takeCloseRequests(viewer)) editKeys.askToClose();
-        if (editKeys.hasNews()) viewer.requestRedraw();
+        if (editKeys.hasNews() || gui.wantsFrame()) viewer.requestRedraw();
         // The first picture comes first.
         if (!hidden && frames > kFramesAfterAChange && services.isSettled()) hidden.emplace(stores);
         if (hidden) tellHidden(*hidden, editKeys);
@@ -162,7 +188,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
             continue;
         }
         const auto start = std::chrono::steady_clock::now();
-        viewer.frame();
+        drawFrame(viewer, gui, frames == 0);
         ++frames;
         // With draw threads a frame waits for the one before: from the second on, its time is that of
         // drawing.
@@ -196,10 +222,14 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
     add("Window", help);
     add("Window", new ScreenshotKey(*viewer.getCamera()));
     add("Window", new FullScreenKey);
-    help->add(
-        {"Window",
-         {{"Escape", "Cancel what is drawn, typed or asked"}, {"Ctrl+Q", "Close the viewer, after asking"}}});
-    viewer.addEventHandler(new osgViewer::StatsHandler); // of use to developers, so not in the help
+    help->add({"Window",
+               {{"Tab", "Panel on / off"},
+                {"Escape", "Cancel what is drawn, typed or asked"},
+                {"Ctrl+Q", "Close the viewer, after asking"}}});
+    const osg::ref_ptr<osgViewer::StatsHandler> statistics = new osgViewer::StatsHandler;
+    statistics->setKeyEventTogglesOnScreenStats(osgGA::GUIEventAdapter::KEY_F12);
+    statistics->setKeyEventPrintsOutStats(-1);
+    viewer.addEventHandler(statistics); // of use to developers, so not in the help
     return help;
 }
 
@@ -238,13 +268,22 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.setCameraManipulator(
         makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
     const osg::ref_ptr<Overlay> overlay = new Overlay;
-    viewer.getCamera()->addPostDrawCallback(overlay);
+    const float scale =
+        options.uiScale > 0 ? static_cast<float>(options.uiScale) : unitFor(*contexts.front());
+    const osg::ref_ptr<Gui> gui = new Gui(*viewer.getCamera(), scale);
+    viewer.addEventHandler(gui);
+    const osg::ref_ptr<Panel> panel = new Panel(*gui, options.panel);
+    gui->add([overlay, gui = gui.get()] { overlay->draw(*gui); });
     const Views views(viewer);
     SceneEditing editing(scene, viewer, options.author);
     if (options.editAnyway) editing.editAnyway();
     ClassChoice classes;
     const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, views, *overlay, classes);
     addHandlers(viewer, *editKeys, scene, views, *overlay, options.legend);
+    viewer.addEventHandler(panel);
+    Stage stage = editKeys->stage();
+    stage.act = [gui, editKeys](const Request& request) { gui->later([=] { editKeys->act(request); }); };
+    addSections(*panel, stage);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);
@@ -266,7 +305,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     std::vector<std::string> stores;
     for (const Scene::Cloud& cloud : scene.clouds())
         stores.push_back(cloud.store);
-    drawUntilDone(viewer, services, moveLevel, *editKeys, stores);
+    drawUntilDone(viewer, services, moveLevel, *gui, *editKeys, stores);
     viewer.stopThreading();
     keepSize(viewer, settings);
     if (const Status kept = settings.save(); !kept)

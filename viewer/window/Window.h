@@ -20,8 +20,8 @@ void setUpCamera(osg::Camera& camera, double aspect);
 /// vertical.
 osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home);
 
-/// Gives the viewer its keys, in the order in which they see events. Overlays must have been added to its
-/// camera, so that screenshots hold them. Returns the help, which lists all keys.
+/// Gives the viewer its keys, in the order in which they see events. What is drawn over the camera must have
+/// been added to it, so that screenshots hold it. Returns the help, which lists all keys.
 osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene,
                                   const Views& views, Overlay& overlay, bool showLegend);
 

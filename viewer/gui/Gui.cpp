@@ -1,0 +1,289 @@
+#include "viewer/gui/Gui.h"
+
+#include <imgui.h>
+#include <osg/GraphicsContext>
+
+#include <algorithm>
+#include <cfloat>
+#include <chrono>
+
+using osgGA::GUIEventAdapter;
+
+namespace {
+
+constexpr int kButtons = 3;
+constexpr int kSpecialKeys = 256; ///< of Dear ImGui's table: keys that type nothing stand from here on
+
+/// The place of a key in Dear ImGui's table.
+int placeOf(int key)
+{
+    if (key >= 0xff00 && key <= 0xffff) return kSpecialKeys + (key & 0xff);
+    if (key >= 'A' && key <= 'Z') return key - 'A' + 'a';
+    return key >= 0 && key < kSpecialKeys ? key : 0;
+}
+
+void mapKeys(ImGuiIO& io)
+{
+    constexpr std::pair<ImGuiKey, int> kKeys[] = {{ImGuiKey_Tab, GUIEventAdapter::KEY_Tab},
+                                                  {ImGuiKey_LeftArrow, GUIEventAdapter::KEY_Left},
+                                                  {ImGuiKey_RightArrow, GUIEventAdapter::KEY_Right},
+                                                  {ImGuiKey_UpArrow, GUIEventAdapter::KEY_Up},
+                                                  {ImGuiKey_DownArrow, GUIEventAdapter::KEY_Down},
+                                                  {ImGuiKey_PageUp, GUIEventAdapter::KEY_Page_Up},
+                                                  {ImGuiKey_PageDown, GUIEventAdapter::KEY_Page_Down},
+                                                  {ImGuiKey_Home, GUIEventAdapter::KEY_Home},
+                                                  {ImGuiKey_End, GUIEventAdapter::KEY_End},
+                                                  {ImGuiKey_Insert, GUIEventAdapter::KEY_Insert},
+                                                  {ImGuiKey_Delete, GUIEventAdapter::KEY_Delete},
+                                                  {ImGuiKey_Backspace, GUIEventAdapter::KEY_BackSpace},
+                                                  {ImGuiKey_Space, GUIEventAdapter::KEY_Space},
+                                                  {ImGuiKey_Enter, GUIEventAdapter::KEY_Return},
+                                                  {ImGuiKey_Escape, GUIEventAdapter::KEY_Escape},
+                                                  {ImGuiKey_KeyPadEnter, GUIEventAdapter::KEY_KP_Enter},
+                                                  {ImGuiKey_A, 'a'},
+                                                  {ImGuiKey_C, 'c'},
+                                                  {ImGuiKey_V, 'v'},
+                                                  {ImGuiKey_X, 'x'},
+                                                  {ImGuiKey_Y, 'y'},
+                                                  {ImGuiKey_Z, 'z'}};
+    for (const auto& [name, key] : kKeys)
+        io.KeyMap[name] = placeOf(key);
+}
+
+/// 0 left, 1 right, 2 middle, as Dear ImGui counts; -1 for another one.
+int buttonOf(const GUIEventAdapter& event)
+{
+    switch (event.getButton()) {
+    case GUIEventAdapter::LEFT_MOUSE_BUTTON:
+        return ImGuiMouseButton_Left;
+    case GUIEventAdapter::RIGHT_MOUSE_BUTTON:
+        return ImGuiMouseButton_Right;
+    case GUIEventAdapter::MIDDLE_MOUSE_BUTTON:
+        return ImGuiMouseButton_Middle;
+    default:
+        return -1;
+    }
+}
+
+} // namespace
+
+Gui::Gui(osg::Camera& camera, float unit)
+    : _unit(unit), _context(std::make_shared<GuiContext>(unit)), _drawing(new GuiDrawing(_context))
+{
+    const VelThreads::Lock lock(GuiContext::mutex);
+    _context->makeCurrent();
+    mapKeys(ImGui::GetIO());
+    drawAfter(camera);
+}
+
+Gui::~Gui()
+{
+    if (_camera.valid()) _camera->removePostDrawCallback(_drawing);
+}
+
+void Gui::drawAfter(osg::Camera& camera)
+{
+    if (_camera.valid()) _camera->removePostDrawCallback(_drawing);
+    camera.addPostDrawCallback(_drawing);
+    _camera = &camera;
+}
+
+void Gui::add(Part part)
+{
+    _parts.push_back(std::move(part));
+}
+
+void Gui::later(std::function<void()> action)
+{
+    _later.push_back(std::move(action));
+}
+
+double Gui::now()
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+void Gui::wakeAfter(double seconds)
+{
+    const double time = now() + seconds;
+    if (_wakeTime == 0 || time < _wakeTime) _wakeTime = time;
+}
+
+void Gui::takeLeft(float width)
+{
+    _area.x += width;
+    _area.width -= width;
+}
+
+void Gui::takeBottom(float height)
+{
+    _area.height -= height;
+}
+
+void Gui::update()
+{
+    if (_wakeTime > 0 && now() >= _wakeTime) _wakeTime = 0;
+    if (_framesWanted > 0) --_framesWanted;
+    {
+        const VelThreads::Lock lock(GuiContext::mutex);
+        _context->makeCurrent();
+        callParts();
+        _drawing->take();
+    }
+    doLater();
+}
+
+void Gui::callParts()
+{
+    const osg::GraphicsContext* context = _camera.valid() ? _camera->getGraphicsContext() : nullptr;
+    const osg::GraphicsContext::Traits* traits = context ? context->getTraits() : nullptr;
+    ImGuiIO& io = ImGui::GetIO();
+    io.DisplaySize =
+        traits ? ImVec2(static_cast<float>(traits->width), static_cast<float>(traits->height)) : ImVec2(1, 1);
+    const double time = now();
+    io.DeltaTime = std::clamp(static_cast<float>(time - _lastTime), 1e-5f, 1.0f);
+    _lastTime = time;
+    _area = {0, 0, io.DisplaySize.x, io.DisplaySize.y};
+    ImGui::NewFrame();
+    for (const Part& part : _parts)
+        part();
+    ImGui::Render();
+}
+
+/// Not under the lock: what is done may wait for the thread that draws.
+void Gui::doLater()
+{
+    std::vector<std::function<void()>> actions;
+    actions.swap(_later);
+    for (const auto& action : actions)
+        action();
+    if (!actions.empty()) _framesWanted = kFramesToFit;
+}
+
+bool Gui::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    bool isOurs = false;
+    {
+        const VelThreads::Lock lock(GuiContext::mutex);
+        _context->makeCurrent();
+        isOurs = dispatch(event);
+    }
+    doLater();
+    if (isOurs) {
+        _framesWanted = kFramesToFit;
+        action.requestRedraw();
+    }
+    return isOurs;
+}
+
+bool Gui::dispatch(const GUIEventAdapter& event)
+{
+    switch (event.getEventType()) {
+    case GUIEventAdapter::PUSH:
+    case GUIEventAdapter::DOUBLECLICK:
+        moveTo(event);
+        return push(buttonOf(event));
+    case GUIEventAdapter::RELEASE:
+        moveTo(event);
+        return release(buttonOf(event));
+    case GUIEventAdapter::DRAG:
+    case GUIEventAdapter::MOVE:
+        moveTo(event);
+        return _ownButtons != 0 || (_sceneButtons == 0 && ImGui::GetIO().WantCaptureMouse);
+    case GUIEventAdapter::SCROLL:
+        moveTo(event);
+        return scroll(event);
+    case GUIEventAdapter::KEYDOWN:
+    case GUIEventAdapter::KEYUP:
+        return key(event);
+    default:
+        return false;
+    }
+}
+
+/// While the scene has the mouse, it is nowhere for our windows.
+void Gui::moveTo(const GUIEventAdapter& event)
+{
+    ImGuiIO& io = ImGui::GetIO();
+    io.MousePos = _sceneButtons == 0 ? ImVec2(event.getX(), event.getYmin() + event.getYmax() - event.getY())
+                                     : ImVec2(-FLT_MAX, -FLT_MAX);
+}
+
+/// Dear ImGui sees a button in a frame of its own, so that a click between two drawn frames is one.
+bool Gui::push(int button)
+{
+    if (button < 0) return false;
+    callParts(); // finds what is under the mouse
+    ImGuiIO& io = ImGui::GetIO();
+    if (_sceneButtons != 0 || !io.WantCaptureMouse) {
+        _sceneButtons |= 1u << button;
+        ImGui::SetWindowFocus(nullptr); // a click on the scene ends typing
+        return false;
+    }
+    _ownButtons |= 1u << button;
+    io.MouseDown[button] = true;
+    callParts();
+    return true;
+}
+
+bool Gui::release(int button)
+{
+    if (button < 0) return false;
+    const bool isOurs = (_ownButtons & 1u << button) != 0;
+    _ownButtons &= ~(1u << button);
+    _sceneButtons &= ~(1u << button);
+    if (!isOurs) return false;
+    ImGui::GetIO().MouseDown[button] = false;
+    callParts();
+    return true;
+}
+
+bool Gui::scroll(const GUIEventAdapter& event)
+{
+    callParts();
+    ImGuiIO& io = ImGui::GetIO();
+    if (!io.WantCaptureMouse) return false;
+    switch (event.getScrollingMotion()) {
+    case GUIEventAdapter::SCROLL_UP:
+        io.MouseWheel = 1;
+        break;
+    case GUIEventAdapter::SCROLL_DOWN:
+        io.MouseWheel = -1;
+        break;
+    case GUIEventAdapter::SCROLL_LEFT:
+        io.MouseWheelH = 1;
+        break;
+    case GUIEventAdapter::SCROLL_RIGHT:
+        io.MouseWheelH = -1;
+        break;
+    default:
+        break;
+    }
+    callParts();
+    return true;
+}
+
+bool Gui::key(const GUIEventAdapter& event)
+{
+    ImGuiIO& io = ImGui::GetIO();
+    const int modifiers = event.getModKeyMask();
+    io.KeyCtrl = (modifiers & GUIEventAdapter::MODKEY_CTRL) != 0;
+    io.KeyShift = (modifiers & GUIEventAdapter::MODKEY_SHIFT) != 0;
+    io.KeyAlt = (modifiers & GUIEventAdapter::MODKEY_ALT) != 0;
+    const bool isDown = event.getEventType() == GUIEventAdapter::KEYDOWN;
+    // The unmodified key is that of the place on the keyboard: the same when it goes down and up.
+    const int place = placeOf(event.getUnmodifiedKey() ? event.getUnmodifiedKey() : event.getKey());
+    const bool wasDown = io.KeysDown[place];
+    const bool isOurs = io.WantTextInput;
+    io.KeysDown[place] = isDown && isOurs;
+    if (!isDown) {
+        if (wasDown) callParts();
+        return wasDown;
+    }
+
+    if (!isOurs) return false;
+    const int typed = event.getKey();
+    if (!io.KeyCtrl && typed >= ' ' && typed < 0xff00) io.AddInputCharacter(static_cast<unsigned>(typed));
+    callParts();
+    return true;
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "viewer/gui/GuiContext.h"
+
+#include <osg/Camera>
+
+#include <memory>
+#include <vector>
+
+struct ImDrawList;
+
+/// Draws what Dear ImGui has made, over the whole window, after a camera.
+///
+/// Threads: `take` on the one that calls Dear ImGui, drawing and releasing on the one that draws.
+class GuiDrawing : public osg::Camera::DrawCallback
+{
+public:
+    explicit GuiDrawing(std::shared_ptr<const GuiContext> context);
+
+    /// Draws from now on what is finished in the context, which is the current one.
+    void take() VEL_REQUIRES(GuiContext::mutex);
+
+    void operator()(osg::RenderInfo& renderInfo) const override;
+    void releaseGLObjects(osg::State* state) const override;
+
+protected:
+    ~GuiDrawing() override;
+
+private:
+    struct Free
+    {
+        void operator()(ImDrawList* list) const;
+    };
+
+    const std::shared_ptr<const GuiContext> _context;
+    std::vector<std::unique_ptr<ImDrawList, Free>> _lists VEL_GUARDED_BY(GuiContext::mutex);
+    float _width VEL_GUARDED_BY(GuiContext::mutex) = 0; ///< of the window, pixels
+    float _height VEL_GUARDED_BY(GuiContext::mutex) = 0;
+    mutable bool _hasGlObjects VEL_GUARDED_BY(GuiContext::mutex) = false;
+};

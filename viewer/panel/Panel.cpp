@@ -1,0 +1,96 @@
+#include "viewer/panel/Panel.h"
+
+#include <imgui.h>
+
+#include <algorithm>
+
+namespace {
+
+// Pixels of plain text.
+constexpr float kWidth = 290;
+constexpr float kNarrowest = 220;
+constexpr float kEdge = 5;
+
+constexpr float kWidestOfWindow = 0.6f;
+constexpr ImGuiWindowFlags kFlags = ImGuiWindowFlags_NoTitleBar | ImGuiWindowFlags_NoResize |
+                                    ImGuiWindowFlags_NoMove | ImGuiWindowFlags_NoSavedSettings |
+                                    ImGuiWindowFlags_NoBringToFrontOnFocus | ImGuiWindowFlags_NoScrollbar |
+                                    ImGuiWindowFlags_NoScrollWithMouse;
+
+} // namespace
+
+Panel::Panel(Gui& gui, bool isShown) : _gui(gui), _isShown(isShown), _width(kWidth * gui.unit())
+{
+    gui.add([this] {
+        if (_isShown && !_sections.empty()) draw();
+    });
+}
+
+void Panel::add(const std::string& title, std::function<void()> draw, bool open)
+{
+    _sections.push_back({title, std::move(draw), open, false});
+}
+
+void Panel::open(const std::string& title)
+{
+    _isShown = true;
+    for (Section& section : _sections)
+        section.opens = section.opens || section.title == title;
+}
+
+void Panel::draw()
+{
+    const Gui::Area area = _gui.area();
+    const float widest = std::max(kWidestOfWindow * area.width, 1.0f);
+    const float width = std::min(std::max(_width, kNarrowest * _gui.unit()), widest);
+    ImGui::SetNextWindowPos(ImVec2(area.x, area.y));
+    ImGui::SetNextWindowSize(ImVec2(width, area.height));
+    ImGui::PushStyleVar(ImGuiStyleVar_WindowRounding, 0);
+    ImGui::PushStyleVar(ImGuiStyleVar_WindowPadding, ImVec2(0, 0));
+    ImGui::Begin("##panel", nullptr, kFlags);
+    ImGui::PopStyleVar(2);
+    const float edge = kEdge * _gui.unit();
+    ImGui::BeginChild("sections", ImVec2(width - edge, 0), false, ImGuiWindowFlags_AlwaysUseWindowPadding);
+    drawSections();
+    ImGui::EndChild();
+    ImGui::SameLine(0, 0);
+    dragEdge(area.height);
+    ImGui::End();
+    _gui.takeLeft(width);
+}
+
+void Panel::drawSections()
+{
+    for (Section& section : _sections) {
+        if (section.opens) ImGui::SetNextItemOpen(true);
+        section.opens = false;
+        const ImGuiTreeNodeFlags flags =
+            section.open ? ImGuiTreeNodeFlags_DefaultOpen : ImGuiTreeNodeFlags_None;
+        if (!ImGui::CollapsingHeader(section.title.c_str(), flags)) continue;
+        ImGui::PushID(section.title.c_str());
+        section.draw();
+        ImGui::Spacing();
+        ImGui::PopID();
+    }
+}
+
+void Panel::dragEdge(float height)
+{
+    ImGui::InvisibleButton("edge", ImVec2(kEdge * _gui.unit(), height));
+    const bool isHeld = ImGui::IsItemActive();
+    if (isHeld) _width = ImGui::GetIO().MousePos.x;
+    if (isHeld || ImGui::IsItemHovered())
+        ImGui::GetWindowDrawList()->AddRectFilled(ImGui::GetItemRectMin(), ImGui::GetItemRectMax(),
+                                                  ImGui::GetColorU32(ImGuiCol_ButtonHovered));
+}
+
+bool Panel::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
+        event.getKey() != osgGA::GUIEventAdapter::KEY_Tab) {
+        return false;
+    }
+    _isShown = !_isShown;
+    action.requestRedraw();
+    return true;
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "viewer/gui/Gui.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// The panel at the left of the window: sections one below the other, which fold, scroll, and are made wider
+/// with the mouse. Tab hides it and shows it again.
+///
+/// Threads: the viewer's.
+class Panel : public osgGA::GUIEventHandler
+{
+public:
+    /// A part of `gui`, which must outlive it.
+    Panel(Gui& gui, bool isShown);
+
+    /// Adds a section below the others. `draw` calls Dear ImGui, as the parts of `Gui` do; what it wants done
+    /// goes to `Stage::act`, or `Gui::later`.
+    void add(const std::string& title, std::function<void()> draw, bool open = false);
+
+    bool isShown() const { return _isShown; }
+    void show(bool shown) { _isShown = shown; }
+
+    /// Shows the panel with this section unfolded.
+    void open(const std::string& title);
+
+    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
+    using osgGA::GUIEventHandler::handle;
+
+private:
+    struct Section
+    {
+        std::string title;
+        std::function<void()> draw;
+        bool open = false;  ///< to begin with
+        bool opens = false; ///< is to be unfolded in the next frame
+    };
+
+    void draw();
+    void drawSections();
+    void dragEdge(float height);
+
+    Gui& _gui;
+    std::vector<Section> _sections;
+    bool _isShown;
+    float _width; ///< pixels
+};
