@@ -61,7 +61,7 @@ struct TypedPart
     std::string classes;
 };
 
-void addPartOptions(CLI::App& command, TypedPart& typed, VelBrx::ExportPart& part)
+void addPartOptions(CLI::App& command, TypedPart& typed, VelBrx::StorePart& part)
 {
     const std::string group = "Part of the store";
     command.add_flag("--visible-only,--no-hidden", part.visibleOnly, "leave hidden points out")->group(group);
@@ -92,7 +92,7 @@ void addPartOptions(CLI::App& command, TypedPart& typed, VelBrx::ExportPart& par
         ->group(group);
 }
 
-void readPart(const TypedPart& typed, VelBrx::ExportPart& part)
+void readPart(const TypedPart& typed, VelBrx::StorePart& part)
 {
     const size_t axes = typed.bounds.size() / 2;
     if (!typed.bounds.empty() && typed.bounds.size() != 4 && typed.bounds.size() != 6)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <VelBrx/ExportLas.h>
+#include <VelBrx/StorePart.h>
 
 #include <string>
 #include <vector>

@@ -3,13 +3,11 @@
 #include <VelBrx/BuildProgress.h>
 #include <VelBrx/Export.h>
 #include <VelBrx/Status.h>
+#include <VelBrx/StorePart.h>
 
-#include <array>
 #include <atomic>
-#include <bitset>
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -29,35 +27,13 @@ enum class ExportForm
     Merged
 };
 
-/// A polygon on the map: rings of x and y, each closed implicitly. A place is inside where an odd number of
-/// rings is around it, so that rings within the first are holes. A place on an edge belongs to the side with
-/// larger x, or with larger y where the edge runs along x: of two polygons that share an edge exactly one has
-/// it.
-using MapPolygon = std::vector<std::vector<std::array<double, 2>>>;
-
-/// Which points of a store are written: those that all of this takes. All points at first. Coordinates are
-/// those of the store.
-struct ExportPart
-{
-    bool visibleOnly = false;                                            ///< leave hidden points out
-    std::array<double, 3> low = {-kUnbounded, -kUnbounded, -kUnbounded}; ///< corners of a box, its faces
-    std::array<double, 3> high = {kUnbounded, kUnbounded, kUnbounded};   ///< included
-    std::vector<MapPolygon> polygons;                                    ///< not empty: points in any of them
-    std::bitset<256> classes = std::bitset<256>().set();
-    /// Above 0: of each cube of this edge length, on a grid through the origin of the coordinates, one
-    /// point: that nearest to its centre.
-    double spacing = 0;
-
-    static constexpr double kUnbounded = std::numeric_limits<double>::infinity();
-};
-
 struct ExportOptions
 {
     std::string store;
     /// A LAS, LAZ or COPC file; with `ExportForm::Split` a folder, which is made where there is none.
     std::string output;
     ExportForm form = ExportForm::Automatic;
-    ExportPart part;        ///< where it is not everything, headers describe the points that are written
+    StorePart part;         ///< where it is not everything, headers describe the points that are written
     bool overwrite = false; ///< replace files that exist
     unsigned threads = 0;   ///< 0: all processors
     /// Bytes to use at most, from 24 MiB a thread on, 40 for LAZ. Heads come on top.

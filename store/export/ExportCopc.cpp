@@ -6,7 +6,7 @@
 #include "store/export/CopcHead.h"
 #include "store/export/ExportOutput.h"
 #include "store/export/ExportedStore.h"
-#include "store/export/PointFilter.h"
+#include "store/part/PointFilter.h"
 #include "store/export/RecordEncoder.h"
 #include "store/io/ByteIo.h"
 #include "store/io/DiskFile.h"

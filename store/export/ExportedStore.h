@@ -1,9 +1,8 @@
 #pragma once
 
 #include "store/SourceRecords.h"
-#include "store/StoreHead.h"
 #include "store/StoreIndex.h"
-#include "store/io/FileReader.h"
+#include "store/part/StoreFile.h"
 
 #include <string>
 #include <vector>
@@ -11,7 +10,7 @@
 namespace VelBrx {
 
 /// A store that is exported, open, with what it keeps of its sources.
-struct ExportedStore
+struct ExportedStore : StoreFile
 {
     /// Opens the store and reads and checks everything but the points. A failure names the store.
     static Status open(const std::string& path, ExportedStore& store, StoreIndex& index);
@@ -21,9 +20,6 @@ struct ExportedStore
 
     const std::vector<OriginSource>& sources() const { return records.origin.sources; }
 
-    std::string path;
-    FileReader file;
-    StoreHead head;
     SourceRecords records;
 };
 

@@ -2,7 +2,7 @@
 
 #include "store/OriginRecord.h"
 #include "store/export/ExportedStore.h"
-#include "store/export/PointFilter.h"
+#include "store/part/PointFilter.h"
 #include "store/io/ParallelRun.h"
 #include "store/io/TemporaryFile.h"
 

@@ -1,6 +1,7 @@
 #include <VelBrx/Builder.h>
 #include <VelBrx/ExportLas.h>
 #include <VelBrx/Normals.h>
+#include <VelBrx/PointVisit.h>
 #include <VelBrx/Verify.h>
 
 #include "store/SourceRecords.h"
@@ -21,7 +22,9 @@
 #include <cmath>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <random>
+#include <set>
 
 using namespace VelBrx;
 using namespace VelBrx::LasLayout;
@@ -111,6 +114,39 @@ protected:
         EXPECT_FALSE(status);
         EXPECT_NE(status.message().find(words), std::string::npos) << status.message();
         EXPECT_EQ(status.message().find('\n'), std::string::npos);
+    }
+
+    /// That a visit of the part meets the points of merged records, each once, and coarse levels a few.
+    void expectVisits(const Bytes& records, size_t length)
+    {
+        std::multiset<std::array<double, 3>> expected;
+        std::multiset<std::array<double, 3>> found;
+        LasFile head;
+        ASSERT_TRUE(readLasFile(options.output, head));
+        for (size_t at = 0; at < records.size(); at += length) {
+            std::array<double, 3> place;
+            for (size_t axis = 0; axis < 3; ++axis)
+                place[axis] = loadLe<int32_t>(&records[at + 4 * axis]) * head.scale[axis] + head.offset[axis];
+            expected.insert(place);
+        }
+        PointVisit wanted;
+        wanted.store = options.store;
+        wanted.part = options.part;
+        wanted.threads = 3;
+        std::mutex mutex;
+        const auto visit = [&](const PointBlock& block) {
+            const std::lock_guard lock(mutex);
+            for (size_t i = 0; i < block.count; ++i)
+                found.insert({block.coordinate(i, 0), block.coordinate(i, 1), block.coordinate(i, 2)});
+            EXPECT_LE(block.level, wanted.lastLevel);
+        };
+        ASSERT_TRUE(visitPoints(wanted, visit));
+        EXPECT_TRUE(found == expected);
+        found.clear();
+        wanted.lastLevel = 0;
+        ASSERT_TRUE(visitPoints(wanted, visit));
+        EXPECT_LE(2 * found.size(), expected.size());
+        EXPECT_TRUE(std::includes(expected.begin(), expected.end(), found.begin(), found.end()));
     }
 
     std::vector<std::string> files() const
@@ -500,13 +536,13 @@ TEST_F(ExportTest, WritesThePartThatIsAskedFor)
     struct Case
     {
         const char* name;
-        std::function<void(ExportPart&)> ask;
+        std::function<void(StorePart&)> ask;
         std::function<bool(const uint8_t*)> takes;
     };
     const auto isClass = [](const uint8_t* record, uint8_t code) { return record[16] == code; };
     const std::vector<Case> cases = {
         {"box",
-         [&](ExportPart& part) {
+         [&](StorePart& part) {
              part.low = {low(0, 0.2), low(1, 0.6), low(2, 0.1)};
              part.high = {low(0, 0.5), low(1, 0.7), low(2, 0.4)};
          },
@@ -516,7 +552,7 @@ TEST_F(ExportTest, WritesThePartThatIsAskedFor)
                     place(record, 2) >= low(2, 0.1) && place(record, 2) <= low(2, 0.4);
          }},
         {"polygon, visible points of two classes",
-         [&](ExportPart& part) {
+         [&](StorePart& part) {
              part.polygons = {star};
              part.classes = 0b10100;
              part.visibleOnly = true;
@@ -525,7 +561,7 @@ TEST_F(ExportTest, WritesThePartThatIsAskedFor)
              return isInStar(star, place(record, 0), place(record, 1)) && !(record[15] & 0x04) &&
                     (isClass(record, 2) || isClass(record, 4));
          }},
-        {"nothing", [&](ExportPart& part) { part.low[0] = head.max[0] + 1; },
+        {"nothing", [&](StorePart& part) { part.low[0] = head.max[0] + 1; },
          [](const uint8_t*) { return false; }}};
     for (const Case& wanted : cases) {
         SCOPED_TRACE(wanted.name);
@@ -533,7 +569,7 @@ TEST_F(ExportTest, WritesThePartThatIsAskedFor)
         for (const uint8_t* record = &whole[recordsStart(whole)];
              record < whole.data() + recordsStart(whole) + 250000 * length; record += length)
             if (wanted.takes(record)) expected.insert(expected.end(), record, record + length);
-        options.part = ExportPart();
+        options.part = StorePart();
         wanted.ask(options.part);
         for (const uint64_t memory : {uint64_t(1) << 30, uint64_t(1)}) {
             options.memory = memory;
@@ -551,6 +587,7 @@ TEST_F(ExportTest, WritesThePartThatIsAskedFor)
         options.output = folder.file("out.copc.laz");
         exportIt();
         EXPECT_EQ(readPoints(options.output).file.pointCount, expected.size() / length);
+        expectVisits(expected, length);
     }
 }
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <VelBrx/ExportLas.h>
+#include <VelBrx/StorePart.h>
 
-#include "store/export/ExportedStore.h"
-#include "store/export/MapArea.h"
-#include "store/export/PointThinning.h"
 #include "store/io/ParallelRun.h"
 #include "store/las/LasLayout.h"
+#include "store/part/MapArea.h"
+#include "store/part/PointThinning.h"
+#include "store/part/StoreFile.h"
 
 #include <utility>
 #include <vector>
@@ -18,10 +18,10 @@ class PointFilter
 {
 public:
     /// Success when the part means something: numbers in order, polygons of three vertices or more.
-    static Status check(const ExportPart& part);
+    static Status check(const StorePart& part);
 
     /// `part` and `store` must live as long.
-    PointFilter(const ExportPart& part, const ExportedStore& store, const StoreIndex& index);
+    PointFilter(const StorePart& part, const StoreFile& store, const StoreIndex& index);
 
     /// How many times `choose` goes over all points.
     unsigned passes() const { return _part.spacing > 0 ? PointThinning::kPasses : 0; }
@@ -61,8 +61,8 @@ private:
     bool meets(const StoreIndex& index, const IndexCell& cell) const;
     void findRanges(const StoreIndex& index);
 
-    const ExportPart& _part;
-    const ExportedStore& _store;
+    const StorePart& _part;
+    const StoreFile& _store;
     bool _hasPlace;
     bool _takesAll;
     std::vector<MapArea> _areas;

@@ -1,7 +1,7 @@
-#include "store/export/PointFilter.h"
+#include "store/part/PointFilter.h"
 
-#include "store/export/CellBox.h"
 #include "store/io/ByteIo.h"
+#include "store/part/CellBox.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +10,7 @@ namespace VelBrx {
 
 using namespace LasLayout;
 
-Status PointFilter::check(const ExportPart& part)
+Status PointFilter::check(const StorePart& part)
 {
     for (size_t axis = 0; axis < 3; ++axis)
         if (!(part.low[axis] <= part.high[axis]))
@@ -29,10 +29,10 @@ Status PointFilter::check(const ExportPart& part)
     return {};
 }
 
-PointFilter::PointFilter(const ExportPart& part, const ExportedStore& store, const StoreIndex& index)
+PointFilter::PointFilter(const StorePart& part, const StoreFile& store, const StoreIndex& index)
     : _part(part), _store(store), _areas(part.polygons.begin(), part.polygons.end())
 {
-    const ExportPart all;
+    const StorePart all;
     _hasPlace = part.low != all.low || part.high != all.high || !part.polygons.empty();
     _takesAll = !_hasPlace && !part.visibleOnly && part.classes.all() && part.spacing <= 0;
     if (_hasPlace) findRanges(index);

@@ -1,4 +1,4 @@
-#include "store/export/MapArea.h"
+#include "store/part/MapArea.h"
 
 #include <algorithm>
 #include <limits>

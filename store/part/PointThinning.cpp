@@ -1,7 +1,7 @@
-#include "store/export/PointThinning.h"
+#include "store/part/PointThinning.h"
 
-#include "store/export/CellBox.h"
 #include "store/io/ByteIo.h"
+#include "store/part/CellBox.h"
 
 #include <algorithm>
 #include <cmath>
@@ -42,7 +42,7 @@ struct PointThinning::Slab
 class PointThinning::Chooser
 {
 public:
-    Chooser(const ExportedStore& store, const StoreIndex& index, double spacing,
+    Chooser(const StoreFile& store, const StoreIndex& index, double spacing,
             const std::function<bool(const uint8_t*)>& isWanted, ParallelRun& run,
             std::atomic<uint64_t>* kept)
         : _store(store), _index(index), _spacing(spacing), _isWanted(isWanted), _run(run), _kept(kept)
@@ -145,7 +145,7 @@ private:
         return candidate;
     }
 
-    const ExportedStore& _store;
+    const StoreFile& _store;
     const StoreIndex& _index;
     const double _spacing;
     const std::function<bool(const uint8_t*)>& _isWanted;
@@ -155,7 +155,7 @@ private:
     double _columnsPerCube; ///< at most kColumns
 };
 
-Status PointThinning::choose(const ExportedStore& store, const StoreIndex& index, double spacing,
+Status PointThinning::choose(const StoreFile& store, const StoreIndex& index, double spacing,
                              const std::function<bool(const uint8_t*)>& isWanted, uint64_t memory,
                              ParallelRun& run)
 {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "store/export/ExportedStore.h"
 #include "store/io/ParallelRun.h"
+#include "store/part/StoreFile.h"
 
 #include <array>
 #include <atomic>
@@ -24,7 +24,7 @@ public:
     static constexpr unsigned kPasses = 2; ///< `choose` goes that often over all points
 
     /// `isWanted` tells by a record of the store which points there are to choose from.
-    Status choose(const ExportedStore& store, const StoreIndex& index, double spacing,
+    Status choose(const StoreFile& store, const StoreIndex& index, double spacing,
                   const std::function<bool(const uint8_t*)>& isWanted, uint64_t memory, ParallelRun& run);
 
     /// Whether the point with this place in the store was chosen. Any thread, after `choose`.
