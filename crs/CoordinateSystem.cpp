@@ -172,6 +172,12 @@ bool areSameSize(const CoordinateSystem::Unit& a, const CoordinateSystem::Unit& 
     return a.isAngle == b.isAngle && std::abs(a.size / b.size - 1) < 1e-9;
 }
 
+bool areSame(const ProjectionRecords& a, const ProjectionRecords& b)
+{
+    return a.wkt == b.wkt && a.geoKeys == b.geoKeys && a.geoDoubles == b.geoDoubles &&
+           a.geoTexts == b.geoTexts;
+}
+
 } // namespace
 
 /// Makes systems of what PROJ knows about them.
@@ -252,6 +258,24 @@ private:
 };
 
 Status CoordinateSystem::read(const ProjectionRecords& records, std::optional<CoordinateSystem>& system)
+{
+    // The files of a survey state the same, one after the other.
+    struct Last
+    {
+        ProjectionRecords records;
+        Status status;
+        std::optional<CoordinateSystem> system;
+    };
+    thread_local Last last;
+    if (!areSame(last.records, records)) {
+        last.status = readAnew(records, last.system);
+        last.records = records;
+    }
+    system = last.system;
+    return last.status;
+}
+
+Status CoordinateSystem::readAnew(const ProjectionRecords& records, std::optional<CoordinateSystem>& system)
 {
     system.reset();
     if (records.isEmpty()) return {};

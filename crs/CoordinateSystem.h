@@ -56,6 +56,9 @@ public:
 private:
     class Reader;
 
+    static VelBrx::Status readAnew(const VelBrx::ProjectionRecords& records,
+                                   std::optional<CoordinateSystem>& system);
+
     std::string _name;
     std::string _code;
     Unit _horizontal;

@@ -66,6 +66,8 @@ Status openStore(const std::string& path, const std::string& normals, OpenedStor
     opened.bounds.set(header.min[0], header.min[1], header.min[2], header.max[0], header.max[1],
                       header.max[2]);
     opened.bulk = bulkOfPoints(*cloud.cloud->getOctree(), cloud.statistics.elevation);
+    if (const Status known = CoordinateSystem::read(header.projection, opened.system); !known)
+        note += (note.empty() ? "" : "; ") + path + ": " + known.message();
     opened.cloud = std::move(cloud);
     return Status();
 }
@@ -125,6 +127,7 @@ std::vector<uint64_t> Scene::add(std::vector<OpenedStore> stores, std::vector<st
         cloud.statistics = std::move(store.cloud.statistics);
         cloud.bounds = store.bounds;
         cloud.bulk = store.bulk;
+        cloud.system = std::move(store.system);
         PointCloudHelper::setPointCloudId(cloud.node, cloud.id);
         PointCloudHelper::setClipPlane(cloud.node, _clipPlanes);
         _root->addChild(cloud.placed);
@@ -132,6 +135,7 @@ std::vector<uint64_t> Scene::add(std::vector<OpenedStore> stores, std::vector<st
         _clouds.push_back(std::move(cloud));
     }
     if (!ids.empty()) followClouds();
+    tellOtherSystems(ids, notes);
     return ids;
 }
 
@@ -169,6 +173,8 @@ void Scene::followClouds()
     ++_cloudsRevision;
     _bounds.init();
     _boundsOfMost.init();
+    const Cloud* const stating = firstWithSystem();
+    _units = stating ? Units(stating->system) : Units();
     VelBrx::StoreStatistics statistics;
     for (const Cloud& cloud : _clouds) {
         _bounds.expandBy(cloud.bounds);
@@ -183,6 +189,30 @@ void Scene::followClouds()
     for (unsigned code = 0; code < _notedClasses.size(); ++code)
         if (_notedClasses[code]) _coloring.addClass(static_cast<uint8_t>(code));
     setColorMode(_mode, _changedBy);
+}
+
+const Scene::Cloud* Scene::firstWithSystem() const
+{
+    const auto cloud = std::find_if(_clouds.begin(), _clouds.end(),
+                                    [](const Cloud& known) { return known.system.has_value(); });
+    return cloud == _clouds.end() ? nullptr : &*cloud;
+}
+
+/// One line, however many of these clouds are meant.
+void Scene::tellOtherSystems(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const
+{
+    const Cloud* const known = firstWithSystem();
+    std::vector<const Cloud*> others;
+    for (const uint64_t id : ids) {
+        const Cloud* const cloud = findCloud(id);
+        if (known && cloud->system && !cloud->system->isSameAs(*known->system)) others.push_back(cloud);
+    }
+    if (others.empty()) return;
+    const std::string more = others.size() > 1 ? " (and " + std::to_string(others.size() - 1) + " more)" : "";
+    notes.push_back(printable(others.front()->store + more + ": is in another coordinate system, " +
+                              others.front()->system->description() + ", than " + known->store + ", " +
+                              known->system->description() +
+                              ": its place and what is measured there do not fit"));
 }
 
 /// One line, however many stores are meant.

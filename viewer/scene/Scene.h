@@ -3,6 +3,7 @@
 #include "viewer/display/ChangedColors.h"
 #include "viewer/display/ColorMode.h"
 #include "viewer/scene/Options.h"
+#include "viewer/scene/Units.h"
 
 #include <VelBrx/ClassTable.h>
 #include <VelBrx/FileIdentity.h>
@@ -29,6 +30,7 @@ struct OpenedStore
     VelOsgDBBrx::OpenedCloud cloud;
     osg::BoundingBoxd bounds; ///< world coordinates
     osg::BoundingBoxd bulk;   ///< where nearly all of its points are
+    std::optional<CoordinateSystem> system;
 };
 
 /// Opens a store; reads its index and its coarse cells. `normals`: its companion file, empty for the one
@@ -60,18 +62,20 @@ public:
         uint64_t id = 0; ///< of picks; no other cloud of the scene ever has it
         std::string store;
         osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
-        osg::ref_ptr<osg::Node> placed;     ///< the node at its place in the world
-        VelBrx::StoreStatistics statistics; ///< as built
-        uint64_t points = 0;                ///< as built
-        osg::BoundingBoxd bounds;           ///< world coordinates
-        osg::BoundingBoxd bulk;             ///< where nearly all of its points are
+        osg::ref_ptr<osg::Node> placed;         ///< the node at its place in the world
+        VelBrx::StoreStatistics statistics;     ///< as built
+        uint64_t points = 0;                    ///< as built
+        osg::BoundingBoxd bounds;               ///< world coordinates
+        osg::BoundingBoxd bulk;                 ///< where nearly all of its points are
+        std::optional<CoordinateSystem> system; ///< empty where the store states none that can be known
         bool shown = true;
 
         OctreeInfo& octree() const { return *node->getOctree(); }
     };
 
     /// Shows stores; the colours' scale is of all clouds from now on. A store that is shown already is left
-    /// out, and `notes` gets a line that says so. Returns the ids of the new clouds.
+    /// out, and `notes` gets a line that says so, and one where coordinate systems differ. Returns the ids of
+    /// the new clouds.
     std::vector<uint64_t> add(std::vector<OpenedStore> stores, std::vector<std::string>& notes);
 
     /// Takes a cloud out; unknown ids are ignored. Its store is closed when nobody else holds its node.
@@ -93,6 +97,9 @@ public:
 
     /// Of all points, world coordinates.
     const osg::BoundingBoxd& bounds() const { return _bounds; }
+
+    /// Of world coordinates: those of the first cloud that states its coordinate system.
+    const Units& units() const { return _units; }
 
     /// Of what a view is to show: of all points, or without noise far off.
     const osg::BoundingBoxd& boundsFor(const CameraView& view) const
@@ -163,6 +170,8 @@ private:
     std::vector<VelOsgDBBrx::IPointCloud*> nodes() const;
     const Cloud* findShown(const VelBrx::FileIdentity& file) const;
     void followClouds();
+    const Cloud* firstWithSystem() const;
+    void tellOtherSystems(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const;
     void tellColorless() const;
 
     osg::ref_ptr<osg::Group> _root = new osg::Group;
@@ -171,6 +180,7 @@ private:
     unsigned _cloudsRevision = 0;
     osg::BoundingBoxd _bounds;
     osg::BoundingBoxd _boundsOfMost;
+    Units _units;
     Coloring _coloring;                                       ///< one scale for all clouds
     osg::Vec4f _singleColor = Coloring::defaultSingleColor(); ///< of ColorMode::SINGLE
     std::bitset<256> _notedClasses;

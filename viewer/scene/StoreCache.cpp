@@ -1,5 +1,6 @@
 #include "viewer/scene/StoreCache.h"
 
+#include "crs/CoordinateSystem.h"
 #include "terminal/EndSignals.h"
 #include "terminal/Progress.h"
 
@@ -90,6 +91,7 @@ Status build(const fs::path& source, const fs::path& store, bool overwrite)
     const EndSignals signals;
     Progress progress(Progress::For::People);
     VelBrx::BuildOptions options;
+    options.compareSystems = differenceOfSystems;
     options.inputs = {source.string()};
     options.output = store.string();
     options.overwrite = overwrite;

@@ -1,0 +1,13 @@
+#include "viewer/scene/Units.h"
+
+Units::Units(const std::optional<CoordinateSystem>& of)
+{
+    if (!of) return;
+    level = of->horizontalUnit().symbol;
+    isGeographic = of->isGeographic();
+    system = of->name() + (of->code().empty() ? "" : " (" + of->code() + ")");
+    const auto& vertical = of->verticalUnit();
+    if (!vertical) return;
+    height = vertical->symbol;
+    if (!isGeographic) heightFactor = vertical->size / of->horizontalUnit().size;
+}
