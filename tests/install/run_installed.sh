@@ -24,6 +24,10 @@ for example in minimal composite; do
     grep -q "missing.brx" "$scratch/message"
 done
 
+# A host that picks tells the point in the middle of its first complete picture.
+OSG_RUN_FRAME_COUNT=200 timeout 100 xvfb-run -a "$examples/host/host" "$scratch/survey.brx" | tee "$scratch/picked"
+grep -qE '^picked [0-9.]+ [0-9.]+ [0-9.]+, class [0-9]+' "$scratch/picked"
+
 # A host without a window reads points.
 "$examples/read_cell/read_cell" "$scratch/survey.brx" | tee "$scratch/points"
 grep -qE '^[1-9][0-9]* of 20000 points' "$scratch/points"

@@ -617,9 +617,24 @@ TEST_F(EditSessionStory, OwnStepsTakeTheirTurnAndOutcomesComeInOrder)
     EXPECT_EQ(outcomes.back(), "hide") << "the end of a session waits";
 }
 
-TEST(EditSessionPage, ShowsCodeOfTheExample)
+TEST(HostPages, ShowCodeOfTheExamplesAndNameEveryHeader)
 {
-    const std::string root = VELBRX_SOURCE_DIR;
-    EXPECT_EQ(blocksNotIn(root + "/examples/edit_session/main.cpp", root + "/docs/editing-session.md"),
-              std::vector<std::string>());
+    namespace fs = std::filesystem;
+    const fs::path root = VELBRX_SOURCE_DIR;
+    std::string examples;
+    for (const auto& folder : fs::directory_iterator(root / "examples"))
+        examples += readText(folder.path() / "main.cpp");
+    const TempFolder folder;
+    const std::string all = folder.write("all.cpp", std::vector<uint8_t>(examples.begin(), examples.end()));
+    for (const char* page :
+         {"editing-session.md", "hosting/embedding.md", "hosting/picking.md", "hosting/threads.md"})
+        EXPECT_EQ(blocksNotIn(all, root / "docs" / page), std::vector<std::string>()) << page;
+
+    const std::string table = readText(root / "docs/hosting/README.md");
+    for (const auto& header : fs::recursive_directory_iterator(root / "include")) {
+        const std::string name = header.path().filename().string();
+        if (header.path().extension() == ".h" && name != "Export.h") {
+            EXPECT_NE(table.find("`" + name + "`"), std::string::npos) << name;
+        }
+    }
 }

@@ -8,12 +8,6 @@
 
 namespace {
 
-std::string readText(const std::string& path)
-{
-    const std::vector<uint8_t> bytes = readFile(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 std::string withoutSpace(std::string text)
 {
     const auto isSpace = [](unsigned char c) { return std::isspace(c); };
@@ -22,6 +16,12 @@ std::string withoutSpace(std::string text)
 }
 
 } // namespace
+
+std::string readText(const std::string& path)
+{
+    const std::vector<uint8_t> bytes = readFile(path);
+    return std::string(bytes.begin(), bytes.end());
+}
 
 std::vector<std::string> codeBlocks(const std::string& pagePath, const std::string& language)
 {

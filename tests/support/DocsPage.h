@@ -3,6 +3,9 @@
 #include <string>
 #include <vector>
 
+/// A whole file of text.
+std::string readText(const std::string& path);
+
 /// The blocks of code in a language that a page of Markdown shows.
 std::vector<std::string> codeBlocks(const std::string& pagePath, const std::string& language);
 
