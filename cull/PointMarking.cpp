@@ -1,9 +1,8 @@
 #include "cull/PointMarking.h"
 
 #include "cull/JournalledEdit.h"
+#include "edit/ReachedPoints.h"
 #include "edit/StoreEdit.h"
-#include "loading/PointRecords.h"
-#include "loading/UnwrittenClasses.h"
 
 #include <VelOsgUtils/ThreadCount.h>
 
@@ -16,36 +15,11 @@ const PointMark kShowMark = {true, kHiddenBits, 0};
 
 namespace {
 
-/// The current classes of a cell's points, chunk by chunk; null where nobody looks at them.
-class ClassReader
-{
-public:
-    ClassReader(const CellData& cell, bool isWanted) : _isWanted(isWanted)
-    {
-        if (isWanted) _unwritten = UnwrittenClasses::instance().current(cell.identifier);
-    }
-
-    /// Those of `count` records, the first of which is at `place` in the cell's point order.
-    const uint8_t* read(const uint8_t* records, int count, size_t place)
-    {
-        if (!_isWanted) return nullptr;
-        if (_unwritten) return _unwritten->data() + place;
-        for (int i = 0; i < count; ++i)
-            _classes[i] = records[i * kRecordSize + kClassByte];
-        return _classes;
-    }
-
-private:
-    const bool _isWanted;
-    ClassesPtr _unwritten;
-    uint8_t _classes[kMarkChunk];
-};
-
 /// Records the marked points of a cell. False where some records could not be read.
 bool recordCell(const OctreeInfo& octree, const CellData& cell, const PointTest& test, const PointMark& mark,
                 const JournalledEdit& edit, VelBrx::EditRuns& runs)
 {
-    ClassReader classes(cell, test.readsClasses());
+    ClassReader<kMarkChunk> classes(cell, test.readsClasses());
     return forEachRun(octree, cell, [&](const uint8_t* records, int64_t count, uint32_t place) {
         uint16_t places[kMarkChunk];
         for (int64_t done = 0; done < count; done += kMarkChunk) {

@@ -7,11 +7,12 @@
 class EditControl
 {
 public:
-    /// Begins an edit of so many cells.
-    void begin(uint64_t cells)
+    /// Begins an edit of so many cells, or another part of it: `share` of the whole is done before.
+    void begin(uint64_t cells, double share = 0)
     {
         _done = 0;
         _all = cells;
+        _before = share;
     }
 
     void addDone(uint64_t cells) { _done += cells; }
@@ -21,7 +22,8 @@ public:
     {
         const uint64_t all = _all;
         const uint64_t done = _done;
-        return done < all ? static_cast<double>(done) / static_cast<double>(all) : all > 0 ? 1.0 : 0.0;
+        const double part = done < all ? static_cast<double>(done) / static_cast<double>(all) : 1.0;
+        return all > 0 ? _before + (1 - _before) * part : 0.0;
     }
 
     void cancel() { _isCancelled = true; }
@@ -31,5 +33,6 @@ public:
 private:
     std::atomic<uint64_t> _done{0};
     std::atomic<uint64_t> _all{0};
+    std::atomic<double> _before{0};
     std::atomic<bool> _isCancelled{false};
 };

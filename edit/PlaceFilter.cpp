@@ -252,6 +252,60 @@ private:
     Planes _bounds; ///< of what is covered
 };
 
+/// What is in front of all else under a polygon of the screen.
+class FrontFilter : public PlaceFilter
+{
+public:
+    FrontFilter(const FrontSurface& surface, const Frame& frame)
+        : _surface(surface), _projection(surface, frame.scale, frame.localToWorld)
+    {
+    }
+
+    void keep(const RecordBlock& block, uint8_t* accepted) const override
+    {
+        _surface.keep(_projection, block, accepted);
+    }
+
+    bool mayPass(const CellRegion&) const override { return true; }
+
+private:
+    const FrontSurface& _surface;
+    const FrontSurface::Projection _projection;
+};
+
+/// Points that have grown.
+class GrownFilter : public WorldPlaceFilter
+{
+public:
+    GrownFilter(const GrownPoints& grown, const OctreeInfo& octree, bool outside)
+        : WorldPlaceFilter(outside), _places(grown.of(octree)), _bounds(grown.bounds())
+    {
+    }
+
+private:
+    void test(const RecordBlock& block, uint8_t* inside) const override
+    {
+        for (int i = 0; i < kBlock; ++i) {
+            const GrownPoints::Place place = {static_cast<int32_t>(block.x[i]),
+                                              static_cast<int32_t>(block.y[i]),
+                                              static_cast<int32_t>(block.z[i])};
+            inside[i] = std::binary_search(_places.begin(), _places.end(), place);
+        }
+    }
+
+    Cover cover(const CellRegion& cell) const override
+    {
+        if (_places.empty()) return Cover::NONE;
+        for (int axis = 0; axis < 3; ++axis)
+            if (cell.high[axis] < _bounds._min[axis] || cell.low[axis] > _bounds._max[axis])
+                return Cover::NONE;
+        return Cover::SOME;
+    }
+
+    const std::vector<GrownPoints::Place>& _places;
+    const osg::BoundingBoxd& _bounds;
+};
+
 /// The positive side of all planes of one group at least.
 class PlanesFilter : public PlaceFilter
 {
@@ -378,16 +432,25 @@ void PolygonsFilter::project(const RecordBlock& block, const Polygon& polygon, d
 class PlaceRule
 {
 public:
-    PlaceRule(const SelectionAreas& areas, const Frame& frame, PlaceFilters& filters)
-        : _areas(areas), _frame(frame), _filters(filters)
+    PlaceRule(const SelectionAreas& areas, const OctreeInfo& octree, const Frame& frame,
+              PlaceFilters& filters)
+        : _areas(areas), _octree(octree), _frame(frame), _filters(filters)
     {
     }
 
     void operator()(const Everywhere&) const {}
-    void operator()(const ScreenPlace& place) const { add<ScreenFilter>(place, *_areas.mask); }
+    void operator()(const ScreenPlace& place) const
+    {
+        add<ScreenFilter>(place, *_areas.mask);
+        if (_areas.front) _filters.push_back(std::make_unique<FrontFilter>(*_areas.front, _frame));
+    }
     void operator()(const MapPlace& place) const { add<MapFilter>(*_areas.map, place.heights); }
     void operator()(const BoxPlace& place) const { add<BoxFilter>(place); }
     void operator()(const SpherePlace& place) const { add<SphereFilter>(place); }
+    void operator()(const GrownPlace&) const
+    {
+        _filters.push_back(std::make_unique<GrownFilter>(*_areas.grown, _octree, _areas.selection.outside));
+    }
 
 private:
     template <class Filter, class... Of>
@@ -397,6 +460,7 @@ private:
     }
 
     const SelectionAreas& _areas;
+    const OctreeInfo& _octree;
     const Frame& _frame;
     PlaceFilters& _filters;
 };
@@ -437,7 +501,7 @@ PlaceFilters placeFilters(const SelectionAreas& areas, const OctreeInfo& octree,
     const PointSelection& selection = areas.selection;
     const Frame frame{octree.scale, localToWorld};
     PlaceFilters filters;
-    std::visit(PlaceRule(areas, frame, filters), selection.place);
+    std::visit(PlaceRule(areas, octree, frame, filters), selection.place);
     if (!selection.attributes.height.isWhole())
         filters.push_back(std::make_unique<HeightFilter>(selection.attributes.height, frame));
     if (!selection.undrawnToo) addDrawn(areas, frame, filters);

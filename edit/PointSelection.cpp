@@ -54,12 +54,32 @@ Status check(const Everywhere&)
     return {};
 }
 
+/// Whether the matrix tells near from far.
+bool hasDepth(const osg::Matrixd& vpw)
+{
+    return osg::Vec3d(vpw(0, 3), vpw(1, 3), vpw(2, 3)).length2() > 0 ||
+           osg::Vec3d(vpw(0, 2), vpw(1, 2), vpw(2, 2)).length2() > 0;
+}
+
+Status checkFront(const ScreenPlace& place)
+{
+    constexpr double kLargestRadius = 1000;
+    if (!place.frontTolerance) return {};
+    if (!(*place.frontTolerance >= 0 && *place.frontTolerance <= kLargestCoordinate))
+        return Status::failure("the front surface's tolerance is no length; give a number from 0 to 1e15");
+    if (!(place.frontRadius >= 0 && place.frontRadius <= kLargestRadius))
+        return Status::failure("the front surface's radius is out of range; give 0 to 1000 pixels");
+    if (hasDepth(place.vpw)) return {};
+    return Status::failure("the camera matrix has no depth, so that nothing is in front; give the window's");
+}
+
 Status check(const ScreenPlace& place)
 {
     if (place.width < 1 || place.height < 1)
         return Status::failure("the screen polygon's window has no size; give width and height in pixels");
     const Status vertices = checkVertices("the screen polygon", place.polygon);
-    return vertices ? checkMatrix("the screen polygon", place.vpw) : vertices;
+    const Status matrix = vertices ? checkMatrix("the screen polygon", place.vpw) : vertices;
+    return matrix ? checkFront(place) : matrix;
 }
 
 Status check(const MapPlace& place)
@@ -84,6 +104,21 @@ Status check(const SpherePlace& place)
         return Status::failure("the sphere's center is no place; give three numbers of at most 1e15");
     if (place.radius >= 0 && place.radius <= kLargestCoordinate) return {};
     return Status::failure("the sphere's radius is no length; give a number from 0 to 1e15");
+}
+
+Status check(const GrownPlace& place)
+{
+    constexpr double kShortest = 1e-6; // distances are counted in steps of it
+    constexpr double kLongest = 1e6;
+    constexpr double kRightAngle = 90;
+    if (!isCoordinate(place.from))
+        return Status::failure("growth begins at no place; give three numbers of at most 1e15");
+    if (!(place.distance >= kShortest && place.distance <= kLongest))
+        return Status::failure("the distance of neighbours is out of range; give 1e-6 to 1e6");
+    if (place.angle && !(*place.angle > 0 && *place.angle <= kRightAngle))
+        return Status::failure("the angle of planes is out of range; give above 0 to 90 degrees");
+    if (place.limit < 1) return Status::failure("growth has a limit below 1 point; give 1 or more");
+    return {};
 }
 
 Status check(const AttributeRanges& ranges)
@@ -125,6 +160,10 @@ Status checkSelection(const PointSelection& selection)
 {
     if (selection.outside && std::holds_alternative<Everywhere>(selection.place))
         return Status::failure("there is nothing outside of everywhere; give a place or leave the outside");
+    const auto* screen = std::get_if<ScreenPlace>(&selection.place);
+    if (selection.outside && screen && screen->frontTolerance)
+        return Status::failure(
+            "outside of a polygon nothing is in front; leave the outside or the tolerance");
     for (const Status& status : {std::visit([](const auto& place) { return check(place); }, selection.place),
                                  check("a polygon of the selection", selection.selected),
                                  check(selection.attributes), check(selection.drawn)})

@@ -19,7 +19,8 @@ public:
         ANY
     };
 
-    /// Areas, whose status is a success, and octree outlive the test. `localToWorld` may turn and scale.
+    /// Areas, whose status is a success and which are scanned where that is needed (`SelectionScan`), and
+    /// octree outlive the test. `localToWorld` may turn and scale.
     SelectionTest(const SelectionAreas& areas, const OctreeInfo& octree, const osg::Matrixd& localToWorld,
                   Hidden hidden);
 

@@ -18,7 +18,7 @@ namespace {
 using VelBrx::Status;
 using Classes = std::bitset<256>;
 
-constexpr const char* kPlaces[] = {"everywhere", "screen", "map", "box", "sphere"};
+constexpr const char* kPlaces[] = {"everywhere", "screen", "map", "box", "sphere", "grown"};
 
 /// What is wrong with a text. Thrown and caught in this file.
 struct Malformed
@@ -146,8 +146,24 @@ ScreenPlace toScreen(const std::string& name, const json& value)
         {{"polygon", [&](auto& key, auto& list) { place.polygon = toList(key, list, toVector<osg::Vec2d>); }},
          {"matrix", into(place.vpw, toMatrix)},
          {"width", into(place.width, toWhole)},
-         {"height", into(place.height, toWhole)}},
+         {"height", into(place.height, toWhole)},
+         {"frontTolerance", into(place.frontTolerance, toNumber)},
+         {"frontRadius", into(place.frontRadius, toNumber)}},
         {"polygon", "matrix", "width", "height"});
+    if (value.contains("frontRadius") && !place.frontTolerance)
+        throw Malformed{R"("frontRadius" belongs to a "frontTolerance")"};
+    return place;
+}
+
+GrownPlace toGrown(const std::string& name, const json& value)
+{
+    GrownPlace place;
+    readObject(name, value,
+               {{"from", into(place.from, toVector<osg::Vec3d>)},
+                {"distance", into(place.distance, toNumber)},
+                {"angle", into(place.angle, toNumber)},
+                {"limit", into(place.limit, toWhole)}},
+               {"from", "distance"});
     return place;
 }
 
@@ -239,6 +255,7 @@ PointSelection toSelection(const json& object)
                 {"heights", into(heights, toRange)},
                 {"box", into(selection.place, toBox)},
                 {"sphere", into(selection.place, toSphere)},
+                {"grown", into(selection.place, toGrown)},
                 {"outside", into(selection.outside, toFlag)},
                 {"selected", into(selection.selected, toPolygons)},
                 {"where", into(selection.attributes, toAttributes)},
@@ -246,7 +263,7 @@ PointSelection toSelection(const json& object)
                 {"undrawnToo", into(selection.undrawnToo, toFlag)}});
     if (std::count_if(std::begin(kPlaces), std::end(kPlaces),
                       [&](const char* key) { return object.contains(key); }) != 1)
-        throw Malformed{R"(give one of "everywhere", "screen", "map", "box", "sphere")"};
+        throw Malformed{R"(give one of "everywhere", "screen", "map", "box", "sphere", "grown")"};
     if (auto* map = std::get_if<MapPlace>(&selection.place))
         map->heights = heights;
     else if (object.contains("heights"))
@@ -315,6 +332,9 @@ void addPlace(const ScreenPlace& place, json& object)
                         {"matrix", numbers(place.vpw)},
                         {"width", place.width},
                         {"height", place.height}};
+    if (!place.frontTolerance) return;
+    object["screen"]["frontTolerance"] = *place.frontTolerance;
+    object["screen"]["frontRadius"] = place.frontRadius;
 }
 
 void addPlace(const MapPlace& place, json& object)
@@ -331,6 +351,14 @@ void addPlace(const BoxPlace& place, json& object)
 void addPlace(const SpherePlace& place, json& object)
 {
     object["sphere"] = {{"center", numbers(place.center)}, {"radius", place.radius}};
+}
+
+void addPlace(const GrownPlace& place, json& object)
+{
+    json& grown = object["grown"];
+    grown = {{"from", numbers(place.from)}, {"distance", place.distance}};
+    if (place.angle) grown["angle"] = *place.angle;
+    grown["limit"] = place.limit;
 }
 
 json attributesJson(const AttributeRanges& attributes)

@@ -5,6 +5,7 @@
 #include "cull/StoreProblems.h"
 #include "edit/EditReplay.h"
 #include "edit/SelectionAreas.h"
+#include "edit/SelectionScan.h"
 #include "edit/StoreEdit.h"
 #include "edit/UnsavedClasses.h"
 #include "session/OperationText.h"
@@ -195,10 +196,29 @@ void StoreEdits::show(const PointSelection& selection, const CloudPlaces& places
 void StoreEdits::mark(const PointSelection& selection, const CloudPlaces& places, const PointMark& how,
                       const std::string& op)
 {
-    const SelectionAreas areas(selection);
-    if (!areas.status) return refuse(areas.status.message());
+    SelectionAreas areas(selection);
     const auto hidden = how.ofHidden ? SelectionTest::Hidden::HIDDEN : SelectionTest::Hidden::VISIBLE;
-    mark(reach(areas, places, hidden, selection.undrawnToo), how, OperationText::of(op, selection));
+    if (scan(areas, places, hidden))
+        mark(reach(areas, places, hidden), how, OperationText::of(op, selection));
+}
+
+/// Makes a selection ready to be tested. False where it cannot be, or it was cancelled.
+bool StoreEdits::scan(SelectionAreas& areas, const CloudPlaces& places, SelectionTest::Hidden hidden)
+{
+    if (!areas.status) refuse(areas.status.message());
+    if (areas.status && SelectionScan::isNeeded(areas)) {
+        SelectionScan scan;
+        const Status scanned = scan.run(areas, meant(areas.selection), places, hidden, _control);
+        if (!scanned) refuse(scanned.message());
+        if (const uint64_t cells = scan.cellsUnreadable())
+            refuse("parts of " + std::to_string(cells) +
+                   " cells could not be read, so that it is not known which points are meant; brx verify "
+                   "tells more");
+        _outcome.message = scanned ? scan.note() : _outcome.message;
+        _shareDone = 0.5;
+    }
+    _outcome.isCancelled = _outcome.ok && _control.isCancelled();
+    return !hasFailed();
 }
 
 std::vector<StoreEdits::OpenCloud> StoreEdits::open(const std::vector<SessionCloud>& clouds)
@@ -211,13 +231,21 @@ std::vector<StoreEdits::OpenCloud> StoreEdits::open(const std::vector<SessionClo
     return opened;
 }
 
-/// The clouds that have cells in a selection, among those that are drawn or, with `undrawnToo`, all.
+/// The clouds that a selection is about: those that are drawn or, with `undrawnToo`, all.
+std::vector<osg::ref_ptr<OctreeInfo>> StoreEdits::meant(const PointSelection& selection) const
+{
+    std::vector<osg::ref_ptr<OctreeInfo>> octrees;
+    for (const auto& [octree, isDrawn] : _clouds)
+        if (isDrawn || selection.undrawnToo) octrees.push_back(octree);
+    return octrees;
+}
+
+/// The clouds that have cells in a selection.
 std::vector<StoreEdits::Target> StoreEdits::reach(const SelectionAreas& areas, const CloudPlaces& places,
-                                                  SelectionTest::Hidden hidden, bool undrawnToo) const
+                                                  SelectionTest::Hidden hidden) const
 {
     std::vector<Target> targets;
-    for (const auto& [octree, isDrawn] : _clouds) {
-        if (!isDrawn && !undrawnToo) continue;
+    for (const osg::ref_ptr<OctreeInfo>& octree : meant(areas.selection)) {
         auto test = std::make_unique<SelectionTest>(areas, *octree, places.of(*octree), hidden);
         std::vector<CellData*> cells = test->cells();
         if (!cells.empty()) targets.push_back({octree, std::move(test), std::move(cells)});
@@ -260,11 +288,11 @@ void StoreEdits::classify(const PointSelection& selection, const CloudPlaces& pl
                           ClassEditOptions options)
 {
     VelOsgDBBrx::CategoryCounts& counts = _outcome.classes.emplace();
-    const SelectionAreas areas(selection);
-    if (!areas.status) return refuse(areas.status.message());
+    SelectionAreas areas(selection);
     options.control = &_control;
     const auto hidden = selection.undrawnToo ? SelectionTest::Hidden::ANY : SelectionTest::Hidden::VISIBLE;
-    const std::vector<Target> targets = reach(areas, places, hidden, selection.undrawnToo);
+    if (!scan(areas, places, hidden)) return;
+    const std::vector<Target> targets = reach(areas, places, hidden);
     if (!options.dryRun && !checkStores(targets)) return;
     const bool isDone = edit(targets, [&](const Target& target) {
         const ClassEditOutcome done = editClasses(*target.octree, *target.test, rule, options);
@@ -348,7 +376,7 @@ bool StoreEdits::edit(const std::vector<Target>& targets, const EditStore& editS
     uint64_t cells = 0;
     for (const Target& target : targets)
         cells += target.cells.size();
-    _control.begin(cells);
+    _control.begin(cells, _shareDone);
     std::vector<Move> done;
     for (const Target& target : targets) {
         if (hasFailed()) break;

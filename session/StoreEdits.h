@@ -125,8 +125,10 @@ private:
     bool checkStores(const std::vector<Target>& targets);
     void classify(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places,
                   const ClassRule& rule, ClassEditOptions options);
+    bool scan(SelectionAreas& areas, const CloudPlaces& places, SelectionTest::Hidden hidden);
+    std::vector<osg::ref_ptr<OctreeInfo>> meant(const VelOsgDBBrx::PointSelection& selection) const;
     std::vector<Target> reach(const SelectionAreas& areas, const CloudPlaces& places,
-                              SelectionTest::Hidden hidden, bool undrawnToo) const;
+                              SelectionTest::Hidden hidden) const;
     void mark(const VelOsgDBBrx::PointSelection& selection, const CloudPlaces& places, const PointMark& how,
               const std::string& op);
     void mark(const std::vector<Target>& targets, const PointMark& how, const std::string& operation);
@@ -147,5 +149,6 @@ private:
     const int64_t _newestOwn;
     int64_t _time = 0; ///< of the newest entry or own step
     uint64_t _cellsUnreadable = 0;
+    double _shareDone = 0; ///< of the progress, before cells are edited
     std::vector<osg::observer_ptr<OctreeInfo>> _refused;
 };

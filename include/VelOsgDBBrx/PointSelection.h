@@ -30,6 +30,13 @@ struct ScreenPlace
     osg::Matrixd vpw;                ///< view x projection x window: world coordinates to pixels, y up
     int width = 0;                   ///< of the window, pixels
     int height = 0;
+
+    /// Not empty: only the front surface, which is what the eye sees. A point is taken when it lies at most
+    /// so far behind the nearest point, in units of the world along the view. That is the nearest of the
+    /// pixels at most `frontRadius` away to each side, among all points under the polygon that `drawn`
+    /// allows, loaded or not, whatever their attributes.
+    std::optional<double> frontTolerance = std::nullopt;
+    double frontRadius = 2; ///< pixels, 0 to 1000: closes the gaps between the points in front
 };
 
 /// Numbers from `low` to `high`, both included; all numbers at first.
@@ -68,6 +75,21 @@ struct SpherePlace
     double radius = 0;
 };
 
+/// What grows together with a point: all that is reached from it by steps to neighbours, over the points of
+/// all clouds that attributes, what is selected and what is drawn leave.
+struct GrownPlace
+{
+    osg::Vec3d from;     ///< growth begins with the point nearest to it, at most `distance` away
+    double distance = 0; ///< of neighbours, at most
+
+    /// Degrees, above 0 to 90. Not empty: a neighbour's local plane must be like that of the first point, up
+    /// to this angle. One whose plane is not, as at an edge, is taken where it lies in the plane of a point
+    /// that is like, and does not grow on.
+    std::optional<double> angle = std::nullopt;
+
+    int limit = 1000000; ///< growth ends with so many points
+};
+
 /// Ranges of what a point's record says. A point is in when it is in all of them.
 struct AttributeRanges
 {
@@ -102,7 +124,7 @@ struct DrawnPoints
 /// nothing.
 struct PointSelection
 {
-    std::variant<Everywhere, ScreenPlace, MapPlace, BoxPlace, SpherePlace> place;
+    std::variant<Everywhere, ScreenPlace, MapPlace, BoxPlace, SpherePlace, GrownPlace> place;
     bool outside = false;                ///< all but the place, wherever it is
     std::vector<ScreenPolygon> selected; ///< not empty: of these points only what the polygons select
     AttributeRanges attributes;

@@ -4,7 +4,7 @@
 
 #include "store/StoreIndex.h"
 #include "store/io/FileReader.h"
-#include "store/normals/PlaneFit.h"
+#include <VelBrx/PlaneFit.h>
 
 #include <algorithm>
 #include <array>

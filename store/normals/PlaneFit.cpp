@@ -1,4 +1,4 @@
-#include "store/normals/PlaneFit.h"
+#include <VelBrx/PlaneFit.h>
 
 #include <Eigen/Eigenvalues>
 

@@ -20,7 +20,7 @@ set(layers
   "loading|osgutils store store/io"
   "lod|loading osgutils"
   "render|loading lod osgutils store"
-  "edit|loading lod osgutils store store/io store/journal"
+  "edit|loading lod osgutils store store/io store/journal store/normals"
   "cull|edit loading lod osgutils store/io store/journal"
   "category|edit loading lod osgutils store store/io store/journal"
   "session|category cull edit loading lod osgutils store store/io store/journal"
@@ -43,7 +43,8 @@ set(layers
   "plugin|viewer/display lod registry render"
   "tools|terminal crs store store/io store/builder store/export store/journal store/normals store/sample")
 # These use each other's exported headers alone.
-set(exported_only crs>store
+set(exported_only edit>store/normals
+  crs>store
   category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/panel>lod viewer/panel>render viewer/panel>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
