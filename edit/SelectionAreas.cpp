@@ -22,10 +22,16 @@ std::vector<PolygonArea> areasOf(const std::vector<ScreenPolygon>& polygons)
 } // namespace
 
 SelectionAreas::SelectionAreas(PointSelection pointSelection, PixelBufferTool* tool)
-    : selection(std::move(pointSelection)), status(checkSelection(selection))
+    : SelectionAreas(std::move(pointSelection), std::nullopt, tool)
+{
+}
+
+SelectionAreas::SelectionAreas(PointSelection pointSelection, std::optional<ScreenMask> known,
+                               PixelBufferTool* tool)
+    : selection(std::move(pointSelection)), status(checkSelection(selection)), mask(std::move(known))
 {
     if (!status) return;
-    if (const auto* screen = std::get_if<ScreenPlace>(&selection.place)) {
+    if (const auto* screen = std::get_if<ScreenPlace>(&selection.place); screen && !mask) {
         const osg::ref_ptr<PixelBufferTool> used = tool ? tool : new PolygonMaskTool;
         mask.emplace(used.get(), screen->polygon, screen->width, screen->height);
         if (!mask->isValid())

@@ -20,6 +20,10 @@ public:
     /// `tool` makes the mask of a screen polygon; null: a `PolygonMaskTool`.
     explicit SelectionAreas(VelOsgDBBrx::PointSelection pointSelection,
                             VelOsgDBBrx::PixelBufferTool* tool = nullptr);
+
+    /// `known`: the mask of its screen polygon, where there is one already.
+    SelectionAreas(VelOsgDBBrx::PointSelection pointSelection, std::optional<ScreenMask> known,
+                   VelOsgDBBrx::PixelBufferTool* tool = nullptr);
     SelectionAreas(const SelectionAreas&) = delete;
     SelectionAreas& operator=(const SelectionAreas&) = delete;
 

@@ -66,7 +66,7 @@ Status SelectionScan::run(SelectionAreas& areas, const Clouds& clouds, const Clo
                           SelectionTest::Hidden hidden, EditControl& control)
 {
     if (const ScreenPlace* place = frontOf(areas)) {
-        const SelectionAreas occluding(inTheWay(areas.selection));
+        const SelectionAreas occluding(inTheWay(areas.selection), areas.mask);
         if (!occluding.status) return occluding.status;
         areas.front = findFront(*place, testsOf(occluding, clouds, places, hidden), control);
     }

@@ -1,6 +1,9 @@
-#include "edit/SelectionTest.h"
+#include "edit/SelectionScan.h"
+#include "edit/StoreEdit.h"
+#include "loading/UnwrittenClasses.h"
 #include "tests/support/BuildStore.h"
 #include "tests/support/CullScene.h"
+#include "tests/support/TestLas.h"
 
 #include <VelBrx/SampleSurvey.h>
 #include <VelOsgDBBrx/CellData.h>
@@ -78,6 +81,22 @@ struct PlacedStore
         std::mt19937 random(9);
         for (size_t i = 0; i < records.size(); ++i)
             classes.push_back(static_cast<uint8_t>(random() % 8));
+        for (CellData* cell : allCells(*store.octree())) {
+            std::vector<uint8_t> current;
+            for (const VelBrx::Segment& segment : cell->record.segments)
+                current.insert(current.end(), &classes[segment.first],
+                               &classes[segment.first] + segment.count);
+            const std::vector<uint8_t> written(current.size(), 200);
+            UnwrittenClasses::instance().set({std::make_shared<CellPlace>(*cell),
+                                              std::make_shared<const std::vector<uint8_t>>(written),
+                                              std::make_shared<const std::vector<uint8_t>>(current)});
+        }
+    }
+
+    ~PlacedStore()
+    {
+        for (const CellData* cell : allCells(*store.octree()))
+            UnwrittenClasses::instance().forget(cell->identifier);
     }
 
     osg::Vec3d middle() const { return (store.octree()->min + store.octree()->max) * 0.5 * place; }
@@ -104,6 +123,15 @@ struct PlacedStore
         return found;
     }
 
+    void scan(SelectionAreas& areas, Hidden hidden) const
+    {
+        EditControl control;
+        SelectionScan scan;
+        store.octree()->transform = place;
+        const VelBrx::Status scanned = scan.run(areas, {store.octree()}, CloudPlaces(), hidden, control);
+        EXPECT_TRUE(scanned) << scanned.message();
+    }
+
     const osg::Matrixd place;
     const LasRecords records;
     const LoadedStore store;
@@ -119,8 +147,8 @@ bool isIn(const ValueRange& range, double value)
 class Expectation
 {
 public:
-    Expectation(const PointSelection& selection, const PlacedStore& store)
-        : _selection(selection), _store(store)
+    Expectation(const PointSelection& selection, const PlacedStore& store, Hidden hidden)
+        : _selection(selection), _store(store), _hidden(hidden)
     {
         const auto* place = std::get_if<ScreenPlace>(&selection.place);
         if (!place) return;
@@ -129,20 +157,82 @@ public:
         screen.height = place->height;
         screen.projection = place->vpw * osg::Matrixd::inverse(Screen(screen).vpw());
         _underMask = pointsUnder(store.records, place->polygon, screen, store.place);
+        if (place->frontTolerance) findNearest(*place);
     }
 
-    bool operator()(size_t i, Hidden hidden) const
+    bool operator()(size_t i) const
     {
-        const bool isHidden = _store.records.flags(i) & kHiddenBits;
-        if (hidden != Hidden::ANY && isHidden != (hidden == Hidden::HIDDEN)) return false;
+        if (!isOfHidden(i)) return false;
         const osg::Vec3d p = _store.world(i);
         const auto in = [&](const auto& place) { return isInPlace(place, p, i); };
+        const auto* screen = std::get_if<ScreenPlace>(&_selection.place);
         return std::visit(in, _selection.place) != _selection.outside &&
                (_selection.selected.empty() || isSelected(_selection.selected, p)) && hasAttributes(i, p) &&
-               (_selection.undrawnToo || isDrawn(p, _store.classes[i]));
+               (_selection.undrawnToo || isDrawn(p, _store.classes[i])) &&
+               (!screen || !screen->frontTolerance || isInFront(*screen, i));
     }
 
 private:
+    struct Seen
+    {
+        int column;
+        int row;
+        double depth; ///< from the eye, or from a plane across the view
+    };
+
+    Seen see(const ScreenPlace& place, size_t i) const
+    {
+        const osg::Vec3d p = _store.world(i);
+        const osg::Vec4d window = osg::Vec4d(p, 1) * place.vpw;
+        const osg::Matrixd back = osg::Matrixd::inverse(place.vpw);
+        const double x = window.x() / window.w();
+        const double y = window.y() / window.w();
+        const auto unprojected = [&](double z) {
+            const osg::Vec4d q = osg::Vec4d(x, y, z, 1) * back;
+            return osg::Vec3d(q.x(), q.y(), q.z()) / q.w();
+        };
+        const osg::Vec3d along = unprojected(0.6) - unprojected(0.4); // of this pixel, away from the eye
+        osg::Vec3d view = along;
+        const bool isOrtho = place.vpw(0, 3) == 0 && place.vpw(1, 3) == 0 && place.vpw(2, 3) == 0;
+        if (!isOrtho) view = osg::Vec3d(place.vpw(0, 3), place.vpw(1, 3), place.vpw(2, 3));
+        view.normalize();
+        return {static_cast<int>(x), static_cast<int>(place.height - y), p * view};
+    }
+
+    void findNearest(const ScreenPlace& place)
+    {
+        for (size_t i = 0; i < _underMask.size(); ++i) {
+            if (!_underMask[i] || !isOfHidden(i)) continue;
+            if (!_selection.undrawnToo && !isDrawn(_store.world(i), _store.classes[i])) continue;
+            const Seen seen = see(place, i);
+            const auto [depth, isNew] = _nearest.try_emplace({seen.column, seen.row}, seen.depth);
+            depth->second = std::min(depth->second, seen.depth);
+        }
+    }
+
+    bool isInFront(const ScreenPlace& place, size_t i) const
+    {
+        const Seen seen = see(place, i);
+        const int radius = static_cast<int>(std::ceil(place.frontRadius));
+        for (int column = seen.column - radius; column <= seen.column + radius; ++column)
+            for (int row = seen.row - radius; row <= seen.row + radius; ++row) {
+                const auto nearest = _nearest.find({column, row});
+                if (nearest != _nearest.end() && seen.depth - nearest->second > *place.frontTolerance)
+                    return false;
+            }
+        return true;
+    }
+
+    bool isOfHidden(size_t i) const
+    {
+        return _hidden == Hidden::ANY ||
+               bool(_store.records.flags(i) & kHiddenBits) == (_hidden == Hidden::HIDDEN);
+    }
+
+    bool isInPlace(const GrownPlace&, const osg::Vec3d&, size_t) const
+    {
+        return false;
+    } // has a test of its own
     bool isInPlace(const Everywhere&, const osg::Vec3d&, size_t) const { return true; }
     bool isInPlace(const ScreenPlace&, const osg::Vec3d&, size_t i) const { return _underMask[i]; }
     bool isInPlace(const MapPlace& place, const osg::Vec3d& p, size_t) const
@@ -202,7 +292,9 @@ private:
 
     const PointSelection& _selection;
     const PlacedStore& _store;
-    std::vector<bool> _underMask; ///< of a screen place
+    const Hidden _hidden;
+    std::vector<bool> _underMask;                   ///< of a screen place
+    std::map<std::pair<int, int>, double> _nearest; ///< of the pixels under the mask
 };
 
 /// Selections drawn by lot around a cube of `size` at `middle`.
@@ -227,12 +319,13 @@ public:
     {
         PointSelection s;
         if (kind == 1) s.place = screen();
+        if (kind == 5) s.place = frontOf(screen());
         if (kind == 2) s.place = MapPlace{mapPolygon(), oneIn(2) ? ValueRange() : heights()};
         if (kind == 3)
             s.place = BoxPlace{around(0.3) - osg::Vec3d(1, 1, 1) * 0.3 * _size,
                                around(0.3) + osg::Vec3d(1, 1, 1) * 0.3 * _size};
         if (kind == 4) s.place = SpherePlace{around(0.4), between(0.1, 0.6) * _size};
-        s.outside = kind && oneIn(3);
+        s.outside = kind && kind != 5 && oneIn(3);
         if (oneIn(3)) s.selected = polygons(true);
         fill(s.attributes);
         fill(s.drawn);
@@ -279,6 +372,13 @@ private:
     }
 
     ScreenPlace screen() { return {pixels(), camera(), 200, 150}; }
+
+    ScreenPlace frontOf(ScreenPlace place)
+    {
+        place.frontTolerance = between(0, 0.1) * _size;
+        place.frontRadius = oneIn(4) ? 0 : between(0.1, 9);
+        return place;
+    }
 
     std::vector<ScreenPolygon> polygons(bool firstSelects)
     {
@@ -358,6 +458,20 @@ bool contains(const PolygonArea& area, double x, double y)
     return inside[PointTest::kBlock - 1];
 }
 
+/// Places of a floor at x below 500, of a ramp that it touches at 500, and of an island beyond a gap of 100
+/// in front of it, in centimetres, ten apart. `from` to `to`: the part of y.
+std::vector<std::array<int, 3>> floorRampAndIsland(int from, int to)
+{
+    std::vector<std::array<int, 3>> places;
+    for (int y = from; y < to; y += 10) {
+        for (int x = -300; x < 500; x += 10)
+            if (x <= -100 || x >= 0) places.push_back({x, y, 0});
+        for (int step = 0; step < 40; ++step)
+            places.push_back({500 + 7 * step, y, 7 * step});
+    }
+    return places;
+}
+
 } // namespace
 
 TEST(PointSelectionTest, ReachesWhatItSaysInStoresThatAreTurnedAndScaledAfterAJourneyThroughItsText)
@@ -377,28 +491,119 @@ TEST(PointSelectionTest, ReachesWhatItSaysInStoresThatAreTurnedAndScaledAfterAJo
     unsigned seed = 0;
     for (const PlacedStore& store : stores) {
         for (int i = 0; i < 150; ++i) {
-            const int kind = i % 5;
+            const int kind = i % 6;
             Lots lots(++seed, store.middle(), store.size());
             const PointSelection selection = lots.selection(kind);
-            const Hidden hidden = static_cast<Hidden>(seed % 3);
+            const Hidden hidden = static_cast<Hidden>(seed / 7 % 3);
             PointSelection read;
             const VelBrx::Status status = readSelection(selectionText(selection), read);
             ASSERT_TRUE(status) << status.message() << "\n" << selectionText(selection);
             ASSERT_EQ(selectionText(read), selectionText(selection));
-            const SelectionAreas areas(read, tool);
+            SelectionAreas areas(read, tool);
             ASSERT_TRUE(areas.status) << areas.status.message();
+            store.scan(areas, hidden);
             const std::vector<bool> found =
                 store.reached(SelectionTest(areas, *store.store.octree(), store.place, hidden));
-            const Expectation expected(selection, store);
+            const Expectation expected(selection, store, hidden);
             for (size_t p = 0; p < found.size(); ++p) {
-                ASSERT_EQ(found[p], expected(p, hidden))
+                ASSERT_EQ(found[p], expected(p))
                     << "point " << p << " of selection " << seed << ": " << selectionText(selection);
                 reachedByKind[kind] += found[p];
             }
         }
     }
-    for (int kind = 0; kind < 5; ++kind)
+    for (int kind = 0; kind < 6; ++kind)
         EXPECT_GT(reachedByKind[kind], 5000u) << kind;
+}
+
+TEST(PointSelectionTest, GrowsOverTheNeighboursOfAPointInAllStores)
+{
+    // The far half lies in a store that is turned, so that it fits where it stands.
+    const TempFolder folder;
+    const osg::Vec3d at(2600000, 1200000, 400);
+    const osg::Matrixd turn = osg::Matrixd::rotate(0.5, osg::Vec3d(0, 0, 1));
+    const auto write = [&](const std::string& name, int from, int to, const osg::Matrixd& back) {
+        TestLas las;
+        las.scale = {0.0001, 0.0001, 0.0001};
+        for (const std::array<int, 3>& place : floorRampAndIsland(from, to)) {
+            const osg::Vec3d local = osg::Vec3d(place[0], place[1], place[2]) * 0.01 * back;
+            las.addPoint(std::lround(local.x() * 1e4), std::lround(local.y() * 1e4),
+                         std::lround(local.z() * 1e4));
+        }
+        buildStoreOf(folder.write(name + ".las", las.bytes()), folder.file(name + ".brx"));
+        return folder.file(name + ".brx");
+    };
+    const auto placed = [&](const std::string& path, const osg::Matrixd& place) {
+        return PlacedStore(path, osg::Matrixd::translate(LasRecords(path).offset()) * place *
+                                     osg::Matrixd::translate(at));
+    };
+    const PlacedStore stores[] = {placed(write("near", 0, 200, osg::Matrixd()), osg::Matrixd()),
+                                  placed(write("far", 200, 400, osg::Matrixd::inverse(turn)), turn)};
+    constexpr size_t kFloor = 50 * 40;
+    constexpr size_t kRamp = 40 * 40;
+    constexpr size_t kIsland = 21 * 40;
+
+    /// How many points of floor, ramp and island grow.
+    struct Grown
+    {
+        size_t floor = 0;
+        size_t ramp = 0;
+        size_t island = 0;
+        std::string note;
+        std::string problem;
+    };
+    const auto grow = [&](const GrownPlace& place, bool outside = false) {
+        PointSelection selection;
+        selection.place = place;
+        selection.outside = outside;
+        PointSelection read;
+        EXPECT_TRUE(readSelection(selectionText(selection), read));
+        EXPECT_EQ(selectionText(read), selectionText(selection));
+        SelectionAreas areas(read);
+        EditControl control;
+        SelectionScan scan;
+        Grown grown;
+        for (const PlacedStore& store : stores)
+            store.store.octree()->transform = store.place;
+        grown.problem = scan.run(areas, {stores[0].store.octree(), stores[1].store.octree()}, CloudPlaces(),
+                                 Hidden::ANY, control)
+                            .message();
+        grown.note = scan.note();
+        if (!grown.problem.empty()) return grown;
+        for (const PlacedStore& store : stores) {
+            const std::vector<bool> found =
+                store.reached(SelectionTest(areas, *store.store.octree(), store.place, Hidden::ANY));
+            for (size_t i = 0; i < found.size(); ++i) {
+                const double x = store.world(i).x() - at.x();
+                if (found[i]) ++(x > 4.99 ? grown.ramp : x < -0.5 ? grown.island : grown.floor);
+            }
+        }
+        return grown;
+    };
+    const osg::Vec3d onFloor = at + osg::Vec3d(1, 1, 0.03);
+    const Grown near = grow({onFloor, 0.15});
+    EXPECT_EQ(near.problem, "");
+    EXPECT_EQ(near.floor, kFloor);
+    EXPECT_EQ(near.ramp, kRamp);
+    EXPECT_EQ(near.island, 0u);
+    EXPECT_EQ(near.note, "");
+    EXPECT_EQ(grow({onFloor, 0.15}, true).island, kIsland);
+    EXPECT_EQ(grow({onFloor, 1.05}).island, kIsland);
+
+    const Grown plane = grow({onFloor, 0.25, 15.0});
+    EXPECT_EQ(plane.floor, kFloor);
+    EXPECT_LE(plane.ramp, 2u * 40);
+    EXPECT_GE(grow({at + osg::Vec3d(6, 3, 1), 0.25, 15.0}).ramp, kRamp - 40);
+    EXPECT_LE(grow({at + osg::Vec3d(6, 3, 1), 0.25, 15.0}).floor, 2u * 40);
+    EXPECT_EQ(grow({onFloor, 0.25, 50.0}).ramp, kRamp);
+
+    const Grown few = grow({onFloor, 0.15, std::nullopt, 100});
+    EXPECT_EQ(few.floor, 100u);
+    EXPECT_EQ(few.ramp + few.island, 0u);
+    EXPECT_EQ(few.note, "growth ended at its limit of 100 points");
+    EXPECT_NE(grow({at + osg::Vec3d(1, 1, 9), 0.5}).problem.find("no point is near enough"),
+              std::string::npos);
+    EXPECT_NE(grow({onFloor, 0.05, 15.0}).problem.find("no neighbours that make a plane"), std::string::npos);
 }
 
 TEST(PointSelectionTest, ReadsNoCellThatItCannotReach)
