@@ -92,6 +92,18 @@ uint64_t countUnwrittenClasses(const OctreeInfo& octree)
     return points;
 }
 
+std::array<int64_t, 256> unwrittenDifference(const OctreeInfo& octree)
+{
+    std::array<int64_t, 256> sum{};
+    for (const Cell& cell : unwrittenCells(octree)) {
+        for (const uint8_t code : *cell.current)
+            ++sum[code];
+        for (const uint8_t code : *cell.written)
+            --sum[code];
+    }
+    return sum;
+}
+
 Status takeOverClasses(OctreeInfo& octree, const JournalPtr& journal, uint64_t& replaced)
 {
     const std::vector<Cell> edited = unwrittenCells(octree);

@@ -4,6 +4,7 @@
 #include <VelBrx/Status.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 
@@ -15,6 +16,10 @@ bool hasUnwrittenClasses(const OctreeInfo& octree);
 
 /// Points of the store that have another class than their records.
 uint64_t countUnwrittenClasses(const OctreeInfo& octree);
+
+/// By class, the points that have it as edited less those that have it in their records. Any thread may call
+/// it, without the locks: it finds each cell as it is at some moment.
+std::array<int64_t, 256> unwrittenDifference(const OctreeInfo& octree);
 
 /// What the journal has and the store has not is shown again; what was edited without this journal is
 /// written down in it. A point that something else has given another class in the store since keeps that,

@@ -531,6 +531,11 @@ std::map<std::string, uint64_t> EditSession::unsavedPoints() const
     return ::unsavedPoints(openStores(_state->clouds()));
 }
 
+std::map<std::string, std::array<int64_t, 256>> EditSession::unsavedDifference() const
+{
+    return ::unsavedDifference(openStores(_state->clouds()));
+}
+
 bool EditSession::addOwnStep(std::string name, std::function<void()> undo, std::function<void()> redo)
 {
     EditStep step;

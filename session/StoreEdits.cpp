@@ -120,6 +120,15 @@ std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionStore>& s
     return counts;
 }
 
+std::map<std::string, std::array<int64_t, 256>> unsavedDifference(const std::vector<SessionStore>& stores)
+{
+    std::map<std::string, std::array<int64_t, 256>> differences;
+    for (const SessionStore& store : stores)
+        if (hasUnwrittenClasses(*store.octree))
+            differences[store.octree->pointPath] = unwrittenDifference(*store.octree);
+    return differences;
+}
+
 JournalSteps readSteps(const std::vector<SessionStore>& stores)
 {
     JournalSteps steps;

@@ -15,6 +15,7 @@
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -54,6 +55,9 @@ bool editWithoutJournal(OctreeInfo& octree, const std::string& author, bool wasR
 
 /// Points whose class is not saved, by the path of their store; without stores that have none.
 std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionStore>& stores);
+
+/// By the path of their store and by class, what unsaved classes add to those of its records.
+std::map<std::string, std::array<int64_t, 256>> unsavedDifference(const std::vector<SessionStore>& stores);
 
 /// The steps of stores, in their order. A journal that cannot be read has none: whoever edits its store is
 /// told.

@@ -50,7 +50,8 @@ try {
     return outOfMemory(path);
 }
 
-Status countHiddenPoints(const std::string& path, const std::atomic<bool>& cancel, uint64_t& hidden)
+Status countClassesAndHidden(const std::string& path, const std::atomic<bool>& cancel, PointCounts& counts,
+                             std::atomic<uint64_t>* done)
 try {
     constexpr uint64_t kBlockPoints = 4096; // 144 KiB of records, which stay in the processor's cache
     using LasLayout::kPointSize;
@@ -62,16 +63,20 @@ try {
 
     const uint64_t all = head.header.pointCount;
     std::vector<uint8_t> records(kBlockPoints * kPointSize);
-    uint64_t found = 0;
+    PointCounts found;
     for (uint64_t first = 0; first < all; first += kBlockPoints) {
         if (cancel) return cancelled().of(path);
         const size_t count = std::min(kBlockPoints, all - first);
         const auto start = static_cast<int64_t>(head.header.pointDataStart + first * kPointSize);
         if (!file.read(start, records.data(), count * kPointSize)) return unreadable(path);
-        for (size_t i = 0; i < count; ++i)
-            found += (records[i * kPointSize + LasLayout::kFlags] & LasLayout::kHiddenBits) != 0;
+        for (const uint8_t* record = records.data(); record != records.data() + count * kPointSize;
+             record += kPointSize) {
+            ++found.byClass[record[LasLayout::kClass]];
+            found.hidden += (record[LasLayout::kFlags] & LasLayout::kHiddenBits) != 0;
+        }
+        if (done) *done += count;
     }
-    hidden = found;
+    counts = found;
     return {};
 } catch (const std::bad_alloc&) {
     return outOfMemory(path);

@@ -76,6 +76,7 @@ Status run(osg::ArgumentParser& arguments)
     if (Status status = chooseClasses(options.classesFile, stores, classes); !status) return status;
     if (!classes.warning.empty()) options.warnings.push_back(classes.warning);
     setClassTable(classes.table);
+    options.classesFile = classes.file;
     for (const std::string& warning : options.warnings)
         std::fprintf(stderr, "brxview: %s\n", warning.c_str());
     Scene scene;

@@ -23,9 +23,10 @@ struct PointCounts
 /// what to do, and leaves `counts` unchanged. Any thread may call it.
 VEL_BRX_EXPORT Status countPoints(const std::string& path, PointCounts& counts);
 
-/// Counts the points with a hidden bit on the calling thread alone, to leave the processors to others, and
-/// gives up, with a failure, once `cancel` is true. Failures as of `countPoints`. Any thread may call it.
-VEL_BRX_EXPORT Status countHiddenPoints(const std::string& path, const std::atomic<bool>& cancel,
-                                        uint64_t& hidden);
+/// Counts what edits change, `byClass` and `hidden` alone, on the calling thread, to leave the processors to
+/// others, and gives up, with a failure, once `cancel` is true. `done`, when not null, grows by the points as
+/// they are read. Failures as of `countPoints`. Any thread may call it.
+VEL_BRX_EXPORT Status countClassesAndHidden(const std::string& path, const std::atomic<bool>& cancel,
+                                            PointCounts& counts, std::atomic<uint64_t>* done = nullptr);
 
 } // namespace VelBrx

@@ -6,6 +6,7 @@
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/PointSelection.h>
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -203,6 +204,11 @@ public:
     /// Number of points whose class is not saved, by the path of their store; without stores that have none.
     /// Any thread.
     std::map<std::string, uint64_t> unsavedPoints() const;
+
+    /// By the path of the store and by class, the points that have it as edited less those that have it in
+    /// the file: what unsaved classes add to counts over files. Without stores that have none. While an
+    /// operation runs, something between before and after it. Any thread.
+    std::map<std::string, std::array<int64_t, 256>> unsavedDifference() const;
 
     /// A step of the host's own in the order of undo and redo, such as a selection in the picture, that has
     /// just been done. `undo` and `redo` are called by `undo`, `redo`, `undoAll` and `stepTo`, on their

@@ -80,10 +80,13 @@ TEST(PointCounts, CountTheRecordsAsTheyAreNow)
     ASSERT_TRUE(status) << status.message();
     EXPECT_EQ(counts.byClass[255], 1u);
     EXPECT_EQ(counts.hidden, 2u);
-    uint64_t hidden = 0;
-    EXPECT_TRUE(countHiddenPoints(path, std::atomic<bool>(false), hidden));
-    EXPECT_EQ(hidden, 2u);
-    EXPECT_FALSE(countHiddenPoints(path, std::atomic<bool>(true), hidden)) << "cancelled";
+    PointCounts alone;
+    std::atomic<uint64_t> done{0};
+    EXPECT_TRUE(countClassesAndHidden(path, std::atomic<bool>(false), alone, &done));
+    EXPECT_EQ(alone.hidden, 2u);
+    EXPECT_EQ(alone.byClass, counts.byClass);
+    EXPECT_EQ(done, store.points.size());
+    EXPECT_FALSE(countClassesAndHidden(path, std::atomic<bool>(true), alone)) << "cancelled";
     EXPECT_EQ(counts.byReturn, store.index.statistics.pointsByReturn);
     EXPECT_EQ(counts.byNumberOfReturns, store.index.statistics.pointsByNumberOfReturns);
     uint64_t sum = 0;

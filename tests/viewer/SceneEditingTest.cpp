@@ -2,10 +2,13 @@
 
 #include "tests/support/LasRecords.h"
 #include "tests/viewer/ShownSurvey.h"
+#include "viewer/edit/ClassCounts.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <thread>
 
 using VelOsgDBBrx::EditOutcome;
 
@@ -274,4 +277,60 @@ TEST_F(SceneEditingTest, ALineFindsThePointsUnderItsWholeWidthAndMakesThemStandO
     EXPECT_EQ(yellow(0, west.y() - half - spacing), 0);
     EXPECT_EQ(done(session->undo()).operation, "undo line");
     EXPECT_EQ(yellow(0, ShownSurvey::kSize), 0);
+}
+
+TEST_F(SceneEditingTest, ClassesAreCountedAsTheyAreNowThroughEditsSavesAndOtherStores)
+{
+    show();
+    const auto update = [](ClassCounts& counts) {
+        for (counts.update(); counts.progress(); counts.update())
+            std::this_thread::yield();
+        return counts.points();
+    };
+    ClassCounts kept(shown.scene, *session);
+    // What was followed step by step is what somebody who comes now counts.
+    const auto points = [&](int code) {
+        ClassCounts fresh(shown.scene, *session);
+        EXPECT_EQ(update(kept), update(fresh));
+        return kept.points()[static_cast<size_t>(code)];
+    };
+    kept.update();
+    const ClassCounts::Counts built = kept.points();
+    ASSERT_EQ(built[2] + built[3] + built[4], 400u);
+    EXPECT_EQ(points(2), built[2]);
+    classify(kAll, 9, {2});
+    EXPECT_EQ(points(9), built[2]);
+    EXPECT_EQ(points(2), 0u);
+    done(session->undo());
+    EXPECT_EQ(points(9), 0u);
+    done(session->redo());
+    classify(kCorner, 12);
+    const uint64_t corner = points(12);
+    EXPECT_EQ(corner, count(under(kCorner)));
+    done(session->save());
+    EXPECT_EQ(points(12), corner);
+    done(session->undo()); // in memory alone
+    EXPECT_EQ(points(12), 0u);
+    done(session->stepTo(0));
+    EXPECT_EQ(points(2), built[2]);
+    // Nobody looked before the save, and another edit followed it.
+    done(session->stepTo(2));
+    done(session->save());
+    classify(kAll, 7, {9});
+    EXPECT_EQ(points(7) + points(12) + points(3) + points(4), 400u);
+    EXPECT_EQ(points(12), corner);
+
+    const std::string copy = shown.folder.file("copy.brx");
+    std::filesystem::copy_file(shown.store(), copy);
+    OpenedStore opened;
+    std::string note;
+    ASSERT_TRUE(openStore(copy, "", opened, note));
+    std::vector<OpenedStore> more;
+    more.push_back(std::move(opened));
+    done(session->addClouds(std::move(more)));
+    EXPECT_EQ(points(12), 2 * corner);               // saved in both
+    EXPECT_EQ(points(7) + points(9), 2 * points(9)); // saved in the copy, and edited since in the first
+    done(session->removeCloud(shown.scene.clouds().back().id));
+    EXPECT_EQ(points(12), corner);
+    done(session->undoAll());
 }

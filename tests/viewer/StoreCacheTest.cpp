@@ -75,9 +75,9 @@ TEST_F(StoreCache, AStoreOlderThanItsSourceIsKeptUntilForced)
     EXPECT_EQ(find(true), store);
     EXPECT_GT(fs::last_write_time(store), old);
     std::atomic<bool> cancel{false};
-    uint64_t hidden = 0;
-    EXPECT_TRUE(VelBrx::countHiddenPoints(store, cancel, hidden));
-    EXPECT_EQ(hidden, 1u) << "edits are kept";
+    VelBrx::PointCounts counts;
+    EXPECT_TRUE(VelBrx::countClassesAndHidden(store, cancel, counts));
+    EXPECT_EQ(counts.hidden, 1u) << "edits are kept";
 }
 
 TEST_F(StoreCache, AStoreThatIsNamedForAnotherFileIsRefused)

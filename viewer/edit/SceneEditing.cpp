@@ -89,14 +89,15 @@ void SceneEditing::setShown(uint64_t id, bool shown)
 bool SceneEditing::await(bool isStarted)
 {
     if (isBusy() || !isStarted) return false;
-    _running.emplace();
-    _running->inSession = true;
+    begin()->inSession = true;
     return true;
 }
 
 /// Where none runs.
 SceneEditing::Running* SceneEditing::begin(const std::string& operation)
 {
+    ++_revision;
+    _isSaving = false;
     _running.emplace();
     _running->outcome.operation = operation;
     return &*_running;
@@ -308,6 +309,12 @@ bool SceneEditing::stepTo(size_t count)
                   "there are " + std::to_string(all.size()) + " steps; 0 is before all of them");
 }
 
+bool SceneEditing::save()
+{
+    if (!await(_session.save())) return false;
+    return _isSaving = true;
+}
+
 bool SceneEditing::reset()
 {
     if (isBusy()) return false;
@@ -343,6 +350,8 @@ std::optional<EditOutcome> SceneEditing::poll()
     if (_running->outcome.ok && _running->conclude) _running->conclude(*_running);
     EditOutcome outcome = std::move(_running->outcome);
     _running.reset();
+    if (_isSaving) _savedRevision = _revision + 1;
+    ++_revision;
     _scene.followEdits();
     return outcome;
 }

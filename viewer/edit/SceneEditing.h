@@ -13,6 +13,8 @@
 #include <osg/Vec2d>
 #include <osgViewer/Viewer>
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -126,7 +128,7 @@ public:
     bool reset();
 
     /// Writes the classes into the stores. Undo still goes back past it.
-    bool save() { return await(_session.save()); }
+    bool save();
 
     /// Gives every point the class that is in its store.
     bool dropUnsaved() { return await(_session.dropUnsaved()); }
@@ -161,6 +163,18 @@ public:
     /// Number of points whose class is not saved, by the path of their store; without stores that have none.
     std::map<std::string, uint64_t> unsavedPoints() const { return _session.unsavedPoints(); }
 
+    /// See `EditSession`. Any thread.
+    std::map<std::string, std::array<int64_t, 256>> unsavedDifference() const
+    {
+        return _session.unsavedDifference();
+    }
+
+    /// Grows when an operation begins, and again when its outcome is taken: odd while one runs. Any thread.
+    uint64_t revision() const { return _revision; }
+
+    /// What it was when the last save had ended. Any thread.
+    uint64_t savedRevision() const { return _savedRevision; }
+
     /// Of these the ones that end with the program: no journal beside their store keeps them.
     std::map<std::string, uint64_t> unkeptPoints() const;
 
@@ -186,7 +200,7 @@ private:
 
     void takeIn(const Scene::Cloud& cloud);
     bool await(bool isStarted);
-    Running* begin(const std::string& operation);
+    Running* begin(const std::string& operation = std::string());
     bool edit(const std::string& operation, const EditPlace& place, bool outside,
               bool (VelOsgDBBrx::EditSession::*start)(const VelOsgDBBrx::PointSelection&));
     bool refuse(const std::string& operation, const std::string& message);
@@ -205,5 +219,8 @@ private:
     Drawing _onWindow; ///< the outline of the operation that begins
     Drawing _whole;    ///< the same, on a window that holds as much of it as is meant
     std::optional<Running> _running;
+    std::atomic<uint64_t> _revision{0};
+    std::atomic<uint64_t> _savedRevision{0};
+    bool _isSaving = false; ///< the running operation is a save
     VelOsgDBBrx::EditSession _session;
 };

@@ -23,10 +23,10 @@ void HiddenPoints::count()
     uint64_t points = 0;
     std::vector<std::string> concerned;
     for (const std::string& store : _stores) {
-        uint64_t hidden = 0;
+        VelBrx::PointCounts counts;
         if (_cancel) return;
-        if (!VelBrx::countHiddenPoints(store, _cancel, hidden) || hidden == 0) continue;
-        points += hidden;
+        if (!VelBrx::countClassesAndHidden(store, _cancel, counts) || counts.hidden == 0) continue;
+        points += counts.hidden;
         concerned.push_back(store);
     }
     if (!concerned.empty())

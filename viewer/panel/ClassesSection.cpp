@@ -1,0 +1,222 @@
+#include "viewer/panel/ClassesSection.h"
+
+#include "terminal/ClassesFile.h"
+#include "terminal/Text.h"
+#include "viewer/display/Palettes.h"
+#include "viewer/operation/Operations.h"
+#include "viewer/panel/Widgets.h"
+
+#include <imgui.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+constexpr double kLookAgain = 0.1; ///< seconds, while points are counted
+constexpr int kMostRows = 14;      ///< that are seen at once
+
+ClassSet only(int code)
+{
+    return ClassSet().set(static_cast<size_t>(code));
+}
+
+/// A copy with one class turned over; of that class alone where Ctrl is held.
+ClassSet clicked(ClassSet classes, int code)
+{
+    return ImGui::GetIO().KeyCtrl ? only(code) : classes.flip(static_cast<size_t>(code));
+}
+
+void textAtRight(const std::string& text)
+{
+    const float room = ImGui::GetContentRegionAvail().x - ImGui::CalcTextSize(text.c_str()).x;
+    ImGui::SetCursorPosX(ImGui::GetCursorPosX() + std::max(room, 0.0f));
+    ImGui::TextUnformatted(text.c_str());
+}
+
+/// A tick without a frame's width of room around it.
+bool tick(const char* id, bool isSet)
+{
+    ImGui::PushStyleVar(ImGuiStyleVar_FramePadding, ImVec2(0, 0));
+    const bool isClicked = ImGui::Checkbox(id, &isSet);
+    ImGui::PopStyleVar();
+    return isClicked;
+}
+
+} // namespace
+
+ClassesSection::ClassesSection(const Stage& stage, ClassChoice& choice, Gui& gui, std::string file)
+    : _stage(stage), _choice(choice), _gui(gui), _file(file.empty() ? userClassesFile() : std::move(file)),
+      _counts(stage.scene, stage.editing)
+{
+}
+
+void ClassesSection::draw()
+{
+    _counts.update();
+    drawRows();
+    if (const std::optional<double> progress = _counts.progress()) {
+        _gui.wakeAfter(kLookAgain);
+        if (*progress > 0) ImGui::TextDisabled("counting ... %d %%", static_cast<int>(100 * *progress));
+    }
+    if (!_counts.problem().empty()) ImGui::TextWrapped("%s", _counts.problem().c_str());
+    drawShown();
+    drawAdd();
+    drawSave();
+}
+
+/// The classes with points, the user's own, and the one that points become.
+ClassSet ClassesSection::listed() const
+{
+    ClassSet classes = classTable().own() | _added | only(_choice.toClass);
+    for (size_t code = 0; code < classes.size(); ++code)
+        if (_counts.points()[code] > 0) classes.set(code);
+    return classes;
+}
+
+void ClassesSection::drawRows()
+{
+    const std::vector<int> codes = listClasses(listed());
+    const float row = ImGui::GetTextLineHeight() + 2 * ImGui::GetStyle().CellPadding.y;
+    const auto rows = static_cast<float>(std::min<size_t>(codes.size(), kMostRows) + 1);
+    constexpr ImGuiTableFlags kFlags = ImGuiTableFlags_ScrollY | ImGuiTableFlags_SizingFixedFit;
+    if (!ImGui::BeginTable("classes", 6, kFlags, ImVec2(0, rows * row + ImGui::GetStyle().CellPadding.y)))
+        return;
+    ImGui::TableSetupScrollFreeze(0, 1);
+    for (const char* const title : {"##colour", "##code"})
+        ImGui::TableSetupColumn(title);
+    ImGui::TableSetupColumn("class", ImGuiTableColumnFlags_WidthStretch);
+    for (const char* const title : {"points", "see", "edit"})
+        ImGui::TableSetupColumn(title);
+    ImGui::TableNextRow(ImGuiTableRowFlags_Headers);
+    for (const char* const title : {"", "", "class", "points", "see", "edit"}) {
+        ImGui::TableNextColumn();
+        ImGui::TextDisabled("%s", title);
+    }
+    for (const int code : codes) {
+        ImGui::TableNextRow();
+        ImGui::PushID(code);
+        drawRow(code);
+        ImGui::PopID();
+    }
+    ImGui::EndTable();
+}
+
+void ClassesSection::drawRow(int code)
+{
+    ImGui::TableNextColumn();
+    drawColor(code);
+    ImGui::TableNextColumn();
+    textAtRight(std::to_string(code));
+    ImGui::TableNextColumn();
+    const std::string& name = classTable().name(static_cast<unsigned>(code));
+    if (ImGui::Selectable((name.empty() ? "-" : name.c_str()), code == _choice.toClass))
+        _choice.toClass = code;
+    widgets::tip(classText(static_cast<unsigned>(code)) +
+                 "\nClick: points become this class. Its number, typed in edit mode, does the same.");
+    ImGui::TableNextColumn();
+    textAtRight(grouped(_counts.points()[static_cast<size_t>(code)]));
+    ImGui::TableNextColumn();
+    drawEye(code);
+    ImGui::TableNextColumn();
+    drawMayChange(code);
+}
+
+void ClassesSection::drawColor(int code)
+{
+    const auto number = static_cast<unsigned>(code);
+    const osg::Vec4f color = classColors()[number];
+    const ImVec4 shown(color.r(), color.g(), color.b(), 1);
+    const float side = ImGui::GetTextLineHeight();
+    if (ImGui::ColorButton("colour", shown, ImGuiColorEditFlags_NoTooltip, ImVec2(side, side))) {
+        std::snprintf(_name.data(), _name.size(), "%s", classTable().name(number).c_str());
+        ImGui::OpenPopup("look");
+    }
+    widgets::tip("Click: another colour or name");
+    if (!ImGui::BeginPopup("look")) return;
+    VelBrx::ClassTable table = classTable();
+    float rgb[3] = {color.r(), color.g(), color.b()};
+    bool isChanged = ImGui::ColorPicker3("##colour", rgb, ImGuiColorEditFlags_NoSidePreview);
+    if (isChanged) {
+        const auto channel = [&](int i) { return static_cast<uint32_t>(255 * rgb[i] + 0.5f); };
+        table.setColor(number, channel(0) << 16 | channel(1) << 8 | channel(2));
+    }
+    if (ImGui::InputText("name", _name.data(), _name.size())) {
+        table.setName(number, _name.data());
+        isChanged = true;
+    }
+    ImGui::EndPopup();
+    if (!isChanged) return;
+    _isChanged = true;
+    _gui.later([this, table] { _stage.scene.setClassTable(table); });
+}
+
+void ClassesSection::drawEye(int code)
+{
+    const ClassSet& shown = _stage.scene.shownClasses();
+    if (tick("##see", shown[static_cast<size_t>(code)])) show(clicked(shown, code));
+    widgets::tip("Shown. Ctrl+click: this class alone");
+}
+
+void ClassesSection::drawMayChange(int code)
+{
+    ClassSet& from = _choice.fromClasses;
+    if (tick("##edit", from[static_cast<size_t>(code)])) {
+        // Without any class nothing could be edited.
+        if (const ClassSet wanted = clicked(from, code); wanted.any()) from = wanted;
+    }
+    widgets::tip("May change: edits reach points of this class. Ctrl+click: of this class alone");
+}
+
+void ClassesSection::show(const ClassSet& classes)
+{
+    Request request(*findOperation("showClasses"));
+    request.set("classes", classes);
+    _stage.act(request);
+}
+
+void ClassesSection::drawShown()
+{
+    const ClassSet& shown = _stage.scene.shownClasses();
+    ImGui::AlignTextToFramePadding();
+    ImGui::TextDisabled("see");
+    ImGui::SameLine();
+    if (ImGui::Button("all##see")) show(ClassSet().set());
+    ImGui::SameLine();
+    if (ImGui::Button("none")) show(ClassSet());
+    ImGui::SameLine();
+    if (ImGui::Button("invert")) show(~shown);
+    ImGui::SameLine();
+    ImGui::TextDisabled("edit");
+    ImGui::SameLine();
+    if (ImGui::Button("all##edit")) _choice.fromClasses.set();
+    widgets::tip("Points of every class may change");
+    ImGui::SameLine();
+    if (ImGui::Button("seen") && shown.any()) _choice.fromClasses = shown;
+    widgets::tip("Points of the classes that are shown may change");
+}
+
+void ClassesSection::drawAdd()
+{
+    ImGui::SetNextItemWidth(4 * ImGui::GetFontSize());
+    if (ImGui::InputInt("##code", &_wanted, 0)) _wanted = std::clamp(_wanted, 0, 255);
+    ImGui::SameLine();
+    if (ImGui::Button("Add class")) {
+        _added.set(static_cast<size_t>(_wanted));
+        _choice.toClass = _wanted;
+    }
+    widgets::tip("Lists a class that no point has yet; points become it");
+}
+
+void ClassesSection::drawSave()
+{
+    if (_isChanged && !_file.empty()) {
+        if (ImGui::Button("Save names and colours")) {
+            const VelBrx::Status written = writeClasses(_file, classTable());
+            _said = written ? "written to " + _file : written.message();
+            _isChanged = !written;
+        }
+        widgets::tip("Writes " + _file);
+    }
+    if (!_said.empty()) ImGui::TextWrapped("%s", _said.c_str());
+}
