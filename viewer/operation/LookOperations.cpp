@@ -214,7 +214,7 @@ std::vector<Operation> lookOperations()
          sizePoints},
         {"showClasses",
          "shows points of some classes only",
-         {orNone(classes("classes", kClasses - 1), "all classes")},
+         {orNone(orEmpty(classes("classes", kClasses - 1)), "all classes")},
          {{'V', "visible classes: which classes are shown", Key::EDITING, nullptr, "classes to show", false,
            "classes"}},
          showClasses},

@@ -107,7 +107,8 @@ bool Parameter::takes(const Value& value) const
     }
     case CLASSES: {
         const ClassSet* const classes = std::get_if<ClassSet>(&value);
-        if (!classes || classes->none()) return false;
+        if (!classes) return false;
+        if (classes->none()) return canBeEmpty;
         const std::vector<int> listed = listClasses(*classes);
         return listed.front() >= low && listed.back() <= high;
     }

@@ -34,7 +34,7 @@ struct Parameter
         TEXT,     ///< std::string, not empty
         CHOICE,   ///< std::string, one of `choices`
         POSITION, ///< osg::Vec3d, no number beyond `high`
-        CLASSES,  ///< ClassSet, at least one, of `low` to `high`
+        CLASSES,  ///< ClassSet, at least one or `canBeEmpty`, of `low` to `high`
         POLYGON,  ///< Outline of `low` vertices or more, no number beyond `high`
         LINE,     ///< likewise, open
         PLANES,   ///< std::vector<osg::Vec4d>, at least one, no number beyond `high`
@@ -60,6 +60,8 @@ struct Parameter
         std::optional<std::string> value;
     };
     std::optional<Condition> condition = std::nullopt;
+
+    bool canBeEmpty = false; ///< of CLASSES: no class at all is a value, too
 
     bool isOutline() const { return type == POLYGON || type == LINE; }
 

@@ -47,6 +47,13 @@ inline Parameter classes(const char* name, int high)
     return {name, Parameter::CLASSES, 0, double(high)};
 }
 
+/// No class at all, too.
+inline Parameter orEmpty(Parameter parameter)
+{
+    parameter.canBeEmpty = true;
+    return parameter;
+}
+
 inline Parameter polygon()
 {
     return {"polygon", Parameter::POLYGON, 3, kLargest};

@@ -86,8 +86,9 @@ void ClassesSection::drawRows()
     for (const char* const title : {"##colour", "##code"})
         ImGui::TableSetupColumn(title);
     ImGui::TableSetupColumn("class", ImGuiTableColumnFlags_WidthStretch);
-    for (const char* const title : {"points", "see", "edit"})
-        ImGui::TableSetupColumn(title);
+    ImGui::TableSetupColumn("points");
+    for (const char* const title : {"see", "edit"})
+        ImGui::TableSetupColumn(title, ImGuiTableColumnFlags_WidthFixed, ImGui::CalcTextSize("edit").x);
     ImGui::TableNextRow(ImGuiTableRowFlags_Headers);
     for (const char* const title : {"", "", "class", "points", "see", "edit"}) {
         ImGui::TableNextColumn();
@@ -104,6 +105,8 @@ void ClassesSection::drawRows()
 
 void ClassesSection::drawRow(int code)
 {
+    if (code == _choice.toClass)
+        ImGui::TableSetBgColor(ImGuiTableBgTarget_RowBg0, ImGui::GetColorU32(ImGuiCol_HeaderActive));
     ImGui::TableNextColumn();
     drawColor(code);
     ImGui::TableNextColumn();

@@ -1,5 +1,7 @@
 #include "viewer/panel/Panel.h"
 
+#include "viewer/operation/Keys.h"
+
 #include <imgui.h>
 
 #include <algorithm>
@@ -26,9 +28,9 @@ Panel::Panel(Gui& gui, bool isShown) : _gui(gui), _isShown(isShown), _width(kWid
     });
 }
 
-void Panel::add(const std::string& title, std::function<void()> draw, bool open)
+void Panel::add(const std::string& title, std::function<void()> draw, bool open, int key)
 {
-    _sections.push_back({title, std::move(draw), open, false});
+    _sections.push_back({title, std::move(draw), open, false, key});
 }
 
 void Panel::open(const std::string& title)
@@ -62,7 +64,10 @@ void Panel::draw()
 void Panel::drawSections()
 {
     for (Section& section : _sections) {
-        if (section.opens) ImGui::SetNextItemOpen(true);
+        if (section.opens) {
+            ImGui::SetNextItemOpen(true);
+            ImGui::SetScrollHereY(0);
+        }
         section.opens = false;
         const ImGuiTreeNodeFlags flags =
             section.open ? ImGuiTreeNodeFlags_DefaultOpen : ImGuiTreeNodeFlags_None;
@@ -86,11 +91,16 @@ void Panel::dragEdge(float height)
 
 bool Panel::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
-    if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
-        event.getKey() != osgGA::GUIEventAdapter::KEY_Tab) {
+    if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN) return false;
+    const int key = keyPressed(event);
+    const auto section = std::find_if(_sections.begin(), _sections.end(),
+                                      [key](const Section& one) { return one.key != 0 && one.key == key; });
+    if (section != _sections.end())
+        open(section->title);
+    else if (key == osgGA::GUIEventAdapter::KEY_Tab)
+        _isShown = !_isShown;
+    else
         return false;
-    }
-    _isShown = !_isShown;
     action.requestRedraw();
     return true;
 }

@@ -17,8 +17,9 @@ public:
     Panel(Gui& gui, bool isShown);
 
     /// Adds a section below the others. `draw` calls Dear ImGui, as the parts of `Gui` do; what it wants done
-    /// goes to `Stage::act`, or `Gui::later`.
-    void add(const std::string& title, std::function<void()> draw, bool open = false);
+    /// goes to `Stage::act`, or `Gui::later`. `key`, where it is not 0, is
+    /// for `open`.
+    void add(const std::string& title, std::function<void()> draw, bool open = false, int key = 0);
 
     bool isShown() const { return _isShown; }
     void show(bool shown) { _isShown = shown; }
@@ -36,6 +37,7 @@ private:
         std::function<void()> draw;
         bool open = false;  ///< to begin with
         bool opens = false; ///< is to be unfolded in the next frame
+        int key = 0;
     };
 
     void draw();

@@ -68,7 +68,8 @@ struct Options
     CameraView view;
     std::optional<HeadlessRequest> headless;
     bool force = false;      ///< replace files that exist
-    std::string classesFile; ///< names and colours of the classes; empty: as `chooseClasses` finds them; then the one found
+    std::string classesFile; ///< names and colours of the classes; empty: as `chooseClasses` finds them; then
+                             ///< the one found
     std::string author;      ///< who edits; empty: the login name
     bool editAnyway = false; ///< edit stores that another program edits too
 

@@ -171,10 +171,6 @@ bool EditKeys::handleKey(const GUIEventAdapter& event, osgGA::GUIActionAdapter& 
         type(key);
         return true;
     }
-    if (_steps) {
-        chooseStep(key);
-        return true;
-    }
     if (key == GUIEventAdapter::KEY_Escape && _session.progress()) {
         _session.cancel();
         return true;
@@ -239,19 +235,6 @@ void EditKeys::type(int key)
         _typed.reset();
 }
 
-void EditKeys::chooseStep(int key)
-{
-    if (_steps->press(key)) return;
-    if (key == GUIEventAdapter::KEY_Return) {
-        Request request(*findOperation("stepTo"));
-        request.set("step", static_cast<int>(_steps->chosen()));
-        apply(request, false);
-    } else if (key != GUIEventAdapter::KEY_Escape) {
-        return;
-    }
-    _steps.reset();
-}
-
 void EditKeys::acceptTyped()
 {
     std::optional<ClassSet> classes = parseClasses(_typed->text);
@@ -306,8 +289,6 @@ bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIAction
         beginShape(key == 'a' ? DrawnShape::POLYGON : DrawnShape::RECTANGLE, event, action);
     else if (key == 'F')
         _typed = TypedClasses();
-    else if (key == 'U')
-        _steps.emplace(_session.steps());
     else if (key == 'E')
         leave();
     else
@@ -510,7 +491,6 @@ std::vector<std::string> EditKeys::question() const
     if (_question == Question::REFUSED)
         return {_refused, "",
                 "e: edit all the same, with an undo that ends with this program     Esc: do not"};
-    if (_steps) return _steps->lines();
     if (_question == Question::NONE) return {};
     std::vector<std::string> lines = describeUnsaved(_unsaved);
     if (lines.size() > kStoresInQuestion) {
@@ -541,7 +521,6 @@ void EditKeys::getUsage(osg::ApplicationUsage& usage) const
     usage.addKeyboardMouseBinding("0 ... 255", "the to-class, by its digits");
     usage.addKeyboardMouseBinding("Ctrl+Z", "undo, as z");
     usage.addKeyboardMouseBinding("Ctrl+Y / Ctrl+Shift+Z", "redo, as y");
-    usage.addKeyboardMouseBinding("U", "undo list: choose an edit to go back to");
     usage.addKeyboardMouseBinding("F", "from-classes: which classes may change");
     for (const auto& [keys, words] : listKeys(Key::EDITING))
         usage.addKeyboardMouseBinding(keys, words);

@@ -5,7 +5,6 @@
 #include "viewer/operation/Operations.h"
 #include "viewer/window/DrawnShape.h"
 #include "viewer/window/Overlay.h"
-#include "viewer/window/StepList.h"
 #include "viewer/window/Views.h"
 
 #include <osgGA/GUIEventHandler>
@@ -95,7 +94,6 @@ private:
     void update();
     void dropShapeOfOtherView();
     void takeOutcome(const VelOsgDBBrx::EditOutcome& outcome);
-    void chooseStep(int key);
     std::string working() const;
     std::vector<std::string> panel() const;
     std::vector<std::string> hints() const;
@@ -121,7 +119,6 @@ private:
     std::optional<PressedKey> _asked;
     std::function<void()> _again;     ///< does the last operation once more
     std::string _refused;             ///< why it was refused
-    std::optional<StepList> _steps;   ///< while a step is chosen to go to
     std::string _working;             ///< how far the running operation has come, as the panel says it
     bool _closing = false;            ///< close when the running operation has ended
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing

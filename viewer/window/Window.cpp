@@ -5,6 +5,8 @@
 #include "viewer/edit/SceneEditing.h"
 #include "viewer/gui/Density.h"
 #include "viewer/gui/Gui.h"
+#include "viewer/panel/ClassesSection.h"
+#include "viewer/panel/HistorySection.h"
 #include "viewer/panel/LookSection.h"
 #include "viewer/panel/Panel.h"
 #include "viewer/scene/ContextServices.h"
@@ -224,6 +226,7 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
     add("Window", new FullScreenKey);
     help->add({"Window",
                {{"Tab", "Panel on / off"},
+                {"U", "The history of edits, in the panel"},
                 {"Escape", "Cancel what is drawn, typed or asked"},
                 {"Ctrl+Q", "Close the viewer, after asking"}}});
     const osg::ref_ptr<osgViewer::StatsHandler> statistics = new osgViewer::StatsHandler;
@@ -283,6 +286,12 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.addEventHandler(panel);
     Stage stage = editKeys->stage();
     stage.act = [gui, editKeys](const Request& request) { gui->later([=] { editKeys->act(request); }); };
+    ClassesSection classesSection(stage, classes, *gui, options.classesFile);
+    HistorySection historySection(stage);
+    panel->add(
+        "Classes", [&] { classesSection.draw(); }, true);
+    panel->add(
+        "History", [&] { historySection.draw(); }, false, 'U');
     addSections(*panel, stage);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
