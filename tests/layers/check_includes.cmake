@@ -30,7 +30,7 @@ set(layers
   "terminal|store"
   "viewer/display|render edit store store/journal"
   "viewer/scene|viewer/display crs terminal headless lod loading registry render store store/io store/builder store/normals"
-  "viewer/edit|terminal viewer/display viewer/scene session cull edit lod render"
+  "viewer/edit|terminal store viewer/display viewer/scene session cull edit lod render"
   "viewer/measure|terminal viewer/gui viewer/scene viewer/edit render"
   "viewer/operation|terminal viewer/display viewer/scene viewer/edit viewer/measure"
   "viewer/gui|"
@@ -48,7 +48,7 @@ set(exported_only edit>store/normals
   category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/panel>lod viewer/panel>render viewer/panel>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
-  viewer/edit>session viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
+  viewer/edit>store viewer/edit>session viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
   viewer/window>render viewer/window>store viewer/picture>edit viewer/picture>lod viewer/script>store viewer/display>render viewer/display>edit viewer/display>store/journal plugin>lod
   plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export tools>store/journal
   tools>store/normals tools>store/sample)
