@@ -2,6 +2,7 @@
 
 #include "terminal/Text.h"
 #include "tools/Classes.h"
+#include "tools/FolderInfo.h"
 #include "tools/InfoText.h"
 
 #include <VelBrx/EditHistory.h>
@@ -111,6 +112,7 @@ bool isOtherFile(const std::string& path)
 void runInfo(const std::string& path, const std::string& classesFile, bool json)
 {
     const VelBrx::ClassTable names = classTableFor(path, classesFile);
+    if (std::filesystem::is_directory(path)) return tellFolder(path, names, json);
     if (isOtherFile(path)) return tellLas(path, names, json);
     StoreInfo info;
     PointCounts counts;
@@ -134,9 +136,11 @@ void addInfoCommand(CLI::App& app)
         bool json = false;
     };
     const auto options = std::make_shared<Options>();
-    CLI::App* const command =
-        app.add_subcommand("info", "Describe a store, or a LAS, LAZ or COPC file: points, bounds, counts");
-    command->add_option("FILE", options->store, "the store, a .brx file, or a LAS, LAZ or COPC file")
+    CLI::App* const command = app.add_subcommand(
+        "info", "Describe a store, a folder of stores, or a LAS, LAZ or COPC file: points, bounds, counts");
+    command
+        ->add_option("FILE", options->store,
+                     "the store, a .brx file, a folder of stores, or a LAS, LAZ or COPC file")
         ->required();
     addClassesOption(*command, options->classesFile);
     command->add_flag("--json", options->json, "print one JSON object");
