@@ -19,8 +19,13 @@ void DefaultDisplay::apply(osg::Node* node, const VelBrx::StoreStatistics& stati
 
 void DefaultDisplay::elevation(osg::Node* node, const VelBrx::AttributeRange& elevations)
 {
-    if (!node) return;
     ColorWithRangeInfo gradient = ramp(elevations);
+    elevation(node, gradient);
+}
+
+void DefaultDisplay::elevation(osg::Node* node, ColorWithRangeInfo& gradient)
+{
+    if (!node || gradient.entries.size() < 2) return;
     ShaderHelper::elevationColorShader(node, gradient, false);
     markFileHeights(*node->getStateSet());
 }

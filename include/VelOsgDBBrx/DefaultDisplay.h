@@ -24,6 +24,9 @@ public:
     /// node is ignored.
     static void elevation(osg::Node* node, const VelBrx::AttributeRange& elevations);
 
+    /// Likewise, through another gradient, whose range is of heights in the file.
+    static void elevation(osg::Node* node, ColorWithRangeInfo& gradient);
+
     /// A blue to red gradient from the 2nd to the 98th percentile of `values`, or over all of them where
     /// those percentiles are equal.
     static ColorWithRangeInfo ramp(const VelBrx::AttributeRange& values);

@@ -25,42 +25,15 @@ constexpr double kLargestPlain = 1e12; ///< number written with all its digits
 constexpr unsigned kTableSize = 256;   ///< colours that a shader's table has
 constexpr double kFullIntensity = 65535.0;
 
-ColorWithRangeInfo intensityRamp(const AttributeRange& intensity)
+/// Grey that is still seen on the background, to white.
+std::vector<ColorEntry> intensityStops()
 {
-    ColorWithRangeInfo info = DefaultDisplay::ramp(intensity);
-    info.range /= static_cast<float>(kFullIntensity);
     ColorEntry dark;
-    dark.color.set(0.2f, 0.2f, 0.2f, 1.0f); // still seen on the background
+    dark.color.set(0.2f, 0.2f, 0.2f, 1.0f);
     ColorEntry light;
     light.color.set(1.0f, 1.0f, 1.0f, 1.0f);
     light.position = 1.0f;
-    info.entries = {dark, light};
-    return info;
-}
-
-/// The times that the ends of the gradient stand for.
-std::pair<double, double> timeSpan(const AttributeRange& times)
-{
-    return times.high > times.low ? std::pair(times.low, times.high) : std::pair(times.min, times.max);
-}
-
-/// A gradient over most times and its end colours for those before and after: a time outside the scale would
-/// be black. The scale's ends lie a step of a float outside all times, because the points' are rounded to
-/// floats.
-VelOsgDBBrx::ColorScale timeScale(const AttributeRange& times)
-{
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    constexpr double kMargin = 1e-3; // seconds
-    const auto [low, high] = timeSpan(times);
-    const std::vector<ColorEntry> ramp = DefaultDisplay::ramp(times).entries;
-    VelOsgDBBrx::ColorScale scale;
-    scale.addColorScaleElement(std::nextafter(static_cast<float>(times.min), -kInfinity) - kMargin,
-                               ramp.front().color);
-    for (const ColorEntry& entry : ramp)
-        scale.addColorScaleElement(low + (high - low) * entry.position, entry.color);
-    scale.addColorScaleElement(std::nextafter(static_cast<float>(times.max), kInfinity) + kMargin,
-                               ramp.back().color);
-    return scale;
+    return {dark, light};
 }
 
 std::string numberText(double number, int decimals)
@@ -233,9 +206,69 @@ std::string colorModeNames()
     return names;
 }
 
-Coloring::Coloring(const VelBrx::StoreStatistics& statistics, const osg::Vec4f& singleColor)
-    : _statistics(statistics), _singleColor(singleColor)
+bool hasGradient(ColorMode mode)
 {
+    return mode == ColorMode::ELEVATION || mode == ColorMode::INTENSITY || mode == ColorMode::GPS_TIME;
+}
+
+Coloring::Coloring(const VelBrx::StoreStatistics& statistics, const osg::Vec4f& singleColor,
+                   const Gradients& gradients)
+    : _statistics(statistics), _singleColor(singleColor), _gradients(gradients)
+{
+}
+
+AttributeRange Coloring::values(ColorMode mode) const
+{
+    if (mode == ColorMode::INTENSITY) return _statistics.intensity;
+    return mode == ColorMode::GPS_TIME ? _statistics.gpsTime : _statistics.elevation;
+}
+
+ColorSpan Coloring::usualSpan(const AttributeRange& values)
+{
+    return values.high > values.low ? ColorSpan{values.low, values.high} : ColorSpan{values.min, values.max};
+}
+
+ColorSpan Coloring::span(ColorMode mode) const
+{
+    const auto chosen = _gradients.spans.find(mode);
+    return chosen != _gradients.spans.end() ? chosen->second : usualSpan(values(mode));
+}
+
+ColorWithRangeInfo Coloring::gradient(ColorMode mode) const
+{
+    AttributeRange shown = values(mode);
+    const auto [low, high] = span(mode);
+    shown.low = low;
+    shown.high = high;
+    ColorWithRangeInfo info = DefaultDisplay::ramp(shown);
+    if (mode == ColorMode::INTENSITY) {
+        info.entries = intensityStops();
+        info.range /= static_cast<float>(kFullIntensity);
+    }
+    const std::vector<ColorEntry> chosen = paletteStops(_gradients.palette);
+    if (!chosen.empty()) info.entries = chosen;
+    return info;
+}
+
+/// A gradient over most times and its end colours for those before and after: a time outside the scale would
+/// be black. The scale's ends lie a step of a float outside all times, because the points' are rounded to
+/// floats.
+VelOsgDBBrx::ColorScale Coloring::timeScale() const
+{
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    constexpr double kMargin = 1e-3; // seconds
+    const auto [low, high] = span(ColorMode::GPS_TIME);
+    const double first = std::min(low, _statistics.gpsTime.min);
+    const double last = std::max(high, _statistics.gpsTime.max);
+    const std::vector<ColorEntry> ramp = gradient(ColorMode::GPS_TIME).entries;
+    VelOsgDBBrx::ColorScale scale;
+    scale.addColorScaleElement(std::nextafter(static_cast<float>(first), -kInfinity) - kMargin,
+                               ramp.front().color);
+    for (const ColorEntry& entry : ramp)
+        scale.addColorScaleElement(low + (high - low) * entry.position, entry.color);
+    scale.addColorScaleElement(std::nextafter(static_cast<float>(last), kInfinity) + kMargin,
+                               ramp.back().color);
+    return scale;
 }
 
 ColorMode Coloring::automatic(const VelBrx::StoreStatistics& statistics)
@@ -246,6 +279,7 @@ ColorMode Coloring::automatic(const VelBrx::StoreStatistics& statistics)
 void Coloring::apply(osg::Node* cloud, ColorMode mode) const
 {
     std::vector<osg::Vec4f> colors = colorTable(tableValues(mode, _statistics));
+    ColorWithRangeInfo ramp = gradient(mode);
     switch (mode) {
     case ColorMode::AUTOMATIC:
     case ColorMode::RGB:
@@ -253,11 +287,9 @@ void Coloring::apply(osg::Node* cloud, ColorMode mode) const
     case ColorMode::SINGLE:
         return ShaderHelper::singleColorShader(cloud, _singleColor);
     case ColorMode::ELEVATION:
-        return DefaultDisplay::elevation(cloud, _statistics.elevation);
-    case ColorMode::INTENSITY: {
-        ColorWithRangeInfo info = intensityRamp(_statistics.intensity);
-        return ShaderHelper::intensityShader(cloud, info);
-    }
+        return DefaultDisplay::elevation(cloud, ramp);
+    case ColorMode::INTENSITY:
+        return ShaderHelper::intensityShader(cloud, ramp);
     case ColorMode::CLASSIFICATION:
         return ShaderHelper::classificationColorShader(cloud, colors);
     case ColorMode::RETURN_NUMBER:
@@ -269,7 +301,7 @@ void Coloring::apply(osg::Node* cloud, ColorMode mode) const
     case ColorMode::FLIGHT_LINE:
         return ShaderHelper::flightLineColorShader(cloud, colors);
     case ColorMode::GPS_TIME: {
-        VelOsgDBBrx::ColorScale scale = timeScale(_statistics.gpsTime);
+        VelOsgDBBrx::ColorScale scale = timeScale();
         return ShaderHelper::gpsTimeColorShader(cloud, scale);
     }
     case ColorMode::CHANGED:
@@ -285,23 +317,18 @@ void Coloring::addClass(uint8_t code)
 
 Legend Coloring::legend(ColorMode mode) const
 {
+    const auto ramp = [&](const char* title) {
+        const auto [low, high] = span(mode);
+        return rampLegend(title, values(mode), gradient(mode).entries, low, high);
+    };
     const auto table = [&](const char* title) { return tableLegend(title, tableValues(mode, _statistics)); };
     switch (mode) {
-    case ColorMode::ELEVATION: {
-        const ColorWithRangeInfo info = DefaultDisplay::ramp(_statistics.elevation);
-        return rampLegend("elevation", _statistics.elevation, info.entries, info.range.x(),
-                          info.range.x() + info.range.y());
-    }
-    case ColorMode::INTENSITY: {
-        const ColorWithRangeInfo info = intensityRamp(_statistics.intensity);
-        return rampLegend("intensity", _statistics.intensity, info.entries, info.range.x() * kFullIntensity,
-                          (info.range.x() + info.range.y()) * kFullIntensity);
-    }
-    case ColorMode::GPS_TIME: {
-        const auto [low, high] = timeSpan(_statistics.gpsTime);
-        return rampLegend("GPS time, s", _statistics.gpsTime,
-                          DefaultDisplay::ramp(_statistics.gpsTime).entries, low, high);
-    }
+    case ColorMode::ELEVATION:
+        return ramp("elevation");
+    case ColorMode::INTENSITY:
+        return ramp("intensity");
+    case ColorMode::GPS_TIME:
+        return ramp("GPS time, s");
     case ColorMode::CLASSIFICATION:
         return table("class");
     case ColorMode::RETURN_NUMBER:

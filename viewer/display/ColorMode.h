@@ -7,6 +7,7 @@
 #include <osg/Vec4f>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -45,12 +46,39 @@ std::optional<ColorMode> namedColorMode(const std::string& name);
 /// The names of the choices, as a sentence lists them.
 std::string colorModeNames();
 
+/// From the lowest to the highest value that a gradient shows.
+struct ColorSpan
+{
+    double low = 0;
+    double high = 0;
+};
+
+/// How modes with a gradient colour, where the user chose.
+struct Gradients
+{
+    std::string palette = "own";          ///< one of `paletteNames`
+    std::map<ColorMode, ColorSpan> spans; ///< of the modes that have one of their own
+};
+
+/// Elevation, intensity and time: modes whose colours are a gradient.
+bool hasGradient(ColorMode mode);
+
 /// Colours and legends for clouds with the given statistics over all of them.
 class Coloring
 {
 public:
     Coloring() = default;
-    Coloring(const VelBrx::StoreStatistics& statistics, const osg::Vec4f& singleColor);
+    Coloring(const VelBrx::StoreStatistics& statistics, const osg::Vec4f& singleColor,
+             const Gradients& gradients = {});
+
+    /// From the 2nd to the 98th percentile, or from end to end where those are one.
+    static ColorSpan usualSpan(const VelBrx::AttributeRange& values);
+
+    /// The span of a mode's gradient, which is the user's or that of nearly all values.
+    ColorSpan span(ColorMode mode) const;
+
+    /// The values of a mode with a gradient.
+    VelBrx::AttributeRange values(ColorMode mode) const;
 
     /// The colour of ColorMode::SINGLE where nobody chose one.
     static osg::Vec4f defaultSingleColor() { return osg::Vec4f(0.85f, 0.85f, 0.8f, 1.0f); }
@@ -68,6 +96,10 @@ public:
     Legend legend(ColorMode mode) const;
 
 private:
+    VelOsgDBBrx::ColorWithRangeInfo gradient(ColorMode mode) const;
+    VelOsgDBBrx::ColorScale timeScale() const;
+
     VelBrx::StoreStatistics _statistics;
     osg::Vec4f _singleColor;
+    Gradients _gradients;
 };

@@ -1,5 +1,6 @@
 #include "viewer/operation/LookOperations.h"
 
+#include "viewer/display/Palettes.h"
 #include "viewer/operation/ParameterKinds.h"
 
 #include <algorithm>
@@ -42,6 +43,67 @@ Begun colour(const Request& request, const Stage& stage)
     if (mode == ColorMode::CHANGED) by = *namedChangedBy(request.get<std::string>("by"));
     stage.scene.setColorMode(mode, by);
     return {Begun::DONE, stage.scene.remark()};
+}
+
+Begun span(const Request& request, const Stage& stage)
+{
+    const std::optional<ColorMode> mode = stage.scene.gradientMode();
+    if (!mode) return {Begun::DONE, "the colours have no range: choose elevation, intensity or time first"};
+    std::optional<ColorSpan> span;
+    if (request.has("low")) span = ColorSpan{request.get<double>("low"), request.get<double>("high")};
+    stage.scene.setColorSpan(*mode, span);
+    return {};
+}
+
+Status checkSpan(const Request& request)
+{
+    if (request.has("low") != request.has("high"))
+        return Status::failure("\"low\" and \"high\": expected both, or neither for the points' own range");
+    if (request.has("low") && request.get<double>("low") >= request.get<double>("high"))
+        return Status::failure("\"low\": expected a number below \"high\"");
+    return Status();
+}
+
+Begun choosePalette(const Request& request, const Stage& stage)
+{
+    stage.scene.setPalette(request.get<std::string>("palette"));
+    return {};
+}
+
+Begun expose(const Request& request, const Stage& stage)
+{
+    stage.scene.setExposure({request.get<double>("brightness"), request.get<double>("contrast")});
+    return {};
+}
+
+Begun colourBackground(const Request& request, const Stage& stage)
+{
+    Scene::Drawing drawing = stage.scene.drawing();
+    drawing.background = *colorOf(request.get<std::string>("color"));
+    stage.scene.setDrawing(drawing);
+    return {};
+}
+
+Status checkBackground(const Request& request)
+{
+    return colorOf(request.get<std::string>("color")) ? Status()
+                                                      : Status::failure("\"color\": expected #rrggbb");
+}
+
+Begun limitPoints(const Request& request, const Stage& stage)
+{
+    Scene::Drawing drawing = stage.scene.drawing();
+    drawing.budget = static_cast<uint64_t>(request.get<int>("points"));
+    stage.scene.setDrawing(drawing);
+    return {};
+}
+
+Begun keepUp(const Request& request, const Stage& stage)
+{
+    Scene::Drawing drawing = stage.scene.drawing();
+    drawing.framesPerSecond = request.get<int>("perSecond");
+    stage.scene.setDrawing(drawing);
+    return {};
 }
 
 Begun lightEyeDome(const Request& request, const Stage& stage)
@@ -190,6 +252,39 @@ std::vector<Operation> lookOperations()
           where(orElse(choice("by", changedByNames()), changedByNames().front()), "mode", "changed")},
          keysOfModes(),
          colour},
+        {"range",
+         "sets what the colours of elevation, intensity or time span",
+         {orNone(number("low", "units of the value", -kLargest, kLargest), "that of nearly all points"),
+          orNone(number("high", "units of the value", -kLargest, kLargest), "that of nearly all points")},
+         {},
+         span,
+         checkSpan},
+        {"palette",
+         "chooses the colours of elevation, intensity and time",
+         {choice("palette", paletteNames())},
+         {},
+         choosePalette},
+        {"exposure",
+         "makes the colours lighter or darker, and stronger or weaker; not those of intensity",
+         {orElse(number("brightness", "", -1, 1), 0.0), orElse(number("contrast", "", 0, 4), 1.0)},
+         {},
+         expose},
+        {"background",
+         "colours what is behind the points",
+         {text("color")},
+         {},
+         colourBackground,
+         checkBackground},
+        {"budget",
+         "limits how many points are drawn",
+         {whole("points", "points", 100000, 2000000000)},
+         {},
+         limitPoints},
+        {"frameRate",
+         "sets how many pictures a second moving about is to have; fewer points are drawn for it meanwhile",
+         {whole("perSecond", "pictures a second", 5, 120)},
+         {},
+         keepUp},
         {"edl",
          "switches eye-dome lighting",
          {flag("on"), orNone(number("strength", "", 0, kStrongestEdl), "stays"),

@@ -24,7 +24,7 @@ constexpr ImGuiWindowFlags kFlags = ImGuiWindowFlags_NoTitleBar | ImGuiWindowFla
 Panel::Panel(Gui& gui, bool isShown) : _gui(gui), _isShown(isShown), _width(kWidth * gui.unit())
 {
     gui.add([this] {
-        if (_isShown && !_sections.empty()) draw();
+        if (_isShown) draw();
     });
 }
 

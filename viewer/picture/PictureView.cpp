@@ -102,6 +102,8 @@ double PictureView::aspect() const
 
 Status PictureView::settle(double timeoutSeconds, const std::atomic<bool>* cancel)
 {
+    _viewer.getCamera()->setClearColor(_scene.drawing().background);
+    if (const auto& budget = _scene.drawing().budget) _services->setBudget(*budget);
     if (_services->settle(_viewer, std::chrono::duration<double>(timeoutSeconds), cancel)) return Status();
     if (cancel && *cancel) return Status::failure("cancelled before all points were there");
     return Status::failure("not all points were there after " +

@@ -20,6 +20,13 @@ ContextServices::~ContextServices()
     GlobalObject::unRegisterGraphicsContext(_context);
 }
 
+void ContextServices::setBudget(uint64_t points) const
+{
+    VelOsgDBBrx::IPointLoadManager* const manager = GlobalObject::getPLM(_context);
+    if (__atomic_load_n(&manager->getMaxNumOfPointCloud(), __ATOMIC_RELAXED) != points)
+        manager->setMaxNumOfPointCloud(points);
+}
+
 bool ContextServices::isSettled() const
 {
     return GlobalObject::getPLM(_context)->isSettled();

@@ -22,6 +22,9 @@ public:
     ContextServices(const ContextServices&) = delete;
     ContextServices& operator=(const ContextServices&) = delete;
 
+    /// At most so many points are drawn from now on.
+    void setBudget(uint64_t points) const;
+
     /// Nothing is on its way into the scene or out of it.
     bool isSettled() const;
 

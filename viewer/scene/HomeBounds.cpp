@@ -1,7 +1,8 @@
 #include "viewer/scene/HomeBounds.h"
 
+#include "viewer/scene/CoarsePoints.h"
+
 #include <VelBrx/PointRecord.h>
-#include <VelOsgDBBrx/CellData.h>
 
 #include <algorithm>
 #include <cstring>
@@ -9,40 +10,13 @@
 
 namespace {
 
-using Cells = std::vector<const CellData*>;
 using Steps = std::vector<int32_t>;
-
-Cells childrenOf(const Cells& cells)
-{
-    Cells children;
-    for (const CellData* cell : cells)
-        for (const osg::ref_ptr<CellData>& child : cell->children)
-            children.push_back(child);
-    return children;
-}
 
 int32_t coordinateAt(const uint8_t* field)
 {
     int32_t value;
     std::memcpy(&value, field, sizeof value);
     return value;
-}
-
-/// Adds the stored x and y of a cell's points. Leaves out what the file has no more.
-void addPoints(const CellData& cell, const OctreeInfo& octree, Steps (&steps)[2])
-{
-    using namespace VelBrx::PointRecord;
-    constexpr auto kSize = static_cast<int64_t>(kPointSize);
-    for (const VelBrx::Segment& run : cell.record.segments) {
-        void* const memory =
-            octree.pointFile->map(octree.pointDataStart + run.first * kSize, run.count * kSize);
-        const auto* record = static_cast<const uint8_t*>(memory);
-        for (int64_t i = 0; record && i < run.count; ++i, record += kPointSize) {
-            steps[0].push_back(coordinateAt(record + kX));
-            steps[1].push_back(coordinateAt(record + kY));
-        }
-        octree.pointFile->unmap(memory);
-    }
 }
 
 /// The value that `count` of them, and itself, do not exceed.
@@ -57,12 +31,16 @@ int32_t valueAfter(size_t count, Steps& steps)
 
 osg::BoundingBoxd bulkOfPoints(const OctreeInfo& octree, const VelBrx::AttributeRange& elevation)
 {
-    constexpr size_t kEnough = 10000; ///< points; whole levels are read, or parts of the ground would lack
+    constexpr int64_t kEnough = 10000; ///< points; whole levels are read, or parts of the ground would lack
     constexpr size_t kPointsForOneOfNoise = 200; ///< on each side
     Steps steps[2];
-    for (Cells level = {octree.root}; !level.empty() && steps[0].size() < kEnough; level = childrenOf(level))
-        for (const CellData* cell : level)
-            addPoints(*cell, octree, steps);
+    readCoarsePoints(octree, kEnough, [&](const uint8_t* record, int64_t count) {
+        for (int64_t i = 0; i < count; ++i, record += VelBrx::PointRecord::kPointSize) {
+            steps[0].push_back(coordinateAt(record + VelBrx::PointRecord::kX));
+            steps[1].push_back(coordinateAt(record + VelBrx::PointRecord::kY));
+        }
+        return true;
+    });
     osg::Vec3d low = octree.min + octree.offset;
     osg::Vec3d high = octree.max + octree.offset;
     for (int axis = 0; axis < 2 && !steps[axis].empty(); ++axis) {

@@ -1,5 +1,6 @@
 #include "viewer/scene/Options.h"
 
+#include "viewer/display/Palettes.h"
 #include "viewer/display/PointCount.h"
 #include "viewer/scene/InputFiles.h"
 
@@ -69,20 +70,17 @@ bool parse(const std::string& text, ChangedBy& by)
 /// #rrggbb, or red,green,blue from 0 to 255.
 bool parse(const std::string& text, osg::Vec4f& color)
 {
-    unsigned rgb = 0;
-    if (text.size() == 7 && text[0] == '#') {
-        const auto [end, error] = std::from_chars(text.data() + 1, text.data() + text.size(), rgb, 16);
-        if (error != std::errc() || end != text.data() + text.size()) return false;
-    } else {
-        std::vector<double> channels;
-        if (!parse(text, ',', channels) || channels.size() != 3) return false;
-        for (const double channel : channels) {
-            if (channel < 0 || channel > 255) return false;
-            rgb = rgb << 8 | static_cast<unsigned>(channel);
-        }
+    if (const std::optional<osg::Vec4f> hexadecimal = colorOf(text)) {
+        color = *hexadecimal;
+        return true;
     }
-    color.set(static_cast<float>(rgb >> 16 & 0xff) / 255.0f, static_cast<float>(rgb >> 8 & 0xff) / 255.0f,
-              static_cast<float>(rgb & 0xff) / 255.0f, 1.0f);
+    std::vector<double> channels;
+    if (!parse(text, ',', channels) || channels.size() != 3) return false;
+    for (size_t i = 0; i < channels.size(); ++i) {
+        if (channels[i] < 0 || channels[i] > 255) return false;
+        color[static_cast<unsigned>(i)] = std::floor(static_cast<float>(channels[i])) / 255.0f;
+    }
+    color.a() = 1;
     return true;
 }
 

@@ -82,6 +82,7 @@ Scene::Scene()
 void Scene::setLook(const Options& options)
 {
     _singleColor = options.color;
+    _drawing.budget = options.budget;
     followClouds();
     setColorMode(options.mode, options.changedBy);
     setPointSize(options.pointSize > 0 ? options.pointSize : VelOsgDBBrx::DefaultDisplay::kPointSize);
@@ -185,7 +186,14 @@ void Scene::followClouds()
             merge(statistics, cloud.statistics);
         applyLight(*cloud.node, _light);
     }
-    _coloring = Coloring(statistics, _singleColor);
+    _statistics = statistics;
+    followColors();
+}
+
+/// All clouds have the colours that are wanted now.
+void Scene::followColors()
+{
+    _coloring = Coloring(_statistics, _singleColor, _gradients);
     for (unsigned code = 0; code < _notedClasses.size(); ++code)
         if (_notedClasses[code]) _coloring.addClass(static_cast<uint8_t>(code));
     setColorMode(_mode, _changedBy);
@@ -261,6 +269,38 @@ void Scene::setColorMode(ColorMode mode, ChangedBy changedBy)
     else
         for (const Cloud& cloud : _clouds)
             _coloring.apply(cloud.node, modeOf(cloud));
+}
+
+std::optional<ColorMode> Scene::gradientMode() const
+{
+    for (const Cloud& cloud : _clouds)
+        if (hasGradient(modeOf(cloud))) return modeOf(cloud);
+    return std::nullopt;
+}
+
+void Scene::setColorSpan(ColorMode mode, const std::optional<ColorSpan>& span)
+{
+    if (span)
+        _gradients.spans[mode] = *span;
+    else
+        _gradients.spans.erase(mode);
+    followColors();
+}
+
+void Scene::setPalette(const std::string& name)
+{
+    _gradients.palette = name;
+    followColors();
+}
+
+void Scene::setExposure(const Exposure& exposure)
+{
+    _exposure = exposure;
+    if (exposure.brightness == 0 && exposure.contrast == 1)
+        PointCloudHelper::resetBrightness(_root);
+    else
+        PointCloudHelper::setBrightnessContrast(_root, static_cast<float>(exposure.brightness),
+                                                static_cast<float>(exposure.contrast));
 }
 
 void Scene::followEdits()

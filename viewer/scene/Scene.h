@@ -20,6 +20,7 @@
 
 #include <bitset>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -124,11 +125,34 @@ public:
     /// What the colours of the current mode mean.
     Legend legend() const;
 
+    /// \name Gradients of elevation, intensity and time
+    /// @{
+    /// The mode whose gradient is on show; empty where there is none.
+    std::optional<ColorMode> gradientMode() const;
+
+    /// What a gradient spans from now on; none: nearly all values of the clouds.
+    void setColorSpan(ColorMode mode, const std::optional<ColorSpan>& span);
+
+    /// One of `paletteNames`.
+    void setPalette(const std::string& name);
+    const Gradients& gradients() const { return _gradients; }
+    const Coloring& coloring() const { return _coloring; }
+    /// @}
+
     /// Why the current mode shows nothing, and what to do; empty where it shows something.
     std::string remark() const;
 
     /// Another number when the legend may have changed.
     unsigned legendRevision() const { return _legendRevision; }
+
+    /// A channel c of 0 to 1 becomes (c - 0.5) contrast + 0.5 + brightness; not in the intensity mode.
+    struct Exposure
+    {
+        double brightness = 0;
+        double contrast = 1;
+    };
+    void setExposure(const Exposure& exposure);
+    const Exposure& exposure() const { return _exposure; }
 
     void setEyeDomeLighting(bool enable);
     bool eyeDomeLighting() const { return _edl; }
@@ -157,6 +181,16 @@ public:
     bool editsUndrawn() const { return _editsUndrawn; }
     /// @}
 
+    /// What the cameras and the paging of whoever draws the scene follow.
+    struct Drawing
+    {
+        osg::Vec4f background{0.11f, 0.12f, 0.14f, 1.0f};
+        std::optional<uint64_t> budget; ///< largest number of points drawn; none: the library's
+        double framesPerSecond = 30;    ///< that moving about is to have
+    };
+    void setDrawing(const Drawing& drawing) { _drawing = drawing; }
+    const Drawing& drawing() const { return _drawing; }
+
     /// Clamped to what `--point-size` takes.
     void setPointSize(int pixels);
     int pointSize() const { return _pointSize; }
@@ -172,6 +206,7 @@ private:
     void followClouds();
     const Cloud* firstWithSystem() const;
     void tellOtherSystems(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const;
+    void followColors();
     void tellColorless() const;
 
     osg::ref_ptr<osg::Group> _root = new osg::Group;
@@ -181,6 +216,7 @@ private:
     osg::BoundingBoxd _bounds;
     osg::BoundingBoxd _boundsOfMost;
     Units _units;
+    VelBrx::StoreStatistics _statistics;                      ///< of all clouds
     Coloring _coloring;                                       ///< one scale for all clouds
     osg::Vec4f _singleColor = Coloring::defaultSingleColor(); ///< of ColorMode::SINGLE
     std::bitset<256> _notedClasses;
@@ -188,6 +224,9 @@ private:
     ChangedBy _changedBy = ChangedBy::ENTRY;
     ChangedColors _changed;
     unsigned _legendRevision = 0;
+    Gradients _gradients;
+    Exposure _exposure;
+    Drawing _drawing;
     bool _edl = false;
     EyeDomeShading _shading;
     NormalLight _light;

@@ -4,12 +4,6 @@
 
 #include <algorithm>
 
-namespace {
-
-constexpr double kSmoothFrame = 1.0 / 30.0; // seconds
-
-}
-
 int deepestLevelWithin(const std::map<int, int>& pointsByLevel, double limit)
 {
     int deepest = 0;
@@ -27,13 +21,13 @@ MoveLevel::MoveLevel(osg::Node* scene, VelOsgDBBrx::VelIncrementalCompileOperati
 {
 }
 
-void MoveLevel::wholeFrameTook(double seconds)
+void MoveLevel::wholeFrameTook(double seconds, double framesPerSecond)
 {
     VelOsgDBBrx::CalcLevelVisitor levels;
     _scene->accept(levels);
-    double points = 0;
+    _points = 0;
     for (const auto& level : levels.getLevelWithNum())
-        points += level.second;
-    const double pointsPerSecond = points / std::max(seconds, 1e-6);
-    _operation->setMoveLevel(deepestLevelWithin(levels.getLevelWithNum(), pointsPerSecond * kSmoothFrame));
+        _points += static_cast<uint64_t>(level.second);
+    const double pointsPerSecond = static_cast<double>(_points) / std::max(seconds, 1e-6);
+    _operation->setMoveLevel(deepestLevelWithin(levels.getLevelWithNum(), pointsPerSecond / framesPerSecond));
 }

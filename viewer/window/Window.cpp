@@ -9,6 +9,7 @@
 #include "viewer/panel/HistorySection.h"
 #include "viewer/panel/LookSection.h"
 #include "viewer/panel/Panel.h"
+#include "viewer/panel/StatusLine.h"
 #include "viewer/scene/ContextServices.h"
 #include "viewer/window/CloseRequests.h"
 #include "viewer/window/DisplayKeys.h"
@@ -31,6 +32,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -43,6 +45,7 @@ namespace {
 
 constexpr int kWindowWidth = 1280;
 constexpr int kWindowHeight = 800;
+constexpr const char* kHint = "h: help   drag: turn   wheel: zoom";
 /// Pixels on a side, of a window that is remembered.
 constexpr int kSmallestWindow = 200;
 constexpr int kLargestWindow = 16384;
@@ -137,13 +140,6 @@ Status tellUnsaved(const SceneEditing& editing)
     return lost == 0 ? Status() : Status::failure(describeLost(lost));
 }
 
-/// What the panel holds, from top to bottom. All of it must outlive the panel's frames.
-void addSections(Panel& panel, const Stage& stage)
-{
-    panel.add(
-        "Look", [look = LookSection(stage)]() mutable { look.draw(); }, true);
-}
-
 /// Tells people of points that they do not see.
 void tellHidden(HiddenPoints& hidden, EditKeys& editKeys)
 {
@@ -153,11 +149,25 @@ void tellHidden(HiddenPoints& hidden, EditKeys& editKeys)
     editKeys.say(*lines);
 }
 
-/// What is drawn over the scene is made when the cameras stand as they are drawn.
-void drawFrame(osgViewer::Viewer& viewer, Gui& gui, bool isFirst)
+/// The pictures have the area that is left beside the panels. True when they had another one.
+bool placeViews(const Gui& gui, Views& views)
 {
+    const Gui::Area& area = gui.area();
+    const osg::GraphicsContext::Traits& window = *views.main().camera->getGraphicsContext()->getTraits();
+    const auto pixels = [](float length) { return static_cast<int>(std::lround(length)); };
+    const auto before = views.main().camera->getViewport();
+    views.setArea(pixels(area.x), window.height - pixels(area.y + area.height), pixels(area.width),
+                  pixels(area.height));
+    return views.main().camera->getViewport() != before;
+}
+
+/// What is drawn over the scene is made when the cameras stand as they are drawn.
+void drawFrame(osgViewer::Viewer& viewer, Gui& gui, Views& views, const Scene& scene, bool isFirst)
+{
+    for (const Sight& sight : views.all())
+        if (sight.camera->getClearColor() != scene.drawing().background)
+            sight.camera->setClearColor(scene.drawing().background);
     if (isFirst) {
-        gui.update();
         viewer.frame();
         return;
     }
@@ -165,11 +175,13 @@ void drawFrame(osgViewer::Viewer& viewer, Gui& gui, bool isFirst)
     viewer.eventTraversal();
     viewer.updateTraversal();
     gui.update();
+    if (placeViews(gui, views)) viewer.requestRedraw();
     viewer.renderingTraversals();
 }
 
 /// Draws while something changes; a still picture costs next to nothing.
 void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel, Gui& gui,
+                   StatusLine& status, Views& views, const Scene& scene, const SceneEditing& editing,
                    EditKeys& editKeys, const std::vector<std::string>& stores)
 {
     // A camera is known to paging one frame after it was drawn.
@@ -189,15 +201,18 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
             continue;
         }
+        if (const auto& budget = scene.drawing().budget) services.setBudget(*budget);
         const auto start = std::chrono::steady_clock::now();
-        drawFrame(viewer, gui, frames == 0);
+        drawFrame(viewer, gui, views, scene, frames == 0);
         ++frames;
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         // With draw threads a frame waits for the one before: from the second on, its time is that of
         // drawing.
         if (++quietFrames > 1 && !isDragging(viewer)) {
-            moveLevel.wholeFrameTook(
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+            moveLevel.wholeFrameTook(seconds, scene.drawing().framesPerSecond);
         }
+        status.tell({moveLevel.points(), services.isSettled(), seconds, totalOf(editing.unsavedPoints())});
     }
 }
 
@@ -248,7 +263,7 @@ osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home)
 
 void setUpCamera(osg::Camera& camera, double aspect)
 {
-    camera.setClearColor(osg::Vec4(0.11f, 0.12f, 0.14f, 1.0f));
+    camera.setClearColor(Scene::Drawing().background);
     camera.setProjectionMatrix(projectionOf(Lens(), aspect));
     // A cell that is small on the screen still has its points.
     camera.setCullingMode(camera.getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);
@@ -266,24 +281,33 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
                                "; --render OUT.png draws a picture without one");
     }
     setTitle(viewer, titleOf(options));
-    const double aspect = aspectOf(*viewer.getCamera());
-    setUpCamera(*viewer.getCamera(), aspect);
-    viewer.setCameraManipulator(
-        makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
     const osg::ref_ptr<Overlay> overlay = new Overlay;
     const float scale =
         options.uiScale > 0 ? static_cast<float>(options.uiScale) : unitFor(*contexts.front());
     const osg::ref_ptr<Gui> gui = new Gui(*viewer.getCamera(), scale);
     viewer.addEventHandler(gui);
-    const osg::ref_ptr<Panel> panel = new Panel(*gui, options.panel);
+    Views views(viewer);
+    const osg::ref_ptr<StatusLine> status = new StatusLine(
+        *gui, scene, [&views](double x, double y) { return views.under(x, y); }, kHint);
+    osg::ref_ptr<Panel> panel;
+    gui->add([&] {
+        if (panel->isShown()) status->draw();
+    });
+    panel = new Panel(*gui, options.panel);
     gui->add([overlay, gui = gui.get()] { overlay->draw(*gui); });
-    const Views views(viewer);
+    gui->update();
+    placeViews(*gui, views);
+    const double aspect = aspectOf(*viewer.getCamera());
+    setUpCamera(*viewer.getCamera(), aspect);
+    viewer.setCameraManipulator(
+        makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
     SceneEditing editing(scene, viewer, options.author);
     if (options.editAnyway) editing.editAnyway();
     ClassChoice classes;
     const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, views, *overlay, classes);
     addHandlers(viewer, *editKeys, scene, views, *overlay, options.legend);
     viewer.addEventHandler(panel);
+    viewer.addEventHandler(status);
     Stage stage = editKeys->stage();
     stage.act = [gui, editKeys](const Request& request) { gui->later([=] { editKeys->act(request); }); };
     ClassesSection classesSection(stage, classes, *gui, options.classesFile);
@@ -292,7 +316,9 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         "Classes", [&] { classesSection.draw(); }, true);
     panel->add(
         "History", [&] { historySection.draw(); }, false, 'U');
-    addSections(*panel, stage);
+    LookSection lookSection(stage, *gui);
+    panel->add(
+        "Look", [&] { lookSection.draw(); }, true);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);
@@ -314,7 +340,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     std::vector<std::string> stores;
     for (const Scene::Cloud& cloud : scene.clouds())
         stores.push_back(cloud.store);
-    drawUntilDone(viewer, services, moveLevel, *gui, *editKeys, stores);
+    drawUntilDone(viewer, services, moveLevel, *gui, *status, views, scene, editing, *editKeys, stores);
     viewer.stopThreading();
     keepSize(viewer, settings);
     if (const Status kept = settings.save(); !kept)
