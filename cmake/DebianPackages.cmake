@@ -36,7 +36,7 @@ velbrx_debian_package(documentation velbrx-doc doc
   "Pages for users and for developers, and example programs.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime_package} ${same}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "libopenscenegraph-dev, libgl-dev") # stores need neither
-set(CPACK_DEBIAN_PROGRAMS_PACKAGE_DEPENDS "${runtime_package} ${same}")
+set(CPACK_DEBIAN_PROGRAMS_PACKAGE_DEPENDS "${runtime_package} ${same}, fonts-dejavu-core")
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_RECOMMENDS "libgl1-mesa-dri, libegl1")
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS "${runtime_package} ${same}")
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)

@@ -1,6 +1,9 @@
 #include "viewer/gui/Gui.h"
 
+#include "viewer/gui/Keyboard.h"
+
 #include <imgui.h>
+#include <imgui_internal.h>
 #include <osg/GraphicsContext>
 
 #include <algorithm>
@@ -65,6 +68,21 @@ int buttonOf(const GUIEventAdapter& event)
     }
 }
 
+/// They type nothing in any field, so that they always do what they do elsewhere.
+bool isFunctionKey(int key)
+{
+    return key >= GUIEventAdapter::KEY_F1 && key <= GUIEventAdapter::KEY_F35;
+}
+
+/// Escape closes a list that is open to choose from; true when there was one.
+bool closeList(int key)
+{
+    if (key != GUIEventAdapter::KEY_Escape || !ImGui::IsPopupOpen("", ImGuiPopupFlags_AnyPopupId))
+        return false;
+    ImGui::ClosePopupToLevel(0, true);
+    return true;
+}
+
 } // namespace
 
 Gui::Gui(osg::Camera& camera, float unit)
@@ -72,13 +90,29 @@ Gui::Gui(osg::Camera& camera, float unit)
 {
     const VelThreads::Lock lock(GuiContext::mutex);
     _context->makeCurrent();
-    mapKeys(ImGui::GetIO());
+    ImGuiIO& io = ImGui::GetIO();
+    mapKeys(io);
+    io.ClipboardUserData = this;
+    io.SetClipboardTextFn = copy;
+    io.GetClipboardTextFn = paste;
     drawAfter(camera);
 }
 
 Gui::~Gui()
 {
     if (_camera.valid()) _camera->removePostDrawCallback(_drawing);
+}
+
+void Gui::copy(void* gui, const char* text)
+{
+    static_cast<Gui*>(gui)->_clipboard.setText(text);
+}
+
+const char* Gui::paste(void* gui)
+{
+    auto* const self = static_cast<Gui*>(gui);
+    self->_pasted = self->_clipboard.text();
+    return self->_pasted.c_str();
 }
 
 void Gui::drawAfter(osg::Camera& camera)
@@ -158,6 +192,16 @@ void Gui::doLater()
     for (const auto& action : actions)
         action();
     if (!actions.empty()) _framesWanted = kFramesToFit;
+}
+
+bool Gui::handle(osgGA::Event* event, osg::Object* object, osg::NodeVisitor* visitor)
+{
+    const bool isOurs = osgGA::GUIEventHandler::handle(event, object, visitor);
+    GUIEventAdapter* const gui = event->asGUIEventAdapter();
+    if (!isOurs && gui &&
+        (gui->getEventType() == GUIEventAdapter::KEYDOWN || gui->getEventType() == GUIEventAdapter::KEYUP))
+        gui->setKey(latinTwin(*gui));
+    return isOurs;
 }
 
 bool Gui::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
@@ -274,16 +318,16 @@ bool Gui::key(const GUIEventAdapter& event)
     // The unmodified key is that of the place on the keyboard: the same when it goes down and up.
     const int place = placeOf(event.getUnmodifiedKey() ? event.getUnmodifiedKey() : event.getKey());
     const bool wasDown = io.KeysDown[place];
-    const bool isOurs = io.WantTextInput;
+    const bool isOurs = io.WantTextInput && !isFunctionKey(event.getKey());
     io.KeysDown[place] = isDown && isOurs;
     if (!isDown) {
         if (wasDown) callParts();
         return wasDown;
     }
 
-    if (!isOurs) return false;
-    const int typed = event.getKey();
-    if (!io.KeyCtrl && typed >= ' ' && typed < 0xff00) io.AddInputCharacter(static_cast<unsigned>(typed));
+    if (!isOurs) return closeList(event.getKey());
+    const unsigned letter = letterOf(event.getKey());
+    if (!io.KeyCtrl && letter != 0) io.AddInputCharacter(letter);
     callParts();
     return true;
 }

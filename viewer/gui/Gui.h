@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/gui/Clipboard.h"
 #include "viewer/gui/GuiContext.h"
 #include "viewer/gui/GuiDrawing.h"
 
@@ -10,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 /// What is drawn over the window with Dear ImGui: parts that call it each frame. As an event handler, which
@@ -56,6 +58,9 @@ public:
     /// A frame is to be drawn for what is not shown yet.
     bool wantsFrame() const { return _framesWanted > 0 || (_wakeTime > 0 && now() >= _wakeTime); }
 
+    /// Hands what was copied to other programs. To be called again and again, also while nothing is drawn.
+    void serveClipboard() { _clipboard.serve(); }
+
     /// Asks for a frame after some seconds.
     void wakeAfter(double seconds);
 
@@ -73,6 +78,9 @@ public:
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     using osgGA::GUIEventHandler::handle;
 
+    /// Handlers that come later see keys of keyboards that are not Latin as those of an American one.
+    bool handle(osgGA::Event* event, osg::Object* object, osg::NodeVisitor* visitor) override;
+
 protected:
     ~Gui() override;
 
@@ -87,9 +95,14 @@ private:
     void doLater();
     static double now();
 
+    static void copy(void* gui, const char* text);
+    static const char* paste(void* gui);
+
     const float _unit;
     const std::shared_ptr<const GuiContext> _context;
     const osg::ref_ptr<GuiDrawing> _drawing;
+    Clipboard _clipboard;
+    std::string _pasted;                    ///< what Dear ImGui was told last
     osg::observer_ptr<osg::Camera> _camera; ///< the last one
     std::vector<Part> _parts;
     std::vector<std::function<void()>> _later;

@@ -277,7 +277,7 @@ std::vector<Operation> lookOperations()
          checkBackground},
         {"budget",
          "limits how many points are drawn",
-         {whole("points", "points", 100000, 2000000000)},
+         {whole("points", "points", 1000, 2000000000)},
          {},
          limitPoints},
         {"frameRate",

@@ -21,7 +21,7 @@ constexpr ImGuiWindowFlags kFlags = ImGuiWindowFlags_NoTitleBar | ImGuiWindowFla
 
 } // namespace
 
-Panel::Panel(Gui& gui, bool isShown) : _gui(gui), _isShown(isShown), _width(kWidth * gui.unit())
+Panel::Panel(Gui& gui, bool isShown) : _gui(gui), _isShown(isShown), _width(kWidth)
 {
     gui.add([this] {
         if (_isShown) draw();
@@ -30,7 +30,26 @@ Panel::Panel(Gui& gui, bool isShown) : _gui(gui), _isShown(isShown), _width(kWid
 
 void Panel::add(const std::string& title, std::function<void()> draw, bool open, int key)
 {
-    _sections.push_back({title, std::move(draw), open, false, key});
+    const auto recalled = _recalled.find(title);
+    _sections.push_back(
+        {title, std::move(draw), recalled != _recalled.end() ? recalled->second : open, false, key});
+}
+
+void Panel::recall(const Settings& settings)
+{
+    _isShown = _isShown && settings.get<bool>("panel.shown").value_or(true);
+    _width = static_cast<float>(settings.get<double>("panel.width").value_or(kWidth));
+    _recalled = settings.get<std::map<std::string, bool>>("panel.sections").value_or(_recalled);
+}
+
+void Panel::keep(Settings& settings) const
+{
+    settings.set("panel.shown", _isShown);
+    settings.set("panel.width", static_cast<double>(_width));
+    std::map<std::string, bool> sections = _recalled;
+    for (const Section& section : _sections)
+        sections[section.title] = section.open;
+    settings.set("panel.sections", sections);
 }
 
 void Panel::open(const std::string& title)
@@ -44,7 +63,7 @@ void Panel::draw()
 {
     const Gui::Area area = _gui.area();
     const float widest = std::max(kWidestOfWindow * area.width, 1.0f);
-    const float width = std::min(std::max(_width, kNarrowest * _gui.unit()), widest);
+    const float width = std::min(std::max(_width, kNarrowest) * _gui.unit(), widest);
     ImGui::SetNextWindowPos(ImVec2(area.x, area.y));
     ImGui::SetNextWindowSize(ImVec2(width, area.height));
     ImGui::PushStyleVar(ImGuiStyleVar_WindowRounding, 0);
@@ -71,7 +90,8 @@ void Panel::drawSections()
         section.opens = false;
         const ImGuiTreeNodeFlags flags =
             section.open ? ImGuiTreeNodeFlags_DefaultOpen : ImGuiTreeNodeFlags_None;
-        if (!ImGui::CollapsingHeader(section.title.c_str(), flags)) continue;
+        section.open = ImGui::CollapsingHeader(section.title.c_str(), flags);
+        if (!section.open) continue;
         ImGui::PushID(section.title.c_str());
         section.draw();
         ImGui::Spacing();
@@ -83,7 +103,7 @@ void Panel::dragEdge(float height)
 {
     ImGui::InvisibleButton("edge", ImVec2(kEdge * _gui.unit(), height));
     const bool isHeld = ImGui::IsItemActive();
-    if (isHeld) _width = ImGui::GetIO().MousePos.x;
+    if (isHeld) _width = ImGui::GetIO().MousePos.x / _gui.unit();
     if (isHeld || ImGui::IsItemHovered())
         ImGui::GetWindowDrawList()->AddRectFilled(ImGui::GetItemRectMin(), ImGui::GetItemRectMax(),
                                                   ImGui::GetColorU32(ImGuiCol_ButtonHovered));

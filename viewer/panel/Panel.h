@@ -1,8 +1,10 @@
 #pragma once
 
 #include "viewer/gui/Gui.h"
+#include "viewer/settings/Settings.h"
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,12 @@ public:
     /// for `open`.
     void add(const std::string& title, std::function<void()> draw, bool open = false, int key = 0);
 
+    /// \name What is remembered from one window to the next: shown or not, width, which sections are unfolded
+    /// @{
+    void recall(const Settings& settings);
+    void keep(Settings& settings) const;
+    /// @}
+
     bool isShown() const { return _isShown; }
     void show(bool shown) { _isShown = shown; }
 
@@ -35,7 +43,7 @@ private:
     {
         std::string title;
         std::function<void()> draw;
-        bool open = false;  ///< to begin with
+        bool open = false;  ///< now, and to begin with
         bool opens = false; ///< is to be unfolded in the next frame
         int key = 0;
     };
@@ -47,5 +55,6 @@ private:
     Gui& _gui;
     std::vector<Section> _sections;
     bool _isShown;
-    float _width; ///< pixels
+    float _width;                          ///< pixels of plain text
+    std::map<std::string, bool> _recalled; ///< which sections were unfolded
 };

@@ -30,13 +30,15 @@ void HelpKey::add(const KeyList& more)
 bool HelpKey::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
     const int key = keyPressed(event);
-    const bool escapes = _shown && key == osgGA::GUIEventAdapter::KEY_Escape;
+    const bool escapes = _overlay->showsHelp() && key == osgGA::GUIEventAdapter::KEY_Escape;
     if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
         (key != 'h' && key != osgGA::GUIEventAdapter::KEY_F1 && !escapes)) {
         return false;
     }
-    _shown = !_shown;
-    _overlay->setHelp(_shown ? _lists : std::vector<KeyList>());
+    if (_overlay->showsHelp())
+        _overlay->hideHelp();
+    else
+        _overlay->showHelp(_lists, key == osgGA::GUIEventAdapter::KEY_F1);
     action.requestRedraw();
     return true;
 }

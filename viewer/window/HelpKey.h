@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-/// Shows the keys of the viewer over the picture while 'h' is switched on; Escape switches it off too.
+/// Shows the keys of the viewer over the picture when 'h' or F1 is pressed, F1 to search among them; the same
+/// key, or Escape, takes them away.
 class HelpKey : public osgGA::GUIEventHandler
 {
 public:
@@ -29,5 +30,4 @@ public:
 private:
     const osg::ref_ptr<Overlay> _overlay;
     std::vector<KeyList> _lists;
-    bool _shown = false;
 };

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <imgui.h>
+#include <imgui_stdlib.h>
 
 namespace {
 
@@ -29,23 +31,72 @@ ImU32 toImGui(const osg::Vec4f& color)
     return ImGui::ColorConvertFloat4ToU32(ImVec4(color.r(), color.g(), color.b(), 1.0f));
 }
 
-void drawKeys(const std::vector<const KeyList*>& lists)
+/// Whether a text holds another one, whatever letters are capital.
+bool holds(const std::string& text, const std::string& part)
 {
-    float keyWidth = 0;
-    for (const KeyList* list : lists)
-        for (const auto& entry : list->keys)
-            keyWidth = std::max(keyWidth, ImGui::CalcTextSize(entry.first.c_str()).x);
-    ImGui::BeginGroup();
-    for (const KeyList* list : lists) {
-        if (list != lists.front()) ImGui::NewLine();
-        ImGui::TextColored(kTitleColor, "%s", list->title.c_str());
-        for (const auto& [key, description] : list->keys) {
-            ImGui::TextUnformatted(key.c_str());
-            ImGui::SameLine(keyWidth + 2 * ImGui::GetTextLineHeight());
-            ImGui::TextUnformatted(description.c_str());
+    const auto same = [](char a, char b) {
+        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+    };
+    return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
+}
+
+/// The lists that have something searched for, with that alone; all of a list whose title it is in.
+std::vector<KeyList> filtered(const std::vector<KeyList>& lists, const std::string& searched)
+{
+    std::vector<KeyList> found;
+    for (const KeyList& list : lists) {
+        KeyList part{list.title, {}};
+        for (const auto& [key, words] : list.keys)
+            if (holds(list.title, searched) || holds(key, searched) || holds(words, searched))
+                part.keys.emplace_back(key, words);
+        if (!part.keys.empty()) found.push_back(part);
+    }
+    return found;
+}
+
+/// Lists one below the other.
+struct HelpColumn
+{
+    std::vector<const KeyList*> lists;
+    size_t rows = 0;
+    float keyWidth = 0; ///< pixels
+    float width = 0;
+
+    void add(const KeyList& list)
+    {
+        lists.push_back(&list);
+        rows += list.keys.size() + 2;
+        const float gap = 2 * ImGui::GetTextLineHeight();
+        for (const auto& [key, words] : list.keys) {
+            const float wordsWidth = width - keyWidth - gap;
+            keyWidth = std::max(keyWidth, ImGui::CalcTextSize(key.c_str()).x);
+            width = keyWidth + gap + std::max(wordsWidth, ImGui::CalcTextSize(words.c_str()).x);
         }
     }
-    ImGui::EndGroup();
+
+    void draw() const
+    {
+        ImGui::BeginGroup();
+        for (const KeyList* list : lists) {
+            ImGui::TextColored(kTitleColor, "%s", list->title.c_str());
+            for (const auto& [key, words] : list->keys) {
+                ImGui::TextUnformatted(key.c_str());
+                ImGui::SameLine(keyWidth + 2 * ImGui::GetTextLineHeight());
+                ImGui::TextUnformatted(words.c_str());
+            }
+            ImGui::NewLine();
+        }
+        ImGui::EndGroup();
+    }
+};
+
+/// The next list always in the shorter column.
+std::array<HelpColumn, 2> columnsOf(const std::vector<KeyList>& lists)
+{
+    std::array<HelpColumn, 2> columns;
+    for (const KeyList& list : lists)
+        columns[columns[1].rows < columns[0].rows ? 1 : 0].add(list);
+    return columns;
 }
 
 } // namespace
@@ -56,7 +107,14 @@ void Overlay::setOutline(const std::vector<osg::Vec2d>& vertices, bool closed)
     _outlineClosed = closed;
 }
 
-void Overlay::draw(const Gui& gui) const
+void Overlay::showHelp(const std::vector<KeyList>& lists, bool searches)
+{
+    _help = lists;
+    _searched.clear();
+    _searches = searches;
+}
+
+void Overlay::draw(const Gui& gui)
 {
     drawOutline(gui.unit());
     if (!_legend.title.empty()) drawLegend(gui);
@@ -141,25 +199,37 @@ void Overlay::drawOutline(float unit) const
         list->AddCircleFilled(point, kVertexRadius * unit, kOutlineColor);
 }
 
-/// The lists one below the other, the next always in the shorter column.
-void Overlay::drawHelp(const Gui::Area& area) const
+/// As large as all keys need, however few of them are found, and no larger than the area: it scrolls then.
+void Overlay::drawHelp(const Gui::Area& area)
 {
+    const float gap = 2 * ImGui::GetTextLineHeight();
+    const std::array<HelpColumn, 2> all = columnsOf(_help);
+    const float rows = static_cast<float>(std::max(all[0].rows, all[1].rows));
+    const ImVec2 size(std::min(all[0].width + all[1].width + 2 * gap, area.width - 4 * kMargin),
+                      std::min(rows * ImGui::GetTextLineHeightWithSpacing(),
+                               area.height - 6 * kMargin - ImGui::GetFrameHeightWithSpacing()));
     ImGui::SetNextWindowPos(ImVec2(area.x + area.width / 2, area.y + area.height / 2), ImGuiCond_Always,
                             ImVec2(0.5f, 0.5f));
     ImGui::SetNextWindowBgAlpha(kQuestionAlpha);
-    ImGui::Begin("help", nullptr, kPanel);
-    std::array<std::vector<const KeyList*>, 2> columns;
-    std::array<size_t, 2> rows{};
-    for (const KeyList& list : _help) {
-        const size_t column = rows[1] < rows[0] ? 1 : 0;
-        columns[column].push_back(&list);
-        rows[column] += list.keys.size() + 2;
-    }
-    for (const auto& lists : columns) {
-        if (&lists != &columns.front()) ImGui::SameLine(0, 2 * ImGui::GetTextLineHeight());
-        drawKeys(lists);
-    }
+    ImGui::Begin("help", nullptr, kPanel & ~ImGuiWindowFlags_NoInputs);
+    drawSearch();
+    ImGui::BeginChild("keys", size);
+    const std::vector<KeyList> found = filtered(_help, _searched);
+    const std::array<HelpColumn, 2> columns = columnsOf(found);
+    columns[0].draw();
+    ImGui::SameLine(0, gap);
+    columns[1].draw();
+    ImGui::EndChild();
     ImGui::End();
+}
+
+void Overlay::drawSearch()
+{
+    if (_searches) ImGui::SetKeyboardFocusHere();
+    _searches = false;
+    ImGui::InputTextWithHint("##search", "search", &_searched);
+    // Escape ends typing; people mean the list with it.
+    if (ImGui::IsItemDeactivated() && ImGui::IsKeyPressed(ImGui::GetKeyIndex(ImGuiKey_Escape))) hideHelp();
 }
 
 /// Lines of text at a place of the area: 0 is its left or top, 1 its right or bottom.

@@ -27,15 +27,18 @@ public:
     /// Shown in the middle, above everything else; none hides it.
     void setQuestion(const std::vector<std::string>& lines) { _question = lines; }
 
-    /// Shown in the middle, in two columns; none hides it.
-    void setHelp(const std::vector<KeyList>& lists) { _help = lists; }
+    /// Shows the keys in the middle, in two columns, with a field that filters them; `searches`: what is
+    /// typed goes there at once.
+    void showHelp(const std::vector<KeyList>& lists, bool searches);
+    void hideHelp() { _help.clear(); }
+    bool showsHelp() const { return !_help.empty(); }
 
     /// What the user draws: vertices in pixels as of `Outline`, to which those of `Gui` are alike. None hides
     /// it.
     void setOutline(const std::vector<osg::Vec2d>& vertices, bool closed);
 
     /// A part of `gui`, which comes after those that take something of the window's area.
-    void draw(const Gui& gui) const;
+    void draw(const Gui& gui);
 
 protected:
     ~Overlay() override = default;
@@ -45,7 +48,8 @@ private:
     void drawEntries(float room) const;
     void drawRamp(float room, float unit) const;
     void drawOutline(float unit) const;
-    void drawHelp(const Gui::Area& area) const;
+    void drawHelp(const Gui::Area& area);
+    void drawSearch();
     void drawText(const char* name, const std::vector<std::string>& lines, const Gui::Area& area,
                   const osg::Vec2d& place, float alpha) const;
 
@@ -54,6 +58,8 @@ private:
     std::vector<std::string> _panel;
     std::vector<std::string> _question;
     std::vector<KeyList> _help;
+    std::string _searched;  ///< what the list of keys is filtered by
+    bool _searches = false; ///< the field for it is to have the keyboard
     std::vector<osg::Vec2d> _outline;
     bool _outlineClosed = false;
 };

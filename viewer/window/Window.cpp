@@ -191,6 +191,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
     const EndSignals signals;
     std::optional<HiddenPoints> hidden;
     for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
+        gui.serveClipboard();
         if (takeCloseRequests(viewer)) editKeys.askToClose();
         if (editKeys.hasNews() || gui.wantsFrame()) viewer.requestRedraw();
         // The first picture comes first.
@@ -288,12 +289,14 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.addEventHandler(gui);
     Views views(viewer);
     const osg::ref_ptr<StatusLine> status = new StatusLine(
-        *gui, scene, [&views](double x, double y) { return views.under(x, y); }, kHint);
+        *gui, scene, [&views](double x, double y) { return views.under(x, y); },
+        settings.get<bool>("hint.shown") ? "" : kHint);
     osg::ref_ptr<Panel> panel;
     gui->add([&] {
         if (panel->isShown()) status->draw();
     });
     panel = new Panel(*gui, options.panel);
+    panel->recall(settings);
     gui->add([overlay, gui = gui.get()] { overlay->draw(*gui); });
     gui->update();
     placeViews(*gui, views);
@@ -343,6 +346,8 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     drawUntilDone(viewer, services, moveLevel, *gui, *status, views, scene, editing, *editKeys, stores);
     viewer.stopThreading();
     keepSize(viewer, settings);
+    if (options.panel) panel->keep(settings);
+    settings.set("hint.shown", true);
     if (const Status kept = settings.save(); !kept)
         std::fprintf(stderr, "brxview: %s\n", kept.message().c_str());
     if (editing.isBusy()) editing.wait();
