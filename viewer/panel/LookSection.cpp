@@ -123,7 +123,7 @@ void LookSection::drawBars(ColorMode mode, const ColorSpan& shown)
         std::vector<osg::ref_ptr<VelOsgDBBrx::IPointCloud>> clouds;
         for (const Scene::Cloud& cloud : scene.clouds())
             clouds.push_back(cloud.node);
-        _histogram = std::make_shared<Histogram>(
+        _histogram = std::make_unique<Histogram>(
             clouds, mode,
             ColorSpan{std::max(values.min, most.low - beside), std::min(values.max, most.high + beside)});
         _mode = mode;

@@ -36,7 +36,7 @@ private:
 
     const Stage _stage;
     Gui& _gui;
-    std::shared_ptr<Histogram> _histogram;
+    std::unique_ptr<Histogram> _histogram;
     ColorMode _mode = ColorMode::AUTOMATIC; ///< of the histogram
     unsigned _clouds = 0;                   ///< revision, of the histogram
     std::optional<End> _dragged;
