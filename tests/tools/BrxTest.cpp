@@ -1,10 +1,14 @@
+#include "tests/support/BuildStore.h"
+#include "tests/support/TempFolder.h"
 #include "tests/tools/RunBrx.h"
 
 #include <VelBrx/Version.h>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <utility>
 
 namespace {
@@ -65,4 +69,77 @@ TEST(Brx, FailsWhenItsOutputCannotBeWritten)
         runProgram({"/bin/sh", "-c", VELBRX_BRX " --help > /dev/full; echo status $?"});
     EXPECT_EQ(result.out, "status 1\n");
     expectOneLine(result.err);
+}
+
+TEST(Brx, ExportsPartsAndSumsFoldersUp)
+{
+    const TempFolder folder;
+    const std::string store = folder.file("stores/a.brx");
+    std::filesystem::create_directory(folder.file("stores"));
+    ASSERT_EQ(brx({"sample", folder.file("a.las"), "--points", "20000", "--seed", "5"}).exitStatus, 0);
+    buildStoreOf(folder.file("a.las"), store);
+    const auto info = nlohmann::json::parse(brx({"info", store, "--json"}).out);
+    const auto low = info.at("bounds").at("min").get<std::vector<double>>();
+    const auto high = info.at("bounds").at("max").get<std::vector<double>>();
+    const double middle = (low[0] + high[0]) / 2;
+    const auto ring = [&](double left, double right) {
+        nlohmann::json vertices;
+        for (const auto& [x, y] : {std::pair(left, low[1] - 1),
+                                   {right, low[1] - 1},
+                                   {right, high[1] + 1},
+                                   {left, high[1] + 1},
+                                   {left, low[1] - 1}})
+            vertices.push_back({x, y});
+        return nlohmann::json::array({vertices});
+    };
+    const auto write = [&](const std::string& name, const nlohmann::json& geometry) {
+        const std::string text =
+            nlohmann::json{
+                {"type", "FeatureCollection"},
+                {"features", {{{"type", "Feature"}, {"properties", nullptr}, {"geometry", geometry}}}}}
+                .dump();
+        return folder.write(name, std::vector<uint8_t>(text.begin(), text.end()));
+    };
+    const std::string west =
+        write("west.json", {{"type", "Polygon"}, {"coordinates", ring(low[0] - 1, middle)}});
+    const std::string east =
+        write("east.json", {{"type", "MultiPolygon"}, {"coordinates", {ring(middle, high[0] + 1)}}});
+    const auto pointsOf = [&](std::vector<std::string> part) {
+        std::vector<std::string> words = {"export", "--force", "--json", store, folder.file("part.laz")};
+        words.insert(words.begin() + 3, part.begin(), part.end());
+        const ProgramResult result = brx(words);
+        EXPECT_EQ(result.exitStatus, 0) << result.err;
+        return result.exitStatus
+                   ? 0
+                   : nlohmann::json::parse(result.out).at("files").at(0).at("points").get<int>();
+    };
+    const int inWest = pointsOf({"--polygon", west});
+    EXPECT_GT(inWest, 0);
+    EXPECT_EQ(inWest + pointsOf({"--polygon", east}), 20000) << "no point twice on the common edge";
+    EXPECT_EQ(pointsOf({"--polygon", west, "--polygon", east}), 20000);
+    EXPECT_EQ(pointsOf({"--classes", "2"}) + pointsOf({"--classes", "-2"}), 20000);
+    EXPECT_LE(pointsOf({"--thin", "1000000"}), 8);
+    const auto text = [](double number) { return std::to_string(number); };
+    EXPECT_EQ(pointsOf({"--bounds", text(low[0] - 1) + "," + text(low[1] - 1) + "," + text(high[0] + 1) +
+                                        "," + text(high[1] + 1)}),
+              20000);
+    for (const auto& [words, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--bounds", "1,2,3"}, "4 or 6 numbers"},
+             {{"--polygon", store}, "no GeoJSON"},
+             {{"--polygon", write("line.json", {{"type", "LineString"}})}, "no polygon"},
+             {{"--classes", "2,300"}, "0 to 255"}}) {
+        const ProgramResult result = brx({"export", store, folder.file("b.las"), words[0], words[1]});
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+    }
+
+    std::filesystem::copy_file(store, folder.file("stores/b.brx"));
+    folder.write("stores/c.brx", {1, 2, 3});
+    const ProgramResult sum = brx({"info", folder.file("stores"), "--json"});
+    EXPECT_EQ(sum.exitStatus, 1);
+    EXPECT_NE(sum.err.find("1 store cannot be read"), std::string::npos) << sum.err;
+    const auto told = nlohmann::json::parse(sum.out);
+    EXPECT_EQ(told.at("stores"), 2);
+    EXPECT_EQ(told.at("points"), 40000);
+    EXPECT_EQ(told.at("bounds"), info.at("bounds"));
 }
