@@ -23,7 +23,7 @@ constexpr int kHeight = 560;
 
 // From the histogram of the colours, pixels downwards.
 constexpr int kMode = -38;
-constexpr int kEntry = kMode + 3 * 19; ///< of the list of modes
+constexpr int kEntry = kMode + 45; ///< the second of the list of modes
 constexpr int kLow = 70;
 
 /// A window with the panel open, from above on 20 x 20 points that have a class each two columns.
