@@ -57,10 +57,9 @@ std::string readLine(int pipeEnd)
 struct ProgramWindow::Server
 {
     /// It names itself on `numberPipe`, the end of a pipe for writing.
-    Server(int numberPipe, int numberEnd)
+    Server(int numberPipe, int numberEnd, int width, int height)
         : server({"Xvfb", "-displayfd", std::to_string(numberPipe), "-screen", "0",
-                  std::to_string(kScreenWidth) + "x" + std::to_string(kScreenHeight) + "x24", "-nolisten",
-                  "tcp"})
+                  std::to_string(width) + "x" + std::to_string(height) + "x24", "-nolisten", "tcp"})
     {
         close(numberPipe);
         name = ":" + readLine(numberEnd);
@@ -75,12 +74,12 @@ struct ProgramWindow::Server
         server.wait();
     }
 
-    static std::unique_ptr<Server> start()
+    static std::unique_ptr<Server> start(int width, int height)
     {
         int ends[2];
         if (pipe(ends) != 0) throw std::runtime_error("no pipe can be made");
         fcntl(ends[0], F_SETFD, FD_CLOEXEC);
-        return std::make_unique<Server>(ends[1], ends[0]);
+        return std::make_unique<Server>(ends[1], ends[0], width, height);
     }
 
     /// The first visible child of the root; 0 when there is none.
@@ -126,8 +125,9 @@ void ProgramWindow::clickCloseButton()
     _server->flush();
 }
 
-ProgramWindow::ProgramWindow(const std::vector<std::string>& words, const std::string& folder)
-    : _server(Server::start())
+ProgramWindow::ProgramWindow(const std::vector<std::string>& words, const std::string& folder,
+                             int screenWidth, int screenHeight)
+    : _server(Server::start(screenWidth, screenHeight))
 {
     if (!_server->display) throw std::runtime_error("no X server; is Xvfb installed?");
     // The driver behind GLX keeps 240 bytes when it is unloaded.

@@ -29,7 +29,8 @@ public:
     };
 
     /// Starts the program in a working folder and waits for its window; throws when there is none.
-    ProgramWindow(const std::vector<std::string>& words, const std::string& folder);
+    ProgramWindow(const std::vector<std::string>& words, const std::string& folder,
+                  int screenWidth = kScreenWidth, int screenHeight = kScreenHeight);
     ~ProgramWindow();
 
     std::string title() const;

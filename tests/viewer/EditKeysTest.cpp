@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <fstream>
 #include <set>
 
 namespace {
@@ -117,6 +119,19 @@ std::multiset<std::string> keysOf(const HelpKey& help)
             keys.insert(text);
         }
     return keys;
+}
+
+/// The sheet of the guide: what the help shows, a table for each of its lists.
+std::string sheetOf(const HelpKey& help)
+{
+    std::string page = "# Keys and mouse\n\nWhat `h` shows in the window. `VELBRX_WRITE_PAGES=1 ctest -R EditKeys` "
+                       "writes this page.\n";
+    for (const KeyList& list : help.lists()) {
+        page += "\n## " + list.title + "\n\n| | |\n|---|---|\n";
+        for (const auto& [keys, words] : list.keys)
+            page += "| `" + keys + "` | " + words + " |\n";
+    }
+    return page;
 }
 
 } // namespace
@@ -245,4 +260,7 @@ TEST_F(EditKeysTest, NoKeyHasTwoMeaningsAndTheHelpAndThePagesListTheSame)
         for (const std::string& key : keysInTables(VELBRX_SOURCE_DIR "/docs/" + page + ".md"))
             onPages.insert(key);
     EXPECT_EQ(onPages, listed);
+    const std::string sheet = VELBRX_SOURCE_DIR "/docs/guide/keys.md";
+    if (std::getenv("VELBRX_WRITE_PAGES")) std::ofstream(sheet) << sheetOf(*help);
+    EXPECT_EQ(readText(sheet), sheetOf(*help)) << "write it anew with VELBRX_WRITE_PAGES=1";
 }

@@ -145,7 +145,6 @@ void Gui::wakeAfter(double seconds)
 
 void Gui::takeLeft(float width)
 {
-    _taken.push_back({_area.x, _area.y, width, _area.height});
     _area.x += width;
     _area.width -= width;
 }
@@ -153,7 +152,6 @@ void Gui::takeLeft(float width)
 void Gui::takeBottom(float height)
 {
     _area.height -= height;
-    _taken.push_back({_area.x, _area.y + _area.height, _area.width, height});
 }
 
 void Gui::update()
@@ -164,7 +162,7 @@ void Gui::update()
         const VelThreads::Lock lock(GuiContext::mutex);
         _context->makeCurrent();
         callParts();
-        _drawing->take(_taken);
+        _drawing->take();
     }
     doLater();
 }
@@ -179,7 +177,6 @@ void Gui::callParts()
     const double time = now();
     io.DeltaTime = std::clamp(static_cast<float>(time - _lastTime), 1e-5f, 1.0f);
     _lastTime = time;
-    _taken.clear();
     _area = {0, 0, io.DisplaySize.x, io.DisplaySize.y};
     ImGui::NewFrame();
     for (const Part& part : _parts)
@@ -318,17 +315,19 @@ bool Gui::key(const GUIEventAdapter& event)
     io.KeyShift = (modifiers & GUIEventAdapter::MODKEY_SHIFT) != 0;
     io.KeyAlt = (modifiers & GUIEventAdapter::MODKEY_ALT) != 0;
     const bool isDown = event.getEventType() == GUIEventAdapter::KEYDOWN;
+    // The unmodified key is that of the place on the keyboard: the same when it goes down and up.
+    const int place = placeOf(event.getUnmodifiedKey() ? event.getUnmodifiedKey() : event.getKey());
+    const bool wasDown = io.KeysDown[place];
     const bool isOurs = io.WantTextInput && !isFunctionKey(event.getKey());
-    if (!isOurs) return isDown && closeList(event.getKey());
-    if (!isDown) return true;
+    io.KeysDown[place] = isDown && isOurs;
+    if (!isDown) {
+        if (wasDown) callParts();
+        return wasDown;
+    }
+
+    if (!isOurs) return closeList(event.getKey());
     const unsigned letter = letterOf(event.getKey());
     if (!io.KeyCtrl && letter != 0) io.AddInputCharacter(letter);
-    // The window system repeats a key that is held, and its release may never come: windows lose the
-    // keyboard.
-    bool& down = io.KeysDown[placeOf(event.getUnmodifiedKey() ? event.getUnmodifiedKey() : event.getKey())];
-    down = true;
-    callParts();
-    down = false;
     callParts();
     return true;
 }

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr double kLookAgain = 0.1; ///< seconds, while points are counted
-constexpr int kMostRows = 14;      ///< that are seen at once
+constexpr int kMostRows = 18;      ///< that are seen at once
 
 ClassSet only(int code)
 {
@@ -86,7 +86,11 @@ void ClassesSection::drawRows()
     for (const char* const title : {"##colour", "##code"})
         ImGui::TableSetupColumn(title);
     ImGui::TableSetupColumn("class", ImGuiTableColumnFlags_WidthStretch);
-    ImGui::TableSetupColumn("points");
+    float widest = ImGui::CalcTextSize("points").x;
+    for (const int code : codes)
+        widest = std::max(
+            widest, ImGui::CalcTextSize(grouped(_counts.points()[static_cast<size_t>(code)]).c_str()).x);
+    ImGui::TableSetupColumn("points", ImGuiTableColumnFlags_WidthFixed, widest);
     for (const char* const title : {"see", "edit"})
         ImGui::TableSetupColumn(title, ImGuiTableColumnFlags_WidthFixed, ImGui::CalcTextSize("edit").x);
     ImGui::TableNextRow(ImGuiTableRowFlags_Headers);
@@ -189,7 +193,7 @@ void ClassesSection::drawShown()
     if (ImGui::Button("none")) show(ClassSet());
     ImGui::SameLine();
     if (ImGui::Button("invert")) show(~shown);
-    ImGui::SameLine();
+    ImGui::AlignTextToFramePadding();
     ImGui::TextDisabled("edit");
     ImGui::SameLine();
     if (ImGui::Button("all##edit")) _choice.fromClasses.set();

@@ -199,7 +199,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
         if (hidden) tellHidden(*hidden, editKeys);
         if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
         if (quietFrames == kFramesAfterAChange) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
             continue;
         }
         if (const auto& budget = scene.drawing().budget) services.setBudget(*budget);
