@@ -76,14 +76,45 @@ void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
     if (isKnownToLackOpenGL(*cull->getState())) return; // its programs would not link
     const LoadedCells cells(*_lod);
     const DepthRangeScope depths(*cull, cells.bounds, _postRender ? _lod.get() : nullptr);
-    const osg::ref_ptr<const osg::StateSet> heights = fileHeights(*cull);
-    if (heights) cull->pushStateSet(heights);
-    cull->pushStateSet(
-        _defaults.missingFrom(*cull->getCurrentStateGraph(), _lod->getStateSet(), cells.extendPrograms));
-    osg::Group::traverse(visitor);
-    cull->popStateSet();
-    if (heights) cull->popStateSet();
+    const SurfaceScope* surface = SurfaceScope::of(*cull->getCurrentStateGraph());
+    if (surface) drawSamples(*cull, *surface, cells.extendPrograms);
+    if (!surface)
+        drawCells(*cull, cells.extendPrograms);
+    else if (surface->pointState())
+        drawOtherClasses(*cull, *surface, cells.extendPrograms);
     holdFrameUntilStageEnds(*cull);
+}
+
+void PointCloudImpl::drawCells(osgUtil::CullVisitor& cull, bool extendPrograms)
+{
+    const osg::ref_ptr<const osg::StateSet> heights = fileHeights(cull);
+    if (heights) cull.pushStateSet(heights);
+    cull.pushStateSet(
+        _defaults.missingFrom(*cull.getCurrentStateGraph(), _lod->getStateSet(), extendPrograms));
+    osg::Group::traverse(cull);
+    cull.popStateSet();
+    if (heights) cull.popStateSet();
+}
+
+void PointCloudImpl::drawOtherClasses(osgUtil::CullVisitor& cull, const SurfaceScope& surface,
+                                      bool extendPrograms)
+{
+    cull.pushStateSet(surface.pointState());
+    drawCells(cull, extendPrograms);
+    cull.popStateSet();
+}
+
+void PointCloudImpl::drawSamples(osgUtil::CullVisitor& cull, const SurfaceScope& surface, bool extendPrograms)
+{
+    osgUtil::RenderBin* const bin = cull.getCurrentRenderBin();
+    cull.setCurrentRenderBin(surface.sampleBin());
+    cull.pushStateSet(surface.sampleState());
+    cull.pushStateSet(
+        _defaults.missingFrom(*cull.getCurrentStateGraph(), _lod->getStateSet(), extendPrograms));
+    _lod->accept(cull);
+    cull.popStateSet();
+    cull.popStateSet();
+    cull.setCurrentRenderBin(bin);
 }
 
 osg::ref_ptr<const osg::StateSet> PointCloudImpl::fileHeights(osgUtil::CullVisitor& cull)

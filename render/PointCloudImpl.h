@@ -5,6 +5,7 @@
 #include "render/EdlPreRender.h"
 #include "render/FileHeights.h"
 #include "render/PointDefaults.h"
+#include "render/SurfaceScope.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
 
@@ -57,6 +58,9 @@ protected:
     ~PointCloudImpl() override = default;
 
 private:
+    void drawCells(osgUtil::CullVisitor& cull, bool extendPrograms);
+    void drawOtherClasses(osgUtil::CullVisitor& cull, const SurfaceScope& surface, bool extendPrograms);
+    void drawSamples(osgUtil::CullVisitor& cull, const SurfaceScope& surface, bool extendPrograms);
     osg::ref_ptr<const osg::StateSet> fileHeights(osgUtil::CullVisitor& cull);
 
     osg::ref_ptr<PointCloudLOD> _lod;

@@ -54,6 +54,14 @@ osg::ref_ptr<osg::Program> makeLitProgram(const std::string& vertexShader)
     return program;
 }
 
+/// Named by what it draws: its vertices say nothing.
+osg::ref_ptr<osg::Program> makeScreenProgram(const std::string& fragmentShader)
+{
+    osg::ref_ptr<osg::Program> program = makeProgram("screen.vert", fragmentShader);
+    program->setName(fragmentShader);
+    return program;
+}
+
 osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
 {
     switch (program) {
@@ -81,6 +89,14 @@ osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
         return makePointProgram("changed.vert");
     case PointProgram::Occluder:
         return makeProgram(kOccluderShader, "occluder.frag");
+    case PointProgram::Surface:
+        return makeProgram("surface.vert", "surface.frag");
+    case PointProgram::SurfacePull:
+        return makeScreenProgram("surface_pull.frag");
+    case PointProgram::SurfacePush:
+        return makeScreenProgram("surface_push.frag");
+    case PointProgram::SurfaceShade:
+        return makeScreenProgram("surface_shade.frag");
     case PointProgram::ElevationLit:
         return makeLitProgram("elevation_lit.vert");
     case PointProgram::ClassificationLit:
@@ -146,4 +162,15 @@ void NamedProgram::releaseGLObjects(osg::State* state) const
 bool isOccluder(const osg::StateAttribute& program)
 {
     return program.getName() == kOccluderShader;
+}
+
+bool isOccluderInForce(const osgUtil::StateGraph& applied)
+{
+    for (const osgUtil::StateGraph* graph = &applied; graph; graph = graph->_parent) {
+        const osg::StateSet* state = graph->getStateSet();
+        const osg::StateAttribute* program =
+            state ? state->getAttribute(osg::StateAttribute::PROGRAM) : nullptr;
+        if (program) return isOccluder(*program);
+    }
+    return false;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <osg/Program>
+#include <osgUtil/StateGraph>
 
 #include <string>
 
@@ -19,6 +20,10 @@ enum class PointProgram
     GpsTime,
     Changed,
     Occluder,          ///< for whatever is no point, in front of points that are picked
+    Surface,           ///< the points of a surface
+    SurfacePull,       ///< a coarser level of them
+    SurfacePush,       ///< a level of the closed surface
+    SurfaceShade,      ///< the surface, as it is seen
     ElevationLit,      ///< for triangle meshes, writes no picking outputs
     ClassificationLit, ///< for triangle meshes, writes no picking outputs
     EyeDome            ///< the second pass of eye-dome lighting
@@ -62,3 +67,7 @@ protected:
 
 /// Whether a program is `PointProgram::Occluder`, which says nothing about how points look.
 bool isOccluder(const osg::StateAttribute& program);
+
+/// Whether the program that the state sets applied so far put in force is `PointProgram::Occluder`: points
+/// are being picked.
+bool isOccluderInForce(const osgUtil::StateGraph& applied);

@@ -33,6 +33,11 @@ const float kAmbientLight = 0.3;
 
 vec4 modeColor(dvec4 globalPosition);
 
+bool isSurfaceClass(int code)
+{
+    return ((surfaceClasses[code >> 5] >> (code & 31)) & 1) != 0;
+}
+
 #ifndef NO_EXTRAS
 void applySelection()
 {
@@ -58,9 +63,9 @@ void applyNormalFilter()
 
 void applyClassFilter()
 {
-    if (!activeClassFilter) return;
     int code = classCode();
-    if (((hiddenClasses[code >> 5] >> (code & 31)) & 1) != 0) cansee = 0.0;
+    if (activeClassFilter && ((hiddenClasses[code >> 5] >> (code & 31)) & 1) != 0) cansee = 0.0;
+    if (hidesSurfaceClasses && isSurfaceClass(code)) cansee = 0.0;
 }
 
 // How much of the light the seen side of a surface catches: which side its normal points to is a convention, and on

@@ -459,6 +459,11 @@ const std::map<std::string, Check> kChecks = {
     {"l", colours("l")},
     {"g", colours("g")},
     {"m", colours("m")},
+    {"s",
+     [](Viewer& viewer) {
+         changes(viewer, "s");
+         changes(viewer, "s");
+     }},
     {"+",
      [](Viewer& viewer) {
          changes(viewer, "plus");

@@ -4,6 +4,7 @@
 #include "viewer/operation/ParameterKinds.h"
 
 #include <algorithm>
+#include <type_traits>
 
 using namespace parameter;
 using VelBrx::Status;
@@ -161,6 +162,29 @@ void nextLight(Request& request, const Scene& scene)
     request.set("height", now.height);
 }
 
+Begun drawSurface(const Request& request, const Stage& stage)
+{
+    SurfaceLook surface = stage.scene.surface();
+    surface.on = request.get<bool>("on");
+    const auto take = [&](const char* name, auto& value) {
+        if (request.has(name)) value = request.get<std::decay_t<decltype(value)>>(name);
+    };
+    take("classes", surface.classes);
+    take("contours", surface.contours);
+    take("interval", surface.interval);
+    take("azimuth", surface.azimuth);
+    take("height", surface.height);
+    take("points", surface.points);
+    take("byElevation", surface.byElevation);
+    stage.scene.setSurface(surface);
+    return {};
+}
+
+void surfaceOtherwise(Request& request, const Scene& scene)
+{
+    request.set("on", !scene.surface().on);
+}
+
 Begun sizePoints(const Request& request, const Stage& stage)
 {
     stage.scene.setPointSize(request.get<int>("pixels"));
@@ -301,6 +325,15 @@ std::vector<Operation> lookOperations()
           where(orElse(number("height", "degrees above the horizon", 0, 90), sun.height), "from", "sun")},
          {{'B', "light on normals: eye / sun / off", Key::ALWAYS, nextLight}},
          light},
+        {"surface",
+         "draws the points of some classes as a shaded surface with contour lines",
+         {flag("on"), orNone(classes("classes", kClasses - 1), "stays"), orNone(flag("contours"), "stays"),
+          orNone(number("interval", "world units", 0, kLargestInterval), "stays"),
+          orNone(number("azimuth", "degrees clockwise from north", -360, 360), "stays"),
+          orNone(number("height", "degrees above the horizon", 0, 90), "stays"),
+          orNone(flag("points"), "stays"), orNone(flag("byElevation"), "stays")},
+         {{'s', "shaded surface of the ground on / off", Key::ALWAYS, surfaceOtherwise}},
+         drawSurface},
         {"pointSize",
          "sets the size of points",
          {whole("pixels", "pixels", 1, kLargestPointSize)},

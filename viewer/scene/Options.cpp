@@ -1,5 +1,6 @@
 #include "viewer/scene/Options.h"
 
+#include "terminal/ClassList.h"
 #include "viewer/display/Palettes.h"
 #include "viewer/display/PointCount.h"
 #include "viewer/scene/InputFiles.h"
@@ -150,6 +151,24 @@ Status readHeadless(osg::ArgumentParser& arguments, Options& options)
     return Status();
 }
 
+Status readSurface(osg::ArgumentParser& arguments, SurfaceLook& surface)
+{
+    const auto classes = [&](const std::string& text) {
+        const std::optional<ClassSet> codes = parseClasses(text);
+        surface.classes = codes.value_or(surface.classes);
+        return codes && codes->any();
+    };
+    const auto contours = [&](const std::string& text) {
+        const bool isNumber = parse(text, surface.interval);
+        surface.contours = surface.interval > 0;
+        return isNumber && surface.interval >= 0 && surface.interval <= kLargestInterval;
+    };
+    Status status = takeOption(arguments, "--surface-classes", "codes of classes, such as 2 or 2,9", classes);
+    if (status)
+        status = takeOption(arguments, "--contours", "an interval up to 10000, 0 for no lines", contours);
+    return status;
+}
+
 } // namespace
 
 Status readOptions(osg::ArgumentParser& arguments, Options& options)
@@ -167,6 +186,10 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         return [&target, largest](const std::string& text) {
             return parse(text, target) && target > 0 && target <= largest;
         };
+    };
+    const auto mode = [&](const std::string& text) {
+        options.surface.on = text == "surface";
+        return parse(options.surface.on ? "class" : text, options.mode);
     };
     const auto normals = [&](const std::string& text) {
         options.normals = text;
@@ -189,7 +212,8 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     options.edl = arguments.read("--edl");
     options.legend = !arguments.read("--no-legend");
     options.panel = !arguments.read("--no-panel");
-    Status status = takeOption(arguments, "--mode", colorModeNames(), into(options.mode));
+    Status status = takeOption(arguments, "--mode", colorModeNames() + ", or surface", mode);
+    if (status) status = readSurface(arguments, options.surface);
     if (status)
         status =
             takeOption(arguments, "--changed-by", "entry, author, age or built", into(options.changedBy));
@@ -254,7 +278,13 @@ void describeOptions(osg::ApplicationUsage& usage)
         "button, ends it.");
     usage.setCommandLineUsage("brxview [options] STORE|FOLDER|LAS|LAZ...");
     usage.addCommandLineOption("--mode MODE", "Colour the points by " + colorModeNames() +
-                                                  ". Default: rgb, elevation in stores without colours.");
+                                                  ". Default: rgb, elevation in stores without colours. "
+                                                  "surface: class, over a shaded surface of the ground.");
+    usage.addCommandLineOption("--surface-classes CLASSES",
+                               "Classes whose points make the surface, such as 2,9. Default: 2, ground.");
+    usage.addCommandLineOption("--contours INTERVAL",
+                               "Height between the contour lines of the surface, 0 for none. Default: a "
+                               "round number that gives about twenty.");
     usage.addCommandLineOption(
         "--changed-by WHAT", "What the mode changed tells of edited points: entry (which edit, the default), "
                              "author, age, or built (how they differ from when the store was built).");

@@ -3,6 +3,7 @@
 #include "viewer/display/ChangedColors.h"
 #include "viewer/display/ColorMode.h"
 #include "viewer/display/NormalLight.h"
+#include "viewer/display/SurfaceLook.h"
 #include "viewer/scene/CameraView.h"
 
 #include <VelBrx/Status.h>
@@ -60,6 +61,7 @@ struct Options
     bool edl = false;                                  ///< eye-dome lighting
     EyeDomeShading shading;
     NormalLight light;
+    SurfaceLook surface = {};
     bool legend = true;
     bool panel = true;
     double uiScale = 0;  ///< size of letters and widgets; 0: by the density of the screen

@@ -89,6 +89,7 @@ void Scene::setLook(const Options& options)
     setEyeDomeLighting(options.edl);
     setShading(options.shading);
     setLight(options.light);
+    setSurface(options.surface);
 }
 
 Status Scene::load(const std::vector<std::string>& stores, const Options& options)
@@ -187,6 +188,7 @@ void Scene::followClouds()
         applyLight(*cloud.node, _light);
     }
     _statistics = statistics;
+    setSurface(_surface);
     followColors();
 }
 
@@ -321,6 +323,17 @@ ColorMode Scene::modeOf(const Cloud& cloud) const
 
 Legend Scene::legend() const
 {
+    if (!_surface.on) return legendOfPoints();
+    Legend legend = _surface.points        ? legendOfPoints()
+                    : _surface.byElevation ? _coloring.legend(ColorMode::ELEVATION)
+                                           : Legend();
+    if (legend.title.empty()) legend.title = "surface";
+    legend.remark = describeSurface(_surface, _statistics.elevation);
+    return legend;
+}
+
+Legend Scene::legendOfPoints() const
+{
     if (_mode == ColorMode::CHANGED) return _changed.legend();
     for (const Cloud& cloud : _clouds) {
         const Legend legend = _coloring.legend(modeOf(cloud));
@@ -331,7 +344,7 @@ Legend Scene::legend() const
 
 std::string Scene::remark() const
 {
-    const Legend shown = legend();
+    const Legend shown = legendOfPoints();
     return shown.remark.empty() ? std::string() : shown.title + ": " + shown.remark;
 }
 
@@ -348,6 +361,13 @@ void Scene::setLight(const NormalLight& light)
     _light = light;
     for (const Cloud& cloud : _clouds)
         applyLight(*cloud.node, light);
+}
+
+void Scene::setSurface(const SurfaceLook& surface)
+{
+    _surface = surface;
+    applySurface(*_root, surface, _statistics.elevation);
+    ++_legendRevision;
 }
 
 void Scene::setEyeDomeLighting(bool enable)

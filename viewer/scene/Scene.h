@@ -2,6 +2,7 @@
 
 #include "viewer/display/ChangedColors.h"
 #include "viewer/display/ColorMode.h"
+#include "viewer/display/SurfaceLook.h"
 #include "viewer/scene/Options.h"
 #include "viewer/scene/Units.h"
 
@@ -165,6 +166,10 @@ public:
     void setLight(const NormalLight& light);
     const NormalLight& light() const { return _light; }
 
+    /// A surface of the points of some classes, below the points of the others.
+    void setSurface(const SurfaceLook& surface);
+    const SurfaceLook& surface() const { return _surface; }
+
     /// \name What is drawn
     /// @{
     /// Points of other classes are hidden, in every colour mode. All classes at first.
@@ -201,6 +206,7 @@ public:
 
 private:
     ColorMode modeOf(const Cloud& cloud) const;
+    Legend legendOfPoints() const;
     std::vector<VelOsgDBBrx::IPointCloud*> nodes() const;
     const Cloud* findShown(const VelBrx::FileIdentity& file) const;
     void followClouds();
@@ -209,7 +215,7 @@ private:
     void followColors();
     void tellColorless() const;
 
-    osg::ref_ptr<osg::Group> _root = new osg::Group;
+    osg::ref_ptr<VelOsgDBBrx::SurfaceView> _root = new VelOsgDBBrx::SurfaceView;
     std::vector<Cloud> _clouds;
     uint64_t _lastId = 0;
     unsigned _cloudsRevision = 0;
@@ -230,6 +236,7 @@ private:
     bool _edl = false;
     EyeDomeShading _shading;
     NormalLight _light;
+    SurfaceLook _surface;
     int _pointSize = 0;
     std::bitset<256> _shownClasses = std::bitset<256>().set();
     std::vector<osg::Vec4d> _clipPlanes;

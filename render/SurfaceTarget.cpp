@@ -1,0 +1,152 @@
+#include "render/SurfaceTarget.h"
+
+#include "render/PointPrograms.h"
+
+#include <osg/BlendFunc>
+#include <osg/Depth>
+#include <osg/Uniform>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int kPixelsPerSample = 2; ///< of the viewport, in each direction
+constexpr size_t kMostLevels = 10;
+
+constexpr osg::StateAttribute::OverrideValue kFirm =
+    osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
+
+SurfaceGrid makeGrid(int width, int height)
+{
+    SurfaceGrid grid;
+    grid.width = width;
+    grid.height = height;
+    grid.texture = new osg::Texture2D;
+    grid.texture->setTextureSize(width, height);
+    grid.texture->setInternalFormat(GL_RGBA32F_ARB);
+    grid.texture->setSourceFormat(GL_RGBA);
+    grid.texture->setSourceType(GL_FLOAT);
+    grid.texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::LINEAR);
+    grid.texture->setFilter(osg::Texture::MAG_FILTER, osg::Texture::LINEAR);
+    grid.texture->setWrap(osg::Texture::WRAP_S, osg::Texture::CLAMP_TO_EDGE);
+    grid.texture->setWrap(osg::Texture::WRAP_T, osg::Texture::CLAMP_TO_EDGE);
+    grid.frameBuffer = new osg::FrameBufferObject;
+    grid.frameBuffer->setAttachment(osg::Camera::COLOR_BUFFER0, osg::FrameBufferAttachment(grid.texture));
+    return grid;
+}
+
+/// For a rectangle over all that is drawn to.
+osg::ref_ptr<osg::StateSet> screenState(PointProgram program)
+{
+    osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
+    state->setAttributeAndModes(pointProgram(program), osg::StateAttribute::ON | kFirm);
+    for (const GLenum mode : {GL_BLEND, GL_CULL_FACE, GL_ALPHA_TEST, GL_STENCIL_TEST})
+        state->setMode(mode, osg::StateAttribute::OFF | kFirm);
+    state->setAttributeAndModes(new osg::Depth(osg::Depth::ALWAYS, 0, 1, false),
+                                osg::StateAttribute::OFF | kFirm);
+    return state;
+}
+
+void read(osg::StateSet& state, unsigned unit, const char* name, const SurfaceGrid& grid)
+{
+    state.setTextureAttribute(unit, grid.texture, osg::StateAttribute::ON | kFirm);
+    state.addUniform(new osg::Uniform(name, static_cast<int>(unit)), kFirm);
+}
+
+void setLevel(osg::StateSet& state, size_t level)
+{
+    state.addUniform(new osg::Uniform("level", static_cast<int>(level)), kFirm);
+}
+
+int half(int size)
+{
+    return (size + 1) / 2;
+}
+
+} // namespace
+
+SurfaceTarget::SurfaceTarget(int width, int height) : viewportWidth(width), viewportHeight(height)
+{
+    samples.push_back(
+        makeGrid(std::max(1, width / kPixelsPerSample), std::max(1, height / kPixelsPerSample)));
+    samples.front().frameBuffer->setAttachment(
+        osg::Camera::DEPTH_BUFFER,
+        osg::FrameBufferAttachment(
+            new osg::RenderBuffer(samples.front().width, samples.front().height, GL_DEPTH_COMPONENT32F)));
+    while (samples.size() < kMostLevels && std::max(samples.back().width, samples.back().height) > 2) {
+        const SurfaceGrid& finer = samples.back();
+        SurfaceGrid grid = makeGrid(half(finer.width), half(finer.height));
+        grid.state = screenState(PointProgram::SurfacePull);
+        read(*grid.state, 0, "finerSamples", finer);
+        setLevel(*grid.state, samples.size());
+        samples.push_back(grid);
+    }
+    for (size_t level = samples.size(); level-- > 0;) {
+        SurfaceGrid grid = makeGrid(samples[level].width, samples[level].height);
+        grid.state = screenState(PointProgram::SurfacePush);
+        read(*grid.state, 0, "samples", samples[level]);
+        read(*grid.state, 1, "coarserSurface", closed.empty() ? samples[level] : closed.back());
+        grid.state->addUniform(new osg::Uniform("isCoarsest", closed.empty()), kFirm);
+        setLevel(*grid.state, level);
+        closed.push_back(grid);
+    }
+    shading = screenState(PointProgram::SurfaceShade);
+    shading->setAttributeAndModes(new osg::Depth(osg::Depth::LEQUAL), osg::StateAttribute::ON | kFirm);
+    read(*shading, 0, "surface", closed.back());
+}
+
+void SurfaceTarget::resizeGLObjectBuffers(unsigned maxSize)
+{
+    for (const std::vector<SurfaceGrid>* grids : {&samples, &closed}) {
+        for (const SurfaceGrid& grid : *grids) {
+            grid.frameBuffer->resizeGLObjectBuffers(maxSize);
+            grid.texture->resizeGLObjectBuffers(maxSize);
+            if (grid.state) grid.state->resizeGLObjectBuffers(maxSize);
+        }
+    }
+    shading->resizeGLObjectBuffers(maxSize);
+}
+
+void SurfaceTarget::releaseGLObjects(osg::State* state) const
+{
+    for (const std::vector<SurfaceGrid>* grids : {&samples, &closed}) {
+        for (const SurfaceGrid& grid : *grids) {
+            grid.frameBuffer->releaseGLObjects(state);
+            grid.texture->releaseGLObjects(state);
+            if (grid.state) grid.state->releaseGLObjects(state);
+        }
+    }
+    shading->releaseGLObjects(state);
+}
+
+osg::ref_ptr<SurfaceTarget> SurfaceTargets::fit(osg::Camera& camera, const osg::Viewport& viewport)
+{
+    const int width = static_cast<int>(viewport.width());
+    const int height = static_cast<int>(viewport.height());
+    if (width < 1 || height < 1) return nullptr;
+    const VelThreads::Lock lock(_mutex);
+    _entries.erase(std::remove_if(_entries.begin(), _entries.end(),
+                                  [](const Entry& entry) { return !entry.camera.valid(); }),
+                   _entries.end());
+    auto entry = std::find_if(_entries.begin(), _entries.end(),
+                              [&camera](const Entry& known) { return known.camera == &camera; });
+    if (entry == _entries.end()) entry = _entries.insert(entry, Entry{&camera, nullptr});
+    osg::ref_ptr<SurfaceTarget>& target = entry->target;
+    if (!target || target->viewportWidth != width || target->viewportHeight != height)
+        target = new SurfaceTarget(width, height);
+    return target;
+}
+
+void SurfaceTargets::resizeGLObjectBuffers(unsigned maxSize)
+{
+    const VelThreads::Lock lock(_mutex);
+    for (const Entry& entry : _entries)
+        entry.target->resizeGLObjectBuffers(maxSize);
+}
+
+void SurfaceTargets::releaseGLObjects(osg::State* state)
+{
+    const VelThreads::Lock lock(_mutex);
+    for (const Entry& entry : _entries)
+        entry.target->releaseGLObjects(state);
+}
