@@ -19,7 +19,7 @@ struct SurfaceSettings
     double contourInterval = 1;                           ///< world units; 0: no contour lines
     double sunAzimuth = 315;                              ///< degrees clockwise from the world's y axis
     double sunHeight = 45;                                ///< degrees above the horizon
-    double closing = 60;                       ///< width of the largest hole that is closed, world units
+    double closing = 100;                      ///< width of the largest hole that is closed, world units
     bool otherPoints = true;                   ///< draw the points of the other classes too
     std::optional<ColorWithRangeInfo> heights; ///< colours by height; else the surface is of one colour
 };

@@ -34,8 +34,6 @@ vec3 eyePosition(vec2 place, float nearness)
 
 vec3 positionAt(vec2 place)
 {
-    vec2 border = 0.5 / vec2(textureSize(surface, 0)); // beyond it the surface goes on level
-    place = clamp(place, border, 1.0 - border);
     return eyePosition(place, texture(surface, place).x);
 }
 
@@ -80,8 +78,10 @@ void main()
     if (here.y < 0.5 || here.w < 0.5) discard;
     vec3 position = eyePosition(place, here.x);
     vec2 pixel = 1.0 / vec2(textureSize(surface, 0));
-    vec3 right = across(positionAt(place - vec2(pixel.x, 0.0)), position, positionAt(place + vec2(pixel.x, 0.0)));
-    vec3 up = across(positionAt(place - vec2(0.0, pixel.y)), position, positionAt(place + vec2(0.0, pixel.y)));
+    vec2 middle = clamp(place, 1.5 * pixel, 1.0 - 1.5 * pixel); // beyond the picture there is nothing to compare with
+    vec3 there = positionAt(middle);
+    vec3 right = across(positionAt(middle - vec2(pixel.x, 0.0)), there, positionAt(middle + vec2(pixel.x, 0.0)));
+    vec3 up = across(positionAt(middle - vec2(0.0, pixel.y)), there, positionAt(middle + vec2(0.0, pixel.y)));
     vec3 normal = normalize(mat3(worldFromEye) * cross(right, up));
     if (normal.z < 0.0) normal = -normal;
 
