@@ -55,7 +55,7 @@ void main()
         ivec2 offset = ivec2(i % 3 - 1, i / 3 - 1);
         ivec2 inside = clamp(pixel + offset, ivec2(0), last);
         Sample found = sampleOf(texelFetch(samples, inside, 0));
-        if (inside != pixel + offset) found.share *= 0.75; // nobody knows what is outside the picture
+        if (inside != pixel + offset) found.share *= 0.6; // nobody knows what is outside the picture
         around[i] = found;
         if (found.count == 0.0) continue;
         covered += found.share * kWeights[offset.x + 1] * kWeights[offset.y + 1];
