@@ -20,6 +20,7 @@ out ivec4 pIPositionAttribute;
 const vec3 kPlainColor = vec3(0.80, 0.77, 0.70);
 const vec3 kSteepColor = vec3(0.85, 0.32, 0.16);
 const vec3 kContourColor = vec3(0.30, 0.17, 0.08);
+const float kCovered = 0.58; // half would do, but for the roughness of coarse levels
 const float kAmbient = 0.3;
 const float kRelief = 2.0; // heights are shaded as if they were so much larger
 
@@ -75,7 +76,7 @@ void main()
 {
     vec2 place = (gl_FragCoord.xy - viewportArea.xy) / viewportArea.zw;
     vec4 here = texture(surface, place);
-    if (here.y < 0.5 || here.w < 0.5) discard;
+    if (here.y < kCovered || here.w < 0.5) discard;
     vec3 position = eyePosition(place, here.x);
     vec2 pixel = 1.0 / vec2(textureSize(surface, 0));
     vec2 middle = clamp(place, 1.5 * pixel, 1.0 - 1.5 * pixel); // beyond the picture there is nothing to compare with

@@ -158,7 +158,7 @@ TEST(SurfaceView, ClosesHolesOfATiltedPlaneAndShadesItBySunAndSlope)
         int shades[2] = {};
         for (const int fromWest : {0, 1}) {
             picture.settings.sunAzimuth = fromWest ? 270 : 90;
-            picture.settings.closing = 60;
+            picture.settings.closing = 30;
             picture.draw();
             shades[fromWest] = brightness(picture.at(14, 20, height(14)));
             for (const double x : {14.0, 25.5, 32.0, 40.0, 50.0})
