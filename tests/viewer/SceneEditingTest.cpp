@@ -313,8 +313,14 @@ TEST_F(SceneEditingTest, ClassesAreCountedAsTheyAreNowThroughEditsSavesAndOtherS
     EXPECT_EQ(points(12), 0u);
     done(session->stepTo(0));
     EXPECT_EQ(points(2), built[2]);
-    // Nobody looked before the save, and another edit followed it.
+    // Nobody looked before a save, nor before the edit behind it.
     done(session->stepTo(2));
+    done(session->save());
+    EXPECT_EQ(points(12), corner);
+    classify(kAll, 8, {12});
+    done(session->save());
+    classify(kAll, 12, {8});
+    EXPECT_EQ(points(12), corner);
     done(session->save());
     classify(kAll, 7, {9});
     EXPECT_EQ(points(7) + points(12) + points(3) + points(4), 400u);
