@@ -496,10 +496,21 @@ const std::map<std::string, Check> kChecks = {
          viewer.press("r");
      }},
     {"Left click", picks},
+    {"Tab",
+     [](Viewer& viewer) {
+         viewer.expectChangeAnywhere([&] { viewer.press("Tab"); });
+         viewer.expectChangeAnywhere([&] { viewer.press("Tab"); });
+     }},
     {"h",
      [](Viewer& viewer) {
          viewer.expectChangeAnywhere([&] { viewer.press("h"); });
          viewer.expectChangeAnywhere([&] { viewer.press("h"); });
+     }},
+    {"F1",
+     [](Viewer& viewer) {
+         viewer.expectChangeAnywhere([&] { viewer.press("F1"); });
+         viewer.expectChangeAnywhere([&] { viewer.press("k"); }); // searches
+         viewer.press("F1");
      }},
     {"c", savesThePicture},
     {"f", fillsTheScreen},
@@ -568,7 +579,11 @@ const std::map<std::string, Check> kChecks = {
     {"y", redoes("y")},
     {"Ctrl+Y", redoes("Ctrl+y")},
     {"Ctrl+Shift+Z", redoes("Ctrl+Z")},
-    {"U", [](Viewer& viewer) { viewer.expectChangeAnywhere([&] { viewer.press("U"); }); }},
+    {"U",
+     [](Viewer& viewer) {
+         viewer.expectChangeAnywhere([&] { viewer.press("U"); });
+         viewer.press("Tab");
+     }},
     {"M",
      [](Viewer& viewer) {
          viewer.press("V");
