@@ -55,6 +55,23 @@ osg::ref_ptr<osgViewer::Viewer> makeViewer(osg::ArgumentParser& arguments, const
     return options.headless ? new osgViewer::Viewer : new osgViewer::Viewer(arguments);
 }
 
+/// The stores of the files that the user named. A window builds what is missing when it is there.
+Status findStores(Options& options, std::vector<std::string>& stores)
+{
+    for (const std::string& input : options.inputs) {
+        StorePlan plan;
+        const Status status = options.headless
+                                  ? findOrBuildStore(input, options.force, plan.store, options.store)
+                                  : findStore(input, options.force, options.store, plan);
+        if (!status) return status;
+        stores.push_back(plan.store);
+        if (!isScript(options)) continue; // a picture edits nothing, a window warns when it opens the store
+        if (const std::string warning = warnOfCache(input, plan.store); !warning.empty())
+            options.warnings.push_back(warning);
+    }
+    return Status();
+}
+
 Status run(osg::ArgumentParser& arguments)
 {
     Options options;
@@ -64,14 +81,8 @@ Status run(osg::ArgumentParser& arguments)
     const osg::ref_ptr<osgViewer::Viewer> viewer = makeViewer(arguments, options);
     if (Status status = readInputs(arguments, options); !status) return status;
 
-    std::vector<std::string> stores(options.inputs.size());
-    for (size_t i = 0; i < stores.size(); ++i) {
-        const Status status = findOrBuildStore(options.inputs[i], options.force, stores[i], options.store);
-        if (!status) return status;
-        if (options.headless && !isScript(options)) continue; // a picture edits nothing
-        if (const std::string warning = warnOfCache(options.inputs[i], stores[i]); !warning.empty())
-            options.warnings.push_back(warning);
-    }
+    std::vector<std::string> stores;
+    if (Status status = findStores(options, stores); !status) return status;
     ChosenClasses classes;
     if (Status status = chooseClasses(options.classesFile, stores, classes); !status) return status;
     if (!classes.warning.empty()) options.warnings.push_back(classes.warning);
@@ -80,11 +91,13 @@ Status run(osg::ArgumentParser& arguments)
     for (const std::string& warning : options.warnings)
         std::fprintf(stderr, "brxview: %s\n", warning.c_str());
     Scene scene;
+    if (!options.headless) {
+        Settings settings;
+        scene.setLook(options);
+        return runInWindow(*viewer, scene, options, settings);
+    }
     if (Status status = scene.load(stores, options); !status) return status;
-    if (isScript(options)) return script::run(script, *viewer, scene, options);
-    if (options.headless) return render(*viewer, scene, options);
-    Settings settings;
-    return runInWindow(*viewer, scene, options, settings);
+    return isScript(options) ? script::run(script, *viewer, scene, options) : render(*viewer, scene, options);
 }
 
 } // namespace

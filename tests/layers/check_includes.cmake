@@ -33,9 +33,10 @@ set(layers
   "viewer/edit|terminal store viewer/display viewer/scene session cull edit lod render"
   "viewer/measure|terminal viewer/gui viewer/scene viewer/edit render"
   "viewer/operation|terminal viewer/display viewer/scene viewer/edit viewer/measure"
+  "viewer/files|terminal viewer/scene viewer/edit viewer/settings store/export store"
   "viewer/gui|"
-  "viewer/panel|terminal viewer/gui viewer/measure viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store"
-  "viewer/window|viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod render store"
+  "viewer/panel|terminal viewer/files viewer/gui viewer/measure viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store"
+  "viewer/window|viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod render store"
   "viewer/settings|store"
   "viewer/picture|viewer/gui viewer/display viewer/scene viewer/window headless edit lod"
   "viewer/script|terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
@@ -45,7 +46,7 @@ set(layers
 # These use each other's exported headers alone.
 set(exported_only edit>store/normals
   crs>store
-  category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/panel>lod viewer/panel>render viewer/panel>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
+  category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/files>store viewer/files>store/export viewer/panel>lod viewer/panel>render viewer/panel>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>store viewer/edit>session viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod

@@ -49,6 +49,7 @@ public:
         window.emplace(std::vector<std::string>{BRXVIEW, "--no-panel", "--view", "top", "--window", "20",
                                                 "20", std::to_string(kWidth), std::to_string(kHeight), store},
                        folder.path().string());
+        EXPECT_TRUE(eventually([&] { return window->title() == "grid.brx - brxview"; })) << "opened";
     }
 
     /// The part of the window that no panel covers.
@@ -671,7 +672,6 @@ TEST(ProgramWindow, KeysForLookingDoWhatTheirPageSays)
         options.store = store;
         ASSERT_TRUE(VelBrx::writeNormals(options));
     });
-    EXPECT_TRUE(eventually([&] { return viewer.window->title() == "grid.brx - brxview"; }));
     viewer.begin();
     tryKeys(viewer, "viewing");
     viewer.press("E");

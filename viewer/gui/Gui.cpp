@@ -318,7 +318,8 @@ bool Gui::key(const GUIEventAdapter& event)
     // The unmodified key is that of the place on the keyboard: the same when it goes down and up.
     const int place = placeOf(event.getUnmodifiedKey() ? event.getUnmodifiedKey() : event.getKey());
     const bool wasDown = io.KeysDown[place];
-    const bool isOurs = io.WantTextInput && !isFunctionKey(event.getKey());
+    // The keyboard is wanted by a question in the middle, too.
+    const bool isOurs = (io.WantTextInput || io.WantCaptureKeyboard) && !isFunctionKey(event.getKey());
     io.KeysDown[place] = isDown && isOurs;
     if (!isDown) {
         if (wasDown) callParts();

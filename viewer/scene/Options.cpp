@@ -255,9 +255,8 @@ Status readInputs(osg::ArgumentParser& arguments, Options& options)
         }
         options.inputs.push_back(arguments[i]);
     }
-    if (options.inputs.empty()) {
+    if (options.inputs.empty() && options.headless)
         return Status::failure("no file to show; see brxview --help");
-    }
     if (Status status = expandFolders(options.inputs); !status) return status;
     const auto belongsToOne = [&](const std::string& option, const std::string& value) {
         return value.empty() || options.inputs.size() == 1
@@ -274,9 +273,10 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.setApplicationName("brxview");
     usage.setDescription(
         "brxview shows point clouds: octree stores (.brx), all stores of a folder, and LAS files, which it "
-        "builds into stores beside them. In the window h lists the keys; Ctrl+Q, or the window's close "
+        "builds into stores beside them. Without files it opens an empty window. In the window h lists the "
+        "keys; Ctrl+Q, or the window's close "
         "button, ends it.");
-    usage.setCommandLineUsage("brxview [options] STORE|FOLDER|LAS|LAZ...");
+    usage.setCommandLineUsage("brxview [options] [STORE|FOLDER|LAS|LAZ...]");
     usage.addCommandLineOption("--mode MODE", "Colour the points by " + colorModeNames() +
                                                   ". Default: rgb, elevation in stores without colours. "
                                                   "surface: class, over a shaded surface of the ground.");

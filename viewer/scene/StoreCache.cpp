@@ -82,32 +82,6 @@ bool isNewer(const fs::path& store, const fs::path& source)
     return !error && storeTime >= sourceTime;
 }
 
-Status build(const fs::path& source, const fs::path& store, bool overwrite)
-{
-    std::error_code error;
-    if (store.has_parent_path()) fs::create_directories(store.parent_path(), error);
-    if (error) return Status::failure(store.parent_path().string() + ": " + error.message());
-
-    const EndSignals signals;
-    Progress progress(Progress::For::People);
-    VelBrx::BuildOptions options;
-    options.compareSystems = differenceOfSystems;
-    options.inputs = {source.string()};
-    options.output = store.string();
-    options.overwrite = overwrite;
-    options.keepEdits = overwrite && isStore(options.output);
-    options.progress = [&](const VelBrx::BuildProgress& state) {
-        progress.show("building " + store.string() + ", " + state.stage, state.pointsDone, state.pointsTotal);
-    };
-    options.cancel = &signals.received();
-    VelBrx::BuildReport report;
-    const Status status = VelBrx::buildStore(options, report);
-    progress.clear();
-    for (const std::string& note : report.notes)
-        std::fprintf(stderr, "brxview: %s\n", note.c_str());
-    return status;
-}
-
 /// Whether a store that somebody named is that of another file: with it the wrong survey would be shown, and
 /// lost where it is to be built again. Files that are no stores are left to those who open them.
 Status checkOrigin(const std::string& store, const std::string& source)
@@ -129,7 +103,7 @@ std::string warnOfCache(const std::string& input, const std::string& store)
            "; brx export makes a LAS file of it, --store FILE keeps it elsewhere";
 }
 
-Status findOrBuildStore(const std::string& input, bool rebuild, std::string& store, const std::string& place)
+Status findStore(const std::string& input, bool rebuild, const std::string& place, StorePlan& plan)
 {
     std::error_code error;
     const fs::path source = fs::canonical(input, error);
@@ -139,7 +113,7 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
     if (source.extension() == kStoreExtension || isStore(source)) {
         if (!place.empty())
             return Status::failure(input + ": is a store; --store belongs to a LAS or LAZ file");
-        store = input;
+        plan = {input};
         return Status();
     }
     if (!isLas(source)) return Status::failure(input + ": is neither a store nor a LAS or LAZ file");
@@ -147,15 +121,61 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
     const fs::path beside = storeBeside(source);
     const bool staysBeside = isWritable(source.parent_path()) || isNewer(beside, source);
     const fs::path target = !place.empty() ? fs::path(place) : staysBeside ? beside : storeInCache(source);
-    store = target.string();
+    const std::string store = target.string();
     const bool exists = fs::exists(target, error);
     if (exists && !place.empty())
         if (Status status = checkOrigin(store, source.filename().string()); !status) return status;
     const bool isCurrent = exists && isNewer(target, source);
-    if (isCurrent && (!rebuild || isStore(store))) return Status();
+    if (isCurrent && (!rebuild || isStore(store))) {
+        plan = {store};
+        return Status();
+    }
     if (exists && !rebuild) {
         return Status::failure(store + ": is older than " + input +
                                "; --force builds it again, with the edits made in it");
     }
-    return build(source, target, exists);
+    plan = {store, source.string(), exists};
+    return Status();
+}
+
+Status buildStore(const StorePlan& plan, const std::function<void(const VelBrx::BuildProgress&)>& progress,
+                  const std::atomic<bool>& cancel, std::vector<std::string>& notes)
+{
+    const fs::path store = plan.store;
+    std::error_code error;
+    if (store.has_parent_path()) fs::create_directories(store.parent_path(), error);
+    if (error) return Status::failure(store.parent_path().string() + ": " + error.message());
+    VelBrx::BuildOptions options;
+    options.compareSystems = differenceOfSystems;
+    options.inputs = {plan.source};
+    options.output = plan.store;
+    options.overwrite = plan.replaces;
+    options.keepEdits = plan.replaces && isStore(options.output);
+    options.progress = progress;
+    options.cancel = &cancel;
+    VelBrx::BuildReport report;
+    Status status = VelBrx::buildStore(options, report);
+    notes.insert(notes.end(), report.notes.begin(), report.notes.end());
+    return status;
+}
+
+Status findOrBuildStore(const std::string& input, bool rebuild, std::string& store, const std::string& place)
+{
+    StorePlan plan;
+    if (Status status = findStore(input, rebuild, place, plan); !status) return status;
+    store = plan.store;
+    if (plan.source.empty()) return Status();
+    const EndSignals signals;
+    Progress progress(Progress::For::People);
+    std::vector<std::string> notes;
+    Status status = buildStore(
+        plan,
+        [&](const VelBrx::BuildProgress& state) {
+            progress.show("building " + store + ", " + state.stage, state.pointsDone, state.pointsTotal);
+        },
+        signals.received(), notes);
+    progress.clear();
+    for (const std::string& note : notes)
+        std::fprintf(stderr, "brxview: %s\n", note.c_str());
+    return status;
 }

@@ -16,13 +16,13 @@
 #include "viewer/window/EditKeys.h"
 #include "viewer/window/FullScreenKey.h"
 #include "viewer/window/HelpKey.h"
-#include "viewer/window/HiddenPoints.h"
 #include "viewer/window/MoveLevel.h"
 #include "viewer/window/Notices.h"
 #include "viewer/window/Overlay.h"
 #include "viewer/window/PickHandler.h"
 #include "viewer/window/ScreenshotKey.h"
 #include "viewer/window/WheelZoom.h"
+#include "viewer/window/WindowFiles.h"
 
 #include <VelOsgDBBrx/OpenGLCheck.h>
 #include <osgGA/KeySwitchMatrixManipulator>
@@ -35,7 +35,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <optional>
 #include <thread>
 
@@ -102,22 +101,6 @@ double aspectOf(const osg::Camera& camera)
     return viewport && viewport->height() > 0 ? viewport->width() / viewport->height() : 1.0;
 }
 
-/// The first file and the number of the others.
-std::string titleOf(const Options& options)
-{
-    const std::string first = std::filesystem::path(options.inputs.front()).filename().string();
-    const size_t others = options.inputs.size() - 1;
-    return first + (others > 0 ? " and " + std::to_string(others) + " more" : "") + " - brxview";
-}
-
-void setTitle(osgViewer::Viewer& viewer, const std::string& title)
-{
-    osgViewer::ViewerBase::Windows windows;
-    viewer.getWindows(windows);
-    for (osgViewer::GraphicsWindow* window : windows)
-        window->setWindowName(title);
-}
-
 bool isDragging(osgViewer::Viewer& viewer)
 {
     return viewer.getEventQueue()->getCurrentEventState()->getButtonMask() != 0;
@@ -138,15 +121,6 @@ Status tellUnsaved(const SceneEditing& editing)
         std::fprintf(stderr, "brxview: %s\n", line.c_str());
     const uint64_t lost = totalOf(editing.unkeptPoints());
     return lost == 0 ? Status() : Status::failure(describeLost(lost));
-}
-
-/// Tells people of points that they do not see.
-void tellHidden(HiddenPoints& hidden, EditKeys& editKeys)
-{
-    const std::optional<std::vector<std::string>> lines = hidden.take();
-    if (!lines || lines->empty()) return;
-    std::fprintf(stderr, "brxview: %s\n", lines->front().c_str());
-    editKeys.say(*lines);
 }
 
 /// The pictures have the area that is left beside the panels. True when they had another one.
@@ -182,21 +156,18 @@ void drawFrame(osgViewer::Viewer& viewer, Gui& gui, Views& views, const Scene& s
 /// Draws while something changes; a still picture costs next to nothing.
 void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel, Gui& gui,
                    StatusLine& status, Views& views, const Scene& scene, const SceneEditing& editing,
-                   EditKeys& editKeys, const std::vector<std::string>& stores)
+                   EditKeys& editKeys, WindowFiles& files)
 {
     // A camera is known to paging one frame after it was drawn.
     constexpr int kFramesAfterAChange = 3;
     const long limit = frameLimit();
     long frames = 0;
     const EndSignals signals;
-    std::optional<HiddenPoints> hidden;
     for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
         gui.serveClipboard();
         if (takeCloseRequests(viewer)) editKeys.askToClose();
         if (editKeys.hasNews() || gui.wantsFrame()) viewer.requestRedraw();
-        // The first picture comes first.
-        if (!hidden && frames > kFramesAfterAChange && services.isSettled()) hidden.emplace(stores);
-        if (hidden) tellHidden(*hidden, editKeys);
+        files.update(quietFrames == kFramesAfterAChange && services.isSettled());
         if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
         if (quietFrames == kFramesAfterAChange) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -281,7 +252,6 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         return Status::failure("no window can be opened on display " + std::string(std::getenv("DISPLAY")) +
                                "; --render OUT.png draws a picture without one");
     }
-    setTitle(viewer, titleOf(options));
     const osg::ref_ptr<Overlay> overlay = new Overlay;
     const float scale =
         options.uiScale > 0 ? static_cast<float>(options.uiScale) : unitFor(*contexts.front());
@@ -305,14 +275,19 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.setCameraManipulator(
         makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
     SceneEditing editing(scene, viewer, options.author);
-    if (options.editAnyway) editing.editAnyway();
     ClassChoice classes;
     const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, views, *overlay, classes);
-    addHandlers(viewer, *editKeys, scene, views, *overlay, options.legend);
+    const osg::ref_ptr<HelpKey> help = addHandlers(viewer, *editKeys, scene, views, *overlay, options.legend);
     viewer.addEventHandler(panel);
     viewer.addEventHandler(status);
     Stage stage = editKeys->stage();
     stage.act = [gui, editKeys](const Request& request) { gui->later([=] { editKeys->act(request); }); };
+    const osg::ref_ptr<WindowFiles> files =
+        new WindowFiles(viewer, *gui, *editKeys, stage, settings, options);
+    viewer.addEventHandler(files);
+    help->add("Files", *files);
+    panel->add(
+        "Clouds", [files] { files->drawSection(); }, true);
     ClassesSection classesSection(stage, classes, *gui, options.classesFile);
     HistorySection historySection(stage);
     panel->add(
@@ -333,17 +308,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     }
     for (const std::string& warning : options.warnings)
         editKeys->warn(warning);
-    for (const std::string& note : editing.notes()) {
-        std::fprintf(stderr, "brxview: %s\n", note.c_str());
-        editKeys->warn(note);
-    }
-    if (!editing.unsavedPoints().empty())
-        editKeys->say(
-            {"E and then " + keyOf("save") + " saves the classes, " + keyOf("dropUnsaved") + " drops them"});
-    std::vector<std::string> stores;
-    for (const Scene::Cloud& cloud : scene.clouds())
-        stores.push_back(cloud.store);
-    drawUntilDone(viewer, services, moveLevel, *gui, *status, views, scene, editing, *editKeys, stores);
+    drawUntilDone(viewer, services, moveLevel, *gui, *status, views, scene, editing, *editKeys, *files);
     viewer.stopThreading();
     keepSize(viewer, settings);
     if (options.panel) panel->keep(settings);

@@ -1,0 +1,161 @@
+// Files in the window: opened, built, saved, exported and closed by keys.
+
+#include "tests/support/HeadlessViewer.h"
+#include "tests/support/ProgramWindow.h"
+#include "tests/support/ReadFile.h"
+#include "tests/support/TestSurvey.h"
+
+#include <VelBrx/PointCounts.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// Pixels of points, right of the panel.
+int pointsIn(const osg::Image& picture)
+{
+    int points = 0;
+    for (int y = 100; y < picture.t() - 100; ++y)
+        for (int x = 400; x < picture.s(); ++x) {
+            const osg::Vec3ub color = pixel(picture, x, y);
+            points += color.x() > 150 && color.z() < 60; // the survey's are orange
+        }
+    return points;
+}
+
+class CloudsWindow : public testing::Test
+{
+protected:
+    CloudsWindow()
+    {
+        TestSurvey survey;
+        survey.side = 40;
+        survey.classes = 4;
+        EXPECT_TRUE(survey.write(folder.file("tile.las")));
+    }
+
+    void open(const std::vector<std::string>& words = {})
+    {
+        std::vector<std::string> all = {BRXVIEW, "--view", "top", "--window", "0", "0", "800", "600"};
+        all.insert(all.end(), words.begin(), words.end());
+        window.emplace(all, folder.path().string());
+    }
+
+    void type(const std::string& text)
+    {
+        for (const char letter : text)
+            window->press(std::string(1, letter));
+        window->press("Return");
+    }
+
+    bool becomesTitle(const std::string& title)
+    {
+        return eventually([&] { return window->title() == title; });
+    }
+
+    bool tells(const std::string& text)
+    {
+        return eventually([&] { return window->program().err().find(text) != std::string::npos; });
+    }
+
+    uint64_t savedAs(uint8_t code) const
+    {
+        VelBrx::PointCounts counts;
+        EXPECT_TRUE(VelBrx::countPoints(store, counts));
+        return counts.byClass[code];
+    }
+
+    const TempFolder folder;
+    const std::string store = folder.file("tile.las.brx");
+    const std::string exported = folder.file("tile-edited.laz");
+    std::optional<ProgramWindow> window;
+};
+
+} // namespace
+
+TEST_F(CloudsWindow, FromAnEmptyWindowToADeliveredFile)
+{
+    open();
+    EXPECT_TRUE(becomesTitle("brxview"));
+    EXPECT_EQ(pointsIn(*window->stillPicture()), 0);
+    window->press("Ctrl+o");
+    window->stillPicture();
+    type("til");
+    EXPECT_TRUE(becomesTitle("tile.las.brx - brxview")) << window->program().err();
+    EXPECT_TRUE(eventually([&] { return pointsIn(*window->picture()) > 1000; }));
+    window->stillPicture();
+
+    window->press("Tab"); // points under the panel are out of reach
+    window->press("E");
+    window->press("A");
+    window->drag(10, 10, 790, 590);
+    window->stillPicture();
+    window->press("9");
+    window->press("K");
+    EXPECT_TRUE(becomesTitle("* tile.las.brx - brxview")) << "not saved";
+    EXPECT_EQ(savedAs(9), 0u);
+    window->press("Ctrl+S");
+    window->stillPicture();
+    window->press("Return"); // save, then export
+    EXPECT_TRUE(becomesTitle("tile.las.brx - brxview"));
+    EXPECT_EQ(savedAs(9), 1600u);
+    window->stillPicture();
+    window->press("Return"); // the name that is offered
+    EXPECT_TRUE(tells("wrote " + exported + ": 1 600 points, 1 600 of them edited"))
+        << window->program().err();
+    const std::string other = folder.file("other.laz");
+    EXPECT_EQ(runProgram({BRX, "export", store, other}).exitStatus, 0);
+    EXPECT_EQ(readFile(exported), readFile(other));
+
+    const auto written = fs::last_write_time(exported);
+    window->press("Ctrl+S");
+    window->stillPicture();
+    window->press("Return");
+    window->stillPicture();
+    window->press("Escape"); // do not replace it
+    window->stillPicture();
+    EXPECT_EQ(fs::last_write_time(exported), written);
+    window->press("Ctrl+w");
+    EXPECT_TRUE(becomesTitle("brxview"));
+    EXPECT_EQ(pointsIn(*window->stillPicture()), 0);
+    window->press("Ctrl+q");
+    EXPECT_EQ(window->program().wait().exitStatus, 0);
+    const std::vector<uint8_t> settings = readFile(folder.file("config/brxview/settings.json"));
+    EXPECT_NE(std::string(settings.begin(), settings.end()).find(folder.file("tile.las") + "\""),
+              std::string::npos);
+}
+
+TEST_F(CloudsWindow, WhatCannotBeOpenedIsToldInALineAndTheOthersAreShown)
+{
+    folder.write("note.las", {'t', 'e', 'x', 't'});
+    folder.write("empty.las", {});
+    folder.write("cut.brx", readFile(folder.file("tile.las")));
+    fs::resize_file(folder.file("cut.brx"), 600);
+    open({folder.file("cut.brx"), folder.file("tile.las")});
+    EXPECT_TRUE(becomesTitle("tile.las.brx - brxview"));
+    EXPECT_TRUE(tells(folder.file("cut.brx") + ": ")) << window->program().err();
+    for (const std::string name : {"note.las", "empty.las", "gone.las"}) {
+        window->press("Ctrl+o");
+        window->stillPicture();
+        type(folder.file(name));
+        const bool isThere = name != "gone.las"; // the dialog itself says that
+        if (isThere) {
+            EXPECT_TRUE(tells(folder.file(name) + ": is neither a store nor a LAS or LAZ file"));
+            continue;
+        }
+        window->stillPicture();
+        window->press("Escape");
+    }
+    window->press("Ctrl+o");
+    window->stillPicture();
+    type(store);
+    EXPECT_TRUE(tells(store + ": is the same file as " + store + ", which is shown"));
+    EXPECT_GT(pointsIn(*window->stillPicture()), 1000);
+    window->press("Ctrl+q");
+    EXPECT_EQ(window->program().wait().exitStatus, 0);
+    EXPECT_FALSE(fs::exists(folder.file("note.las.brx")));
+}

@@ -1,0 +1,161 @@
+#include "viewer/files/CloudFiles.h"
+
+#include "terminal/Text.h"
+#include "viewer/scene/InputFiles.h"
+
+#include <VelBrx/ExportLas.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <utility>
+
+namespace fs = std::filesystem;
+using VelBrx::Status;
+
+namespace {
+
+constexpr size_t kMostRecent = 12;
+const std::string kRecent = "files.recent";
+
+void append(std::vector<std::string>& lines, const std::vector<std::string>& more)
+{
+    lines.insert(lines.end(), more.begin(), more.end());
+}
+
+std::string nameOf(const std::string& path)
+{
+    return fs::path(path).filename().string();
+}
+
+std::string absolute(const std::string& path)
+{
+    std::error_code error;
+    const fs::path whole = fs::absolute(path, error);
+    return error ? path : whole.lexically_normal().string();
+}
+
+} // namespace
+
+CloudFiles::CloudFiles(SceneEditing& editing, Scene& scene, Settings& settings)
+    : _editing(editing), _scene(scene), _settings(settings)
+{
+}
+
+void CloudFiles::open(const std::vector<std::string>& paths, const How& how)
+{
+    for (const std::string& path : paths)
+        _opening.push(nameOf(path),
+                      [=](JobQueue::Control& control) { openNow(absolute(path), how, control); });
+}
+
+void CloudFiles::openNow(const std::string& path, const How& how, JobQueue::Control& control)
+{
+    control.report({"opening"});
+    std::vector<std::string> inputs = {path};
+    News news;
+    const auto tell = [&](const Status& status) {
+        if (!status && !control.cancelled()) news.problems.push_back(status.message());
+        return status.ok();
+    };
+    std::vector<OpenedStore> stores;
+    std::vector<std::string> opened;
+    if (!tell(expandFolders(inputs))) inputs.clear();
+    for (const std::string& input : inputs) {
+        StorePlan plan;
+        if (control.cancelled() || !tell(findStore(input, how.rebuild, how.place, plan))) continue;
+        const auto progress = [&](const VelBrx::BuildProgress& state) { control.report(state); };
+        if (!plan.source.empty() && !tell(buildStore(plan, progress, control.cancelled(), news.done)))
+            continue;
+        OpenedStore store;
+        std::string note;
+        if (!tell(openStore(plan.store, how.normals, store, note))) continue;
+        if (!note.empty()) news.notes.push_back(note);
+        if (const std::string warning = warnOfCache(input, plan.store); !warning.empty())
+            news.notes.push_back(warning);
+        stores.push_back(std::move(store));
+        opened = {path};
+    }
+    if (control.cancelled()) news.done.push_back(path + ": cancelled");
+    const VelThreads::Lock lock(_mutex);
+    std::move(stores.begin(), stores.end(), std::back_inserter(_results.stores));
+    append(_results.opened, opened);
+    append(_results.news.problems, news.problems);
+    append(_results.news.notes, news.notes);
+    append(_results.news.done, news.done);
+}
+
+void CloudFiles::exportCloud(const Scene::Cloud& cloud, const std::string& path, bool overwrite)
+{
+    _exporting.push(nameOf(path), [this, store = cloud.store, path, overwrite](JobQueue::Control& control) {
+        exportNow(store, absolute(path), overwrite, control);
+    });
+}
+
+void CloudFiles::exportNow(const std::string& store, const std::string& path, bool overwrite,
+                           JobQueue::Control& control)
+{
+    VelBrx::ExportOptions options;
+    options.store = store;
+    options.output = path;
+    options.overwrite = overwrite;
+    options.progress = [&](const VelBrx::BuildProgress& state) { control.report(state); };
+    options.cancel = &control.cancelled();
+    VelBrx::ExportReport report;
+    const Status status = VelBrx::exportLas(options, report);
+    const VelThreads::Lock lock(_mutex);
+    News& news = _results.news;
+    if (control.cancelled() && !status)
+        news.done.push_back(path + ": cancelled, nothing is written");
+    else if (!status)
+        news.problems.push_back(status.message());
+    for (const VelBrx::ExportedFile& file : report.files)
+        if (status)
+            news.done.push_back("wrote " + file.path + ": " + grouped(file.points) + " points, " +
+                                grouped(file.changed) + " of them edited");
+    append(news.done, report.notes);
+}
+
+CloudFiles::News CloudFiles::update()
+{
+    if (_editing.isBusy()) return {};
+    Results results;
+    {
+        const VelThreads::Lock lock(_mutex);
+        results = std::exchange(_results, Results());
+    }
+    News& news = results.news;
+    if (!results.stores.empty()) {
+        _editing.addClouds(std::move(results.stores));
+        append(news.notes, _editing.notes());
+        news.cloudsChanged = true;
+    }
+    for (const uint64_t cloud : std::exchange(_closing, {}))
+        if (_editing.removeCloud(cloud)) news.cloudsChanged = true;
+    if (!results.opened.empty()) remember(results.opened);
+    return std::move(news);
+}
+
+bool CloudFiles::isBusy() const
+{
+    if (!_closing.empty() || !_opening.isIdle() || !_exporting.isIdle()) return true;
+    const VelThreads::Lock lock(_mutex);
+    const News& news = _results.news;
+    return !_results.stores.empty() || !news.problems.empty() || !news.notes.empty() || !news.done.empty();
+}
+
+std::vector<std::string> CloudFiles::recent() const
+{
+    return _settings.get<std::vector<std::string>>(kRecent).value_or(std::vector<std::string>());
+}
+
+void CloudFiles::remember(const std::vector<std::string>& opened)
+{
+    std::vector<std::string> paths = recent();
+    for (const std::string& path : opened) {
+        paths.erase(std::remove(paths.begin(), paths.end(), path), paths.end());
+        paths.insert(paths.begin(), path);
+    }
+    paths.resize(std::min(paths.size(), kMostRecent));
+    _settings.set(kRecent, paths);
+}

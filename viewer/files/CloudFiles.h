@@ -1,0 +1,95 @@
+#pragma once
+
+#include "viewer/edit/SceneEditing.h"
+#include "viewer/files/JobQueue.h"
+#include "viewer/scene/StoreCache.h"
+#include "viewer/settings/Settings.h"
+
+#include <VelThreads/Mutex.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// The files of a window: opens stores, builds those of LAS and LAZ files, and exports, all on threads of its
+/// own. What is ready comes into the scene by `update`.
+///
+/// Threads: the viewer's.
+class CloudFiles
+{
+public:
+    /// How files are opened.
+    struct How
+    {
+        std::string normals;  ///< companion file of the store; empty: the one beside it
+        std::string place;    ///< where the store of a LAS or LAZ file is; empty: where `findStore` has it
+        bool rebuild = false; ///< a store that is older than its LAS or LAZ file
+    };
+
+    /// All outlive it. Recent files are kept in `settings`.
+    CloudFiles(SceneEditing& editing, Scene& scene, Settings& settings);
+
+    /// Cancels what is not done.
+    ~CloudFiles() = default;
+    CloudFiles(const CloudFiles&) = delete;
+    CloudFiles& operator=(const CloudFiles&) = delete;
+
+    /// Opens stores, the stores of folders, LAS and LAZ files, one after the other.
+    void open(const std::vector<std::string>& paths) { open(paths, {}); }
+    void open(const std::vector<std::string>& paths, const How& how);
+
+    /// Takes a cloud out of the scene when the running edit has ended; its journal keeps what is not saved.
+    void close(uint64_t cloud) { _closing.push_back(cloud); }
+
+    /// Writes the points of a cloud as its store has them to a LAS, LAZ or COPC file, by the name's ending. A
+    /// file that exists stays unless `overwrite` is set.
+    void exportCloud(const Scene::Cloud& cloud, const std::string& path, bool overwrite);
+
+    /// What came of it since the last call: lines for people. What cannot be opened or written is named.
+    struct News
+    {
+        bool cloudsChanged = false;
+        std::vector<std::string> problems;
+        std::vector<std::string> notes; ///< that hold for as long as the cloud is edited
+        std::vector<std::string> done;  ///< such as the file that was written
+    };
+
+    /// Brings clouds that are ready into the scene and takes closed ones out, unless an edit is running. Once
+    /// a frame, between frames.
+    News update();
+
+    /// Whether `update` may have something to do, or bars move: draw frames.
+    bool isBusy() const;
+
+    /// What is opened, built and exported now, and what waits.
+    std::vector<JobQueue::State> openings() const { return _opening.states(); }
+    std::vector<JobQueue::State> exports() const { return _exporting.states(); }
+    void cancelOpening(uint64_t job) { _opening.cancel(job); }
+    void cancelExport(uint64_t job) { _exporting.cancel(job); }
+
+    /// Paths, the last one opened first.
+    std::vector<std::string> recent() const;
+
+private:
+    /// What the threads have done.
+    struct Results
+    {
+        std::vector<OpenedStore> stores;
+        std::vector<std::string> opened; ///< the files that people named
+        News news;
+    };
+
+    void openNow(const std::string& path, const How& how, JobQueue::Control& control) VEL_EXCLUDES(_mutex);
+    void exportNow(const std::string& store, const std::string& path, bool overwrite,
+                   JobQueue::Control& control) VEL_EXCLUDES(_mutex);
+    void remember(const std::vector<std::string>& opened);
+
+    SceneEditing& _editing;
+    Scene& _scene;
+    Settings& _settings;
+    std::vector<uint64_t> _closing;
+    mutable VelThreads::Mutex _mutex;
+    Results _results VEL_GUARDED_BY(_mutex);
+    JobQueue _opening; ///< uses the others, as does the next
+    JobQueue _exporting;
+};

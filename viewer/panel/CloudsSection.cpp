@@ -1,0 +1,129 @@
+#include "viewer/panel/CloudsSection.h"
+
+#include "terminal/Text.h"
+#include "viewer/operation/Operations.h"
+#include "viewer/panel/Widgets.h"
+#include "viewer/scene/HomeBounds.h"
+
+#include <imgui.h>
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr size_t kMostProblems = 5;
+
+/// A button with its key beside it in the tool tip.
+bool button(const char* label, const std::string& tip)
+{
+    const bool pressed = ImGui::Button(label);
+    widgets::tip(tip);
+    return pressed;
+}
+
+} // namespace
+
+CloudsSection::CloudsSection(const Stage& stage, CloudFiles& files, FileQuestions& questions)
+    : _stage(stage), _files(files), _questions(questions)
+{
+}
+
+uint64_t CloudsSection::current() const
+{
+    if (_stage.scene.findCloud(_current)) return _current;
+    return _stage.scene.clouds().empty() ? 0 : _stage.scene.clouds().front().id;
+}
+
+void CloudsSection::tell(const std::string& problem)
+{
+    if (_problems.size() == kMostProblems) _problems.erase(_problems.begin());
+    _problems.push_back(problem);
+}
+
+void CloudsSection::draw()
+{
+    drawButtons();
+    drawProblems();
+    if (_stage.scene.clouds().empty()) {
+        ImGui::TextDisabled("Nothing is open.");
+        return;
+    }
+    if (!ImGui::BeginTable("clouds", 3, ImGuiTableFlags_SizingStretchProp)) return;
+    ImGui::TableSetupColumn("eye", ImGuiTableColumnFlags_WidthFixed);
+    ImGui::TableSetupColumn("name", ImGuiTableColumnFlags_WidthStretch);
+    ImGui::TableSetupColumn("do", ImGuiTableColumnFlags_WidthFixed);
+    for (const Scene::Cloud& cloud : _stage.scene.clouds())
+        drawCloud(cloud);
+    ImGui::EndTable();
+}
+
+void CloudsSection::drawButtons()
+{
+    if (button("Open ...", "Open stores, LAS and LAZ files\nKey: Ctrl+O")) _questions.askToOpen();
+    ImGui::SameLine();
+    if (button("Recent", "Files that were open before")) ImGui::OpenPopup("recent");
+    drawRecent();
+    ImGui::SameLine();
+    if (button("Save", "Save the classes into the stores\nKey: Ctrl+S"))
+        _stage.act(Request(*findOperation("save")));
+    ImGui::SameLine();
+    if (button("Export ...", "Write the chosen cloud to a LAS, LAZ or COPC file\nKey: Ctrl+Shift+S"))
+        _questions.askToExport(current());
+}
+
+void CloudsSection::drawRecent()
+{
+    if (!ImGui::BeginPopup("recent")) return;
+    const std::vector<std::string> recent = _files.recent();
+    if (recent.empty()) ImGui::TextDisabled("none yet");
+    for (const std::string& path : recent) {
+        if (ImGui::MenuItem((fs::path(path).filename().string() + "##" + path).c_str())) _files.open({path});
+        widgets::tip(path);
+    }
+    ImGui::EndPopup();
+}
+
+void CloudsSection::drawCloud(const Scene::Cloud& cloud)
+{
+    ImGui::PushID(static_cast<int>(cloud.id));
+    ImGui::TableNextRow();
+    ImGui::TableNextColumn();
+    bool shown = cloud.shown;
+    if (ImGui::Checkbox("##eye", &shown)) _stage.editing.setShown(cloud.id, shown);
+    widgets::tip("Show the cloud; one that is not shown is not edited");
+    ImGui::TableNextColumn();
+    if (ImGui::Selectable(fs::path(cloud.store).filename().string().c_str(), cloud.id == current()))
+        _current = cloud.id;
+    widgets::tip(cloud.store);
+    ImGui::TextDisabled("%s points", grouped(cloud.points).c_str());
+    ImGui::PushStyleColor(ImGuiCol_Text, ImGui::GetStyleColorVec4(ImGuiCol_TextDisabled));
+    ImGui::TextWrapped("%s", cloud.system ? cloud.system->name().c_str() : "no coordinate system");
+    ImGui::PopStyleColor();
+    widgets::tip(cloud.system ? cloud.system->description() : "The file states none that is known");
+    ImGui::TableNextColumn();
+    if (button("Frame", "Look at this cloud")) lookAtCloud(cloud);
+    ImGui::SameLine();
+    if (button("x", "Close the cloud\nKey: Ctrl+W, for the chosen one")) _questions.askToClose(cloud.id);
+    ImGui::PopID();
+}
+
+void CloudsSection::lookAtCloud(const Scene::Cloud& cloud)
+{
+    const ImVec2 window = ImGui::GetIO().DisplaySize;
+    CameraView view;
+    view.kind = CameraView::LOOK;
+    view.look = lookAt(CameraView(), boundsOfMost(cloud.bounds, cloud.bulk), window.x / window.y);
+    _stage.look(view, Lens());
+}
+
+void CloudsSection::drawProblems()
+{
+    if (_problems.empty()) return;
+    ImGui::PushStyleColor(ImGuiCol_Text, ImVec4(1.0f, 0.62f, 0.35f, 1.0f));
+    for (const std::string& problem : _problems)
+        ImGui::TextWrapped("%s", problem.c_str());
+    ImGui::PopStyleColor();
+    if (ImGui::SmallButton("Dismiss")) _problems.clear();
+}

@@ -1,0 +1,138 @@
+#include "viewer/window/WindowFiles.h"
+
+#include "viewer/edit/EditText.h"
+#include "viewer/operation/Keys.h"
+#include "viewer/operation/Operations.h"
+
+#include <cstdio>
+#include <filesystem>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kTick = 100ms; ///< of bars and title
+
+void print(const std::vector<std::string>& lines)
+{
+    for (const std::string& line : lines)
+        std::fprintf(stderr, "brxview: %s\n", line.c_str());
+}
+
+/// The first store and the number of the others; a mark where classes are not saved.
+std::string titleOf(const Scene& scene, bool isUnsaved)
+{
+    const std::string mark = isUnsaved ? "* " : "";
+    if (scene.clouds().empty()) return mark + "brxview";
+    const size_t others = scene.clouds().size() - 1;
+    return mark + std::filesystem::path(scene.clouds().front().store).filename().string() +
+           (others > 0 ? " and " + std::to_string(others) + " more" : "") + " - brxview";
+}
+
+} // namespace
+
+WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys, const Stage& stage,
+                         Settings& settings, const Options& options)
+    : _viewer(viewer), _editKeys(editKeys), _stage(stage), _view(options.view),
+      _editAnyway(options.editAnyway), _files(stage.editing, stage.scene, settings),
+      _questions(stage, _files, settings), _section(stage, _files, _questions)
+{
+    gui.add([this] { _questions.draw(); });
+    _files.open(options.inputs, {options.normals, options.store, options.force});
+}
+
+void WindowFiles::update(bool isSettled)
+{
+    takeNews();
+    tellHidden(isSettled);
+    const Clock::time_point now = Clock::now();
+    if (now - _lastTick < kTick) return;
+    _lastTick = now;
+    if (_files.isBusy() || _questions.isMoving()) _viewer.requestRedraw();
+    updateTitle();
+}
+
+void WindowFiles::takeNews()
+{
+    const bool wasEmpty = _stage.scene.clouds().empty();
+    const size_t before = _stage.scene.clouds().size();
+    const CloudFiles::News news = _files.update();
+    print(news.problems);
+    print(news.notes);
+    print(news.done);
+    for (const std::string& problem : news.problems)
+        _section.tell(problem);
+    for (const std::string& note : news.notes)
+        _editKeys.warn(note);
+    if (!news.problems.empty())
+        _editKeys.say(news.problems);
+    else if (!news.done.empty())
+        _editKeys.say(news.done);
+    if (news.cloudsChanged) {
+        if (_editAnyway) _stage.editing.editAnyway();
+        const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
+        for (size_t i = before; i < clouds.size(); ++i)
+            _uncounted.push_back(clouds[i].store);
+        if (wasEmpty && !clouds.empty()) _stage.look(_view, Lens());
+        if (wasEmpty && !_stage.editing.unsavedPoints().empty())
+            _editKeys.say({"E and then " + keyOf("save") + " saves the classes, " + keyOf("dropUnsaved") +
+                           " drops them"});
+    }
+    if (news.cloudsChanged || !news.problems.empty() || !news.done.empty()) _viewer.requestRedraw();
+}
+
+/// The first picture comes first.
+void WindowFiles::tellHidden(bool isSettled)
+{
+    if (!_hidden && !_uncounted.empty() && isSettled && !_files.isBusy())
+        _hidden.emplace(std::exchange(_uncounted, {}));
+    if (!_hidden) return;
+    const std::optional<std::vector<std::string>> lines = _hidden->take();
+    if (!lines) return;
+    _hidden.reset();
+    if (lines->empty()) return;
+    print({lines->front()});
+    _editKeys.say(*lines);
+}
+
+void WindowFiles::updateTitle()
+{
+    const std::string title = titleOf(_stage.scene, !_stage.editing.unsavedPoints().empty());
+    if (title == _title) return;
+    _title = title;
+    osgViewer::ViewerBase::Windows windows;
+    _viewer.getWindows(windows);
+    for (osgViewer::GraphicsWindow* window : windows)
+        window->setWindowName(title);
+}
+
+bool WindowFiles::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    if (event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN || event.getHandled()) return false;
+    switch (keyPressed(event)) {
+    case kCtrl | 'o':
+        _questions.askToOpen();
+        break;
+    case kCtrl | 's':
+        _editKeys.act(Request(*findOperation("save")));
+        break;
+    case kCtrl | kShift | 's':
+        _questions.askToExport(_section.current());
+        break;
+    case kCtrl | 'w':
+        _questions.askToClose(_section.current());
+        break;
+    default:
+        return false;
+    }
+    action.requestRedraw();
+    return true;
+}
+
+void WindowFiles::getUsage(osg::ApplicationUsage& usage) const
+{
+    usage.addKeyboardMouseBinding("Ctrl+O", "open stores, LAS and LAZ files");
+    usage.addKeyboardMouseBinding("Ctrl+S", "save the classes");
+    usage.addKeyboardMouseBinding("Ctrl+Shift+S", "export the chosen cloud as LAS, LAZ or COPC");
+    usage.addKeyboardMouseBinding("Ctrl+W", "close the chosen cloud");
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "viewer/files/CloudFiles.h"
+#include "viewer/gui/Gui.h"
+#include "viewer/panel/CloudsSection.h"
+#include "viewer/panel/FileQuestions.h"
+#include "viewer/scene/Options.h"
+#include "viewer/window/EditKeys.h"
+#include "viewer/window/HiddenPoints.h"
+
+#include <osgGA/GUIEventHandler>
+#include <osgViewer/Viewer>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// The files of a window: what the command line names is opened, keys ask for more, and people are told what
+/// comes of it: in lines, in the window's title, and on stderr.
+///
+/// Threads: the viewer's.
+class WindowFiles : public osgGA::GUIEventHandler
+{
+public:
+    /// Begins to open the files of `options`. All else outlives it, as does what the stage refers to.
+    WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys, const Stage& stage,
+                Settings& settings, const Options& options);
+
+    /// The panel's section.
+    void drawSection() { _section.draw(); }
+
+    /// Takes in what is ready, between frames; asks for frames while something moves. `isSettled`: the points
+    /// of the picture are all there.
+    void update(bool isSettled);
+
+    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
+    using osgGA::GUIEventHandler::handle;
+    void getUsage(osg::ApplicationUsage& usage) const override;
+
+protected:
+    ~WindowFiles() override = default;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void takeNews();
+    void tellHidden(bool isSettled);
+    void updateTitle();
+
+    osgViewer::Viewer& _viewer;
+    EditKeys& _editKeys;
+    const Stage _stage;
+    const CameraView _view; ///< of the first clouds
+    const bool _editAnyway; ///< stores that another program edits, too
+    CloudFiles _files;
+    FileQuestions _questions;
+    CloudsSection _section;
+    std::vector<std::string> _uncounted; ///< stores whose hidden points nobody has counted
+    std::optional<HiddenPoints> _hidden;
+    std::string _title;
+    Clock::time_point _lastTick;
+};
