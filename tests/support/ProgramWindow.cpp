@@ -1,5 +1,6 @@
 #include "tests/support/ProgramWindow.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -123,6 +124,104 @@ void ProgramWindow::clickCloseButton()
     event.xclient.data.l[1] = CurrentTime;
     XSendEvent(_server->display, _server->window, False, NoEventMask, &event);
     _server->flush();
+}
+
+namespace {
+
+/// The program that files are dragged from, in the protocol XDND.
+class DragSource
+{
+public:
+    DragSource(Display* display, Window target)
+        : _display(display), _target(target),
+          _source(XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0))
+    {
+        Atom type = None;
+        int bits = 0;
+        unsigned long count = 0, left = 0;
+        unsigned char* data = nullptr;
+        XGetWindowProperty(display, target, atom("XdndProxy"), 0, 1, False, AnyPropertyType, &type, &bits,
+                           &count, &left, &data);
+        _receiver = count == 1 ? *reinterpret_cast<Window*>(data) : target;
+        if (data) XFree(data);
+    }
+    ~DragSource() { XDestroyWindow(_display, _source); }
+
+    bool drop(const std::string& list)
+    {
+        const Atom selection = atom("XdndSelection");
+        XSetSelectionOwner(_display, selection, _source, CurrentTime);
+        send("XdndEnter", 5L << 24, static_cast<long>(atom("text/uri-list")), None, None);
+        send("XdndPosition", 0, 0, CurrentTime, static_cast<long>(atom("XdndActionCopy")));
+        if (answer("XdndStatus", list) != 1) return false;
+        send("XdndDrop", 0, CurrentTime, 0, 0);
+        return answer("XdndFinished", list) == 1;
+    }
+
+private:
+    Atom atom(const char* name) const { return XInternAtom(_display, name, False); }
+
+    void send(const char* type, long a, long b, long c, long d) const
+    {
+        XEvent event{};
+        event.xclient.type = ClientMessage;
+        event.xclient.window = _target;
+        event.xclient.message_type = atom(type);
+        event.xclient.format = 32;
+        const long words[] = {static_cast<long>(_source), a, b, c, d};
+        std::copy_n(words, 5, event.xclient.data.l);
+        XSendEvent(_display, _receiver, False, NoEventMask, &event);
+        XSync(_display, False);
+    }
+
+    /// What the window answers, as its second word; -1 where it does not. Meanwhile it may ask for the list.
+    long answer(const char* type, const std::string& list) const
+    {
+        long word = -1;
+        eventually([&] {
+            XEvent event;
+            if (XCheckTypedWindowEvent(_display, _source, SelectionRequest, &event))
+                give(event.xselectionrequest, list);
+            if (!XCheckTypedWindowEvent(_display, _source, ClientMessage, &event)) return false;
+            if (event.xclient.message_type == atom(type)) word = event.xclient.data.l[1] & 1;
+            return word >= 0;
+        });
+        return word;
+    }
+
+    void give(const XSelectionRequestEvent& request, const std::string& list) const
+    {
+        XChangeProperty(_display, request.requestor, request.property, request.target, 8, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(list.data()), static_cast<int>(list.size()));
+        XEvent event{};
+        event.xselection.type = SelectionNotify;
+        event.xselection.requestor = request.requestor;
+        event.xselection.selection = request.selection;
+        event.xselection.target = request.target;
+        event.xselection.property = request.property;
+        event.xselection.time = request.time;
+        XSendEvent(_display, request.requestor, False, NoEventMask, &event);
+        XSync(_display, False);
+    }
+
+    Display* const _display;
+    const Window _target;
+    const Window _source;
+    Window _receiver = None;
+};
+
+} // namespace
+
+bool ProgramWindow::drop(const std::vector<std::string>& paths)
+{
+    std::string list;
+    for (const std::string& path : paths) {
+        list += "file://";
+        for (const char letter : path)
+            list += letter == ' ' ? std::string("%20") : std::string(1, letter);
+        list += "\r\n";
+    }
+    return DragSource(_server->display, _server->window).drop(list);
 }
 
 ProgramWindow::ProgramWindow(const std::vector<std::string>& words, const std::string& folder,

@@ -62,6 +62,10 @@ public:
     void turnWheel(int x, int y, int steps);
     /// @}
 
+    /// Drops files on the window, as a file manager does when they are dragged there. False where it takes
+    /// none.
+    bool drop(const std::vector<std::string>& paths);
+
     /// What a window manager sends when the close button is clicked.
     void clickCloseButton();
 

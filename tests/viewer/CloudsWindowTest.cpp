@@ -150,6 +150,11 @@ TEST_F(CloudsWindow, WhatCannotBeOpenedIsToldInALineAndTheOthersAreShown)
         window->stillPicture();
         window->press("Escape");
     }
+    fs::create_directory(folder.file("drag me"));
+    fs::copy(store, folder.file("drag me/again.brx"));
+    fs::copy(store, folder.file("second.brx"));
+    EXPECT_TRUE(window->drop({folder.file("drag me/again.brx"), folder.file("second.brx")}));
+    EXPECT_TRUE(becomesTitle("tile.las.brx and 2 more - brxview"));
     window->press("Ctrl+o");
     window->stillPicture();
     type(store);

@@ -35,7 +35,7 @@ WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys
                          Settings& settings, const Options& options)
     : _viewer(viewer), _editKeys(editKeys), _stage(stage), _view(options.view),
       _editAnyway(options.editAnyway), _files(stage.editing, stage.scene, settings),
-      _questions(stage, _files, settings), _section(stage, _files, _questions)
+      _questions(stage, _files, settings), _section(stage, _files, _questions), _dropped(viewer)
 {
     gui.add([this] { _questions.draw(); });
     _files.open(options.inputs, {options.normals, options.store, options.force});
@@ -43,6 +43,7 @@ WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys
 
 void WindowFiles::update(bool isSettled)
 {
+    if (const std::vector<std::string> paths = _dropped.take(); !paths.empty()) _files.open(paths);
     takeNews();
     tellHidden(isSettled);
     const Clock::time_point now = Clock::now();

@@ -5,6 +5,7 @@
 #include "viewer/panel/CloudsSection.h"
 #include "viewer/panel/FileQuestions.h"
 #include "viewer/scene/Options.h"
+#include "viewer/window/DroppedFiles.h"
 #include "viewer/window/EditKeys.h"
 #include "viewer/window/HiddenPoints.h"
 
@@ -56,6 +57,7 @@ private:
     CloudFiles _files;
     FileQuestions _questions;
     CloudsSection _section;
+    DroppedFiles _dropped;
     std::vector<std::string> _uncounted; ///< stores whose hidden points nobody has counted
     std::optional<HiddenPoints> _hidden;
     std::string _title;
