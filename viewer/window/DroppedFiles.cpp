@@ -1,6 +1,6 @@
 #include "viewer/window/DroppedFiles.h"
 
-#include <osgViewer/api/X11/GraphicsHandleX11>
+#include <osgViewer/api/X11/GraphicsWindowX11>
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -185,7 +185,7 @@ DroppedFiles::DroppedFiles(osgViewer::Viewer& viewer)
     osgViewer::ViewerBase::Windows windows;
     viewer.getWindows(windows);
     if (windows.empty()) return;
-    const auto* const x11 = dynamic_cast<osgViewer::GraphicsHandleX11*>(windows.front());
+    auto* const x11 = dynamic_cast<osgViewer::GraphicsWindowX11*>(windows.front());
     if (!x11 || !x11->getDisplay()) return;
     if (Display* const display = XOpenDisplay(XDisplayString(x11->getDisplay())))
         _target = std::make_unique<Target>(display, x11->getWindow());
