@@ -59,6 +59,7 @@ void applyStyle(ImGuiStyle& style, float unit)
     colors[ImGuiCol_ChildBg] = grey(0.0f, 0.0f);
     colors[ImGuiCol_PopupBg] = grey(0.16f, 0.98f);
     colors[ImGuiCol_ModalWindowDimBg] = ImVec4(0, 0, 0, 0.4f);
+    colors[ImGuiCol_PlotHistogram] = accent(0.9f);
     colors[ImGuiCol_Border] = grey(0.32f, 0.6f);
     colors[ImGuiCol_FrameBg] = grey(0.21f);
     colors[ImGuiCol_FrameBgHovered] = grey(0.26f);

@@ -11,6 +11,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
+constexpr auto kLook = 30ms;  ///< for files that are ready or dropped
 constexpr auto kTick = 100ms; ///< of bars and title
 
 void print(const std::vector<std::string>& lines)
@@ -43,10 +44,12 @@ WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys
 
 void WindowFiles::update(bool isSettled)
 {
+    const Clock::time_point now = Clock::now();
+    if (now - _lastLook < kLook) return;
+    _lastLook = now;
     if (const std::vector<std::string> paths = _dropped.take(); !paths.empty()) _files.open(paths);
     takeNews();
     tellHidden(isSettled);
-    const Clock::time_point now = Clock::now();
     if (now - _lastTick < kTick) return;
     _lastTick = now;
     if (_files.isBusy() || _questions.isMoving()) _viewer.requestRedraw();

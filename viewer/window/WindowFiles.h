@@ -61,5 +61,6 @@ private:
     std::vector<std::string> _uncounted; ///< stores whose hidden points nobody has counted
     std::optional<HiddenPoints> _hidden;
     std::string _title;
+    Clock::time_point _lastLook;
     Clock::time_point _lastTick;
 };
