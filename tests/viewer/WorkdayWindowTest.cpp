@@ -9,9 +9,12 @@
 #include <VelBrx/PointCounts.h>
 
 #include <gtest/gtest.h>
+
 #include <osgDB/WriteFile>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <tuple>
 
@@ -38,6 +41,9 @@ protected:
         survey.classes = 4;
         EXPECT_TRUE(survey.write(folder.file("grid.las")));
         buildStoreOf(folder.file("grid.las"), store);
+        const auto config = folder.path() / "config" / "brxview";
+        std::filesystem::create_directories(config);
+        std::ofstream(config / "settings.json") << R"({"panel.sections": {"Clouds": false, "Look": false}})";
         window.emplace(std::vector<std::string>{BRXVIEW, std::string("--") + std::get<0>(GetParam()),
                                                 "--view", "top", "--mode", "class", "--point-size", "5",
                                                 "--no-legend", "--window", "0", "0", std::to_string(width),

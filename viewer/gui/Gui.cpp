@@ -145,6 +145,7 @@ void Gui::wakeAfter(double seconds)
 
 void Gui::takeLeft(float width)
 {
+    _taken.push_back({_area.x, _area.y, width, _area.height});
     _area.x += width;
     _area.width -= width;
 }
@@ -152,6 +153,7 @@ void Gui::takeLeft(float width)
 void Gui::takeBottom(float height)
 {
     _area.height -= height;
+    _taken.push_back({_area.x, _area.y + _area.height, _area.width, height});
 }
 
 void Gui::update()
@@ -162,7 +164,7 @@ void Gui::update()
         const VelThreads::Lock lock(GuiContext::mutex);
         _context->makeCurrent();
         callParts();
-        _drawing->take();
+        _drawing->take(_taken);
     }
     doLater();
 }
@@ -177,6 +179,7 @@ void Gui::callParts()
     const double time = now();
     io.DeltaTime = std::clamp(static_cast<float>(time - _lastTime), 1e-5f, 1.0f);
     _lastTime = time;
+    _taken.clear();
     _area = {0, 0, io.DisplaySize.x, io.DisplaySize.y};
     ImGui::NewFrame();
     for (const Part& part : _parts)
@@ -315,20 +318,18 @@ bool Gui::key(const GUIEventAdapter& event)
     io.KeyShift = (modifiers & GUIEventAdapter::MODKEY_SHIFT) != 0;
     io.KeyAlt = (modifiers & GUIEventAdapter::MODKEY_ALT) != 0;
     const bool isDown = event.getEventType() == GUIEventAdapter::KEYDOWN;
-    // The unmodified key is that of the place on the keyboard: the same when it goes down and up.
-    const int place = placeOf(event.getUnmodifiedKey() ? event.getUnmodifiedKey() : event.getKey());
-    const bool wasDown = io.KeysDown[place];
     // The keyboard is wanted by a question in the middle, too.
     const bool isOurs = (io.WantTextInput || io.WantCaptureKeyboard) && !isFunctionKey(event.getKey());
-    io.KeysDown[place] = isDown && isOurs;
-    if (!isDown) {
-        if (wasDown) callParts();
-        return wasDown;
-    }
-
-    if (!isOurs) return closeList(event.getKey());
+    if (!isOurs) return isDown && closeList(event.getKey());
+    if (!isDown) return true;
     const unsigned letter = letterOf(event.getKey());
     if (!io.KeyCtrl && letter != 0) io.AddInputCharacter(letter);
+    // The window system repeats a key that is held, and its release may never come: windows lose the
+    // keyboard.
+    bool& down = io.KeysDown[placeOf(event.getUnmodifiedKey() ? event.getUnmodifiedKey() : event.getKey())];
+    down = true;
+    callParts();
+    down = false;
     callParts();
     return true;
 }

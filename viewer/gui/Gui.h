@@ -68,7 +68,8 @@ public:
     float unit() const { return _unit; }
 
     /// \name The window's parts, as of this frame
-    /// What docks at an edge takes it from those that come after. What is left is the scene's.
+    /// What docks at an edge takes it from those that come after, and has the colour of windows. What is left
+    /// is the scene's.
     /// @{
     const Area& area() const { return _area; }
     void takeLeft(float width);
@@ -107,8 +108,9 @@ private:
     std::vector<Part> _parts;
     std::vector<std::function<void()>> _later;
     Area _area;
-    unsigned _ownButtons = 0;   ///< held that went down over a window of ours, a bit each
-    unsigned _sceneButtons = 0; ///< held that did not
+    std::vector<GuiDrawing::Rectangle> _taken; ///< of the area
+    unsigned _ownButtons = 0;                  ///< held that went down over a window of ours, a bit each
+    unsigned _sceneButtons = 0;                ///< held that did not
     int _framesWanted = 0;
     double _wakeTime = 0; ///< of `now`, seconds; 0: none
     double _lastTime = 0;
