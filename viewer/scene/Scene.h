@@ -170,6 +170,9 @@ public:
     void setSurface(const SurfaceLook& surface);
     const SurfaceLook& surface() const { return _surface; }
 
+    /// Of the surface, chosen or not.
+    double contourInterval() const { return ::contourInterval(_surface, _statistics.elevation); }
+
     /// \name What is drawn
     /// @{
     /// Points of other classes are hidden, in every colour mode. All classes at first.

@@ -10,6 +10,7 @@
 #include "viewer/panel/LookSection.h"
 #include "viewer/panel/Panel.h"
 #include "viewer/panel/StatusLine.h"
+#include "viewer/panel/SurfaceSection.h"
 #include "viewer/scene/ContextServices.h"
 #include "viewer/window/CloseRequests.h"
 #include "viewer/window/DisplayKeys.h"
@@ -297,6 +298,9 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     LookSection lookSection(stage, *gui);
     panel->add(
         "Look", [&] { lookSection.draw(); }, true);
+    SurfaceSection surfaceSection(stage);
+    panel->add(
+        "Surface", [&] { surfaceSection.draw(); }, false);
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);
