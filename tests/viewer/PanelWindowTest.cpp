@@ -1,6 +1,7 @@
 // The panel, worked by mouse and keys as people do.
 
 #include "tests/support/BuildStore.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/ProgramWindow.h"
 #include "tests/support/TempFolder.h"
@@ -64,19 +65,24 @@ struct PanelWindow
     Picture points() const { return crop(*window->stillPicture(), 450, 200); }
     Picture panel() const { return crop(*window->stillPicture(), 40, 350); }
 
-    /// Where the histogram is, from the window's top: the first row that has many blue pixels.
+    /// Where the histogram is, from the window's top, once it is drawn: the first row with many blue pixels.
     int histogram() const
     {
-        const Picture picture = window->stillPicture();
-        for (int row = 0; row < picture->t(); ++row) {
-            int blue = 0;
-            for (int x = 10; x < 200; ++x) {
-                const unsigned char* const rgb = picture->data(x, picture->t() - 1 - row);
-                blue += rgb[2] > rgb[0] + 60;
+        int row = 0;
+        const auto isThere = [&] {
+            const Picture picture = window->picture();
+            for (row = 0; row < picture->t(); ++row) {
+                int blue = 0;
+                for (int x = 10; x < 200; ++x) {
+                    const unsigned char* const rgb = picture->data(x, picture->t() - 1 - row);
+                    blue += rgb[2] > rgb[0] + 60;
+                }
+                if (blue > 40) return true;
             }
-            if (blue > 40) return row;
-        }
-        throw std::runtime_error("no histogram");
+            return false;
+        };
+        EXPECT_TRUE(eventually(isThere)) << "no histogram";
+        return row;
     }
 
     bool changesPoints(const std::function<void()>& act) const

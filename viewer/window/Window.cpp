@@ -171,7 +171,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
         files.update(quietFrames == kFramesAfterAChange && services.isSettled());
         if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
         if (quietFrames == kFramesAfterAChange) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
             continue;
         }
         if (const auto& budget = scene.drawing().budget) services.setBudget(*budget);
