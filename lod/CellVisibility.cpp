@@ -83,12 +83,13 @@ int RegionVisibility::checkCellIsVisiable(const CellTable::Cell& cell) const
     return _region.isInside(cell) ? 2 : 1;
 }
 
-FrustumSides::FrustumSides(const osg::Matrixd& localToClip)
+FrustumSides::FrustumSides(const osg::Matrixd& localToClip, bool hasDepths)
 {
     osg::Polytope frustum;
-    frustum.setToUnitFrustum(false, false);
+    frustum.setToUnitFrustum(hasDepths, hasDepths);
+    _count = frustum.getPlaneList().size();
     frustum.transformProvidingInverse(localToClip);
-    for (size_t i = 0; i < _sides.size(); ++i) {
+    for (size_t i = 0; i < _count; ++i) {
         const osg::Plane& plane = frustum.getPlaneList()[i];
         _sides[i] = {plane[0], plane[1], plane[2], plane[3]};
     }
@@ -101,7 +102,8 @@ bool FrustumSides::exclude(const CellTable::Cell& cell) const
 {
     const osg::Vec3f min = cell.center - cell.halfSize;
     const osg::Vec3f max = cell.center + cell.halfSize;
-    for (const Side& side : _sides) {
+    for (size_t i = 0; i < _count; ++i) {
+        const Side& side = _sides[i];
         const float x = side.a < 0 ? min.x() : max.x();
         const float y = side.b < 0 ? min.y() : max.y();
         const float z = side.c < 0 ? min.z() : max.z();
@@ -126,7 +128,7 @@ CameraGeometry::CameraGeometry(const CameraState& camera)
 
 CameraVisibility::CameraVisibility(const CameraState& camera, const FrameStamp& frameStamp,
                                    const osg::Matrixd& localToWorld)
-    : _sides(localToWorld * camera.view * camera.projection), _localToWorld(localToWorld),
+    : _sides(localToWorld * camera.view * camera.projection, camera.hasDepths), _localToWorld(localToWorld),
       _height(camera.height), _region(frameStamp, localToWorld)
 {
     const CameraGeometry geometry(camera);
@@ -159,7 +161,8 @@ double CameraVisibility::projectedSize(const CellTable::Cell& cell) const
 
 SpacingVisibility::SpacingVisibility(const CameraState& camera, const FrameStamp& frameStamp,
                                      const osg::Matrixd& localToWorld, double pixels)
-    : _sides(localToWorld * camera.view * camera.projection), _region(frameStamp, localToWorld)
+    : _sides(localToWorld * camera.view * camera.projection, camera.hasDepths),
+      _region(frameStamp, localToWorld)
 {
     const osg::Matrixd localToClip = localToWorld * camera.view * camera.projection;
     _depthSlope = column(localToClip, 3);

@@ -35,11 +35,11 @@ private:
     int _planesPerGroup;
 };
 
-/// The four sides of a camera's view; near and far plane do not count.
+/// The four sides of a camera's view; with `hasDepths` its near and far plane, too.
 class FrustumSides
 {
 public:
-    explicit FrustumSides(const osg::Matrixd& localToClip);
+    explicit FrustumSides(const osg::Matrixd& localToClip, bool hasDepths = false);
 
     /// Some side has the cell's box entirely outside.
     bool exclude(const CellTable::Cell& cell) const;
@@ -49,7 +49,8 @@ private:
     {
         double a, b, c, d; ///< local coordinates, positive inside
     };
-    std::array<Side, 4> _sides;
+    std::array<Side, 6> _sides;
+    size_t _count; ///< of sides
 };
 
 /// What a camera's matrices say of how it looks.

@@ -46,6 +46,7 @@ CameraState stateOf(const osg::Camera& camera, osgUtil::CullVisitor& visitor)
         state.width = static_cast<int>(viewport->width());
         state.height = static_cast<int>(viewport->height());
     }
+    state.hasDepths = camera.getComputeNearFarMode() == osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR;
     return state;
 }
 

@@ -13,10 +13,13 @@ struct CameraState
     osg::Matrixd view;
     int width = 0; ///< of the viewport, pixels
     int height = 0;
+
+    /// The near and far plane of the projection stand where somebody put them. Else they mean nothing: OSG
+    /// works them out anew in every frame from what is in view.
+    bool hasDepths = false;
 };
 
-/// Whether two cameras have the same picture. Near and far plane are left out: OSG works them out anew in
-/// every frame from what is in view.
+/// Whether two cameras have the same picture. Near and far plane count where both have them.
 VEL_OSG_UTILS_EXPORT bool showTheSame(const CameraState& a, const CameraState& b);
 
 } // namespace VelOsgUtils

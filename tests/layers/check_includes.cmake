@@ -30,16 +30,17 @@ set(layers
   "terminal|store"
   "viewer/display|render edit store store/journal"
   "viewer/scene|viewer/display crs terminal headless lod loading registry render store store/io store/builder store/normals"
+  "viewer/camera|viewer/display viewer/scene viewer/settings render"
   "viewer/edit|terminal store viewer/display viewer/scene session cull edit lod render"
   "viewer/measure|terminal viewer/gui viewer/scene viewer/edit render"
-  "viewer/operation|terminal viewer/display viewer/scene viewer/edit viewer/measure"
+  "viewer/operation|terminal viewer/camera viewer/display viewer/scene viewer/edit viewer/measure"
   "viewer/files|terminal viewer/scene viewer/edit viewer/settings store/export store"
   "viewer/gui|"
-  "viewer/panel|terminal viewer/files viewer/gui viewer/measure viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store"
-  "viewer/window|viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod render store"
+  "viewer/panel|terminal viewer/camera viewer/files viewer/gui viewer/measure viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store"
+  "viewer/window|viewer/camera viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod render store"
   "viewer/settings|store"
-  "viewer/picture|viewer/gui viewer/display viewer/scene viewer/window headless edit lod"
-  "viewer/script|terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
+  "viewer/picture|viewer/camera viewer/gui viewer/display viewer/scene viewer/window headless edit lod"
+  "viewer/script|terminal viewer/camera viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
   "viewer|terminal viewer/display viewer/scene viewer/settings viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
   "tools|terminal crs store store/io store/builder store/export store/journal store/normals store/sample")
@@ -50,7 +51,7 @@ set(exported_only edit>store/normals
   edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
   viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
   viewer/edit>store viewer/edit>session viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
-  viewer/window>render viewer/window>store viewer/picture>edit viewer/picture>lod viewer/script>store viewer/display>render viewer/display>edit viewer/display>store/journal plugin>lod
+  viewer/window>render viewer/window>store viewer/picture>edit viewer/picture>lod viewer/script>store viewer/camera>render viewer/display>render viewer/display>edit viewer/display>store/journal plugin>lod
   plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export tools>store/journal
   tools>store/normals tools>store/sample)
 

@@ -146,6 +146,26 @@ TEST(PixelSpacing, TheCellThatTheEyeIsInIsWantedAndOneBehindItIsNot)
         }
 }
 
+TEST(PixelSpacing, FixedDepthsCutThePictureAndThoseThatAreWorkedOutAnewMeanNothing)
+{
+    std::vector<VelBrx::CellWithSegment> records = fullTree(1, osg::Vec3d(), 10);
+    records[0].resolutionLength = 10;
+    const osg::ref_ptr<CellTable> table = new CellTable(*handOctree(records));
+    for (const auto& [nearest, farthest, answer] :
+         {std::tuple(1.0, 94.0, 0), {1.0, 96.0, 2}, {104.0, 200.0, 2}, {106.0, 200.0, 0}}) {
+        CameraState camera{osg::Matrixd::ortho(-4, 4, -4, 4, nearest, farthest),
+                           osg::Matrixd::lookAt(osg::Vec3d(0, -100, 0), osg::Vec3d(), osg::Vec3d(0, 0, 1)),
+                           100, 100};
+        const auto wanted = [&] {
+            return SpacingVisibility(camera, *kNoRegion, osg::Matrixd(), 1)
+                .checkCellIsVisiable(table->cells[0]);
+        };
+        EXPECT_EQ(wanted(), 2);
+        camera.hasDepths = true;
+        EXPECT_EQ(wanted(), answer) << nearest << " to " << farthest;
+    }
+}
+
 /// Flat terrain of a square kilometre in cells of 16384 points, down to 3 cm apart.
 class Terrain
 {

@@ -296,11 +296,12 @@ osg::ref_ptr<osg::Image> ProgramWindow::stillPicture() const
 void ProgramWindow::press(const std::string& key)
 {
     const size_t plus = key.size() > 1 ? key.find('+') : std::string::npos;
-    if (plus != std::string::npos) down("Control_L");
+    const std::string held = key.rfind("Alt+", 0) == 0 ? "Alt_L" : "Control_L";
+    if (plus != std::string::npos) down(held);
     const std::string last = plus == std::string::npos ? key : key.substr(plus + 1);
     down(last);
     up(last);
-    if (plus != std::string::npos) up("Control_L");
+    if (plus != std::string::npos) up(held);
 }
 
 void ProgramWindow::down(const std::string& key)

@@ -43,8 +43,8 @@ public:
     osg::ref_ptr<osg::Image> stillPicture() const;
 
     /// \name Keys
-    /// A key by what it types, such as "T", or by its name in X, such as "Escape"; "Ctrl+q" with another
-    /// held.
+    /// A key by what it types, such as "T", or by its name in X, such as "Escape"; "Ctrl+q" or
+    /// "Alt+Left" with another held.
     /// @{
     void press(const std::string& key);
     void down(const std::string& key);

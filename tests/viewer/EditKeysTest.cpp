@@ -30,10 +30,10 @@ protected:
         osg::Vec3d center;
         osg::Vec3d up;
         shown.host.camera().getViewMatrixAsLookAt(eye, center, up);
-        shown.host.viewer->setCameraManipulator(makeManipulators({eye, center, up}));
+        views.emplace(*shown.host.viewer, shown.scene, Look{eye, center, up});
         session.emplace(shown.scene, *shown.host.viewer);
-        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, views, *shown.overlay, classes);
-        help = addHandlers(*shown.host.viewer, *keys, shown.scene, views, *shown.overlay, false);
+        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *views, *shown.overlay, classes);
+        help = addHandlers(*shown.host.viewer, *keys, shown.scene, *views, *shown.overlay, false);
         shown.show();
     }
 
@@ -101,7 +101,7 @@ protected:
     bool isDone() { return shown.host.viewer->done(); }
 
     ShownSurvey shown{osgViewer::ViewerBase::SingleThreaded, 3};
-    const Views views{*shown.host.viewer};
+    std::optional<Views> views;
     std::optional<SceneEditing> session;
     ClassChoice classes;
     osg::ref_ptr<EditKeys> keys;

@@ -42,6 +42,7 @@ std::string tableOfOperations()
 {
     std::string table = "| operation, its keys | member | takes | without it |\n|---|---|---|---|\n";
     for (const Operation& operation : operations()) {
+        if (operation.windowOnly) continue;
         table += "| " + code(operation.name) + " " + operation.words;
         for (const Key& key : operation.keys)
             table += (&key == &operation.keys.front() ? ": " : " ") + code(key.name());

@@ -368,6 +368,18 @@ void looksNorth(Viewer& viewer)
     EXPECT_LT(rows, 10);
 }
 
+void drawsASection(Viewer& viewer)
+{
+    viewer.press("S");
+    viewer.window->click(40, 238);
+    viewer.window->stillPicture();
+    viewer.expectChange([&] { viewer.window->click(kWidth - 40, 238); });
+    for (const std::string key : {"period", "greater", "Alt+Up", "Alt+Down", "less", "comma"})
+        viewer.expectChangeAnywhere([&] { viewer.press(key); });
+    viewer.press("F10");
+    EXPECT_TRUE(viewer.shows(*viewer.start));
+}
+
 void fillsTheScreen(Viewer& viewer)
 {
     const auto hasSize = [&](int width, int height) {
@@ -394,7 +406,7 @@ void savesThePicture(Viewer& viewer)
     viewer.expectChangeAnywhere([&] { viewer.press("h"); });
     const Picture screen = viewer.window->stillPicture();
     for (const std::string name : {"brxview-1.png", "brxview-2.png"}) {
-        viewer.press("c");
+        viewer.press("F9");
         const auto isTold = [&] {
             return viewer.window->program().err().find("saved " + name) != std::string::npos;
         };
@@ -447,8 +459,61 @@ const std::map<std::string, Check> kChecks = {
          viewer.press("space");
          EXPECT_TRUE(viewer.shows(*viewer.start));
      }},
+    {"Double click", moves([](Viewer& viewer) {
+         viewer.window->click(250, 200);
+         viewer.window->click(250, 200);
+     })},
+    {"Home", moves([](Viewer& viewer) {
+         viewer.press("Prior");
+         viewer.expectChange([&] { viewer.press("Home"); });
+     })},
+    {"Alt+Left",
+     [](Viewer& viewer) {
+         viewer.press("Prior");
+         viewer.press("I");
+         viewer.expectChange([&] { viewer.press("Alt+Left"); });
+         viewer.expectChange([&] { viewer.press("Alt+Right"); });
+         viewer.press("T");
+     }},
+    {"Alt+Right", [](Viewer&) {}}, // with Alt+Left
+    {"Arrows", moves([](Viewer& viewer) { viewer.press("Left"); })},
+    {"PageUp", moves([](Viewer& viewer) { viewer.press("Prior"); })},
+    {"PageDown", moves([](Viewer& viewer) { viewer.press("Next"); })},
+    {"c",
+     [](Viewer& viewer) {
+         viewer.press("I");
+         changes(viewer, "c");
+         changes(viewer, "c");
+         viewer.press("T");
+     }},
+    // The panel saves views.
+    {"Ctrl+1", [](Viewer&) {}},
+    {"Ctrl+2", [](Viewer&) {}},
+    {"Ctrl+3", [](Viewer&) {}},
+    {"Ctrl+4", [](Viewer&) {}},
+    {"Ctrl+5", [](Viewer&) {}},
+    {"Ctrl+6", [](Viewer&) {}},
+    {"Ctrl+7", [](Viewer&) {}},
+    {"Ctrl+8", [](Viewer&) {}},
+    {"Ctrl+9", [](Viewer&) {}},
+    {"S", drawsASection},
+    {".", [](Viewer&) {}}, // with S, as the next ones
+    {",", [](Viewer&) {}},
+    {">", [](Viewer&) {}},
+    {"<", [](Viewer&) {}},
+    {"Alt+Up", [](Viewer&) {}},
+    {"Alt+Down", [](Viewer&) {}},
+    {"F10", [](Viewer&) {}},
+    {"Drag in a section", [](Viewer&) {}}, // in SectionWindowTest.cpp
     {"1", turnsToTheHorizon},
     {"2", turnsToTheHorizon},
+    {"3",
+     [](Viewer& viewer) {
+         viewer.press("3");
+         changes(viewer, "Up");
+         viewer.press("2");
+         viewer.press("T");
+     }},
     {"r", colours("o")},
     {"o", colours("o")},
     {"e", colours("e")},
@@ -513,7 +578,7 @@ const std::map<std::string, Check> kChecks = {
          viewer.expectChangeAnywhere([&] { viewer.press("k"); }); // searches
          viewer.press("F1");
      }},
-    {"c", savesThePicture},
+    {"F9", savesThePicture},
     {"f", fillsTheScreen},
     {"Escape", cancelsOnly},
     {"Ctrl+Q", asksBeforeItCloses},

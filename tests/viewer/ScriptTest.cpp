@@ -74,7 +74,7 @@ const BadScript kBadScripts[] = {
     {R"([{"op": "segment", "hide": "all"}])", R"("hide": expected one of "selected", "others")"},
     {R"([{"op": "render", "file": ""}])", "\"file\": expected a text"},
     {R"([{"op": "camera"}])", "\"eye\" is missing"},
-    {R"([{"op": "camera", "view": "south"}])", R"("view": expected one of "top", "north", "iso")"},
+    {R"([{"op": "camera", "view": "up"}])", R"("view": expected one of "top", "bottom", "north")"},
     {R"([{"op": "camera", "view": "top", "up": [0, 0, 1]}])", "\"up\" is no member of it"},
     {R"([{"op": "camera", "eye": [0, 0, 9], "center": [0, 0, 0], "up": [0, 0, 1]}])",
      "\"up\": expected a direction"},

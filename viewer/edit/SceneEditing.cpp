@@ -19,6 +19,8 @@ namespace {
 
 const std::string kViewerUid = "brxview";
 const std::string kNothingSelected = "nothing is selected";
+const std::string kSelectsPastTheStrip = "a selection would go on past the strip of the section: select in "
+                                         "the main picture, or edit what is drawn at once";
 constexpr int kNobodyWaits = 1; ///< barrier count
 
 void fail(EditOutcome& outcome, const std::string& message)
@@ -220,6 +222,7 @@ bool SceneEditing::select(const Outline& polygon, bool add)
     const std::string operation = add ? "select" : "deselect";
     std::string problem = drawOnWindow(polygon, 3);
     if (problem.empty() && !add && !hasSelection()) problem = kNothingSelected;
+    if (!_sight.planes.empty()) problem = kSelectsPastTheStrip;
     if (!problem.empty()) return refuse(operation, problem);
     const PictureMarks::State before = _marks.state();
     _marks.select({_onWindow.view.turned(_onWindow.vertices), _onWindow.view.vpw, add});

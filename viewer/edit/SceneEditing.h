@@ -98,7 +98,8 @@ public:
     bool show(const EditPlace& place);
 
     /// Adds the points under the polygon to the selection, or takes them out of it. A selection is a matter
-    /// of the picture: no store changes. The outcome counts the points under the polygon.
+    /// of the picture: no store changes. The outcome counts the points under the polygon. Refused in a sight
+    /// that has planes of its own, which a selection knows nothing of.
     bool select(const Outline& polygon, bool add);
 
     /// Shows nothing but the selected points (`selectedOnly`), or everything but them; in the picture alone.

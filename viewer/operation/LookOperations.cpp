@@ -21,11 +21,21 @@ Begun lookFrom(const Request& request, const Stage& stage)
         view.look = {request.get<osg::Vec3d>("eye"), request.get<osg::Vec3d>("center"),
                      request.get<osg::Vec3d>("up")};
     }
-    Lens lens;
-    lens.orthographic = request.get<std::string>("projection") == "orthographic";
-    if (request.has("height")) lens.height = request.get<double>("height");
+    const auto& projection = request.get<std::string>("projection");
+    std::optional<Lens> lens;
+    if (projection != "kept") lens = Lens{projection == "orthographic"};
+    if (request.has("height")) lens->height = request.get<double>("height");
     stage.look(view, lens);
     return {};
+}
+
+/// A key looks from another side; how the picture projects stays.
+std::function<void(Request&, const Scene&)> looksFrom(const char* view)
+{
+    return [=](Request& request, const Scene&) {
+        request.set("view", std::string(view));
+        request.set("projection", std::string("kept"));
+    };
 }
 
 Status checkCamera(const Request& request)
@@ -210,6 +220,27 @@ Begun clip(const Request& request, const Stage& stage)
     return {};
 }
 
+Begun clipBox(const Request& request, const Stage& stage)
+{
+    std::optional<osg::BoundingBoxd> box;
+    if (request.has("low")) box.emplace(request.get<osg::Vec3d>("low"), request.get<osg::Vec3d>("high"));
+    stage.scene.setClipBox(box);
+    return {};
+}
+
+Status checkBox(const Request& request)
+{
+    if (request.has("low") != request.has("high"))
+        return Status::failure("a box needs both \"low\" and \"high\"; with neither there is none");
+    if (!request.has("low")) return Status();
+    const auto& low = request.get<osg::Vec3d>("low");
+    const auto& high = request.get<osg::Vec3d>("high");
+    for (int axis = 0; axis < 3; ++axis)
+        if (!(low[axis] < high[axis]))
+            return Status::failure("\"high\": expected more than \"low\" on each axis");
+    return Status();
+}
+
 Status checkPlanes(const Request& request)
 {
     if (!request.has("planes")) return Status();
@@ -261,13 +292,13 @@ std::vector<Operation> lookOperations()
          {orNone(choice("view", namesOfViews()), "`eye`, `center` and `up`"),
           where(position("eye"), "view", std::nullopt), where(position("center"), "view", std::nullopt),
           where(position("up"), "view", std::nullopt),
-          orElse(choice("projection", {"perspective", "orthographic"}), std::string("perspective")),
+          orElse(choice("projection", {"perspective", "orthographic", "kept"}), std::string("perspective")),
           where(orNone(number("height", "world units", 0, 1e9), "all is in the picture"), "projection",
                 "orthographic")},
-         {{'T', "look down / north / obliquely", Key::ALWAYS, says("view", std::string("top"))},
-          {'N', nullptr, Key::ALWAYS, says("view", std::string("north"))},
-          {'I', nullptr, Key::ALWAYS, says("view", std::string("iso"))},
-          {'O', "look at everything, stray points too", Key::ALWAYS, says("view", std::string("all"))}},
+         {{'T', "look down / north / obliquely", Key::ALWAYS, looksFrom("top")},
+          {'N', nullptr, Key::ALWAYS, looksFrom("north")},
+          {'I', nullptr, Key::ALWAYS, looksFrom("iso")},
+          {'O', "look at everything, stray points too", Key::ALWAYS, looksFrom("all")}},
          lookFrom,
          checkCamera},
         {"mode",
@@ -352,5 +383,11 @@ std::vector<Operation> lookOperations()
          {},
          clip,
          checkPlanes},
+        {"clipBox",
+         "shows and edits only what is inside a box",
+         {orNone(position("low"), "no box"), orNone(position("high"), "no box")},
+         {},
+         clipBox,
+         checkBox},
     };
 }

@@ -65,6 +65,8 @@ std::string Parameter::expectation() const
             names += (names.empty() ? "" : ", ") + quoted(choice);
         return "one of " + names;
     }
+    case PLACE:
+        return vectorText(2, high);
     case POSITION:
         return vectorText(3, high);
     case CLASSES:
@@ -100,6 +102,10 @@ bool Parameter::takes(const Value& value) const
     case CHOICE: {
         const std::string* const text = std::get_if<std::string>(&value);
         return text && std::find(choices.begin(), choices.end(), *text) != choices.end();
+    }
+    case PLACE: {
+        const osg::Vec2d* const place = std::get_if<osg::Vec2d>(&value);
+        return place && isWithin(std::vector{*place}, high);
     }
     case POSITION: {
         const osg::Vec3d* const position = std::get_if<osg::Vec3d>(&value);

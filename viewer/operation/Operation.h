@@ -1,5 +1,8 @@
 #pragma once
 
+#include "viewer/camera/SavedViews.h"
+#include "viewer/camera/SectionStage.h"
+#include "viewer/camera/SurveyManipulator.h"
 #include "viewer/display/ColorMode.h"
 #include "viewer/edit/ClassList.h"
 #include "viewer/edit/Outline.h"
@@ -20,7 +23,7 @@
 #include <vector>
 
 /// What a parameter can hold; `Parameter::Type` says which of them it does.
-using Value = std::variant<bool, int, double, std::string, osg::Vec3d, ClassSet, Outline,
+using Value = std::variant<bool, int, double, std::string, osg::Vec2d, osg::Vec3d, ClassSet, Outline,
                            std::vector<osg::Vec4d>, VelOsgDBBrx::PointSelection>;
 
 /// One thing that an operation must know.
@@ -33,6 +36,7 @@ struct Parameter
         NUMBER,   ///< double above `low`, up to `high`
         TEXT,     ///< std::string, not empty
         CHOICE,   ///< std::string, one of `choices`
+        PLACE,    ///< osg::Vec2d, likewise
         POSITION, ///< osg::Vec3d, no number beyond `high`
         CLASSES,  ///< ClassSet, at least one or `canBeEmpty`, of `low` to `high`
         POLYGON,  ///< Outline of `low` vertices or more, no number beyond `high`
@@ -120,9 +124,19 @@ struct Stage
     Scene& scene;
     SceneEditing& editing;
 
-    /// Turns the camera. An orthographic lens of height 0 shows all that there is. A window draws in
-    /// perspective alone.
-    std::function<void(const CameraView& view, const Lens& lens)> look;
+    /// Turns the camera. An orthographic lens of height 0 shows all that there is; without a lens the
+    /// projection stays.
+    std::function<void(const CameraView& view, const std::optional<Lens>& lens)> look;
+
+    /// What moves the camera of a window; null in scripts and pictures, where operations that are
+    /// `windowOnly` are not done.
+    SurveyManipulator* camera = nullptr;
+
+    /// Where sections are shown.
+    SectionStage* section = nullptr;
+
+    /// What the user keeps of the survey on show; null in scripts and pictures.
+    SavedViews* views = nullptr;
 
     /// Does what a person asked for with a widget, after the question that it may take, and tells them what
     /// comes of it. Null in scripts and pictures, where nobody clicks.
@@ -182,6 +196,8 @@ struct Operation
 
     const char* question = nullptr; ///< to ask people before it is done by hand
     const char* answer = "";        ///< what yes means
+
+    bool windowOnly = false; ///< scripts do not have it
 
     /// The polygon or the line that it works with; null where there is none.
     const Parameter* outline() const;

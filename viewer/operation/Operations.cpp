@@ -1,8 +1,10 @@
 #include "viewer/operation/Operations.h"
 
+#include "viewer/operation/CameraOperations.h"
 #include "viewer/operation/EditOperations.h"
 #include "viewer/operation/LookOperations.h"
 #include "viewer/operation/ParameterKinds.h"
+#include "viewer/operation/SectionOperations.h"
 
 using namespace parameter;
 
@@ -22,7 +24,8 @@ const std::vector<Operation>& operations()
 {
     static const std::vector<Operation> all = [] {
         std::vector<Operation> table = lookOperations();
-        for (const std::vector<Operation>& more : {editOperations(), scriptOperations()})
+        for (const std::vector<Operation>& more :
+             {cameraOperations(), sectionOperations(), editOperations(), scriptOperations()})
             table.insert(table.end(), more.begin(), more.end());
         return table;
     }();

@@ -36,6 +36,12 @@ inline Parameter choice(const char* name, std::vector<std::string> choices)
     return {name, Parameter::CHOICE, 0, 0, "", std::move(choices)};
 }
 
+/// On the map.
+inline Parameter place(const char* name)
+{
+    return {name, Parameter::PLACE, 0, kLargest, "world x and y"};
+}
+
 inline Parameter position(const char* name)
 {
     return {name, Parameter::POSITION, 0, kLargest, "world coordinates"};

@@ -2,6 +2,7 @@
 
 #include "headless/PictureFile.h"
 #include "viewer/gui/Density.h"
+#include "viewer/window/SectionMarks.h"
 #include "viewer/window/Window.h"
 
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
@@ -74,7 +75,10 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
     _window->attachTo(*camera);
     setUpCamera(*camera, aspect());
     _gui = new Gui(*camera, unitForRows(size.height));
-    _gui->add([this] { _overlay->draw(*_gui); });
+    _gui->add([this] {
+        if (_section) drawSectionScale(*_section, *_viewer.getCamera(), _gui->unit());
+        _overlay->draw(*_gui);
+    });
     _reader = PictureReader::attach(_viewer);
     _viewer.setSceneData(_scene.root());
     _services.emplace(_window, budget);
@@ -85,9 +89,23 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
 
 void PictureView::look(const Look& look, const Lens& lens)
 {
+    _look = look;
+    _lens = lens;
     osg::Camera& camera = *_viewer.getCamera();
     camera.setViewMatrixAsLookAt(look.eye, look.center, look.up);
     camera.setProjectionMatrix(projectionOf(lens, aspect()));
+}
+
+void PictureView::show(const std::optional<SectionFrame>& section)
+{
+    _section = section;
+    osg::Camera& camera = *_viewer.getCamera();
+    clipPicture(camera, section ? section->section().planes() : std::vector<osg::Vec4d>());
+    camera.setComputeNearFarMode(osg::CullSettings::COMPUTE_NEAR_FAR_USING_BOUNDING_VOLUMES);
+    if (section)
+        section->place(camera);
+    else
+        look(_look, _lens);
 }
 
 void PictureView::setLegend(const Legend& legend)

@@ -2,6 +2,7 @@
 
 #include "headless/EglGraphicsWindow.h"
 #include "headless/PictureReader.h"
+#include "viewer/camera/SectionFrame.h"
 #include "viewer/gui/Gui.h"
 #include "viewer/scene/CameraView.h"
 #include "viewer/scene/ContextServices.h"
@@ -46,6 +47,9 @@ public:
     VelBrx::Status open(const PictureSize& size, std::optional<uint64_t> budget);
 
     void look(const Look& look, const Lens& lens);
+
+    /// Shows a section in the picture's place; without one, what `look` said last.
+    void show(const std::optional<SectionFrame>& section);
     void setLegend(const Legend& legend);
 
     /// Width divided by height.
@@ -68,5 +72,8 @@ private:
     const osg::ref_ptr<Overlay> _overlay = new Overlay;
     osg::ref_ptr<Gui> _gui;
     osg::ref_ptr<PictureReader> _reader;
+    Look _look;
+    Lens _lens;
+    std::optional<SectionFrame> _section;
     std::optional<ContextServices> _services;
 };

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 namespace {
@@ -15,40 +16,54 @@ constexpr double kFill = 0.95;
 constexpr double kNear = 1.0;
 constexpr double kFar = 1e6;
 
-constexpr std::pair<const char*, CameraView::Kind> kViews[] = {{"top", CameraView::TOP},
-                                                               {"north", CameraView::NORTH},
-                                                               {"iso", CameraView::ISO},
-                                                               {"all", CameraView::ALL}};
-
-/// Direction from the data to the eye, and up.
-struct Direction
+/// A view by name: the direction from the data to the eye, and up.
+struct NamedView
 {
+    const char* name;
+    CameraView::Kind kind;
     osg::Vec3d back;
     osg::Vec3d up;
 };
 
-Direction direction(CameraView::Kind kind)
+const NamedView kViews[] = {{"top", CameraView::TOP, {0, 0, 1}, {0, 1, 0}},
+                            {"bottom", CameraView::BOTTOM, {0, 0, -1}, {0, 1, 0}},
+                            {"north", CameraView::NORTH, {0, -1, 0}, {0, 0, 1}},
+                            {"south", CameraView::SOUTH, {0, 1, 0}, {0, 0, 1}},
+                            {"east", CameraView::EAST, {-1, 0, 0}, {0, 0, 1}},
+                            {"west", CameraView::WEST, {1, 0, 0}, {0, 0, 1}},
+                            {"iso", CameraView::ISO, {0.6, -1, 0.85}, {0, 0, 1}},
+                            {"all", CameraView::ALL, {0.6, -1, 0.85}, {0, 0, 1}}};
+
+const NamedView& find(CameraView::Kind kind)
 {
-    switch (kind) {
-    case CameraView::TOP:
-        return {osg::Vec3d(0, 0, 1), osg::Vec3d(0, 1, 0)};
-    case CameraView::NORTH:
-        return {osg::Vec3d(0, -1, 0), osg::Vec3d(0, 0, 1)};
-    default:
-        break;
-    }
-    osg::Vec3d back(0.6, -1.0, 0.85);
-    back.normalize();
-    return {back, osg::Vec3d(0, 0, 1)};
+    return *std::find_if(std::begin(kViews), std::end(kViews),
+                         [kind](const NamedView& view) { return view.kind == kind; });
 }
 
-/// The nearest camera in the given direction that has all corners of `bounds` in its picture: sideways it is
-/// moved to where corners on both sides touch the edge.
-Look frame(const osg::BoundingBoxd& bounds, const Direction& toEye, double aspect)
+} // namespace
+
+std::vector<std::string> namesOfViews()
 {
-    osg::Vec3d right = toEye.up ^ toEye.back;
+    std::vector<std::string> names;
+    for (const NamedView& view : kViews)
+        names.emplace_back(view.name);
+    return names;
+}
+
+std::optional<CameraView> namedView(const std::string& name)
+{
+    for (const NamedView& view : kViews)
+        if (name == view.name) return CameraView{view.kind, {}};
+    return std::nullopt;
+}
+
+Look framed(const osg::BoundingBoxd& bounds, const osg::Vec3d& toEye, const osg::Vec3d& up, double aspect)
+{
+    osg::Vec3d back = toEye;
+    back.normalize();
+    osg::Vec3d right = up ^ back;
     right.normalize();
-    const osg::Vec3d top = toEye.back ^ right;
+    const osg::Vec3d top = back ^ right;
     const double tanY = std::tan(osg::DegreesToRadians(kFieldOfView / 2)) * kFill;
     const osg::Vec3d sides[] = {right / (tanY * aspect), -right / (tanY * aspect), top / tanY, -top / tanY};
     // A corner at c from the centre is inside the edge on side s when (c - shift) * s <= distance - c * back.
@@ -57,36 +72,21 @@ Look frame(const osg::BoundingBoxd& bounds, const Direction& toEye, double aspec
         reach[side] = std::numeric_limits<double>::lowest();
         for (unsigned i = 0; i < 8; ++i) {
             const osg::Vec3d corner = bounds.corner(i) - bounds.center();
-            reach[side] = std::max(reach[side], corner * (sides[side] + toEye.back));
+            reach[side] = std::max(reach[side], corner * (sides[side] + back));
         }
     }
     double distance = std::max(reach[0] + reach[1], reach[2] + reach[3]) / 2;
     if (distance <= 0) distance = 10.0; // a single point: any distance frames it
     const osg::Vec3d center = bounds.center() + right * ((reach[0] - reach[1]) / 2 * tanY * aspect) +
                               top * ((reach[2] - reach[3]) / 2 * tanY);
-    return {center + toEye.back * distance, center, toEye.up};
-}
-
-} // namespace
-
-std::vector<std::string> namesOfViews()
-{
-    std::vector<std::string> names;
-    for (const auto& [name, kind] : kViews)
-        names.emplace_back(name);
-    return names;
-}
-
-std::optional<CameraView> namedView(const std::string& name)
-{
-    for (const auto& [known, kind] : kViews)
-        if (name == known) return CameraView{kind, {}};
-    return std::nullopt;
+    return {center + back * distance, center, up};
 }
 
 Look lookAt(const CameraView& view, const osg::BoundingBoxd& bounds, double aspect)
 {
-    return view.kind == CameraView::LOOK ? view.look : frame(bounds, direction(view.kind), aspect);
+    if (view.kind == CameraView::LOOK) return view.look;
+    const NamedView& named = find(view.kind);
+    return framed(bounds, named.back, named.up, aspect);
 }
 
 osg::Matrixd projectionOf(const Lens& lens, double aspect)

@@ -31,11 +31,15 @@ struct CameraView
 {
     enum Kind
     {
-        TOP,   ///< from above, north up
-        NORTH, ///< level, looking north
-        ISO,   ///< from above and the south-east
-        ALL,   ///< likewise, and of everything
-        LOOK   ///< as `look` says
+        TOP,    ///< from above, north up
+        BOTTOM, ///< from below, north up
+        NORTH,  ///< level, looking north
+        SOUTH,
+        EAST,
+        WEST,
+        ISO, ///< from above and the south-east
+        ALL, ///< likewise, and of everything
+        LOOK ///< as `look` says
     };
 
     Kind kind = ISO;
@@ -51,6 +55,10 @@ std::optional<CameraView> namedView(const std::string& name);
 /// The camera of `view`. The named views stand as near as the whole of `bounds` allows in a picture of
 /// `aspect` = width / height.
 Look lookAt(const CameraView& view, const osg::BoundingBoxd& bounds, double aspect);
+
+/// The nearest camera in the direction `toEye` from the data that has all corners of `bounds` in its picture:
+/// sideways it is moved to where corners on both sides touch the edge.
+Look framed(const osg::BoundingBoxd& bounds, const osg::Vec3d& toEye, const osg::Vec3d& up, double aspect);
 
 /// The projection of a picture of `aspect` = width / height.
 osg::Matrixd projectionOf(const Lens& lens, double aspect);

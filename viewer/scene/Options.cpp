@@ -240,7 +240,8 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
                             upTo(options.uiScale, kLargestUiScale));
     }
     if (status) {
-        status = takeOption(arguments, "--view", "top, north, iso, all or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
+        status = takeOption(arguments, "--view",
+                            "top, bottom, north, south, east, west, iso, all or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
                             into(options.view));
     }
     if (status) status = readHeadless(arguments, options);
@@ -315,11 +316,12 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption("--store FILE.brx",
                                "Where the store of a LAS or LAZ file is, or is to be built. Default: beside "
                                "it, in the cache where that folder cannot be written.");
-    usage.addCommandLineOption("--view VIEW",
-                               "Where to look from: top, north (level, looking north), iso, all (iso of "
-                               "everything: the others leave single points far off out), or "
-                               "the coordinates of eye, centre and up, separated by commas. "
-                               "Default: iso.");
+    usage.addCommandLineOption(
+        "--view VIEW",
+        "Where to look from: top, bottom, north (level, looking north), south, east, west, iso, all (iso of "
+        "everything: the others leave single points far off out), or "
+        "the coordinates of eye, centre and up, separated by commas. "
+        "Default: iso.");
     usage.addCommandLineOption("--render OUT.png",
                                "Draw a picture and end; needs no display. Prints the points "
                                "and cells drawn.");

@@ -385,7 +385,22 @@ void Scene::setShownClasses(const std::bitset<256>& classes)
 void Scene::setClipPlanes(const std::vector<osg::Vec4d>& planes)
 {
     _clipPlanes = planes;
+    _clipBox.reset();
     PointCloudHelper::setClipPlane(_root, planes);
+}
+
+void Scene::setClipBox(const std::optional<osg::BoundingBoxd>& box)
+{
+    std::vector<osg::Vec4d> planes;
+    for (int axis = 0; box && axis < 3; ++axis)
+        for (const bool high : {false, true}) {
+            osg::Vec4d plane;
+            plane[axis] = high ? -1 : 1;
+            plane.w() = high ? box->_max[axis] : -box->_min[axis];
+            planes.push_back(plane);
+        }
+    setClipPlanes(planes);
+    _clipBox = box;
 }
 
 void Scene::setPointSize(int pixels)

@@ -184,6 +184,12 @@ public:
     void setClipPlanes(const std::vector<osg::Vec4d>& planes);
     const std::vector<osg::Vec4d>& clipPlanes() const { return _clipPlanes; }
 
+    /// The planes are the faces of a box along the axes of the world; without one there are none.
+    void setClipBox(const std::optional<osg::BoundingBoxd>& box);
+
+    /// Empty where the planes are others.
+    const std::optional<osg::BoundingBoxd>& clipBox() const { return _clipBox; }
+
     /// Edits reach the points that are not drawn, too.
     void setEditsUndrawn(bool undrawnToo) { _editsUndrawn = undrawnToo; }
     bool editsUndrawn() const { return _editsUndrawn; }
@@ -243,5 +249,6 @@ private:
     int _pointSize = 0;
     std::bitset<256> _shownClasses = std::bitset<256>().set();
     std::vector<osg::Vec4d> _clipPlanes;
+    std::optional<osg::BoundingBoxd> _clipBox;
     bool _editsUndrawn = false;
 };

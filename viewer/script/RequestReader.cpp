@@ -77,6 +77,10 @@ std::optional<Value> valueOf(const Parameter& parameter, const json& value)
     case Parameter::CHOICE:
         if (value.is_string()) return value.get<std::string>();
         break;
+    case Parameter::PLACE:
+        if (const std::optional<osg::Vec2d> place = vectorOf<osg::Vec2d>(value, parameter.high))
+            return *place;
+        break;
     case Parameter::POSITION:
         if (const std::optional<osg::Vec3d> position = vectorOf<osg::Vec3d>(value, parameter.high))
             return *position;

@@ -24,10 +24,10 @@ Status readStep(const json& object, std::optional<Request>& step)
     const auto op = object.find("op");
     if (op == object.end()) return Status::failure("\"op\" is missing");
     const Operation* const operation = op->is_string() ? findOperation(op->get<std::string>()) : nullptr;
-    if (operation) return readRequest(object, step.emplace(*operation));
+    if (operation && !operation->windowOnly) return readRequest(object, step.emplace(*operation));
     std::string names;
     for (const Operation& known : operations())
-        names += (names.empty() ? "" : ", ") + std::string(known.name);
+        if (!known.windowOnly) names += (names.empty() ? "" : ", ") + std::string(known.name);
     return Status::failure("\"op\": " + op->dump(-1, ' ', false, json::error_handler_t::replace) +
                            " is no operation; there are " + names);
 }

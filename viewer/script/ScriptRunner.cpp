@@ -35,7 +35,7 @@ Status print(const ordered_json& line)
 }
 
 /// Carries the operations out, one after the other.
-class Runner
+class Runner : public SectionStage
 {
 public:
     /// `cancel` ends waiting for points.
@@ -63,7 +63,8 @@ public:
         const auto own = ownOperations().find(request.operation().name);
         if (own != ownOperations().end()) return (this->*own->second)(request);
         Stage stage{_scene, *_editing,
-                    [this](const CameraView& view, const Lens& lens) { look(view, lens); }};
+                    [this](const CameraView& view, const std::optional<Lens>& lens) { look(view, lens); }};
+        stage.section = this;
         const Begun begun = ::carryOut(request, stage);
         if (begun.state == Begun::BUSY) return Status::failure("another operation is running");
         std::optional<VelOsgDBBrx::EditOutcome> outcome;
@@ -95,8 +96,41 @@ private:
         return own;
     }
 
-    void look(const CameraView& view, Lens lens)
+    std::optional<Section> section() const override
     {
+        return _section ? std::optional<Section>(_section->section()) : std::nullopt;
+    }
+
+    void showSection(const std::optional<Section>& section) override
+    {
+        if (section)
+            show(SectionFrame::whole(*section, _scene, _view.aspect()));
+        else
+            show(std::nullopt);
+    }
+
+    void changeSection(const Section& section) override
+    {
+        SectionFrame frame = *_section;
+        frame.setSection(section);
+        show(frame);
+    }
+
+    /// Edits are about what the picture shows.
+    void show(const std::optional<SectionFrame>& section)
+    {
+        _section = section;
+        _view.show(section);
+        _editing->setSight(
+            {_viewer.getCamera(), section ? section->section().planes() : std::vector<osg::Vec4d>()});
+    }
+
+    /// Without a lens the projection stays. A section ends.
+    void look(const CameraView& view, const std::optional<Lens>& given)
+    {
+        if (_section) show(std::nullopt);
+        Lens lens = given.value_or(Lens{_orthographic});
+        _orthographic = lens.orthographic;
         const osg::BoundingBoxd& bounds = _scene.boundsFor(view);
         const Look wanted = lookAt(view, bounds, _view.aspect());
         if (lens.orthographic && lens.height == 0) lens = orthographicLens(wanted, bounds, _view.aspect());
@@ -203,6 +237,8 @@ private:
     const std::atomic<bool>& _cancel;
     PictureView _view;
     std::optional<SceneEditing> _editing;
+    std::optional<SectionFrame> _section;    ///< that the picture shows
+    bool _orthographic = false;              ///< the picture
     std::optional<unsigned> _legendRevision; ///< of the scene, as the picture has it
     ordered_json* _line = nullptr;           ///< of the operation at hand
 };

@@ -84,10 +84,10 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 
 } // namespace
 
-EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, const Views& views,
+EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Views& views,
                    Overlay& overlay, ClassChoice& classes)
     : _session(session), _scene(scene), _viewer(viewer), _views(views), _classes(classes),
-      _stage(windowStage(scene, session, viewer)), _overlay(&overlay)
+      _stage(windowStage(scene, session, views)), _overlay(&overlay)
 {
 }
 

@@ -34,8 +34,8 @@ class EditKeys : public osgGA::GUIEventHandler
 {
 public:
     /// `session`, `scene`, `viewer`, `views` and `classes` must outlive the frames; the overlay is held.
-    EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, const Views& views,
-             Overlay& overlay, ClassChoice& classes);
+    EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Views& views, Overlay& overlay,
+             ClassChoice& classes);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;

@@ -2,9 +2,9 @@
 
 #include "headless/PictureFile.h"
 
+#include <osg/GraphicsContext>
 #include <osg/Image>
 #include <osg/RenderInfo>
-#include <osg/Viewport>
 
 #include <atomic>
 #include <cstdio>
@@ -42,12 +42,11 @@ public:
 
     void operator()(osg::RenderInfo& renderInfo) const override
     {
-        const osg::Viewport* viewport = renderInfo.getCurrentCamera()->getViewport();
-        if (!viewport || !_requested.exchange(false)) return;
+        const osg::GraphicsContext* context = renderInfo.getState()->getGraphicsContext();
+        const osg::GraphicsContext::Traits* window = context ? context->getTraits() : nullptr;
+        if (!window || !_requested.exchange(false)) return;
         const osg::ref_ptr<osg::Image> picture = new osg::Image;
-        picture->readPixels(static_cast<int>(viewport->x()), static_cast<int>(viewport->y()),
-                            static_cast<int>(viewport->width()), static_cast<int>(viewport->height()), GL_RGB,
-                            GL_UNSIGNED_BYTE);
+        picture->readPixels(0, 0, window->width, window->height, GL_RGB, GL_UNSIGNED_BYTE);
         save(*picture);
     }
 
@@ -63,7 +62,7 @@ ScreenshotKey::ScreenshotKey(osg::Camera& camera) : _capture(new Capture)
 bool ScreenshotKey::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
     if (event.getHandled() || event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN ||
-        event.getKey() != 'c') {
+        event.getKey() != osgGA::GUIEventAdapter::KEY_F9) {
         return false;
     }
     _capture->request();
@@ -73,5 +72,5 @@ bool ScreenshotKey::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIAction
 
 void ScreenshotKey::getUsage(osg::ApplicationUsage& usage) const
 {
-    usage.addKeyboardMouseBinding("c", "Save the picture as brxview-N.png");
+    usage.addKeyboardMouseBinding("F9", "Save the picture as brxview-N.png");
 }

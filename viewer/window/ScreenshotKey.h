@@ -4,7 +4,7 @@
 #include <osg/ref_ptr>
 #include <osgGA/GUIEventHandler>
 
-/// Saves what a camera draws as the next free brxview-N.png in the working folder when 'c' is pressed.
+/// Saves the window of a camera as the next free brxview-N.png in the working folder when F9 is pressed.
 class ScreenshotKey : public osgGA::GUIEventHandler
 {
 public:

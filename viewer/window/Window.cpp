@@ -9,9 +9,12 @@
 #include "viewer/panel/HistorySection.h"
 #include "viewer/panel/LookSection.h"
 #include "viewer/panel/Panel.h"
+#include "viewer/panel/SectionSection.h"
 #include "viewer/panel/StatusLine.h"
 #include "viewer/panel/SurfaceSection.h"
+#include "viewer/panel/ViewSection.h"
 #include "viewer/scene/ContextServices.h"
+#include "viewer/window/ClipBoxHandles.h"
 #include "viewer/window/CloseRequests.h"
 #include "viewer/window/DisplayKeys.h"
 #include "viewer/window/EditKeys.h"
@@ -22,13 +25,12 @@
 #include "viewer/window/Overlay.h"
 #include "viewer/window/PickHandler.h"
 #include "viewer/window/ScreenshotKey.h"
-#include "viewer/window/WheelZoom.h"
+#include "viewer/window/SectionMarks.h"
+#include "viewer/window/SectionMouse.h"
+#include "viewer/window/SectionTool.h"
 #include "viewer/window/WindowFiles.h"
 
 #include <VelOsgDBBrx/OpenGLCheck.h>
-#include <osgGA/KeySwitchMatrixManipulator>
-#include <osgGA/TerrainManipulator>
-#include <osgGA/TrackballManipulator>
 #include <osgViewer/ViewerEventHandlers>
 
 #include <algorithm>
@@ -36,6 +38,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 #include <thread>
 
@@ -124,6 +127,21 @@ Status tellUnsaved(const SceneEditing& editing)
     return lost == 0 ? Status() : Status::failure(describeLost(lost));
 }
 
+/// The handler sees events right after another one.
+void addBehind(osgViewer::Viewer& viewer, osgGA::GUIEventHandler& other, osgGA::GUIEventHandler& handler)
+{
+    osgViewer::View::EventHandlers& all = viewer.getEventHandlers();
+    all.insert(std::next(std::find(all.begin(), all.end(), &other)), &handler);
+}
+
+void drawSection(const Views& views, float unit)
+{
+    if (!views.frame()) return;
+    drawDivider(views.sectionCamera(), Views::kDivider);
+    drawSectionScale(*views.frame(), views.sectionCamera(), unit);
+    drawStrip(*views.frame(), *views.main().camera, unit);
+}
+
 /// The pictures have the area that is left beside the panels. True when they had another one.
 bool placeViews(const Gui& gui, Views& views)
 {
@@ -191,8 +209,8 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
 
 } // namespace
 
-osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene,
-                                  const Views& views, Overlay& overlay, bool showLegend)
+osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys, Scene& scene, Views& views,
+                                  Overlay& overlay, bool showLegend)
 {
     const osg::ref_ptr<HelpKey> help = new HelpKey(overlay);
     const auto add = [&](const std::string& title, osgGA::GUIEventHandler* handler) {
@@ -202,13 +220,8 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
     add("Edit", &editKeys);
     add("Show", new DisplayKeys(editKeys.stage(), overlay, showLegend));
     add("Show", new PickHandler(scene, views, overlay));
-    add("Camera", new WheelZoom(*scene.root(), views));
-    help->add({"Camera",
-               {{"Left drag", "Turn"},
-                {"Middle drag", "Move sideways"},
-                {"Right drag", "Nearer / farther"},
-                {"Space", "The first view, or that of T, N, I"},
-                {"1 / 2", "Turn freely / about the vertical"}}});
+    add("Camera", new SectionMouse(views));
+    help->add("Camera", views.manipulator());
     add("Window", help);
     add("Window", new ScreenshotKey(*viewer.getCamera()));
     add("Window", new FullScreenKey);
@@ -222,16 +235,6 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
     statistics->setKeyEventPrintsOutStats(-1);
     viewer.addEventHandler(statistics); // of use to developers, so not in the help
     return help;
-}
-
-osg::ref_ptr<osgGA::CameraManipulator> makeManipulators(const Look& home)
-{
-    const osg::ref_ptr<osgGA::KeySwitchMatrixManipulator> manipulators =
-        new osgGA::KeySwitchMatrixManipulator;
-    manipulators->addMatrixManipulator('1', "Trackball", new osgGA::TrackballManipulator);
-    manipulators->addMatrixManipulator('2', "Terrain", new osgGA::TerrainManipulator);
-    manipulators->setHomePosition(home.eye, home.center, home.up, false);
-    return manipulators;
 }
 
 void setUpCamera(osg::Camera& camera, double aspect)
@@ -258,7 +261,13 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         options.uiScale > 0 ? static_cast<float>(options.uiScale) : unitFor(*contexts.front());
     const osg::ref_ptr<Gui> gui = new Gui(*viewer.getCamera(), scale);
     viewer.addEventHandler(gui);
-    Views views(viewer);
+    const CameraView& first = options.view;
+    Views views(viewer, scene, lookAt(first, scene.boundsFor(first), 1));
+    SavedViews savedViews(
+        settings, [&scene] { return scene.clouds().empty() ? std::string() : scene.clouds().front().store; });
+    views.setSavedViews(savedViews);
+    const osg::ref_ptr<SectionTool> sectionTool = new SectionTool(scene, views);
+    viewer.addEventHandler(sectionTool);
     const osg::ref_ptr<StatusLine> status = new StatusLine(
         *gui, scene, [&views](double x, double y) { return views.under(x, y); },
         settings.get<bool>("hint.shown") ? "" : kHint);
@@ -268,17 +277,23 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     });
     panel = new Panel(*gui, options.panel);
     panel->recall(settings);
+    gui->add([&views, sectionTool, unit = gui->unit()] {
+        drawSection(views, unit);
+        sectionTool->draw(unit);
+    });
     gui->add([overlay, gui = gui.get()] { overlay->draw(*gui); });
     gui->update();
     placeViews(*gui, views);
     const double aspect = aspectOf(*viewer.getCamera());
     setUpCamera(*viewer.getCamera(), aspect);
-    viewer.setCameraManipulator(
-        makeManipulators(lookAt(options.view, scene.boundsFor(options.view), aspect)));
+    views.manipulator().start(Pose(lookAt(first, scene.boundsFor(first), aspect), Lens()));
     SceneEditing editing(scene, viewer, options.author);
     ClassChoice classes;
     const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, views, *overlay, classes);
     const osg::ref_ptr<HelpKey> help = addHandlers(viewer, *editKeys, scene, views, *overlay, options.legend);
+    const osg::ref_ptr<ClipBoxHandles> clipBox = new ClipBoxHandles(editKeys->stage(), views);
+    addBehind(viewer, *editKeys, *clipBox);
+    gui->add([clipBox, unit = gui->unit()] { clipBox->draw(unit); });
     viewer.addEventHandler(panel);
     viewer.addEventHandler(status);
     Stage stage = editKeys->stage();
@@ -295,6 +310,10 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         "Classes", [&] { classesSection.draw(); }, true);
     panel->add(
         "History", [&] { historySection.draw(); }, false, 'U');
+    ViewSection viewSection(stage);
+    panel->add("View", [&] { viewSection.draw(); });
+    SectionSection sectionSection(stage);
+    panel->add("Section", [&] { sectionSection.draw(); });
     LookSection lookSection(stage, *gui);
     panel->add(
         "Look", [&] { lookSection.draw(); }, true);

@@ -2,21 +2,27 @@
 
 namespace {
 
-void lookFrom(const CameraView& wanted, const Scene& scene, osgViewer::View& view)
+/// Without a lens the projection stays.
+void lookFrom(const CameraView& wanted, const std::optional<Lens>& given, const Scene& scene,
+              const Views& views)
 {
-    osgGA::CameraManipulator* const manipulator = view.getCameraManipulator();
-    if (!manipulator) return;
-    const osg::Viewport* const viewport = view.getCamera()->getViewport();
-    const Look look = lookAt(wanted, scene.boundsFor(wanted), viewport ? viewport->aspectRatio() : 1.0);
-    manipulator->setHomePosition(look.eye, look.center, look.up, false);
-    // home(double) does nothing in a manipulator that chooses among others.
-    manipulator->home(*view.getEventQueue()->getCurrentEventState(), view);
+    SurveyManipulator& manipulator = views.manipulator();
+    const osg::Viewport* const viewport = views.main().camera->getViewport();
+    const double aspect = viewport ? viewport->aspectRatio() : 1.0;
+    const osg::BoundingBoxd& bounds = scene.boundsFor(wanted);
+    const Look look = lookAt(wanted, bounds, aspect);
+    Lens lens = given.value_or(Lens{manipulator.pose().orthographic()});
+    if (lens.orthographic && lens.height == 0) lens = orthographicLens(look, bounds, aspect);
+    manipulator.goHome(Pose(look, lens));
 }
 
 } // namespace
 
-Stage windowStage(Scene& scene, SceneEditing& editing, osgViewer::View& view)
+Stage windowStage(Scene& scene, SceneEditing& editing, Views& views)
 {
     return {scene, editing,
-            [&scene, &view](const CameraView& wanted, const Lens&) { lookFrom(wanted, scene, view); }};
+            [&scene, &views](const CameraView& wanted, const std::optional<Lens>& lens) {
+                lookFrom(wanted, lens, scene, views);
+            },
+            &views.manipulator(), &views, views.savedViews()};
 }

@@ -2,8 +2,8 @@
 
 #include "viewer/operation/Operation.h"
 
-#include <osgViewer/View>
+#include "viewer/window/Views.h"
 
-/// What keys and dialogs of a window act on: the camera moves by the view's manipulator, which makes the
-/// place that it is sent to its home. All outlive the stage.
-Stage windowStage(Scene& scene, SceneEditing& editing, osgViewer::View& view);
+/// What keys and dialogs of a window act on: the camera of the main picture goes where it is sent, and makes
+/// that its home. All outlive the stage.
+Stage windowStage(Scene& scene, SceneEditing& editing, Views& views);

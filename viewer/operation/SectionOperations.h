@@ -1,0 +1,6 @@
+#pragma once
+
+#include "viewer/operation/Operation.h"
+
+/// What opens, moves and closes a section.
+std::vector<Operation> sectionOperations();
