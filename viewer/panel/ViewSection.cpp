@@ -119,6 +119,7 @@ void ViewSection::drawSaved()
 
 void ViewSection::drawClipBox()
 {
+    if (_stage.scene.clouds().empty()) return;
     ImGui::Separator();
     const Operation& operation = *findOperation("clipBox");
     const auto boxed = [&] {

@@ -127,6 +127,13 @@ Status tellUnsaved(const SceneEditing& editing)
     return lost == 0 ? Status() : Status::failure(describeLost(lost));
 }
 
+/// Of a window that shows nothing yet: anywhere.
+Look firstLook(const Scene& scene, const CameraView& view, double aspect)
+{
+    if (scene.clouds().empty()) return {osg::Vec3d(0, 0, 1), osg::Vec3d(), osg::Vec3d(0, 1, 0)};
+    return lookAt(view, scene.boundsFor(view), aspect);
+}
+
 /// The handler sees events right after another one.
 void addBehind(osgViewer::Viewer& viewer, osgGA::GUIEventHandler& other, osgGA::GUIEventHandler& handler)
 {
@@ -261,8 +268,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
         options.uiScale > 0 ? static_cast<float>(options.uiScale) : unitFor(*contexts.front());
     const osg::ref_ptr<Gui> gui = new Gui(*viewer.getCamera(), scale);
     viewer.addEventHandler(gui);
-    const CameraView& first = options.view;
-    Views views(viewer, scene, lookAt(first, scene.boundsFor(first), 1));
+    Views views(viewer, scene, firstLook(scene, options.view, 1));
     SavedViews savedViews(
         settings, [&scene] { return scene.clouds().empty() ? std::string() : scene.clouds().front().store; });
     views.setSavedViews(savedViews);
@@ -286,7 +292,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     placeViews(*gui, views);
     const double aspect = aspectOf(*viewer.getCamera());
     setUpCamera(*viewer.getCamera(), aspect);
-    views.manipulator().start(Pose(lookAt(first, scene.boundsFor(first), aspect), Lens()));
+    views.manipulator().start(Pose(firstLook(scene, options.view, aspect), Lens()));
     SceneEditing editing(scene, viewer, options.author);
     ClassChoice classes;
     const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, views, *overlay, classes);

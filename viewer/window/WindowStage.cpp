@@ -8,6 +8,7 @@ void lookFrom(const CameraView& wanted, const std::optional<Lens>& given, const 
 {
     SurveyManipulator& manipulator = views.manipulator();
     const osg::Viewport* const viewport = views.main().camera->getViewport();
+    if (scene.clouds().empty() && wanted.kind != CameraView::LOOK) return;
     const double aspect = viewport ? viewport->aspectRatio() : 1.0;
     const osg::BoundingBoxd& bounds = scene.boundsFor(wanted);
     const Look look = lookAt(wanted, bounds, aspect);
@@ -20,9 +21,12 @@ void lookFrom(const CameraView& wanted, const std::optional<Lens>& given, const 
 
 Stage windowStage(Scene& scene, SceneEditing& editing, Views& views)
 {
-    return {scene, editing,
+    return {scene,
+            editing,
             [&scene, &views](const CameraView& wanted, const std::optional<Lens>& lens) {
                 lookFrom(wanted, lens, scene, views);
             },
-            &views.manipulator(), &views, views.savedViews()};
+            &views.manipulator(),
+            &views,
+            views.savedViews()};
 }
