@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <set>
@@ -124,8 +125,9 @@ std::multiset<std::string> keysOf(const HelpKey& help)
 /// The sheet of the guide: what the help shows, a table for each of its lists.
 std::string sheetOf(const HelpKey& help)
 {
-    std::string page = "# Keys and mouse\n\nWhat `h` shows in the window. `VELBRX_WRITE_PAGES=1 ctest -R EditKeys` "
-                       "writes this page.\n";
+    std::string page =
+        "# Keys and mouse\n\nWhat `h` shows in the window. `VELBRX_WRITE_PAGES=1 ctest -R EditKeys` "
+        "writes this page.\n";
     for (const KeyList& list : help.lists()) {
         page += "\n## " + list.title + "\n\n| | |\n|---|---|\n";
         for (const auto& [keys, words] : list.keys)
@@ -135,6 +137,117 @@ std::string sheetOf(const HelpKey& help)
 }
 
 } // namespace
+
+TEST_F(EditKeysTest, ToolsReachWhatIsDrawnWithThem)
+{
+    const auto drag = [&](const Polygon& way) {
+        events().mouseMotion(way.front().x(), way.front().y());
+        events().mouseButtonPress(way.front().x(), way.front().y(), kLeft);
+        for (const osg::Vec2d& place : way) {
+            events().mouseMotion(place.x(), place.y());
+            shown.host.frame();
+        }
+        events().mouseButtonRelease(way.back().x(), way.back().y(), kLeft);
+        finish();
+    };
+    const auto clicks = [&](const Polygon& places) {
+        for (const osg::Vec2d& place : places)
+            click(place.x(), place.y());
+        press(kEnter);
+    };
+    const auto counted = [&] {
+        press('D');
+        const uint64_t points = keys->counts() ? keys->counts()->selected : 0;
+        press(kEscape);
+        return points;
+    };
+    VelOsgDBBrx::Classification dryRun;
+    dryRun.dryRun = true;
+    const auto under = [&](const Polygon& polygon) {
+        session->classify(Outline(polygon), dryRun);
+        return session->wait().classes->selected;
+    };
+    press('E');
+    press('C');
+    drag({{100, 100}, {100, 120}, {130, 140}});
+    const auto circle = [](double radius) {
+        Polygon polygon;
+        for (int i = 0; i < 360; ++i)
+            polygon.push_back(
+                osg::Vec2d(100 + radius * std::cos(i * M_PI / 180), 100 + radius * std::sin(i * M_PI / 180)));
+        return polygon;
+    };
+    const uint64_t inCircle = counted();
+    EXPECT_GE(inCircle, under(circle(49)));
+    EXPECT_LE(inCircle, under(circle(51)));
+    EXPECT_GT(inCircle, 50u);
+    press('t');
+    drag({{60, 60}, {140, 60}, {140, 140}, {60, 140}, {60, 61}});
+    EXPECT_EQ(counted(), under({{60, 60}, {140, 60}, {140, 140}, {60, 140}, {60, 61}}));
+
+    // The corners of a line are clicked out of order.
+    press(';');
+    clicks({{150, 130}, {50, 90}, {100, 70}});
+    EXPECT_EQ(counted(), under({{50, 90}, {100, 70}, {150, 130}, {150, 0}, {50, 0}}));
+    press(kEnter);
+    ASSERT_TRUE(keys->tools().kind());
+    EXPECT_EQ(keys->tools().kind()->key, ';') << "the last tool again";
+    press('\'');
+    clicks({{150, 130}, {50, 90}, {100, 70}});
+    EXPECT_EQ(counted(), under({{50, 90}, {100, 70}, {150, 130}, {150, 200}, {50, 200}}));
+    press('/');
+    clicks({{40, 60}, {160, 60}});
+    clicks({{100, 140}, {180, 100}});
+    EXPECT_EQ(counted(), under({{100, 60}, {160, 60}, {160, 110}, {100, 140}}));
+
+    // Each stroke of the brush is a step.
+    press('7');
+    press('b');
+    const uint64_t inside = under({{60, 100}, {140, 100}, {140, 119}, {60, 119}});
+    const uint64_t around = under({{38, 78}, {162, 78}, {162, 122}, {38, 122}});
+    const size_t before = session->steps().size();
+    drag({{60, 100}, {80, 100}, {140, 100}});
+    const uint64_t painted = unsaved();
+    EXPECT_GT(painted, inside);
+    EXPECT_LT(painted, around);
+    drag({{60, 30}, {140, 30}});
+    EXPECT_GT(unsaved(), painted);
+    EXPECT_EQ(session->steps().size(), before + 2);
+    press('z');
+    EXPECT_EQ(unsaved(), painted);
+    press('z');
+    EXPECT_EQ(unsaved(), 0u);
+    press(kEscape);
+    EXPECT_FALSE(keys->tools().tool());
+
+    // What is not in a range is left out.
+    drawAll();
+    const uint64_t all = under(kAll);
+    press('J');
+    EXPECT_TRUE(shown.scene.editLimits().front);
+    EXPECT_EQ(under(kAll), all) << "all of a plane is seen";
+    press('J');
+    EXPECT_FALSE(shown.scene.editLimits().front);
+    EXPECT_EQ(under(kAll), all);
+    Request first(*findOperation("where"));
+    first.set("returns", VelOsgDBBrx::ValueRange{2, 15});
+    keys->act(first);
+    EXPECT_LT(under(kAll), all);
+    keys->act(Request(*findOperation("where")));
+    EXPECT_EQ(under(kAll), all);
+
+    press('Y');
+    const osg::BoundingBoxd& bounds = shown.scene.bounds();
+    const osg::Vec2d corner =
+        *windowViewOf(shown.host.camera())->pixelOf({bounds.xMin(), bounds.yMin(), bounds.zMin()});
+    click(static_cast<float>(corner.x()), static_cast<float>(corner.y()));
+    for (int i = 0; i < 5; ++i)
+        finish();
+    ASSERT_TRUE(keys->tools().grow() && keys->tools().grow()->isClosed());
+    keys->tools().settings().growLimit = 50;
+    keys->tools().settings().growAngle.reset();
+    EXPECT_EQ(counted(), 50u);
+}
 
 TEST_F(EditKeysTest, DigitsChooseTheToClassAndListsTheFromClassesAndTheClassesShown)
 {

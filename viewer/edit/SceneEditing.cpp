@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <thread>
 #include <utility>
 
@@ -180,13 +181,29 @@ std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelect
     }
     selection = everythingDrawn();
     selection.outside = outside;
+    selection.attributes = _scene.editLimits().attributes;
     if (const auto* outline = std::get_if<Outline>(&place)) {
         const std::string problem = drawOnWindow(*outline, 3);
-        selection.place = _whole.place();
+        VelOsgDBBrx::ScreenPlace onScreen = _whole.place();
+        if (problem.empty()) setFront(onScreen);
+        selection.place = onScreen;
         return problem;
     }
     selection.selected = _marks.state().selection;
     return selection.selected.empty() ? kNothingSelected : "";
+}
+
+/// Limits a place to the front surface, where edits are.
+void SceneEditing::setFront(ScreenPlace& place) const
+{
+    const std::optional<EditLimits::Front>& front = _scene.editLimits().front;
+    if (!front) return;
+    constexpr double kLeast = 2; // pixels
+    constexpr double kMost = 64;
+    const double distance = _scene.meanPointDistance();
+    place.frontTolerance = front->tolerance.value_or(2 * distance);
+    const double pixels = distance * pixelsPerUnit(place.vpw, _scene.bounds().center());
+    place.frontRadius = front->radius.value_or(std::clamp(std::ceil(pixels), kLeast, kMost));
 }
 
 bool SceneEditing::edit(const std::string& operation, const EditPlace& place, bool outside,

@@ -88,6 +88,10 @@ public:
     /// planes limit the edits as clip planes do. At first the picture of the viewer's camera.
     void setSight(const Sight& sight) { _sight = sight; }
 
+    /// The points of a place as an edit that begins now would mean them, to be edited later. Why it cannot be
+    /// used; empty when it can.
+    std::string find(const EditPlace& place, bool outside, VelOsgDBBrx::PointSelection& selection);
+
     /// \name Operations
     /// Each returns false while another is running. An outline in world coordinates that is more than some
     /// windows large, or reaches behind the camera, is refused.
@@ -205,9 +209,9 @@ private:
     bool edit(const std::string& operation, const EditPlace& place, bool outside,
               bool (VelOsgDBBrx::EditSession::*start)(const VelOsgDBBrx::PointSelection&));
     bool refuse(const std::string& operation, const std::string& message);
-    std::string find(const EditPlace& place, bool outside, VelOsgDBBrx::PointSelection& selection);
     std::vector<osg::Vec4d> clipPlanes() const;
     VelOsgDBBrx::PointSelection everythingDrawn() const;
+    void setFront(VelOsgDBBrx::ScreenPlace& place) const;
     std::string drawOnWindow(const Outline& outline, size_t fewest, double margin = 1);
     void addMarkStep(const std::string& name, const PictureMarks::State& before);
     void concludeLine(Running& running, double width);

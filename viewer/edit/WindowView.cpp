@@ -38,6 +38,17 @@ std::optional<osg::Vec2d> WindowView::pixelOf(const osg::Vec3d& world) const
     return turned(osg::Vec2d(window.x() / window.w(), window.y() / window.w()));
 }
 
+double pixelsPerUnit(const osg::Matrixd& vpw, const osg::Vec3d& place)
+{
+    const osg::Vec4d window = osg::Vec4d(place, 1) * vpw;
+    if (!(window.w() > 0)) return 0;
+    const double x = window.x() / window.w();
+    osg::Vec3d alongX; // how x changes with the place
+    for (int i = 0; i < 3; ++i)
+        alongX[i] = (vpw(i, 0) - x * vpw(i, 3)) / window.w();
+    return alongX.length();
+}
+
 std::optional<WindowView> windowViewOf(const osg::Camera& camera)
 {
     const osg::GraphicsContext* context = camera.getGraphicsContext();

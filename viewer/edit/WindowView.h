@@ -28,5 +28,8 @@ struct WindowView
     std::optional<WindowView> widenedTo(std::vector<osg::Vec2d>& vertices, double margin) const;
 };
 
+/// How many pixels a unit of the world takes across the view at a place, at least 0; `vpw`: world to pixels.
+double pixelsPerUnit(const osg::Matrixd& vpw, const osg::Vec3d& place);
+
 /// Empty for a camera without window or viewport.
 std::optional<WindowView> windowViewOf(const osg::Camera& camera);

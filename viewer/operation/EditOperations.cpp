@@ -4,7 +4,9 @@
 
 using namespace parameter;
 using VelBrx::Status;
+using VelOsgDBBrx::AttributeRanges;
 using VelOsgDBBrx::PointSelection;
+using VelOsgDBBrx::ValueRange;
 
 namespace {
 
@@ -78,6 +80,42 @@ void otherReach(Request& request, const Scene& scene)
     request.set("of", std::string(scene.editsUndrawn() ? "drawn" : "everything"));
 }
 
+Begun depth(const Request& request, const Stage& stage)
+{
+    EditLimits limits = stage.scene.editLimits();
+    limits.front.reset();
+    if (request.get<std::string>("of") == "front") {
+        limits.front.emplace();
+        if (request.has("tolerance")) limits.front->tolerance = request.get<double>("tolerance");
+        if (request.has("radius")) limits.front->radius = request.get<double>("radius");
+    }
+    stage.scene.setEditLimits(limits);
+    return {};
+}
+
+void otherDepth(Request& request, const Scene& scene)
+{
+    request.set("of", std::string(scene.editLimits().front ? "all" : "front"));
+}
+
+/// The ranges of the operation that limits edits to attributes.
+constexpr std::pair<const char*, ValueRange AttributeRanges::*> kRanges[] = {
+    {"returns", &AttributeRanges::returnNumber}, {"numberOfReturns", &AttributeRanges::numberOfReturns},
+    {"intensity", &AttributeRanges::intensity},  {"height", &AttributeRanges::height},
+    {"source", &AttributeRanges::source},        {"gpsTime", &AttributeRanges::gpsTime},
+    {"scanAngle", &AttributeRanges::scanAngle}};
+
+Begun limitAttributes(const Request& request, const Stage& stage)
+{
+    EditLimits limits = stage.scene.editLimits();
+    limits.attributes = AttributeRanges();
+    if (request.has("classes")) limits.attributes.classes = request.get<ClassSet>("classes");
+    for (const auto& [name, range] : kRanges)
+        if (request.has(name)) limits.attributes.*range = request.get<ValueRange>(name);
+    stage.scene.setEditLimits(limits);
+    return {};
+}
+
 Begun stepTo(const Request& request, const Stage& stage)
 {
     return started(stage.editing.stepTo(static_cast<size_t>(request.get<int>("step"))));
@@ -113,6 +151,22 @@ std::vector<Operation> editOperations()
          {choice("of", {"drawn", "everything"})},
          {{'M', "reach more: edit points that are not drawn too, on / off", Key::EDITING, otherReach}},
          reach},
+        {"depth",
+         "edits all that is under an outline, or the front surface alone, which the eye sees",
+         {choice("of", {"all", "front"}),
+          where(orNone(number("tolerance", "world units", 0, kLargest), "twice the mean distance of points"),
+                "of", "front"),
+          where(orNone(number("radius", "pixels", 0, 1000), "what closes the gaps between points"), "of",
+                "front")},
+         {{'J', "depth: edit all, or the front surface alone, on / off", Key::EDITING, otherDepth}},
+         depth},
+        {"where",
+         "edits only points with these attributes, under outlines and of the selection",
+         {orNone(classes("classes", kClasses - 1), "all classes"), range("returns", ""),
+          range("numberOfReturns", ""), range("intensity", ""), range("height", "world units"),
+          range("source", ""), range("gpsTime", "seconds"), range("scanAngle", "degrees")},
+         {},
+         limitAttributes},
         {"select",
          "adds points to the selection",
          {polygon()},
@@ -140,7 +194,7 @@ std::vector<Operation> editOperations()
           orNone(classes("from", kClasses - 1), "all classes"), whole("to", "", 0, kClasses - 1),
           orElse(flag("dryRun"), false)},
          {{'K', "give the points inside the to-class", Key::EDITING, nullptr, "reclassifies"},
-          {'D', "dry run: count what K would change", Key::EDITING, says("dryRun", true), "counts", true}},
+          {'D', "dry run: count what K would change", Key::EDITING, says("dryRun", true), "counts"}},
          classify,
          checkPlace},
         {"undo",

@@ -374,7 +374,7 @@ std::vector<Operation> lookOperations()
         {"showClasses",
          "shows points of some classes only",
          {orNone(orEmpty(classes("classes", kClasses - 1)), "all classes")},
-         {{'V', "visible classes: which classes are shown", Key::EDITING, nullptr, "classes to show", false,
+         {{'V', "visible classes: which classes are shown", Key::EDITING, nullptr, "classes to show",
            "classes"}},
          showClasses},
         {"clip",

@@ -78,6 +78,8 @@ std::string Parameter::expectation() const
         return "a list of planes, 4 numbers each";
     case POINTS:
         return "a selection, as [selections](selections.md) has it";
+    case RANGE:
+        return "2 numbers, the smaller first, null for an open end";
     }
     return "";
 }
@@ -131,6 +133,10 @@ bool Parameter::takes(const Value& value) const
     case POINTS: {
         const auto* const selection = std::get_if<VelOsgDBBrx::PointSelection>(&value);
         return selection && VelOsgDBBrx::checkSelection(*selection);
+    }
+    case RANGE: {
+        const auto* const range = std::get_if<VelOsgDBBrx::ValueRange>(&value);
+        return range && range->low <= range->high;
     }
     }
     return false;

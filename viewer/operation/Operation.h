@@ -24,7 +24,7 @@
 
 /// What a parameter can hold; `Parameter::Type` says which of them it does.
 using Value = std::variant<bool, int, double, std::string, osg::Vec2d, osg::Vec3d, ClassSet, Outline,
-                           std::vector<osg::Vec4d>, VelOsgDBBrx::PointSelection>;
+                           std::vector<osg::Vec4d>, VelOsgDBBrx::PointSelection, VelOsgDBBrx::ValueRange>;
 
 /// One thing that an operation must know.
 struct Parameter
@@ -42,7 +42,8 @@ struct Parameter
         POLYGON,  ///< Outline of `low` vertices or more, no number beyond `high`
         LINE,     ///< likewise, open
         PLANES,   ///< std::vector<osg::Vec4d>, at least one, no number beyond `high`
-        POINTS    ///< VelOsgDBBrx::PointSelection
+        POINTS,   ///< VelOsgDBBrx::PointSelection
+        RANGE     ///< VelOsgDBBrx::ValueRange, the smaller number first
     };
 
     std::string name;
@@ -173,8 +174,7 @@ struct Key
     /// is drawn and the classes of the panel are added to it.
     std::function<void(Request&, const Scene&)> say = nullptr;
 
-    const char* hint = "";   ///< what it does to a shape, "hides inside"; what is typed, "classes to show"
-    bool keepsShape = false; ///< a shape that was drawn stays
+    const char* hint = ""; ///< what it does to a shape, "hides inside"; what is typed, "classes to show"
     const char* typed = nullptr; ///< the parameter of classes that is typed after the key
 
     std::string name() const { return keyName(key); }

@@ -65,6 +65,15 @@ inline Parameter polygon()
     return {"polygon", Parameter::POLYGON, 3, kLargest};
 }
 
+/// All numbers where it is not given.
+inline Parameter range(const char* name, const char* unit)
+{
+    Parameter parameter{name, Parameter::RANGE, 0, 0, unit};
+    parameter.required = false;
+    parameter.without = "all";
+    return parameter;
+}
+
 /// Points that are given without a polygon.
 inline Parameter points()
 {

@@ -428,3 +428,17 @@ std::vector<std::string> Scene::describe(const VelOsgDBBrx::PickedPoint& point) 
                   unsigned(stored->pointSource));
     return {position, time, attributes, "cloud " + std::to_string(point.cloudId) + ", " + cloud->store};
 }
+
+double Scene::meanPointDistance() const
+{
+    uint64_t points = 0;
+    double area = 0;
+    for (const Cloud& cloud : _clouds) {
+        for (const uint64_t count : cloud.statistics.pointsByClass)
+            points += count;
+        const OctreeInfo& octree = *cloud.node->getOctree();
+        const osg::Vec3d size = octree.max - octree.min;
+        area += size.x() * size.y();
+    }
+    return points > 0 ? std::sqrt(area / static_cast<double>(points)) : 0;
+}

@@ -3,6 +3,7 @@
 #include "viewer/display/ChangedColors.h"
 #include "viewer/display/ColorMode.h"
 #include "viewer/display/SurfaceLook.h"
+#include "viewer/scene/EditLimits.h"
 #include "viewer/scene/Options.h"
 #include "viewer/scene/Units.h"
 
@@ -103,6 +104,9 @@ public:
     /// Of world coordinates: those of the first cloud that states its coordinate system.
     const Units& units() const { return _units; }
 
+    /// How far the points are apart on the ground, world units, on the mean; 0 where there are none.
+    double meanPointDistance() const;
+
     /// Of what a view is to show: of all points, or without noise far off.
     const osg::BoundingBoxd& boundsFor(const CameraView& view) const
     {
@@ -193,6 +197,10 @@ public:
     /// Edits reach the points that are not drawn, too.
     void setEditsUndrawn(bool undrawnToo) { _editsUndrawn = undrawnToo; }
     bool editsUndrawn() const { return _editsUndrawn; }
+
+    /// What edits on a picture leave out beside.
+    void setEditLimits(const EditLimits& limits) { _editLimits = limits; }
+    const EditLimits& editLimits() const { return _editLimits; }
     /// @}
 
     /// What the cameras and the paging of whoever draws the scene follow.
@@ -251,4 +259,5 @@ private:
     std::vector<osg::Vec4d> _clipPlanes;
     std::optional<osg::BoundingBoxd> _clipBox;
     bool _editsUndrawn = false;
+    EditLimits _editLimits;
 };

@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 using nlohmann::json;
 using VelBrx::Status;
@@ -60,6 +61,17 @@ std::optional<ClassSet> classesOf(const json& value)
     return classes;
 }
 
+std::optional<Value> rangeOf(const json& value)
+{
+    if (!value.is_array() || value.size() != 2) return std::nullopt;
+    VelOsgDBBrx::ValueRange range;
+    for (const auto& [end, item] : {std::pair(&range.low, &value[0]), std::pair(&range.high, &value[1])}) {
+        if (!item->is_number() && !item->is_null()) return std::nullopt;
+        if (item->is_number()) *end = item->get<double>();
+    }
+    return range;
+}
+
 /// Of a parameter that is no list of vectors; empty where the value is of another type.
 std::optional<Value> valueOf(const Parameter& parameter, const json& value)
 {
@@ -85,6 +97,8 @@ std::optional<Value> valueOf(const Parameter& parameter, const json& value)
         if (const std::optional<osg::Vec3d> position = vectorOf<osg::Vec3d>(value, parameter.high))
             return *position;
         break;
+    case Parameter::RANGE:
+        return rangeOf(value);
     case Parameter::CLASSES:
         if (const std::optional<ClassSet> classes = classesOf(value)) return *classes;
         break;

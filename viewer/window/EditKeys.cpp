@@ -15,8 +15,8 @@ using osgGA::GUIEventAdapter;
 
 namespace {
 
-constexpr double kDragPixels = 3;  // a hand is not still
 constexpr double kDigitsApart = 2; // seconds after which a digit begins another class
+constexpr int kPaintKey = 'K';     // what a brush does to begin with
 constexpr size_t kStoresInQuestion = 8;
 // A window system sends the control character.
 constexpr int kCtrlQ = 'Q' - '@';
@@ -38,25 +38,6 @@ int plainKey(const GUIEventAdapter& event)
 bool isDigit(int key)
 {
     return key >= '0' && key <= '9';
-}
-
-/// In pixels as of `Outline`; events count y up.
-osg::Vec2d place(const GUIEventAdapter& event)
-{
-    return osg::Vec2d(event.getX(), event.getYmin() + event.getYmax() - event.getY());
-}
-
-/// Whether both show the same picture: depth is left out, as near and far plane change from frame to frame.
-bool isSame(const WindowView& a, const WindowView& b)
-{
-    constexpr double kRounding = 1e-9;
-    if (a.width != b.width || a.height != b.height) return false;
-    for (int row = 0; row < 4; ++row)
-        for (const int column : {0, 1, 3}) {
-            const double difference = std::abs(a.vpw(row, column) - b.vpw(row, column));
-            if (difference > kRounding * std::max(1.0, std::abs(a.vpw(row, column)))) return false;
-        }
-    return true;
 }
 
 /// What keys do to a shape, some to a line.
@@ -87,20 +68,24 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Views& views,
                    Overlay& overlay, ClassChoice& classes)
     : _session(session), _scene(scene), _viewer(viewer), _views(views), _classes(classes),
-      _stage(windowStage(scene, session, views)), _overlay(&overlay)
+      _stage(windowStage(scene, session, views)), _overlay(&overlay), _tools(scene, views),
+      _painting(requestOf(*findKey(kPaintKey, Key::EDITING), scene))
 {
 }
 
 bool EditKeys::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
-    dropShapeOfOtherView();
+    if (_tools.dropFromOtherView()) {
+        _report = {"the picture has moved: draw again"};
+        show();
+    }
     bool handled = false;
     switch (event.getEventType()) {
     case GUIEventAdapter::FRAME:
         update();
         break;
     case GUIEventAdapter::KEYDOWN:
-        handled = !event.getHandled() && handleKey(event, action);
+        handled = !event.getHandled() && handleKey(event);
         break;
     case GUIEventAdapter::PUSH:
     case GUIEventAdapter::DOUBLECLICK:
@@ -123,40 +108,13 @@ bool EditKeys::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& act
 bool EditKeys::handleMouse(const GUIEventAdapter& event)
 {
     if (_question != Question::NONE) return true;
-    if (!_shape) return false;
-    const osg::Vec2d mouse = place(event);
-    _shape->moveTo(mouse);
-    switch (event.getEventType()) {
-    case GUIEventAdapter::PUSH:
-    case GUIEventAdapter::DOUBLECLICK:
-        if (event.getButton() == GUIEventAdapter::RIGHT_MOUSE_BUTTON) closeShape();
-        if (event.getButton() != GUIEventAdapter::LEFT_MOUSE_BUTTON) break;
-        if (_shape->vertices().empty()) {
-            _shapeSight = _views.under(event.getX(), event.getY());
-            _shapeView = windowViewOf(*_shapeSight.camera);
-        }
-        _shape->add(mouse);
-        break;
-    case GUIEventAdapter::RELEASE: // a rectangle can be drawn by one drag
-        if (_shape->kind() == DrawnShape::RECTANGLE && _shape->vertices().size() == 1 &&
-            (mouse - _shape->vertices().front()).length() > kDragPixels) {
-            _shape->add(mouse);
-        }
-        break;
-    default:
-        break;
-    }
-    return true;
+    const bool isHandled = _tools.handleMouse(event);
+    if (const std::string message = _tools.takeMessage(); !message.empty()) _report = {message};
+    if (_tools.brush() && _tools.brush()->isClosed()) paint();
+    return isHandled;
 }
 
-void EditKeys::closeShape()
-{
-    if (_shape->close()) return;
-    _report = {_shape->kind() == DrawnShape::POLYGON ? "a polygon needs at least three vertices"
-                                                     : "a rectangle needs two corners"};
-}
-
-bool EditKeys::handleKey(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+bool EditKeys::handleKey(const GUIEventAdapter& event)
 {
     const int key = plainKey(event);
     if (key == kCtrlQ) {
@@ -175,7 +133,12 @@ bool EditKeys::handleKey(const GUIEventAdapter& event, osgGA::GUIActionAdapter& 
         _session.cancel();
         return true;
     }
-    if (_editing) return (_shape && drawByKey(key)) || editByKey(key, event, action);
+    if (_editing && _tools.handleKey(key)) {
+        const std::string message = _tools.takeMessage();
+        _report.assign(message.empty() ? 0 : 1, message);
+        return true;
+    }
+    if (_editing) return editByKey(key, event);
     if (key != 'E') return dropReport(key);
     _editing = true;
     return true;
@@ -198,10 +161,13 @@ void EditKeys::say(const std::vector<std::string>& lines)
 void EditKeys::answer(int key)
 {
     const Question asked = _question;
-    if (key == GUIEventAdapter::KEY_Escape) _question = Question::NONE;
+    if (key == GUIEventAdapter::KEY_Escape) {
+        _question = Question::NONE;
+        _strokes.clear();
+    }
     if (asked == Question::SURE && key == _asked->key->key) {
         _question = Question::NONE;
-        start(*_asked);
+        start(requestOf(*_asked, _scene));
     }
     if (asked == Question::REFUSED && key == 'e') {
         _question = Question::NONE;
@@ -253,30 +219,13 @@ void EditKeys::acceptTyped()
     _report.clear();
 }
 
-bool EditKeys::drawByKey(int key)
-{
-    switch (key) {
-    case GUIEventAdapter::KEY_BackSpace:
-        _shape->dropLast();
-        return true;
-    case GUIEventAdapter::KEY_Return:
-        closeShape();
-        return true;
-    case GUIEventAdapter::KEY_Escape:
-        _shape.reset();
-        return true;
-    default:
-        return false;
-    }
-}
-
 void EditKeys::warn(const std::string& line)
 {
     _warnings.push_back(line);
     if (!_editing) say({line});
 }
 
-bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+bool EditKeys::editByKey(int key, const GUIEventAdapter& event)
 {
     if (isDigit(key)) {
         typeDigit(key - '0', event.getTime());
@@ -285,8 +234,10 @@ bool EditKeys::editByKey(int key, const GUIEventAdapter& event, osgGA::GUIAction
     _digitTime.reset();
     if (const std::optional<PressedKey> pressed = findKey(key, Key::EDITING))
         press(*pressed);
-    else if (key == 'a' || key == 'A')
-        beginShape(key == 'a' ? DrawnShape::POLYGON : DrawnShape::RECTANGLE, event, action);
+    else if (const ToolKind* kind = findTool(key))
+        takeTool(*kind);
+    else if (key == GUIEventAdapter::KEY_Return && _tools.takeAgain(event))
+        stopCamera();
     else if (key == 'F')
         _typed = TypedClasses();
     else if (key == 'E')
@@ -304,23 +255,28 @@ void EditKeys::typeDigit(int digit, double time)
     _digitTime = time;
 }
 
-void EditKeys::beginShape(DrawnShape::Kind kind, const GUIEventAdapter& event,
-                          osgGA::GUIActionAdapter& action)
+void EditKeys::takeTool(const ToolKind& kind)
 {
-    _shape.emplace(kind);
-    _shape->moveTo(place(event));
-    _shapeSight = _views.under(event.getX(), event.getY());
-    _shapeInUse = false; // of the running operation's shape, which this one replaces
+    _editing = true;
+    _tools.take(kind, *_viewer.getEventQueue()->getCurrentEventState());
+    _painting = requestOf(*findKey(kPaintKey, Key::EDITING), _scene);
+    stopCamera();
+}
+
+/// One that was thrown stands still from now on.
+void EditKeys::stopCamera()
+{
+    _shapeInUse = false; // of the running operation's shape, which another one replaces
     _report.clear();
-    // A camera that was thrown stands still from now on.
     if (osgGA::CameraManipulator* manipulator = _viewer.getCameraManipulator())
-        manipulator->init(event, action);
+        manipulator->init(*_viewer.getEventQueue()->getCurrentEventState(), _viewer);
+    show();
 }
 
 void EditKeys::leave()
 {
     _editing = false;
-    _shape.reset();
+    _tools.putDown();
     _report.clear();
 }
 
@@ -332,7 +288,7 @@ void EditKeys::press(const PressedKey& pressed)
         _question = Question::SURE;
         _asked = pressed;
     } else {
-        start(pressed);
+        start(requestOf(pressed, _scene));
     }
 }
 
@@ -342,39 +298,110 @@ void EditKeys::act(const Request& request)
     if (operation.question)
         press({&operation, &operation.keys.front()});
     else
-        apply(request, false);
+        start(request);
     show();
     _viewer.requestRedraw();
 }
 
-void EditKeys::start(const PressedKey& pressed)
+void EditKeys::start(Request request)
 {
-    const Operation& operation = *pressed.operation;
-    const Parameter* const outline = operation.outline();
-    Request request = requestOf(pressed, _scene);
+    const Operation& operation = request.operation();
+    const bool hasPlace =
+        request.has("points") || (operation.outline() && request.has(operation.outline()->name));
+    const bool needsPlace = operation.outline() && !hasPlace;
+    if (needsPlace && _tools.brush() && operation.outline()->type == Parameter::POLYGON) {
+        _painting = request;
+        _report = {"the brush " + std::string(operation.words) + " from now on"};
+        return;
+    }
+    if (needsPlace && !setPlace(request)) return;
+    setClasses(request);
+    const bool isDryRun = operation.find("dryRun") && request.get<bool>("dryRun");
+    apply(request, needsPlace && !isDryRun);
+}
+
+/// What is drawn, pointed at or selected becomes the place of an operation. False where there is none.
+bool EditKeys::setPlace(Request& request)
+{
+    const Operation& operation = request.operation();
+    const Parameter& outline = *operation.outline();
     const bool takesSelected = operation.find("selected") && !request.has("side");
-    if (outline && !_shape && takesSelected && _session.hasSelection()) {
+    Tool* const tool = _tools.tool();
+    if (!tool && takesSelected && _session.hasSelection()) {
         request.set("selected", true);
         _session.setSight(_views.main());
-    } else if (outline) {
-        if (!_shape) {
-            _report = {"draw a polygon (a) or a rectangle (A) first" +
-                       std::string(takesSelected ? ", or select points (" + keyOf("select") + ")" : "")};
-            return;
-        }
-        if (outline->type == Parameter::POLYGON) _shape->close();
-        _session.setSight(_shapeSight);
-        request.set(outline->name, Outline(_shape->vertices()));
+        return true;
     }
-    // The classes of the panel go to the parameters that can hold them.
-    const auto holds = [&operation](const char* name, Parameter::Type type) {
-        const Parameter* parameter = operation.find(name);
+    if (!tool) {
+        _report = {"draw a polygon (a) or a rectangle (A) first" +
+                   std::string(takesSelected ? ", or select points (" + keyOf("select") + ")" : "")};
+        return false;
+    }
+    _session.setSight(_tools.sight());
+    if (outline.type == Parameter::POLYGON) tool->close();
+    if (outline.type == Parameter::POLYGON && !tool->isClosed() && tool->outline().size() < 3) {
+        _report = {tool->missing()};
+        return false;
+    }
+    if (!_tools.grow()) {
+        request.set(outline.name, Outline(tool->outline()));
+        return true;
+    }
+    if (!operation.find("points")) {
+        _report = {"what grows cannot be selected; draw around it"};
+        return false;
+    }
+    VelOsgDBBrx::PointSelection selection;
+    selection.place = _tools.grown();
+    selection.outside = request.has("side") && request.get<std::string>("side") == "outside";
+    selection.attributes = _scene.editLimits().attributes;
+    request.set("points", selection);
+    return true;
+}
+
+/// The classes of the panel go to the parameters that can hold them.
+void EditKeys::setClasses(Request& request) const
+{
+    const auto holds = [&](const char* name, Parameter::Type type) {
+        const Parameter* parameter = request.operation().find(name);
         return parameter && parameter->type == type;
     };
-    if (holds("to", Parameter::WHOLE)) request.set("to", _classes.toClass);
-    if (holds("from", Parameter::CLASSES) && !_classes.fromClasses.all())
+    if (holds("to", Parameter::WHOLE) && !request.has("to")) request.set("to", _classes.toClass);
+    if (holds("from", Parameter::CLASSES) && !request.has("from") && !_classes.fromClasses.all())
         request.set("from", _classes.fromClasses);
-    apply(request, outline && !pressed.key->keepsShape);
+}
+
+/// Takes what the brush has covered, as it is seen now, to be edited.
+void EditKeys::paint()
+{
+    Request request = _painting;
+    const Outline stroke(_tools.brush()->outline());
+    _tools.brush()->drop();
+    _session.setSight(_tools.sight());
+    setClasses(request);
+    const bool isOutside = request.has("side") && request.get<std::string>("side") == "outside";
+    if (!request.operation().find("points")) {
+        request.set(request.operation().outline()->name, stroke);
+        apply(request, false);
+        return;
+    }
+    VelOsgDBBrx::PointSelection selection;
+    if (const std::string problem = _session.find(stroke, isOutside, selection); !problem.empty()) {
+        _report = {problem};
+        return;
+    }
+    if (isOutside) request.set("side", std::string("inside")); // the selection says it
+    request.set("points", selection);
+    _strokes.push_back(request);
+    paintNext();
+}
+
+void EditKeys::paintNext()
+{
+    if (_strokes.empty() || _session.isBusy() || _question != Question::NONE) return;
+    const Request request = _strokes.front();
+    _strokes.pop_front();
+    apply(request, false);
 }
 
 void EditKeys::apply(const Request& request, bool usesShape)
@@ -408,9 +435,12 @@ void EditKeys::update()
 {
     const bool isNews = hasNews();
     if (const std::optional<VelOsgDBBrx::EditOutcome> outcome = _session.poll()) takeOutcome(*outcome);
+    paintNext();
+    _tools.update();
+    if (const std::string message = _tools.takeMessage(); !message.empty()) _report = {message};
     _working = working();
     if (!_working.empty()) _report = {_working};
-    if (isNews || _shape) show();
+    if (isNews || _tools.tool()) show();
 }
 
 /// Empty where nothing runs.
@@ -422,22 +452,12 @@ std::string EditKeys::working() const
     return "working ... " + std::to_string(static_cast<int>(100 * *progress)) + " %, Esc cancels";
 }
 
-/// A shape belongs to the picture that it was drawn over.
-void EditKeys::dropShapeOfOtherView()
-{
-    if (!_shape || _shape->vertices().empty()) return;
-    const std::optional<WindowView> view = windowViewOf(*_shapeSight.camera);
-    if (view && _shapeView && isSame(*view, *_shapeView)) return;
-    _shape.reset();
-    _report = {"the picture has moved: draw again"};
-    show();
-}
-
 void EditKeys::takeOutcome(const VelOsgDBBrx::EditOutcome& outcome)
 {
     _report = describe(outcome);
     _unsaved = _session.unsavedPoints();
-    if (_shapeInUse && outcome.ok) _shape.reset();
+    _counts = outcome.classes;
+    if (_shapeInUse && outcome.ok) _tools.putDown();
     _shapeInUse = false;
     if (outcome.isBusyElsewhere || outcome.isNotJournalled) {
         _question = Question::REFUSED;
@@ -473,12 +493,14 @@ std::vector<std::string> EditKeys::hints() const
         return {std::string(_typed->after ? _typed->after->key->hint : "classes that may change") + ": " +
                     _typed->text + "_",
                 "2,6 or -7,18 for all but these; nothing for all; Enter, Esc"};
-    if (!_shape) return {"a draws a polygon, A a rectangle"};
-    const std::string count = std::to_string(_shape->vertices().size());
-    if (!_shape->isClosed())
-        return {_shape->kind() == DrawnShape::POLYGON ? "polygon of " + count + " vertices: click to add,"
-                                                      : "rectangle: click or drag two corners,",
-                "Backspace drops, Enter or right click closes, Esc cancels"};
+    const Tool* const tool = _tools.tool();
+    if (!tool) return {"a draws a polygon, A a rectangle, b paints; Enter: the last tool again"};
+    if (_tools.brush()) {
+        std::vector<std::string> lines = tool->hints();
+        lines.push_back("it " + std::string(_painting.operation().words));
+        return lines;
+    }
+    if (!tool->isClosed()) return tool->hints();
     return hintsOfShape();
 }
 
@@ -508,16 +530,17 @@ void EditKeys::show()
 {
     _overlay->setPanel(panel());
     _overlay->setQuestion(question());
-    const bool closed = _shape && _shape->isClosed();
-    _overlay->setOutline(_shape ? _shape->preview() : std::vector<osg::Vec2d>(), closed);
+    _overlay->setDrawing(_tools.tool() ? _tools.tool()->preview() : ToolPreview());
 }
 
 void EditKeys::getUsage(osg::ApplicationUsage& usage) const
 {
     usage.addKeyboardMouseBinding("E", "Edit mode on / off");
-    usage.addKeyboardMouseBinding("a / A", "draw a polygon / a rectangle; click the corners");
+    for (const ToolKind& kind : toolTable())
+        usage.addKeyboardMouseBinding(keyName(kind.key), kind.words);
     usage.addKeyboardMouseBinding("Backspace", "take the last corner away");
-    usage.addKeyboardMouseBinding("Enter, right click", "close the polygon");
+    usage.addKeyboardMouseBinding("Enter, right click", "close what is drawn; Enter: the last tool again");
+    usage.addKeyboardMouseBinding("Insert", "the brush in pixels / in units of the world");
     usage.addKeyboardMouseBinding("0 ... 255", "the to-class, by its digits");
     usage.addKeyboardMouseBinding("Ctrl+Z", "undo, as z");
     usage.addKeyboardMouseBinding("Ctrl+Y / Ctrl+Shift+Z", "redo, as y");

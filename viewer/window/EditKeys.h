@@ -3,23 +3,24 @@
 #include "viewer/edit/ClassChoice.h"
 #include "viewer/edit/SceneEditing.h"
 #include "viewer/operation/Operations.h"
-#include "viewer/window/DrawnShape.h"
 #include "viewer/window/Overlay.h"
+#include "viewer/window/ToolUse.h"
 #include "viewer/window/Views.h"
 
 #include <osgGA/GUIEventHandler>
 #include <osgViewer/Viewer>
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-/// Editing by hand: a mode in which the user draws a polygon or a rectangle over the picture and applies an
-/// operation to it by a key. A panel of the overlay tells the mode, the classes, what the
-/// last operation did and what is not saved.
+/// Editing by hand: a mode in which the user takes a tool, draws over the picture with it and applies an
+/// operation to that by a key. A brush applies its operation to each stroke by itself. A panel of the overlay
+/// tells the mode, the classes, what the last operation did and what is not saved.
 ///
 /// While something is drawn the mouse belongs to the drawing, and the camera stands still; should it move all
 /// the same, the drawing is dropped, as it is when the window changes its size. Add this handler before those
@@ -59,6 +60,18 @@ public:
     /// What the keys act on.
     const Stage& stage() const { return _stage; }
 
+    /// \name For widgets
+    /// @{
+    void takeTool(const ToolKind& kind);
+    ToolUse& tools() { return _tools; }
+
+    /// What is to be done next, line by line.
+    std::vector<std::string> hints() const;
+
+    /// The classes that the last operation reached; empty where it reached none.
+    const std::optional<VelOsgDBBrx::CategoryCounts>& counts() const { return _counts; }
+    /// @}
+
 private:
     enum class Question
     {
@@ -77,26 +90,25 @@ private:
 
     bool handleMouse(const osgGA::GUIEventAdapter& event);
     bool dropReport(int key);
-    bool handleKey(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
+    bool handleKey(const osgGA::GUIEventAdapter& event);
     void answer(int key);
     void type(int key);
     void acceptTyped();
-    void closeShape();
-    bool drawByKey(int key);
-    bool editByKey(int key, const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
+    bool editByKey(int key, const osgGA::GUIEventAdapter& event);
     void typeDigit(int digit, double time);
-    void beginShape(DrawnShape::Kind kind, const osgGA::GUIEventAdapter& event,
-                    osgGA::GUIActionAdapter& action);
+    void stopCamera();
     void leave();
     void press(const PressedKey& pressed);
-    void start(const PressedKey& pressed);
+    void start(Request request);
+    bool setPlace(Request& request);
+    void setClasses(Request& request) const;
+    void paint();
+    void paintNext();
     void apply(const Request& request, bool usesShape);
     void update();
-    void dropShapeOfOtherView();
     void takeOutcome(const VelOsgDBBrx::EditOutcome& outcome);
     std::string working() const;
     std::vector<std::string> panel() const;
-    std::vector<std::string> hints() const;
     std::vector<std::string> question() const;
     void show();
 
@@ -109,11 +121,11 @@ private:
     const osg::ref_ptr<Overlay> _overlay;
 
     bool _editing = false;
-    std::optional<DrawnShape> _shape;
-    Sight _shapeSight;                    ///< the picture that the shape is drawn over
-    std::optional<WindowView> _shapeView; ///< that picture, when the first vertex was drawn
-    bool _shapeInUse = false;             ///< the running operation uses the shape up
-    std::optional<double> _digitTime;     ///< when the last digit of the to-class was typed, seconds
+    ToolUse _tools;
+    bool _shapeInUse = false;         ///< the running operation uses the shape up
+    std::optional<double> _digitTime; ///< when the last digit of the to-class was typed, seconds
+    Request _painting;                ///< what a brush does
+    std::deque<Request> _strokes;     ///< that wait to be done
     std::optional<TypedClasses> _typed;
     Question _question = Question::NONE;
     std::optional<PressedKey> _asked;
@@ -122,6 +134,7 @@ private:
     std::string _working;             ///< how far the running operation has come, as the panel says it
     bool _closing = false;            ///< close when the running operation has ended
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing
+    std::optional<VelOsgDBBrx::CategoryCounts> _counts;
     std::vector<std::string> _warnings;
     std::map<std::string, uint64_t> _unsaved;
 };

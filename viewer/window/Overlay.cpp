@@ -24,6 +24,7 @@ const ImVec4 kWarningColor(1.0f, 0.45f, 0.35f, 1.0f);
 constexpr float kOutlineWidth = 1.5f;
 constexpr float kVertexRadius = 3.0f;
 constexpr ImU32 kOutlineColor = IM_COL32(255, 221, 64, 255);
+constexpr ImU32 kStrokeColor = IM_COL32(255, 221, 64, 70);
 constexpr ImU32 kOutlineShadow = IM_COL32(0, 0, 0, 160); ///< seen on light points
 
 ImU32 toImGui(const osg::Vec4f& color)
@@ -99,13 +100,16 @@ std::array<HelpColumn, 2> columnsOf(const std::vector<KeyList>& lists)
     return columns;
 }
 
-} // namespace
-
-void Overlay::setOutline(const std::vector<osg::Vec2d>& vertices, bool closed)
+/// The round end of a stroke that comes from a place.
+void drawCap(ImDrawList& list, const ImVec2& from, const ImVec2& end, float radius)
 {
-    _outline = vertices;
-    _outlineClosed = closed;
+    const auto quarter = static_cast<float>(M_PI_2);
+    const float angle = std::atan2(end.y - from.y, end.x - from.x);
+    list.PathArcTo(end, radius, angle - quarter, angle + quarter);
+    list.PathFillConvex(kStrokeColor);
 }
+
+} // namespace
 
 void Overlay::showHelp(const std::vector<KeyList>& lists, bool searches)
 {
@@ -116,7 +120,8 @@ void Overlay::showHelp(const std::vector<KeyList>& lists, bool searches)
 
 void Overlay::draw(const Gui& gui)
 {
-    drawOutline(gui.unit());
+    for (const ToolPreview::Path& path : _drawing.paths)
+        drawPath(path, gui.unit());
     if (!_legend.title.empty()) drawLegend(gui);
     drawText("lines", _lines, gui.area(), osg::Vec2d(0, 1), kPanelAlpha);
     drawText("panel", _panel, gui.area(), osg::Vec2d(1, 0), kPanelAlpha);
@@ -184,17 +189,28 @@ void Overlay::drawRamp(float room, float unit) const
     ImGui::Dummy(ImVec2(width + line / 2 + textWidth, height + line));
 }
 
-void Overlay::drawOutline(float unit) const
+void Overlay::drawPath(const ToolPreview::Path& path, float unit)
 {
-    if (_outline.empty()) return;
     std::vector<ImVec2> points;
-    for (const osg::Vec2d& vertex : _outline)
+    for (const osg::Vec2d& vertex : path.vertices)
         points.emplace_back(static_cast<float>(vertex.x()), static_cast<float>(vertex.y()));
-    ImDrawList* list = ImGui::GetBackgroundDrawList();
+    if (points.empty()) return;
+    ImDrawList* const list = ImGui::GetBackgroundDrawList();
     const int count = static_cast<int>(points.size());
-    const ImDrawFlags flags = _outlineClosed ? ImDrawFlags_Closed : ImDrawFlags_None;
+    if (path.width > 0) {
+        const auto width = static_cast<float>(path.width);
+        list->AddPolyline(points.data(), count, kStrokeColor, ImDrawFlags_None, width);
+        if (count == 1) list->AddCircleFilled(points.front(), width / 2, kStrokeColor);
+        if (count > 1) {
+            drawCap(*list, points[1], points[0], width / 2);
+            drawCap(*list, points[points.size() - 2], points.back(), width / 2);
+        }
+        return;
+    }
+    const ImDrawFlags flags = path.isClosed ? ImDrawFlags_Closed : ImDrawFlags_None;
     list->AddPolyline(points.data(), count, kOutlineShadow, flags, 3 * kOutlineWidth * unit);
     list->AddPolyline(points.data(), count, kOutlineColor, flags, kOutlineWidth * unit);
+    if (!path.hasCorners) return;
     for (const ImVec2& point : points)
         list->AddCircleFilled(point, kVertexRadius * unit, kOutlineColor);
 }

@@ -2,6 +2,7 @@
 
 #include "viewer/display/Legend.h"
 #include "viewer/gui/Gui.h"
+#include "viewer/tool/Tool.h"
 #include "viewer/window/KeyList.h"
 
 #include <osg/Referenced>
@@ -33,9 +34,8 @@ public:
     void hideHelp() { _help.clear(); }
     bool showsHelp() const { return !_help.empty(); }
 
-    /// What the user draws: vertices in pixels as of `Outline`, to which those of `Gui` are alike. None hides
-    /// it.
-    void setOutline(const std::vector<osg::Vec2d>& vertices, bool closed);
+    /// What the user draws; pixels of `Gui` are as those of `Outline`. Without paths it is hidden.
+    void setDrawing(const ToolPreview& drawing) { _drawing = drawing; }
 
     /// A part of `gui`, which comes after those that take something of the window's area.
     void draw(const Gui& gui);
@@ -47,7 +47,7 @@ private:
     void drawLegend(const Gui& gui) const;
     void drawEntries(float room) const;
     void drawRamp(float room, float unit) const;
-    void drawOutline(float unit) const;
+    static void drawPath(const ToolPreview::Path& path, float unit);
     void drawHelp(const Gui::Area& area);
     void drawSearch();
     void drawText(const char* name, const std::vector<std::string>& lines, const Gui::Area& area,
@@ -60,6 +60,5 @@ private:
     std::vector<KeyList> _help;
     std::string _searched;  ///< what the list of keys is filtered by
     bool _searches = false; ///< the field for it is to have the keyboard
-    std::vector<osg::Vec2d> _outline;
-    bool _outlineClosed = false;
+    ToolPreview _drawing;
 };

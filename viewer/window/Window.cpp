@@ -12,6 +12,7 @@
 #include "viewer/panel/SectionSection.h"
 #include "viewer/panel/StatusLine.h"
 #include "viewer/panel/SurfaceSection.h"
+#include "viewer/panel/ToolsSection.h"
 #include "viewer/panel/ViewSection.h"
 #include "viewer/scene/ContextServices.h"
 #include "viewer/window/ClipBoxHandles.h"
@@ -310,12 +311,23 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     help->add("Files", *files);
     panel->add(
         "Clouds", [files] { files->drawSection(); }, true);
+    ToolUse& tools = editKeys->tools();
+    ToolsSection toolsSection(
+        stage, classes,
+        {tools.settings(),
+         [gui, editKeys](const ToolKind& kind) {
+             gui->later([editKeys, &kind] { editKeys->takeTool(kind); });
+         },
+         [&tools] { return tools.kind(); }, [editKeys] { return editKeys->hints(); }},
+        [editKeys]() -> const auto& { return editKeys->counts(); });
     ClassesSection classesSection(stage, classes, *gui, options.classesFile);
     HistorySection historySection(stage);
     panel->add(
         "Classes", [&] { classesSection.draw(); }, true);
     panel->add(
         "History", [&] { historySection.draw(); }, false, 'U');
+    panel->add(
+        "Tools", [&] { toolsSection.draw(); }, true);
     ViewSection viewSection(stage);
     panel->add("View", [&] { viewSection.draw(); });
     SectionSection sectionSection(stage);
