@@ -65,6 +65,7 @@ const std::vector<SavedViews::View>& SavedViews::all()
 
 void SavedViews::save(const std::string& name, const Pose& pose)
 {
+    if (all(); _read.empty()) return; // nothing is on show
     const auto place =
         std::lower_bound(_views.begin(), _views.end(), name,
                          [](const View& view, const std::string& text) { return view.name < text; });

@@ -145,7 +145,7 @@ void SurveyManipulator::stop(GUIActionAdapter& action)
     _gesture.reset();
     _move.reset();
     _held = {};
-    action.requestContinuousUpdate(false);
+    action.requestRedraw();
 }
 
 bool SurveyManipulator::handle(const GUIEventAdapter& event, GUIActionAdapter& action)
@@ -286,7 +286,6 @@ void SurveyManipulator::apply(const GUIEventAdapter& event, GUIActionAdapter& ac
         break;
     case Gesture::CENTER:
         _move = Move{_pose, gesture.from.moved(*gesture.target - gesture.from.center()), event.getTime()};
-        action.requestContinuousUpdate(true);
         break;
     }
     action.requestRedraw();
@@ -323,7 +322,6 @@ bool SurveyManipulator::key(const GUIEventAdapter& event, GUIActionAdapter& acti
     } else if (isDown != _held[number]) {
         if (!isFlying()) _trail.leave(_pose);
         _held[number] = isDown;
-        action.requestContinuousUpdate(isFlying());
     }
     action.requestRedraw();
     return true;
@@ -373,13 +371,13 @@ void SurveyManipulator::frame(const GUIEventAdapter& event, GUIActionAdapter& ac
     const double time = event.getTime();
     if (isFlying()) fly(std::min(time - _lastFrame, kLongestFrame));
     _lastFrame = time;
-    if (!_move) return;
-    const double share = std::clamp((time - _move->start) / kMoveSeconds, 0.0, 1.0);
-    _pose = _move->from.between(_move->to, share * share * (3 - 2 * share));
-    if (share < 1) return;
-    _pose = _move->to;
-    _move.reset();
-    action.requestContinuousUpdate(isFlying());
+    if (_move) {
+        const double share = std::clamp((time - _move->start) / kMoveSeconds, 0.0, 1.0);
+        _pose = share < 1 ? _move->from.between(_move->to, share * share * (3 - 2 * share)) : _move->to;
+        if (share >= 1) _move.reset();
+    }
+    // Whatever ended a move: nothing goes on without one.
+    action.requestContinuousUpdate(_move || isFlying());
 }
 
 osg::Vec2d SurveyManipulator::placeOf(const osg::Vec2d& pixel) const
