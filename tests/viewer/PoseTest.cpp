@@ -47,6 +47,7 @@ TEST(Pose, APointKeepsItsPixelInTurnsAndZoomsAndStaysUnderTheHandInPans)
         const Pose focused = pose.focusedOn(roof);
         expectSame(seen(focused, roof), pixel);
         expectSame(seen(focused, kTown), seen(pose, kTown));
+        expectSame(seen(focused.projected(!pose.orthographic()), roof), pixel);
         for (const Pose& turned :
              {focused.turnedLevel(roof, 0.7, -0.3), focused.turnedFreely(roof, -0.4, 2.5)}) {
             expectSame(seen(turned, roof), pixel);
