@@ -61,8 +61,8 @@ struct PanelWindow
         return part;
     }
 
-    /// The middle of the points, beside the panel and above the status line.
-    Picture points() const { return crop(*window->stillPicture(), 450, 200); }
+    /// Of the points, beside the panel and its tool tips, and above the status line.
+    Picture points() const { return crop(*window->stillPicture(), 500, 200); }
     Picture panel() const { return crop(*window->stillPicture(), 40, 350); }
 
     /// Where the histogram is, from the window's top, once it is drawn: the first row with many blue pixels.
@@ -112,16 +112,19 @@ TEST(PanelWindow, TakesMouseAndKeysThatAreMeantForItAndNoOthers)
     const PanelWindow shown;
     ProgramWindow& window = *shown.window;
     const int histogram = shown.histogram();
-    EXPECT_FALSE(shown.changesPoints([&] { // over the empty end of the panel
-        window.drag(100, 60, 200, 160);
-        window.turnWheel(100, 60, 5);
-        window.click(120, 70);
+    const int besides = kHeight - 1 - histogram; // at the right of the histogram the panel is empty
+    EXPECT_FALSE(shown.changesPoints([&] {
+        window.drag(230, besides - 10, 270, besides - 50);
+        window.turnWheel(250, besides - 20, 5);
+        window.click(250, besides - 30);
     })) << "the camera stands";
+    const Picture elevation = shown.points();
     EXPECT_TRUE(shown.changesPoints([&] {
         shown.click(120, histogram + kMode);
         shown.click(60, histogram + kEntry);
     })) << "another mode, from the list";
     window.press("e");
+    EXPECT_TRUE(eventually([&] { return samePixels(*shown.points(), *elevation); }));
     EXPECT_FALSE(shown.changesPoints([&] {
         shown.click(60, histogram + kLow);
         shown.type("k");

@@ -245,6 +245,27 @@ void closes(Viewer& viewer, const std::function<void()>& closePolygon)
     EXPECT_TRUE(viewer.shows(*closed));
 }
 
+/// Takes a tool, which tells how to draw with it.
+Check drawsWith(const std::string& key)
+{
+    return [key](Viewer& viewer) {
+        viewer.expectChangeAnywhere([&] { viewer.press(key); });
+        viewer.press("Escape");
+    };
+}
+
+/// Draws a line across the middle of the points; what lies on its side of it is hidden.
+Check hidesBesideLine(const std::string& key)
+{
+    return [key](Viewer& viewer) {
+        viewer.press(key);
+        viewer.window->click(2, 249);
+        viewer.window->click(kWidth - 3, 249);
+        viewer.press("Return");
+        viewer.pressUntilHidden("x", 200);
+    };
+}
+
 Check undoes(const std::string& key)
 {
     return [key](Viewer& viewer) {
@@ -645,6 +666,30 @@ const std::map<std::string, Check> kChecks = {
          viewer.window->click(180, 150);
          viewer.window->click(330, 300);
          viewer.pressUntilChange("j");
+     }},
+    {"t", drawsWith("t")},
+    {"C",
+     [](Viewer& viewer) {
+         viewer.press("C");
+         viewer.window->drag(250, 200, 330, 200);
+         viewer.pressUntilChange("x");
+     }},
+    {"b", drawsWith("b")},
+    {"Insert",
+     [](Viewer& viewer) {
+         viewer.press("b");
+         viewer.expectChangeAnywhere([&] { viewer.press("Insert"); });
+         viewer.press("Insert");
+         viewer.press("Escape");
+     }},
+    {";", hidesBesideLine("semicolon")},
+    {"'", hidesBesideLine("apostrophe")},
+    {"/", drawsWith("slash")},
+    {"Y", drawsWith("Y")},
+    {"J",
+     [](Viewer& viewer) {
+         viewer.expectChangeAnywhere([&] { viewer.press("J"); });
+         viewer.press("J");
      }},
     {"z", undoes("z")},
     {"Z", undoes("Z")},

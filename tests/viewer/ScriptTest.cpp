@@ -66,7 +66,6 @@ const BadScript kBadScripts[] = {
     {R"([{"op": "light", "from": "sun", "height": 91}])", "\"height\": expected a number above 0"},
     {R"([{"op": "pointSize", "pixels": 65}])", "\"pixels\": expected a whole number from 1 to 64"},
     {R"([{"op": "pointSize", "pixels": 2.5}])", "expected a whole number"},
-    {R"([{"op": "showClasses", "classes": []}])", "\"classes\": expected a list of classes"},
     {R"([{"op": "showClasses", "classes": [2, 256]}])",
      "\"classes\": expected a list of classes from 0 to 255"},
     {R"([{"op": "clip", "planes": [[1, 2, 3]]}])", "\"planes\": expected 4 numbers"},

@@ -318,8 +318,9 @@ bool Gui::key(const GUIEventAdapter& event)
     io.KeyShift = (modifiers & GUIEventAdapter::MODKEY_SHIFT) != 0;
     io.KeyAlt = (modifiers & GUIEventAdapter::MODKEY_ALT) != 0;
     const bool isDown = event.getEventType() == GUIEventAdapter::KEYDOWN;
-    // The keyboard is wanted by a question in the middle, too.
-    const bool isOurs = (io.WantTextInput || io.WantCaptureKeyboard) && !isFunctionKey(event.getKey());
+    // A question in the middle has the keyboard, too. WantCaptureKeyboard would not do: it tells of the frame
+    // before, where a click was not over yet.
+    const bool isOurs = (io.WantTextInput || ImGui::GetTopMostPopupModal()) && !isFunctionKey(event.getKey());
     if (!isOurs) return isDown && closeList(event.getKey());
     if (!isDown) return true;
     const unsigned letter = letterOf(event.getKey());

@@ -478,6 +478,8 @@ std::vector<std::string> EditKeys::panel() const
         "classes shown: " + formatClasses(_scene.shownClasses()) + "   (" + keyOf("showClasses") + ")"};
     if (_scene.editsUndrawn())
         lines.push_back("! EDITS POINTS THAT ARE NOT DRAWN TOO (" + keyOf("reach") + " ends that)");
+    if (_scene.editLimits().front)
+        lines.push_back("! EDITS THE FRONT SURFACE ALONE (" + keyOf("depth") + " ends that)");
     append(lines, hints());
     if (!_report.empty()) lines.push_back("");
     append(lines, _report);
