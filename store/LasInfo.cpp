@@ -3,6 +3,7 @@
 #include "store/PointTally.h"
 #include "store/io/ByteIo.h"
 #include "store/io/ParallelRun.h"
+#include "store/las/ExtraFields.h"
 #include "store/las/PointSource.h"
 #include "store/las/Projection.h"
 #include "store/las/RecordFormat.h"
@@ -47,28 +48,16 @@ const std::vector<uint8_t>* findRecord(const LasFile& file, const char* userId, 
     return nullptr;
 }
 
-/// Of the numbers 1 to 10, then of pairs and triples of them.
-std::string typeOfExtraBytes(unsigned type)
-{
-    constexpr unsigned kTypes = 10;
-    static const char* const names[kTypes] = {"uint8", "int8",   "uint16", "int16", "uint32",
-                                              "int32", "uint64", "int64",  "float", "double"};
-    if (type == 0 || type > 3 * kTypes) return "bytes";
-    const unsigned count = (type - 1) / kTypes + 1;
-    const std::string name = names[(type - 1) % kTypes];
-    return count == 1 ? name : name + "[" + std::to_string(count) + "]";
-}
-
 std::vector<LasInfo::ExtraBytes> extraBytesOf(const LasFile& file)
 {
-    constexpr size_t kDescription = 192; // bytes: 2 reserved, type, options, name, ...
-    constexpr size_t kNameSize = 32;
+    std::vector<ExtraField> fields;
+    for (const auto* const records : {&file.vlrs, &file.evlrs})
+        for (const LasVlr& vlr : *records)
+            if (vlr.userId == kSpec && vlr.recordId == kExtraBytesId)
+                addExtraFields(vlr.data.data(), vlr.data.size(), fields);
     std::vector<LasInfo::ExtraBytes> all;
-    const auto* const data = findRecord(file, kSpec, kExtraBytesId);
-    for (size_t at = 0; data && at + kDescription <= data->size(); at += kDescription) {
-        const uint8_t* const one = data->data() + at;
-        all.push_back({textOf(one + 4, kNameSize), typeOfExtraBytes(one[2])});
-    }
+    for (const ExtraField& field : fields)
+        all.push_back({field.name, field.typeName()});
     return all;
 }
 

@@ -3,18 +3,23 @@
 #include <VelOsgDBBrx/Export.h>
 #include <VelThreads/Mutex.h>
 
+#include <osg/BoundingBox>
 #include <osg/Camera>
 #include <osg/FrameBufferObject>
 #include <osg/Group>
 #include <osg/Matrixd>
 #include <osg/Texture2D>
 #include <osg/Vec3d>
+#include <osg/Vec3f>
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
 
 #include <array>
+#include <atomic>
+#include <bitset>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 class OctreeInfo;
 
@@ -42,6 +47,13 @@ struct StoredPoint
     bool hidden = false;
     uint16_t pointSource = 0;
     std::array<uint16_t, 3> color{}; ///< red, green, blue
+    uint64_t number = 0;             ///< of its record in the store, from 0
+    uint8_t userData = 0;
+    double scanAngle = 0; ///< degrees, in steps of 0.006
+    uint8_t scannerChannel = 0;
+    bool scansForward = false; ///< scan direction, from left to right
+    bool atEdgeOfLine = false;
+    std::optional<osg::Vec3f> normal; ///< where the store has normals
 };
 
 /// Finds the point of a store that a pick showed, with what floats on a graphics card round away; none when
@@ -49,6 +61,15 @@ struct StoredPoint
 /// records of the cells at that place: milliseconds. Takes the mutexes of the octree and of its point file,
 /// so it waits for edits.
 VEL_OSGDB_BRX_EXPORT std::optional<StoredPoint> storedPoint(const PickedPoint& point, OctreeInfo& octree);
+
+/// The points of some classes in a box of file coordinates, faces included, without hidden ones, and without
+/// their normals. Reads the records of all cells that the box touches, and takes the mutex of the point file
+/// cell by cell. Ends early, with some of the points, when there are `most` of them or `cancel` is set. Any
+/// thread may call it.
+VEL_OSGDB_BRX_EXPORT std::vector<StoredPoint> storedPointsIn(const osg::BoundingBoxd& box,
+                                                             const std::bitset<256>& classes,
+                                                             OctreeInfo& octree, size_t most,
+                                                             const std::atomic<bool>* cancel);
 
 /// The five colour targets that point programs write: colour, identifiers, times, fractional and integer
 /// parts of the position. A host whose camera draws into them can read back the point behind any of its
