@@ -32,7 +32,7 @@ set(layers
   "viewer/scene|viewer/display crs terminal headless lod loading registry render store store/io store/builder store/normals edit"
   "viewer/camera|viewer/display viewer/scene viewer/settings render"
   "viewer/edit|terminal store viewer/display viewer/scene session cull edit lod render"
-  "viewer/measure|terminal viewer/gui viewer/scene viewer/edit render"
+  "viewer/measure|terminal viewer/display viewer/gui viewer/scene viewer/edit render store"
   "viewer/operation|terminal viewer/camera viewer/display viewer/scene viewer/edit viewer/measure"
   "viewer/files|terminal viewer/scene viewer/edit viewer/settings store/export store"
   "viewer/gui|"

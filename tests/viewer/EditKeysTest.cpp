@@ -33,7 +33,7 @@ protected:
         shown.host.camera().getViewMatrixAsLookAt(eye, center, up);
         views.emplace(*shown.host.viewer, shown.scene, Look{eye, center, up});
         session.emplace(shown.scene, *shown.host.viewer);
-        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *views, *shown.overlay, classes);
+        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *views, *shown.overlay, classes, measuring);
         help = addHandlers(*shown.host.viewer, *keys, shown.scene, *views, *shown.overlay, false);
         shown.show();
     }
@@ -105,6 +105,7 @@ protected:
     std::optional<Views> views;
     std::optional<SceneEditing> session;
     ClassChoice classes;
+    Measuring measuring{shown.scene};
     osg::ref_ptr<EditKeys> keys;
     osg::ref_ptr<HelpKey> help;
 };

@@ -352,11 +352,20 @@ void picks(Viewer& viewer)
     const std::string printed = viewer.pick(place.x(), place.y());
     const std::regex line(
         R"((\d+)\.000  65432\d\d\.000  100\.000\tGPS time 0\.000000 s\tclass (\d) [a-z ]+, )"
-        "intensity 0, return 1 of 1, source 0\tcloud 1, .*/grid\\.brx\n");
+        "intensity 0, return 1 of 1, source 0\t.*\tpoint of file \\d+ of grid\\.las, format \\d\tcloud 1, .*/grid\\.brx\n");
     std::smatch found;
     ASSERT_TRUE(std::regex_match(printed, found, line)) << printed;
     EXPECT_EQ(std::stoi(found[2]), 2 + (std::stoi(found[1]) - 1234500) % 4) << printed;
     viewer.expectChangeAnywhere([&] { viewer.window->click(3, 3); });
+}
+
+/// What is done next is told until the measuring ends.
+Check measures(const std::string& key)
+{
+    return [key](Viewer& viewer) {
+        viewer.expectChangeAnywhere([&] { viewer.press(key); });
+        viewer.expectChangeAnywhere([&] { viewer.press("Escape"); });
+    };
 }
 
 /// Clicks go on to pick until something is drawn.
@@ -595,6 +604,9 @@ const std::map<std::string, Check> kChecks = {
          viewer.expectChangeAnywhere([&] { viewer.press("Tab"); });
          viewer.expectChangeAnywhere([&] { viewer.press("Tab"); });
      }},
+    {"F6", measures("F6")},
+    {"F7", measures("F7")},
+    {"F8", measures("F8")},
     {"h",
      [](Viewer& viewer) {
          viewer.expectChangeAnywhere([&] { viewer.press("h"); });

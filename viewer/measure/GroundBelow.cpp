@@ -71,6 +71,12 @@ std::optional<double> groundBelow(const osg::Vec3d& point, const std::bitset<256
     return std::nullopt;
 }
 
+std::bitset<256> groundClasses()
+{
+    constexpr unsigned kGround = 2;
+    return std::bitset<256>().set(kGround);
+}
+
 GroundSearch::~GroundSearch()
 {
     stop();
@@ -86,11 +92,9 @@ void GroundSearch::stop()
 void GroundSearch::start(const osg::Vec3d& point, const std::vector<osg::ref_ptr<OctreeInfo>>& stores,
                          double farthest)
 {
-    constexpr unsigned kGroundClass = 2;
     stop();
-    _answer = std::async(std::launch::async, [=] {
-        return groundBelow(point, std::bitset<256>().set(kGroundClass), stores, farthest, _cancel);
-    });
+    _answer = std::async(std::launch::async,
+                         [=] { return groundBelow(point, groundClasses(), stores, farthest, _cancel); });
 }
 
 bool GroundSearch::takeAnswer(std::optional<double>& ground)

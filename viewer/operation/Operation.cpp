@@ -69,6 +69,8 @@ std::string Parameter::expectation() const
         return vectorText(2, high);
     case POSITION:
         return vectorText(3, high);
+    case POSITIONS:
+        return "a list of at least " + plain(low) + " positions, 3 numbers each";
     case CLASSES:
         return "a list of classes from " + plain(low) + " to " + plain(high);
     case POLYGON:
@@ -112,6 +114,10 @@ bool Parameter::takes(const Value& value) const
     case POSITION: {
         const osg::Vec3d* const position = std::get_if<osg::Vec3d>(&value);
         return position && isWithin(std::vector{*position}, high);
+    }
+    case POSITIONS: {
+        const auto* const positions = std::get_if<std::vector<osg::Vec3d>>(&value);
+        return positions && static_cast<double>(positions->size()) >= low && isWithin(*positions, high);
     }
     case CLASSES: {
         const ClassSet* const classes = std::get_if<ClassSet>(&value);

@@ -7,6 +7,7 @@
 #include "viewer/edit/ClassList.h"
 #include "viewer/edit/Outline.h"
 #include "viewer/edit/SceneEditing.h"
+#include "viewer/measure/Measuring.h"
 #include "viewer/operation/Keys.h"
 #include "viewer/scene/CameraView.h"
 #include "viewer/scene/Scene.h"
@@ -23,27 +24,29 @@
 #include <vector>
 
 /// What a parameter can hold; `Parameter::Type` says which of them it does.
-using Value = std::variant<bool, int, double, std::string, osg::Vec2d, osg::Vec3d, ClassSet, Outline,
-                           std::vector<osg::Vec4d>, VelOsgDBBrx::PointSelection, VelOsgDBBrx::ValueRange>;
+using Value =
+    std::variant<bool, int, double, std::string, osg::Vec2d, osg::Vec3d, std::vector<osg::Vec3d>, ClassSet,
+                 Outline, std::vector<osg::Vec4d>, VelOsgDBBrx::PointSelection, VelOsgDBBrx::ValueRange>;
 
 /// One thing that an operation must know.
 struct Parameter
 {
     enum Type
     {
-        FLAG,     ///< bool
-        WHOLE,    ///< int from `low` to `high`
-        NUMBER,   ///< double above `low`, up to `high`
-        TEXT,     ///< std::string, not empty
-        CHOICE,   ///< std::string, one of `choices`
-        PLACE,    ///< osg::Vec2d, likewise
-        POSITION, ///< osg::Vec3d, no number beyond `high`
-        CLASSES,  ///< ClassSet, at least one or `canBeEmpty`, of `low` to `high`
-        POLYGON,  ///< Outline of `low` vertices or more, no number beyond `high`
-        LINE,     ///< likewise, open
-        PLANES,   ///< std::vector<osg::Vec4d>, at least one, no number beyond `high`
-        POINTS,   ///< VelOsgDBBrx::PointSelection
-        RANGE     ///< VelOsgDBBrx::ValueRange, the smaller number first
+        FLAG,      ///< bool
+        WHOLE,     ///< int from `low` to `high`
+        NUMBER,    ///< double above `low`, up to `high`
+        TEXT,      ///< std::string, not empty
+        CHOICE,    ///< std::string, one of `choices`
+        PLACE,     ///< osg::Vec2d, likewise
+        POSITION,  ///< osg::Vec3d, no number beyond `high`
+        POSITIONS, ///< std::vector<osg::Vec3d>, at least `low`, no number beyond `high`
+        CLASSES,   ///< ClassSet, at least one or `canBeEmpty`, of `low` to `high`
+        POLYGON,   ///< Outline of `low` vertices or more, no number beyond `high`
+        LINE,      ///< likewise, open
+        PLANES,    ///< std::vector<osg::Vec4d>, at least one, no number beyond `high`
+        POINTS,    ///< VelOsgDBBrx::PointSelection
+        RANGE      ///< VelOsgDBBrx::ValueRange, the smaller number first
     };
 
     std::string name;
@@ -142,6 +145,9 @@ struct Stage
     /// Does what a person asked for with a widget, after the question that it may take, and tells them what
     /// comes of it. Null in scripts and pictures, where nobody clicks.
     std::function<void(const Request&)> act = nullptr;
+
+    /// What is measured; null in pictures that no script draws.
+    Measuring* measuring = nullptr;
 };
 
 /// What came of beginning an operation.

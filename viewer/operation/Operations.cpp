@@ -3,6 +3,7 @@
 #include "viewer/operation/CameraOperations.h"
 #include "viewer/operation/EditOperations.h"
 #include "viewer/operation/LookOperations.h"
+#include "viewer/operation/MeasureOperations.h"
 #include "viewer/operation/ParameterKinds.h"
 #include "viewer/operation/SectionOperations.h"
 
@@ -24,8 +25,8 @@ const std::vector<Operation>& operations()
 {
     static const std::vector<Operation> all = [] {
         std::vector<Operation> table = lookOperations();
-        for (const std::vector<Operation>& more :
-             {cameraOperations(), sectionOperations(), editOperations(), scriptOperations()})
+        for (const std::vector<Operation>& more : {cameraOperations(), sectionOperations(), editOperations(),
+                                                   measureOperations(), scriptOperations()})
             table.insert(table.end(), more.begin(), more.end());
         return table;
     }();

@@ -47,6 +47,11 @@ inline Parameter position(const char* name)
     return {name, Parameter::POSITION, 0, kLargest, "world coordinates"};
 }
 
+inline Parameter positions(const char* name)
+{
+    return {name, Parameter::POSITIONS, 1, kLargest, "world coordinates"};
+}
+
 /// Up to the code `high`.
 inline Parameter classes(const char* name, int high)
 {

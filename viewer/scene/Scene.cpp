@@ -409,26 +409,6 @@ void Scene::setPointSize(int pixels)
     PointCloudHelper::setPointSize(_root, _pointSize);
 }
 
-std::vector<std::string> Scene::describe(const VelOsgDBBrx::PickedPoint& point) const
-{
-    const Cloud* const cloud = findCloud(point.cloudId);
-    if (!cloud) return {};
-    OctreeInfo& octree = cloud->octree();
-    const auto stored = VelOsgDBBrx::storedPoint(point, octree);
-    if (!stored) return {};
-    std::string position;
-    for (int axis = 0; axis < 3; ++axis)
-        position += (axis ? "  " : "") + coordinate(stored->position[axis], octree.scale[axis]);
-    char time[512];
-    std::snprintf(time, sizeof time, "GPS time %.6f s", stored->gpsTime);
-    char attributes[128];
-    std::snprintf(attributes, sizeof attributes, "class %s, intensity %u, return %u of %u, source %u",
-                  classText(stored->classCode).c_str(), unsigned(stored->intensity),
-                  unsigned(stored->returnNumber), unsigned(stored->numberOfReturns),
-                  unsigned(stored->pointSource));
-    return {position, time, attributes, "cloud " + std::to_string(point.cloudId) + ", " + cloud->store};
-}
-
 double Scene::meanPointDistance() const
 {
     uint64_t points = 0;

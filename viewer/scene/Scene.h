@@ -13,7 +13,6 @@
 #include <VelBrx/StoreStatistics.h>
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/OpenCloud.h>
-#include <VelOsgDBBrx/PointPicker.h>
 
 #include <osg/BoundingBox>
 #include <osg/Group>
@@ -216,10 +215,6 @@ public:
     /// Clamped to what `--point-size` takes.
     void setPointSize(int pixels);
     int pointSize() const { return _pointSize; }
-
-    /// Lines that tell people of a picked point, with the coordinates as its store holds them; empty for a
-    /// point of none of these clouds.
-    std::vector<std::string> describe(const VelOsgDBBrx::PickedPoint& point) const;
 
 private:
     ColorMode modeOf(const Cloud& cloud) const;

@@ -6,6 +6,8 @@ Units::Units(const std::optional<CoordinateSystem>& of)
     level = of->horizontalUnit().symbol;
     isGeographic = of->isGeographic();
     system = of->name() + (of->code().empty() ? "" : " (" + of->code() + ")");
+    constexpr double kEarthRadius = 6371000;
+    metres = of->horizontalUnit().size * (isGeographic ? kEarthRadius : 1);
     const auto& vertical = of->verticalUnit();
     if (!vertical) return;
     height = vertical->symbol;

@@ -143,6 +143,8 @@ Status readMember(const Parameter& parameter, const std::string& member, const j
         status = readPoints(member, value, read);
     else if (parameter.type == Parameter::PLANES)
         status = readList<osg::Vec4d, std::vector<osg::Vec4d>>(parameter, member, value, read);
+    else if (parameter.type == Parameter::POSITIONS)
+        status = readList<osg::Vec3d, std::vector<osg::Vec3d>>(parameter, member, value, read);
     else if (parameter.isOutline() && member != parameter.name)
         status = readList<osg::Vec3d, Outline>(parameter, member, value, read);
     else if (parameter.isOutline())

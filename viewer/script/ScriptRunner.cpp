@@ -3,6 +3,7 @@
 #include "terminal/EndSignals.h"
 #include "terminal/Text.h"
 #include "viewer/edit/EditText.h"
+#include "viewer/operation/MeasureOperations.h"
 #include "viewer/picture/PictureView.h"
 
 #include <VelBrx/PointCounts.h>
@@ -65,6 +66,7 @@ public:
         Stage stage{_scene, *_editing,
                     [this](const CameraView& view, const std::optional<Lens>& lens) { look(view, lens); }};
         stage.section = this;
+        stage.measuring = &_measuring;
         const Begun begun = ::carryOut(request, stage);
         if (begun.state == Begun::BUSY) return Status::failure("another operation is running");
         std::optional<VelOsgDBBrx::EditOutcome> outcome;
@@ -89,10 +91,10 @@ private:
     /// Those that are a matter of how scripts run.
     static const std::map<std::string, Own>& ownOperations()
     {
-        static const std::map<std::string, Own> own = {{"window", &Runner::keepWindow},
-                                                       {"settle", &Runner::settle},
-                                                       {"render", &Runner::render},
-                                                       {"report", &Runner::report}};
+        static const std::map<std::string, Own> own = {
+            {"window", &Runner::keepWindow}, {"settle", &Runner::settle},
+            {"render", &Runner::render},     {"report", &Runner::report},
+            {"measure", &Runner::measure},   {"measuresCsv", &Runner::writeMeasurements}};
         return own;
     }
 
@@ -185,6 +187,24 @@ private:
         return Status();
     }
 
+    Status measure(const Request& request)
+    {
+        const Measurements::Entry& entry = _measuring.addNow(measurementOf(request));
+        (*_line)["number"] = entry.number;
+        (*_line)["kind"] = nameOf(entry.measurement.kind);
+        for (const Figure& figure : entry.figures)
+            (*_line)["figures"][figure.name] = {{"value", figure.value}, {"unit", figure.unit}};
+        if (!entry.remark.empty()) (*_line)["message"] = entry.remark;
+        return Status();
+    }
+
+    Status writeMeasurements(const Request& request)
+    {
+        const auto& file = request.get<std::string>("file");
+        (*_line)["file"] = file;
+        return _measuring.list().writeCsv(file, _options.force || request.get<bool>("replace"));
+    }
+
     ordered_json stepsJson() const
     {
         auto steps = ordered_json::array();
@@ -237,8 +257,9 @@ private:
     const std::atomic<bool>& _cancel;
     PictureView _view;
     std::optional<SceneEditing> _editing;
-    std::optional<SectionFrame> _section;    ///< that the picture shows
-    bool _orthographic = false;              ///< the picture
+    std::optional<SectionFrame> _section; ///< that the picture shows
+    bool _orthographic = false;           ///< the picture
+    Measuring _measuring{_scene};
     std::optional<unsigned> _legendRevision; ///< of the scene, as the picture has it
     ordered_json* _line = nullptr;           ///< of the operation at hand
 };

@@ -66,9 +66,9 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 } // namespace
 
 EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Views& views,
-                   Overlay& overlay, ClassChoice& classes)
+                   Overlay& overlay, ClassChoice& classes, Measuring& measuring)
     : _session(session), _scene(scene), _viewer(viewer), _views(views), _classes(classes),
-      _stage(windowStage(scene, session, views)), _overlay(&overlay), _tools(scene, views),
+      _stage(windowStage(scene, session, views, measuring)), _overlay(&overlay), _tools(scene, views),
       _painting(requestOf(*findKey(kPaintKey, Key::EDITING), scene))
 {
 }

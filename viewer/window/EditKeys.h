@@ -34,9 +34,10 @@
 class EditKeys : public osgGA::GUIEventHandler
 {
 public:
-    /// `session`, `scene`, `viewer`, `views` and `classes` must outlive the frames; the overlay is held.
+    /// `session`, `scene`, `viewer`, `views`, `classes` and `measuring` must outlive the frames; the overlay
+    /// is held.
     EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Views& views, Overlay& overlay,
-             ClassChoice& classes);
+             ClassChoice& classes, Measuring& measuring);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     void getUsage(osg::ApplicationUsage& usage) const override;

@@ -1,55 +1,66 @@
 #include "viewer/window/PickHandler.h"
 
-#include <cmath>
 #include <cstdio>
 
-namespace {
-
-constexpr float kClickPixels = 3; ///< a hand is not still
-
-}
-
-PickHandler::PickHandler(Scene& scene, const Views& views, Overlay& overlay)
-    : _scene(scene), _views(views), _overlay(&overlay), _picker(new VelOsgDBBrx::PointPicker(scene.root()))
+PickHandler::PickHandler(Scene& scene, const Views& views, Overlay& overlay, Measuring& measuring)
+    : _scene(scene), _views(views), _overlay(&overlay), _measuring(measuring),
+      _picker(new VelOsgDBBrx::PointPicker(scene.root()))
 {
     scene.root()->addChild(_picker);
 }
 
 bool PickHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
-    switch (event.getEventType()) {
-    case osgGA::GUIEventAdapter::PUSH:
-        _press.reset();
-        if (!event.getHandled()) _press = osg::Vec2(event.getX(), event.getY());
-        break;
-    case osgGA::GUIEventAdapter::RELEASE:
-        if (event.getButton() == osgGA::GUIEventAdapter::LEFT_MOUSE_BUTTON && !event.getHandled() && _press &&
-            std::abs(event.getX() - _press->x()) <= kClickPixels &&
-            std::abs(event.getY() - _press->y()) <= kClickPixels) {
-            ask(event, action);
-        }
-        _press.reset();
-        break;
-    case osgGA::GUIEventAdapter::FRAME:
-        showAnswer();
-        break;
-    default:
-        break;
+    if (_click.isCompletedBy(event)) {
+        // Each click measures; of those that only show a point the last one counts.
+        if (!_measuring.kind()) _clicks.clear();
+        _clicks.emplace_back(event.getX(), event.getY());
+        if (_clicks.size() == 1) askNext(action);
+    }
+    if (event.getEventType() == osgGA::GUIEventAdapter::FRAME) {
+        takeAnswer(action);
+        showHint();
     }
     return false;
 }
 
-void PickHandler::ask(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+void PickHandler::askNext(osgGA::GUIActionAdapter& action)
 {
-    const Sight sight = _views.under(event.getX(), event.getY());
-    if (_picker->request(*sight.camera, event.getX(), event.getY())) action.requestRedraw();
+    while (!_clicks.empty()) {
+        const osg::Vec2& place = _clicks.front();
+        const Sight sight = _views.under(place.x(), place.y());
+        if (_picker->request(*sight.camera, place.x(), place.y())) break;
+        _clicks.pop_front();
+    }
+    if (!_clicks.empty()) action.requestRedraw();
 }
 
-void PickHandler::showAnswer()
+void PickHandler::takeAnswer(osgGA::GUIActionAdapter& action)
 {
     std::optional<VelOsgDBBrx::PickedPoint> point;
     if (!_picker->takeAnswer(point)) return;
-    const std::vector<std::string> lines = point ? _scene.describe(*point) : std::vector<std::string>();
+    if (!_clicks.empty()) _clicks.pop_front();
+    const std::optional<PointFacts> facts = point ? factsOf(*point, _scene) : std::nullopt;
+    if (!_measuring.kind())
+        show(facts);
+    else if (facts)
+        _measuring.addPoint(facts->position);
+    askNext(action);
+    action.requestRedraw();
+}
+
+void PickHandler::showHint()
+{
+    const std::string hint = _measuring.hint();
+    if (hint == _hint) return;
+    _hint = hint;
+    _overlay->setLines(hint.empty() ? std::vector<std::string>() : std::vector<std::string>{hint});
+}
+
+void PickHandler::show(const std::optional<PointFacts>& facts)
+{
+    _measuring.setPicked(facts);
+    const std::vector<std::string> lines = facts ? facts->lines() : std::vector<std::string>();
     _overlay->setLines(lines);
     for (size_t i = 0; i < lines.size(); ++i)
         std::printf(i ? "\t%s" : "%s", lines[i].c_str());

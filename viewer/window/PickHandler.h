@@ -1,6 +1,7 @@
 #pragma once
 
-#include "viewer/scene/Scene.h"
+#include "viewer/measure/Measuring.h"
+#include "viewer/window/Click.h"
 #include "viewer/window/Overlay.h"
 #include "viewer/window/Views.h"
 
@@ -8,26 +9,37 @@
 #include <osg/Vec2>
 #include <osgGA/GUIEventHandler>
 
-#include <optional>
+#include <deque>
+#include <string>
 
-/// Shows the point that the user clicks: in the overlay and as a line on stdout, its parts separated by tabs.
-/// A press that turns into a drag is the camera's.
+/// Finds the points that the user clicks. While something is measured they are what is measured; otherwise
+/// the point is shown: in the overlay, as a line on stdout, its parts separated by tabs, and to whoever asks
+/// for the last one. A press that turns into a drag is the camera's.
+///
+/// Threads: the viewer's.
 class PickHandler : public osgGA::GUIEventHandler
 {
 public:
-    /// Puts the picker into `scene`, which, like `views`, must outlive this handler; the overlay is held.
-    PickHandler(Scene& scene, const Views& views, Overlay& overlay);
+    /// Puts the picker into `scene`, which, like `views` and `measuring`, must outlive this handler; the
+    /// overlay is held.
+    PickHandler(Scene& scene, const Views& views, Overlay& overlay, Measuring& measuring);
 
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
+    using osgGA::GUIEventHandler::handle;
     void getUsage(osg::ApplicationUsage& usage) const override;
 
 private:
-    void ask(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
-    void showAnswer();
+    void askNext(osgGA::GUIActionAdapter& action);
+    void takeAnswer(osgGA::GUIActionAdapter& action);
+    void showHint();
+    void show(const std::optional<PointFacts>& facts);
 
     Scene& _scene;
     const Views& _views;
     const osg::ref_ptr<Overlay> _overlay;
+    Measuring& _measuring;
     const osg::ref_ptr<VelOsgDBBrx::PointPicker> _picker;
-    std::optional<osg::Vec2> _press; ///< where the button went down, unless another handler took that
+    Click _click{osgGA::GUIEventAdapter::LEFT_MOUSE_BUTTON};
+    std::string _hint;             ///< of measuring, as the overlay shows it
+    std::deque<osg::Vec2> _clicks; ///< that have no answer yet; the first is asked for
 };

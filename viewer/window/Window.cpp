@@ -5,9 +5,11 @@
 #include "viewer/edit/SceneEditing.h"
 #include "viewer/gui/Density.h"
 #include "viewer/gui/Gui.h"
+#include "viewer/measure/MeasureMarks.h"
 #include "viewer/panel/ClassesSection.h"
 #include "viewer/panel/HistorySection.h"
 #include "viewer/panel/LookSection.h"
+#include "viewer/panel/MeasureSection.h"
 #include "viewer/panel/Panel.h"
 #include "viewer/panel/SectionSection.h"
 #include "viewer/panel/StatusLine.h"
@@ -21,6 +23,7 @@
 #include "viewer/window/EditKeys.h"
 #include "viewer/window/FullScreenKey.h"
 #include "viewer/window/HelpKey.h"
+#include "viewer/window/MeasureKeys.h"
 #include "viewer/window/MoveLevel.h"
 #include "viewer/window/Notices.h"
 #include "viewer/window/Overlay.h"
@@ -183,7 +186,7 @@ void drawFrame(osgViewer::Viewer& viewer, Gui& gui, Views& views, const Scene& s
 /// Draws while something changes; a still picture costs next to nothing.
 void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, MoveLevel& moveLevel, Gui& gui,
                    StatusLine& status, Views& views, const Scene& scene, const SceneEditing& editing,
-                   EditKeys& editKeys, WindowFiles& files)
+                   EditKeys& editKeys, MeasureKeys& measureKeys, WindowFiles& files)
 {
     // A camera is known to paging one frame after it was drawn.
     constexpr int kFramesAfterAChange = 3;
@@ -193,7 +196,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
     for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
         gui.serveClipboard();
         if (takeCloseRequests(viewer)) editKeys.askToClose();
-        if (editKeys.hasNews() || gui.wantsFrame()) viewer.requestRedraw();
+        if (editKeys.hasNews() || measureKeys.hasNews() || gui.wantsFrame()) viewer.requestRedraw();
         files.update(quietFrames == kFramesAfterAChange && services.isSettled());
         if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
         if (quietFrames == kFramesAfterAChange) {
@@ -227,12 +230,17 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
     };
     add("Edit", &editKeys);
     add("Show", new DisplayKeys(editKeys.stage(), overlay, showLegend));
-    add("Show", new PickHandler(scene, views, overlay));
+    add("Show", new PickHandler(scene, views, overlay, *editKeys.stage().measuring));
     add("Camera", new SectionMouse(views));
     help->add("Camera", views.manipulator());
     add("Window", help);
     add("Window", new ScreenshotKey(*viewer.getCamera()));
     add("Window", new FullScreenKey);
+    help->add({"Measure",
+               {{"Left click", "Take the point under the mouse, while measuring"},
+                {"Right click / Enter", "Complete the line or the area; once more: end"},
+                {"Backspace", "Drop the last point"},
+                {"Escape", "End measuring"}}});
     help->add({"Window",
                {{"Tab", "Panel on / off"},
                 {"U", "The history of edits, in the panel"},
@@ -296,7 +304,12 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     views.manipulator().start(Pose(firstLook(scene, options.view, aspect), Lens()));
     SceneEditing editing(scene, viewer, options.author);
     ClassChoice classes;
-    const osg::ref_ptr<EditKeys> editKeys = new EditKeys(editing, scene, viewer, views, *overlay, classes);
+    Measuring measuring(scene);
+    const osg::ref_ptr<MeasureKeys> measureKeys = new MeasureKeys(measuring);
+    viewer.addEventHandler(measureKeys);
+    gui->add([&, gui = gui.get()] { drawMeasureMarks(measuring, views.all(), gui->unit()); });
+    const osg::ref_ptr<EditKeys> editKeys =
+        new EditKeys(editing, scene, viewer, views, *overlay, classes, measuring);
     const osg::ref_ptr<HelpKey> help = addHandlers(viewer, *editKeys, scene, views, *overlay, options.legend);
     const osg::ref_ptr<ClipBoxHandles> clipBox = new ClipBoxHandles(editKeys->stage(), views);
     addBehind(viewer, *editKeys, *clipBox);
@@ -338,6 +351,8 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     SurfaceSection surfaceSection(stage);
     panel->add(
         "Surface", [&] { surfaceSection.draw(); }, false);
+    MeasureSection measureSection(stage);
+    panel->add("Measure", [&] { measureSection.draw(); });
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     const ContextServices services(contexts.front(), options.budget);
@@ -349,7 +364,8 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     }
     for (const std::string& warning : options.warnings)
         editKeys->warn(warning);
-    drawUntilDone(viewer, services, moveLevel, *gui, *status, views, scene, editing, *editKeys, *files);
+    drawUntilDone(viewer, services, moveLevel, *gui, *status, views, scene, editing, *editKeys, *measureKeys,
+                  *files);
     viewer.stopThreading();
     keepSize(viewer, settings);
     if (options.panel) panel->keep(settings);

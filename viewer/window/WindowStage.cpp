@@ -19,7 +19,7 @@ void lookFrom(const CameraView& wanted, const std::optional<Lens>& given, const 
 
 } // namespace
 
-Stage windowStage(Scene& scene, SceneEditing& editing, Views& views)
+Stage windowStage(Scene& scene, SceneEditing& editing, Views& views, Measuring& measuring)
 {
     return {scene,
             editing,
@@ -28,5 +28,7 @@ Stage windowStage(Scene& scene, SceneEditing& editing, Views& views)
             },
             &views.manipulator(),
             &views,
-            views.savedViews()};
+            views.savedViews(),
+            nullptr,
+            &measuring};
 }

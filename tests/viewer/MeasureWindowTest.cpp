@@ -1,0 +1,119 @@
+// Measuring in the program's own window, with keys and mouse, as docs/measuring.md says.
+
+#include "tests/support/BuildStore.h"
+#include "tests/support/HeadlessViewer.h"
+#include "tests/support/ProgramWindow.h"
+#include "tests/support/TestSurvey.h"
+
+#include <gtest/gtest.h>
+#include <osg/Vec2i>
+#include <osg/Vec3d>
+
+#include <cstdio>
+#include <optional>
+
+namespace {
+
+constexpr int kWidth = 700;
+constexpr int kHeight = 500;
+
+/// 20 x 20 points a metre apart, seen from above.
+class MeasureWindow : public testing::Test
+{
+protected:
+    MeasureWindow()
+    {
+        TestSurvey survey;
+        survey.side = 20;
+        survey.classes = 4;
+        EXPECT_TRUE(survey.write(folder.file("grid.las")));
+        buildStoreOf(folder.file("grid.las"), store);
+        window.emplace(std::vector<std::string>{BRXVIEW, "--no-panel", "--view", "top", "--point-size", "6",
+                                                "--window", "20", "20", std::to_string(kWidth),
+                                                std::to_string(kHeight), store},
+                       folder.path().string());
+        window->stillPicture();
+    }
+
+    /// What the program prints after `act`.
+    template <class Act>
+    std::string printed(Act act)
+    {
+        const size_t before = window->program().out().size();
+        act();
+        EXPECT_TRUE(eventually([&] { return window->program().out().size() > before; }));
+        return window->program().out().substr(before);
+    }
+
+    /// Clicks about a place until a point is there; where it is, and its coordinates.
+    std::pair<osg::Vec2i, osg::Vec3d> findPoint(int x, int y)
+    {
+        const osg::ref_ptr<osg::Image> picture = window->stillPicture();
+        const osg::Vec3ub background = pixel(*picture, 3, kHeight / 2);
+        while (pixel(*picture, x, y) == background)
+            ++x;
+        x += 2; // away from its edge
+        const std::string line = printed([&] { window->click(x, y); });
+        osg::Vec3d place;
+        EXPECT_EQ(std::sscanf(line.c_str(), "%lf %lf %lf", &place[0], &place[1], &place[2]), 3) << line;
+        return {osg::Vec2i(x, y), place};
+    }
+
+    void click(const osg::Vec2i& at, int button = 1) { window->click(at.x(), at.y(), button); }
+
+    /// The first two figures of a line such as "1 distance: length 3.000, level 3.000, height 0.000".
+    static osg::Vec2d figures(const std::string& line)
+    {
+        osg::Vec2d values(-1, -1);
+        EXPECT_EQ(std::sscanf(line.c_str(), "%*d %*[a-z]: %*[a-z] %lf, %*[a-z] %lf", &values[0], &values[1]),
+                  2)
+            << line;
+        return values;
+    }
+
+    const TempFolder folder;
+    const std::string store = folder.file("grid.brx");
+    std::optional<ProgramWindow> window;
+};
+
+} // namespace
+
+TEST_F(MeasureWindow, ClicksOnPointsBecomeLinesAndAreas)
+{
+    const auto [pixelA, a] = findPoint(240, 180);
+    const auto [pixelB, b] = findPoint(400, 190);
+    const auto [pixelC, c] = findPoint(380, 320);
+    ASSERT_GT((b - a).length(), 1);
+    ASSERT_GT(std::abs(((b - a) ^ (c - a)).z()), 1);
+
+    window->press("F6");
+    for (const osg::Vec2i& place : {pixelA, pixelC, pixelB})
+        click(place);
+    window->stillPicture();
+    window->press("BackSpace"); // the last one was a mistake
+    click(osg::Vec2i(3, 3));    // beside all points
+    const std::string line = printed([&] { window->press("Return"); });
+    EXPECT_EQ(line.rfind("1 distance: ", 0), 0u) << "no point is shown while it is measured: " << line;
+    EXPECT_NEAR(figures(line)[0], (c - a).length(), 1e-3);
+    EXPECT_NEAR(figures(line)[1], std::hypot(c.x() - a.x(), c.y() - a.y()), 1e-3);
+
+    window->press("F7");
+    const osg::ref_ptr<osg::Image> before = window->stillPicture();
+    for (const osg::Vec2i& place : {pixelA, pixelB, pixelC})
+        click(place);
+    EXPECT_TRUE(eventually([&] { return !samePixels(*window->picture(), *before); })) << "marks are drawn";
+    window->stillPicture();
+    const std::string area = printed([&] { click(osg::Vec2i(400, 300), 3); });
+    EXPECT_EQ(area.rfind("2 area: ", 0), 0u) << area;
+    EXPECT_NEAR(figures(area)[0], std::abs(((b - a) ^ (c - a)).z()) / 2, 1e-3);
+
+    // Escape ends the measuring: points are shown again, and what was measured stays.
+    click(pixelA);
+    window->stillPicture();
+    window->press("Escape");
+    const auto [pixelAgain, again] = findPoint(240, 180);
+    EXPECT_EQ(again, a);
+    window->press("F6");
+    window->press("Return"); // nothing begun: this ends it, too
+    EXPECT_NE(printed([&] { click(pixelB); }).find("cloud 1"), std::string::npos);
+}

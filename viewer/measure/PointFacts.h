@@ -1,0 +1,33 @@
+#pragma once
+
+#include "viewer/scene/Scene.h"
+
+#include <VelOsgDBBrx/PointPicker.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// All that a store has of a point.
+struct PointFacts
+{
+    osg::Vec3d position; ///< world coordinates, to the last digit
+    std::string place;   ///< for people: x, y and z as the store holds them, and their unit
+
+    using Attribute = std::pair<std::string, std::string>; ///< name and value
+    std::vector<Attribute> main;                           ///< class, intensity, return, source
+    std::vector<Attribute> more; ///< the record's others, then what its source file had
+    std::string time;            ///< of GPS, seconds
+    std::string cloud;           ///< number and store
+    std::string problem;         ///< why what its source had cannot be told
+
+    /// A line of each, a tab between name and value, for the clipboard.
+    std::string text() const;
+
+    /// For the picture, in few lines.
+    std::vector<std::string> lines() const;
+};
+
+/// Empty for a point of none of the clouds. Reads records: milliseconds.
+std::optional<PointFacts> factsOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene);
