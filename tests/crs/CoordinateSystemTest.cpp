@@ -92,7 +92,7 @@ TEST(CoordinateSystem, IsKnownByWktKeysAndCodeAlike)
                                                            {3080, 34736, 0},
                                                            {3082, 34736, 1},
                                                            {3092, 34736, 2}},
-                                                          {9, 500000.00000001, 0.9996}));
+                                                          {9, 500000.00008, 0.9996}));
     for (const CoordinateSystem& same : {plain, bound, keys, userDefined})
         EXPECT_TRUE(named.isSameAs(same) && same.isSameAs(named)) << same.description();
 
@@ -125,6 +125,8 @@ TEST(CoordinateSystem, TellsUnitsOfPlaceAndHeight)
     EXPECT_NEAR(feet.horizontalUnit().size, kSurveyFoot, 1e-12);
     EXPECT_DOUBLE_EQ(feet.verticalUnit()->size, 1.0);
     EXPECT_FALSE(feet.isSameAs(systemOf("EPSG:26995")));
+    EXPECT_FALSE(
+        feet.isSameAs(systemOf(geoKeys({{1024, 0, 1}, {3072, 0, 26995}, {3076, 0, 9003}, {4099, 0, 9003}}))));
 
     const CoordinateSystem degrees = systemOf(geoKeys({{1024, 0, 2}, {2048, 0, 4326}}));
     EXPECT_TRUE(degrees.isGeographic());

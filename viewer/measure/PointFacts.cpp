@@ -113,6 +113,14 @@ std::vector<std::string> PointFacts::lines() const
     return lines;
 }
 
+std::string placeOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene)
+{
+    const Scene::Cloud* const cloud = scene.findCloud(point.cloudId);
+    if (!cloud) return {};
+    const auto stored = VelOsgDBBrx::storedPoint(point, cloud->octree());
+    return stored ? placeText(stored->position, cloud->octree(), Units(cloud->system)) : std::string();
+}
+
 std::optional<PointFacts> factsOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene)
 {
     const Scene::Cloud* const cloud = scene.findCloud(point.cloudId);

@@ -29,5 +29,9 @@ struct PointFacts
     std::vector<std::string> lines() const;
 };
 
+/// Coordinates for people, as the store holds them, with their unit; empty for a point of none of the clouds.
+/// Reads records: milliseconds.
+std::string placeOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene);
+
 /// Empty for a point of none of the clouds. Reads records: milliseconds.
 std::optional<PointFacts> factsOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene);

@@ -1,6 +1,7 @@
 #include "viewer/panel/StatusLine.h"
 
 #include "terminal/Text.h"
+#include "viewer/measure/PointFacts.h"
 
 #include <imgui.h>
 
@@ -87,8 +88,7 @@ void StatusLine::ask(osgGA::GUIActionAdapter& action, double time)
 {
     std::optional<VelOsgDBBrx::PickedPoint> point;
     if (_picker->takeAnswer(point)) {
-        const std::vector<std::string> lines = point ? _scene.describe(*point) : std::vector<std::string>();
-        _place = lines.empty() ? "" : lines.front();
+        _place = point ? placeOf(*point, _scene) : std::string();
         action.requestRedraw();
     }
     if (!_mouse || time - _restTime < kRest) return;
