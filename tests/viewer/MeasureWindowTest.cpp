@@ -16,6 +16,7 @@ namespace {
 
 constexpr int kWidth = 700;
 constexpr int kHeight = 500;
+constexpr int kReach = 60; ///< pixels in which a point is looked for; more than points are apart
 
 /// 20 x 20 points a metre apart, seen from above.
 class MeasureWindow : public testing::Test
@@ -45,14 +46,20 @@ protected:
         return window->program().out().substr(before);
     }
 
-    /// Clicks about a place until a point is there; where it is, and its coordinates.
+    /// Clicks on the point that is seen next to a place, up and to the right; where it is, and its
+    /// coordinates.
     std::pair<osg::Vec2i, osg::Vec3d> findPoint(int x, int y)
     {
         const osg::ref_ptr<osg::Image> picture = window->stillPicture();
         const osg::Vec3ub background = pixel(*picture, 3, kHeight / 2);
-        while (pixel(*picture, x, y) == background)
-            ++x;
-        x += 2; // away from its edge
+        const auto isPoint = [&](int step) {
+            return pixel(*picture, x + step % kReach, y + step / kReach) != background;
+        };
+        int step = 0;
+        while (step + 1 < kReach * kReach && !isPoint(step))
+            ++step;
+        x += step % kReach + 2; // away from its edge
+        y += step / kReach;
         const std::string line = printed([&] { window->click(x, y); });
         osg::Vec3d place;
         EXPECT_EQ(std::sscanf(line.c_str(), "%lf %lf %lf", &place[0], &place[1], &place[2]), 3) << line;

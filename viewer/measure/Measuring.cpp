@@ -4,6 +4,20 @@ void Measuring::begin(MeasureKind kind)
 {
     _kind = kind;
     _points.clear();
+    _inputs.clear();
+}
+
+const Measuring::Input* Measuring::nextClick()
+{
+    while (!_inputs.empty() && _inputs.front().what != Input::CLICK) {
+        const bool finishes = _inputs.front().what == Input::FINISH;
+        _inputs.pop_front();
+        if (finishes)
+            finish();
+        else
+            dropLastPoint();
+    }
+    return _inputs.empty() ? nullptr : &_inputs.front();
 }
 
 std::string Measuring::hint() const
@@ -45,6 +59,7 @@ void Measuring::end()
 {
     _kind.reset();
     _points.clear();
+    _inputs.clear();
 }
 
 void Measuring::add(MeasureKind kind, const std::vector<osg::Vec3d>& points)

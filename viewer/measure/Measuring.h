@@ -5,6 +5,9 @@
 #include "viewer/measure/PointFacts.h"
 #include "viewer/scene/Scene.h"
 
+#include <osg/Vec2>
+
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -41,6 +44,27 @@ public:
     /// The measurement at hand; without points before the first.
     const std::vector<osg::Vec3d>& points() const { return _points; }
 
+    /// What the user did, in its order: points take frames to be found, and what comes after a click counts
+    /// when its point is there.
+    struct Input
+    {
+        enum What
+        {
+            CLICK,
+            FINISH,
+            DROP_LAST
+        };
+        What what = CLICK;
+        osg::Vec2 place; ///< of a click, pixels of the window, y up
+    };
+
+    void add(const Input& input) { _inputs.push_back(input); }
+
+    /// Does what comes before the next click. That click, whose point is to be picked, stays the next one
+    /// until `takeClick`; null where there is none.
+    const Input* nextClick();
+    void takeClick() { _inputs.pop_front(); }
+
     /// What to do next, a line for people; empty while nobody measures.
     std::string hint() const;
 
@@ -75,6 +99,7 @@ private:
     std::optional<PointFacts> _picked;
     std::optional<MeasureKind> _kind;
     std::vector<osg::Vec3d> _points;
+    std::deque<Input> _inputs;
     GroundSearch _search;
     std::vector<osg::Vec3d> _waiting; ///< for their height above the ground; the first is searched for
 };

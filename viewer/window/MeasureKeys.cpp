@@ -10,7 +10,7 @@ bool MeasureKeys::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& 
     const bool isClick = _click.isCompletedBy(event);
     if (!_measuring.kind() || event.getHandled()) return false;
     const bool isKey = event.getEventType() == GUIEventAdapter::KEYDOWN && press(event.getKey());
-    if (isClick) _measuring.finish();
+    if (isClick) _measuring.add({Measuring::Input::FINISH, {}});
     // The line to the mouse follows it.
     const bool isFollowed = event.getEventType() == GUIEventAdapter::MOVE && !_measuring.points().empty();
     if (isKey || isClick || isFollowed) action.requestRedraw();
@@ -32,10 +32,10 @@ bool MeasureKeys::press(int key)
     switch (key) {
     case GUIEventAdapter::KEY_Return:
     case GUIEventAdapter::KEY_KP_Enter:
-        _measuring.finish();
+        _measuring.add({Measuring::Input::FINISH, {}});
         return true;
     case GUIEventAdapter::KEY_BackSpace:
-        _measuring.dropLastPoint();
+        _measuring.add({Measuring::Input::DROP_LAST, {}});
         return true;
     case GUIEventAdapter::KEY_Escape:
         _measuring.end();

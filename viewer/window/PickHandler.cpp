@@ -12,41 +12,45 @@ PickHandler::PickHandler(Scene& scene, const Views& views, Overlay& overlay, Mea
 bool PickHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
     if (_click.isCompletedBy(event)) {
-        // Each click measures; of those that only show a point the last one counts.
-        if (!_measuring.kind()) _clicks.clear();
-        _clicks.emplace_back(event.getX(), event.getY());
-        if (_clicks.size() == 1) askNext(action);
+        const osg::Vec2 place(event.getX(), event.getY());
+        if (_measuring.kind())
+            _measuring.add({Measuring::Input::CLICK, place});
+        else
+            ask(place, false);
+        action.requestRedraw();
     }
     if (event.getEventType() == osgGA::GUIEventAdapter::FRAME) {
         takeAnswer(action);
+        const Measuring::Input* const next = _asked ? nullptr : _measuring.nextClick();
+        if (next && !ask(next->place, true)) _measuring.takeClick();
+        if (_asked) action.requestRedraw();
         showHint();
     }
     return false;
 }
 
-void PickHandler::askNext(osgGA::GUIActionAdapter& action)
+bool PickHandler::ask(const osg::Vec2& place, bool measures)
 {
-    while (!_clicks.empty()) {
-        const osg::Vec2& place = _clicks.front();
-        const Sight sight = _views.under(place.x(), place.y());
-        if (_picker->request(*sight.camera, place.x(), place.y())) break;
-        _clicks.pop_front();
-    }
-    if (!_clicks.empty()) action.requestRedraw();
+    const Sight sight = _views.under(place.x(), place.y());
+    if (!sight.camera || !_picker->request(*sight.camera, place.x(), place.y())) return false;
+    _asked = true;
+    _measures = measures;
+    return true;
 }
 
 void PickHandler::takeAnswer(osgGA::GUIActionAdapter& action)
 {
     std::optional<VelOsgDBBrx::PickedPoint> point;
     if (!_picker->takeAnswer(point)) return;
-    if (!_clicks.empty()) _clicks.pop_front();
+    _asked = false;
     const std::optional<PointFacts> facts = point ? factsOf(*point, _scene) : std::nullopt;
-    if (!_measuring.kind())
-        show(facts);
-    else if (facts)
-        _measuring.addPoint(facts->position);
-    askNext(action);
     action.requestRedraw();
+    if (!_measures) {
+        show(facts);
+    } else if (_measuring.nextClick()) { // not where the measuring has ended meanwhile
+        _measuring.takeClick();
+        if (facts) _measuring.addPoint(facts->position);
+    }
 }
 
 void PickHandler::showHint()

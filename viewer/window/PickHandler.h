@@ -9,7 +9,6 @@
 #include <osg/Vec2>
 #include <osgGA/GUIEventHandler>
 
-#include <deque>
 #include <string>
 
 /// Finds the points that the user clicks. While something is measured they are what is measured; otherwise
@@ -29,7 +28,7 @@ public:
     void getUsage(osg::ApplicationUsage& usage) const override;
 
 private:
-    void askNext(osgGA::GUIActionAdapter& action);
+    bool ask(const osg::Vec2& place, bool measures);
     void takeAnswer(osgGA::GUIActionAdapter& action);
     void showHint();
     void show(const std::optional<PointFacts>& facts);
@@ -40,6 +39,7 @@ private:
     Measuring& _measuring;
     const osg::ref_ptr<VelOsgDBBrx::PointPicker> _picker;
     Click _click{osgGA::GUIEventAdapter::LEFT_MOUSE_BUTTON};
-    std::string _hint;             ///< of measuring, as the overlay shows it
-    std::deque<osg::Vec2> _clicks; ///< that have no answer yet; the first is asked for
+    std::string _hint;      ///< of measuring, as the overlay shows it
+    bool _asked = false;    ///< no answer yet
+    bool _measures = false; ///< what was asked for last is measured
 };

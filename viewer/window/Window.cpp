@@ -236,11 +236,6 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
     add("Window", help);
     add("Window", new ScreenshotKey(*viewer.getCamera()));
     add("Window", new FullScreenKey);
-    help->add({"Measure",
-               {{"Left click", "Take the point under the mouse, while measuring"},
-                {"Right click / Enter", "Complete the line or the area; once more: end"},
-                {"Backspace", "Drop the last point"},
-                {"Escape", "End measuring"}}});
     help->add({"Window",
                {{"Tab", "Panel on / off"},
                 {"U", "The history of edits, in the panel"},
