@@ -87,9 +87,9 @@ protected:
 
 TEST_F(MeasureWindow, ClicksOnPointsBecomeLinesAndAreas)
 {
-    const auto [pixelA, a] = findPoint(240, 180);
-    const auto [pixelB, b] = findPoint(400, 190);
-    const auto [pixelC, c] = findPoint(380, 320);
+    const auto [pixelA, a] = findPoint(240, 290);
+    const auto [pixelB, b] = findPoint(420, 300);
+    const auto [pixelC, c] = findPoint(380, 400);
     ASSERT_GT((b - a).length(), 1);
     ASSERT_GT(std::abs(((b - a) ^ (c - a)).z()), 1);
 
@@ -118,7 +118,7 @@ TEST_F(MeasureWindow, ClicksOnPointsBecomeLinesAndAreas)
     click(pixelA);
     window->stillPicture();
     window->press("Escape");
-    const auto [pixelAgain, again] = findPoint(240, 180);
+    const auto [pixelAgain, again] = findPoint(240, 290);
     EXPECT_EQ(again, a);
     window->press("F6");
     window->press("Return"); // nothing begun: this ends it, too
