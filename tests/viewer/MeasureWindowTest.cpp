@@ -46,8 +46,8 @@ protected:
         return window->program().out().substr(before);
     }
 
-    /// Clicks on the point that is seen next to a place, up and to the right; where it is, and its
-    /// coordinates.
+    /// Clicks on the point that is seen next to a place between points, up and to the right; where it is, and
+    /// its coordinates.
     std::pair<osg::Vec2i, osg::Vec3d> findPoint(int x, int y)
     {
         const osg::ref_ptr<osg::Image> picture = window->stillPicture();
@@ -59,7 +59,7 @@ protected:
         while (step + 1 < kReach * kReach && !isPoint(step))
             ++step;
         x += step % kReach + 2; // away from its edge
-        y += step / kReach;
+        y += step / kReach + 2;
         const std::string line = printed([&] { window->click(x, y); });
         osg::Vec3d place;
         EXPECT_EQ(std::sscanf(line.c_str(), "%lf %lf %lf", &place[0], &place[1], &place[2]), 3) << line;
@@ -87,9 +87,9 @@ protected:
 
 TEST_F(MeasureWindow, ClicksOnPointsBecomeLinesAndAreas)
 {
-    const auto [pixelA, a] = findPoint(240, 290);
-    const auto [pixelB, b] = findPoint(420, 300);
-    const auto [pixelC, c] = findPoint(380, 400);
+    const auto [pixelA, a] = findPoint(245, 277);
+    const auto [pixelB, b] = findPoint(420, 302);
+    const auto [pixelC, c] = findPoint(370, 402);
     ASSERT_GT((b - a).length(), 1);
     ASSERT_GT(std::abs(((b - a) ^ (c - a)).z()), 1);
 
@@ -118,7 +118,7 @@ TEST_F(MeasureWindow, ClicksOnPointsBecomeLinesAndAreas)
     click(pixelA);
     window->stillPicture();
     window->press("Escape");
-    const auto [pixelAgain, again] = findPoint(240, 290);
+    const auto [pixelAgain, again] = findPoint(245, 277);
     EXPECT_EQ(again, a);
     window->press("F6");
     window->press("Return"); // nothing begun: this ends it, too
