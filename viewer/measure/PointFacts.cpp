@@ -78,17 +78,12 @@ void addSource(const VelBrx::SourcePoint& source, PointFacts& facts)
                                                  ", format " + std::to_string(source.pointFormat));
 }
 
-/// In lines of a few.
-std::vector<std::string> wrapped(const std::vector<PointFacts::Attribute>& attributes)
+std::string joined(const std::vector<PointFacts::Attribute>& attributes, const char* separator)
 {
-    constexpr size_t kLongest = 64;
-    std::vector<std::string> lines(1);
-    for (const auto& [name, value] : attributes) {
-        const std::string words = name + " " + value;
-        if (!lines.back().empty() && lines.back().size() + words.size() > kLongest) lines.emplace_back();
-        lines.back() += (lines.back().empty() ? "" : ", ") + words;
-    }
-    return lines;
+    std::string text;
+    for (const auto& [name, value] : attributes)
+        text += (text.empty() ? "" : separator) + name + " " + value;
+    return text;
 }
 
 } // namespace
@@ -102,15 +97,17 @@ std::string PointFacts::text() const
     return lines + "cloud\t" + cloud + "\n";
 }
 
-std::vector<std::string> PointFacts::lines() const
+std::vector<std::string> PointFacts::brief() const
 {
-    std::vector<std::string> lines = {place, "GPS time " + time};
-    for (const auto* const list : {&main, &more})
-        for (const std::string& line : wrapped(*list))
-            lines.push_back(line);
-    lines.push_back("cloud " + cloud);
+    std::vector<std::string> lines = {place, "GPS time " + time, joined(main, ", "), "cloud " + cloud};
     if (!problem.empty()) lines.push_back(problem);
     return lines;
+}
+
+std::string PointFacts::line() const
+{
+    return place + "\tGPS time " + time + "\t" + joined(main, ", ") + "\t" + joined(more, "\t") + "\tcloud " +
+           cloud + (problem.empty() ? "" : "\t" + problem);
 }
 
 std::string placeOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene)

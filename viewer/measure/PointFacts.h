@@ -25,8 +25,11 @@ struct PointFacts
     /// A line of each, a tab between name and value, for the clipboard.
     std::string text() const;
 
-    /// For the picture, in few lines.
-    std::vector<std::string> lines() const;
+    /// What matters most, in few lines for the picture.
+    std::vector<std::string> brief() const;
+
+    /// All of it in one line, its parts separated by tabs.
+    std::string line() const;
 };
 
 /// Coordinates for people, as the store holds them, with their unit; empty for a point of none of the clouds.

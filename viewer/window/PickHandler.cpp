@@ -64,11 +64,8 @@ void PickHandler::showHint()
 void PickHandler::show(const std::optional<PointFacts>& facts)
 {
     _measuring.setPicked(facts);
-    const std::vector<std::string> lines = facts ? facts->lines() : std::vector<std::string>();
-    _overlay->setLines(lines);
-    for (size_t i = 0; i < lines.size(); ++i)
-        std::printf(i ? "\t%s" : "%s", lines[i].c_str());
-    if (!lines.empty()) std::printf("\n");
+    _overlay->setLines(facts ? facts->brief() : std::vector<std::string>());
+    if (facts) std::printf("%s\n", facts->line().c_str());
     std::fflush(stdout);
 }
 
