@@ -6,7 +6,6 @@
 #include "store/export/CopcHead.h"
 #include "store/export/ExportOutput.h"
 #include "store/export/ExportedStore.h"
-#include "store/part/PointFilter.h"
 #include "store/export/RecordEncoder.h"
 #include "store/io/ByteIo.h"
 #include "store/io/DiskFile.h"
@@ -14,6 +13,7 @@
 #include "store/io/ParallelRun.h"
 #include "store/las/laz/LazChunkEncoder.h"
 #include "store/las/laz/LazChunkSequence.h"
+#include "store/part/PointFilter.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,9 +2,9 @@
 
 #include "store/OriginRecord.h"
 #include "store/export/ExportedStore.h"
-#include "store/part/PointFilter.h"
 #include "store/io/ParallelRun.h"
 #include "store/io/TemporaryFile.h"
+#include "store/part/PointFilter.h"
 
 #include <VelThreads/Mutex.h>
 

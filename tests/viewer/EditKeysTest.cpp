@@ -33,7 +33,8 @@ protected:
         shown.host.camera().getViewMatrixAsLookAt(eye, center, up);
         views.emplace(*shown.host.viewer, shown.scene, Look{eye, center, up});
         session.emplace(shown.scene, *shown.host.viewer);
-        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *views, *shown.overlay, classes, measuring);
+        keys = new EditKeys(*session, shown.scene, *shown.host.viewer, *views, *shown.overlay, classes,
+                            measuring);
         help = addHandlers(*shown.host.viewer, *keys, shown.scene, *views, *shown.overlay, false);
         shown.show();
     }

@@ -357,7 +357,8 @@ void picks(Viewer& viewer)
     const std::string printed = viewer.pick(place.x(), place.y());
     const std::regex line(
         R"((\d+)\.000  65432\d\d\.000  100\.000\tGPS time 0\.000000 s\tclass (\d) [a-z ]+, )"
-        "intensity 0, return 1 of 1, source 0\t.*\tpoint of file \\d+ of grid\\.las, format \\d\tcloud 1, .*/grid\\.brx\n");
+        "intensity 0, return 1 of 1, source 0\t.*\tpoint of file \\d+ of grid\\.las, format \\d\tcloud 1, "
+        ".*/grid\\.brx\n");
     std::smatch found;
     ASSERT_TRUE(std::regex_match(printed, found, line)) << printed;
     EXPECT_EQ(std::stoi(found[2]), 2 + (std::stoi(found[1]) - 1234500) % 4) << printed;
