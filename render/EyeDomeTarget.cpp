@@ -83,22 +83,16 @@ osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::fit(osg::Camera& camera, const osg::
     const int height = static_cast<int>(viewport.y() + viewport.height());
     const int drawn = static_cast<int>(viewport.height());
     const VelThreads::Lock lock(_mutex);
-    _entries.erase(std::remove_if(_entries.begin(), _entries.end(),
-                                  [](const Entry& entry) { return !entry.camera.valid(); }),
-                   _entries.end());
-    auto entry = std::find_if(_entries.begin(), _entries.end(),
-                              [&camera](const Entry& known) { return known.camera == &camera; });
-    if (entry == _entries.end()) entry = _entries.insert(entry, Entry{&camera, nullptr});
-    const EyeDomeTarget* target = entry->target;
+    osg::ref_ptr<EyeDomeTarget>& target = _targets.of(camera);
     if (!target || target->width != width || target->height != height || target->viewportHeight != drawn)
-        entry->target = new EyeDomeTarget(width, height, drawn);
-    return entry->target;
+        target = new EyeDomeTarget(width, height, drawn);
+    return target;
 }
 
 osg::ref_ptr<EyeDomeTarget> EyeDomeTargets::find(const osg::Camera* camera)
 {
     const VelThreads::Lock lock(_mutex);
-    for (const Entry& entry : _entries)
+    for (const auto& entry : _targets)
         if (entry.camera.get() == camera) return entry.target;
     return nullptr;
 }
@@ -135,7 +129,7 @@ void EyeDomeTargets::end(osg::State& state)
 void EyeDomeTargets::resizeGLObjectBuffers(unsigned maxSize)
 {
     const VelThreads::Lock lock(_mutex);
-    for (const Entry& entry : _entries) {
+    for (const auto& entry : _targets) {
         entry.target->frameBuffer->resizeGLObjectBuffers(maxSize);
         entry.target->color->resizeGLObjectBuffers(maxSize);
         entry.target->depth->resizeGLObjectBuffers(maxSize);
@@ -145,7 +139,7 @@ void EyeDomeTargets::resizeGLObjectBuffers(unsigned maxSize)
 void EyeDomeTargets::releaseGLObjects(osg::State* state)
 {
     const VelThreads::Lock lock(_mutex);
-    for (const Entry& entry : _entries) {
+    for (const auto& entry : _targets) {
         entry.target->frameBuffer->releaseGLObjects(state);
         entry.target->color->releaseGLObjects(state);
         entry.target->depth->releaseGLObjects(state);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "render/CameraTargets.h"
 #include "render/FrameBufferBinding.h"
 
 #include <VelThreads/Mutex.h>
@@ -76,13 +77,8 @@ protected:
     ~EyeDomeTargets() override = default;
 
 private:
-    struct Entry
-    {
-        osg::observer_ptr<osg::Camera> camera;
-        osg::ref_ptr<EyeDomeTarget> target;
-    };
     VelThreads::Mutex _mutex;
-    std::vector<Entry> _entries VEL_GUARDED_BY(_mutex);
+    CameraTargets<EyeDomeTarget> _targets VEL_GUARDED_BY(_mutex);
     std::map<unsigned, FrameBufferBinding>
         _boundBefore VEL_GUARDED_BY(_mutex); ///< by context while a target is bound
 

@@ -125,13 +125,7 @@ osg::ref_ptr<SurfaceTarget> SurfaceTargets::fit(osg::Camera& camera, const osg::
     const int height = static_cast<int>(viewport.height());
     if (width < 1 || height < 1) return nullptr;
     const VelThreads::Lock lock(_mutex);
-    _entries.erase(std::remove_if(_entries.begin(), _entries.end(),
-                                  [](const Entry& entry) { return !entry.camera.valid(); }),
-                   _entries.end());
-    auto entry = std::find_if(_entries.begin(), _entries.end(),
-                              [&camera](const Entry& known) { return known.camera == &camera; });
-    if (entry == _entries.end()) entry = _entries.insert(entry, Entry{&camera, nullptr});
-    osg::ref_ptr<SurfaceTarget>& target = entry->target;
+    osg::ref_ptr<SurfaceTarget>& target = _targets.of(camera);
     if (!target || target->viewportWidth != width || target->viewportHeight != height)
         target = new SurfaceTarget(width, height);
     return target;
@@ -140,13 +134,13 @@ osg::ref_ptr<SurfaceTarget> SurfaceTargets::fit(osg::Camera& camera, const osg::
 void SurfaceTargets::resizeGLObjectBuffers(unsigned maxSize)
 {
     const VelThreads::Lock lock(_mutex);
-    for (const Entry& entry : _entries)
+    for (const auto& entry : _targets)
         entry.target->resizeGLObjectBuffers(maxSize);
 }
 
 void SurfaceTargets::releaseGLObjects(osg::State* state)
 {
     const VelThreads::Lock lock(_mutex);
-    for (const Entry& entry : _entries)
+    for (const auto& entry : _targets)
         entry.target->releaseGLObjects(state);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "render/CameraTargets.h"
+
 #include <VelThreads/Mutex.h>
 
 #include <osg/Camera>
@@ -57,11 +59,6 @@ public:
     void releaseGLObjects(osg::State* state);
 
 private:
-    struct Entry
-    {
-        osg::observer_ptr<osg::Camera> camera;
-        osg::ref_ptr<SurfaceTarget> target;
-    };
     VelThreads::Mutex _mutex;
-    std::vector<Entry> _entries VEL_GUARDED_BY(_mutex);
+    CameraTargets<SurfaceTarget> _targets VEL_GUARDED_BY(_mutex);
 };

@@ -39,22 +39,76 @@ set(layers
   "viewer/panel|terminal viewer/camera viewer/files viewer/gui viewer/measure viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store viewer/tool category"
   "viewer/tool|"
   "viewer/window|viewer/camera viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod render store viewer/tool"
-  "viewer/settings|store"
+  "viewer/settings|terminal store"
   "viewer/picture|viewer/camera viewer/gui viewer/display viewer/scene viewer/window headless edit lod"
   "viewer/script|terminal viewer/camera viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
   "viewer|terminal viewer/display viewer/scene viewer/settings viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
   "tools|terminal crs store store/io store/builder store/export store/journal store/normals store/sample")
 # These use each other's exported headers alone.
-set(exported_only edit>store/normals
+set(exported_only
+  category>store
+  category>store/io
+  category>store/journal
   crs>store
-  category>store/journal terminal>store viewer/display>store viewer/settings>store viewer/files>store viewer/files>store/export viewer/panel>lod viewer/panel>render viewer/panel>store viewer/window>session render>store registry>store registry>store/normals loading>store loading>store/io cull>store/io cull>store/journal
-  edit>store edit>store/io edit>store/journal session>store session>store/io session>store/journal category>store category>store/io viewer/scene>store viewer/scene>store/io viewer/scene>store/builder
-  viewer/scene>store/normals viewer/scene>lod viewer/scene>loading viewer/scene>registry viewer/scene>render
-  viewer/edit>store viewer/edit>session viewer/edit>cull viewer/edit>edit viewer/edit>lod viewer/edit>render viewer/window>lod
-  viewer/window>render viewer/window>store viewer/picture>edit viewer/picture>lod viewer/script>store viewer/camera>render viewer/display>render viewer/display>edit viewer/display>store/journal plugin>lod
-  plugin>registry plugin>render tools>store tools>store/io tools>store/builder tools>store/export tools>store/journal
-  tools>store/normals tools>store/sample)
+  cull>store/io
+  cull>store/journal
+  edit>store
+  edit>store/io
+  edit>store/journal
+  edit>store/normals
+  loading>store
+  loading>store/io
+  plugin>lod
+  plugin>registry
+  plugin>render
+  registry>store
+  registry>store/normals
+  render>store
+  session>store
+  session>store/io
+  session>store/journal
+  terminal>store
+  tools>store
+  tools>store/builder
+  tools>store/export
+  tools>store/io
+  tools>store/journal
+  tools>store/normals
+  tools>store/sample
+  viewer/camera>render
+  viewer/display>edit
+  viewer/display>render
+  viewer/display>store
+  viewer/display>store/journal
+  viewer/edit>cull
+  viewer/edit>edit
+  viewer/edit>lod
+  viewer/edit>render
+  viewer/edit>session
+  viewer/edit>store
+  viewer/files>store
+  viewer/files>store/export
+  viewer/panel>lod
+  viewer/panel>render
+  viewer/panel>store
+  viewer/picture>edit
+  viewer/picture>lod
+  viewer/scene>loading
+  viewer/scene>lod
+  viewer/scene>registry
+  viewer/scene>render
+  viewer/scene>store
+  viewer/scene>store/builder
+  viewer/scene>store/io
+  viewer/scene>store/normals
+  viewer/script>store
+  viewer/settings>store
+  viewer/window>lod
+  viewer/window>render
+  viewer/window>session
+  viewer/window>store
+)
 
 set(folders "")
 foreach(entry IN LISTS layers)

@@ -1,7 +1,7 @@
 #include "viewer/edit/EditText.h"
 
+#include "terminal/ClassList.h"
 #include "terminal/EndSignals.h"
-#include "viewer/edit/ClassList.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "viewer/edit/ClassList.h"
+#include "terminal/ClassList.h"
 
 /// The classes that edits by hand work with, whatever tool does them: what the points become, and which of
 /// them may change. One for a window; its keys and its panel read and set it, on the viewer's thread.

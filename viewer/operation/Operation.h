@@ -1,10 +1,10 @@
 #pragma once
 
+#include "terminal/ClassList.h"
 #include "viewer/camera/SavedViews.h"
 #include "viewer/camera/SectionStage.h"
 #include "viewer/camera/SurveyManipulator.h"
 #include "viewer/display/ColorMode.h"
-#include "viewer/edit/ClassList.h"
 #include "viewer/edit/Outline.h"
 #include "viewer/edit/SceneEditing.h"
 #include "viewer/measure/Measuring.h"

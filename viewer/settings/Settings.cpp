@@ -1,11 +1,9 @@
 #include "viewer/settings/Settings.h"
 
-#include <nlohmann/json.hpp>
-#include <unistd.h>
+#include "terminal/ConfigFile.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <nlohmann/json.hpp>
+
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -35,26 +33,6 @@ Status readObject(const std::string& path, json& object)
     return Status();
 }
 
-Status writeObject(const std::string& path, const json& object)
-{
-    std::error_code error;
-    // A file that is linked from elsewhere is replaced where it is.
-    const fs::path target = fs::weakly_canonical(path, error);
-    if (!error) fs::create_directories(target.parent_path(), error);
-    if (error) return Status::failure(path + ": " + error.message());
-    const std::string temporary = target.string() + "." + std::to_string(getpid());
-    errno = 0;
-    std::ofstream stream(temporary, std::ios::binary);
-    stream << object.dump(2, ' ', false, json::error_handler_t::replace) << '\n';
-    stream.close();
-    const int reason = errno;
-    if (stream) fs::rename(temporary, target, error);
-    if (stream && !error) return Status();
-    const std::string why = error ? error.message() : std::strerror(reason);
-    fs::remove(temporary, error);
-    return Status::failure(path + ": settings cannot be written: " + why);
-}
-
 } // namespace
 
 struct Settings::Values
@@ -65,10 +43,7 @@ struct Settings::Values
 
 std::string Settings::defaultPath()
 {
-    const char* const xdg = std::getenv("XDG_CONFIG_HOME");
-    const char* const home = std::getenv("HOME");
-    if (xdg && *xdg) return (fs::path(xdg) / "brxview/settings.json").string();
-    return home && *home ? (fs::path(home) / ".config/brxview/settings.json").string() : std::string();
+    return configFile("brxview/settings.json");
 }
 
 Settings::Settings(const std::string& path) : _path(path), _values(std::make_unique<Values>())
@@ -106,7 +81,8 @@ Status Settings::save()
     if (Status status = readObject(_path, object); !status) return status;
     for (const auto& [key, value] : _values->changed)
         object[key] = value;
-    if (Status status = writeObject(_path, object); !status) return status;
+    const std::string text = object.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
+    if (Status status = replaceFile(_path, text); !status) return status;
     _values->changed.clear();
     return Status();
 }
