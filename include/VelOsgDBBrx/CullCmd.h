@@ -53,13 +53,19 @@ public:
     /// Vertices in pixels from the top left of the window, y down; closed implicitly, may cross itself.
     /// OpenGL's window coordinates run up: turn them by y = height - y.
     void setPolygon(std::vector<osg::Vec2d>& polygon) { _polygon = polygon; }
+    void setPolygon(const std::vector<osg::Vec2d>& polygon) { _polygon = polygon; }
 
     /// View x projection x window of the camera, as OSG multiplies and as `osg::Viewport` gives the last:
     /// world coordinates to pixels, y up.
     void setVPW(osg::Matrixd& vpw) { _vpw = vpw; }
+    void setVPW(const osg::Matrixd& vpw) { _vpw = vpw; }
 
     /// The clouds to act on. One that is deleted before the command runs is skipped.
     void setOctreeInfos(std::vector<osg::observer_ptr<OctreeInfo>>& octreeInfos)
+    {
+        _octreeInfos = octreeInfos;
+    }
+    void setOctreeInfos(const std::vector<osg::observer_ptr<OctreeInfo>>& octreeInfos)
     {
         _octreeInfos = octreeInfos;
     }
@@ -70,6 +76,7 @@ public:
     /// Planes (a, b, c, d) in world coordinates. A point is only changed when a x + b y + c z + d >= 0 for
     /// all.
     void setClipPlane(std::vector<osg::Vec4d>& planes) { _clipPlanes = planes; }
+    void setClipPlane(const std::vector<osg::Vec4d>& planes) { _clipPlanes = planes; }
 
     /// Size in pixels of the window that the polygon was drawn in.
     void setWidth(int width) { _width = width; }

@@ -44,6 +44,11 @@ public:
 
     /// Replaces the clip planes that commands are applied with from now on.
     virtual void setClipPlanes(std::vector<osg::Vec4d>& planes) = 0;
+    void setClipPlanes(const std::vector<osg::Vec4d>& planes)
+    {
+        std::vector<osg::Vec4d> copy = planes;
+        setClipPlanes(copy);
+    }
 
 protected:
     ~IPointCategoryManager() override = default;

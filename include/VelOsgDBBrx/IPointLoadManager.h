@@ -65,6 +65,9 @@ public:
     /// atomic operations (`__atomic_load_n`) while the thread runs.
     virtual uint64_t& getMaxNumOfPointCloud() = 0;
 
+    /// The budget as a value; any thread, at any time.
+    uint64_t pointBudget() { return __atomic_load_n(&getMaxNumOfPointCloud(), __ATOMIC_RELAXED); }
+
     virtual void setMouseDiluteNum(uint64_t points) = 0; ///< stored at once, copied into every frame stamp
     virtual uint64_t getMouseDiluteNum() = 0;
 

@@ -63,12 +63,17 @@ public:
     {
         _octreeInfos = octreeInfos;
     }
+    void setOctreeInfos(const std::vector<osg::observer_ptr<OctreeInfo>>& octreeInfos)
+    {
+        _octreeInfos = octreeInfos;
+    }
 
     /// Name of the viewer to redraw afterwards, as registered with `PCViewerManager`.
     void setUid(std::string uid) { _uid = std::move(uid); }
 
     /// View x projection x window of the camera, as for `CullCmd`.
     void setVPW(osg::Matrixd& vpw) { _vpw = vpw; }
+    void setVPW(const osg::Matrixd& vpw) { _vpw = vpw; }
 
     void operator()(CullCmdManager* manager) override;
 

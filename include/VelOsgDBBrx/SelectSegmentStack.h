@@ -55,6 +55,11 @@ public:
 
     /// Selects the points inside (`inside` true) or takes them out of the selection (false).
     void selectPushAndApply(std::vector<osg::Vec2d>& polygon, bool inside);
+    void selectPushAndApply(const std::vector<osg::Vec2d>& polygon, bool inside)
+    {
+        std::vector<osg::Vec2d> copy = polygon;
+        selectPushAndApply(copy, inside);
+    }
 
     /// Drops the last selection polygon. The history keeps its entry.
     void selectPopAndApply();
@@ -65,6 +70,11 @@ public:
     /// true hides the points inside. false hides every point: its polygon deselects, and what is not selected
     /// is hidden; use `selectPushAndApply` and `selectConvertSegment(false)` to hide the outside.
     void segmentPushAndApply(std::vector<osg::Vec2d>& polygon, bool flag);
+    void segmentPushAndApply(const std::vector<osg::Vec2d>& polygon, bool flag)
+    {
+        std::vector<osg::Vec2d> copy = polygon;
+        segmentPushAndApply(copy, flag);
+    }
 
     /// Drops the last segment. The history keeps its entry.
     void segmentPopAndApply();
@@ -97,7 +107,17 @@ public:
     /// What the renderer decides for a point; `p` in the frame of the cloud's vertices: file coordinates
     /// minus the store's offset.
     bool pointIsSelect(osg::Vec3d& p);
+    bool pointIsSelect(const osg::Vec3d& p)
+    {
+        osg::Vec3d copy = p;
+        return pointIsSelect(copy);
+    }
     bool pointIsVisible(osg::Vec3d& p);
+    bool pointIsVisible(const osg::Vec3d& p)
+    {
+        osg::Vec3d copy = p;
+        return pointIsVisible(copy);
+    }
 
 protected:
     /// Rebuilds the buffers from the lists.

@@ -88,6 +88,60 @@ public:
     static void classificationColorShaderWithLight(osg::Node* node, std::vector<osg::Vec4f>& colors);
     /// @}
 
+    /// \name The same for constants and temporaries
+    /// @{
+    static void intensityShader(osg::Node* node, const ColorWithRangeInfo& info)
+    {
+        ColorWithRangeInfo copy = info;
+        intensityShader(node, copy);
+    }
+    static void elevationColorShader(osg::Node* node, const ColorWithRangeInfo& info, bool blendIntensity)
+    {
+        ColorWithRangeInfo copy = info;
+        elevationColorShader(node, copy, blendIntensity);
+    }
+    static void elevationColorShaderWithLight(osg::Node* node, const ColorWithRangeInfo& info)
+    {
+        ColorWithRangeInfo copy = info;
+        elevationColorShaderWithLight(node, copy);
+    }
+    static void gpsTimeColorShader(osg::Node* node, const ColorScale& scale)
+    {
+        ColorScale copy = scale;
+        gpsTimeColorShader(node, copy);
+    }
+    static void classificationColorShader(osg::Node* node, const std::vector<osg::Vec4f>& colors)
+    {
+        std::vector<osg::Vec4f> copy = colors;
+        classificationColorShader(node, copy);
+    }
+    static void pointSourceIDColorShader(osg::Node* node, const std::vector<osg::Vec4f>& colors)
+    {
+        std::vector<osg::Vec4f> copy = colors;
+        pointSourceIDColorShader(node, copy);
+    }
+    static void returnNumberColorShader(osg::Node* node, const std::vector<osg::Vec4f>& colors)
+    {
+        std::vector<osg::Vec4f> copy = colors;
+        returnNumberColorShader(node, copy);
+    }
+    static void numbersReturnColorShader(osg::Node* node, const std::vector<osg::Vec4f>& colors)
+    {
+        std::vector<osg::Vec4f> copy = colors;
+        numbersReturnColorShader(node, copy);
+    }
+    static void flightLineColorShader(osg::Node* node, const std::vector<osg::Vec4f>& colors)
+    {
+        std::vector<osg::Vec4f> copy = colors;
+        flightLineColorShader(node, copy);
+    }
+    static void classificationColorShaderWithLight(osg::Node* node, const std::vector<osg::Vec4f>& colors)
+    {
+        std::vector<osg::Vec4f> copy = colors;
+        classificationColorShaderWithLight(node, copy);
+    }
+    /// @}
+
     /// Switches eye-dome lighting of every point cloud at or below the node on or off.
     static void switchEDLShader(osg::Node* node, bool enable);
 
