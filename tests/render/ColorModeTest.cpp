@@ -308,9 +308,11 @@ TEST(ColorModes, HidePointsWhoseTableColourHasNoAlphaAndShowBlackBeyondAShortTab
     std::vector<osg::Vec4f> colors = {osg::Vec4f(1, 0, 0, 1), osg::Vec4f(0, 1, 0, 0),
                                       osg::Vec4f(0, 0, 1, 0.01f)};
     const Colors expected = {{255, 0, 0}, PointPicture::kBackground, {0, 0, 255}, kBlack};
-    for (const auto mode : {ShaderHelper::classificationColorShader, ShaderHelper::pointSourceIDColorShader,
-                            ShaderHelper::returnNumberColorShader, ShaderHelper::numbersReturnColorShader,
-                            ShaderHelper::flightLineColorShader}) {
+    using SetMode = void (*)(osg::Node*, std::vector<osg::Vec4f>&);
+    for (const SetMode mode : std::initializer_list<SetMode>{
+             ShaderHelper::classificationColorShader, ShaderHelper::pointSourceIDColorShader,
+             ShaderHelper::returnNumberColorShader, ShaderHelper::numbersReturnColorShader,
+             ShaderHelper::flightLineColorShader}) {
         mode(picture.cloud, colors);
         EXPECT_EQ(picture.draw(), expected);
     }
