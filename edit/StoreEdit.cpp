@@ -1,5 +1,7 @@
 #include "edit/StoreEdit.h"
 
+#include "osgutils/WakeSignal.h"
+
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <osg/Group>
@@ -22,6 +24,7 @@ StoreEditLock::~StoreEditLock()
     // A pass that met the lock has left the octree out and does not come back by itself. The flag is set
     // after the lock is free: a pass that it starts must find the octree.
     _octree.dirty = 1;
+    VelOsgUtils::WakeSignal::raise();
 }
 
 bool isEditable(const OctreeInfo& octree)

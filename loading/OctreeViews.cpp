@@ -1,5 +1,7 @@
 #include "loading/OctreeViews.h"
 
+#include "osgutils/WakeSignal.h"
+
 #include <algorithm>
 
 using VelOsgUtils::CameraState;
@@ -8,6 +10,12 @@ using VelOsgUtils::FrameClock;
 namespace {
 
 std::atomic<uint64_t> theRevision{0};
+
+void noteChange()
+{
+    ++theRevision;
+    VelOsgUtils::WakeSignal::raise();
+}
 
 } // namespace
 
@@ -21,13 +29,13 @@ bool OctreeViews::note(const osg::Camera& camera, const osg::NodePath& path, con
     if (found == _notes.end()) {
         _notes.push_back({{&camera, state, model}, path, &clock, clock.frame()});
         _noted = true;
-        ++theRevision;
+        noteChange();
         return false;
     }
     Note& note = *found;
     const bool moved = note.view.model != model && note.view.state.view == state.view;
     const bool drawn = note.clock == &clock && clock.isDrawn(note.frame);
-    if (!drawn || !showTheSame(note.view.state, state)) ++theRevision;
+    if (!drawn || !showTheSame(note.view.state, state)) noteChange();
     note.view = {&camera, state, model};
     note.clock = &clock;
     note.frame = clock.frame();

@@ -3,6 +3,7 @@
 #include "loading/OctreeViews.h"
 #include "lod/LodPass.h"
 #include "lod/PointCloudLOD.h"
+#include "osgutils/WakeSignal.h"
 
 #include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
@@ -11,15 +12,23 @@
 
 #include <algorithm>
 #include <mutex>
+#include <thread>
 
 using VelOsgDBBrx::FrameStamp;
 using VelOsgDBBrx::PointCloudLodOperation;
 using VelOsgDBBrx::VelIncrementalCompileOperation;
 using VelOsgUtils::DecrementalCompileOperation;
+using VelOsgUtils::WakeSignal;
 
 namespace {
 
-constexpr unsigned kPollMicroseconds = 1000;
+/// From the first sign of a change to the look at everything, so that requests made together are applied
+/// together; and between two looks while frames are asked for.
+constexpr std::chrono::milliseconds kGathering{1};
+
+/// Between two looks without any sign: a flag that was set by hand and a viewer that died give none.
+constexpr std::chrono::milliseconds kLongestSleep{100};
+
 constexpr uint64_t kDefaultMaximumPoints = 100000000;
 constexpr uint64_t kDefaultMouseDiluteNum = 3000000;
 
@@ -27,7 +36,7 @@ constexpr uint64_t kDefaultMouseDiluteNum = 3000000;
 /// others must not run a thousand times a second meanwhile.
 constexpr std::chrono::milliseconds kRetryPause{20};
 
-/// Pause before the views are looked through for some that have gone: nobody reports that.
+/// Pause, at least, before the views are looked through for some that have gone: nobody reports that.
 constexpr std::chrono::milliseconds kLookPause{20};
 
 bool sameViews(const std::vector<FrameStamp::View>& a, const std::vector<FrameStamp::View>& b)
@@ -87,6 +96,7 @@ void PointLoadManager::stop()
     const VelThreads::Lock lock(_threadMutex);
     _done = true;
     raiseAbort();
+    WakeSignal::raise();
     if (_started) join();
     _started = false;
 }
@@ -106,6 +116,7 @@ osg::Operation* PointLoadManager::getLodOperation()
 void PointLoadManager::setIncrementalCompileOperation(VelOsgDBBrx::VelIncrementalCompileOperation* operation)
 {
     _incremental.set(operation);
+    WakeSignal::raise();
 }
 
 VelOsgDBBrx::VelIncrementalCompileOperation* PointLoadManager::getIncrementalCompileOperation()
@@ -116,6 +127,7 @@ VelOsgDBBrx::VelIncrementalCompileOperation* PointLoadManager::getIncrementalCom
 void PointLoadManager::setDecrementalCompileOperation(VelOsgUtils::DecrementalCompileOperation* operation)
 {
     _decremental.set(operation);
+    WakeSignal::raise();
 }
 
 VelOsgUtils::DecrementalCompileOperation* PointLoadManager::getDecrementalCompileOperation()
@@ -126,6 +138,7 @@ VelOsgUtils::DecrementalCompileOperation* PointLoadManager::getDecrementalCompil
 void PointLoadManager::setScreenCaptureTool(VelOsgUtils::ScreenCaptureTool* tool)
 {
     _capture.set(tool);
+    WakeSignal::raise();
 }
 
 VelOsgUtils::ScreenCaptureTool* PointLoadManager::getScreenCaptureTool()
@@ -162,6 +175,7 @@ void PointLoadManager::setState(int state)
 {
     _state = state;
     if (state == PAUSED) raiseAbort();
+    WakeSignal::raise();
 }
 
 int PointLoadManager::getState()
@@ -185,9 +199,13 @@ bool PointLoadManager::queue(Operator* request)
 {
     const osg::ref_ptr<Operator> held = request;
     raiseAbort();
-    const VelThreads::Lock lock(_spinLock);
-    if (!_released) _queue.push_back(held);
-    return !_released;
+    {
+        const VelThreads::Lock lock(_spinLock);
+        if (_released) return false;
+        _queue.push_back(held);
+    }
+    WakeSignal::raise();
+    return true;
 }
 
 void PointLoadManager::raiseAbort()
@@ -228,20 +246,40 @@ void PointLoadManager::applyFilterPlanes(std::vector<osg::Vec4d> planes, int pla
 void PointLoadManager::run()
 {
     const VelOsgUtils::ThreadCount::Scope scope;
+    std::this_thread::sleep_for(kGathering);
     while (!_done) {
-        microSleep(kPollMicroseconds);
+        const uint64_t seen = WakeSignal::count();
+        const auto start = std::chrono::steady_clock::now();
         if (_state != PAUSED) runOnce();
-        askForFrame();
+        const bool asks = framesAreWanted();
+        if (asks) askForFrame();
+        if (asks || WakeSignal::waitUntil(seen, nextLook(start))) std::this_thread::sleep_for(kGathering);
     }
+}
+
+/// When to look again without a signal; `start`: of the last look. What was due then and not done waits for
+/// something else, such as an octree.
+std::chrono::steady_clock::time_point
+PointLoadManager::nextLook(std::chrono::steady_clock::time_point start) const
+{
+    auto next = start + kLongestSleep;
+    if (_rest == Rest::INCOMPLETE && _retryTime > start) next = std::min(next, _retryTime);
+    if (WakeSignal::count() != _viewsSignal && _lookTime > start) next = std::min(next, _lookTime);
+    return next;
+}
+
+/// Something waits to be compiled or removed in a frame.
+bool PointLoadManager::framesAreWanted()
+{
+    const osg::ref_ptr<VelIncrementalCompileOperation> incremental = _incremental.get();
+    if (incremental && !incremental->isAbandoned() && !incremental->isEmpty()) return true;
+    const osg::ref_ptr<DecrementalCompileOperation> decremental = _decremental.get();
+    return decremental && decremental->pending() > 0;
 }
 
 /// Another viewer's frames would not get on with what waits; where nobody can, nobody is asked.
 void PointLoadManager::askForFrame()
 {
-    const osg::ref_ptr<VelIncrementalCompileOperation> incremental = _incremental.get();
-    const osg::ref_ptr<DecrementalCompileOperation> decremental = _decremental.get();
-    const bool compiles = incremental && !incremental->isAbandoned() && !incremental->isEmpty();
-    if (!compiles && !(decremental && decremental->pending() > 0)) return;
     osg::observer_ptr<osgViewer::ViewerBase> viewer;
     {
         const VelThreads::Lock lock(_viewerMutex);
@@ -278,6 +316,7 @@ void PointLoadManager::runOnce()
 bool PointLoadManager::isPassDue(bool asked, const CameraState& camera, Views& views)
 {
     if (!asked && !differs(camera) && !isLookDue()) return false;
+    _viewsSignal = WakeSignal::count();
     _viewsRevision = OctreeViews::revision();
     _lookTime = std::chrono::steady_clock::now() + kLookPause;
     views = collectViews(camera);

@@ -24,7 +24,8 @@ class PointCloudLOD;
 
 /// The load manager of a context: its thread runs a level-of-detail pass whenever a camera that draws one of
 /// its octrees came, went or moved, a viewport was resized, a request was applied, an octree reported itself
-/// dirty, or the last pass left work behind. Still cameras cost a comparison a millisecond.
+/// dirty, or the last pass left work behind. A still picture costs a comparison ten times a second: the
+/// thread sleeps until a frame, a request or an edit wakes it, and looks a millisecond later.
 class PointLoadManager : public VelOsgDBBrx::IPointLoadManager, private OpenThreads::Thread
 {
 public:
@@ -95,6 +96,7 @@ private:
     bool applyRequests();
     bool clearDirtyFlags();
     bool isRetryDue() const;
+    std::chrono::steady_clock::time_point nextLook(std::chrono::steady_clock::time_point start) const;
     void runPass(osg::Operation& operation, const CameraState& camera, Views& views,
                  std::vector<osg::ref_ptr<OctreeInfo>>& octrees);
     CameraState captureCamera();
@@ -106,6 +108,7 @@ private:
     std::vector<osg::ref_ptr<PointCloudLOD>> cloudsWatched();
     bool anythingWaits();
     bool sceneIsAtRest();
+    bool framesAreWanted();
     void askForFrame();
     void raiseAbort();
 
@@ -135,12 +138,13 @@ private:
     /// @{
     VelThreads::Mutex
         _restMutex VEL_ACQUIRED_BEFORE(_spinLock);  ///< held while they change, never during a pass
-    std::vector<osg::ref_ptr<OctreeInfo>> _octrees; ///< each once; looked through every millisecond
+    std::vector<osg::ref_ptr<OctreeInfo>> _octrees; ///< each once
     std::vector<osg::ref_ptr<OctreeInfo>> _erased;  ///< kept until the lock is released
     osg::ref_ptr<VelOsgDBBrx::FrameStamp> _frameStamp = new VelOsgDBBrx::FrameStamp;
     Rest _rest = Rest::NOT_YET;
     std::chrono::steady_clock::time_point _retryTime; ///< of an incomplete pass
     uint64_t _viewsRevision = 0;                      ///< when the views were last looked through
+    uint64_t _viewsSignal = 0;                        ///< of `WakeSignal`, then
     std::chrono::steady_clock::time_point _lookTime;  ///< when they are looked through again
     uint64_t _maxNumOfPointCloud; ///< handed out by reference: read and written with atomic built-ins
     std::vector<osg::Vec4d> _planes;

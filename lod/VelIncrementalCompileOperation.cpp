@@ -1,5 +1,7 @@
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 
+#include "osgutils/WakeSignal.h"
+
 #include <OpenThreads/ScopedLock>
 #include <osg/Notify>
 
@@ -75,6 +77,7 @@ void VelIncrementalCompileOperation::push(CompileSet& compileSet, bool callBuild
 
     Lock lock(_toCompileMutex);
     _toCompile.insert(atFront ? _toCompile.begin() : _toCompile.end(), held);
+    VelOsgUtils::WakeSignal::raise();
 }
 
 void VelIncrementalCompileOperation::keepContexts(const std::vector<osg::GraphicsContext*>& alive)

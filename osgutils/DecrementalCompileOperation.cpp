@@ -1,5 +1,7 @@
 #include <VelOsgUtils/DecrementalCompileOperation.h>
 
+#include "osgutils/WakeSignal.h"
+
 #include <osg/Timer>
 
 #include <algorithm>
@@ -16,10 +18,13 @@ DecrementalCompileOperation::~DecrementalCompileOperation() = default;
 void DecrementalCompileOperation::add(osg::Group* group, osg::Node* node)
 {
     if (!node) return;
-    const VelThreads::Lock lock(_mutex);
-    const Key key(group, node);
-    _tickets[key] = ++_lastTicket;
-    _queue.push_back({key, _lastTicket, {group, node}});
+    {
+        const VelThreads::Lock lock(_mutex);
+        const Key key(group, node);
+        _tickets[key] = ++_lastTicket;
+        _queue.push_back({key, _lastTicket, {group, node}});
+    }
+    WakeSignal::raise();
 }
 
 bool DecrementalCompileOperation::withdraw(osg::Group* group, osg::Node* node)

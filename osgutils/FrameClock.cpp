@@ -1,5 +1,7 @@
 #include <VelOsgUtils/FrameClock.h>
 
+#include "osgutils/WakeSignal.h"
+
 #include <OpenThreads/ScopedLock>
 
 namespace VelOsgUtils {
@@ -25,12 +27,15 @@ void FrameClock::tick(osg::Object& viewer, unsigned frameNumber)
     _viewer = set;
     _frameNumber = frameNumber;
     if (_stopped.exchange(false)) _frame += 2; // what was drawn before the stop does not come back
-    if (!sameFrame) ++_frame;
+    if (sameFrame) return;
+    ++_frame;
+    WakeSignal::raise(); // cameras that are drawn no more drop out with it
 }
 
 void FrameClock::stop()
 {
     _stopped = true;
+    WakeSignal::raise();
 }
 
 bool FrameClock::isDrawn(uint64_t frame) const

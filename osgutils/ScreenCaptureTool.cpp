@@ -1,5 +1,7 @@
 #include <VelOsgUtils/ScreenCaptureTool.h>
 
+#include "osgutils/WakeSignal.h"
+
 #include <osg/View>
 #include <osgUtil/CullVisitor>
 #include <osgViewer/ViewerBase>
@@ -93,10 +95,13 @@ const osg::Viewport* FrameBuffer::getViewPort() const
 void FrameBuffer::store(const osg::Matrixd& view, const osg::Matrixd& projection,
                         const osg::Viewport& viewport)
 {
-    const VelThreads::Lock guard(_mutex);
-    _view = view;
-    _projection = projection;
-    _viewport->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());
+    {
+        const VelThreads::Lock guard(_mutex);
+        _view = view;
+        _projection = projection;
+        _viewport->setViewport(viewport.x(), viewport.y(), viewport.width(), viewport.height());
+    }
+    WakeSignal::raise();
 }
 
 ScreenCaptureTool::ScreenCaptureTool(osg::GraphicsContext* context)
