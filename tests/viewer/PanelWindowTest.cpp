@@ -6,14 +6,17 @@
 #include "tests/support/ProgramWindow.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
+#include "tests/support/ThreadSleeps.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -113,6 +116,13 @@ TEST(PanelWindow, TakesMouseAndKeysThatAreMeantForItAndNoOthers)
     ProgramWindow& window = *shown.window;
     const int histogram = shown.histogram();
     const int besides = kHeight - 1 - histogram; // at the right of the histogram the panel is empty
+    const pid_t program = window.program().process();
+    const auto sleepsInASecond = [program] {
+        const long before = sleepsOfThreads(program);
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        return sleepsOfThreads(program) - before;
+    };
+    EXPECT_TRUE(eventually([&] { return sleepsInASecond() < 60; })) << "a still window works all the time";
     EXPECT_FALSE(shown.changesPoints([&] {
         window.drag(230, besides - 10, 270, besides - 50);
         window.turnWheel(250, besides - 20, 5);

@@ -110,6 +110,11 @@ std::string Clipboard::text()
     return !_connection || _connection->owns() ? _text : _connection->take();
 }
 
+int Clipboard::connection() const
+{
+    return _connection ? XConnectionNumber(_connection->display) : -1;
+}
+
 void Clipboard::serve()
 {
     if (!_connection) return;

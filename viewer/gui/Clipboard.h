@@ -24,6 +24,9 @@ public:
     /// Hands the text to programs that paste. To be called again and again, never waits.
     void serve();
 
+    /// Readable when there is something to serve; -1 without a display.
+    int connection() const;
+
 private:
     struct Connection;
 

@@ -143,6 +143,11 @@ void Gui::wakeAfter(double seconds)
     if (_wakeTime == 0 || time < _wakeTime) _wakeTime = time;
 }
 
+double Gui::untilWanted(double longest) const
+{
+    return _wakeTime == 0 ? longest : std::clamp(_wakeTime - now(), 0.0, longest);
+}
+
 void Gui::takeLeft(float width)
 {
     _taken.push_back({_area.x, _area.y, width, _area.height});

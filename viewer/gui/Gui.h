@@ -61,8 +61,14 @@ public:
     /// Hands what was copied to other programs. To be called again and again, also while nothing is drawn.
     void serveClipboard() { _clipboard.serve(); }
 
+    /// Readable when there is something for `serveClipboard`; -1 where there never is.
+    int clipboardConnection() const { return _clipboard.connection(); }
+
     /// Asks for a frame after some seconds.
     void wakeAfter(double seconds);
+
+    /// Seconds until `wantsFrame` is true by itself; `longest` where that is later or never.
+    double untilWanted(double longest) const;
 
     /// Pixels that a pixel of plain text is drawn with, 1 on a screen of 96 dots an inch.
     float unit() const { return _unit; }

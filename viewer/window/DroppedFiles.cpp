@@ -56,6 +56,7 @@ public:
     ~Target() { XCloseDisplay(_display); }
 
     std::vector<std::string> take();
+    int connection() const { return XConnectionNumber(_display); }
 
 private:
     Atom atom(const char* name) const { return XInternAtom(_display, name, False); }
@@ -192,6 +193,11 @@ DroppedFiles::DroppedFiles(osgViewer::Viewer& viewer)
 }
 
 DroppedFiles::~DroppedFiles() = default;
+
+int DroppedFiles::connection() const
+{
+    return _target ? _target->connection() : -1;
+}
 
 std::vector<std::string> DroppedFiles::take()
 {

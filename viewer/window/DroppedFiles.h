@@ -24,6 +24,9 @@ public:
     /// it often: who drags waits for the answers.
     std::vector<std::string> take();
 
+    /// Readable when there is something to answer; -1 where nothing is ever dropped.
+    int connection() const;
+
 private:
     class Target;
 

@@ -19,6 +19,9 @@ public:
     /// A measurement has been completed that no frame shows yet.
     bool hasNews() { return _measuring.update(); }
 
+    /// News will come.
+    bool isSearching() const { return _measuring.isSearching(); }
+
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     using osgGA::GUIEventHandler::handle;
 

@@ -33,6 +33,7 @@
 #include "viewer/window/SectionMouse.h"
 #include "viewer/window/SectionTool.h"
 #include "viewer/window/WindowFiles.h"
+#include "viewer/window/WindowRest.h"
 
 #include <VelOsgDBBrx/OpenGLCheck.h>
 #include <osgViewer/ViewerEventHandlers>
@@ -44,7 +45,6 @@
 #include <cstdlib>
 #include <iterator>
 #include <optional>
-#include <thread>
 
 using VelBrx::Status;
 
@@ -190,9 +190,13 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
 {
     // A camera is known to paging one frame after it was drawn.
     constexpr int kFramesAfterAChange = 3;
+    // Seconds. Other threads that have news for the window do not wake it.
+    constexpr double kRestWhileBusy = 0.01;
+    constexpr double kLongestRest = 0.1;
     const long limit = frameLimit();
     long frames = 0;
     const EndSignals signals;
+    WindowRest rest(viewer, {gui.clipboardConnection(), files.connection()});
     for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
         gui.serveClipboard();
         if (takeCloseRequests(viewer)) editKeys.askToClose();
@@ -200,7 +204,8 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
         files.update(quietFrames == kFramesAfterAChange && services.isSettled());
         if (viewer.checkNeedToDoFrame() || !services.isSettled() || limit >= 0) quietFrames = 0;
         if (quietFrames == kFramesAfterAChange) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            const bool isBusy = editing.isBusy() || measureKeys.isSearching() || files.isBusy();
+            rest.rest(std::chrono::duration<double>(gui.untilWanted(isBusy ? kRestWhileBusy : kLongestRest)));
             continue;
         }
         if (const auto& budget = scene.drawing().budget) services.setBudget(*budget);

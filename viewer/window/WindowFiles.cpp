@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kLook = 30ms;  ///< for files that are ready or dropped
+constexpr auto kLook = 30ms;  ///< for files that are ready
 constexpr auto kTick = 100ms; ///< of bars and title
 
 void print(const std::vector<std::string>& lines)
@@ -44,16 +44,21 @@ WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys
 
 void WindowFiles::update(bool isSettled)
 {
+    if (const std::vector<std::string> paths = _dropped.take(); !paths.empty()) _files.open(paths);
     const Clock::time_point now = Clock::now();
     if (now - _lastLook < kLook) return;
     _lastLook = now;
-    if (const std::vector<std::string> paths = _dropped.take(); !paths.empty()) _files.open(paths);
     takeNews();
     tellHidden(isSettled);
     if (now - _lastTick < kTick) return;
     _lastTick = now;
     if (_files.isBusy() || _questions.isMoving()) _viewer.requestRedraw();
     updateTitle();
+}
+
+bool WindowFiles::isBusy() const
+{
+    return _files.isBusy() || _questions.isMoving() || _hidden || !_uncounted.empty();
 }
 
 void WindowFiles::takeNews()

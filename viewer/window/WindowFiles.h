@@ -35,6 +35,12 @@ public:
     /// of the picture are all there.
     void update(bool isSettled);
 
+    /// Something is under way that `update` takes in when it is done.
+    bool isBusy() const;
+
+    /// Readable when files are dragged over the window, for `update`.
+    int connection() const { return _dropped.connection(); }
+
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     using osgGA::GUIEventHandler::handle;
     void getUsage(osg::ApplicationUsage& usage) const override;
