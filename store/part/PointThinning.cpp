@@ -15,6 +15,8 @@ namespace {
 
 constexpr uint64_t kBlockPoints = 1 << 16;
 constexpr size_t kColumns = 4096; ///< slabs are made of these
+constexpr double kMostCubes =
+    1e18; ///< from the origin of the coordinates to any point; they are counted in 64 bits
 
 } // namespace
 
@@ -159,7 +161,11 @@ Status PointThinning::choose(const StoreFile& store, const StoreIndex& index, do
                              const std::function<bool(const uint8_t*)>& isWanted, uint64_t memory,
                              ParallelRun& run)
 {
-    const uint64_t all = store.head.header.pointCount;
+    const BrxHeader& header = store.head.header;
+    for (size_t axis = 0; axis < 3; ++axis)
+        if (!((std::ldexp(header.scale[axis], 31) + std::abs(header.offset[axis])) / spacing < kMostCubes))
+            return Status::failure("is too large to be thinned to such a small spacing");
+    const uint64_t all = header.pointCount;
     _kept.reset(new std::atomic<uint64_t>[all / 64 + 1]());
     const Chooser chooser(store, index, spacing, isWanted, run, _kept.get());
     std::vector<std::atomic<uint64_t>> columns(kColumns);

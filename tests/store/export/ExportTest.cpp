@@ -640,6 +640,8 @@ TEST_F(ExportTest, ThinsToThePointNextToTheMiddleOfEachCube)
     expectFailure("to thin them in the memory");
     options.part.spacing = -1;
     expectFailure("no positive number");
+    options.part.spacing = 1e-15;
+    expectFailure("such a small spacing");
 }
 
 TEST_F(ExportTest, LeavesNothingBehindWhenItIsCancelled)
