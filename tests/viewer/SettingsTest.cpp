@@ -86,7 +86,7 @@ TEST(Settings, AFileThatCannotBeReadOrWrittenIsToldOfAndLeftAlone)
     full.set("files.recent", Names(100, "/some/path.laz"));
     {
         const NoRoom noRoom(64);
-        EXPECT_NE(full.save().message().find(old + ": settings cannot be written: "), std::string::npos);
+        EXPECT_NE(full.save().message().find(old + ": cannot be written: "), std::string::npos);
     }
     EXPECT_EQ(readFile(old), bytesOf("{\"a\": 1}"));
     EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 1) << "no temporary file is left";
