@@ -18,6 +18,7 @@ public:
 void addBuildCommand(CLI::App& app);
 void addExportCommand(CLI::App& app);
 void addHistoryCommand(CLI::App& app);
+void addIndexCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addNormalsCommand(CLI::App& app);
 void addRevertCommand(CLI::App& app);

@@ -1,70 +1,23 @@
 #include "tools/FolderInfo.h"
 
+#include "terminal/Text.h"
 #include "tools/Command.h"
 #include "tools/InfoText.h"
+#include "tools/Talk.h"
 
-#include <VelBrx/EditHistory.h>
-#include <VelBrx/FolderFiles.h>
-#include <VelBrx/StoreInfo.h>
+#include <VelBrx/FolderIndex.h>
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <filesystem>
+#include <iostream>
 #include <map>
-#include <optional>
-#include <thread>
+#include <memory>
 #include <vector>
 
 namespace {
-
-using VelBrx::StoreInfo;
-
-/// One store of the folder: why it cannot be read, or what it says.
-struct StoreSummary
-{
-    VelBrx::Status status;
-    StoreInfo info; ///< without its cells
-    uint64_t bytes = 0;
-    uint64_t edits = 0;
-    uint64_t unsavedEdits = 0;
-};
-
-StoreSummary summaryOf(const std::string& path)
-{
-    StoreSummary summary;
-    summary.status = readStoreInfo(path, summary.info);
-    if (!summary.status) return summary;
-    summary.info.cells = {}; // of thousands of stores they take much memory
-    std::error_code error;
-    summary.bytes = std::filesystem::file_size(path, error);
-    VelBrx::EditHistory history;
-    summary.status = readEditHistory(path, history);
-    summary.edits = history.entries.size();
-    for (const VelBrx::EditEntry& entry : history.entries)
-        summary.unsavedEdits += entry.isUnsaved;
-    return summary;
-}
-
-/// In the order of the paths; read by all processors, as most of it is waiting for the disk.
-std::vector<StoreSummary> readAll(const std::vector<std::string>& paths)
-{
-    std::vector<StoreSummary> summaries(paths.size());
-    std::atomic<size_t> next{0};
-    const auto read = [&] {
-        for (size_t i = next++; i < paths.size(); i = next++)
-            summaries[i] = summaryOf(paths[i]);
-    };
-    std::vector<std::thread> others;
-    for (unsigned i = 1; i < std::thread::hardware_concurrency(); ++i)
-        others.emplace_back(read);
-    read();
-    for (std::thread& thread : others)
-        thread.join();
-    return summaries;
-}
 
 /// All stores of a folder that can be read, together.
 struct FolderSummary
@@ -80,46 +33,67 @@ struct FolderSummary
     std::array<double, 3> scale{}; ///< the finest
     std::array<uint64_t, 256> byClass{};
     std::map<std::string, uint64_t> systems; ///< numbers of stores, by what people call their system
-    std::vector<std::string> bad;            ///< lines
 
-    void add(const StoreSummary& store)
+    void add(const VelBrx::IndexedStore& store)
     {
-        const VelBrx::BrxHeader& header = store.info.header;
         for (size_t axis = 0; axis < 3; ++axis) {
             const bool first = stores == 0;
-            min[axis] = first ? header.min[axis] : std::min(min[axis], header.min[axis]);
-            max[axis] = first ? header.max[axis] : std::max(max[axis], header.max[axis]);
-            scale[axis] = first ? header.scale[axis] : std::min(scale[axis], header.scale[axis]);
+            min[axis] = first ? store.min[axis] : std::min(min[axis], store.min[axis]);
+            max[axis] = first ? store.max[axis] : std::max(max[axis], store.max[axis]);
+            scale[axis] = first ? store.scale[axis] : std::min(scale[axis], store.scale[axis]);
         }
         ++stores;
-        points += header.pointCount;
+        points += store.points;
         bytes += store.bytes;
         edits += store.edits;
         editedStores += store.edits > 0;
         unsavedEdits += store.unsavedEdits;
         for (size_t code = 0; code < byClass.size(); ++code)
-            byClass[code] += store.info.statistics.pointsByClass[code];
-        ++systems[systemText(header.projection)];
+            byClass[code] += store.statistics.pointsByClass[code];
     }
 };
 
-FolderSummary summarise(const std::string& folder)
+void printRemark(const VelBrx::FolderReport& report)
 {
-    std::vector<std::string> paths;
-    if (const VelBrx::Status found = VelBrx::findFiles(folder, {".brx"}, paths); !found)
-        throw CommandError(found.message());
-    if (paths.empty()) throw CommandError(folder + ": has no stores (.brx)");
+    if (!report.remark.empty()) unlessQuiet(std::cerr) << "brx: " << printable(report.remark) << '\n';
+}
+
+/// Reads the folder and says what is wrong with its index file.
+VelBrx::FolderReport read(const std::string& folder, VelBrx::FolderIndex& index)
+{
+    VelBrx::FolderReport report;
+    if (const VelBrx::Status read = readFolder(folder, index, report); !read)
+        throw CommandError(read.message());
+    if (index.stores.empty() && report.problems.empty())
+        throw CommandError(folder + ": has no stores (.brx)");
+    printRemark(report);
+    return report;
+}
+
+FolderSummary summarise(const VelBrx::FolderIndex& index)
+{
     FolderSummary all;
-    for (const StoreSummary& store : readAll(paths)) {
-        if (store.status)
-            all.add(store);
-        else
-            all.bad.push_back(store.status.message());
+    std::vector<uint64_t> users(index.systems.size());
+    for (const VelBrx::IndexedStore& store : index.stores) {
+        all.add(store);
+        ++users[store.system];
     }
+    for (size_t i = 0; i < users.size(); ++i)
+        all.systems[systemText(index.systems[i])] += users[i];
     return all;
 }
 
-nlohmann::ordered_json folderJson(const FolderSummary& all)
+/// Lists the stores that cannot be read, and fails where there are some.
+void tellProblems(const std::string& folder, const std::vector<std::string>& problems)
+{
+    if (problems.empty()) return;
+    for (const std::string& line : problems)
+        std::cerr << "brx: " << printable(line) << '\n';
+    throw CommandError(folder + ": " + std::to_string(problems.size()) +
+                       (problems.size() == 1 ? " store" : " stores") + " cannot be read");
+}
+
+nlohmann::ordered_json folderJson(const FolderSummary& all, const std::vector<std::string>& bad)
 {
     return {{"stores", all.stores},
             {"points", all.points},
@@ -130,7 +104,7 @@ nlohmann::ordered_json folderJson(const FolderSummary& all)
             {"editedStores", all.editedStores},
             {"unsavedEdits", all.unsavedEdits},
             {"pointsByClass", histogramJson(all.byClass.data(), all.byClass.size())},
-            {"bad", all.bad}};
+            {"bad", bad}};
 }
 
 void printFolder(const FolderSummary& all, const VelBrx::ClassTable& names)
@@ -156,14 +130,35 @@ void printFolder(const FolderSummary& all, const VelBrx::ClassTable& names)
 
 void tellFolder(const std::string& folder, const VelBrx::ClassTable& names, bool json)
 {
-    const FolderSummary all = summarise(folder);
+    VelBrx::FolderIndex index;
+    const VelBrx::FolderReport report = read(folder, index);
+    const FolderSummary all = summarise(index);
     if (json)
-        printJson(folderJson(all));
+        printJson(folderJson(all, report.problems));
     else if (all.stores > 0)
         printFolder(all, names);
-    if (all.bad.empty()) return;
-    for (const std::string& line : all.bad)
-        std::cerr << "brx: " << printable(line) << '\n';
-    throw CommandError(folder + ": " + std::to_string(all.bad.size()) +
-                       (all.bad.size() == 1 ? " store" : " stores") + " cannot be read");
+    tellProblems(folder, report.problems);
+}
+
+void addIndexCommand(CLI::App& app)
+{
+    const auto folder = std::make_shared<std::string>();
+    CLI::App* const command =
+        app.add_subcommand("index", "Write the index file of a folder of stores, or renew it");
+    command->add_option("FOLDER", *folder, "the folder; stores in folders below it belong to it")->required();
+    command->callback([folder] {
+        if (!std::filesystem::is_directory(*folder)) throw CommandError(*folder + ": is no folder");
+        VelBrx::FolderIndex index;
+        const VelBrx::FolderReport report = read(*folder, index);
+        if (const VelBrx::Status written = writeFolderIndex(*folder, index); !written)
+            throw CommandError(written.message());
+        unlessQuiet(std::cout) << VelBrx::folderIndexPath(*folder) << ": " << grouped(index.stores.size())
+                               << " stores, " << grouped(report.opened) << " of them read, "
+                               << grouped(report.removed) << " removed\n";
+        tellProblems(*folder, report.problems);
+    });
+    command->footer(
+        "With the file a folder of thousands of stores opens in seconds. What it says is used as far as "
+        "size and time of the stores are still those of then, so it may be old, or missing. Only what "
+        "changed since is read; several may write it at once.");
 }

@@ -55,6 +55,7 @@ int main(int argc, char** argv)
     addBuildCommand(app);
     addExportCommand(app);
     addHistoryCommand(app);
+    addIndexCommand(app);
     addInfoCommand(app);
     addNormalsCommand(app);
     addRevertCommand(app);

@@ -12,6 +12,7 @@ set(layers
   "store|store/io store/las"
   "store/journal|store store/io"
   "store/builder|store store/io store/journal store/las store/normals"
+  "store/folder|store store/io store/journal"
   "store/part|store store/io store/las"
   "store/export|store store/io store/las store/part"
   "store/normals|store store/io store/las"
@@ -38,13 +39,13 @@ set(layers
   "viewer/gui|"
   "viewer/panel|terminal viewer/camera viewer/files viewer/gui viewer/measure viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store viewer/tool category"
   "viewer/tool|"
-  "viewer/window|viewer/camera viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod render store viewer/tool"
+  "viewer/window|viewer/camera viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod registry render store viewer/tool"
   "viewer/settings|terminal store"
-  "viewer/picture|viewer/camera viewer/gui viewer/display viewer/scene viewer/window headless edit lod"
+  "viewer/picture|viewer/camera viewer/gui viewer/display viewer/scene viewer/window headless edit lod registry"
   "viewer/script|terminal viewer/camera viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
   "viewer|terminal viewer/display viewer/scene viewer/settings viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
-  "tools|terminal crs store store/io store/builder store/export store/journal store/normals store/sample")
+  "tools|terminal crs store store/io store/builder store/export store/folder store/journal store/normals store/sample")
 # These use each other's exported headers alone.
 set(exported_only
   category>store
@@ -72,6 +73,7 @@ set(exported_only
   tools>store
   tools>store/builder
   tools>store/export
+  tools>store/folder
   tools>store/io
   tools>store/journal
   tools>store/normals
@@ -94,6 +96,7 @@ set(exported_only
   viewer/panel>store
   viewer/picture>edit
   viewer/picture>lod
+  viewer/picture>registry
   viewer/scene>loading
   viewer/scene>lod
   viewer/scene>registry
@@ -105,6 +108,7 @@ set(exported_only
   viewer/script>store
   viewer/settings>store
   viewer/window>lod
+  viewer/window>registry
   viewer/window>render
   viewer/window>session
   viewer/window>store

@@ -142,4 +142,16 @@ TEST(Brx, ExportsPartsAndSumsFoldersUp)
     EXPECT_EQ(told.at("stores"), 2);
     EXPECT_EQ(told.at("points"), 40000);
     EXPECT_EQ(told.at("bounds"), info.at("bounds"));
+
+    const ProgramResult indexed = brx({"index", folder.file("stores")});
+    EXPECT_EQ(indexed.exitStatus, 1) << "a store cannot be read";
+    EXPECT_NE(indexed.out.find("stores.brxindex: 2 stores, 3 of them read"), std::string::npos)
+        << indexed.out;
+    const ProgramResult again = brx({"info", folder.file("stores"), "--json"});
+    EXPECT_EQ(again.out, sum.out);
+    std::filesystem::resize_file(folder.file("stores/stores.brxindex"), 100);
+    const ProgramResult damaged = brx({"info", folder.file("stores"), "--json"});
+    EXPECT_EQ(damaged.out, sum.out);
+    EXPECT_NE(damaged.err.find("stores.brxindex: is damaged"), std::string::npos) << damaged.err;
+    expectOneLine(brx({"index", store}).err);
 }
