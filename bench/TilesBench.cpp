@@ -6,11 +6,11 @@
 #include "bench/TiledSurvey.h"
 
 #include "headless/EglGraphicsWindow.h"
-#include "viewer/scene/ContextServices.h"
 #include "viewer/scene/Scene.h"
 #include "viewer/window/Window.h"
 
 #include <VelOsgDBBrx/CalcLevelVisitor.h>
+#include <VelOsgDBBrx/ContextServices.h>
 
 #include <cmath>
 #include <optional>
@@ -85,7 +85,7 @@ private:
 
     Scene _scene;
     osg::ref_ptr<osgViewer::Viewer> _viewer = new osgViewer::Viewer;
-    std::optional<ContextServices> _services;
+    std::optional<VelOsgDBBrx::ContextServices> _services;
     double _angle = 0;
 };
 

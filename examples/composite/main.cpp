@@ -1,8 +1,10 @@
-// A host of two views: one store from above and from the side, next to each other in one window. It draws on
-// demand: the library asks for frames while cells come in.
-#include <VelOsgDBBrx/GlobalObject.h>
+// A host of two views: one store by its classes from above and from the side, next to each other in one
+// window. It draws on demand: the library asks for frames while cells come in.
+#include <VelBrx/ClassTable.h>
+#include <VelOsgDBBrx/ContextServices.h>
 #include <VelOsgDBBrx/LoadBrxTool.h>
 #include <VelOsgDBBrx/PCViewerManager.h>
+#include <VelOsgDBBrx/PointColors.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
 
 #include <osg/MatrixTransform>
@@ -66,7 +68,10 @@ int main(int argc, char** argv)
         std::cerr << "composite: " << argv[1] << ": is no store; make one with brx build\n";
         return 1;
     }
-    ShaderHelper::originColorShader(cloud);
+    VelBrx::ClassTable classes; // those of the LAS standard
+    classes.setName(64, "Fence");
+    classes.setColor(64, 0x00a0a0);
+    ShaderHelper::classificationColorShader(cloud, classColors(classes));
     osg::ref_ptr<osg::MatrixTransform> scene = new osg::MatrixTransform(osg::Matrixd::translate(offset));
     scene->addChild(cloud);
 
@@ -84,12 +89,11 @@ int main(int argc, char** argv)
     viewer->setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
     viewer->realize();
 
-    GlobalObject::registerGraphicsContext(window);
+    const ContextServices services(window, 20000000); // ends before the viewer, which is older
     PCViewerManager::getInstance()->registerView(plan, "plan");
     PCViewerManager::getInstance()->registerView(section, "section");
     const int result = viewer->run();
     PCViewerManager::getInstance()->unRegisterViewer("plan");
     PCViewerManager::getInstance()->unRegisterViewer("section");
-    GlobalObject::unRegisterGraphicsContext(window);
     return result;
 }

@@ -1,8 +1,9 @@
-// A host with more than the smallest: several stores by height, shaded, under a budget, and points that are
-// picked and measured between.
+// A host with more than the smallest: several stores by height, shaded, under a budget, smooth to move in,
+// and points that are picked and measured between.
 #include <VelOsgDBBrx/DefaultDisplay.h>
 #include <VelOsgDBBrx/GlobalObject.h>
 #include <VelOsgDBBrx/IPointLoadManager.h>
+#include <VelOsgDBBrx/MoveLevel.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 #include <VelOsgDBBrx/OpenCloud.h>
 #include <VelOsgDBBrx/OpenGLCheck.h>
@@ -90,6 +91,31 @@ private:
     bool _askedForTheMiddle = false;
 };
 
+/// Draws fewer levels while the user drags, as many as leave 30 frames a second.
+class SmoothDragging : public osgGA::GUIEventHandler
+{
+public:
+    SmoothDragging(osg::Node* scene, osg::GraphicsContext* context)
+        : _moveLevel(scene, GlobalObject::getIncrementalCompileOperation(context))
+    {
+    }
+
+    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter&) override
+    {
+        if (event.getEventType() != osgGA::GUIEventAdapter::FRAME) return false;
+        const bool isWhole = event.getButtonMask() == 0;
+        if (isWhole && _wasWhole) _moveLevel.wholeFrameTook(event.getTime() - _lastFrame, 30);
+        _wasWhole = isWhole;
+        _lastFrame = event.getTime();
+        return false;
+    }
+
+private:
+    MoveLevel _moveLevel;
+    double _lastFrame = 0; // seconds
+    bool _wasWhole = false;
+};
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -138,6 +164,7 @@ int main(int argc, char** argv)
     const osg::ref_ptr<PointPicker> picker = new PointPicker(scene);
     scene->addChild(picker);
     viewer->addEventHandler(new Picking(clouds, *picker, *manager));
+    viewer->addEventHandler(new SmoothDragging(scene, context));
     const int result = viewer->run();
 
     PCViewerManager::getInstance()->unRegisterViewer("main");

@@ -3,9 +3,10 @@
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
-#include "viewer/scene/ContextServices.h"
 #include "viewer/scene/Scene.h"
 #include "viewer/window/Overlay.h"
+
+#include <VelOsgDBBrx/ContextServices.h>
 
 #include <optional>
 
@@ -36,5 +37,5 @@ struct ShownSurvey
     HeadlessViewer host;
     Scene scene;
     const osg::ref_ptr<Overlay> overlay = new Overlay;
-    std::optional<ContextServices> services; ///< ends before the viewer
+    std::optional<VelOsgDBBrx::ContextServices> services; ///< ends before the viewer
 };

@@ -3,6 +3,7 @@
 #include "viewer/display/Palettes.h"
 
 #include <VelOsgDBBrx/DefaultDisplay.h>
+#include <VelOsgDBBrx/PointColors.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
 
 #include <algorithm>
@@ -245,7 +246,7 @@ ColorWithRangeInfo Coloring::gradient(ColorMode mode) const
         info.entries = intensityStops();
         info.range /= static_cast<float>(kFullIntensity);
     }
-    const std::vector<ColorEntry> chosen = paletteStops(_gradients.palette);
+    const std::vector<ColorEntry> chosen = VelOsgDBBrx::paletteStops(_gradients.palette);
     if (!chosen.empty()) info.entries = chosen;
     return info;
 }

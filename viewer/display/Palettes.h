@@ -2,8 +2,6 @@
 
 #include <VelBrx/ClassTable.h>
 
-#include <VelOsgDBBrx/ShaderHelper.h>
-
 #include <osg/Vec4f>
 
 #include <optional>
@@ -30,12 +28,9 @@ std::string classText(unsigned code);
 /// apart, and no two of the first few hundred are the same.
 osg::Vec4f distinctColor(size_t n);
 
-/// The gradients to choose from. The first, "own", is the one that each colour mode has by itself; in the
-/// others equal steps of the value are equal steps to the eye.
+/// The gradients to choose from: first "own", which is the one that each colour mode has by itself, then
+/// those of the library.
 const std::vector<std::string>& paletteNames();
-
-/// The stops of a gradient, evenly spaced from 0 to 1; none for "own", and for what is no name of one.
-std::vector<VelOsgDBBrx::ColorEntry> paletteStops(const std::string& name);
 
 /// #rrggbb; empty for another text.
 std::optional<osg::Vec4f> colorOf(const std::string& text);

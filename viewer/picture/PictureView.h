@@ -5,12 +5,12 @@
 #include "viewer/camera/SectionFrame.h"
 #include "viewer/gui/Gui.h"
 #include "viewer/scene/CameraView.h"
-#include "viewer/scene/ContextServices.h"
 #include "viewer/scene/Options.h"
 #include "viewer/scene/Scene.h"
 #include "viewer/window/Overlay.h"
 
 #include <VelBrx/Status.h>
+#include <VelOsgDBBrx/ContextServices.h>
 #include <osg/ref_ptr>
 #include <osgViewer/Viewer>
 
@@ -75,5 +75,5 @@ private:
     Look _look;
     Lens _lens;
     std::optional<SectionFrame> _section;
-    std::optional<ContextServices> _services;
+    std::optional<VelOsgDBBrx::ContextServices> _services;
 };

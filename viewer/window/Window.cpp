@@ -16,7 +16,6 @@
 #include "viewer/panel/SurfaceSection.h"
 #include "viewer/panel/ToolsSection.h"
 #include "viewer/panel/ViewSection.h"
-#include "viewer/scene/ContextServices.h"
 #include "viewer/window/ClipBoxHandles.h"
 #include "viewer/window/CloseRequests.h"
 #include "viewer/window/DisplayKeys.h"
@@ -24,7 +23,6 @@
 #include "viewer/window/FullScreenKey.h"
 #include "viewer/window/HelpKey.h"
 #include "viewer/window/MeasureKeys.h"
-#include "viewer/window/MoveLevel.h"
 #include "viewer/window/Notices.h"
 #include "viewer/window/Overlay.h"
 #include "viewer/window/PickHandler.h"
@@ -35,6 +33,8 @@
 #include "viewer/window/WindowFiles.h"
 #include "viewer/window/WindowRest.h"
 
+#include <VelOsgDBBrx/ContextServices.h>
+#include <VelOsgDBBrx/MoveLevel.h>
 #include <VelOsgDBBrx/OpenGLCheck.h>
 #include <osgViewer/ViewerEventHandlers>
 
@@ -47,6 +47,8 @@
 #include <optional>
 
 using VelBrx::Status;
+using VelOsgDBBrx::ContextServices;
+using VelOsgDBBrx::MoveLevel;
 
 namespace {
 

@@ -1,8 +1,10 @@
-#include "viewer/window/MoveLevel.h"
+#include <VelOsgDBBrx/MoveLevel.h>
 
 #include <VelOsgDBBrx/CalcLevelVisitor.h>
 
 #include <algorithm>
+
+namespace VelOsgDBBrx {
 
 int deepestLevelWithin(const std::map<int, int>& pointsByLevel, double limit)
 {
@@ -16,14 +18,14 @@ int deepestLevelWithin(const std::map<int, int>& pointsByLevel, double limit)
     return deepest;
 }
 
-MoveLevel::MoveLevel(osg::Node* scene, VelOsgDBBrx::VelIncrementalCompileOperation* operation)
+MoveLevel::MoveLevel(osg::Node* scene, VelIncrementalCompileOperation* operation)
     : _scene(scene), _operation(operation)
 {
 }
 
 void MoveLevel::wholeFrameTook(double seconds, double framesPerSecond)
 {
-    VelOsgDBBrx::CalcLevelVisitor levels;
+    CalcLevelVisitor levels;
     _scene->accept(levels);
     _points = 0;
     for (const auto& level : levels.getLevelWithNum())
@@ -31,3 +33,5 @@ void MoveLevel::wholeFrameTook(double seconds, double framesPerSecond)
     const double pointsPerSecond = static_cast<double>(_points) / std::max(seconds, 1e-6);
     _operation->setMoveLevel(deepestLevelWithin(levels.getLevelWithNum(), pointsPerSecond / framesPerSecond));
 }
+
+} // namespace VelOsgDBBrx

@@ -1,17 +1,17 @@
-#include "viewer/scene/ContextServices.h"
+#include <VelOsgDBBrx/ContextServices.h>
 
 #include <VelOsgDBBrx/IPointLoadManager.h>
 #include <VelOsgDBBrx/PointCloudLodOperation.h>
 
 #include <thread>
 
-using VelOsgDBBrx::GlobalObject;
+namespace VelOsgDBBrx {
 
 ContextServices::ContextServices(osg::GraphicsContext* context, std::optional<uint64_t> budget)
     : _context(context)
 {
-    VelOsgDBBrx::IPointLoadManager* manager = GlobalObject::registerGraphicsContext(context);
-    manager->setLodOperation(new VelOsgDBBrx::PixelSpacingLod(*manager));
+    IPointLoadManager* manager = GlobalObject::registerGraphicsContext(context);
+    manager->setLodOperation(new PixelSpacingLod(*manager));
     if (budget) manager->setMaxNumOfPointCloud(*budget);
 }
 
@@ -22,9 +22,8 @@ ContextServices::~ContextServices()
 
 void ContextServices::setBudget(uint64_t points) const
 {
-    VelOsgDBBrx::IPointLoadManager* const manager = GlobalObject::getPLM(_context);
-    if (__atomic_load_n(&manager->getMaxNumOfPointCloud(), __ATOMIC_RELAXED) != points)
-        manager->setMaxNumOfPointCloud(points);
+    IPointLoadManager* const manager = GlobalObject::getPLM(_context);
+    if (manager->pointBudget() != points) manager->setMaxNumOfPointCloud(points);
 }
 
 bool ContextServices::isSettled() const
@@ -32,7 +31,7 @@ bool ContextServices::isSettled() const
     return GlobalObject::getPLM(_context)->isSettled();
 }
 
-bool ContextServices::settle(osgViewer::Viewer& viewer, std::chrono::duration<double> timeout,
+bool ContextServices::settle(osgViewer::ViewerBase& viewer, std::chrono::duration<double> timeout,
                              const std::atomic<bool>* cancel) const
 {
     // The first frame registers the clouds, the second captures the camera of the first.
@@ -47,3 +46,5 @@ bool ContextServices::settle(osgViewer::Viewer& viewer, std::chrono::duration<do
     }
     return true;
 }
+
+} // namespace VelOsgDBBrx

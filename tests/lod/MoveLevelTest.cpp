@@ -1,6 +1,8 @@
-#include "viewer/window/MoveLevel.h"
+#include <VelOsgDBBrx/MoveLevel.h>
 
 #include <gtest/gtest.h>
+
+using VelOsgDBBrx::deepestLevelWithin;
 
 TEST(MoveLevel, IsTheDeepestWhosePointsAndThoseAboveAreWithinTheLimit)
 {
