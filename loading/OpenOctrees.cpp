@@ -15,6 +15,7 @@ struct OpenOctrees
 {
     VelThreads::Mutex mutex;
     std::map<VelBrx::FileIdentity, Octrees> byFile VEL_GUARDED_BY(mutex); ///< the last opened at the back
+    size_t nextSweep VEL_GUARDED_BY(mutex) = 16; ///< files; then those that were closed are dropped
 };
 
 OpenOctrees& all()
@@ -35,11 +36,17 @@ void noteOpenOctree(OctreeInfo& octree)
 {
     const VelThreads::Lock guard(all().mutex);
     auto& byFile = all().byFile;
-    for (auto file = byFile.begin(); file != byFile.end();) {
-        dropClosed(file->second);
-        file = file->second.empty() ? byFile.erase(file) : std::next(file);
+    // Not each time: thousands of stores are opened one after the other.
+    if (byFile.size() >= all().nextSweep) {
+        for (auto file = byFile.begin(); file != byFile.end();) {
+            dropClosed(file->second);
+            file = file->second.empty() ? byFile.erase(file) : std::next(file);
+        }
+        all().nextSweep = 2 * byFile.size() + 16;
     }
-    byFile[octree.pointFile->identity()].emplace_back(&octree);
+    Octrees& octrees = byFile[octree.pointFile->identity()];
+    dropClosed(octrees);
+    octrees.emplace_back(&octree);
 }
 
 osg::ref_ptr<OctreeInfo> findOpenOctree(const VelBrx::FileIdentity& file)

@@ -164,9 +164,11 @@ void Scene::setShown(uint64_t id, bool shown)
 
 const Scene::Cloud* Scene::findCloud(uint64_t id) const
 {
+    // They came in the order of their ids.
     const auto cloud =
-        std::find_if(_clouds.begin(), _clouds.end(), [id](const Cloud& known) { return known.id == id; });
-    return cloud == _clouds.end() ? nullptr : &*cloud;
+        std::lower_bound(_clouds.begin(), _clouds.end(), id,
+                         [](const Cloud& known, uint64_t wanted) { return known.id < wanted; });
+    return cloud == _clouds.end() || cloud->id != id ? nullptr : &*cloud;
 }
 
 /// Bounds and colours are of the clouds that there are now.
