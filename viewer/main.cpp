@@ -92,6 +92,8 @@ Status run(osg::ArgumentParser& arguments)
         std::fprintf(stderr, "brxview: %s\n", warning.c_str());
     Scene scene;
     if (!options.headless) {
+        // Folders as they were named: a window shows what comes into them.
+        options.inputs.assign(arguments.argv() + 1, arguments.argv() + arguments.argc());
         Settings settings;
         scene.setLook(options);
         return runInWindow(*viewer, scene, options, settings);

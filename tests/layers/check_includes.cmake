@@ -35,7 +35,7 @@ set(layers
   "viewer/edit|terminal store viewer/display viewer/scene session cull edit lod render"
   "viewer/measure|terminal viewer/display viewer/gui viewer/scene viewer/edit render store"
   "viewer/operation|terminal viewer/camera viewer/display viewer/scene viewer/edit viewer/measure"
-  "viewer/files|terminal viewer/scene viewer/edit viewer/settings store/export store"
+  "viewer/files|terminal viewer/scene viewer/edit viewer/settings store/export store store/io"
   "viewer/gui|"
   "viewer/panel|terminal viewer/camera viewer/files viewer/gui viewer/measure viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store viewer/tool category"
   "viewer/tool|"
@@ -91,6 +91,7 @@ set(exported_only
   viewer/edit>store
   viewer/files>store
   viewer/files>store/export
+  viewer/files>store/io
   viewer/panel>lod
   viewer/panel>render
   viewer/panel>store

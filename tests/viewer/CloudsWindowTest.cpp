@@ -1,5 +1,6 @@
 // Files in the window: opened, built, saved, exported and closed by keys.
 
+#include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/ProgramWindow.h"
 #include "tests/support/ReadFile.h"
@@ -163,4 +164,32 @@ TEST_F(CloudsWindow, WhatCannotBeOpenedIsToldInALineAndTheOthersAreShown)
     window->press("Ctrl+q");
     EXPECT_EQ(window->program().wait().exitStatus, 0);
     EXPECT_FALSE(fs::exists(folder.file("note.las.brx")));
+}
+
+TEST_F(CloudsWindow, StoresThatComeIntoAFolderAreShownAndOnesBuiltAnewTakeTheirPlace)
+{
+    const auto put = [this](const std::string& name, int side) {
+        TestSurvey survey;
+        survey.side = side;
+        ASSERT_TRUE(survey.write(folder.file("next.las")));
+        buildStoreOf(folder.file("next.las"), folder.file("next"));
+        fs::rename(folder.file("next"), folder.file("stores/" + name));
+    };
+    fs::create_directories(folder.file("stores/west"));
+    put("west/a.brx", 40);
+    open({folder.file("stores") + "/"});
+    EXPECT_TRUE(becomesTitle("a.brx - brxview"));
+    EXPECT_TRUE(eventually([&] { return pointsIn(*window->picture()) > 1000; }));
+
+    put("west/b.brx", 41);
+    EXPECT_TRUE(becomesTitle("a.brx and 1 more - brxview")) << "in a folder of the folder";
+    put("c.brx", 42);
+    EXPECT_TRUE(becomesTitle("a.brx and 2 more - brxview"));
+    put("west/a.brx", 4);
+    EXPECT_TRUE(tells("west/a.brx: was built anew, and is shown so"));
+    EXPECT_TRUE(becomesTitle("b.brx and 2 more - brxview"));
+    fs::remove(folder.file("stores/c.brx"));
+    window->press("Ctrl+q");
+    EXPECT_EQ(window->program().wait().exitStatus, 0);
+    EXPECT_EQ(window->program().err().find("cannot"), std::string::npos) << window->program().err();
 }

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
+#include <map>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -25,7 +25,8 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 
 std::string nameOf(const std::string& path)
 {
-    return fs::path(path).filename().string();
+    const fs::path whole(path); // a folder's may end in a slash
+    return (whole.has_filename() ? whole : whole.parent_path()).filename().string();
 }
 
 std::string absolute(const std::string& path)
@@ -58,9 +59,10 @@ void CloudFiles::openNow(const std::string& path, const How& how, JobQueue::Cont
         if (!status && !control.cancelled()) news.problems.push_back(status.message());
         return status.ok();
     };
-    std::vector<OpenedStore> stores;
     std::vector<std::string> opened;
     if (!tell(expandFolders(inputs))) inputs.clear();
+    std::error_code unknown;
+    if (!inputs.empty() && fs::is_directory(path, unknown)) inputs = _folders.add(path);
     for (const std::string& input : inputs) {
         StorePlan plan;
         if (control.cancelled() || !tell(findStore(input, how.rebuild, how.place, plan))) continue;
@@ -73,12 +75,12 @@ void CloudFiles::openNow(const std::string& path, const How& how, JobQueue::Cont
         if (!note.empty()) news.notes.push_back(note);
         if (const std::string warning = warnOfCache(input, plan.store); !warning.empty())
             news.notes.push_back(warning);
-        stores.push_back(std::move(store));
         opened = {path};
+        const VelThreads::Lock lock(_mutex); // the first of a folder's is shown before the last is read
+        _results.stores.push_back(std::move(store));
     }
     if (control.cancelled()) news.done.push_back(path + ": cancelled");
     const VelThreads::Lock lock(_mutex);
-    std::move(stores.begin(), stores.end(), std::back_inserter(_results.stores));
     append(_results.opened, opened);
     append(_results.news.problems, news.problems);
     append(_results.news.notes, news.notes);
@@ -116,15 +118,42 @@ void CloudFiles::exportNow(const std::string& store, const std::string& path, bo
     append(news.done, report.notes);
 }
 
+/// The old stores of names that have new ones leave the scene. One with classes that are not saved stays, and
+/// the new one is left out.
+void CloudFiles::giveWay(std::vector<OpenedStore>& stores, News& news)
+{
+    if (stores.empty()) return;
+    std::map<std::string, uint64_t> replaced;
+    for (const Scene::Cloud& cloud : _scene.clouds())
+        if (!cloud.octree().pointFile->isStillNamed()) replaced[cloud.store] = cloud.id;
+    if (replaced.empty()) return;
+    const std::map<std::string, uint64_t> unsaved = _editing.unsavedPoints();
+    const auto isHeld = [&](const OpenedStore& store) {
+        const bool held = replaced.count(store.path) > 0 && unsaved.count(store.path) > 0;
+        if (held)
+            news.problems.push_back(store.path +
+                                    ": was built anew; the old one is on show as long as its classes are not "
+                                    "saved or dropped: do so, then close it and open it again");
+        return held;
+    };
+    stores.erase(std::remove_if(stores.begin(), stores.end(), isHeld), stores.end());
+    for (const OpenedStore& store : stores)
+        if (const auto old = replaced.find(store.path);
+            old != replaced.end() && _editing.removeCloud(old->second))
+            news.done.push_back(store.path + ": was built anew, and is shown so");
+}
+
 CloudFiles::News CloudFiles::update()
 {
     if (_editing.isBusy()) return {};
+    open(_folders.changed());
     Results results;
     {
         const VelThreads::Lock lock(_mutex);
         results = std::exchange(_results, Results());
     }
     News& news = results.news;
+    giveWay(results.stores, news);
     if (!results.stores.empty()) {
         _editing.addClouds(std::move(results.stores));
         append(news.notes, _editing.notes());

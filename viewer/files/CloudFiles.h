@@ -1,6 +1,7 @@
 #pragma once
 
 #include "viewer/edit/SceneEditing.h"
+#include "viewer/files/FolderWatch.h"
 #include "viewer/files/JobQueue.h"
 #include "viewer/scene/StoreCache.h"
 #include "viewer/settings/Settings.h"
@@ -34,7 +35,8 @@ public:
     CloudFiles(const CloudFiles&) = delete;
     CloudFiles& operator=(const CloudFiles&) = delete;
 
-    /// Opens stores, the stores of folders, LAS and LAZ files, one after the other.
+    /// Opens stores, the stores of folders, LAS and LAZ files, one after the other. Stores that come into a
+    /// folder later are opened too; one that is built anew there takes the place of the one on show.
     void open(const std::vector<std::string>& paths) { open(paths, {}); }
     void open(const std::vector<std::string>& paths, const How& how);
 
@@ -83,6 +85,7 @@ private:
     void exportNow(const std::string& store, const std::string& path, bool overwrite,
                    JobQueue::Control& control) VEL_EXCLUDES(_mutex);
     void remember(const std::vector<std::string>& opened);
+    void giveWay(std::vector<OpenedStore>& stores, News& news);
 
     SceneEditing& _editing;
     Scene& _scene;
@@ -90,6 +93,7 @@ private:
     std::vector<uint64_t> _closing;
     mutable VelThreads::Mutex _mutex;
     Results _results VEL_GUARDED_BY(_mutex);
+    FolderWatch _folders;
     JobQueue _opening; ///< uses the others, as does the next
     JobQueue _exporting;
 };

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "viewer/files/JobQueue.h"
+
+#include <VelBrx/FileIdentity.h>
+#include <VelThreads/Mutex.h>
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+/// Looks every few seconds for stores that came into folders, or were built anew there, on a thread of its
+/// own. A folder is listed again only when its time of change, or that of a folder in it that has stores, is
+/// another one: what is written into a file changes neither.
+///
+/// Threads: one, but `add` any.
+class FolderWatch
+{
+public:
+    /// Watches a folder from now on; returns its stores, in the order of their paths. One that cannot be read
+    /// has none.
+    std::vector<std::string> add(const std::string& folder) VEL_EXCLUDES(_mutex);
+
+    /// The paths of stores that are new, or another file than before, since they were told last. Begins to
+    /// look where it is time to, and never waits. Call it often.
+    std::vector<std::string> changed() VEL_EXCLUDES(_mutex);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Folder
+    {
+        std::map<std::string, std::filesystem::file_time_type> times; ///< of the folders, by path
+        std::map<std::string, VelBrx::FileIdentity> stores;           ///< by path
+    };
+
+    static Folder read(const std::string& path);
+    static bool isAsBefore(const Folder& folder);
+    void look(const std::atomic<bool>& cancelled) VEL_EXCLUDES(_mutex);
+
+    VelThreads::Mutex _mutex;
+    std::map<std::string, Folder> _folders VEL_GUARDED_BY(_mutex); ///< by path
+    std::vector<std::string> _changed VEL_GUARDED_BY(_mutex);
+    Clock::time_point _lastLook = Clock::now();
+    JobQueue _jobs; ///< uses the others
+};
