@@ -28,6 +28,13 @@ void removeUnlocked(const std::string& path)
     ::close(descriptor);
 }
 
+/// Locks the file at `path`; false where a process that takes leftovers away was quicker.
+bool lockTemporary(int descriptor, const std::string& path)
+{
+    flock(descriptor, LOCK_EX);
+    return access(path.c_str(), F_OK) == 0;
+}
+
 /// Whether `name` is `stem` with "." digits "-" digits ".part" behind it.
 bool isTemporaryOf(const std::string& name, const std::string& stem)
 {
@@ -98,12 +105,18 @@ Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size
     if (Status status = check(path, overwrite); !status) return status;
     removeLeftovers(path);
     static std::atomic<unsigned> counter{0};
-    const std::string temporary =
-        path + "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + kTemporaryEnding;
-    const int descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor < 0) return systemFailure(path + ": cannot be made", errno);
-    flock(descriptor, LOCK_EX | LOCK_NB);
-    _temporaryPath = temporary;
+    int descriptor = -1;
+    do {
+        if (descriptor >= 0) ::close(descriptor);
+        _temporaryPath =
+            path + "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + kTemporaryEnding;
+        descriptor = open(_temporaryPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (descriptor < 0) {
+            const int error = errno;
+            _temporaryPath.clear();
+            return systemFailure(path + ": cannot be made", error);
+        }
+    } while (!lockTemporary(descriptor, _temporaryPath));
     _file.take(descriptor, path);
     if (Status status = checkSpace(path, size); !status) return status;
     return _file.reserve(size);
@@ -111,7 +124,9 @@ Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size
 
 Status OutputFile::commit()
 {
-    if (Status status = _file.close(); !status) return status;
+    // It stays locked until it has its name: what is not locked is a leftover to others.
+    if (_file.descriptor() >= 0)
+        if (Status status = _file.sync(); !status) return status;
     // A file that appeared meanwhile is not replaced where the system can prevent it.
     int result = _overwrite
                      ? rename(_temporaryPath.c_str(), _path.c_str())
@@ -123,7 +138,7 @@ Status OutputFile::commit()
     if (result != 0) return systemFailure(_path + ": cannot be given its name", errno);
     _temporaryPath.clear();
     syncFolder(folderOf(_path));
-    return {};
+    return _file.close();
 }
 
 } // namespace VelBrx

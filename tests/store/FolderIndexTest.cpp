@@ -149,7 +149,7 @@ TEST_F(FolderIndexTest, AFileThatIsNoneIsNotUsed)
         return report.remark;
     };
     std::string flipped = good;
-    flipped[good.size() / 2] ^= 1;
+    flipped[good.find("points") + 6] ^= 1; // another number of points
     std::string newer = good;
     newer[8] = 9;
     EXPECT_NE(remarkOf(flipped).find("is damaged"), std::string::npos);
