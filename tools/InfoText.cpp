@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <ctime>
+#include <iomanip>
 #include <sstream>
 
 using VelBrx::LasInfo;
@@ -72,10 +74,26 @@ double densityOf(const LasInfo& info)
     return density(info.pointCount, info.max[0] - info.min[0], info.max[1] - info.min[1]);
 }
 
-std::string threeDigits(double value)
+/// "5.43 points per square metre"; of coordinates without a system, per square unit.
+std::string densityText(const LasInfo& info)
 {
+    std::optional<CoordinateSystem> system;
+    const bool hasUnit = CoordinateSystem::read(info.projection, system) && system;
     std::ostringstream text;
-    text << std::setprecision(3) << value;
+    text << std::setprecision(3) << densityOf(info) << " points per square "
+         << (hasUnit ? printable(system->horizontalUnit().name) : "unit");
+    return text.str();
+}
+
+/// The date of a day of a year, "2017-07-26".
+std::string dateText(int year, int day)
+{
+    std::tm date = {};
+    date.tm_year = year - 1900;
+    date.tm_mday = day; // of January; goes on into the months behind it
+    const std::time_t time = timegm(&date);
+    std::ostringstream text;
+    text << std::put_time(gmtime_r(&time, &date), "%F");
     return text.str();
 }
 
@@ -119,7 +137,7 @@ Json jsonOf(const LasInfo& info)
 void printPoints(const LasInfo& info, const VelBrx::ClassTable& names)
 {
     printPlace(info);
-    printLine("points per unit^2", threeDigits(densityOf(info)));
+    printLine("density", densityText(info));
     printLine("intensity", std::to_string(info.minIntensity) + " to " + std::to_string(info.maxIntensity));
     if (info.hasGpsTime)
         printLine("GPS time", coordinate(info.minGpsTime, 1e-6) + " to " + coordinate(info.maxGpsTime, 1e-6));
@@ -142,8 +160,7 @@ void print(const LasInfo& info, const VelBrx::ClassTable& names)
     printLine("points", info.pointCount);
     printLine("coordinate system", systemText(info.projection));
     printLine("system", printable(info.systemIdentifier));
-    printLine("created",
-              "day " + std::to_string(info.creationDay) + " of " + std::to_string(info.creationYear));
+    printLine("created", info.creationYear == 0 ? "no date" : dateText(info.creationYear, info.creationDay));
     if (info.pointCount > 0) printPoints(info, names);
     for (const LasInfo::ExtraBytes& one : info.extraBytes)
         printLine("extra bytes", printable(one.name) + ", " + one.type);

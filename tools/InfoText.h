@@ -36,12 +36,13 @@ void printVector(const char* name, const Values& values, Text text)
 template <class Place>
 void printPlace(const Place& place)
 {
-    const auto inSteps = [&](double value, size_t axis) { return coordinate(value, place.scale[axis]); };
-    const auto whole = [](double value, size_t) { return shortest(value); };
+    const auto inSteps = [&](double value, size_t axis) {
+        return coordinate(value + 0.0, place.scale[axis]); // no -0
+    };
     printVector("smallest x y z", place.min, inSteps);
     printVector("largest x y z", place.max, inSteps);
-    printVector("scale", place.scale, whole);
-    printVector("offset", place.offset, whole);
+    printVector("scale", place.scale, [](double value, size_t) { return shortest(value); });
+    printVector("offset", place.offset, inSteps);
 }
 
 template <size_t N>

@@ -370,6 +370,9 @@ TEST_F(EditKeysTest, NoKeyHasTwoMeaningsAndTheHelpAndThePagesListTheSame)
     const std::set<std::string> listed(keysOfHelp.begin(), keysOfHelp.end());
     for (const std::string& key : listed)
         EXPECT_EQ(keysOfHelp.count(key), 1u) << key;
+    for (const KeyList& list : help->lists())
+        for (const auto& line : list.keys)
+            EXPECT_LE(line.first.size(), 22u) << line.first << ": no room is left for the words";
     std::set<std::string> onPages;
     for (const std::string page : {"viewing", "editing"})
         for (const std::string& key : keysInTables(VELBRX_SOURCE_DIR "/docs/" + page + ".md"))

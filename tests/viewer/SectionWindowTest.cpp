@@ -70,10 +70,8 @@ TEST_F(SectionWindow, TwoClicksShowAStripBelowWhoseEditsReachNothingElse)
         window.stillPicture();
     };
     press("S");
-    for (const int x : {40, kWidth - 40}) {
+    for (const int x : {40, kWidth - 40}) // the second one before the first has its point
         window.click(x, kRow9);
-        window.stillPicture();
-    }
     const osg::ref_ptr<osg::Image> split = window.stillPicture();
     EXPECT_FALSE(samePixels(*split, *whole));
     EXPECT_GT(pointPixels(*split, 260, 480), 0) << "the main picture above";

@@ -19,7 +19,8 @@ double contourInterval(const SurfaceLook& look, const VelBrx::AttributeRange& el
     return 10 * decade;
 }
 
-std::string describeSurface(const SurfaceLook& look, const VelBrx::AttributeRange& elevations)
+std::string describeSurface(const SurfaceLook& look, const VelBrx::AttributeRange& elevations,
+                            const std::string& symbol)
 {
     constexpr size_t kNamed = 3; // classes; more are counted
     std::string classes;
@@ -32,7 +33,7 @@ std::string describeSurface(const SurfaceLook& look, const VelBrx::AttributeRang
     char contours[64] = "";
     if (look.contours)
         std::snprintf(contours, sizeof contours, ", contours every %g", contourInterval(look, elevations));
-    return "surface of " + classes + contours;
+    return "surface of " + classes + contours + (look.contours && !symbol.empty() ? " " + symbol : "");
 }
 
 void applySurface(VelOsgDBBrx::SurfaceView& view, const SurfaceLook& look,

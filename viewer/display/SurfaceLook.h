@@ -25,8 +25,10 @@ struct SurfaceLook
 /// from the lowest to the highest point, strays left out.
 double contourInterval(const SurfaceLook& look, const VelBrx::AttributeRange& elevations);
 
-/// What the surface shows, for legends: "surface of 2 ground, contours every 0.5".
-std::string describeSurface(const SurfaceLook& look, const VelBrx::AttributeRange& elevations);
+/// What the surface shows, for legends: "surface of 2 ground, contours every 0.5 m". `symbol`: of the unit of
+/// heights; empty where nobody states it.
+std::string describeSurface(const SurfaceLook& look, const VelBrx::AttributeRange& elevations,
+                            const std::string& symbol);
 
 /// Call it where the scene may be changed.
 void applySurface(VelOsgDBBrx::SurfaceView& view, const SurfaceLook& look,

@@ -7,9 +7,27 @@
 #include "viewer/operation/ParameterKinds.h"
 #include "viewer/operation/SectionOperations.h"
 
+#include <algorithm>
+
 using namespace parameter;
 
 namespace {
+
+using Keys = std::vector<Key>::const_iterator;
+
+/// Of keys that stand in one line: "x / X", or "Ctrl+1 ... Ctrl+9" where many follow each other.
+std::string namesOf(Keys begin, Keys end)
+{
+    constexpr int kMany = 4;
+    const auto last = end - 1;
+    const bool isRow =
+        std::adjacent_find(begin, end, [](const Key& a, const Key& b) { return b.key != a.key + 1; }) == end;
+    if (isRow && end - begin >= kMany) return begin->name() + " ... " + last->name();
+    std::string names = begin->name();
+    for (auto key = begin + 1; key != end; ++key)
+        names += " / " + key->name();
+    return names;
+}
 
 /// What only scripts do.
 std::vector<Operation> scriptOperations()
@@ -64,12 +82,11 @@ std::vector<std::pair<std::string, std::string>> listKeys(Key::When when)
 {
     std::vector<std::pair<std::string, std::string>> lines;
     for (const Operation& operation : operations())
-        for (const Key& key : operation.keys) {
-            if (key.when != when) continue;
-            if (key.words)
-                lines.emplace_back(key.name(), key.words);
-            else
-                lines.back().first += " / " + key.name();
+        for (auto key = operation.keys.begin(); key != operation.keys.end();) {
+            const auto next =
+                std::find_if(key + 1, operation.keys.end(), [](const Key& k) { return k.words; });
+            if (key->when == when) lines.emplace_back(namesOf(key, next), key->words);
+            key = next;
         }
     return lines;
 }

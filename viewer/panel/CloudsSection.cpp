@@ -47,13 +47,19 @@ void CloudsSection::draw()
     drawButtons();
     drawProblems();
     if (_stage.scene.clouds().empty()) {
-        ImGui::TextDisabled("Nothing is open.");
+        ImGui::PushStyleColor(ImGuiCol_Text, ImGui::GetStyleColorVec4(ImGuiCol_TextDisabled));
+        ImGui::TextWrapped("Nothing is open. Open LAS and LAZ files, stores or a folder of stores, or drop "
+                           "them on the window.");
+        ImGui::PopStyleColor();
         return;
     }
     if (!ImGui::BeginTable("clouds", 3, ImGuiTableFlags_SizingStretchProp)) return;
-    ImGui::TableSetupColumn("eye", ImGuiTableColumnFlags_WidthFixed);
+    const ImGuiStyle& style = ImGui::GetStyle();
+    const float buttons = ImGui::CalcTextSize("Frame").x + ImGui::CalcTextSize("x").x +
+                          4 * style.FramePadding.x + style.ItemSpacing.x;
+    ImGui::TableSetupColumn("eye", ImGuiTableColumnFlags_WidthFixed, ImGui::GetFrameHeight());
     ImGui::TableSetupColumn("name", ImGuiTableColumnFlags_WidthStretch);
-    ImGui::TableSetupColumn("do", ImGuiTableColumnFlags_WidthFixed);
+    ImGui::TableSetupColumn("do", ImGuiTableColumnFlags_WidthFixed, buttons);
     for (const Scene::Cloud& cloud : _stage.scene.clouds())
         drawCloud(cloud);
     ImGui::EndTable();

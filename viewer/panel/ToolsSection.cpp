@@ -65,8 +65,8 @@ ToolsSection::ToolsSection(const Stage& stage, const ClassChoice& choice, ToolDe
 void ToolsSection::draw()
 {
     drawTools();
-    drawSettings();
     drawActions();
+    drawSettings();
     drawDepth();
     drawRanges();
     drawCounts();
@@ -86,20 +86,17 @@ void ToolsSection::drawTools()
         ImGui::SameLine();
         ImGui::TextDisabled("%s", keyName(kind.key).c_str());
     }
-    if (inHand)
-        for (const std::string& line : _desk.hints())
-            ImGui::TextWrapped("%s", line.c_str());
 }
 
-/// Of the tool in hand.
+/// Of the tool in hand; below the buttons, which stay where they are when another tool is taken.
 void ToolsSection::drawSettings()
 {
     const ToolKind* const inHand = _desk.kind();
     ToolSettings& settings = _desk.settings;
     if (inHand && !std::strcmp(inHand->name, "Brush")) {
         auto radius = static_cast<float>(settings.brush.radius);
-        if (ImGui::DragFloat(settings.brush.isInWorld ? "Radius, units" : "Radius, pixels", &radius, 0.2f,
-                             0.01f, BrushSize::kLargest, "%.2f"))
+        if (ImGui::DragFloat(settings.brush.isInWorld ? "Radius" : "Radius, px", &radius, 0.2f, 0.01f,
+                             BrushSize::kLargest, "%.2f"))
             settings.brush.radius = radius;
         bool isInWorld = settings.brush.isInWorld;
         if (ImGui::Checkbox("In units of the world", &isInWorld)) settings.brush.switchUnit();

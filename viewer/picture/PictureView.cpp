@@ -76,7 +76,7 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
     setUpCamera(*camera, aspect());
     _gui = new Gui(*camera, unitForRows(size.height));
     _gui->add([this] {
-        if (_section) drawSectionScale(*_section, *_viewer.getCamera(), _gui->unit());
+        if (_section) drawSectionScale(*_section, *_viewer.getCamera(), _scene.units().level, _gui->unit());
         _overlay->draw(*_gui);
     });
     _reader = PictureReader::attach(_viewer);

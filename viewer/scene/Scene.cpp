@@ -330,7 +330,7 @@ Legend Scene::legend() const
                     : _surface.byElevation ? _coloring.legend(ColorMode::ELEVATION)
                                            : Legend();
     if (legend.title.empty()) legend.title = "surface";
-    legend.remark = describeSurface(_surface, _statistics.elevation);
+    legend.remark = describeSurface(_surface, _statistics.elevation, _units.height);
     return legend;
 }
 

@@ -88,6 +88,6 @@ std::vector<std::string> BrushTool::hints() const
 {
     char size[64];
     std::snprintf(size, sizeof size, _size.isInWorld ? "%.3g units" : "%.0f pixels", _size.radius);
-    return {std::string("brush of ") + size + ": drag paints, the wheel makes it larger or smaller,",
-            "Insert: pixels or units of the world; a key says what it does; Esc or right click ends it"};
+    return {std::string("brush of ") + size, "wheel: its size, Insert: pixels or units of the world",
+            "x, v, K, ...: what it does, Esc or right click ends"};
 }

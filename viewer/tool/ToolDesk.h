@@ -15,7 +15,4 @@ struct ToolDesk
 
     /// The tool in hand; null where there is none.
     std::function<const ToolKind*()> kind;
-
-    /// What is to be done next, line by line.
-    std::function<std::vector<std::string>()> hints;
 };

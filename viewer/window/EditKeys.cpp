@@ -43,7 +43,7 @@ bool isDigit(int key)
 /// What keys do to a shape, some to a line.
 std::vector<std::string> hintsOfShape()
 {
-    constexpr size_t kKeysInLine = 4;
+    constexpr size_t kKeysInLine = 3;
     std::vector<std::string> lines;
     size_t count = 0;
     for (const Operation& operation : operations())
@@ -471,11 +471,11 @@ void EditKeys::takeOutcome(const VelOsgDBBrx::EditOutcome& outcome)
 std::vector<std::string> EditKeys::panel() const
 {
     if (!_editing) return _report;
-    std::vector<std::string> lines = {
-        "EDIT   (E ends editing, h lists the keys)",
-        "to class:      " + classText(static_cast<unsigned>(_classes.toClass)) + "   (type its number)",
-        "from classes:  " + formatClasses(_classes.fromClasses) + "   (F)",
-        "classes shown: " + formatClasses(_scene.shownClasses()) + "   (" + keyOf("showClasses") + ")"};
+    std::vector<std::string> lines = {"EDIT  to class " + classText(static_cast<unsigned>(_classes.toClass)) +
+                                      ", from " + formatClasses(_classes.fromClasses) + "   (E ends)"};
+    if (!_scene.shownClasses().all())
+        lines.push_back("shown are " + formatClasses(_scene.shownClasses()) + " alone   (" +
+                        keyOf("showClasses") + ")");
     if (_scene.editsUndrawn())
         lines.push_back("! EDITS POINTS THAT ARE NOT DRAWN TOO (" + keyOf("reach") + " ends that)");
     if (_scene.editLimits().front)
@@ -496,10 +496,10 @@ std::vector<std::string> EditKeys::hints() const
                     _typed->text + "_",
                 "2,6 or -7,18 for all but these; nothing for all; Enter, Esc"};
     const Tool* const tool = _tools.tool();
-    if (!tool) return {"a draws a polygon, A a rectangle, b paints; Enter: the last tool again"};
+    if (!tool) return {"a: polygon, A: rectangle, b: brush, Enter: the last tool"};
     if (_tools.brush()) {
         std::vector<std::string> lines = tool->hints();
-        lines.push_back("it " + std::string(_painting.operation().words));
+        lines.front() += std::string(": ") + _painting.operation().words;
         return lines;
     }
     if (!tool->isClosed()) return tool->hints();

@@ -4,6 +4,29 @@
 
 #include <algorithm>
 #include <cctype>
+#include <tuple>
+
+namespace {
+
+char lower(char letter)
+{
+    return static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+}
+
+/// Letters come first, a before A before b, then keys that have a name, then signs.
+bool comesBefore(const std::pair<std::string, std::string>& a, const std::pair<std::string, std::string>& b)
+{
+    const auto rank = [](const std::string& keys) {
+        const bool isSign = !std::isalnum(static_cast<unsigned char>(keys.front()));
+        const bool isLetter = keys.size() == 1 || keys[1] == ' ';
+        std::string text = keys;
+        std::transform(text.begin(), text.end(), text.begin(), lower);
+        return std::tuple(isSign ? 2 : isLetter ? 0 : 1, text, std::isupper(keys.front()) != 0);
+    };
+    return rank(a.first) < rank(b.first);
+}
+
+} // namespace
 
 HelpKey::HelpKey(Overlay& overlay) : _overlay(&overlay) {}
 
@@ -25,6 +48,7 @@ void HelpKey::add(const KeyList& more)
                              [&](const KeyList& known) { return known.title == more.title; });
     if (list == _lists.end()) list = _lists.insert(list, KeyList{more.title, {}});
     list->keys.insert(list->keys.end(), more.keys.begin(), more.keys.end());
+    std::sort(list->keys.begin(), list->keys.end(), comesBefore);
 }
 
 bool HelpKey::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)

@@ -44,6 +44,11 @@ std::string numberText(double number, double step)
     return text;
 }
 
+std::string withUnit(const std::string& number, const std::string& symbol)
+{
+    return symbol.empty() ? number : number + " " + symbol;
+}
+
 /// `anchor`: which part of the text is at the place, 0 to 1.
 void write(const osg::Vec2d& place, const osg::Vec2d& anchor, const std::string& text, ImU32 color,
            float unit)
@@ -99,7 +104,7 @@ void forTicks(double low, double high, double pixels, float unit, const Mark& ma
         mark(tick, numberText(tick, step));
 }
 
-void drawBar(const SectionFrame& frame, const Rectangle& area, float unit)
+void drawBar(const SectionFrame& frame, const Rectangle& area, const std::string& symbol, float unit)
 {
     const double perPixel = frame.span() / (area.right - area.left);
     const double length = roundedDown(perPixel * kBarPixels * unit);
@@ -111,12 +116,27 @@ void drawBar(const SectionFrame& frame, const Rectangle& area, float unit)
         line(left - end, left + end, color, width * unit);
         line(right - end, right + end, color, width * unit);
     }
-    write((left + right) / 2 - osg::Vec2d(0, 6 * unit), {0.5, 1}, numberText(length, length), kText, unit);
+    write((left + right) / 2 - osg::Vec2d(0, 6 * unit), {0.5, 1},
+          withUnit(numberText(length, length), symbol), kText, unit);
+}
+
+std::string titleOf(const Section& section, const std::string& symbol)
+{
+    const auto text = [](const char* format, double number) {
+        char words[64];
+        std::snprintf(words, sizeof words, format, number);
+        return std::string(words);
+    };
+    std::string title = "section  " + withUnit(text("%.2f", section.length()), symbol) + " long, " +
+                        withUnit(text("%.4g", section.width), symbol) + " wide";
+    if (section.exaggeration != 1) title += ", heights x " + text("%.4g", section.exaggeration);
+    return title;
 }
 
 } // namespace
 
-void drawSectionScale(const SectionFrame& frame, const osg::Camera& camera, float unit)
+void drawSectionScale(const SectionFrame& frame, const osg::Camera& camera, const std::string& symbol,
+                      float unit)
 {
     const std::optional<WindowView> window = windowViewOf(camera);
     if (!window) return;
@@ -137,25 +157,20 @@ void drawSectionScale(const SectionFrame& frame, const osg::Camera& camera, floa
         line({x, area.bottom - tick}, {x, area.bottom}, kTick, unit);
         write({x, area.bottom - tick}, {0.5, 1}, text, kText, unit);
     });
+    const double edge = 2 * ImGui::GetTextLineHeight();
     forTicks(low.y(), high.y(), (area.bottom - area.top) * 2, unit,
              [&](double height, const std::string& text) {
                  const double y = row(height);
+                 if (y > area.bottom - edge || y < area.top + edge)
+                     return; // there are distances and the title
                  line({area.left, y}, {area.left + tick, y}, kTick, unit);
                  write({area.left + tick + 3 * unit, y}, {0, 0.5}, text, kText, unit);
              });
-    drawBar(frame, area, unit);
+    drawBar(frame, area, symbol, unit);
 
     const Section& section = frame.section();
-    char words[160];
-    std::snprintf(words, sizeof words, "section  %.6g long, %.4g wide%s", section.length(), section.width,
-                  section.exaggeration == 1 ? "" : ", heights x ");
-    std::string title = words;
-    if (section.exaggeration != 1) {
-        std::snprintf(words, sizeof words, "%.4g", section.exaggeration);
-        title += words;
-    }
     const double top = area.top + 6 * unit;
-    write({(area.left + area.right) / 2, top}, {0.5, 0}, title, kText, unit);
+    write({(area.left + area.right) / 2, top}, {0.5, 0}, titleOf(section, symbol), kText, unit);
     write({column(0), top}, {0.5, 0}, "A", kLine, unit);
     write({column(section.length()), top}, {0.5, 0}, "A'", kLine, unit);
 }

@@ -24,6 +24,7 @@ SectionTool::SectionTool(const Scene& scene, Views& views)
     _views.setDrawing([this] {
         _isActive = true;
         _isAsked = false;
+        _next.reset();
         _first.reset();
     });
 }
@@ -56,12 +57,20 @@ bool SectionTool::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& 
 bool SectionTool::press(const GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
     if (event.getButton() != GUIEventAdapter::LEFT_MOUSE_BUTTON) return false;
-    if (_isAsked) return true;
-    _click.set(event.getX(), event.getY());
-    _mouse = _click;
-    _isAsked = _picker->request(*_views.under(_click.x(), _click.y()).camera, _click.x(), _click.y());
+    _mouse.set(event.getX(), event.getY());
+    if (_isAsked)
+        _next = _mouse;
+    else
+        ask(_mouse);
     action.requestRedraw();
     return true;
+}
+
+void SectionTool::ask(const osg::Vec2d& click)
+{
+    _click = click;
+    _next.reset();
+    _isAsked = _picker->request(*_views.under(_click.x(), _click.y()).camera, _click.x(), _click.y());
 }
 
 void SectionTool::takeAnswer()
@@ -70,6 +79,7 @@ void SectionTool::takeAnswer()
     if (!_picker->takeAnswer(point) || !_isActive || !_isAsked) return;
     _isAsked = false;
     add(point ? point->position : besidePoints());
+    if (_isActive && _next) ask(osg::Vec2d(*_next));
 }
 
 osg::Vec3d SectionTool::besidePoints() const

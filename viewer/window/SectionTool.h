@@ -25,6 +25,7 @@ public:
 
 private:
     bool press(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
+    void ask(const osg::Vec2d& click);
     void takeAnswer();
     osg::Vec3d besidePoints() const;
     void add(const osg::Vec3d& end);
@@ -33,7 +34,8 @@ private:
     const osg::ref_ptr<VelOsgDBBrx::PointPicker> _picker;
     bool _isActive = false;
     bool _isAsked = false;
-    osg::Vec2d _click; ///< that is asked for, window pixels
+    osg::Vec2d _click;               ///< that is asked for, window pixels
+    std::optional<osg::Vec2d> _next; ///< that is to be asked for then
     osg::Vec2d _mouse;
     std::optional<osg::Vec3d> _first; ///< end, world
 };

@@ -52,7 +52,7 @@ using VelOsgDBBrx::MoveLevel;
 
 namespace {
 
-constexpr int kWindowWidth = 1280;
+constexpr int kWindowWidth = 1280; ///< of the first one; larger on large screens
 constexpr int kWindowHeight = 800;
 constexpr const char* kHint = "h: help   drag: turn   wheel: zoom";
 /// Pixels on a side, of a window that is remembered.
@@ -64,9 +64,34 @@ bool hasWindow(osgViewer::Viewer& viewer)
     return viewer.getCamera()->getGraphicsContext() || viewer.getNumSlaves() > 0;
 }
 
-int clampSide(int pixels)
+/// Columns and rows of the default screen.
+std::pair<int, int> screenSize()
 {
-    return std::clamp(pixels, kSmallestWindow, kLargestWindow);
+    osg::GraphicsContext::ScreenIdentifier screen;
+    screen.readDISPLAY();
+    screen.setUndefinedScreenDetailsToDefaultScreen();
+    unsigned width = 0, height = 0;
+    if (osg::GraphicsContext::WindowingSystemInterface* const system =
+            osg::GraphicsContext::getWindowingSystemInterface())
+        system->getScreenResolution(screen, width, height);
+    return {static_cast<int>(width), static_cast<int>(height)};
+}
+
+/// Columns or rows of a window.
+struct Span
+{
+    int first;
+    int length;
+};
+
+/// What of a wanted length fits on a screen, off its edge where there is room; the screen's is 0 where
+/// nobody knows it.
+Span placed(int wanted, int screen)
+{
+    constexpr int kOffTheEdge = 60;
+    const int largest = screen > 0 ? std::clamp(screen, kSmallestWindow, kLargestWindow) : kLargestWindow;
+    const int length = std::clamp(wanted, kSmallestWindow, largest);
+    return {screen > 0 ? std::clamp(screen - length, 0, kOffTheEdge) : kOffTheEdge, length};
 }
 
 /// The window asked for by options or environment, or one of the size that the last one had. Fails where its
@@ -77,9 +102,12 @@ Status openWindow(osgViewer::Viewer& viewer, const Settings& settings)
         std::getenv("OSG_WINDOW") || std::getenv("OSG_SCREEN") || std::getenv("OSG_CONFIG_FILE");
     const QuietNotices quiet;
     if (!hasWindow(viewer) && !chosen) {
-        const int width = settings.get<int>("window.width").value_or(kWindowWidth);
-        const int height = settings.get<int>("window.height").value_or(kWindowHeight);
-        viewer.setUpViewInWindow(60, 60, clampSide(width), clampSide(height));
+        const auto [width, height] = screenSize();
+        const Span columns =
+            placed(settings.get<int>("window.width").value_or(std::max(kWindowWidth, width * 3 / 4)), width);
+        const Span rows = placed(
+            settings.get<int>("window.height").value_or(std::max(kWindowHeight, height * 3 / 4)), height);
+        viewer.setUpViewInWindow(columns.first, rows.first, columns.length, rows.length);
     }
     const osg::ref_ptr<VelOsgDBBrx::OpenGLCheck> check = new VelOsgDBBrx::OpenGLCheck;
     viewer.setRealizeOperation(check);
@@ -147,11 +175,11 @@ void addBehind(osgViewer::Viewer& viewer, osgGA::GUIEventHandler& other, osgGA::
     all.insert(std::next(std::find(all.begin(), all.end(), &other)), &handler);
 }
 
-void drawSection(const Views& views, float unit)
+void drawSection(const Views& views, const Units& units, float unit)
 {
     if (!views.frame()) return;
     drawDivider(views.sectionCamera(), Views::kDivider);
-    drawSectionScale(*views.frame(), views.sectionCamera(), unit);
+    drawSectionScale(*views.frame(), views.sectionCamera(), units.level, unit);
     drawStrip(*views.frame(), *views.main().camera, unit);
 }
 
@@ -294,8 +322,8 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     });
     panel = new Panel(*gui, options.panel);
     panel->recall(settings);
-    gui->add([&views, sectionTool, unit = gui->unit()] {
-        drawSection(views, unit);
+    gui->add([&views, &scene, sectionTool, unit = gui->unit()] {
+        drawSection(views, scene.units(), unit);
         sectionTool->draw(unit);
     });
     gui->add([overlay, gui = gui.get()] { overlay->draw(*gui); });
@@ -333,7 +361,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
          [gui, editKeys](const ToolKind& kind) {
              gui->later([editKeys, &kind] { editKeys->takeTool(kind); });
          },
-         [&tools] { return tools.kind(); }, [editKeys] { return editKeys->hints(); }},
+         [&tools] { return tools.kind(); }},
         [editKeys]() -> const auto& { return editKeys->counts(); });
     ClassesSection classesSection(stage, classes, *gui, options.classesFile);
     HistorySection historySection(stage);
