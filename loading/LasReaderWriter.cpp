@@ -8,6 +8,7 @@
 #include "loading/PointMarks.h"
 #include "loading/UnwrittenClasses.h"
 
+#include <VelBrx/ReadErrors.h>
 #include <VelOsgDBBrx/CellData.h>
 
 #include <osg/Geometry>
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 namespace {
 
@@ -37,11 +39,10 @@ public:
         : _file(file)
     {
         int64_t offset = 0;
-        int64_t length = 0;
         const bool overflow = __builtin_mul_overflow(first, size, &offset) ||
                               __builtin_add_overflow(offset, start, &offset) ||
-                              __builtin_mul_overflow(count, size, &length);
-        if (_file && first >= 0 && !overflow) _bytes = _file->map(offset, length);
+                              __builtin_mul_overflow(count, size, &_length);
+        if (_file && first >= 0 && !overflow) _bytes = _file->map(offset, _length);
     }
     ~MappedElements()
     {
@@ -52,9 +53,13 @@ public:
 
     const uint8_t* bytes() const { return static_cast<const uint8_t*>(_bytes); }
 
+    /// To be asked when the bytes have been used.
+    bool wereRead() const { return VelBrx::wasRead(_bytes, _length); }
+
 private:
     VelBrx::File* _file;
     void* _bytes = nullptr;
+    int64_t _length = 0;
 };
 
 /// Global index of a point as the index array holds it: one 64-bit number in the two 32-bit halves.
@@ -266,8 +271,9 @@ void PointArrays::attachTo(CellGeometry& geometry) const
 }
 
 /// Reads the points of the cell's segments, and their normals where `normals` is given (one element a
-/// declared point, zero at first).
-void readSegments(const CellData& cell, OctreeInfo& octree, PointArrays& points, osg::Vec4Array* normals)
+/// declared point, zero at first). False where bytes turned out to be unreadable while they were read: the
+/// points are wrong, and another time those bytes are left out.
+bool readSegments(const CellData& cell, OctreeInfo& octree, PointArrays& points, osg::Vec4Array* normals)
 {
     int64_t next = 0;
     for (const VelBrx::Segment& segment : cell.record.segments) {
@@ -280,6 +286,7 @@ void readSegments(const CellData& cell, OctreeInfo& octree, PointArrays& points,
         if (!records.bytes()) continue;
         const int64_t begin = points.count();
         points.add(records.bytes(), count, segment.first, place);
+        if (!records.wereRead()) return false;
 
         if (!normals) continue;
         const MappedElements vectors(octree.normalsFile.get(), kNormalSize, kNormalSize, segment.first,
@@ -287,7 +294,9 @@ void readSegments(const CellData& cell, OctreeInfo& octree, PointArrays& points,
         if (vectors.bytes())
             std::memcpy((*normals)[static_cast<size_t>(begin)].ptr(), vectors.bytes(),
                         static_cast<size_t>(count * kNormalSize));
+        if (!vectors.wereRead()) return false;
     }
+    return true;
 }
 
 osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octree)
@@ -298,8 +307,10 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
         normals = new osg::Vec4Array(osg::Array::BIND_PER_VERTEX, static_cast<unsigned>(declared));
     // Before the records: classes that are written to the store while it is read are either here or there.
     const UnwrittenClasses::Cell edited = UnwrittenClasses::instance().find(cell.identifier);
-    PointArrays points(octree, declared);
-    readSegments(cell, octree, points, normals);
+    std::optional<PointArrays> read;
+    while (!readSegments(cell, octree, read.emplace(octree, declared), normals))
+        if (normals) std::fill(normals->begin(), normals->end(), osg::Vec4());
+    PointArrays& points = *read;
     if (edited.current) points.setClasses(edited);
     if (const auto marks = std::atomic_load(&octree.marks)) points.setMarks(*marks);
 

@@ -2,6 +2,7 @@
 
 #include <VelBrx/File.h>
 #include <VelBrx/PointRecord.h>
+#include <VelBrx/ReadErrors.h>
 #include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/OctreeInfo.h>
 
@@ -21,7 +22,8 @@ using VelBrx::PointRecord::kHiddenBits;
 
 /// Calls `visit(records, count, first)` for each run of records of a cell, which are `segments` of a file
 /// whose first record is at byte `start`; `first` is the place of the run's first point in the cell's point
-/// order. False when a run could not be mapped; it is left out, and its points keep their places.
+/// order. False when a run could not be mapped, which is left out while its points keep their places, or could
+/// not be read: `visit` has seen zeros then.
 template <class Visit>
 bool forEachRun(VelBrx::File& file, int64_t start, const std::vector<VelBrx::Segment>& segments, Visit visit)
 {
@@ -34,9 +36,11 @@ bool forEachRun(VelBrx::File& file, int64_t start, const std::vector<VelBrx::Seg
         const bool sane = segment.first >= 0 && segment.first <= kLargestIndex &&
                           next <= std::numeric_limits<uint32_t>::max();
         if (!sane) return false;
-        void* memory = file.map(start + segment.first * kRecordSize, segment.count * kRecordSize);
+        const int64_t length = segment.count * kRecordSize;
+        void* memory = file.map(start + segment.first * kRecordSize, length);
         if (memory) {
             visit(static_cast<uint8_t*>(memory), segment.count, static_cast<uint32_t>(first));
+            complete = VelBrx::wasRead(memory, length) && complete;
             file.unmap(memory);
         } else
             complete = false;

@@ -62,11 +62,49 @@ std::string timeText(int64_t time)
     return text.str();
 }
 
+namespace {
+
+/// Bytes of the character of UTF-8 that begins at `text[at]`, and the character; 0 where there is none.
+size_t decode(const std::string& text, size_t at, uint32_t& character)
+{
+    const auto byte = [&](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
+    const unsigned first = byte(at);
+    const size_t length = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    character = length < 2 ? first : first & (0x7Fu >> length);
+    for (size_t i = 1; i < length; ++i) {
+        if (byte(at + i) >> 6 != 2) return 0;
+        character = character << 6 | (byte(at + i) & 0x3F);
+    }
+    const bool isOverlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
+    const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
+    return isOverlong || isSurrogate || character > 0x10FFFF ? 0 : length;
+}
+
+bool steersTerminals(uint32_t character)
+{
+    const auto isIn = [&](uint32_t low, uint32_t high) { return character >= low && character <= high; };
+    return isIn(0, 0x1F) || isIn(0x7F, 0x9F) || isIn(0x200E, 0x200F) || isIn(0x2028, 0x202E) ||
+           isIn(0x2066, 0x2069);
+}
+
+} // namespace
+
 std::string printable(std::string text)
 {
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
-    std::replace_if(text.begin(), text.end(), isControl, '?');
-    return text;
+    constexpr size_t kLongest = 4000; // no line of ours needs more
+    std::string clean;
+    for (size_t at = 0; at < text.size();) {
+        uint32_t character = 0;
+        const size_t length = decode(text, at, character);
+        const bool isShown = length > 0 && !steersTerminals(character);
+        if (clean.size() + (isShown ? length : 1) > kLongest) return clean + "...";
+        if (isShown)
+            clean.append(text, at, length);
+        else
+            clean += '?';
+        at += std::max<size_t>(1, length);
+    }
+    return clean;
 }
 
 nlohmann::ordered_json histogramJson(const uint64_t* counts, size_t size)

@@ -1,8 +1,11 @@
 #include "tools/Command.h"
 
 #include "terminal/Commit.h"
+#include "terminal/LastWords.h"
 #include "terminal/Text.h"
 #include "tools/Talk.h"
+
+#include <VelBrx/ReadErrors.h>
 
 #include <csignal>
 #include <exception>
@@ -49,6 +52,8 @@ void run(CLI::App& app, int argc, char** argv)
 int main(int argc, char** argv)
 {
     std::signal(SIGXFSZ, SIG_IGN); // writing beyond the limit of a file's size then fails like a full disk
+    endInOneLine("brx");
+    VelBrx::surviveReadErrors();
     CLI::App app("Builds, checks and describes octree stores of laser-scan points.", "brx");
     app.set_version_flag("--version", versionLine("brx"));
     app.require_subcommand(1);

@@ -1,5 +1,7 @@
 #include "terminal/ClassesFile.h"
 #include "terminal/Commit.h"
+#include "terminal/LastWords.h"
+#include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
 #include "viewer/picture/PictureView.h"
 #include "viewer/picture/Render.h"
@@ -12,6 +14,7 @@
 #include "viewer/window/Notices.h"
 #include "viewer/window/Window.h"
 
+#include <VelBrx/ReadErrors.h>
 #include <osg/ArgumentParser>
 #include <osgViewer/Viewer>
 
@@ -89,7 +92,7 @@ Status run(osg::ArgumentParser& arguments)
     setClassTable(classes.table);
     options.classesFile = classes.file;
     for (const std::string& warning : options.warnings)
-        std::fprintf(stderr, "brxview: %s\n", warning.c_str());
+        std::fprintf(stderr, "brxview: %s\n", printable(warning).c_str());
     Scene scene;
     if (!options.headless) {
         // Folders as they were named: a window shows what comes into them.
@@ -106,6 +109,8 @@ Status run(osg::ArgumentParser& arguments)
 
 int main(int argc, char** argv)
 {
+    endInOneLine("brxview");
+    VelBrx::surviveReadErrors();
     osg::setNotifyHandler(new StderrNotices);
     osg::ArgumentParser arguments(&argc, argv);
     osg::ApplicationUsage* usage = arguments.getApplicationUsage();
@@ -119,6 +124,6 @@ int main(int argc, char** argv)
         return 0;
     }
     const Status status = run(arguments);
-    if (!status) std::fprintf(stderr, "brxview: %s\n", status.message().c_str());
+    if (!status) std::fprintf(stderr, "brxview: %s\n", printable(status.message()).c_str());
     return status ? 0 : 1;
 }

@@ -35,7 +35,8 @@ public:
 
     /// Gives byte `firstByte + place * stride` behind `memory`, which `File::map` gave, the value
     /// `newByte(i, old)`, for the i-th of `count` ascending places; `places[i]` is a place. Returns how many
-    /// of them, from the first, have their byte; fewer than `count` when the disk had no room.
+    /// of them, from the first, have their byte; fewer than `count` when the disk had no room, none when
+    /// it could not be read.
     template <class Places, class NewByte>
     size_t set(uint8_t* memory, size_t stride, size_t firstByte, Places places, size_t count,
                NewByte newByte);
@@ -44,6 +45,7 @@ private:
     static constexpr size_t kChunk = 65536; ///< bytes written at once
     static constexpr size_t kGap = 2048;    ///< bytes; changes further apart are written apart
 
+    bool reached(const uint8_t* memory, size_t length);
     size_t writeOver(const uint8_t* memory, const uint8_t* bytes, size_t length);
     void note(int error);
 
@@ -65,7 +67,7 @@ size_t FileWriter::set(uint8_t* memory, size_t stride, size_t firstByte, Places 
             uint8_t& byte = memory[byteOf(i)];
             byte = newByte(i, byte);
         }
-        return count;
+        return count == 0 || reached(memory + byteOf(0), byteOf(count - 1) - byteOf(0) + 1) ? count : 0;
     }
     uint8_t bytes[kChunk];
     for (size_t i = 0; i < count;) {

@@ -1,6 +1,7 @@
 #include "store/export/ExportCopc.h"
 
 #include <VelBrx/File.h>
+#include <VelBrx/ReadErrors.h>
 #include <VelThreads/Mutex.h>
 
 #include "store/export/CopcHead.h"
@@ -301,6 +302,7 @@ private:
     {
         const VelThreads::Lock lock(_mutex);
         uint64_t hierarchyStart = 0;
+        if (Status status = checkReads(*_mapping); !status) return status.of(_store.path);
         if (Status status = _chunks->finish(true, hierarchyStart); !status) return status;
         const std::vector<uint8_t> hierarchy = makeCopcHierarchy(_index.cells, _chunks->chunks());
         if (Status status = _file.write(hierarchyStart, hierarchy.data(), hierarchy.size()); !status)

@@ -2,13 +2,16 @@
 
 #include "store/io/EditLock.h"
 #include "store/io/IdentifyFile.h"
+#include "store/io/MappedRegion.h"
 
+#include <VelBrx/ReadErrors.h>
 #include <VelThreads/Mutex.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include <fcntl.h>
@@ -21,18 +24,23 @@ namespace VelBrx {
 /// The whole file in memory, without a descriptor: a process may show more stores than it may open files.
 struct File::Mapping
 {
+    explicit Mapping(const File& mapped) : file(mapped) {}
+
+    const File& file;
     bool isOpen = false;
     bool writable = false;
     std::string path; ///< absolute, by which the file's size is asked for
     FileIdentity identity;
     void* memory = nullptr;
     int64_t length = 0;
+    std::optional<MappedRegion> region; ///< of the memory
     std::atomic<bool> editAnyway{false};
     VelThreads::Mutex lockMutex;
     std::shared_ptr<EditLock> editLock VEL_GUARDED_BY(lockMutex);
 
     ~Mapping()
     {
+        region.reset();
         if (memory) munmap(memory, static_cast<size_t>(length));
     }
 
@@ -92,14 +100,16 @@ void File::Mapping::map(int descriptor, const struct stat& status)
     if (mapped == MAP_FAILED) return;
     memory = mapped;
     length = status.st_size;
+    region.emplace(file, memory, static_cast<size_t>(length));
 }
 
-File::File(const char* path) : _mapping(std::make_unique<Mapping>())
+File::File(const char* path) : _mapping(std::make_unique<Mapping>(*this))
 {
     if (path && *path) _mapping->open(path);
 }
 
-File::File(const std::string& path, int descriptor, bool writable) : _mapping(std::make_unique<Mapping>())
+File::File(const std::string& path, int descriptor, bool writable)
+    : _mapping(std::make_unique<Mapping>(*this))
 {
     _mapping->use(path, descriptor, writable);
 }
@@ -146,7 +156,8 @@ void* File::map(int64_t offset, int64_t length)
     // The file may have been cut since it was mapped; reading beyond its end would be a bus error.
     const int64_t end = std::min(mapping.length, mapping.currentSize());
     if (length > end || offset > end - length) return nullptr;
-    return static_cast<uint8_t*>(mapping.memory) + offset;
+    uint8_t* const memory = static_cast<uint8_t*>(mapping.memory) + offset;
+    return wasRead(memory, length) ? memory : nullptr;
 }
 
 void File::unmap(void*) {}

@@ -24,8 +24,11 @@ Status FileReader::open(const std::string& path, Access access)
     _writable = _descriptor >= 0;
     if (!_writable) _descriptor = ::open(path.c_str(), O_RDONLY | kFlags);
     if (_descriptor < 0) {
+        const bool isFull = errno == EMFILE || errno == ENFILE;
         const std::string reason = std::generic_category().message(errno);
-        return Status::failure("cannot be opened (" + reason + "); check its name and permissions");
+        return Status::failure(
+            "cannot be opened (" + reason + "); " +
+            (isFull ? "close other files or allow more (ulimit -n)" : "check its name and permissions"));
     }
 
     struct stat status

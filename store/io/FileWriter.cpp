@@ -1,6 +1,7 @@
 #include <VelBrx/FileWriter.h>
 
 #include <VelBrx/File.h>
+#include <VelBrx/ReadErrors.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -65,6 +66,14 @@ void FileWriter::note(int error)
     if (!_problem.empty()) return;
     _problem = "cannot be written (" + std::generic_category().message(error) +
                "); make room or mend the disk, and do it again";
+}
+
+/// Whether the file has what was stored into the mapping; a page that cannot be read takes none of it there.
+bool FileWriter::reached(const uint8_t* memory, size_t length)
+{
+    if (wasRead(memory, static_cast<int64_t>(length))) return true;
+    note(EIO);
+    return false;
 }
 
 /// Writes bytes in place of those at `memory`, which `File::map` gave; returns how many were written.

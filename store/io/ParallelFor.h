@@ -8,6 +8,7 @@
 #include <functional>
 #include <mutex>
 #include <new>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -30,9 +31,10 @@ Status runTask(const Task& task, size_t index)
     }
 }
 
-/// Runs `task(0)` to `task(count - 1)` on `threads` threads, the caller's among them, in ascending order of
-/// their start. The first failure, or `cancel`, keeps further tasks from starting. `afterOwn` is called on
-/// the caller's thread after each task that it ran. Returns when all have ended.
+/// Runs `task(0)` to `task(count - 1)` on `threads` threads, the caller's among them and fewer where the
+/// system gives no more, in ascending order of their start. The first failure, or `cancel`, keeps further
+/// tasks from starting. `afterOwn` is called on the caller's thread after each task that it ran. Returns when
+/// all have ended.
 template <typename Task>
 Status parallelFor(unsigned threads, size_t count, const std::atomic<bool>& cancel, const Task& task,
                    const std::function<void()>& afterOwn = {})
@@ -52,8 +54,13 @@ Status parallelFor(unsigned threads, size_t count, const std::atomic<bool>& canc
         }
     };
     std::vector<std::thread> workers;
-    for (size_t i = 1; i < std::min<size_t>(threads, count); ++i)
-        workers.emplace_back(work, false);
+    const size_t wanted = std::min<size_t>(threads, count);
+    workers.reserve(wanted);
+    try {
+        for (size_t i = 1; i < wanted; ++i)
+            workers.emplace_back(work, false);
+    } catch (const std::system_error&) { // no room for another thread: those there are do it all
+    }
     work(true);
     for (std::thread& worker : workers)
         worker.join();

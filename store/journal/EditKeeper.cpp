@@ -4,6 +4,8 @@
 #include "store/journal/FieldOverlay.h"
 #include "store/journal/StoreField.h"
 
+#include <VelBrx/ReadErrors.h>
+
 #include <algorithm>
 
 #include <sys/stat.h>
@@ -355,6 +357,7 @@ Status EditKeeper::write(const std::string& rebuilt, uint64_t memory, ParallelRu
     PointMatch match(from, to);
     status = askForPoints(match);
     if (status) status = match.run(folderOf(_store), memory, run);
+    if (status) status = checkReads(*_file).of(_store);
     if (!status || (!_old.exists() && match.asked() == 0)) return status;
     _report.points = match.asked();
     _report.lostPoints = match.asked() - match.found();

@@ -28,7 +28,7 @@ StoreField::StoreField(File& file, int64_t pointDataStart, uint64_t pointCount, 
 
 Status StoreField::set(const std::vector<ChangeRun>& runs, bool forward, uint64_t& changed)
 {
-    if (!_records) return Status::failure("was cut; restore it from a copy");
+    if (!_records) return Status::failure("was cut, or cannot be read; restore it from a copy");
     _changed = 0;
     bool isSet = true;
     for (const ChangeRun& run : runs) {

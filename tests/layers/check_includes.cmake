@@ -39,11 +39,11 @@ set(layers
   "viewer/gui|"
   "viewer/panel|terminal viewer/camera viewer/files viewer/gui viewer/measure viewer/operation viewer/display viewer/scene viewer/edit viewer/settings lod render store viewer/tool category"
   "viewer/tool|"
-  "viewer/window|viewer/camera viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod registry render store viewer/tool"
+  "viewer/window|store/io viewer/camera viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod registry render store viewer/tool"
   "viewer/settings|terminal store"
-  "viewer/picture|viewer/camera viewer/gui viewer/display viewer/scene viewer/window headless edit lod registry"
+  "viewer/picture|store/io terminal viewer/camera viewer/gui viewer/display viewer/scene viewer/window headless edit lod registry"
   "viewer/script|terminal viewer/camera viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
-  "viewer|terminal viewer/display viewer/scene viewer/settings viewer/window viewer/picture viewer/script"
+  "viewer|store/io terminal viewer/display viewer/scene viewer/settings viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
   "tools|terminal crs store store/io store/builder store/export store/folder store/journal store/normals store/sample")
 # These use each other's exported headers alone.
@@ -78,6 +78,7 @@ set(exported_only
   tools>store/journal
   tools>store/normals
   tools>store/sample
+  viewer>store/io
   viewer/camera>render
   viewer/display>edit
   viewer/display>render
@@ -98,6 +99,7 @@ set(exported_only
   viewer/picture>edit
   viewer/picture>lod
   viewer/picture>registry
+  viewer/picture>store/io
   viewer/scene>loading
   viewer/scene>lod
   viewer/scene>registry
@@ -113,6 +115,7 @@ set(exported_only
   viewer/window>render
   viewer/window>session
   viewer/window>store
+  viewer/window>store/io
 )
 
 set(folders "")

@@ -5,6 +5,7 @@
 #include "viewer/window/SectionMarks.h"
 #include "viewer/window/Window.h"
 
+#include <VelBrx/ReadErrors.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 #include <osg/Geode>
 #include <osg/Geometry>
@@ -45,6 +46,14 @@ void compileWithoutPauses(osg::GraphicsContext* context)
     auto* compile = VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(context);
     compile->setMaximumNumOfObjectsToCompilePerFrame(10000);
     compile->setMinimumTimeAvailableForGLCompileAndDeletePerFrame(1.0);
+}
+
+/// Fails where points of a store could not be read: a picture would lack them without a word.
+Status checkPoints(const Scene& scene)
+{
+    for (const Scene::Cloud& cloud : scene.clouds())
+        if (Status read = VelBrx::checkReads(*cloud.octree().pointFile); !read) return read.of(cloud.store);
+    return Status();
 }
 
 } // namespace
@@ -122,7 +131,7 @@ Status PictureView::settle(double timeoutSeconds, const std::atomic<bool>* cance
 {
     _viewer.getCamera()->setClearColor(_scene.drawing().background);
     if (const auto& budget = _scene.drawing().budget) _services->setBudget(*budget);
-    if (_services->settle(_viewer, std::chrono::duration<double>(timeoutSeconds), cancel)) return Status();
+    if (_services->settle(_viewer, std::chrono::duration<double>(timeoutSeconds), cancel)) return checkPoints(_scene);
     if (cancel && *cancel) return Status::failure("cancelled before all points were there");
     return Status::failure("not all points were there after " +
                            std::to_string(static_cast<int>(timeoutSeconds)) +

@@ -1,5 +1,6 @@
 #include "viewer/picture/Render.h"
 
+#include "terminal/Text.h"
 #include "viewer/picture/PictureView.h"
 
 #include <VelOsgDBBrx/EditJournalling.h>
@@ -17,7 +18,7 @@ void finishEdits(const Scene& scene)
         std::string note;
         const Status status = VelOsgDBBrx::EditJournalling::switchOn(*cloud.node->getOctree(), "", note);
         if (!status) note = status.message();
-        if (!note.empty()) std::fprintf(stderr, "brxview: %s\n", note.c_str());
+        if (!note.empty()) std::fprintf(stderr, "brxview: %s\n", printable(note).c_str());
     }
 }
 

@@ -1,8 +1,11 @@
 #include "viewer/window/WindowFiles.h"
 
+#include "terminal/Text.h"
 #include "viewer/edit/EditText.h"
 #include "viewer/operation/Keys.h"
 #include "viewer/operation/Operations.h"
+
+#include <VelBrx/ReadErrors.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -17,7 +20,7 @@ constexpr auto kTick = 100ms; ///< of bars and title
 void print(const std::vector<std::string>& lines)
 {
     for (const std::string& line : lines)
-        std::fprintf(stderr, "brxview: %s\n", line.c_str());
+        std::fprintf(stderr, "brxview: %s\n", printable(line).c_str());
 }
 
 /// The first store and the number of the others; a mark where classes are not saved.
@@ -54,6 +57,7 @@ void WindowFiles::update(bool isSettled)
     _lastTick = now;
     if (_files.isBusy() || _questions.isMoving()) _viewer.requestRedraw();
     updateTitle();
+    tellReadErrors();
 }
 
 bool WindowFiles::isBusy() const
@@ -102,6 +106,19 @@ void WindowFiles::tellHidden(bool isSettled)
     if (lines->empty()) return;
     print({lines->front()});
     _editKeys.say(*lines);
+}
+
+/// Of one cloud after the other, each once.
+void WindowFiles::tellReadErrors()
+{
+    const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
+    if (clouds.empty()) return;
+    const Scene::Cloud& cloud = clouds[_nextToCheck++ % clouds.size()];
+    const VelBrx::Status read = VelBrx::checkReads(*cloud.octree().pointFile).of(cloud.store);
+    if (read || !_unreadable.insert(cloud.store).second) return;
+    print({read.message()});
+    _editKeys.warn(read.message());
+    _viewer.requestRedraw();
 }
 
 void WindowFiles::updateTitle()

@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,7 @@ private:
 
     void takeNews();
     void tellHidden(bool isSettled);
+    void tellReadErrors();
     void updateTitle();
 
     osgViewer::Viewer& _viewer;
@@ -66,6 +68,8 @@ private:
     DroppedFiles _dropped;
     std::vector<std::string> _uncounted; ///< stores whose hidden points nobody has counted
     std::optional<HiddenPoints> _hidden;
+    size_t _nextToCheck = 0;           ///< of the clouds, for read errors
+    std::set<std::string> _unreadable; ///< stores with read errors that were told
     std::string _title;
     Clock::time_point _lastLook;
     Clock::time_point _lastTick;
