@@ -40,11 +40,11 @@ void tell(const VelBrx::BuildOptions& options, const VelBrx::BuildReport& report
 {
     for (const std::string& note : report.notes)
         unlessQuiet(std::cerr) << "brx: " << printable(note) << '\n';
-    unlessQuiet(std::cerr) << options.output << ": " << report.points << " points in " << report.cells
-                           << " cells on " << report.levels << " levels, " << std::llround(seconds * 1000)
-                           << " ms\n";
+    unlessQuiet(std::cerr) << printable(options.output) << ": " << report.points << " points in "
+                           << report.cells << " cells on " << report.levels << " levels, "
+                           << std::llround(seconds * 1000) << " ms\n";
     if (options.keepEdits)
-        unlessQuiet(std::cerr) << options.output << ": " << report.kept.edits
+        unlessQuiet(std::cerr) << printable(options.output) << ": " << report.kept.edits
                                << (report.kept.edits == 1 ? " edit" : " edits") << " kept\n";
 }
 
@@ -84,7 +84,7 @@ void runBuild(VelBrx::BuildOptions options, bool withNormals, bool json)
         options.forecast = [&](const VelBrx::BuildForecast& forecast) {
             if (json) return;
             watch.clear();
-            unlessQuiet(std::cerr) << options.output << ": " << forecast.points
+            unlessQuiet(std::cerr) << printable(options.output) << ": " << forecast.points
                                    << " points to come, which take about " << bytesText(forecast.storeBytes)
                                    << '\n';
         };

@@ -19,6 +19,6 @@ VelBrx::ClassTable classTableFor(const std::string& input, const std::string& fi
     ChosenClasses chosen;
     if (const VelBrx::Status read = chooseClasses(file, {input}, chosen); !read)
         throw CommandError(read.message());
-    if (!chosen.warning.empty()) unlessQuiet(std::cerr) << "brx: " << chosen.warning << '\n';
+    if (!chosen.warning.empty()) unlessQuiet(std::cerr) << "brx: " << printable(chosen.warning) << '\n';
     return chosen.table;
 }

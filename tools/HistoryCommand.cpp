@@ -1,5 +1,7 @@
 #include "tools/Command.h"
 
+#include "terminal/ShallowJson.h"
+#include "terminal/ShownName.h"
 #include "terminal/Text.h"
 #include "tools/Classes.h"
 #include "tools/Talk.h"
@@ -58,7 +60,7 @@ const char* kindName(EditEntry::Kind kind)
 
 Json operationJson(const EditEntry& entry)
 {
-    Json parsed = Json::parse(entry.operation, nullptr, false);
+    Json parsed = parseShallow<Json>(entry.operation);
     return parsed.is_discarded() ? Json(entry.operation) : parsed;
 }
 
@@ -144,7 +146,7 @@ void printHistory(const HistoryOptions& options)
             entries.push_back(entryJson(entry));
         else
             std::cout << std::setw(6) << entry.number << "  " << timeText(entry.time).substr(0, 19) << "  "
-                      << printable(entry.author) << "  " << entryText(entry, names) << '\n';
+                      << shownName(entry.author) << "  " << entryText(entry, names) << '\n';
     }
     if (options.json)
         printJson({{"store", options.store},
@@ -152,7 +154,7 @@ void printHistory(const HistoryOptions& options)
                    {"forgotten", history.forgotten},
                    {"entries", entries}});
     else if (history.entries.empty())
-        std::cout << options.store << ": no edits are written down\n";
+        std::cout << printable(options.store) << ": no edits are written down\n";
 }
 
 uint64_t readNumber(const std::string& text)
@@ -195,8 +197,8 @@ void forget(const HistoryOptions& options)
     const int64_t before = readTime("--before", options.before);
     if (const VelBrx::Status done = VelBrx::forgetEdits(options.store, before, forgotten); !done)
         throw CommandError(done.message());
-    unlessQuiet(std::cout) << options.store << ": " << forgotten << (forgotten == 1 ? " entry" : " entries")
-                           << " forgotten\n";
+    unlessQuiet(std::cout) << printable(options.store) << ": " << forgotten
+                           << (forgotten == 1 ? " entry" : " entries") << " forgotten\n";
 }
 
 void runRevert(const std::string& path, uint64_t entry, const std::string& author)
@@ -207,7 +209,7 @@ void runRevert(const std::string& path, uint64_t entry, const std::string& autho
     };
     check(VelBrx::EditJournal::open(path, journal));
     if (const uint64_t finished = journal->recovery().pointsFinished)
-        unlessQuiet(std::cerr) << "brx: " << path
+        unlessQuiet(std::cerr) << "brx: " << printable(path)
                                << ": an edit that was broken off was finished: " << finished << " points\n";
     uint64_t state = 0;
     uint64_t points = 0;
@@ -217,7 +219,7 @@ void runRevert(const std::string& path, uint64_t entry, const std::string& autho
                            " left it");
     check(journal->save(author, points));
     check(journal->checkpoint());
-    unlessQuiet(std::cout) << path << ": is as behind entry " << entry << "; " << points
+    unlessQuiet(std::cout) << printable(path) << ": is as behind entry " << entry << "; " << points
                            << " bytes of points changed\n";
 }
 

@@ -1,5 +1,6 @@
 #include "tools/Command.h"
 
+#include "terminal/ShownName.h"
 #include "terminal/Text.h"
 #include "tools/Classes.h"
 #include "tools/FolderInfo.h"
@@ -78,7 +79,7 @@ std::string editsText(const std::string& path)
     if (history.entries.empty()) return "none";
     const VelBrx::EditEntry& last = history.entries.back();
     return grouped(history.entries.size()) + (history.entries.size() == 1 ? " entry" : " entries") +
-           ", the last by " + printable(last.author) + " at " + timeText(last.time);
+           ", the last by " + shownName(last.author) + " at " + timeText(last.time);
 }
 
 void printInfo(const std::string& path, const StoreInfo& info, const PointCounts& counts,

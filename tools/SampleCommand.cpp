@@ -1,5 +1,6 @@
 #include "tools/Command.h"
 
+#include "terminal/Text.h"
 #include "tools/Talk.h"
 #include "tools/Watch.h"
 
@@ -15,7 +16,7 @@ void runSample(VelBrx::SampleOptions options)
     Watch watch;
     watch.over(options);
     watch.end(VelBrx::writeSampleSurvey(options));
-    unlessQuiet(std::cerr) << options.output << ": " << options.points << " points\n";
+    unlessQuiet(std::cerr) << printable(options.output) << ": " << options.points << " points\n";
 }
 
 } // namespace

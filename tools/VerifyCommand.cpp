@@ -28,10 +28,10 @@ void runVerify(const std::string& path, bool json)
     if (json)
         printJson({{"sound", problems.empty()}, {"problems", problems}});
     else if (problems.empty())
-        unlessQuiet(std::cout) << path << ": sound\n";
+        unlessQuiet(std::cout) << printable(path) << ": sound\n";
     else if (isStore)
         for (const std::string& problem : problems)
-            std::cout << path << ": " << printable(problem) << '\n';
+            std::cout << printable(path) << ": " << printable(problem) << '\n';
     if (!isStore) throw CommandError(path + ": " + problems.front());
     if (ofStore > 0)
         throw CommandError(path + ": is damaged (problems found: " + std::to_string(problems.size()) +

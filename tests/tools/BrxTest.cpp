@@ -1,3 +1,5 @@
+#include "terminal/ShownName.h"
+#include "terminal/Text.h"
 #include "tests/support/BuildStore.h"
 #include "tests/support/TempFolder.h"
 #include "tests/tools/RunBrx.h"
@@ -10,6 +12,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <utility>
+
+using namespace std::string_literals;
 
 namespace {
 
@@ -69,6 +73,23 @@ TEST(Brx, FailsWhenItsOutputCannotBeWritten)
         runProgram({"/bin/sh", "-c", VELBRX_BRX " --help > /dev/full; echo status $?"});
     EXPECT_EQ(result.out, "status 1\n");
     expectOneLine(result.err);
+}
+
+/// Names, authors and texts of files come from anybody.
+TEST(Brx, PrintsNoTextThatSteersATerminal)
+{
+    EXPECT_EQ(printable("a\x1b[31mred\r\n\t\x7f\0z"s), "a?[31mred?????z");
+    EXPECT_EQ(printable("\xc2\x9b"
+                        "2J \xe2\x80\xae"
+                        "gnp.exe \xe2\x81\xa6 \xe2\x80\xa8"),
+              "?2J ?gnp.exe ? ?");
+    EXPECT_EQ(printable("Höhe 1 m² — 点 😀"), "Höhe 1 m² — 点 😀");
+    // No UTF-8: alone, cut, overlong, a surrogate, too large.
+    EXPECT_EQ(printable("\xff|\xc3|\xe2\x82|\xc0\xaf|\xe0\x80\xaf|\xed\xa0\x80|\xf4\x90\x80\x80"),
+              "?|?|??|??|???|???|????");
+    EXPECT_EQ(printable(std::string(1 << 20, 'x')).size(), 4003u);
+    EXPECT_EQ(shownName("anna"), "anna");
+    EXPECT_EQ(shownName(std::string(59, 'x') + "öö"), std::string(59, 'x') + "...");
 }
 
 TEST(Brx, ExportsPartsAndSumsFoldersUp)

@@ -4,6 +4,7 @@
 #include "tests/tools/RunBrx.h"
 
 #include <VelBrx/EditHistory.h>
+#include <VelBrx/EditJournal.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -83,6 +84,30 @@ TEST_F(History, ListsEditsByAuthorAndTime)
     const std::string unedited = folder.write("unedited.brx", original);
     EXPECT_NE(brx({"history", unedited}).out.find("no edits are written down"), std::string::npos);
     expectFailure(brx({"history", folder.file("none.brx")}), "none.brx: cannot be opened");
+}
+
+TEST_F(History, OfAnEnemySteersNoTerminalAndExhaustsNoStack)
+{
+    constexpr size_t kDeep = 300000;
+    const EditedStore::Journal journal = EditedStore::open(store);
+    VelBrx::EditRecorder recorder(*journal);
+    VelBrx::EditDescription edit;
+    edit.author = "\x1b[2Jeve\n";
+    edit.operation = std::string(kDeep, '[') + std::string(kDeep, ']');
+    ASSERT_TRUE(recorder.begin(edit));
+    VelBrx::EditRuns runs(recorder);
+    const auto flags = static_cast<uint8_t>(afterFirst[EditedStore::kStart + 20 * 36 + 15] & 0x0F);
+    runs.add(20, 1, flags, flags ^ 4);
+    uint64_t number = 0;
+    ASSERT_TRUE(runs.finish() && recorder.commit(number));
+
+    const ProgramResult listed = brx({"history", store});
+    EXPECT_EQ(listed.exitStatus, 0) << listed.err;
+    EXPECT_NE(listed.out.find("  ?[2Jeve?  "), std::string::npos) << listed.out;
+    EXPECT_LT(listed.out.size(), 1000u);
+    const ProgramResult asJson = brx({"history", store, "--json"});
+    EXPECT_EQ(asJson.exitStatus, 0) << asJson.err;
+    EXPECT_NE(asJson.out.find("\"[[["), std::string::npos) << "a text that is no operation is told as a text";
 }
 
 TEST_F(History, GoesBackAndForwardAgain)

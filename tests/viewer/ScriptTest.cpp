@@ -48,6 +48,8 @@ const BadScript kBadScripts[] = {
     {"", ": is no JSON: parse error at line 1"},
     {"[{]", ": is no JSON: parse error at line 1, column 3"},
     {"[\"\xff\xfe\"]", ": is no JSON: "},
+    {cull("\"points\": " + std::string(500000, '[') + std::string(500000, ']')),
+     ": is nested more than 64 deep"},
     {R"([{"op": "pointSize", "pixels": 1e999}])", ": is no JSON: number overflow"},
     {R"([{"op": "undo", "op": "reset"}])", ": \"op\" stands twice in one object"},
     {R"({"op": "undo"})", ": expected a list of operations"},

@@ -1,5 +1,6 @@
 #include "viewer/edit/EditText.h"
 
+#include "terminal/ShownName.h"
 #include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
 
@@ -61,7 +62,7 @@ std::vector<std::string> describe(const std::vector<VelOsgDBBrx::EditStep>& step
     for (const VelOsgDBBrx::EditStep& step : steps) {
         std::string time = timeText(step.time).substr(0, kMinute);
         time[kDay] = ' ';
-        lines.push_back(time + "  " + printable(step.author) + "  " + printable(step.name) +
+        lines.push_back(time + "  " + shownName(step.author) + "  " + printable(step.name) +
                         (step.isOwn ? "" : ", " + points(step.points)) + (step.isDone ? "" : "  (undone)") +
                         (step.isUnsaved ? "  (not saved)" : ""));
     }

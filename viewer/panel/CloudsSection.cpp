@@ -1,5 +1,6 @@
 #include "viewer/panel/CloudsSection.h"
 
+#include "terminal/ShownName.h"
 #include "terminal/Text.h"
 #include "viewer/operation/Operations.h"
 #include "viewer/panel/Widgets.h"
@@ -105,7 +106,7 @@ void CloudsSection::drawCloud(const Scene::Cloud& cloud)
     widgets::tip(cloud.store);
     ImGui::TextDisabled("%s points", grouped(cloud.points).c_str());
     ImGui::PushStyleColor(ImGuiCol_Text, ImGui::GetStyleColorVec4(ImGuiCol_TextDisabled));
-    ImGui::TextWrapped("%s", cloud.system ? cloud.system->name().c_str() : "no coordinate system");
+    ImGui::TextWrapped("%s", cloud.system ? shownName(cloud.system->name()).c_str() : "no coordinate system");
     ImGui::PopStyleColor();
     widgets::tip(cloud.system ? cloud.system->description() : "The file states none that is known");
     ImGui::TableNextColumn();

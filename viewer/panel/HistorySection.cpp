@@ -1,5 +1,6 @@
 #include "viewer/panel/HistorySection.h"
 
+#include "terminal/ShownName.h"
 #include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
 #include "viewer/operation/Operations.h"
@@ -20,7 +21,7 @@ std::string nameOf(const VelOsgDBBrx::EditStep& step)
     const auto operation = nlohmann::json::parse(step.operation, nullptr, false);
     const auto to = operation.is_object() ? operation.find("to") : operation.end();
     const bool hasClass = operation.is_object() && to != operation.end() && to->is_number_unsigned();
-    return printable(step.name) + (hasClass ? " to " + classText(to->get<unsigned>()) : "");
+    return shownName(step.name) + (hasClass ? " to " + classText(to->get<unsigned>()) : "");
 }
 
 /// "2026-11-22 12:33"
@@ -33,7 +34,7 @@ std::string minuteOf(const VelOsgDBBrx::EditStep& step)
 
 std::string tipOf(const VelOsgDBBrx::EditStep& step, const std::string& text)
 {
-    return text + "\n" + minuteOf(step) + " UTC, " + printable(step.author) +
+    return text + "\n" + minuteOf(step) + " UTC, " + shownName(step.author) +
            (step.isOwn ? "\nEnds with the program" : "") + (step.isUnsaved ? "\nNot saved" : "") +
            (step.isDone ? "\nClick: back to how all was behind it" : "\nUndone. Click: do it again");
 }

@@ -104,10 +104,10 @@ Status Scene::load(const std::vector<std::string>& stores, const Options& option
     add(std::move(opened), notes);
     setLook(options);
     for (const std::string& note : notes)
-        std::fprintf(stderr, "brxview: %s\n", note.c_str());
+        std::fprintf(stderr, "brxview: %s\n", printable(note).c_str());
     if (options.mode == ColorMode::RGB) tellColorless();
     if (const std::string text = remark(); !text.empty() && options.mode != ColorMode::RGB)
-        std::fprintf(stderr, "brxview: %s\n", text.c_str());
+        std::fprintf(stderr, "brxview: %s\n", printable(text).c_str());
     return Status();
 }
 
@@ -236,7 +236,7 @@ void Scene::tellColorless() const
     const auto others = std::count_if(first + 1, _clouds.end(), isColorless);
     const std::string more = others > 0 ? " (and " + std::to_string(others) + " more)" : std::string();
     std::fprintf(stderr, "brxview: %s%s has no colours, so its points are black; see --mode\n",
-                 first->store.c_str(), more.c_str());
+                 printable(first->store).c_str(), more.c_str());
 }
 
 const Scene::Cloud* Scene::findShown(const VelBrx::FileIdentity& file) const

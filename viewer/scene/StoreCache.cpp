@@ -3,6 +3,7 @@
 #include "crs/CoordinateSystem.h"
 #include "terminal/EndSignals.h"
 #include "terminal/Progress.h"
+#include "terminal/Text.h"
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/MiraLasRead.h>
@@ -176,6 +177,6 @@ Status findOrBuildStore(const std::string& input, bool rebuild, std::string& sto
         signals.received(), notes);
     progress.clear();
     for (const std::string& note : notes)
-        std::fprintf(stderr, "brxview: %s\n", note.c_str());
+        std::fprintf(stderr, "brxview: %s\n", printable(note).c_str());
     return status;
 }

@@ -1,5 +1,6 @@
 #include "viewer/script/Script.h"
 
+#include "terminal/ShallowJson.h"
 #include "viewer/picture/PictureView.h"
 #include "viewer/script/RequestReader.h"
 
@@ -32,12 +33,15 @@ Status readStep(const json& object, std::optional<Request>& step)
                            " is no operation; there are " + names);
 }
 
-/// The text of a JSON document as a value; members named twice are refused.
+/// The text of a JSON document as a value; members named twice are refused, and what is nested too deep.
 Status parse(const std::string& text, json& document)
 {
     std::vector<std::set<std::string>> names; // of the objects that are open
     std::string repeated;
-    const auto watch = [&](int, json::parse_event_t event, json& value) {
+    bool isTooDeep = false;
+    const auto watch = [&](int depth, json::parse_event_t event, json& value) {
+        isTooDeep = isTooDeep || depth > kDeepestJson;
+        if (isTooDeep) return false;
         if (event == json::parse_event_t::object_start) names.emplace_back();
         if (event == json::parse_event_t::object_end) names.pop_back();
         if (event == json::parse_event_t::key && !names.back().insert(value.get<std::string>()).second)
@@ -51,6 +55,7 @@ Status parse(const std::string& text, json& document)
         const size_t end = what.find("] ");
         return Status::failure("is no JSON: " + (end == std::string::npos ? what : what.substr(end + 2)));
     }
+    if (isTooDeep) return Status::failure("is nested more than " + std::to_string(kDeepestJson) + " deep");
     return repeated.empty() ? Status() : Status::failure(repeated + " stands twice in one object");
 }
 

@@ -53,7 +53,7 @@ public:
         showLegend();
         _editing.emplace(_scene, _viewer, _options.author);
         for (const std::string& note : _editing->notes())
-            std::fprintf(stderr, "brxview: %s\n", note.c_str());
+            std::fprintf(stderr, "brxview: %s\n", printable(note).c_str());
         return Status();
     }
 
@@ -314,7 +314,7 @@ Status run(const Script& script, osgViewer::Viewer& viewer, Scene& scene, const 
     const uint64_t lost = runner.countLost();
     if (lost > 0) told += "; " + describeLost(lost) + ", so end the script with save";
     if (!status || lost > 0) return Status::failure(script.name + ": " + told);
-    if (!told.empty()) std::fprintf(stderr, "brxview: %s: %s\n", script.name.c_str(), told.c_str());
+    if (!told.empty()) std::fprintf(stderr, "brxview: %s: %s\n", printable(script.name).c_str(), printable(told).c_str());
     return Status();
 }
 

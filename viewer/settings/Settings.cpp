@@ -1,6 +1,7 @@
 #include "viewer/settings/Settings.h"
 
 #include "terminal/ConfigFile.h"
+#include "terminal/ShallowJson.h"
 
 #include <nlohmann/json.hpp>
 
@@ -24,7 +25,7 @@ Status readObject(const std::string& path, json& object)
     if (error) return Status::failure(path + ": " + error.message());
     if (!exists) return Status();
     std::ifstream stream(path, std::ios::binary);
-    json read = json::parse(stream, nullptr, false);
+    json read = parseShallow<json>(stream);
     if (!read.is_object()) {
         return Status::failure(path + ": cannot be read as settings, so none are remembered; mend it or "
                                       "remove it");

@@ -1,5 +1,7 @@
 #include "viewer/window/Overlay.h"
 
+#include "terminal/ShownName.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -157,7 +159,7 @@ void Overlay::drawEntries(float room) const
                                                   toImGui(entry.color));
         ImGui::Dummy(ImVec2(side, side));
         ImGui::SameLine();
-        ImGui::TextUnformatted(entry.text.c_str());
+        ImGui::TextUnformatted(shownName(entry.text).c_str());
     }
     if (shown < all) ImGui::TextUnformatted(("and " + std::to_string(all - shown) + " more").c_str());
 }

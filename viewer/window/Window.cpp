@@ -1,6 +1,7 @@
 #include "viewer/window/Window.h"
 
 #include "terminal/EndSignals.h"
+#include "terminal/Text.h"
 #include "viewer/edit/EditText.h"
 #include "viewer/edit/SceneEditing.h"
 #include "viewer/gui/Density.h"
@@ -156,7 +157,7 @@ long frameLimit()
 Status tellUnsaved(const SceneEditing& editing)
 {
     for (const std::string& line : describeUnsaved(editing.unsavedPoints()))
-        std::fprintf(stderr, "brxview: %s\n", line.c_str());
+        std::fprintf(stderr, "brxview: %s\n", printable(line).c_str());
     const uint64_t lost = totalOf(editing.unkeptPoints());
     return lost == 0 ? Status() : Status::failure(describeLost(lost));
 }
@@ -389,7 +390,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     MoveLevel moveLevel(scene.root(),
                         VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(contexts.front()));
     if (!settings.problem().empty()) {
-        std::fprintf(stderr, "brxview: %s\n", settings.problem().c_str());
+        std::fprintf(stderr, "brxview: %s\n", printable(settings.problem()).c_str());
         editKeys->say({settings.problem()});
     }
     for (const std::string& warning : options.warnings)
@@ -401,7 +402,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     if (options.panel) panel->keep(settings);
     settings.set("hint.shown", true);
     if (const Status kept = settings.save(); !kept)
-        std::fprintf(stderr, "brxview: %s\n", kept.message().c_str());
+        std::fprintf(stderr, "brxview: %s\n", printable(kept.message()).c_str());
     if (editing.isBusy()) editing.wait();
     return tellUnsaved(editing);
 }
