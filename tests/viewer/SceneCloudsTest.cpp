@@ -107,6 +107,7 @@ TEST_P(SceneClouds, ACloudThatComesAgainLooksAsTheOthersDoAndIsEditedAlone)
     const double south = shown.survey.y + 4;
     shown.scene.setClipPlanes({{0, 1, 0, -south}});
     const uint64_t first = addEast();
+    shown.scene.setEyeDomeLighting(true);
     done(editing->select(kSlanted, true));
     done(editing->segment(false));
     done(editing->select(kStrip, true));
@@ -117,13 +118,14 @@ TEST_P(SceneClouds, ACloudThatComesAgainLooksAsTheOthersDoAndIsEditedAlone)
     EXPECT_FALSE(shown.scene.bounds().contains(osg::Vec3d(shown.survey.x + 30, south, shown.survey.z)));
     const uint64_t second = addEast();
     EXPECT_NE(second, first) << "a pick of the first would be taken for one of the second";
-    EXPECT_TRUE(samePixels(*picture(), *both)) << "scale, clip planes, segments, selection";
+    EXPECT_TRUE(samePixels(*picture(), *both)) << "scale, clip planes, shading, segments, selection";
 
     EXPECT_EQ(addEast(), second) << "it is shown already";
     ASSERT_EQ(editing->notes().size(), 1u);
     EXPECT_NE(editing->notes()[0].find(east + ": is the same file as"), std::string::npos);
     done(editing->undoAll());
     shown.scene.setClipPlanes({});
+    shown.scene.setEyeDomeLighting(false);
     shown.scene.setColorMode(ColorMode::AUTOMATIC);
     editing->setShown(second, false);
     EXPECT_TRUE(samePixels(*picture(), *alone));

@@ -132,6 +132,7 @@ std::vector<uint64_t> Scene::add(std::vector<OpenedStore> stores, std::vector<st
         cloud.system = std::move(store.system);
         PointCloudHelper::setPointCloudId(cloud.node, cloud.id);
         PointCloudHelper::setClipPlane(cloud.node, _clipPlanes);
+        VelOsgDBBrx::ShaderHelper::switchEDLShader(cloud.node, _edl);
         _root->addChild(cloud.placed);
         ids.push_back(cloud.id);
         _clouds.push_back(std::move(cloud));
