@@ -7,9 +7,11 @@
 #include <memory>
 #include <vector>
 
+struct ImDrawData;
 struct ImDrawList;
 
-/// Draws what Dear ImGui has made, over the whole window, after a camera.
+/// Draws what Dear ImGui has made, over the whole window, after a camera. What is docked is drawn into a
+/// buffer of its own when it changes, and copied from there: most frames come of a camera that moves.
 ///
 /// Threads: `take` on the one that calls Dear ImGui, drawing and releasing on the one that draws.
 class GuiDrawing : public osg::Camera::DrawCallback
@@ -26,9 +28,10 @@ public:
         float height = 0;
     };
 
-    /// Draws from now on what is finished in the context, which is the current one, and fills `plain` with
-    /// the colour of windows before.
-    void take(const std::vector<Rectangle>& plain) VEL_REQUIRES(GuiContext::mutex);
+    /// Draws from now on what is finished in the context, which is the current one. The rectangles `docked`
+    /// have the colour of windows below what lies wholly in them; the rest is drawn over that, but for what
+    /// Dear ImGui has in its background, which is below.
+    void take(const std::vector<Rectangle>& docked) VEL_REQUIRES(GuiContext::mutex);
 
     void operator()(osg::RenderInfo& renderInfo) const override;
     void releaseGLObjects(osg::State* state) const override;
@@ -37,17 +40,32 @@ protected:
     ~GuiDrawing() override;
 
 private:
-    void fill() const VEL_REQUIRES(GuiContext::mutex);
-
     struct Free
     {
         void operator()(ImDrawList* list) const;
     };
+    using Lists = std::vector<std::unique_ptr<ImDrawList, Free>>;
+
+    struct Docked
+    {
+        Rectangle area;
+        Lists lists;
+        bool isDrawn = false; ///< into the buffer, as it is now
+    };
+
+    class Buffer;
+
+    void takeDocked(const std::vector<Rectangle>& areas, std::vector<const ImDrawList*>& lists)
+        VEL_REQUIRES(GuiContext::mutex);
+    void drawDocked(osg::State& state) const VEL_REQUIRES(GuiContext::mutex);
+    void draw(const Lists& lists) const VEL_REQUIRES(GuiContext::mutex);
 
     const std::shared_ptr<const GuiContext> _context;
-    std::vector<std::unique_ptr<ImDrawList, Free>> _lists VEL_GUARDED_BY(GuiContext::mutex);
-    std::vector<Rectangle> _plain VEL_GUARDED_BY(GuiContext::mutex);
+    Lists _below VEL_GUARDED_BY(GuiContext::mutex); ///< what is docked
+    Lists _above VEL_GUARDED_BY(GuiContext::mutex);
+    mutable std::vector<Docked> _docked VEL_GUARDED_BY(GuiContext::mutex);
     float _width VEL_GUARDED_BY(GuiContext::mutex) = 0; ///< of the window, pixels
     float _height VEL_GUARDED_BY(GuiContext::mutex) = 0;
     mutable bool _hasGlObjects VEL_GUARDED_BY(GuiContext::mutex) = false;
+    const std::unique_ptr<Buffer> _buffer VEL_PT_GUARDED_BY(GuiContext::mutex);
 };

@@ -31,6 +31,7 @@
 #include "viewer/window/SectionMarks.h"
 #include "viewer/window/SectionMouse.h"
 #include "viewer/window/SectionTool.h"
+#include "viewer/window/WindowClear.h"
 #include "viewer/window/WindowFiles.h"
 #include "viewer/window/WindowRest.h"
 
@@ -197,8 +198,10 @@ bool placeViews(const Gui& gui, Views& views)
 }
 
 /// What is drawn over the scene is made when the cameras stand as they are drawn.
-void drawFrame(osgViewer::Viewer& viewer, Gui& gui, Views& views, const Scene& scene, bool isFirst)
+void drawFrame(osgViewer::Viewer& viewer, Gui& gui, Views& views, WindowClear& clear, const Scene& scene,
+               bool isFirst)
 {
+    clear.setColor(scene.drawing().background);
     for (const Sight& sight : views.all())
         if (sight.camera->getClearColor() != scene.drawing().background)
             sight.camera->setClearColor(scene.drawing().background);
@@ -227,6 +230,10 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
     const long limit = frameLimit();
     long frames = 0;
     const EndSignals signals;
+    const osg::ref_ptr<WindowClear> clear = new WindowClear;
+    osgViewer::Viewer::Contexts windows;
+    viewer.getContexts(windows);
+    if (windows.size() == 1) clear->clearFor(*windows.front());
     WindowRest rest(viewer, {gui.clipboardConnection(), files.connection()});
     for (int quietFrames = 0; !viewer.done() && frames != limit && !signals.received();) {
         gui.serveClipboard();
@@ -241,7 +248,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
         }
         if (const auto& budget = scene.drawing().budget) services.setBudget(*budget);
         const auto start = std::chrono::steady_clock::now();
-        drawFrame(viewer, gui, views, scene, frames == 0);
+        drawFrame(viewer, gui, views, *clear, scene, frames == 0);
         ++frames;
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -250,7 +257,8 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
         if (++quietFrames > 1 && !isDragging(viewer)) {
             moveLevel.wholeFrameTook(seconds, scene.drawing().framesPerSecond);
         }
-        status.tell({moveLevel.points(), services.isSettled(), seconds, totalOf(editing.unsavedPoints())});
+        status.tell({moveLevel.points(), services.wantedPoints(), services.isSettled(), seconds,
+                     totalOf(editing.unsavedPoints())});
     }
 }
 
@@ -400,7 +408,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.stopThreading();
     keepSize(viewer, settings);
     if (options.panel) panel->keep(settings);
-    settings.set("hint.shown", true);
+    if (!status->isHinting()) settings.set("hint.shown", true);
     if (const Status kept = settings.save(); !kept)
         std::fprintf(stderr, "brxview: %s\n", printable(kept.message()).c_str());
     if (editing.isBusy()) editing.wait();
