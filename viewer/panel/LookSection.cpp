@@ -220,7 +220,9 @@ void LookSection::drawBackground()
     if (ImGui::ColorEdit3("##background", color.ptr(), ImGuiColorEditFlags_NoInputs))
         choose(hexadecimal(color));
     widgets::tip("The colour behind the points");
-    for (const auto& [name, preset] : {std::pair("Dark", "#1c1f24"), std::pair("Light", "#f4f4f1")}) {
+    // "Light" alone is the list of lights: names of widgets must differ.
+    for (const auto& [name, preset] :
+         {std::pair("Dark", "#1c1f24"), std::pair("Light##background", "#f4f4f1")}) {
         ImGui::SameLine();
         if (ImGui::Button(name)) choose(preset);
         widgets::tipOf(*findOperation("background"), nullptr);
