@@ -50,6 +50,7 @@ void LodPass::clear()
     }
     _levelCount = 0;
     _viewCount = 0;
+    _wantedByViews = 0;
     _removals.clear();
     _loads.clear();
 }
@@ -175,6 +176,14 @@ void LodPass::removeOthers(OctreeInfo& octree)
         cell.views = 0;
         cell.admitted = false;
     }
+}
+
+uint64_t LodPass::wantedPoints() const
+{
+    uint64_t points = _wantedByViews;
+    for (size_t i = 0; i < _levelCount; ++i)
+        points += _levels[i].points;
+    return points;
 }
 
 void LodPass::unload()

@@ -66,6 +66,9 @@ public:
     void removeOthers(OctreeInfo& octree);
     /// @}
 
+    /// Points of the cells that are wanted, admitted or not; each once.
+    uint64_t wantedPoints() const;
+
     /// Takes the marked cells out.
     void unload();
 
@@ -116,7 +119,8 @@ private:
     std::array<Level, 256> _levels;
     size_t _levelCount = 0; ///< levels in use are below this
     std::vector<View> _views;
-    size_t _viewCount = 0; ///< views in use
+    size_t _viewCount = 0;       ///< views in use
+    uint64_t _wantedByViews = 0; ///< points
     std::vector<CellTable::Cell*> _removals;
     std::vector<CellTable::Cell*> _loads;
 };
@@ -158,6 +162,7 @@ void LodPass::want(OctreeInfo& octree, const Visibility& visibility)
     View& view = _views[_viewCount - 1];
     const auto want = [&](CellTable::Cell& cell) {
         view.levels[cell.level].cells.push_back(&cell);
+        if (cell.views == 0) _wantedByViews += static_cast<uint64_t>(cell.points);
         if (cell.views < 255) ++cell.views;
         if (cell.level >= _levelCount) _levelCount = cell.level + size_t{1};
     };

@@ -99,7 +99,7 @@ FrameStamp::View mainView(const FrameStamp& frameStamp)
 /// A camera-driven pass. `makeVisibility(camera, localToWorld)` gives the test of a cell.
 template <class MakeVisibility>
 void runCameraPass(FrameStamp& frameStamp, LodPass& pass, const std::atomic<bool>& abort,
-                   const MakeVisibility& makeVisibility)
+                   std::atomic<uint64_t>& wantedPoints, const MakeVisibility& makeVisibility)
 {
     pass.clear();
     frameStamp.incomplete = false;
@@ -124,6 +124,7 @@ void runCameraPass(FrameStamp& frameStamp, LodPass& pass, const std::atomic<bool
     else
         chooseForView(views.empty() ? mainView(frameStamp) : views.front(), octrees,
                       frameStamp.maxNumOfPointCloud, pass, makeVisibility);
+    wantedPoints = pass.wantedPoints();
     pass.unload();
     if (!pass.load(abort)) frameStamp.incomplete = true;
     locks.clear();
@@ -164,9 +165,10 @@ void DynPointCloudLod::operator()(osg::Object* object)
 {
     auto* frameStamp = dynamic_cast<FrameStamp*>(object);
     if (!frameStamp) return;
-    runCameraPass(*frameStamp, *_pass, _abort, [&](const auto& camera, const osg::Matrixd& localToWorld) {
-        return CameraVisibility(camera, *frameStamp, localToWorld);
-    });
+    runCameraPass(*frameStamp, *_pass, _abort, _wantedPoints,
+                  [&](const auto& camera, const osg::Matrixd& localToWorld) {
+                      return CameraVisibility(camera, *frameStamp, localToWorld);
+                  });
     setAbort(false);
 }
 
@@ -189,9 +191,10 @@ void PixelSpacingLod::operator()(osg::Object* object)
 {
     auto* frameStamp = dynamic_cast<FrameStamp*>(object);
     if (!frameStamp) return;
-    runCameraPass(*frameStamp, *_pass, _abort, [&](const auto& camera, const osg::Matrixd& localToWorld) {
-        return SpacingVisibility(camera, *frameStamp, localToWorld, _pixels);
-    });
+    runCameraPass(*frameStamp, *_pass, _abort, _wantedPoints,
+                  [&](const auto& camera, const osg::Matrixd& localToWorld) {
+                      return SpacingVisibility(camera, *frameStamp, localToWorld, _pixels);
+                  });
     setAbort(false);
 }
 
@@ -221,6 +224,7 @@ void FixPointCloudLod::operator()(osg::Object* object)
             _pass->traver(*octree, RegionVisibility(*frameStamp, localToWorld(*octree)));
     }
     _pass->admitAllLevels();
+    _wantedPoints = _pass->wantedPoints();
     _pass->unload();
     if (!_pass->load(_abort)) frameStamp->incomplete = true;
     for (OctreeInfo* octree : taken)

@@ -6,6 +6,7 @@
 #include <osgUtil/IncrementalCompileOperation>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 class LodPass;
@@ -30,6 +31,10 @@ public:
     void setAbort(bool abort) { _abort = abort; }
     bool isAborted() const { return _abort; }
 
+    /// Points that the cameras of the last pass want, or that its region has, whether the budget admits them
+    /// or not. Known before the pass reads cells. Any thread.
+    uint64_t wantedPoints() const { return _wantedPoints; }
+
 protected:
     PointCloudLodOperation(osgUtil::IncrementalCompileOperation* incremental,
                            VelOsgUtils::DecrementalCompileOperation* decremental);
@@ -39,6 +44,7 @@ protected:
 
     std::unique_ptr<LodPass> _pass;
     std::atomic<bool> _abort{false};
+    std::atomic<uint64_t> _wantedPoints{0};
 };
 
 /// Camera-driven: a cell is wanted when it is inside the view frustum, its resolution length covers at least

@@ -21,26 +21,11 @@ ClassSet only(int code)
     return ClassSet().set(static_cast<size_t>(code));
 }
 
-/// A copy with one class turned over; of that class alone where Ctrl is held.
-ClassSet clicked(ClassSet classes, int code)
-{
-    return ImGui::GetIO().KeyCtrl ? only(code) : classes.flip(static_cast<size_t>(code));
-}
-
 void textAtRight(const std::string& text)
 {
     const float room = ImGui::GetContentRegionAvail().x - ImGui::CalcTextSize(text.c_str()).x;
     ImGui::SetCursorPosX(ImGui::GetCursorPosX() + std::max(room, 0.0f));
     ImGui::TextUnformatted(text.c_str());
-}
-
-/// A tick without a frame's width of room around it.
-bool tick(const char* id, bool isSet)
-{
-    ImGui::PushStyleVar(ImGuiStyleVar_FramePadding, ImVec2(0, 0));
-    const bool isClicked = ImGui::Checkbox(id, &isSet);
-    ImGui::PopStyleVar();
-    return isClicked;
 }
 
 } // namespace
@@ -133,9 +118,7 @@ void ClassesSection::drawColor(int code)
 {
     const auto number = static_cast<unsigned>(code);
     const osg::Vec4f color = classColors()[number];
-    const ImVec4 shown(color.r(), color.g(), color.b(), 1);
-    const float side = ImGui::GetTextLineHeight();
-    if (ImGui::ColorButton("colour", shown, ImGuiColorEditFlags_NoTooltip, ImVec2(side, side))) {
+    if (widgets::classSwatch(code)) {
         std::snprintf(_name.data(), _name.size(), "%s", classTable().name(number).c_str());
         ImGui::OpenPopup("look");
     }
@@ -160,18 +143,15 @@ void ClassesSection::drawColor(int code)
 
 void ClassesSection::drawEye(int code)
 {
-    const ClassSet& shown = _stage.scene.shownClasses();
-    if (tick("##see", shown[static_cast<size_t>(code)])) show(clicked(shown, code));
+    if (const auto wanted = widgets::classTick("##see", _stage.scene.shownClasses(), code)) show(*wanted);
     widgets::tip("Shown. Ctrl+click: this class alone");
 }
 
 void ClassesSection::drawMayChange(int code)
 {
     ClassSet& from = _choice.fromClasses;
-    if (tick("##edit", from[static_cast<size_t>(code)])) {
-        // Without any class nothing could be edited.
-        if (const ClassSet wanted = clicked(from, code); wanted.any()) from = wanted;
-    }
+    const std::optional<ClassSet> wanted = widgets::classTick("##edit", from, code);
+    if (wanted && wanted->any()) from = *wanted; // without any class nothing could be edited
     widgets::tip("May change: edits reach points of this class. Ctrl+click: of this class alone");
 }
 

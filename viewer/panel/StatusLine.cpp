@@ -23,7 +23,7 @@ constexpr ImGuiWindowFlags kFlags = ImGuiWindowFlags_NoDecoration | ImGuiWindowF
 StatusLine::StatusLine(Gui& gui, Scene& scene, std::function<Sight(double x, double y)> sightUnder,
                        const std::string& hint)
     : _gui(gui), _scene(scene), _sightUnder(std::move(sightUnder)),
-      _picker(new VelOsgDBBrx::PointPicker(scene.root())), _place(hint)
+      _picker(new VelOsgDBBrx::PointPicker(scene.root())), _hint(hint)
 {
     scene.root()->addChild(_picker);
 }
@@ -40,7 +40,7 @@ void StatusLine::draw()
     ImGui::PushStyleVar(ImGuiStyleVar_WindowMinSize, ImVec2(1, 1));
     ImGui::Begin("##status", nullptr, kFlags);
     ImGui::PopStyleVar(3);
-    ImGui::TextUnformatted(_place.c_str());
+    ImGui::TextUnformatted((_hint.empty() ? _place : _hint).c_str());
     const std::string right = drawing();
     ImGui::SameLine(area.width - ImGui::CalcTextSize(right.c_str()).x - padding.x);
     ImGui::TextUnformatted(right.c_str());
@@ -50,8 +50,10 @@ void StatusLine::draw()
 
 std::string StatusLine::drawing() const
 {
-    std::string text = grouped(_facts.points) + " points";
-    if (const auto& budget = _scene.drawing().budget) text += " of at most " + grouped(*budget);
+    std::string text = grouped(_facts.points);
+    if (_facts.wanted > _facts.points) text += " of " + grouped(_facts.wanted);
+    text += " points";
+    if (const auto& budget = _scene.drawing().budget) text += ", at most " + grouped(*budget);
     text += _facts.isSettled ? "  ·  settled" : "  ·  loading";
     char time[32];
     std::snprintf(time, sizeof time, "  ·  %.0f ms", std::ceil(1e3 * _facts.frameSeconds));
@@ -71,9 +73,15 @@ bool StatusLine::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& a
         _gui.wakeAfter(kRest);
         break;
     case GUIEventAdapter::PUSH:
+        _mouse.reset();
+        break;
     case GUIEventAdapter::DRAG:
     case GUIEventAdapter::SCROLL:
         _mouse.reset();
+        _hint.clear();
+        break;
+    case GUIEventAdapter::KEYDOWN:
+        _hint.clear();
         break;
     case GUIEventAdapter::FRAME:
         ask(action, event.getTime());

@@ -13,5 +13,7 @@ public:
     void draw();
 
 private:
+    void drawClasses(Request request);
+
     const Stage _stage;
 };

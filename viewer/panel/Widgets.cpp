@@ -1,5 +1,7 @@
 #include "viewer/panel/Widgets.h"
 
+#include "viewer/display/Palettes.h"
+
 #include <imgui.h>
 
 #include <algorithm>
@@ -115,6 +117,25 @@ void numberSlider(const Stage& stage, const char* label, const std::string& para
     }
     if (changed) stage.act(rest);
     tipOf(rest.operation(), nullptr);
+}
+
+std::optional<ClassSet> classTick(const char* id, const ClassSet& classes, int code)
+{
+    const auto bit = static_cast<size_t>(code);
+    bool isSet = classes[bit];
+    ImGui::PushStyleVar(ImGuiStyleVar_FramePadding, ImVec2(0, 0)); // no room around it
+    const bool isClicked = ImGui::Checkbox(id, &isSet);
+    ImGui::PopStyleVar();
+    if (!isClicked) return std::nullopt;
+    return ImGui::GetIO().KeyCtrl ? ClassSet().set(bit) : ClassSet(classes).flip(bit);
+}
+
+bool classSwatch(int code)
+{
+    const osg::Vec4f color = classColors()[static_cast<size_t>(code)];
+    const float side = ImGui::GetTextLineHeight();
+    return ImGui::ColorButton("colour", ImVec4(color.r(), color.g(), color.b(), 1),
+                              ImGuiColorEditFlags_NoTooltip, ImVec2(side, side));
 }
 
 } // namespace widgets

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "terminal/ClassList.h"
 #include "viewer/operation/Operations.h"
 
 #include <optional>
@@ -40,5 +41,10 @@ void choiceList(const Stage& stage, const char* label, const std::string& parame
 /// A slider of a parameter that is a NUMBER or WHOLE, over its range, or up to `most`; it shows `value`.
 void numberSlider(const Stage& stage, const char* label, const std::string& parameter, double value,
                   Request rest, std::optional<double> most = std::nullopt, const char* format = nullptr);
+
+/// A tick for one of some classes, and a swatch of its colour. The classes once it was clicked; of the one
+/// class alone with Ctrl held.
+std::optional<ClassSet> classTick(const char* id, const ClassSet& classes, int code);
+bool classSwatch(int code);
 
 } // namespace widgets
