@@ -26,6 +26,13 @@ void ContextServices::setBudget(uint64_t points) const
     if (manager->pointBudget() != points) manager->setMaxNumOfPointCloud(points);
 }
 
+uint64_t ContextServices::wantedPoints() const
+{
+    const osg::ref_ptr<osg::Operation> operation = GlobalObject::getPLM(_context)->getLodOperation();
+    const auto* const pass = dynamic_cast<const PointCloudLodOperation*>(operation.get());
+    return pass ? pass->wantedPoints() : 0;
+}
+
 bool ContextServices::isSettled() const
 {
     return GlobalObject::getPLM(_context)->isSettled();

@@ -33,6 +33,9 @@ public:
     /// At most so many points are drawn from now on.
     void setBudget(uint64_t points) const;
 
+    /// Points that the cameras want to draw, whether the budget admits them or not, as of the last pass.
+    uint64_t wantedPoints() const;
+
     /// What still cameras show is final: see `IPointLoadManager::isSettled`.
     bool isSettled() const;
 

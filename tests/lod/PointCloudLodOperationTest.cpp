@@ -87,6 +87,7 @@ TEST_F(LodPassTest, ALevelMustStayStrictlyBelowTheBudgetAndASmallerDeeperOneStil
     stamp->maxNumOfPointCloud = 0;
     (*dyn)(stamp);
     EXPECT_EQ(loadedByLevel(), (Loaded{1, 0, 0})) << "level 0 is loaded whatever it costs";
+    EXPECT_EQ(dyn->wantedPoints(), 10u + 800u + 320u) << "also what there is no room for";
 }
 
 TEST_F(LodPassTest, OneBudgetHoldsForAllOctrees)
@@ -129,6 +130,7 @@ TEST_F(LodPassTest, TheFixedPassKnowsOnlyTheRegionAndNoBudget)
     setHalfSpace(0);
     (*fix)(stamp);
     EXPECT_EQ(loadedByLevel(), (Loaded{1, 4, 32}));
+    EXPECT_EQ(fix->wantedPoints(), 3700u);
     stamp->planesPerGroup = 0;
     (*fix)(stamp);
     EXPECT_EQ(countLoaded(*octree), 0u) << "without a region nothing is wanted";

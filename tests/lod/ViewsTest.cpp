@@ -429,6 +429,7 @@ TEST_F(BudgetOfViews, ViewsOfTheSameCostNoMoreThanOne)
         stamp->views = {{camera(60), {0}}, {camera(60), {0}}, {camera(60), {0}}};
         pass(budget);
         EXPECT_TRUE(cellsLoaded(*octrees[0]) == alone) << budget;
+        EXPECT_EQ(operation->wantedPoints(), kAll) << "each point once";
     }
 }
 
