@@ -167,7 +167,7 @@ void EditSession::State::add(OctreeInfo& octree, const EditHistory& history)
     const auto isHere = [&](const SessionCloud& cloud) { return cloud.octree == &octree; };
     const VelThreads::Lock lock(_mutex);
     if (std::any_of(_clouds.begin(), _clouds.end(), isHere)) return;
-    if (std::none_of(_clouds.begin(), _clouds.end(), isSame)) _steps.add(history);
+    if (std::none_of(_clouds.begin(), _clouds.end(), isSame)) _steps.add(history, octree.pointPath);
     _clouds.push_back({&octree, history.state});
 }
 

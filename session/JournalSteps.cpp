@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <map>
+#include <utility>
 
 using VelBrx::EditEntry;
 using VelOsgDBBrx::EditStep;
@@ -31,7 +32,8 @@ auto placeOf(Changes& changes, uint64_t number)
 
 } // namespace
 
-StoreSteps::StoreSteps(const VelBrx::EditHistory& history) : _base(history.base), _state(history.base)
+StoreSteps::StoreSteps(const VelBrx::EditHistory& history, std::string path)
+    : _path(std::move(path)), _base(history.base), _state(history.base)
 {
     for (const EditEntry& entry : history.entries)
         note(entry);
@@ -192,6 +194,7 @@ std::vector<EditStep> JournalSteps::list() const
             step.operation = change.key.operation;
             step.name = OperationText::nameOf(step.operation);
             step.points += change.points;
+            step.stores.push_back(store.path());
             step.isDone |= change.isDone;
             step.isUnsaved |= change.isUnsaved;
         }

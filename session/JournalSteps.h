@@ -49,8 +49,10 @@ public:
         bool isCancelled = false; ///< that entry is of `kCancelOperation`
     };
 
-    explicit StoreSteps(const VelBrx::EditHistory& history);
+    /// `path`: of the store.
+    StoreSteps(const VelBrx::EditHistory& history, std::string path);
 
+    const std::string& path() const { return _path; }
     const std::vector<Change>& changes() const { return _changes; } ///< in the order of their numbers
     uint64_t state() const { return _state; }
 
@@ -79,6 +81,7 @@ private:
         uint64_t state;
     };
 
+    std::string _path;
     uint64_t _base = 0; ///< the state before the first entry
     uint64_t _state = 0;
     std::vector<Change> _changes;
@@ -92,7 +95,11 @@ private:
 class JournalSteps
 {
 public:
-    void add(const VelBrx::EditHistory& history) { _stores.emplace_back(history); }
+    /// `path`: of the store whose history it is.
+    void add(const VelBrx::EditHistory& history, const std::string& path)
+    {
+        _stores.emplace_back(history, path);
+    }
 
     const StoreSteps& store(size_t place) const { return _stores[place]; }
 

@@ -135,7 +135,7 @@ JournalSteps readSteps(const std::vector<SessionStore>& stores)
     for (const SessionStore& store : stores) {
         EditHistory history;
         if (!readHistory(*store.octree, history)) history = EditHistory();
-        steps.add(history);
+        steps.add(history, store.octree->pointPath);
     }
     return steps;
 }

@@ -24,10 +24,11 @@ struct EditStep
     std::string name;      ///< for people, such as "hide"
     std::string operation; ///< JSON as scripts have it; of a host's own step its name
     std::string author;
-    uint64_t points = 0;    ///< that it changed in all stores
-    bool isDone = false;    ///< it is in effect; or it was taken back
-    bool isUnsaved = false; ///< the stores do not show it as it is now
-    bool isOwn = false;     ///< see `EditSession::addOwnStep`
+    uint64_t points = 0;             ///< that it changed in all stores
+    std::vector<std::string> stores; ///< paths of those that it changed; none of a host's own step
+    bool isDone = false;             ///< it is in effect; or it was taken back
+    bool isUnsaved = false;          ///< the stores do not show it as it is now
+    bool isOwn = false;              ///< see `EditSession::addOwnStep`
 };
 
 /// A change of classes: which classes may change, and what they become.

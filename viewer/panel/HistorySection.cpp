@@ -10,10 +10,12 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace {
 
-constexpr size_t kMostRows = 10; ///< that are seen at once
+constexpr size_t kMostRows = 10;  ///< that are seen at once
+constexpr size_t kMostStores = 8; ///< that a tool tip names
 
 /// "classify to 6 building" where the operation tells the class.
 std::string nameOf(const VelOsgDBBrx::EditStep& step)
@@ -32,10 +34,21 @@ std::string minuteOf(const VelOsgDBBrx::EditStep& step)
     return text;
 }
 
+/// "tile.brx", or "3 stores".
+std::string storesOf(const VelOsgDBBrx::EditStep& step)
+{
+    if (step.stores.size() != 1) return std::to_string(step.stores.size()) + " stores";
+    return printable(std::filesystem::path(step.stores.front()).filename().string());
+}
+
 std::string tipOf(const VelOsgDBBrx::EditStep& step, const std::string& text)
 {
-    return text + "\n" + minuteOf(step) + " UTC, " + shownName(step.author) +
-           (step.isOwn ? "\nEnds with the program" : "") + (step.isUnsaved ? "\nNot saved" : "") +
+    std::string tip = text + "\n" + minuteOf(step) + " UTC, " + shownName(step.author);
+    for (size_t i = 0; i < std::min(step.stores.size(), kMostStores); ++i)
+        tip += "\n" + printable(step.stores[i]);
+    if (step.stores.size() > kMostStores)
+        tip += "\nand " + std::to_string(step.stores.size() - kMostStores) + " more";
+    return tip + (step.isOwn ? "\nEnds with the program" : "") + (step.isUnsaved ? "\nNot saved" : "") +
            (step.isDone ? "\nClick: back to how all was behind it" : "\nUndone. Click: do it again");
 }
 
@@ -73,8 +86,12 @@ void HistorySection::draw()
 void HistorySection::refresh()
 {
     const uint64_t revision = _stage.editing.revision();
-    if (_revision == revision || (_revision && revision % 2 != 0)) return;
+    std::vector<uint64_t> clouds;
+    for (const Scene::Cloud& cloud : _stage.scene.clouds())
+        clouds.push_back(cloud.id);
+    if ((_revision == revision && _clouds == clouds) || (_revision && revision % 2 != 0)) return;
     _revision = revision;
+    _clouds = std::move(clouds);
     _steps = _stage.editing.steps();
     _texts.assign(_steps.size(), "");
     const auto last =
@@ -83,9 +100,12 @@ void HistorySection::refresh()
     _scrolls = true;
 }
 
+/// Of several stores on show people want to know which one it was.
 const std::string& HistorySection::textOf(size_t step)
 {
-    if (_texts[step].empty()) _texts[step] = nameOf(_steps[step]);
+    if (!_texts[step].empty()) return _texts[step];
+    _texts[step] = nameOf(_steps[step]);
+    if (_clouds.size() > 1 && !_steps[step].isOwn) _texts[step] += ", " + storesOf(_steps[step]);
     return _texts[step];
 }
 

@@ -23,6 +23,7 @@ private:
 
     const Stage _stage;
     std::optional<uint64_t> _revision; ///< of the edits that `_steps` is of
+    std::vector<uint64_t> _clouds;     ///< likewise, their numbers
     std::vector<VelOsgDBBrx::EditStep> _steps;
     std::vector<std::string> _texts; ///< of the steps; empty until they are seen
     size_t _present = 0;             ///< the steps until the last one that is in effect
