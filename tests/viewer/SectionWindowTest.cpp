@@ -121,7 +121,13 @@ TEST_F(SectionWindow, AScriptDrawsAndEditsTheStripAlone)
         {"op": "cull", "polygon": [[1, 1], [3, 1], [3, 3]], "side": "outside"},
         {"op": "camera", "view": "top"},
         {"op": "classify", "polygon": [[-9, -9], [640, -9], [640, 400], [-9, 400]], "to": 7, "dryRun": true},
-        {"op": "sectionTurn", "degrees": 90}])";
+        {"op": "sectionTurn", "degrees": 90},
+        {"op": "section", "from": [1234490, 6543209], "to": [1234530, 6543209], "width": 1},
+        {"op": "select", "polygon": [[-9, -9], [640, -9], [640, 400], [-9, 400]]},
+        {"op": "sectionStep"},
+        {"op": "select", "polygon": [[-9, -9], [640, -9], [640, 400], [-9, 400]]},
+        {"op": "camera", "view": "top"},
+        {"op": "classify", "selected": true, "to": 7, "dryRun": true}])";
     folder.write("steps.json", std::vector<uint8_t>(steps.begin(), steps.end()));
     const ProgramResult result =
         runProgram({"env", "-C", folder.path(), BRXVIEW, "--script", "steps.json", store}, {"DISPLAY"});
@@ -135,6 +141,9 @@ TEST_F(SectionWindow, AScriptDrawsAndEditsTheStripAlone)
     EXPECT_EQ(lines[9]["points"], 60) << "nine metres on";
     EXPECT_EQ(lines[11]["selected"], 340) << "the camera ends the section";
     EXPECT_EQ(lines[12]["message"], "there is no section");
+    EXPECT_EQ(lines[14].count("message"), 0u);
+    EXPECT_NE(lines[16].count("message"), 0u) << "of another strip";
+    EXPECT_EQ(lines[18]["selected"], 20) << "of that strip alone";
     const osg::ref_ptr<osg::Image> picture = osgDB::readRefImageFile(folder.file("section.png"));
     ASSERT_TRUE(picture);
     int rows = 0; // the columns beside this one lie 35 pixels higher and lower

@@ -18,7 +18,6 @@ constexpr double kWheelStep = 0.85; ///< of the distance is left after a step
 constexpr int kMostSteps = 10;      ///< in a frame
 constexpr double kDragZoom = 4;     ///< powers of e in a drag over the picture's height
 constexpr double kMoveSeconds = 0.25;
-constexpr double kDoubleClickSeconds = 0.4;
 constexpr double kKeyStep = 0.1;         ///< of the picture's height
 constexpr double kFlightPerSecond = 0.5; ///< of the distance of the centre
 constexpr double kLongestFrame = 0.25;   ///< seconds; a flight stands still while points come in
@@ -159,7 +158,7 @@ bool SurveyManipulator::handle(const GUIEventAdapter& event, GUIActionAdapter& a
     if (event.getEventType() == GUIEventAdapter::RELEASE) release();
     if (event.getEventType() == GUIEventAdapter::KEYUP) key(event, action);
     if (event.getHandled()) return false;
-    if (isDoubleClick(event)) {
+    if (_doubleClick.isCompletedBy(event)) {
         stop(action);
         begin(Gesture::CENTER, event);
         ask(action);
@@ -188,19 +187,6 @@ bool SurveyManipulator::handle(const GUIEventAdapter& event, GUIActionAdapter& a
     default:
         return false;
     }
-}
-
-/// Not all window systems tell of it.
-bool SurveyManipulator::isDoubleClick(const GUIEventAdapter& event)
-{
-    if (event.getButton() != GUIEventAdapter::LEFT_MOUSE_BUTTON) return false;
-    if (event.getEventType() == GUIEventAdapter::DOUBLECLICK) return true;
-    if (event.getEventType() != GUIEventAdapter::PUSH) return false;
-    const bool isSecond = event.getTime() - _pressTime <= kDoubleClickSeconds &&
-                          (_pressPlace - pixelOf(event)).length() <= kDragPixels;
-    _pressTime = isSecond ? 0 : event.getTime();
-    _pressPlace = pixelOf(event);
-    return isSecond;
 }
 
 void SurveyManipulator::begin(Gesture::Kind kind, const GUIEventAdapter& event)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/camera/DoubleClick.h"
 #include "viewer/camera/Pose.h"
 #include "viewer/camera/PoseTrail.h"
 #include "viewer/scene/Scene.h"
@@ -102,7 +103,6 @@ private:
         double start; ///< seconds, as of events
     };
 
-    bool isDoubleClick(const osgGA::GUIEventAdapter& event);
     void begin(Gesture::Kind kind, const osgGA::GUIEventAdapter& event);
     void drag(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action);
     void release();
@@ -131,7 +131,6 @@ private:
     std::optional<Move> _move;
     std::array<bool, 6> _held{}; ///< the keys that fly
     double _speed = 1;           ///< of a flight, a part of its natural one
-    double _pressTime = 0;       ///< of the left button, seconds, as of events
-    osg::Vec2d _pressPlace;
+    DoubleClick _doubleClick;
     double _lastFrame = 0; ///< seconds, as of events
 };

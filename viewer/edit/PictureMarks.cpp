@@ -28,6 +28,15 @@ void push(SelectSegmentStack& stack, osg::Camera& camera, const std::vector<Scre
     }
 }
 
+/// Takes out what is on the negative side of a plane: all that a camera sees whose picture is one point.
+ScreenPolygon deselectedBeyond(const osg::Vec4d& plane)
+{
+    osg::Matrixd vpw(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+    for (int row = 0; row < 4; ++row)
+        vpw(row, 3) = -plane[row]; // in front where this is positive
+    return {{{-1, -1}, {1, -1}, {1, 1}, {-1, 1}}, vpw, false};
+}
+
 } // namespace
 
 void PictureMarks::restore(const State& state)
@@ -57,10 +66,17 @@ void PictureMarks::markCloud(const Scene::Cloud& cloud) const
     push(stack, *camera, _state.selection);
 }
 
-void PictureMarks::select(const ScreenPolygon& polygon)
+bool PictureMarks::select(const ScreenPolygon& polygon, const std::vector<osg::Vec4d>& planes)
 {
+    const bool isOfAnother = hasSelection() && !planes.empty() && planes != _state.planes;
+    if (isOfAnother) _state.selection.clear();
+    if (polygon.selects) _state.planes = planes;
     _state.selection.push_back(polygon);
+    if (polygon.selects)
+        for (const osg::Vec4d& plane : planes)
+            _state.selection.push_back(deselectedBeyond(plane));
     markClouds();
+    return isOfAnother;
 }
 
 void PictureMarks::segment(bool selectedOnly)

@@ -5,6 +5,7 @@
 #include <VelOsgDBBrx/ScreenPolygon.h>
 
 #include <osg/Vec2f>
+#include <osg/Vec4d>
 
 #include <vector>
 
@@ -19,6 +20,7 @@ public:
     struct State
     {
         std::vector<VelOsgDBBrx::ScreenPolygon> selection;
+        std::vector<osg::Vec4d> planes; ///< all that is selected is inside; none of the main picture's
         std::vector<VelOsgDBBrx::ScreenSegment> segments;
         std::vector<osg::Vec2f> line; ///< outline of the strip that stands out, x and y
     };
@@ -29,7 +31,16 @@ public:
     /// Marks what is marked on a cloud that came into the scene.
     void markCloud(const Scene::Cloud& cloud) const;
 
-    void select(const VelOsgDBBrx::ScreenPolygon& polygon);
+    /// Adds what is in the polygon to the selection, or takes it out, as the polygon says: of a picture that
+    /// has planes of its own what is between these alone. Such a picture begins a selection anew where points
+    /// of another one are selected; true when it did.
+    bool select(const VelOsgDBBrx::ScreenPolygon& polygon, const std::vector<osg::Vec4d>& planes);
+
+    /// Whether a picture with these planes can take points out of the selection.
+    bool canDeselect(const std::vector<osg::Vec4d>& planes) const
+    {
+        return planes.empty() || planes == _state.planes;
+    }
 
     /// Leaves nothing but the selection in the picture, or all but it.
     void segment(bool selectedOnly);

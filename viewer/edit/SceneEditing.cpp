@@ -20,8 +20,10 @@ namespace {
 
 const std::string kViewerUid = "brxview";
 const std::string kNothingSelected = "nothing is selected";
-const std::string kSelectsPastTheStrip = "a selection would go on past the strip of the section: select in "
-                                         "the main picture, or edit what is drawn at once";
+const std::string kSelectedElsewhere =
+    "the selection was made in another picture or strip: deselect there, or "
+    "undo it";
+const std::string kSelectionAnew = "the selection of the other picture has ended; undo brings it back";
 constexpr int kNobodyWaits = 1; ///< barrier count
 
 void fail(EditOutcome& outcome, const std::string& message)
@@ -239,16 +241,20 @@ bool SceneEditing::select(const Outline& polygon, bool add)
     const std::string operation = add ? "select" : "deselect";
     std::string problem = drawOnWindow(polygon, 3);
     if (problem.empty() && !add && !hasSelection()) problem = kNothingSelected;
-    if (!_sight.planes.empty()) problem = kSelectsPastTheStrip;
+    if (problem.empty() && !add && !_marks.canDeselect(_sight.planes)) problem = kSelectedElsewhere;
     if (!problem.empty()) return refuse(operation, problem);
     const PictureMarks::State before = _marks.state();
-    _marks.select({_onWindow.view.turned(_onWindow.vertices), _onWindow.view.vpw, add});
+    const bool isAnew =
+        _marks.select({_onWindow.view.turned(_onWindow.vertices), _onWindow.view.vpw, add}, _sight.planes);
     addMarkStep(operation, before);
     PointSelection under = everythingDrawn();
     under.place = _onWindow.place();
     Running* const running = begin(operation);
     running->inSession = _session.count(under);
-    running->conclude = [](Running& ended) { ended.outcome.classes.reset(); };
+    running->conclude = [isAnew](Running& ended) {
+        ended.outcome.classes.reset();
+        if (isAnew) ended.outcome.message = kSelectionAnew;
+    };
     return true;
 }
 
@@ -281,12 +287,15 @@ bool SceneEditing::line(const Outline& line, double width)
     cmd->setOctreeInfos(octrees());
     cmd->setUid(kViewerUid);
     running->search = cmd;
-    running->conclude = [this, width](Running& ended) { concludeLine(ended, width); };
+    running->conclude = [this, width, strip = _sight.planes](Running& ended) {
+        concludeLine(ended, width, strip);
+    };
     CullCmdManager::getInstance()->push(cmd);
     return true;
 }
 
-void SceneEditing::concludeLine(Running& running, double width)
+/// `strip`: planes of the picture that the line was drawn on.
+void SceneEditing::concludeLine(Running& running, double width, const std::vector<osg::Vec4d>& strip)
 {
     const CmdResult result = running.search->getResult();
     if (result.state == CmdResult::ABANDONED)
@@ -298,8 +307,10 @@ void SceneEditing::concludeLine(Running& running, double width)
         fail(running.outcome, "this line has no length that could be searched; give it two places");
     running.outcome.points = running.search->points().size();
     const WindowView& view = _whole.view;
-    const std::vector<osg::Vec2f> outline = outlineInWorld(
-        view.turned(_whole.vertices), width, running.search->points(), osg::Matrixd::inverse(view.vpw));
+    const osg::Matrixd toWorld = osg::Matrixd::inverse(view.vpw);
+    const std::vector<osg::Vec2f> outline =
+        strip.empty() ? outlineInWorld(view.turned(_whole.vertices), width, running.search->points(), toWorld)
+                      : outlineInStrip(strip, running.search->points(), toWorld);
     const PictureMarks::State before = _marks.state();
     _marks.setLine(outline);
     if (!outline.empty()) addMarkStep(running.outcome.operation, before);

@@ -102,8 +102,9 @@ public:
     bool show(const EditPlace& place);
 
     /// Adds the points under the polygon to the selection, or takes them out of it. A selection is a matter
-    /// of the picture: no store changes. The outcome counts the points under the polygon. Refused in a sight
-    /// that has planes of its own, which a selection knows nothing of.
+    /// of the picture: no store changes. The outcome counts the points under the polygon. A sight with planes
+    /// of its own selects between them alone: it begins a selection anew where points of another sight are
+    /// selected, and takes no points out of that one.
     bool select(const Outline& polygon, bool add);
 
     /// Shows nothing but the selected points (`selectedOnly`), or everything but them; in the picture alone.
@@ -113,7 +114,8 @@ public:
     /// Finds the visible points under a line of `width` pixels: not hidden, inside the clip
     /// planes, of a class that is shown. Its ends are cut off square, its bends are round. Makes the strip of
     /// ground that it covers, seen from above, stand out in the picture; the strip is as exact as floats of
-    /// world coordinates. The strip replaces that of the line before; undo takes it away.
+    /// world coordinates. In a section this is the section's own strip, as far as points were found along it.
+    /// It replaces that of the line before; undo takes it away.
     bool line(const Outline& line, double width);
 
     /// The outcome has the classes of the points that it reaches.
@@ -214,7 +216,7 @@ private:
     void setFront(VelOsgDBBrx::ScreenPlace& place) const;
     std::string drawOnWindow(const Outline& outline, size_t fewest, double margin = 1);
     void addMarkStep(const std::string& name, const PictureMarks::State& before);
-    void concludeLine(Running& running, double width);
+    void concludeLine(Running& running, double width, const std::vector<osg::Vec4d>& strip);
     std::vector<osg::observer_ptr<OctreeInfo>> octrees() const;
 
     Scene& _scene;

@@ -67,3 +67,23 @@ std::vector<osg::Vec2f> outlineInWorld(const Polyline& line, double width,
     }
     return LineEnHancement::outline(world, width * metresPerPixel);
 }
+
+std::vector<osg::Vec2f> outlineInStrip(const std::vector<osg::Vec4d>& planes,
+                                       const std::vector<LineEnHancement::LineEnHancementPoint>& hits,
+                                       const osg::Matrixd& windowToWorld)
+{
+    if (hits.empty() || planes.size() != 2) return {};
+    const osg::Vec2d across(planes[0].x(), planes[0].y());
+    const osg::Vec2d along(-across.y(), across.x());
+    double low = std::numeric_limits<double>::max();
+    double high = std::numeric_limits<double>::lowest();
+    for (const LineEnHancement::LineEnHancementPoint& hit : hits) {
+        const double place = toWorld(osg::Vec2d(hit.x, hit.y), hit.depth, windowToWorld) * along;
+        low = std::min(low, place);
+        high = std::max(high, place);
+    }
+    const double near = -planes[0].w();
+    const double far = planes[1].w();
+    const auto corner = [&](double place, double way) { return osg::Vec2f(along * place + across * way); };
+    return {corner(low, near), corner(high, near), corner(high, far), corner(low, far)};
+}

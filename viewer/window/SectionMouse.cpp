@@ -22,6 +22,8 @@ bool SectionMouse::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter&
     case GUIEventAdapter::PUSH:
     case GUIEventAdapter::DOUBLECLICK:
         handled = begin(event);
+        if (_doubleClick.isCompletedBy(event) && _views.isOverSection(event.getX(), event.getY()))
+            center(event);
         break;
     case GUIEventAdapter::DRAG:
         handled = _drag.has_value();
@@ -69,6 +71,13 @@ void SectionMouse::drag(const GUIEventAdapter& event)
         _views.setFrame(_drag->from->zoomed(grabbed, std::exp((_drag->start.y() - now.y()) / 2 * kDragZoom)));
 }
 
+void SectionMouse::center(const GUIEventAdapter& event)
+{
+    const SectionFrame& frame = *_views.frame();
+    _views.setFrame(frame.moved(frame.at(placeOf(event), aspect()) - frame.middle()));
+    _drag.reset();
+}
+
 void SectionMouse::zoom(const GUIEventAdapter& event)
 {
     const auto motion = event.getScrollingMotion();
@@ -80,4 +89,5 @@ void SectionMouse::zoom(const GUIEventAdapter& event)
 void SectionMouse::getUsage(osg::ApplicationUsage& usage) const
 {
     usage.addKeyboardMouseBinding("Drag in a section", "Move it; right: nearer / farther");
+    usage.addKeyboardMouseBinding("Double click in a section", "Bring the place into its middle");
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/camera/DoubleClick.h"
 #include "viewer/window/Views.h"
 
 #include <osg/Vec2d>
@@ -8,7 +9,8 @@
 #include <optional>
 
 /// Moves a section by mouse, and the divider above it: a left or middle drag moves the picture, a right drag
-/// and the wheel zoom. The picture never turns. Add it after what picks, and before the camera's manipulator.
+/// and the wheel zoom, a double click brings a place into the middle. The picture never turns. Add it after
+/// what picks, and before the camera's manipulator.
 class SectionMouse : public osgGA::GUIEventHandler
 {
 public:
@@ -36,10 +38,12 @@ private:
 
     bool begin(const osgGA::GUIEventAdapter& event);
     void drag(const osgGA::GUIEventAdapter& event);
+    void center(const osgGA::GUIEventAdapter& event);
     void zoom(const osgGA::GUIEventAdapter& event);
     osg::Vec2d placeOf(const osgGA::GUIEventAdapter& event) const;
     double aspect() const { return _views.sectionCamera().getViewport()->aspectRatio(); }
 
     Views& _views;
     std::optional<Drag> _drag;
+    DoubleClick _doubleClick;
 };
