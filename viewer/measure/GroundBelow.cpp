@@ -71,12 +71,6 @@ std::optional<double> groundBelow(const osg::Vec3d& point, const std::bitset<256
     return std::nullopt;
 }
 
-std::bitset<256> groundClasses()
-{
-    constexpr unsigned kGround = 2;
-    return std::bitset<256>().set(kGround);
-}
-
 GroundSearch::~GroundSearch()
 {
     stop();
@@ -89,12 +83,12 @@ void GroundSearch::stop()
     _cancel = false;
 }
 
-void GroundSearch::start(const osg::Vec3d& point, const std::vector<osg::ref_ptr<OctreeInfo>>& stores,
-                         double farthest)
+void GroundSearch::start(const osg::Vec3d& point, const std::bitset<256>& ground,
+                         const std::vector<osg::ref_ptr<OctreeInfo>>& stores, double farthest)
 {
     stop();
-    _answer = std::async(std::launch::async,
-                         [=] { return groundBelow(point, groundClasses(), stores, farthest, _cancel); });
+    _answer =
+        std::async(std::launch::async, [=] { return groundBelow(point, ground, stores, farthest, _cancel); });
 }
 
 bool GroundSearch::takeAnswer(std::optional<double>& ground)

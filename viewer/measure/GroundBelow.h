@@ -19,9 +19,6 @@ std::optional<double> groundBelow(const osg::Vec3d& point, const std::bitset<256
                                   const std::vector<osg::ref_ptr<OctreeInfo>>& stores, double farthest,
                                   const std::atomic<bool>& cancel);
 
-/// The class that LAS has for the ground.
-std::bitset<256> groundClasses();
-
 /// Looks for the ground in a thread of its own.
 ///
 /// Belongs to the viewer's thread. Its end cancels the search and waits for it.
@@ -34,7 +31,8 @@ public:
     GroundSearch& operator=(const GroundSearch&) = delete;
 
     /// Ends a search that runs, and begins another one.
-    void start(const osg::Vec3d& point, const std::vector<osg::ref_ptr<OctreeInfo>>& stores, double farthest);
+    void start(const osg::Vec3d& point, const std::bitset<256>& ground,
+               const std::vector<osg::ref_ptr<OctreeInfo>>& stores, double farthest);
 
     bool isRunning() const { return _answer.valid(); }
 

@@ -69,7 +69,7 @@ void Measuring::add(MeasureKind kind, const std::vector<osg::Vec3d>& points)
         return;
     }
     _waiting.push_back(points.front());
-    if (!_search.isRunning()) _search.start(_waiting.front(), stores(), farthest());
+    if (!_search.isRunning()) search();
 }
 
 bool Measuring::update()
@@ -78,8 +78,14 @@ bool Measuring::update()
     if (!_search.takeAnswer(ground)) return false;
     _list.add({MeasureKind::HEIGHT, {_waiting.front()}, ground}, _scene.units());
     _waiting.erase(_waiting.begin());
-    if (!_waiting.empty()) _search.start(_waiting.front(), stores(), farthest());
+    if (!_waiting.empty()) search();
     return true;
+}
+
+/// What the surface is of is the ground.
+void Measuring::search()
+{
+    _search.start(_waiting.front(), _scene.surface().classes, stores(), farthest());
 }
 
 const Measurements::Entry& Measuring::addNow(Measurement measurement)
@@ -87,7 +93,7 @@ const Measurements::Entry& Measuring::addNow(Measurement measurement)
     if (measurement.kind == MeasureKind::HEIGHT) {
         const std::atomic<bool> cancel{false};
         measurement.ground =
-            groundBelow(measurement.points.front(), groundClasses(), stores(), farthest(), cancel);
+            groundBelow(measurement.points.front(), _scene.surface().classes, stores(), farthest(), cancel);
     }
     _list.add(measurement, _scene.units());
     return _list.all().back();

@@ -91,6 +91,7 @@ public:
     const Measurements::Entry& addNow(Measurement measurement);
 
 private:
+    void search();
     std::vector<osg::ref_ptr<OctreeInfo>> stores() const;
     double farthest() const;
 
