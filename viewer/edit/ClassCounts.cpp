@@ -1,7 +1,5 @@
 #include "viewer/edit/ClassCounts.h"
 
-#include <VelBrx/PointCounts.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -43,7 +41,7 @@ void ClassCounts::Job::count(const SceneEditing& editing, const std::vector<std:
         const VelBrx::Status status = VelBrx::countClassesAndHidden(file, _cancel, counts, &_done);
         if (_cancel) return;
         if (status)
-            inFiles[file] = counts.byClass;
+            inFiles[file] = counts;
         else
             problem = status.message();
     }
@@ -63,6 +61,13 @@ void ClassCounts::update()
     for (const auto& [path, store] : _stores)
         for (size_t code = 0; code < _points.size(); ++code)
             _points[code] += store.points[code];
+}
+
+std::optional<uint64_t> ClassCounts::hidden(const std::string& store) const
+{
+    const auto found = _stores.find(store);
+    if (found == _stores.end() || !found->second.known) return std::nullopt;
+    return found->second.hidden;
 }
 
 std::optional<double> ClassCounts::progress() const
@@ -96,7 +101,8 @@ void ClassCounts::take(const Job& job)
     if (!job.problem.empty()) _problem = job.problem;
     for (auto& [path, store] : _stores) {
         if (const auto counted = job.inFiles.find(path); counted != job.inFiles.end()) {
-            store.inFile = counted->second;
+            store.inFile = counted->second.byClass;
+            store.hidden = counted->second.hidden;
             store.read = job.revision;
         }
         if (!isStill) continue;

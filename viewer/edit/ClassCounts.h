@@ -2,6 +2,8 @@
 
 #include "viewer/edit/SceneEditing.h"
 
+#include <VelBrx/PointCounts.h>
+
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -12,9 +14,9 @@
 #include <thread>
 #include <vector>
 
-/// How many points of each class the stores on show have now, unsaved classes included. The files are read
-/// once, on a thread of its own, and after each operation what is not saved is counted there. Until then the
-/// numbers are those of when the stores were built.
+/// How many points of each class the stores on show have now, unsaved classes included, and how many their
+/// files hid when they were read. The files are read once, on a thread of its own, and after each operation
+/// what is not saved is counted there. Until then the numbers are those of when the stores were built.
 ///
 /// Belongs to the viewer's thread.
 class ClassCounts
@@ -30,6 +32,10 @@ public:
 
     const Counts& points() const { return _points; }
 
+    /// The points that the file of a store hid when it was read: 0 of one that cannot be. Empty until it is
+    /// tried, and for a store that is not on show.
+    std::optional<uint64_t> hidden(const std::string& store) const;
+
     /// Of counting, 0 to 1; empty where the numbers are those of now.
     std::optional<double> progress() const;
 
@@ -43,6 +49,7 @@ private:
         Counts points{};               ///< that are shown
         std::optional<uint64_t> known; ///< the revision that `points` are of
         Counts inFile{};
+        uint64_t hidden = 0;          ///< in the file
         std::optional<uint64_t> read; ///< the revision from which on `inFile` holds until a save
     };
 
@@ -58,7 +65,7 @@ private:
 
         /// \name Of one that is done
         /// @{
-        std::map<std::string, Counts> inFiles;
+        std::map<std::string, VelBrx::PointCounts> inFiles;
         std::map<std::string, std::array<int64_t, 256>> unsaved;
         std::string problem;
         const uint64_t revision; ///< when it began

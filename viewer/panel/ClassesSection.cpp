@@ -30,9 +30,10 @@ void textAtRight(const std::string& text)
 
 } // namespace
 
-ClassesSection::ClassesSection(const Stage& stage, ClassChoice& choice, Gui& gui, std::string file)
+ClassesSection::ClassesSection(const Stage& stage, ClassChoice& choice, ClassCounts& counts, Gui& gui,
+                               std::string file)
     : _stage(stage), _choice(choice), _gui(gui), _file(file.empty() ? userClassesFile() : std::move(file)),
-      _counts(stage.scene, stage.editing)
+      _counts(counts)
 {
 }
 

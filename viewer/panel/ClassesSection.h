@@ -15,9 +15,9 @@
 class ClassesSection
 {
 public:
-    /// `gui`, and what `stage` and `choice` name, outlive it. `file`: where the names and colours are from;
-    /// empty for the standard's.
-    ClassesSection(const Stage& stage, ClassChoice& choice, Gui& gui, std::string file);
+    /// `gui`, `counts`, and what `stage` and `choice` name, outlive it. `file`: where the names and colours
+    /// are from; empty for the standard's.
+    ClassesSection(const Stage& stage, ClassChoice& choice, ClassCounts& counts, Gui& gui, std::string file);
 
     void draw();
 
@@ -37,7 +37,7 @@ private:
     ClassChoice& _choice;
     Gui& _gui;
     std::string _file;
-    ClassCounts _counts;
+    ClassCounts& _counts;
     ClassSet _added;  ///< by hand, without a point so far
     int _wanted = 64; ///< to be added: the first that users may define
     std::array<char, 65> _name{};

@@ -7,6 +7,7 @@
 
 #include <VelBrx/ReadErrors.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
@@ -33,13 +34,20 @@ std::string titleOf(const Scene& scene, bool isUnsaved)
            (others > 0 ? " and " + std::to_string(others) + " more" : "") + " - brxview";
 }
 
+bool isShown(const Scene& scene, const std::string& store)
+{
+    return std::any_of(scene.clouds().begin(), scene.clouds().end(),
+                       [&](const Scene::Cloud& cloud) { return cloud.store == store; });
+}
+
 } // namespace
 
 WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys, const Stage& stage,
-                         Settings& settings, const Options& options)
+                         ClassCounts& counts, Settings& settings, const Options& options)
     : _viewer(viewer), _editKeys(editKeys), _stage(stage), _view(options.view),
       _editAnyway(options.editAnyway), _files(stage.editing, stage.scene, settings),
-      _questions(stage, _files, settings), _section(stage, _files, _questions), _dropped(viewer)
+      _questions(stage, _files, settings), _section(stage, _files, _questions), _dropped(viewer),
+      _counts(counts)
 {
     gui.add([this] { _questions.draw(); });
     _files.open(options.inputs, {options.normals, options.store, options.force});
@@ -94,18 +102,25 @@ void WindowFiles::takeNews()
     if (news.cloudsChanged || !news.problems.empty() || !news.done.empty()) _viewer.requestRedraw();
 }
 
-/// The first picture comes first.
+/// People who see a hole should know that it can be filled. The first picture comes first.
 void WindowFiles::tellHidden(bool isSettled)
 {
-    if (!_hidden && !_uncounted.empty() && isSettled && !_files.isBusy())
-        _hidden.emplace(std::exchange(_uncounted, {}));
-    if (!_hidden) return;
-    const std::optional<std::vector<std::string>> lines = _hidden->take();
-    if (!lines) return;
-    _hidden.reset();
-    if (lines->empty()) return;
-    print({lines->front()});
-    _editKeys.say(*lines);
+    if (_uncounted.empty() || !isSettled || _files.isBusy()) return;
+    _counts.update();
+    uint64_t points = 0;
+    std::vector<std::string> concerned;
+    for (const std::string& store : _uncounted) {
+        const std::optional<uint64_t> hidden = _counts.hidden(store);
+        if (!hidden && isShown(_stage.scene, store)) return;
+        if (hidden.value_or(0) > 0) concerned.push_back(store);
+        points += hidden.value_or(0);
+    }
+    const size_t all = std::exchange(_uncounted, {}).size();
+    if (concerned.empty()) return;
+    const std::string told = describeHidden(points, concerned, all);
+    print({told});
+    _editKeys.say({told, "E and then " + keyOf("reset") + " shows them all, E, a and " + keyOf("uncull") +
+                             " those under a polygon"});
 }
 
 /// Of one cloud after the other, each once.

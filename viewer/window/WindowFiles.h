@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/edit/ClassCounts.h"
 #include "viewer/files/CloudFiles.h"
 #include "viewer/gui/Gui.h"
 #include "viewer/panel/CloudsSection.h"
@@ -7,7 +8,6 @@
 #include "viewer/scene/Options.h"
 #include "viewer/window/DroppedFiles.h"
 #include "viewer/window/EditKeys.h"
-#include "viewer/window/HiddenPoints.h"
 
 #include <osgGA/GUIEventHandler>
 #include <osgViewer/Viewer>
@@ -27,7 +27,7 @@ class WindowFiles : public osgGA::GUIEventHandler
 public:
     /// Begins to open the files of `options`. All else outlives it, as does what the stage refers to.
     WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys, const Stage& stage,
-                Settings& settings, const Options& options);
+                ClassCounts& counts, Settings& settings, const Options& options);
 
     /// The panel's section.
     void drawSection() { _section.draw(); }
@@ -66,10 +66,10 @@ private:
     FileQuestions _questions;
     CloudsSection _section;
     DroppedFiles _dropped;
-    std::vector<std::string> _uncounted; ///< stores whose hidden points nobody has counted
-    std::optional<HiddenPoints> _hidden;
-    size_t _nextToCheck = 0;           ///< of the clouds, for read errors
-    std::set<std::string> _unreadable; ///< stores with read errors that were told
+    ClassCounts& _counts;
+    std::vector<std::string> _uncounted; ///< stores whose hidden points nobody was told of
+    size_t _nextToCheck = 0;             ///< of the clouds, for read errors
+    std::set<std::string> _unreadable;   ///< stores with read errors that were told
     std::string _title;
     Clock::time_point _lastLook;
     Clock::time_point _lastTick;
