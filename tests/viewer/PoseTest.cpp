@@ -137,7 +137,8 @@ TEST(Pose, IsKeptByNameForEachStoreFromOneWindowToTheNext)
         views.save("roof", poses()[0]);
         views.save("bank", poses()[1]);
         views.save("tree", poses()[1]);
-        views.rename(0, "yard");
+        EXPECT_FALSE(views.rename(0, "tree")) << "which is there";
+        EXPECT_TRUE(views.rename(0, "yard"));
         views.remove(1); // the tree
         EXPECT_TRUE(settings.save());
     }

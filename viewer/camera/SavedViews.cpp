@@ -76,11 +76,14 @@ void SavedViews::save(const std::string& name, const Pose& pose)
     write();
 }
 
-void SavedViews::rename(size_t view, const std::string& name)
+bool SavedViews::rename(size_t view, const std::string& name)
 {
+    for (size_t other = 0; other < _views.size(); ++other)
+        if (other != view && _views[other].name == name) return false;
     const Pose pose = _views.at(view).pose;
     _views.erase(_views.begin() + static_cast<ptrdiff_t>(view));
     save(name, pose);
+    return true;
 }
 
 void SavedViews::remove(size_t view)

@@ -31,7 +31,8 @@ public:
 
     /// \name By number, from 0 on
     /// @{
-    void rename(size_t view, const std::string& name);
+    /// False, and nothing happens, where another view has the name.
+    bool rename(size_t view, const std::string& name);
     void remove(size_t view);
     /// @}
 

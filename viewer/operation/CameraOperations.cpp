@@ -74,7 +74,8 @@ Begun renameView(const Request& request, const Stage& stage)
 {
     const std::optional<size_t> view = viewOf(request, stage);
     if (!view) return {Begun::DONE, kNoView};
-    stage.views->rename(*view, request.get<std::string>("name"));
+    const auto& name = request.get<std::string>("name");
+    if (!stage.views->rename(*view, name)) return {Begun::DONE, name + ": another view has this name"};
     return {};
 }
 

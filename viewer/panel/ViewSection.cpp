@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -16,8 +17,9 @@ bool typeName(const char* label, std::string& name)
 {
     std::array<char, kLongestName + 1> text{};
     name.copy(text.data(), kLongestName);
-    const bool entered = ImGui::InputTextWithHint(label, "name of the view", text.data(), text.size(),
-                                                  ImGuiInputTextFlags_EnterReturnsTrue);
+    const bool entered =
+        ImGui::InputTextWithHint(label, "name of the view", text.data(), text.size(),
+                                 ImGuiInputTextFlags_EnterReturnsTrue | ImGuiInputTextFlags_AutoSelectAll);
     name = text.data();
     return entered;
 }
@@ -99,11 +101,16 @@ void ViewSection::drawSaved()
         if (ImGui::SmallButton("Rename")) {
             _renamed = i;
             _name = views[i].name;
+            _types = true;
         }
         ImGui::SameLine();
-        if (ImGui::SmallButton("Delete")) act("deleteView", "number", number);
+        if (ImGui::SmallButton("Delete")) {
+            act("deleteView", "number", number);
+            _renamed.reset();
+        }
         ImGui::PopID();
     }
+    if (std::exchange(_types, false)) ImGui::SetKeyboardFocusHere();
     const bool entered = typeName("##name", _name);
     ImGui::SameLine();
     const bool clicked = ImGui::Button(_renamed ? "Rename" : "Save");

@@ -24,4 +24,5 @@ private:
     Stage _stage;
     std::string _name; ///< typed for a view
     std::optional<size_t> _renamed;
+    bool _types = false; ///< the field for it is to have the keyboard
 };

@@ -1,7 +1,9 @@
 #include "viewer/window/DisplayKeys.h"
 
-DisplayKeys::DisplayKeys(const Stage& stage, Overlay& overlay, bool showLegend)
-    : _stage(stage), _overlay(&overlay), _showLegend(showLegend)
+#include <utility>
+
+DisplayKeys::DisplayKeys(const Stage& stage, Overlay& overlay, bool showLegend, Tell tell)
+    : _stage(stage), _tell(std::move(tell)), _overlay(&overlay), _showLegend(showLegend)
 {
     updateLegend();
 }
@@ -35,8 +37,10 @@ bool DisplayKeys::press(int key)
     }
     const int plain = key == '=' ? '+' : key; // the same key without Shift
     const std::optional<PressedKey> pressed = findKey(plain, Key::ALWAYS);
-    if (pressed) carryOut(requestOf(*pressed, _stage.scene), _stage);
-    return pressed.has_value();
+    if (!pressed) return false;
+    const Begun begun = carryOut(requestOf(*pressed, _stage.scene), _stage);
+    if (!begun.message.empty()) _tell(begun.message);
+    return true;
 }
 
 void DisplayKeys::getUsage(osg::ApplicationUsage& usage) const
