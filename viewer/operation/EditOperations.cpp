@@ -1,5 +1,6 @@
 #include "viewer/operation/EditOperations.h"
 
+#include "viewer/operation/Operations.h"
 #include "viewer/operation/ParameterKinds.h"
 
 using namespace parameter;
@@ -237,4 +238,14 @@ std::vector<Operation> editOperations()
          {{'w', "drop the classes that are not saved", Key::EDITING}},
          call<&SceneEditing::dropUnsaved>},
     };
+}
+
+Request rangesOf(const Scene& scene)
+{
+    Request request(*findOperation("where"));
+    const AttributeRanges& now = scene.editLimits().attributes;
+    if (!now.classes.all()) request.set("classes", now.classes);
+    for (const auto& [name, range] : kRanges)
+        if (!(now.*range).isWhole()) request.set(name, now.*range);
+    return request;
 }

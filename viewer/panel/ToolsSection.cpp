@@ -2,6 +2,7 @@
 
 #include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
+#include "viewer/operation/EditOperations.h"
 #include "viewer/operation/Operations.h"
 #include "viewer/panel/Widgets.h"
 
@@ -37,17 +38,6 @@ constexpr RangeField kFields[] = {
     {"gpsTime", "GPS time", &AttributeRanges::gpsTime, 0, 0, "%.3f"},
     {"source", "Source", &AttributeRanges::source, 0, 65535, "%.0f"},
 };
-
-/// The operation that limits edits, with what holds now.
-Request limits(const Scene& scene)
-{
-    Request request(*findOperation("where"));
-    const AttributeRanges& now = scene.editLimits().attributes;
-    if (!now.classes.all()) request.set("classes", now.classes);
-    for (const RangeField& field : kFields)
-        if (!(now.*field.range).isWhole()) request.set(field.parameter, now.*field.range);
-    return request;
-}
 
 /// Two buttons to a row.
 void nextInRow(size_t place)
@@ -170,7 +160,7 @@ void ToolsSection::drawRanges()
     const ClassSet& classes = _stage.scene.editLimits().attributes.classes;
     bool limitsClasses = !classes.all();
     if (ImGui::Checkbox("Class", &limitsClasses)) {
-        Request request = limits(_stage.scene);
+        Request request = rangesOf(_stage.scene);
         request.set("classes",
                     limitsClasses ? ClassSet().set(static_cast<size_t>(_choice.toClass)) : ClassSet().set());
         _stage.act(request);
@@ -180,7 +170,7 @@ void ToolsSection::drawRanges()
         ImGui::TextUnformatted(formatClasses(classes).c_str());
         ImGui::SameLine();
         if (ImGui::SmallButton("from-classes") && _choice.fromClasses.any()) {
-            Request request = limits(_stage.scene);
+            Request request = rangesOf(_stage.scene);
             request.set("classes", _choice.fromClasses);
             _stage.act(request);
         }
@@ -197,7 +187,7 @@ void ToolsSection::drawRange(size_t index)
     bool isOn = !range.isWhole();
     ImGui::PushID(field.parameter);
     if (ImGui::Checkbox(field.label, &isOn)) {
-        Request request = limits(_stage.scene);
+        Request request = rangesOf(_stage.scene);
         ValueRange wanted{field.low, field.high};
         if (field.range == &AttributeRanges::height)
             wanted = {_stage.scene.bounds().zMin(), _stage.scene.bounds().zMax()};
@@ -215,7 +205,7 @@ void ToolsSection::drawRange(size_t index)
         if (ImGui::InputScalarN("##range", ImGuiDataType_Double, ends, 2, nullptr, nullptr, field.format,
                                 ImGuiInputTextFlags_EnterReturnsTrue) &&
             ends[0] <= ends[1]) {
-            Request request = limits(_stage.scene);
+            Request request = rangesOf(_stage.scene);
             request.set(field.parameter, ValueRange{ends[0], ends[1]});
             _stage.act(request);
         }

@@ -84,10 +84,9 @@ ToolPreview BrushTool::preview() const
     return preview;
 }
 
-std::vector<std::string> BrushTool::hints() const
+std::string BrushTool::hint() const
 {
     char size[64];
     std::snprintf(size, sizeof size, _size.isInWorld ? "%.3g units" : "%.0f pixels", _size.radius);
-    return {std::string("brush of ") + size, "wheel: its size, Insert: pixels or units of the world",
-            "x, v, K, ...: what it does, Esc or right click ends"};
+    return std::string("brush of ") + size + ": drag paints, wheel: its size, Insert: its unit, Esc ends";
 }

@@ -39,7 +39,7 @@ public:
     std::vector<osg::Vec2d> outline() const override;
     ToolPreview preview() const override;
     std::string missing() const override { return "drag over the points to paint them"; }
-    std::vector<std::string> hints() const override;
+    std::string hint() const override;
 
     /// Forgets the stroke.
     void drop();

@@ -10,7 +10,6 @@ namespace {
 constexpr double kDragPixels = 3; // a hand is not still
 constexpr double kAccuracy = 0.5; ///< of curves, pixels
 constexpr size_t kMostVertices = 1000;
-const char* const kClosing = "Backspace drops, Enter or right click closes, Esc cancels";
 
 using Line = std::vector<osg::Vec2d>;
 
@@ -58,6 +57,15 @@ Line with(Line corners, const osg::Vec2d& mouse)
     return corners;
 }
 
+/// Of corners that are clicked, until there are `fewest` and then on.
+std::string cornersHint(const std::string& what, size_t corners, size_t fewest)
+{
+    if (corners == 0) return what + ": click its corners; Esc cancels";
+    return what + ", " + std::to_string(corners) + (corners == 1 ? " corner" : " corners") +
+           (corners < fewest ? ": click the next one" : ": click more, Enter or right click closes") +
+           "; Backspace drops, Esc cancels";
+}
+
 } // namespace
 
 void PolygonTool::press(const osg::Vec2d& mouse)
@@ -83,9 +91,9 @@ ToolPreview PolygonTool::preview() const
     return {{{with(_corners, _mouse)}}};
 }
 
-std::vector<std::string> PolygonTool::hints() const
+std::string PolygonTool::hint() const
 {
-    return {"polygon of " + std::to_string(_corners.size()) + " vertices: click to add,", kClosing};
+    return cornersHint("polygon", _corners.size(), 3);
 }
 
 void TwoPlacesTool::press(const osg::Vec2d& mouse)
@@ -120,9 +128,10 @@ std::vector<osg::Vec2d> RectangleTool::spanned(const osg::Vec2d& first, const os
     return {first, {second.x(), first.y()}, second, {first.x(), second.y()}};
 }
 
-std::vector<std::string> RectangleTool::hints() const
+std::string RectangleTool::hint() const
 {
-    return {"rectangle: click or drag two corners,", kClosing};
+    return isEmpty() ? "rectangle: drag it, or click two corners; Esc cancels"
+                     : "rectangle: click the opposite corner; Backspace drops, Esc cancels";
 }
 
 std::vector<osg::Vec2d> CircleTool::spanned(const osg::Vec2d& first, const osg::Vec2d& second) const
@@ -139,9 +148,10 @@ std::vector<osg::Vec2d> CircleTool::spanned(const osg::Vec2d& first, const osg::
     return circle;
 }
 
-std::vector<std::string> CircleTool::hints() const
+std::string CircleTool::hint() const
 {
-    return {"circle: drag from its centre, or click centre and radius,", "Backspace drops, Esc cancels"};
+    return isEmpty() ? "circle: drag from its centre, or click centre and radius; Esc cancels"
+                     : "circle: click where its edge is to be; Backspace drops, Esc cancels";
 }
 
 void LassoTool::moveTo(const osg::Vec2d& mouse)
@@ -174,9 +184,9 @@ void LassoTool::dropLast()
     _isClosed = false;
 }
 
-std::vector<std::string> LassoTool::hints() const
+std::string LassoTool::hint() const
 {
-    return {"lasso: drag around the points,", "Backspace draws it anew, Esc cancels"};
+    return "lasso: drag around the points with the button held; Esc cancels";
 }
 
 void LineSideTool::setArea(const osg::Vec2d& low, const osg::Vec2d& high)
@@ -217,10 +227,9 @@ ToolPreview LineSideTool::preview() const
     return {{{fromLeft(with(_corners, _mouse))}}};
 }
 
-std::vector<std::string> LineSideTool::hints() const
+std::string LineSideTool::hint() const
 {
-    return {std::string("what is ") + (_isAbove ? "above" : "below") + " a line: click its corners,",
-            kClosing};
+    return cornersHint(_isAbove ? "above a line" : "below a line", _corners.size(), 2);
 }
 
 void BetweenLinesTool::press(const osg::Vec2d& mouse)
@@ -274,10 +283,10 @@ std::string BetweenLinesTool::missing() const
            " line needs two corners that are not above each other";
 }
 
-std::vector<std::string> BetweenLinesTool::hints() const
+std::string BetweenLinesTool::hint() const
 {
-    return {std::string(_closed == 0 ? "the first" : "the second") + " of two lines: click its corners,",
-            kClosing};
+    return cornersHint(_closed == 0 ? "the first of two lines" : "the second of two lines",
+                       _closed == 0 ? _first.size() : _second.size(), 2);
 }
 
 void GrowTool::press(const osg::Vec2d& mouse)
@@ -305,7 +314,7 @@ ToolPreview GrowTool::preview() const
     return {{{{*_place}, _seed.has_value()}}};
 }
 
-std::vector<std::string> GrowTool::hints() const
+std::string GrowTool::hint() const
 {
-    return {"grow: click on a point,", "Esc cancels"};
+    return _place ? "grow: looking for the point" : "grow: click on a point; Esc cancels";
 }

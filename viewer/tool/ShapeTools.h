@@ -14,7 +14,7 @@ public:
     std::vector<osg::Vec2d> outline() const override { return _corners; }
     ToolPreview preview() const override;
     std::string missing() const override { return "a polygon needs at least three vertices"; }
-    std::vector<std::string> hints() const override;
+    std::string hint() const override;
 
 private:
     std::vector<osg::Vec2d> _corners;
@@ -45,7 +45,7 @@ class RectangleTool : public TwoPlacesTool
 {
 public:
     std::string missing() const override { return "a rectangle needs two corners"; }
-    std::vector<std::string> hints() const override;
+    std::string hint() const override;
 
 private:
     std::vector<osg::Vec2d> spanned(const osg::Vec2d& first, const osg::Vec2d& second) const override;
@@ -56,7 +56,7 @@ class CircleTool : public TwoPlacesTool
 {
 public:
     std::string missing() const override { return "a circle needs its centre and its radius"; }
-    std::vector<std::string> hints() const override;
+    std::string hint() const override;
 
 private:
     std::vector<osg::Vec2d> spanned(const osg::Vec2d& first, const osg::Vec2d& second) const override;
@@ -76,7 +76,7 @@ public:
     std::vector<osg::Vec2d> outline() const override { return _way; }
     ToolPreview preview() const override { return {{{_way, _isClosed, false}}}; }
     std::string missing() const override { return "draw around the points with the button held"; }
-    std::vector<std::string> hints() const override;
+    std::string hint() const override;
 
 private:
     std::vector<osg::Vec2d> _way;
@@ -100,7 +100,7 @@ public:
     std::vector<osg::Vec2d> outline() const override;
     ToolPreview preview() const override;
     std::string missing() const override { return "a line needs two corners that are not above each other"; }
-    std::vector<std::string> hints() const override;
+    std::string hint() const override;
 
 private:
     const bool _isAbove;
@@ -121,7 +121,7 @@ public:
     std::vector<osg::Vec2d> outline() const override;
     ToolPreview preview() const override;
     std::string missing() const override;
-    std::vector<std::string> hints() const override;
+    std::string hint() const override;
 
 private:
     std::vector<osg::Vec2d>& current() { return _closed == 0 ? _first : _second; }
@@ -143,7 +143,7 @@ public:
     std::vector<osg::Vec2d> outline() const override { return {}; }
     ToolPreview preview() const override;
     std::string missing() const override { return "click on a point first"; }
-    std::vector<std::string> hints() const override;
+    std::string hint() const override;
 
     /// What a pick at the place has found, in the world; nothing where there is no point.
     void setSeed(const std::optional<osg::Vec3d>& seed);

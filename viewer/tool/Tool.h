@@ -60,9 +60,14 @@ public:
 
     virtual ToolPreview preview() const = 0;
 
-    /// For people, one line.
+    /// \name One line for people
+    /// @{
+    /// What must be drawn before it is of use.
     virtual std::string missing() const = 0;
-    virtual std::vector<std::string> hints() const = 0;
+
+    /// What to do next, until it is closed.
+    virtual std::string hint() const = 0;
+    /// @}
 
 protected:
     osg::Vec2d _mouse;

@@ -3,6 +3,7 @@
 #include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
 #include "viewer/edit/EditText.h"
+#include "viewer/operation/EditOperations.h"
 #include "viewer/window/WindowStage.h"
 
 #include <osgGA/CameraManipulator>
@@ -15,9 +16,7 @@ using osgGA::GUIEventAdapter;
 
 namespace {
 
-constexpr double kDigitsApart = 2; // seconds after which a digit begins another class
-constexpr int kPaintKey = 'K';     // what a brush does to begin with
-constexpr size_t kStoresInQuestion = 8;
+constexpr int kPaintKey = 'K'; // what a brush does to begin with
 // A window system sends the control character.
 constexpr int kCtrlQ = 'Q' - '@';
 constexpr int kCtrlY = 'Y' - '@';
@@ -40,22 +39,26 @@ bool isDigit(int key)
     return key >= '0' && key <= '9';
 }
 
-/// What keys do to a shape, some to a line.
-std::vector<std::string> hintsOfShape()
+/// What keys do to a shape; `points`: to one that is no outline.
+std::string hintOfShape(bool points)
 {
-    constexpr size_t kKeysInLine = 3;
-    std::vector<std::string> lines;
-    size_t count = 0;
+    std::string hint;
     for (const Operation& operation : operations())
         for (const Key& key : operation.keys) {
-            if (!operation.outline()) continue;
-            if (count++ % kKeysInLine == 0)
-                lines.emplace_back();
-            else
-                lines.back() += ", ";
-            lines.back() += key.name() + " " + key.hint;
+            if (!operation.outline() || (points && !operation.find("points"))) continue;
+            hint += (hint.empty() ? "now " : ", ") + key.name() + " " + key.hint;
         }
-    return lines;
+    return hint;
+}
+
+/// The attributes that edits are limited by, "returns, intensity"; empty where they are not.
+std::string limitingAttributes(const Scene& scene)
+{
+    const Request ranges = rangesOf(scene);
+    std::string names;
+    for (const Parameter& parameter : ranges.operation().parameters)
+        if (ranges.has(parameter.name)) names += (names.empty() ? "" : ", ") + parameter.name;
+    return names;
 }
 
 void append(std::vector<std::string>& lines, const std::vector<std::string>& more)
@@ -67,8 +70,9 @@ void append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 
 EditKeys::EditKeys(SceneEditing& session, Scene& scene, osgViewer::Viewer& viewer, Views& views,
                    Overlay& overlay, ClassChoice& classes, Measuring& measuring)
-    : _session(session), _scene(scene), _viewer(viewer), _views(views), _classes(classes),
+    : _session(session), _scene(scene), _viewer(viewer), _classes(classes),
       _stage(windowStage(scene, session, views, measuring)), _overlay(&overlay), _tools(scene, views),
+      _place(session, scene, views, _tools, classes), _typing(classes),
       _painting(requestOf(*findKey(kPaintKey, Key::EDITING), scene))
 {
 }
@@ -107,7 +111,7 @@ bool EditKeys::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& act
 
 bool EditKeys::handleMouse(const GUIEventAdapter& event)
 {
-    if (_question != Question::NONE) return true;
+    if (_question.isOpen()) return true;
     const bool isHandled = _tools.handleMouse(event);
     if (const std::string message = _tools.takeMessage(); !message.empty()) _report = {message};
     if (_tools.brush() && _tools.brush()->isClosed()) paint();
@@ -121,11 +125,11 @@ bool EditKeys::handleKey(const GUIEventAdapter& event)
         askToClose();
         return true;
     }
-    if (_question != Question::NONE) {
+    if (_question.isOpen()) {
         answer(key);
         return true;
     }
-    if (_typed) {
+    if (_typing.isOpen()) {
         type(key);
         return true;
     }
@@ -158,65 +162,47 @@ void EditKeys::say(const std::vector<std::string>& lines)
     _viewer.requestRedraw();
 }
 
+void EditKeys::tell(const std::string& line)
+{
+    _report = {line};
+    show();
+    _viewer.requestRedraw();
+}
+
 void EditKeys::answer(int key)
 {
-    const Question asked = _question;
-    if (key == GUIEventAdapter::KEY_Escape) {
-        _question = Question::NONE;
+    switch (_question.answer(key)) {
+    case EditQuestion::Answer::NONE:
+        break;
+    case EditQuestion::Answer::LEAVE:
         _strokes.clear();
-    }
-    if (asked == Question::SURE && key == _asked->key->key) {
-        _question = Question::NONE;
-        start(requestOf(*_asked, _scene));
-    }
-    if (asked == Question::REFUSED && key == 'e') {
-        _question = Question::NONE;
+        break;
+    case EditQuestion::Answer::DO_IT:
+        start(_question.asked());
+        break;
+    case EditQuestion::Answer::EDIT_ANYWAY:
         _session.editAnyway();
         _again();
-    }
-    if (asked == Question::CLOSE && key == 's') {
-        _question = Question::NONE;
+        break;
+    case EditQuestion::Answer::SAVE_AND_CLOSE:
         _closing = _session.save();
-    }
-    if (asked == Question::CLOSE && key == 'k') {
-        _question = Question::NONE;
+        break;
+    case EditQuestion::Answer::KEEP_AND_CLOSE:
         _viewer.setDone(true);
-    }
-    if (asked == Question::CLOSE && key == 'd') {
-        _question = Question::NONE;
+        break;
+    case EditQuestion::Answer::DROP_AND_CLOSE:
         _closing = _session.dropUnsaved();
+        break;
     }
 }
 
 void EditKeys::type(int key)
 {
-    std::string& text = _typed->text;
-    if (isDigit(key) || key == ',' || (key == '-' && text.empty()))
-        text += static_cast<char>(key);
-    else if (key == GUIEventAdapter::KEY_BackSpace && !text.empty())
-        text.pop_back();
-    else if (key == GUIEventAdapter::KEY_Return)
-        acceptTyped();
-    else if (key == GUIEventAdapter::KEY_Escape)
-        _typed.reset();
-}
-
-void EditKeys::acceptTyped()
-{
-    std::optional<ClassSet> classes = parseClasses(_typed->text);
-    if (!classes) {
-        _report = {_typed->text + ": give classes of 0 to 255, such as 2,6 or -7,18"};
-        return;
-    }
-    if (_typed->after) {
-        Request request = requestOf(*_typed->after, _scene);
-        request.set(_typed->after->key->typed, *classes);
-        apply(request, false);
-    } else {
-        _classes.fromClasses = *classes;
-    }
-    _typed.reset();
-    _report.clear();
+    std::string problem;
+    const std::optional<Request> request = _typing.type(key, _scene, problem);
+    if (!problem.empty()) _report = {problem};
+    if (request) apply(*request, false);
+    if (request || (key == GUIEventAdapter::KEY_Return && !_typing.isOpen())) _report.clear();
 }
 
 void EditKeys::warn(const std::string& line)
@@ -228,10 +214,10 @@ void EditKeys::warn(const std::string& line)
 bool EditKeys::editByKey(int key, const GUIEventAdapter& event)
 {
     if (isDigit(key)) {
-        typeDigit(key - '0', event.getTime());
+        _typing.typeDigit(key - '0', event.getTime());
         return true;
     }
-    _digitTime.reset();
+    _typing.endNumber();
     if (const std::optional<PressedKey> pressed = findKey(key, Key::EDITING))
         press(*pressed);
     else if (const ToolKind* kind = findTool(key))
@@ -239,20 +225,12 @@ bool EditKeys::editByKey(int key, const GUIEventAdapter& event)
     else if (key == GUIEventAdapter::KEY_Return && _tools.takeAgain(event))
         stopCamera();
     else if (key == 'F')
-        _typed = TypedClasses();
+        _typing.begin(std::nullopt);
     else if (key == 'E')
         leave();
     else
         return dropReport(key);
     return true;
-}
-
-void EditKeys::typeDigit(int digit, double time)
-{
-    const int longer = 10 * _classes.toClass + digit;
-    const bool goesOn = _digitTime && time - *_digitTime <= kDigitsApart && longer <= 255;
-    _classes.toClass = goesOn ? longer : digit;
-    _digitTime = time;
 }
 
 void EditKeys::takeTool(const ToolKind& kind)
@@ -283,10 +261,9 @@ void EditKeys::leave()
 void EditKeys::press(const PressedKey& pressed)
 {
     if (pressed.key->typed) {
-        _typed = TypedClasses{pressed, ""};
+        _typing.begin(pressed);
     } else if (pressed.operation->question) {
-        _question = Question::SURE;
-        _asked = pressed;
+        _question.askIfSure(requestOf(pressed, _scene), pressed.key->key);
     } else {
         start(requestOf(pressed, _scene));
     }
@@ -296,7 +273,7 @@ void EditKeys::act(const Request& request)
 {
     const Operation& operation = request.operation();
     if (operation.question)
-        press({&operation, &operation.keys.front()});
+        _question.askIfSure(request, operation.keys.empty() ? 'y' : operation.keys.front().key);
     else
         start(request);
     show();
@@ -306,99 +283,41 @@ void EditKeys::act(const Request& request)
 void EditKeys::start(Request request)
 {
     const Operation& operation = request.operation();
-    const bool hasPlace =
-        request.has("points") || (operation.outline() && request.has(operation.outline()->name));
-    const bool needsPlace = operation.outline() && !hasPlace;
+    const bool needsPlace = RequestPlace::isNeeded(request);
     if (needsPlace && _tools.brush() && operation.outline()->type == Parameter::POLYGON) {
         _painting = request;
         _report = {"the brush " + std::string(operation.words) + " from now on"};
         return;
     }
-    if (needsPlace && !setPlace(request)) return;
-    setClasses(request);
+    if (needsPlace) {
+        if (const std::string problem = _place.add(request); !problem.empty()) {
+            _report = {problem};
+            return;
+        }
+    }
+    _place.addClasses(request);
     const bool isDryRun = operation.find("dryRun") && request.get<bool>("dryRun");
     apply(request, needsPlace && !isDryRun);
 }
 
-/// What is drawn, pointed at or selected becomes the place of an operation. False where there is none.
-bool EditKeys::setPlace(Request& request)
-{
-    const Operation& operation = request.operation();
-    const Parameter& outline = *operation.outline();
-    const bool takesSelected = operation.find("selected") && !request.has("side");
-    Tool* const tool = _tools.tool();
-    if (!tool && takesSelected && _session.hasSelection()) {
-        request.set("selected", true);
-        _session.setSight(_views.main());
-        return true;
-    }
-    if (!tool) {
-        _report = {"draw a polygon (a) or a rectangle (A) first" +
-                   std::string(takesSelected ? ", or select points (" + keyOf("select") + ")" : "")};
-        return false;
-    }
-    _session.setSight(_tools.sight());
-    if (outline.type == Parameter::POLYGON) tool->close();
-    if (outline.type == Parameter::POLYGON && !tool->isClosed() && tool->outline().size() < 3) {
-        _report = {tool->missing()};
-        return false;
-    }
-    if (!_tools.grow()) {
-        request.set(outline.name, Outline(tool->outline()));
-        return true;
-    }
-    if (!operation.find("points")) {
-        _report = {"what grows cannot be selected; draw around it"};
-        return false;
-    }
-    VelOsgDBBrx::PointSelection selection;
-    selection.place = _tools.grown();
-    selection.outside = request.has("side") && request.get<std::string>("side") == "outside";
-    selection.attributes = _scene.editLimits().attributes;
-    request.set("points", selection);
-    return true;
-}
-
-/// The classes of the panel go to the parameters that can hold them.
-void EditKeys::setClasses(Request& request) const
-{
-    const auto holds = [&](const char* name, Parameter::Type type) {
-        const Parameter* parameter = request.operation().find(name);
-        return parameter && parameter->type == type;
-    };
-    if (holds("to", Parameter::WHOLE) && !request.has("to")) request.set("to", _classes.toClass);
-    if (holds("from", Parameter::CLASSES) && !request.has("from") && !_classes.fromClasses.all())
-        request.set("from", _classes.fromClasses);
-}
-
-/// Takes what the brush has covered, as it is seen now, to be edited.
 void EditKeys::paint()
 {
     Request request = _painting;
-    const Outline stroke(_tools.brush()->outline());
-    _tools.brush()->drop();
-    _session.setSight(_tools.sight());
-    setClasses(request);
-    const bool isOutside = request.has("side") && request.get<std::string>("side") == "outside";
-    if (!request.operation().find("points")) {
-        request.set(request.operation().outline()->name, stroke);
-        apply(request, false);
-        return;
-    }
-    VelOsgDBBrx::PointSelection selection;
-    if (const std::string problem = _session.find(stroke, isOutside, selection); !problem.empty()) {
+    bool canWait = false;
+    _place.addClasses(request);
+    if (const std::string problem = _place.addStroke(request, canWait); !problem.empty()) {
         _report = {problem};
-        return;
+    } else if (canWait) {
+        _strokes.push_back(request);
+        paintNext();
+    } else {
+        apply(request, false);
     }
-    if (isOutside) request.set("side", std::string("inside")); // the selection says it
-    request.set("points", selection);
-    _strokes.push_back(request);
-    paintNext();
 }
 
 void EditKeys::paintNext()
 {
-    if (_strokes.empty() || _session.isBusy() || _question != Question::NONE) return;
+    if (_strokes.empty() || _session.isBusy() || _question.isOpen()) return;
     const Request request = _strokes.front();
     _strokes.pop_front();
     apply(request, false);
@@ -411,7 +330,10 @@ void EditKeys::apply(const Request& request, bool usesShape)
         _report = {"the last operation is still running"};
         return;
     }
-    if (begun.state == Begun::DONE) return;
+    if (begun.state == Begun::DONE) {
+        if (!begun.message.empty()) _report = {begun.message};
+        return;
+    }
     _again = [this, request, usesShape] { apply(request, usesShape); };
     _shapeInUse = usesShape;
     _working.clear();
@@ -426,7 +348,7 @@ void EditKeys::askToClose()
     if (describeUnsaved(_unsaved).empty())
         _viewer.setDone(true);
     else
-        _question = Question::CLOSE;
+        _question.askToClose(_unsaved, _session.unkeptPoints().empty());
     show();
     _viewer.requestRedraw();
 }
@@ -459,10 +381,7 @@ void EditKeys::takeOutcome(const VelOsgDBBrx::EditOutcome& outcome)
     _counts = outcome.classes;
     if (_shapeInUse && outcome.ok) _tools.putDown();
     _shapeInUse = false;
-    if (outcome.isBusyElsewhere || outcome.isNotJournalled) {
-        _question = Question::REFUSED;
-        _refused = outcome.message;
-    }
+    if (outcome.isBusyElsewhere || outcome.isNotJournalled) _question.askToEditAnyway(outcome.message);
     const bool closing = _closing;
     _closing = false;
     if (closing && outcome.ok) askToClose();
@@ -480,6 +399,8 @@ std::vector<std::string> EditKeys::panel() const
         lines.push_back("! EDITS POINTS THAT ARE NOT DRAWN TOO (" + keyOf("reach") + " ends that)");
     if (_scene.editLimits().front)
         lines.push_back("! EDITS THE FRONT SURFACE ALONE (" + keyOf("depth") + " ends that)");
+    if (const std::string names = limitingAttributes(_scene); !names.empty())
+        lines.push_back("! EDITS ONLY POINTS WITH CERTAIN: " + names + " (the panel ends that)");
     append(lines, hints());
     if (!_report.empty()) lines.push_back("");
     append(lines, _report);
@@ -491,47 +412,17 @@ std::vector<std::string> EditKeys::panel() const
 
 std::vector<std::string> EditKeys::hints() const
 {
-    if (_typed)
-        return {std::string(_typed->after ? _typed->after->key->hint : "classes that may change") + ": " +
-                    _typed->text + "_",
-                "2,6 or -7,18 for all but these; nothing for all; Enter, Esc"};
+    if (_typing.isOpen()) return _typing.hints();
     const Tool* const tool = _tools.tool();
     if (!tool) return {"a: polygon, A: rectangle, b: brush, Enter: the last tool"};
-    if (_tools.brush()) {
-        std::vector<std::string> lines = tool->hints();
-        lines.front() += std::string(": ") + _painting.operation().words;
-        return lines;
-    }
-    if (!tool->isClosed()) return tool->hints();
-    return hintsOfShape();
-}
-
-std::vector<std::string> EditKeys::question() const
-{
-    if (_question == Question::SURE) {
-        const Operation& operation = *_asked->operation;
-        return {operation.question, "", _asked->key->name() + ": " + operation.answer + "     Esc: go on"};
-    }
-    if (_question == Question::REFUSED)
-        return {_refused, "",
-                "e: edit all the same, with an undo that ends with this program     Esc: do not"};
-    if (_question == Question::NONE) return {};
-    std::vector<std::string> lines = describeUnsaved(_unsaved);
-    if (lines.size() > kStoresInQuestion) {
-        lines.resize(kStoresInQuestion);
-        lines.push_back("...");
-    }
-    const char* const keep =
-        _session.unkeptPoints().empty() ? "k: close, the journal keeps them" : "k: close, they are lost";
-    append(lines,
-           {"", std::string("s: save and close     ") + keep, "d: drop them and close     Esc: go on"});
-    return lines;
+    if (_tools.brush()) return {tool->hint(), "it " + std::string(_painting.operation().words)};
+    return {tool->isClosed() ? hintOfShape(_tools.grow() != nullptr) : tool->hint()};
 }
 
 void EditKeys::show()
 {
     _overlay->setPanel(panel());
-    _overlay->setQuestion(question());
+    _overlay->setQuestion(_question.lines());
     _overlay->setDrawing(_tools.tool() ? _tools.tool()->preview() : ToolPreview());
 }
 

@@ -3,7 +3,10 @@
 #include "viewer/edit/ClassChoice.h"
 #include "viewer/edit/SceneEditing.h"
 #include "viewer/operation/Operations.h"
+#include "viewer/window/ClassTyping.h"
+#include "viewer/window/EditQuestion.h"
 #include "viewer/window/Overlay.h"
+#include "viewer/window/RequestPlace.h"
 #include "viewer/window/ToolUse.h"
 #include "viewer/window/Views.h"
 
@@ -49,6 +52,9 @@ public:
     /// Shows lines in the panel until Escape or the next operation takes them away.
     void say(const std::vector<std::string>& lines);
 
+    /// Shows one line instead of what the panel tells.
+    void tell(const std::string& line);
+
     /// As `say`, and in edit mode for good.
     void warn(const std::string& line);
 
@@ -74,35 +80,16 @@ public:
     /// @}
 
 private:
-    enum class Question
-    {
-        NONE,
-        CLOSE,
-        SURE,   ///< shall the operation of `_asked` be done
-        REFUSED ///< by another program, or a journal: shall the stores be edited all the same
-    };
-
-    /// A list of classes while it is typed.
-    struct TypedClasses
-    {
-        std::optional<PressedKey> after; ///< what they are for; none: the classes that may change
-        std::string text;
-    };
-
     bool handleMouse(const osgGA::GUIEventAdapter& event);
     bool dropReport(int key);
     bool handleKey(const osgGA::GUIEventAdapter& event);
     void answer(int key);
     void type(int key);
-    void acceptTyped();
     bool editByKey(int key, const osgGA::GUIEventAdapter& event);
-    void typeDigit(int digit, double time);
     void stopCamera();
     void leave();
     void press(const PressedKey& pressed);
     void start(Request request);
-    bool setPlace(Request& request);
-    void setClasses(Request& request) const;
     void paint();
     void paintNext();
     void apply(const Request& request, bool usesShape);
@@ -110,28 +97,24 @@ private:
     void takeOutcome(const VelOsgDBBrx::EditOutcome& outcome);
     std::string working() const;
     std::vector<std::string> panel() const;
-    std::vector<std::string> question() const;
     void show();
 
     SceneEditing& _session;
     Scene& _scene;
     osgViewer::Viewer& _viewer;
-    const Views& _views;
     ClassChoice& _classes;
     const Stage _stage;
     const osg::ref_ptr<Overlay> _overlay;
 
     bool _editing = false;
     ToolUse _tools;
+    RequestPlace _place;
+    ClassTyping _typing;
+    EditQuestion _question;
     bool _shapeInUse = false;         ///< the running operation uses the shape up
-    std::optional<double> _digitTime; ///< when the last digit of the to-class was typed, seconds
     Request _painting;                ///< what a brush does
     std::deque<Request> _strokes;     ///< that wait to be done
-    std::optional<TypedClasses> _typed;
-    Question _question = Question::NONE;
-    std::optional<PressedKey> _asked;
     std::function<void()> _again;     ///< does the last operation once more
-    std::string _refused;             ///< why it was refused
     std::string _working;             ///< how far the running operation has come, as the panel says it
     bool _closing = false;            ///< close when the running operation has ended
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing

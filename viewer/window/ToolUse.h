@@ -49,6 +49,11 @@ public:
     /// Null where there is none.
     Tool* tool() const { return _tool.get(); }
     const ToolKind* kind() const { return _tool ? _kind : nullptr; }
+
+    /// The tool that `takeAgain` takes; null where there is none.
+    const ToolKind* last() const { return _kind; }
+    void setLast(const ToolKind* kind) { _kind = kind; }
+
     BrushTool* brush() const { return dynamic_cast<BrushTool*>(_tool.get()); }
     GrowTool* grow() const { return dynamic_cast<GrowTool*>(_tool.get()); }
 
@@ -57,6 +62,7 @@ public:
 
     const Sight& sight() const { return _sight; }
     ToolSettings& settings() { return _settings; }
+    const ToolSettings& settings() const { return _settings; }
 
     /// Why the last event did nothing, once; empty where it did.
     std::string takeMessage() { return std::exchange(_message, {}); }

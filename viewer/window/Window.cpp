@@ -2,6 +2,7 @@
 
 #include "terminal/EndSignals.h"
 #include "terminal/Text.h"
+#include "viewer/edit/ClassCounts.h"
 #include "viewer/edit/EditText.h"
 #include "viewer/edit/SceneEditing.h"
 #include "viewer/gui/Density.h"
@@ -31,6 +32,7 @@
 #include "viewer/window/SectionMarks.h"
 #include "viewer/window/SectionMouse.h"
 #include "viewer/window/SectionTool.h"
+#include "viewer/window/ToolMemory.h"
 #include "viewer/window/WindowClear.h"
 #include "viewer/window/WindowFiles.h"
 #include "viewer/window/WindowRest.h"
@@ -273,7 +275,8 @@ osg::ref_ptr<HelpKey> addHandlers(osgViewer::Viewer& viewer, EditKeys& editKeys,
         help->add(title, *handler);
     };
     add("Edit", &editKeys);
-    add("Show", new DisplayKeys(editKeys.stage(), overlay, showLegend));
+    add("Show", new DisplayKeys(editKeys.stage(), overlay, showLegend,
+                                [&editKeys](const std::string& line) { editKeys.tell(line); }));
     add("Show", new PickHandler(scene, views, overlay, *editKeys.stage().measuring));
     add("Camera", new SectionMouse(views));
     help->add("Camera", views.manipulator());
@@ -357,13 +360,15 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.addEventHandler(status);
     Stage stage = editKeys->stage();
     stage.act = [gui, editKeys](const Request& request) { gui->later([=] { editKeys->act(request); }); };
+    ClassCounts counts(scene, editing);
     const osg::ref_ptr<WindowFiles> files =
-        new WindowFiles(viewer, *gui, *editKeys, stage, settings, options);
+        new WindowFiles(viewer, *gui, *editKeys, stage, counts, settings, options);
     viewer.addEventHandler(files);
     help->add("Files", *files);
     panel->add(
         "Clouds", [files] { files->drawSection(); }, true);
     ToolUse& tools = editKeys->tools();
+    recallTools(settings, tools, stage);
     ToolsSection toolsSection(
         stage, classes,
         {tools.settings(),
@@ -372,7 +377,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
          },
          [&tools] { return tools.kind(); }},
         [editKeys]() -> const auto& { return editKeys->counts(); });
-    ClassesSection classesSection(stage, classes, *gui, options.classesFile);
+    ClassesSection classesSection(stage, classes, counts, *gui, options.classesFile);
     HistorySection historySection(stage);
     panel->add(
         "Classes", [&] { classesSection.draw(); }, true);
@@ -408,6 +413,8 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     viewer.stopThreading();
     keepSize(viewer, settings);
     if (options.panel) panel->keep(settings);
+    keepTools(tools, scene, settings);
+    settings.set("hint.shown", true);
     if (!status->isHinting()) settings.set("hint.shown", true);
     if (const Status kept = settings.save(); !kept)
         std::fprintf(stderr, "brxview: %s\n", printable(kept.message()).c_str());

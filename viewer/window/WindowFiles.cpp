@@ -70,7 +70,7 @@ void WindowFiles::update(bool isSettled)
 
 bool WindowFiles::isBusy() const
 {
-    return _files.isBusy() || _questions.isMoving() || _hidden || !_uncounted.empty();
+    return _files.isBusy() || _questions.isMoving() || !_uncounted.empty();
 }
 
 void WindowFiles::takeNews()
