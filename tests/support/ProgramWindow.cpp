@@ -352,13 +352,22 @@ void ProgramWindow::click(int x, int y, int button)
 
 void ProgramWindow::drag(int x, int y, int toX, int toY, int button)
 {
+    drag({{x, y}, {toX, toY}}, button);
+}
+
+void ProgramWindow::drag(const std::vector<std::pair<int, int>>& way, int button)
+{
     constexpr int kParts = 4;
-    moveTo(x, y);
+    moveTo(way.front().first, way.front().second);
     XTestFakeButtonEvent(_server->display, static_cast<unsigned>(button), True, CurrentTime);
     _server->flush();
-    for (int part = 1; part <= kParts; ++part) {
-        pause(40ms);
-        moveTo(x + part * (toX - x) / kParts, y + part * (toY - y) / kParts);
+    for (size_t i = 1; i < way.size(); ++i) {
+        const auto& [x, y] = way[i - 1];
+        const auto& [toX, toY] = way[i];
+        for (int part = 1; part <= kParts; ++part) {
+            pause(40ms);
+            moveTo(x + part * (toX - x) / kParts, y + part * (toY - y) / kParts);
+        }
     }
     pause(200ms); // let go in motion, the mouse would throw what it holds
     XTestFakeButtonEvent(_server->display, static_cast<unsigned>(button), False, CurrentTime);

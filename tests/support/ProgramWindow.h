@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// A program with one window, on an X server of its own without a screen, that is worked as people do: its
@@ -57,6 +58,7 @@ public:
     void moveTo(int x, int y);
     void click(int x, int y, int button = 1);
     void drag(int x, int y, int toX, int toY, int button = 1);
+    void drag(const std::vector<std::pair<int, int>>& way, int button = 1);
 
     /// Positive steps are away from the hand.
     void turnWheel(int x, int y, int steps);

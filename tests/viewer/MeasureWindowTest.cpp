@@ -2,15 +2,21 @@
 
 #include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/PanelSettings.h"
 #include "tests/support/ProgramWindow.h"
+#include "tests/support/ReadFile.h"
+#include "tests/support/RunProgram.h"
 #include "tests/support/TestSurvey.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <osg/Vec2i>
 #include <osg/Vec3d>
 
 #include <cstdio>
+#include <filesystem>
 #include <optional>
+#include <sstream>
 
 namespace {
 
@@ -27,12 +33,20 @@ protected:
         TestSurvey survey;
         survey.side = 20;
         survey.classes = 4;
+        survey.slope = 0.125;
         EXPECT_TRUE(survey.write(folder.file("grid.las")));
         buildStoreOf(folder.file("grid.las"), store);
-        window.emplace(std::vector<std::string>{BRXVIEW, "--no-panel", "--view", "top", "--point-size", "6",
-                                                "--window", "20", "20", std::to_string(kWidth),
-                                                std::to_string(kHeight), store},
-                       folder.path().string());
+    }
+
+    void open(std::vector<std::string> options = {"--no-panel"})
+    {
+        options.insert(options.begin(), BRXVIEW);
+        for (const std::string& option :
+             {std::string("--view"), std::string("top"), std::string("--point-size"), std::string("6"),
+              std::string("--window"), std::string("20"), std::string("20"), std::to_string(kWidth),
+              std::to_string(kHeight), store})
+            options.push_back(option);
+        window.emplace(options, folder.path().string());
         window->stillPicture();
     }
 
@@ -87,6 +101,7 @@ protected:
 
 TEST_F(MeasureWindow, ClicksOnPointsBecomeLinesAndAreas)
 {
+    open();
     const auto [pixelA, a] = findPoint(245, 277);
     const auto [pixelB, b] = findPoint(420, 302);
     const auto [pixelC, c] = findPoint(370, 402);
@@ -123,4 +138,64 @@ TEST_F(MeasureWindow, ClicksOnPointsBecomeLinesAndAreas)
     window->press("F6");
     window->press("Return"); // nothing begun: this ends it, too
     EXPECT_NE(printed([&] { click(pixelB); }).find("cloud 1"), std::string::npos);
+}
+
+TEST_F(MeasureWindow, ThePanelWritesATableAndClearsTheListAfterAsking)
+{
+    unfoldAlone(folder, "Measure");
+    open({"--no-legend"});
+    const auto marks = [&] { return countOf(*window->stillPicture(), osg::Vec3ub(255, 214, 64)); };
+    const auto [pixelA, a] = findPoint(400, 250);
+    const auto [pixelB, b] = findPoint(500, 300);
+    window->press("F6");
+    click(pixelA);
+    click(pixelB);
+    window->stillPicture();
+    const std::string line = printed([&] { window->press("Return"); });
+    window->press("Escape");
+    const int seen = marks();
+    EXPECT_GT(seen, 0);
+
+    // Below the figures of one distance, from the window's top.
+    const auto clickPanel = [&](int x, int y) { window->click(x, kHeight - 1 - y); };
+    clickPanel(234, 429);
+    const std::string table = folder.file("measurements.csv");
+    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(table); }));
+    const std::vector<uint8_t> bytes = readFile(table);
+    EXPECT_NE(std::string(bytes.begin(), bytes.end()).find("\n1,distance,"), std::string::npos);
+    clickPanel(78, 405);
+    window->stillPicture();
+    window->press("Escape");
+    EXPECT_EQ(marks(), seen) << "nobody said yes";
+    clickPanel(78, 405);
+    window->stillPicture();
+    window->press("y");
+    EXPECT_EQ(marks(), 0);
+    EXPECT_TRUE(window->program().isRunning());
+}
+
+TEST_F(MeasureWindow, HeightsAreAboveThePlaneOfTheClassesThatTheSurfaceShows)
+{
+    const std::string height =
+        R"({"op": "measure", "kind": "height", "points": [[1234508.25, 6543207.5, 112.5]]}, )";
+    const std::string steps = R"([{"op": "window", "width": 100, "height": 100}, )" + height +
+                              R"({"op": "surface", "on": false, "classes": [9]}, )" + height +
+                              R"({"op": "camera", "view": "top"},
+        {"op": "classify", "polygon": [[0, 0], [100, 0], [100, 100], [0, 100]], "from": [3], "to": 9}, )" +
+                              height + R"({"op": "dropUnsaved"}])";
+    folder.write("steps.json", std::vector<uint8_t>(steps.begin(), steps.end()));
+    const ProgramResult result =
+        runProgram({"env", "-C", folder.path(), BRXVIEW, "--script", "steps.json", store}, {"DISPLAY"});
+    ASSERT_EQ(result.exitStatus, 0) << result.out << result.err;
+    std::vector<nlohmann::json> lines;
+    std::istringstream stream(result.out);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(nlohmann::json::parse(line));
+    const double ground = 100 + 0.125 * 8.25; // of the slope
+    for (const size_t line : {1, 6}) {
+        ASSERT_TRUE(lines[line].contains("figures")) << lines[line];
+        EXPECT_NEAR(lines[line]["figures"]["height"]["value"], 112.5 - ground, 1e-6) << lines[line];
+        EXPECT_NEAR(lines[line]["figures"]["ground"]["value"], ground, 1e-6);
+    }
+    EXPECT_EQ(lines[3]["message"], "no ground near the point");
 }
