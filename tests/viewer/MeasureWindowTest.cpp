@@ -28,12 +28,15 @@ constexpr int kReach = 60; ///< pixels in which a point is looked for; more than
 class MeasureWindow : public testing::Test
 {
 protected:
-    MeasureWindow()
+    MeasureWindow() { build(0); }
+
+    /// `slope` as of `TestSurvey`.
+    void build(double slope)
     {
         TestSurvey survey;
         survey.side = 20;
         survey.classes = 4;
-        survey.slope = 0.125;
+        survey.slope = slope;
         EXPECT_TRUE(survey.write(folder.file("grid.las")));
         buildStoreOf(folder.file("grid.las"), store);
     }
@@ -176,6 +179,7 @@ TEST_F(MeasureWindow, ThePanelWritesATableAndClearsTheListAfterAsking)
 
 TEST_F(MeasureWindow, HeightsAreAboveThePlaneOfTheClassesThatTheSurfaceShows)
 {
+    build(0.125);
     const std::string height =
         R"({"op": "measure", "kind": "height", "points": [[1234508.25, 6543207.5, 112.5]]}, )";
     const std::string steps = R"([{"op": "window", "width": 100, "height": 100}, )" + height +
