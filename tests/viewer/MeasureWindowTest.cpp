@@ -12,8 +12,10 @@
 #include <nlohmann/json.hpp>
 #include <osg/Vec2i>
 #include <osg/Vec3d>
+#include <osgDB/WriteFile>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <sstream>
@@ -68,7 +70,7 @@ protected:
     std::pair<osg::Vec2i, osg::Vec3d> findPoint(int x, int y)
     {
         const osg::ref_ptr<osg::Image> picture = window->stillPicture();
-        const osg::Vec3ub background = pixel(*picture, 3, kHeight / 2);
+        const osg::Vec3ub background = pixel(*picture, kWidth - 3, kHeight / 2);
         const auto isPoint = [&](int step) {
             return pixel(*picture, x + step % kReach, y + step / kReach) != background;
         };
@@ -159,6 +161,8 @@ TEST_F(MeasureWindow, ThePanelWritesATableAndClearsTheListAfterAsking)
     const int seen = marks();
     EXPECT_GT(seen, 0);
 
+    if (const char* kept = std::getenv("VELBRX_KEPT_PICTURES"))
+        osgDB::writeImageFile(*window->picture(), std::string(kept) + "/measure.png");
     // Below the figures of one distance, from the window's top.
     const auto clickPanel = [&](int x, int y) { window->click(x, kHeight - 1 - y); };
     clickPanel(234, 429);
