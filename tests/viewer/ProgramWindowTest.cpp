@@ -540,7 +540,7 @@ const std::map<std::string, Check> kChecks = {
     {"Alt+Down", [](Viewer&) {}},
     {"F10", [](Viewer&) {}},
     {"Drag in a section", [](Viewer&) {}}, // in SectionWindowTest.cpp
-    {"Double click in a section", [](Viewer&) {}},
+    {"Double click, section", [](Viewer&) {}},
     {"1", turnsToTheHorizon},
     {"2", turnsToTheHorizon},
     {"3",

@@ -89,5 +89,5 @@ void SectionMouse::zoom(const GUIEventAdapter& event)
 void SectionMouse::getUsage(osg::ApplicationUsage& usage) const
 {
     usage.addKeyboardMouseBinding("Drag in a section", "Move it; right: nearer / farther");
-    usage.addKeyboardMouseBinding("Double click in a section", "Bring the place into its middle");
+    usage.addKeyboardMouseBinding("Double click, section", "Bring the place into its middle");
 }
