@@ -414,7 +414,6 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     keepSize(viewer, settings);
     if (options.panel) panel->keep(settings);
     keepTools(tools, scene, settings);
-    settings.set("hint.shown", true);
     if (!status->isHinting()) settings.set("hint.shown", true);
     if (const Status kept = settings.save(); !kept)
         std::fprintf(stderr, "brxview: %s\n", printable(kept.message()).c_str());
