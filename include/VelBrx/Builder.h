@@ -21,6 +21,7 @@ struct BuildForecast
     uint64_t storeBytes = 0; ///< about
 };
 
+/// What `buildStore` builds, and with what.
 struct BuildOptions
 {
     std::vector<std::string>
@@ -48,6 +49,7 @@ struct BuildOptions
     const std::atomic<bool>* cancel = nullptr; ///< set by the caller: the build ends soon and leaves nothing
 };
 
+/// What a build made; of one that failed `badInputs` alone means something.
 struct BuildReport
 {
     uint64_t points = 0;

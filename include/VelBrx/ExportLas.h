@@ -27,6 +27,7 @@ enum class ExportForm
     Merged
 };
 
+/// What `exportLas` writes, and with what.
 struct ExportOptions
 {
     std::string store;
@@ -50,6 +51,7 @@ struct ExportedFile
     uint64_t changed = 0; ///< of them, points whose class or withheld bit differs from the source
 };
 
+/// What an export wrote; means nothing where it failed.
 struct ExportReport
 {
     std::vector<ExportedFile> files;

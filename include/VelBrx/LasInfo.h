@@ -22,6 +22,7 @@ struct LasInfo
         uint64_t size = 0; ///< bytes of its payload
     };
 
+    /// An attribute that the file adds to those of its point format.
     struct ExtraBytes
     {
         std::string name;

@@ -18,6 +18,7 @@ constexpr unsigned kLeastNeighbours = 3;
 constexpr unsigned kMostNeighbours = 256;
 /// @}
 
+/// What `writeNormals` works on, and with what.
 struct NormalsOptions
 {
     std::string store;

@@ -35,6 +35,7 @@ struct PointBlock
     }
 };
 
+/// What `visitPoints` visits, and with what.
 struct PointVisit
 {
     std::string store;

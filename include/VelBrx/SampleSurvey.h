@@ -10,6 +10,7 @@
 
 namespace VelBrx {
 
+/// What `writeSampleSurvey` writes, and with what.
 struct SampleOptions
 {
     std::string output; ///< a LAS file, or LAZ where the name ends in ".laz"

@@ -14,6 +14,7 @@ namespace VelBrx {
 /// Where a point of a store comes from, and what it had there that the store's record does not hold.
 struct SourcePoint
 {
+    /// One of the extra bytes, as text for people.
     struct Field
     {
         std::string name;

@@ -13,6 +13,7 @@ namespace VelOsgDBBrx {
 class VEL_OSGDB_BRX_EXPORT ColorScale
 {
 public:
+    /// A control point.
     struct ColorScaleElement
     {
         double value;

@@ -34,6 +34,7 @@ namespace VelOsgDBBrx {
 class VEL_OSGDB_BRX_EXPORT LineEnHancement : public BaseCmd
 {
 public:
+    /// A point that was found.
     struct LineEnHancementPoint
     {
         double x; ///< window position in pixels, y up

@@ -13,6 +13,7 @@
 
 namespace VelOsgDBBrx {
 
+/// How `openCloud` opens a store.
 struct OpenOptions
 {
     enum class Frame
@@ -27,6 +28,7 @@ struct OpenOptions
     Frame frame = Frame::FILE;
 };
 
+/// A store that is open for the scene.
 struct OpenedCloud
 {
     osg::ref_ptr<IPointCloud> cloud;

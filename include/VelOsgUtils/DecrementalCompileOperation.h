@@ -37,6 +37,7 @@ public:
     /// group in the update traversal comes after it.
     bool withdraw(osg::Group* group, osg::Node* node);
 
+    /// A removal that was given up: nothing has been taken from the group.
     struct Removal
     {
         osg::observer_ptr<osg::Group> group;
