@@ -220,7 +220,7 @@ void runRevert(const std::string& path, uint64_t entry, const std::string& autho
     check(journal->save(author, points));
     check(journal->checkpoint());
     unlessQuiet(std::cout) << printable(path) << ": is as behind entry " << entry << "; " << points
-                           << " bytes of points changed\n";
+                           << " values of points changed\n";
 }
 
 } // namespace

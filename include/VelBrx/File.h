@@ -56,8 +56,8 @@ public:
     /// Memory of the bytes [offset, offset + length), or null when the range is empty, overflows or does not
     /// lie inside the file as it is at this moment and was when it was opened: what was appended since is
     /// refused. The memory stays valid as long as this object lives, also after `unmap`. Cutting a file while
-    /// memory behind its new end is in use ends the program (SIGBUS), so stores are replaced by renaming,
-    /// never written over.
+    /// memory behind its new end is in use ends the program (SIGBUS) unless it called `surviveReadErrors`, so
+    /// stores are replaced by renaming, never written over.
     void* map(int64_t offset, int64_t length);
 
     /// Ends the use of memory that `map` gave. Null is ignored.
