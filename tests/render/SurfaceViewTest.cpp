@@ -207,6 +207,10 @@ TEST(SurfaceView, DrawsContourLinesAtTheirHeights)
 TEST(SurfaceView, FollowsClassesHidingAndClippingInTheNextFrame)
 {
     std::vector<TestPoint> points = plane(0);
+    const osg::Vec3ub blue(0, 0, 255);
+    TestPoint grass = coloredPoint(blue);
+    grass.classCode = 3;
+    points.push_back(placed(grass, 24000, 24000, 0));
     TestPoint tree = coloredPoint(kGreen);
     tree.classCode = kTree;
     points.push_back(placed(tree, 32500, 32500, 3000));
@@ -224,6 +228,9 @@ TEST(SurfaceView, FollowsClassesHidingAndClippingInTheNextFrame)
     const osg::ref_ptr<osg::Image> wrong = picture.picture;
     picture.editLastPoint(kGround, 1);
     expect(true, "hidden");
+    PointCloudHelper::showCulledPoints(picture.surface, osg::Vec4f(1, 0, 1, 1));
+    expect(true, "hidden, and shown as such among the points");
+    PointCloudHelper::hideCulledPoints(picture.surface);
     picture.editLastPoint(kGround);
     PointCloudHelper::setClipBox(picture.surface, osg::BoundingBoxd(0, 0, 0, 1e7, 1e7, kOrigin.z() + 2));
     expect(true, "clipped");
@@ -236,6 +243,7 @@ TEST(SurfaceView, FollowsClassesHidingAndClippingInTheNextFrame)
     picture.settings.otherPoints = true;
     picture.draw();
     EXPECT_GT(countOf(*picture.picture, kGreen), 0) << "drawn over the ground";
+    EXPECT_GT(countOf(*picture.picture, blue), 0) << "drawn where it lies on the ground";
     picture.editLastPoint(kGround);
     picture.draw();
     EXPECT_EQ(countOf(*picture.picture, kGreen), 0) << "on the surface";
