@@ -39,6 +39,11 @@ public:
     const osg::Vec3f& getBoxMin() const { return _boxMin; }
     const osg::Vec3f& getBoxMax() const { return _boxMax; }
 
+    /// How far apart points are where no finer cell is loaded, local units: of this cell and of those above
+    /// it together. Set before the leaf is shown.
+    void setPointSpacing(float spacing) { _pointSpacing = spacing; }
+    float pointSpacing() const { return _pointSpacing; }
+
     /// \name Paging state
     /// @{
     osg::observer_ptr<osgUtil::IncrementalCompileOperation::CompileSet>
@@ -53,5 +58,6 @@ protected:
 private:
     osg::Vec3f _boxMin; ///< local coordinates
     osg::Vec3f _boxMax;
+    float _pointSpacing = 0;
     osg::ref_ptr<CellKey> _key;
 };

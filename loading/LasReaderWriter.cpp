@@ -15,6 +15,8 @@
 #include <osg/ValueObject>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstring>
 #include <optional>
 
@@ -334,6 +336,24 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const CellData& cell, OctreeInfo& octre
     return geometry;
 }
 
+/// How far points of the cell and of those above it are apart: as on the sampling grid where finer cells
+/// follow. A cell that none follow has all points that are left: then their number on the two longer sides of
+/// their bounds tells, with those of the grid above, which has half the divisions.
+float pointSpacing(const CellData& cell, const osg::BoundingBox& points)
+{
+    const bool isRoot = !cell.parent.valid();
+    const double grid = VelBrx::pointSpacing(cell.record.resolutionLength);
+    if (!cell.children.empty()) // a root's length is its edge
+        return static_cast<float>(
+            isRoot ? 2 * VelBrx::pointSpacing(cell.children.front()->record.resolutionLength) : grid);
+    std::array<double, 3> sides = {points.xMax() - points.xMin(), points.yMax() - points.yMin(),
+                                   points.zMax() - points.zMin()};
+    std::sort(sides.begin(), sides.end());
+    const double area = sides[1] * sides[2];
+    const double above = isRoot ? 0 : area / (4 * grid * grid);
+    return static_cast<float>(std::sqrt(area / (cell.record.pointCount + above)));
+}
+
 } // namespace
 
 namespace VelOsgDBBrx {
@@ -352,7 +372,7 @@ osg::Node* LasReaderWriter::read(osg::ref_ptr<CellData> cell)
     const osg::ref_ptr<CellLeaf::CellKey> key = new CellLeaf::CellKey(record.level, record.code);
     osg::ref_ptr<CellLeaf> leaf = new CellLeaf(*key, center - half, center + half);
     leaf->addDrawable(makeGeometry(*cell, *octree));
-    leaf->getBound(); // computed here, so that no frame waits for it
+    leaf->setPointSpacing(pointSpacing(*cell, leaf->getBoundingBox())); // bounds that no frame waits for
     return leaf.release();
 }
 

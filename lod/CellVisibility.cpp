@@ -1,5 +1,7 @@
 #include "lod/CellVisibility.h"
 
+#include "lod/PixelScale.h"
+
 #include <VelBrx/CellWithSegment.h>
 #include <VelOsgDBBrx/FrameStamp.h>
 
@@ -20,21 +22,6 @@ bool rejects(const osg::Plane& plane, const std::array<osg::Vec3f, 8>& corners)
     for (const osg::Vec3f& corner : corners)
         if (plane.distance(corner) > 0.0f) return false;
     return true;
-}
-
-/// Pixels that a unit of length across the line of sight covers where w is 1, along the better resolved of
-/// the two axes. `axis` is a clip coordinate's slope in local coordinates; what it has along the line of
-/// sight does not count, so frusta that are not symmetric give what symmetric ones do.
-double pixelsPerUnit(osg::Vec3d axis, const osg::Vec3d& depthSlope, int pixels)
-{
-    if (const double square = depthSlope.length2(); square > 0)
-        axis -= depthSlope * (axis * depthSlope / square);
-    return axis.length() * pixels / 2;
-}
-
-osg::Vec3d column(const osg::Matrixd& matrix, int number)
-{
-    return osg::Vec3d(matrix(0, number), matrix(1, number), matrix(2, number));
 }
 
 } // namespace
@@ -165,13 +152,12 @@ SpacingVisibility::SpacingVisibility(const CameraState& camera, const FrameStamp
       _region(frameStamp, localToWorld)
 {
     const osg::Matrixd localToClip = localToWorld * camera.view * camera.projection;
-    _depthSlope = column(localToClip, 3);
+    _depthSlope.set(localToClip(0, 3), localToClip(1, 3), localToClip(2, 3));
     _depthAtOrigin = localToClip(3, 3);
     for (int axis = 0; axis < 3; ++axis)
         _depthReach[axis] = std::abs(_depthSlope[axis]);
-    const double perUnit = std::max(pixelsPerUnit(column(localToClip, 0), _depthSlope, camera.width),
-                                    pixelsPerUnit(column(localToClip, 1), _depthSlope, camera.height));
-    _depthOfLength = perUnit * VelBrx::pointSpacing(1.0) / pixels;
+    _depthOfLength =
+        pixelsOfUnit(localToClip, camera.width, camera.height) * VelBrx::pointSpacing(1.0) / pixels;
 }
 
 int SpacingVisibility::checkCellIsVisiable(const CellTable::Cell& cell) const

@@ -78,6 +78,7 @@ bool PointCloudLOD::addChild(osg::Node* child)
     LeafMap& leaves = _leavesByLevel[leaf->getLevel()];
     if (leaves.count(leaf) || !osg::Group::addChild(child)) return false;
     leaves.emplace(leaf, leaf);
+    ++_changes;
     requestRedraw();
     return true;
 }
@@ -87,6 +88,7 @@ bool PointCloudLOD::removeChild(osg::Node* child)
     const osg::ref_ptr<CellLeaf> leaf = dynamic_cast<CellLeaf*>(child);
     if (!leaf || !osg::Group::removeChild(child)) return false;
     _leavesByLevel[leaf->getLevel()].erase(leaf);
+    ++_changes;
     requestRedraw();
     return true;
 }
@@ -99,20 +101,26 @@ void PointCloudLOD::traverse(osg::NodeVisitor& visitor)
         osg::Group::traverse(visitor);
         return;
     }
-    osgViewer::View* view = findView(*cull);
+    if (const std::optional<int> deepest = deepestDrawn(*cull))
+        traverseThinned(visitor, *deepest);
+    else
+        osg::Group::traverse(visitor);
+}
+
+std::optional<int> PointCloudLOD::deepestDrawn(osgUtil::CullVisitor& cull) const
+{
+    osgViewer::View* view = findView(cull);
     osgViewer::ViewerBase* viewer = view ? view->getViewerBase() : nullptr;
     const int mode = _mode;
     // The view and the viewer are one object, except in a composite viewer.
-    if ((mode == RELEASED || mode == SCROLLED) && !isDiluted(view) && !isDiluted(viewer))
-        osg::Group::traverse(visitor);
-    else
-        traverseThinned(visitor, moveLevel(viewer));
+    if ((mode == RELEASED || mode == SCROLLED) && !isDiluted(view) && !isDiluted(viewer)) return std::nullopt;
+    return moveLevel(viewer);
 }
 
-void PointCloudLOD::traverseThinned(osg::NodeVisitor& visitor, int moveLevel)
+void PointCloudLOD::traverseThinned(osg::NodeVisitor& visitor, int deepest)
 {
     for (const auto& [level, leaves] : _leavesByLevel) {
-        if (level > moveLevel) return;
+        if (level > deepest) return;
         for (const auto& leaf : leaves)
             leaf.second->accept(visitor);
     }

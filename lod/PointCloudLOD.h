@@ -11,10 +11,15 @@
 
 #include <atomic>
 #include <map>
+#include <optional>
 #include <vector>
 
 namespace VelOsgUtils {
 class DecrementalCompileOperation;
+}
+
+namespace osgUtil {
+class CullVisitor;
 }
 
 namespace osgViewer {
@@ -71,6 +76,12 @@ public:
 
     void traverse(osg::NodeVisitor& visitor) override;
 
+    /// The deepest level that this traversal draws of those loaded; without a value all of them.
+    std::optional<int> deepestDrawn(osgUtil::CullVisitor& cull) const;
+
+    /// Counts the changes of the children.
+    unsigned changes() const { return _changes; }
+
     /// Of the whole file, loaded or not.
     osg::BoundingSphere computeBound() const override;
 
@@ -109,11 +120,12 @@ protected:
     ~PointCloudLOD() override;
 
 private:
-    void traverseThinned(osg::NodeVisitor& visitor, int moveLevel);
+    void traverseThinned(osg::NodeVisitor& visitor, int deepest);
 
     std::atomic<int> _mode{RELEASED};
     osg::ref_ptr<OctreeInfo> _octree;
     LevelMap _leavesByLevel; ///< every child, once
+    unsigned _changes = 0;
 
     VelThreads::Mutex _viewerMutex;
     std::vector<osg::observer_ptr<osgViewer::ViewerBase>>

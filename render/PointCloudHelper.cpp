@@ -1,6 +1,7 @@
 #include <VelOsgDBBrx/PointCloudHelper.h>
 
 #include "render/PointCloudViewerVisitor.h"
+#include "render/PointSpacing.h"
 #include "render/StorageBuffer.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
@@ -56,6 +57,11 @@ float adjust(float channel, float brightness, float contrast)
 void PointCloudHelper::setPointSize(osg::Node* node, int pixels)
 {
     if (node) setUniform(*node, "pointSize", pixels);
+}
+
+void PointCloudHelper::setPointSizeBySpacing(osg::Node* node, double factor, int smallest, int largest)
+{
+    if (node) setSpacingSizes(changeableState(*node), factor, smallest, largest);
 }
 
 void PointCloudHelper::setPointCloudId(osg::Node* node, uint64_t id)

@@ -89,10 +89,13 @@ void PointCloudImpl::drawCells(osgUtil::CullVisitor& cull, bool extendPrograms)
 {
     const osg::ref_ptr<const osg::StateSet> heights = fileHeights(cull);
     if (heights) cull.pushStateSet(heights);
+    const osg::ref_ptr<const osg::StateSet> spacing = _spacing.state(cull, *_lod);
+    if (spacing) cull.pushStateSet(spacing);
     cull.pushStateSet(
         _defaults.missingFrom(*cull.getCurrentStateGraph(), _lod->getStateSet(), extendPrograms));
     osg::Group::traverse(cull);
     cull.popStateSet();
+    if (spacing) cull.popStateSet();
     if (heights) cull.popStateSet();
 }
 
@@ -169,11 +172,13 @@ OctreeInfo* PointCloudImpl::getOctree()
 void PointCloudImpl::resizeGLObjectBuffers(unsigned int maxSize)
 {
     _defaults.resizeGLObjectBuffers(maxSize);
+    _spacing.resizeGLObjectBuffers(maxSize);
     IPointCloud::resizeGLObjectBuffers(maxSize);
 }
 
 void PointCloudImpl::releaseGLObjects(osg::State* state) const
 {
     _defaults.releaseGLObjects(state);
+    _spacing.releaseGLObjects(state);
     IPointCloud::releaseGLObjects(state);
 }

@@ -5,6 +5,7 @@
 #include "render/EdlPreRender.h"
 #include "render/FileHeights.h"
 #include "render/PointDefaults.h"
+#include "render/PointSpacing.h"
 #include "render/SurfaceScope.h"
 
 #include <VelOsgDBBrx/IPointCloud.h>
@@ -68,4 +69,5 @@ private:
     osg::ref_ptr<EdlPostRender> _postRender;
     mutable PointDefaults _defaults;
     FileHeights _heights;
+    mutable PointSpacing _spacing;
 };

@@ -125,6 +125,15 @@ std::optional<PickedPoint> nearestPoint(const PickPixels& pixels, int x, int y)
     return nearest;
 }
 
+/// Points are drawn only where their middle is in the viewport: those of up to 64 pixels reach so far.
+constexpr int kLargestReach = 32;
+
+/// Side of what is drawn around a pixel for an answer within `radius`.
+int sideAround(int radius)
+{
+    return 2 * (radius + kLargestReach) + 1;
+}
+
 } // namespace
 
 PickAttachments::PickAttachments(int width, int height)
@@ -189,12 +198,13 @@ private:
 };
 
 PointPicker::PointPicker(osg::Node* scene, int radius)
-    : _radius(std::max(radius, 0)), _attachments(new PickAttachments(2 * _radius + 1, 2 * _radius + 1)),
+    : _radius(std::max(radius, 0)),
+      _attachments(new PickAttachments(sideAround(_radius), sideAround(_radius))),
       _camera(new SceneCamera(scene))
 {
     _camera->setRenderOrder(osg::Camera::PRE_RENDER);
     _camera->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
-    _camera->setViewport(0, 0, 2 * _radius + 1, 2 * _radius + 1);
+    _camera->setViewport(0, 0, sideAround(_radius), sideAround(_radius));
     _camera->setClearMask(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     _camera->setClearColor(osg::Vec4(0, 0, 0, 0)); // the only one that integer targets can be cleared to
     _camera->setImplicitBufferAttachmentMask(0, 0);
@@ -216,7 +226,7 @@ bool PointPicker::request(osg::Camera& camera, double x, double y)
     asked.y = static_cast<int>(std::floor(y));
     // The same pixels as the camera's: the one asked for goes to the middle, and those around it fill the
     // view.
-    const double pixels = 2 * _radius + 1;
+    const double pixels = sideAround(_radius);
     const double middleX = 2 * (asked.x + 0.5 - viewport->x()) / viewport->width() - 1;
     const double middleY = 2 * (asked.y + 0.5 - viewport->y()) / viewport->height() - 1;
     asked.projection = camera.getProjectionMatrix() * osg::Matrixd::translate(-middleX, -middleY, 0) *
@@ -254,12 +264,13 @@ void PointPicker::traverse(osg::NodeVisitor& visitor)
 
 void PointPicker::answer(osg::State& state)
 {
-    std::optional<PickedPoint> point = _attachments->read(state, _radius, _radius, _radius);
+    std::optional<PickedPoint> point =
+        _attachments->read(state, _radius + kLargestReach, _radius + kLargestReach, _radius);
     const VelThreads::Lock lock(_mutex);
     if (!_drawing) return;
     if (point) {
-        point->x += _drawing->x - _radius;
-        point->y += _drawing->y - _radius;
+        point->x += _drawing->x - _radius - kLargestReach;
+        point->y += _drawing->y - _radius - kLargestReach;
     }
     _answer = point;
     _answered = !_waiting; // a newer request makes this answer stale

@@ -10,7 +10,8 @@ enum class StorageBuffer : unsigned
     LinePolygon = 6,
     CloudPlanes = 7,
     Gradient = 9,
-    MarkColors = 10
+    MarkColors = 10,
+    PointSpacing = 11
 };
 
 /// Binds the whole of an array, which gets a storage buffer of its own.

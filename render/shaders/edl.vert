@@ -4,6 +4,7 @@
 #include "uniforms.glsl"
 #include "line.glsl"
 #include "pick_position.glsl"
+#include "point_size.glsl"
 
 layout(location = 11) in float gpstime;
 
@@ -25,7 +26,7 @@ void main()
     rpointCloudID = rpcID;
 
     dvec4 globalPosition = modelMatrix * dvec4(gl_Vertex);
-    gl_PointSize = float(pointSize);
+    gl_PointSize = sizeOfPoint(gl_Position.w);
     if (isOnEnhancedLine(globalPosition.xy))
         gl_PointSize = max(float(lineEnHancementPointSize), kLargestLinePointOfAMode);
     ogpsTime = gpstime;

@@ -18,6 +18,7 @@
 #include "line.glsl"
 #endif
 #include "pick_position.glsl"
+#include "point_size.glsl"
 
 #ifndef LINE_POINT_SIZE
 #define LINE_POINT_SIZE float(lineEnHancementPointSize)
@@ -167,7 +168,7 @@ void main()
     applyCullFlag();
 
     ogpsTime = gpstime;
-    gl_PointSize = float(pointSize);
+    gl_PointSize = sizeOfPoint(gl_Position.w);
     enhanceLine(globalPosition);
     writePickPosition(globalPosition.xyz);
 }

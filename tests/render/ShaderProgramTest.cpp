@@ -88,8 +88,11 @@ TEST(ShaderPrograms, AreValidGlslAndTheirStagesFitTogether)
     for (const osg::ref_ptr<osg::Program>& program : allPrograms()) {
         const TempFolder folder;
         const std::vector<std::string> paths = writeShaders(*program, folder);
-        for (const std::vector<std::string>& defines :
-             {std::vector<std::string>{}, {"-DNO_EXTRAS"}, {"-DIN_CLOUD"}, {"-DNO_EXTRAS", "-DIN_CLOUD"}}) {
+        for (const std::vector<std::string>& defines : {std::vector<std::string>{},
+                                                        {"-DNO_EXTRAS"},
+                                                        {"-DIN_CLOUD"},
+                                                        {"-DNO_EXTRAS", "-DIN_CLOUD"},
+                                                        {"-DIN_CLOUD", "-DSIZED_BY_SPACING"}}) {
             std::vector<std::string> words = {VELBRX_GLSLANG_VALIDATOR, "-l"};
             words.insert(words.end(), defines.begin(), defines.end());
             words.insert(words.end(), paths.begin(), paths.end());
