@@ -11,6 +11,7 @@
 #include "viewer/script/Script.h"
 #include "viewer/script/ScriptRunner.h"
 #include "viewer/settings/Settings.h"
+#include "viewer/window/KeptLook.h"
 #include "viewer/window/Notices.h"
 #include "viewer/window/Window.h"
 
@@ -77,7 +78,10 @@ Status findStores(Options& options, std::vector<std::string>& stores)
 
 Status run(osg::ArgumentParser& arguments)
 {
+    const bool isHeadless = arguments.find("--render") > 0 || arguments.find("--script") > 0;
+    Settings settings(isHeadless ? "" : Settings::defaultPath());
     Options options;
+    recallLook(settings, options);
     script::Script script;
     if (Status status = checkOptions(arguments, options, script); !status) return status;
 
@@ -97,8 +101,8 @@ Status run(osg::ArgumentParser& arguments)
     if (!options.headless) {
         // Folders as they were named: a window shows what comes into them.
         options.inputs.assign(arguments.argv() + 1, arguments.argv() + arguments.argc());
-        Settings settings;
         scene.setLook(options);
+        recallLook(settings, scene);
         return runInWindow(*viewer, scene, options, settings);
     }
     if (Status status = scene.load(stores, options); !status) return status;

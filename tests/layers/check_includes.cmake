@@ -42,7 +42,7 @@ set(layers
   "viewer/window|store/io viewer/camera viewer/files viewer/measure viewer/gui viewer/panel terminal viewer/display viewer/scene viewer/edit viewer/operation viewer/settings session headless lod registry render store viewer/tool"
   "viewer/settings|terminal store"
   "viewer/picture|store/io terminal viewer/camera viewer/gui viewer/display viewer/scene viewer/window headless edit lod registry"
-  "viewer/script|terminal viewer/camera viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
+  "viewer/script|terminal viewer/camera viewer/files viewer/display viewer/scene viewer/edit viewer/operation viewer/picture store"
   "viewer|store/io terminal viewer/display viewer/scene viewer/settings viewer/window viewer/picture viewer/script"
   "plugin|viewer/display lod registry render"
   "tools|terminal crs store store/io store/builder store/export store/folder store/journal store/normals store/sample")

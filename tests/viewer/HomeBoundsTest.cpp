@@ -1,3 +1,4 @@
+#include "viewer/scene/HomeBounds.h"
 #include "tests/support/BuildStore.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
@@ -56,4 +57,19 @@ TEST(HomeBounds, LeaveOutSinglePointsFarOffInEveryDirection)
     expectHome({{3000, 3000, -700000}}, {0, 0, 100 - kRoom, kLast, kLast, 114});
     expectHome({{-90000000, 700000, 900000}}, {-kRoom, 0, 100, kLast, kLast + kRoom, 100 + kRoom});
     expectHome({{int(kLast * 100 + kRoom * 90), 0, 10000}}, {0, 0, 100, kLast + kRoom * 0.9, kLast, 114});
+}
+
+/// Surveys of two coordinate systems, or one with wrong coordinates.
+TEST(HomeBounds, AreThoseOfTheLargestSurveyAndOfThoseAroundIt)
+{
+    const auto at = [](double x, double y, double size) {
+        return osg::BoundingBoxd(x, y, 0, x + size, y + size, 10);
+    };
+    using Is = std::vector<bool>;
+    EXPECT_EQ(inOnePicture({at(0, 0, 100), at(100, 0, 100), at(2000, 500, 100)}, 0), Is({true, true, true}));
+    EXPECT_EQ(inOnePicture({at(0, 0, 100), at(500000, 5e6, 100), at(500100, 5e6, 1)}, 1),
+              Is({false, true, true}));
+    EXPECT_EQ(inOnePicture({at(0, 0, 1), at(900, 0, 1000), at(20000, 0, 10), at(41000, 0, 10)}, 0),
+              Is({true, true, true, true}))
+        << "each is near what is there already";
 }

@@ -572,6 +572,11 @@ const std::map<std::string, Check> kChecks = {
          changes(viewer, "minus");
      }},
     {"-", [](Viewer&) {}}, // with +
+    {"P",
+     [](Viewer& viewer) {
+         changes(viewer, "P");
+         changes(viewer, "P");
+     }},
     {"d",
      [](Viewer& viewer) {
          changes(viewer, "N"); // points one behind the other

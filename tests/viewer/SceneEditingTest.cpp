@@ -3,6 +3,7 @@
 #include "tests/support/LasRecords.h"
 #include "tests/viewer/ShownSurvey.h"
 #include "viewer/edit/ClassCounts.h"
+#include "viewer/operation/Operations.h"
 
 #include <gtest/gtest.h>
 
@@ -339,4 +340,22 @@ TEST_F(SceneEditingTest, ClassesAreCountedAsTheyAreNowThroughEditsSavesAndOtherS
     done(session->removeCloud(shown.scene.clouds().back().id));
     EXPECT_EQ(points(12), corner);
     done(session->undoAll());
+}
+
+/// No class that may change is none, and not all of them.
+TEST_F(SceneEditingTest, IsNotAskedByRequestsThatFailTheirCheck)
+{
+    show();
+    const Stage stage{shown.scene, *session, {}};
+    Request request(*findOperation("classify"));
+    request.set("polygon", Outline(kAll));
+    request.set("from", ClassSet());
+    EXPECT_EQ(carryOut(request, stage).message,
+              "classify: \"from\": expected a list of classes from 0 to 255");
+    request.set("from", ClassSet().set());
+    EXPECT_EQ(carryOut(request, stage).message, "classify: \"to\" is missing");
+    EXPECT_FALSE(session->isBusy());
+    request.set("to", 7);
+    EXPECT_EQ(carryOut(request, stage).state, Begun::RUNNING);
+    EXPECT_EQ(session->wait().points, count(std::vector<bool>(LasRecords(shown.store()).size(), true)));
 }

@@ -528,3 +528,45 @@ TEST_F(ScriptRun, ASignalEndsItBehindTheRunningEditAndTellsWhatIsUnsaved)
         }
     }
 }
+
+TEST_F(ScriptRun, OpensExportsAndClosesFilesBesideTheFirst)
+{
+    build();
+    TestSurvey large = survey;
+    large.x += 30;
+    large.side = 200;
+    ASSERT_TRUE(large.write(folder.file("large.las")));
+    const auto file = [&](const char* name) { return "\"file\": \"" + folder.file(name) + "\""; };
+    const std::string open = R"({"op": "open", )" + file("large.las") + "}";
+    const std::string everything = R"("points": {"everywhere": true})";
+
+    run(open + ", " + kTop + R"(, {"op": "settle"}, {"op": "memory", "megabytes": 1.2}, {"op": "settle"},
+        {"op": "classify", )" +
+        everything + R"(, "to": 7}, {"op": "save"},
+        {"op": "export", "cloud": "grid.brx", )" +
+        file("grid-edited.laz") + R"(},
+        {"op": "close", "cloud": ")" +
+        store + R"("}, {"op": "report"})");
+    expectSuccess();
+    EXPECT_GT(line(3)["pointsDrawn"], 30000);
+    EXPECT_LT(line(5)["pointsDrawn"], 1200000 / 44);
+    EXPECT_NE(line(8)["message"].get<std::string>().find("grid-edited.laz: 400 points, 400 of them edited"),
+              std::string::npos);
+    ASSERT_EQ(line(10)["stores"].size(), 1u);
+    EXPECT_EQ(line(10)["stores"][0]["store"], folder.file("large.las.brx"));
+    buildStoreOf(folder.file("grid-edited.laz"), folder.file("again.brx"));
+    VelBrx::PointCounts counts;
+    ASSERT_TRUE(VelBrx::countPoints(folder.file("again.brx"), counts));
+    EXPECT_EQ(counts.byClass[7], 400u);
+
+    run(R"({"op": "export", )" + file("grid-edited.laz") + "}");
+    expectFailure("grid-edited.laz: exists already");
+    EXPECT_TRUE(lines.empty()) << "nothing is done";
+    run(open + R"(, {"op": "export", )" + file("new.laz") + "}");
+    expectFailure("say which \"cloud\": there are grid.brx, large.las.brx");
+    run(R"({"op": "close", "cloud": "large.las.brx"})");
+    expectFailure("large.las.brx: is not open; there are grid.brx");
+    run(R"({"op": "open", )" + file("missing.las") + "}");
+    expectFailure("missing.las: No such file");
+    EXPECT_FALSE(fs::exists(folder.file("new.laz")));
+}

@@ -1,4 +1,5 @@
 #include "viewer/settings/Settings.h"
+#include "viewer/window/KeptLook.h"
 
 #include "tests/support/NoRoom.h"
 #include "tests/support/ReadFile.h"
@@ -99,4 +100,64 @@ TEST(Settings, AFileThatCannotBeReadOrWrittenIsToldOfAndLeftAlone)
     const VelBrx::Status status = nowhere.save();
     EXPECT_NE(status.message().find(folder.file("file/settings.json")), std::string::npos)
         << status.message();
+}
+
+TEST(Settings, KeepHowPointsLookAndLeaveOutWhatNoOptionTakes)
+{
+    const TempFolder folder;
+    const std::string path = folder.file("settings.json");
+    Settings first(path);
+    Options asked;
+    asked.pointSize = 5;
+    asked.pointSizing = {true, 2.5};
+    asked.edl = true;
+    asked.shading = {3, 4};
+    asked.light = {NormalLight::SUN, 100, 20};
+    asked.memory = 3000000000;
+    Scene scene;
+    scene.setLook(asked);
+    scene.setPalette("viridis");
+    Scene::Drawing drawing = scene.drawing();
+    drawing.background.set(1, 0.4f, 0, 1);
+    drawing.framesPerSecond = 60;
+    scene.setDrawing(drawing);
+    keepLook(scene, first);
+    ASSERT_TRUE(first.save());
+
+    const Settings second(path);
+    Options options;
+    recallLook(second, options);
+    Scene later;
+    later.setLook(options);
+    recallLook(second, later);
+    EXPECT_EQ(later.pointSize(), 5);
+    EXPECT_TRUE(later.pointSizing().bySpacing);
+    EXPECT_EQ(later.pointSizing().factor, 2.5);
+    EXPECT_TRUE(later.eyeDomeLighting());
+    EXPECT_EQ(later.shading().strength, 3);
+    EXPECT_EQ(later.shading().radius, 4);
+    EXPECT_EQ(later.light().source, NormalLight::SUN);
+    EXPECT_EQ(later.light().azimuth, 100);
+    EXPECT_EQ(later.light().height, 20);
+    EXPECT_EQ(later.drawing().memory, 3000000000u);
+    EXPECT_FALSE(later.drawing().budget);
+    EXPECT_EQ(later.largestPoints(), 3000000000u / 44);
+    EXPECT_EQ(later.gradients().palette, "viridis");
+    EXPECT_EQ(later.drawing().background, osg::Vec4f(1, 0.4f, 0, 1));
+    EXPECT_EQ(later.drawing().framesPerSecond, 60);
+
+    folder.write("settings.json",
+                 bytesOf(R"({"look.pointSize": 900, "look.palette": "mud", "look.light": [7, 0, 0],
+        "look.background": "red", "look.memory": -4, "look.budget": 1e300, "look.edlStrength": 0})"));
+    const Settings broken(path);
+    Options plain;
+    recallLook(broken, plain);
+    Scene usual;
+    recallLook(broken, usual);
+    EXPECT_EQ(plain.pointSize, 0);
+    EXPECT_EQ(plain.light.source, NormalLight::EYE);
+    EXPECT_EQ(plain.shading.strength, EyeDomeShading().strength);
+    EXPECT_FALSE(plain.memory || plain.budget);
+    EXPECT_EQ(usual.gradients().palette, Scene().gradients().palette);
+    EXPECT_EQ(usual.drawing().background, Scene::Drawing().background);
 }

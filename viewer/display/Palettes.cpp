@@ -3,6 +3,8 @@
 #include <VelOsgDBBrx/PointColors.h>
 
 #include <charconv>
+#include <cmath>
+#include <cstdio>
 
 namespace {
 
@@ -68,4 +70,13 @@ std::optional<osg::Vec4f> colorOf(const std::string& text)
     const auto [end, error] = std::from_chars(text.data() + 1, text.data() + text.size(), rgb, 16);
     if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
     return VelOsgDBBrx::opaqueColor(rgb);
+}
+
+std::string hexadecimal(const osg::Vec4f& color)
+{
+    const auto channel = [&](unsigned i) { return static_cast<unsigned>(std::lround(color[i] * 255)); };
+    char text[16];
+    std::snprintf(text, sizeof text, "#%02x%02x%02x", channel(0) & 0xff, channel(1) & 0xff,
+                  channel(2) & 0xff);
+    return text;
 }

@@ -34,3 +34,6 @@ const std::vector<std::string>& paletteNames();
 
 /// #rrggbb; empty for another text.
 std::optional<osg::Vec4f> colorOf(const std::string& text);
+
+/// What `colorOf` reads.
+std::string hexadecimal(const osg::Vec4f& color);

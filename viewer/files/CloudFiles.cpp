@@ -1,9 +1,10 @@
 #include "viewer/files/CloudFiles.h"
 
 #include "terminal/Text.h"
+#include "viewer/files/StoreExport.h"
 #include "viewer/scene/InputFiles.h"
 
-#include <VelBrx/ExportLas.h>
+#include <VelBrx/PointRecord.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -34,6 +35,25 @@ std::string absolute(const std::string& path)
     std::error_code error;
     const fs::path whole = fs::absolute(path, error);
     return error ? path : whole.lexically_normal().string();
+}
+
+/// What happened to the file of a cloud while it was open; empty where it is as it was.
+std::string problemOf(const Scene::Cloud& cloud)
+{
+    const OctreeInfo& octree = cloud.octree();
+    std::error_code error;
+    const uint64_t size = fs::file_size(cloud.store, error);
+    if (error)
+        return ": was removed or renamed while it is open (" + error.message() +
+               "); what is edited from now on may be lost: export it under another name";
+    if (!octree.pointFile->isStillNamed()) return ""; // was built anew
+    const uint64_t needed = static_cast<uint64_t>(octree.pointDataStart) +
+                            cloud.points * static_cast<uint64_t>(VelBrx::PointRecord::kPointSize);
+    if (size < needed)
+        return ": was cut to " + grouped(size) +
+               " bytes while it is open, so points are missing; close it, "
+               "and put a copy in its place or build it again";
+    return "";
 }
 
 } // namespace
@@ -97,25 +117,17 @@ void CloudFiles::exportCloud(const Scene::Cloud& cloud, const std::string& path,
 void CloudFiles::exportNow(const std::string& store, const std::string& path, bool overwrite,
                            JobQueue::Control& control)
 {
-    VelBrx::ExportOptions options;
-    options.store = store;
-    options.output = path;
-    options.overwrite = overwrite;
-    options.progress = [&](const VelBrx::BuildProgress& state) { control.report(state); };
-    options.cancel = &control.cancelled();
-    VelBrx::ExportReport report;
-    const Status status = VelBrx::exportLas(options, report);
+    std::vector<std::string> told;
+    const Status status = exportStore(
+        store, path, overwrite, [&](const VelBrx::BuildProgress& state) { control.report(state); },
+        control.cancelled(), told);
     const VelThreads::Lock lock(_mutex);
     News& news = _results.news;
     if (control.cancelled() && !status)
         news.done.push_back(path + ": cancelled, nothing is written");
     else if (!status)
         news.problems.push_back(status.message());
-    for (const VelBrx::ExportedFile& file : report.files)
-        if (status)
-            news.done.push_back("wrote " + file.path + ": " + grouped(file.points) + " points, " +
-                                grouped(file.changed) + " of them edited");
-    append(news.done, report.notes);
+    append(news.done, told);
 }
 
 /// The old stores of names that have new ones leave the scene. One with classes that are not saved stays, and
@@ -163,6 +175,19 @@ CloudFiles::News CloudFiles::update()
         if (_editing.removeCloud(cloud)) news.cloudsChanged = true;
     if (!results.opened.empty()) remember(results.opened);
     return std::move(news);
+}
+
+std::vector<std::string> CloudFiles::checkStores()
+{
+    constexpr size_t kAtOnce = 64;
+    const std::vector<Scene::Cloud>& clouds = _scene.clouds();
+    std::vector<std::string> lines;
+    for (size_t i = 0; i < std::min(kAtOnce, clouds.size()); ++i) {
+        const Scene::Cloud& cloud = clouds[_checked++ % clouds.size()];
+        const std::string problem = problemOf(cloud);
+        if (!problem.empty() && _damaged.insert(cloud.id).second) lines.push_back(cloud.store + problem);
+    }
+    return lines;
 }
 
 bool CloudFiles::isBusy() const

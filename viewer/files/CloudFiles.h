@@ -9,6 +9,7 @@
 #include <VelThreads/Mutex.h>
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,10 @@ public:
     /// a frame, between frames.
     News update();
 
+    /// Looks after the files of the clouds on show, some at each call. Lines for people: which of them were
+    /// removed or cut since they were opened, each once.
+    std::vector<std::string> checkStores();
+
     /// Whether `update` may have something to do, or bars move: draw frames.
     bool isBusy() const;
 
@@ -91,6 +96,8 @@ private:
     Scene& _scene;
     Settings& _settings;
     std::vector<uint64_t> _closing;
+    size_t _checked = 0;         ///< the place of the cloud whose file comes next
+    std::set<uint64_t> _damaged; ///< clouds whose file is not what it was
     mutable VelThreads::Mutex _mutex;
     Results _results VEL_GUARDED_BY(_mutex);
     FolderWatch _folders;

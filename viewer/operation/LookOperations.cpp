@@ -109,6 +109,18 @@ Begun limitPoints(const Request& request, const Stage& stage)
     return {};
 }
 
+constexpr double kMegabyte = 1e6;
+
+Begun limitMemory(const Request& request, const Stage& stage)
+{
+    Scene::Drawing drawing = stage.scene.drawing();
+    drawing.memory.reset();
+    if (request.has("megabytes"))
+        drawing.memory = static_cast<uint64_t>(request.get<double>("megabytes") * kMegabyte);
+    stage.scene.setDrawing(drawing);
+    return {};
+}
+
 Begun keepUp(const Request& request, const Stage& stage)
 {
     Scene::Drawing drawing = stage.scene.drawing();
@@ -205,6 +217,23 @@ template <int step>
 void otherPointSize(Request& request, const Scene& scene)
 {
     request.set("pixels", std::clamp(scene.pointSize() + step, 1, kLargestPointSize));
+}
+
+/// In the order of `PointSizing::bySpacing`.
+const std::vector<std::string> kSizings = {"fixed", "spacing"};
+
+Begun sizeBy(const Request& request, const Stage& stage)
+{
+    PointSizing sizing = stage.scene.pointSizing();
+    sizing.bySpacing = request.get<std::string>("by") == kSizings[1];
+    if (request.has("factor")) sizing.factor = request.get<double>("factor");
+    stage.scene.setPointSizing(sizing);
+    return {};
+}
+
+void otherSizing(Request& request, const Scene& scene)
+{
+    request.set("by", kSizings[!scene.pointSizing().bySpacing]);
 }
 
 Begun showClasses(const Request& request, const Stage& stage)
@@ -335,6 +364,12 @@ std::vector<Operation> lookOperations()
          {whole("points", "points", 1000, 2000000000)},
          {},
          limitPoints},
+        {"memory",
+         "limits what the points drawn take in memory, and at most again on the graphics card",
+         {orNone(number("megabytes", "MB", kLeastMemory / kMegabyte, kLargestMemory / kMegabyte),
+                 "no limit but that of `budget`")},
+         {},
+         limitMemory},
         {"frameRate",
          "sets how many pictures a second moving about is to have; fewer points are drawn for it meanwhile",
          {whole("perSecond", "pictures a second", 5, 120)},
@@ -371,6 +406,13 @@ std::vector<Operation> lookOperations()
          {{'+', "larger / smaller points", Key::ALWAYS, otherPointSize<1>},
           {'-', nullptr, Key::ALWAYS, otherPointSize<-1>}},
          sizePoints},
+        {"pointSizing",
+         "draws points at their size, or where they stand wider apart as large as the space between them: "
+         "surfaces close",
+         {choice("by", kSizings),
+          where(orNone(number("factor", "of the space", 0, kLargestSizeFactor), "stays"), "by", kSizings[1])},
+         {{'P', "points as large as the space between them, on / off", Key::ALWAYS, otherSizing}},
+         sizeBy},
         {"showClasses",
          "shows points of some classes only",
          {orNone(orEmpty(classes("classes", kClasses - 1)), "all classes")},

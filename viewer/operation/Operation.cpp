@@ -194,5 +194,7 @@ Status Request::check() const
 
 Begun carryOut(const Request& request, const Stage& stage)
 {
+    if (const Status sound = request.check(); !sound)
+        return {Begun::REFUSED, std::string(request.operation().name) + ": " + sound.message()};
     return request.operation().carryOut(request, stage);
 }

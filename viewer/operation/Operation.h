@@ -122,6 +122,28 @@ private:
     std::map<std::string, Value> _values;
 };
 
+/// Where files are opened, closed and written. A window does it while it goes on, and tells then what came of
+/// it.
+class FileStage
+{
+public:
+    /// Shows a store, the stores of a folder, or a LAS or LAZ file, whose store is at `place`, or where it
+    /// usually is. `rebuild`: one that is older than its file is built again. `told` gets what is to know.
+    virtual VelBrx::Status open(const std::string& file, const std::string& place, bool rebuild,
+                                std::string& told) = 0;
+
+    /// Takes a cloud out; its journal keeps what is not saved.
+    virtual VelBrx::Status close(const Scene::Cloud& cloud) = 0;
+
+    /// Writes a cloud as its store has it, as LAS, LAZ or COPC by the name's ending. A file that exists stays
+    /// unless it is to be replaced.
+    virtual VelBrx::Status exportCloud(const Scene::Cloud& cloud, const std::string& file, bool replace,
+                                       std::string& told) = 0;
+
+protected:
+    ~FileStage() = default;
+};
+
 /// What operations act on.
 struct Stage
 {
@@ -146,6 +168,9 @@ struct Stage
     /// comes of it. Null in scripts and pictures, where nobody clicks.
     std::function<void(const Request&)> act = nullptr;
 
+    /// Null in pictures that no script draws.
+    FileStage* files = nullptr;
+
     /// What is measured; null in pictures that no script draws.
     Measuring* measuring = nullptr;
 };
@@ -157,10 +182,11 @@ struct Begun
     {
         DONE,
         RUNNING, ///< `editing` tells what comes of it
-        BUSY     ///< not begun: another one is running
+        BUSY,    ///< not begun: another one is running
+        REFUSED  ///< nothing is done
     };
     State state = DONE;
-    std::string message; ///< something to know, of one that is done
+    std::string message; ///< something to know, of one that is done; why, of one that is refused
 };
 
 /// A key that does an operation.
@@ -210,5 +236,6 @@ struct Operation
     const Parameter* find(const std::string& parameter) const;
 };
 
-/// Does an operation that is none of scripts alone, or begins to. The only way, whoever asks.
+/// Does an operation that is none of scripts alone, or begins to. The only way, whoever asks. A request that
+/// fails its check is refused.
 Begun carryOut(const Request& request, const Stage& stage);

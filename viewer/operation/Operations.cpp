@@ -2,6 +2,7 @@
 
 #include "viewer/operation/CameraOperations.h"
 #include "viewer/operation/EditOperations.h"
+#include "viewer/operation/FileOperations.h"
 #include "viewer/operation/LookOperations.h"
 #include "viewer/operation/MeasureOperations.h"
 #include "viewer/operation/ParameterKinds.h"
@@ -44,7 +45,7 @@ const std::vector<Operation>& operations()
     static const std::vector<Operation> all = [] {
         std::vector<Operation> table = lookOperations();
         for (const std::vector<Operation>& more : {cameraOperations(), sectionOperations(), editOperations(),
-                                                   measureOperations(), scriptOperations()})
+                                                   measureOperations(), fileOperations(), scriptOperations()})
             table.insert(table.end(), more.begin(), more.end());
         return table;
     }();

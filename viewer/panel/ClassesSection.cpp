@@ -31,9 +31,8 @@ void textAtRight(const std::string& text)
 } // namespace
 
 ClassesSection::ClassesSection(const Stage& stage, ClassChoice& choice, ClassCounts& counts, Gui& gui,
-                               std::string file)
-    : _stage(stage), _choice(choice), _gui(gui), _file(file.empty() ? userClassesFile() : std::move(file)),
-      _counts(counts)
+                               std::function<std::string()> file)
+    : _stage(stage), _choice(choice), _gui(gui), _file(std::move(file)), _counts(counts)
 {
 }
 
@@ -198,13 +197,14 @@ void ClassesSection::drawAdd()
 
 void ClassesSection::drawSave()
 {
-    if (_isChanged && !_file.empty()) {
+    if (const std::string chosen = _file(); _isChanged) {
+        const std::string file = chosen.empty() ? userClassesFile() : chosen;
         if (ImGui::Button("Save names and colours")) {
-            const VelBrx::Status written = writeClasses(_file, classTable());
-            _said = written ? "written to " + _file : written.message();
+            const VelBrx::Status written = writeClasses(file, classTable());
+            _said = written ? "written to " + file : written.message();
             _isChanged = !written;
         }
-        widgets::tip("Writes " + _file);
+        widgets::tip("Writes " + file);
     }
     if (!_said.empty()) ImGui::TextWrapped("%s", _said.c_str());
 }

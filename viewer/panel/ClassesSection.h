@@ -6,6 +6,7 @@
 #include "viewer/operation/Operation.h"
 
 #include <array>
+#include <functional>
 #include <string>
 
 /// The classes: what they are called, how many points they have, which are shown, which may change, and what
@@ -15,9 +16,10 @@
 class ClassesSection
 {
 public:
-    /// `gui`, `counts`, and what `stage` and `choice` name, outlive it. `file`: where the names and colours
-    /// are from; empty for the standard's.
-    ClassesSection(const Stage& stage, ClassChoice& choice, ClassCounts& counts, Gui& gui, std::string file);
+    /// `gui`, `counts`, and what `stage` and `choice` name, outlive it. `file` tells where the names and
+    /// colours are from; empty for the standard's.
+    ClassesSection(const Stage& stage, ClassChoice& choice, ClassCounts& counts, Gui& gui,
+                   std::function<std::string()> file);
 
     void draw();
 
@@ -36,7 +38,7 @@ private:
     const Stage _stage;
     ClassChoice& _choice;
     Gui& _gui;
-    std::string _file;
+    const std::function<std::string()> _file;
     ClassCounts& _counts;
     ClassSet _added;  ///< by hand, without a point so far
     int _wanted = 64; ///< to be added: the first that users may define

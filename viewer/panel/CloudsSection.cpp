@@ -2,6 +2,7 @@
 
 #include "terminal/ShownName.h"
 #include "terminal/Text.h"
+#include "viewer/operation/FileOperations.h"
 #include "viewer/operation/Operations.h"
 #include "viewer/panel/Widgets.h"
 #include "viewer/scene/HomeBounds.h"
@@ -61,8 +62,12 @@ void CloudsSection::draw()
     ImGui::TableSetupColumn("eye", ImGuiTableColumnFlags_WidthFixed, ImGui::GetFrameHeight());
     ImGui::TableSetupColumn("name", ImGuiTableColumnFlags_WidthStretch);
     ImGui::TableSetupColumn("do", ImGuiTableColumnFlags_WidthFixed, buttons);
-    for (const Scene::Cloud& cloud : _stage.scene.clouds())
-        drawCloud(cloud);
+    const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
+    ImGuiListClipper visible; // thousands of rows would take longer than the picture
+    visible.Begin(static_cast<int>(clouds.size()));
+    while (visible.Step())
+        for (int i = visible.DisplayStart; i < visible.DisplayEnd; ++i)
+            drawCloud(clouds[static_cast<size_t>(i)]);
     ImGui::EndTable();
 }
 
@@ -86,7 +91,8 @@ void CloudsSection::drawRecent()
     const std::vector<std::string> recent = _files.recent();
     if (recent.empty()) ImGui::TextDisabled("none yet");
     for (const std::string& path : recent) {
-        if (ImGui::MenuItem((fs::path(path).filename().string() + "##" + path).c_str())) _files.open({path});
+        if (ImGui::MenuItem((fs::path(path).filename().string() + "##" + path).c_str()))
+            _stage.act(openRequest(path));
         widgets::tip(path);
     }
     ImGui::EndPopup();
@@ -105,9 +111,8 @@ void CloudsSection::drawCloud(const Scene::Cloud& cloud)
         _current = cloud.id;
     widgets::tip(cloud.store);
     ImGui::TextDisabled("%s points", grouped(cloud.points).c_str());
-    ImGui::PushStyleColor(ImGuiCol_Text, ImGui::GetStyleColorVec4(ImGuiCol_TextDisabled));
-    ImGui::TextWrapped("%s", cloud.system ? shownName(cloud.system->name()).c_str() : "no coordinate system");
-    ImGui::PopStyleColor();
+    // One line, so that all rows are as high.
+    ImGui::TextDisabled("%s", cloud.system ? shownName(cloud.system->name()).c_str() : "no coordinate system");
     widgets::tip(cloud.system ? cloud.system->description() : "The file states none that is known");
     ImGui::TableNextColumn();
     if (button("Frame", "Look at this cloud")) lookAtCloud(cloud);

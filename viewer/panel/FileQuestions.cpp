@@ -1,6 +1,7 @@
 #include "viewer/panel/FileQuestions.h"
 
 #include "terminal/Text.h"
+#include "viewer/operation/FileOperations.h"
 #include "viewer/operation/Operations.h"
 
 #include <imgui.h>
@@ -87,7 +88,10 @@ void FileQuestions::askToClose(uint64_t cloud)
     const Scene::Cloud* const asked = _stage.scene.findCloud(cloud);
     if (!asked) return;
     const uint64_t unsaved = unsavedIn(*asked);
-    const auto close = [=] { _files.close(cloud); };
+    Request request(*findOperation("close"));
+    request.set("cloud", asked->store);
+    request.set("evenIfLost", true);
+    const auto close = [this, request] { _stage.act(request); };
     if (unsaved == 0) {
         close();
         return;
@@ -131,14 +135,17 @@ void FileQuestions::exportTo(std::string path)
     const Scene::Cloud* const cloud = _stage.scene.findCloud(_exported);
     if (!cloud) return;
     if (!namesPointFile(path)) path += ".laz";
+    Request request(*findOperation("export"));
+    request.set("file", path);
+    request.set("cloud", cloud->store);
     std::error_code error;
     if (!fs::exists(path, error)) {
-        _files.exportCloud(*cloud, path, false);
+        _stage.act(request);
         return;
     }
-    const auto replace = [=] {
-        if (const Scene::Cloud* const still = _stage.scene.findCloud(_exported))
-            _files.exportCloud(*still, path, true);
+    const auto replace = [this, request]() mutable {
+        request.set("replace", true);
+        _stage.act(request);
     };
     ask(path + " is there already.",
         {{"Another name",
@@ -152,7 +159,8 @@ void FileQuestions::draw()
     goOnAfterSave();
     if (const std::vector<std::string> chosen = _openDialog.draw(); !chosen.empty()) {
         _settings.set(kFolder, _openDialog.folder());
-        _files.open(chosen);
+        for (const std::string& path : chosen)
+            _stage.act(openRequest(path));
     }
     if (const std::vector<std::string> chosen = _exportDialog.draw(); !chosen.empty()) {
         _settings.set(kExportFolder, _exportDialog.folder());

@@ -1,5 +1,6 @@
 #include "viewer/panel/LookSection.h"
 
+#include "terminal/Text.h"
 #include "viewer/display/Palettes.h"
 #include "viewer/panel/Widgets.h"
 
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace {
 
@@ -16,20 +16,12 @@ constexpr double kBeside = 0.25; ///< of the span of nearly all values, shown at
 constexpr double kWait = 0.1;    ///< seconds until a histogram is looked for again
 constexpr double kMostPoints = 1e9;
 constexpr double kFewestPoints = 1e5;
-constexpr double kPlain = 1e8; ///< the library's budget
+constexpr double kLeastSlide = 5e7; ///< bytes
+constexpr double kMostSlide = 1e11;
 
 Request requestFor(const char* operation)
 {
     return Request(*findOperation(operation));
-}
-
-std::string hexadecimal(const osg::Vec4f& color)
-{
-    const auto channel = [&](unsigned i) { return static_cast<unsigned>(std::lround(color[i] * 255)); };
-    char text[16];
-    std::snprintf(text, sizeof text, "#%02x%02x%02x", channel(0) & 0xff, channel(1) & 0xff,
-                  channel(2) & 0xff);
-    return text;
 }
 
 /// Widgets that leave this much for their labels, letters' heights.
@@ -234,10 +226,26 @@ void LookSection::drawBackground()
 void LookSection::drawPoints()
 {
     const Scene& scene = _stage.scene;
-    widgets::numberSlider(_stage, "Point size", "pixels", scene.pointSize(), requestFor("pointSize"), 16,
-                          "%d px");
-    double points = static_cast<double>(scene.drawing().budget.value_or(static_cast<uint64_t>(kPlain)));
-    double millions = points / 1e6;
+    const PointSizing& sizing = scene.pointSizing();
+    widgets::numberSlider(_stage, sizing.bySpacing ? "Least size" : "Point size", "pixels", scene.pointSize(),
+                          requestFor("pointSize"), 16, "%d px");
+    Request size = requestFor("pointSizing");
+    bool bySpacing = sizing.bySpacing;
+    const Key& key = size.operation().keys.front();
+    if (ImGui::Checkbox("Close gaps", &bySpacing)) _stage.act(requestOf({&size.operation(), &key}, scene));
+    widgets::tipOf(size.operation(), &key);
+    widgets::keyBeside(key);
+    if (sizing.bySpacing) {
+        size.set("by", std::string("spacing"));
+        widgets::numberSlider(_stage, "Times", "factor", sizing.factor, size, 4, "%.2f of the space");
+    }
+    drawLimits();
+}
+
+void LookSection::drawLimits()
+{
+    const Scene& scene = _stage.scene;
+    double millions = static_cast<double>(scene.drawing().budget.value_or(kUsualBudget)) / 1e6;
     const double fewest = kFewestPoints / 1e6;
     const double most = kMostPoints / 1e6;
     if (ImGui::SliderScalar("Budget", ImGuiDataType_Double, &millions, &fewest, &most, "%.1f M points",
@@ -247,6 +255,40 @@ void LookSection::drawPoints()
         _stage.act(request);
     }
     widgets::tipOf(*findOperation("budget"), nullptr);
+    drawMemory();
     widgets::numberSlider(_stage, "Smooth", "perSecond", scene.drawing().framesPerSecond,
                           requestFor("frameRate"), std::nullopt, "%d a second");
+}
+
+void LookSection::drawMemory()
+{
+    const Scene& scene = _stage.scene;
+    const std::optional<uint64_t>& limit = scene.drawing().memory;
+    Request request = requestFor("memory");
+    const auto set = [&](double megabytes) {
+        request.set("megabytes", megabytes);
+        _stage.act(request);
+    };
+    bool limited = limit.has_value();
+    const double needed = static_cast<double>(scene.largestPoints() * scene.bytesPerPoint());
+    if (ImGui::Checkbox("##limited", &limited)) {
+        if (limited)
+            set(needed / 1e6);
+        else
+            _stage.act(request);
+    }
+    widgets::tipOf(request.operation(), nullptr);
+    ImGui::SameLine();
+    ImGui::SetNextItemWidth(ImGui::CalcItemWidth() - ImGui::GetFrameHeight() -
+                            ImGui::GetStyle().ItemSpacing.x);
+    double gigabytes = (limit ? static_cast<double>(*limit) : needed) / 1e9;
+    const double least = kLeastSlide / 1e9;
+    const double most = kMostSlide / 1e9;
+    if (ImGui::SliderScalar("Memory", ImGuiDataType_Double, &gigabytes, &least, &most,
+                            limit ? "%.2f GB" : "up to %.2f GB",
+                            ImGuiSliderFlags_Logarithmic | ImGuiSliderFlags_AlwaysClamp))
+        set(gigabytes * 1e3);
+    widgets::tip("Most memory for the points, and as much again at most on the graphics card: " +
+                 grouped(scene.largestPoints()) + " points at " + std::to_string(scene.bytesPerPoint()) +
+                 " bytes each");
 }

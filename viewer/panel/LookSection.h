@@ -32,6 +32,8 @@ private:
     void drawLight();
     void drawBackground();
     void drawPoints();
+    void drawLimits();
+    void drawMemory();
     void setSpan(const ColorSpan& span);
 
     const Stage _stage;

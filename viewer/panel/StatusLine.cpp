@@ -53,7 +53,8 @@ std::string StatusLine::drawing() const
     std::string text = grouped(_facts.points);
     if (_facts.wanted > _facts.points) text += " of " + grouped(_facts.wanted);
     text += " points";
-    if (const auto& budget = _scene.drawing().budget) text += ", at most " + grouped(*budget);
+    if (const Scene::Drawing& limits = _scene.drawing(); limits.budget || limits.memory)
+        text += ", at most " + grouped(_scene.largestPoints());
     text += _facts.isSettled ? "  ·  settled" : "  ·  loading";
     char time[32];
     std::snprintf(time, sizeof time, "  ·  %.0f ms", std::ceil(1e3 * _facts.frameSeconds));

@@ -75,7 +75,7 @@ PictureView::~PictureView()
     _viewer.stopThreading();
 }
 
-Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget)
+Status PictureView::open(const PictureSize& size)
 {
     std::string reason;
     _window = EglGraphicsWindow::create(size.width, size.height, reason);
@@ -90,7 +90,7 @@ Status PictureView::open(const PictureSize& size, std::optional<uint64_t> budget
     });
     _reader = PictureReader::attach(_viewer);
     _viewer.setSceneData(_scene.root());
-    _services.emplace(_window, budget);
+    _services.emplace(_window, _scene.largestPoints());
     compileWithoutPauses(_window);
     _viewer.realize();
     return Status();
@@ -130,7 +130,7 @@ double PictureView::aspect() const
 Status PictureView::settle(double timeoutSeconds, const std::atomic<bool>* cancel)
 {
     _viewer.getCamera()->setClearColor(_scene.drawing().background);
-    if (const auto& budget = _scene.drawing().budget) _services->setBudget(*budget);
+    _services->setBudget(_scene.largestPoints());
     if (_services->settle(_viewer, std::chrono::duration<double>(timeoutSeconds), cancel)) return checkPoints(_scene);
     if (cancel && *cancel) return Status::failure("cancelled before all points were there");
     return Status::failure("not all points were there after " +

@@ -43,8 +43,8 @@ public:
     PictureView(const PictureView&) = delete;
     PictureView& operator=(const PictureView&) = delete;
 
-    /// Opens the window, with at most `budget` points drawn in it. To be called once, before everything else.
-    VelBrx::Status open(const PictureSize& size, std::optional<uint64_t> budget);
+    /// Opens the window. To be called once, before everything else.
+    VelBrx::Status open(const PictureSize& size);
 
     void look(const Look& look, const Lens& lens);
 

@@ -25,7 +25,7 @@ void finishEdits(const Scene& scene)
 Status prepare(PictureView& view, const Scene& scene, const Options& options)
 {
     const HeadlessRequest& request = *options.headless;
-    if (Status status = view.open(request.size, options.budget); !status) return status;
+    if (Status status = view.open(request.size); !status) return status;
     view.look(lookAt(options.view, scene.boundsFor(options.view), view.aspect()), Lens());
     if (options.legend) view.setLegend(scene.legend());
     return view.settle(request.timeoutSeconds);

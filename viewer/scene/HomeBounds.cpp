@@ -70,3 +70,26 @@ osg::BoundingBoxd boundsOfMost(const osg::BoundingBoxd& bounds, const osg::Bound
     }
     return most;
 }
+
+std::vector<bool> inOnePicture(const std::vector<osg::BoundingBoxd>& surveys, size_t first)
+{
+    constexpr double kFarthest = 30; ///< a gap, in sizes of what is in the picture already
+    std::vector<bool> isIn(surveys.size(), false);
+    if (surveys.empty()) return isIn;
+    isIn[first] = true;
+    osg::BoundingBoxd all = surveys[first];
+    for (bool grows = true; grows;) {
+        grows = false;
+        for (size_t i = 0; i < surveys.size(); ++i) {
+            if (isIn[i]) continue;
+            const osg::BoundingBoxd& box = surveys[i];
+            osg::Vec3d gap;
+            for (int axis = 0; axis < 3; ++axis)
+                gap[axis] = std::max({0.0, box._min[axis] - all._max[axis], all._min[axis] - box._max[axis]});
+            if (gap.length() > kFarthest * std::max(all.radius(), box.radius())) continue;
+            grows = isIn[i] = true;
+            all.expandBy(box);
+        }
+    }
+    return isIn;
+}

@@ -7,6 +7,7 @@
 
 #include <VelOsgDBBrx/DefaultDisplay.h>
 
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -52,6 +53,34 @@ bool parse(const std::string& text, char separator, std::vector<double>& numbers
         begin = end + 1;
     }
     return true;
+}
+
+/// Such as 4G or 800M.
+bool parseBytes(std::string text, std::optional<uint64_t>& bytes)
+{
+    double unit = 1;
+    for (const char letter : {'K', 'M', 'G', 'T'}) {
+        unit *= 1000;
+        if (text.empty() || std::toupper(static_cast<unsigned char>(text.back())) != letter) continue;
+        text.pop_back();
+        double number = 0;
+        if (!parse(text, number) || number * unit < kLeastMemory || number * unit > kLargestMemory)
+            return false;
+        bytes = static_cast<uint64_t>(number * unit);
+        return true;
+    }
+    return false;
+}
+
+/// fixed, spacing, or spacing and a factor.
+bool parse(const std::string& text, PointSizing& sizing)
+{
+    const std::string kSpacing = "spacing";
+    sizing.bySpacing = text.compare(0, kSpacing.size(), kSpacing) == 0;
+    if (text == kSpacing || text == "fixed") return true;
+    return sizing.bySpacing && text[kSpacing.size()] == ',' &&
+           parse(text.substr(kSpacing.size() + 1), sizing.factor) && sizing.factor > 0 &&
+           sizing.factor <= kLargestSizeFactor;
 }
 
 bool parse(const std::string& text, ColorMode& mode)
@@ -182,6 +211,7 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     const auto budget = [&](const std::string& text) {
         return parsePointCount(text, options.budget.emplace());
     };
+    const auto memory = [&](const std::string& text) { return parseBytes(text, options.memory); };
     const auto upTo = [](double& target, double largest) {
         return [&target, largest](const std::string& text) {
             return parse(text, target) && target > 0 && target <= largest;
@@ -209,7 +239,7 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     };
     options.force = arguments.read("--force");
     options.editAnyway = arguments.read("--edit-anyway");
-    options.edl = arguments.read("--edl");
+    options.edl = arguments.read("--edl") || options.edl;
     options.legend = !arguments.read("--no-legend");
     options.panel = !arguments.read("--no-panel");
     Status status = takeOption(arguments, "--mode", colorModeNames() + ", or surface", mode);
@@ -220,6 +250,12 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
     if (status)
         status = takeOption(arguments, "--color", "#rrggbb or R,G,B from 0 to 255", into(options.color));
     if (status) status = takeOption(arguments, "--point-size", "1 to 64 pixels", pointSize);
+    if (status) {
+        status = takeOption(arguments, "--point-sizing",
+                            "fixed, spacing, or spacing,FACTOR with a factor above 0, up to 8",
+                            into(options.pointSizing));
+    }
+    if (status) status = takeOption(arguments, "--memory", "a size from 1M on, such as 4G or 800M", memory);
     if (status) status = takeOption(arguments, "--budget", "a number of points, such as 20M", budget);
     if (status) status = takeOption(arguments, "--normals", "the name of a file", normals);
     if (status) status = takeOption(arguments, "--store", "the name of a file", store);
@@ -235,10 +271,11 @@ Status readOptions(osg::ArgumentParser& arguments, Options& options)
         status = takeOption(arguments, "--edl-radius", "a number of pixels above 0, up to 32",
                             upTo(options.shading.radius, kWidestEdl));
     }
-    if (status) {
-        status = takeOption(arguments, "--ui-scale", "a number above 0, up to 8",
-                            upTo(options.uiScale, kLargestUiScale));
-    }
+    const auto uiScale = [&](const std::string& text) {
+        double& scale = options.uiScale.emplace(0);
+        return text == "auto" || (parse(text, scale) && scale > 0 && scale <= kLargestUiScale);
+    };
+    if (status) status = takeOption(arguments, "--ui-scale", "auto, or a number above 0, up to 8", uiScale);
     if (status) {
         status = takeOption(arguments, "--view",
                             "top, bottom, north, south, east, west, iso, all or EX,EY,EZ,CX,CY,CZ,UX,UY,UZ",
@@ -294,6 +331,10 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption("--point-size N", "Size of a point in pixels, 1 to 64. Default: " +
                                                      std::to_string(VelOsgDBBrx::DefaultDisplay::kPointSize) +
                                                      ".");
+    usage.addCommandLineOption(
+        "--point-sizing SIZING",
+        "fixed: --point-size (the default); spacing: as large as the space between points, so that surfaces "
+        "are closed from near, and --point-size at least; spacing,FACTOR: times a factor. Default: 2, which closes uneven scans.");
     usage.addCommandLineOption("--edl", "Shade the points by eye-dome lighting.");
     usage.addCommandLineOption("--edl-strength N", "How much it darkens, above 0 to 10. Default: 1.5.");
     usage.addCommandLineOption("--edl-radius N",
@@ -303,10 +344,13 @@ void describeOptions(osg::ApplicationUsage& usage)
                          "off, or AZIMUTH,HEIGHT of the sun in degrees, such as 315,45. Default: eye.");
     usage.addCommandLineOption("--no-legend", "Do not explain the colours in the picture.");
     usage.addCommandLineOption("--no-panel", "Open the window without its panel; Tab shows it.");
-    usage.addCommandLineOption("--ui-scale N",
-                               "Size of letters and buttons, 1 on a screen of 96 dots an inch. "
-                               "Default: by the density of the screen.");
+    usage.addCommandLineOption(
+        "--ui-scale N", "Size of letters and buttons, 1 on a screen of 96 dots an inch, kept for later "
+                        "windows; auto: by the density of the screen, as at first.");
     usage.addCommandLineOption("--budget N", "Largest number of points drawn, such as 20M. Default: 100M.");
+    usage.addCommandLineOption(
+        "--memory SIZE", "Most memory for the points drawn, such as 4G; as much again at most on the "
+                         "graphics card. Default: as --budget needs, 44 bytes a point, 60 with normals.");
     usage.addCommandLineOption("--normals FILE",
                                "Normals of the store's points. Default: STORE.normals where there is "
                                "one.");

@@ -23,6 +23,19 @@ constexpr double kLargestUiScale = 8;
 constexpr int kLargestPicture = 32768;  ///< pixels on a side
 constexpr double kLongestTimeout = 1e6; ///< seconds
 
+/// How large points are: a fixed size, or as large as the space between them, at least that size.
+struct PointSizing
+{
+    bool bySpacing = false;
+    double factor = 2; ///< size over space
+};
+
+constexpr double kLargestSizeFactor = 8;
+
+constexpr uint64_t kUsualBudget = 100000000; ///< points, the library's
+constexpr double kLeastMemory = 1e6;         ///< bytes
+constexpr double kLargestMemory = 1e15;
+
 struct PictureSize
 {
     int width = 1280;
@@ -57,16 +70,18 @@ struct Options
     ChangedBy changedBy = ChangedBy::ENTRY;            ///< of ColorMode::CHANGED
     osg::Vec4f color = Coloring::defaultSingleColor(); ///< of ColorMode::SINGLE
     int pointSize = 0;                                 ///< pixels; 0: the library's default
-    std::optional<uint64_t> budget;                    ///< largest number of points drawn
-    bool edl = false;                                  ///< eye-dome lighting
+    PointSizing pointSizing;
+    std::optional<uint64_t> budget; ///< largest number of points drawn
+    std::optional<uint64_t> memory; ///< largest memory of the points drawn, bytes
+    bool edl = false;               ///< eye-dome lighting
     EyeDomeShading shading;
     NormalLight light;
     SurfaceLook surface = {};
     bool legend = true;
     bool panel = true;
-    double uiScale = 0;  ///< size of letters and widgets; 0: by the density of the screen
-    std::string normals; ///< companion file of the only store
-    std::string store;   ///< where the store of the only LAS or LAZ file is
+    std::optional<double> uiScale; ///< of letters and widgets, to be kept; 0: by the screen
+    std::string normals;           ///< companion file of the only store
+    std::string store;             ///< where the store of the only LAS or LAZ file is
     CameraView view;
     std::optional<HeadlessRequest> headless;
     bool force = false;      ///< replace files that exist

@@ -83,9 +83,11 @@ void Scene::setLook(const Options& options)
 {
     _singleColor = options.color;
     _drawing.budget = options.budget;
+    _drawing.memory = options.memory;
     followClouds();
     setColorMode(options.mode, options.changedBy);
     setPointSize(options.pointSize > 0 ? options.pointSize : VelOsgDBBrx::DefaultDisplay::kPointSize);
+    setPointSizing(options.pointSizing);
     setEyeDomeLighting(options.edl);
     setShading(options.shading);
     setLight(options.light);
@@ -139,6 +141,7 @@ std::vector<uint64_t> Scene::add(std::vector<OpenedStore> stores, std::vector<st
     }
     if (!ids.empty()) followClouds();
     tellOtherSystems(ids, notes);
+    tellFarAway(ids, notes);
     return ids;
 }
 
@@ -183,7 +186,6 @@ void Scene::followClouds()
     VelBrx::StoreStatistics statistics;
     for (const Cloud& cloud : _clouds) {
         _bounds.expandBy(cloud.bounds);
-        _boundsOfMost.expandBy(boundsOfMost(cloud.bounds, cloud.bulk));
         if (&cloud == &_clouds.front())
             statistics = cloud.statistics;
         else
@@ -191,8 +193,44 @@ void Scene::followClouds()
         applyLight(*cloud.node, _light);
     }
     _statistics = statistics;
+    const std::vector<bool> isFramed = framed();
+    for (size_t i = 0; i < _clouds.size(); ++i)
+        if (isFramed[i]) _boundsOfMost.expandBy(boundsOfMost(_clouds[i].bounds, _clouds[i].bulk));
     setSurface(_surface);
     followColors();
+}
+
+/// Of each cloud, whether views of the survey show it: with the one of the most points, those around it.
+std::vector<bool> Scene::framed() const
+{
+    std::vector<osg::BoundingBoxd> surveys;
+    size_t largest = 0;
+    for (const Cloud& cloud : _clouds) {
+        if (cloud.points > _clouds[largest].points) largest = surveys.size();
+        surveys.push_back(cloud.bounds);
+    }
+    return inOnePicture(surveys, largest);
+}
+
+/// One line, however many of these clouds are meant.
+void Scene::tellFarAway(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const
+{
+    const std::vector<bool> isFramed = framed();
+    const Cloud* shown = nullptr;
+    const Cloud* far = nullptr;
+    bool areNew = false;
+    size_t count = 0;
+    for (size_t i = 0; i < _clouds.size(); ++i) {
+        (isFramed[i] ? shown : far) = &_clouds[i];
+        count += !isFramed[i];
+        areNew = areNew || std::find(ids.begin(), ids.end(), _clouds[i].id) != ids.end();
+    }
+    if (!far || !areNew) return;
+    const std::string more = count > 1 ? " (and " + std::to_string(count - 1) + " more)" : "";
+    const double distance = (far->bounds.center() - shown->bounds.center()).length();
+    notes.push_back(printable(far->store + more + ": lies " + grouped(static_cast<uint64_t>(distance)) +
+                              " units from " + shown->store +
+                              ": views show the latter; Frame in the panel, or --view, looks there"));
 }
 
 /// All clouds have the colours that are wanted now.
@@ -410,6 +448,32 @@ void Scene::setPointSize(int pixels)
 {
     _pointSize = std::clamp(pixels, 1, kLargestPointSize);
     PointCloudHelper::setPointSize(_root, _pointSize);
+    setPointSizing(_pointSizing);
+}
+
+void Scene::setPointSizing(const PointSizing& sizing)
+{
+    _pointSizing = sizing;
+    _pointSizing.factor = std::clamp(sizing.factor, 0.0, kLargestSizeFactor);
+    PointCloudHelper::setPointSizeBySpacing(_root, sizing.bySpacing ? _pointSizing.factor : 0, _pointSize,
+                                            kLargestPointSize);
+}
+
+uint64_t Scene::largestPoints() const
+{
+    const uint64_t points = _drawing.budget.value_or(kUsualBudget);
+    return _drawing.memory ? std::min(points, *_drawing.memory / bytesPerPoint()) : points;
+}
+
+uint64_t Scene::bytesPerPoint() const
+{
+    constexpr uint64_t kAttributes = 44; // place, six words, and the number in the store
+    constexpr uint64_t kNormal = 16;
+    const bool haveNormals = std::any_of(_clouds.begin(), _clouds.end(), [](const Cloud& cloud) {
+        const OctreeInfo& octree = cloud.octree();
+        return octree.normalsFile && octree.normalsFile->isValid();
+    });
+    return kAttributes + (haveNormals ? kNormal : 0);
 }
 
 double Scene::meanPointDistance() const

@@ -207,14 +207,25 @@ public:
     {
         osg::Vec4f background{0.11f, 0.12f, 0.14f, 1.0f};
         std::optional<uint64_t> budget; ///< largest number of points drawn; none: the library's
+        std::optional<uint64_t> memory; ///< most that they take in memory, bytes; none: no limit of its own
         double framesPerSecond = 30;    ///< that moving about is to have
     };
     void setDrawing(const Drawing& drawing) { _drawing = drawing; }
     const Drawing& drawing() const { return _drawing; }
 
+    /// The largest number of points drawn by what `drawing` says of number and memory.
+    uint64_t largestPoints() const;
+
+    /// What a loaded point takes in memory; as much at most again on the graphics card.
+    uint64_t bytesPerPoint() const;
+
     /// Clamped to what `--point-size` takes.
     void setPointSize(int pixels);
     int pointSize() const { return _pointSize; }
+
+    /// The factor is clamped to what `--point-sizing` takes.
+    void setPointSizing(const PointSizing& sizing);
+    const PointSizing& pointSizing() const { return _pointSizing; }
 
 private:
     ColorMode modeOf(const Cloud& cloud) const;
@@ -223,6 +234,8 @@ private:
     const Cloud* findShown(const VelBrx::FileIdentity& file) const;
     void followClouds();
     const Cloud* firstWithSystem() const;
+    std::vector<bool> framed() const;
+    void tellFarAway(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const;
     void tellOtherSystems(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const;
     void followColors();
     void tellColorless() const;
@@ -250,6 +263,7 @@ private:
     NormalLight _light;
     SurfaceLook _surface;
     int _pointSize = 0;
+    PointSizing _pointSizing;
     std::bitset<256> _shownClasses = std::bitset<256>().set();
     std::vector<osg::Vec4d> _clipPlanes;
     std::optional<osg::BoundingBoxd> _clipBox;

@@ -84,6 +84,7 @@ public:
         if (operation == "window")
             return checkWindow({step.get<int>("width"), step.get<int>("height")}, index);
         if (operation == "render") return checkPicture(step.get<std::string>("file"));
+        if (operation == "export") return checkExport(step);
         return Status();
     }
 
@@ -105,6 +106,14 @@ private:
         if (!_pictures.insert(path.string()).second)
             return Status::failure(file + ": is drawn by an operation before");
         return checkPicturePath(file, _force);
+    }
+
+    Status checkExport(const Request& step) const
+    {
+        const auto& file = step.get<std::string>("file");
+        std::error_code error;
+        if (_force || step.get<bool>("replace") || !std::filesystem::exists(file, error)) return Status();
+        return Status::failure(file + ": exists already; \"replace\": true or --force replaces it");
     }
 
     HeadlessRequest& _request;

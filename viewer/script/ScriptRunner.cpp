@@ -3,8 +3,11 @@
 #include "terminal/EndSignals.h"
 #include "terminal/Text.h"
 #include "viewer/edit/EditText.h"
+#include "viewer/files/StoreExport.h"
 #include "viewer/operation/MeasureOperations.h"
 #include "viewer/picture/PictureView.h"
+#include "viewer/scene/InputFiles.h"
+#include "viewer/scene/StoreCache.h"
 
 #include <VelBrx/PointCounts.h>
 #include <nlohmann/json.hpp>
@@ -36,7 +39,7 @@ Status print(const ordered_json& line)
 }
 
 /// Carries the operations out, one after the other.
-class Runner : public SectionStage
+class Runner : public SectionStage, private FileStage
 {
 public:
     /// `cancel` ends waiting for points.
@@ -48,7 +51,7 @@ public:
     /// Opens the window and looks as the command line says.
     Status open()
     {
-        if (Status status = _view.open(_options.headless->size, _options.budget); !status) return status;
+        if (Status status = _view.open(_options.headless->size); !status) return status;
         look(_options.view, Lens());
         showLegend();
         _editing.emplace(_scene, _viewer, _options.author);
@@ -67,8 +70,10 @@ public:
                     [this](const CameraView& view, const std::optional<Lens>& lens) { look(view, lens); }};
         stage.section = this;
         stage.measuring = &_measuring;
+        stage.files = this;
         const Begun begun = ::carryOut(request, stage);
         if (begun.state == Begun::BUSY) return Status::failure("another operation is running");
+        if (begun.state == Begun::REFUSED) return Status::failure(begun.message);
         std::optional<VelOsgDBBrx::EditOutcome> outcome;
         if (begun.state == Begun::RUNNING) outcome = _editing->wait();
         if (outcome && _options.editAnyway && needsChoice(*outcome)) {
@@ -116,6 +121,58 @@ private:
         SectionFrame frame = *_section;
         frame.setSection(section);
         show(frame);
+    }
+
+    Status open(const std::string& file, const std::string& place, bool rebuild, std::string& told) override
+    {
+        const bool wasEmpty = _scene.clouds().empty();
+        std::vector<std::string> lines;
+        std::vector<std::string> inputs = {file};
+        std::vector<OpenedStore> stores;
+        Status status = expandFolders(inputs);
+        for (size_t i = 0; status && i < inputs.size(); ++i) {
+            StorePlan plan;
+            status = findStore(inputs[i], rebuild || _options.force, place, plan);
+            if (status && !plan.source.empty())
+                status = buildStore(
+                    plan, [](const VelBrx::BuildProgress&) {}, _cancel, lines);
+            std::string note;
+            if (status) status = openStore(plan.store, "", stores.emplace_back(), note);
+            for (const std::string& line : {note, warnOfCache(inputs[i], plan.store)})
+                if (status && !line.empty()) lines.push_back(line);
+        }
+        if (!status) return status;
+        _editing->addClouds(std::move(stores));
+        lines.insert(lines.end(), _editing->notes().begin(), _editing->notes().end());
+        told = joined(lines);
+        if (wasEmpty) look(_options.view, Lens());
+        return Status();
+    }
+
+    Status close(const Scene::Cloud& cloud) override
+    {
+        _editing->removeCloud(cloud.id);
+        return Status();
+    }
+
+    Status exportCloud(const Scene::Cloud& cloud, const std::string& file, bool replace,
+                       std::string& told) override
+    {
+        std::vector<std::string> lines;
+        const Status status = exportStore(
+            cloud.store, file, replace || _options.force, [](const VelBrx::BuildProgress&) {}, _cancel,
+            lines);
+        told = joined(lines);
+        (*_line)["file"] = file;
+        return status;
+    }
+
+    static std::string joined(const std::vector<std::string>& lines)
+    {
+        std::string text;
+        for (const std::string& line : lines)
+            text += (text.empty() ? "" : "; ") + line;
+        return text;
     }
 
     /// Edits are about what the picture shows.

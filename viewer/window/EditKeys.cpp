@@ -289,6 +289,10 @@ void EditKeys::start(Request request)
         _report = {"the brush " + std::string(operation.words) + " from now on"};
         return;
     }
+    if (operation.find("from") && !request.has("from") && _classes.fromClasses.none()) {
+        _report = {"no class may change: tick some in the section Classes, or type them after F"};
+        return;
+    }
     if (needsPlace) {
         if (const std::string problem = _place.add(request); !problem.empty()) {
             _report = {problem};
@@ -330,10 +334,8 @@ void EditKeys::apply(const Request& request, bool usesShape)
         _report = {"the last operation is still running"};
         return;
     }
-    if (begun.state == Begun::DONE) {
-        if (!begun.message.empty()) _report = {begun.message};
-        return;
-    }
+    if (!begun.message.empty()) _report = {begun.message};
+    if (begun.state != Begun::RUNNING) return;
     _again = [this, request, usesShape] { apply(request, usesShape); };
     _shapeInUse = usesShape;
     _working.clear();

@@ -64,6 +64,9 @@ public:
     /// Does what a person asked for with a widget, as the operation's key does it.
     void act(const Request& request);
 
+    /// Where operations open, close and write files. It outlives this.
+    void setFiles(FileStage& files) { _stage.files = &files; }
+
     /// What the keys act on.
     const Stage& stage() const { return _stage; }
 
@@ -103,7 +106,7 @@ private:
     Scene& _scene;
     osgViewer::Viewer& _viewer;
     ClassChoice& _classes;
-    const Stage _stage;
+    Stage _stage;
     const osg::ref_ptr<Overlay> _overlay;
 
     bool _editing = false;

@@ -24,6 +24,7 @@
 #include "viewer/window/EditKeys.h"
 #include "viewer/window/FullScreenKey.h"
 #include "viewer/window/HelpKey.h"
+#include "viewer/window/KeptLook.h"
 #include "viewer/window/MeasureKeys.h"
 #include "viewer/window/Notices.h"
 #include "viewer/window/Overlay.h"
@@ -137,6 +138,15 @@ void keepSize(osgViewer::Viewer& viewer, Settings& settings)
     settings.set("window.height", height);
 }
 
+const std::string kUiScale = "window.uiScale";
+
+/// As --ui-scale chose it last; 0 where the screen decides.
+double keptScale(const Settings& settings)
+{
+    const double scale = settings.get<double>(kUiScale).value_or(0);
+    return scale > 0 && scale <= kLargestUiScale ? scale : 0;
+}
+
 double aspectOf(const osg::Camera& camera)
 {
     const osg::Viewport* viewport = camera.getViewport();
@@ -248,7 +258,7 @@ void drawUntilDone(osgViewer::Viewer& viewer, const ContextServices& services, M
             rest.rest(std::chrono::duration<double>(gui.untilWanted(isBusy ? kRestWhileBusy : kLongestRest)));
             continue;
         }
-        if (const auto& budget = scene.drawing().budget) services.setBudget(*budget);
+        services.setBudget(scene.largestPoints());
         const auto start = std::chrono::steady_clock::now();
         drawFrame(viewer, gui, views, *clear, scene, frames == 0);
         ++frames;
@@ -315,8 +325,9 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
                                "; --render OUT.png draws a picture without one");
     }
     const osg::ref_ptr<Overlay> overlay = new Overlay;
-    const float scale =
-        options.uiScale > 0 ? static_cast<float>(options.uiScale) : unitFor(*contexts.front());
+    if (options.uiScale) settings.set(kUiScale, *options.uiScale);
+    const double chosen = keptScale(settings);
+    const float scale = chosen > 0 ? static_cast<float>(chosen) : unitFor(*contexts.front());
     const osg::ref_ptr<Gui> gui = new Gui(*viewer.getCamera(), scale);
     viewer.addEventHandler(gui);
     Views views(viewer, scene, firstLook(scene, options.view, 1));
@@ -377,7 +388,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
          },
          [&tools] { return tools.kind(); }},
         [editKeys]() -> const auto& { return editKeys->counts(); });
-    ClassesSection classesSection(stage, classes, counts, *gui, options.classesFile);
+    ClassesSection classesSection(stage, classes, counts, *gui, [files] { return files->classesFile(); });
     HistorySection historySection(stage);
     panel->add(
         "Classes", [&] { classesSection.draw(); }, true);
@@ -399,7 +410,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     panel->add("Measure", [&] { measureSection.draw(); });
     viewer.setKeyEventSetsDone(0); // EditKeys asks first
     viewer.setRunFrameScheme(osgViewer::ViewerBase::ON_DEMAND);
-    const ContextServices services(contexts.front(), options.budget);
+    const ContextServices services(contexts.front(), scene.largestPoints());
     MoveLevel moveLevel(scene.root(),
                         VelOsgDBBrx::GlobalObject::getIncrementalCompileOperation(contexts.front()));
     if (!settings.problem().empty()) {
@@ -414,6 +425,7 @@ Status runInWindow(osgViewer::Viewer& viewer, Scene& scene, const Options& optio
     keepSize(viewer, settings);
     if (options.panel) panel->keep(settings);
     keepTools(tools, scene, settings);
+    keepLook(scene, settings);
     if (!status->isHinting()) settings.set("hint.shown", true);
     if (const Status kept = settings.save(); !kept)
         std::fprintf(stderr, "brxview: %s\n", printable(kept.message()).c_str());

@@ -1,7 +1,9 @@
 #include "viewer/window/WindowFiles.h"
 
+#include "terminal/ClassesFile.h"
 #include "terminal/Text.h"
 #include "viewer/edit/EditText.h"
+#include "viewer/operation/FileOperations.h"
 #include "viewer/operation/Keys.h"
 #include "viewer/operation/Operations.h"
 
@@ -12,11 +14,13 @@
 #include <filesystem>
 
 using namespace std::chrono_literals;
+using VelBrx::Status;
 
 namespace {
 
 constexpr auto kLook = 30ms;  ///< for files that are ready
 constexpr auto kTick = 100ms; ///< of bars and title
+constexpr auto kCheck = 2s;   ///< of the files that are open
 
 void print(const std::vector<std::string>& lines)
 {
@@ -40,27 +44,41 @@ bool isShown(const Scene& scene, const std::string& store)
                        [&](const Scene::Cloud& cloud) { return cloud.store == store; });
 }
 
+/// What fits beside the picture.
+std::vector<std::string> firstOf(std::vector<std::string> lines)
+{
+    constexpr size_t kMost = 5;
+    if (lines.size() <= kMost) return lines;
+    const std::string more = grouped(lines.size() - kMost) + " more; standard error names all";
+    lines.resize(kMost);
+    lines.push_back(more);
+    return lines;
+}
+
 } // namespace
 
 WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys, const Stage& stage,
                          ClassCounts& counts, Settings& settings, const Options& options)
     : _viewer(viewer), _editKeys(editKeys), _stage(stage), _view(options.view),
-      _editAnyway(options.editAnyway), _files(stage.editing, stage.scene, settings),
-      _questions(stage, _files, settings), _section(stage, _files, _questions), _dropped(viewer),
-      _counts(counts)
+      _editAnyway(options.editAnyway), _classesFile(options.classesFile),
+      _files(stage.editing, stage.scene, settings), _questions(stage, _files, settings),
+      _section(stage, _files, _questions), _dropped(viewer), _counts(counts)
 {
     gui.add([this] { _questions.draw(); });
+    _editKeys.setFiles(*this);
     _files.open(options.inputs, {options.normals, options.store, options.force});
 }
 
 void WindowFiles::update(bool isSettled)
 {
-    if (const std::vector<std::string> paths = _dropped.take(); !paths.empty()) _files.open(paths);
+    for (const std::string& path : _dropped.take())
+        _editKeys.act(openRequest(path));
     const Clock::time_point now = Clock::now();
     if (now - _lastLook < kLook) return;
     _lastLook = now;
     takeNews();
     tellHidden(isSettled);
+    if (now - _lastCheck > kCheck) checkStores(now);
     if (now - _lastTick < kTick) return;
     _lastTick = now;
     if (_files.isBusy() || _questions.isMoving()) _viewer.requestRedraw();
@@ -71,6 +89,25 @@ void WindowFiles::update(bool isSettled)
 bool WindowFiles::isBusy() const
 {
     return _files.isBusy() || _questions.isMoving() || !_uncounted.empty();
+}
+
+Status WindowFiles::open(const std::string& file, const std::string& place, bool rebuild, std::string&)
+{
+    _files.open({file}, {"", place, rebuild});
+    return {};
+}
+
+Status WindowFiles::close(const Scene::Cloud& cloud)
+{
+    _files.close(cloud.id);
+    return {};
+}
+
+Status WindowFiles::exportCloud(const Scene::Cloud& cloud, const std::string& file, bool replace,
+                                std::string&)
+{
+    _files.exportCloud(cloud, file, replace);
+    return {};
 }
 
 void WindowFiles::takeNews()
@@ -85,21 +122,36 @@ void WindowFiles::takeNews()
         _section.tell(problem);
     for (const std::string& note : news.notes)
         _editKeys.warn(note);
-    if (!news.problems.empty())
-        _editKeys.say(news.problems);
+    _problems.insert(_problems.end(), news.problems.begin(), news.problems.end());
+    if (!_problems.empty() && _files.openings().empty())
+        _editKeys.say(firstOf(std::exchange(_problems, {})));
     else if (!news.done.empty())
         _editKeys.say(news.done);
     if (news.cloudsChanged) {
         if (_editAnyway) _stage.editing.editAnyway();
         const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
-        for (size_t i = before; i < clouds.size(); ++i)
+        for (size_t i = before; i < clouds.size(); ++i) {
             _uncounted.push_back(clouds[i].store);
+            readClasses(clouds[i].store);
+        }
         if (wasEmpty && !clouds.empty()) _stage.look(_view, Lens());
         if (wasEmpty && !_stage.editing.unsavedPoints().empty())
             _editKeys.say({"E and then " + keyOf("save") + " saves the classes, " + keyOf("dropUnsaved") +
                            " drops them"});
     }
     if (news.cloudsChanged || !news.problems.empty() || !news.done.empty()) _viewer.requestRedraw();
+}
+
+/// Those beside a store, where none but the user's or the standard's are known.
+void WindowFiles::readClasses(const std::string& store)
+{
+    if (!_classesFile.empty() && _classesFile != userClassesFile()) return;
+    ChosenClasses chosen;
+    const Status read = chooseClasses("", {store}, chosen);
+    if (!chosen.warning.empty()) _section.tell(chosen.warning);
+    if (!read || chosen.file.empty() || chosen.file == userClassesFile()) return;
+    _classesFile = chosen.file;
+    _stage.scene.setClassTable(chosen.table);
 }
 
 /// People who see a hole should know that it can be filled. The first picture comes first.
@@ -133,6 +185,18 @@ void WindowFiles::tellReadErrors()
     if (read || !_unreadable.insert(cloud.store).second) return;
     print({read.message()});
     _editKeys.warn(read.message());
+    _viewer.requestRedraw();
+}
+
+void WindowFiles::checkStores(Clock::time_point now)
+{
+    _lastCheck = now;
+    const std::vector<std::string> problems = _files.checkStores();
+    if (problems.empty()) return;
+    print(problems);
+    for (const std::string& problem : problems)
+        _section.tell(problem);
+    _editKeys.say(problems);
     _viewer.requestRedraw();
 }
 

@@ -22,7 +22,7 @@
 /// comes of it: in lines, in the window's title, and on stderr.
 ///
 /// Threads: the viewer's.
-class WindowFiles : public osgGA::GUIEventHandler
+class WindowFiles : public osgGA::GUIEventHandler, private FileStage
 {
 public:
     /// Begins to open the files of `options`. All else outlives it, as does what the stage refers to.
@@ -42,6 +42,9 @@ public:
     /// Readable when files are dragged over the window, for `update`.
     int connection() const { return _dropped.connection(); }
 
+    /// Where names and colours of the classes are from; empty for the standard's.
+    const std::string& classesFile() const { return _classesFile; }
+
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
     using osgGA::GUIEventHandler::handle;
     void getUsage(osg::ApplicationUsage& usage) const override;
@@ -52,9 +55,16 @@ protected:
 private:
     using Clock = std::chrono::steady_clock;
 
+    VelBrx::Status open(const std::string& file, const std::string& place, bool rebuild,
+                        std::string& told) override;
+    VelBrx::Status close(const Scene::Cloud& cloud) override;
+    VelBrx::Status exportCloud(const Scene::Cloud& cloud, const std::string& file, bool replace,
+                               std::string& told) override;
     void takeNews();
+    void readClasses(const std::string& store);
     void tellHidden(bool isSettled);
     void tellReadErrors();
+    void checkStores(Clock::time_point now);
     void updateTitle();
 
     osgViewer::Viewer& _viewer;
@@ -62,6 +72,7 @@ private:
     const Stage _stage;
     const CameraView _view; ///< of the first clouds
     const bool _editAnyway; ///< stores that another program edits, too
+    std::string _classesFile;
     CloudFiles _files;
     FileQuestions _questions;
     CloudsSection _section;
@@ -70,7 +81,9 @@ private:
     std::vector<std::string> _uncounted; ///< stores whose hidden points nobody was told of
     size_t _nextToCheck = 0;             ///< of the clouds, for read errors
     std::set<std::string> _unreadable;   ///< stores with read errors that were told
+    std::vector<std::string> _problems;  ///< to be told when all that was asked for is open
     std::string _title;
     Clock::time_point _lastLook;
     Clock::time_point _lastTick;
+    Clock::time_point _lastCheck;
 };

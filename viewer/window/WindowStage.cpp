@@ -30,5 +30,6 @@ Stage windowStage(Scene& scene, SceneEditing& editing, Views& views, Measuring& 
             &views,
             views.savedViews(),
             nullptr,
+            nullptr,
             &measuring};
 }
