@@ -279,8 +279,6 @@ void LookSection::drawMemory()
     }
     widgets::tipOf(request.operation(), nullptr);
     ImGui::SameLine();
-    ImGui::SetNextItemWidth(ImGui::CalcItemWidth() - ImGui::GetFrameHeight() -
-                            ImGui::GetStyle().ItemSpacing.x);
     double gigabytes = (limit ? static_cast<double>(*limit) : needed) / 1e9;
     const double least = kLeastSlide / 1e9;
     const double most = kMostSlide / 1e9;
