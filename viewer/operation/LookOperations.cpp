@@ -411,7 +411,7 @@ std::vector<Operation> lookOperations()
          "surfaces close",
          {choice("by", kSizings),
           where(orNone(number("factor", "of the space", 0, kLargestSizeFactor), "stays"), "by", kSizings[1])},
-         {{'P', "points as large as the space between them, on / off", Key::ALWAYS, otherSizing}},
+         {{'P', "close gaps between points, on / off", Key::ALWAYS, otherSizing}},
          sizeBy},
         {"showClasses",
          "shows points of some classes only",
