@@ -540,7 +540,8 @@ TEST_F(ScriptRun, OpensExportsAndClosesFilesBesideTheFirst)
     const std::string open = R"({"op": "open", )" + file("large.las") + "}";
     const std::string everything = R"("points": {"everywhere": true})";
 
-    run(open + ", " + kTop + R"(, {"op": "settle"}, {"op": "memory", "megabytes": 1.2}, {"op": "settle"},
+    run(open +
+        R"(, {"op": "camera", "view": "top", "projection": "orthographic", "height": 100}, {"op": "settle"}, {"op": "memory", "megabytes": 1.2}, {"op": "settle"},
         {"op": "classify", )" +
         everything + R"(, "to": 7}, {"op": "save"},
         {"op": "export", "cloud": "grid.brx", )" +
