@@ -82,7 +82,7 @@ std::string joined(const std::vector<PointFacts::Attribute>& attributes, const c
 {
     std::string text;
     for (const auto& [name, value] : attributes)
-        text += (text.empty() ? "" : separator) + name + " " + value;
+        text += (text.empty() ? "" : separator) + printable(name + " " + value);
     return text;
 }
 
@@ -107,7 +107,7 @@ std::vector<std::string> PointFacts::brief() const
 std::string PointFacts::line() const
 {
     return place + "\tGPS time " + time + "\t" + joined(main, ", ") + "\t" + joined(more, "\t") + "\tcloud " +
-           cloud + (problem.empty() ? "" : "\t" + problem);
+           printable(cloud) + (problem.empty() ? "" : "\t" + printable(problem));
 }
 
 std::string placeOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene)

@@ -28,7 +28,7 @@ struct PointFacts
     /// What matters most, in few lines for the picture.
     std::vector<std::string> brief() const;
 
-    /// All of it in one line, its parts separated by tabs.
+    /// All of it in one line for the terminal, its parts separated by tabs; texts of files are `printable`.
     std::string line() const;
 };
 

@@ -1,6 +1,5 @@
 #include "viewer/window/PickHandler.h"
 
-#include "terminal/Text.h"
 #include <cstdio>
 
 PickHandler::PickHandler(Scene& scene, const Views& views, Overlay& overlay, Measuring& measuring)
@@ -66,7 +65,7 @@ void PickHandler::show(const std::optional<PointFacts>& facts)
 {
     _measuring.setPicked(facts);
     _overlay->setLines(facts ? facts->brief() : std::vector<std::string>());
-    if (facts) std::printf("%s\n", printable(facts->line()).c_str());
+    if (facts) std::printf("%s\n", facts->line().c_str());
     std::fflush(stdout);
 }
 
