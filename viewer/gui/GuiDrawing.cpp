@@ -4,6 +4,7 @@
 #include <imgui.h>
 #include <osg/GL>
 #include <osg/GLExtensions>
+#include <osg/RenderInfo>
 #include <osg/State>
 
 #include <algorithm>

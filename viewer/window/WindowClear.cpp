@@ -2,6 +2,7 @@
 
 #include <osg/FrameStamp>
 #include <osg/GraphicsContext>
+#include <osg/RenderInfo>
 #include <osg/State>
 
 void WindowClear::clearFor(osg::GraphicsContext& window)
