@@ -14,7 +14,6 @@ using osgGA::GUIEventAdapter;
 
 namespace {
 
-constexpr int kButtons = 3;
 constexpr int kSpecialKeys = 256; ///< of Dear ImGui's table: keys that type nothing stand from here on
 
 /// The place of a key in Dear ImGui's table.
