@@ -22,8 +22,8 @@ using VelBrx::PointRecord::kHiddenBits;
 
 /// Calls `visit(records, count, first)` for each run of records of a cell, which are `segments` of a file
 /// whose first record is at byte `start`; `first` is the place of the run's first point in the cell's point
-/// order. False when a run could not be mapped, which is left out while its points keep their places, or could
-/// not be read: `visit` has seen zeros then.
+/// order. False when a run could not be mapped, which is left out while its points keep their places, or
+/// could not be read: `visit` has seen zeros then.
 template <class Visit>
 bool forEachRun(VelBrx::File& file, int64_t start, const std::vector<VelBrx::Segment>& segments, Visit visit)
 {

@@ -33,8 +33,7 @@ public:
     /// times `factor`, from `smallest` to `largest` pixels, whatever `setPointSize` says. Graphics cards
     /// limit sizes, and eye-dome lighting is right up to 64. A factor of 0 gives the fixed size again.
     /// Geometry that is in no cloud keeps its size.
-    static void setPointSizeBySpacing(osg::Node* node, double factor = 2, int smallest = 1,
-                                      int largest = 32);
+    static void setPointSizeBySpacing(osg::Node* node, double factor = 2, int smallest = 1, int largest = 32);
 
     /// Identifier of the clouds below the node in picks; see `PointPicker`.
     static void setPointCloudId(osg::Node* node, uint64_t id);

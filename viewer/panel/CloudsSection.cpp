@@ -112,7 +112,8 @@ void CloudsSection::drawCloud(const Scene::Cloud& cloud)
     widgets::tip(cloud.store);
     ImGui::TextDisabled("%s points", grouped(cloud.points).c_str());
     // One line, so that all rows are as high.
-    ImGui::TextDisabled("%s", cloud.system ? shownName(cloud.system->name()).c_str() : "no coordinate system");
+    ImGui::TextDisabled("%s",
+                        cloud.system ? shownName(cloud.system->name()).c_str() : "no coordinate system");
     widgets::tip(cloud.system ? cloud.system->description() : "The file states none that is known");
     ImGui::TableNextColumn();
     if (button("Frame", "Look at this cloud")) lookAtCloud(cloud);

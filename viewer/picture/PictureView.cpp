@@ -131,7 +131,8 @@ Status PictureView::settle(double timeoutSeconds, const std::atomic<bool>* cance
 {
     _viewer.getCamera()->setClearColor(_scene.drawing().background);
     _services->setBudget(_scene.largestPoints());
-    if (_services->settle(_viewer, std::chrono::duration<double>(timeoutSeconds), cancel)) return checkPoints(_scene);
+    if (_services->settle(_viewer, std::chrono::duration<double>(timeoutSeconds), cancel))
+        return checkPoints(_scene);
     if (cancel && *cancel) return Status::failure("cancelled before all points were there");
     return Status::failure("not all points were there after " +
                            std::to_string(static_cast<int>(timeoutSeconds)) +

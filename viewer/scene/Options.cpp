@@ -334,7 +334,8 @@ void describeOptions(osg::ApplicationUsage& usage)
     usage.addCommandLineOption(
         "--point-sizing SIZING",
         "fixed: --point-size (the default); spacing: as large as the space between points, so that surfaces "
-        "are closed from near, and --point-size at least; spacing,FACTOR: times a factor. Default: 2, which closes uneven scans.");
+        "are closed from near, and --point-size at least; spacing,FACTOR: times a factor. Default: 2, which "
+        "closes uneven scans.");
     usage.addCommandLineOption("--edl", "Shade the points by eye-dome lighting.");
     usage.addCommandLineOption("--edl-strength N", "How much it darkens, above 0 to 10. Default: 1.5.");
     usage.addCommandLineOption("--edl-radius N",

@@ -371,7 +371,8 @@ Status run(const Script& script, osgViewer::Viewer& viewer, Scene& scene, const 
     const uint64_t lost = runner.countLost();
     if (lost > 0) told += "; " + describeLost(lost) + ", so end the script with save";
     if (!status || lost > 0) return Status::failure(script.name + ": " + told);
-    if (!told.empty()) std::fprintf(stderr, "brxview: %s: %s\n", printable(script.name).c_str(), printable(told).c_str());
+    if (!told.empty())
+        std::fprintf(stderr, "brxview: %s: %s\n", printable(script.name).c_str(), printable(told).c_str());
     return Status();
 }
 
