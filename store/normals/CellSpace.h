@@ -22,6 +22,14 @@ struct SpacePoint
     uint64_t index; ///< in the order of the store
 };
 
+inline double squaredDistance(const Position& a, const Position& b)
+{
+    double sum = 0;
+    for (size_t axis = 0; axis < 3; ++axis)
+        sum += (a[axis] - b[axis]) * (a[axis] - b[axis]);
+    return sum;
+}
+
 /// A box, open at its upper faces.
 struct SpaceBox
 {

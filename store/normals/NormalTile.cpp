@@ -1,15 +1,16 @@
 #include "store/normals/NormalTile.h"
 
-#include <nanoflann.hpp>
+#include "store/normals/LeafNeighbours.h"
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
+#include <utility>
 
 namespace VelBrx {
 
 namespace {
 
-constexpr size_t kLeafPoints = 12;
 constexpr size_t kStepPoints = 4096;
 /// Radius that holds a point's neighbours on an even surface, times this, is loaded around a tile.
 constexpr double kMarginFactor = 3;
@@ -23,67 +24,7 @@ Status cannotRead()
     return Status::failure("its points cannot be read; the disk fails or the file is being cut");
 }
 
-double squaredDistance(const Position& a, const Position& b)
-{
-    double sum = 0;
-    for (size_t axis = 0; axis < 3; ++axis)
-        sum += (a[axis] - b[axis]) * (a[axis] - b[axis]);
-    return sum;
-}
-
-/// Points as nanoflann wants them.
-struct Cloud
-{
-    const std::vector<SpacePoint>& points;
-
-    size_t kdtree_get_point_count() const { return points.size(); }
-    double kdtree_get_pt(size_t index, size_t axis) const { return points[index].position[axis]; }
-    template <class Bounds>
-    bool kdtree_get_bbox(Bounds&) const
-    {
-        return false;
-    }
-};
-
-/// Takes what nanoflann finds. It offers points nearer than `worstDist` only; a little more than the reach
-/// lets points at equal distance through.
-struct FoundPoints
-{
-    NeighbourSet& found;
-    const std::vector<SpacePoint>& points;
-
-    size_t size() const { return found.size(); }
-    bool full() const { return found.isFull(); }
-    double worstDist() const { return found.reach() * (1 + std::numeric_limits<double>::epsilon()); }
-    bool addPoint(double squaredDistance, uint32_t index)
-    {
-        found.offer(squaredDistance, points[index]);
-        return true;
-    }
-};
-
 } // namespace
-
-class NormalTile::Tree
-{
-public:
-    explicit Tree(const std::vector<SpacePoint>& points)
-        : _cloud{points}, _index(3, _cloud, nanoflann::KDTreeSingleIndexAdaptorParams(kLeafPoints))
-    {
-        _index.buildIndex();
-    }
-
-    void search(const Position& place, NeighbourSet& found) const
-    {
-        FoundPoints result{found, _cloud.points};
-        _index.findNeighbors(result, place.data(), nanoflann::SearchParams());
-    }
-
-private:
-    const Cloud _cloud;
-    nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<double, Cloud>, Cloud, 3, uint32_t>
-        _index;
-};
 
 NormalTile::NormalTile(const CellSpace& space, const SpaceBox& box, size_t neighbours)
     : _space(space), _box(box), _found(neighbours)
@@ -98,22 +39,34 @@ Status NormalTile::compute(std::vector<PointNormal>& normals, const Step& step)
     const SpaceBox loaded = _box.grown(margin(_points.size()));
     if (!load(loaded)) return cannotRead();
 
-    const Tree tree(_points);
+    const NeighbourTree tree(std::move(_points));
+    const auto near = std::make_unique<LeafNeighbours>(tree, _found.capacity());
     std::vector<const Position*> positions;
     uint64_t told = 0;
-    for (const SpacePoint& point : _points) {
-        if (!_box.contains(point.position)) continue;
-        _found.clear();
-        tree.search(point.position, _found);
-        const double depth = loaded.depth(point.position);
-        if (!(_found.reach() < depth * depth)) {
-            _found.clear();
-            forgetCells();
-            if (Status status = searchStore(0, point.position); !status) return status;
+    for (const NeighbourTree::Node& leaf : tree.nodes()) {
+        if (!leaf.isLeaf || !leaf.touches(_box)) continue;
+        near->begin(leaf);
+        for (uint32_t i = leaf.first; i < leaf.last; ++i) {
+            const SpacePoint& point = tree.points()[i];
+            if (!_box.contains(point.position)) continue;
+            double reach = near->find(point.position, positions);
+            if (reach == kInfinity) {
+                _found.clear();
+                tree.search(point.position, _found);
+                _found.positions(positions);
+                reach = _found.reach();
+                near->note(reach);
+            }
+            const double depth = loaded.depth(point.position);
+            if (!(reach < depth * depth)) {
+                _found.clear();
+                forgetCells();
+                if (Status status = searchStore(0, point.position); !status) return status;
+                _found.positions(positions);
+            }
+            normals.push_back({point.index, planeNormal(positions.data(), positions.size())});
         }
-        _found.positions(positions);
-        normals.push_back({point.index, planeNormal(positions.data(), positions.size())});
-        if (normals.size() - told == kStepPoints) {
+        if (normals.size() - told >= kStepPoints) {
             if (Status status = step(normals.size() - told); !status) return status;
             told = normals.size();
         }
@@ -185,12 +138,10 @@ Status NormalTile::searchCell(size_t cell, const Position& place)
     if (known == _cells.end()) {
         std::vector<SpacePoint> points;
         if (!_space.readCell(cell, kEverywhere, points)) return cannotRead();
-        known = _cells.emplace(cell, std::move(points)).first;
-        _cellPoints += known->second.size();
+        known = _cells.emplace(cell, NeighbourTree(std::move(points))).first;
+        _cellPoints += known->second.points().size();
     }
-    for (const SpacePoint& point : known->second)
-        if (const double distance = squaredDistance(point.position, place); distance <= _found.reach())
-            _found.offer(distance, point);
+    known->second.search(place, _found);
     return {};
 }
 

@@ -3,7 +3,7 @@
 #include <VelBrx/Status.h>
 
 #include "store/normals/CellSpace.h"
-#include "store/normals/NeighbourSet.h"
+#include "store/normals/NeighbourTree.h"
 
 #include <array>
 #include <cstdint>
@@ -37,8 +37,6 @@ public:
     Status compute(std::vector<PointNormal>& normals, const Step& step);
 
 private:
-    class Tree;
-
     bool load(const SpaceBox& box);
     bool loadCells(size_t cell, const SpaceBox& box);
     double margin(size_t ownPoints) const;
@@ -49,9 +47,9 @@ private:
     const CellSpace& _space;
     const SpaceBox _box;
     NeighbourSet _found;
-    std::vector<SpacePoint> _points;                            ///< loaded
-    std::unordered_map<size_t, std::vector<SpacePoint>> _cells; ///< read by `searchCell`, whole
-    size_t _cellPoints = 0;                                     ///< in _cells
+    std::vector<SpacePoint> _points;                  ///< loaded
+    std::unordered_map<size_t, NeighbourTree> _cells; ///< read by `searchCell`, whole
+    size_t _cellPoints = 0;                           ///< in _cells
 };
 
 } // namespace VelBrx

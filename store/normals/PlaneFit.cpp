@@ -39,20 +39,28 @@ Eigen::Vector3d normalOf(const Eigen::Matrix3d& covariance)
 
 std::array<float, 3> planeNormal(const Position* const* positions, size_t count)
 {
-    Eigen::Vector3d mean = Eigen::Vector3d::Zero();
     const Position& origin = *positions[0]; // sums stay small and exact around it
-    const auto local = [&](size_t i) {
-        const Position& p = *positions[i];
-        return Eigen::Vector3d(p[0] - origin[0], p[1] - origin[1], p[2] - origin[2]);
-    };
+    double mean[3] = {0, 0, 0};
     for (size_t i = 0; i < count; ++i)
-        mean += local(i);
-    mean /= static_cast<double>(count);
-    Eigen::Matrix3d covariance = Eigen::Matrix3d::Zero();
+        for (size_t axis = 0; axis < 3; ++axis)
+            mean[axis] += (*positions[i])[axis] - origin[axis];
+    for (double& sum : mean)
+        sum /= static_cast<double>(count);
+    double xx = 0, xy = 0, xz = 0, yy = 0, yz = 0, zz = 0;
     for (size_t i = 0; i < count; ++i) {
-        const Eigen::Vector3d difference = local(i) - mean;
-        covariance.noalias() += difference * difference.transpose();
+        const Position& p = *positions[i];
+        const double x = p[0] - origin[0] - mean[0];
+        const double y = p[1] - origin[1] - mean[1];
+        const double z = p[2] - origin[2] - mean[2];
+        xx += x * x;
+        xy += x * y;
+        xz += x * z;
+        yy += y * y;
+        yz += y * z;
+        zz += z * z;
     }
+    Eigen::Matrix3d covariance;
+    covariance << xx, xy, xz, xy, yy, yz, xz, yz, zz;
     const Eigen::Vector3f normal = normalOf(covariance).cast<float>();
     return {normal[0], normal[1], normal[2]};
 }

@@ -7,6 +7,7 @@ cmake_minimum_required(VERSION 3.24)
 # Each line: a folder, then the folders below it, which it may include from. A folder stands for those in it, too, unless
 # they have a line of their own.
 set(layers
+  "simd|"
   "store/io|"
   "store/las|store/io"
   "store|store/io store/las"
@@ -15,13 +16,13 @@ set(layers
   "store/folder|store store/io store/journal"
   "store/part|store store/io store/las"
   "store/export|store store/io store/las store/part"
-  "store/normals|store store/io store/las"
+  "store/normals|store store/io store/las simd"
   "store/sample|store store/io store/las"
   "osgutils|"
   "loading|osgutils store store/io"
   "lod|loading osgutils"
   "render|loading lod osgutils store"
-  "edit|loading lod osgutils store store/io store/journal store/normals"
+  "edit|simd loading lod osgutils store store/io store/journal store/normals"
   "cull|edit loading lod osgutils store/io store/journal"
   "category|edit loading lod osgutils store store/io store/journal"
   "session|category cull edit loading lod osgutils store store/io store/journal"

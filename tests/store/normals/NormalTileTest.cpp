@@ -152,10 +152,14 @@ TEST_F(NormalTileTest, OfUnequalScalesAreThoseOfTheRealShape)
     }
 }
 
-TEST_F(NormalTileTest, OfManyPointsInOnePlaceAreDefined)
+TEST_F(NormalTileTest, OfManyPointsInOnePlaceAndOfATinyCrowdAreDefined)
 {
+    std::mt19937 random(3);
+    const auto within = [&random](unsigned width) { return static_cast<int32_t>(random() % width); };
     for (int i = 0; i < 3000; ++i)
         las.addPoint(5, 5, 5);
+    for (int i = 0; i < 3000; ++i)
+        las.addPoint(3000000 + within(200), 7000 + within(200), within(200));
     for (int i = 0; i < 3; ++i)
         las.addPoint(100000, 100000 + i, 100000);
     expectWholeCloud();
