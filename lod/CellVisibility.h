@@ -29,8 +29,12 @@ public:
     /// No plane of some whole group has the cell's box, in world coordinates, entirely on its negative side.
     bool isInside(const CellTable::Cell& cell) const;
 
+    /// Every cell of the subtree is inside. May say false where that is so.
+    bool includes(const CellTable::Subtree& subtree) const;
+
 private:
     osg::Matrixd _localToWorld;
+    bool _isAffine;
     std::vector<osg::Plane> _planes; ///< whole groups only
     int _planesPerGroup;
 };
@@ -44,9 +48,17 @@ public:
     /// Some side has the cell's box entirely outside.
     bool exclude(const CellTable::Cell& cell) const;
 
+    /// Every side would have something inside of every cell of the subtree, whatever its place in it.
+    bool include(const CellTable::Subtree& subtree) const;
+
 private:
     struct Side
     {
+        float distance(float x, float y, float z) const
+        {
+            return static_cast<float>(a * x + b * y + c * z + d);
+        }
+
         double a, b, c, d; ///< local coordinates, positive inside
     };
     std::array<Side, 6> _sides;
@@ -67,13 +79,15 @@ struct CameraGeometry
     osg::Vec3d up;
 };
 
-/// The test of `FixPointCloudLod`. Like every cell test: 2 wanted, 0 or 1 not.
+/// The test of `FixPointCloudLod`. Like every cell test: 2 wanted, 0 or 1 not. `wantsAll` may say false where
+/// each cell of a subtree is wanted, never true where one is not.
 class RegionVisibility
 {
 public:
     RegionVisibility(const VelOsgDBBrx::FrameStamp& frameStamp, const osg::Matrixd& localToWorld);
 
     int checkCellIsVisiable(const CellTable::Cell& cell) const;
+    bool wantsAll(const CellTable::Subtree& subtree) const { return _region.includes(subtree); }
 
 private:
     RegionTest _region;
@@ -88,18 +102,23 @@ public:
                      const osg::Matrixd& localToWorld);
 
     int checkCellIsVisiable(const CellTable::Cell& cell) const;
+    bool wantsAll(const CellTable::Subtree& subtree) const;
 
 private:
     double projectedSize(const CellTable::Cell& cell) const;
+    double greatestDepth(const CellTable::Subtree& subtree) const;
 
     FrustumSides _sides;
     osg::Matrixd _localToWorld;
     bool _perspective;
-    double _height;      ///< viewport height, pixels
-    double _tangent;     ///< perspective: the factor of the depth
-    osg::Vec3d _eye;     ///< world
-    osg::Vec3f _forward; ///< world, unit length
-    double _orthoScale;  ///< orthographic: pixels per world unit
+    double _height;         ///< viewport height, pixels
+    double _tangent;        ///< perspective: the factor of the depth
+    osg::Vec3d _eye;        ///< world
+    osg::Vec3f _forward;    ///< world, unit length
+    osg::Vec3d _depthSlope; ///< of the depth, in local coordinates
+    double
+        _greatestScale; ///< no local length is longer in the world by more; infinite where that has no bound
+    double _orthoScale; ///< orthographic: pixels per world unit
     RegionTest _region;
 };
 
@@ -115,6 +134,7 @@ public:
                       const osg::Matrixd& localToWorld, double pixels);
 
     int checkCellIsVisiable(const CellTable::Cell& cell) const;
+    bool wantsAll(const CellTable::Subtree& subtree) const;
 
 private:
     bool spansEnough(const CellTable::Cell& cell) const;

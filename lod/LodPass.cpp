@@ -37,13 +37,12 @@ LodPass& LodPass::operator=(const LodPass& other)
 void LodPass::clear()
 {
     for (size_t i = 0; i < _levelCount; ++i) {
-        _levels[i].loaded.clear();
-        _levels[i].missing.clear();
+        _levels[i].wanted.clear();
         _levels[i].points = 0;
     }
     for (size_t i = 0; i < _viewCount; ++i) {
         for (size_t level = 0; level < _levelCount; ++level) {
-            _views[i].levels[level].cells.clear();
+            _views[i].levels[level].wanted.clear();
             _views[i].levels[level].points = 0;
         }
         _views[i].points = _views[i].spent = 0;
@@ -63,38 +62,46 @@ CellTable& LodPass::cellTable(OctreeInfo& octree)
 
 void LodPass::removeAll(OctreeInfo& octree)
 {
-    std::vector<CellTable::Cell>& cells = cellTable(octree).cells;
-    if (!cells.empty()) remove(cells.front());
+    CellTable& table = cellTable(octree);
+    const size_t removals = _removals.size();
+    remove({&table, table.all()});
+    sortRemovals(removals);
 }
 
 void LodPass::abandon(OctreeInfo& octree, osgUtil::IncrementalCompileOperation* incremental)
 {
-    for (CellTable::Cell& cell : cellTable(octree).cells) {
-        if (!cell.loaded) continue;
-        cell.loaded = false;
-        CellData& data = *cell.data;
+    CellTable& table = cellTable(octree);
+    table.forEach(table.all(), true, [&](size_t cell) {
+        table.setLoaded(cell, false);
+        CellData& data = table.data(cell);
         withdrawCompileSet(data, incremental);
         osg::ref_ptr<osg::Group> group;
         data.group.lock(group);
         if (auto* cloud = dynamic_cast<PointCloudLOD*>(group.get())) cloud->addOrphan(data.node);
         data.node = nullptr;
-    }
+    });
 }
 
-void LodPass::remove(CellTable::Cell& cell)
+void LodPass::remove(const Part& part)
 {
-    CellTable::Cell* const first = &cell;
-    for (uint32_t i = 0; i < first->subtreeSize; ++i)
-        if (first[i].loaded) _removals.push_back(first + i);
+    part.table->forEach(part.cells, true, [&](size_t cell) { _removals.push_back({part.table, cell}); });
+}
+
+/// Cells of one octree leave in depth-first order.
+void LodPass::sortRemovals(size_t from)
+{
+    std::sort(_removals.begin() + static_cast<std::ptrdiff_t>(from), _removals.end(),
+              [](const Place& a, const Place& b) { return a.table->place(a.cell) < b.table->place(b.cell); });
 }
 
 void LodPass::admitLevels(uint64_t maximumPoints)
 {
     uint64_t accumulated = 0;
     for (size_t i = 0; i < _levelCount; ++i) {
-        Level& level = _levels[i];
+        const Level& level = _levels[i];
         if (i > 0 && accumulated + level.points >= maximumPoints) {
-            _removals.insert(_removals.end(), level.loaded.begin(), level.loaded.end());
+            for (const Part& part : level.wanted)
+                remove(part);
             continue;
         }
         accumulated += level.points;
@@ -108,9 +115,10 @@ void LodPass::admitAllLevels()
         admit(_levels[i]);
 }
 
-void LodPass::admit(Level& level)
+void LodPass::admit(const Level& level)
 {
-    _loads.insert(_loads.end(), level.missing.begin(), level.missing.end());
+    for (const Part& part : level.wanted)
+        part.table->forEach(part.cells, false, [&](size_t cell) { _loads.push_back({part.table, cell}); });
 }
 
 void LodPass::beginView()
@@ -135,9 +143,11 @@ void LodPass::admitViews(uint64_t maximumPoints)
 void LodPass::countPoints(View& view) const
 {
     for (size_t level = 0; level < _levelCount; ++level) {
-        for (const CellTable::Cell* cell : view.levels[level].cells)
-            view.levels[level].points += static_cast<double>(cell->points) / cell->views;
-        view.points += view.levels[level].points;
+        double& points = view.levels[level].points;
+        for (const auto& [table, cells] : view.levels[level].wanted)
+            for (size_t cell = cells.first; cell < cells.end; ++cell)
+                points += static_cast<double>(table->points(cell)) / table->views[cell];
+        view.points += points;
     }
 }
 
@@ -155,27 +165,40 @@ void LodPass::divide(uint64_t maximumPoints)
 
 void LodPass::admit(View& view, size_t level, uint64_t maximumPoints, uint64_t& accumulated)
 {
-    const ViewLevel& wanted = view.levels[level];
+    const ViewLevel& wants = view.levels[level];
     uint64_t points = 0; // that no other view has brought in
-    for (const CellTable::Cell* cell : wanted.cells)
-        if (!cell->admitted) points += static_cast<uint64_t>(cell->points);
-    if (level > 0 && (view.spent + wanted.points >= view.share || accumulated + points >= maximumPoints))
+    for (const auto& [table, cells] : wants.wanted)
+        for (size_t cell = cells.first; cell < cells.end; ++cell)
+            if (!table->admitted[cell]) points += static_cast<uint64_t>(table->points(cell));
+    if (level > 0 && (view.spent + wants.points >= view.share || accumulated + points >= maximumPoints))
         return;
-    view.spent += wanted.points;
+    view.spent += wants.points;
     accumulated += points;
-    for (CellTable::Cell* cell : wanted.cells) {
-        if (!cell->admitted && !cell->loaded) _loads.push_back(cell);
-        cell->admitted = true;
-    }
+    for (const Part& part : wants.wanted)
+        admitCells(part);
+}
+
+/// Of those that another view brought in already, none is read twice.
+void LodPass::admitCells(const Part& part)
+{
+    std::vector<uint8_t>& admitted = part.table->admitted;
+    part.table->forEach(part.cells, false, [&](size_t cell) {
+        if (!admitted[cell]) _loads.push_back({part.table, cell});
+    });
+    std::fill(admitted.begin() + static_cast<std::ptrdiff_t>(part.cells.first),
+              admitted.begin() + static_cast<std::ptrdiff_t>(part.cells.end), uint8_t{1});
 }
 
 void LodPass::removeOthers(OctreeInfo& octree)
 {
-    for (CellTable::Cell& cell : cellTable(octree).cells) {
-        if (cell.loaded && !cell.admitted) _removals.push_back(&cell);
-        cell.views = 0;
-        cell.admitted = false;
-    }
+    CellTable& table = cellTable(octree);
+    const size_t removals = _removals.size();
+    table.forEach(table.all(), true, [&](size_t cell) {
+        if (table.admitted.empty() || !table.admitted[cell]) _removals.push_back({&table, cell});
+    });
+    sortRemovals(removals);
+    table.views.clear();
+    table.admitted.clear();
 }
 
 uint64_t LodPass::wantedPoints() const
@@ -188,15 +211,15 @@ uint64_t LodPass::wantedPoints() const
 
 void LodPass::unload()
 {
-    for (CellTable::Cell* cell : _removals)
-        unload(*cell);
+    for (const Place& place : _removals) {
+        place.table->setLoaded(place.cell, false);
+        CellData& data = place.table->data(place.cell);
+        if (data.node) unload(data);
+    }
 }
 
-void LodPass::unload(CellTable::Cell& cell)
+void LodPass::unload(CellData& data)
 {
-    CellData& data = *cell.data;
-    cell.loaded = false;
-    if (!data.node) return;
     withdrawCompileSet(data, _incremental);
     osg::ref_ptr<osg::Group> group;
     data.group.lock(group);
@@ -236,15 +259,16 @@ bool LodPass::load(const std::atomic<bool>& abort)
         if (abort)
             complete = false;
         else
-            load(*_loads[static_cast<size_t>(i)]);
+            load(_loads[static_cast<size_t>(i)].table->data(_loads[static_cast<size_t>(i)].cell));
     }
+    for (const Place& place : _loads)
+        place.table->setLoaded(place.cell, place.table->data(place.cell).node.valid());
     return complete;
 }
 
 /// A cell that cannot be read now stays as it is; later passes try again.
-void LodPass::load(CellTable::Cell& cell)
+void LodPass::load(CellData& data)
 {
-    CellData& data = *cell.data;
     osg::ref_ptr<osg::Node> node;
     try {
         node = VelOsgDBBrx::PCDataManager::getInstance()->acquireNodeOrCreate(&data);
@@ -252,9 +276,8 @@ void LodPass::load(CellTable::Cell& cell)
         return;
     }
     if (!node || node == data.node) return;
-    if (data.node) unload(cell);
+    if (data.node) unload(data);
     compile(data, *node);
-    cell.loaded = true;
 }
 
 void LodPass::compile(CellData& data, osg::Node& node)

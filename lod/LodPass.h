@@ -8,6 +8,7 @@
 #include <osg/ref_ptr>
 #include <osgUtil/IncrementalCompileOperation>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -34,7 +35,8 @@ public:
     void clear();
 
     /// Sorts the cells of an octree into wanted ones, by level, and ones to remove. `Visibility` has
-    /// `int checkCellIsVisiable(const CellTable::Cell&) const`.
+    /// `int checkCellIsVisiable(const CellTable::Cell&) const`, and `bool wantsAll(const CellTable::Subtree&)
+    /// const`: true where that would be 2 for every cell of the subtree, false where it takes a look at each.
     template <class Visibility>
     void traver(OctreeInfo& octree, const Visibility& visibility);
 
@@ -77,17 +79,30 @@ public:
     bool load(const std::atomic<bool>& abort);
 
 private:
+    /// Cells of one level of an octree.
+    struct Part
+    {
+        CellTable* table;
+        CellTable::Range cells;
+    };
+
+    /// One cell.
+    struct Place
+    {
+        CellTable* table;
+        size_t cell;
+    };
+
     struct Level
     {
-        std::vector<CellTable::Cell*> loaded;
-        std::vector<CellTable::Cell*> missing;
+        std::vector<Part> wanted;
         uint64_t points = 0;
     };
 
     /// What one view wants of a level.
     struct ViewLevel
     {
-        std::vector<CellTable::Cell*> cells;
+        std::vector<Part> wanted;
         double points = 0; ///< the view's part of them
     };
     struct View
@@ -98,18 +113,30 @@ private:
         double spent = 0;
     };
 
+    /// Cells of a level whose parents are wanted.
+    struct Open
+    {
+        CellTable::Range cells;
+        bool areWanted; ///< with all that is below them
+    };
+
     template <class Visibility, class Want, class Refuse>
-    static void walk(std::vector<CellTable::Cell>& cells, const Visibility& visibility, const Want& want,
-                     const Refuse& refuse);
+    void walk(const CellTable& table, const Visibility& visibility, const Want& want, const Refuse& refuse);
+    template <class Visibility, class Want>
+    void walkOpen(const CellTable& table, const Visibility& visibility, const Want& want);
+    static void append(std::vector<Open>& open, const Open& more);
+    static void append(std::vector<Part>& parts, const Part& more);
     static CellTable& cellTable(OctreeInfo& octree);
     void countPoints(View& view) const;
     void divide(uint64_t maximumPoints);
     void admit(View& view, size_t level, uint64_t maximumPoints, uint64_t& accumulated);
-    void remove(CellTable::Cell& cell);
-    void admit(Level& level);
+    void admitCells(const Part& part);
+    void remove(const Part& part);
+    void sortRemovals(size_t from);
+    void admit(const Level& level);
     static void withdrawCompileSet(CellData& data, osgUtil::IncrementalCompileOperation* incremental);
-    void unload(CellTable::Cell& cell);
-    void load(CellTable::Cell& cell);
+    void unload(CellData& data);
+    void load(CellData& data);
     void compile(CellData& data, osg::Node& node);
 
     osg::ref_ptr<osgUtil::IncrementalCompileOperation> _incremental;
@@ -121,50 +148,105 @@ private:
     std::vector<View> _views;
     size_t _viewCount = 0;       ///< views in use
     uint64_t _wantedByViews = 0; ///< points
-    std::vector<CellTable::Cell*> _removals;
-    std::vector<CellTable::Cell*> _loads;
+    std::vector<Place> _removals;
+    std::vector<Place> _loads;
+    std::vector<Open> _open;  ///< of the level that a walk is at
+    std::vector<Open> _below; ///< of the next one
 };
 
-/// Calls `want` for every cell that passes the test and whose parents all do, `refuse` for the first on each
-/// way down that does not. In depth-first order the cells of one level come in the same order whether parents
-/// stand before or after their children.
+/// Goes down level by level through the cells whose parents are all wanted: `want(level, range)` for those
+/// that are wanted, too, in the order of their numbers, and `refuse(range)` for what lies between, with all
+/// that is below.
 template <class Visibility, class Want, class Refuse>
-void LodPass::walk(std::vector<CellTable::Cell>& cells, const Visibility& visibility, const Want& want,
+void LodPass::walk(const CellTable& table, const Visibility& visibility, const Want& want,
                    const Refuse& refuse)
 {
-    for (size_t i = 0; i < cells.size();) {
-        CellTable::Cell& cell = cells[i];
-        if (visibility.checkCellIsVisiable(cell) != 2) {
-            refuse(cell);
-            i += cell.subtreeSize;
+    _open.clear();
+    if (table.levels() > 0) _open.push_back({table.level(0), false});
+    size_t level = 0;
+    for (; !_open.empty(); ++level) {
+        size_t done = table.level(level).first;
+        _below.clear();
+        walkOpen(table, visibility, [&](const CellTable::Range& cells) {
+            want(level, cells);
+            if (done < cells.first) refuse({done, cells.first});
+            done = cells.end;
+        });
+        refuse({done, table.level(level).end});
+        _open.swap(_below);
+    }
+    if (level < table.levels()) refuse({table.level(level).first, table.all().end});
+}
+
+template <class Visibility, class Want>
+void LodPass::walkOpen(const CellTable& table, const Visibility& visibility, const Want& want)
+{
+    for (const Open& open : _open) {
+        if (open.areWanted) {
+            want(open.cells);
+            append(_below, {table.children(open.cells), true});
             continue;
         }
-        want(cell);
-        ++i;
+        for (size_t cell = open.cells.first; cell < open.cells.end; ++cell) {
+            if (visibility.checkCellIsVisiable(table.cells[cell]) != 2) continue;
+            want({cell, cell + 1});
+            const CellTable::Range children = table.children({cell, cell + 1});
+            if (!children.isEmpty()) append(_below, {children, visibility.wantsAll(table.subtrees[cell])});
+        }
     }
+}
+
+inline void LodPass::append(std::vector<Open>& open, const Open& more)
+{
+    if (more.cells.isEmpty()) return;
+    if (!open.empty() && open.back().cells.end == more.cells.first && open.back().areWanted == more.areWanted)
+        open.back().cells.end = more.cells.end;
+    else
+        open.push_back(more);
+}
+
+inline void LodPass::append(std::vector<Part>& parts, const Part& more)
+{
+    if (!parts.empty() && parts.back().table == more.table && parts.back().cells.end == more.cells.first)
+        parts.back().cells.end = more.cells.end;
+    else
+        parts.push_back(more);
 }
 
 template <class Visibility>
 void LodPass::traver(OctreeInfo& octree, const Visibility& visibility)
 {
-    const auto want = [this](CellTable::Cell& cell) {
-        Level& level = _levels[cell.level];
-        (cell.loaded ? level.loaded : level.missing).push_back(&cell);
-        level.points += static_cast<uint64_t>(cell.points);
-        if (cell.level >= _levelCount) _levelCount = cell.level + size_t{1};
-    };
-    walk(cellTable(octree).cells, visibility, want, [this](CellTable::Cell& cell) { remove(cell); });
+    CellTable& table = cellTable(octree);
+    const size_t removals = _removals.size();
+    walk(
+        table, visibility,
+        [&](size_t level, const CellTable::Range& cells) {
+            append(_levels[level].wanted, {&table, cells});
+            _levels[level].points += static_cast<uint64_t>(table.points(cells));
+            _levelCount = std::max(_levelCount, level + 1);
+        },
+        [&](const CellTable::Range& cells) {
+            remove({&table, cells});
+        });
+    sortRemovals(removals);
 }
 
 template <class Visibility>
 void LodPass::want(OctreeInfo& octree, const Visibility& visibility)
 {
+    CellTable& table = cellTable(octree);
+    table.views.resize(table.cells.size());
+    table.admitted.resize(table.cells.size());
     View& view = _views[_viewCount - 1];
-    const auto want = [&](CellTable::Cell& cell) {
-        view.levels[cell.level].cells.push_back(&cell);
-        if (cell.views == 0) _wantedByViews += static_cast<uint64_t>(cell.points);
-        if (cell.views < 255) ++cell.views;
-        if (cell.level >= _levelCount) _levelCount = cell.level + size_t{1};
-    };
-    walk(cellTable(octree).cells, visibility, want, [](CellTable::Cell&) {});
+    walk(
+        table, visibility,
+        [&](size_t level, const CellTable::Range& cells) {
+            append(view.levels[level].wanted, {&table, cells});
+            for (size_t cell = cells.first; cell < cells.end; ++cell) {
+                if (table.views[cell] == 0) _wantedByViews += static_cast<uint64_t>(table.points(cell));
+                if (table.views[cell] < 255) ++table.views[cell];
+            }
+            _levelCount = std::max(_levelCount, level + 1);
+        },
+        [](const CellTable::Range&) {});
 }

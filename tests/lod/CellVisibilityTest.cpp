@@ -163,16 +163,18 @@ TEST(CellVisibility, AgreesWithTheStatedTestsOnRandomCellsAndCameras)
         const CameraVisibility camera(scene.stamp->mainCamera(), *scene.stamp, scene.octree->transform);
         const RegionVisibility region(*scene.stamp, scene.octree->transform);
         const osg::ref_ptr<CellTable> table = new CellTable(*scene.octree);
-        for (const CellTable::Cell& cell : table->cells) {
+        for (size_t i = 0; i < table->cells.size(); ++i) {
+            const CellTable::Cell& cell = table->cells[i];
+            const CellData& data = table->data(i);
             const int answer = camera.checkCellIsVisiable(cell);
-            ASSERT_EQ(answer, stated.camera(*cell.data)) << "seed " << seed << ", " << cell.data->identifier;
-            ASSERT_EQ(region.checkCellIsVisiable(cell), stated.fixed(*cell.data)) << "seed " << seed;
+            ASSERT_EQ(answer, stated.camera(data)) << "seed " << seed << ", " << data.identifier;
+            ASSERT_EQ(region.checkCellIsVisiable(cell), stated.fixed(data)) << "seed " << seed;
             ++answers[answer];
 
             CellTable::Cell resized = cell;
             resized.resolutionLength = 1e9;
             if (camera.checkCellIsVisiable(resized) == 0) continue; // outside the frustum
-            resized.resolutionLength = stated.leastResolutionLength(*cell.data);
+            resized.resolutionLength = stated.leastResolutionLength(data);
             ASSERT_NE(camera.checkCellIsVisiable(resized), 0) << "seed " << seed << ", half a pixel";
             resized.resolutionLength = std::nextafter(resized.resolutionLength, 0.0);
             ASSERT_EQ(camera.checkCellIsVisiable(resized), 0) << "seed " << seed << ", a bit below";

@@ -1,6 +1,7 @@
 #include "lod/CellVisibility.h"
 #include "store/StoreIndex.h"
 #include "tests/support/HandOctree.h"
+#include "tests/support/PlainWalk.h"
 
 #include <VelOsgDBBrx/FrameStamp.h>
 
@@ -182,25 +183,21 @@ public:
                 index.cells.push_back({level, code, {{0, 16384}}});
             }
         octree = handOctree(deriveCells(index));
-        table = new CellTable(*octree);
     }
 
     template <class Visibility>
     double pointsWanted(const Visibility& visibility) const
     {
         double points = 0;
-        for (size_t i = 0; i < table->cells.size();) {
-            const CellTable::Cell& cell = table->cells[i];
-            const bool wanted = visibility.checkCellIsVisiable(cell) == 2;
-            if (wanted) points += static_cast<double>(cell.points);
-            i += wanted ? 1 : cell.subtreeSize;
-        }
+        walkPlainly(
+            *octree->root, *octree, visibility,
+            [&](const CellData& cell) { points += static_cast<double>(cell.record.segments.front().count); },
+            [](const CellData&) {});
         return points;
     }
 
     static constexpr double kSize = 1024;
     osg::ref_ptr<OctreeInfo> octree;
-    osg::ref_ptr<CellTable> table;
 };
 
 /// Oblique cameras from 5 to 120 degrees: from one place, and from as far as keeps 60 m of ground in the

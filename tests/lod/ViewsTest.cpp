@@ -1,6 +1,7 @@
 #include "lod/CellVisibility.h"
 #include "tests/support/HandOctree.h"
 #include "tests/support/PagingScene.h"
+#include "tests/support/PlainWalk.h"
 #include "tests/support/ThreadingModels.h"
 
 #include <VelOsgDBBrx/CellData.h>
@@ -41,14 +42,10 @@ Cells cellsWanted(const OctreeInfo& octree, const osg::Matrixd& localToWorld,
 {
     const osg::ref_ptr<VelOsgDBBrx::FrameStamp> noRegion = new VelOsgDBBrx::FrameStamp;
     const CameraVisibility visibility(camera, *noRegion, localToWorld);
-    const osg::ref_ptr<CellTable> table = new CellTable(octree);
     Cells wanted;
-    for (size_t i = 0; i < table->cells.size();) {
-        const CellTable::Cell& cell = table->cells[i];
-        const bool isWanted = visibility.checkCellIsVisiable(cell) == 2;
-        if (isWanted) wanted.insert(cell.data);
-        i += isWanted ? 1 : cell.subtreeSize;
-    }
+    walkPlainly(
+        *octree.root, octree, visibility, [&](const CellData& cell) { wanted.insert(&cell); },
+        [](const CellData&) {});
     return wanted;
 }
 
