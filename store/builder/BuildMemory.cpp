@@ -52,6 +52,7 @@ Status BuildMemory::plan(const BuildOptions& options, uint64_t pointCount, Build
         std::min(std::max(kChunkPoints, pointCount / kMostChunks), memory.pointsAtOnce / memory.threads);
     if (options.chunkPoints) memory.chunkPoints = std::min(memory.chunkPoints, options.chunkPoints);
     memory.columnPoints = std::min(kColumnFactor * memory.chunkPoints, memory.pointsAtOnce / memory.threads);
+    memory.keptBytes = memory.total / 3;
     memory.bufferBytes = memory.total / 4;
     return {};
 }

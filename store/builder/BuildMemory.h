@@ -24,6 +24,7 @@ struct BuildMemory
     uint64_t chunkPoints = 0;  ///< points of a chunk, where it can be divided
     uint64_t columnPoints = 0; ///< points of a chunk that is a narrow column
     uint64_t pointsAtOnce = 0; ///< points of all chunks that are in memory at the same time
+    uint64_t keptBytes = 0;    ///< decoded points between the first reading and the last
     uint64_t bufferBytes = 0;  ///< buffers of all chunks together while points are handed out to them
 };
 

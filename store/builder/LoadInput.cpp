@@ -74,7 +74,8 @@ Status scanSources(SourceSet& sources, const BuildMemory& memory, ParallelRun& r
     if (needsCounts && makeStoreGrid(sources.statedExtents(), stated))
         counts = std::make_unique<ColumnCounts>(stated, *plan);
     run.begin("scanning");
-    if (Status status = sources.scan(run, count); !status || !sources.areReadable()) return status;
+    if (Status status = sources.scan(run, memory.keptBytes, count); !status || !sources.areReadable())
+        return status;
     if (Status status = makeStoreGrid(sources.extents(), grid); !status) return status;
     if (counts && !areSame(stated, grid)) counts.reset();
     for (unsigned passes = kPasses + 1; plan->openCount() > 0; ++passes) {

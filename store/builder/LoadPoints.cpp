@@ -94,12 +94,14 @@ Status loadPoints(SourceSet& sources, const StoreGrid& grid, const ChunkPlan& pl
         StatisticsCollector ofPart(sources.pointCount());
         const BuildSource& source = sources.sources()[parts[i].source];
         Status loaded;
-        const Status read = source.points->readPart(parts[i].index, [&](const PointBatch& batch) {
+        const auto use = [&](const PointBatch& batch) {
             loaded = loader.load(parts[i].source, batch, ofPart);
             const Status goesOn = run.step(batch.records.size() / source.format.recordLength());
             if (loaded) loaded = goesOn;
             return loaded;
-        });
+        };
+        const Status read = sources.readPart(parts[i], use, RecordFields::All);
+        sources.forget(parts[i]);
         if (loaded && !read) sources.noteUnreadable(parts[i].source, read);
         const std::lock_guard lock(mutex);
         all.add(ofPart);

@@ -90,6 +90,7 @@ Status SourceSet::dropUnreadable()
     for (auto place = _unreadable.rbegin(); place != _unreadable.rend(); ++place)
         _sources.erase(_sources.begin() + static_cast<std::ptrdiff_t>(*place));
     _unreadable.clear();
+    _kept.clear();
     _pointCount = 0;
     for (BuildSource& source : _sources) {
         source.firstOrdinal = _pointCount;
@@ -119,23 +120,34 @@ Status SourceSet::open(const std::string& path, bool isOnly)
     return {};
 }
 
-Status SourceSet::scan(ParallelRun& run, const BatchVisitor& visit)
+Status SourceSet::scan(ParallelRun& run, uint64_t keptBytes, const BatchVisitor& visit)
 {
     const std::vector<Part> all = parts();
-    std::mutex mutex;                       // guards the sources' scans
+    _kept.assign(all.size(), {});
+    std::mutex mutex;                       // guards the sources' scans and keptBytes
     std::atomic<bool> hasWideColors{false}; // one is enough: the others need not be decoded
+    const auto takeRoom = [&](uint64_t size) {
+        const std::lock_guard lock(mutex);
+        const bool fits = size > 0 && size <= keptBytes;
+        if (fits) keptBytes -= size;
+        return fits;
+    };
     const Status status = run.forEach(all.size(), [&](size_t i) -> Status {
         BuildSource& source = _sources[all[i].source];
+        const bool isKept = takeRoom(source.points->decodedSize(all[i].index));
         RecordScan scan;
         Status step;
         const auto use = [&](const PointBatch& batch) {
             const size_t count = batch.records.size() / source.format.recordLength();
             source.format.scan(batch.records.data(), count, scan);
             visit(all[i].source, batch);
+            if (isKept) _kept[i].push_back(batch);
             return step = run.step(count);
         };
-        const Status read = source.points->readPart(
-            all[i].index, use, hasWideColors ? RecordFields::Places : RecordFields::PlacesAndColors);
+        const RecordFields fields = isKept          ? RecordFields::All
+                                    : hasWideColors ? RecordFields::Places
+                                                    : RecordFields::PlacesAndColors;
+        const Status read = source.points->readPart(all[i].index, use, fields);
         if (scan.maxColor > kMaxNarrowColor) hasWideColors = true;
         const std::lock_guard lock(mutex);
         source.scan.add(scan);
@@ -157,8 +169,22 @@ Status SourceSet::read(ParallelRun& run, const BatchVisitor& visit) const
             visit(all[i].source, batch);
             return run.step(batch.records.size() / source.format.recordLength());
         };
-        return source.points->readPart(all[i].index, use, RecordFields::Places);
+        return readPart(all[i], use, RecordFields::Places);
     });
+}
+
+Status SourceSet::readPart(const Part& part, const PointSource::Use& use, RecordFields fields) const
+{
+    const std::vector<PointBatch>& kept = _kept[part.number];
+    if (kept.empty()) return _sources[part.source].points->readPart(part.index, use, fields);
+    for (const PointBatch& batch : kept)
+        if (Status status = use(batch); !status) return status;
+    return {};
+}
+
+void SourceSet::forget(const Part& part)
+{
+    _kept[part.number] = {};
 }
 
 void SourceSet::noteHeader(const BuildSource& source)
@@ -233,7 +259,7 @@ std::vector<SourceSet::Part> SourceSet::parts() const
     std::vector<Part> all;
     for (size_t source = 0; source < _sources.size(); ++source)
         for (uint64_t index = 0; index < _sources[source].points->partCount(); ++index)
-            all.push_back({source, index});
+            all.push_back({source, index, all.size()});
     return all;
 }
 

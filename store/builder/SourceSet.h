@@ -49,9 +49,9 @@ public:
     using BatchVisitor = std::function<void(size_t source, const PointBatch& batch)>;
 
     /// Reads the places of all points once, and as many colours as it takes to know their width. Afterwards
-    /// `notes` says what is wrong in the headers. Succeeds too where some cannot be
-    /// read: see `areReadable`.
-    Status scan(ParallelRun& run, const BatchVisitor& visit);
+    /// `notes` says what is wrong in the headers. Of compressed sources up to `keptBytes` of decoded records
+    /// stay in memory for the readings to come. Succeeds too where some cannot be read: see `areReadable`.
+    Status scan(ParallelRun& run, uint64_t keptBytes, const BatchVisitor& visit);
 
     /// Reads the places of all points once more.
     Status read(ParallelRun& run, const BatchVisitor& visit) const;
@@ -74,9 +74,16 @@ public:
     {
         size_t source;
         uint64_t index;
+        size_t number; ///< among all parts
     };
     /// All parts of all sources in order.
     std::vector<Part> parts() const;
+
+    /// `PointSource::readPart`, from memory where the part was kept. Any thread.
+    Status readPart(const Part& part, const PointSource::Use& use, RecordFields fields) const;
+
+    /// Gives back the memory of a part that is not read again. Any thread; nobody reads the part.
+    void forget(const Part& part);
 
     /// What seemed wrong with the files, and with their points as far as they have been decoded.
     std::vector<std::string> notes() const;
@@ -88,7 +95,8 @@ private:
     std::vector<BuildSource> _sources;
     mutable std::mutex _badMutex; ///< guards the two below while points are read
     std::vector<Status> _bad;
-    std::set<size_t> _unreadable; ///< places in `_sources`
+    std::set<size_t> _unreadable;               ///< places in `_sources`
+    std::vector<std::vector<PointBatch>> _kept; ///< by part, whole records; empty where it was not kept
     uint64_t _pointCount = 0;
     std::vector<std::string> _notes;
 };

@@ -42,6 +42,9 @@ public:
     virtual Status readPart(uint64_t index, const Use& use,
                             RecordFields fields = RecordFields::All) const = 0;
 
+    /// The size of a part's records where they must be decoded, 0 where they are read as they stand.
+    virtual uint64_t decodedSize(uint64_t /*part*/) const { return 0; }
+
     /// What seemed wrong with the points read until now, a line each without the path.
     virtual std::vector<std::string> notes() const { return {}; }
 

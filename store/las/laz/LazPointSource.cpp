@@ -75,6 +75,11 @@ void LazPointSource::giveBack(std::unique_ptr<Worker> worker) const
     _idle.clear();
 }
 
+uint64_t LazPointSource::decodedSize(uint64_t part) const
+{
+    return file().laz->chunks.chunks[part].pointCount * file().recordLength;
+}
+
 std::vector<std::string> LazPointSource::notes() const
 {
     if (_doubtful == 0) return {};

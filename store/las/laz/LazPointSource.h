@@ -22,6 +22,7 @@ public:
 
     uint64_t partCount() const override;
     Status readPart(uint64_t index, const Use& use, RecordFields fields) const override;
+    uint64_t decodedSize(uint64_t part) const override;
     std::vector<std::string> notes() const override;
 
 private:
