@@ -10,6 +10,7 @@
 #include <VelOsgDBBrx/IPointCloud.h>
 #include <VelOsgDBBrx/LasReaderWriter.h>
 #include <VelOsgDBBrx/LoadBrxTool.h>
+#include <VelOsgDBBrx/SurfaceView.h>
 
 #include <osg/Geometry>
 #include <osg/Program>
@@ -79,7 +80,8 @@ void addCells(CellData& cell, PointCloudLOD& lod)
         addCells(*child, lod);
 }
 
-/// A cloud with all its cells, and the same arrays in plain geometries under a trivial program.
+/// A cloud with all its cells, with a surface of its ground too, and the same arrays in plain geometries
+/// under a trivial program.
 class Scenes
 {
 public:
@@ -97,11 +99,14 @@ public:
         program->addShader(new osg::Shader(osg::Shader::VERTEX, kTrivialVertexShader));
         program->addShader(new osg::Shader(osg::Shader::FRAGMENT, kTrivialFragmentShader));
         plain->getOrCreateStateSet()->setAttributeAndModes(program);
+        surface->addChild(cloud);
+        surface->setActive(true);
         bound = cloud->getBound();
     }
 
     osg::ref_ptr<PointCloudImpl> cloud;
     osg::ref_ptr<osg::Group> plain = new osg::Group;
+    osg::ref_ptr<VelOsgDBBrx::SurfaceView> surface = new VelOsgDBBrx::SurfaceView; ///< of the cloud
     osg::BoundingSphere bound;
 
 private:
@@ -148,10 +153,17 @@ void drawPlainGeometries(benchmark::State& state)
     drawFrames(state, scenes().plain);
 }
 
+void drawSurface(benchmark::State& state)
+{
+    drawFrames(state, scenes().surface);
+}
+
 } // namespace
 
 BENCHMARK(drawCloud)->Name("draw a million points/ours")->UseRealTime();
 BENCHMARK(drawPlainGeometries)->Name("draw a million points/limit")->UseRealTime();
+BENCHMARK(drawSurface)->Name("draw a million points and a surface/ours")->UseRealTime();
+BENCHMARK(drawCloud)->Name("draw a million points and a surface/limit")->UseRealTime();
 
 int main(int argc, char** argv)
 {

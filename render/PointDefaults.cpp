@@ -43,7 +43,6 @@ const UniformList& defaultUniforms()
         new osg::Uniform("activeClip", false),
         new osg::Uniform("activeNormal", false),
         new osg::Uniform("activeClassFilter", false),
-        new osg::Uniform("hidesSurfaceClasses", false),
         new osg::Uniform("activeDClipPlane", false),
         new osg::Uniform("cloudPlaneNum", 0),
         new osg::Uniform("isUseSectionPlane", false),
@@ -65,9 +64,9 @@ const UniformList& defaultUniforms()
 }
 
 /// They switch more on than the points themselves.
-constexpr const char* kExtras[] = {"activeClip",          "activeNormal",          "activeClassFilter",
-                                   "hidesSurfaceClasses", "activeDClipPlane",      "cloudPlaneNum",
-                                   "isUseSectionPlane",   "activelineEnHancement", "normalLight"};
+constexpr const char* kExtras[] = {
+    "activeClip",    "activeNormal",      "activeClassFilter",     "activeDClipPlane",
+    "cloudPlaneNum", "isUseSectionPlane", "activelineEnHancement", "normalLight"};
 
 /// One bit a default uniform, then these.
 constexpr size_t kMaxUniforms = 30;

@@ -95,6 +95,8 @@ osg::ref_ptr<osg::Program> makeProgram(PointProgram program)
         return makeScreenProgram("surface_pull.frag");
     case PointProgram::SurfacePush:
         return makeScreenProgram("surface_push.frag");
+    case PointProgram::SurfaceRelief:
+        return makeScreenProgram("surface_relief.frag");
     case PointProgram::SurfaceShade:
         return makeScreenProgram("surface_shade.frag");
     case PointProgram::ElevationLit:

@@ -23,6 +23,7 @@ enum class PointProgram
     Surface,           ///< the points of a surface
     SurfacePull,       ///< a coarser level of them
     SurfacePush,       ///< a level of the closed surface
+    SurfaceRelief,     ///< its shade
     SurfaceShade,      ///< the surface, as it is seen
     ElevationLit,      ///< for triangle meshes, writes no picking outputs
     ClassificationLit, ///< for triangle meshes, writes no picking outputs

@@ -31,7 +31,7 @@ void SurfacePass::begin(osg::RenderInfo& renderInfo)
     glGetIntegerv(GL_VIEWPORT, _viewport);
     _hasScissor = glIsEnabled(GL_SCISSOR_TEST) == GL_TRUE;
     if (_hasScissor) glDisable(GL_SCISSOR_TEST);
-    const SurfaceGrid& points = _target->samples.front();
+    const SurfaceGrid& points = _target->grids.front();
     points.frameBuffer->apply(*renderInfo.getState());
     glViewport(0, 0, points.width, points.height);
     glClearColor(0, 0, 0, 0);
@@ -42,13 +42,11 @@ void SurfacePass::end(osg::RenderInfo& renderInfo) const
 {
     osg::State& state = *renderInfo.getState();
     state.pushStateSet(_settings);
-    for (const std::vector<SurfaceGrid>* grids : {&_target->samples, &_target->closed}) {
-        for (const SurfaceGrid& grid : *grids) {
-            if (!grid.state) continue;
-            grid.frameBuffer->apply(state);
-            glViewport(0, 0, grid.width, grid.height);
-            drawWith(*grid.state, state);
-        }
+    for (const SurfaceGrid& grid : _target->grids) {
+        if (!grid.state) continue;
+        grid.frameBuffer->apply(state);
+        glViewport(0, 0, grid.width, grid.height);
+        drawWith(*grid.state, state);
     }
     _bound.bind(state);
     glViewport(_viewport[0], _viewport[1], _viewport[2], _viewport[3]);

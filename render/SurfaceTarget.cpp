@@ -12,18 +12,21 @@ namespace {
 
 constexpr int kPixelsPerSample = 2; ///< of the viewport, in each direction
 constexpr size_t kMostLevels = 10;
+/// Pixels of a level. Processors that draw compile a program once more for sizes that are powers of two, and
+/// all sizes end there.
+constexpr int kSmallest = 3;
 
 constexpr osg::StateAttribute::OverrideValue kFirm =
     osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
 
-SurfaceGrid makeGrid(int width, int height)
+SurfaceGrid makeGrid(int width, int height, GLenum format = GL_RGBA32F_ARB)
 {
     SurfaceGrid grid;
     grid.width = width;
     grid.height = height;
     grid.texture = new osg::Texture2D;
     grid.texture->setTextureSize(width, height);
-    grid.texture->setInternalFormat(GL_RGBA32F_ARB);
+    grid.texture->setInternalFormat(static_cast<GLint>(format));
     grid.texture->setSourceFormat(GL_RGBA);
     grid.texture->setSourceType(GL_FLOAT);
     grid.texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::LINEAR);
@@ -58,63 +61,69 @@ void setLevel(osg::StateSet& state, size_t level)
     state.addUniform(new osg::Uniform("level", static_cast<int>(level)), kFirm);
 }
 
+/// Of the coarser level: half of it, and at least `kSmallest`.
 int half(int size)
 {
-    return (size + 1) / 2;
+    return std::max((size + 1) / 2, kSmallest);
 }
 
 } // namespace
 
 SurfaceTarget::SurfaceTarget(int width, int height) : viewportWidth(width), viewportHeight(height)
 {
-    samples.push_back(
-        makeGrid(std::max(1, width / kPixelsPerSample), std::max(1, height / kPixelsPerSample)));
-    samples.front().frameBuffer->setAttachment(
-        osg::Camera::DEPTH_BUFFER,
-        osg::FrameBufferAttachment(
-            new osg::RenderBuffer(samples.front().width, samples.front().height, GL_DEPTH_COMPONENT32F)));
-    while (samples.size() < kMostLevels && std::max(samples.back().width, samples.back().height) > 2) {
-        const SurfaceGrid& finer = samples.back();
+    const SurfaceGrid points =
+        makeGrid(std::max(1, width / kPixelsPerSample), std::max(1, height / kPixelsPerSample));
+    points.frameBuffer->setAttachment(osg::Camera::DEPTH_BUFFER,
+                                      osg::FrameBufferAttachment(new osg::RenderBuffer(
+                                          points.width, points.height, GL_DEPTH_COMPONENT32F)));
+    grids.push_back(points);
+    while (grids.size() < kMostLevels && std::max(grids.back().width, grids.back().height) > kSmallest) {
+        const SurfaceGrid& finer = grids.back();
         SurfaceGrid grid = makeGrid(half(finer.width), half(finer.height));
         grid.state = screenState(PointProgram::SurfacePull);
         read(*grid.state, 0, "finerSamples", finer);
-        setLevel(*grid.state, samples.size());
-        samples.push_back(grid);
+        setLevel(*grid.state, grids.size());
+        grids.push_back(grid);
     }
-    for (size_t level = samples.size(); level-- > 0;) {
-        SurfaceGrid grid = makeGrid(samples[level].width, samples[level].height);
+    const size_t levels = grids.size();
+    for (size_t level = levels; level-- > 0;) {
+        const bool isCoarsest = level + 1 == levels;
+        SurfaceGrid grid = makeGrid(grids[level].width, grids[level].height);
         grid.state = screenState(PointProgram::SurfacePush);
-        read(*grid.state, 0, "samples", samples[level]);
-        read(*grid.state, 1, "coarserSurface", closed.empty() ? samples[level] : closed.back());
-        grid.state->addUniform(new osg::Uniform("isCoarsest", closed.empty()), kFirm);
+        read(*grid.state, 0, "samples", grids[level]);
+        read(*grid.state, 1, "coarserSurface", isCoarsest ? grids[level] : grids.back());
+        grid.state->addUniform(new osg::Uniform("isCoarsest", isCoarsest), kFirm);
         setLevel(*grid.state, level);
-        closed.push_back(grid);
+        grids.push_back(grid);
     }
+    const SurfaceGrid surface = grids.back();
+    SurfaceGrid relief = makeGrid(surface.width, surface.height, GL_RGBA8);
+    relief.state = screenState(PointProgram::SurfaceRelief);
+    read(*relief.state, 0, "surface", surface);
+    setLevel(*relief.state, 0);
+    grids.push_back(relief);
     shading = screenState(PointProgram::SurfaceShade);
     shading->setAttributeAndModes(new osg::Depth(osg::Depth::LEQUAL), osg::StateAttribute::ON | kFirm);
-    read(*shading, 0, "surface", closed.back());
+    read(*shading, 0, "surface", surface);
+    read(*shading, 1, "relief", relief);
 }
 
 void SurfaceTarget::resizeGLObjectBuffers(unsigned maxSize)
 {
-    for (const std::vector<SurfaceGrid>* grids : {&samples, &closed}) {
-        for (const SurfaceGrid& grid : *grids) {
-            grid.frameBuffer->resizeGLObjectBuffers(maxSize);
-            grid.texture->resizeGLObjectBuffers(maxSize);
-            if (grid.state) grid.state->resizeGLObjectBuffers(maxSize);
-        }
+    for (const SurfaceGrid& grid : grids) {
+        grid.frameBuffer->resizeGLObjectBuffers(maxSize);
+        grid.texture->resizeGLObjectBuffers(maxSize);
+        if (grid.state) grid.state->resizeGLObjectBuffers(maxSize);
     }
     shading->resizeGLObjectBuffers(maxSize);
 }
 
 void SurfaceTarget::releaseGLObjects(osg::State* state) const
 {
-    for (const std::vector<SurfaceGrid>* grids : {&samples, &closed}) {
-        for (const SurfaceGrid& grid : *grids) {
-            grid.frameBuffer->releaseGLObjects(state);
-            grid.texture->releaseGLObjects(state);
-            if (grid.state) grid.state->releaseGLObjects(state);
-        }
+    for (const SurfaceGrid& grid : grids) {
+        grid.frameBuffer->releaseGLObjects(state);
+        grid.texture->releaseGLObjects(state);
+        if (grid.state) grid.state->releaseGLObjects(state);
     }
     shading->releaseGLObjects(state);
 }

@@ -22,13 +22,13 @@ struct SurfaceGrid
     int height = 0;
     osg::ref_ptr<osg::Texture2D> texture;
     osg::ref_ptr<osg::FrameBufferObject> frameBuffer;
-    osg::ref_ptr<osg::StateSet> state; ///< null for the one that points are drawn into
+    osg::ref_ptr<osg::StateSet> state; ///< null for what points are drawn into
 };
 
 /// The pictures of which a camera's surface is made, for a viewport of one size. Never changed once made.
 ///
-/// `samples` are pyramids of what the points give, each level at half the resolution of the one before;
-/// `closed` go back down, from the coarsest to the first level, which is the surface.
+/// First is a pyramid of what the points give, each level at half the resolution of the one before; then it
+/// goes back down, from the coarsest to the first level, which is the surface. Last is the surface's shade.
 class SurfaceTarget : public osg::Referenced
 {
 public:
@@ -37,8 +37,7 @@ public:
     const int viewportWidth; ///< pixels
     const int viewportHeight;
 
-    std::vector<SurfaceGrid> samples;
-    std::vector<SurfaceGrid> closed;
+    std::vector<SurfaceGrid> grids;      ///< each of those before it; points are drawn into the first
     osg::ref_ptr<osg::StateSet> shading; ///< draws the surface into what the camera draws to
 
     void resizeGLObjectBuffers(unsigned maxSize);

@@ -11,6 +11,7 @@
 #include <osg/Depth>
 #include <osg/Math>
 #include <osg/Uniform>
+#include <osg/ValueObject>
 #include <osgUtil/CullVisitor>
 
 #include <array>
@@ -25,6 +26,9 @@ namespace {
 constexpr int kBeginBin = -3;
 constexpr int kSampleBin = -2;
 constexpr int kFinishBin = -1;
+
+/// Of a camera, which then has it; a user value.
+constexpr char kLacksSurfaces[] = "VelOsgDBBrx.lacksSurfaces";
 
 constexpr osg::StateAttribute::OverrideValue kFirm =
     osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
@@ -94,13 +98,15 @@ public:
         settings = wanted;
         _sampleState = makeSampleState(wanted);
         _pointState = new osg::StateSet;
-        _pointState->addUniform(new osg::Uniform("hidesSurfaceClasses", true));
+        _pointState->setDefine("LEAVES_OUT_SURFACE");
         _pointState->addUniform(classUniform(wanted.classes));
-        _palette = settings.heights ? settings.heights->entries : std::vector<ColorEntry>(2);
         _constantState = new osg::StateSet;
-        const auto bytes = static_cast<unsigned>(_palette.size() * sizeof(ColorEntry));
+        if (!settings.heights) return;
+        const std::vector<ColorEntry>& palette = settings.heights->entries;
+        _constantState->setDefine("HAS_PALETTE");
+        const auto bytes = static_cast<unsigned>(palette.size() * sizeof(ColorEntry));
         osg::ref_ptr<osg::UByteArray> gradient = new osg::UByteArray(bytes);
-        std::memcpy(&gradient->front(), _palette.data(), bytes);
+        std::memcpy(&gradient->front(), palette.data(), bytes);
         bindStorageBuffer(*_constantState, StorageBuffer::Gradient, gradient);
     }
 
@@ -118,8 +124,7 @@ public:
         add("closing", static_cast<float>(settings.closing));
         add("viewportArea",
             osg::Vec4f(osg::Vec4d(viewport.x(), viewport.y(), viewport.width(), viewport.height())));
-        add("hasPalette", settings.heights.has_value());
-        add("elevationEntry", settings.heights ? settings.heights->range : osg::Vec2f(0, 1));
+        if (settings.heights) add("elevationEntry", settings.heights->range);
         return state;
     }
 
@@ -158,7 +163,6 @@ private:
     osg::ref_ptr<osg::StateSet> _sampleState; ///< these are of the settings, and never changed once made
     osg::ref_ptr<osg::StateSet> _pointState;
     osg::ref_ptr<osg::StateSet> _constantState;
-    std::vector<ColorEntry> _palette;
 };
 
 SurfaceView::SurfaceView() : _impl(std::make_unique<Impl>()) {}
@@ -192,6 +196,17 @@ const SurfaceSettings& SurfaceView::settings() const
     return _impl->settings;
 }
 
+void SurfaceView::setShownTo(osg::Camera& camera, bool shown)
+{
+    if (shown != isShownTo(camera)) camera.setUserValue(kLacksSurfaces, !shown);
+}
+
+bool SurfaceView::isShownTo(const osg::Camera& camera)
+{
+    bool lacks = false;
+    return !camera.getUserValue(kLacksSurfaces, lacks) || !lacks;
+}
+
 void SurfaceView::traverse(osg::NodeVisitor& visitor)
 {
     osgUtil::CullVisitor* cull = visitor.asCullVisitor();
@@ -199,9 +214,10 @@ void SurfaceView::traverse(osg::NodeVisitor& visitor)
         osg::Group::traverse(visitor);
         return;
     }
-    const bool picks = isOccluderInForce(*cull->getCurrentStateGraph());
+    const bool pointsAlone =
+        isOccluderInForce(*cull->getCurrentStateGraph()) || !isShownTo(*cull->getCurrentCamera());
     const osg::ref_ptr<SurfaceScope> scope =
-        picks ? osg::ref_ptr<SurfaceScope>(new SurfaceScope) : _impl->addPass(*cull);
+        pointsAlone ? osg::ref_ptr<SurfaceScope>(new SurfaceScope) : _impl->addPass(*cull);
     cull->pushStateSet(scope);
     osg::Group::traverse(visitor);
     cull->popStateSet();

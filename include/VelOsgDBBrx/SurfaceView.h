@@ -3,6 +3,7 @@
 #include <VelOsgDBBrx/Export.h>
 #include <VelOsgDBBrx/ShaderHelper.h>
 
+#include <osg/Camera>
 #include <osg/CopyOp>
 #include <osg/Group>
 
@@ -58,6 +59,11 @@ public:
 
     void setSettings(const SurfaceSettings& settings);
     const SurfaceSettings& settings() const;
+
+    /// Whether the pictures of a camera have surfaces: those of every camera at first. Without them it draws
+    /// all points as points, as one wants them that looks along the surface. Copies of the camera are alike.
+    static void setShownTo(osg::Camera& camera, bool shown);
+    static bool isShownTo(const osg::Camera& camera);
 
     void traverse(osg::NodeVisitor& visitor) override;
     void resizeGLObjectBuffers(unsigned maxSize) override;

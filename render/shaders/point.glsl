@@ -8,8 +8,9 @@
 // The application defines NO_EXTRAS where none of the uniforms that switch selection, clipping, the filters, a light
 // or an enhanced line on is set: most clouds are drawn so, and the shader is then less than half as long. It defines
 // IN_CLOUD for the cells of a point cloud. Other geometry is tested against every fixed-function plane, whether on
-// or off; a cloud leaves that to gl_ClipVertex, which heeds exactly the planes that are on for it.
-#pragma import_defines(NO_EXTRAS, IN_CLOUD)
+// or off; a cloud leaves that to gl_ClipVertex, which heeds exactly the planes that are on for it. It defines
+// LEAVES_OUT_SURFACE where a surface is drawn of the points of some classes.
+#pragma import_defines(NO_EXTRAS, IN_CLOUD, LEAVES_OUT_SURFACE)
 #include "attributes.glsl"
 #include "uniforms.glsl"
 #include "clipping.glsl"
@@ -31,6 +32,9 @@ flat out float ogpsTime;
 const float kNoLight = 0.0; // values of normalLight.w
 const float kSunLight = 2.0;
 const float kAmbientLight = 0.3;
+
+// Outside the picture, yet so near that no renderer has to clip what is there point by point.
+const vec4 kNowhere = vec4(1.5, 1.5, 0.0, 1.0);
 
 vec4 modeColor(dvec4 globalPosition);
 
@@ -66,7 +70,6 @@ void applyClassFilter()
 {
     int code = classCode();
     if (activeClassFilter && ((hiddenClasses[code >> 5] >> (code & 31)) & 1) != 0) cansee = 0.0;
-    if (hidesSurfaceClasses && isSurfaceClass(code)) cansee = 0.0;
 }
 
 // How much of the light the seen side of a surface catches: which side its normal points to is a convention, and on
@@ -171,4 +174,7 @@ void main()
     gl_PointSize = sizeOfPoint(gl_Position.w);
     enhanceLine(globalPosition);
     writePickPosition(globalPosition.xyz);
+#ifdef LEAVES_OUT_SURFACE
+    if (isSurfaceClass(classCode())) gl_Position = kNowhere;
+#endif
 }

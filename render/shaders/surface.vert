@@ -13,9 +13,9 @@ vec4 modeColor(dvec4 globalPosition)
     place = 0.5 * gl_Position.xy / gl_Position.w + 0.5;
     bool hidden = (categoryWithColorR & kHiddenBits) != 0;
 #ifdef IN_CLOUD
-    if (hidden || !isSurfaceClass(classCode())) gl_Position = vec4(2.0, 2.0, 2.0, 1.0);
+    if (hidden || !isSurfaceClass(classCode())) gl_Position = kNowhere;
 #else
-    gl_Position = vec4(2.0, 2.0, 2.0, 1.0);
+    gl_Position = kNowhere;
 #endif
     return vec4(1.0);
 }

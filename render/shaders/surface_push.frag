@@ -46,46 +46,40 @@ void main()
     float coarserDistance = hasCoarser ? distanceOf(coarser.x) : 0.0;
     float tolerance = depthTolerance(coarserDistance, float(level + 1));
     bool mayHide = hasCoarser && float(level) < coarser.z;
+    float least = mayHide ? nearnessOf(-coarserDistance - tolerance) : kNothing;
 
-    Sample around[9];
-    float nearest = 0.0;
-    bool hasAny = false;
+    vec4 around[9]; // texels of samples; nearness is kNothing where there is none, or one that is hidden
+    float nearest = kNothing;
     float covered = 0.0;
     for (int i = 0; i < 9; ++i) {
         ivec2 offset = ivec2(i % 3 - 1, i / 3 - 1);
         ivec2 inside = clamp(pixel + offset, ivec2(0), last);
-        Sample found = sampleOf(texelFetch(samples, inside, 0));
-        if (inside != pixel + offset) found.share *= 0.6; // nobody knows what is outside the picture
-        around[i] = found;
-        if (found.count == 0.0) continue;
-        covered += found.share * kWeights[offset.x + 1] * kWeights[offset.y + 1];
-        if (mayHide && distanceOf(found.nearness) > coarserDistance + tolerance) {
-            around[i].count = 0.0;
-            continue;
-        }
-        nearest = hasAny ? max(nearest, found.nearness) : found.nearness;
-        hasAny = true;
+        vec4 texel = texelFetch(samples, inside, 0);
+        float share = shareOf(texel) * kWeights[offset.x + 1] * kWeights[offset.y + 1];
+        covered += inside == pixel + offset ? share : 0.6 * share; // nobody knows what is outside the picture
+        if (texel.w == 0.0 || texel.x < least) texel.x = kNothing;
+        nearest = max(nearest, texel.x);
+        around[i] = texel;
     }
-    if (!hasAny) {
+    if (nearest == kNothing) {
         fragColor = coarser;
         return;
     }
     float distance = distanceOf(nearest);
-    float farthest = distance + depthTolerance(distance, float(level));
+    float farthest = nearnessOf(-distance - depthTolerance(distance, float(level)));
     vec2 pixels = max(floor(viewportArea.zw / kPixelsPerSample), 1.0) / exp2(float(level)); // of the whole picture
     float sum = 0.0, weights = 0.0, spacing = 0.0;
     for (int i = 0; i < 9; ++i) {
-        if (around[i].count == 0.0 || distanceOf(around[i].nearness) > farthest) continue;
-        float weight = kWeights[i % 3] * kWeights[i / 3];
-        sum += weight * (around[i].nearness - dot(slope, around[i].place * pixels - gl_FragCoord.xy));
-        spacing += weight * around[i].spacing;
+        float weight = around[i].x < farthest ? 0.0 : kWeights[i % 3] * kWeights[i / 3];
+        sum += weight * (around[i].x - dot(slope, around[i].yz * pixels - gl_FragCoord.xy));
+        spacing += weight * spacingOf(around[i]);
         weights += weight;
     }
     float here = sum / weights;
     float share = hasCoarser ? smoothstep(0.2, 0.6, weights) : 1.0;
     if (hasCoarser && abs(coarserDistance - distanceOf(here)) > tolerance) share = step(0.4, weights);
     bool closes = pixelLength(distance, float(level)) <= closing;
-    float isPoint = level == 0 && around[4].count > 0.0 ? 1.0 : 0.0;
+    float isPoint = level == 0 && around[4].x != kNothing ? 1.0 : 0.0;
     fragColor = vec4(mix(coarser.x, here, share), max(max(coarser.y, closes ? covered : 0.0), isPoint),
                      mix(coarser.z, spacing / weights, share), 1.0);
 }

@@ -5,6 +5,7 @@ uniform vec4 viewportArea; // left, bottom, width, height: pixels
 uniform int level;         // of what is drawn: its pixels are 2^level pixels of level 0
 
 const float kPixelsPerSample = 2.0; // of level 0
+const float kNothing = -1e30; // the nearness of what is not there
 const float kFewPoints = 3.0;       // they say nothing yet of how dense points are
 
 // The points in a pixel that belong to one piece of surface.
@@ -27,11 +28,19 @@ vec4 texelOf(Sample s)
     return vec4(s.nearness, s.place, rest);
 }
 
-Sample sampleOf(vec4 texel)
+float countOf(vec4 texel)
 {
-    int rest = int(texel.w);
-    return Sample(texel.x, texel.yz, float(rest & 3), float(rest >> 2 & 255) / kShareSteps,
-                  float(rest >> 10) / kSpacingSteps);
+    return float(int(texel.w) & 3);
+}
+
+float shareOf(vec4 texel)
+{
+    return float(int(texel.w) >> 2 & 255) / kShareSteps;
+}
+
+float spacingOf(vec4 texel)
+{
+    return float(int(texel.w) >> 10) / kSpacingSteps;
 }
 
 // Length in the world, across the view axis, of a pixel of a level.

@@ -10,8 +10,7 @@ uniform bool activeCullModel;  // culled points are hidden, else drawn in cullCo
 uniform bool activeNormal;
 uniform bool activeClassFilter;
 uniform int hiddenClasses[8];  // bit c % 32 of element c / 32: points of class c are hidden
-uniform bool hidesSurfaceClasses; // a surface is drawn of their points
-uniform int surfaceClasses[8];
+uniform int surfaceClasses[8]; // as above, of points that are on the surface
 uniform bool activeDClipPlane;
 uniform dvec4 clipPlane[8];
 uniform int cloudPlaneNum;     // planes of the cloud itself

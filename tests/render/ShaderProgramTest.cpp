@@ -92,6 +92,7 @@ TEST(ShaderPrograms, AreValidGlslAndTheirStagesFitTogether)
                                                         {"-DNO_EXTRAS"},
                                                         {"-DIN_CLOUD"},
                                                         {"-DNO_EXTRAS", "-DIN_CLOUD"},
+                                                        {"-DIN_CLOUD", "-DLEAVES_OUT_SURFACE"},
                                                         {"-DIN_CLOUD", "-DSIZED_BY_SPACING"}}) {
             std::vector<std::string> words = {VELBRX_GLSLANG_VALIDATOR, "-l"};
             words.insert(words.end(), defines.begin(), defines.end());

@@ -3,6 +3,7 @@
 #include "viewer/scene/StripHeights.h"
 
 #include <VelOsgDBBrx/PointCloudHelper.h>
+#include <VelOsgDBBrx/SurfaceView.h>
 
 #include <osg/Viewport>
 
@@ -96,4 +97,5 @@ void clipPicture(osg::Camera& camera, const std::vector<osg::Vec4d>& planes)
     holder->setStateSet(new osg::StateSet(*camera.getOrCreateStateSet()));
     VelOsgDBBrx::PointCloudHelper::setClipBox(holder, planes);
     camera.setStateSet(holder->getStateSet());
+    VelOsgDBBrx::SurfaceView::setShownTo(camera, planes.empty()); // a strip is looked along, not at
 }

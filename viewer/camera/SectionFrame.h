@@ -55,6 +55,7 @@ private:
     double _span = 1;
 };
 
-/// Shows in the pictures of a camera what is between the planes alone; none end that. World coordinates. May
-/// be called while draw threads use the camera's state of before.
+/// Shows in the pictures of a camera what is between the planes alone, all of it as points, also where there
+/// is a surface; none end that. World coordinates. May be called while draw threads use the camera's state of
+/// before.
 void clipPicture(osg::Camera& camera, const std::vector<osg::Vec4d>& planes);
