@@ -36,8 +36,11 @@ void holdFrameUntilStageEnds(osgUtil::CullVisitor& cull)
 
     // Stages of one traversal share the root: each needs a graph, and so a state set, of its own.
     const osg::ref_ptr<osg::StateSet> noState = new osg::StateSet;
+    const osg::ref_ptr<osgUtil::RenderLeaf> leaf =
+        new osgUtil::RenderLeaf(drawsNothing(), cull.getProjectionMatrix(), cull.getModelViewMatrix(), 0);
+    // A drawn stage clears its graphs, and the next one still starts from the last leaf.
+    noState->setUserData(leaf);
     osgUtil::StateGraph* graph = cull.getRootStateGraph()->find_or_insert(noState);
-    graph->addLeaf(
-        new osgUtil::RenderLeaf(drawsNothing(), cull.getProjectionMatrix(), cull.getModelViewMatrix(), 0));
+    graph->addLeaf(leaf);
     bin.addStateGraph(graph);
 }

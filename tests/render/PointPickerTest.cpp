@@ -168,6 +168,26 @@ TEST(PointPicker, AnswersTheLatestRequestOnly)
     EXPECT_FALSE(scene.picker->takeAnswer(point)) << "a camera that does not draw";
 }
 
+/// A click is of concern to several: each has a stage of its own, drawn one after the other.
+TEST(PointPicker, SeveralAnswerInOneFrame)
+{
+    PickScene scene(scatteredPoints());
+    const std::vector<TestPoint> points = scatteredPoints();
+    std::vector<osg::ref_ptr<PointPicker>> pickers = {scene.picker};
+    for (const int radius : {0, 9, 5})
+        scene.scene->addChild(pickers.emplace_back(new PointPicker(scene.scene, radius)));
+    for (size_t frame = 0; frame < 2; ++frame) {
+        for (size_t i = 0; i < pickers.size(); ++i)
+            pickers[i]->request(scene.viewer.camera(), column(points[i + frame]), row(points[i + frame]));
+        scene.viewer.frame();
+        for (size_t i = 0; i < pickers.size(); ++i) {
+            std::optional<PickedPoint> point;
+            ASSERT_TRUE(pickers[i]->takeAnswer(point) && point) << i;
+            EXPECT_EQ(point->gpsTime, points[i + frame].gpsTime) << i;
+        }
+    }
+}
+
 /// Asks for a pick while the answer to another is drawn.
 struct AskAgain : osg::Camera::DrawCallback
 {
