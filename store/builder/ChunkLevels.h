@@ -22,9 +22,9 @@ struct SortedPoints
     void sort() { sortByCode(points.get(), count, scratch.get(), ordinals.get()); }
 
     uint64_t count;
-    std::unique_ptr<TreePoint[]> points;
-    std::unique_ptr<TreePoint[]> scratch;
-    std::unique_ptr<uint64_t[]> ordinals;
+    Uninitialised<TreePoint> points;
+    Uninitialised<TreePoint> scratch;
+    Uninitialised<uint64_t> ordinals;
 };
 
 /// Decides the level of each point of a build. A level depends on the points of one column of level 0's grid.

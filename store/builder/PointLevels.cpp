@@ -10,7 +10,10 @@ namespace VelBrx {
 
 namespace {
 
-constexpr size_t kRadix = 256;
+constexpr unsigned kDigitBits =
+    10; ///< that a pass of the sort goes by; more make places that caches do not hold
+constexpr std::ptrdiff_t kAhead =
+    12; ///< points whose ordinals are fetched into the cache before they are ranked
 constexpr size_t kFewPoints = 256;
 constexpr unsigned kLargestDepth = 128; // a million random ranks need half of it
 
@@ -47,7 +50,8 @@ TreePoint* spreadEqual(TreePoint* points, size_t count, const uint64_t* ordinals
 class LevelAssigner
 {
 public:
-    explicit LevelAssigner(const uint64_t* ordinals) : _ordinals(ordinals) {}
+    /// `last`: behind all points that will come.
+    LevelAssigner(const uint64_t* ordinals, const TreePoint* last) : _ordinals(ordinals), _last(last) {}
 
     /// Leaves the points of [first, last), which share `digits` digits, that the grid of `digits` digits
     /// wants as candidates, lowest first; the others get their levels.
@@ -80,12 +84,14 @@ private:
         TreePoint* point;
     };
     const uint64_t* _ordinals;
+    const TreePoint* _last;
     std::vector<Candidate> _candidates;
 
     /// The points of one column of the finest grid.
     void pushPlaces(TreePoint* first, TreePoint* last)
     {
         for (TreePoint* end; first < last; first = end) {
+            if (_last - first > kAhead) __builtin_prefetch(&_ordinals[first[kAhead].index]);
             for (end = first + 1; end < last && end->code == first->code;)
                 ++end;
             TreePoint* const lowest =
@@ -163,16 +169,18 @@ void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint6
         different |= points[i].code ^ points[0].code;
     TreePoint* from = points;
     TreePoint* to = scratch;
-    for (unsigned shift = 0; shift < 64; shift += 8) {
-        if ((different >> shift & (kRadix - 1)) == 0) continue;
-        std::array<size_t, kRadix> starts{};
+    constexpr size_t kDigits = 1 << kDigitBits;
+    for (uint64_t left = different; left != 0;) { // bits that are the same in all codes need no pass
+        const auto shift = static_cast<unsigned>(__builtin_ctzll(left));
+        left &= ~(uint64_t{kDigits - 1} << shift);
+        std::array<size_t, kDigits> starts{};
         for (size_t i = 0; i < count; ++i)
-            ++starts[from[i].code >> shift & (kRadix - 1)];
+            ++starts[from[i].code >> shift & (kDigits - 1)];
         size_t start = 0;
         for (size_t& entry : starts)
             start += std::exchange(entry, start);
         for (size_t i = 0; i < count; ++i)
-            to[starts[from[i].code >> shift & (kRadix - 1)]++] = from[i];
+            to[starts[from[i].code >> shift & (kDigits - 1)]++] = from[i];
         std::swap(from, to);
     }
     if (from != points) std::copy(from, from + count, points);
@@ -185,8 +193,8 @@ void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint6
 
 void assignLevels(TreePoint* points, size_t count, const uint64_t* ordinals, unsigned digits)
 {
-    LevelAssigner assigner(ordinals);
     TreePoint* const last = points + count;
+    LevelAssigner assigner(ordinals, last);
     for (TreePoint *first = points, *end; first < last; first = end) {
         const uint64_t column = columnOf(first->code, digits);
         end = std::partition_point(

@@ -3,6 +3,7 @@
 #include "store/builder/ChunkPlan.h"
 #include "store/builder/SourceSet.h"
 #include "store/io/TemporaryFile.h"
+#include "store/io/Uninitialised.h"
 
 #include <VelThreads/Mutex.h>
 
@@ -12,13 +13,6 @@
 #include <vector>
 
 namespace VelBrx {
-
-/// Memory that is not touched before it is filled.
-template <typename T>
-std::unique_ptr<T[]> uninitialised(uint64_t count)
-{
-    return std::unique_ptr<T[]>(new T[count]);
-}
 
 /// The points of a build between reading and writing, in a temporary file: store records with their ordinals
 /// by chunk, their order in the cells when it is known, and what the store keeps by
@@ -89,7 +83,7 @@ private:
     struct Buffer
     {
         VelThreads::Mutex mutex;
-        std::unique_ptr<uint8_t[]> bytes VEL_GUARDED_BY(mutex);
+        Uninitialised<uint8_t> bytes VEL_GUARDED_BY(mutex);
         size_t filled VEL_GUARDED_BY(mutex) = 0;
         uint64_t written VEL_GUARDED_BY(mutex) = 0;
     };
