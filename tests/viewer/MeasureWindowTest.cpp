@@ -2,6 +2,7 @@
 
 #include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/JsonLines.h"
 #include "tests/support/PanelSettings.h"
 #include "tests/support/ProgramWindow.h"
 #include "tests/support/ReadFile.h"
@@ -9,7 +10,6 @@
 #include "tests/support/TestSurvey.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <osg/Vec2i>
 #include <osg/Vec3d>
 #include <osgDB/WriteFile>
@@ -18,7 +18,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <sstream>
 
 namespace {
 
@@ -195,10 +194,7 @@ TEST_F(MeasureWindow, HeightsAreAboveThePlaneOfTheClassesThatTheSurfaceShows)
     const ProgramResult result =
         runProgram({"env", "-C", folder.path(), BRXVIEW, "--script", "steps.json", store}, {"DISPLAY"});
     ASSERT_EQ(result.exitStatus, 0) << result.out << result.err;
-    std::vector<nlohmann::json> lines;
-    std::istringstream stream(result.out);
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(nlohmann::json::parse(line));
+    const std::vector<nlohmann::json> lines = jsonLines(result.out);
     const double ground = 100 + 0.125 * 8.25; // of the slope
     for (const size_t line : {1, 6}) {
         ASSERT_TRUE(lines[line].contains("figures")) << lines[line];

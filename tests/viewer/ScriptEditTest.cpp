@@ -1,5 +1,6 @@
 #include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/JsonLines.h"
 #include "tests/support/LasRecords.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
@@ -8,13 +9,11 @@
 #include <VelBrx/Verify.h>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <osgDB/ReadFile>
 
 #include <algorithm>
 #include <cstdlib>
 #include <numeric>
-#include <sstream>
 
 using nlohmann::json;
 
@@ -76,12 +75,8 @@ public:
         result = runProgram({BRXVIEW, "--force", "--no-legend", "--script", folder.file("edit.json"), path},
                             {"DISPLAY"});
         EXPECT_EQ(result.exitStatus, exitStatus) << result.out << result.err;
-        std::vector<json> lines;
-        std::istringstream stream(result.out);
-        for (std::string line; std::getline(stream, line);)
-            lines.push_back(json::parse(line));
         EXPECT_TRUE(VelBrx::verifyStore(path).empty());
-        return lines;
+        return jsonLines(result.out);
     }
 
     LasRecords records() const { return LasRecords(path); }

@@ -1,5 +1,6 @@
 #include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/JsonLines.h"
 #include "tests/support/LasRecords.h"
 #include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
@@ -12,7 +13,6 @@
 #include <VelBrx/Verify.h>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <osgDB/ReadFile>
 
 #include <algorithm>
@@ -21,7 +21,6 @@
 #include <cmath>
 #include <csignal>
 #include <filesystem>
-#include <sstream>
 #include <thread>
 
 #include <unistd.h>
@@ -65,10 +64,7 @@ protected:
     void finish(const ProgramResult& ended)
     {
         result = ended;
-        lines.clear();
-        std::istringstream stream(result.out);
-        for (std::string line; std::getline(stream, line);)
-            lines.push_back(json::parse(line));
+        lines = jsonLines(result.out);
     }
 
     /// The line of an operation after the window, counted from 1.

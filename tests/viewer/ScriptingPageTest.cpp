@@ -1,4 +1,5 @@
 #include "tests/support/DocsPage.h"
+#include "tests/support/JsonLines.h"
 #include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
@@ -7,26 +8,15 @@
 #include <VelBrx/SampleSurvey.h>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <set>
-#include <sstream>
 
 using nlohmann::json;
 
 namespace {
 
 const std::string kPage = VELBRX_SOURCE_DIR "/docs/scripting.md";
-
-std::vector<json> linesOf(const std::string& output)
-{
-    std::vector<json> lines;
-    std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(json::parse(line));
-    return lines;
-}
 
 std::set<std::string> membersOf(const json& object)
 {
@@ -56,7 +46,7 @@ TEST(ScriptingPage, ShowsScriptsThatRunAndTheLinesThatTheyPrint)
             {"env", "-C", folder.path(), BRXVIEW, "--force", "--script", "edit.json", "survey.las"},
             {"DISPLAY"});
         ASSERT_EQ(result.exitStatus, 0) << examples[i] << result.out << result.err;
-        const std::vector<json> lines = linesOf(result.out);
+        const std::vector<json> lines = jsonLines(result.out);
         const json steps = json::parse(examples[i]);
         ASSERT_EQ(lines.size(), steps.size() + 1) << result.out;
         for (size_t step = 0; step < steps.size(); ++step) {
@@ -74,7 +64,7 @@ TEST(ScriptingPage, ShowsScriptsThatRunAndTheLinesThatTheyPrint)
     EXPECT_EQ(shown, known);
 
     for (const std::string& block : codeBlocks(kPage, "jsonl")) {
-        for (const json& line : linesOf(block)) {
+        for (const json& line : jsonLines(block)) {
             const bool found = std::any_of(printed.begin(), printed.end(), [&](const json& other) {
                 return membersOf(other) == membersOf(line) && other.value("op", "") == line.value("op", "");
             });

@@ -2,6 +2,7 @@
 
 #include "tests/support/BuildStore.h"
 #include "tests/support/HeadlessViewer.h"
+#include "tests/support/JsonLines.h"
 #include "tests/support/ProgramWindow.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
@@ -9,10 +10,8 @@
 #include <VelBrx/PointCounts.h>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <osgDB/ReadFile>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -110,6 +109,7 @@ TEST_F(SectionWindow, AScriptDrawsAndEditsTheStripAlone)
 {
     const std::string steps = R"([
         {"op": "window", "width": 600, "height": 300},
+        {"op": "surface", "on": true, "classes": [2, 3, 4, 5], "points": false},
         {"op": "section", "from": [1234490, 6543209], "to": [1234530, 6543209], "width": 1},
         {"op": "section", "from": [1234509, 6543190], "to": [1234509, 6543230], "width": 1, "exaggeration": 20},
         {"op": "render", "file": "section.png"},
@@ -132,20 +132,18 @@ TEST_F(SectionWindow, AScriptDrawsAndEditsTheStripAlone)
     const ProgramResult result =
         runProgram({"env", "-C", folder.path(), BRXVIEW, "--script", "steps.json", store}, {"DISPLAY"});
     ASSERT_EQ(result.exitStatus, 0) << result.out << result.err;
-    std::vector<nlohmann::json> lines;
-    std::istringstream stream(result.out);
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(nlohmann::json::parse(line));
-    EXPECT_EQ(lines[5]["selected"], 20) << "a row";
-    EXPECT_EQ(lines[7]["selected"], 60);
-    EXPECT_EQ(lines[9]["points"], 60) << "nine metres on";
-    EXPECT_EQ(lines[11]["selected"], 340) << "the camera ends the section";
-    EXPECT_EQ(lines[12]["message"], "there is no section");
-    EXPECT_EQ(lines[14].count("message"), 0u);
-    EXPECT_NE(lines[16].count("message"), 0u) << "of another strip";
-    EXPECT_EQ(lines[18]["selected"], 20) << "of that strip alone";
+    const std::vector<nlohmann::json> lines = jsonLines(result.out);
+    EXPECT_EQ(lines[6]["selected"], 20) << "a row";
+    EXPECT_EQ(lines[8]["selected"], 60);
+    EXPECT_EQ(lines[10]["points"], 60) << "nine metres on";
+    EXPECT_EQ(lines[12]["selected"], 340) << "the camera ends the section";
+    EXPECT_EQ(lines[13]["message"], "there is no section");
+    EXPECT_EQ(lines[15].count("message"), 0u);
+    EXPECT_NE(lines[17].count("message"), 0u) << "of another strip";
+    EXPECT_EQ(lines[19]["selected"], 20) << "of that strip alone";
     const osg::ref_ptr<osg::Image> picture = osgDB::readRefImageFile(folder.file("section.png"));
     ASSERT_TRUE(picture);
+    // Points also where there is a surface of them.
     int rows = 0; // the columns beside this one lie 35 pixels higher and lower
     for (int y = 0; y < picture->t(); ++y)
         for (int x = 0, isNew = 1; x < picture->s(); ++x)
