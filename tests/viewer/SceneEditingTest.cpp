@@ -280,7 +280,7 @@ TEST_F(SceneEditingTest, ALineFindsThePointsUnderItsWholeWidthAndMakesThemStandO
     EXPECT_EQ(yellow(0, ShownSurvey::kSize), 0);
 }
 
-TEST_F(SceneEditingTest, ClassesAreCountedAsTheyAreNowThroughEditsSavesAndOtherStores)
+TEST_F(SceneEditingTest, ClassesAndHiddenPointsAreCountedAsTheyAreNowThroughEditsSavesAndOtherStores)
 {
     show();
     const auto update = [](ClassCounts& counts) {
@@ -293,6 +293,7 @@ TEST_F(SceneEditingTest, ClassesAreCountedAsTheyAreNowThroughEditsSavesAndOtherS
     const auto points = [&](int code) {
         ClassCounts fresh(shown.scene, *session);
         EXPECT_EQ(update(kept), update(fresh));
+        EXPECT_EQ(kept.hidden(), fresh.hidden());
         return kept.points()[static_cast<size_t>(code)];
     };
     kept.update();
@@ -339,7 +340,36 @@ TEST_F(SceneEditingTest, ClassesAreCountedAsTheyAreNowThroughEditsSavesAndOtherS
     EXPECT_EQ(points(7) + points(9), 2 * points(9)); // saved in the copy, and edited since in the first
     done(session->removeCloud(shown.scene.clouds().back().id));
     EXPECT_EQ(points(12), corner);
+    // Hidden points come from no record that was read: what operations tell is followed.
+    const auto hidden = [&] {
+        points(2);
+        return kept.hidden().value_or(9999);
+    };
+    EXPECT_EQ(hidden(), 0u);
+    done(session->hide(kCorner));
+    EXPECT_EQ(hidden(), corner);
+    done(session->undo());
+    EXPECT_EQ(hidden(), 0u);
+    done(session->redo());
+    opened = OpenedStore();
+    ASSERT_TRUE(openStore(copy, "", opened, note));
+    more.clear();
+    more.push_back(std::move(opened));
+    done(session->addClouds(std::move(more))); // that hides nothing yet
+    EXPECT_EQ(hidden(), corner);
+    done(session->hide(kAll));
+    EXPECT_EQ(hidden(), 800u);
+    done(session->undo());
+    done(session->show(kCorner));
+    EXPECT_EQ(hidden(), 0u);
+    done(session->undo());
+    done(session->hide(kAll));
+    done(session->removeCloud(shown.scene.clouds().back().id));
+    EXPECT_EQ(hidden(), 400u);
+    done(session->reset());
+    EXPECT_EQ(hidden(), 0u);
     done(session->undoAll());
+    EXPECT_EQ(hidden(), 0u);
 }
 
 /// No class that may change is none, and not all of them.

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <map>
 #include <thread>
 #include <utility>
 
@@ -36,6 +37,24 @@ bool showsAll(const DrawnPoints& drawn)
 {
     return drawn.clipPlanes.empty() && drawn.sectionPlanes.empty() && drawn.segments.empty() &&
            drawn.shownClasses.all();
+}
+
+/// Adds what an operation did. Those that walk over several steps tell the sum of what they hid and showed,
+/// and one that failed may have been done in part.
+void note(const EditOutcome& outcome, SceneEditing::HiddenChanges& changes)
+{
+    static const std::map<std::string, int> kSigns = {
+        {"hide", 1},       {"undo hide", -1}, {"redo hide", 1},  {"show", -1},       {"undo show", 1},
+        {"redo show", -1}, {"reset", -1},     {"undo reset", 1}, {"redo reset", -1}, {"undo edit", 0},
+        {"redo edit", 0},  {"undo all", 0},   {"step to", 0}};
+    const auto known = kSigns.find(outcome.operation);
+    if (known == kSigns.end() || outcome.isOwn || outcome.isCancelled) return;
+    if (outcome.ok && outcome.points == 0) return;
+    ++changes.operations;
+    if (outcome.ok && known->second != 0)
+        changes.points += known->second * static_cast<int64_t>(outcome.points);
+    else
+        ++changes.untold;
 }
 
 } // namespace
@@ -381,6 +400,7 @@ std::optional<EditOutcome> SceneEditing::poll()
     if (_running->outcome.ok && _running->conclude) _running->conclude(*_running);
     EditOutcome outcome = std::move(_running->outcome);
     _running.reset();
+    note(outcome, _hiddenChanges);
     if (_isSaving) _savedRevision = _revision + 1;
     ++_revision;
     _scene.followEdits();

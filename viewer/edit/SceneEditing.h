@@ -182,7 +182,16 @@ public:
     /// What it was when the last save had ended. Any thread.
     uint64_t savedRevision() const { return _savedRevision; }
 
-    /// Of these the ones that end with the program: no journal beside their store keeps them.
+    /// What the operations so far did to the number of hidden points.
+    struct HiddenChanges
+    {
+        int64_t points = 0;      ///< that they hid, less those that they brought back
+        uint64_t operations = 0; ///< that changed the number
+        uint64_t untold = 0;     ///< of these, the ones that are not in `points`
+    };
+    const HiddenChanges& hiddenChanges() const { return _hiddenChanges; }
+
+    /// Of the unsaved points the ones that end with the program: no journal beside their store keeps them.
     std::map<std::string, uint64_t> unkeptPoints() const;
 
 private:
@@ -229,5 +238,6 @@ private:
     std::atomic<uint64_t> _revision{0};
     std::atomic<uint64_t> _savedRevision{0};
     bool _isSaving = false; ///< the running operation is a save
+    HiddenChanges _hiddenChanges;
     VelOsgDBBrx::EditSession _session;
 };

@@ -59,6 +59,7 @@ std::string StatusLine::drawing() const
     char time[32];
     std::snprintf(time, sizeof time, "  ·  %.0f ms", std::ceil(1e3 * _facts.frameSeconds));
     text += time;
+    if (_facts.hidden > 0) text += "  ·  " + grouped(_facts.hidden) + " hidden";
     if (_facts.unsaved > 0) text += "  ·  " + grouped(_facts.unsaved) + " not saved";
     return text;
 }

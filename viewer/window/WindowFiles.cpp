@@ -77,7 +77,7 @@ void WindowFiles::update(bool isSettled)
     if (now - _lastLook < kLook) return;
     _lastLook = now;
     takeNews();
-    tellHidden(isSettled);
+    countHidden(isSettled);
     if (now - _lastCheck > kCheck) checkStores(now);
     if (now - _lastTick < kTick) return;
     _lastTick = now;
@@ -154,11 +154,20 @@ void WindowFiles::readClasses(const std::string& store)
     _stage.scene.setClassTable(chosen.table);
 }
 
-/// People who see a hole should know that it can be filled. The first picture comes first.
-void WindowFiles::tellHidden(bool isSettled)
+/// The first picture comes first.
+void WindowFiles::countHidden(bool isSettled)
 {
-    if (_uncounted.empty() || !isSettled || _files.isBusy()) return;
+    if (!isSettled || _files.isBusy()) return;
     _counts.update();
+    tellHidden();
+    const uint64_t hidden = _counts.hidden().value_or(_hidden);
+    if (std::exchange(_hidden, hidden) != hidden) _viewer.requestRedraw();
+}
+
+/// People who see a hole should know that it can be filled.
+void WindowFiles::tellHidden()
+{
+    if (_uncounted.empty()) return;
     uint64_t points = 0;
     std::vector<std::string> concerned;
     for (const std::string& store : _uncounted) {

@@ -42,6 +42,9 @@ public:
     /// Readable when files are dragged over the window, for `update`.
     int connection() const { return _dropped.connection(); }
 
+    /// That the stores hide, as far as they are counted.
+    uint64_t hiddenPoints() const { return _hidden; }
+
     /// Where names and colours of the classes are from; empty for the standard's.
     const std::string& classesFile() const { return _classesFile; }
 
@@ -62,7 +65,8 @@ private:
                                std::string& told) override;
     void takeNews();
     void readClasses(const std::string& store);
-    void tellHidden(bool isSettled);
+    void countHidden(bool isSettled);
+    void tellHidden();
     void tellReadErrors();
     void checkStores(Clock::time_point now);
     void updateTitle();
@@ -78,6 +82,7 @@ private:
     CloudsSection _section;
     DroppedFiles _dropped;
     ClassCounts& _counts;
+    uint64_t _hidden = 0;
     std::vector<std::string> _uncounted; ///< stores whose hidden points nobody was told of
     size_t _nextToCheck = 0;             ///< of the clouds, for read errors
     std::set<std::string> _unreadable;   ///< stores with read errors that were told

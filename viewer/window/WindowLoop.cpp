@@ -90,6 +90,6 @@ void drawUntilDone(WindowParts& parts)
             parts.moveLevel->wholeFrameTook(seconds, scene.drawing().framesPerSecond);
         }
         parts.status->tell({parts.moveLevel->points(), services.wantedPoints(), services.isSettled(), seconds,
-                            totalOf(parts.editing->unsavedPoints())});
+                            files.hiddenPoints(), totalOf(parts.editing->unsavedPoints())});
     }
 }
