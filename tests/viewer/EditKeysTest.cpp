@@ -4,7 +4,10 @@
 #include "tests/support/LasRecords.h"
 #include "tests/support/OtherEditor.h"
 #include "tests/viewer/ShownSurvey.h"
+#include "viewer/operation/EditOperations.h"
+#include "viewer/operation/Operations.h"
 #include "viewer/window/CloseRequests.h"
+#include "viewer/window/ToolMemory.h"
 #include "viewer/window/Window.h"
 
 #include <gtest/gtest.h>
@@ -381,4 +384,57 @@ TEST_F(EditKeysTest, NoKeyHasTwoMeaningsAndTheHelpAndThePagesListTheSame)
     const std::string sheet = VELBRX_SOURCE_DIR "/docs/guide/keys.md";
     if (std::getenv("VELBRX_WRITE_PAGES")) std::ofstream(sheet) << sheetOf(*help);
     EXPECT_EQ(readText(sheet), sheetOf(*help)) << "write it anew with VELBRX_WRITE_PAGES=1";
+}
+
+TEST_F(EditKeysTest, ToolsComeBackAsTheyWereLeftWithoutWhatIsOfOneSurvey)
+{
+    using VelOsgDBBrx::ValueRange;
+    const Stage stage{shown.scene, *session, {}};
+    ToolUse left(shown.scene, *views);
+    left.settings() = {{25, true}, 1.5, std::nullopt, 5000};
+    left.setLast(findTool('b'));
+    Request where(*findOperation("where"));
+    where.set("intensity", ValueRange{10});
+    where.set("height", ValueRange{100, 200});
+    where.set("classes", ClassSet().set(2).set(250));
+    carryOut(where, stage);
+    Request depth(*findOperation("depth"));
+    depth.set("of", std::string("front"));
+    depth.set("tolerance", 0.5);
+    carryOut(depth, stage);
+    const std::string file = shown.folder.file("settings.json");
+    Settings settings(file);
+    keepTools(left, shown.scene, settings);
+    ASSERT_TRUE(settings.save());
+
+    shown.scene.setEditLimits({});
+    ToolUse taken(shown.scene, *views);
+    recallTools(Settings(file), taken, stage);
+    EXPECT_EQ(taken.settings().brush.radius, 25);
+    EXPECT_TRUE(taken.settings().brush.isInWorld);
+    EXPECT_EQ(taken.settings().growDistance, 1.5);
+    EXPECT_FALSE(taken.settings().growAngle);
+    EXPECT_EQ(taken.settings().growLimit, 5000);
+    EXPECT_EQ(taken.last(), findTool('b'));
+    const Request ranges = rangesOf(shown.scene);
+    ASSERT_TRUE(ranges.has("intensity") && ranges.has("classes"));
+    EXPECT_EQ(ranges.get<ValueRange>("intensity").low, 10);
+    EXPECT_EQ(ranges.get<ValueRange>("intensity").high, ValueRange().high);
+    EXPECT_EQ(ranges.get<ClassSet>("classes"), ClassSet().set(2).set(250));
+    EXPECT_FALSE(ranges.has("height"));
+    ASSERT_TRUE(shown.scene.editLimits().front);
+    EXPECT_EQ(shown.scene.editLimits().front->tolerance, 0.5);
+
+    // What nobody can have meant stays as it is.
+    std::ofstream(file) << R"({"tools.brush.radius": 1e9, "tools.grow.angle": 400, "tools.grow.limit": -1,
+        "tools.last": 1, "tools.ranges": {"mud": [1, 2], "returns": [9, 1]}, "tools.classes": [-1, 900]})";
+    shown.scene.setEditLimits({});
+    ToolUse plain(shown.scene, *views);
+    recallTools(Settings(file), plain, stage);
+    EXPECT_EQ(plain.settings().brush.radius, BrushSize().radius);
+    EXPECT_EQ(plain.settings().growAngle, ToolSettings().growAngle);
+    EXPECT_EQ(plain.settings().growLimit, ToolSettings().growLimit);
+    EXPECT_EQ(plain.last(), nullptr);
+    EXPECT_FALSE(rangesOf(shown.scene).has("classes"));
+    EXPECT_FALSE(shown.scene.editLimits().front);
 }

@@ -4,6 +4,8 @@
 #include "viewer/operation/Operations.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <map>
 
 namespace {
@@ -18,6 +20,11 @@ bool isOfOneSurvey(const Parameter& parameter)
     return parameter.name == "height" || parameter.name == "gpsTime";
 }
 
+double opened(double end)
+{
+    return std::abs(end) < kOpenEnd ? end : std::copysign(std::numeric_limits<double>::infinity(), end);
+}
+
 void recallLimits(const Settings& settings, const Stage& stage)
 {
     Request ranges(*findOperation("where"));
@@ -25,7 +32,7 @@ void recallLimits(const Settings& settings, const Stage& stage)
     for (const auto& [name, ends] : kept) {
         const Parameter* const parameter = ranges.operation().find(name);
         if (parameter && parameter->type == Parameter::RANGE && ends.size() == 2)
-            ranges.set(name, ValueRange{ends[0], ends[1]});
+            ranges.set(name, ValueRange{opened(ends[0]), opened(ends[1])});
     }
     ClassSet classes;
     for (const int code : settings.get<std::vector<int>>("tools.classes").value_or(std::vector<int>()))
@@ -67,9 +74,10 @@ void recallTools(const Settings& settings, ToolUse& tools, const Stage& stage)
     if (radius > 0 && radius <= BrushSize::kLargest) now.brush.radius = radius;
     now.brush.isInWorld = settings.get<bool>("tools.brush.isInWorld").value_or(now.brush.isInWorld);
     now.growDistance = std::max(settings.get<double>("tools.grow.distance").value_or(0), 0.0);
-    const double angle = settings.get<double>("tools.grow.angle").value_or(now.growAngle.value_or(0));
-    now.growAngle = angle > 0 && angle <= 90 ? std::optional(angle) : std::nullopt;
-    now.growLimit = std::max(settings.get<int>("tools.grow.limit").value_or(now.growLimit), 1);
+    if (const auto angle = settings.get<double>("tools.grow.angle"); angle && *angle >= 0 && *angle <= 90)
+        now.growAngle = *angle > 0 ? angle : std::nullopt;
+    const int limit = settings.get<int>("tools.grow.limit").value_or(0);
+    if (limit > 0) now.growLimit = limit;
     tools.setLast(findTool(settings.get<int>("tools.last").value_or(0)));
     recallLimits(settings, stage);
 }
