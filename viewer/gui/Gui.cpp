@@ -82,6 +82,15 @@ bool closeList(int key)
     return true;
 }
 
+void takeModifiers(const GUIEventAdapter& event)
+{
+    ImGuiIO& io = ImGui::GetIO();
+    const int modifiers = event.getModKeyMask();
+    io.KeyCtrl = (modifiers & GUIEventAdapter::MODKEY_CTRL) != 0;
+    io.KeyShift = (modifiers & GUIEventAdapter::MODKEY_SHIFT) != 0;
+    io.KeyAlt = (modifiers & GUIEventAdapter::MODKEY_ALT) != 0;
+}
+
 } // namespace
 
 Gui::Gui(osg::Camera& camera, float unit)
@@ -233,6 +242,7 @@ bool Gui::dispatch(const GUIEventAdapter& event)
     case GUIEventAdapter::PUSH:
     case GUIEventAdapter::DOUBLECLICK:
         moveTo(event);
+        if (_ownButtons == 0) takeModifiers(event);
         return push(buttonOf(event));
     case GUIEventAdapter::RELEASE:
         moveTo(event);
@@ -317,10 +327,7 @@ bool Gui::scroll(const GUIEventAdapter& event)
 bool Gui::key(const GUIEventAdapter& event)
 {
     ImGuiIO& io = ImGui::GetIO();
-    const int modifiers = event.getModKeyMask();
-    io.KeyCtrl = (modifiers & GUIEventAdapter::MODKEY_CTRL) != 0;
-    io.KeyShift = (modifiers & GUIEventAdapter::MODKEY_SHIFT) != 0;
-    io.KeyAlt = (modifiers & GUIEventAdapter::MODKEY_ALT) != 0;
+    if (_ownButtons == 0) takeModifiers(event); // a click is what it was when it began
     const bool isDown = event.getEventType() == GUIEventAdapter::KEYDOWN;
     // A question in the middle has the keyboard, too. WantCaptureKeyboard would not do: it tells of the frame
     // before, where a click was not over yet.

@@ -65,8 +65,12 @@ void ClassesSection::drawRows()
     const float row = ImGui::GetTextLineHeight() + 2 * ImGui::GetStyle().CellPadding.y;
     const auto rows = static_cast<float>(std::min<size_t>(codes.size(), kMostRows) + 1);
     constexpr ImGuiTableFlags kFlags = ImGuiTableFlags_ScrollY | ImGuiTableFlags_SizingFixedFit;
-    if (!ImGui::BeginTable("classes", 6, kFlags, ImVec2(0, rows * row + ImGui::GetStyle().CellPadding.y)))
-        return;
+    const ImVec2 padding(ImGui::GetStyle().CellPadding.x / 2,
+                         ImGui::GetStyle().CellPadding.y); // names are long
+    ImGui::PushStyleVar(ImGuiStyleVar_CellPadding, padding);
+    const bool isSeen = ImGui::BeginTable("classes", 6, kFlags, ImVec2(0, rows * row + padding.y));
+    ImGui::PopStyleVar();
+    if (!isSeen) return;
     ImGui::TableSetupScrollFreeze(0, 1);
     for (const char* const title : {"##colour", "##code"})
         ImGui::TableSetupColumn(title);

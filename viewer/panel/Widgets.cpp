@@ -17,6 +17,17 @@ const Key* firstKey(const Operation& operation)
     return operation.keys.empty() ? nullptr : &operation.keys.front();
 }
 
+/// The key that changes a parameter; null where there is none.
+const Key* keyOf(const Operation& operation, const std::string& parameter, const Scene& scene)
+{
+    for (const Key& key : operation.keys) {
+        Request said(operation);
+        if (key.say) key.say(said, scene);
+        if (said.has(parameter)) return &key;
+    }
+    return nullptr;
+}
+
 void sayKey(const Stage& stage, const char* label, const Operation& operation, const Key& key)
 {
     if (ImGui::Button(label)) stage.act(requestOf({&operation, &key}, stage.scene));
@@ -76,7 +87,7 @@ void flagTick(const Stage& stage, const char* label, const std::string& paramete
         rest.set(parameter, value);
         stage.act(rest);
     }
-    const Key* const key = firstKey(rest.operation());
+    const Key* const key = keyOf(rest.operation(), parameter, stage.scene);
     tipOf(rest.operation(), key);
     if (key) keyBeside(*key);
 }

@@ -93,6 +93,19 @@ struct HelpColumn
     }
 };
 
+/// Of a box of text, broken at `widest`. What fits by itself does so one frame late.
+ImVec2 sizeOfBox(const std::vector<std::string>& lines, float widest)
+{
+    const ImGuiStyle& style = ImGui::GetStyle();
+    ImVec2 size(0, -style.ItemSpacing.y);
+    for (const std::string& line : lines) {
+        const ImVec2 text = ImGui::CalcTextSize(line.c_str(), nullptr, false, widest - style.WindowPadding.x);
+        size.x = std::max(size.x, text.x);
+        size.y += text.y + style.ItemSpacing.y;
+    }
+    return ImVec2(size.x + 2 * style.WindowPadding.x, size.y + 2 * style.WindowPadding.y);
+}
+
 /// The next list always in the shorter column.
 std::array<HelpColumn, 2> columnsOf(const std::vector<KeyList>& lists)
 {
@@ -260,8 +273,10 @@ void Overlay::drawText(const char* name, const std::vector<std::string>& lines, 
                                    area.y + kMargin + pivot.y * (area.height - 2 * kMargin)),
                             ImGuiCond_Always, pivot);
     ImGui::SetNextWindowBgAlpha(alpha);
-    ImGui::Begin(name, nullptr, kPanel);
-    ImGui::PushTextWrapPos(std::max(kWidestText * area.width, kLettersOfALine * ImGui::CalcTextSize("0").x));
+    const float widest = std::max(kWidestText * area.width, kLettersOfALine * ImGui::CalcTextSize("0").x);
+    ImGui::SetNextWindowSize(sizeOfBox(lines, widest));
+    ImGui::Begin(name, nullptr, kPanel & ~ImGuiWindowFlags_AlwaysAutoResize);
+    ImGui::PushTextWrapPos(widest);
     for (const std::string& line : lines) {
         if (line.rfind("! ", 0) == 0) ImGui::PushStyleColor(ImGuiCol_Text, kWarningColor);
         ImGui::TextUnformatted(line.c_str());
