@@ -138,6 +138,10 @@ TEST(PointSpacing, ClosesTheGapsOfEveryCloudFromNearAndLeavesPointsFineFromFar)
 TEST(PointSpacing, GoesByTheCellsThatAreDrawnAndPicksWhatItShows)
 {
     TwoSquares squares;
+    // The second level is there in the south-east alone.
+    PointCloudHelper::setPointSizeBySpacing(squares.scene, 0.5, 1, 64);
+    squares.lookDown(squares.middle + osg::Vec3d(70, -50, 0), 24);
+    EXPECT_NEAR(squares.gaps(), 0.75, 0.03);
     PointCloudHelper::setPointSizeBySpacing(squares.scene, 1.5, 1, 64);
     squares.lookDown(squares.middle, 48);
     EXPECT_EQ(squares.gaps(), 0);

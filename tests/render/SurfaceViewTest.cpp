@@ -86,10 +86,10 @@ struct SurfacePicture
         camera.setProjectionMatrixAsOrtho(0, kSide, 0, kSide, 1, 100);
     }
 
-    void obliquely()
+    void obliquely(double height = 80)
     {
         const osg::Vec3d middle = kOrigin + osg::Vec3d(kSide / 2, kSide / 2, 5);
-        viewer.camera().setViewMatrixAsLookAt(middle + osg::Vec3d(-70, -90, 80), middle, osg::Z_AXIS);
+        viewer.camera().setViewMatrixAsLookAt(middle + osg::Vec3d(-70, -90, height), middle, osg::Z_AXIS);
         viewer.camera().setProjectionMatrixAsPerspective(30, 1, 1, 1000);
     }
 
@@ -151,9 +151,9 @@ TEST(SurfaceView, ClosesHolesOfATiltedPlaneAndShadesItBySunAndSlope)
 {
     constexpr double kSlope = 0.2;
     SurfacePicture picture(withHole(plane(kSlope), 14));
-    for (const bool oblique : {false, true}) {
-        SCOPED_TRACE(oblique);
-        if (oblique) picture.obliquely();
+    for (const double from : {0, 80, -160}) { // straight above, above and below
+        SCOPED_TRACE(from);
+        if (from != 0) picture.obliquely(from);
         const auto height = [](double x) { return kSlope * x; };
         int shades[2] = {};
         for (const int fromWest : {0, 1}) {

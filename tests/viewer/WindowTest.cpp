@@ -1,6 +1,7 @@
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestSurvey.h"
+#include "viewer/settings/Settings.h"
 
 #include <gtest/gtest.h>
 
@@ -40,6 +41,31 @@ TEST_F(Window, OpensOnADisplayAndEndsCleanly)
         const ProgramResult result = runProgram(command, environment);
         EXPECT_EQ(result.exitStatus, 0) << threading << ": " << result.err;
     }
+}
+
+/// Of a screen of 2400 x 1600, and at most all of it.
+TEST_F(Window, TheFirstOneTakesThreeQuartersOfTheScreenAndLaterOnesTheSizeOfTheLast)
+{
+    const std::string file = folder.file("brxview/settings.json");
+    const auto sizeOfNext = [&] {
+        const ProgramResult result =
+            runProgram({"env", "-u", "OSG_WINDOW", "XDG_CONFIG_HOME=" + folder.path().string(), "xvfb-run",
+                        "-a", "-s", "-screen 0 2400x1600x24", BRXVIEW, survey},
+                       environment);
+        EXPECT_EQ(result.exitStatus, 0) << result.err;
+        const Settings kept(file);
+        return std::pair(kept.get<int>("window.width").value_or(0),
+                         kept.get<int>("window.height").value_or(0));
+    };
+    EXPECT_EQ(sizeOfNext(), std::pair(1800, 1200));
+    const auto leave = [&](int width, int height) {
+        Settings last(file);
+        last.set("window.width", width);
+        last.set("window.height", height);
+        EXPECT_TRUE(last.save());
+    };
+    leave(700, 9000);
+    EXPECT_EQ(sizeOfNext(), std::pair(700, 1600));
 }
 
 TEST_F(Window, ADisplayThatIsNotThereIsToldInOneLine)

@@ -4,6 +4,7 @@
 #include "tests/support/HeadlessViewer.h"
 #include "tests/support/ProgramWindow.h"
 #include "tests/support/TestSurvey.h"
+#include "viewer/settings/Settings.h"
 
 #include <VelBrx/ClassTable.h>
 #include <VelBrx/PointCounts.h>
@@ -107,6 +108,17 @@ protected:
         return std::nullopt;
     }
 
+    /// Bright pixels of the status line, where its hint and its coordinates are.
+    int written() const
+    {
+        const osg::ref_ptr<osg::Image> picture = window->stillPicture();
+        int bright = 0;
+        for (int y = 0; y < 16; ++y)
+            for (int x = 0; x < kScene; ++x)
+                bright += pixel(*picture, x, y).g() > 150;
+        return bright;
+    }
+
     uint64_t saved(size_t code) const
     {
         VelBrx::PointCounts counts;
@@ -130,7 +142,9 @@ TEST_P(Workday, AClassIsClickedAPolygonDrawnAndAStepOfTheHistoryClicked)
     const std::optional<int> row = rowOf(5);
     ASSERT_TRUE(row);
     window->click(100, *row);
+    EXPECT_GT(written(), 100) << "the first hint";
     window->press("E");
+    EXPECT_TRUE(eventually([&] { return written() == 0; }));
     window->press("a");
     for (const auto& [x, y] : {std::pair(kScene + 5, kStatus + 5),
                                {width - 3, kStatus + 5},
@@ -158,6 +172,9 @@ TEST_P(Workday, AClassIsClickedAPolygonDrawnAndAStepOfTheHistoryClicked)
     window->press("Ctrl+q");
     EXPECT_TRUE(eventually([&] { return !window->program().isRunning(); }));
     EXPECT_EQ(window->program().wait().exitStatus, 0);
+    const Settings kept((folder.path() / "config" / "brxview" / "settings.json").string());
+    EXPECT_EQ(kept.get<bool>("hint.shown"), true);
+    EXPECT_EQ(kept.get<int>("tools.last"), 'a');
 }
 
 INSTANTIATE_TEST_SUITE_P(ModelsAndSizes, Workday,

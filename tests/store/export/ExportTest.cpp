@@ -2,10 +2,12 @@
 #include <VelBrx/ExportLas.h>
 #include <VelBrx/Normals.h>
 #include <VelBrx/PointVisit.h>
+#include <VelBrx/SourcePoint.h>
 #include <VelBrx/Verify.h>
 
 #include "store/SourceRecords.h"
 #include "store/io/ByteIo.h"
+#include "store/las/ExtraFields.h"
 #include "store/las/LasFile.h"
 #include "store/las/LasLayout.h"
 #include "store/las/RecordFormat.h"
@@ -20,6 +22,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -406,6 +410,55 @@ TEST_F(ExportTest, MergesSourcesIntoOneFileThatKeepsClassesFlagsColoursAndInfrar
     EXPECT_EQ(report.notes, std::vector<std::string>());
     const uint8_t fourth = sources[0][recordsStart(sources[0]) + 4 * 36 + 15];
     EXPECT_EQ(report.files.at(0).changed, fourth & 0x80 ? 1u : 2u);
+}
+
+/// In any order of the store's points, from sources of three formats, after edits too.
+TEST_F(ExportTest, TheStoreTellsWhatEachPointHadInItsSource)
+{
+    addSource(randomLas(3, 300, 1, 2));
+    TestLas described = randomLas(8, 500, 2, 3);
+    Bytes field(192);
+    field[2] = 3; // uint16
+    field[3] = 8; // has a scale
+    const std::string name = "amplitude";
+    std::copy(name.begin(), name.end(), field.begin() + 4);
+    const double scale = 0.5;
+    std::memcpy(&field[112], &scale, sizeof scale);
+    described.vlrs.push_back({"LASF_Spec", 4, field});
+    addSource(described);
+    addSource(randomLas(10, 200, 3, 1));
+    buildIt();
+    editStore([](uint8_t* record, uint64_t) { record[kClass] = 200; });
+    const File store(options.store.c_str());
+    std::set<std::pair<std::string, uint64_t>> told;
+    SourcePoint found;
+    for (uint64_t point = 0; point < 1000; ++point) {
+        const Status read = readSourcePoint(options.store, store, point, found);
+        ASSERT_TRUE(read) << read.message();
+        ASSERT_TRUE(told.emplace(found.file, found.number).second);
+        const size_t source = found.pointFormat == 3 ? 0 : found.pointFormat == 8 ? 1 : 2;
+        EXPECT_EQ(found.file, "source" + std::to_string(source) + ".las");
+        const Bytes& from = sources[source];
+        const size_t length = loadLe<uint16_t>(&from[kRecordLength]);
+        ASSERT_LT(found.number, source == 0 ? 300u : source == 1 ? 500u : 200u);
+        const uint8_t* const was = &from[recordsStart(from) + found.number * length];
+        EXPECT_EQ(found.classCode, source == 0 ? was[15] & 0x1F : was[16]);
+        const int flags =
+            found.isSynthetic | found.isKeyPoint << 1 | found.isWithheld << 2 | found.isOverlap << 3;
+        EXPECT_EQ(flags, source == 0 ? was[15] >> 5 : was[15] & 0x0F);
+        EXPECT_EQ(found.nearInfrared, source == 0 ? std::nullopt : std::optional(loadLe<uint16_t>(was + 36)));
+        ASSERT_EQ(found.extraBytes.size(), source == 1 ? 2u : 1u);
+        const size_t undocumented = source == 2 ? 1 : source == 1 ? 1 : 2;
+        EXPECT_EQ(found.extraBytes.back().name, "undocumented");
+        EXPECT_EQ(found.extraBytes.back().value, bytesText(was + length - undocumented, undocumented));
+        if (source != 1) continue;
+        EXPECT_EQ(found.extraBytes.front().name, name);
+        EXPECT_EQ(std::stod(found.extraBytes.front().value), 0.5 * loadLe<uint16_t>(was + 38));
+    }
+    EXPECT_NE(readSourcePoint(options.store, store, 1000, found).message().find(options.store),
+              std::string::npos);
+    std::filesystem::copy_file(options.store, folder.file("another.brx"));
+    EXPECT_FALSE(readSourcePoint(folder.file("another.brx"), store, 0, found)) << "not the one that is open";
 }
 
 TEST_F(ExportTest, TellsWhatAMergedFileLeavesOut)
