@@ -25,7 +25,7 @@ using Picture = osg::ref_ptr<osg::Image>;
 constexpr int kWidth = 780;
 constexpr int kHeight = 560;
 
-// From the histogram of the colours, pixels downwards.
+// From the histogram of the colours, pixels downwards, in a panel 290 wide.
 constexpr int kMode = -38;
 constexpr int kEntry = kMode + 45; ///< the second of the list of modes
 constexpr int kLow = 70;
@@ -44,7 +44,7 @@ struct PanelWindow
         std::filesystem::create_directories(config);
         std::ofstream(config / "settings.json")
             << R"({"panel.sections": {"Clouds": false, "Classes": false, "History": false, "Tools": false,)"
-            << R"("View": false, "Section": false, "Surface": false, "Measure": false}})";
+            << R"("View": false, "Section": false, "Surface": false, "Measure": false}, "panel.width": 290})";
         buildStoreOf(folder.file("grid.las"), folder.file("grid.brx"));
         window = std::make_unique<ProgramWindow>(
             std::vector<std::string>{BRXVIEW, "--view", "top", "--mode", "elevation", "--no-legend",
