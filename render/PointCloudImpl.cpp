@@ -91,8 +91,7 @@ void PointCloudImpl::drawCells(osgUtil::CullVisitor& cull, bool extendPrograms)
     if (heights) cull.pushStateSet(heights);
     const osg::ref_ptr<const osg::StateSet> spacing = _spacing.state(cull, *_lod);
     if (spacing) cull.pushStateSet(spacing);
-    cull.pushStateSet(
-        _defaults.missingFrom(*cull.getCurrentStateGraph(), _lod->getStateSet(), extendPrograms));
+    cull.pushStateSet(_defaults.missingFrom(cull, _lod->getStateSet(), extendPrograms));
     osg::Group::traverse(cull);
     cull.popStateSet();
     if (spacing) cull.popStateSet();
@@ -112,8 +111,7 @@ void PointCloudImpl::drawSamples(osgUtil::CullVisitor& cull, const SurfaceScope&
     osgUtil::RenderBin* const bin = cull.getCurrentRenderBin();
     cull.setCurrentRenderBin(surface.sampleBin());
     cull.pushStateSet(surface.sampleState());
-    cull.pushStateSet(
-        _defaults.missingFrom(*cull.getCurrentStateGraph(), _lod->getStateSet(), extendPrograms));
+    cull.pushStateSet(_defaults.missingFrom(cull, _lod->getStateSet(), extendPrograms));
     _lod->accept(cull);
     cull.popStateSet();
     cull.popStateSet();

@@ -4,6 +4,7 @@
 
 #include <VelOsgDBBrx/ShaderHelper.h>
 
+#include <osg/Camera>
 #include <osg/Program>
 #include <osg/Uniform>
 
@@ -72,8 +73,9 @@ constexpr const char* kExtras[] = {
 constexpr size_t kMaxUniforms = 30;
 constexpr size_t kProgramBit = kMaxUniforms;
 constexpr size_t kPointSizeModeBit = kMaxUniforms + 1;
-constexpr size_t kCellExtrasBit = kMaxUniforms + 2; ///< a cell gives one of kExtras
-using Given = std::bitset<kMaxUniforms + 3>;
+constexpr size_t kCellExtrasBit = kMaxUniforms + 2;  ///< a cell gives one of kExtras
+constexpr size_t kPickTargetsBit = kMaxUniforms + 3; ///< there may be targets beside the colour's
+using Given = std::bitset<kMaxUniforms + 4>;
 
 std::map<std::string, size_t> numberUniforms()
 {
@@ -97,6 +99,19 @@ void addUniforms(const osg::StateSet& state, Given& given)
     }
 }
 
+/// Whether all that the camera draws goes to one colour target: a window's, or its only attachment. A camera
+/// below another one may draw into that one's.
+bool hasOneTarget(const osg::Camera& camera)
+{
+    bool hasColor = false;
+    for (const auto& attachment : camera.getBufferAttachmentMap()) {
+        if (attachment.first >= osg::Camera::COLOR_BUFFER1) return false;
+        hasColor = hasColor || attachment.first == osg::Camera::COLOR_BUFFER ||
+                   attachment.first == osg::Camera::COLOR_BUFFER0;
+    }
+    return hasColor || (camera.getView() && !camera.getPreDrawCallback());
+}
+
 Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
 {
     Given given;
@@ -109,6 +124,7 @@ Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
         if (!program) program = state->getAttribute(osg::StateAttribute::PROGRAM);
         if (state->getMode(GL_VERTEX_PROGRAM_POINT_SIZE) != osg::StateAttribute::INHERIT)
             given.set(kPointSizeModeBit);
+        if (state->getAttribute(osg::StateAttribute::FRAME_BUFFER_OBJECT)) given.set(kPickTargetsBit);
     }
     given.set(kProgramBit, program && !isOccluder(*program));
     return given;
@@ -132,6 +148,7 @@ osg::ref_ptr<osg::StateSet> makeDefaultsBeside(const Given& given)
     if (!given[kProgramBit]) state->setAttributeAndModes(pointProgram(PointProgram::Origin));
     if (!given[kPointSizeModeBit]) state->setMode(GL_VERTEX_PROGRAM_POINT_SIZE, osg::StateAttribute::ON);
     if (isPlain(given)) state->setDefine("NO_EXTRAS");
+    if (!given[kPickTargetsBit]) state->setDefine("COLOR_ALONE");
     state->setDefine("IN_CLOUD");
     return state;
 }
@@ -144,10 +161,11 @@ bool PointDefaults::areExtendedBy(const osg::StateSet& cellState)
                        [&cellState](const char* name) { return cellState.getUniform(name); });
 }
 
-const osg::StateSet* PointDefaults::missingFrom(const osgUtil::StateGraph& applied,
-                                                const osg::StateSet* below, bool cellsExtend)
+const osg::StateSet* PointDefaults::missingFrom(osgUtil::CullVisitor& cull, const osg::StateSet* below,
+                                                bool cellsExtend)
 {
-    Given given = givenBy(applied, below);
+    Given given = givenBy(*cull.getCurrentStateGraph(), below);
+    if (!hasOneTarget(*cull.getCurrentCamera())) given.set(kPickTargetsBit);
     given.set(kCellExtrasBit, cellsExtend);
     const VelThreads::Lock lock(_mutex);
     osg::ref_ptr<osg::StateSet>& state = _states[given.to_ulong()];

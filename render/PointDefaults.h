@@ -4,7 +4,7 @@
 
 #include <osg/StateSet>
 #include <osg/ref_ptr>
-#include <osgUtil/StateGraph>
+#include <osgUtil/CullVisitor>
 
 #include <map>
 
@@ -13,12 +13,13 @@
 class PointDefaults
 {
 public:
-    /// A state set with the defaults that the state sets applied so far lack. Pushed behind them, it fills
-    /// the gaps and overrules nothing, so that plain state above the cloud or on it still wins. The result
-    /// lives as long as this object and is not to be changed.
-    /// `below` is a state set that will apply after it, or null; what it gives is not seen as lacking either.
-    /// `cellsExtend`: a cell has a state set for which `areExtendedBy` holds.
-    const osg::StateSet* missingFrom(const osgUtil::StateGraph& applied, const osg::StateSet* below,
+    /// A state set with the defaults that the state sets of a cull traversal lack so far. Pushed behind them,
+    /// it fills the gaps and overrules nothing, so that plain state above the cloud or on it still wins. The
+    /// result lives as long as this object and is not to be changed. `below` is a state set that will apply
+    /// after it, or null; what it gives is not seen as lacking either. `cellsExtend`: a cell has a state set
+    /// for which `areExtendedBy` holds. Where the traversal's camera has no target beside the colour's, the
+    /// programs write nothing else.
+    const osg::StateSet* missingFrom(osgUtil::CullVisitor& cull, const osg::StateSet* below,
                                      bool cellsExtend);
 
     /// Whether the state set of a cell switches something on that the programs of plain clouds leave out.

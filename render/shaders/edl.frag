@@ -1,4 +1,5 @@
 #version 430 compatibility
+#pragma import_defines(COLOR_ALONE)
 // Eye-dome lighting: a pixel is darkened by how far its depth stands out against eight neighbours.
 uniform sampler2D s1_color; // the first pass
 uniform sampler2D s2_depth;
@@ -13,17 +14,19 @@ uniform vec2 Neigh_pos_2D[8];
 uniform bool edlBalanced; // goes by slopes, whatever distances the depth buffer spans
 uniform float viewportHeight; // pixels
 
+out vec4 fragColor;
+#ifndef COLOR_ALONE
 flat in uint lpointCloudID;
 flat in uint rpointCloudID;
 flat in float ogpsTime;
 flat in vec4 pcFPosition;
 flat in ivec4 pcIPosition;
 
-out vec4 fragColor;
 out uvec4 pAttribute;
 out vec4 pFloatAttribute;
 out vec4 pFPositionAttribute;
 out ivec4 pIPositionAttribute;
+#endif
 
 const float kBackground = 0.0;
 
@@ -88,9 +91,11 @@ void main()
     float shade = exp(-darkening * edlStrength);
 
     fragColor = vec4(texture(s1_color, texcoord).rgb * shade, 1.0);
+#ifndef COLOR_ALONE
     pAttribute = uvec4(lpointCloudID, rpointCloudID, 4294967294u, 4294967295u);
     pFloatAttribute = vec4(ogpsTime, ogpsTime, ogpsTime, 2.0);
     pFPositionAttribute = pcFPosition;
     pIPositionAttribute = pcIPosition;
+#endif
     if (depth == kBackground || gl_FragCoord.z < visibleDepth - kDepthTolerance) discard;
 }

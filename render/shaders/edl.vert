@@ -1,12 +1,12 @@
 #version 430 compatibility
 // Draws the cloud once more, to shade what the first pass drew. Every pixel of the first pass has to be covered
 // again, so points are at least as large as there.
+layout(location = 11) in float gpstime;
+
 #include "uniforms.glsl"
 #include "line.glsl"
 #include "pick_position.glsl"
 #include "point_size.glsl"
-
-layout(location = 11) in float gpstime;
 
 uniform uint lpcID; // identifier of the point cloud, low and high half
 uniform uint rpcID;
@@ -15,7 +15,6 @@ const float kLargestLinePointOfAMode = 10.0;
 
 flat out uint lpointCloudID;
 flat out uint rpointCloudID;
-flat out float ogpsTime;
 
 void main()
 {
@@ -29,6 +28,5 @@ void main()
     gl_PointSize = sizeOfPoint(gl_Position.w);
     if (isOnEnhancedLine(globalPosition.xy))
         gl_PointSize = max(float(lineEnHancementPointSize), kLargestLinePointOfAMode);
-    ogpsTime = gpstime;
-    writePickPosition(globalPosition.xyz);
+    writePickAttributes(globalPosition.xyz);
 }

@@ -27,7 +27,6 @@
 
 out float cansee; // at least 1: drawn, 0: hidden
 out vec4 color;
-flat out float ogpsTime;
 
 const float kNoLight = 0.0; // values of normalLight.w
 const float kSunLight = 2.0;
@@ -170,10 +169,9 @@ void main()
     applyClassFilter();
     applyCullFlag();
 
-    ogpsTime = gpstime;
     gl_PointSize = sizeOfPoint(gl_Position.w);
     enhanceLine(globalPosition);
-    writePickPosition(globalPosition.xyz);
+    writePickAttributes(globalPosition.xyz);
 #ifdef LEAVES_OUT_SURFACE
     if (isSurfaceClass(classCode())) gl_Position = kNowhere;
 #endif

@@ -1,3 +1,4 @@
+#include "render/PointDefaults.h"
 #include "tests/render/PointPicture.h"
 
 #include <VelOsgDBBrx/PointCloudHelper.h>
@@ -5,9 +6,13 @@
 #include <VelOsgDBBrx/ShaderHelper.h>
 
 #include <gtest/gtest.h>
+#include <osg/FrameBufferObject>
 #include <osg/Geode>
 #include <osg/Geometry>
 #include <osg/RenderInfo>
+#include <osg/Texture2D>
+#include <osgUtil/CullVisitor>
+#include <osgViewer/Viewer>
 
 using VelOsgDBBrx::PickAttachments;
 using VelOsgDBBrx::PickedPoint;
@@ -321,6 +326,38 @@ public:
 private:
     osg::ref_ptr<PickAttachments> _attachments;
 };
+
+/// A picture's programs leave out what picks read back, and none that may have targets for it does.
+TEST(PointPicker, ProgramsWriteTheColorAloneWhereACameraHasNoOtherTarget)
+{
+    const auto writesColorAlone = [](osg::Camera& camera, osg::StateAttribute* above = nullptr) {
+        PointDefaults defaults;
+        const osg::ref_ptr<osgUtil::CullVisitor> cull = new osgUtil::CullVisitor;
+        const osg::ref_ptr<osgUtil::RenderStage> stage = new osgUtil::RenderStage;
+        const osg::ref_ptr<osgUtil::StateGraph> graph = new osgUtil::StateGraph;
+        const osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
+        if (above) state->setAttribute(above);
+        stage->setCamera(&camera);
+        cull->setRenderStage(stage);
+        cull->setStateGraph(graph);
+        cull->pushStateSet(state);
+        return defaults.missingFrom(*cull, nullptr, false)->getDefinePair("COLOR_ALONE") != nullptr;
+    };
+    osgViewer::Viewer viewer;
+    osg::Camera& window = *viewer.getCamera();
+    EXPECT_TRUE(writesColorAlone(window));
+    EXPECT_FALSE(writesColorAlone(window, new osg::FrameBufferObject));
+    const osg::ref_ptr<osg::Camera> nested = new osg::Camera;
+    EXPECT_FALSE(writesColorAlone(*nested)) << "draws where the camera above it does";
+    nested->attach(osg::Camera::DEPTH_BUFFER, new osg::Texture2D);
+    EXPECT_FALSE(writesColorAlone(*nested));
+    nested->attach(osg::Camera::COLOR_BUFFER, new osg::Texture2D);
+    EXPECT_TRUE(writesColorAlone(*nested));
+    nested->attach(osg::Camera::COLOR_BUFFER4, new osg::Texture2D);
+    EXPECT_FALSE(writesColorAlone(*nested));
+    window.setPreDrawCallback(new osg::Camera::DrawCallback);
+    EXPECT_FALSE(writesColorAlone(window)) << "it may bind targets of its own";
+}
 
 } // namespace
 

@@ -93,6 +93,8 @@ TEST(ShaderPrograms, AreValidGlslAndTheirStagesFitTogether)
                                                         {"-DIN_CLOUD"},
                                                         {"-DNO_EXTRAS", "-DIN_CLOUD"},
                                                         {"-DIN_CLOUD", "-DLEAVES_OUT_SURFACE"},
+                                                        {"-DCOLOR_ALONE"},
+                                                        {"-DNO_EXTRAS", "-DIN_CLOUD", "-DCOLOR_ALONE"},
                                                         {"-DIN_CLOUD", "-DSIZED_BY_SPACING"}}) {
             std::vector<std::string> words = {VELBRX_GLSLANG_VALIDATOR, "-l"};
             words.insert(words.end(), defines.begin(), defines.end());
