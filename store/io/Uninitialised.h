@@ -11,9 +11,25 @@
 
 namespace VelBrx {
 
+/// Asks the system for large pages within a block, or to go back to usual ones. It may do neither.
+inline void wishLargePages(void* memory, size_t size, bool areWanted)
+{
+    constexpr uintptr_t kLargePage = 2 << 20;
+    const uintptr_t first = (reinterpret_cast<uintptr_t>(memory) + kLargePage - 1) & ~(kLargePage - 1);
+    const uintptr_t last = (reinterpret_cast<uintptr_t>(memory) + size) & ~(kLargePage - 1);
+    if (first < last)
+        madvise(reinterpret_cast<void*>(first), last - first, areWanted ? MADV_HUGEPAGE : MADV_NOHUGEPAGE);
+}
+
 struct FreeMemory
 {
-    void operator()(void* memory) const { std::free(memory); }
+    size_t size = 0;
+
+    void operator()(void* memory) const
+    {
+        wishLargePages(memory, size, false); // others get the memory next, who touch little of it
+        std::free(memory);
+    }
 };
 
 template <typename T>
@@ -29,12 +45,8 @@ Uninitialised<T> uninitialised(uint64_t count)
     const size_t size = count * sizeof(T);
     void* const memory = std::malloc(size ? size : 1);
     if (!memory) throw std::bad_alloc();
-    // Whole large pages within the block; the rest of it stays as it is.
-    constexpr uintptr_t kLargePage = 2 << 20;
-    const uintptr_t first = (reinterpret_cast<uintptr_t>(memory) + kLargePage - 1) & ~(kLargePage - 1);
-    const uintptr_t last = (reinterpret_cast<uintptr_t>(memory) + size) & ~(kLargePage - 1);
-    if (first < last) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE); // a wish
-    return Uninitialised<T>(static_cast<T*>(memory));
+    wishLargePages(memory, size, true);
+    return Uninitialised<T>(static_cast<T*>(memory), FreeMemory{size});
 }
 
 } // namespace VelBrx
