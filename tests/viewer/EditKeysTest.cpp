@@ -7,6 +7,7 @@
 #include "viewer/operation/EditOperations.h"
 #include "viewer/operation/Operations.h"
 #include "viewer/window/CloseRequests.h"
+#include "viewer/window/SectionTool.h"
 #include "viewer/window/ToolMemory.h"
 #include "viewer/window/Window.h"
 
@@ -437,4 +438,19 @@ TEST_F(EditKeysTest, ToolsComeBackAsTheyWereLeftWithoutWhatIsOfOneSurvey)
     EXPECT_EQ(plain.last(), nullptr);
     EXPECT_FALSE(rangesOf(shown.scene).has("classes"));
     EXPECT_FALSE(shown.scene.editLimits().front);
+}
+
+TEST_F(EditKeysTest, ASectionIsClickedFasterThanItsPointsAreFound)
+{
+    const osg::ref_ptr<SectionTool> tool = new SectionTool(shown.scene, *views);
+    shown.host.viewer->getEventHandlers().push_front(tool);
+    views->drawSection();
+    for (const float x : {60.0f, 140.0f}) {
+        events().mouseButtonPress(x, 100, kLeft);
+        events().mouseButtonRelease(x, 100, kLeft);
+    }
+    for (int frame = 0; frame < 10 && !views->section(); ++frame)
+        shown.host.frame();
+    ASSERT_TRUE(views->section());
+    EXPECT_GT(views->section()->to.x(), views->section()->from.x());
 }

@@ -29,6 +29,7 @@ constexpr int kHeight = 560;
 constexpr int kMode = -38;
 constexpr int kEntry = kMode + 45; ///< the second of the list of modes
 constexpr int kLow = 70;
+constexpr int kBackground = 199; ///< the buttons of the background
 
 /// A window with the panel open, from above on 20 x 20 points that have a class each two columns.
 struct PanelWindow
@@ -135,6 +136,13 @@ TEST(PanelWindow, TakesMouseAndKeysThatAreMeantForItAndNoOthers)
     })) << "another mode, from the list";
     window.press("e");
     EXPECT_TRUE(eventually([&] { return samePixels(*shown.points(), *elevation); }));
+    const auto hasBackground = [&](const osg::Vec3ub& color) {
+        return eventually([&] { return pixel(*window.stillPicture(), kWidth - 3, kHeight / 2) == color; });
+    };
+    shown.click(101, histogram + kBackground);
+    EXPECT_TRUE(hasBackground(osg::Vec3ub(244, 244, 241))) << "light";
+    shown.click(54, histogram + kBackground);
+    EXPECT_TRUE(hasBackground(osg::Vec3ub(28, 31, 36))) << "dark";
     EXPECT_FALSE(shown.changesPoints([&] {
         shown.click(60, histogram + kLow);
         shown.type("k");
