@@ -75,20 +75,30 @@ Status SourceSet::open(const std::vector<std::string>& paths)
 
 void SourceSet::noteUnreadable(size_t source, const Status& why)
 {
-    const std::lock_guard lock(_badMutex);
-    if (_unreadable.insert(source).second) _bad.push_back(why);
+    const std::lock_guard lock(_unreadableMutex);
+    _unreadable.emplace(source, why);
+}
+
+std::vector<Status> SourceSet::bad() const
+{
+    std::vector<Status> all = _bad;
+    const std::lock_guard lock(_unreadableMutex);
+    for (const auto& [source, why] : _unreadable)
+        all.push_back(why);
+    return all;
 }
 
 bool SourceSet::areReadable() const
 {
-    const std::lock_guard lock(_badMutex);
+    const std::lock_guard lock(_unreadableMutex);
     return _unreadable.empty();
 }
 
 Status SourceSet::dropUnreadable()
 {
+    _bad = bad();
     for (auto place = _unreadable.rbegin(); place != _unreadable.rend(); ++place)
-        _sources.erase(_sources.begin() + static_cast<std::ptrdiff_t>(*place));
+        _sources.erase(_sources.begin() + static_cast<std::ptrdiff_t>(place->first));
     _unreadable.clear();
     _kept.clear();
     _pointCount = 0;

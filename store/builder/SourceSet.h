@@ -8,9 +8,9 @@
 #include "store/las/RecordFormat.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -33,8 +33,8 @@ public:
     /// Opens the files, files in folders too, and reads their heads.
     Status open(const std::vector<std::string>& paths);
 
-    /// Why files cannot be used, a line each, in the order in which that was found.
-    const std::vector<Status>& bad() const { return _bad; }
+    /// Why files cannot be used, a line each: of those found by one reading in the order of the files.
+    std::vector<Status> bad() const;
 
     /// Notes that the points of a source cannot be read. Any thread.
     void noteUnreadable(size_t source, const Status& why);
@@ -93,9 +93,9 @@ private:
     void noteHeader(const BuildSource& source);
 
     std::vector<BuildSource> _sources;
-    mutable std::mutex _badMutex; ///< guards the two below while points are read
-    std::vector<Status> _bad;
-    std::set<size_t> _unreadable;               ///< places in `_sources`
+    std::vector<Status> _bad;                   ///< of files that are no sources, or no longer
+    mutable std::mutex _unreadableMutex;        ///< guards what follows while points are read
+    std::map<size_t, Status> _unreadable;       ///< by place in `_sources`
     std::vector<std::vector<PointBatch>> _kept; ///< by part, whole records; empty where it was not kept
     uint64_t _pointCount = 0;
     std::vector<std::string> _notes;
