@@ -50,8 +50,7 @@ ProjectionRecords geoKeys(const std::vector<std::array<uint16_t, 3>>& keys,
         for (const uint16_t word : {id, place, uint16_t{1}, value})
             add(word);
     records.geoDoubles.resize(8 * numbers.size());
-    if (!numbers.empty())
-        std::memcpy(records.geoDoubles.data(), numbers.data(), records.geoDoubles.size());
+    if (!numbers.empty()) std::memcpy(records.geoDoubles.data(), numbers.data(), records.geoDoubles.size());
     return records;
 }
 
