@@ -5,6 +5,8 @@ uniform sampler2D surface; // see surface_push.frag
 uniform mat4 worldFromEye;
 uniform float contourInterval; // world units; 0: no contour lines
 
+const float kCovered = 0.58; // from this share on a pixel is shown: half would do, but for the roughness of coarse levels
+
 vec3 eyePosition(vec2 place, float nearness)
 {
     vec2 window = 2.0 * place - 1.0;

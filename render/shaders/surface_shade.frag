@@ -12,8 +12,7 @@ out vec4 pFPositionAttribute;
 out ivec4 pIPositionAttribute;
 
 const vec3 kContourColor = vec3(0.30, 0.17, 0.08);
-const float kCovered = 0.58;    // half would do, but for the roughness of coarse levels
-const float kSparsest = 0.005;  // lines a pixel: where it is flat a line would spread over all of it
+const float kSparsest = 0.005; // lines a pixel: where it is flat a line would spread over all of it
 
 // How much of a pixel a line of a width has. `height` is in intervals, `density` lines a pixel.
 float lineShare(float height, float density, float width)
