@@ -78,6 +78,7 @@ protected:
         BuildForecast forecast;
         options.forecast = [&](const BuildForecast& told) { forecast = told; };
         const Status status = buildStore(options, report);
+        options.forecast = nullptr;
         ASSERT_TRUE(status) << status.message();
         EXPECT_EQ(forecast.points, report.points);
         if (report.points >= 100000) {
