@@ -109,7 +109,8 @@ bool hasOneTarget(const osg::Camera& camera)
         hasColor = hasColor || attachment.first == osg::Camera::COLOR_BUFFER ||
                    attachment.first == osg::Camera::COLOR_BUFFER0;
     }
-    return hasColor || (camera.getView() && !camera.getPreDrawCallback());
+    const bool bindsItsOwn = camera.getInitialDrawCallback() || camera.getPreDrawCallback();
+    return hasColor || (camera.getView() && !bindsItsOwn);
 }
 
 Given givenBy(const osgUtil::StateGraph& applied, const osg::StateSet* below)
