@@ -12,9 +12,6 @@ namespace {
 
 constexpr int kPixelsPerSample = 2; ///< of the viewport, in each direction
 constexpr size_t kMostLevels = 10;
-/// Pixels of a level. Processors that draw compile a program once more for sizes that are powers of two, and
-/// all sizes end there.
-constexpr int kSmallest = 3;
 
 constexpr osg::StateAttribute::OverrideValue kFirm =
     osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED;
@@ -61,10 +58,9 @@ void setLevel(osg::StateSet& state, size_t level)
     state.addUniform(new osg::Uniform("level", static_cast<int>(level)), kFirm);
 }
 
-/// Of the coarser level: half of it, and at least `kSmallest`.
 int half(int size)
 {
-    return std::max((size + 1) / 2, kSmallest);
+    return (size + 1) / 2;
 }
 
 } // namespace
@@ -77,7 +73,7 @@ SurfaceTarget::SurfaceTarget(int width, int height) : viewportWidth(width), view
                                       osg::FrameBufferAttachment(new osg::RenderBuffer(
                                           points.width, points.height, GL_DEPTH_COMPONENT32F)));
     grids.push_back(points);
-    while (grids.size() < kMostLevels && std::max(grids.back().width, grids.back().height) > kSmallest) {
+    while (grids.size() < kMostLevels && std::max(grids.back().width, grids.back().height) > 2) {
         const SurfaceGrid& finer = grids.back();
         SurfaceGrid grid = makeGrid(half(finer.width), half(finer.height));
         grid.state = screenState(PointProgram::SurfacePull);
