@@ -3,10 +3,8 @@
 #include <VelBrx/Normals.h>
 
 #include "store/StoreIndex.h"
-#include "store/builder/ChunkDivision.h"
-#include "store/builder/ChunkLevels.h"
 #include "store/builder/LoadInput.h"
-#include "store/builder/StoreWriter.h"
+#include "store/builder/SortedInput.h"
 #include "store/io/OutputFile.h"
 #include "store/journal/EditKeeper.h"
 
@@ -20,15 +18,6 @@
 namespace VelBrx {
 
 namespace {
-
-uint64_t randomStoreId()
-{
-    std::random_device device;
-    uint64_t id = 0;
-    while (id == 0)
-        id = uint64_t{device()} << 32 | device();
-    return id;
-}
 
 /// Fails when `output` is one of `inputs` under whatever name.
 Status checkNotInput(const std::string& output, const std::vector<std::string>& inputs)
@@ -76,24 +65,6 @@ void append(std::vector<std::string>& notes, const std::vector<std::string>& mor
     notes.insert(notes.end(), more.begin(), more.end());
 }
 
-/// Only points without extent make a cell larger than a draw call takes.
-Status checkCells(const std::vector<StoreCell>& cells, const std::string& output)
-{
-    for (const StoreCell& cell : cells)
-        if (cell.pointCount > static_cast<uint64_t>(kMaxCellPoints))
-            return Status::failure(output + ": would have " + std::to_string(cell.pointCount) +
-                                   " points in one place, more than a cell takes; thin the input");
-    return {};
-}
-
-/// Decides the level of each point and orders the points of the spool by cells.
-Status sortIntoCells(LoadedInput& input, const GridPlaces& places, PointGate& gate, StoreCells& cells)
-{
-    ChunkLevels levels(*input.plan, input.memory, places, *input.spool, gate);
-    if (Status status = levels.decideShared(*input.run); !status) return status;
-    return ChunkDivision(*input.plan, input.memory, levels, *input.spool, gate).run(*input.run, cells);
-}
-
 Status build(const BuildOptions& options, BuildReport& report)
 {
     if (Status status = OutputFile::check(options.output, options.overwrite); !status) return status;
@@ -106,22 +77,12 @@ Status build(const BuildOptions& options, BuildReport& report)
     LoadedInput input;
     if (Status status = loadInput(options, input, report.badInputs); !status) return status;
     ParallelRun& run = *input.run;
-    const GridPlaces places(input.grid);
-    PointGate gate(input.memory.pointsAtOnce);
-    StoreCells cells;
-    run.begin("sorting");
-    if (Status status = sortIntoCells(input, places, gate, cells); !status) return status;
-    if (Status status = checkCells(cells.all(), options.output); !status) return status;
-
-    run.begin("writing");
-    StoreWriter writer({input.sources, input.grid, input.statistics, input.plan->chunks(), cells, places,
-                        *input.spool, gate, options.coordinateSystem});
-    if (Status status = writer.plan(options.storeId ? options.storeId : randomStoreId()); !status)
-        return status;
+    SortedInput points(input);
+    if (Status status = points.sort(options); !status) return status;
     OutputFile file;
-    if (Status status = file.create(options.output, options.overwrite, writer.fileSize()); !status)
+    if (Status status = file.create(options.output, options.overwrite, points.storeBytes()); !status)
         return status;
-    if (Status status = writer.write(file, run); !status) return status;
+    if (Status status = points.write(file.disk()); !status) return status;
     if (options.keepEdits) {
         run.begin("keeping edits");
         if (Status status = keeper.write(file.temporaryPath(), input.memory.total / 2, run); !status)
@@ -139,8 +100,8 @@ Status build(const BuildOptions& options, BuildReport& report)
     run.begin("done");
 
     report.points = input.sources.pointCount();
-    report.cells = cells.all().size();
-    report.levels = cells.all().back().level + 1u;
+    report.cells = points.cells().size();
+    report.levels = points.cells().back().level + 1u;
     append(report.notes, input.sources.notes());
     append(report.notes, input.notes);
     append(report.notes, input.grid.notes);

@@ -101,8 +101,18 @@ Status checkChunks(const ChunkPlan& plan, const BuildMemory& memory)
     return memory.checkFits(largest);
 }
 
-/// Reads the points of the sources that are left. Succeeds too where some of them cannot be read.
-Status tryInput(const BuildOptions& options, LoadedInput& input)
+/// Why a build fails for inputs that cannot be used.
+Status failureOf(const std::vector<Status>& bad)
+{
+    if (bad.size() == 1) return bad.front();
+    return Status::failure(bad.front().message() + "; of the inputs " + std::to_string(bad.size() - 1) +
+                               " more cannot be used: mend them or leave them out",
+                           bad.front().kind());
+}
+
+} // namespace
+
+Status loadSources(const BuildOptions& options, LoadedInput& input)
 {
     SourceSet& sources = input.sources;
     input.notes.clear();
@@ -130,23 +140,12 @@ Status tryInput(const BuildOptions& options, LoadedInput& input)
     return loadPoints(sources, input.grid, *input.plan, spool, run, input.statistics);
 }
 
-/// Why a build fails for inputs that cannot be used.
-Status failureOf(const std::vector<Status>& bad)
-{
-    if (bad.size() == 1) return bad.front();
-    return Status::failure(bad.front().message() + "; of the inputs " + std::to_string(bad.size() - 1) +
-                               " more cannot be used: mend them or leave them out",
-                           bad.front().kind());
-}
-
-} // namespace
-
 Status loadInput(const BuildOptions& options, LoadedInput& input, std::vector<std::string>& bad)
 {
     const SourceSet& sources = input.sources;
     Status status = input.sources.open(options.inputs);
     do {
-        if (status) status = tryInput(options, input);
+        if (status) status = loadSources(options, input);
     } while (status && options.skipBad && !sources.areReadable());
     for (const Status& one : sources.bad())
         bad.push_back(one.message());

@@ -34,4 +34,8 @@ struct LoadedInput
 /// turns out so, the others are read anew. `bad` receives a line about each.
 Status loadInput(const BuildOptions& options, LoadedInput& input, std::vector<std::string>& bad);
 
+/// Reads the points of `input.sources` in the stead of the inputs that `options` names. Succeeds too where
+/// some of them cannot be read.
+Status loadSources(const BuildOptions& options, LoadedInput& input);
+
 } // namespace VelBrx

@@ -9,7 +9,7 @@
 
 namespace VelBrx {
 
-RecordWriter::RecordWriter(OutputFile& file, uint64_t start, uint64_t length)
+RecordWriter::RecordWriter(DiskFile& file, uint64_t start, uint64_t length)
     : _file(file), _start(start), _length(length)
 {
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "store/io/OutputFile.h"
+#include "store/io/DiskFile.h"
 
 #include <VelThreads/Mutex.h>
 
@@ -16,7 +16,7 @@ class RecordWriter
 {
 public:
     /// The EVLR header goes to `start`; the content has `length` bytes, checksum included.
-    RecordWriter(OutputFile& file, uint64_t start, uint64_t length);
+    RecordWriter(DiskFile& file, uint64_t start, uint64_t length);
 
     /// Writes the EVLR header and the content's first bytes.
     Status begin(uint16_t recordId, const char* description, const std::vector<uint8_t>& head);
@@ -36,7 +36,7 @@ private:
 
     void take(uint64_t position, Piece piece) VEL_REQUIRES(_mutex);
 
-    OutputFile& _file;
+    DiskFile& _file;
     const uint64_t _start;
     const uint64_t _length;
     VelThreads::Mutex _mutex;

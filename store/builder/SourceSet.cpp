@@ -123,11 +123,17 @@ Status SourceSet::open(const std::string& path, bool isOnly)
     if (file.pointCount == 0 && isOnly)
         return Status::failure(path + ": has no points, so there is nothing to build a store of");
     if (file.pointCount == 0) _notes.push_back(path + ": has no points");
+    add(std::move(points));
+    return {};
+}
+
+void SourceSet::add(std::unique_ptr<PointSource> points)
+{
+    const LasFile& file = points->file();
     const RecordFormat format(file.pointFormat, file.recordLength);
     const uint64_t count = file.pointCount;
     _sources.push_back({std::move(points), format, _pointCount, {}});
     _pointCount += count;
-    return {};
 }
 
 Status SourceSet::scan(ParallelRun& run, uint64_t keptBytes, const BatchVisitor& visit)

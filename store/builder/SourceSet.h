@@ -33,6 +33,9 @@ public:
     /// Opens the files, files in folders too, and reads their heads.
     Status open(const std::vector<std::string>& paths);
 
+    /// Adds points that have been opened.
+    void add(std::unique_ptr<PointSource> points);
+
     /// Why files cannot be used, a line each: of those found by one reading in the order of the files.
     std::vector<Status> bad() const;
 

@@ -108,7 +108,7 @@ void StoreWriter::planFlags()
     _flagsHead = encodeFlags(_flags);
 }
 
-Status StoreWriter::write(OutputFile& file, ParallelRun& run)
+Status StoreWriter::write(DiskFile& file, ParallelRun& run)
 {
     if (Status status = file.write(0, _header.data(), _header.size()); !status) return status;
     if (Status status = file.write(_indexStart, _index.data(), _index.size()); !status) return status;
@@ -136,7 +136,7 @@ struct StoreWriter::Cursors
 class StoreWriter::ItemWriter
 {
 public:
-    ItemWriter(OutputFile& file, RecordWriter& origin, uint64_t pointsStart, const OriginRecord& layout)
+    ItemWriter(DiskFile& file, RecordWriter& origin, uint64_t pointsStart, const OriginRecord& layout)
         : _file(file), _origin(origin), _pointsStart(pointsStart), _ordinalsStart(layout.ordinalStart),
           _ordinalSize(layout.ordinalSize), _records(kRunPoints * kPointSize),
           _ordinals(kRunPoints * _ordinalSize)
@@ -167,7 +167,7 @@ public:
     }
 
 private:
-    OutputFile& _file;
+    DiskFile& _file;
     RecordWriter& _origin;
     const uint64_t _pointsStart;
     const uint64_t _ordinalsStart;
@@ -180,7 +180,7 @@ private:
 
 /// Each chunk writes its own cells and its parts of large ones, and brings its points of other shared cells
 /// together in the spool; these are sorted and written at the end.
-Status StoreWriter::writePoints(OutputFile& file, RecordWriter& origin, ParallelRun& run) const
+Status StoreWriter::writePoints(DiskFile& file, RecordWriter& origin, ParallelRun& run) const
 {
     Cursors cursors(_content.cells.all().size());
     const auto writeWith = [&](const auto& use) -> Status {

@@ -8,7 +8,7 @@
 #include "store/builder/RecordWriter.h"
 #include "store/builder/SourceSet.h"
 #include "store/builder/StoreCells.h"
-#include "store/io/OutputFile.h"
+#include "store/io/DiskFile.h"
 #include "store/io/ParallelRun.h"
 
 #include <cstdint>
@@ -43,7 +43,7 @@ public:
 
     uint64_t fileSize() const { return _fileSize; }
 
-    Status write(OutputFile& file, ParallelRun& run);
+    Status write(DiskFile& file, ParallelRun& run);
 
 private:
     class ItemWriter;
@@ -52,7 +52,7 @@ private:
     Status planOrigin();
     void planFlags();
     std::vector<uint8_t> encodeCells(uint64_t storeId) const;
-    Status writePoints(OutputFile& file, RecordWriter& origin, ParallelRun& run) const;
+    Status writePoints(DiskFile& file, RecordWriter& origin, ParallelRun& run) const;
     Status writeChunk(size_t index, ItemWriter& writer, Cursors& cursors) const;
     Status writeSharedCell(const StoreCell& cell, ItemWriter& writer) const;
     Status writeFlags(RecordWriter& flags, ParallelRun& run) const;

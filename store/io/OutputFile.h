@@ -42,6 +42,9 @@ public:
         return _file.write(position, data, length);
     }
 
+    /// For those who write to a file whatever becomes of it.
+    DiskFile& disk() { return _file; }
+
     /// Brings the bytes to the disk; after it only `commit` follows.
     Status close() { return _file.close(); }
 

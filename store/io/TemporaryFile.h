@@ -2,6 +2,8 @@
 
 #include "store/io/DiskFile.h"
 
+#include <string>
+
 namespace VelBrx {
 
 /// Opens a new file without a name on the disk of `folder`; the descriptor is the caller's.
@@ -23,6 +25,12 @@ public:
     {
         return _file.read(position, data, length);
     }
+
+    /// Leads to the file as long as this object lives, in this process alone.
+    std::string path() const { return "/proc/self/fd/" + std::to_string(_file.descriptor()); }
+
+    /// For those who write to a file whatever becomes of it.
+    DiskFile& disk() { return _file; }
 
     /// Gives back the memory and disk space of bytes that nobody reads again.
     void discard(uint64_t position, uint64_t length) { _file.discard(position, length); }

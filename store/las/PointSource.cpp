@@ -17,13 +17,13 @@ public:
 
     uint64_t partCount() const override { return (file().pointCount + partPoints() - 1) / partPoints(); }
 
-    Status readPart(uint64_t index, const Use& use, RecordFields) const override
+    Status readPart(uint64_t index, const Use& use, RecordFields, uint64_t most) const override
     {
         FileReader input;
         if (Status status = input.open(file().path); !status) return status.of(file().path);
         PointBatch batch;
         batch.first = index * partPoints();
-        const uint64_t count = std::min(partPoints(), file().pointCount - batch.first);
+        const uint64_t count = std::min({partPoints(), file().pointCount - batch.first, most});
         batch.records.resize(count * file().recordLength);
         const uint64_t start = file().pointDataStart + batch.first * file().recordLength;
         if (!input.read(static_cast<int64_t>(start), batch.records.data(), batch.records.size()))

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -32,15 +33,17 @@ class PointSource
 public:
     using Use = std::function<Status(const PointBatch&)>;
 
+    static constexpr uint64_t kWholePart = std::numeric_limits<uint64_t>::max();
+
     virtual ~PointSource() = default;
 
     const LasFile& file() const { return _file; }
     virtual uint64_t partCount() const = 0;
 
-    /// Hands the records of a part to `use`, one batch after the other, so that a part may be larger than
-    /// memory. A failure of `use` ends it and is returned.
-    virtual Status readPart(uint64_t index, const Use& use,
-                            RecordFields fields = RecordFields::All) const = 0;
+    /// Hands the records of a part, at most its first `most`, to `use`, one batch after the other, so that a
+    /// part may be larger than memory. A failure of `use` ends it and is returned.
+    virtual Status readPart(uint64_t index, const Use& use, RecordFields fields = RecordFields::All,
+                            uint64_t most = kWholePart) const = 0;
 
     /// The size of a part's records where they must be decoded, 0 where they are read as they stand.
     virtual uint64_t decodedSize(uint64_t /*part*/) const { return 0; }

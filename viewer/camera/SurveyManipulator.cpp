@@ -65,7 +65,7 @@ void SurveyManipulator::goHome(const Pose& pose)
 
 void SurveyManipulator::fit()
 {
-    if (_scene.clouds().empty()) return;
+    if (_scene.isEmpty()) return;
     const double aspect = _camera && _camera->getViewport() ? _camera->getViewport()->aspectRatio() : 1;
     go(_pose.fitted(_scene.boundsFor(CameraView()), aspect));
 }
@@ -110,7 +110,7 @@ osg::Matrixd SurveyManipulator::getMatrix() const
 
 osg::Matrixd SurveyManipulator::getInverseMatrix() const
 {
-    const Look look = _pose.orthographic() && !_scene.clouds().empty()
+    const Look look = _pose.orthographic() && !_scene.isEmpty()
                           ? withAllInFront(_pose.look(), _scene.bounds())
                           : _pose.look();
     return osg::Matrixd::lookAt(look.eye, look.center, look.up);

@@ -134,9 +134,18 @@ bool SceneEditing::refuse(const std::string& operation, const std::string& messa
     return true;
 }
 
+/// Why there is nothing to edit though there are points in the picture; else empty.
+std::string SceneEditing::whyNothing() const
+{
+    if (!_scene.clouds().empty() || _scene.previews().empty()) return "";
+    return "this is a preview of " + _scene.previews().front().store +
+           ", which cannot be edited: wait until its store is built";
+}
+
 /// Why the outline cannot be used; empty when it can.
 std::string SceneEditing::drawOnWindow(const Outline& outline, size_t fewest, double margin)
 {
+    if (std::string nothing = whyNothing(); !nothing.empty()) return nothing;
     const std::optional<WindowView> window = windowViewOf(*_sight.camera);
     if (!window) return "the viewer has no single window to draw on";
     _onWindow = {*window, outline.pixels};
@@ -193,6 +202,7 @@ PointSelection SceneEditing::everythingDrawn() const
 /// cannot be used; empty when it can.
 std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelection& selection)
 {
+    if (std::string nothing = whyNothing(); !nothing.empty()) return nothing;
     if (const auto* said = std::get_if<PointSelection>(&place)) {
         selection = *said;
         const PointSelection picture = everythingDrawn();

@@ -223,6 +223,7 @@ private:
     std::vector<osg::Vec4d> clipPlanes() const;
     VelOsgDBBrx::PointSelection everythingDrawn() const;
     void setFront(VelOsgDBBrx::ScreenPlace& place) const;
+    std::string whyNothing() const;
     std::string drawOnWindow(const Outline& outline, size_t fewest, double margin = 1);
     void addMarkStep(const std::string& name, const PictureMarks::State& before);
     void concludeLine(Running& running, double width, const std::vector<osg::Vec4d>& strip);

@@ -86,9 +86,7 @@ void CloudFiles::openNow(const std::string& path, const How& how, JobQueue::Cont
     for (const std::string& input : inputs) {
         StorePlan plan;
         if (control.cancelled() || !tell(findStore(input, how.rebuild, how.place, plan))) continue;
-        const auto progress = [&](const VelBrx::BuildProgress& state) { control.report(state); };
-        if (!plan.source.empty() && !tell(buildStore(plan, progress, control.cancelled(), news.done)))
-            continue;
+        if (!plan.source.empty() && !tell(buildNow(plan, control, news))) continue;
         OpenedStore store;
         std::string note;
         if (!tell(openStore(plan.store, how.normals, store, note))) continue;
@@ -102,9 +100,26 @@ void CloudFiles::openNow(const std::string& path, const How& how, JobQueue::Cont
     if (control.cancelled()) news.done.push_back(path + ": cancelled");
     const VelThreads::Lock lock(_mutex);
     append(_results.opened, opened);
+    _results.ended.push_back(control.id());
     append(_results.news.problems, news.problems);
     append(_results.news.notes, news.notes);
     append(_results.news.done, news.done);
+}
+
+/// Something to look at comes first.
+Status CloudFiles::buildNow(const StorePlan& plan, JobQueue::Control& control, News& news)
+{
+    control.report({"reading a preview"});
+    std::optional<StorePreview> preview;
+    const Status sampled = openPreview(plan, control.cancelled(), preview);
+    if (preview) {
+        const VelThreads::Lock lock(_mutex);
+        _results.previews.push_back({std::move(*preview), plan.store, control.id()});
+    }
+    const auto progress = [&](const VelBrx::BuildProgress& state) { control.report(state); };
+    const Status built = buildStore(plan, progress, control.cancelled(), news.done);
+    if (built && !sampled) news.done.push_back(sampled.message() + ", so no preview was shown");
+    return built;
 }
 
 void CloudFiles::exportCloud(const Scene::Cloud& cloud, const std::string& path, bool overwrite)
@@ -155,6 +170,66 @@ void CloudFiles::giveWay(std::vector<OpenedStore>& stores, News& news)
             news.done.push_back(store.path + ": was built anew, and is shown so");
 }
 
+bool CloudFiles::isShown(const std::string& store) const
+{
+    const std::vector<Scene::Cloud>& clouds = _scene.clouds();
+    return std::any_of(clouds.begin(), clouds.end(),
+                       [&](const Scene::Cloud& cloud) { return cloud.store == store; });
+}
+
+/// Not of a store that is on show and built anew.
+void CloudFiles::showPreviews(std::vector<ReadyPreview>& ready, News& news)
+{
+    for (ReadyPreview& one : ready) {
+        if (isShown(one.store)) continue;
+        const uint64_t cloud = _scene.addPreview(std::move(one.preview.store), one.preview.surveyPoints);
+        _previews.push_back({cloud, one.job, one.store});
+        news.cloudsChanged = true;
+    }
+}
+
+/// A preview goes at once where no store takes its place, else when the points of that are there.
+void CloudFiles::endPreviews(const std::vector<uint64_t>& ended, News& news)
+{
+    for (const uint64_t job : ended)
+        for (auto preview = _previews.begin(); preview != _previews.end();) {
+            if (preview->job == job && !isShown(preview->store)) {
+                _scene.remove(preview->cloud);
+                preview = _previews.erase(preview);
+                news.cloudsChanged = true;
+                continue;
+            }
+            if (preview->job == job) preview->end = Clock::now();
+            ++preview;
+        }
+}
+
+bool CloudFiles::dropPreviews(bool isSettled)
+{
+    constexpr std::chrono::seconds kLongest(3); // a picture that moves all the time is never settled
+    if (_editing.isBusy()) return false;
+    const size_t before = _previews.size();
+    for (auto preview = _previews.begin(); preview != _previews.end();) {
+        if (!preview->end || (!isSettled && Clock::now() - *preview->end < kLongest)) {
+            ++preview;
+            continue;
+        }
+        _scene.remove(preview->cloud);
+        preview = _previews.erase(preview);
+    }
+    return _previews.size() < before;
+}
+
+std::optional<JobQueue::State> CloudFiles::openingOf(uint64_t preview) const
+{
+    for (const Preview& one : _previews) {
+        if (one.cloud != preview || one.end) continue;
+        for (const JobQueue::State& job : openings())
+            if (job.id == one.job) return job;
+    }
+    return std::nullopt;
+}
+
 CloudFiles::News CloudFiles::update()
 {
     if (_editing.isBusy()) return {};
@@ -165,12 +240,14 @@ CloudFiles::News CloudFiles::update()
         results = std::exchange(_results, Results());
     }
     News& news = results.news;
+    showPreviews(results.previews, news);
     giveWay(results.stores, news);
     if (!results.stores.empty()) {
         _editing.addClouds(std::move(results.stores));
         append(news.notes, _editing.notes());
         news.cloudsChanged = true;
     }
+    endPreviews(results.ended, news);
     for (const uint64_t cloud : std::exchange(_closing, {}))
         if (_editing.removeCloud(cloud)) news.cloudsChanged = true;
     if (!results.opened.empty()) remember(results.opened);
@@ -192,10 +269,11 @@ std::vector<std::string> CloudFiles::checkStores()
 
 bool CloudFiles::isBusy() const
 {
-    if (!_closing.empty() || !_opening.isIdle() || !_exporting.isIdle()) return true;
+    if (!_closing.empty() || !_previews.empty() || !_opening.isIdle() || !_exporting.isIdle()) return true;
     const VelThreads::Lock lock(_mutex);
     const News& news = _results.news;
-    return !_results.stores.empty() || !news.problems.empty() || !news.notes.empty() || !news.done.empty();
+    return !_results.previews.empty() || !_results.stores.empty() || !_results.ended.empty() ||
+           !news.problems.empty() || !news.notes.empty() || !news.done.empty();
 }
 
 std::vector<std::string> CloudFiles::recent() const

@@ -8,7 +8,9 @@
 
 #include <VelThreads/Mutex.h>
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -61,6 +63,13 @@ public:
     /// a frame, between frames.
     News update();
 
+    /// Takes previews away whose stores are on show; whether there were some. `isSettled`: the points of the
+    /// picture are all there.
+    bool dropPreviews(bool isSettled);
+
+    /// The opening that a preview of the scene belongs to; empty where it has ended.
+    std::optional<JobQueue::State> openingOf(uint64_t preview) const;
+
     /// Looks after the files of the clouds on show, some at each call. Lines for people: which of them were
     /// removed or cut since they were opened, each once.
     std::vector<std::string> checkStores();
@@ -78,24 +87,51 @@ public:
     std::vector<std::string> recent() const;
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    /// What is shown of a survey until its store is.
+    struct Preview
+    {
+        uint64_t cloud; ///< of the scene
+        uint64_t job;
+        std::string store;                                   ///< that is being built
+        std::optional<Clock::time_point> end = std::nullopt; ///< when its store came
+    };
+
+    /// A preview that is ready.
+    struct ReadyPreview
+    {
+        StorePreview preview;
+        std::string store; ///< that is being built
+        uint64_t job;
+    };
+
     /// What the threads have done.
     struct Results
     {
+        std::vector<ReadyPreview> previews;
+        std::vector<uint64_t> ended; ///< jobs
         std::vector<OpenedStore> stores;
         std::vector<std::string> opened; ///< the files that people named
         News news;
     };
 
     void openNow(const std::string& path, const How& how, JobQueue::Control& control) VEL_EXCLUDES(_mutex);
+    VelBrx::Status buildNow(const StorePlan& plan, JobQueue::Control& control, News& news)
+        VEL_EXCLUDES(_mutex);
     void exportNow(const std::string& store, const std::string& path, bool overwrite,
                    JobQueue::Control& control) VEL_EXCLUDES(_mutex);
     void remember(const std::vector<std::string>& opened);
     void giveWay(std::vector<OpenedStore>& stores, News& news);
+    void showPreviews(std::vector<ReadyPreview>& ready, News& news);
+    void endPreviews(const std::vector<uint64_t>& ended, News& news);
+    bool isShown(const std::string& store) const;
 
     SceneEditing& _editing;
     Scene& _scene;
     Settings& _settings;
     std::vector<uint64_t> _closing;
+    std::vector<Preview> _previews;
     size_t _checked = 0;         ///< the place of the cloud whose file comes next
     std::set<uint64_t> _damaged; ///< clouds whose file is not what it was
     mutable VelThreads::Mutex _mutex;

@@ -28,6 +28,7 @@ void JobQueue::push(const std::string& title, Work work)
 {
     const VelThreads::Lock lock(_mutex);
     _jobs.push_back({++_lastId, title, std::move(work)});
+    _jobs.back().control->_id = _lastId;
     _changed.notifyAll();
 }
 

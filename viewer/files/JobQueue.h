@@ -27,9 +27,12 @@ public:
 
         void report(const VelBrx::BuildProgress& progress);
 
+        uint64_t id() const { return _id; }
+
     private:
         friend class JobQueue;
 
+        uint64_t _id = 0;
         std::atomic<bool> _cancelled{false};
         std::atomic<const char*> _stage{""};
         std::atomic<float> _share{0};

@@ -53,7 +53,7 @@ void addRecord(const VelOsgDBBrx::StoredPoint& stored, PointFacts& facts)
     std::string color;
     for (const uint16_t channel : stored.color)
         color += (color.empty() ? "" : " ") + std::to_string(channel);
-    facts.more = {{"colour", color},
+    facts.more = {{"colour", color}, // in front: see `addSource`
                   {"scan angle", fixed(stored.scanAngle, 3) + "°"},
                   {"scan direction", stored.scansForward ? "forward" : "backward"},
                   {"edge of flight line", stored.atEdgeOfLine ? "yes" : "no"},
@@ -67,8 +67,15 @@ void addRecord(const VelOsgDBBrx::StoredPoint& stored, PointFacts& facts)
     facts.more.emplace_back("record", std::to_string(stored.number));
 }
 
+/// Of LAS point formats.
+bool hasColors(unsigned format)
+{
+    return format == 2 || format == 3 || format == 5 || format == 7 || format == 8 || format == 10;
+}
+
 void addSource(const VelBrx::SourcePoint& source, PointFacts& facts)
 {
+    if (!hasColors(source.pointFormat)) facts.more.front().second = "none";
     facts.more.emplace_back("flags", flagsText(source));
     facts.more.emplace_back("class as built", classText(source.classCode));
     if (source.nearInfrared) facts.more.emplace_back("near infrared", std::to_string(*source.nearInfrared));
@@ -112,10 +119,13 @@ std::string PointFacts::line() const
 
 std::string placeOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene)
 {
-    const Scene::Cloud* const cloud = scene.findCloud(point.cloudId);
-    if (!cloud) return {};
-    const auto stored = VelOsgDBBrx::storedPoint(point, cloud->octree());
-    return stored ? placeText(stored->position, cloud->octree(), Units(cloud->system)) : std::string();
+    for (const auto* const list : {&scene.clouds(), &scene.previews()})
+        for (const Scene::Cloud& cloud : *list) {
+            if (cloud.id != point.cloudId) continue;
+            const auto stored = VelOsgDBBrx::storedPoint(point, cloud.octree());
+            return stored ? placeText(stored->position, cloud.octree(), Units(cloud.system)) : std::string();
+        }
+    return {};
 }
 
 std::optional<PointFacts> factsOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene)

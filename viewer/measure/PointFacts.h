@@ -32,7 +32,8 @@ struct PointFacts
     std::string line() const;
 };
 
-/// Coordinates for people, as the store holds them, with their unit; empty for a point of none of the clouds.
+/// Coordinates for people, as the store holds them, with their unit; of previews too; empty for
+/// a point of neither.
 /// Reads records: milliseconds.
 std::string placeOf(const VelOsgDBBrx::PickedPoint& point, const Scene& scene);
 

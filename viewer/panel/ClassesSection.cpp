@@ -44,10 +44,23 @@ void ClassesSection::draw()
         _gui.wakeAfter(kLookAgain);
         if (*progress > 0) ImGui::TextDisabled("counting ... %d %%", static_cast<int>(100 * *progress));
     }
+    followEdits();
     if (!_counts.problem().empty()) ImGui::TextWrapped("%s", _counts.problem().c_str());
     drawShown();
     drawAdd();
     drawSave();
+}
+
+/// An undo may have taken all points of a class that the legend has.
+void ClassesSection::followEdits()
+{
+    const uint64_t revision = _stage.editing.revision();
+    if (_counts.progress() || _followed == revision) return;
+    _followed = revision;
+    ClassSet present;
+    for (size_t code = 0; code < present.size(); ++code)
+        present[code] = _counts.points()[code] > 0;
+    _gui.later([this, present] { _stage.scene.forgetAllBut(present); });
 }
 
 /// The classes with points, the user's own, and the one that points become.

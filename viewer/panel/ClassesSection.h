@@ -24,6 +24,7 @@ public:
     void draw();
 
 private:
+    void followEdits();
     void drawRows();
     void drawRow(int code);
     void drawColor(int code);
@@ -40,8 +41,9 @@ private:
     Gui& _gui;
     const std::function<std::string()> _file;
     ClassCounts& _counts;
-    ClassSet _added;  ///< by hand, without a point so far
-    int _wanted = 64; ///< to be added: the first that users may define
+    std::optional<uint64_t> _followed; ///< the revision of edits whose classes the legend has
+    ClassSet _added;                   ///< by hand, without a point so far
+    int _wanted = 64;                  ///< to be added: the first that users may define
     std::array<char, 65> _name{};
     bool _isChanged = false; ///< names or colours are not in the file
     std::string _said;       ///< what came of writing it

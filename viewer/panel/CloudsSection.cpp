@@ -48,7 +48,7 @@ void CloudsSection::draw()
 {
     drawButtons();
     drawProblems();
-    if (_stage.scene.clouds().empty()) {
+    if (_stage.scene.isEmpty()) {
         ImGui::PushStyleColor(ImGuiCol_Text, ImGui::GetStyleColorVec4(ImGuiCol_TextDisabled));
         ImGui::TextWrapped("Nothing is open. Open LAS and LAZ files, stores or a folder of stores, or drop "
                            "them on the window.");
@@ -62,6 +62,8 @@ void CloudsSection::draw()
     ImGui::TableSetupColumn("eye", ImGuiTableColumnFlags_WidthFixed, ImGui::GetFrameHeight());
     ImGui::TableSetupColumn("name", ImGuiTableColumnFlags_WidthStretch);
     ImGui::TableSetupColumn("do", ImGuiTableColumnFlags_WidthFixed, buttons);
+    for (const Scene::Cloud& preview : _stage.scene.previews())
+        drawPreview(preview);
     const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
     ImGuiListClipper visible; // thousands of rows would take longer than the picture
     visible.Begin(static_cast<int>(clouds.size()));
@@ -110,15 +112,40 @@ void CloudsSection::drawCloud(const Scene::Cloud& cloud)
     if (ImGui::Selectable(fs::path(cloud.store).filename().string().c_str(), cloud.id == current()))
         _current = cloud.id;
     widgets::tip(cloud.store);
-    ImGui::TextDisabled("%s points", grouped(cloud.points).c_str());
-    // One line, so that all rows are as high.
-    ImGui::TextDisabled("%s",
-                        cloud.system ? shownName(cloud.system->name()).c_str() : "no coordinate system");
-    widgets::tip(cloud.system ? cloud.system->description() : "The file states none that is known");
+    drawFacts(cloud);
     ImGui::TableNextColumn();
     if (button("Frame", "Look at this cloud")) lookAtCloud(cloud);
     ImGui::SameLine();
     if (button("x", "Close the cloud\nKey: Ctrl+W, for the chosen one")) _questions.askToClose(cloud.id);
+    ImGui::PopID();
+}
+
+/// Below its name how many points it has and in which system; one line each, so that all rows are as high.
+void CloudsSection::drawFacts(const Scene::Cloud& cloud)
+{
+    ImGui::TextDisabled("%s points", grouped(cloud.points).c_str());
+    ImGui::TextDisabled("%s",
+                        cloud.system ? shownName(cloud.system->name()).c_str() : "no coordinate system");
+    widgets::tip(cloud.system ? cloud.system->description() : "The file states none that is known");
+}
+
+void CloudsSection::drawPreview(const Scene::Cloud& preview)
+{
+    const std::optional<JobQueue::State> opening = _files.openingOf(preview.id);
+    if (!opening) return; // its store is in the list
+    ImGui::PushID(static_cast<int>(preview.id));
+    ImGui::TableNextRow();
+    ImGui::TableNextColumn();
+    ImGui::TableNextColumn();
+    ImGui::Text("%s", fs::path(preview.store).filename().string().c_str());
+    widgets::tip(preview.store + "\nA sample of its points, while its store is built. It can be looked at; "
+                                 "edits, picks and exports wait for the store");
+    ImGui::Text("preview, %.0f %%", 100 * opening->share);
+    drawFacts(preview);
+    ImGui::TableNextColumn();
+    if (button("Frame", "Look at this survey")) lookAtCloud(preview);
+    ImGui::SameLine();
+    if (button("x", "Do not open it: the build is cancelled")) _files.cancelOpening(opening->id);
     ImGui::PopID();
 }
 

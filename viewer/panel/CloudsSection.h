@@ -29,6 +29,8 @@ private:
     void drawButtons();
     void drawRecent();
     void drawCloud(const Scene::Cloud& cloud);
+    void drawPreview(const Scene::Cloud& preview);
+    void drawFacts(const Scene::Cloud& cloud);
     void lookAtCloud(const Scene::Cloud& cloud);
     void drawProblems();
 

@@ -126,7 +126,7 @@ void ViewSection::drawSaved()
 
 void ViewSection::drawClipBox()
 {
-    if (_stage.scene.clouds().empty()) return;
+    if (_stage.scene.isEmpty()) return;
     ImGui::Separator();
     const Operation& operation = *findOperation("clipBox");
     const auto boxed = [&] {

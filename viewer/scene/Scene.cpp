@@ -122,22 +122,8 @@ std::vector<uint64_t> Scene::add(std::vector<OpenedStore> stores, std::vector<st
             notes.push_back(store.path + ": is the same file as " + shown->store + ", which is shown");
             continue;
         }
-        Cloud cloud;
-        cloud.id = ++_lastId;
-        cloud.store = store.path;
-        cloud.node = store.cloud.cloud;
-        cloud.placed = store.cloud.node;
-        cloud.points = store.cloud.header.pointCount;
-        cloud.statistics = std::move(store.cloud.statistics);
-        cloud.bounds = store.bounds;
-        cloud.bulk = store.bulk;
-        cloud.system = std::move(store.system);
-        PointCloudHelper::setPointCloudId(cloud.node, cloud.id);
-        PointCloudHelper::setClipPlane(cloud.node, _clipPlanes);
-        VelOsgDBBrx::ShaderHelper::switchEDLShader(cloud.node, _edl);
-        _root->addChild(cloud.placed);
-        ids.push_back(cloud.id);
-        _clouds.push_back(std::move(cloud));
+        _clouds.push_back(place(std::move(store)));
+        ids.push_back(_clouds.back().id);
     }
     if (!ids.empty()) followClouds();
     tellOtherSystems(ids, notes);
@@ -145,15 +131,56 @@ std::vector<uint64_t> Scene::add(std::vector<OpenedStore> stores, std::vector<st
     return ids;
 }
 
+/// Puts what was opened into the picture.
+Scene::Cloud Scene::place(OpenedStore store)
+{
+    Cloud cloud;
+    cloud.id = ++_lastId;
+    cloud.store = std::move(store.path);
+    cloud.node = store.cloud.cloud;
+    cloud.placed = store.cloud.node;
+    cloud.points = store.cloud.header.pointCount;
+    cloud.statistics = std::move(store.cloud.statistics);
+    cloud.bounds = store.bounds;
+    cloud.bulk = store.bulk;
+    cloud.system = std::move(store.system);
+    PointCloudHelper::setPointCloudId(cloud.node, cloud.id);
+    PointCloudHelper::setClipPlane(cloud.node, _clipPlanes);
+    VelOsgDBBrx::ShaderHelper::switchEDLShader(cloud.node, _edl);
+    _root->addChild(cloud.placed);
+    return cloud;
+}
+
+uint64_t Scene::addPreview(OpenedStore preview, uint64_t points)
+{
+    _previews.push_back(place(std::move(preview)));
+    _previews.back().points = points;
+    followClouds();
+    return _previews.back().id;
+}
+
 void Scene::remove(uint64_t id)
 {
-    const auto cloud =
-        std::find_if(_clouds.begin(), _clouds.end(), [id](const Cloud& known) { return known.id == id; });
-    if (cloud == _clouds.end()) return;
-    if (_mode == ColorMode::CHANGED) _changed.end({cloud->node});
-    _root->removeChild(cloud->placed);
-    _clouds.erase(cloud);
-    followClouds();
+    for (std::vector<Cloud>* const list : {&_clouds, &_previews}) {
+        const auto cloud =
+            std::find_if(list->begin(), list->end(), [id](const Cloud& known) { return known.id == id; });
+        if (cloud == list->end()) continue;
+        if (list == &_clouds && _mode == ColorMode::CHANGED) _changed.end({cloud->node});
+        _root->removeChild(cloud->placed);
+        list->erase(cloud);
+        followClouds();
+        return;
+    }
+}
+
+/// The clouds, then the previews.
+std::vector<const Scene::Cloud*> Scene::all() const
+{
+    std::vector<const Cloud*> all;
+    for (const std::vector<Cloud>* const list : {&_clouds, &_previews})
+        for (const Cloud& cloud : *list)
+            all.push_back(&cloud);
+    return all;
 }
 
 void Scene::setShown(uint64_t id, bool shown)
@@ -184,30 +211,31 @@ void Scene::followClouds()
     const Cloud* const stating = firstWithSystem();
     _units = stating ? Units(stating->system) : Units();
     VelBrx::StoreStatistics statistics;
-    for (const Cloud& cloud : _clouds) {
-        _bounds.expandBy(cloud.bounds);
-        if (&cloud == &_clouds.front())
-            statistics = cloud.statistics;
+    const std::vector<const Cloud*> clouds = all();
+    for (const Cloud* const cloud : clouds) {
+        _bounds.expandBy(cloud->bounds);
+        if (cloud == clouds.front())
+            statistics = cloud->statistics;
         else
-            merge(statistics, cloud.statistics);
-        applyLight(*cloud.node, _light);
+            merge(statistics, cloud->statistics);
+        applyLight(*cloud->node, _light);
     }
     _statistics = statistics;
-    const std::vector<bool> isFramed = framed();
-    for (size_t i = 0; i < _clouds.size(); ++i)
-        if (isFramed[i]) _boundsOfMost.expandBy(boundsOfMost(_clouds[i].bounds, _clouds[i].bulk));
+    const std::vector<bool> isFramed = framed(clouds);
+    for (size_t i = 0; i < clouds.size(); ++i)
+        if (isFramed[i]) _boundsOfMost.expandBy(boundsOfMost(clouds[i]->bounds, clouds[i]->bulk));
     setSurface(_surface);
     followColors();
 }
 
 /// Of each cloud, whether views of the survey show it: with the one of the most points, those around it.
-std::vector<bool> Scene::framed() const
+std::vector<bool> Scene::framed(const std::vector<const Cloud*>& clouds) const
 {
     std::vector<osg::BoundingBoxd> surveys;
     size_t largest = 0;
-    for (const Cloud& cloud : _clouds) {
-        if (cloud.points > _clouds[largest].points) largest = surveys.size();
-        surveys.push_back(cloud.bounds);
+    for (const Cloud* const cloud : clouds) {
+        if (cloud->points > clouds[largest]->points) largest = surveys.size();
+        surveys.push_back(cloud->bounds);
     }
     return inOnePicture(surveys, largest);
 }
@@ -215,15 +243,17 @@ std::vector<bool> Scene::framed() const
 /// One line, however many of these clouds are meant.
 void Scene::tellFarAway(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const
 {
-    const std::vector<bool> isFramed = framed();
+    std::vector<const Cloud*> clouds = all();
+    clouds.resize(_clouds.size()); // of a preview it is told when its store comes
+    const std::vector<bool> isFramed = framed(clouds);
     const Cloud* shown = nullptr;
     const Cloud* far = nullptr;
     bool areNew = false;
     size_t count = 0;
-    for (size_t i = 0; i < _clouds.size(); ++i) {
-        (isFramed[i] ? shown : far) = &_clouds[i];
+    for (size_t i = 0; i < clouds.size(); ++i) {
+        (isFramed[i] ? shown : far) = clouds[i];
         count += !isFramed[i];
-        areNew = areNew || std::find(ids.begin(), ids.end(), _clouds[i].id) != ids.end();
+        areNew = areNew || std::find(ids.begin(), ids.end(), clouds[i]->id) != ids.end();
     }
     if (!far || !areNew) return;
     const std::string more = count > 1 ? " (and " + std::to_string(count - 1) + " more)" : "";
@@ -244,9 +274,9 @@ void Scene::followColors()
 
 const Scene::Cloud* Scene::firstWithSystem() const
 {
-    const auto cloud = std::find_if(_clouds.begin(), _clouds.end(),
-                                    [](const Cloud& known) { return known.system.has_value(); });
-    return cloud == _clouds.end() ? nullptr : &*cloud;
+    for (const Cloud* const cloud : all())
+        if (cloud->system) return cloud;
+    return nullptr;
 }
 
 /// One line, however many of these clouds are meant.
@@ -293,6 +323,13 @@ void Scene::noteClass(uint8_t code)
     ++_legendRevision;
 }
 
+void Scene::forgetAllBut(const std::bitset<256>& classes)
+{
+    if ((_notedClasses & ~classes).none()) return;
+    _notedClasses &= classes;
+    followColors();
+}
+
 std::vector<VelOsgDBBrx::IPointCloud*> Scene::nodes() const
 {
     std::vector<VelOsgDBBrx::IPointCloud*> nodes;
@@ -312,12 +349,15 @@ void Scene::setColorMode(ColorMode mode, ChangedBy changedBy)
     else
         for (const Cloud& cloud : _clouds)
             _coloring.apply(cloud.node, modeOf(cloud));
+    for (const Cloud& preview : _previews) // they have no journals
+        _coloring.apply(preview.node, mode == ColorMode::CHANGED ? Coloring::automatic(preview.statistics)
+                                                                 : modeOf(preview));
 }
 
 std::optional<ColorMode> Scene::gradientMode() const
 {
-    for (const Cloud& cloud : _clouds)
-        if (hasGradient(modeOf(cloud))) return modeOf(cloud);
+    for (const Cloud* const cloud : all())
+        if (hasGradient(modeOf(*cloud))) return modeOf(*cloud);
     return std::nullopt;
 }
 
@@ -376,8 +416,8 @@ Legend Scene::legend() const
 Legend Scene::legendOfPoints() const
 {
     if (_mode == ColorMode::CHANGED) return _changed.legend();
-    for (const Cloud& cloud : _clouds) {
-        const Legend legend = _coloring.legend(modeOf(cloud));
+    for (const Cloud* const cloud : all()) {
+        const Legend legend = _coloring.legend(modeOf(*cloud));
         if (!legend.title.empty()) return legend;
     }
     return Legend();
@@ -400,8 +440,8 @@ void Scene::setShading(const EyeDomeShading& shading)
 void Scene::setLight(const NormalLight& light)
 {
     _light = light;
-    for (const Cloud& cloud : _clouds)
-        applyLight(*cloud.node, light);
+    for (const Cloud* const cloud : all())
+        applyLight(*cloud->node, light);
 }
 
 void Scene::setSurface(const SurfaceLook& surface)

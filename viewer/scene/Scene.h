@@ -80,17 +80,27 @@ public:
     /// the new clouds.
     std::vector<uint64_t> add(std::vector<OpenedStore> stores, std::vector<std::string>& notes);
 
-    /// Takes a cloud out; unknown ids are ignored. Its store is closed when nobody else holds its node.
+    /// Takes a cloud or a preview out; unknown ids are ignored. Its store is closed when nobody else holds
+    /// its node.
     void remove(uint64_t id);
+
+    /// Shows a sample of a survey whose store is being built: `preview`, its path the survey's file. Bounds,
+    /// units and colours are of the previews, too, but they are none of `clouds`, so that nothing in them is
+    /// edited, picked, counted, measured or exported. `points`: of the survey. Returns the id.
+    uint64_t addPreview(OpenedStore preview, uint64_t points);
+    const std::vector<Cloud>& previews() const { return _previews; }
 
     /// Draws the cloud, or does not. Its paging goes on as for one that is not in the picture.
     void setShown(uint64_t id, bool shown);
 
-    /// Another number when clouds came, went, were shown or hidden.
+    /// Another number when clouds or previews came, went, were shown or hidden.
     unsigned cloudsRevision() const { return _cloudsRevision; }
 
     /// In the order in which they came.
     const std::vector<Cloud>& clouds() const { return _clouds; }
+
+    /// There is neither a cloud nor a preview.
+    bool isEmpty() const { return _clouds.empty() && _previews.empty(); }
 
     /// Null for an id of none.
     const Cloud* findCloud(uint64_t id) const;
@@ -122,6 +132,9 @@ public:
 
     /// Points have this class now: legends from now on list it.
     void noteClass(uint8_t code);
+
+    /// Points have none but these classes now: legends forget the others that were noted.
+    void forgetAllBut(const std::bitset<256>& classes);
 
     /// The classes have these names and colours now, in the picture as in every text.
     void setClassTable(const VelBrx::ClassTable& table);
@@ -231,10 +244,12 @@ private:
     ColorMode modeOf(const Cloud& cloud) const;
     Legend legendOfPoints() const;
     std::vector<VelOsgDBBrx::IPointCloud*> nodes() const;
+    std::vector<const Cloud*> all() const;
+    Cloud place(OpenedStore store);
     const Cloud* findShown(const VelBrx::FileIdentity& file) const;
     void followClouds();
     const Cloud* firstWithSystem() const;
-    std::vector<bool> framed() const;
+    std::vector<bool> framed(const std::vector<const Cloud*>& clouds) const;
     void tellFarAway(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const;
     void tellOtherSystems(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const;
     void followColors();
@@ -242,6 +257,7 @@ private:
 
     osg::ref_ptr<VelOsgDBBrx::SurfaceView> _root = new VelOsgDBBrx::SurfaceView;
     std::vector<Cloud> _clouds;
+    std::vector<Cloud> _previews;
     uint64_t _lastId = 0;
     unsigned _cloudsRevision = 0;
     osg::BoundingBoxd _bounds;

@@ -7,6 +7,7 @@
 
 #include <VelBrx/Builder.h>
 #include <VelBrx/MiraLasRead.h>
+#include <VelBrx/PreviewStore.h>
 #include <VelBrx/StoreInfo.h>
 #include <unistd.h>
 
@@ -158,6 +159,25 @@ Status buildStore(const StorePlan& plan, const std::function<void(const VelBrx::
     Status status = VelBrx::buildStore(options, report);
     notes.insert(notes.end(), report.notes.begin(), report.notes.end());
     return status;
+}
+
+Status openPreview(const StorePlan& plan, const std::atomic<bool>& cancel,
+                   std::optional<StorePreview>& preview)
+{
+    constexpr uint64_t kLeastPoints = 3000000; // a store of fewer is there in a second or two
+    VelBrx::PreviewOptions options;
+    options.input = plan.source;
+    options.leastPoints = kLeastPoints;
+    options.cancel = &cancel;
+    VelBrx::PreviewStore sample;
+    if (Status status = VelBrx::buildPreview(options, sample); !status || sample.points() == 0) return status;
+    StorePreview opened;
+    std::string note; // the store's own will be told
+    if (Status status = openStore(sample.path(), "", opened.store, note); !status) return status;
+    opened.store.path = plan.source;
+    opened.surveyPoints = sample.surveyPoints();
+    preview = std::move(opened);
+    return {};
 }
 
 Status findOrBuildStore(const std::string& input, bool rebuild, std::string& store, const std::string& place)

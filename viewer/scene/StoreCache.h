@@ -1,10 +1,13 @@
 #pragma once
 
+#include "viewer/scene/Scene.h"
+
 #include <VelBrx/BuildProgress.h>
 #include <VelBrx/Status.h>
 
 #include <atomic>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +32,18 @@ VelBrx::Status findStore(const std::string& input, bool rebuild, const std::stri
 VelBrx::Status buildStore(const StorePlan& plan,
                           const std::function<void(const VelBrx::BuildProgress&)>& progress,
                           const std::atomic<bool>& cancel, std::vector<std::string>& notes);
+
+/// A sample of a survey, to be shown while its store is built.
+struct StorePreview
+{
+    OpenedStore store; ///< under the survey's path
+    uint64_t surveyPoints = 0;
+};
+
+/// Reads and opens it for a plan that has a source; empty where the store takes hardly longer. Nothing of it
+/// stays on the disk, however the program ends.
+VelBrx::Status openPreview(const StorePlan& plan, const std::atomic<bool>& cancel,
+                           std::optional<StorePreview>& preview);
 
 /// Both for a program on a terminal: progress on stderr, and signals end it.
 VelBrx::Status findOrBuildStore(const std::string& input, bool rebuild, std::string& store,

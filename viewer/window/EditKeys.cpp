@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 using osgGA::GUIEventAdapter;
 
@@ -112,6 +113,7 @@ bool EditKeys::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& act
 bool EditKeys::handleMouse(const GUIEventAdapter& event)
 {
     if (_question.isOpen()) return true;
+    if (event.getEventType() == GUIEventAdapter::PUSH && dropMentions()) show();
     const bool isHandled = _tools.handleMouse(event);
     if (const std::string message = _tools.takeMessage(); !message.empty()) _report = {message};
     if (_tools.brush() && _tools.brush()->isClosed()) paint();
@@ -150,9 +152,30 @@ bool EditKeys::handleKey(const GUIEventAdapter& event)
 
 bool EditKeys::dropReport(int key)
 {
-    if (key != GUIEventAdapter::KEY_Escape || _report.empty()) return false;
+    if (key != GUIEventAdapter::KEY_Escape) return false;
+    const bool isDropped = dropMentions() || !_report.empty();
     _report.clear();
-    return true;
+    return isDropped;
+}
+
+bool EditKeys::dropMentions()
+{
+    return !std::exchange(_mentions, {}).empty();
+}
+
+bool EditKeys::hasNews() const
+{
+    return _session.hasOutcome() || _working != working() ||
+           (!_mentions.empty() && Clock::now() > _mentionsEnd);
+}
+
+void EditKeys::mention(const std::vector<std::string>& lines)
+{
+    constexpr std::chrono::seconds kLong(20); // to read some lines
+    append(_mentions, lines);
+    _mentionsEnd = Clock::now() + kLong;
+    show();
+    _viewer.requestRedraw();
 }
 
 void EditKeys::say(const std::vector<std::string>& lines)
@@ -208,7 +231,7 @@ void EditKeys::type(int key)
 void EditKeys::warn(const std::string& line)
 {
     _warnings.push_back(line);
-    if (!_editing) say({line});
+    if (!_editing) mention({line});
 }
 
 bool EditKeys::editByKey(int key, const GUIEventAdapter& event)
@@ -331,7 +354,7 @@ void EditKeys::apply(const Request& request, bool usesShape)
 {
     const Begun begun = carryOut(request, _stage);
     if (begun.state == Begun::BUSY) {
-        _report = {"the last operation is still running"};
+        wait(request);
         return;
     }
     if (!begun.message.empty()) _report = {begun.message};
@@ -340,6 +363,25 @@ void EditKeys::apply(const Request& request, bool usesShape)
     _shapeInUse = usesShape;
     _working.clear();
     update();
+}
+
+/// One that means no picture waits for the running operation: the next one, not a row of them, which a key
+/// that is held would make longer than anybody means.
+void EditKeys::wait(const Request& request)
+{
+    const bool canWait = !_next && !request.operation().outline();
+    if (canWait) _next = request;
+    _meanwhile = _next ? "then it " + std::string(_next->operation().words) : "";
+    if (!canWait) _meanwhile += (_next ? "; " : "") + std::string("press the key again when that is done");
+}
+
+/// Does what has waited, when the strokes before it are done.
+void EditKeys::goOn()
+{
+    paintNext();
+    if (!_next || _session.isBusy() || !_strokes.empty() || _question.isOpen()) return;
+    const Request next = *std::exchange(_next, std::nullopt);
+    apply(next, false);
 }
 
 void EditKeys::askToClose()
@@ -358,12 +400,14 @@ void EditKeys::askToClose()
 void EditKeys::update()
 {
     const bool isNews = hasNews();
+    if (Clock::now() > _mentionsEnd) _mentions.clear();
     if (const std::optional<VelOsgDBBrx::EditOutcome> outcome = _session.poll()) takeOutcome(*outcome);
-    paintNext();
+    goOn();
     _tools.update();
     if (const std::string message = _tools.takeMessage(); !message.empty()) _report = {message};
     _working = working();
     if (!_working.empty()) _report = {_working};
+    if (!_working.empty() && !_meanwhile.empty()) _report.push_back(_meanwhile);
     if (isNews || _tools.tool()) show();
 }
 
@@ -379,21 +423,32 @@ std::string EditKeys::working() const
 void EditKeys::takeOutcome(const VelOsgDBBrx::EditOutcome& outcome)
 {
     _report = describe(outcome);
+    if (outcome.classes && !_scene.previews().empty() && !_scene.clouds().empty())
+        _report.push_back("points of previews were left out: their stores are being built");
     _unsaved = _session.unsavedPoints();
     _counts = outcome.classes;
     if (_shapeInUse && outcome.ok) _tools.putDown();
     _shapeInUse = false;
     if (outcome.isBusyElsewhere || outcome.isNotJournalled) _question.askToEditAnyway(outcome.message);
-    const bool closing = _closing;
-    _closing = false;
-    if (closing && outcome.ok) askToClose();
+    _meanwhile.clear();
+    if (_next && !outcome.ok) {
+        _report.push_back("what was to follow is not done: it " + std::string(_next->operation().words));
+        _next.reset();
+    }
+    const bool isLast = !_next && _strokes.empty();
+    const bool closing = std::exchange(_closing, _closing && outcome.ok && !isLast);
+    if (closing && outcome.ok && isLast) askToClose();
 }
 
 std::vector<std::string> EditKeys::panel() const
 {
-    if (!_editing) return _report;
-    std::vector<std::string> lines = {"EDIT  to class " + classText(static_cast<unsigned>(_classes.toClass)) +
-                                      ", from " + formatClasses(_classes.fromClasses) + "   (E ends)"};
+    std::vector<std::string> lines = _mentions;
+    if (!_editing) {
+        append(lines, _report);
+        return lines;
+    }
+    lines = {"EDIT  to class " + classText(static_cast<unsigned>(_classes.toClass)) + ", from " +
+             formatClasses(_classes.fromClasses) + "   (E ends)"};
     if (!_scene.shownClasses().all())
         lines.push_back("shown are " + formatClasses(_scene.shownClasses()) + " alone   (" +
                         keyOf("showClasses") + ")");
@@ -404,8 +459,9 @@ std::vector<std::string> EditKeys::panel() const
     if (const std::string names = limitingAttributes(_scene); !names.empty())
         lines.push_back("! EDITS ONLY POINTS WITH CERTAIN: " + names + " (the panel ends that)");
     append(lines, hints());
-    if (!_report.empty()) lines.push_back("");
+    if (!_report.empty() || !_mentions.empty()) lines.push_back("");
     append(lines, _report);
+    append(lines, _mentions);
     if (const uint64_t unsaved = totalOf(_unsaved); unsaved > 0)
         lines.push_back("not saved: " + grouped(unsaved) + " (" + keyOf("save") + " saves)");
     append(lines, _warnings);

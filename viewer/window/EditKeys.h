@@ -13,6 +13,7 @@
 #include <osgGA/GUIEventHandler>
 #include <osgViewer/Viewer>
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -55,11 +56,14 @@ public:
     /// Shows one line instead of what the panel tells.
     void tell(const std::string& line);
 
-    /// As `say`, and in edit mode for good.
+    /// Shows lines for a while, or until a click or Escape takes them away.
+    void mention(const std::vector<std::string>& lines);
+
+    /// As `mention`, and in edit mode for good.
     void warn(const std::string& line);
 
     /// The panel does not show what there is to tell: draw a frame.
-    bool hasNews() const { return _session.hasOutcome() || _working != working(); }
+    bool hasNews() const;
 
     /// Does what a person asked for with a widget, as the operation's key does it.
     void act(const Request& request);
@@ -83,8 +87,11 @@ public:
     /// @}
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     bool handleMouse(const osgGA::GUIEventAdapter& event);
     bool dropReport(int key);
+    bool dropMentions();
     bool handleKey(const osgGA::GUIEventAdapter& event);
     void answer(int key);
     void type(int key);
@@ -96,6 +103,8 @@ private:
     void paint();
     void paintNext();
     void apply(const Request& request, bool usesShape);
+    void wait(const Request& request);
+    void goOn();
     void update();
     void takeOutcome(const VelOsgDBBrx::EditOutcome& outcome);
     std::string working() const;
@@ -117,10 +126,14 @@ private:
     bool _shapeInUse = false;         ///< the running operation uses the shape up
     Request _painting;                ///< what a brush does
     std::deque<Request> _strokes;     ///< that wait to be done
+    std::optional<Request> _next;     ///< waits for the running operation and the strokes
+    std::string _meanwhile;           ///< what became of keys that were pressed while an operation runs
     std::function<void()> _again;     ///< does the last operation once more
     std::string _working;             ///< how far the running operation has come, as the panel says it
     bool _closing = false;            ///< close when the running operation has ended
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing
+    std::vector<std::string> _mentions;
+    Clock::time_point _mentionsEnd;
     std::optional<VelOsgDBBrx::CategoryCounts> _counts;
     std::vector<std::string> _warnings;
     std::map<std::string, uint64_t> _unsaved;

@@ -1,6 +1,20 @@
 #include "viewer/window/PickHandler.h"
 
+#include <algorithm>
 #include <cstdio>
+
+namespace {
+
+constexpr const char* kOfPreview = "a point of a preview: its survey can be asked when its store is built";
+
+bool isOfPreview(const VelOsgDBBrx::PickedPoint& point, const Scene& scene)
+{
+    const std::vector<Scene::Cloud>& previews = scene.previews();
+    return std::any_of(previews.begin(), previews.end(),
+                       [&](const Scene::Cloud& preview) { return preview.id == point.cloudId; });
+}
+
+} // namespace
 
 PickHandler::PickHandler(Scene& scene, const Views& views, Overlay& overlay, Measuring& measuring)
     : _scene(scene), _views(views), _overlay(&overlay), _measuring(measuring),
@@ -51,6 +65,7 @@ void PickHandler::takeAnswer(osgGA::GUIActionAdapter& action)
         _measuring.takeClick();
         if (facts) _measuring.addPoint(facts->position);
     }
+    if (point && isOfPreview(*point, _scene)) _overlay->setLines({kOfPreview});
 }
 
 void PickHandler::showHint()

@@ -112,7 +112,7 @@ void Views::showSection(const std::optional<Section>& section)
 {
     if (!_camera->getGraphicsContext()) return; // a main picture of several windows cannot be divided
     _frame.reset();
-    if (section && !_scene.clouds().empty()) {
+    if (section && !_scene.isEmpty()) {
         const double aspect = _area.width / std::max((_area.height - kDivider) * _share, 1.0);
         _frame = SectionFrame::whole(*section, _scene, aspect);
         clipPicture(*_camera, section->planes());

@@ -2,6 +2,7 @@
 
 #include "terminal/ClassesFile.h"
 #include "terminal/Text.h"
+#include "viewer/display/Palettes.h"
 #include "viewer/edit/EditText.h"
 #include "viewer/operation/FileOperations.h"
 #include "viewer/operation/Keys.h"
@@ -32,9 +33,13 @@ void print(const std::vector<std::string>& lines)
 std::string titleOf(const Scene& scene, bool isUnsaved)
 {
     const std::string mark = isUnsaved ? "* " : "";
-    if (scene.clouds().empty()) return mark + "brxview";
+    const auto nameOf = [](const Scene::Cloud& cloud) {
+        return std::filesystem::path(cloud.store).filename().string();
+    };
+    if (scene.isEmpty()) return mark + "brxview";
+    if (scene.clouds().empty()) return mark + nameOf(scene.previews().front()) + " (preview) - brxview";
     const size_t others = scene.clouds().size() - 1;
-    return mark + std::filesystem::path(scene.clouds().front().store).filename().string() +
+    return mark + nameOf(scene.clouds().front()) +
            (others > 0 ? " and " + std::to_string(others) + " more" : "") + " - brxview";
 }
 
@@ -42,6 +47,17 @@ bool isShown(const Scene& scene, const std::string& store)
 {
     return std::any_of(scene.clouds().begin(), scene.clouds().end(),
                        [&](const Scene::Cloud& cloud) { return cloud.store == store; });
+}
+
+/// Whether a table is that of a file; of the user's or the standard's where there is none.
+bool areSaved(const VelBrx::ClassTable& table, const std::string& file)
+{
+    ChosenClasses kept;
+    if (!chooseClasses(file, {}, kept)) return false;
+    for (unsigned code = 0; code < table.own().size(); ++code)
+        if (table.name(code) != kept.table.name(code) || table.color(code) != kept.table.color(code))
+            return false;
+    return true;
 }
 
 /// What fits beside the picture.
@@ -76,6 +92,7 @@ void WindowFiles::update(bool isSettled)
     const Clock::time_point now = Clock::now();
     if (now - _lastLook < kLook) return;
     _lastLook = now;
+    if (_files.dropPreviews(isSettled)) _viewer.requestRedraw();
     takeNews();
     countHidden(isSettled);
     if (now - _lastCheck > kCheck) checkStores(now);
@@ -112,7 +129,8 @@ Status WindowFiles::exportCloud(const Scene::Cloud& cloud, const std::string& fi
 
 void WindowFiles::takeNews()
 {
-    const bool wasEmpty = _stage.scene.clouds().empty();
+    const bool wasEmpty = _stage.scene.isEmpty();
+    const bool wereNone = _stage.scene.clouds().empty();
     const size_t before = _stage.scene.clouds().size();
     const CloudFiles::News news = _files.update();
     print(news.problems);
@@ -126,7 +144,7 @@ void WindowFiles::takeNews()
     if (!_problems.empty() && _files.openings().empty())
         _editKeys.say(firstOf(std::exchange(_problems, {})));
     else if (!news.done.empty())
-        _editKeys.say(news.done);
+        _editKeys.mention(news.done);
     if (news.cloudsChanged) {
         if (_editAnyway) _stage.editing.editAnyway();
         const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
@@ -134,10 +152,10 @@ void WindowFiles::takeNews()
             _uncounted.push_back(clouds[i].store);
             readClasses(clouds[i].store);
         }
-        if (wasEmpty && !clouds.empty()) _stage.look(_view, Lens());
-        if (wasEmpty && !_stage.editing.unsavedPoints().empty())
-            _editKeys.say({"E and then " + keyOf("save") + " saves the classes, " + keyOf("dropUnsaved") +
-                           " drops them"});
+        if (wasEmpty && !_stage.scene.isEmpty()) _stage.look(_view, Lens());
+        if (wereNone && !_stage.editing.unsavedPoints().empty())
+            _editKeys.mention({"E and then " + keyOf("save") + " saves the classes, " + keyOf("dropUnsaved") +
+                               " drops them"});
     }
     if (news.cloudsChanged || !news.problems.empty() || !news.done.empty()) _viewer.requestRedraw();
 }
@@ -150,6 +168,11 @@ void WindowFiles::readClasses(const std::string& store)
     const Status read = chooseClasses("", {store}, chosen);
     if (!chosen.warning.empty()) _section.tell(chosen.warning);
     if (!read || chosen.file.empty() || chosen.file == userClassesFile()) return;
+    if (!areSaved(classTable(), _classesFile)) {
+        _section.tell(chosen.file + ": is not used, as names or colours of classes were changed and are not "
+                                    "saved: save them in the section Classes, or open the store anew later");
+        return;
+    }
     _classesFile = chosen.file;
     _stage.scene.setClassTable(chosen.table);
 }
@@ -180,8 +203,8 @@ void WindowFiles::tellHidden()
     if (concerned.empty()) return;
     const std::string told = describeHidden(points, concerned, all);
     print({told});
-    _editKeys.say({told, "E and then " + keyOf("reset") + " shows them all, E, a and " + keyOf("uncull") +
-                             " those under a polygon"});
+    _editKeys.mention({told, "E and then " + keyOf("reset") + " shows them all, E, a and " + keyOf("uncull") +
+                                 " those under a polygon"});
 }
 
 /// Of one cloud after the other, each once.

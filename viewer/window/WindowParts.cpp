@@ -35,7 +35,7 @@ double aspectOf(const osg::Camera& camera)
 /// Of a window that shows nothing yet: anywhere.
 Look firstLook(const Scene& scene, const CameraView& view, double aspect)
 {
-    if (scene.clouds().empty()) return {osg::Vec3d(0, 0, 1), osg::Vec3d(), osg::Vec3d(0, 1, 0)};
+    if (scene.isEmpty()) return {osg::Vec3d(0, 0, 1), osg::Vec3d(), osg::Vec3d(0, 1, 0)};
     return lookAt(view, scene.boundsFor(view), aspect);
 }
 

@@ -8,7 +8,7 @@ void lookFrom(const CameraView& wanted, const std::optional<Lens>& given, const 
 {
     SurveyManipulator& manipulator = views.manipulator();
     const osg::Viewport* const viewport = views.main().camera->getViewport();
-    if (scene.clouds().empty() && wanted.kind != CameraView::LOOK) return;
+    if (scene.isEmpty() && wanted.kind != CameraView::LOOK) return;
     const double aspect = viewport ? viewport->aspectRatio() : 1.0;
     const osg::BoundingBoxd& bounds = scene.boundsFor(wanted);
     const Look look = lookAt(wanted, bounds, aspect);

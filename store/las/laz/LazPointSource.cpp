@@ -13,7 +13,7 @@ uint64_t LazPointSource::partCount() const
     return file().laz->chunks.chunks.size();
 }
 
-Status LazPointSource::readPart(uint64_t index, const Use& use, RecordFields fields) const
+Status LazPointSource::readPart(uint64_t index, const Use& use, RecordFields fields, uint64_t most) const
 {
     FileReader input;
     if (Status status = input.open(file().path); !status) return status.of(file().path);
@@ -22,13 +22,15 @@ Status LazPointSource::readPart(uint64_t index, const Use& use, RecordFields fie
     worker->bytes.resize(chunk.size);
     if (!input.read(static_cast<int64_t>(chunk.position), worker->bytes.data(), worker->bytes.size()))
         return Status::failure(file().path + ": its points cannot be read");
-    const Status status = decode(*worker, chunk, fields, use);
-    if (status && file().laz->items.hasChunks() && !worker->decoder.endsExactly()) ++_doubtful;
+    const Status status = decode(*worker, chunk, fields, std::min(most, chunk.pointCount), use);
+    if (status && most >= chunk.pointCount && file().laz->items.hasChunks() && !worker->decoder.endsExactly())
+        ++_doubtful;
     giveBack(std::move(worker));
     return status;
 }
 
-Status LazPointSource::decode(Worker& worker, const LazChunk& chunk, RecordFields fields,
+/// Of the first `points` of a chunk.
+Status LazPointSource::decode(Worker& worker, const LazChunk& chunk, RecordFields fields, uint64_t points,
                               const Use& use) const
 {
     const auto failure = [&](const Status& status) {
@@ -41,8 +43,8 @@ Status LazPointSource::decode(Worker& worker, const LazChunk& chunk, RecordField
         !status)
         return failure(status);
     const uint64_t most = batchPoints(file().recordLength);
-    for (uint64_t done = 0; done < chunk.pointCount; done += most) {
-        const uint64_t count = std::min(most, chunk.pointCount - done);
+    for (uint64_t done = 0; done < points; done += most) {
+        const uint64_t count = std::min(most, points - done);
         worker.batch.first = chunk.firstPoint + done;
         worker.batch.records.resize(count * file().recordLength);
         if (Status status = worker.decoder.read(worker.batch.records.data(), count); !status)

@@ -21,7 +21,7 @@ public:
     ~LazPointSource() override;
 
     uint64_t partCount() const override;
-    Status readPart(uint64_t index, const Use& use, RecordFields fields) const override;
+    Status readPart(uint64_t index, const Use& use, RecordFields fields, uint64_t most) const override;
     uint64_t decodedSize(uint64_t part) const override;
     std::vector<std::string> notes() const override;
 
@@ -38,7 +38,8 @@ private:
 
     std::unique_ptr<Worker> takeWorker() const;
     void giveBack(std::unique_ptr<Worker> worker) const;
-    Status decode(Worker& worker, const LazChunk& chunk, RecordFields fields, const Use& use) const;
+    Status decode(Worker& worker, const LazChunk& chunk, RecordFields fields, uint64_t points,
+                  const Use& use) const;
 
     mutable VelThreads::Mutex _mutex;
     mutable std::vector<std::unique_ptr<Worker>> _idle VEL_GUARDED_BY(_mutex);
