@@ -84,6 +84,9 @@ bool EditKeys::handle(const GUIEventAdapter& event, osgGA::GUIActionAdapter& act
         _report = {"the picture has moved: draw again"};
         show();
     }
+    constexpr std::chrono::seconds kLong(20); // to read some lines
+    constexpr int kOfPeople = GUIEventAdapter::MOVE | GUIEventAdapter::DRAG | GUIEventAdapter::KEYDOWN;
+    if (!_mentionsEnd && event.getEventType() & kOfPeople) _mentionsEnd = Clock::now() + kLong;
     bool handled = false;
     switch (event.getEventType()) {
     case GUIEventAdapter::FRAME:
@@ -166,14 +169,13 @@ bool EditKeys::dropMentions()
 bool EditKeys::hasNews() const
 {
     return _session.hasOutcome() || _working != working() ||
-           (!_mentions.empty() && Clock::now() > _mentionsEnd);
+           (!_mentions.empty() && _mentionsEnd && Clock::now() > *_mentionsEnd);
 }
 
 void EditKeys::mention(const std::vector<std::string>& lines)
 {
-    constexpr std::chrono::seconds kLong(20); // to read some lines
     append(_mentions, lines);
-    _mentionsEnd = Clock::now() + kLong;
+    _mentionsEnd.reset();
     show();
     _viewer.requestRedraw();
 }
@@ -400,7 +402,7 @@ void EditKeys::askToClose()
 void EditKeys::update()
 {
     const bool isNews = hasNews();
-    if (Clock::now() > _mentionsEnd) _mentions.clear();
+    if (_mentionsEnd && Clock::now() > *_mentionsEnd) _mentions.clear();
     if (const std::optional<VelOsgDBBrx::EditOutcome> outcome = _session.poll()) takeOutcome(*outcome);
     goOn();
     _tools.update();

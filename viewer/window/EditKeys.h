@@ -56,7 +56,8 @@ public:
     /// Shows one line instead of what the panel tells.
     void tell(const std::string& line);
 
-    /// Shows lines for a while, or until a click or Escape takes them away.
+    /// Shows lines for a while from when the mouse or keys are used, or until a click or Escape takes them
+    /// away.
     void mention(const std::vector<std::string>& lines);
 
     /// As `mention`, and in edit mode for good.
@@ -133,7 +134,7 @@ private:
     bool _closing = false;            ///< close when the running operation has ended
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing
     std::vector<std::string> _mentions;
-    Clock::time_point _mentionsEnd;
+    std::optional<Clock::time_point> _mentionsEnd; ///< set when somebody is at the window
     std::optional<VelOsgDBBrx::CategoryCounts> _counts;
     std::vector<std::string> _warnings;
     std::map<std::string, uint64_t> _unsaved;
