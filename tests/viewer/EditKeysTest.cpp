@@ -11,6 +11,8 @@
 #include "viewer/window/ToolMemory.h"
 #include "viewer/window/Window.h"
 
+#include <VelBrx/PointCounts.h>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -366,6 +368,36 @@ TEST_F(EditKeysTest, EscapeTakesTheRunningEditBack)
         if (!cancelled) press('z');
     }
     EXPECT_TRUE(cancelled);
+}
+
+TEST_F(EditKeysTest, AKeyDuringAnEditWaitsForItAndTheWindowClosesAfterBoth)
+{
+    const auto savedAs = [&](uint8_t code) {
+        VelBrx::PointCounts counts;
+        EXPECT_TRUE(VelBrx::countPoints(shown.store(), counts));
+        return counts.byClass[code];
+    };
+    press('E');
+    type("9");
+    drawAll();
+    for (const int key : {'K', 'W', 'z'}) { // one waits, not a row
+        events().keyPress(key);
+        events().keyRelease(key);
+    }
+    finish();
+    EXPECT_EQ(savedAs(9), 400u);
+    EXPECT_EQ(unsaved(), 0u);
+
+    type("7");
+    drawAll();
+    for (const int key : {'K', 'W', 'Q' - '@'}) {
+        events().keyPress(key);
+        events().keyRelease(key);
+    }
+    finish();
+    EXPECT_EQ(savedAs(7), 400u);
+    EXPECT_TRUE(isDone()) << "nothing is left to ask";
+    shown.host.viewer->setDone(false);
 }
 
 TEST_F(EditKeysTest, NoKeyHasTwoMeaningsAndTheHelpAndThePagesListTheSame)

@@ -38,6 +38,7 @@ void drawFrame(WindowParts& parts, WindowClear& clear, bool isFirst)
     }
     viewer.advance();
     viewer.eventTraversal();
+    if (viewer.done()) return; // nobody sees a frame that takes seconds
     viewer.updateTraversal();
     parts.gui->update();
     if (placeViews(*parts.gui, *parts.views)) viewer.requestRedraw();
@@ -89,7 +90,10 @@ void drawUntilDone(WindowParts& parts)
         if (++quietFrames > 1 && !isDragging(parts.viewer)) {
             parts.moveLevel->wholeFrameTook(seconds, scene.drawing().framesPerSecond);
         }
-        parts.status->tell({parts.moveLevel->points(), services.wantedPoints(), services.isSettled(), seconds,
+        // Not counted yet where frames follow each other without a pause, as bars ask for them.
+        const uint64_t counted = parts.moveLevel->points();
+        const uint64_t points = counted == 0 && services.isSettled() ? services.wantedPoints() : counted;
+        parts.status->tell({points, services.wantedPoints(), services.isSettled(), seconds,
                             files.hiddenPoints(), totalOf(parts.editing->unsavedPoints())});
     }
 }
