@@ -5,7 +5,9 @@
 
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <numeric>
+#include <utility>
 
 namespace VelBrx {
 
@@ -67,16 +69,34 @@ struct Stretch
     uint64_t count = 0; ///< records that are read
     uint64_t kept = 0;  ///< of them, at equal distances
     std::vector<uint8_t> records = {};
-    uint64_t taken = 0; ///< records that `records` holds
+};
 
-    /// Keeps what is wanted of records that follow each other; `done`: how many were given before.
-    void take(const std::vector<uint8_t>& read, uint64_t done, size_t length)
+/// Keeps some of records that come in batches.
+class Thinning
+{
+public:
+    /// `kept` of `count` records of `length` bytes.
+    Thinning(uint64_t count, uint64_t kept, size_t length)
+        : records(kept * length), _count(count), _kept(kept), _length(length)
     {
-        records.resize(kept * length);
-        const uint64_t end = done + read.size() / length;
-        for (; taken < kept && taken * count / kept < end; ++taken)
-            std::memcpy(&records[taken * length], &read[(taken * count / kept - done) * length], length);
     }
+
+    void take(const std::vector<uint8_t>& batch)
+    {
+        const uint64_t end = _done + batch.size() / _length;
+        for (uint64_t wanted = 0; _taken < _kept && (wanted = _taken * _count / _kept) < end; ++_taken)
+            std::memcpy(&records[_taken * _length], &batch[(wanted - _done) * _length], _length);
+        _done = end;
+    }
+
+    std::vector<uint8_t> records;
+
+private:
+    const uint64_t _count;
+    const uint64_t _kept;
+    const size_t _length;
+    uint64_t _done = 0;
+    uint64_t _taken = 0;
 };
 
 uint64_t partOf(uint64_t points, double share)
@@ -128,41 +148,70 @@ Status stretchesOfChunks(const LasFile& file, double share, double decoded, std:
     return {};
 }
 
-Status readStretch(const PointSource& source, const FileReader& input, Stretch& stretch)
+/// `count` records, of which `kept` stay.
+Status readStretch(const PointSource& source, const FileReader& input, uint64_t count, uint64_t kept,
+                   Stretch& stretch)
 {
     const LasFile& file = source.file();
-    if (stretch.kept == 0) return {};
+    if (kept == 0) return {};
+    Thinning thinning(count, kept, file.recordLength);
     if (file.laz) {
-        uint64_t done = 0;
         const auto use = [&](const PointBatch& batch) {
-            stretch.take(batch.records, done, file.recordLength);
-            done += batch.records.size() / file.recordLength;
+            thinning.take(batch.records);
             return Status();
         };
-        return source.readPart(stretch.part, use, RecordFields::All, stretch.count);
+        if (Status status = source.readPart(stretch.part, use, RecordFields::All, count); !status)
+            return status;
+    } else {
+        std::vector<uint8_t> read(count * file.recordLength);
+        const uint64_t position = file.pointDataStart + stretch.first * file.recordLength;
+        if (!input.read(static_cast<int64_t>(position), read.data(), read.size()))
+            return Status::failure(file.path + ": its points cannot be read");
+        thinning.take(read);
     }
-    std::vector<uint8_t> read(stretch.count * file.recordLength);
-    const uint64_t position = file.pointDataStart + stretch.first * file.recordLength;
-    if (!input.read(static_cast<int64_t>(position), read.data(), read.size()))
-        return Status::failure(file.path + ": its points cannot be read");
-    stretch.take(read, 0, file.recordLength);
+    stretch.records = std::move(thinning.records);
     return {};
 }
 
-/// Those that there is time for.
-Status readStretches(const PointSource& source, const PointSampling& how, std::vector<Stretch>& stretches)
+/// How a round reads each stretch: how many records, and how many of them are kept.
+using Share = std::function<std::pair<uint64_t, uint64_t>(const Stretch&)>;
+
+/// Reads those that there is time for, evenly spread.
+Status readStretches(const PointSource& source, const PointSampling& how, Clock::time_point end,
+                     const Share& share, std::vector<Stretch>& stretches)
 {
     static const std::atomic<bool> never{false};
     FileReader input;
     if (Status status = input.open(source.file().path); !status) return status.of(source.file().path);
-    const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                                     std::chrono::duration<double>(how.seconds));
     const SpreadOrder order(stretches.size());
     return parallelFor(how.threads, stretches.size(), how.cancel ? *how.cancel : never,
                        [&](size_t i) -> Status {
                            if (Clock::now() > end) return {};
-                           return readStretch(source, input, stretches[order[i]]);
+                           Stretch& stretch = stretches[order[i]];
+                           const auto [count, kept] = share(stretch);
+                           return readStretch(source, input, count, kept, stretch);
                        });
+}
+
+/// Of chunks a few points first, so that none is missing on a slow machine, then all that are wanted, then
+/// these from a longer part of each chunk. A round takes the place of the one before.
+Status readInRounds(const PointSource& source, const PointSampling& how, std::vector<Stretch>& stretches)
+{
+    constexpr uint64_t kFew = 8; // times as many are wanted
+    const auto after = [start = Clock::now()](double seconds) {
+        return start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    };
+    const auto read = [&](double seconds, const Share& share) {
+        return readStretches(source, how, after(seconds), share, stretches);
+    };
+    const Share whole = [](const Stretch& stretch) { return std::pair(stretch.count, stretch.kept); };
+    if (!source.file().laz) return read(how.seconds, whole);
+    const auto first = [](uint64_t points) { return std::pair(points, points); };
+    Status status = read(2 * how.seconds,
+                         [&](const Stretch& stretch) { return first((stretch.kept + kFew - 1) / kFew); });
+    if (status) status = read(how.seconds, [&](const Stretch& stretch) { return first(stretch.kept); });
+    if (status) status = read(how.seconds, whole);
+    return status;
 }
 
 /// The head of a file that has these points alone.
@@ -194,7 +243,7 @@ Status readPointSample(const PointSource& source, const PointSampling& how,
                  stretchesOfChunks(file, share, kDecodedPerSecond * how.seconds * how.threads, stretches);
              !status)
         return status;
-    if (Status status = readStretches(source, how, stretches); !status) return status;
+    if (Status status = readInRounds(source, how, stretches); !status) return status;
     std::vector<uint8_t> records;
     for (const Stretch& stretch : stretches)
         records.insert(records.end(), stretch.records.begin(), stretch.records.end());

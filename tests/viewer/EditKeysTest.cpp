@@ -390,7 +390,7 @@ TEST_F(EditKeysTest, AKeyDuringAnEditWaitsForItAndTheWindowClosesAfterBoth)
 
     type("7");
     drawAll();
-    for (const int key : {'K', 'W', 'Q' - '@'}) {
+    for (const int key : {int{'K'}, int{'W'}, 'Q' - '@'}) {
         events().keyPress(key);
         events().keyRelease(key);
     }

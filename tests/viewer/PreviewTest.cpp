@@ -124,8 +124,7 @@ TEST_F(Preview, GoesWithABuildThatIsCancelledOrFails)
     const std::string there = folder.file("there");
     fs::create_directory(there);
     fs::copy_file(source, folder.file("there/tile.las"));
-    const std::string journal = folder.file("there/tile.las.brx.journal");
-    fs::create_directory(journal); // no store can be built beside it
+    folder.write("there/tile.las.brx.edits", {1, 2, 3}); // in the way of a new store
     files->open({folder.file("there/tile.las")});
     ASSERT_TRUE(eventually([&] { return take(), !files->isBusy(); }));
     EXPECT_TRUE(scene.isEmpty());
