@@ -9,8 +9,7 @@ if(VELBRX_WARNINGS_AS_ERRORS)
 endif()
 if(VELBRX_SANITIZER STREQUAL "address")
   target_compile_options(velbrx_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
-    -fno-omit-frame-pointer
-    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>) # GCC sees moved variants so, beside its checks
+    -fno-omit-frame-pointer)
   target_link_options(velbrx_options INTERFACE -fsanitize=address,undefined)
 elseif(VELBRX_SANITIZER STREQUAL "thread")
   target_compile_options(velbrx_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
