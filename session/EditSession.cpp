@@ -167,7 +167,8 @@ void EditSession::State::add(OctreeInfo& octree, const EditHistory& history)
     const auto isHere = [&](const SessionCloud& cloud) { return cloud.octree == &octree; };
     const VelThreads::Lock lock(_mutex);
     if (std::any_of(_clouds.begin(), _clouds.end(), isHere)) return;
-    if (std::none_of(_clouds.begin(), _clouds.end(), isSame)) _steps.add(history, octree.pointPath);
+    if (!history.entries.empty() && std::none_of(_clouds.begin(), _clouds.end(), isSame))
+        _steps.add(history, octree.pointPath);
     _clouds.push_back({&octree, history.state});
 }
 
@@ -528,7 +529,7 @@ std::vector<EditStep> EditSession::steps() const
 
 std::map<std::string, uint64_t> EditSession::unsavedPoints() const
 {
-    return ::unsavedPoints(openStores(_state->clouds()));
+    return ::unsavedPoints(_state->clouds());
 }
 
 std::map<std::string, std::array<int64_t, 256>> EditSession::unsavedDifference() const

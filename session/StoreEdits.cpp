@@ -85,13 +85,11 @@ Status readHistory(OctreeInfo& octree, EditHistory& history)
 std::vector<SessionStore> openStores(const std::vector<SessionCloud>& clouds)
 {
     std::vector<SessionStore> stores;
+    std::set<VelBrx::FileIdentity> files;
     for (const SessionCloud& cloud : clouds) {
         osg::ref_ptr<OctreeInfo> octree;
         if (!cloud.octree.lock(octree) || !octree->pointFile) continue;
-        const auto isSame = [&](const SessionStore& store) {
-            return store.octree->pointFile->identity() == octree->pointFile->identity();
-        };
-        if (std::none_of(stores.begin(), stores.end(), isSame)) stores.push_back({octree, cloud.firstState});
+        if (files.insert(octree->pointFile->identity()).second) stores.push_back({octree, cloud.firstState});
     }
     return stores;
 }
@@ -108,16 +106,32 @@ bool editWithoutJournal(OctreeInfo& octree, const std::string& author, bool wasR
     return on.ok(); // what is wrong is told by the next edit
 }
 
+namespace {
+
+std::map<std::string, uint64_t> ofStores(const std::vector<SessionStore>& stores,
+                                         const std::map<std::string, uint64_t>& unwritten)
+{
+    std::map<std::string, uint64_t> counts;
+    for (const SessionStore& store : stores)
+        if (const auto count = unwritten.find(store.octree->pointPath);
+            count != unwritten.end() && count->second > 0)
+            counts.insert(*count);
+    return counts;
+}
+
+} // namespace
+
 std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionStore>& stores)
 {
-    std::map<std::string, uint64_t> counts = countUnwrittenClasses();
-    for (auto count = counts.begin(); count != counts.end();) {
-        const bool isHere = std::any_of(stores.begin(), stores.end(), [&](const SessionStore& store) {
-            return store.octree->pointPath == count->first;
-        });
-        count = isHere && count->second > 0 ? std::next(count) : counts.erase(count);
-    }
-    return counts;
+    return ofStores(stores, countUnwrittenClasses());
+}
+
+std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionCloud>& clouds)
+{
+    // Viewers ask in every frame, mostly there are none, and of clouds there may be thousands.
+    const std::map<std::string, uint64_t> unwritten = countUnwrittenClasses();
+    if (unwritten.empty()) return {};
+    return ofStores(openStores(clouds), unwritten);
 }
 
 std::map<std::string, std::array<int64_t, 256>> unsavedDifference(const std::vector<SessionStore>& stores)

@@ -55,6 +55,7 @@ bool editWithoutJournal(OctreeInfo& octree, const std::string& author, bool wasR
 
 /// Points whose class is not saved, by the path of their store; without stores that have none.
 std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionStore>& stores);
+std::map<std::string, uint64_t> unsavedPoints(const std::vector<SessionCloud>& clouds);
 
 /// By the path of their store and by class, what unsaved classes add to those of its records.
 std::map<std::string, std::array<int64_t, 256>> unsavedDifference(const std::vector<SessionStore>& stores);

@@ -19,9 +19,15 @@
 #include <osg/ArgumentParser>
 #include <osgViewer/Viewer>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 using VelBrx::Status;
 
@@ -76,6 +82,29 @@ Status findStores(Options& options, std::vector<std::string>& stores)
     return Status();
 }
 
+/// A picture opens what is in it of folders that have an index file: their stores wait, and are no inputs.
+Status awaitIndexed(const std::vector<std::string>& named, Options& options,
+                    std::vector<WaitingStore>& waiting)
+{
+    if (!options.headless || isScript(options)) return {};
+    std::set<std::filesystem::path> known;
+    for (const std::string& input : named) {
+        if (!hasIndexFile(input)) continue;
+        std::vector<std::string> problems;
+        if (Status status = readIndexedStores(input, waiting, options.warnings, problems); !status)
+            return status;
+        if (!problems.empty()) return Status::failure(problems.front());
+    }
+    for (const WaitingStore& store : waiting)
+        known.insert(std::filesystem::path(store.path).lexically_normal());
+    const auto isKnown = [&](const std::string& input) {
+        return known.count(std::filesystem::path(input).lexically_normal()) > 0;
+    };
+    options.inputs.erase(std::remove_if(options.inputs.begin(), options.inputs.end(), isKnown),
+                         options.inputs.end());
+    return {};
+}
+
 Status run(osg::ArgumentParser& arguments)
 {
     const bool isHeadless = arguments.find("--render") > 0 || arguments.find("--script") > 0;
@@ -88,10 +117,16 @@ Status run(osg::ArgumentParser& arguments)
     const osg::ref_ptr<osgViewer::Viewer> viewer = makeViewer(arguments, options);
     if (Status status = readInputs(arguments, options); !status) return status;
 
+    const std::vector<std::string> named(arguments.argv() + 1, arguments.argv() + arguments.argc());
+    std::vector<WaitingStore> waiting;
+    if (Status status = awaitIndexed(named, options, waiting); !status) return status;
     std::vector<std::string> stores;
     if (Status status = findStores(options, stores); !status) return status;
+    std::vector<std::string> all = stores;
+    for (const WaitingStore& store : waiting)
+        all.push_back(store.path);
     ChosenClasses classes;
-    if (Status status = chooseClasses(options.classesFile, stores, classes); !status) return status;
+    if (Status status = chooseClasses(options.classesFile, all, classes); !status) return status;
     if (!classes.warning.empty()) options.warnings.push_back(classes.warning);
     setClassTable(classes.table);
     options.classesFile = classes.file;
@@ -100,12 +135,12 @@ Status run(osg::ArgumentParser& arguments)
     Scene scene;
     if (!options.headless) {
         // Folders as they were named: a window shows what comes into them.
-        options.inputs.assign(arguments.argv() + 1, arguments.argv() + arguments.argc());
+        options.inputs = named;
         scene.setLook(options);
         recallLook(settings, scene);
         return runInWindow(*viewer, scene, options, settings);
     }
-    if (Status status = scene.load(stores, options); !status) return status;
+    if (Status status = scene.load(stores, std::move(waiting), options); !status) return status;
     return isScript(options) ? script::run(script, *viewer, scene, options) : render(*viewer, scene, options);
 }
 

@@ -31,7 +31,7 @@ set(layers
   "crs|store"
   "terminal|store"
   "viewer/display|render edit store store/journal"
-  "viewer/scene|viewer/display crs terminal headless lod loading registry render store store/io store/builder store/normals edit"
+  "viewer/scene|viewer/display crs terminal headless lod loading registry render store store/io store/builder store/folder store/normals edit"
   "viewer/camera|viewer/display viewer/scene viewer/settings render"
   "viewer/edit|terminal store viewer/display viewer/scene session cull edit lod render"
   "viewer/measure|terminal viewer/display viewer/gui viewer/scene viewer/edit render store"
@@ -107,6 +107,7 @@ set(exported_only
   viewer/scene>render
   viewer/scene>store
   viewer/scene>store/builder
+  viewer/scene>store/folder
   viewer/scene>store/io
   viewer/scene>store/normals
   viewer/script>store

@@ -39,9 +39,9 @@ protected:
         EXPECT_TRUE(survey.write(folder.file("tile.las")));
     }
 
-    void open(const std::vector<std::string>& words = {})
+    void open(const std::vector<std::string>& words = {}, const std::string& view = "top")
     {
-        std::vector<std::string> all = {BRXVIEW, "--view", "top", "--window", "0", "0", "800", "600"};
+        std::vector<std::string> all = {BRXVIEW, "--view", view, "--window", "0", "0", "800", "600"};
         all.insert(all.end(), words.begin(), words.end());
         window.emplace(all, folder.path().string());
     }
@@ -168,9 +168,10 @@ TEST_F(CloudsWindow, WhatCannotBeOpenedIsToldInALineAndTheOthersAreShown)
 
 TEST_F(CloudsWindow, StoresThatComeIntoAFolderAreShownAndOnesBuiltAnewTakeTheirPlace)
 {
-    const auto put = [this](const std::string& name, int side) {
+    const auto put = [this](const std::string& name, int side, double east = 0) {
         TestSurvey survey;
         survey.side = side;
+        survey.x += east;
         ASSERT_TRUE(survey.write(folder.file("next.las")));
         buildStoreOf(folder.file("next.las"), folder.file("next"));
         fs::rename(folder.file("next"), folder.file("stores/" + name));
@@ -190,6 +191,25 @@ TEST_F(CloudsWindow, StoresThatComeIntoAFolderAreShownAndOnesBuiltAnewTakeTheirP
     EXPECT_TRUE(becomesTitle("b.brx and 2 more - brxview"));
     fs::remove(folder.file("stores/c.brx"));
     window->press("Ctrl+q");
+    EXPECT_EQ(window->program().wait().exitStatus, 0);
+
+    // With an index file a store waits until it is seen: nobody misses its file before.
+    put("far.brx", 43, 300);
+    EXPECT_EQ(runProgram({BRX, "index", folder.file("stores")}).exitStatus, 0);
+    const TestSurvey first;
+    const auto place = [&](double up) {
+        return std::to_string(first.x + 20) + "," + std::to_string(first.y + 20) + "," +
+               std::to_string(first.z + up);
+    };
+    open({folder.file("stores")}, place(80) + "," + place(0) + ",0,1,0");
+    EXPECT_TRUE(becomesTitle("far.brx and 2 more - brxview"));
+    EXPECT_TRUE(eventually([&] { return pointsIn(*window->picture()) > 1000; }));
+    fs::rename(folder.file("stores/far.brx"), folder.file("far"));
+    window->stillPicture();
+    EXPECT_EQ(window->program().err().find("far.brx"), std::string::npos) << window->program().err();
+    window->press("T");
+    EXPECT_TRUE(tells("far.brx: "));
+    EXPECT_TRUE(becomesTitle("a.brx and 1 more - brxview"));
     EXPECT_EQ(window->program().wait().exitStatus, 0);
     EXPECT_EQ(window->program().err().find("cannot"), std::string::npos) << window->program().err();
 }

@@ -7,12 +7,17 @@
 #include "viewer/scene/Scene.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <osgDB/ReadFile>
 
 #include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <set>
+#include <sstream>
 
 namespace fs = std::filesystem;
+using nlohmann::json;
 
 namespace {
 
@@ -67,6 +72,30 @@ protected:
                                                  ":detect_deadlocks=0"});
     }
 
+    /// The lines of a script in a window of 200 x 200 pixels, but for the last, with `lone.brx` open.
+    std::vector<json> script(const std::string& steps) const
+    {
+        const std::string text = R"([{"op": "window", "width": 200, "height": 200}, )" + steps + "]";
+        _folder.write("script.json", {text.begin(), text.end()});
+        const ProgramResult result =
+            runProgram({BRXVIEW, "--script", path("script.json"), "--force", path("lone.brx")}, {"DISPLAY"});
+        std::vector<json> lines;
+        std::istringstream out(result.out);
+        for (std::string line; std::getline(out, line);)
+            lines.push_back(json::parse(line));
+        EXPECT_GT(lines.size(), 1u) << result.err;
+        if (lines.size() > 1) lines.pop_back();
+        return lines;
+    }
+
+    static std::set<std::string> storesOf(const std::vector<json>& lines)
+    {
+        std::set<std::string> stores;
+        for (const json& store : lines.back().value("stores", json::array()))
+            stores.insert(store["store"]);
+        return stores;
+    }
+
     std::string path(const std::string& name) const { return _folder.file(name); }
 
     const TempFolder _folder;
@@ -102,6 +131,75 @@ TEST_F(StoreFolder, OfAHundredTilesIsDrawnLikeTheSurveyAsOneStore)
     const int pixels = countOtherThan(*drawnWhole, background);
     EXPECT_GT(pixels, 200 * 200 / 2);
     EXPECT_NEAR(countOtherThan(*drawnTiles, background), pixels, pixels / 100);
+}
+
+TEST_F(StoreFolder, WithAnIndexFileOpensWhatThePictureShowsAndNoEditLeavesPointsOut)
+{
+    constexpr int kSide = 6;
+    constexpr uint64_t kPoints = kSide * kSide * kTileSide * kTileSide;
+    buildTiles(kSide, kSide, 1.0);
+    TestSurvey survey;
+    survey.side = 4;
+    survey.x -= 20;
+    build(survey, "lone.brx");
+    const ProgramResult plain = draw("plain.png", {path("tiles")});
+    ASSERT_EQ(runProgram({BRX, "index", path("tiles")}).exitStatus, 0);
+    const ProgramResult indexed = draw("indexed.png", {path("tiles")});
+    EXPECT_EQ(indexed.out, plain.out) << indexed.err;
+    EXPECT_TRUE(samePixels(*osgDB::readRefImageFile(path("plain.png")),
+                           *osgDB::readRefImageFile(path("indexed.png"))));
+
+    // From low above a corner, along the diagonal: the rest is beside the picture or behind the eye.
+    const auto obliqueAt = [](double x, double y) {
+        const TestSurvey first;
+        const auto place = [](double east, double north, double up) {
+            return json({east, north, up}).dump();
+        };
+        return R"({"op": "mode", "mode": "elevation"}, {"op": "camera", "eye": )" +
+               place(first.x + x - 10, first.y + y - 12, first.z + 25) + R"(, "center": )" +
+               place(first.x + x, first.y + y, first.z) + R"(, "up": [0, 0, 1]}, )";
+    };
+    const std::string near = obliqueAt(4, 3);
+    const std::string far = obliqueAt(44, 40);
+    const std::string waiting = R"({"op": "open", "file": ")" + path("tiles") + R"(", "inView": true}, )";
+    const std::string whole = R"({"op": "open", "file": ")" + path("tiles") + R"("}, )";
+    const auto render = [this](const std::string& picture) {
+        return R"({"op": "render", "file": ")" + path(picture) + R"("}, {"op": "report"})";
+    };
+    const std::set<std::string> shown = storesOf(script(waiting + near + render("in-view.png")));
+    EXPECT_GT(shown.size(), 2u);
+    EXPECT_LT(shown.size(), kSide * kSide / 2u);
+    EXPECT_EQ(storesOf(script(whole + near + render("whole.png"))).size(), kSide * kSide + 1u);
+    const auto part = osgDB::readRefImageFile(path("in-view.png"));
+    EXPECT_TRUE(samePixels(*part, *osgDB::readRefImageFile(path("whole.png"))))
+        << "a store is missing, or the colours are not those of the whole folder";
+    EXPECT_GT(countOtherThan(*part, osg::Vec3ub(28, 31, 36)), 10000);
+
+    const std::string everywhere = R"({"op": "classify", "points": {"everywhere": true}, "to": 7})";
+    const std::string outside =
+        R"({"op": "cull", "polygon": [[50, 50], [90, 50], [70, 90]], "side": "outside"})";
+    for (const std::string& edit : {everywhere, outside, std::string(R"({"op": "reset"})")}) {
+        const std::string error = script(waiting + near + edit).back().value("error", "");
+        EXPECT_NE(error.find("not open and would be left out"), std::string::npos) << edit << error;
+    }
+    // Without a picture before: what the outline reaches is opened for it.
+    const std::vector<json> edited =
+        script(waiting + far +
+               R"({"op": "classify", "polygon": [[0, 0], [200, 0], [200, 200], [0, 200]], "to": 9}, )" +
+               R"({"op": "report"})");
+    std::map<std::string, int> unsaved;
+    int sum = 0;
+    for (const json& store : edited.back()["stores"])
+        if (store["unsaved"] > 0) sum += unsaved[store["store"]] = store["unsaved"];
+    EXPECT_GT(unsaved.size(), 2u);
+    EXPECT_EQ(edited[edited.size() - 2]["points"], sum);
+    const std::vector<json> again = script(waiting + near + R"({"op": "settle"}, {"op": "report"})");
+    std::set<std::string> expected = shown;
+    for (const auto& [store, points] : unsaved)
+        expected.insert(store);
+    EXPECT_EQ(storesOf(again), expected) << "edited stores are opened wherever they are";
+    const std::vector<json> all = script(waiting + near + R"({"op": "openAll"}, )" + everywhere);
+    EXPECT_EQ(all.back()["points"], kPoints + 16);
 }
 
 TEST_F(StoreFolder, MixesWithFilesAndEachIsShownOnce)

@@ -1,5 +1,6 @@
 #include "viewer/edit/SceneEditing.h"
 
+#include "terminal/Text.h"
 #include "viewer/edit/ScreenLine.h"
 
 #include <VelOsgDBBrx/CullCmdManager.h>
@@ -26,6 +27,12 @@ const std::string kSelectedElsewhere =
     "undo it";
 const std::string kSelectionAnew = "the selection of the other picture has ended; undo brings it back";
 constexpr int kNobodyWaits = 1; ///< barrier count
+constexpr double kPixel = 1;    ///< around an outline, whose points are as large
+
+std::string storesText(size_t count)
+{
+    return grouped(count) + (count == 1 ? " store is" : " stores are");
+}
 
 void fail(EditOutcome& outcome, const std::string& message)
 {
@@ -204,6 +211,8 @@ std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelect
 {
     if (std::string nothing = whyNothing(); !nothing.empty()) return nothing;
     if (const auto* said = std::get_if<PointSelection>(&place)) {
+        const std::string problem = tellWaiting();
+        if (!problem.empty()) return problem;
         selection = *said;
         const PointSelection picture = everythingDrawn();
         selection.undrawnToo = said->undrawnToo || picture.undrawnToo;
@@ -214,7 +223,8 @@ std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelect
     selection.outside = outside;
     selection.attributes = _scene.editLimits().attributes;
     if (const auto* outline = std::get_if<Outline>(&place)) {
-        const std::string problem = drawOnWindow(*outline, 3);
+        std::string problem = drawOnWindow(*outline, 3);
+        if (problem.empty()) problem = outside ? tellWaiting() : tellWaiting(_whole, kPixel);
         VelOsgDBBrx::ScreenPlace onScreen = _whole.place();
         if (problem.empty()) setFront(onScreen);
         selection.place = onScreen;
@@ -222,6 +232,25 @@ std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelect
     }
     selection.selected = _marks.state().selection;
     return selection.selected.empty() ? kNothingSelected : "";
+}
+
+/// Why an edit of the whole survey would leave points out; empty where it would not.
+std::string SceneEditing::tellWaiting() const
+{
+    const size_t count = _scene.waiting().size();
+    return count == 0 ? ""
+                      : storesText(count) + " not open and would be left out: open all, by openAll or in the "
+                                            "panel, and try again";
+}
+
+/// The same of an edit under an outline, and so many pixels around it.
+std::string SceneEditing::tellWaiting(const Drawing& drawing, double margin) const
+{
+    const size_t count =
+        countIn({drawing.view.toClipOf(drawing.vertices, margin), _sight.planes}, _scene.waiting());
+    return count == 0
+               ? ""
+               : storesText(count) + " not open yet under this outline: try again when they are, or open all";
 }
 
 /// Limits a place to the front surface, where edits are.
@@ -271,6 +300,7 @@ bool SceneEditing::select(const Outline& polygon, bool add)
     std::string problem = drawOnWindow(polygon, 3);
     if (problem.empty() && !add && !hasSelection()) problem = kNothingSelected;
     if (problem.empty() && !add && !_marks.canDeselect(_sight.planes)) problem = kSelectedElsewhere;
+    if (problem.empty()) problem = tellWaiting(_onWindow, kPixel);
     if (!problem.empty()) return refuse(operation, problem);
     const PictureMarks::State before = _marks.state();
     const bool isAnew =
@@ -304,6 +334,7 @@ bool SceneEditing::line(const Outline& line, double width)
     if (isBusy()) return false;
     std::string problem = drawOnWindow(line, 2, width / 2 + 1);
     if (!(width > 0 && width <= kWidestLine)) problem = "a line is above 0 and at most 1000 pixels wide";
+    if (problem.empty()) problem = tellWaiting(_whole, width / 2 + kPixel);
     if (!problem.empty()) return refuse("line", problem);
     Running* const running = begin("line");
     const osg::ref_ptr<LineSearchCmd> cmd = new LineSearchCmd(kNobodyWaits);
@@ -378,6 +409,7 @@ bool SceneEditing::save()
 bool SceneEditing::reset()
 {
     if (isBusy()) return false;
+    if (const std::string problem = tellWaiting(); !problem.empty()) return refuse("reset", problem);
     if (!_marks.isEmpty()) {
         const PictureMarks::State before = _marks.state();
         _marks.clear();

@@ -46,7 +46,8 @@ using EditPlace = std::variant<Outline, SelectedPoints, VelOsgDBBrx::PointSelect
 ///
 /// An edit reaches the points of all stores, loaded or not, that the picture would show: not hidden, inside
 /// the clip planes, of a class that is shown, and not left out by a segment; with `Scene::editsUndrawn` the
-/// others too. A `PointSelection` says that itself.
+/// others too. A `PointSelection` says that itself. What would reach stores that wait in the scene is
+/// refused: no edit leaves points out without a word.
 ///
 /// Selections, segments and lines are steps of their own in the order of undo; they end with the program.
 ///
@@ -224,6 +225,8 @@ private:
     VelOsgDBBrx::PointSelection everythingDrawn() const;
     void setFront(VelOsgDBBrx::ScreenPlace& place) const;
     std::string whyNothing() const;
+    std::string tellWaiting() const;
+    std::string tellWaiting(const Drawing& drawing, double margin) const;
     std::string drawOnWindow(const Outline& outline, size_t fewest, double margin = 1);
     void addMarkStep(const std::string& name, const PictureMarks::State& before);
     void concludeLine(Running& running, double width, const std::vector<osg::Vec4d>& strip);

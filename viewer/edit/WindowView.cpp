@@ -1,5 +1,6 @@
 #include "viewer/edit/WindowView.h"
 
+#include <osg/BoundingBox>
 #include <osg/GraphicsContext>
 
 #include <algorithm>
@@ -29,6 +30,17 @@ std::vector<osg::Vec2d> WindowView::turned(std::vector<osg::Vec2d> pixels) const
     for (osg::Vec2d& pixel : pixels)
         pixel = turned(pixel);
     return pixels;
+}
+
+osg::Matrixd WindowView::toClipOf(const std::vector<osg::Vec2d>& vertices, double margin) const
+{
+    osg::BoundingBoxd part;
+    for (const osg::Vec2d& vertex : turned(vertices))
+        part.expandBy(osg::Vec3d(vertex, 0));
+    const osg::Vec3d middle = part.center();
+    const osg::Vec3d half = (part._max - part._min) / 2 + osg::Vec3d(margin, margin, 0);
+    return vpw * osg::Matrixd::translate(-middle.x(), -middle.y(), 0) *
+           osg::Matrixd::scale(1 / half.x(), 1 / half.y(), 1);
 }
 
 std::optional<osg::Vec2d> WindowView::pixelOf(const osg::Vec3d& world) const

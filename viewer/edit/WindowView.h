@@ -19,6 +19,10 @@ struct WindowView
     osg::Vec2d turned(const osg::Vec2d& pixel) const { return osg::Vec2d(pixel.x(), height - pixel.y()); }
     std::vector<osg::Vec2d> turned(std::vector<osg::Vec2d> pixels) const;
 
+    /// World to clip coordinates of the part of the window that holds these pixels, y down, and `margin`
+    /// pixels around each.
+    osg::Matrixd toClipOf(const std::vector<osg::Vec2d>& vertices, double margin) const;
+
     /// The pixel, y down, that shows a place in the world; empty for one behind the camera.
     std::optional<osg::Vec2d> pixelOf(const osg::Vec3d& world) const;
 

@@ -7,15 +7,19 @@
 #include <VelBrx/PointRecord.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <utility>
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using VelBrx::Status;
 
 namespace {
 
+constexpr auto kLongestUpdate = 20ms; ///< that a frame waits for clouds to come into the scene
 constexpr size_t kMostRecent = 12;
 const std::string kRecent = "files.recent";
 
@@ -83,6 +87,11 @@ void CloudFiles::openNow(const std::string& path, const How& how, JobQueue::Cont
     if (!tell(expandFolders(inputs))) inputs.clear();
     std::error_code unknown;
     if (!inputs.empty() && fs::is_directory(path, unknown)) inputs = _folders.add(path);
+    std::vector<WaitingStore> waiting;
+    if (!inputs.empty() && hasIndexFile(path)) {
+        if (tell(readIndexedStores(path, waiting, news.notes, news.problems))) opened = {path};
+        inputs.clear();
+    }
     for (const std::string& input : inputs) {
         StorePlan plan;
         if (control.cancelled() || !tell(findStore(input, how.rebuild, how.place, plan))) continue;
@@ -99,6 +108,7 @@ void CloudFiles::openNow(const std::string& path, const How& how, JobQueue::Cont
     }
     if (control.cancelled()) news.done.push_back(path + ": cancelled");
     const VelThreads::Lock lock(_mutex);
+    std::move(waiting.begin(), waiting.end(), std::back_inserter(_results.waiting));
     append(_results.opened, opened);
     _results.ended.push_back(control.id());
     append(_results.news.problems, news.problems);
@@ -149,10 +159,14 @@ void CloudFiles::exportNow(const std::string& store, const std::string& path, bo
 /// the new one is left out.
 void CloudFiles::giveWay(std::vector<OpenedStore>& stores, News& news)
 {
-    if (stores.empty()) return;
+    std::set<std::string> paths;
+    for (const OpenedStore& store : stores)
+        paths.insert(store.path);
+    if (paths.empty()) return;
     std::map<std::string, uint64_t> replaced;
     for (const Scene::Cloud& cloud : _scene.clouds())
-        if (!cloud.octree().pointFile->isStillNamed()) replaced[cloud.store] = cloud.id;
+        if (paths.count(cloud.store) > 0 && !cloud.octree().pointFile->isStillNamed())
+            replaced[cloud.store] = cloud.id;
     if (replaced.empty()) return;
     const std::map<std::string, uint64_t> unsaved = _editing.unsavedPoints();
     const auto isHeld = [&](const OpenedStore& store) {
@@ -240,18 +254,64 @@ CloudFiles::News CloudFiles::update()
         results = std::exchange(_results, Results());
     }
     News& news = results.news;
+    if (!results.waiting.empty()) {
+        _scene.await(std::move(results.waiting), news.notes);
+        news.cloudsChanged = _viewsChanged = true;
+    }
     showPreviews(results.previews, news);
     giveWay(results.stores, news);
-    if (!results.stores.empty()) {
-        _editing.addClouds(std::move(results.stores));
-        append(news.notes, _editing.notes());
-        news.cloudsChanged = true;
-    }
+    show(std::move(results.stores), news);
     endPreviews(results.ended, news);
+    takeOpened(news);
     for (const uint64_t cloud : std::exchange(_closing, {}))
         if (_editing.removeCloud(cloud)) news.cloudsChanged = true;
     if (!results.opened.empty()) remember(results.opened);
     return std::move(news);
+}
+
+void CloudFiles::show(std::vector<OpenedStore> stores, News& news)
+{
+    if (stores.empty()) return;
+    _editing.addClouds(std::move(stores));
+    append(news.notes, _editing.notes());
+    news.cloudsChanged = true;
+}
+
+/// Those that waited, as many as a frame has the time for.
+void CloudFiles::takeOpened(News& news)
+{
+    constexpr size_t kAtOnce = 16;
+    const auto end = std::chrono::steady_clock::now() + kLongestUpdate;
+    std::vector<std::string> failed;
+    for (std::vector<StoreOpener::Result> results = _opener.take(kAtOnce); !results.empty();
+         results = _opener.take(kAtOnce)) {
+        std::vector<OpenedStore> stores;
+        for (StoreOpener::Result& result : results) {
+            if (_scene.waiting().count(result.path) == 0) continue; // came otherwise
+            if (!result.note.empty()) news.notes.push_back(result.note);
+            if (result.status) {
+                stores.push_back(std::move(result.store));
+            } else {
+                news.problems.push_back(result.status.message());
+                failed.push_back(result.path);
+            }
+        }
+        show(std::move(stores), news);
+        if (std::chrono::steady_clock::now() > end) break;
+    }
+    if (failed.empty()) return;
+    _scene.giveUp(failed);
+    news.cloudsChanged = true;
+}
+
+void CloudFiles::look(const std::vector<ViewVolume>& views)
+{
+    if (_scene.waiting().empty()) _opensAll = false;
+    _viewsChanged = _viewsChanged || views != _views;
+    if (!_viewsChanged || _scene.waiting().empty()) return;
+    _views = views;
+    _viewsChanged = false;
+    _opener.want(_opensAll ? allStores(_scene.waiting(), views) : wantedStores(_scene.waiting(), views));
 }
 
 std::vector<std::string> CloudFiles::checkStores()
@@ -269,11 +329,11 @@ std::vector<std::string> CloudFiles::checkStores()
 
 bool CloudFiles::isBusy() const
 {
-    if (!_closing.empty() || !_previews.empty() || !_opening.isIdle() || !_exporting.isIdle()) return true;
+    if (!_closing.empty() || !_previews.empty() || isOpening() || !_exporting.isIdle()) return true;
     const VelThreads::Lock lock(_mutex);
     const News& news = _results.news;
-    return !_results.previews.empty() || !_results.stores.empty() || !_results.ended.empty() ||
-           !news.problems.empty() || !news.notes.empty() || !news.done.empty();
+    return !_results.previews.empty() || !_results.waiting.empty() || !_results.stores.empty() ||
+           !_results.ended.empty() || !news.problems.empty() || !news.notes.empty() || !news.done.empty();
 }
 
 std::vector<std::string> CloudFiles::recent() const

@@ -4,6 +4,8 @@
 #include "viewer/files/FolderWatch.h"
 #include "viewer/files/JobQueue.h"
 #include "viewer/scene/StoreCache.h"
+#include "viewer/scene/StoreOpener.h"
+#include "viewer/scene/WaitingStore.h"
 #include "viewer/settings/Settings.h"
 
 #include <VelThreads/Mutex.h>
@@ -39,9 +41,17 @@ public:
     CloudFiles& operator=(const CloudFiles&) = delete;
 
     /// Opens stores, the stores of folders, LAS and LAZ files, one after the other. Stores that come into a
-    /// folder later are opened too; one that is built anew there takes the place of the one on show.
+    /// folder later are opened too; one that is built anew there takes the place of the one on show. The
+    /// stores of a folder with an index file wait in the scene until a view shows them.
     void open(const std::vector<std::string>& paths) { open(paths, {}); }
     void open(const std::vector<std::string>& paths, const How& how);
+
+    /// What the pictures show from now on: what waits there is opened, the nearest first. Cheap where nothing
+    /// changed. Call it often.
+    void look(const std::vector<ViewVolume>& views);
+
+    /// Opens what waits, wherever it is.
+    void openAll() { _opensAll = _viewsChanged = true; }
 
     /// Takes a cloud out of the scene when the running edit has ended; its journal keeps what is not saved.
     void close(uint64_t cloud) { _closing.push_back(cloud); }
@@ -76,6 +86,9 @@ public:
 
     /// Whether `update` may have something to do, or bars move: draw frames.
     bool isBusy() const;
+
+    /// Whether clouds are still to come, but for what waits for a view.
+    bool isOpening() const { return !_opening.isIdle() || !_opener.isIdle(); }
 
     /// What is opened, built and exported now, and what waits.
     std::vector<JobQueue::State> openings() const { return _opening.states(); }
@@ -112,10 +125,13 @@ private:
         std::vector<ReadyPreview> previews;
         std::vector<uint64_t> ended; ///< jobs
         std::vector<OpenedStore> stores;
+        std::vector<WaitingStore> waiting;
         std::vector<std::string> opened; ///< the files that people named
         News news;
     };
 
+    void takeOpened(News& news);
+    void show(std::vector<OpenedStore> stores, News& news);
     void openNow(const std::string& path, const How& how, JobQueue::Control& control) VEL_EXCLUDES(_mutex);
     VelBrx::Status buildNow(const StorePlan& plan, JobQueue::Control& control, News& news)
         VEL_EXCLUDES(_mutex);
@@ -134,9 +150,13 @@ private:
     std::vector<Preview> _previews;
     size_t _checked = 0;         ///< the place of the cloud whose file comes next
     std::set<uint64_t> _damaged; ///< clouds whose file is not what it was
+    std::vector<ViewVolume> _views;
+    bool _viewsChanged = false; ///< or what waits, since the opener was told what is wanted
+    bool _opensAll = false;     ///< what waits, in a view or not
     mutable VelThreads::Mutex _mutex;
     Results _results VEL_GUARDED_BY(_mutex);
     FolderWatch _folders;
+    StoreOpener _opener;
     JobQueue _opening; ///< uses the others, as does the next
     JobQueue _exporting;
 };

@@ -48,9 +48,18 @@ Status findCloud(const Request& request, const Scene& scene, const Scene::Cloud*
 Begun open(const Request& request, const Stage& stage)
 {
     std::string told;
-    const std::string place = request.has("store") ? request.get<std::string>("store") : "";
-    const Status status =
-        stage.files->open(request.get<std::string>("file"), place, request.get<bool>("rebuild"), told);
+    FileStage::How how;
+    if (request.has("store")) how.place = request.get<std::string>("store");
+    how.rebuild = request.get<bool>("rebuild");
+    how.inView = request.get<bool>("inView");
+    const Status status = stage.files->open(request.get<std::string>("file"), how, told);
+    return began(status, told);
+}
+
+Begun openAll(const Request&, const Stage& stage)
+{
+    std::string told;
+    const Status status = stage.files->openAll(told);
     return began(status, told);
 }
 
@@ -94,9 +103,11 @@ std::vector<Operation> fileOperations()
 {
     return {{"open",
              "shows a store, the stores of a folder, or a LAS or LAZ file beside what is open",
-             {text("file"), orNone(text("store"), "beside the file"), orElse(flag("rebuild"), false)},
+             {text("file"), orNone(text("store"), "beside the file"), orElse(flag("rebuild"), false),
+              orElse(flag("inView"), false)},
              {},
              open},
+            {"openAll", "opens the stores that wait until a picture shows them", {}, {}, openAll},
             {"close",
              "takes a cloud out of the picture and closes its store",
              {cloudParameter(), orElse(flag("evenIfLost"), false)},

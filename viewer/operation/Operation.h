@@ -127,10 +127,18 @@ private:
 class FileStage
 {
 public:
-    /// Shows a store, the stores of a folder, or a LAS or LAZ file, whose store is at `place`, or where it
-    /// usually is. `rebuild`: one that is older than its file is built again. `told` gets what is to know.
-    virtual VelBrx::Status open(const std::string& file, const std::string& place, bool rebuild,
-                                std::string& told) = 0;
+    struct How
+    {
+        std::string place;    ///< of the store of a LAS or LAZ file; empty: where it usually is
+        bool rebuild = false; ///< a store that is older than its file
+        bool inView = false;  ///< of a folder with an index file no more than pictures show
+    };
+
+    /// Shows a store, the stores of a folder, or a LAS or LAZ file. `told` gets what is to know.
+    virtual VelBrx::Status open(const std::string& file, const How& how, std::string& told) = 0;
+
+    /// Opens the stores that wait until a picture shows them.
+    virtual VelBrx::Status openAll(std::string& told) = 0;
 
     /// Takes a cloud out; its journal keeps what is not saved.
     virtual VelBrx::Status close(const Scene::Cloud& cloud) = 0;

@@ -45,6 +45,7 @@ void ClassesSection::draw()
         if (*progress > 0) ImGui::TextDisabled("counting ... %d %%", static_cast<int>(100 * *progress));
     }
     followEdits();
+    if (!_stage.scene.waiting().empty()) ImGui::TextDisabled("of the stores that are open");
     if (!_counts.problem().empty()) ImGui::TextWrapped("%s", _counts.problem().c_str());
     drawShown();
     drawAdd();

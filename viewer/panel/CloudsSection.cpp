@@ -9,13 +9,20 @@
 
 #include <imgui.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <numeric>
 
 namespace fs = std::filesystem;
 
 namespace {
 
 constexpr size_t kMostProblems = 5;
+
+bool comesBefore(const Scene::Cloud& a, const Scene::Cloud& b)
+{
+    return a.order < b.order;
+}
 
 /// A button with its key beside it in the tool tip.
 bool button(const char* label, const std::string& tip)
@@ -35,7 +42,9 @@ CloudsSection::CloudsSection(const Stage& stage, CloudFiles& files, FileQuestion
 uint64_t CloudsSection::current() const
 {
     if (_stage.scene.findCloud(_current)) return _current;
-    return _stage.scene.clouds().empty() ? 0 : _stage.scene.clouds().front().id;
+    const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
+    const auto first = std::min_element(clouds.begin(), clouds.end(), comesBefore);
+    return first == clouds.end() ? 0 : first->id;
 }
 
 void CloudsSection::tell(const std::string& problem)
@@ -48,6 +57,7 @@ void CloudsSection::draw()
 {
     drawButtons();
     drawProblems();
+    drawWaiting();
     if (_stage.scene.isEmpty()) {
         ImGui::PushStyleColor(ImGuiCol_Text, ImGui::GetStyleColorVec4(ImGuiCol_TextDisabled));
         ImGui::TextWrapped("Nothing is open. Open LAS and LAZ files, stores or a folder of stores, or drop "
@@ -65,11 +75,12 @@ void CloudsSection::draw()
     for (const Scene::Cloud& preview : _stage.scene.previews())
         drawPreview(preview);
     const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
+    sortRows();
     ImGuiListClipper visible; // thousands of rows would take longer than the picture
-    visible.Begin(static_cast<int>(clouds.size()));
+    visible.Begin(static_cast<int>(_rows.size()));
     while (visible.Step())
         for (int i = visible.DisplayStart; i < visible.DisplayEnd; ++i)
-            drawCloud(clouds[static_cast<size_t>(i)]);
+            drawCloud(clouds[_rows[static_cast<size_t>(i)]]);
     ImGui::EndTable();
 }
 
@@ -87,6 +98,19 @@ void CloudsSection::drawButtons()
         _questions.askToExport(current());
 }
 
+/// How many of a folder's stores nothing but their boxes is shown of.
+void CloudsSection::drawWaiting()
+{
+    const size_t waiting = _stage.scene.waiting().size();
+    if (waiting == 0) return;
+    const size_t open = _stage.scene.clouds().size();
+    ImGui::TextWrapped("%s of %s stores are open", grouped(open).c_str(), grouped(open + waiting).c_str());
+    widgets::tip("The others are opened when a view shows them");
+    ImGui::SameLine();
+    if (button("Open all", "Open the others, too: what is about all points needs them"))
+        _stage.act(Request(*findOperation("openAll")));
+}
+
 void CloudsSection::drawRecent()
 {
     if (!ImGui::BeginPopup("recent")) return;
@@ -98,6 +122,18 @@ void CloudsSection::drawRecent()
         widgets::tip(path);
     }
     ImGui::EndPopup();
+}
+
+/// Those of a folder by their names, in whatever order they were opened.
+void CloudsSection::sortRows()
+{
+    const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
+    if (_revision == _stage.scene.cloudsRevision()) return;
+    _revision = _stage.scene.cloudsRevision();
+    _rows.resize(clouds.size());
+    std::iota(_rows.begin(), _rows.end(), size_t{0});
+    std::sort(_rows.begin(), _rows.end(),
+              [&](size_t a, size_t b) { return comesBefore(clouds[a], clouds[b]); });
 }
 
 void CloudsSection::drawCloud(const Scene::Cloud& cloud)

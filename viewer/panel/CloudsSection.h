@@ -4,7 +4,9 @@
 #include "viewer/operation/Operation.h"
 #include "viewer/panel/FileQuestions.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,8 @@ public:
 private:
     void drawButtons();
     void drawRecent();
+    void drawWaiting();
+    void sortRows();
     void drawCloud(const Scene::Cloud& cloud);
     void drawPreview(const Scene::Cloud& preview);
     void drawFacts(const Scene::Cloud& cloud);
@@ -38,5 +42,7 @@ private:
     CloudFiles& _files;
     FileQuestions& _questions;
     uint64_t _current = 0;
+    std::vector<size_t> _rows;         ///< places among the scene's clouds
+    std::optional<unsigned> _revision; ///< of the scene's clouds, as the rows are
     std::vector<std::string> _problems;
 };

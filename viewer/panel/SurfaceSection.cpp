@@ -36,9 +36,8 @@ void SurfaceSection::drawClasses(Request request)
 {
     const ClassSet& chosen = _stage.scene.surface().classes;
     ClassSet listed = chosen.all() ? ClassSet() : chosen;
-    for (const Scene::Cloud& cloud : _stage.scene.clouds())
-        for (size_t code = 0; code < listed.size(); ++code)
-            if (cloud.statistics.pointsByClass[code] > 0) listed.set(code);
+    for (size_t code = 0; code < listed.size(); ++code)
+        if (_stage.scene.statistics().pointsByClass[code] > 0) listed.set(code);
     ImGui::TextDisabled("made of");
     for (const int code : listClasses(listed)) {
         ImGui::PushID(code);

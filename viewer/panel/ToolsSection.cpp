@@ -191,8 +191,8 @@ void ToolsSection::drawRange(size_t index)
         ValueRange wanted{field.low, field.high};
         if (field.range == &AttributeRanges::height)
             wanted = {_stage.scene.bounds().zMin(), _stage.scene.bounds().zMax()};
-        if (field.range == &AttributeRanges::gpsTime && !_stage.scene.clouds().empty()) {
-            const VelBrx::AttributeRange& times = _stage.scene.clouds().front().statistics.gpsTime;
+        if (field.range == &AttributeRanges::gpsTime && !_stage.scene.isEmpty()) {
+            const VelBrx::AttributeRange& times = _stage.scene.statistics().gpsTime;
             wanted = {times.min, times.max};
         }
         request.set(field.parameter, isOn ? wanted : ValueRange());

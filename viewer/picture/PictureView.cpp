@@ -122,6 +122,13 @@ void PictureView::setLegend(const Legend& legend)
     _overlay->setLegend(legend);
 }
 
+ViewVolume PictureView::volume() const
+{
+    const osg::Camera& camera = *_viewer.getCamera();
+    return {camera.getViewMatrix() * camera.getProjectionMatrix(),
+            _section ? _section->section().planes() : std::vector<osg::Vec4d>()};
+}
+
 double PictureView::aspect() const
 {
     return _viewer.getCamera()->getViewport()->aspectRatio();

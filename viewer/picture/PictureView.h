@@ -52,6 +52,9 @@ public:
     void show(const std::optional<SectionFrame>& section);
     void setLegend(const Legend& legend);
 
+    /// What the picture shows.
+    ViewVolume volume() const;
+
     /// Width divided by height.
     double aspect() const;
 

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <functional>
 #include <iterator>
+#include <set>
 
 using VelBrx::Status;
 using VelOsgDBBrx::PointCloudHelper;
@@ -94,7 +95,8 @@ void Scene::setLook(const Options& options)
     setSurface(options.surface);
 }
 
-Status Scene::load(const std::vector<std::string>& stores, const Options& options)
+Status Scene::load(const std::vector<std::string>& stores, std::vector<WaitingStore> waiting,
+                   const Options& options)
 {
     std::vector<std::string> notes;
     std::vector<OpenedStore> opened(stores.size());
@@ -103,6 +105,7 @@ Status Scene::load(const std::vector<std::string>& stores, const Options& option
         if (Status status = openStore(stores[i], options.normals, opened[i], note); !status) return status;
         if (!note.empty()) notes.push_back(note);
     }
+    await(std::move(waiting), notes);
     add(std::move(opened), notes);
     setLook(options);
     for (const std::string& note : notes)
@@ -115,23 +118,37 @@ Status Scene::load(const std::vector<std::string>& stores, const Options& option
 
 std::vector<uint64_t> Scene::add(std::vector<OpenedStore> stores, std::vector<std::string>& notes)
 {
+    const uint64_t firstNew = _lastOrder + 1;
     std::vector<uint64_t> ids;
+    bool wereExpected = true;
     for (OpenedStore& store : stores) {
         const VelBrx::FileIdentity& file = store.cloud.cloud->getOctree()->pointFile->identity();
-        if (const Cloud* const shown = findShown(file)) {
-            notes.push_back(store.path + ": is the same file as " + shown->store + ", which is shown");
+        if (const auto shown = _files.find(file); shown != _files.end()) {
+            notes.push_back(store.path + ": is the same file as " + findCloud(shown->second)->store +
+                            ", which is shown");
+            wereExpected = _waiting.erase(store.path) == 0 && wereExpected;
             continue;
         }
-        _clouds.push_back(place(std::move(store)));
-        ids.push_back(_clouds.back().id);
+        Cloud cloud = place(std::move(store));
+        wereExpected = takeExpected(cloud) && wereExpected;
+        ids.push_back(cloud.id);
+        _files[file] = cloud.id;
+        _clouds.push_back(std::move(cloud));
     }
-    if (!ids.empty()) followClouds();
-    tellOtherSystems(ids, notes);
-    tellFarAway(ids, notes);
+    if (!wereExpected) {
+        followClouds();
+        tellOtherSystems(firstNew, notes);
+        tellFarAway(firstNew, notes);
+    } else if (!ids.empty()) { // bounds, units and scale of colours stay as they are
+        ++_cloudsRevision;
+        ++_legendRevision;
+        _boundsOfMost.reset();
+        followEdits();
+    }
     return ids;
 }
 
-/// Puts what was opened into the picture.
+/// Puts what was opened into the picture; it looks as the others do.
 Scene::Cloud Scene::place(OpenedStore store)
 {
     Cloud cloud;
@@ -147,16 +164,59 @@ Scene::Cloud Scene::place(OpenedStore store)
     PointCloudHelper::setPointCloudId(cloud.node, cloud.id);
     PointCloudHelper::setClipPlane(cloud.node, _clipPlanes);
     VelOsgDBBrx::ShaderHelper::switchEDLShader(cloud.node, _edl);
+    applyLight(*cloud.node, _light);
+    if (_mode != ColorMode::CHANGED) _coloring.apply(cloud.node, modeOf(cloud.statistics));
     _root->addChild(cloud.placed);
     return cloud;
+}
+
+/// Gives a new cloud the place of the store that waited for it. False where its points are not known yet.
+bool Scene::takeExpected(Cloud& cloud)
+{
+    const auto waiting = _waiting.find(cloud.store);
+    cloud.order = waiting == _waiting.end() ? ++_lastOrder : waiting->second.order;
+    if (waiting == _waiting.end()) return false;
+    const WaitingStore& told = waiting->second;
+    const bool isAsTold = told.points == cloud.points && told.bounds._min == cloud.bounds._min &&
+                          told.bounds._max == cloud.bounds._max &&
+                          told.statistics.pointsByClass == cloud.statistics.pointsByClass;
+    _waiting.erase(waiting);
+    return isAsTold;
 }
 
 uint64_t Scene::addPreview(OpenedStore preview, uint64_t points)
 {
     _previews.push_back(place(std::move(preview)));
     _previews.back().points = points;
+    _previews.back().order = ++_lastOrder;
     followClouds();
     return _previews.back().id;
+}
+
+void Scene::await(std::vector<WaitingStore> stores, std::vector<std::string>& notes)
+{
+    std::set<std::string> shown;
+    for (const Cloud& cloud : _clouds)
+        shown.insert(cloud.store);
+    const uint64_t firstNew = _lastOrder + 1;
+    for (WaitingStore& store : stores) {
+        if (shown.count(store.path) > 0 || _waiting.count(store.path) > 0) continue;
+        store.order = ++_lastOrder;
+        const std::string path = store.path;
+        _waiting.emplace(path, std::move(store));
+    }
+    if (_lastOrder < firstNew) return;
+    followClouds();
+    tellOtherSystems(firstNew, notes);
+    tellFarAway(firstNew, notes);
+}
+
+void Scene::giveUp(const std::vector<std::string>& paths)
+{
+    size_t waited = 0;
+    for (const std::string& path : paths)
+        waited += _waiting.erase(path);
+    if (waited > 0) followClouds();
 }
 
 void Scene::remove(uint64_t id)
@@ -166,6 +226,7 @@ void Scene::remove(uint64_t id)
             std::find_if(list->begin(), list->end(), [id](const Cloud& known) { return known.id == id; });
         if (cloud == list->end()) continue;
         if (list == &_clouds && _mode == ColorMode::CHANGED) _changed.end({cloud->node});
+        if (list == &_clouds) _files.erase(cloud->octree().pointFile->identity());
         _root->removeChild(cloud->placed);
         list->erase(cloud);
         followClouds();
@@ -202,64 +263,99 @@ const Scene::Cloud* Scene::findCloud(uint64_t id) const
     return cloud == _clouds.end() || cloud->id != id ? nullptr : &*cloud;
 }
 
-/// Bounds and colours are of the clouds that there are now.
+/// In the order in which the scene was told of them.
+std::vector<Scene::Part> Scene::parts(bool previewsToo) const
+{
+    std::vector<Part> parts;
+    parts.reserve(_clouds.size() + _previews.size() + _waiting.size());
+    const auto add = [&](const Cloud& cloud, bool isPreview) {
+        parts.push_back({&cloud.store, &cloud.bounds, cloud.bulk, &cloud.statistics, &cloud.system,
+                         cloud.points, cloud.order, isPreview});
+    };
+    for (const Cloud& cloud : _clouds)
+        add(cloud, false);
+    for (size_t i = 0; previewsToo && i < _previews.size(); ++i)
+        add(_previews[i], true);
+    for (const auto& [path, store] : _waiting) {
+        osg::BoundingBoxd bulk = store.bounds; // as much as is known of it
+        bulk._min.z() = store.statistics.elevation.low;
+        bulk._max.z() = store.statistics.elevation.high;
+        parts.push_back(
+            {&path, &store.bounds, bulk, &store.statistics, &store.system, store.points, store.order, false});
+    }
+    std::sort(parts.begin(), parts.end(), [](const Part& a, const Part& b) { return a.order < b.order; });
+    return parts;
+}
+
+/// Bounds and colours are of the stores that there are now.
 void Scene::followClouds()
 {
     ++_cloudsRevision;
     _bounds.init();
-    _boundsOfMost.init();
-    const Cloud* const stating = firstWithSystem();
-    _units = stating ? Units(stating->system) : Units();
-    VelBrx::StoreStatistics statistics;
-    const std::vector<const Cloud*> clouds = all();
-    for (const Cloud* const cloud : clouds) {
-        _bounds.expandBy(cloud->bounds);
-        if (cloud == clouds.front())
-            statistics = cloud->statistics;
+    _boundsOfMost.reset();
+    _units = Units();
+    _statistics = VelBrx::StoreStatistics();
+    _firstStore.clear();
+    const std::vector<Part> parts = this->parts(true);
+    bool haveUnits = false;
+    for (const Part& part : parts) {
+        if (_firstStore.empty() && !part.isPreview) _firstStore = *part.store;
+        _bounds.expandBy(*part.bounds);
+        if (!haveUnits && part.system->has_value()) _units = Units(*part.system);
+        haveUnits = haveUnits || part.system->has_value();
+        if (&part == &parts.front())
+            _statistics = *part.statistics;
         else
-            merge(statistics, cloud->statistics);
-        applyLight(*cloud->node, _light);
+            merge(_statistics, *part.statistics);
     }
-    _statistics = statistics;
-    const std::vector<bool> isFramed = framed(clouds);
-    for (size_t i = 0; i < clouds.size(); ++i)
-        if (isFramed[i]) _boundsOfMost.expandBy(boundsOfMost(clouds[i]->bounds, clouds[i]->bulk));
+    for (const Cloud* const cloud : all())
+        applyLight(*cloud->node, _light);
     setSurface(_surface);
     followColors();
 }
 
-/// Of each cloud, whether views of the survey show it: with the one of the most points, those around it.
-std::vector<bool> Scene::framed(const std::vector<const Cloud*>& clouds) const
+const osg::BoundingBoxd& Scene::boundsOfMostStores() const
+{
+    if (_boundsOfMost) return *_boundsOfMost;
+    _boundsOfMost.emplace();
+    const std::vector<Part> all = parts(true);
+    const std::vector<bool> isFramed = framed(all);
+    for (size_t i = 0; i < all.size(); ++i)
+        if (isFramed[i]) _boundsOfMost->expandBy(boundsOfMost(*all[i].bounds, all[i].bulk));
+    return *_boundsOfMost;
+}
+
+/// Of each, whether views of the survey show it: with the one of the most points, those around it.
+std::vector<bool> Scene::framed(const std::vector<Part>& parts)
 {
     std::vector<osg::BoundingBoxd> surveys;
     size_t largest = 0;
-    for (const Cloud* const cloud : clouds) {
-        if (cloud->points > clouds[largest]->points) largest = surveys.size();
-        surveys.push_back(cloud->bounds);
+    for (const Part& part : parts) {
+        if (part.points > parts[largest].points) largest = surveys.size();
+        surveys.push_back(*part.bounds);
     }
     return inOnePicture(surveys, largest);
 }
 
-/// One line, however many of these clouds are meant.
-void Scene::tellFarAway(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const
+/// One line, however many of the stores from the order `firstNew` on are meant.
+void Scene::tellFarAway(uint64_t firstNew, std::vector<std::string>& notes) const
 {
-    std::vector<const Cloud*> clouds = all();
-    clouds.resize(_clouds.size()); // of a preview it is told when its store comes
-    const std::vector<bool> isFramed = framed(clouds);
-    const Cloud* shown = nullptr;
-    const Cloud* far = nullptr;
+    const std::vector<Part> all = parts(false); // of a preview it is told when its store comes
+    const std::vector<bool> isFramed = framed(all);
+    const Part* shown = nullptr;
+    const Part* far = nullptr;
     bool areNew = false;
     size_t count = 0;
-    for (size_t i = 0; i < clouds.size(); ++i) {
-        (isFramed[i] ? shown : far) = clouds[i];
+    for (size_t i = 0; i < all.size(); ++i) {
+        (isFramed[i] ? shown : far) = &all[i];
         count += !isFramed[i];
-        areNew = areNew || std::find(ids.begin(), ids.end(), clouds[i]->id) != ids.end();
+        areNew = areNew || all[i].order >= firstNew;
     }
     if (!far || !areNew) return;
     const std::string more = count > 1 ? " (and " + std::to_string(count - 1) + " more)" : "";
-    const double distance = (far->bounds.center() - shown->bounds.center()).length();
-    notes.push_back(printable(far->store + more + ": lies " + grouped(static_cast<uint64_t>(distance)) +
-                              " units from " + shown->store +
+    const double distance = (far->bounds->center() - shown->bounds->center()).length();
+    notes.push_back(printable(*far->store + more + ": lies " + grouped(static_cast<uint64_t>(distance)) +
+                              " units from " + *shown->store +
                               ": views show the latter; Frame in the panel, or --view, looks there"));
 }
 
@@ -272,48 +368,36 @@ void Scene::followColors()
     setColorMode(_mode, _changedBy);
 }
 
-const Scene::Cloud* Scene::firstWithSystem() const
+/// Likewise.
+void Scene::tellOtherSystems(uint64_t firstNew, std::vector<std::string>& notes) const
 {
-    for (const Cloud* const cloud : all())
-        if (cloud->system) return cloud;
-    return nullptr;
-}
-
-/// One line, however many of these clouds are meant.
-void Scene::tellOtherSystems(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const
-{
-    const Cloud* const known = firstWithSystem();
-    std::vector<const Cloud*> others;
-    for (const uint64_t id : ids) {
-        const Cloud* const cloud = findCloud(id);
-        if (known && cloud->system && !cloud->system->isSameAs(*known->system)) others.push_back(cloud);
+    const Part* known = nullptr;
+    std::vector<Part> others;
+    const std::vector<Part> all = parts(false);
+    for (const Part& part : all) {
+        if (!part.system->has_value()) continue;
+        if (!known) known = &part;
+        if (part.order >= firstNew && !(*part.system)->isSameAs(**known->system)) others.push_back(part);
     }
     if (others.empty()) return;
     const std::string more = others.size() > 1 ? " (and " + std::to_string(others.size() - 1) + " more)" : "";
-    notes.push_back(printable(others.front()->store + more + ": is in another coordinate system, " +
-                              others.front()->system->description() + ", than " + known->store + ", " +
-                              known->system->description() +
+    notes.push_back(printable(*others.front().store + more + ": is in another coordinate system, " +
+                              (*others.front().system)->description() + ", than " + *known->store + ", " +
+                              (*known->system)->description() +
                               ": its place and what is measured there do not fit"));
 }
 
 /// One line, however many stores are meant.
 void Scene::tellColorless() const
 {
-    const auto isColorless = [](const Cloud& cloud) { return cloud.statistics.maxColor == 0; };
-    const auto first = std::find_if(_clouds.begin(), _clouds.end(), isColorless);
-    if (first == _clouds.end()) return;
-    const auto others = std::count_if(first + 1, _clouds.end(), isColorless);
+    const auto isColorless = [](const Part& part) { return part.statistics->maxColor == 0; };
+    const std::vector<Part> all = parts(false);
+    const auto first = std::find_if(all.begin(), all.end(), isColorless);
+    if (first == all.end()) return;
+    const auto others = std::count_if(first + 1, all.end(), isColorless);
     const std::string more = others > 0 ? " (and " + std::to_string(others) + " more)" : std::string();
     std::fprintf(stderr, "brxview: %s%s has no colours, so its points are black; see --mode\n",
-                 printable(first->store).c_str(), more.c_str());
-}
-
-const Scene::Cloud* Scene::findShown(const VelBrx::FileIdentity& file) const
-{
-    const auto shown = std::find_if(_clouds.begin(), _clouds.end(), [&](const Cloud& cloud) {
-        return cloud.node->getOctree()->pointFile->identity() == file;
-    });
-    return shown == _clouds.end() ? nullptr : &*shown;
+                 printable(*first->store).c_str(), more.c_str());
 }
 
 void Scene::noteClass(uint8_t code)
@@ -348,16 +432,16 @@ void Scene::setColorMode(ColorMode mode, ChangedBy changedBy)
         (void)_changed.apply(nodes(), changedBy); // the legend says why not
     else
         for (const Cloud& cloud : _clouds)
-            _coloring.apply(cloud.node, modeOf(cloud));
+            _coloring.apply(cloud.node, modeOf(cloud.statistics));
     for (const Cloud& preview : _previews) // they have no journals
         _coloring.apply(preview.node, mode == ColorMode::CHANGED ? Coloring::automatic(preview.statistics)
-                                                                 : modeOf(preview));
+                                                                 : modeOf(preview.statistics));
 }
 
 std::optional<ColorMode> Scene::gradientMode() const
 {
     for (const Cloud* const cloud : all())
-        if (hasGradient(modeOf(*cloud))) return modeOf(*cloud);
+        if (hasGradient(modeOf(cloud->statistics))) return modeOf(cloud->statistics);
     return std::nullopt;
 }
 
@@ -397,9 +481,9 @@ void Scene::setClassTable(const VelBrx::ClassTable& table)
     setColorMode(_mode, _changedBy);
 }
 
-ColorMode Scene::modeOf(const Cloud& cloud) const
+ColorMode Scene::modeOf(const VelBrx::StoreStatistics& statistics) const
 {
-    return _mode == ColorMode::AUTOMATIC ? Coloring::automatic(cloud.statistics) : _mode;
+    return _mode == ColorMode::AUTOMATIC ? Coloring::automatic(statistics) : _mode;
 }
 
 Legend Scene::legend() const
@@ -417,7 +501,11 @@ Legend Scene::legendOfPoints() const
 {
     if (_mode == ColorMode::CHANGED) return _changed.legend();
     for (const Cloud* const cloud : all()) {
-        const Legend legend = _coloring.legend(modeOf(*cloud));
+        const Legend legend = _coloring.legend(modeOf(cloud->statistics));
+        if (!legend.title.empty()) return legend;
+    }
+    for (const auto& [path, store] : _waiting) {
+        const Legend legend = _coloring.legend(modeOf(store.statistics));
         if (!legend.title.empty()) return legend;
     }
     return Legend();

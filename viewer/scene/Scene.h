@@ -6,6 +6,7 @@
 #include "viewer/scene/EditLimits.h"
 #include "viewer/scene/Options.h"
 #include "viewer/scene/Units.h"
+#include "viewer/scene/WaitingStore.h"
 
 #include <VelBrx/ClassTable.h>
 #include <VelBrx/FileIdentity.h>
@@ -21,6 +22,7 @@
 
 #include <bitset>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -54,14 +56,20 @@ public:
     /// How the points look, those of clouds to come too.
     void setLook(const Options& options);
 
-    /// Opens the stores and shows them as the options say. A failure names the file. Of several names of one
-    /// file the first is shown, and a line on stderr says so of the others.
-    VelBrx::Status load(const std::vector<std::string>& stores, const Options& options);
+    /// Opens the stores and shows them as the options say; others wait. A failure names the file. Of several
+    /// names of one file the first is shown, and a line on stderr says so of the others.
+    VelBrx::Status load(const std::vector<std::string>& stores, std::vector<WaitingStore> waiting,
+                        const Options& options);
+    VelBrx::Status load(const std::vector<std::string>& stores, const Options& options)
+    {
+        return load(stores, {}, options);
+    }
 
     /// One store on show.
     struct Cloud
     {
-        uint64_t id = 0; ///< of picks; no other cloud of the scene ever has it
+        uint64_t id = 0;    ///< of picks; no other cloud of the scene ever has it
+        uint64_t order = 0; ///< in which the scene was told of it; what waited keeps its own
         std::string store;
         osg::ref_ptr<VelOsgDBBrx::IPointCloud> node;
         osg::ref_ptr<osg::Node> placed;         ///< the node at its place in the world
@@ -80,6 +88,22 @@ public:
     /// the new clouds.
     std::vector<uint64_t> add(std::vector<OpenedStore> stores, std::vector<std::string>& notes);
 
+    /// \name Stores that are not open yet
+    /// They count in bounds, units, and the scale of colours. One becomes a cloud when `add` gets it.
+    /// @{
+
+    /// Those that are shown or wait already are left out. `notes` is as of `add`.
+    void await(std::vector<WaitingStore> stores, std::vector<std::string>& notes);
+
+    /// Nobody will open these; unknown paths are ignored.
+    void giveUp(const std::vector<std::string>& paths);
+
+    const WaitingStores& waiting() const { return _waiting; }
+    /// @}
+
+    /// The path of the store that the scene was told of first, open or not; empty where there is none.
+    const std::string& firstStore() const { return _firstStore; }
+
     /// Takes a cloud or a preview out; unknown ids are ignored. Its store is closed when nobody else holds
     /// its node.
     void remove(uint64_t id);
@@ -93,24 +117,27 @@ public:
     /// Draws the cloud, or does not. Its paging goes on as for one that is not in the picture.
     void setShown(uint64_t id, bool shown);
 
-    /// Another number when clouds or previews came, went, were shown or hidden.
+    /// Another number when clouds, previews or stores that wait came, went, were shown or hidden.
     unsigned cloudsRevision() const { return _cloudsRevision; }
 
     /// In the order in which they came.
     const std::vector<Cloud>& clouds() const { return _clouds; }
 
-    /// There is neither a cloud nor a preview.
-    bool isEmpty() const { return _clouds.empty() && _previews.empty(); }
+    /// There is neither a cloud nor a preview, and none waits.
+    bool isEmpty() const { return _clouds.empty() && _previews.empty() && _waiting.empty(); }
 
     /// Null for an id of none.
     const Cloud* findCloud(uint64_t id) const;
 
     osg::Group* root() const { return _root; }
 
-    /// Of all points, world coordinates.
+    /// Of all stores, as built, those that wait too.
+    const VelBrx::StoreStatistics& statistics() const { return _statistics; }
+
+    /// Of all points, those of stores that wait too, world coordinates.
     const osg::BoundingBoxd& bounds() const { return _bounds; }
 
-    /// Of world coordinates: those of the first cloud that states its coordinate system.
+    /// Of world coordinates: those of the first store that states its coordinate system.
     const Units& units() const { return _units; }
 
     /// How far the points are apart on the ground, world units, on the mean; 0 where there are none.
@@ -119,7 +146,7 @@ public:
     /// Of what a view is to show: of all points, or without noise far off.
     const osg::BoundingBoxd& boundsFor(const CameraView& view) const
     {
-        return view.kind == CameraView::ALL ? _bounds : _boundsOfMost;
+        return view.kind == CameraView::ALL ? _bounds : boundsOfMostStores();
     }
 
     /// `changedBy` is for ColorMode::CHANGED, which reads the journals of the stores.
@@ -241,29 +268,47 @@ public:
     const PointSizing& pointSizing() const { return _pointSizing; }
 
 private:
-    ColorMode modeOf(const Cloud& cloud) const;
+    /// What clouds, previews and stores that wait have in common.
+    struct Part
+    {
+        const std::string* store;
+        const osg::BoundingBoxd* bounds;
+        osg::BoundingBoxd bulk;
+        const VelBrx::StoreStatistics* statistics;
+        const std::optional<CoordinateSystem>* system;
+        uint64_t points;
+        uint64_t order;
+        bool isPreview;
+    };
+
+    std::vector<Part> parts(bool previewsToo) const;
+    const osg::BoundingBoxd& boundsOfMostStores() const;
+    bool takeExpected(Cloud& cloud);
+    ColorMode modeOf(const VelBrx::StoreStatistics& statistics) const;
     Legend legendOfPoints() const;
     std::vector<VelOsgDBBrx::IPointCloud*> nodes() const;
     std::vector<const Cloud*> all() const;
     Cloud place(OpenedStore store);
-    const Cloud* findShown(const VelBrx::FileIdentity& file) const;
     void followClouds();
-    const Cloud* firstWithSystem() const;
-    std::vector<bool> framed(const std::vector<const Cloud*>& clouds) const;
-    void tellFarAway(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const;
-    void tellOtherSystems(const std::vector<uint64_t>& ids, std::vector<std::string>& notes) const;
+    static std::vector<bool> framed(const std::vector<Part>& parts);
+    void tellFarAway(uint64_t firstNew, std::vector<std::string>& notes) const;
+    void tellOtherSystems(uint64_t firstNew, std::vector<std::string>& notes) const;
     void followColors();
     void tellColorless() const;
 
     osg::ref_ptr<VelOsgDBBrx::SurfaceView> _root = new VelOsgDBBrx::SurfaceView;
     std::vector<Cloud> _clouds;
     std::vector<Cloud> _previews;
+    std::map<VelBrx::FileIdentity, uint64_t> _files; ///< the ids of the clouds
+    WaitingStores _waiting;
+    std::string _firstStore;
     uint64_t _lastId = 0;
+    uint64_t _lastOrder = 0;
     unsigned _cloudsRevision = 0;
     osg::BoundingBoxd _bounds;
-    osg::BoundingBoxd _boundsOfMost;
+    mutable std::optional<osg::BoundingBoxd> _boundsOfMost; ///< where it is known
     Units _units;
-    VelBrx::StoreStatistics _statistics;                      ///< of all clouds
+    VelBrx::StoreStatistics _statistics;                      ///< see `statistics`
     Coloring _coloring;                                       ///< one scale for all clouds
     osg::Vec4f _singleColor = Coloring::defaultSingleColor(); ///< of ColorMode::SINGLE
     std::bitset<256> _notedClasses;

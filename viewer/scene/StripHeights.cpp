@@ -97,6 +97,11 @@ HeightSpan heightsInside(const Scene& scene, const std::vector<osg::Vec4d>& plan
     std::vector<double> heights;
     for (const Scene::Cloud& cloud : scene.clouds())
         addHeights(cloud.octree(), planes, heights);
+    for (const auto& [path, store] : scene.waiting()) {
+        if (isBeyond(store.bounds, planes)) continue;
+        heights.push_back(store.statistics.elevation.low);
+        heights.push_back(store.statistics.elevation.high);
+    }
     if (heights.empty()) return {scene.bounds().zMin(), scene.bounds().zMax()};
     const size_t noise = heights.size() / kPointsForOneOfNoise;
     return {valueAfter(noise, heights), valueAfter(heights.size() - 1 - noise, heights)};

@@ -8,6 +8,8 @@
 #include "viewer/picture/PictureView.h"
 #include "viewer/scene/InputFiles.h"
 #include "viewer/scene/StoreCache.h"
+#include "viewer/scene/StoreOpener.h"
+#include "viewer/scene/WaitingStore.h"
 
 #include <VelBrx/PointCounts.h>
 #include <nlohmann/json.hpp>
@@ -64,6 +66,8 @@ public:
     Status carryOut(const Request& request, ordered_json& line)
     {
         _line = &line;
+        if (request.operation().outline()) // is drawn on the picture
+            if (Status opened = openInView(); !opened) return opened;
         const auto own = ownOperations().find(request.operation().name);
         if (own != ownOperations().end()) return (this->*own->second)(request);
         Stage stage{_scene, *_editing,
@@ -123,16 +127,20 @@ private:
         show(frame);
     }
 
-    Status open(const std::string& file, const std::string& place, bool rebuild, std::string& told) override
+    Status open(const std::string& file, const How& how, std::string& told) override
     {
-        const bool wasEmpty = _scene.clouds().empty();
+        const bool wasEmpty = _scene.isEmpty();
         std::vector<std::string> lines;
         std::vector<std::string> inputs = {file};
         std::vector<OpenedStore> stores;
         Status status = expandFolders(inputs);
+        if (status && how.inView && hasIndexFile(file)) {
+            status = await(file, lines);
+            inputs.clear();
+        }
         for (size_t i = 0; status && i < inputs.size(); ++i) {
             StorePlan plan;
-            status = findStore(inputs[i], rebuild || _options.force, place, plan);
+            status = findStore(inputs[i], how.rebuild || _options.force, how.place, plan);
             if (status && !plan.source.empty())
                 status = buildStore(
                     plan, [](const VelBrx::BuildProgress&) {}, _cancel, lines);
@@ -147,6 +155,39 @@ private:
         told = joined(lines);
         if (wasEmpty) look(_options.view, Lens());
         return Status();
+    }
+
+    Status openAll(std::string& told) override { return openWaiting(allStores(_scene.waiting(), {}), told); }
+
+    /// The stores of a folder with an index file wait until they are in the picture.
+    Status await(const std::string& folder, std::vector<std::string>& lines)
+    {
+        std::vector<WaitingStore> stores;
+        std::vector<std::string> problems;
+        if (Status status = readIndexedStores(folder, stores, lines, problems); !status) return status;
+        if (!problems.empty()) return Status::failure(problems.front());
+        _scene.await(std::move(stores), lines);
+        return {};
+    }
+
+    Status openInView()
+    {
+        std::string told;
+        const Status status = openWaiting(wantedStores(_scene.waiting(), {_view.volume()}), told);
+        if (!told.empty()) std::fprintf(stderr, "brxview: %s\n", printable(told).c_str());
+        return status;
+    }
+
+    Status openWaiting(const std::vector<std::string>& paths, std::string& told)
+    {
+        std::vector<std::string> lines;
+        std::vector<OpenedStore> stores;
+        if (Status status = openStores(paths, &_cancel, stores, lines); !status) return status;
+        if (stores.empty()) return {};
+        _editing->addClouds(std::move(stores));
+        lines.insert(lines.end(), _editing->notes().begin(), _editing->notes().end());
+        told = joined(lines);
+        return {};
     }
 
     Status close(const Scene::Cloud& cloud) override
@@ -209,14 +250,16 @@ private:
 
     Status settle(const Request&)
     {
-        const Status status = _view.settle(_options.headless->timeoutSeconds, &_cancel);
+        Status status = openInView();
+        if (status) status = _view.settle(_options.headless->timeoutSeconds, &_cancel);
         tellDrawn();
         return status;
     }
 
     Status render(const Request& request)
     {
-        Status status = _view.settle(_options.headless->timeoutSeconds, &_cancel);
+        Status status = openInView();
+        if (status) status = _view.settle(_options.headless->timeoutSeconds, &_cancel);
         const auto& file = request.get<std::string>("file");
         if (status) status = _view.write(file);
         (*_line)["file"] = file;

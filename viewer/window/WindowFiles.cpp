@@ -7,6 +7,7 @@
 #include "viewer/operation/FileOperations.h"
 #include "viewer/operation/Keys.h"
 #include "viewer/operation/Operations.h"
+#include "viewer/window/WaitingBoxes.h"
 
 #include <VelBrx/ReadErrors.h>
 
@@ -33,13 +34,14 @@ void print(const std::vector<std::string>& lines)
 std::string titleOf(const Scene& scene, bool isUnsaved)
 {
     const std::string mark = isUnsaved ? "* " : "";
-    const auto nameOf = [](const Scene::Cloud& cloud) {
-        return std::filesystem::path(cloud.store).filename().string();
+    const auto nameOf = [](const std::string& path) {
+        return std::filesystem::path(path).filename().string();
     };
     if (scene.isEmpty()) return mark + "brxview";
-    if (scene.clouds().empty()) return mark + nameOf(scene.previews().front()) + " (preview) - brxview";
-    const size_t others = scene.clouds().size() - 1;
-    return mark + nameOf(scene.clouds().front()) +
+    const size_t stores = scene.clouds().size() + scene.waiting().size();
+    if (stores == 0) return mark + nameOf(scene.previews().front().store) + " (preview) - brxview";
+    const size_t others = stores - 1;
+    return mark + nameOf(scene.firstStore()) +
            (others > 0 ? " and " + std::to_string(others) + " more" : "") + " - brxview";
 }
 
@@ -74,8 +76,8 @@ std::vector<std::string> firstOf(std::vector<std::string> lines)
 } // namespace
 
 WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys, const Stage& stage,
-                         ClassCounts& counts, Settings& settings, const Options& options)
-    : _viewer(viewer), _editKeys(editKeys), _stage(stage), _view(options.view),
+                         const Views& views, ClassCounts& counts, Settings& settings, const Options& options)
+    : _viewer(viewer), _editKeys(editKeys), _stage(stage), _views(views), _view(options.view),
       _editAnyway(options.editAnyway), _classesFile(options.classesFile),
       _files(stage.editing, stage.scene, settings), _questions(stage, _files, settings),
       _section(stage, _files, _questions), _dropped(viewer), _counts(counts)
@@ -98,6 +100,7 @@ void WindowFiles::update(bool isSettled)
     if (now - _lastCheck > kCheck) checkStores(now);
     if (now - _lastTick < kTick) return;
     _lastTick = now;
+    _files.look(volumesOf(_views.all()));
     if (_files.isBusy() || _questions.isMoving()) _viewer.requestRedraw();
     updateTitle();
     tellReadErrors();
@@ -108,9 +111,16 @@ bool WindowFiles::isBusy() const
     return _files.isBusy() || _questions.isMoving() || !_uncounted.empty();
 }
 
-Status WindowFiles::open(const std::string& file, const std::string& place, bool rebuild, std::string&)
+/// A folder's stores wait for a view in any case.
+Status WindowFiles::open(const std::string& file, const How& how, std::string&)
 {
-    _files.open({file}, {"", place, rebuild});
+    _files.open({file}, {"", how.place, how.rebuild});
+    return {};
+}
+
+Status WindowFiles::openAll(std::string&)
+{
+    _files.openAll();
     return {};
 }
 

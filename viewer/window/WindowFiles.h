@@ -8,6 +8,7 @@
 #include "viewer/scene/Options.h"
 #include "viewer/window/DroppedFiles.h"
 #include "viewer/window/EditKeys.h"
+#include "viewer/window/Views.h"
 
 #include <osgGA/GUIEventHandler>
 #include <osgViewer/Viewer>
@@ -27,7 +28,7 @@ class WindowFiles : public osgGA::GUIEventHandler, private FileStage
 public:
     /// Begins to open the files of `options`. All else outlives it, as does what the stage refers to.
     WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys, const Stage& stage,
-                ClassCounts& counts, Settings& settings, const Options& options);
+                const Views& views, ClassCounts& counts, Settings& settings, const Options& options);
 
     /// The panel's section.
     void drawSection() { _section.draw(); }
@@ -38,6 +39,9 @@ public:
 
     /// Something is under way that `update` takes in when it is done.
     bool isBusy() const;
+
+    /// Clouds are still to come.
+    bool isOpening() const { return _files.isOpening(); }
 
     /// Readable when files are dragged over the window, for `update`.
     int connection() const { return _dropped.connection(); }
@@ -58,8 +62,8 @@ protected:
 private:
     using Clock = std::chrono::steady_clock;
 
-    VelBrx::Status open(const std::string& file, const std::string& place, bool rebuild,
-                        std::string& told) override;
+    VelBrx::Status open(const std::string& file, const How& how, std::string& told) override;
+    VelBrx::Status openAll(std::string& told) override;
     VelBrx::Status close(const Scene::Cloud& cloud) override;
     VelBrx::Status exportCloud(const Scene::Cloud& cloud, const std::string& file, bool replace,
                                std::string& told) override;
@@ -74,6 +78,7 @@ private:
     osgViewer::Viewer& _viewer;
     EditKeys& _editKeys;
     const Stage _stage;
+    const Views& _views;
     const CameraView _view; ///< of the first clouds
     const bool _editAnyway; ///< stores that another program edits, too
     std::string _classesFile;

@@ -5,6 +5,7 @@
 #include "viewer/measure/MeasureMarks.h"
 #include "viewer/window/SectionMarks.h"
 #include "viewer/window/ToolMemory.h"
+#include "viewer/window/WaitingBoxes.h"
 #include "viewer/window/Window.h"
 
 #include <VelOsgDBBrx/GlobalObject.h>
@@ -92,8 +93,7 @@ void WindowParts::makePictures()
     gui = new Gui(*viewer.getCamera(), scale());
     viewer.addEventHandler(gui);
     views.emplace(viewer, scene, firstLook(scene, _options.view, 1));
-    _savedViews.emplace(
-        _settings, [this] { return scene.clouds().empty() ? std::string() : scene.clouds().front().store; });
+    _savedViews.emplace(_settings, [this] { return scene.firstStore(); });
     views->setSavedViews(*_savedViews);
     _sectionTool = new SectionTool(scene, *views);
     viewer.addEventHandler(_sectionTool);
@@ -105,6 +105,7 @@ void WindowParts::makePictures()
     });
     _panel = new Panel(*gui, _options.panel);
     _panel->recall(_settings);
+    gui->add([this] { drawWaitingBoxes(scene, views->all(), gui->unit()); });
     gui->add([this] {
         drawSection(*views, scene.units(), gui->unit());
         _sectionTool->draw(gui->unit());
@@ -140,7 +141,7 @@ void WindowParts::makeEditing()
 void WindowParts::makeFiles()
 {
     _counts.emplace(scene, *editing);
-    files = new WindowFiles(viewer, *gui, *editKeys, *_stage, *_counts, _settings, _options);
+    files = new WindowFiles(viewer, *gui, *editKeys, *_stage, *views, *_counts, _settings, _options);
     viewer.addEventHandler(files);
     _help->add("Files", *files);
 }
