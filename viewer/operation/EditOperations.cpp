@@ -3,6 +3,8 @@
 #include "viewer/operation/Operations.h"
 #include "viewer/operation/ParameterKinds.h"
 
+#include <algorithm>
+
 using namespace parameter;
 using VelBrx::Status;
 using VelOsgDBBrx::AttributeRanges;
@@ -117,8 +119,29 @@ Begun limitAttributes(const Request& request, const Stage& stage)
     return {};
 }
 
+/// The newest edit may be in a store that is edited and not open yet. Empty where there is none such.
+std::string tellUnopenedHistory(const Scene& scene)
+{
+    const WaitingStores& waiting = scene.waiting();
+    const auto count = std::count_if(waiting.begin(), waiting.end(),
+                                     [](const auto& store) { return store.second.isEdited; });
+    return count == 0 ? ""
+                      : std::to_string(count) +
+                            " stores with edits are not open yet: try again when they are, or open all";
+}
+
+template <bool (SceneEditing::*operation)()>
+Begun moveInHistory(const Request&, const Stage& stage)
+{
+    const std::string problem = tellUnopenedHistory(stage.scene);
+    if (!problem.empty()) return {Begun::REFUSED, problem};
+    return started((stage.editing.*operation)());
+}
+
 Begun stepTo(const Request& request, const Stage& stage)
 {
+    const std::string problem = tellUnopenedHistory(stage.scene);
+    if (!problem.empty()) return {Begun::REFUSED, problem};
     return started(stage.editing.stepTo(static_cast<size_t>(request.get<int>("step"))));
 }
 
@@ -203,12 +226,12 @@ std::vector<Operation> editOperations()
          "takes the newest edit back",
          {},
          {{'z', "undo the newest edit", Key::EDITING}},
-         call<&SceneEditing::undo>},
+         moveInHistory<&SceneEditing::undo>},
         {"redo",
          "does again what was undone last",
          {},
          {{'y', "redo what was undone last", Key::EDITING}},
-         call<&SceneEditing::redo>},
+         moveInHistory<&SceneEditing::redo>},
         {"stepTo",
          "goes to how all was behind a step of the history",
          {whole("step", "", 0, 1000000000)},
@@ -218,7 +241,7 @@ std::vector<Operation> editOperations()
          "takes all edits of this run back",
          {},
          {{'Z', "undo all edits of this run", Key::EDITING}},
-         call<&SceneEditing::undoAll>},
+         moveInHistory<&SceneEditing::undoAll>},
         {"reset",
          "shows every hidden point",
          {},
