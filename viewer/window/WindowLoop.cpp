@@ -93,7 +93,7 @@ void drawUntilDone(WindowParts& parts)
         // Not counted yet where frames follow each other without a pause, as bars ask for them.
         const uint64_t counted = parts.moveLevel->points();
         const uint64_t points = counted == 0 && services.isSettled() ? services.wantedPoints() : counted;
-        parts.status->tell({points, services.wantedPoints(), services.isSettled() && !files.isOpening(), seconds,
-                            files.hiddenPoints(), totalOf(parts.editing->unsavedPoints())});
+        parts.status->tell({points, services.wantedPoints(), services.isSettled() && !files.isOpening(),
+                            seconds, files.hiddenPoints(), totalOf(parts.editing->unsavedPoints())});
     }
 }
