@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 namespace fs = std::filesystem;
 
@@ -189,6 +190,18 @@ TEST_F(CloudsWindow, StoresThatComeIntoAFolderAreShownAndOnesBuiltAnewTakeTheirP
     put("west/a.brx", 4);
     EXPECT_TRUE(tells("west/a.brx: was built anew, and is shown so"));
     EXPECT_TRUE(becomesTitle("b.brx and 2 more - brxview"));
+
+    const std::vector<uint8_t> whole = readFile(folder.file("stores/c.brx"));
+    const auto middle = whole.begin() + static_cast<std::ptrdiff_t>(whole.size() / 2);
+    const auto append = [&](auto from, auto to) {
+        std::ofstream(folder.file("stores/slow.brx"), std::ios::app | std::ios::binary)
+            .write(reinterpret_cast<const char*>(&*from), to - from);
+    };
+    append(whole.begin(), middle);
+    EXPECT_TRUE(tells("slow.brx: is tried again when it is written to"));
+    append(middle, whole.end());
+    EXPECT_TRUE(becomesTitle("b.brx and 3 more - brxview")) << "a copy that takes its time";
+    fs::remove(folder.file("stores/slow.brx"));
     fs::remove(folder.file("stores/c.brx"));
     window->press("Ctrl+q");
     EXPECT_EQ(window->program().wait().exitStatus, 0);

@@ -94,11 +94,16 @@ void CloudFiles::openNow(const std::string& path, const How& how, JobQueue::Cont
     }
     for (const std::string& input : inputs) {
         StorePlan plan;
+        const FolderWatch::Stamp stamp = FolderWatch::stampOf(input);
         if (control.cancelled() || !tell(findStore(input, how.rebuild, how.place, plan))) continue;
         if (!plan.source.empty() && !tell(buildNow(plan, control, news))) continue;
         OpenedStore store;
         std::string note;
-        if (!tell(openStore(plan.store, how.normals, store, note))) continue;
+        if (!tell(openStore(plan.store, how.normals, store, note))) {
+            if (_folders.tryAgain(plan.store, stamp))
+                news.done.push_back(plan.store + ": is tried again when it is written to");
+            continue;
+        }
         if (!note.empty()) news.notes.push_back(note);
         if (const std::string warning = warnOfCache(input, plan.store); !warning.empty())
             news.notes.push_back(warning);
@@ -294,6 +299,7 @@ void CloudFiles::takeOpened(News& news)
             } else {
                 news.problems.push_back(result.status.message());
                 failed.push_back(result.path);
+                _folders.tryAgain(result.path, {});
             }
         }
         show(std::move(stores), news);

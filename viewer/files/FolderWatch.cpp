@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -69,6 +70,26 @@ std::vector<std::string> FolderWatch::add(const std::string& folder)
     return paths;
 }
 
+FolderWatch::Stamp FolderWatch::stampOf(const std::string& path)
+{
+    Stamp stamp;
+    std::error_code error;
+    const uint64_t bytes = fs::file_size(path, error);
+    if (!error) stamp.modified = fs::last_write_time(path, error);
+    if (!error) stamp.bytes = bytes;
+    return error ? Stamp() : stamp;
+}
+
+bool FolderWatch::tryAgain(const std::string& path, const Stamp& stamp)
+{
+    const VelThreads::Lock lock(_mutex);
+    const bool isWatched = std::any_of(_folders.begin(), _folders.end(), [&](const auto& folder) {
+        return folder.second.stores.count(path) > 0;
+    });
+    if (isWatched) _unfinished[path] = {stamp, stamp};
+    return isWatched;
+}
+
 std::vector<std::string> FolderWatch::changed()
 {
     const Clock::time_point now = Clock::now();
@@ -80,8 +101,29 @@ std::vector<std::string> FolderWatch::changed()
     return std::exchange(_changed, {});
 }
 
+void FolderWatch::lookAtUnfinished()
+{
+    std::map<std::string, Unfinished> known;
+    {
+        const VelThreads::Lock lock(_mutex);
+        known = _unfinished;
+    }
+    for (const auto& [path, before] : known) {
+        const Stamp now = stampOf(path);
+        const bool isGone = now == Stamp();
+        const bool isWritten = now == before.last && !(now == before.tried);
+        const VelThreads::Lock lock(_mutex);
+        if (isWritten) _changed.push_back(path);
+        if (isWritten || isGone)
+            _unfinished.erase(path);
+        else
+            _unfinished[path].last = now;
+    }
+}
+
 void FolderWatch::look(const std::atomic<bool>& cancelled)
 {
+    lookAtUnfinished();
     std::map<std::string, Folder> folders;
     {
         const VelThreads::Lock lock(_mutex);
