@@ -24,10 +24,10 @@ public:
 
         bool touches(const SpaceBox& box) const
         {
-            bool isInside = true; // all six without a branch, as none of them is likely
+            int isInside = 1; // all six without a branch, as none of them is likely
             for (size_t axis = 0; axis < 3; ++axis)
-                isInside &= (min[axis] <= box.max[axis]) & (max[axis] >= box.min[axis]);
-            return isInside;
+                isInside &= int(min[axis] <= box.max[axis]) & int(max[axis] >= box.min[axis]);
+            return isInside != 0;
         }
 
         double squaredDistance(const Position& p) const { return SpaceBox{min, max}.squaredDistance(p); }
