@@ -235,7 +235,7 @@ TEST_F(Plugin, OptionsAreListedCheckedAndMissedWhereTheyAreUnknown)
 TEST_F(Plugin, AHostWithTooLittleOpenGLIsToldInOneLine)
 {
     const ProgramResult result =
-        runHost({"xvfb-run", "-a", "env", "OSG_RUN_FRAME_COUNT=20", "MESA_GL_VERSION_OVERRIDE=3.3COMPAT"},
+        runHost(onDisplay({"env", "OSG_RUN_FRAME_COUNT=20", "MESA_GL_VERSION_OVERRIDE=3.3COMPAT"}),
                 {"osgviewer", "--window", "10", "10", "320", "240", _store});
     const std::string said = result.out + result.err;
     if (said.empty()) GTEST_SKIP() << "this driver's version cannot be lowered";

@@ -47,6 +47,14 @@ std::vector<char*> pointersTo(std::vector<std::string>& words)
 
 } // namespace
 
+std::vector<std::string> onDisplay(const std::vector<std::string>& words, const std::string& screen)
+{
+    const std::string number = std::to_string(1000 + getpid() % 50000);
+    std::vector<std::string> all = {"xvfb-run", "-a", "-n", number, "-s", "-noreset -screen 0 " + screen};
+    all.insert(all.end(), words.begin(), words.end());
+    return all;
+}
+
 ProgramResult runProgram(const std::vector<std::string>& words, const std::vector<std::string>& environment)
 {
     std::ofstream("/proc/self/clear_refs") << 5; // the child's peak memory starts from this process's

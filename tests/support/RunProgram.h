@@ -22,6 +22,12 @@ struct ProgramResult
 ProgramResult runProgram(const std::vector<std::string>& words,
                          const std::vector<std::string>& environment = {});
 
+/// Words that run a program on an X server of its own. The server's number is of this process: programs that
+/// look for the first free one at the same time meet on the same. It is not reset when a client looks at the
+/// screen and leaves, as none is where people work.
+std::vector<std::string> onDisplay(const std::vector<std::string>& words,
+                                   const std::string& screen = "640x480x24");
+
 /// A program that runs beside the test; it is ended with this object.
 class RunningProgram
 {

@@ -25,8 +25,8 @@ protected:
     const std::string survey = folder.file("grid.las");
     const std::string picture = folder.file("a.png");
     const std::vector<std::string> render = {BRXVIEW, "--render", picture, survey};
-    const std::vector<std::string> show = {"xvfb-run", "-a", BRXVIEW, "--edl", "--window",
-                                           "10",       "10", "320",   "240",   survey};
+    const std::vector<std::string> show =
+        onDisplay({BRXVIEW, "--edl", "--window", "10", "10", "320", "240", survey});
     // The driver behind GLX keeps 240 bytes when it is unloaded.
     const std::vector<std::string> environment = {"OSG_RUN_FRAME_COUNT=10", "ASAN_OPTIONS=detect_leaks=0"};
 };
@@ -48,10 +48,9 @@ TEST_F(Window, TheFirstOneTakesThreeQuartersOfTheScreenAndLaterOnesTheSizeOfTheL
 {
     const std::string file = folder.file("brxview/settings.json");
     const auto sizeOfNext = [&] {
-        const ProgramResult result =
-            runProgram({"env", "-u", "OSG_WINDOW", "XDG_CONFIG_HOME=" + folder.path().string(), "xvfb-run",
-                        "-a", "-s", "-screen 0 2400x1600x24", BRXVIEW, survey},
-                       environment);
+        std::vector<std::string> ownSize = environment;
+        ownSize.insert(ownSize.end(), {"OSG_WINDOW", "XDG_CONFIG_HOME=" + folder.path().string()});
+        const ProgramResult result = runProgram(onDisplay({BRXVIEW, survey}, "2400x1600x24"), ownSize);
         EXPECT_EQ(result.exitStatus, 0) << result.err;
         const Settings kept(file);
         return std::pair(kept.get<int>("window.width").value_or(0),
