@@ -48,6 +48,9 @@ TEST(EditText, TellsWhatWasDoneAndWhatIsNotSaved)
     EXPECT_EQ(describeHidden(1, {"a.brx"}, 1), "1 point of a.brx is hidden");
     EXPECT_EQ(describeHidden(1000, {"a.brx"}, 2), "1 000 points in 1 of 2 stores are hidden");
     EXPECT_EQ(namesOf({"a", "b", "c", "d", "e"}), "a, b, c and 2 more");
+    EXPECT_EQ(firstOf({"a", "b", "c", "d", "e"}), (Lines{"a", "b", "c", "d", "e"}));
+    EXPECT_EQ(firstOf(Lines(1006, "a")),
+              (Lines{"a", "a", "a", "a", "a", "1 001 more; standard error names all"}));
 }
 
 TEST(EndSignals, NoteTheFirstSignalAndLeaveTheSecondAlone)

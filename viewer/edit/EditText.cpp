@@ -99,6 +99,16 @@ std::string describeHidden(uint64_t hidden, const std::vector<std::string>& stor
     return points(hidden) + where + (hidden == 1 ? " is" : " are") + " hidden";
 }
 
+std::vector<std::string> firstOf(std::vector<std::string> lines)
+{
+    constexpr size_t kMost = 5;
+    if (lines.size() <= kMost) return lines;
+    const std::string more = grouped(lines.size() - kMost) + " more; standard error names all";
+    lines.resize(kMost);
+    lines.push_back(more);
+    return lines;
+}
+
 std::string namesOf(const std::vector<std::string>& files)
 {
     constexpr size_t kNamed = 3;

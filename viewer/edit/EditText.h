@@ -25,5 +25,8 @@ std::string describeLost(uint64_t points);
 /// Tells how many points of these stores, of `all` on show, are hidden; empty where no store is named.
 std::string describeHidden(uint64_t hidden, const std::vector<std::string>& stores, size_t all);
 
+/// As many of these lines as fit beside the picture, and how many more standard error has.
+std::vector<std::string> firstOf(std::vector<std::string> lines);
+
 /// The first few of some files, and the number of the others.
 std::string namesOf(const std::vector<std::string>& files);

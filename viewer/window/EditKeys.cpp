@@ -444,7 +444,7 @@ void EditKeys::takeOutcome(const VelOsgDBBrx::EditOutcome& outcome)
 
 std::vector<std::string> EditKeys::panel() const
 {
-    std::vector<std::string> lines = _mentions;
+    std::vector<std::string> lines = firstOf(_mentions);
     if (!_editing) {
         append(lines, _report);
         return lines;
@@ -463,10 +463,10 @@ std::vector<std::string> EditKeys::panel() const
     append(lines, hints());
     if (!_report.empty() || !_mentions.empty()) lines.push_back("");
     append(lines, _report);
-    append(lines, _mentions);
+    append(lines, firstOf(_mentions));
     if (const uint64_t unsaved = totalOf(_unsaved); unsaved > 0)
         lines.push_back("not saved: " + grouped(unsaved) + " (" + keyOf("save") + " saves)");
-    append(lines, _warnings);
+    append(lines, firstOf(_warnings));
     return lines;
 }
 

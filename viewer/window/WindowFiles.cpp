@@ -62,17 +62,6 @@ bool areSaved(const VelBrx::ClassTable& table, const std::string& file)
     return true;
 }
 
-/// What fits beside the picture.
-std::vector<std::string> firstOf(std::vector<std::string> lines)
-{
-    constexpr size_t kMost = 5;
-    if (lines.size() <= kMost) return lines;
-    const std::string more = grouped(lines.size() - kMost) + " more; standard error names all";
-    lines.resize(kMost);
-    lines.push_back(more);
-    return lines;
-}
-
 } // namespace
 
 WindowFiles::WindowFiles(osgViewer::Viewer& viewer, Gui& gui, EditKeys& editKeys, const Stage& stage,
@@ -141,7 +130,7 @@ void WindowFiles::takeNews()
 {
     const bool wasEmpty = _stage.scene.isEmpty();
     const bool wereNone = _stage.scene.clouds().empty();
-    const size_t before = _stage.scene.clouds().size();
+    const uint64_t newestBefore = wereNone ? 0 : _stage.scene.clouds().back().id;
     const CloudFiles::News news = _files.update();
     print(news.problems);
     print(news.notes);
@@ -157,10 +146,10 @@ void WindowFiles::takeNews()
         _editKeys.mention(news.done);
     if (news.cloudsChanged) {
         if (_editAnyway) _stage.editing.editAnyway();
-        const std::vector<Scene::Cloud>& clouds = _stage.scene.clouds();
-        for (size_t i = before; i < clouds.size(); ++i) {
-            _uncounted.push_back(clouds[i].store);
-            readClasses(clouds[i].store);
+        for (const Scene::Cloud& cloud : _stage.scene.clouds()) {
+            if (cloud.id <= newestBefore) continue; // ids grow
+            _uncounted.push_back(cloud.store);
+            readClasses(cloud.store);
         }
         if (wasEmpty && !_stage.scene.isEmpty()) _stage.look(_view, Lens());
         if (wereNone && !_stage.editing.unsavedPoints().empty())
