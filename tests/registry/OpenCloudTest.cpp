@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 #include <osg/MatrixTransform>
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -40,11 +39,16 @@ public:
     /// Since the last call.
     int count()
     {
-        inotify_event events[64]; // of a single file: without names
+        constexpr size_t kEvent = sizeof(inotify_event); // of a single file: without names
+        char events[64 * kEvent];
         const ssize_t size = read(_queue, events, sizeof events);
-        const auto count = std::max<ssize_t>(size, 0) / static_cast<ssize_t>(sizeof *events);
-        const auto isOpening = [](const inotify_event& event) { return (event.mask & IN_OPEN) != 0; };
-        return static_cast<int>(std::count_if(events, events + count, isOpening));
+        int openings = 0;
+        for (size_t at = 0; size > 0 && at < static_cast<size_t>(size); at += kEvent) {
+            inotify_event event;
+            std::memcpy(&event, events + at, kEvent);
+            openings += (event.mask & IN_OPEN) != 0 ? 1 : 0;
+        }
+        return openings;
     }
 
 private:

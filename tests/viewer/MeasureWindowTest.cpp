@@ -141,7 +141,7 @@ TEST_F(MeasureWindow, ClicksOnPointsBecomeLinesAndAreas)
     EXPECT_EQ(again, a);
     window->press("F6");
     window->press("Return"); // nothing begun: this ends it, too
-    EXPECT_NE(printed([&] { click(pixelB); }).find("cloud 1"), std::string::npos);
+    EXPECT_NE(printed([&, place = pixelB] { click(place); }).find("cloud 1"), std::string::npos);
 }
 
 TEST_F(MeasureWindow, ThePanelWritesATableAndClearsTheListAfterAsking)

@@ -111,6 +111,11 @@ Gui::~Gui()
     if (_camera.valid()) _camera->removePostDrawCallback(_drawing);
 }
 
+void Gui::releaseGLObjects(osg::State& state) const
+{
+    _drawing->releaseGLObjects(&state);
+}
+
 void Gui::copy(void* gui, const char* text)
 {
     static_cast<Gui*>(gui)->_clipboard.setText(text);

@@ -73,6 +73,9 @@ Status checkPicturePath(const std::string& path, bool force)
 PictureView::~PictureView()
 {
     _viewer.stopThreading();
+    if (!_gui || !_window->makeCurrent()) return;
+    _gui->releaseGLObjects(*_window->getState());
+    _window->releaseContext();
 }
 
 Status PictureView::open(const PictureSize& size)

@@ -18,7 +18,6 @@ using VelBrx::File;
 namespace {
 
 constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
-constexpr uid_t kNobody = 65534;
 constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
 
 } // namespace
