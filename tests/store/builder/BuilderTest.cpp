@@ -226,7 +226,8 @@ TEST_F(BuilderTest, TakesFoldersOfTiles)
     EXPECT_NE(status.message().find("empty: is a folder without"), std::string::npos) << status.message();
 }
 
-/// Files that do not open, one whose places are damaged and one whose times are: found out while points are read.
+/// Files that do not open, one whose places are damaged and one whose times are: found out while points are
+/// read.
 TEST_F(BuilderTest, NamesEveryBadInputAndBuildsOfTheOthersWhereThatIsWanted)
 {
     addSource(randomLas(5000, 100000, 1).bytes());
