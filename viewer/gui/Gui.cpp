@@ -111,7 +111,7 @@ Gui::~Gui()
     if (_camera.valid()) _camera->removePostDrawCallback(_drawing);
 }
 
-void Gui::releaseGLObjects(osg::State& state) const
+void Gui::giveBack(osg::State& state) const
 {
     _drawing->releaseGLObjects(&state);
 }

@@ -44,7 +44,7 @@ public:
     void drawAfter(osg::Camera& camera);
 
     /// Gives back what drawing has made in a context, which is current. To be called while no thread draws.
-    void releaseGLObjects(osg::State& state) const;
+    void giveBack(osg::State& state) const;
 
     /// Calls `part` each frame, after those added before, to make its windows. It may also draw over the
     /// scene, on `ImGui::GetBackgroundDrawList()`, in pixels from the window's top left. A part must not wait

@@ -74,7 +74,7 @@ PictureView::~PictureView()
 {
     _viewer.stopThreading();
     if (!_gui || !_window->makeCurrent()) return;
-    _gui->releaseGLObjects(*_window->getState());
+    _gui->giveBack(*_window->getState());
     _window->releaseContext();
 }
 
