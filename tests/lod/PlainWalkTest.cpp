@@ -190,6 +190,21 @@ protected:
         EXPECT_GT(part, 500u);
     }
 
+    /// Of a hundred scenes, each with a camera; `visibility` of camera, stamp and a cloud's place.
+    template <class MakeVisibility>
+    void expectAsPlainOfCameras(osg::Operation& pass, const MakeVisibility& visibility)
+    {
+        for (unsigned seed = 1; seed <= 100 && !HasFailure(); ++seed) {
+            SCOPED_TRACE(seed);
+            Clouds clouds(seed);
+            const CameraState camera = clouds.camera();
+            clouds.stamp->views = {{camera, {0, 1, 2}}};
+            expectAsPlain(pass, *clouds.stamp, [&](const osg::Matrixd& place) {
+                return visibility(camera, *clouds.stamp, place);
+            });
+        }
+    }
+
     size_t whole = 0, part = 0; ///< subtrees that passes decide for at once, and those that they do not
     const osg::ref_ptr<VelOsgUtils::DecrementalCompileOperation> removals =
         new VelOsgUtils::DecrementalCompileOperation;
@@ -198,29 +213,17 @@ protected:
 TEST_F(PlainWalk, OfACameraByTheCalibratedFormula)
 {
     const osg::ref_ptr<osg::Operation> pass = new VelOsgDBBrx::DynPointCloudLod(nullptr, removals);
-    for (unsigned seed = 1; seed <= 100 && !HasFailure(); ++seed) {
-        SCOPED_TRACE(seed);
-        Clouds clouds(seed);
-        const CameraState camera = clouds.camera();
-        clouds.stamp->views = {{camera, {0, 1, 2}}};
-        expectAsPlain(*pass, *clouds.stamp, [&](const osg::Matrixd& place) {
-            return CameraVisibility(camera, *clouds.stamp, place);
-        });
-    }
+    expectAsPlainOfCameras(*pass,
+                           [](const CameraState& camera, const VelOsgDBBrx::FrameStamp& stamp,
+                              const osg::Matrixd& place) { return CameraVisibility(camera, stamp, place); });
 }
 
 TEST_F(PlainWalk, OfACameraByTheSpacingOfPixels)
 {
     const osg::ref_ptr<osg::Operation> pass = new VelOsgDBBrx::PixelSpacingLod(nullptr, removals, 1.5);
-    for (unsigned seed = 1; seed <= 100 && !HasFailure(); ++seed) {
-        SCOPED_TRACE(seed);
-        Clouds clouds(seed);
-        const CameraState camera = clouds.camera();
-        clouds.stamp->views = {{camera, {0, 1, 2}}};
-        expectAsPlain(*pass, *clouds.stamp, [&](const osg::Matrixd& place) {
-            return SpacingVisibility(camera, *clouds.stamp, place, 1.5);
-        });
-    }
+    expectAsPlainOfCameras(
+        *pass, [](const CameraState& camera, const VelOsgDBBrx::FrameStamp& stamp,
+                  const osg::Matrixd& place) { return SpacingVisibility(camera, stamp, place, 1.5); });
 }
 
 TEST_F(PlainWalk, OfARegion)
