@@ -124,10 +124,16 @@ void cull(benchmark::State& state)
 
 } // namespace
 
-BENCHMARK(edit)->Name("edit classes of points/ours")->UseRealTime();
-BENCHMARK(editJournalled)->Name("edit classes of points, with a journal, beside without/ours")->UseRealTime();
-BENCHMARK(edit)->Name("edit classes of points, with a journal, beside without/limit")->UseRealTime();
-BENCHMARK(cull)->Name("edit classes of points/limit")->UseRealTime();
+BENCHMARK(edit)->Name("edit classes of points/ours")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(editJournalled)
+    ->Name("edit classes of points, with a journal, beside without/ours")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(edit)
+    ->Name("edit classes of points, with a journal, beside without/limit")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(cull)->Name("edit classes of points/limit")->MeasureProcessCPUTime()->UseRealTime();
 
 int main(int argc, char** argv)
 {

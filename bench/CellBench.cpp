@@ -127,8 +127,11 @@ void fillBareArrays(benchmark::State& state)
 
 } // namespace
 
-BENCHMARK(readCells)->Name("read points of cells, one thread/ours")->UseRealTime();
-BENCHMARK(fillBareArrays)->Name("read points of cells, one thread/limit")->UseRealTime();
+BENCHMARK(readCells)->Name("read points of cells, one thread/ours")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(fillBareArrays)
+    ->Name("read points of cells, one thread/limit")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
 
 int main(int argc, char** argv)
 {

@@ -326,19 +326,27 @@ void beside(const std::string& name, const PointSelection& selection)
 {
     benchmark::RegisterBenchmark(("find " + name + ", beside a screen polygon/ours").c_str(),
                                  [selection](benchmark::State& state) { findSelection(state, selection); })
+        ->MeasureProcessCPUTime()
         ->UseRealTime();
     benchmark::RegisterBenchmark(("find " + name + ", beside a screen polygon/limit").c_str(), findUnderMask)
+        ->MeasureProcessCPUTime()
         ->UseRealTime();
 }
 
 } // namespace
 
-BENCHMARK(cull)->Name("cull points, loop point by point/ours")->UseRealTime();
-BENCHMARK(naiveLoop)->Name("cull points, loop point by point/limit")->UseRealTime();
-BENCHMARK(cull)->Name("cull points, loop in blocks/ours")->UseRealTime();
-BENCHMARK(blockedLoop)->Name("cull points, loop in blocks/limit")->UseRealTime();
-BENCHMARK(cullJournalled)->Name("cull points, with a journal, beside without/ours")->UseRealTime();
-BENCHMARK(cull)->Name("cull points, with a journal, beside without/limit")->UseRealTime();
+BENCHMARK(cull)->Name("cull points, loop point by point/ours")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(naiveLoop)->Name("cull points, loop point by point/limit")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(cull)->Name("cull points, loop in blocks/ours")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(blockedLoop)->Name("cull points, loop in blocks/limit")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(cullJournalled)
+    ->Name("cull points, with a journal, beside without/ours")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(cull)
+    ->Name("cull points, with a journal, beside without/limit")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
 
 int main(int argc, char** argv)
 {

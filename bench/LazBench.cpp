@@ -182,6 +182,7 @@ void compare(const std::string& what, const std::string& name)
         benchmark::RegisterBenchmark((title + "1 thread/" + label).c_str(), function, name)->Arg(1);
         benchmark::RegisterBenchmark((title + "2 threads/" + label).c_str(), function, name)
             ->Arg(2)
+            ->MeasureProcessCPUTime()
             ->UseRealTime();
     };
     add("read", "ours", code<PointDecoding>);

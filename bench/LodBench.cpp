@@ -144,12 +144,30 @@ void bareTest(benchmark::State& state)
 
 } // namespace
 
-BENCHMARK(passOverAll)->Name("pass over a million cells, all in view/ours")->UseRealTime();
-BENCHMARK(bareTest)->Name("pass over a million cells, all in view/limit")->UseRealTime();
-BENCHMARK(passInFlight)->Name("pass over a million cells, in flight/ours")->UseRealTime();
-BENCHMARK(bareTest)->Name("pass over a million cells, in flight/limit")->UseRealTime();
-BENCHMARK(passInRegion)->Name("pass over a million cells, in a region/ours")->UseRealTime();
-BENCHMARK(bareTest)->Name("pass over a million cells, in a region/limit")->UseRealTime();
+BENCHMARK(passOverAll)
+    ->Name("pass over a million cells, all in view/ours")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(bareTest)
+    ->Name("pass over a million cells, all in view/limit")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(passInFlight)
+    ->Name("pass over a million cells, in flight/ours")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(bareTest)
+    ->Name("pass over a million cells, in flight/limit")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(passInRegion)
+    ->Name("pass over a million cells, in a region/ours")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(bareTest)
+    ->Name("pass over a million cells, in a region/limit")
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
 
 int main(int argc, char** argv)
 {

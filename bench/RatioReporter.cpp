@@ -17,6 +17,11 @@ double median(std::vector<double> values)
     return *middle;
 }
 
+double quotient(double ours, double limit)
+{
+    return limit > 0 ? ours / limit : 0;
+}
+
 } // namespace
 
 void RatioReporter::ReportRuns(const std::vector<Run>& runs)
@@ -31,21 +36,26 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs)
         const std::string& name = run.run_name.function_name;
         const size_t slash = name.rfind('/');
         Pair& pair = _pairs[name.substr(0, slash)];
-        (name.substr(slash + 1) == "limit" ? pair.limit : pair.ours).push_back(rate->second.value);
+        Rates& rates = name.substr(slash + 1) == "limit" ? pair.limit : pair.ours;
+        rates.onClock.push_back(rate->second.value);
+        rates.ofProcessor.push_back(rate->second.value * run.real_accumulated_time /
+                                    run.cpu_accumulated_time);
     }
 }
 
 void RatioReporter::Finalize()
 {
     auto json = nlohmann::ordered_json::array();
-    if (!_json) std::printf("%-44s %14s %14s %8s\n", "million a second", "ours", "limit", "ratio");
+    if (!_json) std::printf("%-44s %14s %14s %8s %8s\n", "million a second", "ours", "limit", "ratio", "CPU");
     for (const auto& [name, pair] : _pairs) {
-        const double ours = median(pair.ours) / 1e6, limit = median(pair.limit) / 1e6;
-        const double ratio = limit > 0 ? ours / limit : 0;
+        const double ours = median(pair.ours.onClock) / 1e6, limit = median(pair.limit.onClock) / 1e6;
+        const double ratio = quotient(ours, limit);
+        const double cpuRatio = quotient(median(pair.ours.ofProcessor), median(pair.limit.ofProcessor));
         if (_json)
-            json.push_back({{"name", name}, {"ours", ours}, {"limit", limit}, {"ratio", ratio}});
+            json.push_back(
+                {{"name", name}, {"ours", ours}, {"limit", limit}, {"ratio", ratio}, {"cpuRatio", cpuRatio}});
         else
-            std::printf("%-44s %14.1f %14.1f %8.2f\n", name.c_str(), ours, limit, ratio);
+            std::printf("%-44s %14.1f %14.1f %8.2f %8.2f\n", name.c_str(), ours, limit, ratio, cpuRatio);
     }
     if (_json) std::cout << json.dump(2) << '\n';
 }

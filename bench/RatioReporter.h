@@ -6,9 +6,10 @@
 #include <string>
 #include <vector>
 
-/// Prints, for each pair of benchmarks "NAME/ours" and "NAME/limit", their median rates and the ratio between
-/// them. The limit is what this machine does at this moment, measured in the same run: a rate alone says
-/// nothing on another or a busy machine.
+/// Prints, for each pair of benchmarks "NAME/ours" and "NAME/limit", their median rates on the clock, the
+/// ratio between them, and that of the rates by processor time of the process, which other work disturbs
+/// less. The limit is what this machine does at this moment, measured in the same run: a rate alone says
+/// nothing on another or a busy machine. Benchmarks are to measure the time of the process.
 class RatioReporter : public benchmark::BenchmarkReporter
 {
 public:
@@ -19,10 +20,16 @@ public:
     void Finalize() override;
 
 private:
+    /// Items per second, one a repetition.
+    struct Rates
+    {
+        std::vector<double> onClock;
+        std::vector<double> ofProcessor;
+    };
     struct Pair
     {
-        std::vector<double> ours; ///< items per second, one a repetition
-        std::vector<double> limit;
+        Rates ours;
+        Rates limit;
     };
 
     const bool _json;

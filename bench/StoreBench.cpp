@@ -61,10 +61,10 @@ void readAll(benchmark::State& state)
 
 } // namespace
 
-BENCHMARK(verify)->Name("verify points of a store/ours")->UseRealTime();
-BENCHMARK(readAll)->Name("verify points of a store/limit")->UseRealTime();
-BENCHMARK(count)->Name("count points of a store/ours")->UseRealTime();
-BENCHMARK(readAll)->Name("count points of a store/limit")->UseRealTime();
+BENCHMARK(verify)->Name("verify points of a store/ours")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(readAll)->Name("verify points of a store/limit")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(count)->Name("count points of a store/ours")->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(readAll)->Name("count points of a store/limit")->MeasureProcessCPUTime()->UseRealTime();
 
 int main(int argc, char** argv)
 {

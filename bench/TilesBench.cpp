@@ -112,10 +112,12 @@ void compare(const std::string& name, void (*measure)(benchmark::State&, const S
 {
     benchmark::RegisterBenchmark((name + "/ours").c_str(),
                                  [measure](benchmark::State& state) { measure(state, survey().tiles()); })
+        ->MeasureProcessCPUTime()
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark((name + "/limit").c_str(),
                                  [measure](benchmark::State& state) { measure(state, {survey().whole()}); })
+        ->MeasureProcessCPUTime()
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
 }
