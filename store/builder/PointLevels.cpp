@@ -46,74 +46,119 @@ TreePoint* spreadEqual(TreePoint* points, size_t count, const uint64_t* ordinals
     return order[0].second;
 }
 
-/// Works from fine grids to coarse ones, column by column.
+/// Works from fine grids to coarse ones. Points come in the order of columns, so that the columns that hold
+/// the last point are a stack of which each next point closes those that it does not share.
 class LevelAssigner
 {
 public:
-    /// `last`: behind all points that will come.
-    LevelAssigner(const uint64_t* ordinals, const TreePoint* last) : _ordinals(ordinals), _last(last) {}
-
-    /// Leaves the points of [first, last), which share `digits` digits, that the grid of `digits` digits
-    /// wants as candidates, lowest first; the others get their levels.
-    void thin(TreePoint* first, TreePoint* last, unsigned digits)
+    /// `digits` as in `assignLevels`.
+    LevelAssigner(TreePoint* points, size_t count, const uint64_t* ordinals, unsigned digits)
+        : _points(points), _last(points + count), _ordinals(ordinals), _digits(digits)
     {
-        const size_t start = _candidates.size();
-        const unsigned shared = sharedColumnDigits(first->code, (last - 1)->code);
-        if (shared == kMortonLevels)
-            pushPlaces(first, last);
-        else
-            thinColumns(first, last, shared + 1);
-        for (unsigned grid = std::min(shared, kMortonLevels - 1); grid >= digits; --grid)
-            if (_candidates.size() - start > 1)
-                _candidates.resize(keepWanted(start, _candidates.size(), start, grid));
+    }
+
+    void run()
+    {
+        for (TreePoint *first = _points, *end; first < _last; first = end) {
+            if (_last - first > kAhead) __builtin_prefetch(&_ordinals[first[kAhead].index]);
+            for (end = first + 1; end < _last && end->code == first->code;)
+                ++end;
+            TreePoint* const lowest =
+                end - first == 1 ? first : spreadEqual(first, static_cast<size_t>(end - first), _ordinals);
+            _candidates.push_back({pointRank(_ordinals[lowest->index]), heightOf(first->code),
+                                   static_cast<uint32_t>(lowest - _points)});
+            endPlace(end < _last ? sharedColumnDigits(first->code, end->code) : 0);
+        }
+    }
+
+private:
+    struct Candidate
+    {
+        uint64_t rank;
+        uint32_t height;
+        uint32_t point;
+    };
+
+    /// The smallest column that holds several places, of those in it one behind the other.
+    struct OpenColumn
+    {
+        size_t start; ///< of its candidates
+        unsigned digits;
+    };
+
+    TreePoint* const _points;
+    TreePoint* const _last;
+    const uint64_t* const _ordinals;
+    const unsigned _digits;
+    std::vector<Candidate> _candidates;
+    std::vector<OpenColumn> _open; ///< each in the one before
+
+    /// Closes the columns of the last place that the next, which shares `shared` digits with it, is not in.
+    void endPlace(unsigned shared)
+    {
+        size_t start = _candidates.size() - 1;
+        while (!_open.empty() && _open.back().digits > shared) {
+            const OpenColumn column = _open.back();
+            _open.pop_back();
+            const unsigned outer = std::max(shared + 1, _open.empty() ? _digits : _open.back().digits + 1);
+            start = column.start;
+            close(start, column.digits, std::max(outer, _digits));
+        }
+        if (shared < _digits)
+            finish(_digits - kGridDigits);
+        else if (_open.empty() || _open.back().digits < shared)
+            _open.push_back({start, shared});
+    }
+
+    /// Leaves the candidates behind `start`, of one column of `digits` digits, that the grids from there to
+    /// the one of `last` digits want, lowest first; the others get their levels.
+    void close(size_t start, unsigned digits, unsigned last)
+    {
+        if (digits < kMortonLevels) sortByHeight(start);
+        for (unsigned grid = std::min(finestToDrop(start), digits); grid >= last; --grid) {
+            _candidates.resize(keepWanted(start, _candidates.size(), start, grid));
+            if (_candidates.size() - start == 1) break;
+        }
+    }
+
+    /// Most columns have the candidates of two to four smaller ones, each of which has one.
+    void sortByHeight(size_t start)
+    {
+        constexpr size_t kFewCandidates = 12;
+        const auto isBefore = [](const Candidate& a, const Candidate& b) {
+            return a.height != b.height ? a.height < b.height : a.rank < b.rank;
+        };
+        Candidate* const first = _candidates.data() + start;
+        const size_t count = _candidates.size() - start;
+        if (count > kFewCandidates) {
+            std::sort(first, first + count, isBefore);
+            return;
+        }
+        for (size_t i = 1; i < count; ++i) {
+            const Candidate moved = first[i];
+            size_t place = i;
+            for (; place > 0 && isBefore(moved, first[place - 1]); --place)
+                first[place] = first[place - 1];
+            first[place] = moved;
+        }
+    }
+
+    /// The finest grid of whose cells' height two of the candidates behind `start` may be in reach.
+    unsigned finestToDrop(size_t start) const
+    {
+        uint32_t least = _candidates[start + 1].height - _candidates[start].height;
+        for (size_t i = start + 2; i < _candidates.size(); ++i)
+            least = std::min(least, _candidates[i].height - _candidates[i - 1].height);
+        if (least <= 2) return kMortonLevels - 1;
+        return kMortonLevels - 32 + static_cast<unsigned>(__builtin_clz(least - 1));
     }
 
     /// Gives the candidates that are left `level`.
     void finish(unsigned level)
     {
         for (const Candidate& candidate : _candidates)
-            candidate.point->level = level;
+            _points[candidate.point].level = level;
         _candidates.clear();
-    }
-
-private:
-    struct Candidate
-    {
-        uint32_t height;
-        uint64_t rank;
-        TreePoint* point;
-    };
-    const uint64_t* _ordinals;
-    const TreePoint* _last;
-    std::vector<Candidate> _candidates;
-
-    /// The points of one column of the finest grid.
-    void pushPlaces(TreePoint* first, TreePoint* last)
-    {
-        for (TreePoint* end; first < last; first = end) {
-            if (_last - first > kAhead) __builtin_prefetch(&_ordinals[first[kAhead].index]);
-            for (end = first + 1; end < last && end->code == first->code;)
-                ++end;
-            TreePoint* const lowest =
-                end - first == 1 ? first : spreadEqual(first, static_cast<size_t>(end - first), _ordinals);
-            _candidates.push_back({heightOf(first->code), pointRank(_ordinals[lowest->index]), lowest});
-        }
-    }
-
-    /// Thins the columns of `digits` digits and merges their candidates.
-    void thinColumns(TreePoint* first, TreePoint* last, unsigned digits)
-    {
-        const auto start = static_cast<std::ptrdiff_t>(_candidates.size());
-        while (first < last) {
-            const uint64_t column = columnOf(first->code, digits);
-            TreePoint* const end = std::partition_point(
-                first, last, [&](const TreePoint& point) { return columnOf(point.code, digits) == column; });
-            thin(first, end, digits);
-            first = end;
-        }
-        std::sort(_candidates.begin() + start, _candidates.end(), [](const Candidate& a, const Candidate& b) {
-            return a.height != b.height ? a.height < b.height : a.rank < b.rank;
-        });
     }
 
     /// Keeps of the candidates [first, last), of one column of the grid of `grid` digits, what that grid
@@ -147,9 +192,9 @@ private:
         return lowest;
     }
 
-    void drop(size_t candidate, unsigned grid) const
+    void drop(size_t candidate, unsigned grid)
     {
-        _candidates[candidate].point->level = grid + 1 - kGridDigits;
+        _points[_candidates[candidate].point].level = grid + 1 - kGridDigits;
     }
 };
 
@@ -193,15 +238,7 @@ void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint6
 
 void assignLevels(TreePoint* points, size_t count, const uint64_t* ordinals, unsigned digits)
 {
-    TreePoint* const last = points + count;
-    LevelAssigner assigner(ordinals, last);
-    for (TreePoint *first = points, *end; first < last; first = end) {
-        const uint64_t column = columnOf(first->code, digits);
-        end = std::partition_point(
-            first, last, [&](const TreePoint& point) { return columnOf(point.code, digits) == column; });
-        assigner.thin(first, end, digits);
-        assigner.finish(digits - kGridDigits);
-    }
+    LevelAssigner(points, count, ordinals, digits).run();
 }
 
 } // namespace VelBrx
