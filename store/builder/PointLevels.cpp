@@ -15,7 +15,47 @@ constexpr unsigned kDigitBits =
 constexpr std::ptrdiff_t kAhead =
     12; ///< points whose ordinals are fetched into the cache before they are ranked
 constexpr size_t kFewPoints = 256;
+constexpr size_t kFewTogether = 24;
+constexpr unsigned kMoreBits = 6;
 constexpr unsigned kLargestDepth = 128; // a million random ranks need half of it
+
+/// For few points that are nearly in order.
+template <typename Item, typename IsBefore>
+void insertionSort(Item* first, Item* last, const IsBefore& isBefore)
+{
+    for (Item* next = first + 1; next < last; ++next) {
+        const Item moved = *next;
+        Item* place = next;
+        for (; place > first && isBefore(moved, place[-1]); --place)
+            *place = place[-1];
+        *place = moved;
+    }
+}
+
+/// Sorts by the bits of the codes from about `lowest` to `top`, and returns which is the lowest.
+unsigned sortByBits(TreePoint* points, size_t count, TreePoint* scratch, unsigned lowest, unsigned top)
+{
+    constexpr size_t kDigits = 1 << kDigitBits;
+    const unsigned passes = (top - lowest + kDigitBits - 1) / kDigitBits;
+    const unsigned bits = (top - lowest + passes - 1) / passes;
+    const unsigned first = top > passes * bits ? top - passes * bits : 0;
+    const uint64_t mask = (uint64_t{1} << bits) - 1;
+    TreePoint* from = points;
+    TreePoint* to = scratch;
+    for (unsigned shift = first; shift < top; shift += bits) {
+        std::array<size_t, kDigits> starts{};
+        for (size_t i = 0; i < count; ++i)
+            ++starts[from[i].code >> shift & mask];
+        size_t start = 0;
+        for (size_t& entry : starts)
+            start += std::exchange(entry, start);
+        for (size_t i = 0; i < count; ++i)
+            to[starts[from[i].code >> shift & mask]++] = from[i];
+        std::swap(from, to);
+    }
+    if (from != points) std::copy(from, from + count, points);
+    return first;
+}
 
 /// Digits of a column code's Morton part that two codes share from the top, 21 when they are in one column of
 /// the finest grid.
@@ -25,6 +65,13 @@ unsigned sharedColumnDigits(uint64_t a, uint64_t b)
     constexpr unsigned kUnusedBits = 64 - 2 * kMortonLevels;
     return different == 0 ? kMortonLevels
                           : (static_cast<unsigned>(__builtin_clzll(different)) - kUnusedBits) / 2;
+}
+
+/// The finest grid that leaves one of two points of a column that are so far above each other.
+unsigned finestInReach(uint32_t height)
+{
+    return height <= 2 ? kMortonLevels - 1
+                       : kMortonLevels - 32 + static_cast<unsigned>(__builtin_clz(height - 1));
 }
 
 /// Spreads points of one and the same code over the levels below the finest grid and returns the one of
@@ -114,11 +161,26 @@ private:
     /// the one of `last` digits want, lowest first; the others get their levels.
     void close(size_t start, unsigned digits, unsigned last)
     {
+        if (_candidates.size() - start == 2) return closePair(start, digits, last);
         if (digits < kMortonLevels) sortByHeight(start);
         for (unsigned grid = std::min(finestToDrop(start), digits); grid >= last; --grid) {
             _candidates.resize(keepWanted(start, _candidates.size(), start, grid));
             if (_candidates.size() - start == 1) break;
         }
+    }
+
+    /// The same of two, as most columns have them.
+    void closePair(size_t start, unsigned digits, unsigned last)
+    {
+        Candidate& low = _candidates[start];
+        Candidate& high = _candidates[start + 1];
+        if (high.height < low.height) std::swap(low, high);
+        const unsigned grid = std::min(finestInReach(high.height - low.height), digits);
+        if (grid < last) return;
+        const bool isLowWanted = low.rank < high.rank;
+        drop(start + isLowWanted, grid);
+        low = isLowWanted ? low : high;
+        _candidates.pop_back();
     }
 
     /// Most columns have the candidates of two to four smaller ones, each of which has one.
@@ -134,23 +196,16 @@ private:
             std::sort(first, first + count, isBefore);
             return;
         }
-        for (size_t i = 1; i < count; ++i) {
-            const Candidate moved = first[i];
-            size_t place = i;
-            for (; place > 0 && isBefore(moved, first[place - 1]); --place)
-                first[place] = first[place - 1];
-            first[place] = moved;
-        }
+        insertionSort(first, first + count, isBefore);
     }
 
-    /// The finest grid of whose cells' height two of the candidates behind `start` may be in reach.
+    /// The finest grid of whose cells' height two of the candidates behind `start` are in reach.
     unsigned finestToDrop(size_t start) const
     {
         uint32_t least = _candidates[start + 1].height - _candidates[start].height;
         for (size_t i = start + 2; i < _candidates.size(); ++i)
             least = std::min(least, _candidates[i].height - _candidates[i - 1].height);
-        if (least <= 2) return kMortonLevels - 1;
-        return kMortonLevels - 32 + static_cast<unsigned>(__builtin_clz(least - 1));
+        return finestInReach(least);
     }
 
     /// Gives the candidates that are left `level`.
@@ -212,27 +267,23 @@ void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint6
     uint64_t different = 0;
     for (size_t i = 1; i < count; ++i)
         different |= points[i].code ^ points[0].code;
-    TreePoint* from = points;
-    TreePoint* to = scratch;
-    constexpr size_t kDigits = 1 << kDigitBits;
-    for (uint64_t left = different; left != 0;) { // bits that are the same in all codes need no pass
-        const auto shift = static_cast<unsigned>(__builtin_ctzll(left));
-        left &= ~(uint64_t{kDigits - 1} << shift);
-        std::array<size_t, kDigits> starts{};
-        for (size_t i = 0; i < count; ++i)
-            ++starts[from[i].code >> shift & (kDigits - 1)];
-        size_t start = 0;
-        for (size_t& entry : starts)
-            start += std::exchange(entry, start);
-        for (size_t i = 0; i < count; ++i)
-            to[starts[from[i].code >> shift & (kDigits - 1)]++] = from[i];
-        std::swap(from, to);
+    if (different == 0) {
+        std::sort(points, points + count, isBefore);
+        return;
     }
-    if (from != points) std::copy(from, from + count, points);
+    // By the upper bits alone, of as many as leave few points together.
+    const unsigned top = 64 - static_cast<unsigned>(__builtin_clzll(different));
+    const unsigned wanted = 64 - static_cast<unsigned>(__builtin_clzll(count)) + kMoreBits;
+    const unsigned lowest = wanted < top ? top - wanted : 0;
+    const unsigned sorted = sortByBits(points, count, scratch, lowest, top);
     for (size_t first = 0, end; first < count; first = end) {
-        for (end = first + 1; end < count && points[end].code == points[first].code;)
+        const uint64_t upper = points[first].code >> sorted;
+        for (end = first + 1; end < count && points[end].code >> sorted == upper;)
             ++end;
-        if (end - first > 1) std::sort(points + first, points + end, isBefore);
+        if (end - first > kFewTogether)
+            sortByCode(points + first, end - first, scratch, ordinals);
+        else
+            insertionSort(points + first, points + end, isBefore);
     }
 }
 
