@@ -13,6 +13,9 @@ namespace {
 /// Memory of a candidate in points of a chunk: candidates, and about as many octree nodes, stay in memory.
 constexpr uint64_t kCandidateWeight = 16;
 
+/// Items that are read together: few enough for the processor's cache.
+constexpr uint64_t kItemsAtOnce = 4096;
+
 /// The level that chunks of a shared column leave to the candidates, -1 where a chunk has whole columns.
 int sharedLevelOf(const Chunk& chunk)
 {
@@ -24,17 +27,18 @@ int sharedLevelOf(const Chunk& chunk)
 /// Reads the points of a chunk, sorts them by column code and decides all levels but the shared one.
 Status ChunkLevels::sortByColumn(const Chunk& chunk, SortedPoints& sorted) const
 {
-    {
-        const auto items = uninitialised<uint8_t>(chunk.pointCount * _spool.itemSize());
-        if (Status status = _spool.readItems(chunk, items.get()); !status) return status;
-        for (uint64_t i = 0; i < chunk.pointCount; ++i) {
-            const uint8_t* const item = &items[i * _spool.itemSize()];
-            sorted.ordinals[i] = _spool.ordinal(item);
-            sorted.points[i] = {_places.columnCode(loadLe<int32_t>(item + LasLayout::kX),
-                                                   loadLe<int32_t>(item + LasLayout::kY),
-                                                   loadLe<int32_t>(item + LasLayout::kZ)),
-                                static_cast<uint32_t>(i), 0};
-        }
+    const size_t itemSize = _spool.itemSize();
+    const auto items = uninitialised<uint8_t>(kItemsAtOnce * itemSize);
+    for (uint64_t first = 0; first < chunk.pointCount; first += kItemsAtOnce) {
+        const uint64_t count = std::min(kItemsAtOnce, chunk.pointCount - first);
+        if (Status status = _spool.readItems(chunk, first, count, items.get()); !status) return status;
+        const auto coordinate = [&](size_t i, size_t axis) {
+            return loadLe<int32_t>(&items[i * itemSize + LasLayout::kX + 4 * axis]);
+        };
+        _places.forColumnCodes(count, 3, coordinate, [&](size_t i, uint64_t code) {
+            sorted.ordinals[first + i] = _spool.ordinal(&items[i * itemSize]);
+            sorted.points[first + i] = {code, static_cast<uint32_t>(first + i), 0};
+        });
     }
     sorted.sort();
     assignLevels(sorted.points.get(), chunk.pointCount, sorted.ordinals.get(),
@@ -93,12 +97,12 @@ uint32_t ChunkLevels::sharedLevel(uint64_t ordinal) const
 Status ChunkLevels::sort(const Chunk& chunk, SortedPoints& sorted) const
 {
     if (Status status = sortByColumn(chunk, sorted); !status) return status;
-    for (uint64_t i = 0; i < chunk.pointCount; ++i) {
-        TreePoint& point = sorted.points[i];
-        if (static_cast<int>(point.level) == sharedLevelOf(chunk))
-            point.level = sharedLevel(sorted.ordinals[point.index]);
-        point.code = mortonCodeOf(point.code);
-    }
+    const int shared = sharedLevelOf(chunk);
+    if (shared >= 0)
+        for (TreePoint* point = sorted.points.get(); point < sorted.points.get() + chunk.pointCount; ++point)
+            if (static_cast<int>(point->level) == shared)
+                point->level = sharedLevel(sorted.ordinals[point->index]);
+    makeMortonCodes(sorted.points.get(), chunk.pointCount);
     sorted.sort();
     return {};
 }

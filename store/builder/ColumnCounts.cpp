@@ -33,14 +33,13 @@ ColumnCounts::ColumnCounts(const StoreGrid& grid, const ChunkPlan& plan)
 void ColumnCounts::add(size_t source, const uint8_t* records, size_t count, size_t stride)
 {
     const std::array<AxisMapping, 3>& axes = _grid.mappings[source];
-    for (size_t i = 0; i < count; ++i, records += stride) {
-        const auto coordinate = [&](size_t axis) {
-            return axes[axis].apply(loadLe<int32_t>(records + LasLayout::kX + 4 * axis));
-        };
-        const uint64_t code = _places.columnCode(coordinate(0), coordinate(1), 0);
+    const auto coordinate = [&](size_t i, size_t axis) {
+        return axes[axis].apply(loadLe<int32_t>(records + i * stride + LasLayout::kX + 4 * axis));
+    };
+    _places.forColumnCodes(count, 2, coordinate, [&](size_t, uint64_t code) {
         if (size_t open; _plan.findOpen(code, open))
             _counts[_columns.numberOf(open, code)].fetch_add(1, std::memory_order_relaxed);
-    }
+    });
 }
 
 void ColumnCounts::accumulate()

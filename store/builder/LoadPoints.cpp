@@ -64,12 +64,13 @@ private:
     {
         std::vector<uint8_t> classes(count);
         std::vector<uint32_t> chunks(count);
-        for (size_t i = 0; i < count; ++i) {
-            const uint8_t* const record = records + i * kPointSize;
-            classes[i] = record[kClass];
-            chunks[i] = static_cast<uint32_t>(_plan.chunkOf(
-                _places.columnCode(loadLe<int32_t>(record + kX), loadLe<int32_t>(record + kY), 0)));
-        }
+        const auto coordinate = [&](size_t i, size_t axis) {
+            return loadLe<int32_t>(records + i * kPointSize + kX + 4 * axis);
+        };
+        _places.forColumnCodes(count, 2, coordinate, [&](size_t i, uint64_t code) {
+            classes[i] = records[i * kPointSize + kClass];
+            chunks[i] = static_cast<uint32_t>(_plan.chunkOf(code));
+        });
         const Status status = _spool.append(records, chunks, first);
         return status ? _spool.writeClasses(first, classes) : status;
     }

@@ -4,6 +4,8 @@
 #include "store/builder/StoreGrid.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace VelBrx {
@@ -44,31 +46,46 @@ inline uint64_t mortonCodeOf(uint64_t columnCode)
            spreadBits(heightOf(columnCode)) << 2;
 }
 
+/// Places whose codes are found together, which is several times as fast as one by one.
+struct PlaceBlock
+{
+    static constexpr size_t kSize = 256;
+
+    std::array<std::array<int32_t, kSize>, 3> axes{}; ///< store coordinates
+    std::array<uint64_t, kSize> codes{};              ///< of their places
+};
+
+/// Turns column codes into Morton codes.
+void makeMortonCodes(std::array<uint64_t, PlaceBlock::kSize>& codes);
+
 /// Places of store coordinates on the finest grid in the root cube; those outside it have the nearest.
 class GridPlaces
 {
 public:
-    explicit GridPlaces(const StoreGrid& grid)
+    explicit GridPlaces(const StoreGrid& grid);
+
+    /// Finds the column codes of all places of `block`.
+    void findColumnCodes(PlaceBlock& block) const;
+
+    /// The same for `count` points, block by block: `coordinate(i, axis)` is a store coordinate of the i-th,
+    /// whose code `use(i, code)` gets. Codes of `axes` axes alone, the others count as the same for all.
+    template <typename Coordinate, typename Use>
+    void forColumnCodes(size_t count, size_t axes, const Coordinate& coordinate, const Use& use) const
     {
-        for (size_t axis = 0; axis < 3; ++axis) {
-            _min[axis] = grid.min[axis];
-            _factor[axis] = (1 << kMortonLevels) * (grid.scale[axis] / grid.cubeSize);
+        PlaceBlock block;
+        for (size_t first = 0; first < count; first += PlaceBlock::kSize) {
+            const size_t size = std::min(PlaceBlock::kSize, count - first);
+            for (size_t axis = 0; axis < axes; ++axis)
+                for (size_t i = 0; i < size; ++i)
+                    block.axes[axis][i] = coordinate(first + i, axis);
+            findColumnCodes(block);
+            for (size_t i = 0; i < size; ++i)
+                use(first + i, block.codes[i]);
         }
     }
 
-    uint64_t columnCode(int32_t x, int32_t y, int32_t z) const
-    {
-        return VelBrx::columnCode(place(0, x), place(1, y), place(2, z));
-    }
-
 private:
-    uint64_t place(size_t axis, int32_t value) const
-    {
-        const auto steps = static_cast<int64_t>(static_cast<double>(value - _min[axis]) * _factor[axis]);
-        return static_cast<uint64_t>(std::clamp<int64_t>(steps, 0, (1 << kMortonLevels) - 1));
-    }
-
-    int64_t _min[3];
+    double _min[3];
     double _factor[3];
 };
 

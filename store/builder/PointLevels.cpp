@@ -255,6 +255,19 @@ private:
 
 } // namespace
 
+void makeMortonCodes(TreePoint* points, size_t count)
+{
+    std::array<uint64_t, PlaceBlock::kSize> codes{};
+    for (size_t first = 0; first < count; first += codes.size()) {
+        const size_t size = std::min(codes.size(), count - first);
+        for (size_t i = 0; i < size; ++i)
+            codes[i] = points[first + i].code;
+        makeMortonCodes(codes);
+        for (size_t i = 0; i < size; ++i)
+            points[first + i].code = codes[i];
+    }
+}
+
 void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint64_t* ordinals)
 {
     const auto isBefore = [ordinals](const TreePoint& a, const TreePoint& b) {

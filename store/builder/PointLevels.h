@@ -15,6 +15,9 @@ struct TreePoint
     uint32_t level; ///< coarsest level that wants it
 };
 
+/// Turns the column codes of points into Morton codes.
+void makeMortonCodes(TreePoint* points, size_t count);
+
 /// Octal digits between a level and its sampling grid: a cell's edge has 2^7 grid cells.
 constexpr unsigned kGridDigits = 7;
 

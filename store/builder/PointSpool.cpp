@@ -98,9 +98,9 @@ Status PointSpool::flush()
     return {};
 }
 
-Status PointSpool::readItems(const Chunk& chunk, uint8_t* items) const
+Status PointSpool::readItems(const Chunk& chunk, uint64_t first, uint64_t count, uint8_t* items) const
 {
-    return _file.read(chunk.firstPoint * itemSize(), items, chunk.pointCount * itemSize());
+    return _file.read((chunk.firstPoint + first) * itemSize(), items, count * itemSize());
 }
 
 void PointSpool::discardItems(const Chunk& chunk)

@@ -47,7 +47,8 @@ public:
     /// Writes what `append` still holds in memory. Fails when a chunk has not all its points.
     Status flush();
 
-    Status readItems(const Chunk& chunk, uint8_t* items) const;
+    /// `count` items of a chunk from its `first` on.
+    Status readItems(const Chunk& chunk, uint64_t first, uint64_t count, uint8_t* items) const;
 
     /// Forgets a chunk's items: what the disk has not been given yet need not be written there.
     void discardItems(const Chunk& chunk);

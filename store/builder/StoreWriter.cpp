@@ -208,7 +208,7 @@ Status StoreWriter::writeChunk(size_t index, ItemWriter& writer, Cursors& cursor
     const PointGate::Room room(_content.gate, chunk.pointCount);
     const auto items = uninitialised<uint8_t>(chunk.pointCount * spool.itemSize());
     const auto order = uninitialised<uint32_t>(chunk.pointCount);
-    Status status = spool.readItems(chunk, items.get());
+    Status status = spool.readItems(chunk, 0, chunk.pointCount, items.get());
     if (status) status = spool.readOrder(chunk, order.get());
     if (!status) return status;
     spool.discardItems(chunk);
@@ -247,13 +247,14 @@ Status StoreWriter::writeSharedCell(const StoreCell& cell, ItemWriter& writer) c
     const auto points = uninitialised<TreePoint>(cell.pointCount);
     const auto scratch = uninitialised<TreePoint>(cell.pointCount);
     const auto ordinals = uninitialised<uint64_t>(cell.pointCount);
-    for (uint32_t i = 0; i < cell.pointCount; ++i) {
-        const uint8_t* const item = &items[i * spool.itemSize()];
-        ordinals[i] = spool.ordinal(item);
-        points[i] = {mortonCodeOf(_content.places.columnCode(
-                         loadLe<int32_t>(item + kX), loadLe<int32_t>(item + kY), loadLe<int32_t>(item + kZ))),
-                     i, 0};
-    }
+    const auto coordinate = [&](size_t i, size_t axis) {
+        return loadLe<int32_t>(&items[i * spool.itemSize() + kX + 4 * axis]);
+    };
+    _content.places.forColumnCodes(cell.pointCount, 3, coordinate, [&](size_t i, uint64_t code) {
+        ordinals[i] = spool.ordinal(&items[i * spool.itemSize()]);
+        points[i] = {code, static_cast<uint32_t>(i), 0};
+    });
+    makeMortonCodes(points.get(), cell.pointCount);
     sortByCode(points.get(), cell.pointCount, scratch.get(), ordinals.get());
     for (uint64_t i = 0; i < cell.pointCount; ++i)
         if (Status status = writer.write(cell.firstPoint + i, &items[points[i].index * spool.itemSize()]);

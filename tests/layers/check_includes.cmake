@@ -12,7 +12,7 @@ set(layers
   "store/las|store/io"
   "store|store/io store/las"
   "store/journal|store store/io"
-  "store/builder|store store/io store/journal store/las store/normals"
+  "store/builder|store store/io store/journal store/las store/normals simd"
   "store/folder|store store/io store/journal"
   "store/part|store store/io store/las"
   "store/export|store store/io store/las store/part"
