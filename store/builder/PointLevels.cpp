@@ -67,11 +67,10 @@ unsigned sharedColumnDigits(uint64_t a, uint64_t b)
                           : (static_cast<unsigned>(__builtin_clzll(different)) - kUnusedBits) / 2;
 }
 
-/// The finest grid that leaves one of two points of a column that are so far above each other.
-unsigned finestInReach(uint32_t height)
+/// A cell's height on the grid of `grid` digits.
+uint32_t reachOf(unsigned grid)
 {
-    return height <= 2 ? kMortonLevels - 1
-                       : kMortonLevels - 32 + static_cast<unsigned>(__builtin_clz(height - 1));
+    return 1U << (kMortonLevels - grid);
 }
 
 /// Spreads points of one and the same code over the levels below the finest grid and returns the one of
@@ -161,7 +160,7 @@ private:
     /// the one of `last` digits want, lowest first; the others get their levels.
     void close(size_t start, unsigned digits, unsigned last)
     {
-        if (_candidates.size() - start == 2) return closePair(start, digits, last);
+        if (closeNear(start, std::min(digits, kMortonLevels - 1))) return;
         if (digits < kMortonLevels) sortByHeight(start);
         for (unsigned grid = std::min(finestToDrop(start), digits); grid >= last; --grid) {
             _candidates.resize(keepWanted(start, _candidates.size(), start, grid));
@@ -169,18 +168,26 @@ private:
         }
     }
 
-    /// The same of two, as most columns have them.
-    void closePair(size_t start, unsigned digits, unsigned last)
+    /// The same where all candidates are in reach of each other on the grid of `grid` digits, as on most
+    /// surfaces; false where they are not. Without a branch by candidates.
+    bool closeNear(size_t start, unsigned grid)
     {
-        Candidate& low = _candidates[start];
-        Candidate& high = _candidates[start + 1];
-        if (high.height < low.height) std::swap(low, high);
-        const unsigned grid = std::min(finestInReach(high.height - low.height), digits);
-        if (grid < last) return;
-        const bool isLowWanted = low.rank < high.rank;
-        drop(start + isLowWanted, grid);
-        low = isLowWanted ? low : high;
-        _candidates.pop_back();
+        Candidate* const first = _candidates.data() + start;
+        const size_t count = _candidates.size() - start;
+        uint32_t low = first->height;
+        uint32_t high = low;
+        size_t lowest = 0;
+        for (size_t i = 1; i < count; ++i) {
+            low = std::min(low, first[i].height);
+            high = std::max(high, first[i].height);
+            lowest = first[i].rank < first[lowest].rank ? i : lowest;
+        }
+        if (high - low > reachOf(grid)) return false;
+        std::swap(first[0], first[lowest]);
+        for (size_t i = 1; i < count; ++i)
+            drop(start + i, grid);
+        _candidates.resize(start + 1);
+        return true;
     }
 
     /// Most columns have the candidates of two to four smaller ones, each of which has one.
@@ -199,13 +206,14 @@ private:
         insertionSort(first, first + count, isBefore);
     }
 
-    /// The finest grid of whose cells' height two of the candidates behind `start` are in reach.
+    /// The finest grid on which two of the candidates behind `start` are in reach.
     unsigned finestToDrop(size_t start) const
     {
         uint32_t least = _candidates[start + 1].height - _candidates[start].height;
         for (size_t i = start + 2; i < _candidates.size(); ++i)
             least = std::min(least, _candidates[i].height - _candidates[i - 1].height);
-        return finestInReach(least);
+        if (least <= 2) return kMortonLevels - 1;
+        return kMortonLevels - 32 + static_cast<unsigned>(__builtin_clz(least - 1));
     }
 
     /// Gives the candidates that are left `level`.
@@ -221,7 +229,7 @@ private:
     /// it are not; then what is below and what is above are out of each other's reach.
     size_t keepWanted(size_t first, size_t last, size_t kept, unsigned grid, unsigned depth = 0)
     {
-        const uint32_t reach = 1U << (kMortonLevels - grid); // a cell's height
+        const uint32_t reach = reachOf(grid);
         for (; first < last; ++depth) {
             // Ranks are random, but a file can be made for them to rise all the way: halve it instead.
             const size_t lowest = depth < kLargestDepth ? lowestOf(first, last) : first + (last - first) / 2;
