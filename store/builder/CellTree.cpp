@@ -14,6 +14,20 @@ uint64_t sum(const LevelCounts& counts, unsigned first, unsigned last)
     return std::accumulate(counts.begin() + first, counts.begin() + last + 1, uint64_t{0});
 }
 
+/// Points of [first, last) by level. Neighbours mostly have the same level, and a count waits for the one
+/// before: two tables take turns.
+LevelCounts countLevels(const TreePoint* first, const TreePoint* last)
+{
+    std::array<LevelCounts, 2> counts{};
+    for (; last - first >= 2; first += 2) {
+        ++counts[0][first[0].level];
+        ++counts[1][first[1].level];
+    }
+    if (first < last) ++counts[0][first->level];
+    std::transform(counts[0].begin(), counts[0].end(), counts[1].begin(), counts[0].begin(), std::plus<>());
+    return counts[0];
+}
+
 /// The finest level whose points a cell of `level` takes wherever they are, of a node of which the points of
 /// `firstLeft` and finer levels are left.
 unsigned finestTaken(unsigned level, unsigned firstLeft, const LevelCounts& counts)
@@ -74,22 +88,14 @@ private:
                                                              return prefixOf(p.code, level + 1) == code;
                                                          }) -
                                     _points);
-            const LevelCounts counts = countsOf(begin, octantEnd);
+            // Points that cells above took count for a level coarser than any that is left.
+            const LevelCounts counts = countLevels(_points + begin, _points + octantEnd);
             const bool goesOn = isDivided(counts, firstLeft, finest);
             pointCount += take(begin, octantEnd, firstLeft, goesOn ? finest : kMaxLevel, level);
             if (goesOn) divide(level + 1, finest + 1, counts, begin, octantEnd);
             begin = octantEnd;
         }
         return pointCount;
-    }
-
-    /// Points that cells above took count for a level coarser than any that is left.
-    LevelCounts countsOf(size_t begin, size_t end) const
-    {
-        LevelCounts counts{};
-        for (size_t i = begin; i < end; ++i)
-            ++counts[_points[i].level];
-        return counts;
     }
 
     /// Gives the points of levels `firstLeft` to `finest` to the cell of `level`; returns how many.
@@ -108,9 +114,7 @@ private:
 /// Writes the indices of a node's points to `order` by level; returns how many each level has.
 LevelCounts orderByLevel(const TreePoint* points, const TreeNode& node, uint32_t* order)
 {
-    LevelCounts counts{};
-    for (size_t i = node.begin; i < node.end; ++i)
-        ++counts[points[i].level];
+    const LevelCounts counts = countLevels(points + node.begin, points + node.end);
     LevelCounts places{};
     std::partial_sum(counts.begin(), counts.end() - 1, places.begin() + 1);
     for (size_t i = node.begin; i < node.end; ++i)
@@ -155,11 +159,14 @@ AncestorTake SharedNodes::takeOf(unsigned level, uint64_t code, const LevelCount
 std::vector<TreeNode> nodesOf(const TreePoint* points, size_t count, unsigned level)
 {
     std::vector<TreeNode> nodes;
-    for (size_t i = 0; i < count; ++i) {
-        const uint64_t code = prefixOf(points[i].code, level);
-        if (nodes.empty() || nodes.back().code != code) nodes.push_back({code, i, i, {}});
-        nodes.back().end = i + 1;
-        ++nodes.back().counts[points[i].level];
+    for (size_t begin = 0; begin < count;) {
+        const uint64_t code = prefixOf(points[begin].code, level);
+        const auto end = static_cast<size_t>(
+            std::partition_point(points + begin, points + count,
+                                 [&](const TreePoint& p) { return prefixOf(p.code, level) == code; }) -
+            points);
+        nodes.push_back({code, begin, end, countLevels(points + begin, points + end)});
+        begin = end;
     }
     return nodes;
 }

@@ -68,7 +68,7 @@ Status PointSpool::append(const uint8_t* records, const std::vector<uint32_t>& c
             uint8_t* const item = &buffer.bytes[buffer.filled];
             const uint64_t ordinal = firstOrdinal + order[i];
             std::memcpy(item, records + order[i] * kPointSize, kPointSize);
-            std::memcpy(item + kPointSize, &ordinal, _ordinalSize);
+            storeOrdinal(item + kPointSize, ordinal);
             buffer.filled += itemSize();
             if (buffer.filled < _bufferSize) continue;
             if (Status status = flush(chunk, buffer); !status) return status;

@@ -2,6 +2,7 @@
 
 #include "store/builder/ChunkPlan.h"
 #include "store/builder/SourceSet.h"
+#include "store/io/ByteIo.h"
 #include "store/io/TemporaryFile.h"
 #include "store/io/Uninitialised.h"
 
@@ -81,6 +82,14 @@ public:
     /// @}
 
 private:
+    void storeOrdinal(uint8_t* to, uint64_t ordinal) const
+    {
+        if (_ordinalSize == 4)
+            storeLe(to, static_cast<uint32_t>(ordinal));
+        else
+            storeLe(to, ordinal);
+    }
+
     struct Buffer
     {
         VelThreads::Mutex mutex;

@@ -21,7 +21,7 @@ namespace {
 
 constexpr uint32_t kRecordCount = 3;
 constexpr size_t kPartPoints = 1 << 18; ///< points whose flags are written together; an even number
-constexpr size_t kRunPoints = 1 << 15;  ///< points of a run that are written together
+constexpr size_t kRunPoints = 1 << 13;  ///< points of a run that are written together
 constexpr size_t kAhead = 16;           ///< items that are fetched into the cache before they are copied
 constexpr uint64_t kCopyBytes = 4 << 20;
 
@@ -138,8 +138,8 @@ class StoreWriter::ItemWriter
 public:
     ItemWriter(DiskFile& file, RecordWriter& origin, uint64_t pointsStart, const OriginRecord& layout)
         : _file(file), _origin(origin), _pointsStart(pointsStart), _ordinalsStart(layout.ordinalStart),
-          _ordinalSize(layout.ordinalSize), _records(kRunPoints * kPointSize),
-          _ordinals(kRunPoints * _ordinalSize)
+          _ordinalSize(layout.ordinalSize), _records(uninitialised<uint8_t>(kRunPoints * kPointSize)),
+          _ordinals(uninitialised<uint8_t>(kRunPoints * _ordinalSize))
     {
     }
 
@@ -148,7 +148,11 @@ public:
         if (place != _first + _count || _count == kRunPoints)
             if (Status status = flush(place); !status) return status;
         std::memcpy(&_records[_count * kPointSize], item, kPointSize);
-        std::memcpy(&_ordinals[_count * _ordinalSize], item + kPointSize, _ordinalSize);
+        uint8_t* const ordinal = &_ordinals[_count * _ordinalSize];
+        if (_ordinalSize == 4) // nearly always: a copy of known size is one instruction
+            std::memcpy(ordinal, item + kPointSize, 4);
+        else
+            std::memcpy(ordinal, item + kPointSize, _ordinalSize);
         ++_count;
         return {};
     }
@@ -160,10 +164,10 @@ public:
         const size_t count = std::exchange(_count, 0);
         if (count == 0) return {};
         if (Status status =
-                _file.write(_pointsStart + first * kPointSize, _records.data(), count * kPointSize);
+                _file.write(_pointsStart + first * kPointSize, _records.get(), count * kPointSize);
             !status)
             return status;
-        return _origin.write(_ordinalsStart + first * _ordinalSize, _ordinals.data(), count * _ordinalSize);
+        return _origin.write(_ordinalsStart + first * _ordinalSize, _ordinals.get(), count * _ordinalSize);
     }
 
 private:
@@ -172,8 +176,8 @@ private:
     const uint64_t _pointsStart;
     const uint64_t _ordinalsStart;
     const size_t _ordinalSize;
-    std::vector<uint8_t> _records;
-    std::vector<uint8_t> _ordinals;
+    const Uninitialised<uint8_t> _records;
+    const Uninitialised<uint8_t> _ordinals;
     uint64_t _first = 0;
     size_t _count = 0;
 };

@@ -9,6 +9,9 @@ namespace VelBrx {
 
 namespace {
 
+/// Points of a batch whose records stay in the processor's cache while they are used.
+constexpr uint64_t kCachedPoints = 1 << 13;
+
 /// Uncompressed records, read where they stand.
 class LasPointSource final : public PointSource
 {
@@ -23,12 +26,15 @@ public:
         if (Status status = input.open(file().path); !status) return status.of(file().path);
         PointBatch batch;
         batch.first = index * partPoints();
-        const uint64_t count = std::min({partPoints(), file().pointCount - batch.first, most});
-        batch.records.resize(count * file().recordLength);
-        const uint64_t start = file().pointDataStart + batch.first * file().recordLength;
-        if (!input.read(static_cast<int64_t>(start), batch.records.data(), batch.records.size()))
-            return Status::failure(file().path + ": its points cannot be read");
-        return use(batch);
+        const uint64_t last = batch.first + std::min({partPoints(), file().pointCount - batch.first, most});
+        for (Status status; batch.first < last; batch.first += kCachedPoints) {
+            batch.records.resize(std::min(kCachedPoints, last - batch.first) * file().recordLength);
+            const uint64_t start = file().pointDataStart + batch.first * file().recordLength;
+            if (!input.read(static_cast<int64_t>(start), batch.records.data(), batch.records.size()))
+                return Status::failure(file().path + ": its points cannot be read");
+            if (status = use(batch); !status) return status;
+        }
+        return {};
     }
 
 private:
