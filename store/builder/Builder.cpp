@@ -65,6 +65,20 @@ void append(std::vector<std::string>& notes, const std::vector<std::string>& mor
     notes.insert(notes.end(), more.begin(), more.end());
 }
 
+void makeReport(const BuildOptions& options, const LoadedInput& input, const SortedInput& points,
+                BuildReport& report)
+{
+    report.points = input.sources.pointCount();
+    report.cells = points.cells().size();
+    report.levels = points.cells().back().level + 1u;
+    append(report.notes, input.sources.notes());
+    append(report.notes, input.notes);
+    append(report.notes, input.grid.notes);
+    if (input.sources.hasNarrowColors())
+        report.notes.push_back(options.output +
+                               ": the colours are 8-bit values; they were widened to 16 bits");
+}
+
 Status build(const BuildOptions& options, BuildReport& report)
 {
     if (Status status = OutputFile::check(options.output, options.overwrite); !status) return status;
@@ -95,19 +109,10 @@ Status build(const BuildOptions& options, BuildReport& report)
     if (std::remove(normalsPath(options.output).c_str()) == 0)
         input.notes.push_back(normalsPath(options.output) +
                               ": was removed, as it belongs to the store that stood there before");
+    makeReport(options, input, points, report); // may throw, which the store with its name may not see
     if (Status status = file.commit(); !status) return status;
     if (Status status = keeper.giveName(); !status) return status;
     run.begin("done");
-
-    report.points = input.sources.pointCount();
-    report.cells = points.cells().size();
-    report.levels = points.cells().back().level + 1u;
-    append(report.notes, input.sources.notes());
-    append(report.notes, input.notes);
-    append(report.notes, input.grid.notes);
-    if (input.sources.hasNarrowColors())
-        report.notes.push_back(options.output +
-                               ": the colours are 8-bit values; they were widened to 16 bits");
     return {};
 }
 

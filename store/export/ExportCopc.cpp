@@ -314,14 +314,13 @@ private:
         if (Status status = _file.write(0, _fileHead.bytes.data(), _fileHead.bytes.size()); !status)
             return status;
         if (Status status = _run.step(0); !status) return status;
-        if (Status status = _file.commit(); !status) return status;
         if (_summary.strays > 0)
             _report.notes.push_back(_options.output + ": " + std::to_string(_summary.strays) +
                                     " points lie outside their nodes by less than a step of the coordinates");
         _report.files.push_back({_options.output, _summary.points, _summary.changed});
         _report.leftOut = _store.head.header.pointCount - _summary.points;
         _report.hiddenLeftOut = _summary.hidden;
-        return {};
+        return _file.commit(); // the last: nothing may be thrown once the file has its name
     }
 
     const ExportOptions& _options;

@@ -1,6 +1,7 @@
 #include "store/export/ExportFiles.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace VelBrx {
 
@@ -103,9 +104,11 @@ size_t ExportFiles::sourceOf(uint64_t ordinal) const
 
 Status ExportFiles::commit(ExportReport& report)
 {
+    report.files.reserve(_outputs.size()); // nothing may be thrown once a file has its name
     for (const auto& output : _outputs) {
+        ExportedFile file = {output->path(), output->points(), output->changed()};
         if (Status status = output->commit(); !status) return status;
-        report.files.push_back({output->path(), output->points(), output->changed()});
+        report.files.push_back(std::move(file));
     }
     return {};
 }

@@ -82,6 +82,7 @@ std::shared_ptr<EditLock> EditLock::acquire(int descriptor, bool evenSo, Status&
         status = Status::failure("cannot be asked for its place on the disk; try again");
         return nullptr;
     }
+    const std::shared_ptr<EditLock> lock(new EditLock); // nothing may be thrown once the file is locked
     const VelThreads::Lock guard(locks().mutex);
     std::weak_ptr<EditLock>& entry = locks().held[{file.st_dev, file.st_ino}];
     if (std::shared_ptr<EditLock> held = entry.lock()) return held;
@@ -93,7 +94,6 @@ std::shared_ptr<EditLock> EditLock::acquire(int descriptor, bool evenSo, Status&
                                  Status::Kind::IN_USE);
         return nullptr;
     }
-    const std::shared_ptr<EditLock> lock(new EditLock);
     void* const page = mmap(nullptr, kPage, PROT_READ, MAP_SHARED, descriptor, 0);
     if (page != MAP_FAILED) lock->_page = page;
     entry = lock;

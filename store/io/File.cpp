@@ -1,5 +1,6 @@
 #include <VelBrx/File.h>
 
+#include "store/io/Descriptor.h"
 #include "store/io/EditLock.h"
 #include "store/io/IdentifyFile.h"
 #include "store/io/MappedRegion.h"
@@ -69,12 +70,9 @@ struct File::Mapping
 void File::Mapping::open(const char* name)
 {
     // Without O_NONBLOCK the open of a pipe would wait for the pipe's other end.
-    int descriptor = ::open(name, O_RDWR | O_CLOEXEC | O_NONBLOCK);
-    const bool isWritable = descriptor >= 0;
-    if (!isWritable) descriptor = ::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) return;
-    use(name, descriptor, isWritable);
-    close(descriptor);
+    const int writing = ::open(name, O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    const Descriptor opened(writing >= 0 ? writing : ::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (opened.get() >= 0) use(name, opened.get(), writing >= 0);
 }
 
 void File::Mapping::use(const std::string& name, int descriptor, bool isWritable)
@@ -167,11 +165,10 @@ Status File::lockForEditing()
     Mapping& mapping = *_mapping;
     const VelThreads::Lock guard(mapping.lockMutex);
     if (mapping.editLock) return {};
-    const int descriptor = reopen();
-    if (descriptor < 0) return {}; // it cannot be written either, which is for the writer to say
+    const Descriptor opened(reopen());
+    if (opened.get() < 0) return {}; // it cannot be written either, which is for the writer to say
     Status status;
-    mapping.editLock = EditLock::acquire(descriptor, mapping.editAnyway, status);
-    close(descriptor);
+    mapping.editLock = EditLock::acquire(opened.get(), mapping.editAnyway, status);
     return status;
 }
 

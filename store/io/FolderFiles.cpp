@@ -1,5 +1,7 @@
 #include <VelBrx/FolderFiles.h>
 
+#include "store/io/FolderEntries.h"
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -33,15 +35,15 @@ Status findFiles(const std::string& folder, const std::set<std::string>& extensi
         std::error_code error;
         const fs::path real = fs::canonical(current, error);
         if (!error && !entered.insert(real).second) continue;
-        fs::directory_iterator entry;
-        if (!error) entry = fs::directory_iterator(current, error);
-        for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        const auto add = [&](const std::string& name, int type) {
+            const fs::path path = current / name;
             std::error_code unknown; // of a link that leads nowhere
-            if (entry->is_directory(unknown))
-                waiting.push_back(entry->path());
-            else if (extensions.count(lowerCaseExtension(entry->path())) != 0)
-                files.push_back(entry->path());
-        }
+            if (type == DT_DIR || (type != DT_REG && fs::is_directory(path, unknown)))
+                waiting.push_back(path);
+            else if (extensions.count(lowerCaseExtension(path)) != 0)
+                files.push_back(path);
+        };
+        if (!error) error.assign(visitEntries(current, add), std::generic_category());
         if (error) return Status::failure(current.string() + ": cannot be listed: " + error.message());
     }
     std::sort(files.begin(), files.end());

@@ -1,5 +1,7 @@
 #include "store/io/OutputFile.h"
 
+#include "store/io/FolderEntries.h"
+
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
@@ -92,10 +94,10 @@ Status OutputFile::checkSpace(const std::string& path, uint64_t size)
 void OutputFile::removeLeftovers(const std::string& path)
 {
     const std::string stem = fs::path(path).filename();
-    std::error_code error;
-    for (fs::directory_iterator entry(folderOf(path), error), end; !error && entry != end;
-         entry.increment(error))
-        if (isTemporaryOf(entry->path().filename(), stem)) removeUnlocked(entry->path());
+    const std::string folder = folderOf(path);
+    (void)visitEntries(folder, [&](const std::string& name, int) { // what is not seen stays for the next
+        if (isTemporaryOf(name, stem)) removeUnlocked(folder + "/" + name);
+    });
 }
 
 Status OutputFile::create(const std::string& path, bool overwrite, uint64_t size)
@@ -127,6 +129,7 @@ Status OutputFile::commit()
     // It stays locked until it has its name: what is not locked is a leftover to others.
     if (_file.descriptor() >= 0)
         if (Status status = _file.sync(); !status) return status;
+    const std::string folder = folderOf(_path); // nothing may be thrown once the file has its name
     // A file that appeared meanwhile is not replaced where the system can prevent it.
     int result = _overwrite
                      ? rename(_temporaryPath.c_str(), _path.c_str())
@@ -137,7 +140,7 @@ Status OutputFile::commit()
     }
     if (result != 0) return systemFailure(_path + ": cannot be given its name", errno);
     _temporaryPath.clear();
-    syncFolder(folderOf(_path));
+    syncFolder(folder);
     return _file.close();
 }
 

@@ -40,12 +40,22 @@ OpenJournals& openJournals()
     return *all;
 }
 
-/// A journal ends under the mutex, so that whoever opens the next one finds the file free.
-void endJournal(EditJournal* journal)
+/// What the users of a journal share. A journal ends under the mutex, so that whoever opens the next one
+/// finds the file free.
+struct SharedJournal
 {
-    const VelThreads::Lock guard(openJournals().mutex);
-    delete journal;
-}
+    std::unique_ptr<EditJournal> journal;
+
+    SharedJournal() = default;
+    ~SharedJournal()
+    {
+        if (!journal) return;
+        const VelThreads::Lock guard(openJournals().mutex);
+        journal.reset();
+    }
+    SharedJournal(const SharedJournal&) = delete;
+    SharedJournal& operator=(const SharedJournal&) = delete;
+};
 
 std::string authorOf(const std::string& given)
 {
@@ -88,6 +98,7 @@ Status EditJournal::open(const JournalledStore& store, std::shared_ptr<EditJourn
     if (!store.file || (!isTemporary && !store.file->isWritable()))
         return Status::failure(store.path + ": cannot be written; make it writable to edit it");
     journal.reset(); // not under the mutex, which the end of a journal takes
+    const auto shared = std::make_shared<SharedJournal>(); // nothing may be thrown once there is a journal
     OpenJournals& all = openJournals();
     const VelThreads::Lock guard(all.mutex);
     std::weak_ptr<EditJournal>& known = all.byFile[{store.file->identity(), store.place}];
@@ -96,7 +107,8 @@ Status EditJournal::open(const JournalledStore& store, std::shared_ptr<EditJourn
     std::unique_ptr<EditJournal> opened(new EditJournal(store));
     if (Status status = opened->start(); !status) return status;
     opened->_isStarted = true;
-    journal = std::shared_ptr<EditJournal>(opened.release(), endJournal);
+    shared->journal = std::move(opened);
+    journal = std::shared_ptr<EditJournal>(shared, shared->journal.get());
     known = journal;
     return {};
 }
@@ -117,7 +129,11 @@ EditJournal::EditJournal(const JournalledStore& store)
 
 EditJournal::~EditJournal()
 {
-    if (_isStarted) (void)checkpoint(); // what could not be done is finished by the next who opens the store
+    if (!_isStarted) return;
+    try {
+        (void)checkpoint();
+    } catch (const std::bad_alloc&) { // what could not be done is finished by the next who opens the store
+    }
 }
 
 Status EditJournal::start()
@@ -295,8 +311,9 @@ Status EditJournal::step(uint64_t change, bool forward, const EditDescription& b
     head.time = by.time;
     if (Status status = _journal->write(head, authorOf(by.author), by.operation); !status) return status;
     _unmarkedBytes += kEntryCost;
+    _interrupted = change;
     const Status status = play(change, forward, inStore, visit, points);
-    _interrupted = status ? 0 : change;
+    if (status) _interrupted = 0;
     return status;
 }
 

@@ -120,14 +120,16 @@ Status JournalChain::check(const EntryHead& head) const
 Status JournalChain::add(const EntryHead& head)
 {
     if (Status status = check(head); !status) return status;
-    if (head.kind == Kind::CHANGE) _state = head.number;
-    if (head.kind == Kind::UNDO) _state = entry(head.other).other;
-    if (head.kind == Kind::REDO) _state = head.other;
-    if (head.kind == Kind::SAVE) _savedState = _state;
+    uint64_t state = _state;
+    if (head.kind == Kind::CHANGE) state = head.number;
+    if (head.kind == Kind::UNDO) state = entry(head.other).other;
+    if (head.kind == Kind::REDO) state = head.other;
     if (head.kind == Kind::MARK)
         _marked = lastNumber();
-    else
-        _entries.push_back({_end, head.other, _state, head.kind, head.field, head.mask, head.deferred});
+    else // may throw, and changes nothing then
+        _entries.push_back({_end, head.other, state, head.kind, head.field, head.mask, head.deferred});
+    _state = state;
+    if (head.kind == Kind::SAVE) _savedState = _state;
     _end += head.size();
     return {};
 }

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -195,6 +196,17 @@ void JournalFile::cancel()
     if (!status && _usable) _usable = status;
 }
 
+/// Takes the entry, which is on the disk, into the chain; an entry that nobody knows of may not stay there.
+Status JournalFile::addToChain()
+{
+    try {
+        return _chain.add(_head).of(_path);
+    } catch (const std::bad_alloc&) {
+        cancel();
+        throw;
+    }
+}
+
 Status JournalFile::finish(uint64_t points)
 {
     _head.points = points;
@@ -203,7 +215,7 @@ Status JournalFile::finish(uint64_t points)
     Status status = _file.cut(start + _head.size()); // the zeros behind it
     if (status) status = _file.write(start, bytes.data(), bytes.size());
     if (status) status = sync();
-    if (status) status = _chain.add(_head).of(_path);
+    if (status) status = addToChain();
     if (status)
         _size = _chain.end();
     else

@@ -78,6 +78,7 @@ private:
     Status lock() const;
     Status checkNamed() const;
     Status sync();
+    Status addToChain();
     bool hasHeadBehind(uint64_t position) const;
 
     const JournalPlace _place;

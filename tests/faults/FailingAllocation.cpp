@@ -1,0 +1,45 @@
+#include "tests/faults/FailingAllocation.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
+std::atomic<int64_t> left{kNever}; ///< allocations until the one that fails
+
+} // namespace
+
+FailingAllocation::FailingAllocation(int64_t succeeding)
+{
+    left = succeeding;
+}
+
+FailingAllocation::~FailingAllocation()
+{
+    left = kNever;
+}
+
+bool FailingAllocation::hasFailed() const
+{
+    return left < 0;
+}
+
+void* operator new(size_t size)
+{
+    if (left-- == 0) throw std::bad_alloc();
+    if (void* const memory = std::malloc(size ? size : 1)) return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, size_t) noexcept
+{
+    std::free(memory);
+}
