@@ -1,10 +1,9 @@
 // Journals of edits as an enemy would write them: whatever they hold, reading, checking, forgetting, recovery
-// and undo end, and a store keeps all bytes but hidden bits and classes. Built with clang's fuzzer:
-// script/fuzz.
+// and undo end, and a store keeps all bytes but hidden bits and classes.
 
+#include "tests/fuzz/FuzzFile.h"
 #include "tests/support/JournalBytes.h"
 #include "tests/support/ReadFile.h"
-#include "tests/support/TempFolder.h"
 #include "tests/support/TestLas.h"
 
 #include <VelBrx/Builder.h>
@@ -12,8 +11,6 @@
 #include <VelBrx/EditJournal.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 #include <fcntl.h>
@@ -27,13 +24,6 @@ extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t largest);
 namespace {
 
 constexpr uint64_t kPoints = 300;
-
-void expect(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 std::string makeStore(const TempFolder& folder)
 {

@@ -1,12 +1,12 @@
-// Texts as an enemy would write them, in all files of JSON that programs read: polygons, selections, class
-// tables, settings, scripts. The first byte says which.
+// Texts as an enemy would write them, in the files of JSON that programs read but scripts, and as options of
+// the plugin: polygons, selections, class tables, settings. The first byte says which.
 
+#include "plugin/PluginOptions.h"
 #include "terminal/ClassesFile.h"
 #include "tests/fuzz/FuzzFile.h"
 #include "tools/Command.h"
 #include "tools/GeoJson.h"
 #include "viewer/camera/SavedViews.h"
-#include "viewer/script/Script.h"
 #include "viewer/settings/Settings.h"
 
 #include <VelOsgDBBrx/PointSelection.h>
@@ -57,13 +57,12 @@ void readAsSettings(const std::string& path)
     expect(!views.all().empty(), "a view is lost");
 }
 
-void readAsScript(const std::string& path)
+void readAsPluginOptions(const std::string& text)
 {
-    Options options;
-    options.headless.emplace();
-    options.headless->script = path;
-    script::Script script;
-    (void)reported(script::read(options, script));
+    PluginOptions options;
+    if (!reported(readPluginOptions(text, options))) return;
+    expect(options.pointSize >= 0 && options.pointSize <= 64, "points of another size");
+    expect(!options.normals || !options.normals->empty(), "a file of normals without a name");
 }
 
 } // namespace
@@ -87,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         readAsSettings(path);
         break;
     default:
-        readAsScript(path);
+        readAsPluginOptions(std::string(data + 1, data + size));
         break;
     }
     return 0;
