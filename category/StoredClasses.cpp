@@ -24,6 +24,8 @@ namespace {
 using Cell = UnwrittenClasses::Cell;
 using JournalPtr = std::shared_ptr<VelBrx::EditJournal>;
 
+constexpr char kUnreadable[] = "cannot be read in places; restore it and save the classes again";
+
 ClassesPtr shared(std::vector<uint8_t> classes)
 {
     return std::make_shared<const std::vector<uint8_t>>(std::move(classes));
@@ -81,7 +83,7 @@ public:
 private:
     Status open(const std::string& path);
     Status saveJournals(const std::string& author, uint64_t& replaced);
-    bool write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced);
+    Status write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced);
     void settle(const Cell& cell, uint64_t replaced);
     Status failure(const std::string& what) const { return Status::failure(_path + ": " + what); }
 
@@ -133,39 +135,46 @@ Status StoreToWrite::check()
     return {};
 }
 
-/// Writes the classes of a cell that differ from its records. False when the file takes no more bytes.
-bool StoreToWrite::write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced)
+/// Writes the classes of a cell that differ from its records.
+Status StoreToWrite::write(VelBrx::FileWriter& writer, const Cell& cell, uint64_t& replaced)
 {
-    bool written = true;
+    Status status;
     std::vector<uint32_t> places;
     forEachRun(*_file, cell.place->pointDataStart, cell.place->segments,
                [&](uint8_t* records, int64_t count, uint32_t first) {
                    const uint8_t* current = cell.current->data() + first;
                    places.clear();
-                   replaced += findChanges(cell.written->data() + first, current, records, count, places);
+                   const uint64_t others =
+                       findChanges(cell.written->data() + first, current, records, count, places);
+                   const bool isTouched = others > 0 || !places.empty();
+                   if (status && isTouched && !VelBrx::wasRead(records, count * kRecordSize))
+                       status = failure(kUnreadable);
+                   if (!status) return;
+                   replaced += others;
                    const auto newClass = [&](size_t i, uint8_t) { return current[places[i]]; };
-                   written = written && writer.set(records, kRecordSize, kClassByte, places.data(),
-                                                   places.size(), newClass) == places.size();
+                   if (writer.set(records, kRecordSize, kClassByte, places.data(), places.size(), newClass) !=
+                       places.size())
+                       status = failure(writer.problem());
                });
-    return written;
+    return status;
 }
 
 /// Forgets a cell that is on the disk. What somebody else wrote is what its next save begins with.
 void StoreToWrite::settle(const Cell& cell, uint64_t replaced)
 {
     if (replaced == 0) return UnwrittenClasses::instance().forget(cell.place->identifier);
-    std::vector<uint8_t> inStore = readClasses(*_file, *cell.place);
+    std::vector<uint8_t> inStore;
+    if (!readClasses(*_file, *cell.place, inStore)) return;
     std::vector<uint8_t> wanted = *cell.current;
     for (size_t i = 0; i < wanted.size(); ++i)
         if ((*cell.written)[i] == wanted[i]) wanted[i] = inStore[i]; // nobody here has edited this point
     UnwrittenClasses::instance().set({cell.place, shared(std::move(inStore)), shared(std::move(wanted))});
 }
 
-/// What the journal is to save of a cell: points that somebody else has given another class keep that.
-/// `replaced` grows by them.
-EditedCell withoutReplaced(VelBrx::File& file, const Cell& cell, uint64_t& replaced)
+/// What the journal is to save of a cell, whose classes in the store are `inStore`: points that somebody else
+/// has given another class keep that. `replaced` grows by them.
+EditedCell withoutReplaced(const std::vector<uint8_t>& inStore, const Cell& cell, uint64_t& replaced)
 {
-    const std::vector<uint8_t> inStore = readClasses(file, *cell.place);
     const std::vector<uint8_t>& written = *cell.written;
     const std::vector<uint8_t>& current = *cell.current;
     if (countDifferent(inStore, written) == 0) return {cell.place, cell.current, cell.current};
@@ -185,13 +194,16 @@ Status StoreToWrite::saveJournals(const std::string& author, uint64_t& replaced)
     std::set<JournalPtr> journals;
     std::map<JournalPtr, std::vector<EditedCell>> kept;
     std::vector<Cell> others;
+    std::vector<uint8_t> inStore;
     for (const Cell& cell : _cells) {
         const JournalPtr& journal = cell.place->journal;
-        if (journal)
-            journals.insert(journal);
-        else
+        if (!journal) {
             others.push_back(cell);
-        EditedCell saved = journal ? withoutReplaced(*_file, cell, replaced) : EditedCell();
+            continue;
+        }
+        journals.insert(journal);
+        if (!readClasses(*_file, *cell.place, inStore)) return failure(kUnreadable);
+        EditedCell saved = withoutReplaced(inStore, cell, replaced);
         if (saved.before != saved.after) kept[journal].push_back(std::move(saved));
     }
     if (journals.empty()) return {};
@@ -216,7 +228,8 @@ Status StoreToWrite::saveJournals(const std::string& author, uint64_t& replaced)
             return status;
     }
     for (Cell& cell : others) {
-        cell.written = shared(readClasses(*_file, *cell.place)); // the journal may have saved some of it
+        if (!readClasses(*_file, *cell.place, inStore)) return failure(kUnreadable);
+        cell.written = shared(inStore); // the journal may have saved some of it
         UnwrittenClasses::instance().set(cell);
     }
     _cells = std::move(others);
@@ -234,7 +247,7 @@ Status StoreToWrite::write()
     VelBrx::FileWriter writer(*_file);
     std::vector<uint64_t> replaced(_cells.size());
     for (size_t i = 0; i < _cells.size(); ++i)
-        if (!write(writer, _cells[i], replaced[i])) return failure(writer.problem());
+        if (Status status = write(writer, _cells[i], replaced[i]); !status) return status;
     if (!_file->sync()) return failure("the disk reported an error; save the classes again");
     for (size_t i = 0; i < _cells.size(); ++i)
         settle(_cells[i], replaced[i]);

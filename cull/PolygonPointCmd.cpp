@@ -18,6 +18,7 @@
 #include <VelOsgUtils/ThreadCount.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace VelOsgDBBrx {
 
@@ -46,6 +47,14 @@ private:
     const std::vector<CellData*> _cells;
     const RecordScreenTest _test;
 };
+
+/// No mask shows a polygon with another vertex: it is empty, and everything would be outside.
+bool isFinite(const std::vector<osg::Vec2d>& polygon)
+{
+    return std::all_of(polygon.begin(), polygon.end(), [](const osg::Vec2d& vertex) {
+        return std::isfinite(vertex.x()) && std::isfinite(vertex.y());
+    });
+}
 
 /// Gives the listed places of a run their mark; returns how many have it.
 template <class Place>
@@ -218,8 +227,8 @@ CmdResult PolygonPointCmd::editStores(CullCmdManager* manager)
     CmdResult result;
     const bool outside = _type == Type::OUTSIDE;
     const ScreenMask mask(manager->acquirePixelBufferTool(), _polygon, _width, _height);
-    result.maskMissing = !mask.isValid();
-    if (!mask.isValid() || _vpw.isNaN() || (outside && _polygon.size() < 3)) return result;
+    result.maskMissing = !mask.isValid() || !isFinite(_polygon);
+    if (result.maskMissing || _vpw.isNaN() || (outside && _polygon.size() < 3)) return result;
 
     for (const osg::observer_ptr<OctreeInfo>& observed : _octreeInfos) {
         osg::ref_ptr<OctreeInfo> octree;

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 using VelBrx::EditRuns;
 using VelBrx::Status;
@@ -28,14 +29,13 @@ void gatherClasses(const uint8_t* records, int64_t count, uint8_t* classes)
         classes[i] = records[i * kRecordSize + kClassByte];
 }
 
-std::vector<uint8_t> readClasses(VelBrx::File& file, const CellPlace& place)
+bool readClasses(VelBrx::File& file, const CellPlace& place, std::vector<uint8_t>& classes)
 {
-    std::vector<uint8_t> classes(place.pointCount);
-    forEachRun(file, place.pointDataStart, place.segments,
-               [&](const uint8_t* records, int64_t count, uint32_t first) {
-                   gatherClasses(records, count, classes.data() + first);
-               });
-    return classes;
+    classes.assign(place.pointCount, 0);
+    return forEachRun(file, place.pointDataStart, place.segments,
+                      [&](const uint8_t* records, int64_t count, uint32_t first) {
+                          gatherClasses(records, count, classes.data() + first);
+                      });
 }
 
 osg::ref_ptr<OctreeInfo> openOctree(const CellPlace& place)
@@ -54,8 +54,9 @@ UnwrittenClasses::Cell currentCell(const CellPlacePtr& place)
 
     cell.place = place;
     if (!place->file) return cell;
-    cell.written = cell.current =
-        std::make_shared<const std::vector<uint8_t>>(readClasses(*place->file, *place));
+    std::vector<uint8_t> classes;
+    readClasses(*place->file, *place, classes);
+    cell.written = cell.current = std::make_shared<const std::vector<uint8_t>>(std::move(classes));
     return cell;
 }
 

@@ -22,8 +22,8 @@ VelThreads::Mutex& classEditMutex();
 /// Copies the class bytes of consecutive records.
 void gatherClasses(const uint8_t* records, int64_t count, uint8_t* classes);
 
-/// The classes in the records of a cell; 0 for those that cannot be mapped.
-std::vector<uint8_t> readClasses(VelBrx::File& file, const CellPlace& place);
+/// The classes in the records of a cell. False where some of these could not be read: their classes are 0.
+bool readClasses(VelBrx::File& file, const CellPlace& place, std::vector<uint8_t>& classes);
 
 /// The open octree that the cell belongs to; where that was closed, another one of the same file. Null when
 /// the file is not open.

@@ -12,7 +12,6 @@
 #include <osgDB/OutputStream>
 #include <osgDB/Serializer>
 
-#include <algorithm>
 #include <filesystem>
 #include <limits>
 
@@ -86,7 +85,6 @@ std::string find(const std::string& path, const osgDB::Options* options)
 
 bool readStore(osgDB::InputStream& is, PointCloudImpl& cloud)
 {
-    constexpr unsigned kMostPlanes = 1024;
     std::string path, normals;
     bool eyeDomeLighting = false;
     unsigned planeCount = 0;
@@ -96,9 +94,11 @@ bool readStore(osgDB::InputStream& is, PointCloudImpl& cloud)
     is.readWrappedString(normals);
     is >> is.PROPERTY("EyeDomeLighting") >> eyeDomeLighting;
     is >> is.PROPERTY("Planes") >> planeCount;
-    std::vector<osg::Vec4d> planes(std::min(planeCount, kMostPlanes));
-    for (osg::Vec4d& plane : planes)
-        is >> plane;
+    std::vector<osg::Vec4d> planes; // grows with what is there: the count may be a damaged one
+    for (unsigned i = 0; i < planeCount && !is.getException(); ++i) {
+        planes.emplace_back();
+        is >> planes.back();
+    }
     is >> is.END_BRACKET;
     if (is.getException()) return false;
 

@@ -33,7 +33,7 @@ enum class Type
 ///
 /// A point lies inside when it is in front of the camera and the mask that the manager's `PixelBufferTool`
 /// makes of the polygon is set at column trunc(x), row trunc(height - y) of the point's window position
-/// (x, y). Without a mask nothing changes (`CmdResult::maskMissing`).
+/// (x, y). Without a mask, or with a vertex that is not finite, nothing changes (`CmdResult::maskMissing`).
 ///
 /// Hidden bits are kept in the store's point records, so that they outlast paging and the program, and in the
 /// vertex attribute of loaded cells. The store's file is locked while the command works, cells that are not

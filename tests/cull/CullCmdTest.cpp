@@ -425,6 +425,10 @@ TEST_F(CullCmdTest, ReportsAMissingOrUselessMask)
         EXPECT_TRUE(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen, Type::OUTSIDE)).maskMissing);
     }
     manager->setPixelBufferTool(new ExactMaskTool);
+    Polygon nowhere = kArrow;
+    nowhere[1].y() = std::numeric_limits<double>::quiet_NaN();
+    for (const Type type : {Type::INSIDE, Type::OUTSIDE})
+        EXPECT_TRUE(run(polygonCmd<CullCmd>(store.octree(), nowhere, screen, type)).maskMissing);
     screen.width = 0;
     EXPECT_TRUE(run(polygonCmd<CullCmd>(store.octree(), kArrow, screen)).maskMissing);
     EXPECT_TRUE(sameBytes(records(), before));

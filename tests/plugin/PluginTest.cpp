@@ -11,9 +11,11 @@
 #include <osgDB/WriteFile>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <thread>
 
 // This program links nothing of the point cloud libraries: it is the host that knows nothing of them.
@@ -92,6 +94,19 @@ osg::ref_ptr<osg::Image> pictureOf(osg::Node& node)
     host.show(&node);
     drawOnDemand(host);
     return host.picture();
+}
+
+std::string textOf(const std::string& file)
+{
+    std::ifstream stream(file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string withoutSpaces(std::string text)
+{
+    text.erase(std::remove_if(text.begin(), text.end(), [](unsigned char c) { return std::isspace(c); }),
+               text.end());
+    return text;
 }
 
 class PluginInThreadingModel : public Plugin,
@@ -193,6 +208,22 @@ TEST_F(Plugin, SceneFilesKeepThePlaceOfACloudInFull)
         EXPECT_LT((read.getScale() - place.getScale()).length(), 1e-14);
         EXPECT_LT((again->getBound().center() - scene->getBound().center()).length(), 1e-6);
     }
+}
+
+TEST_F(Plugin, SceneFilesKeepEveryPlane)
+{
+    const std::string first = _folder.file("scene.osgt"), binary = _folder.file("scene.osgb");
+    const std::string last = _folder.file("again.osgt"), none = "Planes 0";
+    ASSERT_TRUE(osgDB::writeNodeFile(*osgDB::readRefNodeFile(_store), first));
+    std::string planes = "Planes 1500\n";
+    for (int i = 0; i < 1500; ++i)
+        planes += "0 0 -1 " + std::to_string(5000000 + i) + ".1875 \n";
+    std::string text = textOf(first);
+    ASSERT_NE(text.find(none), std::string::npos);
+    std::ofstream(first) << text.replace(text.find(none), none.size() + 1, planes);
+    ASSERT_TRUE(osgDB::writeNodeFile(*osgDB::readRefNodeFile(first), binary));
+    ASSERT_TRUE(osgDB::writeNodeFile(*osgDB::readRefNodeFile(binary), last));
+    EXPECT_EQ(withoutSpaces(textOf(last)), withoutSpaces(text));
 }
 
 TEST_F(Plugin, AClonedSceneShowsTheCloud)
