@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VelBrx/Export.h>
+#include <VelBrx/GroundSpread.h>
 #include <VelBrx/ProjectionRecords.h>
 #include <VelBrx/Status.h>
 #include <VelBrx/StoreStatistics.h>
@@ -30,8 +31,9 @@ struct IndexedStore
     };
 
     std::string name; ///< its path from the folder
-    Stamp file;       ///< all 0 where file or journal had been changed so shortly before that their times may
-                      ///< not tell a later change: it is read again
+    Stamp file;       ///< all 0 where the store is to be read again: file or journal had been changed so
+                      ///< shortly before that their times may not tell a later change, or an older index
+                      ///< does not have all of this
     Stamp journal;
 
     uint64_t bytes = 0; ///< of the store's file
@@ -42,6 +44,7 @@ struct IndexedStore
     std::array<double, 3> offset{};
     size_t system = 0;          ///< index of `FolderIndex::systems`
     StoreStatistics statistics; ///< as built
+    GroundBox bulk;             ///< where nearly all of its points are
     uint64_t edits = 0;         ///< entries of the journal
     uint64_t unsavedEdits = 0;
 };
@@ -68,9 +71,9 @@ VEL_BRX_EXPORT std::string folderIndexPath(const std::string& folder);
 
 /// Reads what the stores of a folder are. What is known of them, by `index` as it was read before or, where
 /// that is empty, by the folder's index file, is taken from there as far as size and time of the files are
-/// those of then; other stores are opened, none of their points is read. So the result is that of the files,
-/// with an index or without. Fails, and leaves `index` as it is, where the folder cannot be listed. Writes
-/// nothing. Any thread may call it.
+/// those of then; other stores are opened, and the points of their coarse cells read. So the result is that
+/// of the files, with an index or without. Fails, and leaves `index` as it is, where the folder cannot be
+/// listed. Writes nothing. Any thread may call it.
 VEL_BRX_EXPORT Status readFolder(const std::string& folder, FolderIndex& index, FolderReport& report);
 
 /// Writes the folder's index file, in one piece: who reads it has the old one or the new one. Any number of

@@ -1,5 +1,6 @@
 #include <VelBrx/FolderIndex.h>
 
+#include "store/StoreHead.h"
 #include "store/folder/IndexFile.h"
 #include "store/io/FileReader.h"
 #include "store/io/OutputFile.h"
@@ -7,7 +8,7 @@
 
 #include <VelBrx/EditHistory.h>
 #include <VelBrx/FolderFiles.h>
-#include <VelBrx/StoreInfo.h>
+#include <VelBrx/PointRecord.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -59,6 +60,31 @@ struct ReadStore
     ProjectionRecords system;
 };
 
+/// Where the store has nearly all of its points. What cannot be read of them is left out.
+GroundBox findBulk(const FileReader& file, const BrxHeader& header, const StoreIndex& index)
+{
+    constexpr int64_t kSize = PointRecord::kPointSize;
+    constexpr int64_t kBlock = 1 << 16; ///< points
+    GroundSpread spread;
+    std::vector<uint8_t> records;
+    int64_t points = 0;
+    unsigned level = 0;
+    for (const IndexCell& cell : index.cells) {
+        if (cell.level > level && points >= GroundSpread::kEnough) break;
+        level = cell.level;
+        for (const Segment& run : cell.segments) {
+            for (int64_t first = 0; first < run.count; first += kBlock) {
+                const int64_t count = std::min(kBlock, run.count - first);
+                records.resize(static_cast<size_t>(count * kSize));
+                const int64_t start = header.pointDataStart + (run.first + first) * kSize;
+                if (file.read(start, records.data(), records.size())) spread.add(records.data(), count);
+            }
+            points += run.count;
+        }
+    }
+    return spread.bulk(header);
+}
+
 ReadStore readOne(const std::string& path, const std::string& name, int64_t now)
 {
     ReadStore read;
@@ -72,21 +98,25 @@ ReadStore readOne(const std::string& path, const std::string& name, int64_t now)
         store.journal = journal;
     }
     store.bytes = file.bytes;
-    StoreInfo info;
+    FileReader reader;
+    StoreHead head;
+    StoreIndex index;
     EditHistory history;
-    read.status = readStoreInfo(path, info);
+    read.status = readStore(path, reader, head, index).of(path);
     if (read.status) read.status = readEditHistory(path, history);
     if (!read.status) return read;
-    store.points = info.header.pointCount;
-    std::copy_n(info.header.min, 3, store.min.begin());
-    std::copy_n(info.header.max, 3, store.max.begin());
-    std::copy_n(info.header.scale, 3, store.scale.begin());
-    std::copy_n(info.header.offset, 3, store.offset.begin());
-    store.statistics = std::move(info.statistics);
+    const BrxHeader& header = head.header;
+    store.points = header.pointCount;
+    std::copy_n(header.min, 3, store.min.begin());
+    std::copy_n(header.max, 3, store.max.begin());
+    std::copy_n(header.scale, 3, store.scale.begin());
+    std::copy_n(header.offset, 3, store.offset.begin());
+    store.bulk = findBulk(reader, header, index);
+    store.statistics = std::move(index.statistics);
     store.edits = history.entries.size();
     for (const EditEntry& entry : history.entries)
         store.unsavedEdits += entry.isUnsaved;
-    read.system = std::move(info.header.projection);
+    read.system = std::move(head.header.projection);
     return read;
 }
 

@@ -73,6 +73,17 @@ StoreStatistics statisticsOf(const json& value)
     return statistics;
 }
 
+json boxJson(const GroundBox& box)
+{
+    return {box.min[0], box.min[1], box.max[0], box.max[1]};
+}
+
+GroundBox boxOf(const json& value)
+{
+    const auto numbers = value.get<std::array<double, 4>>();
+    return {{numbers[0], numbers[1]}, {numbers[2], numbers[3]}};
+}
+
 json stampJson(const IndexedStore::Stamp& stamp)
 {
     return {stamp.bytes, stamp.modified};
@@ -96,6 +107,7 @@ json storeJson(const IndexedStore& store)
             {"offset", store.offset},
             {"system", store.system},
             {"statistics", statisticsJson(store.statistics)},
+            {"bulk", boxJson(store.bulk)},
             {"edits", store.edits},
             {"unsavedEdits", store.unsavedEdits}};
 }
@@ -114,6 +126,10 @@ IndexedStore storeOf(const json& value)
     value.at("offset").get_to(store.offset);
     value.at("system").get_to(store.system);
     store.statistics = statisticsOf(value.at("statistics"));
+    if (value.contains("bulk"))
+        store.bulk = boxOf(value.at("bulk"));
+    else
+        store.file = {}; // written before it was kept
     value.at("edits").get_to(store.edits);
     value.at("unsavedEdits").get_to(store.unsavedEdits);
     return store;

@@ -1,3 +1,4 @@
+#include "store/io/Crc32c.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestStore.h"
 
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -91,6 +93,8 @@ TEST_F(FolderIndexTest, KnowsWhatTheStoresAreWithoutOpeningThem)
         EXPECT_EQ(b.statistics.pointsByClass, info.statistics.pointsByClass);
         EXPECT_EQ(b.statistics.pointsByReturn, info.statistics.pointsByReturn);
         EXPECT_EQ(b.statistics.pointSources, info.statistics.pointSources);
+        EXPECT_EQ(b.bulk.min, (std::array<double, 2>{info.header.min[0], info.header.min[1]}));
+        EXPECT_EQ(b.bulk.max, (std::array<double, 2>{info.header.max[0], info.header.max[1]}));
         EXPECT_EQ(b.statistics.elevation.low, info.statistics.elevation.low);
         EXPECT_EQ(b.statistics.gpsTime.max, info.statistics.gpsTime.max);
     }
@@ -157,6 +161,26 @@ TEST_F(FolderIndexTest, AFileThatIsNoneIsNotUsed)
     EXPECT_NE(remarkOf(newer).find("version 9"), std::string::npos);
     EXPECT_NE(remarkOf("").find("no index"), std::string::npos);
     EXPECT_NE(remarkOf("brx").find("no index"), std::string::npos);
+}
+
+TEST_F(FolderIndexTest, OneThatLacksWhatOlderProgramsDidNotKeepIsCompletedFromTheStores)
+{
+    renew();
+    const std::string file = folderIndexPath(root);
+    std::ifstream stream(file, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(stream), {}};
+    for (size_t at = bytes.find("bulk"); at != std::string::npos; at = bytes.find("bulk", at))
+        bytes.replace(at, 4, "none");
+    const uint32_t checksum = crc32c(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size() - 4);
+    std::memcpy(&bytes[bytes.size() - 4], &checksum, sizeof checksum);
+    std::ofstream(file, std::ios::binary) << bytes;
+    const FolderIndex completed = read();
+    EXPECT_EQ(report.remark, "");
+    EXPECT_EQ(report.opened, 3u);
+    EXPECT_GT(completed.stores.at(0).bulk.max[0], completed.stores.at(0).bulk.min[0]);
+    renew();
+    read();
+    EXPECT_EQ(report.opened, 0u);
 }
 
 TEST_F(FolderIndexTest, SeveralWriteItAtOnce)

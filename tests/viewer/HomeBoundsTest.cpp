@@ -4,13 +4,32 @@
 #include "tests/support/TestLas.h"
 #include "viewer/scene/Scene.h"
 
+#include <VelBrx/FolderIndex.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <fstream>
 
 namespace {
 
 constexpr int kSide = 60; ///< points along a side of the tile, a metre apart
+
+/// A store that was built an hour ago, as the index of its folder has it.
+std::vector<WaitingStore> indexed(const TempFolder& folder, const std::string& store)
+{
+    namespace fs = std::filesystem;
+    fs::last_write_time(store, fs::file_time_type::clock::now() - std::chrono::hours(1));
+    VelBrx::FolderIndex index;
+    VelBrx::FolderReport report;
+    EXPECT_TRUE(VelBrx::readFolder(folder.path(), index, report));
+    EXPECT_TRUE(VelBrx::writeFolderIndex(folder.path(), index));
+    std::vector<WaitingStore> stores;
+    std::vector<std::string> notes;
+    std::vector<std::string> problems;
+    EXPECT_TRUE(readIndexedStores(folder.path(), stores, notes, problems));
+    return stores;
+}
 
 /// A tile with a tower in its middle, and `more` points (in steps of a centimetre) elsewhere.
 void expectHome(const std::vector<osg::Vec3i>& more, const osg::BoundingBoxd& expected)
@@ -30,6 +49,11 @@ void expectHome(const std::vector<osg::Vec3i>& more, const osg::BoundingBoxd& ex
     Scene scene;
     ASSERT_TRUE(scene.load({folder.file("tile.brx")}, Options()));
     const osg::BoundingBoxd& home = scene.boundsFor(CameraView());
+    Scene waiting;
+    ASSERT_TRUE(waiting.load({}, indexed(folder, folder.file("tile.brx")), Options()));
+    ASSERT_EQ(waiting.waiting().size(), 1u);
+    EXPECT_EQ(waiting.boundsFor(CameraView())._min, home._min) << "before the store is open";
+    EXPECT_EQ(waiting.boundsFor(CameraView())._max, home._max);
     CameraView everything;
     everything.kind = CameraView::ALL;
     osg::BoundingBoxd all(0, 0, 100, kSide - 1, kSide - 1, 114);

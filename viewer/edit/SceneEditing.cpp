@@ -1,6 +1,5 @@
 #include "viewer/edit/SceneEditing.h"
 
-#include "terminal/Text.h"
 #include "viewer/edit/ScreenLine.h"
 
 #include <VelOsgDBBrx/CullCmdManager.h>
@@ -28,11 +27,6 @@ const std::string kSelectedElsewhere =
 const std::string kSelectionAnew = "the selection of the other picture has ended; undo brings it back";
 constexpr int kNobodyWaits = 1; ///< barrier count
 constexpr double kPixel = 1;    ///< around an outline, whose points are as large
-
-std::string storesText(size_t count)
-{
-    return grouped(count) + (count == 1 ? " store is" : " stores are");
-}
 
 void fail(EditOutcome& outcome, const std::string& message)
 {
@@ -211,7 +205,7 @@ std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelect
 {
     if (std::string nothing = whyNothing(); !nothing.empty()) return nothing;
     if (const auto* said = std::get_if<PointSelection>(&place)) {
-        const std::string problem = tellWaiting();
+        const std::string problem = whyNotAll(_scene.waiting());
         if (!problem.empty()) return problem;
         selection = *said;
         const PointSelection picture = everythingDrawn();
@@ -224,7 +218,7 @@ std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelect
     selection.attributes = _scene.editLimits().attributes;
     if (const auto* outline = std::get_if<Outline>(&place)) {
         std::string problem = drawOnWindow(*outline, 3);
-        if (problem.empty()) problem = outside ? tellWaiting() : tellWaiting(_whole, kPixel);
+        if (problem.empty()) problem = outside ? whyNotAll(_scene.waiting()) : tellWaiting(_whole, kPixel);
         VelOsgDBBrx::ScreenPlace onScreen = _whole.place();
         if (problem.empty()) setFront(onScreen);
         selection.place = onScreen;
@@ -234,23 +228,11 @@ std::string SceneEditing::find(const EditPlace& place, bool outside, PointSelect
     return selection.selected.empty() ? kNothingSelected : "";
 }
 
-/// Why an edit of the whole survey would leave points out; empty where it would not.
-std::string SceneEditing::tellWaiting() const
-{
-    const size_t count = _scene.waiting().size();
-    return count == 0 ? ""
-                      : storesText(count) + " not open and would be left out: open all, by openAll or in the "
-                                            "panel, and try again";
-}
-
-/// The same of an edit under an outline, and so many pixels around it.
+/// Why an edit under an outline, and so many pixels around it, would leave points out; empty where it would
+/// not.
 std::string SceneEditing::tellWaiting(const Drawing& drawing, double margin) const
 {
-    const size_t count =
-        countIn({drawing.view.toClipOf(drawing.vertices, margin), _sight.planes}, _scene.waiting());
-    return count == 0
-               ? ""
-               : storesText(count) + " not open yet under this outline: try again when they are, or open all";
+    return whyNotIn({drawing.view.toClipOf(drawing.vertices, margin), _sight.planes}, _scene.waiting());
 }
 
 /// Limits a place to the front surface, where edits are.
@@ -409,7 +391,8 @@ bool SceneEditing::save()
 bool SceneEditing::reset()
 {
     if (isBusy()) return false;
-    if (const std::string problem = tellWaiting(); !problem.empty()) return refuse("reset", problem);
+    if (const std::string problem = whyNotAll(_scene.waiting()); !problem.empty())
+        return refuse("reset", problem);
     if (!_marks.isEmpty()) {
         const PictureMarks::State before = _marks.state();
         _marks.clear();

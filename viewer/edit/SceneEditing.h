@@ -225,7 +225,6 @@ private:
     VelOsgDBBrx::PointSelection everythingDrawn() const;
     void setFront(VelOsgDBBrx::ScreenPlace& place) const;
     std::string whyNothing() const;
-    std::string tellWaiting() const;
     std::string tellWaiting(const Drawing& drawing, double margin) const;
     std::string drawOnWindow(const Outline& outline, size_t fewest, double margin = 1);
     void addMarkStep(const std::string& name, const PictureMarks::State& before);

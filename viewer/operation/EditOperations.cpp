@@ -119,28 +119,17 @@ Begun limitAttributes(const Request& request, const Stage& stage)
     return {};
 }
 
-/// The newest edit may be in a store that is edited and not open yet. Empty where there is none such.
-std::string tellUnopenedHistory(const Scene& scene)
-{
-    const WaitingStores& waiting = scene.waiting();
-    const auto count = std::count_if(waiting.begin(), waiting.end(),
-                                     [](const auto& store) { return store.second.isEdited; });
-    return count == 0 ? ""
-                      : std::to_string(count) +
-                            " stores with edits are not open yet: try again when they are, or open all";
-}
-
 template <bool (SceneEditing::*operation)()>
 Begun moveInHistory(const Request&, const Stage& stage)
 {
-    const std::string problem = tellUnopenedHistory(stage.scene);
+    const std::string problem = whyNoHistory(stage.scene.waiting());
     if (!problem.empty()) return {Begun::REFUSED, problem};
     return started((stage.editing.*operation)());
 }
 
 Begun stepTo(const Request& request, const Stage& stage)
 {
-    const std::string problem = tellUnopenedHistory(stage.scene);
+    const std::string problem = whyNoHistory(stage.scene.waiting());
     if (!problem.empty()) return {Begun::REFUSED, problem};
     return started(stage.editing.stepTo(static_cast<size_t>(request.get<int>("step"))));
 }

@@ -2,56 +2,22 @@
 
 #include "viewer/scene/CoarsePoints.h"
 
-#include <VelBrx/PointRecord.h>
-
 #include <algorithm>
-#include <cstring>
-#include <vector>
 
-namespace {
-
-using Steps = std::vector<int32_t>;
-
-int32_t coordinateAt(const uint8_t* field)
+osg::BoundingBoxd bulkOf(const VelBrx::GroundBox& box, const VelBrx::AttributeRange& elevation)
 {
-    int32_t value;
-    std::memcpy(&value, field, sizeof value);
-    return value;
+    return {box.min[0], box.min[1], elevation.low, box.max[0], box.max[1], elevation.high};
 }
 
-/// The value that `count` of them, and itself, do not exceed.
-int32_t valueAfter(size_t count, Steps& steps)
+osg::BoundingBoxd bulkOfPoints(const VelOsgDBBrx::OpenedCloud& opened)
 {
-    const auto place = steps.begin() + static_cast<ptrdiff_t>(count);
-    std::nth_element(steps.begin(), place, steps.end());
-    return *place;
-}
-
-} // namespace
-
-osg::BoundingBoxd bulkOfPoints(const OctreeInfo& octree, const VelBrx::AttributeRange& elevation)
-{
-    constexpr int64_t kEnough = 10000; ///< points; whole levels are read, or parts of the ground would lack
-    constexpr size_t kPointsForOneOfNoise = 200; ///< on each side
-    Steps steps[2];
-    readCoarsePoints(octree, kEnough, [&](const uint8_t* record, int64_t count) {
-        for (int64_t i = 0; i < count; ++i, record += VelBrx::PointRecord::kPointSize) {
-            steps[0].push_back(coordinateAt(record + VelBrx::PointRecord::kX));
-            steps[1].push_back(coordinateAt(record + VelBrx::PointRecord::kY));
-        }
-        return true;
-    });
-    osg::Vec3d low = octree.min + octree.offset;
-    osg::Vec3d high = octree.max + octree.offset;
-    for (int axis = 0; axis < 2 && !steps[axis].empty(); ++axis) {
-        const size_t noise = steps[axis].size() / kPointsForOneOfNoise;
-        const double scale = octree.scale[axis];
-        low[axis] = valueAfter(noise, steps[axis]) * scale + octree.offset[axis];
-        high[axis] = valueAfter(steps[axis].size() - 1 - noise, steps[axis]) * scale + octree.offset[axis];
-    }
-    low.z() = elevation.low;
-    high.z() = elevation.high;
-    return {low, high};
+    VelBrx::GroundSpread spread;
+    readCoarsePoints(*opened.cloud->getOctree(), VelBrx::GroundSpread::kEnough,
+                     [&](const uint8_t* records, int64_t count) {
+                         spread.add(records, count);
+                         return true;
+                     });
+    return bulkOf(spread.bulk(opened.header), opened.statistics.elevation);
 }
 
 osg::BoundingBoxd boundsOfMost(const osg::BoundingBoxd& bounds, const osg::BoundingBoxd& bulk)

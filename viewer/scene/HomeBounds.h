@@ -1,15 +1,18 @@
 #pragma once
 
+#include <VelBrx/GroundSpread.h>
 #include <VelBrx/StoreStatistics.h>
-#include <VelOsgDBBrx/OctreeInfo.h>
+#include <VelOsgDBBrx/OpenCloud.h>
 
 #include <osg/BoundingBox>
 
 #include <vector>
 
-/// Where a store has nearly all of its points: across the ground by the points of its coarse cells, which lie
-/// spread over all of it and are read here, in height by `elevation`. World coordinates.
-osg::BoundingBoxd bulkOfPoints(const OctreeInfo& octree, const VelBrx::AttributeRange& elevation);
+/// The box of nearly all points of a store, of its parts across the ground and in height. World coordinates.
+osg::BoundingBoxd bulkOf(const VelBrx::GroundBox& box, const VelBrx::AttributeRange& elevation);
+
+/// The same of a store that is open, whose coarse cells are read here.
+osg::BoundingBoxd bulkOfPoints(const VelOsgDBBrx::OpenedCloud& opened);
 
 /// The part of a survey's bounds that is worth a place in its first view: without noise far off from the
 /// bulk of its points in any direction. World coordinates.

@@ -66,7 +66,7 @@ Status openStore(const std::string& path, const std::string& normals, OpenedStor
     opened.path = path;
     opened.bounds.set(header.min[0], header.min[1], header.min[2], header.max[0], header.max[1],
                       header.max[2]);
-    opened.bulk = bulkOfPoints(*cloud.cloud->getOctree(), cloud.statistics.elevation);
+    opened.bulk = bulkOfPoints(cloud);
     if (const Status known = CoordinateSystem::read(header.projection, opened.system); !known)
         note += (note.empty() ? "" : "; ") + path + ": " + known.message();
     opened.cloud = std::move(cloud);
@@ -269,20 +269,16 @@ std::vector<Scene::Part> Scene::parts(bool previewsToo) const
     std::vector<Part> parts;
     parts.reserve(_clouds.size() + _previews.size() + _waiting.size());
     const auto add = [&](const Cloud& cloud, bool isPreview) {
-        parts.push_back({&cloud.store, &cloud.bounds, cloud.bulk, &cloud.statistics, &cloud.system,
+        parts.push_back({&cloud.store, &cloud.bounds, &cloud.bulk, &cloud.statistics, &cloud.system,
                          cloud.points, cloud.order, isPreview});
     };
     for (const Cloud& cloud : _clouds)
         add(cloud, false);
     for (size_t i = 0; previewsToo && i < _previews.size(); ++i)
         add(_previews[i], true);
-    for (const auto& [path, store] : _waiting) {
-        osg::BoundingBoxd bulk = store.bounds; // as much as is known of it
-        bulk._min.z() = store.statistics.elevation.low;
-        bulk._max.z() = store.statistics.elevation.high;
-        parts.push_back(
-            {&path, &store.bounds, bulk, &store.statistics, &store.system, store.points, store.order, false});
-    }
+    for (const auto& [path, store] : _waiting)
+        parts.push_back({&path, &store.bounds, &store.bulk, &store.statistics, &store.system, store.points,
+                         store.order, false});
     std::sort(parts.begin(), parts.end(), [](const Part& a, const Part& b) { return a.order < b.order; });
     return parts;
 }
@@ -321,7 +317,7 @@ const osg::BoundingBoxd& Scene::boundsOfMostStores() const
     const std::vector<Part> all = parts(true);
     const std::vector<bool> isFramed = framed(all);
     for (size_t i = 0; i < all.size(); ++i)
-        if (isFramed[i]) _boundsOfMost->expandBy(boundsOfMost(*all[i].bounds, all[i].bulk));
+        if (isFramed[i]) _boundsOfMost->expandBy(boundsOfMost(*all[i].bounds, *all[i].bulk));
     return *_boundsOfMost;
 }
 

@@ -273,7 +273,7 @@ private:
     {
         const std::string* store;
         const osg::BoundingBoxd* bounds;
-        osg::BoundingBoxd bulk;
+        const osg::BoundingBoxd* bulk;
         const VelBrx::StoreStatistics* statistics;
         const std::optional<CoordinateSystem>* system;
         uint64_t points;

@@ -1,5 +1,8 @@
 #include "viewer/scene/WaitingStore.h"
 
+#include "terminal/Text.h"
+#include "viewer/scene/HomeBounds.h"
+
 #include <VelBrx/FolderIndex.h>
 
 #include <osg/Vec4d>
@@ -45,6 +48,11 @@ std::vector<std::string> inOrder(const WaitingStores& waiting, const std::vector
     for (const auto& [distance, path] : wanted)
         paths.push_back(*path);
     return paths;
+}
+
+std::string storesText(size_t count)
+{
+    return grouped(count) + (count == 1 ? " store is" : " stores are");
 }
 
 } // namespace
@@ -95,6 +103,7 @@ Status readIndexedStores(const std::string& folder, std::vector<WaitingStore>& i
         waiting.path = (fs::path(folder) / store.name).string();
         waiting.bounds.set(store.min[0], store.min[1], store.min[2], store.max[0], store.max[1],
                            store.max[2]);
+        waiting.bulk = bulkOf(store.bulk, store.statistics.elevation);
         waiting.points = store.points;
         waiting.statistics = std::move(store.statistics);
         waiting.system = systems[store.system];
@@ -118,4 +127,28 @@ size_t countIn(const ViewVolume& view, const WaitingStores& waiting)
     return static_cast<size_t>(std::count_if(waiting.begin(), waiting.end(), [&](const auto& store) {
         return view.reaches(store.second.bounds);
     }));
+}
+
+std::string whyNotAll(const WaitingStores& waiting)
+{
+    return waiting.empty() ? ""
+                           : storesText(waiting.size()) + " not open and would be left out: open all, by "
+                                                          "openAll or in the panel, and try again";
+}
+
+std::string whyNotIn(const ViewVolume& view, const WaitingStores& waiting)
+{
+    const size_t count = countIn(view, waiting);
+    return count == 0
+               ? ""
+               : storesText(count) + " not open yet under this outline: try again when they are, or open all";
+}
+
+std::string whyNoHistory(const WaitingStores& waiting)
+{
+    const auto count = std::count_if(waiting.begin(), waiting.end(),
+                                     [](const auto& store) { return store.second.isEdited; });
+    return count == 0 ? ""
+                      : std::to_string(count) +
+                            " stores with edits are not open yet: try again when they are, or open all";
 }

@@ -20,6 +20,7 @@ struct WaitingStore
 {
     std::string path;
     osg::BoundingBoxd bounds;           ///< world coordinates
+    osg::BoundingBoxd bulk;             ///< where nearly all of its points are
     uint64_t points = 0;                ///< as built
     VelBrx::StoreStatistics statistics; ///< as built
     std::optional<CoordinateSystem> system;
@@ -67,3 +68,16 @@ std::vector<std::string> allStores(const WaitingStores& waiting, const std::vect
 
 /// How many of them are in a view.
 size_t countIn(const ViewVolume& view, const WaitingStores& waiting);
+
+/// \name Why an edit has to wait for stores; empty where it need not
+/// @{
+
+/// One that reaches all points would leave theirs out.
+std::string whyNotAll(const WaitingStores& waiting);
+
+/// One of what this view shows.
+std::string whyNotIn(const ViewVolume& view, const WaitingStores& waiting);
+
+/// Undo, redo and steps of the history: the newest edit may be in one of them.
+std::string whyNoHistory(const WaitingStores& waiting);
+/// @}
