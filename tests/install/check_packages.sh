@@ -20,6 +20,7 @@ if [ ! -e "$base.tar" ]; then
 else
     tar -C "$root" -xf "$base.tar"
 fi
+chmod 755 "$root" # users other than root enter it too: apt's and man's
 mount -t proc proc "$root/proc"
 cp /etc/resolv.conf "$root/etc/"
 mkdir "$root/packages"
