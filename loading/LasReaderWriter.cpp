@@ -78,7 +78,9 @@ struct DecodedBlock
 {
     static constexpr int64_t kCapacity = 256;
 
-    void decode(const uint8_t* records, int64_t count, int64_t firstIndex, const OctreeInfo& octree);
+    /// Takes the positions into `bounds`.
+    void decode(const uint8_t* records, int64_t count, int64_t firstIndex, const OctreeInfo& octree,
+                osg::BoundingBox& bounds);
 
     osg::Vec3f positions[kCapacity];
     osg::Vec2i indices[kCapacity];
@@ -90,7 +92,8 @@ struct DecodedBlock
     int greenAndBlue[kCapacity];
 };
 
-void DecodedBlock::decode(const uint8_t* records, int64_t count, int64_t firstIndex, const OctreeInfo& octree)
+void DecodedBlock::decode(const uint8_t* records, int64_t count, int64_t firstIndex, const OctreeInfo& octree,
+                          osg::BoundingBox& bounds)
 {
     using namespace VelBrx::PointRecord;
     using PointAttributes::packClass;
@@ -101,9 +104,16 @@ void DecodedBlock::decode(const uint8_t* records, int64_t count, int64_t firstIn
         // Adding the offset and taking it off again rounds as file coordinates do.
         return static_cast<float>((load<int32_t>(field) * scale[axis] + offset[axis]) - offset[axis]);
     };
+    osg::Vec3f low = bounds._min;
+    osg::Vec3f high = bounds._max;
     for (int64_t i = 0; i < count; ++i) {
         const uint8_t* record = records + i * kRecordSize;
-        positions[i].set(position(record + kX, 0), position(record + kY, 1), position(record + kZ, 2));
+        const float x = position(record + kX, 0);
+        const float y = position(record + kY, 1);
+        const float z = position(record + kZ, 2);
+        positions[i].set(x, y, z);
+        low.set(std::min(low.x(), x), std::min(low.y(), y), std::min(low.z(), z));
+        high.set(std::max(high.x(), x), std::max(high.y(), y), std::max(high.z(), z));
         indices[i] = packIndex(firstIndex + i);
         sourceAndIntensity[i] =
             packHalves(load<uint16_t>(record + kPointSource), load<uint16_t>(record + kIntensity));
@@ -114,6 +124,7 @@ void DecodedBlock::decode(const uint8_t* records, int64_t count, int64_t firstIn
         greenAndBlue[i] = packHalves(load<uint16_t>(record + kGreen), load<uint16_t>(record + kBlue));
         userData[i] = record[kUserData];
     }
+    bounds.set(low, high);
 }
 
 /// Appends to an array that has room. The array's memory is touched once: resizing it first would write it
@@ -149,7 +160,6 @@ public:
 
 private:
     void append(const DecodedBlock& block, int64_t count);
-    void expandBounds(const osg::Vec3f* positions, int64_t count);
 
     struct Run
     {
@@ -189,14 +199,13 @@ void PointArrays::add(const uint8_t* records, int64_t count, int64_t firstIndex,
     DecodedBlock block;
     for (int64_t begin = 0; begin < count; begin += DecodedBlock::kCapacity) {
         const int64_t size = std::min(DecodedBlock::kCapacity, count - begin);
-        block.decode(records + begin * kRecordSize, size, firstIndex + begin, _octree);
+        block.decode(records + begin * kRecordSize, size, firstIndex + begin, _octree, _bounds);
         append(block, size);
     }
 }
 
 void PointArrays::append(const DecodedBlock& block, int64_t count)
 {
-    expandBounds(block.positions, count);
     ::append(*_positions, block.positions, count);
     ::append(*_indices, block.indices, count);
     ::append(*_gpsTimes, block.gpsTimes, count);
@@ -205,22 +214,6 @@ void PointArrays::append(const DecodedBlock& block, int64_t count)
     ::append(*_angleAndReturns, block.angleAndReturns, count);
     ::append(*_classAndRed, block.classAndRed, count);
     ::append(*_greenAndBlue, block.greenAndBlue, count);
-}
-
-void PointArrays::expandBounds(const osg::Vec3f* positions, int64_t count)
-{
-    float xMin = _bounds.xMin(), yMin = _bounds.yMin(), zMin = _bounds.zMin();
-    float xMax = _bounds.xMax(), yMax = _bounds.yMax(), zMax = _bounds.zMax();
-    for (int64_t i = 0; i < count; ++i) {
-        const osg::Vec3f& position = positions[i];
-        xMin = std::min(xMin, position.x());
-        yMin = std::min(yMin, position.y());
-        zMin = std::min(zMin, position.z());
-        xMax = std::max(xMax, position.x());
-        yMax = std::max(yMax, position.y());
-        zMax = std::max(zMax, position.z());
-    }
-    _bounds.set(xMin, yMin, zMin, xMax, yMax, zMax);
 }
 
 std::vector<uint32_t> PointArrays::places() const
