@@ -1,5 +1,7 @@
 #include "render/EdlPreRender.h"
 
+#include "render/EyeDomeReach.h"
+
 #include <osg/BlendFunc>
 #include <osg/Depth>
 #include <osg/Geode>
@@ -51,11 +53,10 @@ struct PixelArea
     int left, bottom, right, top;
 };
 
-/// Where points in `bounds` may be drawn, and what the second pass reads around them. Empty when a corner
-/// lies behind the eye: then it may be everywhere.
+/// What the second pass may read of points in `bounds`. Empty when a corner lies behind the eye: then it may
+/// be everywhere.
 std::optional<PixelArea> pixelsOf(const osg::BoundingBox& bounds, const osg::State& state)
 {
-    constexpr double kMargin = 65; // half of a point of 64 pixels, and neighbours 32 pixels from its edge
     const osg::Viewport* viewport = state.getCurrentViewport();
     if (!viewport || !bounds.valid()) return std::nullopt;
     const osg::Matrixd toClip = state.getModelViewMatrix() * state.getProjectionMatrix();
@@ -66,13 +67,14 @@ std::optional<PixelArea> pixelsOf(const osg::BoundingBox& bounds, const osg::Sta
         if (corner.w() <= 0) return std::nullopt;
         window.expandBy(osg::Vec3d(corner.x(), corner.y(), corner.z()) / corner.w() * toWindow);
     }
+    const double margin = EyeDomeReach::in(state);
     const auto pixel = [](double place, double from, double size) {
         return static_cast<int>(std::clamp(place, from, from + size));
     };
-    return PixelArea{pixel(window.xMin() - kMargin, viewport->x(), viewport->width()),
-                     pixel(window.yMin() - kMargin, viewport->y(), viewport->height()),
-                     pixel(window.xMax() + kMargin + 1, viewport->x(), viewport->width()),
-                     pixel(window.yMax() + kMargin + 1, viewport->y(), viewport->height())};
+    return PixelArea{pixel(window.xMin() - margin, viewport->x(), viewport->width()),
+                     pixel(window.yMin() - margin, viewport->y(), viewport->height()),
+                     pixel(window.xMax() + margin + 1, viewport->x(), viewport->width()),
+                     pixel(window.yMax() + margin + 1, viewport->y(), viewport->height())};
 }
 
 void clear()

@@ -22,11 +22,6 @@ void clipTo(const std::vector<osg::Vec4d>& planes, osg::StateSet& state)
     bindStorageBuffer(state, StorageBuffer::CloudPlanes, new osg::Vec4dArray(planes.begin(), planes.end()));
 }
 
-bool extendsPrograms(const osg::Node& node)
-{
-    return node.getStateSet() && PointDefaults::areExtendedBy(*node.getStateSet());
-}
-
 /// What a cull needs to know of all loaded cells.
 struct LoadedCells
 {
@@ -35,14 +30,15 @@ struct LoadedCells
         for (unsigned i = 0; i < lod.getNumChildren(); ++i) {
             const osg::Geode& leaf = *lod.getChild(i)->asGeode();
             bounds.expandBy(leaf.getBoundingBox());
-            extendPrograms = extendPrograms || extendsPrograms(leaf);
+            if (leaf.getStateSet()) states.push_back(leaf.getStateSet());
             for (unsigned k = 0; k < leaf.getNumDrawables(); ++k)
-                extendPrograms = extendPrograms || extendsPrograms(*leaf.getDrawable(k));
+                if (const osg::StateSet* const state = leaf.getDrawable(k)->getStateSet())
+                    states.push_back(state);
         }
     }
 
     osg::BoundingBox bounds;
-    bool extendPrograms = false; ///< a host gave one of them state of its own
+    std::vector<const osg::StateSet*> states; ///< that a host gave single ones
 };
 
 } // namespace
@@ -77,41 +73,56 @@ void PointCloudImpl::traverse(osg::NodeVisitor& visitor)
     const LoadedCells cells(*_lod);
     const DepthRangeScope depths(*cull, cells.bounds, _postRender ? _lod.get() : nullptr);
     const SurfaceScope* surface = SurfaceScope::of(*cull->getCurrentStateGraph());
-    if (surface) drawSamples(*cull, *surface, cells.extendPrograms);
+    if (surface) drawSamples(*cull, *surface, cells.states);
     if (!surface)
-        drawCells(*cull, cells.extendPrograms);
+        drawCells(*cull, cells.states);
     else if (surface->pointState())
-        drawOtherClasses(*cull, *surface, cells.extendPrograms);
+        drawOtherClasses(*cull, *surface, cells.states);
     holdFrameUntilStageEnds(*cull);
 }
 
-void PointCloudImpl::drawCells(osgUtil::CullVisitor& cull, bool extendPrograms)
+void PointCloudImpl::drawCells(osgUtil::CullVisitor& cull, const CellStates& cells)
 {
     const osg::ref_ptr<const osg::StateSet> heights = fileHeights(cull);
     if (heights) cull.pushStateSet(heights);
     const osg::ref_ptr<const osg::StateSet> spacing = _spacing.state(cull, *_lod);
     if (spacing) cull.pushStateSet(spacing);
-    cull.pushStateSet(_defaults.missingFrom(cull, _lod->getStateSet(), extendPrograms));
-    osg::Group::traverse(cull);
+    cull.pushStateSet(_defaults.missingFrom(cull, _lod->getStateSet(), cells));
+    if (_postRender)
+        drawInTwoPasses(cull, cells);
+    else
+        osg::Group::traverse(cull);
     cull.popStateSet();
     if (spacing) cull.popStateSet();
     if (heights) cull.popStateSet();
 }
 
+void PointCloudImpl::drawInTwoPasses(osgUtil::CullVisitor& cull, const CellStates& cells)
+{
+    CellStates below = cells;
+    below.push_back(_lod->getStateSet());
+    below.push_back(_postRender->getStateSet()); // whose list of uniforms stays as it is while cameras cull
+    const osg::ref_ptr<const osg::StateSet> reach = _reach.state(*cull.getCurrentStateGraph(), below);
+    if (reach) cull.pushStateSet(reach);
+    osg::Group::traverse(cull);
+    if (reach) cull.popStateSet();
+}
+
 void PointCloudImpl::drawOtherClasses(osgUtil::CullVisitor& cull, const SurfaceScope& surface,
-                                      bool extendPrograms)
+                                      const CellStates& cells)
 {
     cull.pushStateSet(surface.pointState());
-    drawCells(cull, extendPrograms);
+    drawCells(cull, cells);
     cull.popStateSet();
 }
 
-void PointCloudImpl::drawSamples(osgUtil::CullVisitor& cull, const SurfaceScope& surface, bool extendPrograms)
+void PointCloudImpl::drawSamples(osgUtil::CullVisitor& cull, const SurfaceScope& surface,
+                                 const CellStates& cells)
 {
     osgUtil::RenderBin* const bin = cull.getCurrentRenderBin();
     cull.setCurrentRenderBin(surface.sampleBin());
     cull.pushStateSet(surface.sampleState());
-    cull.pushStateSet(_defaults.missingFrom(cull, _lod->getStateSet(), extendPrograms));
+    cull.pushStateSet(_defaults.missingFrom(cull, _lod->getStateSet(), cells));
     _lod->accept(cull);
     cull.popStateSet();
     cull.popStateSet();

@@ -3,6 +3,7 @@
 #include "lod/PointCloudLOD.h"
 #include "render/EdlPostRender.h"
 #include "render/EdlPreRender.h"
+#include "render/EyeDomeReach.h"
 #include "render/FileHeights.h"
 #include "render/PointDefaults.h"
 #include "render/PointSpacing.h"
@@ -12,6 +13,8 @@
 
 #include <osg/ref_ptr>
 #include <osgUtil/CullVisitor>
+
+#include <vector>
 
 /// The node that a host holds for a point cloud. Its only data child is the cloud's `PointCloudLOD`, itself
 /// or, under eye-dome lighting, in two passes.
@@ -59,9 +62,13 @@ protected:
     ~PointCloudImpl() override = default;
 
 private:
-    void drawCells(osgUtil::CullVisitor& cull, bool extendPrograms);
-    void drawOtherClasses(osgUtil::CullVisitor& cull, const SurfaceScope& surface, bool extendPrograms);
-    void drawSamples(osgUtil::CullVisitor& cull, const SurfaceScope& surface, bool extendPrograms);
+    /// State that a host gave single cells.
+    using CellStates = std::vector<const osg::StateSet*>;
+
+    void drawCells(osgUtil::CullVisitor& cull, const CellStates& cells);
+    void drawOtherClasses(osgUtil::CullVisitor& cull, const SurfaceScope& surface, const CellStates& cells);
+    void drawSamples(osgUtil::CullVisitor& cull, const SurfaceScope& surface, const CellStates& cells);
+    void drawInTwoPasses(osgUtil::CullVisitor& cull, const CellStates& cells);
     osg::ref_ptr<const osg::StateSet> fileHeights(osgUtil::CullVisitor& cull);
 
     osg::ref_ptr<PointCloudLOD> _lod;
@@ -70,4 +77,5 @@ private:
     mutable PointDefaults _defaults;
     FileHeights _heights;
     mutable PointSpacing _spacing;
+    EyeDomeReach _reach;
 };

@@ -154,20 +154,21 @@ osg::ref_ptr<osg::StateSet> makeDefaultsBeside(const Given& given)
     return state;
 }
 
-} // namespace
-
-bool PointDefaults::areExtendedBy(const osg::StateSet& cellState)
+/// Whether the state set of a cell switches something on that the programs of plain clouds leave out.
+bool extendsPrograms(const osg::StateSet* cellState)
 {
     return std::any_of(std::begin(kExtras), std::end(kExtras),
-                       [&cellState](const char* name) { return cellState.getUniform(name); });
+                       [cellState](const char* name) { return cellState->getUniform(name); });
 }
 
+} // namespace
+
 const osg::StateSet* PointDefaults::missingFrom(osgUtil::CullVisitor& cull, const osg::StateSet* below,
-                                                bool cellsExtend)
+                                                const std::vector<const osg::StateSet*>& cells)
 {
     Given given = givenBy(*cull.getCurrentStateGraph(), below);
     if (!hasOneTarget(*cull.getCurrentCamera())) given.set(kPickTargetsBit);
-    given.set(kCellExtrasBit, cellsExtend);
+    given.set(kCellExtrasBit, std::any_of(cells.begin(), cells.end(), extendsPrograms));
     const VelThreads::Lock lock(_mutex);
     osg::ref_ptr<osg::StateSet>& state = _states[given.to_ulong()];
     if (!state) state = makeDefaultsBeside(given);

@@ -7,6 +7,7 @@
 #include <osgUtil/CullVisitor>
 
 #include <map>
+#include <vector>
 
 /// The state that a point cloud is drawn with where nobody says otherwise: the points' stored colours at size
 /// 1, hidden points hidden, everything else off. One object a cloud; any thread may call it.
@@ -16,14 +17,11 @@ public:
     /// A state set with the defaults that the state sets of a cull traversal lack so far. Pushed behind them,
     /// it fills the gaps and overrules nothing, so that plain state above the cloud or on it still wins. The
     /// result lives as long as this object and is not to be changed. `below` is a state set that will apply
-    /// after it, or null; what it gives is not seen as lacking either. `cellsExtend`: a cell has a state set
-    /// for which `areExtendedBy` holds. Where the traversal's camera has no target beside the colour's, the
-    /// programs write nothing else.
+    /// after it, or null; what it gives is not seen as lacking either. `cells` are state sets of single
+    /// cells. Where the traversal's camera has no target beside the colour's, the programs write nothing
+    /// else.
     const osg::StateSet* missingFrom(osgUtil::CullVisitor& cull, const osg::StateSet* below,
-                                     bool cellsExtend);
-
-    /// Whether the state set of a cell switches something on that the programs of plain clouds leave out.
-    static bool areExtendedBy(const osg::StateSet& cellState);
+                                     const std::vector<const osg::StateSet*>& cells);
 
     void resizeGLObjectBuffers(unsigned maxSize);
     void releaseGLObjects(osg::State* state);

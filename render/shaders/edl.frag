@@ -30,30 +30,14 @@ out ivec4 pIPositionAttribute;
 
 const float kBackground = 0.0;
 
-// Depths nearer than the visible one by more than this belong to points that the first pass hid; a few steps of
-// a 24-bit depth buffer.
+// Depths that differ from the visible one by more than this belong to other points; a few steps of a 24-bit depth
+// buffer.
 const float kDepthTolerance = 1e-6;
 
 float ztransform(float z)
 {
     float depth = PerspectiveMode == 1 ? (z + 1.0) / 2.0 : clamp(1.0 - z, 0.0, 1.0);
     return depth == 1.0 ? kBackground : depth;
-}
-
-float depthBeside(vec2 texcoord, int i)
-{
-    return texture(s2_depth, texcoord + radius / vec2(Sx, Sy) * Neigh_pos_2D[i]).r;
-}
-
-float response(float depth, vec2 texcoord)
-{
-    float sum = 0.0;
-    for (int i = 0; i < 8; ++i) {
-        float neighbour = ztransform(depthBeside(texcoord, i));
-        if (neighbour == kBackground) continue;
-        sum += depth == kBackground ? 100.0 : max(0.0, depth - neighbour);
-    }
-    return sum / 8.0;
 }
 
 // Distance from the eye along the view axis, of a depth in the buffer.
@@ -65,37 +49,58 @@ float eyeDistance(float z)
     return PerspectiveMode == 1 ? b / (normalized + a) : (b - normalized) / a;
 }
 
-// Mean of how steeply the eight neighbours stand before the pixel, from 0 where none does to 1 where all are far
-// before it: however far, a neighbour darkens by an eighth of all at most.
-float balancedResponse(float z, vec2 texcoord)
+// How far neighbours stand out before a pixel, in both measures.
+struct Response
+{
+    float byDepth;
+    float balanced; // how steeply they stand there, from 0 where none does to 1 where all are far before it: however
+                    // far, a neighbour darkens by an eighth of all at most
+};
+
+// Of the first `neighbours` of the eight: none for what is not shown.
+Response response(float z, int neighbours)
 {
     const float kSlopeOfHalf = 1.5; // rise over run
+    float depth = ztransform(z);
     float distance = eyeDistance(z);
     float pixel = 2.0 / (gl_ProjectionMatrix[1][1] * viewportHeight) * (PerspectiveMode == 1 ? distance : 1.0);
-    float sum = 0.0;
-    for (int i = 0; i < 8; ++i) {
-        float neighbour = depthBeside(texcoord, i);
-        if (neighbour == 1.0) continue;
-        float slope = max(0.0, distance - eyeDistance(neighbour)) / (radius * pixel);
-        sum += slope / (slope + kSlopeOfHalf);
+    float run = radius * pixel;
+    vec2 last = vec2(Sx, Sy) - 1.0;
+    Response sum = Response(0.0, 0.0);
+    for (int i = 0; i < neighbours; ++i) {
+        ivec2 place = ivec2(clamp(gl_FragCoord.xy + radius * Neigh_pos_2D[i], vec2(0.0), last));
+        float neighbour = texelFetch(s2_depth, place, 0).r;
+        float neighbourDepth = ztransform(neighbour);
+        sum.byDepth += neighbourDepth == kBackground ? 0.0 : max(0.0, depth - neighbourDepth);
+        float rise = max(0.0, distance - eyeDistance(neighbour));
+        sum.balanced += neighbour == 1.0 ? 0.0 : rise / (rise + kSlopeOfHalf * run);
     }
-    return sum / 8.0;
+    return Response(sum.byDepth / 8.0, sum.balanced / 8.0);
+}
+
+// Whether the first pass shows something else at the pixel, before the point or behind it. Where a pixel has several
+// samples, a point behind it may still be what some of them show.
+bool isHidden(float visibleDepth)
+{
+    bool isBehind = gl_NumSamples <= 1 && gl_FragCoord.z > visibleDepth + kDepthTolerance;
+    bool isBefore = gl_FragCoord.z < visibleDepth - kDepthTolerance;
+    return isBehind || isBefore || ztransform(visibleDepth) == kBackground;
 }
 
 void main()
 {
-    vec2 texcoord = gl_FragCoord.xy / vec2(Sx, Sy);
-    float visibleDepth = texture(s2_depth, texcoord).r;
-    float depth = ztransform(visibleDepth);
-    float darkening = edlBalanced ? balancedResponse(visibleDepth, texcoord) : response(depth, texcoord) * 300.0;
+    ivec2 pixel = ivec2(gl_FragCoord.xy);
+    float visibleDepth = texelFetch(s2_depth, pixel, 0).r;
+    if (isHidden(visibleDepth)) discard;
+    Response around = response(visibleDepth, isHidden(visibleDepth) ? 0 : 8);
+    float darkening = edlBalanced ? around.balanced : around.byDepth * 300.0;
     float shade = exp(-darkening * edlStrength);
 
-    fragColor = vec4(texture(s1_color, texcoord).rgb * shade, 1.0);
+    fragColor = vec4(texelFetch(s1_color, pixel, 0).rgb * shade, 1.0);
 #ifndef COLOR_ALONE
     pAttribute = uvec4(lpointCloudID, rpointCloudID, 4294967294u, 4294967295u);
     pFloatAttribute = vec4(ogpsTime, ogpsTime, ogpsTime, 2.0);
     pFPositionAttribute = pcFPosition;
     pIPositionAttribute = pcIPosition;
 #endif
-    if (depth == kBackground || gl_FragCoord.z < visibleDepth - kDepthTolerance) discard;
 }

@@ -529,6 +529,48 @@ TEST(EyeDomeLighting, ShadesManyCloudsEachByItsOwnDepth)
     }
 }
 
+/// What was drawn before lies beside the box of the second cloud, where its points reach by their size and
+/// their shading by its radius.
+TEST(EyeDomeLighting, ClearsAsFarAsLargePointsAndTheirNeighboursReach)
+{
+    constexpr int kWidth = 64;
+    constexpr int kPointWidth = 41;
+    constexpr int kRadius = 8;
+    using Enlarge = void (*)(osg::Node*);
+    const Enlarge ways[] = {
+        [](osg::Node* cloud) { PointCloudHelper::setPointSize(cloud, kPointWidth); },
+        [](osg::Node* cloud) { PointCloudHelper::setPointSizeBySpacing(cloud, 1, kPointWidth, kPointWidth); },
+        [](osg::Node* cloud) {
+            PointCloudHelper::setEnhancedLine(
+                cloud, {osg::Vec2f(-1e3f, -1e3f), osg::Vec2f(1e6f, -1e3f), osg::Vec2f(-1e3f, 1e6f)},
+                osg::Vec4f(kGround.r() / 255.f, kGround.g() / 255.f, kGround.b() / 255.f, 1), kPointWidth);
+        }};
+    for (const Enlarge& enlarge : ways) {
+        HeadlessViewer viewer(kWidth, kSize);
+        CellFixture near(rectangle(0, 24, kSize, 10, kBlock), osg::Vec3d());
+        CellFixture wide({placed(coloredPoint(kGround), 44500, 16500)}, osg::Vec3d());
+        near.octree->max.set(24, kSize, 10);
+        near.octree->min.set(0, 0, 10);
+        wide.octree->min.set(44.5, 16.5, 0);
+        wide.octree->max = wide.octree->min;
+        wide.octree->root = wide.wholeCell();
+        const osg::ref_ptr<osg::Group> clouds = new osg::Group;
+        for (const CellFixture* fixture : {&near, &wide}) {
+            clouds->addChild(makeCloud(*fixture));
+            dynamic_cast<PointCloudImpl&>(*clouds->getChild(clouds->getNumChildren() - 1))
+                .enableEyeDomeLighting();
+        }
+        enlarge(clouds->getChild(1));
+        PointCloudHelper::setBalancedEyeDomeLighting(clouds, 2, kRadius);
+        viewer.camera().setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
+        viewer.camera().setProjectionMatrixAsOrtho(0, kWidth, 0, kSize, -20, 20);
+        viewer.show(clouds);
+        const osg::ref_ptr<osg::Image> picture = viewer.picture();
+        EXPECT_EQ(countOf(*picture, kBlock), 24 * kSize) << &enlarge - ways;
+        EXPECT_EQ(countOf(*picture, kGround), (kWidth - 24) * kSize) << &enlarge - ways;
+    }
+}
+
 TEST(EyeDomeLighting, IsNotReplacedByProgramsAboveOrBelow)
 {
     BlockPicture picture;

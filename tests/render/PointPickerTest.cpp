@@ -341,7 +341,7 @@ TEST(PointPicker, ProgramsWriteTheColorAloneWhereACameraHasNoOtherTarget)
         cull->setRenderStage(stage);
         cull->setStateGraph(graph);
         cull->pushStateSet(state);
-        return defaults.missingFrom(*cull, nullptr, false)->getDefinePair("COLOR_ALONE") != nullptr;
+        return defaults.missingFrom(*cull, nullptr, {})->getDefinePair("COLOR_ALONE") != nullptr;
     };
     osgViewer::Viewer viewer;
     osg::Camera& window = *viewer.getCamera();
