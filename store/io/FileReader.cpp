@@ -36,8 +36,9 @@ Status FileReader::open(const std::string& path, Access access)
     };
     if (fstat(_descriptor, &status) != 0 || !S_ISREG(status.st_mode))
         return Status::failure("is not a regular file; name a file");
-    _size = status.st_size;
-    _identity = identifyFile(_descriptor);
+    constexpr int64_t kNanoseconds = 1'000'000'000;
+    _state = {identifyFile(_descriptor), status.st_size,
+              status.st_mtim.tv_sec * kNanoseconds + status.st_mtim.tv_nsec};
     return {};
 }
 

@@ -9,6 +9,19 @@
 
 namespace VelBrx {
 
+/// Tells what a file holds from what it held before: another state is another content.
+struct FileState
+{
+    FileIdentity identity;
+    int64_t size = 0;
+    int64_t modified = 0; ///< nanoseconds since 1970
+
+    bool operator==(const FileState& other) const
+    {
+        return identity == other.identity && size == other.size && modified == other.modified;
+    }
+};
+
 /// A regular file open for reading at any position. Reads by system call, not by mapping, so a file that is
 /// cut while it is read gives a failed read and not a bus error. Any number of threads may read at once.
 class FileReader
@@ -35,14 +48,17 @@ public:
     bool isWritable() const { return _writable; }
 
     /// Size when it was opened.
-    int64_t size() const { return _size; }
+    int64_t size() const { return _state.size; }
 
-    const FileIdentity& identity() const { return _identity; }
+    const FileIdentity& identity() const { return _state.identity; }
+
+    /// As it was when it was opened.
+    const FileState& state() const { return _state; }
 
     /// Whether [offset, offset + length) lies inside the file.
     bool contains(int64_t offset, int64_t length) const
     {
-        return offset >= 0 && length >= 0 && offset <= _size && length <= _size - offset;
+        return offset >= 0 && length >= 0 && offset <= size() && length <= size() - offset;
     }
 
     /// Fills `bytes` with the range [offset, offset + length). False when it is not wholly there.
@@ -51,8 +67,7 @@ public:
 private:
     int _descriptor = -1;
     bool _writable = false;
-    int64_t _size = 0;
-    FileIdentity _identity;
+    FileState _state;
 };
 
 } // namespace VelBrx

@@ -268,6 +268,7 @@ Status readLasFile(const std::string& path, LasFile& file)
     if (Status status = input.open(path); !status) return status.of(path);
     file = LasFile();
     file.path = path;
+    file.state = input.state();
     file.fileSize = static_cast<uint64_t>(input.size());
     return HeadReader(input, file).read();
 }

@@ -2,6 +2,7 @@
 
 #include <VelBrx/Status.h>
 
+#include "store/io/FileReader.h"
 #include "store/las/LasLayout.h"
 #include "store/las/laz/LazChunkTable.h"
 
@@ -35,6 +36,7 @@ struct LazPoints
 struct LasFile
 {
     std::string path;
+    FileState state; ///< of the file that was read
     uint64_t fileSize = 0;
     uint8_t versionMinor = 0;
     uint16_t sourceId = 0;

@@ -23,7 +23,7 @@ public:
     Status readPart(uint64_t index, const Use& use, RecordFields, uint64_t most) const override
     {
         FileReader input;
-        if (Status status = input.open(file().path); !status) return status.of(file().path);
+        if (Status status = open(input); !status) return status;
         PointBatch batch;
         batch.first = index * partPoints();
         const uint64_t last = batch.first + std::min({partPoints(), file().pointCount - batch.first, most});
@@ -42,6 +42,13 @@ private:
 };
 
 } // namespace
+
+Status PointSource::open(FileReader& input) const
+{
+    if (Status status = input.open(_file.path); !status) return status.of(_file.path);
+    if (input.state() == _file.state) return {};
+    return Status::failure(_file.path + ": changed while it was read; try again when it is complete");
+}
 
 Status openPointSource(const std::string& path, std::unique_ptr<PointSource>& source)
 {

@@ -54,6 +54,10 @@ public:
 protected:
     explicit PointSource(LasFile file) : _file(std::move(file)) {}
 
+    /// Opens the file to read points. Fails where it is another one by now, or was written to: its head says
+    /// nothing of these points.
+    Status open(FileReader& input) const;
+
 private:
     LasFile _file;
 };

@@ -16,7 +16,7 @@ uint64_t LazPointSource::partCount() const
 Status LazPointSource::readPart(uint64_t index, const Use& use, RecordFields fields, uint64_t most) const
 {
     FileReader input;
-    if (Status status = input.open(file().path); !status) return status.of(file().path);
+    if (Status status = open(input); !status) return status;
     const LazChunk& chunk = file().laz->chunks.chunks[index];
     std::unique_ptr<Worker> worker = takeWorker();
     worker->bytes.resize(chunk.size);

@@ -1,4 +1,5 @@
 #include <VelBrx/Builder.h>
+#include <VelBrx/SampleSurvey.h>
 #include <VelBrx/StoreInfo.h>
 #include <VelBrx/Verify.h>
 
@@ -266,6 +267,45 @@ TEST_F(BuilderTest, NamesEveryBadInputAndBuildsOfTheOthersWhereThatIsWanted)
     const char* const names[] = {"missing.las", "text.las", "places.laz", "times.laz"};
     for (size_t i = 0; i < 4; ++i)
         EXPECT_NE(report.badInputs[i].find(names[i]), std::string::npos) << report.badInputs[i];
+}
+
+/// Points are read twice; of these the last files do not stay in memory between.
+TEST_F(BuilderTest, NamesAnInputThatIsAnotherWhenItIsReadAgain)
+{
+    SampleOptions sample;
+    sample.points = 100000;
+    const std::string paths[] = {folder.file("survey.laz"), folder.file("other.laz")};
+    for (const std::string& path : paths) {
+        sample.output = path;
+        sample.seed = path.size();
+        ASSERT_TRUE(writeSampleSurvey(sample));
+    }
+    const std::vector<uint8_t> survey = readFile(paths[0]);
+    const std::vector<uint8_t> other = readFile(paths[1]);
+    const std::string source = folder.file("source.las");
+    options.inputs.assign(13, source);
+    options.memory = 128 << 20;
+    options.threads = 1;
+    const std::pair<const char*, std::function<void()>> changes[] = {
+        {"changed while it was read", [&] { std::filesystem::resize_file(source, survey.size() - 1); }},
+        {"changed while it was read", [&] { folder.write("source.las", other); }},
+        {"changed while it was read",
+         [&] { std::filesystem::rename(folder.write("new.las", survey), source); }},
+        {"cannot be opened", [&] { std::filesystem::remove(source); }},
+    };
+    for (const std::string& path : paths)
+        std::filesystem::remove(path);
+    for (const auto& [words, change] : changes) {
+        folder.write("source.las", survey);
+        bool isDone = false;
+        options.progress = [&](const BuildProgress& progress) {
+            if (isDone || progress.stage != std::string("reading")) return;
+            isDone = true;
+            change();
+        };
+        expectFailure("source.las: " + std::string(words));
+        EXPECT_TRUE(isDone);
+    }
 }
 
 TEST_F(BuilderTest, TakesMoreFilesThanAProcessMayOpen)

@@ -50,7 +50,6 @@ TEST(SourceSetTest, KeepsWholeRecordsOfAsManyPartsAsFit)
 {
     const TempFolder folder;
     const std::string path = writeLaz(folder);
-    const std::vector<uint8_t> laz = readFile(path);
     for (const auto& [points, keptParts] : {std::pair{0, 0u}, {19999, 0u}, {70000, 2u}, {120000, 3u}}) {
         SourceSet sources;
         ASSERT_TRUE(sources.open({path}));
@@ -59,11 +58,11 @@ TEST(SourceSetTest, KeepsWholeRecordsOfAsManyPartsAsFit)
         ASSERT_EQ(parts.size(), 3u);
         ParallelRun run(1, nullptr, nullptr);
         ASSERT_TRUE(sources.scan(run, static_cast<uint64_t>(points) * 36, [](size_t, const PointBatch&) {}));
-        std::filesystem::remove(path);
+        std::filesystem::rename(path, path + ".away");
         std::vector<std::vector<uint8_t>> kept;
         for (const SourceSet::Part& part : parts)
             kept.push_back(recordsOf(sources, part));
-        folder.write("cloud.laz", laz);
+        std::filesystem::rename(path + ".away", path);
         size_t keptCount = 0;
         for (const SourceSet::Part& part : parts) {
             sources.forget(part);
