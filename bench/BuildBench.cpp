@@ -1,12 +1,19 @@
-// bench_build [--json] [POINTS...]: building stores of the synthetic survey, 10 million points when no number
-// is given, against copying the survey, which is the least that a build could do. Each build is a process of
-// its own, so that its memory is its own. In the folder for temporary files, which needs about five times the
-// survey.
+// bench_build [--json] [--only WORK] [POINTS...]: stores of the synthetic survey are built, verified and
+// exported, 10 million points when no number is given. Each work stands beside the least that it could do:
+// copying, reading, decoding or encoding the same bytes, on as many threads. Both are processes of their own,
+// so that their memory is their own, in turn. In the folder for temporary files, which needs about six times
+// the survey.
 
 #include "tests/support/TempFolder.h"
 
+#include "store/io/ParallelRun.h"
+#include "store/las/PointSource.h"
+#include "store/las/laz/LazChunkEncoder.h"
+
 #include <VelBrx/Builder.h>
+#include <VelBrx/ExportLas.h>
 #include <VelBrx/SampleSurvey.h>
+#include <VelBrx/Verify.h>
 
 #include <nlohmann/json.hpp>
 
@@ -26,6 +33,8 @@
 namespace {
 
 constexpr int kRuns = 3;
+
+using Row = nlohmann::ordered_json;
 
 /// What a process took.
 struct Cost
@@ -57,15 +66,10 @@ Cost measure(const std::function<bool()>& work)
             static_cast<double>(usage.ru_oublock) * kBlockBytes};
 }
 
-/// Of several runs the one whose wall time is the median.
-Cost median(const std::function<bool()>& work)
+bool isDone(const VelBrx::Status& status)
 {
-    std::vector<Cost> costs;
-    for (int run = 0; run < kRuns; ++run)
-        costs.push_back(measure(work));
-    std::sort(costs.begin(), costs.end(),
-              [](const Cost& a, const Cost& b) { return a.wallSeconds < b.wallSeconds; });
-    return costs[kRuns / 2];
+    if (!status) std::fprintf(stderr, "bench_build: %s\n", status.message().c_str());
+    return status.ok();
 }
 
 bool build(const std::string& survey, const std::string& store)
@@ -75,53 +79,157 @@ bool build(const std::string& survey, const std::string& store)
     options.output = store;
     options.overwrite = true;
     VelBrx::BuildReport report;
-    const VelBrx::Status status = buildStore(options, report);
-    if (!status) std::fprintf(stderr, "bench_build: %s\n", status.message().c_str());
-    return status.ok();
+    return isDone(buildStore(options, report));
+}
+
+bool exportTo(const std::string& output, const std::string& store)
+{
+    VelBrx::ExportOptions options;
+    options.store = store;
+    options.output = output;
+    options.overwrite = true;
+    VelBrx::ExportReport report;
+    return isDone(exportLas(options, report));
+}
+
+/// Hands the file block by block to `use`.
+template <typename Use>
+bool readBlocks(const std::string& path, const Use& use)
+{
+    std::vector<char> block(8 << 20);
+    std::ifstream in(path, std::ios::binary);
+    while (in.read(block.data(), static_cast<std::streamsize>(block.size())), in.gcount() > 0)
+        use(block.data(), in.gcount());
+    return in.eof();
+}
+
+bool readAll(const std::string& path)
+{
+    return readBlocks(path, [](const char*, std::streamsize) {});
 }
 
 bool copy(const std::string& from, const std::string& to)
 {
-    std::vector<char> block(8 << 20);
-    std::ifstream in(from, std::ios::binary);
     std::ofstream out(to, std::ios::binary);
-    while (in.read(block.data(), static_cast<std::streamsize>(block.size())), in.gcount() > 0)
-        out.write(block.data(), in.gcount());
-    return out.flush().good();
+    return readBlocks(from, [&](const char* bytes, std::streamsize count) { out.write(bytes, count); }) &&
+           out.flush().good();
 }
 
-nlohmann::ordered_json compare(uint64_t points)
+/// Reads all points of a LAS or LAZ file on all processors and hands batch after batch to `use`.
+template <typename Use>
+bool readPoints(const std::string& path, const Use& use)
 {
-    const TempFolder folder;
+    std::unique_ptr<VelBrx::PointSource> points;
+    VelBrx::Status status = VelBrx::openPointSource(path, points);
+    if (!status) return isDone(status);
+    VelBrx::ParallelRun run(0, nullptr, nullptr);
+    return isDone(run.forEach(points->partCount(), [&](size_t part) {
+        return points->readPart(part, [&](const VelBrx::PointBatch& batch) {
+            use(points->file(), batch);
+            return VelBrx::Status();
+        });
+    }));
+}
+
+bool decode(const std::string& survey)
+{
+    return readPoints(survey, [](const VelBrx::LasFile&, const VelBrx::PointBatch&) {});
+}
+
+bool encode(const std::string& survey)
+{
+    std::unique_ptr<VelBrx::PointSource> points;
+    if (!isDone(VelBrx::openPointSource(survey, points))) return false;
+    const VelBrx::LasFile& head = points->file();
+    VelBrx::LazChunkEncoders encoders(VelBrx::makeLazItems(head.pointFormat, head.recordLength));
+    return readPoints(survey, [&](const VelBrx::LasFile& file, const VelBrx::PointBatch& batch) {
+        std::vector<uint8_t> chunk;
+        encoders.encode(batch.records.data(), batch.records.size() / file.recordLength, chunk);
+    });
+}
+
+/// Work on a store and the least that it could do.
+struct Work
+{
+    const char* name;
+    std::function<bool()> ours;
+    std::function<bool()> limit;
+};
+
+/// Of several runs the one whose time of the processor is the median.
+Cost median(std::vector<Cost> costs)
+{
+    std::sort(costs.begin(), costs.end(),
+              [](const Cost& a, const Cost& b) { return a.cpuSeconds < b.cpuSeconds; });
+    return costs[costs.size() / 2];
+}
+
+Row measureBoth(const Work& work, uint64_t points)
+{
+    std::vector<Cost> ours;
+    std::vector<Cost> limits;
+    for (int run = 0; run < kRuns; ++run) {
+        ours.push_back(measure(work.ours));
+        limits.push_back(measure(work.limit));
+    }
+    const Cost own = median(ours);
+    const Cost limit = median(limits);
+    const auto million = static_cast<double>(points) / 1e6;
+    return {{"million points", million},
+            {"million/s", million / own.wallSeconds},
+            {"limit", million / limit.wallSeconds},
+            {"ratio", limit.wallSeconds / own.wallSeconds},
+            {"CPU us a point", own.cpuSeconds / million},
+            {"limit's", limit.cpuSeconds / million},
+            {"ratio of CPU", limit.cpuSeconds / own.cpuSeconds},
+            {"peak MB", own.peakMegabytes},
+            {"written MB", own.writtenBytes / 1e6}};
+}
+
+void writeSurvey(const std::string& path, uint64_t points)
+{
     VelBrx::SampleOptions sample;
-    sample.output = folder.file("survey.las");
+    sample.output = path;
     sample.points = points;
     if (const VelBrx::Status status = writeSampleSurvey(sample); !status)
         throw std::runtime_error(status.message());
-    const std::string store = folder.file("survey.brx");
-    const Cost limit = median([&] { return copy(sample.output, folder.file("copy.las")); });
-    std::filesystem::remove(folder.file("copy.las"));
-    const Cost ours = median([&] { return build(sample.output, store); });
-    const auto million = static_cast<double>(points) / 1e6;
-    const auto size = static_cast<double>(std::filesystem::file_size(store));
-    return {{"million points", million},
-            {"built, million/s", million / ours.wallSeconds},
-            {"copied, million/s", million / limit.wallSeconds},
-            {"ratio", limit.wallSeconds / ours.wallSeconds},
-            {"CPU us a point", ours.cpuSeconds / million},
-            {"peak MB", ours.peakMegabytes},
-            {"written/store", ours.writtenBytes / size}};
 }
 
-void printRow(const nlohmann::ordered_json& row, bool isFirst)
+/// Calls `use` with a name and a row for each work, or for the one that `only` names.
+void compare(uint64_t points, const std::string& only,
+             const std::function<void(const char*, const Row&)>& use)
+{
+    const TempFolder folder;
+    const std::string las = folder.file("survey.las");
+    const std::string laz = folder.file("survey.laz");
+    const std::string store = folder.file("survey.brx");
+    const std::string out = folder.file("out.las");
+    const std::string outLaz = folder.file("out.laz");
+    writeSurvey(las, points);
+    writeSurvey(laz, points);
+    if (!build(las, store)) throw std::runtime_error("no store to work on");
+    const Work works[] = {
+        {"build", [&] { return build(las, out); }, [&] { return copy(las, out); }},
+        {"build from LAZ", [&] { return build(laz, out); }, [&] { return decode(laz); }},
+        {"verify", [&] { return VelBrx::verifyStore(store).empty(); }, [&] { return readAll(store); }},
+        {"export to LAS", [&] { return exportTo(out, store); }, [&] { return copy(store, out); }},
+        {"export to LAZ", [&] { return exportTo(outLaz, store); }, [&] { return encode(las); }},
+    };
+    for (const Work& work : works)
+        if (only.empty() || only == work.name) use(work.name, measureBoth(work, points));
+}
+
+void printRow(const char* name, const Row& row, bool isFirst)
 {
     if (isFirst) {
-        for (const auto& [name, value] : row.items())
-            std::printf("%18s", name.c_str());
+        std::printf("%-14s", "");
+        for (const auto& [column, value] : row.items())
+            std::printf("%16s", column.c_str());
         std::printf("\n");
     }
-    for (const auto& [name, value] : row.items())
-        std::printf("%18.3f", value.get<double>());
+    std::printf("%-14s", name);
+    for (const auto& [column, value] : row.items())
+        std::printf("%16.3f", value.get<double>());
     std::printf("\n");
     std::fflush(stdout);
 }
@@ -131,17 +239,22 @@ void printRow(const nlohmann::ordered_json& row, bool isFirst)
 int main(int argc, char** argv)
 try {
     std::vector<uint64_t> sizes;
+    std::string only;
     bool json = false;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--json") == 0) json = true;
+        if (std::strcmp(argv[i], "--only") == 0 && i + 1 < argc) only = argv[++i];
         if (const uint64_t points = std::strtoull(argv[i], nullptr, 10)) sizes.push_back(points);
     }
     if (sizes.empty()) sizes.push_back(10'000'000);
-    auto rows = nlohmann::ordered_json::array();
-    for (const uint64_t points : sizes) {
-        rows.push_back(compare(points));
-        if (!json) printRow(rows.back(), rows.size() == 1);
-    }
+    Row rows = Row::array();
+    for (const uint64_t points : sizes)
+        compare(points, only, [&](const char* name, const Row& row) {
+            if (!json) printRow(name, row, rows.empty());
+            Row named = {{"work", name}};
+            named.update(row);
+            rows.push_back(named);
+        });
     if (json) std::printf("%s\n", rows.dump(2).c_str());
     return 0;
 } catch (const std::exception& error) {
