@@ -28,6 +28,12 @@ done
 OSG_RUN_FRAME_COUNT=200 timeout 100 xvfb-run -a "$examples/host/host" "$scratch/survey.brx" | tee "$scratch/picked"
 grep -qE '^picked [0-9.]+ [0-9.]+ [0-9.]+, class [0-9]+' "$scratch/picked"
 
+# A host with a window of another library's, where that is installed, writes a picture that is not empty.
+if [ -e "$examples/glfw_host/glfw_host" ]; then
+    timeout 100 xvfb-run -a "$examples/glfw_host/glfw_host" "$scratch/survey.brx" "$scratch/picture.png"
+    [ "$(stat -c %s "$scratch/picture.png")" -gt 20000 ]
+fi
+
 # A host without a window reads points.
 "$examples/read_cell/read_cell" "$scratch/survey.brx" | tee "$scratch/points"
 grep -qE '^[1-9][0-9]* of 20000 points' "$scratch/points"
