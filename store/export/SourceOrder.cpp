@@ -74,7 +74,7 @@ Status SourceOrder::distribute(const std::string& folder, ParallelRun& run)
 {
     if (!_filter.takesAll()) _taken.reset(new uint8_t[_windowPoints]());
     if (_windowCount == 1)
-        _records = uninitialised<uint8_t>(_origin.pointCount * kPointSize);
+        _records.reset(new uint8_t[_origin.pointCount * kPointSize]);
     else if (Status status = _temporary.create(folder, temporarySize()); !status)
         return status;
     _filled = std::make_unique<std::atomic<uint64_t>[]>(_windowCount);
@@ -196,7 +196,7 @@ Status SourceOrder::load(size_t window, ParallelRun& run)
     const uint64_t count = _filled[window];
     if (_filter.takesAll() && count != room)
         return Status::failure("was changed while it was read; export it again");
-    if (!_records) _records = uninitialised<uint8_t>(_windowPoints * kPointSize);
+    if (!_records) _records.reset(new uint8_t[_windowPoints * kPointSize]);
     if (_taken) std::fill_n(_taken.get(), room, uint8_t{0});
     return run.forEach(roundedUp(count, kBlockPoints), [&](size_t i) -> Status {
         const uint64_t first = i * kBlockPoints;

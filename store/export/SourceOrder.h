@@ -4,7 +4,6 @@
 #include "store/export/ExportedStore.h"
 #include "store/io/ParallelRun.h"
 #include "store/io/TemporaryFile.h"
-#include "store/io/Uninitialised.h"
 #include "store/part/PointFilter.h"
 
 #include <VelThreads/Mutex.h>
@@ -77,7 +76,7 @@ private:
     std::vector<uint64_t> _sourceFirsts; ///< first ordinals
     TemporaryFile _temporary;
     std::unique_ptr<std::atomic<uint64_t>[]> _filled; ///< entries of each window in the temporary file
-    Uninitialised<uint8_t> _records;                  ///< of the loaded window in order
+    std::unique_ptr<uint8_t[]> _records;              ///< of the loaded window in order
     std::unique_ptr<uint8_t[]> _taken;                ///< of the loaded window; none where all are taken
     uint64_t _loadedFirst = 0;
     mutable VelThreads::Mutex _mutex;
