@@ -30,8 +30,8 @@ out ivec4 pIPositionAttribute;
 
 const float kBackground = 0.0;
 
-// Depths that differ from the visible one by more than this belong to other points; a few steps of a 24-bit depth
-// buffer.
+// Depths nearer than the visible one by more than this belong to points that the first pass hid; a few steps of
+// a 24-bit depth buffer.
 const float kDepthTolerance = 1e-6;
 
 float ztransform(float z)
@@ -78,13 +78,12 @@ Response response(float z, int neighbours)
     return Response(sum.byDepth / 8.0, sum.balanced / 8.0);
 }
 
-// Whether the first pass shows something else at the pixel, before the point or behind it. Where a pixel has several
-// samples, a point behind it may still be what some of them show.
+// Whether the first pass shows nothing at the pixel, or something behind the point. What is behind the visible point is
+// shaded too: the two passes need not cover the same pixels at the points' edges, as a window's rows may count from the
+// top.
 bool isHidden(float visibleDepth)
 {
-    bool isBehind = gl_NumSamples <= 1 && gl_FragCoord.z > visibleDepth + kDepthTolerance;
-    bool isBefore = gl_FragCoord.z < visibleDepth - kDepthTolerance;
-    return isBehind || isBefore || ztransform(visibleDepth) == kBackground;
+    return ztransform(visibleDepth) == kBackground || gl_FragCoord.z < visibleDepth - kDepthTolerance;
 }
 
 void main()
