@@ -37,9 +37,10 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs)
         const size_t slash = name.rfind('/');
         Pair& pair = _pairs[name.substr(0, slash)];
         Rates& rates = name.substr(slash + 1) == "limit" ? pair.limit : pair.ours;
-        rates.onClock.push_back(rate->second.value);
-        rates.ofProcessor.push_back(rate->second.value * run.real_accumulated_time /
-                                    run.cpu_accumulated_time);
+        const bool isOnClock = run.run_name.time_type.find("real_time") != std::string::npos;
+        const double clockToProcessor = run.real_accumulated_time / run.cpu_accumulated_time;
+        rates.stated.push_back(rate->second.value);
+        rates.ofProcessor.push_back(rate->second.value * (isOnClock ? clockToProcessor : 1));
     }
 }
 
@@ -48,7 +49,7 @@ void RatioReporter::Finalize()
     auto json = nlohmann::ordered_json::array();
     if (!_json) std::printf("%-44s %14s %14s %8s %8s\n", "million a second", "ours", "limit", "ratio", "CPU");
     for (const auto& [name, pair] : _pairs) {
-        const double ours = median(pair.ours.onClock) / 1e6, limit = median(pair.limit.onClock) / 1e6;
+        const double ours = median(pair.ours.stated) / 1e6, limit = median(pair.limit.stated) / 1e6;
         const double ratio = quotient(ours, limit);
         const double cpuRatio = quotient(median(pair.ours.ofProcessor), median(pair.limit.ofProcessor));
         if (_json)

@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
-/// Prints, for each pair of benchmarks "NAME/ours" and "NAME/limit", their median rates on the clock, the
-/// ratio between them, and that of the rates by processor time of the process, which other work disturbs
-/// less. The limit is what this machine does at this moment, measured in the same run: a rate alone says
-/// nothing on another or a busy machine. Benchmarks are to measure the time of the process.
+/// Prints, for each pair of benchmarks "NAME/ours" and "NAME/limit", their median rates (on the clock where
+/// the benchmarks use real time, of the processor where not), the ratio between them, and that of the rates
+/// by processor time of the process, which other work disturbs less. The limit is what this machine does at
+/// this moment, measured in the same run: a rate alone says nothing on another or a busy machine. Benchmarks
+/// are to measure the time of the process.
 class RatioReporter : public benchmark::BenchmarkReporter
 {
 public:
@@ -23,7 +24,7 @@ private:
     /// Items per second, one a repetition.
     struct Rates
     {
-        std::vector<double> onClock;
+        std::vector<double> stated;
         std::vector<double> ofProcessor;
     };
     struct Pair
