@@ -11,12 +11,12 @@ namespace VelBrx {
 namespace {
 
 constexpr unsigned kDigitBits =
-    10; ///< that a pass of the sort goes by; more make places that caches do not hold
+    10; ///< that a pass of the sort goes by, at most; more make places that caches do not hold
+constexpr unsigned kMoreBits = 6;   ///< than number the points: the sort's passes leave few points together
+constexpr size_t kFewTogether = 24; ///< are sorted by insertion
+constexpr size_t kFewPoints = 256;  ///< need no passes
 constexpr std::ptrdiff_t kAhead =
     12; ///< points whose ordinals are fetched into the cache before they are ranked
-constexpr size_t kFewPoints = 256;
-constexpr size_t kFewTogether = 24;
-constexpr unsigned kMoreBits = 6;
 constexpr unsigned kLargestDepth = 128; // a million random ranks need half of it
 
 /// For few points that are nearly in order.
@@ -281,18 +281,14 @@ void sortByCode(TreePoint* points, size_t count, TreePoint* scratch, const uint6
     const auto isBefore = [ordinals](const TreePoint& a, const TreePoint& b) {
         return a.code != b.code ? a.code < b.code : ordinals[a.index] < ordinals[b.index];
     };
-    if (count <= kFewPoints) {
-        std::sort(points, points + count, isBefore);
-        return;
-    }
     uint64_t different = 0;
     for (size_t i = 1; i < count; ++i)
         different |= points[i].code ^ points[0].code;
-    if (different == 0) {
+    if (count <= kFewPoints || different == 0) {
         std::sort(points, points + count, isBefore);
         return;
     }
-    // By the upper bits alone, of as many as leave few points together.
+    // Passes go by the upper bits alone.
     const unsigned top = 64 - static_cast<unsigned>(__builtin_clzll(different));
     const unsigned wanted = 64 - static_cast<unsigned>(__builtin_clzll(count)) + kMoreBits;
     const unsigned lowest = wanted < top ? top - wanted : 0;
