@@ -131,6 +131,47 @@ TEST_F(CloudsWindow, FromAnEmptyWindowToADeliveredFile)
               std::string::npos);
 }
 
+TEST_F(CloudsWindow, ALargeFileIsLookedAtWhileItsStoreIsBuiltAndEditedAfterwards)
+{
+    TestSurvey large;
+    large.side = 1800; // points; from a million on there is a preview
+    ASSERT_TRUE(large.write(folder.file("large.las")));
+    const std::string built = folder.file("large.las.brx");
+    open();
+    EXPECT_TRUE(becomesTitle("brxview"));
+    const auto dropAndSee = [&] {
+        EXPECT_TRUE(window->drop({folder.file("large.las")}));
+        EXPECT_TRUE(becomesTitle("large.las (preview) - brxview"));
+        EXPECT_TRUE(eventually([&] { return pointsIn(*window->picture()) > 1000; }));
+        EXPECT_FALSE(fs::exists(built)) << "seen while it is built";
+    };
+    dropAndSee();
+    window->click(742, 62); // Cancel, beside the bar
+    EXPECT_TRUE(becomesTitle("brxview"));
+    EXPECT_TRUE(tells("large.las: cancelled"));
+    EXPECT_EQ(pointsIn(*window->stillPicture()), 0);
+    EXPECT_FALSE(fs::exists(built));
+
+    dropAndSee();
+    const auto classifyAll = [&] {
+        window->press("A");
+        window->drag(360, 60, 790, 590);
+        window->press("K");
+    };
+    window->press("E");
+    window->press("9");
+    classifyAll(); // an edit that reached the store would not be saved
+    EXPECT_TRUE(becomesTitle("large.las.brx - brxview"));
+    EXPECT_GT(pointsIn(*window->stillPicture()), 1000);
+    window->press("Escape");
+    classifyAll();
+    EXPECT_TRUE(becomesTitle("* large.las.brx - brxview"));
+    window->press("z");
+    EXPECT_TRUE(becomesTitle("large.las.brx - brxview"));
+    window->press("Ctrl+q");
+    EXPECT_EQ(window->program().wait().exitStatus, 0);
+}
+
 TEST_F(CloudsWindow, WhatCannotBeOpenedIsToldInALineAndTheOthersAreShown)
 {
     folder.write("note.las", {'t', 'e', 'x', 't'});

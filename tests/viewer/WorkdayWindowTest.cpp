@@ -45,7 +45,7 @@ protected:
         const auto config = folder.path() / "config" / "brxview";
         std::filesystem::create_directories(config);
         std::ofstream(config / "settings.json")
-            << R"({"panel.sections": {"Clouds": false, "Tools": false, "Look": false}})";
+            << R"({"panel.sections": {"Clouds": false, "Tools": false, "Look": false}, "panel.width": 300})";
         window.emplace(std::vector<std::string>{BRXVIEW, std::string("--") + std::get<0>(GetParam()),
                                                 "--view", "top", "--mode", "class", "--point-size", "5",
                                                 "--no-legend", "--window", "0", "0", std::to_string(width),

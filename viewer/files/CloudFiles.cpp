@@ -177,9 +177,9 @@ void CloudFiles::giveWay(std::vector<OpenedStore>& stores, News& news)
     const auto isHeld = [&](const OpenedStore& store) {
         const bool held = replaced.count(store.path) > 0 && unsaved.count(store.path) > 0;
         if (held)
-            news.problems.push_back(store.path +
-                                    ": was built anew; the old one is on show as long as its classes are not "
-                                    "saved or dropped: do so, then close it and open it again");
+            news.notes.push_back(store.path +
+                                 ": was built anew; the old one is on show as long as its classes are not "
+                                 "saved or dropped: do so, then close it and open it again");
         return held;
     };
     stores.erase(std::remove_if(stores.begin(), stores.end(), isHeld), stores.end());

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 namespace {
 
@@ -19,6 +20,23 @@ constexpr int kMostRows = 18;      ///< that are seen at once
 ClassSet only(int code)
 {
     return ClassSet().set(static_cast<size_t>(code));
+}
+
+/// In little room: from a hundred thousand on with three digits, "123 k", "1.23 M".
+std::string shortCount(uint64_t points)
+{
+    constexpr uint64_t kLeast = 100000;
+    constexpr double kLarge = 999.5; // would be written with four digits
+    if (points < kLeast) return grouped(points);
+    constexpr char kUnits[] = {'k', 'M', 'G', 'T'};
+    double value = static_cast<double>(points) / 1000;
+    size_t unit = 0;
+    for (; value >= kLarge && unit + 1 < std::size(kUnits); ++unit)
+        value /= 1000;
+    const int decimals = value < 9.995 ? 2 : value < 99.95 ? 1 : 0;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f %c", decimals, value, kUnits[unit]);
+    return text;
 }
 
 void textAtRight(const std::string& text)
@@ -92,7 +110,7 @@ void ClassesSection::drawRows()
     float widest = ImGui::CalcTextSize("points").x;
     for (const int code : codes)
         widest = std::max(
-            widest, ImGui::CalcTextSize(grouped(_counts.points()[static_cast<size_t>(code)]).c_str()).x);
+            widest, ImGui::CalcTextSize(shortCount(_counts.points()[static_cast<size_t>(code)]).c_str()).x);
     ImGui::TableSetupColumn("points", ImGuiTableColumnFlags_WidthFixed, widest);
     for (const char* const title : {"see", "edit"})
         ImGui::TableSetupColumn(title, ImGuiTableColumnFlags_WidthFixed, ImGui::CalcTextSize("edit").x);
@@ -125,7 +143,9 @@ void ClassesSection::drawRow(int code)
     widgets::tip(classText(static_cast<unsigned>(code)) +
                  "\nClick: points become this class. Its number, typed in edit mode, does the same.");
     ImGui::TableNextColumn();
-    textAtRight(grouped(_counts.points()[static_cast<size_t>(code)]));
+    const uint64_t points = _counts.points()[static_cast<size_t>(code)];
+    textAtRight(shortCount(points));
+    widgets::tip(grouped(points) + " points");
     ImGui::TableNextColumn();
     drawEye(code);
     ImGui::TableNextColumn();

@@ -2,6 +2,7 @@
 
 #include "terminal/ShownName.h"
 #include "terminal/Text.h"
+#include "viewer/edit/EditText.h"
 #include "viewer/operation/FileOperations.h"
 #include "viewer/operation/Operations.h"
 #include "viewer/panel/Widgets.h"
@@ -17,12 +18,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr size_t kMostProblems = 5;
-
 bool comesBefore(const Scene::Cloud& a, const Scene::Cloud& b)
 {
     return a.order < b.order;
 }
+
+constexpr size_t kMostRows = 8; ///< that are seen at once: the other sections are below
 
 /// A button with its key beside it in the tool tip.
 bool button(const char* label, const std::string& tip)
@@ -49,7 +50,6 @@ uint64_t CloudsSection::current() const
 
 void CloudsSection::tell(const std::string& problem)
 {
-    if (_problems.size() == kMostProblems) _problems.erase(_problems.begin());
     _problems.push_back(problem);
 }
 
@@ -65,8 +65,13 @@ void CloudsSection::draw()
         ImGui::PopStyleColor();
         return;
     }
-    if (!ImGui::BeginTable("clouds", 3, ImGuiTableFlags_SizingStretchProp)) return;
     const ImGuiStyle& style = ImGui::GetStyle();
+    const size_t rows = _stage.scene.clouds().size() + _stage.scene.previews().size();
+    const bool scrolls = rows > kMostRows;
+    const float row = ImGui::GetFrameHeight() + 2 * ImGui::GetTextLineHeightWithSpacing();
+    const ImVec2 size(0, scrolls ? kMostRows * row : 0);
+    constexpr ImGuiTableFlags kFlags = ImGuiTableFlags_SizingStretchProp;
+    if (!ImGui::BeginTable("clouds", 3, scrolls ? kFlags | ImGuiTableFlags_ScrollY : kFlags, size)) return;
     const float buttons = ImGui::CalcTextSize("Frame").x + ImGui::CalcTextSize("x").x +
                           4 * style.FramePadding.x + style.ItemSpacing.x;
     ImGui::TableSetupColumn("eye", ImGuiTableColumnFlags_WidthFixed, ImGui::GetFrameHeight());
@@ -198,7 +203,7 @@ void CloudsSection::drawProblems()
 {
     if (_problems.empty()) return;
     ImGui::PushStyleColor(ImGuiCol_Text, ImVec4(1.0f, 0.62f, 0.35f, 1.0f));
-    for (const std::string& problem : _problems)
+    for (const std::string& problem : firstOf(_problems))
         ImGui::TextWrapped("%s", problem.c_str());
     ImGui::PopStyleColor();
     if (ImGui::SmallButton("Dismiss")) _problems.clear();

@@ -9,7 +9,7 @@
 namespace {
 
 // Pixels of plain text.
-constexpr float kWidth = 300;
+constexpr float kWidth = 324;
 constexpr float kNarrowest = 220;
 constexpr float kEdge = 5;
 

@@ -50,12 +50,17 @@ void StatusLine::draw()
 
 std::string StatusLine::drawing() const
 {
-    std::string text = grouped(_facts.points);
-    if (_facts.wanted > _facts.points) text += " of " + grouped(_facts.wanted);
+    const bool isEmpty = _facts.points == 0 && !_facts.isSettled;
+    if (isEmpty && _facts.wanted == 0 && !_facts.opening.empty()) return _facts.opening;
+    std::string text = isEmpty ? "loading " + grouped(_facts.wanted) : grouped(_facts.points);
+    if (!isEmpty && _facts.wanted > _facts.points) text += " of " + grouped(_facts.wanted);
     text += " points";
     if (const Scene::Drawing& limits = _scene.drawing(); limits.budget || limits.memory)
         text += ", at most " + grouped(_scene.largestPoints());
-    text += _facts.isSettled ? "  ·  settled" : "  ·  loading";
+    if (!_facts.opening.empty())
+        text += "  ·  " + _facts.opening;
+    else if (!isEmpty)
+        text += _facts.isSettled ? "  ·  settled" : "  ·  loading";
     char time[32];
     std::snprintf(time, sizeof time, "  ·  %.0f ms", std::ceil(1e3 * _facts.frameSeconds));
     text += time;

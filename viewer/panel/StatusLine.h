@@ -25,6 +25,7 @@ public:
         uint64_t points = 0; ///< in the scene
         uint64_t wanted = 0; ///< that the pictures would show, whether there is room for them or not
         bool isSettled = false;
+        std::string opening;     ///< which files, for people; empty where none
         double frameSeconds = 0; ///< that the last frame took
         uint64_t hidden = 0;     ///< points of the stores, as far as they are counted
         uint64_t unsaved = 0;    ///< points whose class is not saved

@@ -172,9 +172,10 @@ bool EditKeys::hasNews() const
            (!_mentions.empty() && _mentionsEnd && Clock::now() > *_mentionsEnd);
 }
 
-void EditKeys::mention(const std::vector<std::string>& lines)
+void EditKeys::mention(const std::vector<std::string>& lines, Gravity gravity)
 {
-    append(_mentions, lines);
+    for (const std::string& line : lines)
+        _mentions.emplace(gravity, line);
     _mentionsEnd.reset();
     show();
     _viewer.requestRedraw();
@@ -230,10 +231,18 @@ void EditKeys::type(int key)
     if (request || (key == GUIEventAdapter::KEY_Return && !_typing.isOpen())) _report.clear();
 }
 
-void EditKeys::warn(const std::string& line)
+void EditKeys::warn(const std::string& line, Gravity gravity)
 {
-    _warnings.push_back(line);
-    if (!_editing) mention({line});
+    _warnings.emplace(gravity, line);
+    if (!_editing) mention({line}, gravity);
+}
+
+std::vector<std::string> EditKeys::firstOf(const Lines& lines)
+{
+    std::vector<std::string> all;
+    for (const auto& [gravity, line] : lines)
+        all.push_back(line);
+    return ::firstOf(std::move(all));
 }
 
 bool EditKeys::editByKey(int key, const GUIEventAdapter& event)
@@ -444,9 +453,10 @@ void EditKeys::takeOutcome(const VelOsgDBBrx::EditOutcome& outcome)
 
 std::vector<std::string> EditKeys::panel() const
 {
-    std::vector<std::string> lines = firstOf(_mentions);
+    std::vector<std::string> lines;
     if (!_editing) {
         append(lines, _report);
+        append(lines, firstOf(_mentions));
         return lines;
     }
     lines = {"EDIT  to class " + classText(static_cast<unsigned>(_classes.toClass)) + ", from " +

@@ -56,12 +56,20 @@ public:
     /// Shows one line instead of what the panel tells.
     void tell(const std::string& line);
 
+    /// How much a line matters: where there is no room for all, the first of these are shown.
+    enum class Gravity
+    {
+        DAMAGE, ///< points cannot be read
+        WARNING,
+        NEWS
+    };
+
     /// Shows lines for a while from when the mouse or keys are used, or until a click or Escape takes them
     /// away.
-    void mention(const std::vector<std::string>& lines);
+    void mention(const std::vector<std::string>& lines, Gravity gravity = Gravity::NEWS);
 
     /// As `mention`, and in edit mode for good.
-    void warn(const std::string& line);
+    void warn(const std::string& line, Gravity gravity = Gravity::WARNING);
 
     /// The panel does not show what there is to tell: draw a frame.
     bool hasNews() const;
@@ -89,8 +97,10 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+    using Lines = std::multimap<Gravity, std::string>; ///< those of a gravity in the order of their coming
 
     bool handleMouse(const osgGA::GUIEventAdapter& event);
+    static std::vector<std::string> firstOf(const Lines& lines);
     bool dropReport(int key);
     bool dropMentions();
     bool handleKey(const osgGA::GUIEventAdapter& event);
@@ -133,9 +143,9 @@ private:
     std::string _working;             ///< how far the running operation has come, as the panel says it
     bool _closing = false;            ///< close when the running operation has ended
     std::vector<std::string> _report; ///< what the last operation did, or why a key does nothing
-    std::vector<std::string> _mentions;
+    Lines _mentions;
     std::optional<Clock::time_point> _mentionsEnd; ///< set when somebody is at the window
     std::optional<VelOsgDBBrx::CategoryCounts> _counts;
-    std::vector<std::string> _warnings;
+    Lines _warnings;
     std::map<std::string, uint64_t> _unsaved;
 };

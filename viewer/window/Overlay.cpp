@@ -3,20 +3,24 @@
 #include "terminal/ShownName.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cmath>
 #include <imgui.h>
+#include <imgui_internal.h>
 #include <imgui_stdlib.h>
 
 namespace {
 
 constexpr float kMargin = 10.0f;
-constexpr float kRampWidth = 16.0f;
-constexpr float kRampHeight = 180.0f;
+constexpr float kRampWidth = 12.0f;
+constexpr float kRampHeight = 120.0f;
 constexpr ImGuiWindowFlags kPanel = ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoInputs |
                                     ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoSavedSettings;
 
+constexpr ImGuiWindowFlags kFoldable = (kPanel & ~ImGuiWindowFlags_NoInputs) | ImGuiWindowFlags_NoNav |
+                                       ImGuiWindowFlags_NoFocusOnAppearing |
+                                       ImGuiWindowFlags_NoBringToFrontOnFocus;
+constexpr float kArrow = 0.75f; ///< of the letters' height
 constexpr float kPanelAlpha = 0.7f;
 constexpr float kWidestText = 0.5f;     ///< of the area; wider lines are broken
 constexpr float kLettersOfALine = 70;   ///< that are never broken
@@ -77,9 +81,11 @@ struct HelpColumn
         }
     }
 
-    void draw() const
+    /// Words are broken at `right`, a place in the window; 0 for none.
+    void draw(float right) const
     {
         ImGui::BeginGroup();
+        ImGui::PushTextWrapPos(right > 0 ? right : -1);
         for (const KeyList* list : lists) {
             ImGui::TextColored(kTitleColor, "%s", list->title.c_str());
             for (const auto& [key, words] : list->keys) {
@@ -89,6 +95,7 @@ struct HelpColumn
             }
             ImGui::NewLine();
         }
+        ImGui::PopTextWrapPos();
         ImGui::EndGroup();
     }
 };
@@ -106,13 +113,23 @@ ImVec2 sizeOfBox(const std::vector<std::string>& lines, float widest)
     return ImVec2(size.x + 2 * style.WindowPadding.x, size.y + 2 * style.WindowPadding.y);
 }
 
-/// The next list always in the shorter column.
-std::array<HelpColumn, 2> columnsOf(const std::vector<KeyList>& lists)
+/// The next list always in the shortest column.
+std::vector<HelpColumn> columnsOf(const std::vector<KeyList>& lists, size_t count)
 {
-    std::array<HelpColumn, 2> columns;
+    std::vector<HelpColumn> columns(count);
+    const auto isShorter = [](const HelpColumn& a, const HelpColumn& b) { return a.rows < b.rows; };
     for (const KeyList& list : lists)
-        columns[columns[1].rows < columns[0].rows ? 1 : 0].add(list);
+        std::min_element(columns.begin(), columns.end(), isShorter)->add(list);
     return columns;
+}
+
+/// Of a window that another one would lie over: below that.
+float below(const char* name, const char* other)
+{
+    const ImGuiWindow* const window = ImGui::FindWindowByName(name);
+    const ImGuiWindow* const above = ImGui::FindWindowByName(other);
+    const bool areMet = window && above && above->Active && above->Pos.x < window->Pos.x + window->Size.x;
+    return areMet ? above->Pos.y + above->Size.y + kMargin : 0;
 }
 
 /// The round end of a stroke that comes from a place.
@@ -137,25 +154,55 @@ void Overlay::draw(const Gui& gui)
 {
     for (const ToolPreview::Path& path : _drawing.paths)
         drawPath(path, gui.unit());
+    drawText("panel", _panel, gui.area(), osg::Vec2d(1, 0), kPanelAlpha);
     if (!_legend.title.empty()) drawLegend(gui);
     drawText("lines", _lines, gui.area(), osg::Vec2d(0, 1), kPanelAlpha);
-    drawText("panel", _panel, gui.area(), osg::Vec2d(1, 0), kPanelAlpha);
     if (!_help.empty()) drawHelp(gui.area());
-    drawText("question", _question, gui.area(), osg::Vec2d(0.5, 0.5), kQuestionAlpha);
+    std::vector<std::string> middle = _question;
+    if (middle.empty() && !_notice.empty()) middle = {_notice};
+    drawText("question", middle, gui.area(), osg::Vec2d(0.5, 0.5), kQuestionAlpha);
 }
 
-void Overlay::drawLegend(const Gui& gui) const
+void Overlay::drawLegend(const Gui& gui)
 {
     const Gui::Area& area = gui.area();
-    ImGui::SetNextWindowPos(ImVec2(area.x + kMargin, area.y + kMargin));
+    const float top = std::max(area.y + kMargin, below("legend", "panel"));
+    ImGui::SetNextWindowPos(ImVec2(area.x + kMargin, top));
     ImGui::SetNextWindowBgAlpha(kPanelAlpha);
-    ImGui::Begin("legend", nullptr, kPanel);
-    ImGui::TextUnformatted(_legend.title.c_str());
-    if (!_legend.remark.empty()) ImGui::TextUnformatted(_legend.remark.c_str());
-    const float room = area.height - 2 * kMargin - ImGui::GetCursorPosY();
-    drawEntries(room);
-    if (_legend.ramp.size() > 1) drawRamp(room, gui.unit());
+    ImGui::Begin("legend", nullptr, _isFoldable ? kFoldable : kPanel);
+    drawTitle();
+    if (!_isFolded) {
+        if (!_legend.remark.empty()) ImGui::TextUnformatted(_legend.remark.c_str());
+        const float room = area.y + area.height - kMargin - top - ImGui::GetCursorPosY();
+        drawEntries(room);
+        if (_legend.ramp.size() > 1) drawRamp(room, gui.unit());
+    }
     ImGui::End();
+}
+
+/// The mouse is the scene's over all else of the legend.
+void Overlay::drawTitle()
+{
+    if (!_isFoldable) {
+        ImGui::TextUnformatted(_legend.title.c_str());
+        return;
+    }
+    const float arrow = ImGui::GetFontSize();
+    const ImVec2 corner = ImGui::GetCursorScreenPos();
+    ImGui::RenderArrow(ImGui::GetWindowDrawList(), ImVec2(corner.x, corner.y + (1 - kArrow) / 2 * arrow),
+                       ImGui::GetColorU32(ImGuiCol_Text), _isFolded ? ImGuiDir_Right : ImGuiDir_Down, kArrow);
+    if (ImGui::InvisibleButton(
+            "fold", ImVec2(arrow + ImGui::CalcTextSize(_legend.title.c_str()).x, ImGui::GetTextLineHeight())))
+        _isFolded = !_isFolded;
+    const bool isPointedAt = ImGui::IsItemHovered();
+    const ImU32 color =
+        isPointedAt ? ImGui::ColorConvertFloat4ToU32(kTitleColor) : ImGui::GetColorU32(ImGuiCol_Text);
+    ImGui::GetWindowDrawList()->AddText(ImVec2(corner.x + arrow, corner.y), color, _legend.title.c_str());
+    ImGuiWindow& window = *ImGui::GetCurrentWindow();
+    ImGui::SetWindowHitTestHole(&window, ImVec2(window.Pos.x, ImGui::GetItemRectMax().y), window.Size);
+    if (isPointedAt)
+        ImGui::SetTooltip("%s",
+                          _isFolded ? "Click: the colours\nL: no legend" : "Click: fold it\nL: no legend");
 }
 
 /// As many as there is room for.
@@ -230,13 +277,17 @@ void Overlay::drawPath(const ToolPreview::Path& path, float unit)
         list->AddCircleFilled(point, kVertexRadius * unit, kOutlineColor);
 }
 
-/// As large as all keys need, however few of them are found, and no larger than the area: it scrolls then.
+/// As large as all keys need, however few of them are found, and no larger than the area: it scrolls then,
+/// and where it is narrow there is one column of broken lines.
 void Overlay::drawHelp(const Gui::Area& area)
 {
     const float gap = 2 * ImGui::GetTextLineHeight();
-    const std::array<HelpColumn, 2> all = columnsOf(_help);
-    const float rows = static_cast<float>(std::max(all[0].rows, all[1].rows));
-    const ImVec2 size(std::min(all[0].width + all[1].width + 2 * gap, area.width - 4 * kMargin),
+    const float widest = area.width - 4 * kMargin;
+    const std::vector<HelpColumn> all = columnsOf(_help, 2);
+    const float wanted = all[0].width + all[1].width + 2 * gap;
+    const bool isNarrow = wanted > widest;
+    const float rows = static_cast<float>(std::max(all[0].rows, all[1].rows) * (isNarrow ? 2 : 1));
+    const ImVec2 size(std::min(wanted, widest),
                       std::min(rows * ImGui::GetTextLineHeightWithSpacing(),
                                area.height - 6 * kMargin - ImGui::GetFrameHeightWithSpacing()));
     ImGui::SetNextWindowPos(ImVec2(area.x + area.width / 2, area.y + area.height / 2), ImGuiCond_Always,
@@ -246,10 +297,11 @@ void Overlay::drawHelp(const Gui::Area& area)
     drawSearch();
     ImGui::BeginChild("keys", size);
     const std::vector<KeyList> found = filtered(_help, _searched);
-    const std::array<HelpColumn, 2> columns = columnsOf(found);
-    columns[0].draw();
-    ImGui::SameLine(0, gap);
-    columns[1].draw();
+    if (found.empty()) ImGui::TextUnformatted("no key or mouse button does that");
+    for (const HelpColumn& column : columnsOf(found, isNarrow ? 1 : 2)) {
+        column.draw(isNarrow ? ImGui::GetContentRegionMax().x : 0);
+        ImGui::SameLine(0, gap);
+    }
     ImGui::EndChild();
     ImGui::End();
 }

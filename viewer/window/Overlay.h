@@ -19,6 +19,17 @@ class Overlay : public osg::Referenced
 public:
     void setLegend(const Legend& legend) { _legend = legend; }
 
+    /// \name A legend that a click on its title folds to that line
+    /// In a window; pictures have the legend as it is.
+    /// @{
+    void setFoldable(bool isFolded)
+    {
+        _isFoldable = true;
+        _isFolded = isFolded;
+    }
+    bool isFolded() const { return _isFolded; }
+    /// @}
+
     /// Shown at the bottom; none hides them.
     void setLines(const std::vector<std::string>& lines) { _lines = lines; }
 
@@ -27,6 +38,9 @@ public:
 
     /// Shown in the middle, above everything else; none hides it.
     void setQuestion(const std::vector<std::string>& lines) { _question = lines; }
+
+    /// Shown in the middle while no question is; empty hides it.
+    void setNotice(const std::string& line) { _notice = line; }
 
     /// Shows the keys in the middle, in two columns, with a field that filters them; `searches`: what is
     /// typed goes there at once.
@@ -44,7 +58,8 @@ protected:
     ~Overlay() override = default;
 
 private:
-    void drawLegend(const Gui& gui) const;
+    void drawLegend(const Gui& gui);
+    void drawTitle();
     void drawEntries(float room) const;
     void drawRamp(float room, float unit) const;
     static void drawPath(const ToolPreview::Path& path, float unit);
@@ -54,9 +69,12 @@ private:
                   const osg::Vec2d& place, float alpha) const;
 
     Legend _legend;
+    bool _isFoldable = false;
+    bool _isFolded = false;
     std::vector<std::string> _lines;
     std::vector<std::string> _panel;
     std::vector<std::string> _question;
+    std::string _notice;
     std::vector<KeyList> _help;
     std::string _searched;  ///< what the list of keys is filtered by
     bool _searches = false; ///< the field for it is to have the keyboard

@@ -92,7 +92,22 @@ void WindowFiles::update(bool isSettled)
     _files.look(volumesOf(_views.all()));
     if (_files.isBusy() || _questions.isMoving()) _viewer.requestRedraw();
     updateTitle();
+    _opening = describeOpening();
     tellReadErrors();
+}
+
+std::string WindowFiles::describeOpening() const
+{
+    if (!_files.isOpening()) return "";
+    const std::vector<JobQueue::State> jobs = _files.openings();
+    if (jobs.empty()) {
+        const size_t open = _stage.scene.clouds().size();
+        return "opening stores, " + grouped(open) + " of " + grouped(open + _stage.scene.waiting().size());
+    }
+    std::string text = "opening " + printable(jobs.front().title);
+    const int percent = static_cast<int>(100 * jobs.front().share);
+    if (percent > 0) text += ", " + std::to_string(percent) + " %";
+    return jobs.size() == 1 ? text : text + " and " + grouped(jobs.size() - 1) + " more";
 }
 
 bool WindowFiles::isBusy() const
@@ -215,7 +230,7 @@ void WindowFiles::tellReadErrors()
     const VelBrx::Status read = VelBrx::checkReads(*cloud.octree().pointFile).of(cloud.store);
     if (read || !_unreadable.insert(cloud.store).second) return;
     print({read.message()});
-    _editKeys.warn(read.message());
+    _editKeys.warn(read.message(), EditKeys::Gravity::DAMAGE);
     _viewer.requestRedraw();
 }
 
@@ -227,7 +242,7 @@ void WindowFiles::checkStores(Clock::time_point now)
     print(problems);
     for (const std::string& problem : problems)
         _section.tell(problem);
-    _editKeys.say(problems);
+    _editKeys.say(firstOf(problems));
     _viewer.requestRedraw();
 }
 

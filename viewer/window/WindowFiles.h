@@ -43,6 +43,9 @@ public:
     /// Clouds are still to come.
     bool isOpening() const { return _files.isOpening(); }
 
+    /// Which, for people: "opening tile.laz, 34 % and 12 more"; empty where none.
+    const std::string& opening() const { return _opening; }
+
     /// Readable when files are dragged over the window, for `update`.
     int connection() const { return _dropped.connection(); }
 
@@ -74,6 +77,7 @@ private:
     void tellReadErrors();
     void checkStores(Clock::time_point now);
     void updateTitle();
+    std::string describeOpening() const;
 
     osgViewer::Viewer& _viewer;
     EditKeys& _editKeys;
@@ -93,6 +97,7 @@ private:
     std::set<std::string> _unreadable;   ///< stores with read errors that were told
     std::vector<std::string> _problems;  ///< to be told when all that was asked for is open
     std::string _title;
+    std::string _opening;
     Clock::time_point _lastLook;
     Clock::time_point _lastTick;
     Clock::time_point _lastCheck;

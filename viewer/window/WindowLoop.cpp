@@ -25,7 +25,7 @@ long frameLimit()
 }
 
 /// What is drawn over the scene is made when the cameras stand as they are drawn.
-void drawFrame(WindowParts& parts, WindowClear& clear, bool isFirst)
+void drawFrame(WindowParts& parts, WindowClear& clear, bool isFirst, bool& hadSurface)
 {
     osgViewer::Viewer& viewer = parts.viewer;
     const osg::Vec4& background = parts.scene.drawing().background;
@@ -42,6 +42,11 @@ void drawFrame(WindowParts& parts, WindowClear& clear, bool isFirst)
     viewer.updateTraversal();
     parts.gui->update();
     if (placeViews(*parts.gui, *parts.views)) viewer.requestRedraw();
+    if (!hadSurface && parts.scene.surface().on && !parts.scene.clouds().empty()) {
+        hadSurface = true;
+        parts.announceSurface();
+        return;
+    }
     viewer.renderingTraversals();
 }
 
@@ -62,6 +67,7 @@ void drawUntilDone(WindowParts& parts)
     constexpr double kLongestRest = 0.1;
     const long limit = frameLimit();
     long frames = 0;
+    bool hadSurface = false;
     const EndSignals signals;
     const osg::ref_ptr<WindowClear> clear = new WindowClear;
     osgViewer::Viewer::Contexts windows;
@@ -81,7 +87,7 @@ void drawUntilDone(WindowParts& parts)
         }
         services.setBudget(scene.largestPoints());
         const auto start = std::chrono::steady_clock::now();
-        drawFrame(parts, *clear, frames == 0);
+        drawFrame(parts, *clear, frames == 0, hadSurface);
         ++frames;
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -94,6 +100,7 @@ void drawUntilDone(WindowParts& parts)
         const uint64_t counted = parts.moveLevel->points();
         const uint64_t points = counted == 0 && services.isSettled() ? services.wantedPoints() : counted;
         parts.status->tell({points, services.wantedPoints(), services.isSettled() && !files.isOpening(),
-                            seconds, files.hiddenPoints(), totalOf(parts.editing->unsavedPoints())});
+                            files.opening(), seconds, files.hiddenPoints(),
+                            totalOf(parts.editing->unsavedPoints())});
     }
 }

@@ -19,6 +19,7 @@ namespace {
 
 constexpr const char* kHint = "h: help   drag: turn   wheel: zoom";
 const std::string kUiScale = "window.uiScale";
+const std::string kFolded = "legend.folded";
 
 /// As --ui-scale chose it last; 0 where the screen decides.
 double keptScale(const Settings& settings)
@@ -110,6 +111,7 @@ void WindowParts::makePictures()
         drawSection(*views, scene.units(), gui->unit());
         _sectionTool->draw(gui->unit());
     });
+    _overlay->setFoldable(_settings.get<bool>(kFolded).value_or(false));
     gui->add([this] { _overlay->draw(*gui); });
     gui->update();
     placeViews(*gui, *views);
@@ -190,9 +192,24 @@ void WindowParts::tellOfTheStart()
         editKeys->warn(warning);
 }
 
+void WindowParts::announceSurface()
+{
+    const SurfaceLook wanted = scene.surface();
+    SurfaceLook none = wanted;
+    none.on = false;
+    scene.setSurface(none);
+    _overlay->setNotice("preparing the surface ...");
+    gui->update();
+    viewer.renderingTraversals();
+    _overlay->setNotice("");
+    scene.setSurface(wanted);
+    viewer.requestRedraw();
+}
+
 void WindowParts::keep()
 {
     if (_options.panel) _panel->keep(_settings);
     keepTools(editKeys->tools(), scene, _settings);
+    _settings.set(kFolded, _overlay->isFolded());
     if (!status->isHinting()) _settings.set("hint.shown", true);
 }

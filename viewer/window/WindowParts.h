@@ -45,6 +45,10 @@ public:
     /// What the user leaves the parts like.
     void keep();
 
+    /// Draws the picture before the first one with a surface: that takes a second or more, as programs are
+    /// made for it, and this one, without the surface, says so. In the place of the rendering traversals.
+    void announceSurface();
+
     osgViewer::Viewer& viewer;
     Scene& scene;
     osg::ref_ptr<Gui> gui;
