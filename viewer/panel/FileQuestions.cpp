@@ -12,7 +12,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string kFolder = "files.folder";
 const std::string kExportFolder = "files.exportFolder";
 const std::vector<std::string> kPointFiles = {".las", ".laz"};
 constexpr float kBarWidth = 26;    ///< letters' heights
@@ -55,9 +54,11 @@ void FileQuestions::ask(const std::string& text, std::vector<std::pair<std::stri
     _question = Question{text, std::move(answers)};
 }
 
+/// Where the last file was, however it was opened.
 void FileQuestions::askToOpen()
 {
-    _openDialog.ask(_settings.get<std::string>(kFolder).value_or(""));
+    const std::vector<std::string> recent = _files.recent();
+    _openDialog.ask(recent.empty() ? "" : fs::path(recent.front()).parent_path().string());
 }
 
 uint64_t FileQuestions::unsavedIn(const Scene::Cloud& cloud) const
@@ -158,7 +159,6 @@ void FileQuestions::draw()
 {
     goOnAfterSave();
     if (const std::vector<std::string> chosen = _openDialog.draw(); !chosen.empty()) {
-        _settings.set(kFolder, _openDialog.folder());
         for (const std::string& path : chosen)
             _stage.act(openRequest(path));
     }

@@ -40,6 +40,7 @@ void StatusLine::draw()
     ImGui::PushStyleVar(ImGuiStyleVar_WindowMinSize, ImVec2(1, 1));
     ImGui::Begin("##status", nullptr, kFlags);
     ImGui::PopStyleVar(3);
+    if (_scene.isEmpty()) _place.clear();
     ImGui::TextUnformatted((_hint.empty() ? _place : _hint).c_str());
     const std::string right = drawing();
     ImGui::SameLine(area.width - ImGui::CalcTextSize(right.c_str()).x - padding.x);
@@ -50,8 +51,8 @@ void StatusLine::draw()
 
 std::string StatusLine::drawing() const
 {
+    if (_scene.isEmpty()) return _facts.opening;
     const bool isEmpty = _facts.points == 0 && !_facts.isSettled;
-    if (isEmpty && _facts.wanted == 0 && !_facts.opening.empty()) return _facts.opening;
     std::string text = isEmpty ? "loading " + grouped(_facts.wanted) : grouped(_facts.points);
     if (!isEmpty && _facts.wanted > _facts.points) text += " of " + grouped(_facts.wanted);
     text += " points";
