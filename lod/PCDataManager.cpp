@@ -4,13 +4,44 @@
 #include <VelOsgDBBrx/LasReaderWriter.h>
 #include <VelOsgUtils/ThreadCount.h>
 
+#include <atomic>
 #include <chrono>
+
+#include <malloc.h>
 
 namespace VelOsgDBBrx {
 
 namespace {
 
 constexpr std::chrono::milliseconds kEvictionPeriod{60};
+
+constexpr int kRestPeriods = 17; ///< a second without evictions
+
+std::atomic<size_t> freedNodes{0}; ///< by any thread
+
+/// Gives the system the memory of freed cells at rest. The C library would keep what lies between blocks that
+/// are in use, so that a process would stay as large as it ever was. It belongs to one thread.
+class MemoryReturn
+{
+public:
+    /// To be called once a period.
+    void afterEviction()
+    {
+        const size_t freed = freedNodes;
+        _restPeriods = freed == _freed ? _restPeriods + 1 : 0;
+        _freed = freed;
+        if (_restPeriods < kRestPeriods || _freed == _freedBefore) return;
+        _freedBefore = _freed;
+#ifdef __GLIBC__
+        malloc_trim(0);
+#endif
+    }
+
+private:
+    size_t _freed = 0;
+    size_t _freedBefore = 0; ///< when memory was last given back
+    int _restPeriods = 0;
+};
 
 /// The reference asked about is the only one. Counting up and down again is atomic; reading the count is not.
 bool isOnlyReference(const osg::Referenced& object)
@@ -102,8 +133,11 @@ void PCDataManager::registerNode(osg::Node* node, std::string key)
 void PCDataManager::run()
 {
     const VelOsgUtils::ThreadCount::Scope scope;
-    while (waitForEviction())
+    MemoryReturn memory;
+    while (waitForEviction()) {
         evict();
+        memory.afterEviction();
+    }
 }
 
 /// False when the thread shall end.
@@ -127,6 +161,7 @@ void PCDataManager::evict()
         if (isOnlyReference(*entry->second)) {
             evicted.push_back(std::move(entry->second));
             entry = _nodes.erase(entry);
+            ++freedNodes;
         } else {
             ++entry;
         }

@@ -6,6 +6,7 @@
 #include <VelOsgDBBrx/PCViewerManager.h>
 #include <VelOsgDBBrx/VelIncrementalCompileOperation.h>
 
+#include <osg/Array>
 #include <osgViewer/CompositeViewer>
 #include <osgViewer/Viewer>
 
@@ -14,7 +15,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <fstream>
+#include <memory>
+#include <string>
 #include <thread>
+#include <vector>
+
+#include <unistd.h>
 
 namespace {
 
@@ -115,6 +122,33 @@ TEST(PCDataManager, ANodeThatNobodyHoldsIsFreedWithinMoments)
     }
     EXPECT_LT(shortest, std::chrono::milliseconds(200)) << "on a machine that is not overloaded all are";
 }
+
+#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+size_t residentPages()
+{
+    size_t size = 0;
+    size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> size >> resident;
+    return resident;
+}
+
+TEST(PCDataManager, TheSystemHasTheMemoryOfFreedNodesAtRest)
+{
+    constexpr unsigned kFloats = 16384;
+    std::vector<osg::ref_ptr<osg::Node>> nodes;
+    std::vector<std::unique_ptr<char[]>>
+        between; // blocks in use, so that what is freed does not lie together
+    for (int i = 0; i < 1000; ++i) {
+        nodes.emplace_back(new osg::Node)->setUserData(new osg::FloatArray(kFloats));
+        between.push_back(std::make_unique<char[]>(1024));
+        PCDataManager::getInstance()->registerNode(nodes.back(), "large " + std::to_string(i));
+    }
+    const size_t full = residentPages();
+    const size_t pages = nodes.size() * kFloats * sizeof(float) / static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    nodes.clear();
+    EXPECT_TRUE(eventually([&] { return residentPages() + pages * 3 / 4 < full; }));
+}
+#endif
 
 TEST(PCDataManager, ThreadsThatWantTheSameCellsWhileTheyAreEvictedAllGetTheSameLiveNodes)
 {
