@@ -23,7 +23,7 @@ constexpr ImGuiWindowFlags kFoldable = (kPanel & ~ImGuiWindowFlags_NoInputs) | I
 constexpr float kArrow = 0.75f; ///< of the letters' height
 constexpr float kPanelAlpha = 0.7f;
 constexpr float kWidestText = 0.5f;     ///< of the area; wider lines are broken
-constexpr float kLettersOfALine = 70;   ///< that are never broken
+constexpr float kLettersOfALine = 70;   ///< that are not broken where the area has room for them
 constexpr float kQuestionAlpha = 0.95f; ///< of what is read rather than looked past
 const ImVec4 kTitleColor(1.0f, 0.87f, 0.25f, 1.0f);
 const ImVec4 kWarningColor(1.0f, 0.45f, 0.35f, 1.0f);
@@ -325,7 +325,8 @@ void Overlay::drawText(const char* name, const std::vector<std::string>& lines, 
                                    area.y + kMargin + pivot.y * (area.height - 2 * kMargin)),
                             ImGuiCond_Always, pivot);
     ImGui::SetNextWindowBgAlpha(alpha);
-    const float widest = std::max(kWidestText * area.width, kLettersOfALine * ImGui::CalcTextSize("0").x);
+    const float wanted = std::max(kWidestText * area.width, kLettersOfALine * ImGui::CalcTextSize("0").x);
+    const float widest = std::min(wanted, area.width - 2 * kMargin - ImGui::GetStyle().WindowPadding.x);
     ImGui::SetNextWindowSize(sizeOfBox(lines, widest));
     ImGui::Begin(name, nullptr, kPanel & ~ImGuiWindowFlags_AlwaysAutoResize);
     ImGui::PushTextWrapPos(widest);
