@@ -109,7 +109,7 @@ bool EyeDomeTargets::begin(const EyeDomeTarget& target, osg::State& state)
         isFirst = !stamp || use.target != &target || use.frame != stamp->getFrameNumber();
         use = {&target, stamp ? stamp->getFrameNumber() : 0};
     }
-    target.frameBuffer->apply(state);
+    bind(*target.frameBuffer, state);
     return isFirst;
 }
 

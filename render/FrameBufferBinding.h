@@ -1,5 +1,7 @@
 #pragma once
 
+#include <osg/ContextData>
+#include <osg/FrameBufferObject>
 #include <osg/GLExtensions>
 #include <osg/State>
 
@@ -25,3 +27,14 @@ struct FrameBufferBinding
         extensions.glBindFramebuffer(GL_READ_FRAMEBUFFER_EXT, static_cast<GLuint>(read));
     }
 };
+
+/// Binds a frame buffer that any thread may free. OpenSceneGraph's lists of what the thread that draws is to
+/// delete are made here, on that thread: else whoever frees the first one makes them while that thread goes
+/// through all lists.
+inline void bind(const osg::FrameBufferObject& frameBuffer, osg::State& state,
+                 osg::FrameBufferObject::BindTarget target = osg::FrameBufferObject::READ_DRAW_FRAMEBUFFER)
+{
+    (void)osg::get<osg::GLFrameBufferObjectManager>(state.getContextID());
+    (void)osg::get<osg::GLRenderBufferManager>(state.getContextID());
+    frameBuffer.apply(state, target);
+}

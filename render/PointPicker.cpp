@@ -159,7 +159,7 @@ std::optional<PickedPoint> PickAttachments::read(osg::State& state, int x, int y
     const PixelWindow window = windowAround(x, y, radius, _width, _height);
     if (window.size() == 0) return std::nullopt;
     const FrameBufferBinding before = FrameBufferBinding::current();
-    _reading->apply(state, osg::FrameBufferObject::READ_FRAMEBUFFER);
+    bind(*_reading, state, osg::FrameBufferObject::READ_FRAMEBUFFER);
     glPixelStorei(GL_PACK_ROW_LENGTH, 0);
     const PickPixels pixels(window);
     before.bind(state);

@@ -32,7 +32,7 @@ void SurfacePass::begin(osg::RenderInfo& renderInfo)
     _hasScissor = glIsEnabled(GL_SCISSOR_TEST) == GL_TRUE;
     if (_hasScissor) glDisable(GL_SCISSOR_TEST);
     const SurfaceGrid& points = _target->grids.front();
-    points.frameBuffer->apply(*renderInfo.getState());
+    bind(*points.frameBuffer, *renderInfo.getState());
     glViewport(0, 0, points.width, points.height);
     glClearColor(0, 0, 0, 0);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
@@ -44,7 +44,7 @@ void SurfacePass::end(osg::RenderInfo& renderInfo) const
     state.pushStateSet(_settings);
     for (const SurfaceGrid& grid : _target->grids) {
         if (!grid.state) continue;
-        grid.frameBuffer->apply(state);
+        bind(*grid.frameBuffer, state);
         glViewport(0, 0, grid.width, grid.height);
         drawWith(*grid.state, state);
     }
