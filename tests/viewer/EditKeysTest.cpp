@@ -309,8 +309,7 @@ TEST_F(EditKeysTest, AnotherRequestToCloseStaysInTheQueueWhileAFrameIsBegun)
 TEST_F(EditKeysTest, APolygonHasThePointsThatItIsDrawnOver)
 {
     const Polygon corner = {{2, 90}, {2, 3}, {120, 5}};
-    press('E');
-    press('a');
+    press('a'); // begins edit mode, too
     for (const osg::Vec2d& vertex : corner)
         click(static_cast<float>(vertex.x()), static_cast<float>(vertex.y()));
     press('x');

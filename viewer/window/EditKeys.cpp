@@ -148,8 +148,12 @@ bool EditKeys::handleKey(const GUIEventAdapter& event)
         return true;
     }
     if (_editing) return editByKey(key, event);
-    if (key != 'E') return dropReport(key);
-    _editing = true;
+    if (const ToolKind* kind = findTool(key))
+        takeTool(*kind); // as its button in the panel does
+    else if (key == 'E')
+        _editing = true;
+    else
+        return dropReport(key);
     return true;
 }
 
