@@ -62,9 +62,9 @@ public:
     uint64_t unreadable() const { return _unreadable; }
 
     /// Calls `visit(index, squared distance)` for the points at most a distance away. Where it returns true
-    /// the point is met no more.
+    /// the point is met no more. Cells may be read, which moves all points: references to them end here.
     template <class Visit>
-    void forEachNear(const osg::Vec3f& place, Visit visit)
+    void forEachNear(osg::Vec3f place, Visit visit)
     {
         const Voxel middle = voxelOf(place);
         read(middle);
@@ -232,11 +232,11 @@ private:
     void join(uint32_t index, const osg::Vec3f& from)
     {
         if (!_hasAngle) return take(index, true);
-        ReadPoint& point = _around[index];
-        if (!point.isUnlike) {
+        if (!_around[index].isUnlike) {
             const std::optional<osg::Vec3f> normal = normalAt(index);
-            point.isUnlike = !normal || std::abs(*normal * _normal) < _cosine;
+            _around[index].isUnlike = !normal || std::abs(*normal * _normal) < _cosine;
         }
+        const ReadPoint& point = _around[index];
         const osg::Vec3f step = point.place - from;
         const bool isInPlane = std::abs(step * _normal) <= _sine * step.length();
         if (!point.isUnlike || isInPlane) take(index, !point.isUnlike);

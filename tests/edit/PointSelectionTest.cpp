@@ -606,6 +606,30 @@ TEST(PointSelectionTest, GrowsOverTheNeighboursOfAPointInAllStores)
     EXPECT_NE(grow({onFloor, 0.05, 15.0}).problem.find("no neighbours that make a plane"), std::string::npos);
 }
 
+TEST(PointSelectionTest, GrowsInAPlaneThroughCellsThatAreReadOnTheWay)
+{
+    const TempFolder folder;
+    constexpr int kColumns = 400, kRows = 100;
+    TestLas las;
+    las.scale = {0.01, 0.01, 0.01};
+    for (int i = 0; i < kColumns * kRows; ++i)
+        las.addPoint(10 * (i % kColumns), 10 * (i / kColumns), 0);
+    const std::string path = folder.file("floor.brx");
+    buildStoreOf(folder.write("floor.las", las.bytes()), path);
+    const PlacedStore store(path, osg::Matrixd::translate(LasRecords(path).offset()));
+    OctreeInfo& octree = *store.store.octree();
+    octree.transform = store.place;
+    PointSelection selection;
+    selection.place = GrownPlace{osg::Vec3d(0.2, 0.2, 0), 0.15, 10.0};
+    SelectionAreas areas(selection);
+    EditControl control;
+    SelectionScan scan;
+    const VelBrx::Status grown = scan.run(areas, {&octree}, CloudPlaces(), Hidden::ANY, control);
+    ASSERT_TRUE(grown) << grown.message();
+    const std::vector<bool> found = store.reached(SelectionTest(areas, octree, store.place, Hidden::ANY));
+    EXPECT_EQ(std::count(found.begin(), found.end(), true), kColumns * kRows);
+}
+
 TEST(PointSelectionTest, ReadsNoCellThatItCannotReach)
 {
     const TempFolder folder;
