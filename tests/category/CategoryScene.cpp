@@ -1,10 +1,11 @@
 #include "tests/category/CategoryScene.h"
 
+#include "loading/CellGeometry.h"
+
 #include <VelOsgDBBrx/CellData.h>
 #include <VelOsgDBBrx/PCDataManager.h>
 
 #include <osg/Geode>
-#include <osg/Geometry>
 
 #include <random>
 #include <utility>
@@ -85,13 +86,15 @@ std::vector<std::pair<int64_t, uint8_t>> difference(const Classes& before, const
     return changed;
 }
 
-void readLeaf(const osg::Node* leaf, Classes& classes)
+void readLeaf(osg::Node* leaf, Classes& classes)
 {
-    const osg::Geometry* geometry = leaf->asGeode()->getDrawable(0)->asGeometry();
-    const auto& attribute = dynamic_cast<const osg::IntArray&>(*geometry->getVertexAttribArray(12));
-    const auto& indices = dynamic_cast<const osg::Vec2iArray&>(*geometry->getUserData());
-    for (size_t i = 0; i < indices.size(); ++i)
-        classes.at(static_cast<size_t>(indices[i].x())) = static_cast<uint8_t>(attribute[i] >> 24);
+    auto& geometry = dynamic_cast<CellGeometry&>(*leaf->asGeode()->getDrawable(0));
+    const auto& indices = dynamic_cast<const osg::Vec2iArray&>(*geometry.getUserData());
+    geometry.editCategories([&](osg::IntArray& attribute) { // which other threads may edit meanwhile
+        for (size_t i = 0; i < indices.size(); ++i)
+            classes.at(static_cast<size_t>(indices[i].x())) = static_cast<uint8_t>(attribute[i] >> 24);
+        return false;
+    });
 }
 
 Classes shownClasses(const OctreeInfo& octree)

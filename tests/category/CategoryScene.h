@@ -49,7 +49,7 @@ Classes edited(
 std::vector<std::pair<int64_t, uint8_t>> difference(const Classes& before, const Classes& after);
 
 /// The classes that the leaf of a cell shows, and those of the points of other cells as in `classes`.
-void readLeaf(const osg::Node* leaf, Classes& classes);
+void readLeaf(osg::Node* leaf, Classes& classes);
 
 /// Reads every cell of an octree through the cache, and returns the classes that the leaves show.
 Classes shownClasses(const OctreeInfo& octree);
