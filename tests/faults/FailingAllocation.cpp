@@ -27,10 +27,14 @@ bool FailingAllocation::hasFailed() const
     return left < 0;
 }
 
+void* operator new(size_t size, const std::nothrow_t&) noexcept
+{
+    return left-- == 0 ? nullptr : std::malloc(size ? size : 1);
+}
+
 void* operator new(size_t size)
 {
-    if (left-- == 0) throw std::bad_alloc();
-    if (void* const memory = std::malloc(size ? size : 1)) return memory;
+    if (void* const memory = operator new(size, std::nothrow)) return memory;
     throw std::bad_alloc();
 }
 
