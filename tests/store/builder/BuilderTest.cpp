@@ -297,11 +297,12 @@ TEST_F(BuilderTest, NamesAnInputThatIsAnotherWhenItIsReadAgain)
         std::filesystem::remove(path);
     for (const auto& [words, change] : changes) {
         folder.write("source.las", survey);
+        const auto& apply = change;
         bool isDone = false;
         options.progress = [&](const BuildProgress& progress) {
             if (isDone || progress.stage != std::string("reading")) return;
             isDone = true;
-            change();
+            apply();
         };
         expectFailure("source.las: " + std::string(words));
         EXPECT_TRUE(isDone);
